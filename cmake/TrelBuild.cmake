@@ -1,0 +1,55 @@
+# How everything here is built: language level, warnings, sanitizers, where programs and libraries go, and the
+# two helpers that rooms and tests are declared with.
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/bin")
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/lib")
+set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/lib")
+
+find_program(TREL_CCACHE ccache)
+if(TREL_CCACHE)
+  set(CMAKE_CXX_COMPILER_LAUNCHER "${TREL_CCACHE}")
+endif()
+
+add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror)
+# Assertion messages and traces name files; they name them as the project does, wherever it was built.
+add_compile_options("-fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=")
+
+set(TREL_SANITIZE "" CACHE STRING "Sanitizers to build with, as -fsanitize= takes them")
+if(TREL_SANITIZE)
+  add_compile_options("-fsanitize=${TREL_SANITIZE}" -fno-omit-frame-pointer -fno-sanitize-recover=all)
+  add_link_options("-fsanitize=${TREL_SANITIZE}")
+endif()
+
+# trel_room(NAME [TYPE STATIC|SHARED] SOURCES file... [USES target...] [PRIVATE_USES target...])
+# A room is one library. Its directory is the include path of those who use it, so that a room can only
+# include what its link line names.
+function(trel_room name)
+  cmake_parse_arguments(ROOM "" "TYPE" "SOURCES;USES;PRIVATE_USES" ${ARGN})
+  if(NOT ROOM_TYPE)
+    set(ROOM_TYPE STATIC)
+  endif()
+  add_library(${name} ${ROOM_TYPE} ${ROOM_SOURCES})
+  target_include_directories(${name} PUBLIC "${CMAKE_CURRENT_SOURCE_DIR}")
+  target_link_libraries(${name} PUBLIC ${ROOM_USES} PRIVATE ${ROOM_PRIVATE_USES})
+endfunction()
+
+# trel_test(NAME SOURCES file... [USES target...] [LABEL unit|e2e] [TIMEOUT seconds])
+# One GoogleTest program and one ctest entry.
+function(trel_test name)
+  cmake_parse_arguments(T "" "LABEL;TIMEOUT" "SOURCES;USES" ${ARGN})
+  if(NOT T_LABEL)
+    set(T_LABEL unit)
+  endif()
+  if(NOT T_TIMEOUT)
+    set(T_TIMEOUT 120)
+  endif()
+  add_executable(${name} ${T_SOURCES})
+  target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}/tests")
+  target_link_libraries(${name} PRIVATE ${T_USES} GTest::gmock GTest::gtest_main)
+  add_test(NAME ${name} COMMAND ${name} --gtest_brief=1)
+  set_tests_properties(${name} PROPERTIES LABELS ${T_LABEL} TIMEOUT ${T_TIMEOUT})
+endfunction()

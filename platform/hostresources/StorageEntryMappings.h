@@ -1,0 +1,40 @@
+// Which row of the storage table a mount point or a kind of memory gets, and how the row is described.
+#pragma once
+
+#include <cstdint>
+
+#include "kor/Collection.h"
+#include "kor/Entity.h"
+#include "snmp/ObjectIdentifier.h"
+
+namespace HostResourcesMib {
+
+struct StorageTableEntry {
+  Snmp::ObjectIdentifier type;   // one of the registered hrStorageTypes of RFC 2790
+  Kor::String description;
+  uint32_t index = 0;  // the row's hrStorageIndex
+  bool operator==(const StorageTableEntry&) const = default;
+};
+
+// A singleton (Kor::Entity::singletonIs(kTypeName)).
+class StorageEntryMappings final : public Kor::Entity {
+ public:
+  static constexpr const char* kTypeName = "HostResourcesMib::StorageEntryMappings";
+  using MountEntries = Kor::Collection<Kor::String, StorageTableEntry>;  // by mount point
+  using MemEntries = Kor::Collection<int32_t, StorageTableEntry>;
+
+  StorageEntryMappings() : Entity("storageEntryMappings") {}
+  const MountEntries& mountEntries() const { return mountEntries_; }
+  MountEntries& mountEntries() { return mountEntries_; }
+  const MemEntries& memEntries() const { return memEntries_; }
+  MemEntries& memEntries() { return memEntries_; }
+
+  static const Kor::Type& type();
+  const Kor::Type& korType() const override { return type(); }
+
+ private:
+  MountEntries mountEntries_;
+  MemEntries memEntries_;
+};
+
+}  // namespace HostResourcesMib

@@ -1,0 +1,50 @@
+// A directory of entities, keyed by name and iterated in the order of the names.
+#pragma once
+
+#include <string_view>
+#include <vector>
+
+#include "kor/Collection.h"
+#include "kor/Entity.h"
+
+namespace Kor {
+
+class Dir final : public Entity {
+ public:
+  using Entities = Collection<String, Zavro::Ptr<Entity>>;
+  using ConstIterator = Entities::Cursor;
+
+  explicit Dir(String name) : Entity(std::move(name)) {}
+
+  // The entity of that name, or null.
+  Zavro::Ptr<Entity> entityPtr(std::string_view name) const {
+    const auto* found = entities_.find(name);
+    return found ? *found : nullptr;
+  }
+  ConstIterator entityPtrIteratorConst() const { return entities_.begin(); }
+  // From the first entity whose name is not less than name.
+  ConstIterator entityPtrIteratorConst(const String& name) const { return entities_.from(name); }
+  const Entities& entities() const { return entities_; }
+
+  // Puts the entity under a name (its own when none is given), replacing one that is there. Requires: not null.
+  void entityPtrIs(Zavro::Ptr<Entity> entity);
+  void entityPtrIs(const String& name, Zavro::Ptr<Entity> entity);
+  // Removes the entity of that name and returns it, or null when there is none.
+  Zavro::Ptr<Entity> entityPtrDel(const String& name);
+
+  // Makes an entity of the type through the type's generic constructor and puts it under the name. Throws
+  // NewEntityArgumentsException when the type refuses the arguments or directories do not make such entities.
+  Zavro::Ptr<Entity> newEntity(const Type& type, const String& name,
+                               const std::vector<std::string>& arguments = {});
+
+  static const Type& type();
+  const Type& korType() const override { return type(); }
+
+ private:
+  Entities entities_;
+};
+
+// The entity at a path of names separated by "/", or null when a name is missing or stands for no directory.
+Zavro::Ptr<Entity> entityAt(const Dir& root, std::string_view path);
+
+}  // namespace Kor

@@ -1,0 +1,81 @@
+// Tracing. Every source has a handle of its own with numbered levels, 0 (errors) to 9 (lifecycle detail); a handle
+// passes on the levels up to its own. A line is formatted only when its level is enabled.
+#pragma once
+
+#include <fmt/format.h>
+
+#include <string>
+#include <string_view>
+
+#include "zavro/Clock.h"
+
+namespace Lumalog {
+
+inline constexpr int kMaxLevel = 9;
+inline constexpr int kDefaultLevel = 1;  // errors and one line for each table that is set up
+
+// Receives every enabled trace line, on the tracing thread, without a trailing newline.
+class Sink {
+ public:
+  virtual ~Sink() = default;
+  virtual void trace(std::string_view handle, int level, std::string_view text) = 0;
+};
+
+// Where traces go; null drops them. The sink must outlive its use. The first sink writes to standard error.
+void sinkIs(Sink* sink);
+Sink* sink();
+
+// Sets the level of the handle of that name, whether it exists already or is made later. -1 silences it. The name
+// "*" means every handle that has no setting of its own.
+void levelIs(std::string_view handle, int level);
+// Forgets every levelIs().
+void levelsReset();
+
+// The clock of block timers; it must outlive its use. The first one is the system's.
+void clockIs(const Zavro::Clock* clock);
+
+class Handle {
+ public:
+  explicit Handle(std::string name);
+  ~Handle();
+  Handle(const Handle&) = delete;
+  Handle& operator=(const Handle&) = delete;
+
+  const std::string& name() const { return name_; }
+  bool enabled(int level) const { return level <= level_; }
+
+  template <class... Args>
+  void trace(int level, fmt::format_string<Args...> format, Args&&... args) const {
+    if (enabled(level)) emit(level, fmt::format(format, std::forward<Args>(args)...));
+  }
+
+  // For texts that are composed at run time, such as a pipeline's statements.
+  template <class... Args>
+  void traceRuntime(int level, std::string_view format, const Args&... args) const {
+    if (enabled(level)) emit(level, fmt::format(fmt::runtime(format), args...));
+  }
+
+ private:
+  friend void levelIs(std::string_view, int);
+  friend void levelsReset();
+  void emit(int level, std::string_view text) const;
+
+  std::string name_;
+  int level_;
+};
+
+// Traces, at level 9, the entry of a block ("<function>[: <text>]") and how long it took ("<function> took <n> us").
+class BlockTimer {
+ public:
+  BlockTimer(const Handle& handle, std::string_view function, std::string_view text = {});
+  ~BlockTimer();
+  BlockTimer(const BlockTimer&) = delete;
+  BlockTimer& operator=(const BlockTimer&) = delete;
+
+ private:
+  const Handle& handle_;
+  std::string_view function_;
+  uint64_t startNs_ = 0;
+};
+
+}  // namespace Lumalog

@@ -1,0 +1,54 @@
+// The registry of declared derivations: which collection is derived from which. It is data for inspection; nothing
+// is scheduled by it.
+#pragma once
+
+#include <set>
+#include <string>
+#include <tuple>
+
+#include "kor/Type.h"
+
+namespace Rvx {
+
+// "targetPath of target follows sourcePath of source". Holds both nodes.
+class RegistryKey {
+ public:
+  static RegistryKey make(Zavro::Ptr<const Kor::Object> source, std::string sourcePath,
+                          Zavro::Ptr<const Kor::Object> target, std::string targetPath);
+
+  const std::string& sourcePath() const { return sourcePath_; }
+  const std::string& targetPath() const { return targetPath_; }
+  const Zavro::Ptr<const Kor::Object>& source() const { return source_; }
+  const Zavro::Ptr<const Kor::Object>& target() const { return target_; }
+
+  bool operator==(const RegistryKey& other) const = default;
+  bool operator<(const RegistryKey& other) const {
+    return std::tie(source_, sourcePath_, target_, targetPath_) <
+           std::tie(other.source_, other.sourcePath_, other.target_, other.targetPath_);
+  }
+
+ private:
+  RegistryKey() = default;
+  Zavro::Ptr<const Kor::Object> source_;
+  std::string sourcePath_;
+  Zavro::Ptr<const Kor::Object> target_;
+  std::string targetPath_;
+};
+
+class GlobalState {
+ public:
+  // The process's one registry.
+  static GlobalState& get();
+
+  // Adding a key that is there changes nothing.
+  void addToRegistry(const RegistryKey& key) { keys_.insert(key); }
+  bool checkRegistry(const RegistryKey& key) const { return keys_.contains(key); }
+  const std::set<RegistryKey>& registry() const { return keys_; }
+  // Forgets every key, and with them the references that they hold.
+  void registryDelAll() { keys_.clear(); }
+
+ private:
+  std::set<RegistryKey> keys_;
+};
+
+}  // namespace Rvx

@@ -1,0 +1,39 @@
+#include "rvx/SmControl.h"
+
+#include <limits>
+
+#include "kor/Text.h"
+
+namespace Rvx {
+
+std::string SmControl::text() const {
+  return fmt::format("(taskName={}, priority={}, mode={})", taskName, priority, static_cast<int>(mode));
+}
+
+void SmControl::textIs(std::string_view text) {
+  std::string_view rest = text;
+  Kor::desAttrPre(rest, "taskName");
+  size_t comma = rest.find(',');
+  if (comma == std::string_view::npos) {
+    throw Kor::ParseException(fmt::format("found \"{}\", expected \",\" after the task name", text));
+  }
+  std::string newTaskName(rest.substr(0, comma));
+  rest.remove_prefix(comma);
+  Kor::desAttrPost(rest);
+  Kor::desAttrPre(rest, "priority");
+  uint32_t newPriority = Kor::readU32(rest);
+  Kor::desAttrPost(rest);
+  Kor::desAttrPre(rest, "mode");
+  uint32_t newMode = Kor::readU32(rest);
+  Kor::desAttrPost(rest);
+  if (!rest.empty() || newPriority > std::numeric_limits<Vem::TaskPriority>::max() ||
+      newMode > static_cast<uint32_t>(Mode::asynchronous)) {
+    throw Kor::ParseException(
+        fmt::format("found \"{}\", expected a priority of 0 to 255 and a mode of 0 to 2", text));
+  }
+  taskName = std::move(newTaskName);
+  priority = static_cast<Vem::TaskPriority>(newPriority);
+  mode = static_cast<Mode>(newMode);
+}
+
+}  // namespace Rvx

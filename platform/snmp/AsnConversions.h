@@ -1,0 +1,90 @@
+// From the platform's values to what net-snmp puts on the wire, and back.
+//
+// Each conversion writes one value into the caller's buffer of `capacity` bytes and returns the number of bytes
+// written, or a negative number when the value or the capacity does not allow it; nothing is written then. Numbers
+// are written as 32-bit integers in the machine's byte order, as net-snmp's varbinds hold them.
+#pragma once
+
+#include <cstdint>
+
+#include "snmp/ObjectIdentifier.h"
+#include "zavro/Duration.h"
+#include "zavro/Exception.h"
+#include "zavro/String.h"
+
+namespace Snmp {
+
+// A conversion whose implementation can be exchanged while a Substitute of it lives, so that a caller's handling of
+// failures can be shown.
+template <class Self, class InputType>
+class AsnConversion {
+ public:
+  using Input = InputType;
+  using Function = int (*)(const Input& value, unsigned char* buffer, int capacity);
+  int operator()(const Input& value, unsigned char* buffer, int capacity) const {
+    Function function = substitute() != nullptr ? substitute() : &Self::convert;
+    return function(value, buffer, capacity);
+  }
+  static Function& substitute() {
+    static Function function = nullptr;
+    return function;
+  }
+};
+
+template <class Conversion>
+class Substitute {
+ public:
+  explicit Substitute(typename Conversion::Function function) { Conversion::substitute() = function; }
+  ~Substitute() { Conversion::substitute() = nullptr; }
+  Substitute(const Substitute&) = delete;
+  Substitute& operator=(const Substitute&) = delete;
+};
+
+// INTEGER, Gauge32, Unsigned32 (RFC 2578, section 7.1): the value's 32 bits.
+struct U32ToAsnUnsignedF : AsnConversion<U32ToAsnUnsignedF, uint32_t> {
+  static int convert(const uint32_t& value, unsigned char* buffer, int capacity);
+};
+
+// INTEGER.
+struct S32ToAsnIntegerF : AsnConversion<S32ToAsnIntegerF, int32_t> {
+  static int convert(const int32_t& value, unsigned char* buffer, int capacity);
+};
+
+// TimeTicks (RFC 2578, section 7.1.8): hundredths of a second, modulo 2^32. A negative or non-finite length fails.
+struct SecondsToTimeTicksF : AsnConversion<SecondsToTimeTicksF, Zavro::Duration> {
+  static int convert(const Zavro::Duration& value, unsigned char* buffer, int capacity);
+};
+
+// TimeStamp (RFC 2579): the agent's uptime at a point in UTC time, modulo 2^32; 0 for a time before the agent
+// started. A non-finite time fails.
+struct UtcSecondsToUptimeTimeTicksF : AsnConversion<UtcSecondsToUptimeTimeTicksF, Zavro::Duration> {
+  static int convert(const Zavro::Duration& value, unsigned char* buffer, int capacity);
+};
+
+// DateAndTime (RFC 2579): 11 octets, in UTC with the offset +00:00. A time before the year 0 or after the year 65535
+// fails, as does a capacity below 11.
+struct SecondsToAsnDateAndTimeF : AsnConversion<SecondsToAsnDateAndTimeF, Zavro::Duration> {
+  static int convert(const Zavro::Duration& value, unsigned char* buffer, int capacity);
+};
+
+// OCTET STRING: the bytes; fails when they are more than the capacity.
+struct StringToAsnOctetStringF : AsnConversion<StringToAsnOctetStringF, Zavro::String> {
+  static int convert(const Zavro::String& value, unsigned char* buffer, int capacity);
+};
+
+// OBJECT IDENTIFIER: the sub-identifiers as net-snmp `oid` values, the result being their length in bytes. Text that
+// spells no object identifier fails.
+struct SnmpObjectIdentifierToAsnOidF : AsnConversion<SnmpObjectIdentifierToAsnOidF, ObjectIdentifier> {
+  static int convert(const ObjectIdentifier& value, unsigned char* buffer, int capacity);
+};
+
+// An index varbind's integer value as U32; throws Zavro::RangeException when it is below 0 or above 2^32 - 1.
+struct AsnUnsignedToU32 {
+  uint32_t operator()(const long* value) const;
+};
+
+// When the agent started, as a UTC time: the origin of its uptime. The host sets it.
+void agentStartUtcIs(Zavro::Duration utc);
+Zavro::Duration agentStartUtc();
+
+}  // namespace Snmp

@@ -1,0 +1,26 @@
+#include "snmp/ObjectIdentifier.h"
+
+#include <charconv>
+
+namespace Snmp {
+
+std::optional<std::vector<uint32_t>> ObjectIdentifier::subIds() const {
+  std::vector<uint32_t> ids;
+  const char* at = dotted_.data();
+  const char* end = at + dotted_.size();
+  if (at != end && *at == '.') ++at;
+  while (true) {
+    uint32_t id = 0;
+    auto [after, error] = std::from_chars(at, end, id);
+    if (error != std::errc() || ids.size() == kMaxSubIds) return std::nullopt;
+    ids.push_back(id);
+    if (after == end) break;
+    if (*after != '.') return std::nullopt;
+    at = after + 1;
+  }
+  // X.660: the root arcs are 0 to 2, and arcs 0 and 1 have at most 40 children.
+  if (ids.size() < 2 || ids[0] > 2 || (ids[0] < 2 && ids[1] > 39)) return std::nullopt;
+  return ids;
+}
+
+}  // namespace Snmp

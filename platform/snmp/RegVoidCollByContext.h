@@ -1,0 +1,74 @@
+// What a registered table is bound to: for each context and table the served object and the table's counters.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+
+#include "kor/Entity.h"
+
+namespace Snmp {
+
+enum class OrderedTableIteratorCounterTypes : uint8_t {
+  hintKeyNotFound = 0,
+  hintMatched = 1,
+  startedAtFirst = 2,
+  nextAfterEnd = 3,
+  reachedEnd = 4,
+  advanced = 5,
+};
+
+// How often the walks of one table took each turn.
+class TableCounters {
+ public:
+  static constexpr size_t kKinds = 6;
+  void orderedIterCntrsInc(OrderedTableIteratorCounterTypes kind, uint64_t by) {
+    counters_[static_cast<size_t>(kind)] += by;
+  }
+  uint64_t orderedIterCntr(OrderedTableIteratorCounterTypes kind) const {
+    return counters_[static_cast<size_t>(kind)];
+  }
+
+ private:
+  std::array<uint64_t, kKinds> counters_{};
+};
+
+// One registered table.
+class RegVoid {
+ public:
+  explicit RegVoid(Zavro::Ptr<Kor::Entity> object) : object_(std::move(object)) {}
+  const Zavro::Ptr<Kor::Entity>& object() const { return object_; }
+  TableCounters& counters() { return counters_; }
+  const TableCounters& counters() const { return counters_; }
+
+ private:
+  Zavro::Ptr<Kor::Entity> object_;
+  TableCounters counters_;
+};
+
+// A singleton (Kor::Entity::singletonIs(kTypeName)).
+class RegVoidCollByContext final : public Kor::Entity {
+ public:
+  static constexpr const char* kTypeName = "Snmp::RegVoidCollByContext";
+  static Zavro::Ptr<RegVoidCollByContext> singleton();
+
+  RegVoidCollByContext() : Entity("regVoidCollByContext") {}
+
+  // Stores a record that points at object, replacing one of the same context and table, and returns it. The record
+  // lives until it is replaced or deleted; it belongs to the collection.
+  RegVoid* addRegVoid(const std::string& context, const std::string& table, Zavro::Ptr<Kor::Entity> object);
+  // Null when there is none.
+  RegVoid* regVoid(const std::string& context, const std::string& table);
+  void delRegVoid(const std::string& context, const std::string& table);
+  size_t size() const { return records_.size(); }
+
+  static const Kor::Type& type();
+  const Kor::Type& korType() const override { return type(); }
+
+ private:
+  std::map<std::pair<std::string, std::string>, std::unique_ptr<RegVoid>> records_;
+};
+
+}  // namespace Snmp

@@ -1,0 +1,57 @@
+#include "toggles/Toggles.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <optional>
+
+#include "lumalog/Lumalog.h"
+
+namespace Toggles {
+namespace {
+
+const Lumalog::Handle traceHandle("Toggles");
+
+std::map<std::string, std::string>& paths() {
+  static auto* instance = new std::map<std::string, std::string>;
+  return *instance;
+}
+
+std::optional<nlohmann::json> document(const std::string& path) {
+  std::ifstream in(path);
+  if (!in) {
+    traceHandle.trace(0, "{}: {}, all toggles keep their defaults", path, std::strerror(errno));
+    return std::nullopt;
+  }
+  try {
+    nlohmann::json json = nlohmann::json::parse(in);
+    if (json.is_object()) return json;
+    traceHandle.trace(0, "{}: found {}, expected an object of toggles; all keep their defaults", path,
+                      json.type_name());
+  } catch (const nlohmann::json::exception& error) {
+    traceHandle.trace(0, "{}: expected JSON, all toggles keep their defaults: {}", path, error.what());
+  }
+  return std::nullopt;
+}
+
+}  // namespace
+
+void fileIs(const std::string& file, const std::string& path) { paths()[file] = path; }
+
+bool getToggleState(const std::string& name, const std::string& file, bool defaultState) {
+  auto path = paths().find(file);
+  if (path == paths().end()) return defaultState;
+  auto json = document(path->second);
+  if (!json || !json->contains(name)) return defaultState;
+  const nlohmann::json& state = (*json)[name];
+  if (!state.is_boolean()) {
+    traceHandle.trace(0, "{}: toggle \"{}\": found {}, expected true or false; it keeps its default {}",
+                      path->second, name, state.type_name(), defaultState);
+    return defaultState;
+  }
+  return state.get<bool>();
+}
+
+}  // namespace Toggles

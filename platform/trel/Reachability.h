@@ -1,0 +1,64 @@
+// What a member publishes about reaching its neighbours.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string_view>
+
+#include "kor/Collection.h"
+#include "kor/Entity.h"
+#include "lanix/IntfId.h"
+#include "trel/MemberId.h"
+
+namespace Trel {
+
+// One member's view of one neighbour. Immutable: a change is a new record.
+class ReachabilityState final : public Kor::ValueEntity {
+ public:
+  enum State : uint8_t { unknown, initializing, reachable, degraded, unreachable, disabled };
+  static constexpr uint8_t kStates = 6;
+
+  // lastChangeNs: when the state last changed, in nanoseconds since 1970-01-01 UTC.
+  ReachabilityState(State state, std::optional<Lanix::IntfId> backplaneChannelIntfId, uint64_t lastChangeNs)
+      : state_(state),
+        backplaneChannelIntfId_(std::move(backplaneChannelIntfId)),
+        lastChangeNs_(lastChangeNs) {}
+
+  State state() const { return state_; }
+  // The interface toward the neighbour, where it is known.
+  const std::optional<Lanix::IntfId>& backplaneChannelIntfId() const { return backplaneChannelIntfId_; }
+  uint64_t lastChangeNs() const { return lastChangeNs_; }
+
+  // "(state=reachable, intf=Backplane1/2, lastChange=1700000000000000000)"
+  std::string text() const;
+  static const Kor::Type& type();
+  const Kor::Type& korType() const override { return type(); }
+
+ private:
+  State state_;
+  std::optional<Lanix::IntfId> backplaneChannelIntfId_;
+  uint64_t lastChangeNs_;
+};
+
+// The state's name, or its number for a value that has none.
+std::string stateName(ReachabilityState::State state);
+// The state of that name, or nothing.
+std::optional<ReachabilityState::State> stateNamed(std::string_view name);
+
+// All that one member reports; named by the member's id.
+class ReachabilityStatus final : public Kor::Entity {
+ public:
+  using Reachability = Kor::Collection<MemberId, Zavro::Ptr<const ReachabilityState>>;
+
+  using Entity::Entity;
+  const Reachability& reachabilityStatus() const { return reachabilityStatus_; }
+  Reachability& reachabilityStatus() { return reachabilityStatus_; }
+
+  static const Kor::Type& type();
+  const Kor::Type& korType() const override { return type(); }
+
+ private:
+  Reachability reachabilityStatus_;
+};
+
+}  // namespace Trel

@@ -1,0 +1,40 @@
+// Where time comes from. Nothing outside platform/, kelstore/ and member/ reads a clock in any other way, so that a
+// test holds time still.
+#pragma once
+
+#include <cstdint>
+
+namespace Zavro {
+
+class Clock {
+ public:
+  virtual ~Clock() = default;
+  // Nanoseconds on a clock that never steps back; only differences mean anything.
+  virtual uint64_t monotonicNs() const = 0;
+  // Nanoseconds since 1970-01-01 00:00:00 UTC.
+  virtual uint64_t utcNs() const = 0;
+};
+
+class SystemClock final : public Clock {
+ public:
+  uint64_t monotonicNs() const override;
+  uint64_t utcNs() const override;
+};
+
+// Moves only when told.
+class ManualClock final : public Clock {
+ public:
+  explicit ManualClock(uint64_t utcNs = 0) : utcNs_(utcNs) {}
+  uint64_t monotonicNs() const override { return monotonicNs_; }
+  uint64_t utcNs() const override { return utcNs_; }
+  void advanceNs(uint64_t ns) {
+    monotonicNs_ += ns;
+    utcNs_ += ns;
+  }
+
+ private:
+  uint64_t monotonicNs_ = 0;
+  uint64_t utcNs_;
+};
+
+}  // namespace Zavro

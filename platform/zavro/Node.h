@@ -1,0 +1,36 @@
+// Nodes of the reactive runtime: objects that react to changes, and only while they are notification-active.
+#pragma once
+
+#include "kor/Type.h"
+
+namespace Zavro {
+
+class Node : public Kor::Object {
+ public:
+  bool hasNotificationActive() const { return notificationActive_; }
+  // Turns reacting on or off. A change of the flag pulses the zombie-reactors flag, so that what was set aside while
+  // the node was inactive is evaluated again.
+  void hasNotificationActiveIs(bool active) {
+    if (active == notificationActive_) return;
+    notificationActive_ = active;
+    bool before = zombieReactors_;
+    korDoZombieReactors(true);
+    korDoZombieReactors(before);
+  }
+  bool hasZombieReactors() const { return zombieReactors_; }
+
+ protected:
+  // Sets the zombie-reactors flag; when it rises, pending reactors are evaluated again.
+  void korDoZombieReactors(bool on) {
+    bool rises = on && !zombieReactors_;
+    zombieReactors_ = on;
+    if (rises) onZombieReactors();
+  }
+  virtual void onZombieReactors() {}
+
+ private:
+  bool notificationActive_ = false;
+  bool zombieReactors_ = false;
+};
+
+}  // namespace Zavro
