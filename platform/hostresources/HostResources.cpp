@@ -5,7 +5,7 @@ namespace {
 
 // A settable figure of the system record: number in, number out.
 template <class T>
-auto figureSetter(T HostResources::System::* figure) {
+auto figureSetter(T HostResources::System::*figure) {
   return [figure](HostResources& host, std::string_view text) {
     HostResources::System system = host.system();
     if constexpr (std::is_same_v<T, uint32_t>) {
@@ -18,7 +18,7 @@ auto figureSetter(T HostResources::System::* figure) {
 }
 
 template <class T>
-auto figure(T HostResources::System::* member) {
+auto figure(T HostResources::System::*member) {
   return [member](const HostResources& host) { return host.system().*member; };
 }
 
@@ -56,7 +56,7 @@ const Kor::Type& StorageInfo::type() {
 }
 
 const Kor::Type& MemInfo::type() {
-  static const auto amount = [](std::optional<uint32_t> Amounts::* member) {
+  static const auto amount = [](std::optional<uint32_t> Amounts::*member) {
     return [member](const MemInfo& info) { return Kor::optText(info.amounts().*member); };
   };
   static const Kor::Type type = Kor::TypeBuilder<MemInfo>("HostResources::MemInfo")

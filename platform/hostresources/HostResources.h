@@ -1,5 +1,5 @@
-// What a member publishes about its own host: system figures, processors, file systems, memory. The quantities are
-// those of HOST-RESOURCES-MIB (RFC 2790).
+// What a member publishes about its own host: system figures, processors, file systems, memory. The
+// quantities are those of HOST-RESOURCES-MIB (RFC 2790).
 #pragma once
 
 #include <cstdint>
@@ -42,7 +42,8 @@ class StorageInfo final : public Kor::ValueEntity {
   uint32_t allocationUnits_;
 };
 
-// A member's memory, in KiB; an amount that the member does not know is absent. Immutable: a change is a new record.
+// A member's memory, in KiB; an amount that the member does not know is absent. Immutable: a change is a new
+// record.
 class MemInfo final : public Kor::ValueEntity {
  public:
   struct Amounts {
@@ -63,16 +64,16 @@ class MemInfo final : public Kor::ValueEntity {
   Amounts amounts_;
 };
 
-// One member's host resources; named by the member's id. The system figures change in place, in the entity that
-// table rows already hold; everything else changes by replacing records.
+// One member's host resources; named by the member's id. The system figures change in place, in the entity
+// that table rows already hold; everything else changes by replacing records.
 class HostResources final : public Kor::Entity {
  public:
   using Processors = Kor::Collection<uint32_t, Zavro::Ptr<const Processor>>;
   using Storage = Kor::Collection<Kor::String, Zavro::Ptr<const StorageInfo>>;
 
   struct System {
-    double systemUptime = 0;     // seconds
-    double currentTimeUtc = 0;   // seconds since 1970-01-01 UTC
+    double systemUptime = 0;    // seconds
+    double currentTimeUtc = 0;  // seconds since 1970-01-01 UTC
     uint32_t systemNumUsers = 0;
     uint32_t systemProcesses = 0;
     uint32_t memorySize = 0;  // KiB
@@ -89,7 +90,8 @@ class HostResources final : public Kor::Entity {
   const Storage& storageInfoTable() const { return storageInfoTable_; }
   Storage& storageInfoTable() { return storageInfoTable_; }
 
-  // The one memory record, null when the member publishes none. Setting it notifies, even when it is the same.
+  // The one memory record, null when the member publishes none. Setting it notifies, even when it is the
+  // same.
   const Zavro::Ptr<const MemInfo>& memInfo() const { return memInfo_; }
   void memInfoIs(Zavro::Ptr<const MemInfo> memInfo);
   [[nodiscard]] Kor::Subscription subscribeMemInfo(std::function<void()> callback) const {

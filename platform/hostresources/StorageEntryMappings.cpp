@@ -15,8 +15,7 @@ const Kor::Type& StorageEntryMappings::type() {
   static const Kor::Type type =
       Kor::TypeBuilder<StorageEntryMappings>(kTypeName)
           .attribute("name", &StorageEntryMappings::name)
-          .attribute("mountEntries",
-                     [](const StorageEntryMappings& m) { return m.mountEntries().size(); })
+          .attribute("mountEntries", [](const StorageEntryMappings& m) { return m.mountEntries().size(); })
           .attribute("memEntries", [](const StorageEntryMappings& m) { return m.memEntries().size(); })
           .build();
   return type;

@@ -10,7 +10,7 @@
 namespace HostResourcesMib {
 
 struct StorageTableEntry {
-  Snmp::ObjectIdentifier type;   // one of the registered hrStorageTypes of RFC 2790
+  Snmp::ObjectIdentifier type;  // one of the registered hrStorageTypes of RFC 2790
   Kor::String description;
   uint32_t index = 0;  // the row's hrStorageIndex
   bool operator==(const StorageTableEntry&) const = default;

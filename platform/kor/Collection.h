@@ -1,5 +1,5 @@
-// A keyed, ordered collection of an entity: element lookup, iteration that survives changes, a change counter and
-// per-key change notification.
+// A keyed, ordered collection of an entity: element lookup, iteration that survives changes, a change counter
+// and per-key change notification.
 #pragma once
 
 #include <cstdint>
@@ -21,14 +21,15 @@ class Collection {
   using Key = KeyType;
   using Value = ValueType;
 
-  // A position that stays usable whatever happens to the collection: next() goes to the first element whose key is
-  // greater than the key it stood at, which may be gone by then. The collection must outlive it.
+  // A position that stays usable whatever happens to the collection: next() goes to the first element whose
+  // key is greater than the key it stood at, which may be gone by then. The collection must outlive it.
   class Cursor {
    public:
     explicit operator bool() const { return valid_; }
     const Key& key() const { return key_; }  // Requires: *this is true.
     void next() {
-      position_ = changes_ == collection_->changes_ ? std::next(position_) : collection_->map_.upper_bound(key_);
+      position_ =
+          changes_ == collection_->changes_ ? std::next(position_) : collection_->map_.upper_bound(key_);
       settle();
     }
 

@@ -26,7 +26,8 @@ class Dir final : public Entity {
   ConstIterator entityPtrIteratorConst(const String& name) const { return entities_.from(name); }
   const Entities& entities() const { return entities_; }
 
-  // Puts the entity under a name (its own when none is given), replacing one that is there. Requires: not null.
+  // Puts the entity under a name (its own when none is given), replacing one that is there. Requires: not
+  // null.
   void entityPtrIs(Zavro::Ptr<Entity> entity);
   void entityPtrIs(const String& name, Zavro::Ptr<Entity> entity);
   // Removes the entity of that name and returns it, or null when there is none.

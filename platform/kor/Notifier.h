@@ -1,6 +1,7 @@
-// Synchronous change notification. A subscriber hears of every change made after it subscribed, in the call that
-// made the change, in the order of subscription. Subscribing, unsubscribing and changing are allowed from within a
-// notification: a new subscriber does not hear of the change under way, one that left is not called any more.
+// Synchronous change notification. A subscriber hears of every change made after it subscribed, in the call
+// that made the change, in the order of subscription. Subscribing, unsubscribing and changing are allowed
+// from within a notification: a new subscriber does not hear of the change under way, one that left is not
+// called any more.
 #pragma once
 
 #include <functional>
@@ -47,8 +48,8 @@ class Notifier {
   }
 
   void notify(const Args&... args) const {
-    // The list is held on its own, since a subscriber may destroy the notifier; so is each slot, since a subscriber
-    // may unsubscribe itself.
+    // The list is held on its own, since a subscriber may destroy the notifier; so is each slot, since a
+    // subscriber may unsubscribe itself.
     std::shared_ptr<Slots> slots = slots_;
     size_t count = slots->size();
     ++*depth_;

@@ -1,7 +1,7 @@
 // The text form of values: what traces show and what attributes read as.
 //
-// A type has a text form when it offers `std::string text() const`; such a type, and a Zavro::Ptr to one, formats
-// with "{}". A null pointer formats as "None".
+// A type has a text form when it offers `std::string text() const`; such a type, and a Zavro::Ptr to one,
+// formats with "{}". A null pointer formats as "None".
 #pragma once
 
 #include <fmt/format.h>
@@ -36,7 +36,8 @@ std::string optText(const std::optional<T>& value) {
   return value ? fmt::format("Optional( {} )", *value) : "None";
 }
 
-// Text that does not spell a value of the wanted type. The message names what was found and what was expected.
+// Text that does not spell a value of the wanted type. The message names what was found and what was
+// expected.
 class ParseException final : public Zavro::Exception {
  public:
   using Zavro::Exception::Exception;
@@ -47,10 +48,10 @@ uint32_t u32FromText(std::string_view text);
 // The whole of text as a finite decimal number; throws ParseException.
 double doubleFromText(std::string_view text);
 
-// Readers of a composite's text form "(<name>=<value>, <name>=<value>)". desAttrPre() consumes what stands before
-// the value of attribute `name` (an opening parenthesis, the name, the equals sign), readU32() the value, and
-// desAttrPost() what follows it (a comma and blanks, or the closing parenthesis). Each advances `rest` and throws
-// ParseException when the text is malformed.
+// Readers of a composite's text form "(<name>=<value>, <name>=<value>)". desAttrPre() consumes what stands
+// before the value of attribute `name` (an opening parenthesis, the name, the equals sign), readU32() the
+// value, and desAttrPost() what follows it (a comma and blanks, or the closing parenthesis). Each advances
+// `rest` and throws ParseException when the text is malformed.
 void desAttrPre(std::string_view& rest, std::string_view name);
 uint32_t readU32(std::string_view& rest);
 void desAttrPost(std::string_view& rest);

@@ -1,5 +1,5 @@
-// Type information: what an object's attributes and operations are called, so that it can be inspected and driven
-// by name, through the control socket and in tests.
+// Type information: what an object's attributes and operations are called, so that it can be inspected and
+// driven by name, through the control socket and in tests.
 #pragma once
 
 #include <functional>
@@ -71,13 +71,15 @@ class Type {
 
 // The value of an attribute in its text form. Throws NoSuchMemberException.
 std::string attribute(const Object& object, std::string_view name);
-// Sets an attribute from its text form. Throws NoSuchMemberException, or ParseException and leaves it as it was.
+// Sets an attribute from its text form. Throws NoSuchMemberException, or ParseException and leaves it as it
+// was.
 void attributeIs(Object& object, std::string_view name, std::string_view text);
 // Runs an operation. Throws NoSuchMemberException.
 void invoke(Object& object, std::string_view operation);
 
 // Declares a type in a few lines:
-//   static const Type type = TypeBuilder<Root>("TrelSnmp::Agent::Root").attribute("name", &Root::name).build();
+//   static const Type type = TypeBuilder<Root>("TrelSnmp::Agent::Root").attribute("name",
+//   &Root::name).build();
 // An accessor's value needs a text form (kor/Text.h) or must be a bool, a number, a string or a Zavro::Ptr.
 template <class T>
 class TypeBuilder {
@@ -92,9 +94,8 @@ class TypeBuilder {
   // set(T&, std::string_view) throws ParseException for text that it cannot take.
   template <class Accessor, class Setter>
   TypeBuilder& attribute(std::string name, Accessor accessor, Setter set) {
-    type_.attributeIs({std::move(name), reader(accessor), [set](Object& object, std::string_view text) {
-                         set(static_cast<T&>(object), text);
-                       }});
+    type_.attributeIs({std::move(name), reader(accessor),
+                       [set](Object& object, std::string_view text) { set(static_cast<T&>(object), text); }});
     return *this;
   }
   template <class Function>

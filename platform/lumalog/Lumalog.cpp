@@ -17,8 +17,8 @@ class StderrSink final : public Sink {
   }
 };
 
-// Handles are objects of static storage in many files: the registry is made by the first and never destroyed, so
-// that the last may still leave it.
+// Handles are objects of static storage in many files: the registry is made by the first and never destroyed,
+// so that the last may still leave it.
 struct Registry {
   std::set<Handle*> handles;
   std::map<std::string, int, std::less<>> levels;

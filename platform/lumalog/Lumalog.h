@@ -1,5 +1,5 @@
-// Tracing. Every source has a handle of its own with numbered levels, 0 (errors) to 9 (lifecycle detail); a handle
-// passes on the levels up to its own. A line is formatted only when its level is enabled.
+// Tracing. Every source has a handle of its own with numbered levels, 0 (errors) to 9 (lifecycle detail); a
+// handle passes on the levels up to its own. A line is formatted only when its level is enabled.
 #pragma once
 
 #include <fmt/format.h>
@@ -25,7 +25,8 @@ class Sink {
 void sinkIs(Sink* sink);
 Sink* sink();
 
-// Sets the level of the handle of that name, whether it exists already or is made later. -1 silences it. The name
+// Sets the level of the handle of that name, whether it exists already or is made later. -1 silences it. The
+// name
 // "*" means every handle that has no setting of its own.
 void levelIs(std::string_view handle, int level);
 // Forgets every levelIs().
@@ -64,7 +65,8 @@ class Handle {
   int level_;
 };
 
-// Traces, at level 9, the entry of a block ("<function>[: <text>]") and how long it took ("<function> took <n> us").
+// Traces, at level 9, the entry of a block ("<function>[: <text>]") and how long it took ("<function> took
+// <n> us").
 class BlockTimer {
  public:
   BlockTimer(const Handle& handle, std::string_view function, std::string_view text = {});

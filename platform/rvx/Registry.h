@@ -1,5 +1,5 @@
-// The registry of declared derivations: which collection is derived from which. It is data for inspection; nothing
-// is scheduled by it.
+// The registry of declared derivations: which collection is derived from which. It is data for inspection;
+// nothing is scheduled by it.
 #pragma once
 
 #include <set>

@@ -23,8 +23,8 @@ struct SmControl {
 
   // "(taskName=, priority=128, mode=0)"
   std::string text() const;
-  // Sets task name, priority and mode from their text form; the schedulers stay. Throws Kor::ParseException and
-  // changes nothing when the text is malformed or a number is out of range.
+  // Sets task name, priority and mode from their text form; the schedulers stay. Throws Kor::ParseException
+  // and changes nothing when the text is malformed or a number is out of range.
   void textIs(std::string_view text);
 };
 

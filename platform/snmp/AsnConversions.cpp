@@ -41,9 +41,9 @@ struct CivilDate {
   int64_t day;    // 1 to 31
 };
 
-// The Gregorian date of a day counted from 1970-01-01. std::chrono's calendar ends with the year 32767, DateAndTime
-// with 65535. Years are counted from 1 March, so that the leap day is the last of its year; 400 of them make an era
-// of 146097 days.
+// The Gregorian date of a day counted from 1970-01-01. std::chrono's calendar ends with the year 32767,
+// DateAndTime with 65535. Years are counted from 1 March, so that the leap day is the last of its year; 400
+// of them make an era of 146097 days.
 CivilDate civilDate(int64_t day) {
   constexpr int64_t kEraDays = 146097;
   constexpr int64_t kDaysToEpoch = 719468;  // from 0000-03-01
@@ -107,7 +107,8 @@ int StringToAsnOctetStringF::convert(const Zavro::String& value, unsigned char* 
   return writeBytes(value.data(), value.size(), buffer, capacity);
 }
 
-int SnmpObjectIdentifierToAsnOidF::convert(const ObjectIdentifier& value, unsigned char* buffer, int capacity) {
+int SnmpObjectIdentifierToAsnOidF::convert(const ObjectIdentifier& value, unsigned char* buffer,
+                                           int capacity) {
   auto ids = value.subIds();
   if (!ids) return kFailed;
   std::array<oid, ObjectIdentifier::kMaxSubIds> oids{};

@@ -1,8 +1,8 @@
 // From the platform's values to what net-snmp puts on the wire, and back.
 //
-// Each conversion writes one value into the caller's buffer of `capacity` bytes and returns the number of bytes
-// written, or a negative number when the value or the capacity does not allow it; nothing is written then. Numbers
-// are written as 32-bit integers in the machine's byte order, as net-snmp's varbinds hold them.
+// Each conversion writes one value into the caller's buffer of `capacity` bytes and returns the number of
+// bytes written, or a negative number when the value or the capacity does not allow it; nothing is written
+// then. Numbers are written as 32-bit integers in the machine's byte order, as net-snmp's varbinds hold them.
 #pragma once
 
 #include <cstdint>
@@ -14,8 +14,8 @@
 
 namespace Snmp {
 
-// A conversion whose implementation can be exchanged while a Substitute of it lives, so that a caller's handling of
-// failures can be shown.
+// A conversion whose implementation can be exchanged while a Substitute of it lives, so that a caller's
+// handling of failures can be shown.
 template <class Self, class InputType>
 class AsnConversion {
  public:
@@ -50,7 +50,8 @@ struct S32ToAsnIntegerF : AsnConversion<S32ToAsnIntegerF, int32_t> {
   static int convert(const int32_t& value, unsigned char* buffer, int capacity);
 };
 
-// TimeTicks (RFC 2578, section 7.1.8): hundredths of a second, modulo 2^32. A negative or non-finite length fails.
+// TimeTicks (RFC 2578, section 7.1.8): hundredths of a second, modulo 2^32. A negative or non-finite length
+// fails.
 struct SecondsToTimeTicksF : AsnConversion<SecondsToTimeTicksF, Zavro::Duration> {
   static int convert(const Zavro::Duration& value, unsigned char* buffer, int capacity);
 };
@@ -61,8 +62,8 @@ struct UtcSecondsToUptimeTimeTicksF : AsnConversion<UtcSecondsToUptimeTimeTicksF
   static int convert(const Zavro::Duration& value, unsigned char* buffer, int capacity);
 };
 
-// DateAndTime (RFC 2579): 11 octets, in UTC with the offset +00:00. A time before the year 0 or after the year 65535
-// fails, as does a capacity below 11.
+// DateAndTime (RFC 2579): 11 octets, in UTC with the offset +00:00. A time before the year 0 or after the
+// year 65535 fails, as does a capacity below 11.
 struct SecondsToAsnDateAndTimeF : AsnConversion<SecondsToAsnDateAndTimeF, Zavro::Duration> {
   static int convert(const Zavro::Duration& value, unsigned char* buffer, int capacity);
 };
@@ -72,8 +73,8 @@ struct StringToAsnOctetStringF : AsnConversion<StringToAsnOctetStringF, Zavro::S
   static int convert(const Zavro::String& value, unsigned char* buffer, int capacity);
 };
 
-// OBJECT IDENTIFIER: the sub-identifiers as net-snmp `oid` values, the result being their length in bytes. Text that
-// spells no object identifier fails.
+// OBJECT IDENTIFIER: the sub-identifiers as net-snmp `oid` values, the result being their length in bytes.
+// Text that spells no object identifier fails.
 struct SnmpObjectIdentifierToAsnOidF : AsnConversion<SnmpObjectIdentifierToAsnOidF, ObjectIdentifier> {
   static int convert(const ObjectIdentifier& value, unsigned char* buffer, int capacity);
 };

@@ -8,8 +8,8 @@
 
 namespace Snmp {
 
-// The SNMP agent's configuration, as far as modules see it. It names no state-database path for any context but the
-// default one.
+// The SNMP agent's configuration, as far as modules see it. It names no state-database path for any context
+// but the default one.
 class Config final : public Kor::Entity {
  public:
   using PtrConst = Zavro::Ptr<const Config>;
@@ -24,8 +24,8 @@ class Config final : public Kor::Entity {
 
 class KelstoreUtil {
  public:
-  // Sets the root of the state database and the configuration; null forgets them. The host does this before it
-  // reports the SNMP agent initialised.
+  // Sets the root of the state database and the configuration; null forgets them. The host does this before
+  // it reports the SNMP agent initialised.
   static void rootIs(Zavro::Ptr<const Kor::Dir> root, Config::PtrConst config);
 
   static Config::PtrConst getSnmpConfig();

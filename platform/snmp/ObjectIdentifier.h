@@ -18,8 +18,9 @@ class ObjectIdentifier {
   explicit ObjectIdentifier(std::string dotted) : dotted_(std::move(dotted)) {}
 
   const std::string& text() const { return dotted_; }
-  // The sub-identifiers, or nothing when the text is not 2 to 128 decimal numbers below 2^32 separated by dots (one
-  // leading dot is allowed) whose first is at most 2 and whose second is at most 39 below a first of 0 or 1.
+  // The sub-identifiers, or nothing when the text is not 2 to 128 decimal numbers below 2^32 separated by
+  // dots (one leading dot is allowed) whose first is at most 2 and whose second is at most 39 below a first
+  // of 0 or 1.
   std::optional<std::vector<uint32_t>> subIds() const;
 
   bool operator==(const ObjectIdentifier&) const = default;

@@ -32,11 +32,10 @@ void RegVoidCollByContext::delRegVoid(const std::string& context, const std::str
 }
 
 const Kor::Type& RegVoidCollByContext::type() {
-  static const Kor::Type type =
-      Kor::TypeBuilder<RegVoidCollByContext>(kTypeName)
-          .attribute("name", &RegVoidCollByContext::name)
-          .attribute("regVoid", &RegVoidCollByContext::size)
-          .build();
+  static const Kor::Type type = Kor::TypeBuilder<RegVoidCollByContext>(kTypeName)
+                                    .attribute("name", &RegVoidCollByContext::name)
+                                    .attribute("regVoid", &RegVoidCollByContext::size)
+                                    .build();
   return type;
 }
 

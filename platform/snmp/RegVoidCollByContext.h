@@ -56,8 +56,8 @@ class RegVoidCollByContext final : public Kor::Entity {
 
   RegVoidCollByContext() : Entity("regVoidCollByContext") {}
 
-  // Stores a record that points at object, replacing one of the same context and table, and returns it. The record
-  // lives until it is replaced or deleted; it belongs to the collection.
+  // Stores a record that points at object, replacing one of the same context and table, and returns it. The
+  // record lives until it is replaced or deleted; it belongs to the collection.
   RegVoid* addRegVoid(const std::string& context, const std::string& table, Zavro::Ptr<Kor::Entity> object);
   // Null when there is none.
   RegVoid* regVoid(const std::string& context, const std::string& table);

@@ -1,6 +1,6 @@
-// Cooperative tasks on the event loop's thread. A task runs until it returns; a long one asks taskShouldYield()
-// after each item and, on yes, schedules itself again and returns. The host runs one slice at a time and serves
-// SNMP in between.
+// Cooperative tasks on the event loop's thread. A task runs until it returns; a long one asks
+// taskShouldYield() after each item and, on yes, schedules itself again and returns. The host runs one slice
+// at a time and serves SNMP in between.
 #pragma once
 
 #include <cstdint>
@@ -46,7 +46,8 @@ class TaskScheduler;
 class Task final : public Zavro::Counted {
  public:
   // run is called once for each time that the task was scheduled; it is dropped by cancel().
-  Task(Zavro::Ptr<TaskScheduler> scheduler, TaskPriority priority, std::string name, std::function<void()> run);
+  Task(Zavro::Ptr<TaskScheduler> scheduler, TaskPriority priority, std::string name,
+       std::function<void()> run);
   ~Task() override;
 
   const std::string& name() const { return name_; }

@@ -1,5 +1,6 @@
-// Checks for our own bugs. They stay on in release builds: a broken invariant ends the process with the expression,
-// the function and the values that broke it, because an SNMP agent that serves wrong rows is worse than none.
+// Checks for our own bugs. They stay on in release builds: a broken invariant ends the process with the
+// expression, the function and the values that broke it, because an SNMP agent that serves wrong rows is
+// worse than none.
 #pragma once
 
 #include <fmt/format.h>
@@ -9,10 +10,10 @@
 
 namespace Zavro {
 
-// Writes "<file>:<line>: <function>: Assertion `<expression>' failed." (and " [<operands>]" when there are any) to
-// standard error and aborts. Called directly only by code that composes the expression at run time.
-[[noreturn]] void assertFailed(std::string_view expression, std::string_view function, const char* file, int line,
-                               std::string_view operands = {});
+// Writes "<file>:<line>: <function>: Assertion `<expression>' failed." (and " [<operands>]" when there are
+// any) to standard error and aborts. Called directly only by code that composes the expression at run time.
+[[noreturn]] void assertFailed(std::string_view expression, std::string_view function, const char* file,
+                               int line, std::string_view operands = {});
 
 }  // namespace Zavro
 

@@ -1,5 +1,5 @@
-// Where time comes from. Nothing outside platform/, kelstore/ and member/ reads a clock in any other way, so that a
-// test holds time still.
+// Where time comes from. Nothing outside platform/, kelstore/ and member/ reads a clock in any other way, so
+// that a test holds time still.
 #pragma once
 
 #include <cstdint>

@@ -8,8 +8,8 @@ namespace Zavro {
 class Node : public Kor::Object {
  public:
   bool hasNotificationActive() const { return notificationActive_; }
-  // Turns reacting on or off. A change of the flag pulses the zombie-reactors flag, so that what was set aside while
-  // the node was inactive is evaluated again.
+  // Turns reacting on or off. A change of the flag pulses the zombie-reactors flag, so that what was set
+  // aside while the node was inactive is evaluated again.
   void hasNotificationActiveIs(bool active) {
     if (active == notificationActive_) return;
     notificationActive_ = active;

@@ -1,5 +1,5 @@
-// Counted references. Everything that is shared is shared through Zavro::Ptr, and what is shared is immutable or
-// belongs to the event loop's thread.
+// Counted references. Everything that is shared is shared through Zavro::Ptr, and what is shared is immutable
+// or belongs to the event loop's thread.
 #pragma once
 
 #include <atomic>
@@ -12,13 +12,13 @@ namespace Zavro {
 template <class T>
 using Ptr = boost::intrusive_ptr<T>;
 
-// True once the process runs threads that may touch counted objects; counting is atomic only from then on. Set it
-// before the first such thread starts.
+// True once the process runs threads that may touch counted objects; counting is atomic only from then on.
+// Set it before the first such thread starts.
 bool threadsActive();
 void threadsActiveIs(bool active);
 
-// Base of all counted objects. The count starts at 0 and is 1 as soon as makePtr() returns; the object is destroyed
-// with its last reference.
+// Base of all counted objects. The count starts at 0 and is 1 as soon as makePtr() returns; the object is
+// destroyed with its last reference.
 class Counted {
  public:
   Counted() = default;

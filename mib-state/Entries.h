@@ -1,0 +1,208 @@
+// Rows of the MIB state object's tables. A row is immutable: a change is a new row. Some columns are computed
+// from the platform's records each time they are read. Null records are allowed unless a method says
+// otherwise.
+#pragma once
+
+#include <boost/intrusive/set.hpp>
+#include <cstdint>
+
+#include "Keys.h"
+#include "hostresources/HostResources.h"
+#include "intfsnmp/IfMib.h"
+#include "kor/Entity.h"
+#include "snmp/ObjectIdentifier.h"
+#include "trel/Reachability.h"
+
+namespace TrelSnmp {
+
+// What makes an object a node of a table's tree. A row unlinked from its table may live on with those who
+// hold it.
+using TableHook = boost::intrusive::set_base_hook<boost::intrusive::optimize_size<true>>;
+
+// Backplane interface table: an interface and the two members that it joins.
+class TrelIfEntry final : public Kor::ValueEntity, public TableHook {
+ public:
+  using Key = uint32_t;
+  TrelIfEntry(uint32_t ifIndex, uint32_t localMemberId, uint32_t remoteMemberId)
+      : ifIndex_(ifIndex), localMemberId_(localMemberId), remoteMemberId_(remoteMemberId) {}
+
+  const Key& key() const { return ifIndex_; }
+  uint32_t ifIndex() const { return ifIndex_; }
+  uint32_t localMemberId() const { return localMemberId_; }    // member at this end of the link
+  uint32_t remoteMemberId() const { return remoteMemberId_; }  // member at the far end
+
+  // The first attribute in which this row differs from such a one; null when they are equal.
+  const char* differsFrom(uint32_t localMemberId, uint32_t remoteMemberId) const;
+
+  static const Kor::Type& type();
+  const Kor::Type& korType() const override { return type(); }
+
+ private:
+  uint32_t ifIndex_;
+  uint32_t localMemberId_;
+  uint32_t remoteMemberId_;
+};
+
+// Reachability table: what one member says of one neighbour.
+class TrelReachabilityEntry final : public Kor::ValueEntity, public TableHook {
+ public:
+  using Key = MemberIdPair;
+  using State = Zavro::Ptr<const Trel::ReachabilityState>;
+  using IfMib = Zavro::Ptr<const IntfSnmp::IfMib>;
+  TrelReachabilityEntry(Key key, State state, IfMib ifMib)
+      : key_(key), reachabilityState_(std::move(state)), ifMib_(std::move(ifMib)) {}
+
+  const Key& key() const { return key_; }
+  const State& reachabilityState() const { return reachabilityState_; }
+  const IfMib& ifMib() const { return ifMib_; }
+
+  // When the state last changed, in seconds since 1970-01-01 UTC; 0 without a state record.
+  double lastUpdated() const;
+  // ifIndex of the backplane interface toward the neighbour; 0 when it is not known or has no index.
+  uint32_t baIfIndex() const;
+
+  const char* differsFrom(const State& state, const IfMib& ifMib) const;
+
+  static const Kor::Type& type();
+  const Kor::Type& korType() const override { return type(); }
+
+ private:
+  Key key_;
+  State reachabilityState_;
+  IfMib ifMib_;
+};
+
+// Processor table.
+class TrelProcessorEntry final : public Kor::ValueEntity, public TableHook {
+ public:
+  using Key = ProcessorKey;
+  using Processor = Zavro::Ptr<const HostResources::Processor>;
+  TrelProcessorEntry(Key key, Processor processor) : key_(key), processor_(std::move(processor)) {}
+
+  const Key& key() const { return key_; }
+  const Processor& processor() const { return processor_; }
+
+  const char* differsFrom(const Processor& processor) const;
+
+  static const Kor::Type& type();
+  const Kor::Type& korType() const override { return type(); }
+
+ private:
+  Key key_;
+  Processor processor_;
+};
+
+// System table. The figures are read through the member's entity, which changes them in place.
+class TrelHrSystemEntry final : public Kor::ValueEntity, public TableHook {
+ public:
+  using Key = uint32_t;
+  using Host = Zavro::Ptr<const HostResources::HostResources>;
+  TrelHrSystemEntry(uint32_t trelMemberId, Host hostResources)
+      : trelMemberId_(trelMemberId), hostResources_(std::move(hostResources)) {}
+
+  const Key& key() const { return trelMemberId_; }
+  uint32_t trelMemberId() const { return trelMemberId_; }
+  const Host& hostResources() const { return hostResources_; }
+
+  const char* differsFrom(const Host& hostResources) const;
+
+  static const Kor::Type& type();
+  const Kor::Type& korType() const override { return type(); }
+
+ private:
+  uint32_t trelMemberId_;
+  Host hostResources_;
+};
+
+// Storage table: a mounted file system or a kind of memory.
+class TrelHrStorageEntry : public Kor::ValueEntity {
+ public:
+  using Key = TrelHrStorageKey;
+
+  const Key& key() const { return key_; }
+  const Snmp::ObjectIdentifier& type() const { return type_; }  // hrStorageType (RFC 2790)
+  const Kor::String& descr() const { return descr_; }           // mount point or memory kind
+
+  virtual uint32_t allocationUnits() const = 0;  // bytes in a unit
+  virtual uint32_t size() const = 0;             // in units
+  virtual uint32_t used() const = 0;             // in units
+
+ protected:
+  TrelHrStorageEntry(Key key, Snmp::ObjectIdentifier type, Kor::String descr)
+      : key_(key), type_(std::move(type)), descr_(std::move(descr)) {}
+
+ private:
+  Key key_;
+  Snmp::ObjectIdentifier type_;
+  Kor::String descr_;
+};
+
+class TrelHrStorageEntryMount final : public TrelHrStorageEntry {
+ public:
+  using Info = Zavro::Ptr<const HostResources::StorageInfo>;
+  TrelHrStorageEntryMount(Key key, Snmp::ObjectIdentifier type, Kor::String descr, Info storageInfo)
+      : TrelHrStorageEntry(key, std::move(type), std::move(descr)), storageInfo_(std::move(storageInfo)) {}
+
+  const Info& storageInfo() const { return storageInfo_; }
+  uint32_t allocationUnits() const override;  // 0 without a record
+  // The low 32 bits, wrapping; a free amount larger than the total wraps too. Requires: storageInfo() is not
+  // null.
+  uint32_t size() const override;
+  uint32_t used() const override;
+
+  static const Kor::Type& korTypeInfo();
+  const Kor::Type& korType() const override { return korTypeInfo(); }
+
+ private:
+  Info storageInfo_;
+};
+
+class TrelHrStorageEntryMem final : public TrelHrStorageEntry {
+ public:
+  using Info = Zavro::Ptr<const HostResources::MemInfo>;
+  TrelHrStorageEntryMem(Key key, Snmp::ObjectIdentifier type, Kor::String descr, Info memInfo)
+      : TrelHrStorageEntry(key, std::move(type), std::move(descr)), memInfo_(std::move(memInfo)) {}
+
+  const Info& memInfo() const { return memInfo_; }
+  uint32_t allocationUnits() const override { return 1024; }  // memory is counted in KiB
+  uint32_t size() const override;                             // the total, 0 when it is absent
+  // The total less the amount that the storage index stands for (1 free, 100 available, 2 non-buffer, 3
+  // non-cache), wrapping; the total when that amount is absent; 0 without a total or for any other index.
+  uint32_t used() const override;
+
+  static const Kor::Type& korTypeInfo();
+  const Kor::Type& korType() const override { return korTypeInfo(); }
+
+ private:
+  Info memInfo_;
+};
+
+// The only ways to make storage entries.
+Zavro::Ptr<const TrelHrStorageEntryMount> trelHrStorageEntryMountFactory(TrelHrStorageKey key,
+                                                                         Snmp::ObjectIdentifier type,
+                                                                         Kor::String descr,
+                                                                         TrelHrStorageEntryMount::Info info);
+Zavro::Ptr<const TrelHrStorageEntryMem> trelHrStorageEntryMemFactory(TrelHrStorageKey key,
+                                                                     Snmp::ObjectIdentifier type,
+                                                                     Kor::String descr,
+                                                                     TrelHrStorageEntryMem::Info info);
+inline constexpr auto TrelHrStorageEntryMountIs = &trelHrStorageEntryMountFactory;
+inline constexpr auto TrelHrStorageEntryMemIs = &trelHrStorageEntryMemFactory;
+
+// A node of the storage table: it holds the entry, so that the entry can be swapped without touching the
+// tree.
+class KorTrelHrStorageTable final : public Zavro::Counted, public TableHook {
+ public:
+  using Key = TrelHrStorageKey;
+  using Entry = Zavro::Ptr<const TrelHrStorageEntry>;
+  explicit KorTrelHrStorageTable(Entry entry) : key_(entry->key()), entry_(std::move(entry)) {}
+  const Key& key() const { return key_; }
+  const Entry& entry() const { return entry_; }
+  void entryIs(Entry entry) { entry_ = std::move(entry); }  // Requires: the same key.
+
+ private:
+  Key key_;
+  Entry entry_;
+};
+
+}  // namespace TrelSnmp

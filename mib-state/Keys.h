@@ -1,0 +1,88 @@
+// Keys of the MIB state object's tables. Their order, unsigned and lexicographic, is the order of an SNMP
+// walk.
+#pragma once
+
+#include <compare>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "kor/Text.h"
+
+namespace TrelSnmp {
+
+// What the three two-part keys share. Key names its parts with kFirst and kSecond. Every value, 0 included,
+// is a valid part.
+template <class Key>
+class PairKey {
+ public:
+  constexpr PairKey() = default;
+  constexpr PairKey(uint32_t first, uint32_t second) : first_(first), second_(second) {}
+
+  constexpr auto operator<=>(const PairKey&) const = default;
+
+  // "(<first name>=<n>, <second name>=<n>)"
+  std::string text() const {
+    return fmt::format("({}={}, {}={})", Key::kFirst, first_, Key::kSecond, second_);
+  }
+  // The key of that text form; throws Kor::ParseException.
+  static Key fromText(std::string_view text) {
+    std::string_view rest = text;
+    Kor::desAttrPre(rest, Key::kFirst);
+    uint32_t first = Kor::readU32(rest);
+    Kor::desAttrPost(rest);
+    Kor::desAttrPre(rest, Key::kSecond);
+    uint32_t second = Kor::readU32(rest);
+    Kor::desAttrPost(rest);
+    if (!rest.empty()) {
+      throw Kor::ParseException(fmt::format("found \"{}\" behind the key, expected nothing", rest));
+    }
+    return {first, second};
+  }
+
+  template <class Hash>
+  friend Hash AbslHashValue(Hash hash, const PairKey& key) {
+    return Hash::combine(std::move(hash), key.first_, key.second_);
+  }
+
+  constexpr uint32_t first() const { return first_; }
+  constexpr uint32_t second() const { return second_; }
+
+ private:
+  uint32_t first_ = 0;
+  uint32_t second_ = 0;
+};
+
+// Reachability table: the member that observes, and the neighbour that it observes.
+class MemberIdPair final : public PairKey<MemberIdPair> {
+ public:
+  static constexpr std::string_view kFirst = "firstId";
+  static constexpr std::string_view kSecond = "secondId";
+  using PairKey::PairKey;
+  constexpr uint32_t firstId() const { return first(); }
+  constexpr uint32_t secondId() const { return second(); }
+};
+
+// Processor table: the member, and the processor's index on it.
+class ProcessorKey final : public PairKey<ProcessorKey> {
+ public:
+  static constexpr std::string_view kFirst = "trelMemberId";
+  static constexpr std::string_view kSecond = "processorIndex";
+  using PairKey::PairKey;
+  constexpr uint32_t trelMemberId() const { return first(); }
+  constexpr uint32_t processorIndex() const { return second(); }
+};
+
+// Storage table: the member, and the index of the storage area, the same on every member for the same mount
+// point.
+class TrelHrStorageKey final : public PairKey<TrelHrStorageKey> {
+ public:
+  static constexpr std::string_view kFirst = "trelMemberId";
+  static constexpr std::string_view kSecond = "hrStorageIndex";
+  using PairKey::PairKey;
+  constexpr uint32_t trelMemberId() const { return first(); }
+  constexpr uint32_t hrStorageIndex() const { return second(); }
+};
+
+}  // namespace TrelSnmp

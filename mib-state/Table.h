@@ -1,0 +1,124 @@
+// One ordered table of the MIB state object: a balanced tree of the rows themselves. TrelMib is its only
+// writer.
+#pragma once
+
+#include <boost/intrusive/set.hpp>
+#include <cstdint>
+
+#include "Entries.h"
+
+namespace TrelSnmp {
+
+// Row is a counted object with a TableHook and a key(); Entry is what readers see of it: the row itself, or
+// what the row holds.
+template <class RowType, class EntryType = RowType>
+class Table {
+ public:
+  using Row = RowType;
+  using Entry = EntryType;
+  using Key = typename Row::Key;
+  using EntryPtr = Zavro::Ptr<const Entry>;
+
+  // A position in the table that stays usable whatever happens to the table: it holds its entry, and when the
+  // table changed it goes on at the first key greater than the entry's. The table must outlive it.
+  class Cursor {
+   public:
+    Cursor() = default;
+    explicit operator bool() const { return entry_ != nullptr; }  // false: past the end
+    const Key& key() const { return entry_->key(); }              // Requires: *this is true.
+    const EntryPtr& entry() const { return entry_; }
+    const Table* table() const { return table_; }
+    uint32_t version() const { return version_; }
+
+    // Requires: *this is true.
+    void next() {
+      const Row* row = version_ == table_->version() ? table_->successor(*row_) : table_->upperBound(key());
+      moveTo(row);
+    }
+
+   private:
+    friend class Table;
+    Cursor(const Table& table, const Row* row) : table_(&table) { moveTo(row); }
+    void moveTo(const Row* row) {
+      row_ = row;
+      entry_ = row != nullptr ? entryOf(*row) : nullptr;
+      version_ = table_->version();
+    }
+
+    const Table* table_ = nullptr;
+    const Row* row_ = nullptr;  // valid while the version is the table's
+    EntryPtr entry_;
+    uint32_t version_ = 0;
+  };
+
+  Table() = default;
+  Table(const Table&) = delete;
+  Table& operator=(const Table&) = delete;
+  ~Table() {
+    while (!tree_.empty()) unlink(*tree_.begin());
+  }
+
+  size_t size() const { return size_; }
+  bool empty() const { return size_ == 0; }
+  // Changes with every insertion and every removal of a row; wraps.
+  uint32_t version() const { return version_; }
+
+  Cursor begin() const { return Cursor(*this, tree_.empty() ? nullptr : &*tree_.begin()); }
+  // At the first key not less than key.
+  Cursor lowerBoundCursor(const Key& key) const {
+    return Cursor(*this, rowAt(tree_.lower_bound(key, KeyOrder())));
+  }
+  // At the first key greater than key.
+  Cursor upperBoundCursor(const Key& key) const { return Cursor(*this, upperBound(key)); }
+  // At that key, or past the end when there is no such row.
+  Cursor cursorAt(const Key& key) const { return Cursor(*this, find(key)); }
+
+  // The row under the key, or null. It lives until the table changes.
+  const Row* find(const Key& key) const { return rowAt(tree_.find(key, KeyOrder())); }
+
+ private:
+  friend class TrelMib;
+
+  struct KeyOrder {
+    bool operator()(const Row& a, const Row& b) const { return a.key() < b.key(); }
+    bool operator()(const Key& a, const Row& b) const { return a < b.key(); }
+    bool operator()(const Row& a, const Key& b) const { return a.key() < b; }
+  };
+  using Tree = boost::intrusive::set<Row, boost::intrusive::compare<KeyOrder>,
+                                     boost::intrusive::constant_time_size<false>>;
+
+  static EntryPtr entryOf(const Row& row) {
+    if constexpr (std::is_same_v<Row, Entry>) {
+      return EntryPtr(&row);
+    } else {
+      return row.entry();
+    }
+  }
+  const Row* rowAt(typename Tree::const_iterator at) const { return at == tree_.end() ? nullptr : &*at; }
+  const Row* upperBound(const Key& key) const { return rowAt(tree_.upper_bound(key, KeyOrder())); }
+  const Row* successor(const Row& row) const { return rowAt(std::next(tree_.iterator_to(row))); }
+
+  Row* findForUpdate(const Key& key) {
+    auto found = tree_.find(key, KeyOrder());
+    return found == tree_.end() ? nullptr : &*found;
+  }
+
+  // Requires: no row under its key. The tree holds one reference to each of its rows.
+  void link(Zavro::Ptr<Row> row) {
+    tree_.insert(*row.detach());
+    ++size_;
+    ++version_;
+  }
+  Zavro::Ptr<Row> unlink(Row& row) {
+    tree_.erase(tree_.iterator_to(row));
+    --size_;
+    ++version_;
+    return Zavro::Ptr<Row>(&row, /*add_ref=*/false);
+  }
+
+  Tree tree_;
+  size_t size_ = 0;
+  uint32_t version_ = 0;
+};
+
+}  // namespace TrelSnmp
