@@ -71,14 +71,24 @@ class Collection {
 
   // Puts the value under the key, replacing one that is there, and notifies, even when the value is the same.
   void set(const Key& key, Value value) {
-    map_.insert_or_assign(key, std::move(value));
-    changed(key);
+    // The key may live in the value that goes; that one is destroyed last, by when all is in order.
+    Key changedKey = key;
+    auto at = map_.lower_bound(changedKey);
+    if (at != map_.end() && !map_.key_comp()(changedKey, at->first)) {
+      std::swap(at->second, value);
+    } else {
+      map_.emplace_hint(at, changedKey, std::move(value));
+    }
+    ++changes_;
+    notifier_.notify(changedKey);
   }
 
   // Removes the element and notifies; does nothing when there is none. Returns whether there was one.
   bool del(const Key& key) {
-    if (map_.erase(key) == 0) return false;
-    changed(key);
+    auto gone = map_.extract(key);
+    if (gone.empty()) return false;
+    ++changes_;
+    notifier_.notify(gone.key());
     return true;
   }
 
@@ -89,12 +99,6 @@ class Collection {
   size_t subscribers() const { return notifier_.subscribers(); }
 
  private:
-  void changed(const Key& key) {
-    ++changes_;
-    Key copy = key;  // the caller's key may live in the element that a subscriber removes
-    notifier_.notify(copy);
-  }
-
   Map map_;
   uint64_t changes_ = 0;
   Notifier<Key> notifier_;

@@ -1,37 +1,74 @@
-// Synchronous change notification. A subscriber hears of every change made after it subscribed, in the call
-// that made the change, in the order of subscription. Subscribing, unsubscribing and changing are allowed
-// from within a notification: a new subscriber does not hear of the change under way, one that left is not
-// called any more.
+// Synchronous change notification. A subscriber hears of every change made after it subscribed, before the
+// call that made the change returns, once, in the order of the changes; subscribers are called in the order
+// of subscription.
+//
+// Within a notification everything is allowed: a new subscriber does not hear of the change under way, one
+// that left is not called any more, and when the notifier is destroyed nobody is. A change made from within a
+// notification is delivered when everybody has heard of the change under way, so that nobody hears of the two
+// in the wrong order. When a subscriber throws, the others are called all the same, and then the first
+// exception leaves the call that made the change.
 #pragma once
 
+#include <exception>
 #include <functional>
 #include <memory>
+#include <tuple>
 #include <utility>
 #include <vector>
 
 namespace Kor {
 
+// One subscriber's place in the list of a notifier.
+class SubscriberSlot {
+ public:
+  virtual ~SubscriberSlot() = default;
+  bool active() const { return active_; }
+  // Not called any more. What the callback holds is released at once, or when the callback returns.
+  void leave() {
+    active_ = false;
+    if (running_ == 0) drop();
+  }
+
+ protected:
+  // One for each call of the callback that is under way.
+  class Running {
+   public:
+    explicit Running(SubscriberSlot& slot) : slot_(slot) { ++slot_.running_; }
+    ~Running() {
+      if (--slot_.running_ == 0 && !slot_.active_) slot_.drop();
+    }
+    Running(const Running&) = delete;
+    Running& operator=(const Running&) = delete;
+
+   private:
+    SubscriberSlot& slot_;
+  };
+  virtual void drop() = 0;
+
+ private:
+  bool active_ = true;
+  int running_ = 0;
+};
+
 // Unsubscribes when it is destroyed. May outlive what it subscribes to.
 class Subscription {
  public:
   Subscription() = default;
-  explicit Subscription(std::shared_ptr<bool> active) : active_(std::move(active)) {}
+  explicit Subscription(std::shared_ptr<SubscriberSlot> slot) : slot_(std::move(slot)) {}
   Subscription(Subscription&&) noexcept = default;
   Subscription& operator=(Subscription&& other) noexcept {
-    reset();
-    active_ = std::move(other.active_);
+    if (this != &other) Subscription(std::move(other)).slot_.swap(slot_);
     return *this;
   }
   ~Subscription() { reset(); }
 
   void reset() {
-    if (active_) *active_ = false;
-    active_.reset();
+    if (auto slot = std::move(slot_)) slot->leave();
   }
-  explicit operator bool() const { return active_ != nullptr; }
+  explicit operator bool() const { return slot_ != nullptr; }
 
  private:
-  std::shared_ptr<bool> active_;
+  std::shared_ptr<SubscriberSlot> slot_;
 };
 
 template <class... Args>
@@ -39,48 +76,91 @@ class Notifier {
  public:
   using Callback = std::function<void(const Args&...)>;
 
+  Notifier() = default;
+  Notifier(const Notifier&) = delete;
+  Notifier& operator=(const Notifier&) = delete;
+  ~Notifier() {
+    std::shared_ptr<State> state = std::move(state_);
+    state->alive = false;
+    for (const auto& slot : state->slots) slot->leave();
+  }
+
   // Const, since whoever may read a thing may follow it.
   [[nodiscard]] Subscription subscribe(Callback callback) const {
-    sweep();
-    auto slot = std::make_shared<Slot>(Slot{true, std::move(callback)});
-    slots_->push_back(slot);
-    return Subscription(std::shared_ptr<bool>(slot, &slot->active));
+    sweep(*state_);
+    state_->slots.push_back(std::make_shared<Slot>(std::move(callback)));
+    return Subscription(state_->slots.back());
   }
 
   void notify(const Args&... args) const {
-    // The list is held on its own, since a subscriber may destroy the notifier; so is each slot, since a
-    // subscriber may unsubscribe itself.
-    std::shared_ptr<Slots> slots = slots_;
-    size_t count = slots->size();
-    ++*depth_;
-    std::shared_ptr<int> depth = depth_;
-    for (size_t i = 0; i < count; ++i) {
-      std::shared_ptr<Slot> slot = (*slots)[i];
-      if (slot->active) slot->callback(args...);
-    }
-    --*depth;
+    if (state_->slots.empty()) return;
+    // Held on its own, since a subscriber may destroy the notifier.
+    std::shared_ptr<State> state = state_;
+    Delivery delivery{{args...}, 0, state->slots.size(), state->current, nullptr};
+    state->current = &delivery;
+    deliver(*state, delivery);
+    state->current = delivery.outer;
+    sweep(*state);
+    if (delivery.error) std::rethrow_exception(delivery.error);
   }
 
   size_t subscribers() const {
-    sweep();
     size_t count = 0;
-    for (const auto& slot : *slots_) count += slot->active ? 1 : 0;
+    for (const auto& slot : state_->slots) count += slot->active() ? 1 : 0;
     return count;
   }
 
  private:
-  struct Slot {
-    bool active;
-    Callback callback;
-  };
-  using Slots = std::vector<std::shared_ptr<Slot>>;
+  class Slot final : public SubscriberSlot {
+   public:
+    explicit Slot(Callback callback) : callback_(std::move(callback)) {}
+    void call(const std::tuple<const Args&...>& args) {
+      Running running(*this);
+      std::apply(callback_, args);
+    }
 
-  void sweep() const {
-    if (*depth_ == 0) std::erase_if(*slots_, [](const auto& slot) { return !slot->active; });
+   private:
+    // Emptied before what it held is destroyed, which may lead back here.
+    void drop() override { Callback gone = std::exchange(callback_, nullptr); }
+    Callback callback_;
+  };
+
+  // One change on its way. It lives on the stack of notify().
+  struct Delivery {
+    std::tuple<const Args&...> args;
+    size_t next;
+    size_t count;     // those that subscribed later do not hear of it
+    Delivery* outer;  // the change from within whose notification this one was made
+    std::exception_ptr error;
+  };
+
+  struct State {
+    std::vector<std::shared_ptr<Slot>> slots;
+    Delivery* current = nullptr;
+    bool alive = true;
+  };
+
+  static void deliver(State& state, Delivery& delivery) {
+    if (delivery.outer != nullptr) deliver(state, *delivery.outer);
+    while (state.alive && delivery.next < delivery.count) {
+      std::shared_ptr<Slot> slot = state.slots[delivery.next++];
+      if (!slot->active()) continue;
+      try {
+        slot->call(delivery.args);
+      } catch (...) {
+        if (!delivery.error) delivery.error = std::current_exception();
+      }
+    }
   }
 
-  std::shared_ptr<Slots> slots_ = std::make_shared<Slots>();
-  std::shared_ptr<int> depth_ = std::make_shared<int>(0);
+  // Not during a delivery, which counts places.
+  static void sweep(State& state) {
+    if (state.current == nullptr) {
+      std::erase_if(state.slots, [](const auto& slot) { return !slot->active(); });
+    }
+  }
+
+  std::shared_ptr<State> state_ = std::make_shared<State>();
 };
 
 }  // namespace Kor
