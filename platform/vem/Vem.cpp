@@ -18,13 +18,17 @@ Task::Task(Zavro::Ptr<TaskScheduler> scheduler, TaskPriority priority, std::stri
            std::function<void()> run)
     : scheduler_(std::move(scheduler)), name_(std::move(name)), run_(std::move(run)), priority_(priority) {
   zavroAssert(scheduler_ != nullptr);
+  zavroAssert(run_ != nullptr);
   scheduler_->all_.push_back(this);
 }
 
-Task::~Task() { std::erase(scheduler_->all_, this); }
+Task::~Task() {
+  unqueue();
+  std::erase(scheduler_->all_, this);
+}
 
 void Task::scheduleTask() {
-  if (scheduled() || !run_) return;
+  if (scheduled() || cancelled_) return;
   bool wasEmpty = scheduler_->queue_.empty();
   sequence_ = ++scheduler_->lastSequence_;
   scheduler_->queue_.emplace(TaskScheduler::Place{priority_, sequence_}, this);
@@ -36,10 +40,16 @@ bool Task::taskShouldYield() const { return !taskCurrentlyRunning() || scheduler
 bool Task::taskCurrentlyRunning() const { return scheduler_->running_ == this; }
 
 void Task::cancel() {
-  Zavro::Ptr<Task> hold(this);
+  unqueue();
+  cancelled_ = true;
+  if (taskCurrentlyRunning()) return;  // runOne() drops what it is running
+  // Last, since the callback may hold the last reference to the task.
+  std::function<void()> gone = std::exchange(run_, nullptr);
+}
+
+void Task::unqueue() {
   if (scheduled()) scheduler_->queue_.erase({priority_, sequence_});
   sequence_ = 0;
-  run_ = nullptr;
 }
 
 TaskScheduler::~TaskScheduler() = default;
@@ -47,16 +57,21 @@ TaskScheduler::~TaskScheduler() = default;
 bool TaskScheduler::runOne() {
   zavroAssert(running_ == nullptr);
   if (queue_.empty()) return false;
-  auto first = queue_.begin();
-  Zavro::Ptr<Task> task = first->second;
-  queue_.erase(first);
-  task->sequence_ = 0;
-  // A copy, since the task may be cancelled by what it does.
-  std::function<void()> run = task->run_;
+  // Held, since the task may be dropped by what it does; and with it the scheduler, which its last task
+  // holds.
+  Zavro::Ptr<Task> task(queue_.begin()->second);
+  task->unqueue();
+  struct Running {
+    TaskScheduler& scheduler;
+    Task& task;
+    ~Running() {
+      scheduler.running_ = nullptr;
+      if (task.cancelled_) std::exchange(task.run_, nullptr);
+    }
+  } running{*this, *task};
   running_ = task.get();
   policy_.sliceStarts();
-  run();
-  running_ = nullptr;
+  task->run_();
   return true;
 }
 

@@ -43,9 +43,12 @@ class TimeSlice final : public YieldPolicy {
 
 class TaskScheduler;
 
+// Belongs to those who hold it: the scheduler does not keep a task alive, and a task that is destroyed leaves
+// the queue. While it runs it is held.
 class Task final : public Zavro::Counted {
  public:
-  // run is called once for each time that the task was scheduled; it is dropped by cancel().
+  // run is called once for each time that the task was scheduled; it is dropped by cancel(). Requires: a
+  // scheduler and a run.
   Task(Zavro::Ptr<TaskScheduler> scheduler, TaskPriority priority, std::string name,
        std::function<void()> run);
   ~Task() override;
@@ -58,7 +61,7 @@ class Task final : public Zavro::Counted {
   // Whether the slice under way is used up; true when the task is not the one that runs.
   bool taskShouldYield() const;
   bool taskCurrentlyRunning() const;
-  // Takes the task out of the queue for good. Allowed while it runs.
+  // Takes the task out of the queue for good. Allowed while it runs; the run goes on to its end.
   void cancel();
 
   // What the task did and has left to do, in items of its own kind; the scheduler shows it to operators.
@@ -70,6 +73,8 @@ class Task final : public Zavro::Counted {
 
  private:
   friend class TaskScheduler;
+  void unqueue();
+
   Zavro::Ptr<TaskScheduler> scheduler_;
   std::string name_;
   std::function<void()> run_;
@@ -77,6 +82,7 @@ class Task final : public Zavro::Counted {
   uint64_t workPending_ = 0;
   uint64_t sequence_ = 0;  // place in the queue; 0 when not queued
   TaskPriority priority_;
+  bool cancelled_ = false;
 };
 
 // One run queue, ordered by priority and then by age.
@@ -86,11 +92,13 @@ class TaskScheduler final : public Zavro::Counted {
   explicit TaskScheduler(YieldPolicy& policy) : policy_(policy) {}
   ~TaskScheduler() override;
 
-  // Gives the first task of the queue one slice; false when the queue is empty. Not reentrant.
+  // Gives the first task of the queue one slice; false when the queue is empty. Not reentrant. An exception
+  // of the task leaves this call, after which the scheduler goes on as usual.
   bool runOne();
   bool runnable() const { return !queue_.empty(); }
 
-  // Called whenever the queue stops being empty, so that the host can arrange for runOne(). One callback.
+  // Called whenever the queue stops being empty, so that the host can arrange for a later runOne(). One
+  // callback. It says nothing of what is queued already: that is runnable()'s to tell.
   void onRunnable(std::function<void()> callback) { onRunnable_ = std::move(callback); }
 
   // Every task that exists, in order of creation, for inspection.
@@ -101,7 +109,7 @@ class TaskScheduler final : public Zavro::Counted {
   using Place = std::pair<TaskPriority, uint64_t>;
 
   YieldPolicy& policy_;
-  std::map<Place, Zavro::Ptr<Task>> queue_;
+  std::map<Place, Task*> queue_;
   std::vector<Task*> all_;
   const Task* running_ = nullptr;
   uint64_t lastSequence_ = 0;
