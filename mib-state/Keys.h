@@ -29,15 +29,12 @@ class PairKey {
   // The key of that text form; throws Kor::ParseException.
   static Key fromText(std::string_view text) {
     std::string_view rest = text;
-    Kor::desAttrPre(rest, Key::kFirst);
+    Kor::desAttrPre(rest, Key::kFirst, Kor::AttrPlace::first);
     uint32_t first = Kor::readU32(rest);
-    Kor::desAttrPost(rest);
-    Kor::desAttrPre(rest, Key::kSecond);
+    Kor::desAttrPost(rest, Kor::AttrPlace::first);
+    Kor::desAttrPre(rest, Key::kSecond, Kor::AttrPlace::last);
     uint32_t second = Kor::readU32(rest);
-    Kor::desAttrPost(rest);
-    if (!rest.empty()) {
-      throw Kor::ParseException(fmt::format("found \"{}\" behind the key, expected nothing", rest));
-    }
+    Kor::desAttrPost(rest, Kor::AttrPlace::last);
     return {first, second};
   }
 

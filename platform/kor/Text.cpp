@@ -38,12 +38,12 @@ double doubleFromText(std::string_view text) {
   return value;
 }
 
-void desAttrPre(std::string_view& rest, std::string_view name) {
+void desAttrPre(std::string_view& rest, std::string_view name, AttrPlace place) {
+  skipBlanks(rest);
+  if (place == AttrPlace::first && !consume(rest, "(")) malformed(rest, "\"(\"");
+  skipBlanks(rest);
   std::string_view found = rest;
-  skipBlanks(rest);
-  consume(rest, "(");
-  skipBlanks(rest);
-  if (!consume(rest, name) || !consume(rest, "=")) malformed(found, fmt::format("attribute \"{}=\"", name));
+  if (!consume(rest, name) || !consume(rest, "=")) malformed(found, fmt::format("\"{}=\"", name));
 }
 
 uint32_t readU32(std::string_view& rest) {
@@ -54,11 +54,12 @@ uint32_t readU32(std::string_view& rest) {
   return value;
 }
 
-void desAttrPost(std::string_view& rest) {
-  std::string_view found = rest;
+void desAttrPost(std::string_view& rest, AttrPlace place) {
   skipBlanks(rest);
-  if (!consume(rest, ",") && !consume(rest, ")")) malformed(found, "\",\" or \")\"");
+  bool last = place == AttrPlace::last;
+  if (!consume(rest, last ? ")" : ",")) malformed(rest, last ? "\")\"" : "\",\"");
   skipBlanks(rest);
+  if (last && !rest.empty()) malformed(rest, "nothing behind \")\"");
 }
 
 }  // namespace Kor

@@ -48,13 +48,17 @@ uint32_t u32FromText(std::string_view text);
 // The whole of text as a finite decimal number; throws ParseException.
 double doubleFromText(std::string_view text);
 
+// Where an attribute stands in its composite.
+enum class AttrPlace { first, inner, last };
+
 // Readers of a composite's text form "(<name>=<value>, <name>=<value>)". desAttrPre() consumes what stands
-// before the value of attribute `name` (an opening parenthesis, the name, the equals sign), readU32() the
-// value, and desAttrPost() what follows it (a comma and blanks, or the closing parenthesis). Each advances
-// `rest` and throws ParseException when the text is malformed.
-void desAttrPre(std::string_view& rest, std::string_view name);
+// before the value of attribute `name` (the opening parenthesis before the first, the name, the equals sign),
+// readU32() the value, and desAttrPost() what follows it (a comma, or the closing parenthesis and then
+// nothing after the last). Blanks around parentheses, names and commas are allowed. Each advances `rest`, and
+// throws ParseException when the text is malformed.
+void desAttrPre(std::string_view& rest, std::string_view name, AttrPlace place);
 uint32_t readU32(std::string_view& rest);
-void desAttrPost(std::string_view& rest);
+void desAttrPost(std::string_view& rest, AttrPlace place);
 
 }  // namespace Kor
 
