@@ -13,7 +13,9 @@ constexpr std::string_view kEveryHandle = "*";
 class StderrSink final : public Sink {
  public:
   void trace(std::string_view handle, int level, std::string_view text) override {
-    fmt::print(stderr, "{}/{} {}\n", handle, level, text);
+    // Not fmt::print(), which throws when standard error is closed or full.
+    std::string line = fmt::format("{}/{} {}\n", handle, level, text);
+    std::fwrite(line.data(), 1, line.size(), stderr);
   }
 };
 
@@ -66,14 +68,14 @@ void Handle::emit(int level, std::string_view text) const {
 }
 
 BlockTimer::BlockTimer(const Handle& handle, std::string_view function, std::string_view text)
-    : handle_(handle), function_(function) {
-  if (!handle_.enabled(kBlockTimerLevel)) return;
+    : handle_(handle), function_(function), enabled_(handle.enabled(kBlockTimerLevel)) {
+  if (!enabled_) return;
   startNs_ = registry().clock->monotonicNs();
   handle_.trace(kBlockTimerLevel, "{}{}{}", function_, text.empty() ? "" : ": ", text);
 }
 
 BlockTimer::~BlockTimer() {
-  if (!handle_.enabled(kBlockTimerLevel)) return;
+  if (!enabled_) return;
   handle_.trace(kBlockTimerLevel, "{} took {} us", function_,
                 (registry().clock->monotonicNs() - startNs_) / 1000);
 }

@@ -26,8 +26,7 @@ void sinkIs(Sink* sink);
 Sink* sink();
 
 // Sets the level of the handle of that name, whether it exists already or is made later. -1 silences it. The
-// name
-// "*" means every handle that has no setting of its own.
+// name "*" means every handle that has no setting of its own.
 void levelIs(std::string_view handle, int level);
 // Forgets every levelIs().
 void levelsReset();
@@ -78,6 +77,7 @@ class BlockTimer {
   const Handle& handle_;
   std::string_view function_;
   uint64_t startNs_ = 0;
+  bool enabled_;  // as it was at entry: without an entry there is no time to tell
 };
 
 }  // namespace Lumalog

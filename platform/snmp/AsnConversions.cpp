@@ -28,11 +28,12 @@ int writeU32(uint32_t value, unsigned char* buffer, int capacity) {
   return writeBytes(&value, sizeof value, buffer, capacity);
 }
 
-// Requires: seconds is finite and not negative.
-uint32_t timeTicks(double seconds) {
+// Requires: seconds is not negative.
+int writeTimeTicks(double seconds, unsigned char* buffer, int capacity) {
   // Whole ticks, but for what the binary form of a decimal fraction falls short of one.
   double ticks = std::floor(seconds * kTicksPerSecond + 1e-3);
-  return static_cast<uint32_t>(std::fmod(ticks, kTicksModulus));
+  if (!std::isfinite(ticks)) return kFailed;
+  return writeU32(static_cast<uint32_t>(std::fmod(ticks, kTicksModulus)), buffer, capacity);
 }
 
 struct CivilDate {
@@ -68,14 +69,13 @@ int S32ToAsnIntegerF::convert(const int32_t& value, unsigned char* buffer, int c
 }
 
 int SecondsToTimeTicksF::convert(const Zavro::Duration& value, unsigned char* buffer, int capacity) {
-  if (!std::isfinite(value.seconds()) || value.seconds() < 0) return kFailed;
-  return writeU32(timeTicks(value.seconds()), buffer, capacity);
+  if (value.seconds() < 0) return kFailed;
+  return writeTimeTicks(value.seconds(), buffer, capacity);
 }
 
 int UtcSecondsToUptimeTimeTicksF::convert(const Zavro::Duration& value, unsigned char* buffer, int capacity) {
   if (!std::isfinite(value.seconds())) return kFailed;
-  double uptime = value.seconds() - agentStart.seconds();
-  return writeU32(uptime < 0 ? 0 : timeTicks(uptime), buffer, capacity);
+  return writeTimeTicks(std::fmax(value.seconds() - agentStart.seconds(), 0), buffer, capacity);
 }
 
 int SecondsToAsnDateAndTimeF::convert(const Zavro::Duration& value, unsigned char* buffer, int capacity) {

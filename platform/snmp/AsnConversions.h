@@ -15,7 +15,7 @@
 namespace Snmp {
 
 // A conversion whose implementation can be exchanged while a Substitute of it lives, so that a caller's
-// handling of failures can be shown.
+// handling of failures can be shown. Self::kName is what traces call it.
 template <class Self, class InputType>
 class AsnConversion {
  public:
@@ -34,48 +34,60 @@ class AsnConversion {
 template <class Conversion>
 class Substitute {
  public:
-  explicit Substitute(typename Conversion::Function function) { Conversion::substitute() = function; }
-  ~Substitute() { Conversion::substitute() = nullptr; }
+  explicit Substitute(typename Conversion::Function function) : before_(Conversion::substitute()) {
+    Conversion::substitute() = function;
+  }
+  ~Substitute() { Conversion::substitute() = before_; }
   Substitute(const Substitute&) = delete;
   Substitute& operator=(const Substitute&) = delete;
+
+ private:
+  typename Conversion::Function before_;
 };
 
 // INTEGER, Gauge32, Unsigned32 (RFC 2578, section 7.1): the value's 32 bits.
 struct U32ToAsnUnsignedF : AsnConversion<U32ToAsnUnsignedF, uint32_t> {
+  static constexpr const char* kName = "U32ToAsnUnsigned";
   static int convert(const uint32_t& value, unsigned char* buffer, int capacity);
 };
 
 // INTEGER.
 struct S32ToAsnIntegerF : AsnConversion<S32ToAsnIntegerF, int32_t> {
+  static constexpr const char* kName = "S32ToAsnInteger";
   static int convert(const int32_t& value, unsigned char* buffer, int capacity);
 };
 
 // TimeTicks (RFC 2578, section 7.1.8): hundredths of a second, modulo 2^32. A negative or non-finite length
 // fails.
 struct SecondsToTimeTicksF : AsnConversion<SecondsToTimeTicksF, Zavro::Duration> {
+  static constexpr const char* kName = "SecondsToTimeTicks";
   static int convert(const Zavro::Duration& value, unsigned char* buffer, int capacity);
 };
 
 // TimeStamp (RFC 2579): the agent's uptime at a point in UTC time, modulo 2^32; 0 for a time before the agent
 // started. A non-finite time fails.
 struct UtcSecondsToUptimeTimeTicksF : AsnConversion<UtcSecondsToUptimeTimeTicksF, Zavro::Duration> {
+  static constexpr const char* kName = "UtcSecondsToUptimeTimeTicks";
   static int convert(const Zavro::Duration& value, unsigned char* buffer, int capacity);
 };
 
 // DateAndTime (RFC 2579): 11 octets, in UTC with the offset +00:00. A time before the year 0 or after the
 // year 65535 fails, as does a capacity below 11.
 struct SecondsToAsnDateAndTimeF : AsnConversion<SecondsToAsnDateAndTimeF, Zavro::Duration> {
+  static constexpr const char* kName = "SecondsToAsnDateAndTime";
   static int convert(const Zavro::Duration& value, unsigned char* buffer, int capacity);
 };
 
 // OCTET STRING: the bytes; fails when they are more than the capacity.
 struct StringToAsnOctetStringF : AsnConversion<StringToAsnOctetStringF, Zavro::String> {
+  static constexpr const char* kName = "StringToAsnOctetString";
   static int convert(const Zavro::String& value, unsigned char* buffer, int capacity);
 };
 
 // OBJECT IDENTIFIER: the sub-identifiers as net-snmp `oid` values, the result being their length in bytes.
 // Text that spells no object identifier fails.
 struct SnmpObjectIdentifierToAsnOidF : AsnConversion<SnmpObjectIdentifierToAsnOidF, ObjectIdentifier> {
+  static constexpr const char* kName = "SnmpObjectIdentifierToAsnOid";
   static int convert(const ObjectIdentifier& value, unsigned char* buffer, int capacity);
 };
 

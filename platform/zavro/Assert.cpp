@@ -6,9 +6,12 @@
 namespace Zavro {
 
 void assertFailed(std::string_view expression, std::string_view function, const char* file, int line,
-                  std::string_view operands) {
+                  std::string_view operands) noexcept {
   std::string values = operands.empty() ? std::string() : fmt::format(" [{}]", operands);
-  fmt::print(stderr, "{}:{}: {}: Assertion `{}' failed.{}\n", file, line, function, expression, values);
+  std::string text =
+      fmt::format("{}:{}: {}: Assertion `{}' failed.{}\n", file, line, function, expression, values);
+  // Not fmt::print(), which throws when standard error is closed or full.
+  std::fwrite(text.data(), 1, text.size(), stderr);
   std::fflush(stderr);
   std::abort();
 }
