@@ -6,6 +6,7 @@
 #include <map>
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <sstream>
 
 #include "lumalog/Lumalog.h"
 
@@ -19,14 +20,23 @@ std::map<std::string, std::string>& paths() {
   return *instance;
 }
 
-std::optional<nlohmann::json> document(const std::string& path) {
+// The file's bytes; nothing, and errno says why, when it cannot be opened or read (as a directory cannot).
+std::optional<std::string> contents(const std::string& path) {
   std::ifstream in(path);
-  if (!in) {
+  std::ostringstream bytes;
+  if (in && in.peek() != std::ifstream::traits_type::eof()) bytes << in.rdbuf();
+  if (in.bad() || !in.is_open()) return std::nullopt;
+  return bytes.str();
+}
+
+std::optional<nlohmann::json> document(const std::string& path) {
+  auto text = contents(path);
+  if (!text) {
     traceHandle.trace(0, "{}: {}, all toggles keep their defaults", path, std::strerror(errno));
     return std::nullopt;
   }
   try {
-    nlohmann::json json = nlohmann::json::parse(in);
+    nlohmann::json json = nlohmann::json::parse(*text);
     if (json.is_object()) return json;
     traceHandle.trace(0, "{}: found {}, expected an object of toggles; all keep their defaults", path,
                       json.type_name());
