@@ -1,5 +1,7 @@
 #include "Entries.h"
 
+#include "zavro/Assert.h"
+
 namespace TrelSnmp {
 namespace {
 
@@ -17,10 +19,15 @@ Kor::TypeBuilder<Entry> storageTypeBuilder(const char* name) {
   builder.attribute("key", &Entry::key)
       .attribute("type", [](const Entry& e) { return e.TrelHrStorageEntry::type().text(); })
       .attribute("descr", &Entry::descr)
-      .attribute("allocationUnits", &Entry::allocationUnits)
-      .attribute("size", &Entry::size)
-      .attribute("used", &Entry::used);
+      .attribute("allocationUnits", &Entry::allocationUnits);
   return builder;
+}
+
+// How a figure reads that a mount entry has only with its record.
+auto figureOrNone(uint32_t (TrelHrStorageEntryMount::*figure)() const) {
+  return [figure](const TrelHrStorageEntryMount& e) {
+    return e.storageInfo() ? std::to_string((e.*figure)()) : "None";
+  };
 }
 
 // How an attribute that references an entity reads.
@@ -105,15 +112,21 @@ uint32_t TrelHrStorageEntryMount::allocationUnits() const {
   return storageInfo_ ? storageInfo_->allocationUnits() : 0;
 }
 
-uint32_t TrelHrStorageEntryMount::size() const { return static_cast<uint32_t>(storageInfo_->size()); }
+uint32_t TrelHrStorageEntryMount::size() const {
+  zavroAssert(storageInfo_ != nullptr);
+  return static_cast<uint32_t>(storageInfo_->size());
+}
 
 uint32_t TrelHrStorageEntryMount::used() const {
+  zavroAssert(storageInfo_ != nullptr);
   return static_cast<uint32_t>(storageInfo_->size()) - static_cast<uint32_t>(storageInfo_->free());
 }
 
 const Kor::Type& TrelHrStorageEntryMount::korTypeInfo() {
   static const Kor::Type type =
       storageTypeBuilder<TrelHrStorageEntryMount>("TrelSnmp::TrelHrStorageEntryMount")
+          .attribute("size", figureOrNone(&TrelHrStorageEntryMount::size))
+          .attribute("used", figureOrNone(&TrelHrStorageEntryMount::used))
           .attribute("storageInfo", &TrelHrStorageEntryMount::storageInfo)
           .build();
   return type;
@@ -140,6 +153,8 @@ uint32_t TrelHrStorageEntryMem::used() const {
 
 const Kor::Type& TrelHrStorageEntryMem::korTypeInfo() {
   static const Kor::Type type = storageTypeBuilder<TrelHrStorageEntryMem>("TrelSnmp::TrelHrStorageEntryMem")
+                                    .attribute("size", &TrelHrStorageEntryMem::size)
+                                    .attribute("used", &TrelHrStorageEntryMem::used)
                                     .attribute("memInfo", &TrelHrStorageEntryMem::memInfo)
                                     .build();
   return type;

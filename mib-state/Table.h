@@ -28,11 +28,11 @@ class Table {
     const Key& key() const { return entry_->key(); }              // Requires: *this is true.
     const EntryPtr& entry() const { return entry_; }
     const Table* table() const { return table_; }
-    uint32_t version() const { return version_; }
+    uint32_t version() const { return static_cast<uint32_t>(changes_); }  // the table's, when it got here
 
     // Requires: *this is true.
     void next() {
-      const Row* row = version_ == table_->version() ? table_->successor(*row_) : table_->upperBound(key());
+      const Row* row = changes_ == table_->changes_ ? table_->successor(*row_) : table_->upperBound(key());
       moveTo(row);
     }
 
@@ -42,13 +42,13 @@ class Table {
     void moveTo(const Row* row) {
       row_ = row;
       entry_ = row != nullptr ? entryOf(*row) : nullptr;
-      version_ = table_->version();
+      changes_ = table_->changes_;
     }
 
     const Table* table_ = nullptr;
-    const Row* row_ = nullptr;  // valid while the version is the table's
+    const Row* row_ = nullptr;  // valid while the table has changed no further
     EntryPtr entry_;
-    uint32_t version_ = 0;
+    uint64_t changes_ = 0;
   };
 
   Table() = default;
@@ -60,8 +60,8 @@ class Table {
 
   size_t size() const { return size_; }
   bool empty() const { return size_ == 0; }
-  // Changes with every insertion and every removal of a row; wraps.
-  uint32_t version() const { return version_; }
+  // Advances with every insertion and every removal of a row; wraps. Replacing an entry is neither.
+  uint32_t version() const { return static_cast<uint32_t>(changes_); }
 
   Cursor begin() const { return Cursor(*this, tree_.empty() ? nullptr : &*tree_.begin()); }
   // At the first key not less than key.
@@ -107,18 +107,18 @@ class Table {
   void link(Zavro::Ptr<Row> row) {
     tree_.insert(*row.detach());
     ++size_;
-    ++version_;
+    ++changes_;
   }
   Zavro::Ptr<Row> unlink(Row& row) {
     tree_.erase(tree_.iterator_to(row));
     --size_;
-    ++version_;
+    ++changes_;
     return Zavro::Ptr<Row>(&row, /*add_ref=*/false);
   }
 
   Tree tree_;
   size_t size_ = 0;
-  uint32_t version_ = 0;
+  uint64_t changes_ = 0;  // 64 bits, so that a cursor is not taken in by a wrap
 };
 
 }  // namespace TrelSnmp

@@ -45,8 +45,16 @@ typename TableType::EntryPtr TrelMib::del(std::string_view name, TableType& tabl
 }
 
 template <class TableType>
+typename TableType::EntryPtr TrelMib::delAt(std::string_view name, TableType& table,
+                                            const typename TableType::Cursor& iterator) {
+  return iterator ? del(name, table, iterator.key()) : nullptr;
+}
+
+template <class TableType>
 void TrelMib::delAll(std::string_view name, TableType& table) {
-  for (auto row = table.begin(); row; row.next()) del(name, table, row.key());
+  // A subscriber may drop the last reference to the object, if it has any.
+  Zavro::Ptr<TrelMib> hold(useCount() > 0 ? this : nullptr);
+  for (auto row = table.begin(); row; row.next()) delAt(name, table, row);
 }
 
 Zavro::Ptr<const TrelIfEntry> TrelMib::trelIfTable(uint32_t ifIndex) const {
@@ -63,7 +71,7 @@ Zavro::Ptr<const TrelIfEntry> TrelMib::trelIfTableDel(uint32_t ifIndex) {
 }
 
 Zavro::Ptr<const TrelIfEntry> TrelMib::trelIfTableDel(const TrelIfTable::Cursor& iterator) {
-  return del(kTrelIfTable, trelIfTable_, iterator.key());
+  return delAt(kTrelIfTable, trelIfTable_, iterator);
 }
 
 void TrelMib::trelIfTableDelAll() { delAll(kTrelIfTable, trelIfTable_); }
@@ -84,7 +92,7 @@ Zavro::Ptr<const TrelReachabilityEntry> TrelMib::trelReachabilityTableDel(const 
 
 Zavro::Ptr<const TrelReachabilityEntry> TrelMib::trelReachabilityTableDel(
     const TrelReachabilityTable::Cursor& iterator) {
-  return del(kTrelReachabilityTable, trelReachabilityTable_, iterator.key());
+  return delAt(kTrelReachabilityTable, trelReachabilityTable_, iterator);
 }
 
 void TrelMib::trelReachabilityTableDelAll() { delAll(kTrelReachabilityTable, trelReachabilityTable_); }
@@ -103,7 +111,7 @@ Zavro::Ptr<const TrelHrSystemEntry> TrelMib::trelHrSystemTableDel(uint32_t trelM
 }
 
 Zavro::Ptr<const TrelHrSystemEntry> TrelMib::trelHrSystemTableDel(const TrelHrSystemTable::Cursor& iterator) {
-  return del(kTrelHrSystemTable, trelHrSystemTable_, iterator.key());
+  return delAt(kTrelHrSystemTable, trelHrSystemTable_, iterator);
 }
 
 void TrelMib::trelHrSystemTableDelAll() { delAll(kTrelHrSystemTable, trelHrSystemTable_); }
@@ -123,7 +131,7 @@ Zavro::Ptr<const TrelProcessorEntry> TrelMib::trelProcessorTableDel(const Proces
 
 Zavro::Ptr<const TrelProcessorEntry> TrelMib::trelProcessorTableDel(
     const TrelProcessorTable::Cursor& iterator) {
-  return del(kTrelProcessorTable, trelProcessorTable_, iterator.key());
+  return delAt(kTrelProcessorTable, trelProcessorTable_, iterator);
 }
 
 void TrelMib::trelProcessorTableDelAll() { delAll(kTrelProcessorTable, trelProcessorTable_); }
@@ -152,7 +160,7 @@ Zavro::Ptr<const TrelHrStorageEntry> TrelMib::trelHrStorageTableDel(const TrelHr
 
 Zavro::Ptr<const TrelHrStorageEntry> TrelMib::trelHrStorageTableDel(
     const TrelHrStorageTable::Cursor& iterator) {
-  return del(kTrelHrStorageTable, trelHrStorageTable_, iterator.key());
+  return delAt(kTrelHrStorageTable, trelHrStorageTable_, iterator);
 }
 
 void TrelMib::trelHrStorageTableDelAll() { delAll(kTrelHrStorageTable, trelHrStorageTable_); }

@@ -6,7 +6,8 @@
 //   <t>(key)           the row under the key, or null
 //   <t>Is(...)         inserts; see below
 //   <t>Del(key)        removes the row and returns it, or null (and publishes nothing) when there is none
-//   <t>Del(iterator)   the same for the row under the iterator's key; the iterator stays usable
+//   <t>Del(iterator)   the same for the row under the iterator's key; the iterator stays usable (past the end
+//                      there is no row: null)
 //   <t>DelAll()        removes every row, one by one in key order
 //
 // Inserting into the four strict tables: an equal row is returned as it is and nothing is published; a row
@@ -101,6 +102,9 @@ class TrelMib final : public Kor::Entity {
                                         const typename TableType::Key& key, const Fields&... fields);
   template <class TableType>
   typename TableType::EntryPtr del(std::string_view name, TableType& table, typename TableType::Key key);
+  template <class TableType>
+  typename TableType::EntryPtr delAt(std::string_view name, TableType& table,
+                                     const typename TableType::Cursor& iterator);
   template <class TableType>
   void delAll(std::string_view name, TableType& table);
 
