@@ -1,0 +1,82 @@
+#include "framework/ChildMachine.h"
+
+namespace TrelSnmp::Agent {
+
+ChildMachine::ChildMachine(Pipeline& root, const std::string& name, std::string smKey,
+                           Zavro::Ptr<const Kor::Object> entity, std::vector<Part> parts)
+    : root_(root),
+      name_(name),
+      smKey_(std::move(smKey)),
+      entity_(std::move(entity)),
+      parts_(std::move(parts)),
+      type_(Kor::TypeBuilder<ChildMachine>(name)
+                .attribute("smKey", &ChildMachine::smKey)
+                .attribute("hasNotificationActive", &ChildMachine::hasNotificationActive)
+                .operation("doInputScan", [](ChildMachine& m) { m.doInputScan(); })
+                .operation("doDeleteAll", &ChildMachine::doDeleteAll)
+                .build()) {
+  auto en = [this] { return entity_ != nullptr; };
+  zavroAssert(en() && "Sm args can only be null if marked as Optional in the SM type declaration");
+  for (const Part& part : parts_) part.input->describe(type_, part.stream);
+}
+
+void ChildMachine::hasNotificationActiveIs(bool active) {
+  if (active == active_) return;
+  active_ = active;
+  if (!active_) return;
+  for (Part& part : parts_) part.input->handlePending();
+  doInputScan();
+}
+
+void ChildMachine::start() {
+  for (Part& part : parts_) part.input->subscribe(*this);
+  doInputScan();
+}
+
+void ChildMachine::doInputScan() {
+  for (Part& part : parts_) doInputScan(part);
+}
+
+void ChildMachine::doInputScan(Part& part) {
+  if (!active_ || !live_) return;
+  if (part.task()) {
+    part.scanWanted();
+  } else {
+    runScan(part);
+  }
+}
+
+bool ChildMachine::runScan(size_t stream) {
+  for (Part& part : parts_) {
+    if (part.stream == stream) return runScan(part);
+  }
+  return true;
+}
+
+void ChildMachine::doDeleteAll() {
+  if (!root_.initialScanDone()) return;
+  for (Part& part : parts_) part.input->deleteAll();
+}
+
+void ChildMachine::stop(bool deleteRows) {
+  if (!live_) return;
+  live_ = false;
+  if (deleteRows) doDeleteAll();
+}
+
+std::string capitalised(std::string name) {
+  if (!name.empty() && name[0] >= 'a' && name[0] <= 'z') name[0] = static_cast<char>(name[0] - 'a' + 'A');
+  return name;
+}
+
+void missedNotifications(const std::string& collection, uint32_t seen, uint32_t now) {
+  std::string name = capitalised(collection);
+  Zavro::assertFailed(
+      fmt::format("{0}.version() == version{1} && \"We missed notifications that happened to {0} before the "
+                  "enclosing entity got deleted\"",
+                  collection, name),
+      "void doDeleteAll()", static_cast<const char*>(__FILE__), __LINE__,
+      fmt::format("version={} version{}={}", now, name, seen));
+}
+
+}  // namespace TrelSnmp::Agent

@@ -1,0 +1,166 @@
+// An output of a pipeline: one table of the MIB state object, written by rules that all pipelines share.
+//
+// A row with another value is deleted and inserted anew, never changed in place. While rows of an earlier
+// life of the table may be stale ("reconciling"), the keys of all events are remembered; when the inputs have
+// been scanned, a walk in slices deletes the rows whose keys were not seen.
+#pragma once
+
+#include <absl/container/flat_hash_set.h>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "TrelMib.h"
+#include "framework/Pipeline.h"
+
+namespace TrelSnmp::Agent {
+
+class OutputBase {
+ public:
+  // name: such as "trelMibTrelReachabilityTableOutput"; inputs: the numbers of the streams that feed it.
+  OutputBase(Pipeline& root, std::string name, std::vector<size_t> inputs);
+  virtual ~OutputBase();
+  OutputBase(const OutputBase&) = delete;
+  OutputBase& operator=(const OutputBase&) = delete;
+
+  const std::string& name() const { return name_; }
+  bool ready() const { return ready_; }
+  bool reconciling() const { return reconciling_; }
+  bool useBookmark() const { return useBookmark_; }
+  const Zavro::Ptr<Vem::Task>& reconciliationTask() const { return task_; }
+
+  // "handle<Output>InputReady": reconciles once the inputs have been scanned. Called when the pipeline
+  // starts, when a stream's scan completes, and by the reconciliation task.
+  void handleInputReady();
+
+  // Start-up, in this order.
+  void makeTask();
+  void noteStaleRows();
+
+  virtual size_t seenSize() const = 0;
+  virtual std::string bookmarkText() const = 0;
+
+ protected:
+  virtual bool tableEmpty() const = 0;
+  // Walks the table from where the last run stopped; false when it yielded.
+  virtual bool deletionScan() = 0;
+  virtual void forgetSeen() = 0;
+
+  Pipeline& root() const { return root_; }
+  const Lumalog::Handle& trace() const { return root_.traceHandle(); }
+  bool shouldYieldBeforeRow(uint64_t items) const;
+  void deletionScanYields(uint64_t items, uint64_t deletions);
+  void deletionScanEnds(uint64_t items, uint64_t deletions);
+
+ private:
+  bool inputsScanned() const;
+
+  Pipeline& root_;
+  const std::string name_;
+  const std::vector<size_t> inputs_;
+  size_t number_;
+  Zavro::Ptr<Vem::Task> task_;
+  bool ready_ = false;
+  bool reconciling_ = false;
+  bool useBookmark_ = false;
+};
+
+// Rows says how the table is reached:
+//   using Table = ...;                                     the table of TrelMib
+//   using Value = ...;                                     what an event carries beside the key
+//   kOutput, kInto                                         the output's name and its statement
+//   table(mib), same(entry, value), insert(mib, key, value), del(mib, key), text(key, value)
+template <class Rows>
+class Output final : public OutputBase {
+ public:
+  using Table = typename Rows::Table;
+  using Key = typename Table::Key;
+  using Value = typename Rows::Value;
+
+  // mib must not be null by the time that the pipeline starts.
+  Output(Pipeline& root, Zavro::Ptr<TrelMib> mib, std::vector<size_t> inputs)
+      : OutputBase(root, Rows::kOutput, std::move(inputs)), mib_(std::move(mib)) {}
+
+  // The row under key is to have this value, whatever is there now.
+  void write(const Key& key, const Value& value) {
+    Event event(*this, key);
+    if (trace().enabled(7)) {
+      trace().trace(7, "{}: inserting k1={}, value={}", Rows::kInto, key, Rows::text(key, value));
+    }
+    const auto* row = table().find(key);
+    if (row != nullptr && !Rows::same(*row, value)) {
+      Rows::del(*mib_, key);
+      if (event.superseded()) return;
+    }
+    Rows::insert(*mib_, key, value);
+  }
+
+  // There is to be no row under key.
+  void del(const Key& key) {
+    Event event(*this, key);
+    trace().trace(7, "{}: deleting k1={}", Rows::kInto, key);
+    Rows::del(*mib_, key);
+  }
+
+  const absl::flat_hash_set<Key>& seen() const { return seen_; }
+  const std::optional<Key>& bookmark() const { return bookmark_; }
+  size_t seenSize() const override { return seen_.size(); }
+  std::string bookmarkText() const override { return Kor::optText(bookmark_); }
+
+ private:
+  // An event that is being written. Deleting the old row publishes, and a subscriber may change the very
+  // input that is being written: the nested event carries the newer value, and this one must not overwrite
+  // it.
+  class Event {
+   public:
+    Event(Output& output, const Key& key) : output_(output), key_(key), outer_(output.innermost_) {
+      for (Event* e = outer_; e != nullptr; e = e->outer_) e->superseded_ = e->superseded_ || e->key_ == key;
+      output_.innermost_ = this;
+      if (output_.reconciling()) output_.seen_.insert(key);
+    }
+    ~Event() { output_.innermost_ = outer_; }
+    Event(const Event&) = delete;
+    Event& operator=(const Event&) = delete;
+    bool superseded() const { return superseded_; }
+
+   private:
+    Output& output_;
+    const Key key_;
+    Event* outer_;
+    bool superseded_ = false;
+  };
+
+  const Table& table() const { return Rows::table(*mib_); }
+  bool tableEmpty() const override { return table().empty(); }
+
+  bool deletionScan() override {
+    uint64_t items = 0;
+    uint64_t deletions = 0;
+    auto row = useBookmark() && bookmark_ ? table().lowerBoundCursor(*bookmark_) : table().begin();
+    for (; row; row.next()) {
+      if (shouldYieldBeforeRow(items)) {
+        bookmark_ = row.key();
+        deletionScanYields(items, deletions);
+        return false;
+      }
+      if (!seen_.contains(row.key())) {
+        Rows::del(*mib_, row.key());
+        ++deletions;
+      }
+      ++items;
+    }
+    bookmark_.reset();
+    deletionScanEnds(items, deletions);
+    return true;
+  }
+
+  void forgetSeen() override { seen_ = {}; }
+
+  Zavro::Ptr<TrelMib> mib_;
+  absl::flat_hash_set<Key> seen_;
+  std::optional<Key> bookmark_;
+  Event* innermost_ = nullptr;
+};
+
+}  // namespace TrelSnmp::Agent

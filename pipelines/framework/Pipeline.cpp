@@ -1,0 +1,140 @@
+#include "framework/Pipeline.h"
+
+#include "framework/Output.h"
+#include "zavro/Assert.h"
+
+namespace TrelSnmp::Agent {
+
+Pipeline::Pipeline(const Lumalog::Handle& traceHandle, const Rvx::SmControl& control,
+                   std::vector<std::string> streams)
+    : name_(traceHandle.name()),
+      traceHandle_(traceHandle),
+      rivoControl_(control),
+      streams_(std::move(streams)),
+      taskPriority_(control.priority),
+      type_("TrelSnmp::Agent::" + name_) {}
+
+Pipeline::~Pipeline() { zavroAssertWith(machines_.empty(), "name={}", name_); }
+
+void Pipeline::handleInitialized() {
+  if (initialized_) return;
+  resolveControl();
+  std::vector<std::string> outputNames;
+  for (const OutputBase* output : outputs_) outputNames.push_back(output->name());
+  inputSmScanState_ = Zavro::makePtr<InputSmScanState>(streams_);
+  outputState_ = Zavro::makePtr<OutputState>(outputNames);
+  describe();
+  for (OutputBase* output : outputs_) output->makeTask();
+  checkArguments();
+  for (OutputBase* output : outputs_) output->noteStaleRows();
+  onScans_ = inputSmScanState_->scans().subscribe([this] { handleInputs(); });
+  traceHandle_.trace(9, "create local SMs");
+  machinesIs();
+  initialized_ = true;
+  traceHandle_.trace(9, "initialized");
+  handleInputs();
+}
+
+void Pipeline::resolveControl() {
+  if (rivoControl_.mode != Rvx::Mode::pipelineDefault)
+    synchronous_ = rivoControl_.mode == Rvx::Mode::synchronous;
+  if (synchronous_) return;
+  taskScheduler_ =
+      rivoControl_.scheduler ? rivoControl_.scheduler : Vem::TaskSchedulerRoot::findOrCreateScheduler();
+}
+
+void Pipeline::checkArguments() const {
+  for (const PointerArgument& argument : pointerArguments()) {
+    if (argument.present) continue;
+    Zavro::assertFailed(
+        fmt::format("{}() && \"Pointer SM args cannot be null unless they are marked Optional\"",
+                    argument.name),
+        fmt::format("void TrelSnmp::Agent::{}::handleInitialized()", name_),
+        static_cast<const char*>(__FILE__), __LINE__);
+  }
+}
+
+Zavro::Ptr<Vem::Task> Pipeline::newTask(const std::string& taskName, std::function<void()> run) {
+  if (synchronous_) return nullptr;
+  return Zavro::makePtr<Vem::Task>(taskScheduler_, taskPriority_, taskName, [this, run = std::move(run)] {
+    Zavro::Ptr<Pipeline> held = hold();
+    run();
+  });
+}
+
+void Pipeline::handleInputs() {
+  Zavro::Ptr<Pipeline> held = hold();
+  for (OutputBase* output : outputs_) output->handleInputReady();
+}
+
+void Pipeline::handleInitialScanDone() {
+  if (initialScanDone_) return;
+  Flags& scans = inputSmScanState_->scans();
+  for (size_t i = 0; i < scans.size(); ++i) {
+    if (scans.get(i)) continue;
+    traceHandle_.trace(9, " {} scan is false", streams_[i]);
+    traceHandle_.trace(9, "Initial scan yielding for child SM {}.", name_);
+    return;
+  }
+  traceHandle_.trace(9, "Initial scan done for child SMs. Now scanning with events triggered.");
+  initialScanDone_ = true;
+  scans.clear();
+  for (auto& machine : machines_) machine->doInputScan();
+  inputSmScanState_->handleIdle();
+  handleInputs();
+}
+
+void Pipeline::doDeleteAll() {
+  for (auto& machine : machines_) machine->doDeleteAll();
+}
+
+void Pipeline::onZombieReactors() {
+  for (auto& machine : machines_) machine->hasNotificationActiveIs(hasNotificationActive());
+}
+
+void Pipeline::stop() {
+  onScans_.reset();
+  // All fall silent before the first deletes: what a deletion makes subscribers do must not start a machine
+  // that is about to go.
+  for (auto& machine : machines_) machine->hasNotificationActiveIs(false);
+  for (auto& machine : machines_) machine->stop(deleteRowsAtStop_);
+  machines_.clear();
+}
+
+void Pipeline::describe() {
+  Kor::TypeBuilder<Pipeline> type(type_.name());
+  type.attribute("name", &Pipeline::name)
+      .attribute("rivoControl", [](const Pipeline& p) { return p.rivoControl().text(); })
+      .attribute("taskPriority", &Pipeline::taskPriority)
+      .attribute("synchronous", &Pipeline::synchronous)
+      .attribute("initialScanDone", &Pipeline::initialScanDone)
+      .attribute("initialized", &Pipeline::initialized)
+      .attribute("ready", &Pipeline::ready)
+      .attribute("idle", &Pipeline::idle)
+      .attribute("hasNotificationActive", &Pipeline::hasNotificationActive)
+      .operation("handleInitialized", &Pipeline::handleInitialized)
+      .operation("handleInitialScanDone", &Pipeline::handleInitialScanDone)
+      .operation("doDeleteAll", &Pipeline::doDeleteAll);
+  for (size_t i = 0; i < streams_.size(); ++i) {
+    type.attribute(inputSmScanState_->scans().name(i),
+                   [i](const Pipeline& p) { return p.inputSmScanState_->scans().get(i); });
+  }
+  for (OutputBase* output : outputs_) {
+    const std::string& name = output->name();
+    std::string capital = name;
+    capital[0] = static_cast<char>(capital[0] - 'a' + 'A');
+    type.attribute(name + "Seen", [output](const Pipeline&) { return output->seenSize(); })
+        .attribute(name + "Bookmark", [output](const Pipeline&) { return output->bookmarkText(); })
+        .attribute(name + "Ready", [output](const Pipeline&) { return output->ready(); })
+        .attribute(name + "Reconciling", [output](const Pipeline&) { return output->reconciling(); })
+        .attribute(name + "UseBookmark", [output](const Pipeline&) { return output->useBookmark(); })
+        .attribute(name + "ReconciliationTask",
+                   [output](const Pipeline&) {
+                     return output->reconciliationTask() ? output->reconciliationTask()->name() : "None";
+                   })
+        .operation("handle" + capital + "InputReady", [output](Pipeline&) { output->handleInputReady(); });
+  }
+  type_ = type.build();
+}
+
+}  // namespace TrelSnmp::Agent

@@ -1,0 +1,132 @@
+// The root of a table pipeline: a reactive state machine that keeps tables of the MIB state object equal to a
+// function of its inputs. It scans its inputs once without writing, to build its tree of child machines; when
+// every stream has been scanned so, it scans again and writes; when that is complete, rows of an earlier life
+// that were not written again are deleted; from then on it reacts to changes.
+//
+// A pipeline is a final class that derives from this one, declares its streams and outputs, makes its
+// machines in machinesIs() and calls start() at the end of its constructor and stop() first in its
+// destructor. Everything runs on the event loop's thread; long scans are cut into slices of Vem tasks unless
+// the pipeline is synchronous.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "framework/States.h"
+#include "lumalog/Lumalog.h"
+#include "rvx/SmControl.h"
+#include "zavro/Node.h"
+
+namespace TrelSnmp::Agent {
+
+class OutputBase;
+
+// A machine at the top of a pipeline's tree: it follows one input and keeps the child machines below it.
+class TopMachine : public Kor::Object {
+ public:
+  // Starts or continues the scan of every stream that the machine serves.
+  virtual void doInputScan() = 0;
+  virtual void doDeleteAll() = 0;
+  // While inactive, changes are noted but not acted on; they are when the machine is active again.
+  virtual void hasNotificationActiveIs(bool active) = 0;
+  // Ends the machine: deletes what its children wrote, unless the rows now belong to a successor.
+  virtual void stop(bool deleteRows) = 0;
+};
+
+class Pipeline : public Zavro::Node {
+ public:
+  static constexpr bool kDefaultSynchronous = false;
+
+  ~Pipeline() override;
+
+  const std::string& name() const { return name_; }  // such as "TrelSnmpReachabilityTableSm"
+  std::string text() const { return name_; }
+  const Lumalog::Handle& traceHandle() const { return traceHandle_; }
+
+  // Every output holds what the inputs imply, and nothing else.
+  bool ready() const { return outputState_ && outputState_->ready(); }
+  // Ready, and no scan is under way.
+  bool idle() const { return ready() && (synchronous_ || inputSmScanState_->idle()); }
+  bool initialized() const { return initialized_; }
+  bool initialScanDone() const { return initialScanDone_; }
+  bool synchronous() const { return synchronous_; }
+
+  const Rvx::SmControl& rivoControl() const { return rivoControl_; }
+  // Takes a copy for inspection; how the pipeline runs was settled when it was made.
+  void rivoControlIs(const Rvx::SmControl& control) { rivoControl_ = control; }
+
+  InputSmScanState& inputSmScanState() { return *inputSmScanState_; }
+  OutputState& outputState() { return *outputState_; }
+  const OutputState& outputState() const { return *outputState_; }
+  const std::vector<Zavro::Ptr<TopMachine>>& machines() const { return machines_; }
+  Vem::TaskPriority taskPriority() const { return taskPriority_; }
+
+  void handleInitialized();
+  void handleInitialScanDone();
+  // Deletes every row that the pipeline can account for, and its child machines.
+  void doDeleteAll();
+
+  // The rows now belong to a pipeline that takes this one's place: they stay when this one is destroyed.
+  void rowsHandedOver() { deleteRowsAtStop_ = false; }
+
+  const Kor::Type& korType() const override { return type_; }
+
+  // For machines and outputs.
+  //
+  // Makes a task on the pipeline's scheduler; null in synchronous mode. The task runs only while the pipeline
+  // lives.
+  Zavro::Ptr<Vem::Task> newTask(const std::string& taskName, std::function<void()> run);
+  // Keeps the pipeline alive over a call that may make somebody drop it. Null while it is being made or
+  // destroyed, when nobody can.
+  Zavro::Ptr<Pipeline> hold() { return Zavro::Ptr<Pipeline>(useCount() != 0 ? this : nullptr); }
+  void streamScanCompleted(size_t stream) { inputSmScanState_->scans().set(stream, true); }
+
+ protected:
+  struct PointerArgument {
+    const char* name;
+    bool present;
+  };
+
+  // traceHandle is named after the pipeline and outlives it.
+  Pipeline(const Lumalog::Handle& traceHandle, const Rvx::SmControl& control,
+           std::vector<std::string> streams);
+
+  void start() { handleInitialized(); }
+  void stop();
+  // Called by outputs as they are constructed, in the order of their declaration.
+  friend class OutputBase;
+  void outputAdded(OutputBase* output) { outputs_.push_back(output); }
+  void machineAdded(Zavro::Ptr<TopMachine> machine) { machines_.push_back(std::move(machine)); }
+
+  // The pointers that the pipeline was given, in order of declaration.
+  virtual std::vector<PointerArgument> pointerArguments() const = 0;
+  // Makes the top machines, each with machineAdded(), and starts their scans.
+  virtual void machinesIs() = 0;
+
+  void onZombieReactors() override;
+
+ private:
+  void resolveControl();
+  void checkArguments() const;
+  void describe();
+  void handleInputs();
+
+  const std::string name_;
+  const Lumalog::Handle& traceHandle_;
+  Rvx::SmControl rivoControl_;
+  const std::vector<std::string> streams_;
+  std::vector<OutputBase*> outputs_;
+  Zavro::Ptr<InputSmScanState> inputSmScanState_;
+  Zavro::Ptr<OutputState> outputState_;
+  std::vector<Zavro::Ptr<TopMachine>> machines_;
+  Zavro::Ptr<Vem::TaskScheduler> taskScheduler_;
+  Vem::TaskPriority taskPriority_;
+  bool synchronous_ = kDefaultSynchronous;
+  bool initialScanDone_ = false;
+  bool initialized_ = false;
+  bool deleteRowsAtStop_ = true;
+  Kor::Type type_;
+  Kor::Subscription onScans_;
+};
+
+}  // namespace TrelSnmp::Agent
