@@ -1,0 +1,8 @@
+// net-snmp's headers, which compile in this order only.
+#pragma once
+
+// clang-format off
+#include <net-snmp/net-snmp-config.h>
+#include <net-snmp/net-snmp-includes.h>
+#include <net-snmp/agent/net-snmp-agent-includes.h>
+// clang-format on

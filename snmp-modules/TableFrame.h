@@ -1,0 +1,241 @@
+// The callbacks of a table that is served through net-snmp's sorted table iterator: they walk a table of the
+// MIB state object in key order and answer requests for its columns, as a TableSpec states them. Table
+// modules instantiate it; net-snmp calls it, on the agent's thread.
+//
+// A request's own index is the hint from which a walk starts, so that it costs one lookup. Loop and data
+// contexts are positions in the table that hold their row: the row stays readable when it is removed while
+// net-snmp still works on it.
+#pragma once
+
+#include <optional>
+
+#include "TableModule.h"
+#include "snmp/KelstoreUtil.h"
+#include "snmp/RegVoidCollByContext.h"
+
+namespace TrelSnmp {
+
+template <const auto& kTable, TableModule& kModule>
+class TableFrame {
+  using Spec = std::remove_cvref_t<decltype(kTable)>;
+  using Key = typename Spec::Key;
+  using Parts = KeyParts<Key>;
+  using Table = typename Spec::Table;
+  using Context = typename Table::Cursor;
+  using Counter = Snmp::OrderedTableIteratorCounterTypes;
+
+ public:
+  // handler: the exported function of the table that calls handle().
+  static void initialize(Netsnmp_Node_Handler* handler, const Zavro::String& context) {
+    kModule.initializeTable({.name = kTable.name,
+                             .rootOid = rootOid(),
+                             .modes = kTable.hasWritableColumn() ? HANDLER_CAN_RWRITE : HANDLER_CAN_RONLY,
+                             .index = kTable.index,
+                             .columns = columnNumbers(),
+                             .handler = handler,
+                             .callbacks = callbacks()},
+                            context);
+  }
+
+  static int handle(netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
+    trace(2, "{}_handler", kTable.name);
+    trace(2, "{}_handler: request mode {}", kTable.name, info->mode);
+    for (netsnmp_request_info* request = requests; request != nullptr; request = request->next) {
+      if (request->processed != 0) {
+        trace(2, "{}_handler: request {} already processed", kTable.name, fmt::ptr(request));
+        continue;
+      }
+      std::optional<int> result = info->mode == MODE_GET ? get(request) : refuseSet(request);
+      if (result) return *result;
+    }
+    return SNMP_ERR_NOERROR;
+  }
+
+ private:
+  static netsnmp_variable_list* get_first_data_point(void** loopSlot, void** /*dataSlot*/,
+                                                     netsnmp_variable_list* index,
+                                                     netsnmp_iterator_info* info) {
+    auto* hint = static_cast<netsnmp_table_request_info*>(*loopSlot);
+    trace(2, "{}_get_first_data_point - *hint = {}, number_indexes = {}", kTable.name, fmt::ptr(hint),
+          hint != nullptr ? hint->number_indexes : 0);
+    std::optional<Parts> parts = hintedParts(hint);
+    Context* context = parts ? contextAt(*parts, info) : nullptr;
+    bool hintMatched = context != nullptr;
+    if (!hintMatched) {
+      context = new Context(table(info).begin());
+      count(info, Counter::startedAtFirst);
+    }
+    trace(2, "{}_get_first_data_point - allocated new loop context {}, hintMatched={}", kTable.name,
+          fmt::ptr(context), hintMatched);
+    *loopSlot = context;
+    return iterationHelper(*context, index);
+  }
+
+  static netsnmp_variable_list* get_next_data_point(void** loopSlot, void** dataSlot,
+                                                    netsnmp_variable_list* index,
+                                                    netsnmp_iterator_info* info) {
+    auto* context = static_cast<Context*>(*loopSlot);
+    if (context == nullptr || !*context) {
+      trace(2, "{}_get_next_data_point - at end of loop context {}", kTable.name, fmt::ptr(context));
+      count(info, Counter::nextAfterEnd);
+      return nullptr;
+    }
+    trace(2, "{}_get_next_data_point - advancing loop context {} ; data context {}", kTable.name,
+          fmt::ptr(context), fmt::ptr(*dataSlot));
+    context->next();
+    count(info, *context ? Counter::advanced : Counter::reachedEnd);
+    if (*dataSlot != nullptr) *static_cast<Context*>(*dataSlot) = *context;
+    return iterationHelper(*context, index);
+  }
+
+  static void* make_data_context(void* loopContext, netsnmp_iterator_info* /*info*/) {
+    auto* context = new Context(*static_cast<Context*>(loopContext));
+    trace(2, "{}_make_data_context - allocated data context {}", kTable.name, fmt::ptr(context));
+    return context;
+  }
+
+  static void free_data_context(void* context, netsnmp_iterator_info* /*info*/) {
+    trace(2, "{}_free_data_context {}", kTable.name, fmt::ptr(context));
+    delete static_cast<Context*>(context);
+  }
+
+  static void free_loop_context_at_end(void* context, netsnmp_iterator_info* /*info*/) {
+    trace(2, "{}_free_loop_context_at_end {}", kTable.name, fmt::ptr(context));
+    delete static_cast<Context*>(context);
+  }
+
+  static netsnmp_variable_list* iterationHelper(const Context& context, netsnmp_variable_list* index) {
+    if (!context) {
+      trace(2, "{}IterationHelper - iterator is at end", kTable.name);
+      return nullptr;
+    }
+    kModule.writeIndex(kTable.name, kTable.index, partsOf(context.key()), index);
+    return index;
+  }
+
+  // The key parts that the hint holds, or nothing when it is not a whole index of this table.
+  static std::optional<Parts> hintedParts(const netsnmp_table_request_info* hint) {
+    if (hint == nullptr || hint->number_indexes != std::tuple_size_v<Parts>) return std::nullopt;
+    Parts parts{};
+    size_t found = kModule.readHint(kTable.name, kTable.index, hint->indexes, parts);
+    if (found == parts.size()) return parts;
+    trace(2, "{}_get_first_data_point - needed {} components, found only {}", kTable.name, parts.size(),
+          found);
+    return std::nullopt;
+  }
+
+  // A new context at that row, or null.
+  static Context* contextAt(const Parts& parts, netsnmp_iterator_info* info) {
+    Context* context = nullptr;
+    try {
+      Key key = keyOf<Key>(parts);
+      if (Context at = table(info).cursorAt(key)) {
+        context = new Context(std::move(at));
+        count(info, Counter::hintMatched);
+      } else {
+        trace(2, "{}_get_first_data_point - key '{}' not found in table", kTable.name, key);
+        count(info, Counter::hintKeyNotFound);
+      }
+    } catch (const Zavro::RangeException& e) {
+      trace(0, "Bad hint for {}: {} ctor threw exception: {}", kTable.name, kTable.keyType, e.what());
+    }
+    return context;
+  }
+
+  // Answers one request for a column. A result ends the handler's call.
+  static std::optional<int> get(netsnmp_request_info* request) {
+    auto* context = static_cast<Context*>(netsnmp_extract_iterator_context(request));
+    if (context == nullptr || !*context) {
+      trace(2, "{}_handler: null data context in request", kTable.name);
+      return SNMP_ERR_NOERROR;
+    }
+    unsigned number = columnNumber(request);
+    const auto* column = kTable.column(number);
+    if (column == nullptr) {
+      trace(0, "{} invalid column {}", kTable.name, number);
+      netsnmp_request_set_error(request, SNMP_NOSUCHOBJECT);
+      return SNMP_ERR_NOERROR;
+    }
+    trace(2, "{}_handler: request GET for column {}, key {}", kTable.name, column->name, context->key());
+    if (store(*column, *context->entry(), request->requestvb)) return std::nullopt;
+    netsnmp_request_set_error(request, SNMP_ERR_GENERR);
+    return SNMP_ERR_GENERR;
+  }
+
+  // Converts the column's value into the varbind. False, and traced, when it cannot be.
+  template <class Column>
+  static bool store(const Column& column, const typename Spec::Entry& entry, netsnmp_variable_list* varbind) {
+    unsigned char buffer[kBufferSize];
+    int length = column.convert(entry, buffer, column.capacity);
+    if (length < 0) {
+      trace(2, "handle_{} - {} failed for: {}", kTable.name, column.operation, column.field);
+      return false;
+    }
+    if (column.lengthFits != nullptr && !column.lengthFits(length)) {
+      trace(2, "handle_{} - entity {} length out of range: {} ({})", kTable.name,
+            Snmp::KelstoreUtil::absolutePath(TrelMib::kPath), column.field, length);
+      return false;
+    }
+    snmp_set_var_typed_value(varbind, column.type, buffer, static_cast<size_t>(length));
+    return true;
+  }
+
+  static std::optional<int> refuseSet(netsnmp_request_info* request) {
+    unsigned number = columnNumber(request);
+    const auto* column = kTable.column(number);
+    if (column != nullptr && column->writable) {
+      trace(2, "{}_handler: SET is not configured for column {}", kTable.name, column->name);
+    } else {
+      trace(0, "{} invalid column {}", kTable.name, number);
+    }
+    netsnmp_request_set_error(request, SNMP_ERR_NOTWRITABLE);
+    return SNMP_ERR_NOERROR;
+  }
+
+  static unsigned columnNumber(netsnmp_request_info* request) {
+    const netsnmp_table_request_info* info = netsnmp_extract_table_info(request);
+    return info != nullptr ? info->colnum : 0;
+  }
+
+  static const Table& table(const netsnmp_iterator_info* info) {
+    return kTable.source(static_cast<const TrelMib&>(*record(info)->object()));
+  }
+  static void count(const netsnmp_iterator_info* info, Counter kind) {
+    record(info)->counters().orderedIterCntrsInc(kind, 1);
+  }
+  static Snmp::RegVoid* record(const netsnmp_iterator_info* info) {
+    return static_cast<Snmp::RegVoid*>(info->myvoid);
+  }
+
+  template <class... Args>
+  static void trace(int level, fmt::format_string<Args...> format, Args&&... args) {
+    kModule.trace().trace(level, format, std::forward<Args>(args)...);
+  }
+
+  static constexpr TableOid rootOid() {
+    auto [a, b, c, d] = kTable.arc;
+    return {1, 3, 6, 1, 4, 1, TREL_ENTERPRISE_NUMBER, a, b, c, d};
+  }
+
+  // net-snmp takes them as a mutable list and keeps it while the table is registered.
+  static std::span<unsigned> columnNumbers() {
+    static auto numbers = [] {
+      std::array<unsigned, std::tuple_size_v<decltype(Spec::columns)>> list{};
+      for (size_t i = 0; i < list.size(); ++i) list[i] = kTable.columns[i].number;
+      return list;
+    }();
+    return numbers;
+  }
+
+  static netsnmp_iterator_info callbacks() {
+    netsnmp_iterator_info info{};
+    info.get_first_data_point = &get_first_data_point;
+    info.get_next_data_point = &get_next_data_point;
+    info.make_data_context = &make_data_context;
+    info.free_data_context = &free_data_context;
+    info.free_loop_context_at_end = &free_loop_context_at_end;
+    return info;
+  }
+};
+
+}  // namespace TrelSnmp

@@ -1,0 +1,184 @@
+#include "TableModule.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "snmp/AsnConversions.h"
+#include "snmp/KelstoreUtil.h"
+#include "snmp/RegVoidCollByContext.h"
+#include "zavro/Assert.h"
+
+namespace TrelSnmp {
+namespace {
+
+constexpr size_t kOidTextSize = 200;
+
+// Memory that net-snmp's registrations are made of, zeroed, to be given back with free().
+template <class T>
+T* allocate() {
+  auto* memory = static_cast<T*>(std::calloc(1, sizeof(T)));
+  zavroAssert(memory);
+  return memory;
+}
+
+Zavro::String quoted(const Zavro::String& context) { return '"' + context + '"'; }
+
+// A failed check inside a table's initialize function, whose name the operator can search for.
+[[noreturn]] void initializeFailed(const char* expression, const char* table, int line) {
+  Zavro::String function =
+      fmt::format("void initialize_table_{}(Snmp::Config::PtrConst, Kor::String)", table);
+  Zavro::assertFailed(expression, function, static_cast<const char*>(__FILE__), line);
+}
+
+// The object that all tables serve.
+Zavro::Ptr<TrelMib> servedObject(const char* table) {
+  Zavro::Ptr<Kor::Entity> e = Snmp::KelstoreUtil::getEntityRelative(TrelMib::kPath);
+  if (!e) {
+    fmt::print(stderr, "Can not getEntityRelative( {} ) for table {}. Is this path correct?\n",
+               TrelMib::kPath, table);
+    std::fflush(stderr);
+    initializeFailed("e", table, __LINE__);
+  }
+  auto ptr = boost::dynamic_pointer_cast<TrelMib>(e);
+  if (!ptr) {
+    fmt::print(stderr, "{} does not appear to be of type TrelSnmp::TrelMib.\n", TrelMib::kPath);
+    initializeFailed("ptr", table, __LINE__);
+  }
+  return ptr;
+}
+
+Zavro::String oidText(const TableOid& rootOid) {
+  std::array<char, kOidTextSize> text{};
+  snprint_objid(text.data(), text.size(), rootOid.data(), rootOid.size());
+  return text.data();
+}
+
+netsnmp_handler_registration* handlerRegistration(const TableRegistration& table,
+                                                  const Zavro::String& context) {
+  return netsnmp_create_handler_registration(fmt::format("{}_{}", table.name, context).c_str(), table.handler,
+                                             table.rootOid.data(), table.rootOid.size(), table.modes);
+}
+
+netsnmp_column_info* columnInfo(const TableRegistration& table) {
+  auto* info = allocate<netsnmp_column_info>();
+  info->isRange = 0;
+  info->list_count = static_cast<char>(table.columns.size());
+  info->details.list = table.columns.data();
+  return info;
+}
+
+netsnmp_iterator_info* iteratorInfo(const TableRegistration& table, Snmp::RegVoid* record,
+                                    netsnmp_table_registration_info* tableInfo) {
+  auto* info = allocate<netsnmp_iterator_info>();
+  *info = table.callbacks;
+  info->myvoid = record;
+  info->flags = NETSNMP_ITERATOR_FLAG_SORTED | NETSNMP_HANDLER_OWNS_IINFO;
+  info->table_reginfo = tableInfo;
+  return info;
+}
+
+}  // namespace
+
+void TableModule::initializeTable(const TableRegistration& table, const Zavro::String& context) {
+  if (trace_.enabled(1)) {
+    trace_.trace(1, "initialize_table_{} initializing oid {} in context {}", table.name,
+                 oidText(table.rootOid), quoted(context));
+  }
+  netsnmp_handler_registration* registration = handlerRegistration(table, context);
+  if (!context.empty()) {
+    netsnmp_handler_registration_free(registration);
+    trace_.trace(2, "initialize_table_{} in context {} kelstorePathWithContext not specified ", table.name,
+                 quoted(context));
+    return;
+  }
+  registrations_[context].push_back(registration);
+  Zavro::Ptr<TrelMib> object = servedObject(table.name);
+  Snmp::RegVoid* record =
+      Snmp::RegVoidCollByContext::singleton()->addRegVoid(context, table.name, std::move(object));
+  registration->my_reg_void = record;
+
+  netsnmp_column_info* columns = columnInfo(table);
+  netsnmp_iterator_info* iterator = iteratorInfo(table, record, tableInfo(table, context, columns));
+  columnInfos_[context].push_back(columns);
+  int result = netsnmp_register_table_iterator(registration, iterator);
+  if (result != MIB_REGISTERED_OK) initializeFailed("result == MIB_REGISTERED_OK", table.name, __LINE__);
+  // Only now: a handler injected before the registration would end up behind the iterator, whose hint is the
+  // first varbind's alone.
+  int injected = netsnmp_inject_handler(registration, netsnmp_get_serialize_handler());
+  if (injected != SNMPERR_SUCCESS) initializeFailed("injected == SNMPERR_SUCCESS", table.name, __LINE__);
+  trace_.trace(8, "Initialized table {} in context {}", table.name, quoted(context));
+}
+
+netsnmp_table_registration_info* TableModule::tableInfo(const TableRegistration& table,
+                                                        const Zavro::String& context,
+                                                        netsnmp_column_info* columns) const {
+  auto* info = allocate<netsnmp_table_registration_info>();
+  for (const IndexColumn& column : table.index) {
+    if (snmp_varlist_add_variable(&info->indexes, nullptr, 0, column.type, nullptr, 0) == nullptr) {
+      trace_.trace(0, "Failed to set up {} in netsnmp table_info in context {}", column.name,
+                   quoted(context));
+    }
+  }
+  info->min_column = table.columns.front();
+  info->max_column = table.columns.back();
+  info->valid_columns = columns;
+  return info;
+}
+
+void TableModule::unregister(const Zavro::String& context) {
+  trace_.trace(2, "Unregistering {} in context {}", name(), quoted(context));
+  std::vector<netsnmp_handler_registration*> registrations = registrations_[context];
+  Zavro::Ptr<Snmp::RegVoidCollByContext> records = Snmp::RegVoidCollByContext::singleton();
+  for (netsnmp_handler_registration* registration : registrations) {
+    Zavro::String handlerName = registration->handlerName;
+    records->delRegVoid(context, handlerName.substr(0, handlerName.find('_')));
+    netsnmp_unregister_handler(registration);
+  }
+  registrations_.erase(context);
+  // net-snmp owns all of a table's registration but these, and reads them until then.
+  for (netsnmp_column_info* columns : columnInfos_[context]) std::free(columns);
+  columnInfos_.erase(context);
+  Snmp::unregisterMibContext(context, name());
+}
+
+size_t TableModule::readHint(const char* table, std::span<const IndexColumn> index,
+                             const netsnmp_variable_list* varbinds, std::span<uint32_t> parts) const {
+  size_t found = 0;
+  const netsnmp_variable_list* varbind = varbinds;
+  for (size_t i = 0; i < index.size() && varbind != nullptr; ++i, varbind = varbind->next_variable) {
+    const IndexColumn& column = index[i];
+    if (varbind->type != column.type) {
+      trace_.trace(0, "hint for {} has incorrect type! Expecting {} but got {}", column.name, column.type,
+                   varbind->type);
+      continue;
+    }
+    try {
+      parts[i] = Snmp::AsnUnsignedToU32()(varbind->val.integer);
+    } catch (const Zavro::RangeException& e) {
+      trace_.trace(0, "hint for index {} of {} is out of range!{}", column.name, table, e.what());
+      break;
+    }
+    trace_.trace(2, "hint component {} is '{}'", column.name, parts[i]);
+    ++found;
+  }
+  return found;
+}
+
+void TableModule::writeIndex(const char* table, std::span<const IndexColumn> index,
+                             std::span<const uint32_t> parts, netsnmp_variable_list* varbinds) const {
+  netsnmp_variable_list* varbind = varbinds;
+  for (size_t i = 0; i < index.size() && varbind != nullptr; ++i, varbind = varbind->next_variable) {
+    trace_.trace(2, "{}IterationHelper - iterator has another value: {}={}", table, index[i].field, parts[i]);
+    unsigned char buffer[kBufferSize];
+    uint32_t value = 0;
+    if (Snmp::U32ToAsnUnsignedF()(parts[i], buffer, sizeof buffer) != sizeof value) continue;
+    std::memcpy(&value, buffer, sizeof value);
+    // net-snmp extends the sign of a four-byte INTEGER. It compares indexes as unsigned longs, so that a row
+    // from 2^31 on would then never be found.
+    long widened = value;
+    snmp_set_var_typed_value(varbind, index[i].type, &widened, sizeof widened);
+  }
+}
+
+}  // namespace TrelSnmp

@@ -1,0 +1,109 @@
+// Which member is wired to which, and which member reaches which.
+//
+// veldaTrelBaIfTable, ENT.3.40.1.1: one row for each backplane interface that links two members, from
+// TrelMib's trelIfTable, by ifIndex.
+//
+// veldaTrelReachabilityTable, ENT.3.40.1.2: one row for each ordered pair of members, what the first reports
+// of the second, from TrelMib's trelReachabilityTable, by source and destination member. A row without a
+// state record reads as state 1 (unknown), with interface index and last update 0; so does an interface that
+// is not known.
+//
+// Member ids, interface indexes and states are INTEGER on the wire, as managers expect them, although they
+// are unsigned here.
+#include "veldaTrelMIB.h"
+
+#include "ReachabilityStateToAsnUnsigned.h"
+#include "TableFrame.h"
+#include "snmp/AsnConversions.h"
+
+using Snmp::U32ToAsnUnsignedF;
+using Snmp::UtcSecondsToUptimeTimeTicksF;
+using namespace TrelSnmp;
+
+namespace {
+
+TableModule trelModule("veldaTrelMIB");
+
+struct ReachabilityStateToAsnUnsignedF {
+  using Input = Trel::ReachabilityState::State;
+  static constexpr const char* kName = "ReachabilityStateToAsnUnsigned";
+  int operator()(const Input& state, unsigned char* buffer, int capacity) const {
+    return ReachabilityStateToAsnUnsigned(state, buffer, capacity);
+  }
+};
+
+Trel::ReachabilityState::State reachabilityStateOf(const TrelReachabilityEntry& entry) {
+  return entry.reachabilityState() ? entry.reachabilityState()->state() : Trel::ReachabilityState::unknown;
+}
+
+const TrelIfTable& baIfRows(const TrelMib& mib) { return mib.trelIfTable(); }
+using BaIf = Column<TrelIfEntry>;
+constexpr TableSpec<TrelIfTable, 2> kBaIfTable{
+    .name = "veldaTrelBaIfTable",
+    .arc = {3, 40, 1, 1},
+    .keyType = "U32",
+    .source = &baIfRows,
+    .index = {{{"veldaTrelBaIfIndex", "baIfIndex", ASN_INTEGER}}},
+    .columns =
+        {
+            BaIf::of<U32ToAsnUnsignedF, &TrelIfEntry::localMemberId>(  //
+                2, "veldaTrelBaIfLocalMemberId", ASN_INTEGER, "localMemberId"),
+            BaIf::of<U32ToAsnUnsignedF, &TrelIfEntry::remoteMemberId>(  //
+                3, "veldaTrelBaIfRemoteMemberId", ASN_INTEGER, "remoteMemberId"),
+        },
+};
+
+const TrelReachabilityTable& reachabilityRows(const TrelMib& mib) { return mib.trelReachabilityTable(); }
+using Reach = Column<TrelReachabilityEntry>;
+constexpr TableSpec<TrelReachabilityTable, 3> kReachabilityTable{
+    .name = "veldaTrelReachabilityTable",
+    .arc = {3, 40, 1, 2},
+    .keyType = "TrelSnmp::MemberIdPair",
+    .source = &reachabilityRows,
+    .index = {{{"veldaTrelReachabilitySrcId", "srcId", ASN_INTEGER},
+               {"veldaTrelReachabilityDestId", "dstId", ASN_INTEGER}}},
+    .columns =
+        {
+            Reach::of<U32ToAsnUnsignedF, &TrelReachabilityEntry::baIfIndex>(  //
+                3, "veldaTrelReachabilityBaIfIndex", ASN_INTEGER, "baIfIndex"),
+            Reach::of<ReachabilityStateToAsnUnsignedF, &reachabilityStateOf>(  //
+                4, "veldaTrelReachabilityState", ASN_INTEGER, "reachabilityState"),
+            Reach::of<UtcSecondsToUptimeTimeTicksF, &TrelReachabilityEntry::lastUpdated>(  //
+                5, "veldaTrelReachabilityLastUpdate", ASN_TIMETICKS, "lastUpdated"),
+        },
+};
+
+using BaIfFrame = TableFrame<kBaIfTable, trelModule>;
+using ReachabilityFrame = TableFrame<kReachabilityTable, trelModule>;
+
+}  // namespace
+
+void init_veldaTrelMIB(Zavro::String context) {
+  Snmp::Config::PtrConst config = Snmp::KelstoreUtil::getSnmpConfig();
+  DEBUGMSGTL(("veldaTrelMIB", "Initializing in context \"%s\"\n", context.c_str()));
+  initialize_table_veldaTrelBaIfTable(config, context);
+  initialize_table_veldaTrelReachabilityTable(config, context);
+  Snmp::registerMibContext(context, trelModule.name());
+}
+
+void unregister_veldaTrelMIB(Zavro::String context) { trelModule.unregister(context); }
+
+void initialize_table_veldaTrelBaIfTable(Snmp::Config::PtrConst /*config*/, Zavro::String context) {
+  BaIfFrame::initialize(&veldaTrelBaIfTable_handler, context);
+}
+
+void initialize_table_veldaTrelReachabilityTable(Snmp::Config::PtrConst /*config*/, Zavro::String context) {
+  ReachabilityFrame::initialize(&veldaTrelReachabilityTable_handler, context);
+}
+
+int veldaTrelBaIfTable_handler(netsnmp_mib_handler* /*handler*/,
+                               netsnmp_handler_registration* /*registration*/,
+                               netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
+  return BaIfFrame::handle(info, requests);
+}
+
+int veldaTrelReachabilityTable_handler(netsnmp_mib_handler* /*handler*/,
+                                       netsnmp_handler_registration* /*registration*/,
+                                       netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
+  return ReachabilityFrame::handle(info, requests);
+}
