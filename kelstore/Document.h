@@ -1,0 +1,36 @@
+// The state as one JSON document, nested by path segment.
+//
+// Parsing keeps no shared state: it may run on any thread. Whatever the text holds, it ends with a Document
+// and in bounded memory and stack.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "Snapshot.h"
+
+namespace Kelstore {
+
+struct Document {
+  // What is wrong at one position; every path at or below it is affected.
+  struct Fault {
+    std::vector<std::string> segments;
+    std::string text;  // "members/1/processors/1/load: found 70000, expected ..."
+  };
+
+  // The text is no JSON object: "<line>:<column>: ..."; the rest is empty then.
+  std::optional<std::string> unusable;
+  std::vector<Snapshot::Entry> values;
+  std::vector<Fault> faults;
+  std::vector<std::string> warnings;
+};
+
+Document parseDocument(std::string_view text);
+
+// What a source that read the document says: the document's values, but at affected paths what it said
+// before.
+Snapshot withLastGood(Document&& document, const Snapshot& before);
+
+}  // namespace Kelstore

@@ -1,0 +1,94 @@
+#include "DocumentLayer.h"
+
+#include <algorithm>
+#include <set>
+
+#include "Document.h"
+#include "lumalog/Lumalog.h"
+
+namespace Kelstore {
+namespace {
+
+const Lumalog::Handle traceHandle("Kelstore");
+constexpr int kErrorLevel = 0;
+constexpr int kWarningLevel = 1;
+// A document that is wrong throughout is described well enough by its first few lines.
+constexpr size_t kMaxLines = 20;
+
+}  // namespace
+
+const char* stateName(SourceStatus::State state) {
+  switch (state) {
+    case SourceStatus::State::loading:
+      return "loading";
+    case SourceStatus::State::current:
+      return "current";
+    case SourceStatus::State::partial:
+      return "partial";
+    case SourceStatus::State::stale:
+      break;
+  }
+  return "stale";
+}
+
+Reading readingOf(std::string_view text, const Snapshot& before) {
+  Reading reading;
+  Document document = parseDocument(text);
+  if (document.unusable) {
+    reading.error = *document.unusable;
+    return reading;
+  }
+  for (const Document::Fault& fault : document.faults) reading.faults.push_back(fault.text);
+  reading.warnings = std::move(document.warnings);
+  reading.snapshot = std::make_shared<const Snapshot>(withLastGood(std::move(document), before));
+  reading.changed = differences(before, *reading.snapshot);
+  return reading;
+}
+
+DocumentLayer::DocumentLayer(std::string name, std::string subject, Store& store, const Zavro::Clock& clock)
+    : subject_(std::move(subject)), store_(store), clock_(clock), layer_(store.layerIs()) {
+  status_.name = std::move(name);
+}
+
+void DocumentLayer::readingIs(Reading reading) {
+  bool usable = reading.snapshot != nullptr;
+  if (usable) {
+    tellNews(kErrorLevel, faults_, reading.faults);
+    tellNews(kWarningLevel, warnings_, reading.warnings);
+    faults_ = std::move(reading.faults);
+    warnings_ = std::move(reading.warnings);
+    status_.state = faults_.empty() ? SourceStatus::State::current : SourceStatus::State::partial;
+    status_.error = faults_.empty() ? "" : fmt::format("{}: {}", subject_, faults_.front());
+    status_.staleSinceUtcNs = 0;
+    status_.paths = reading.snapshot->size();
+    if (!reading.changed.empty()) status_.lastChangeUtcNs = clock_.utcNs();
+    store_.snapshotIs(layer_, std::move(reading.snapshot), std::move(reading.changed));
+  } else {
+    std::string error = fmt::format("{}: {}", subject_, reading.error);
+    if (error != status_.error) traceHandle.trace(kErrorLevel, "{}", error);
+    if (status_.staleSinceUtcNs == 0) status_.staleSinceUtcNs = clock_.utcNs();
+    status_.state = SourceStatus::State::stale;
+    status_.error = std::move(error);
+  }
+  store_.settledIs(layer_);
+}
+
+// One line for each that was not there before: what goes on being wrong is not told again with every change.
+void DocumentLayer::tellNews(int level, const std::vector<std::string>& before,
+                             const std::vector<std::string>& now) const {
+  std::set<std::string_view> known(before.begin(), before.end());
+  size_t told = 0;
+  size_t untold = 0;
+  for (const std::string& line : now) {
+    if (known.contains(line)) continue;
+    if (told == kMaxLines) {
+      ++untold;
+      continue;
+    }
+    traceHandle.trace(level, "{}: {}", subject_, line);
+    ++told;
+  }
+  if (untold != 0) traceHandle.trace(level, "{}: {} more like these", subject_, untold);
+}
+
+}  // namespace Kelstore

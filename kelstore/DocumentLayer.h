@@ -1,0 +1,49 @@
+// The layer of a source whose state is one document: keeps the last good values, tells what is wrong and
+// remembers it until the input is good again.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Source.h"
+#include "Store.h"
+#include "zavro/Clock.h"
+
+namespace Kelstore {
+
+// What reading the document came to. Made on any thread.
+struct Reading {
+  std::shared_ptr<const Snapshot> snapshot;  // null: unusable, and error says why
+  std::vector<Path> changed;
+  std::string error;                // of an unusable document, without the document's name
+  std::vector<std::string> faults;  // values that cannot be used
+  std::vector<std::string> warnings;
+};
+
+// Parses the text and holds it against what was there before.
+Reading readingOf(std::string_view text, const Snapshot& before);
+
+class DocumentLayer {
+ public:
+  // `subject` is what messages begin with, such as the file's path. Store and clock outlive the layer.
+  DocumentLayer(std::string name, std::string subject, Store& store, const Zavro::Clock& clock);
+
+  const std::shared_ptr<const Snapshot>& snapshot() const { return store_.snapshot(layer_); }
+  // Takes over what was read, or keeps what is there when it is unusable. Settles the layer.
+  void readingIs(Reading reading);
+  SourceStatus status() const { return status_; }
+
+ private:
+  void tellNews(int level, const std::vector<std::string>& before, const std::vector<std::string>& now) const;
+
+  std::string subject_;
+  Store& store_;
+  const Zavro::Clock& clock_;
+  Store::Layer layer_;
+  SourceStatus status_;
+  std::vector<std::string> faults_;
+  std::vector<std::string> warnings_;
+};
+
+}  // namespace Kelstore

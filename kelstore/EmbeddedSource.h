@@ -1,0 +1,24 @@
+// A source whose document is part of the program.
+#pragma once
+
+#include <string>
+
+#include "DocumentLayer.h"
+
+namespace Kelstore {
+
+class EmbeddedSource final : public Source {
+ public:
+  // Store and clock outlive the source.
+  EmbeddedSource(std::string document, Store& store, const Zavro::Clock& clock)
+      : document_(std::move(document)), layer_("embedded", "embedded", store, clock) {}
+
+  void start() override { layer_.readingIs(readingOf(document_, *layer_.snapshot())); }
+  SourceStatus status() const override { return layer_.status(); }
+
+ private:
+  std::string document_;
+  DocumentLayer layer_;
+};
+
+}  // namespace Kelstore

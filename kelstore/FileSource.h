@@ -1,0 +1,61 @@
+// The source `file:PATH`: a JSON document in a file that is replaced by rename or written in place.
+//
+// The file is read again when it may have changed and has been quiet for a moment. What cannot be read or
+// parsed is tried again before it counts as bad, since a writer may be half-way through. A file of any size
+// is read and parsed off the event loop; one larger than the limit is refused.
+#pragma once
+
+#include <array>
+#include <memory>
+#include <string>
+
+#include "DocumentLayer.h"
+#include "Io.h"
+
+namespace Kelstore {
+
+class FileSource final : public Source {
+ public:
+  static constexpr uint64_t kDefaultMaxBytes = 64ull << 20;
+  static constexpr uint64_t kQuietMs = 40;       // after a change, before the file is read
+  static constexpr uint64_t kConfirmMs = 250;    // after a failure, before the file is tried again
+  static constexpr uint64_t kPatienceMs = 2000;  // a file that keeps changing and is bad so long is bad
+
+  // Store, io and clock outlive the source.
+  FileSource(std::string path, Store& store, Io& io, const Zavro::Clock& clock,
+             uint64_t maxBytes = kDefaultMaxBytes);
+  ~FileSource() override;
+
+  void start() override;
+  SourceStatus status() const override { return layer_.status(); }
+
+ private:
+  // What tells one state of a file from the next: inode, size, times of change, or why it cannot be read.
+  using Signature = std::array<uint64_t, 6>;
+  struct Attempt {
+    Reading reading;
+    Signature signature{};
+  };
+  static Attempt attempt(const std::string& path, uint64_t maxBytes, const Snapshot& before);
+
+  void changed();
+  void readAfter(uint64_t milliseconds);
+  void read();
+  void attempted(Attempt attempt);
+  bool isFinal(const Attempt& attempt);
+
+  std::string path_;
+  uint64_t maxBytes_;
+  Io& io_;
+  const Zavro::Clock& clock_;
+  DocumentLayer layer_;
+  std::unique_ptr<Io::Activity> watch_;
+  std::unique_ptr<Io::Activity> timer_;
+  bool reading_ = false;
+  bool changedMeanwhile_ = false;
+  uint64_t badSinceNs_ = 0;      // when the first of the failures in a row was seen; 0: none
+  Signature badSignature_{};     // of the last failure
+  std::shared_ptr<bool> alive_;  // tells work under way that nobody waits for it any more
+};
+
+}  // namespace Kelstore

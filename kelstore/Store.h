@@ -1,0 +1,63 @@
+// The layered state: what every source says, later sources over earlier ones, and the task that brings the
+// mirror up to date with it, slice by slice.
+//
+// Sources hand over whole snapshots with the paths that changed; which value counts at a path is looked up
+// only when its turn comes, so that changes that overtake each other end right. On the event loop's thread.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Mirror.h"
+#include "Snapshot.h"
+#include "vem/Vem.h"
+
+namespace Kelstore {
+
+class Store final : private View {
+ public:
+  using Layer = size_t;
+
+  // The mirror must outlive the store.
+  Store(Zavro::Ptr<Vem::TaskScheduler> scheduler, Mirror& mirror);
+  ~Store() override;
+
+  // A new layer over those that there are. Nothing is mirrored before every layer has settled once, so that
+  // the order in which sources are heard first does not show. Requires: called before any layer settles.
+  Layer layerIs();
+  // What the layer says from now on. `changed`: the sorted paths at which it differs from what it said.
+  void snapshotIs(Layer layer, std::shared_ptr<const Snapshot> snapshot, std::vector<Path> changed);
+  // The layer's source has said what it has to say for now, if only that it has nothing.
+  void settledIs(Layer layer);
+
+  const std::shared_ptr<const Snapshot>& snapshot(Layer layer) const { return layers_[layer].snapshot; }
+  // Whether every layer has settled and the mirror is up to date.
+  bool idle() const { return settled() && batches_.empty(); }
+
+ private:
+  struct LayerState {
+    std::shared_ptr<const Snapshot> snapshot = std::make_shared<const Snapshot>();
+    bool settled = false;
+  };
+  struct Batch {
+    std::vector<Path> paths;
+    size_t next = 0;
+  };
+
+  const Value* find(const Path& path) const override;
+  bool any(Kind kind, std::string_view first) const override;
+  bool settled() const;
+  void schedule();
+  void applySlice();
+  Path takeFirst();
+  size_t pending() const;
+
+  Mirror& mirror_;
+  std::vector<LayerState> layers_;
+  std::vector<Batch> batches_;
+  Zavro::Ptr<Vem::Task> task_;
+};
+
+}  // namespace Kelstore
