@@ -1,0 +1,37 @@
+#include "support/Network.h"
+
+#include <arpa/inet.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <set>
+#include <stdexcept>
+
+namespace Support {
+namespace {
+
+uint16_t portOfKernelsChoice() {
+  int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t length = sizeof address;
+  auto* generic = reinterpret_cast<sockaddr*>(&address);
+  bool bound = fd >= 0 && bind(fd, generic, length) == 0 && getsockname(fd, generic, &length) == 0;
+  if (fd >= 0) close(fd);
+  if (!bound) throw std::runtime_error("no UDP port can be bound");
+  return ntohs(address.sin_port);
+}
+
+}  // namespace
+
+uint16_t freeUdpPort() {
+  static std::set<uint16_t> given;
+  uint16_t port = 0;
+  do {
+    port = portOfKernelsChoice();
+  } while (!given.insert(port).second);
+  return port;
+}
+
+}  // namespace Support
