@@ -84,6 +84,7 @@ class Output final : public OutputBase {
 
   // The row under key is to have this value, whatever is there now.
   void write(const Key& key, const Value& value) {
+    if (!root().ownsRows()) return;
     Event event(*this, key);
     if (trace().enabled(7)) {
       trace().trace(7, "{}: inserting k1={}, value={}", Rows::kInto, key, Rows::text(key, value));
@@ -91,13 +92,14 @@ class Output final : public OutputBase {
     const auto* row = table().find(key);
     if (row != nullptr && !Rows::same(*row, value)) {
       Rows::del(*mib_, key);
-      if (event.superseded()) return;
+      if (event.superseded() || !root().ownsRows()) return;
     }
     Rows::insert(*mib_, key, value);
   }
 
   // There is to be no row under key.
   void del(const Key& key) {
+    if (!root().ownsRows()) return;
     Event event(*this, key);
     trace().trace(7, "{}: deleting k1={}", Rows::kInto, key);
     Rows::del(*mib_, key);

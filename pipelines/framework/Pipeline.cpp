@@ -88,6 +88,11 @@ void Pipeline::doDeleteAll() {
   for (auto& machine : machines_) machine->doDeleteAll();
 }
 
+void Pipeline::rowsHandedOver() {
+  ownsRows_ = false;
+  for (auto& machine : machines_) machine->hasNotificationActiveIs(false);
+}
+
 void Pipeline::onZombieReactors() {
   for (auto& machine : machines_) machine->hasNotificationActiveIs(hasNotificationActive());
 }
@@ -97,7 +102,7 @@ void Pipeline::stop() {
   // All fall silent before the first deletes: what a deletion makes subscribers do must not start a machine
   // that is about to go.
   for (auto& machine : machines_) machine->hasNotificationActiveIs(false);
-  for (auto& machine : machines_) machine->stop(deleteRowsAtStop_);
+  for (auto& machine : machines_) machine->stop(ownsRows_);
   machines_.clear();
 }
 

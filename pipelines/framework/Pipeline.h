@@ -66,8 +66,10 @@ class Pipeline : public Zavro::Node {
   // Deletes every row that the pipeline can account for, and its child machines.
   void doDeleteAll();
 
-  // The rows now belong to a pipeline that takes this one's place: they stay when this one is destroyed.
-  void rowsHandedOver() { deleteRowsAtStop_ = false; }
+  // The rows now belong to a pipeline that takes this one's place: this one reacts and writes no more, and
+  // the rows stay when it is destroyed.
+  void rowsHandedOver();
+  bool ownsRows() const { return ownsRows_; }
 
   const Kor::Type& korType() const override { return type_; }
 
@@ -124,7 +126,7 @@ class Pipeline : public Zavro::Node {
   bool synchronous_ = kDefaultSynchronous;
   bool initialScanDone_ = false;
   bool initialized_ = false;
-  bool deleteRowsAtStop_ = true;
+  bool ownsRows_ = true;
   Kor::Type type_;
   Kor::Subscription onScans_;
 };

@@ -1,0 +1,215 @@
+#include "TrelSnmpAgent.h"
+
+#include "trel/Mode.h"
+#include "veldaTrelMIB.h"
+#include "zavro/Assert.h"
+
+namespace TrelSnmp::Agent {
+namespace {
+
+const Lumalog::Handle traceHandle("TrelSnmpAgent");
+
+constexpr const char* kDefaultContext = "";
+
+// Keeps the pipeline in slot when its inputs match, else puts a new one in its place. The old one goes only
+// when the new one has been built, and leaves it the rows.
+template <class Sm, class Make>
+Zavro::Ptr<Sm> keepOrReplace(Zavro::Ptr<Sm>& slot, bool matches, const Rvx::SmControl& control, Make make) {
+  if (slot) slot->rivoControlIs(control);
+  if (slot && matches) return slot;
+  std::vector<Zavro::Ptr<Sm>> old;
+  if (slot) old.push_back(slot);
+  Zavro::Ptr<Sm> made = makeSuccessor(old, make);
+  if (slot && slot->trelMib() == made->trelMib()) slot->rowsHandedOver();
+  slot = made;
+  made->hasNotificationActiveIs(true);
+  return made;
+}
+
+template <class Sm>
+Zavro::Ptr<Sm> detach(Zavro::Ptr<Sm>& slot) {
+  Zavro::Ptr<Sm> detached = std::move(slot);
+  if (detached) detached->hasNotificationActiveIs(false);
+  return detached;
+}
+
+}  // namespace
+
+// SnmpStatusSm
+
+SnmpStatusSm::SnmpStatusSm(Status snmpStatus) : snmpStatus_(std::move(snmpStatus)) {
+  watch();
+  handleSnmpStatusInitialized();
+}
+
+void SnmpStatusSm::snmpStatusIs(Status snmpStatus) {
+  if (snmpStatus == snmpStatus_) return;
+  subscription_.reset();
+  snmpStatus_ = std::move(snmpStatus);
+  watch();
+  handleSnmpStatusInitialized();
+}
+
+void SnmpStatusSm::watch() {
+  if (!snmpStatus_) return;
+  subscription_ = snmpStatus_->subscribeInitialized([this] {
+    if (hasNotificationActive()) {
+      handleSnmpStatusInitialized();
+    } else {
+      changedWhileInactive_ = true;
+    }
+  });
+}
+
+void SnmpStatusSm::onZombieReactors() {
+  if (!hasNotificationActive() || !std::exchange(changedWhileInactive_, false)) return;
+  handleSnmpStatusInitialized();
+}
+
+void SnmpStatusSm::handleSnmpStatusInitialized() {
+  constexpr std::string_view kFunction = "void TrelSnmp::Agent::SnmpStatusSm::handleSnmpStatusInitialized()";
+  if (!snmpStatus_ || !snmpStatus_->initialized()) {
+    Lumalog::BlockTimer timer(traceHandle, kFunction, "SnmpStatus not initialized");
+    traceHandle.trace(8, "SnmpStatusSm: SnmpStatus not initialized");
+    return;
+  }
+  if (mibsInitialized_) return;
+  Lumalog::BlockTimer timer(traceHandle, kFunction);
+  traceHandle.trace(8, "handleSnmpStatusInitialized");
+  init_veldaTrelMIB(kDefaultContext);
+  mibsInitialized_ = true;
+}
+
+Zavro::Ptr<SnmpStatusSm> SnmpStatusSm::SnmpStatusSmIs(Status snmpStatus) {
+  auto watcher = Zavro::makePtr<SnmpStatusSm>(std::move(snmpStatus));
+  watcher->hasNotificationActiveIs(true);
+  return watcher;
+}
+
+Zavro::Ptr<SnmpStatusSm> snmpStatusSmFactory(SnmpStatusSm::Status snmpStatus) {
+  return SnmpStatusSm::SnmpStatusSmIs(std::move(snmpStatus));
+}
+
+const Kor::Type& SnmpStatusSm::type() {
+  static const Kor::Type type =
+      Kor::TypeBuilder<SnmpStatusSm>("TrelSnmp::Agent::SnmpStatusSm")
+          .attribute("snmpStatus", [](const SnmpStatusSm& s) { return Kor::optText(s.snmpStatus()); })
+          .attribute("mibsInitialized", &SnmpStatusSm::mibsInitialized)
+          .operation("handleSnmpStatusInitialized", &SnmpStatusSm::handleSnmpStatusInitialized)
+          .build();
+  return type;
+}
+
+// Agent
+
+Agent::Agent(AgentInputs inputs) : inputs_(std::move(inputs)) { startSMs(); }
+
+Agent::~Agent() {
+  snmpStatusSmDel();
+  trelSnmpReachabilityTableSmDel();
+}
+
+void Agent::startSMs() {
+  Lumalog::BlockTimer timer(traceHandle, "void TrelSnmp::Agent::Agent::startSMs()");
+  traceHandle.trace(8, "startSMs");
+  zavroAssert(Trel::trelMode() && "TrelSnmp::Agent can not be run in non-trel mode");
+  snmpStatusSmIs(inputs_.snmpStatus);
+  trelSnmpReachabilityTableSmIs(inputs_.reachabilityDir, inputs_.ifMib, inputs_.trelMib, rvxSmControl_);
+}
+
+Zavro::Ptr<SnmpStatusSm> Agent::snmpStatusSmIs(const SnmpStatusSm::Status& snmpStatus) {
+  if (snmpStatusSm_ && snmpStatusSm_->snmpStatus() == snmpStatus) return snmpStatusSm_;
+  snmpStatusSm_ = SnmpStatusSm::SnmpStatusSmIs(snmpStatus);
+  return snmpStatusSm_;
+}
+
+Zavro::Ptr<SnmpStatusSm> Agent::snmpStatusSmDel() { return detach(snmpStatusSm_); }
+
+Zavro::Ptr<TrelSnmpReachabilityTableSm> Agent::trelSnmpReachabilityTableSmIs(
+    const Zavro::Ptr<const Kor::Dir>& reachabilityDir, const Zavro::Ptr<const IntfSnmp::IfMib>& ifMib,
+    const Zavro::Ptr<TrelMib>& trelMib, const Rvx::SmControl& control) {
+  auto& slot = trelSnmpReachabilityTableSm_;
+  bool matches = slot && slot->reachabilityDir() == reachabilityDir && slot->ifMib() == ifMib &&
+                 slot->trelMib() == trelMib;
+  return keepOrReplace(slot, matches, control, [&] {
+    return trelSnmpReachabilityTableSmFactory(reachabilityDir, ifMib, trelMib, control);
+  });
+}
+
+Zavro::Ptr<TrelSnmpReachabilityTableSm> Agent::trelSnmpReachabilityTableSmDel() {
+  return detach(trelSnmpReachabilityTableSm_);
+}
+
+std::vector<Zavro::Ptr<Pipeline>> Agent::pipelines() const {
+  std::vector<Zavro::Ptr<Pipeline>> pipelines = {trelSnmpReachabilityTableSm_};
+  std::erase(pipelines, nullptr);
+  return pipelines;
+}
+
+void Agent::rowsHandedOver() {
+  for (const auto& pipeline : pipelines()) pipeline->rowsHandedOver();
+}
+
+const Kor::Type& Agent::type() {
+  static const auto name = [](const auto& entity) { return entity ? entity->name() : "None"; };
+  static const Kor::Type type =
+      Kor::TypeBuilder<Agent>("TrelSnmp::Agent::Agent")
+          .attribute("trelMib", [](const Agent& a) { return name(a.inputs_.trelMib); })
+          .attribute("snmpStatus", [](const Agent& a) { return name(a.inputs_.snmpStatus); })
+          .attribute("ifMib", [](const Agent& a) { return name(a.inputs_.ifMib); })
+          .attribute("topologyConfig", [](const Agent& a) { return name(a.inputs_.topologyConfig); })
+          .attribute("reachabilityDir", [](const Agent& a) { return name(a.inputs_.reachabilityDir); })
+          .attribute("hostResourcesDir", [](const Agent& a) { return name(a.inputs_.hostResourcesDir); })
+          .attribute("snmpStatusSm", [](const Agent& a) { return a.snmpStatusSm_ != nullptr; })
+          .attribute("trelSnmpReachabilityTableSm", &Agent::trelSnmpReachabilityTableSm)
+          .attribute(
+              "rvxSmControl", [](const Agent& a) { return a.rvxSmControl_.text(); },
+              [](Agent& a, std::string_view text) { a.rvxSmControl_.textIs(text); })
+          .operation("startSMs", &Agent::startSMs)
+          .build();
+  return type;
+}
+
+// Root
+
+Root::~Root() {
+  notificationActive_ = false;
+  agent_.reset();
+}
+
+Zavro::Ptr<Agent> Root::agentIs(Zavro::Ptr<TrelMib> trelMib, Zavro::Ptr<const Snmp::Status> snmpStatus,
+                                Zavro::Ptr<const IntfSnmp::IfMib> ifMib,
+                                Zavro::Ptr<const Trel::TopologyConfig> topologyConfig,
+                                Zavro::Ptr<const Kor::Dir> reachabilityDir,
+                                Zavro::Ptr<const Kor::Dir> hostResourcesDir) {
+  AgentInputs inputs{std::move(trelMib),        std::move(snmpStatus),      std::move(ifMib),
+                     std::move(topologyConfig), std::move(reachabilityDir), std::move(hostResourcesDir)};
+  if (agent_ && agent_->inputs() == inputs) return agent_;
+  auto old = agent_ ? agent_->pipelines() : std::vector<Zavro::Ptr<Pipeline>>();
+  auto made = makeSuccessor(old, [&] { return Zavro::makePtr<Agent>(std::move(inputs)); });
+  if (agent_ && agent_->trelMib() == made->trelMib()) agent_->rowsHandedOver();
+  agent_ = made;
+  return made;
+}
+
+Zavro::Ptr<Agent> Root::agentDel() { return std::exchange(agent_, nullptr); }
+
+const Kor::Type& Root::type() {
+  static const Kor::Type type =
+      Kor::TypeBuilder<Root>("TrelSnmp::Agent::Root")
+          .attribute("name", &Root::name)
+          .attribute("agent", [](const Root& root) { return root.agent() != nullptr; })
+          .newEntityForDir([](const std::string& name, const std::vector<std::string>& arguments) {
+            if (!arguments.empty()) {
+              throw Kor::NewEntityArgumentsException(
+                  fmt::format("TrelSnmp::Agent::Root takes no arguments, {} given", arguments.size()));
+            }
+            return Zavro::Ptr<Kor::Entity>(rootFactory(name));
+          })
+          .build();
+  return type;
+}
+
+Zavro::Ptr<Root> rootFactory(const Kor::String& name) { return Zavro::makePtr<Root>(name); }
+
+}  // namespace TrelSnmp::Agent

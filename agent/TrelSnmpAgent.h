@@ -1,0 +1,134 @@
+// The spine of the library. The host creates one Root, gives it the inputs and the MIB state object with
+// agentIs(), and keeps it for as long as the cluster is to be served; the Root creates everything else.
+// Everything runs on the host's event loop thread.
+#pragma once
+
+#include <vector>
+
+#include "TrelSnmpReachabilityTableSm.h"
+#include "kor/Dir.h"
+#include "snmp/Status.h"
+#include "trel/Topology.h"
+#include "zavro/Node.h"
+
+namespace TrelSnmp::Agent {
+
+// Watches the SNMP agent's status and registers the MIB modules, once, the first time that it is initialised.
+class SnmpStatusSm final : public Zavro::Node {
+ public:
+  using Status = Zavro::Ptr<const Snmp::Status>;
+
+  // Evaluates the status at once.
+  explicit SnmpStatusSm(Status snmpStatus);
+
+  const Status& snmpStatus() const { return snmpStatus_; }
+  // Watches another record from now on and evaluates it, unless it is the same object.
+  void snmpStatusIs(Status snmpStatus);
+  bool mibsInitialized() const { return mibsInitialized_; }
+  void handleSnmpStatusInitialized();
+
+  // A new watcher, notification-active.
+  static Zavro::Ptr<SnmpStatusSm> SnmpStatusSmIs(Status snmpStatus);
+
+  static const Kor::Type& type();
+  const Kor::Type& korType() const override { return type(); }
+
+ private:
+  void watch();
+  void onZombieReactors() override;
+
+  Status snmpStatus_;
+  bool mibsInitialized_ = false;
+  bool changedWhileInactive_ = false;
+  Kor::Subscription subscription_;
+};
+
+Zavro::Ptr<SnmpStatusSm> snmpStatusSmFactory(SnmpStatusSm::Status snmpStatus);
+
+// What the agent is given. Each pipeline reads its inputs and writes the MIB state object only.
+struct AgentInputs {
+  Zavro::Ptr<TrelMib> trelMib;
+  Zavro::Ptr<const Snmp::Status> snmpStatus;
+  Zavro::Ptr<const IntfSnmp::IfMib> ifMib;
+  Zavro::Ptr<const Trel::TopologyConfig> topologyConfig;
+  Zavro::Ptr<const Kor::Dir> reachabilityDir;           // one Trel::ReachabilityStatus for each member
+  Zavro::Ptr<const Kor::Dir> hostResourcesDir;          // one HostResources::HostResources for each member
+  bool operator==(const AgentInputs&) const = default;  // the very same objects
+};
+
+// Makes the status watcher and the pipelines when it is constructed. The pipelines start at once; only the
+// registration of the MIB modules waits for the SNMP agent. Ends the process when the switch is not in Trel
+// mode.
+class Agent final : public Zavro::Node {
+ public:
+  explicit Agent(AgentInputs inputs);
+  ~Agent() override;
+
+  const Zavro::Ptr<TrelMib>& trelMib() const { return inputs_.trelMib; }
+  const AgentInputs& inputs() const { return inputs_; }
+  // Run control that pipelines made from now on get; settable through type information only.
+  const Rvx::SmControl& rvxSmControl() const { return rvxSmControl_; }
+
+  // Makes what is missing, in a fixed order.
+  void startSMs();
+
+  // The ...Is operations keep what exists when all its inputs are the very same objects; otherwise they make
+  // a new one, which takes the old one's place and its rows. The ...Del operations detach what exists,
+  // deactivate it and hand it to the caller (null if none); a pipeline's rows go when the caller drops it.
+  Zavro::Ptr<SnmpStatusSm> snmpStatusSmIs(const SnmpStatusSm::Status& snmpStatus);
+  Zavro::Ptr<SnmpStatusSm> snmpStatusSmDel();
+  Zavro::Ptr<TrelSnmpReachabilityTableSm> trelSnmpReachabilityTableSmIs(
+      const Zavro::Ptr<const Kor::Dir>& reachabilityDir, const Zavro::Ptr<const IntfSnmp::IfMib>& ifMib,
+      const Zavro::Ptr<TrelMib>& trelMib, const Rvx::SmControl& control);
+  Zavro::Ptr<TrelSnmpReachabilityTableSm> trelSnmpReachabilityTableSmDel();
+
+  const Zavro::Ptr<SnmpStatusSm>& snmpStatusSm() const { return snmpStatusSm_; }
+  const Zavro::Ptr<TrelSnmpReachabilityTableSm>& trelSnmpReachabilityTableSm() const {
+    return trelSnmpReachabilityTableSm_;
+  }
+  // Those that exist, in the order of their creation.
+  std::vector<Zavro::Ptr<Pipeline>> pipelines() const;
+  // Another agent serves the same MIB state object from now on: the rows are its.
+  void rowsHandedOver();
+
+  static const Kor::Type& type();
+  const Kor::Type& korType() const override { return type(); }
+
+ private:
+  const AgentInputs inputs_;
+  Zavro::Ptr<SnmpStatusSm> snmpStatusSm_;
+  Zavro::Ptr<TrelSnmpReachabilityTableSm> trelSnmpReachabilityTableSm_;
+  Rvx::SmControl rvxSmControl_;
+};
+
+// The entity that the host creates in its own directory. Owns at most one agent.
+class Root final : public Kor::Entity {
+ public:
+  explicit Root(Kor::String name) : Entity(std::move(name)) {}
+  ~Root() override;
+
+  const Zavro::Ptr<Agent>& agent() const { return agent_; }
+  bool hasNotificationActive() const { return notificationActive_; }
+
+  // The existing agent when each argument is the very same object as its own; otherwise a new agent, which
+  // replaces it once it has been built.
+  Zavro::Ptr<Agent> agentIs(Zavro::Ptr<TrelMib> trelMib, Zavro::Ptr<const Snmp::Status> snmpStatus,
+                            Zavro::Ptr<const IntfSnmp::IfMib> ifMib,
+                            Zavro::Ptr<const Trel::TopologyConfig> topologyConfig,
+                            Zavro::Ptr<const Kor::Dir> reachabilityDir,
+                            Zavro::Ptr<const Kor::Dir> hostResourcesDir);
+  // Detaches the agent and hands it to the caller, null if there is none.
+  Zavro::Ptr<Agent> agentDel();
+
+  static const Kor::Type& type();
+  const Kor::Type& korType() const override { return type(); }
+
+ private:
+  Zavro::Ptr<Agent> agent_;
+  bool notificationActive_ = true;
+};
+
+Zavro::Ptr<Root> rootFactory(const Kor::String& name);
+inline constexpr auto RootIs = &rootFactory;
+
+}  // namespace TrelSnmp::Agent
