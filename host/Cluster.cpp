@@ -1,0 +1,93 @@
+#include "Cluster.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+
+#include "EmbeddedSource.h"
+#include "ExampleState.h"
+#include "snmp/KelstoreUtil.h"
+#include "veldaTrelMIB.h"
+
+namespace Host {
+namespace {
+
+constexpr std::string_view kFile = "file:";
+
+std::string hostname() {
+  std::array<char, 256> name{};
+  return gethostname(name.data(), name.size() - 1) == 0 ? name.data() : "localhost";
+}
+
+std::unique_ptr<Kelstore::Source> sourceFor(const std::string& state, Kelstore::Store& store,
+                                            Kelstore::Io& io, const Zavro::Clock& clock) {
+  if (state.starts_with(kFile)) {
+    return std::make_unique<Kelstore::FileSource>(state.substr(kFile.size()), store, io, clock);
+  }
+  return std::make_unique<Kelstore::EmbeddedSource>(kExampleState, store, clock);
+}
+
+}  // namespace
+
+Cluster::Cluster(const std::vector<std::string>& states, Zavro::Ptr<Vem::TaskScheduler> scheduler,
+                 Kelstore::Io& io, const Zavro::Clock& clock)
+    : hostname_(hostname()),
+      store_(std::move(scheduler), mirror_),
+      root_(Zavro::makePtr<Kor::Dir>("root")),
+      trelMib_(TrelSnmp::trelMibFactory("trelMib")),
+      status_(Zavro::makePtr<Snmp::Status>("snmpStatus")),
+      agentRoot_(TrelSnmp::Agent::rootFactory("trelSnmp")) {
+  mountTrelMib();
+  sysnameIs();
+  sysnameSubscription_ = mirror_.subscribeSysname([this] { sysnameIs(); });
+  for (const std::string& state : states) sources_.push_back(sourceFor(state, store_, io, clock));
+  for (const auto& source : sources_) source->start();
+  agentRoot_->agentIs(trelMib_, status_, mirror_.ifMib(), mirror_.topologyConfig(), mirror_.reachabilityDir(),
+                      mirror_.hostResourcesDir());
+}
+
+Cluster::~Cluster() {
+  agentRoot_->agentDel();
+  Snmp::KelstoreUtil::rootIs(nullptr, nullptr);
+}
+
+void Cluster::mountTrelMib() {
+  auto snmp = Zavro::makePtr<Kor::Dir>("snmp");
+  auto trel = Zavro::makePtr<Kor::Dir>("trel");
+  root_->entityPtrIs(snmp);
+  snmp->entityPtrIs(trel);
+  trel->entityPtrIs(trelMib_);
+  zavroAssert(Kor::entityAt(*root_, TrelSnmp::TrelMib::kPath) == trelMib_);
+}
+
+void Cluster::sysnameIs() {
+  const std::string& name = mirror_.sysname();
+  Snmp::KelstoreUtil::rootIs(root_, Zavro::makePtr<const Snmp::Config>(name.empty() ? hostname_ : name));
+}
+
+void Cluster::snmpIsUp() { status_->initializedIs(true); }
+
+void Cluster::snmpGoesDown() {
+  if (status_->initialized()) unregister_veldaTrelMIB("");
+}
+
+bool Cluster::complete() const {
+  auto pipelinesNow = pipelines();
+  return status_->initialized() && store_.idle() &&
+         std::all_of(pipelinesNow.begin(), pipelinesNow.end(),
+                     [](const auto& pipeline) { return pipeline->ready() && pipeline->idle(); });
+}
+
+std::vector<Kelstore::SourceStatus> Cluster::sources() const {
+  std::vector<Kelstore::SourceStatus> all;
+  for (const auto& source : sources_) all.push_back(source->status());
+  return all;
+}
+
+std::vector<Zavro::Ptr<const TrelSnmp::Agent::Pipeline>> Cluster::pipelines() const {
+  auto all = agentRoot_->agent()->pipelines();
+  return {all.begin(), all.end()};
+}
+
+}  // namespace Host

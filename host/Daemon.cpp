@@ -1,0 +1,70 @@
+#include "Daemon.h"
+
+#include <csignal>
+#include <nlohmann/json.hpp>
+
+#include "StatusReport.h"
+#include "TableReport.h"
+#include "snmp/AsnConversions.h"
+
+namespace Host {
+
+Daemon::Daemon(const Options& options, const Zavro::Clock& clock)
+    : options_(options),
+      clock_(clock),
+      startedNs_(clock.monotonicNs()),
+      slice_(clock),
+      scheduler_(Zavro::makePtr<Vem::TaskScheduler>(slice_)),
+      tasks_(loop_, scheduler_),
+      terminate_(loop_, SIGTERM, [this] { loop_.stop(); }),
+      interrupt_(loop_, SIGINT, [this] { loop_.stop(); }),
+      systemd_(loop_),
+      io_(loop_),
+      control_(loop_, options.control, [this](const std::string& request) { return answer(request); }) {
+  // A client of the control socket that went away is found out by the write that fails.
+  std::signal(SIGPIPE, SIG_IGN);
+  Vem::TaskSchedulerRoot::schedulerIs(scheduler_);
+  Snmp::agentStartUtcIs(Zavro::Duration(static_cast<double>(clock.utcNs()) / 1e9));
+  error_ = control_.error();
+  if (error_.empty()) start();
+}
+
+Daemon::~Daemon() {
+  if (cluster_ && snmp_) cluster_->snmpGoesDown();
+  snmp_.reset();
+  cluster_.reset();
+  Vem::TaskSchedulerRoot::schedulerIs(nullptr);
+}
+
+// The sources are followed before SNMP is up, so that the tables are filled soon.
+void Daemon::start() {
+  cluster_.emplace(options_.states, scheduler_, io_, clock_);
+  snmp_.emplace(loop_, options_.snmp);
+  error_ = snmp_->error();
+  if (!error_.empty()) return;
+  cluster_->snmpIsUp();
+  untilReady_.emplace(loop_, [this] { tellWhenReady(); });
+}
+
+void Daemon::tellWhenReady() {
+  if (!cluster_->complete()) return;
+  systemd_.ready();
+  untilReady_->stop();
+}
+
+std::unique_ptr<Reply> Daemon::answer(const std::string& request) const {
+  auto json = nlohmann::json::parse(request, nullptr, /*allow_exceptions=*/false);
+  if (!json.is_object() || !json.contains("op") || !json["op"].is_string()) {
+    return errorReply(R"(expected a request such as {"op":"status"})");
+  }
+  const auto& op = json["op"].get_ref<const std::string&>();
+  if (op == Control::kOpTables) return tableReport(cluster_->trelMib());
+  if (op == Control::kOpStatus) {
+    return statusReport(
+        {options_.member, clock_.monotonicNs() - startedNs_, clock_.utcNs(), *snmp_, *cluster_, *scheduler_});
+  }
+  return errorReply(fmt::format("found op \"{}\", expected {} or {}", op.substr(0, 40), Control::kOpStatus,
+                                Control::kOpTables));
+}
+
+}  // namespace Host

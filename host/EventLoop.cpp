@@ -1,0 +1,62 @@
+#include "EventLoop.h"
+
+namespace Host {
+
+EventLoop::EventLoop() {
+  int result = uv_loop_init(&loop_);
+  zavroAssertWith(result == 0, "{}", uv_strerror(result));
+}
+
+EventLoop::~EventLoop() {
+  uv_run(&loop_, UV_RUN_DEFAULT);
+  int result = uv_loop_close(&loop_);
+  zavroAssertWith(result == 0, "{}", uv_strerror(result));
+}
+
+Timer::Timer(EventLoop& loop, std::function<void()> elapsed)
+    : elapsed_(std::move(elapsed)),
+      timer_([&](uv_timer_t* timer) { return uv_timer_init(loop.uv(), timer); }) {
+  timer_->data = this;
+}
+
+void Timer::start(uint64_t milliseconds, uint64_t repeatMilliseconds) {
+  auto elapsed = [](uv_timer_t* timer) { static_cast<Timer*>(timer->data)->elapsed_(); };
+  uv_timer_start(timer_.get(), elapsed, milliseconds, repeatMilliseconds);
+}
+
+void Timer::stop() { uv_timer_stop(timer_.get()); }
+
+TaskRunner::TaskRunner(EventLoop& loop, Zavro::Ptr<Vem::TaskScheduler> scheduler)
+    : scheduler_(std::move(scheduler)),
+      idle_([&](uv_idle_t* idle) { return uv_idle_init(loop.uv(), idle); }) {
+  idle_->data = this;
+  auto start = [this] {
+    uv_idle_start(idle_.get(), [](uv_idle_t* idle) { static_cast<TaskRunner*>(idle->data)->runSlice(); });
+  };
+  scheduler_->onRunnable(start);
+  if (scheduler_->runnable()) start();
+}
+
+TaskRunner::~TaskRunner() { scheduler_->onRunnable({}); }
+
+void TaskRunner::runSlice() {
+  scheduler_->runOne();
+  if (!scheduler_->runnable()) uv_idle_stop(idle_.get());
+}
+
+SignalWatch::SignalWatch(EventLoop& loop, int signal, std::function<void()> received)
+    : received_(std::move(received)),
+      signal_([&](uv_signal_t* handle) { return uv_signal_init(loop.uv(), handle); }) {
+  signal_->data = this;
+  uv_signal_start(
+      signal_.get(), [](uv_signal_t* handle, int) { static_cast<SignalWatch*>(handle->data)->received_(); },
+      signal);
+}
+
+TurnWatch::TurnWatch(EventLoop& loop, std::function<void()> turned)
+    : turned_(std::move(turned)), check_([&](uv_check_t* check) { return uv_check_init(loop.uv(), check); }) {
+  check_->data = this;
+  uv_check_start(check_.get(), [](uv_check_t* check) { static_cast<TurnWatch*>(check->data)->turned_(); });
+}
+
+}  // namespace Host

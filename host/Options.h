@@ -1,0 +1,39 @@
+// The command line of trelsnmpd.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "SnmpAgent.h"
+
+namespace Host {
+
+enum class LogTo : uint8_t { standardError, syslog, journal };
+
+struct Options {
+  SnmpOptions snmp;
+  std::vector<std::string> states;  // "embedded" or "file:PATH", never empty
+  uint8_t member = 1;
+  std::string toggles;  // empty: all toggles at their default
+  bool trelMode = true;
+  std::string control;
+  std::vector<std::pair<std::string, int>> traces;  // handle and level
+  LogTo log = LogTo::standardError;
+};
+
+// What the command line says. When the process is to end at once, exitCode is set and what is to be said has
+// been written: help and version to standard output (0), what is wrong to standard error, in one line (2).
+struct ParsedOptions {
+  Options options;
+  int exitCode = -1;  // -1: go on
+};
+ParsedOptions parseOptions(int argc, const char* const* argv);
+
+// "HANDLE/LEVEL[,...]"; throws std::invalid_argument with what was found and expected.
+std::vector<std::pair<std::string, int>> parseTraces(const std::string& text);
+// Throws std::invalid_argument unless it names a source that this build has.
+void checkSource(const std::string& source);
+
+}  // namespace Host

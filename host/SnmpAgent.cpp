@@ -1,0 +1,196 @@
+#include "SnmpAgent.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+
+#include "NetSnmp.h"
+// Not among those that it includes.
+#include <net-snmp/agent/agent_callbacks.h>
+
+#include "lumalog/Lumalog.h"
+
+// Modules of net-snmp's own library of MIB implementations; its headers do not declare them one by one.
+extern "C" {
+void init_system_mib(void);
+void init_sysORTable(void);
+}
+
+namespace Host {
+namespace {
+
+constexpr const char* kApplication = "trelsnmpd";
+const Lumalog::Handle traceHandle("NetSnmp");
+
+// How often a subagent makes sure of its master, and tries to reach it again when it is gone.
+constexpr int kPingIntervalSeconds = 2;
+
+// What a manager sees without a configuration file: the system group and the served tables, to read, from
+// this machine.
+std::vector<std::string> defaultAccess() {
+  std::string served = fmt::format(".1.3.6.1.4.1.{}.3", TREL_ENTERPRISE_NUMBER);
+  return {"view trelServed included .1.3.6.1.2.1.1", fmt::format("view trelServed included {}.40", served),
+          fmt::format("view trelServed included {}.41", served), "rocommunity public 127.0.0.1 -V trelServed",
+          "rocommunity6 public ::1 -V trelServed"};
+}
+
+// Where what must survive a restart is kept, above all the engine's boot count of SNMPv3.
+std::string stateDirectory() {
+  if (const char* systemd = std::getenv("STATE_DIRECTORY")) {
+    std::string all = systemd;
+    return all.substr(0, all.find(':'));
+  }
+  if (geteuid() == 0) return "/var/lib/trelsnmpd";
+  if (const char* state = std::getenv("XDG_STATE_HOME")) return std::string(state) + "/trelsnmpd";
+  const char* home = std::getenv("HOME");
+  return std::string(home == nullptr ? "/tmp" : home) + "/.local/state/trelsnmpd";
+}
+
+void setFlag(int which) { netsnmp_ds_set_boolean(NETSNMP_DS_APPLICATION_ID, which, 1); }
+
+std::string trimmed(std::string text) {
+  while (!text.empty() && (text.back() == '\n' || text.back() == ' ')) text.pop_back();
+  return text;
+}
+
+std::string joined(const std::vector<std::string>& parts) {
+  std::string all;
+  for (const std::string& part : parts) all += (all.empty() ? "" : ",") + part;
+  return all;
+}
+
+const char* ports() { return netsnmp_ds_get_string(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_PORTS); }
+
+}  // namespace
+
+SnmpAgent::SnmpAgent(EventLoop& loop, const SnmpOptions& options) : options_(options), loop_(loop) {
+  snmp_disable_log();
+  netsnmp_register_loghandler(NETSNMP_LOGHANDLER_CALLBACK, LOG_DEBUG);
+  for (const Callback& callback : callbacks()) {
+    snmp_register_callback(callback.major, callback.minor, callback.function, this);
+  }
+  if (!options_.conf.empty() && access(options_.conf.c_str(), R_OK) != 0) {
+    error_ = fmt::format("--conf {}: {}", options_.conf, std::strerror(errno));
+    return;
+  }
+  start();
+}
+
+SnmpAgent::~SnmpAgent() {
+  pump_.reset();
+  // Before the shutdown, which takes what callbacks were registered with for memory of its own and frees it.
+  for (const Callback& callback : callbacks()) {
+    snmp_unregister_callback(callback.major, callback.minor, callback.function, this, /*matchargs=*/1);
+  }
+  if (configuring_) {
+    // In this order: shutdown_agent() frees what snmp_shutdown() still uses.
+    snmp_shutdown(kApplication);
+    shutdown_agent();
+  }
+}
+
+std::array<SnmpAgent::Callback, 3> SnmpAgent::callbacks() {
+  return {{{SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_LOGGING, &SnmpAgent::logged},
+           {SNMP_CALLBACK_APPLICATION, SNMPD_CALLBACK_INDEX_START, &SnmpAgent::connectedIs},
+           {SNMP_CALLBACK_APPLICATION, SNMPD_CALLBACK_INDEX_STOP, &SnmpAgent::disconnectedIs}}};
+}
+
+std::string SnmpAgent::address() const {
+  if (subagent()) return options_.agentx;
+  return ports() == nullptr ? "" : ports();
+}
+
+// Settings that are not in any file, before net-snmp reads one.
+void SnmpAgent::configure() {
+  setFlag(NETSNMP_DS_AGENT_NO_ROOT_ACCESS);
+  setFlag(NETSNMP_DS_AGENT_DONT_LOG_TCPWRAPPERS_CONNECTS);
+  netsnmp_ds_set_boolean(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_ALARM_DONT_USE_SIG, 1);
+  if (subagent()) {
+    setFlag(NETSNMP_DS_AGENT_ROLE);
+    netsnmp_ds_set_string(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_X_SOCKET, options_.agentx.c_str());
+    netsnmp_ds_set_int(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_AGENTX_PING_INTERVAL,
+                       kPingIntervalSeconds);
+  }
+  // Nothing here needs names for object identifiers, and loading MIB files takes longer than all the rest.
+  setenv("MIBS", "", /*overwrite=*/0);
+  openState();
+  if (options_.conf.empty()) {
+    for (const std::string& line : defaultAccess()) netsnmp_config(const_cast<char*>(line.c_str()));
+  } else {
+    netsnmp_ds_set_string(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_OPTIONALCONFIG, options_.conf.c_str());
+  }
+}
+
+// net-snmp's own search path would bring in /etc/snmp; it gets a path on which only its saved state is. (The
+// switch that stops the saving of state stops the reading of files as well.)
+void SnmpAgent::openState() {
+  std::string directory = stateDirectory();
+  std::error_code failure;
+  std::filesystem::create_directories(directory, failure);
+  if (failure || access(directory.c_str(), W_OK) != 0) {
+    traceHandle.trace(1, "{}: {}, the SNMPv3 boot count will not survive a restart", directory,
+                      failure ? failure.message() : std::strerror(errno));
+  }
+  unsetenv("SNMPCONFPATH");
+  unsetenv("SNMP_PERSISTENT_FILE");
+  set_persistent_directory(directory.c_str());
+  set_configuration_directory((directory + "/conf.d").c_str());
+}
+
+void SnmpAgent::start() {
+  configure();
+  configuring_ = true;
+  lastError_.clear();
+  if (init_agent(kApplication) != 0) {
+    error_ = "net-snmp's agent cannot be initialised: " + lastError_;
+    return;
+  }
+  if (!subagent()) {
+    init_sysORTable();
+    init_system_mib();
+  }
+  init_snmp(kApplication);
+  if (!options_.conf.empty() && !lastError_.empty()) {
+    error_ = fmt::format("--conf {}: {}", options_.conf, lastError_);
+    return;
+  }
+  if (!subagent()) {
+    if (!options_.listen.empty() || ports() == nullptr) {
+      std::string addresses = options_.listen.empty() ? kDefaultListen : joined(options_.listen);
+      netsnmp_ds_set_string(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_PORTS, addresses.c_str());
+    }
+    if (init_master_agent() != 0) {
+      error_ = fmt::format("--listen {}: {}", address(), lastError_);
+      return;
+    }
+  }
+  pump_.emplace(loop_);
+}
+
+int SnmpAgent::logged(int /*major*/, int /*minor*/, void* message, void* self) {
+  auto* agent = static_cast<SnmpAgent*>(self);
+  const auto* entry = static_cast<const snmp_log_message*>(message);
+  std::string text = trimmed(entry->msg);
+  if (text.empty()) return 0;
+  bool bad = entry->priority <= LOG_ERR;
+  if (bad && agent->lastError_.empty()) agent->lastError_ = text;
+  // What ends the start is told once, by whoever started the agent.
+  if (bad && !agent->pump_) return 0;
+  traceHandle.trace(bad ? 0 : entry->priority <= LOG_WARNING ? 1 : 2, "{}", text);
+  return 0;
+}
+
+int SnmpAgent::connectedIs(int /*major*/, int /*minor*/, void* /*session*/, void* self) {
+  static_cast<SnmpAgent*>(self)->connected_ = true;
+  return 0;
+}
+
+int SnmpAgent::disconnectedIs(int /*major*/, int /*minor*/, void* /*session*/, void* self) {
+  static_cast<SnmpAgent*>(self)->connected_ = false;
+  return 0;
+}
+
+}  // namespace Host

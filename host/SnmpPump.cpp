@@ -1,0 +1,107 @@
+#include "SnmpPump.h"
+
+#include <sys/epoll.h>
+#include <unistd.h>
+
+#include <array>
+
+#include "NetSnmp.h"
+// Not among those that it includes.
+#include <net-snmp/library/large_fd_set.h>
+
+namespace Host {
+namespace {
+
+// Requests that are served in a row before tasks and other clients get their turn.
+constexpr int kMaxReadsPerTurn = 8;
+
+class DescriptorSet {
+ public:
+  DescriptorSet() { netsnmp_large_fd_set_init(&set_, FD_SETSIZE); }
+  ~DescriptorSet() { netsnmp_large_fd_set_cleanup(&set_); }
+  DescriptorSet(const DescriptorSet&) = delete;
+  DescriptorSet& operator=(const DescriptorSet&) = delete;
+
+  netsnmp_large_fd_set* get() { return &set_; }
+  void insert(int fd) { netsnmp_large_fd_setfd(fd, &set_); }
+  bool contains(int fd) { return netsnmp_large_fd_is_set(fd, &set_) != 0; }
+
+ private:
+  netsnmp_large_fd_set set_;
+};
+
+uint64_t milliseconds(const timeval& time) {
+  return static_cast<uint64_t>(time.tv_sec) * 1000 + (static_cast<uint64_t>(time.tv_usec) + 999) / 1000;
+}
+
+}  // namespace
+
+SnmpPump::SnmpPump(EventLoop& loop)
+    : epoll_(epoll_create1(EPOLL_CLOEXEC)),
+      prepare_([&](uv_prepare_t* prepare) { return uv_prepare_init(loop.uv(), prepare); }),
+      poll_([&](uv_poll_t* poll) { return uv_poll_init(loop.uv(), poll, epoll_); }),
+      deadline_(loop, [] {
+        snmp_timeout();
+        run_alarms();
+      }) {
+  zavroAssert(epoll_ >= 0);
+  prepare_->data = this;
+  poll_->data = this;
+  uv_prepare_start(prepare_.get(),
+                   [](uv_prepare_t* prepare) { static_cast<SnmpPump*>(prepare->data)->prepare(); });
+  uv_poll_start(poll_.get(), UV_READABLE,
+                [](uv_poll_t* poll, int, int) { static_cast<SnmpPump*>(poll->data)->receive(); });
+}
+
+SnmpPump::~SnmpPump() {
+  uv_poll_stop(poll_.get());
+  close(epoll_);
+}
+
+// Before the loop waits: which sockets there are now, and until when to wait at most.
+void SnmpPump::prepare() {
+  netsnmp_check_outstanding_agent_requests();
+  DescriptorSet wanted;
+  int count = 0;
+  int mayBlock = 1;
+  timeval timeout{};
+  snmp_select_info2(&count, wanted.get(), &timeout, &mayBlock);
+  std::set<int> descriptors;
+  for (int fd = 0; fd < count; ++fd) {
+    if (wanted.contains(fd)) descriptors.insert(fd);
+  }
+  follow(descriptors);
+  if (mayBlock != 0) {
+    deadline_.stop();
+  } else {
+    deadline_.start(milliseconds(timeout));
+  }
+}
+
+void SnmpPump::follow(const std::set<int>& descriptors) {
+  for (int fd : followed_) {
+    if (!descriptors.contains(fd)) epoll_ctl(epoll_, EPOLL_CTL_DEL, fd, nullptr);
+  }
+  // One that is followed already is refused, which is cheaper than to find out whether it is the same socket.
+  for (int fd : descriptors) {
+    epoll_event event{};
+    event.events = EPOLLIN;
+    event.data.fd = fd;
+    epoll_ctl(epoll_, EPOLL_CTL_ADD, fd, &event);
+  }
+  followed_ = descriptors;
+}
+
+void SnmpPump::receive() {
+  for (int reads = 0; reads < kMaxReadsPerTurn; ++reads) {
+    std::array<epoll_event, 64> events{};
+    int count = epoll_wait(epoll_, events.data(), static_cast<int>(events.size()), 0);
+    if (count <= 0) break;
+    DescriptorSet readable;
+    for (int i = 0; i < count; ++i) readable.insert(events[static_cast<size_t>(i)].data.fd);
+    snmp_read2(readable.get());
+    netsnmp_check_outstanding_agent_requests();
+  }
+}
+
+}  // namespace Host

@@ -1,0 +1,84 @@
+#include "StatusReport.h"
+
+#include <fmt/chrono.h>
+
+#include <nlohmann/json.hpp>
+
+#include "TableReport.h"
+
+namespace Host {
+namespace {
+
+using Json = nlohmann::ordered_json;
+constexpr uint64_t kNsPerSecond = 1'000'000'000;
+
+// "2026-01-31T23:59:59.123Z"; null for 0.
+Json utcTime(uint64_t utcNs) {
+  if (utcNs == 0) return nullptr;
+  auto seconds = static_cast<std::time_t>(utcNs / kNsPerSecond);
+  return fmt::format("{:%Y-%m-%dT%H:%M:%S}.{:03}Z", fmt::gmtime(seconds), utcNs % kNsPerSecond / 1'000'000);
+}
+
+Json sourcesOf(const Cluster& cluster) {
+  Json all = Json::array();
+  for (const Kelstore::SourceStatus& source : cluster.sources()) {
+    all.push_back({{"name", source.name},
+                   {"state", Kelstore::stateName(source.state)},
+                   {"paths", source.paths},
+                   {"lastChange", utcTime(source.lastChangeUtcNs)},
+                   {"staleSince", utcTime(source.staleSinceUtcNs)},
+                   {"error", source.error.empty() ? Json(nullptr) : Json(source.error)}});
+  }
+  return all;
+}
+
+Json pipelinesOf(const Cluster& cluster) {
+  Json all = Json::array();
+  for (const auto& pipeline : cluster.pipelines()) {
+    all.push_back({{"name", pipeline->name()}, {"ready", pipeline->ready()}, {"idle", pipeline->idle()}});
+  }
+  return all;
+}
+
+Json tasksOf(const Vem::TaskScheduler& scheduler) {
+  Json all = Json::array();
+  for (const Vem::Task* task : scheduler.tasks()) {
+    all.push_back({{"name", task->name()},
+                   {"workDone", task->workCount()},
+                   {"workPending", task->workPending()},
+                   {"scheduled", task->scheduled()}});
+  }
+  return all;
+}
+
+Json tablesOf(const TrelSnmp::TrelMib& mib) {
+  Json all = Json::array();
+  for (const TableFigures& table : tableFigures(mib)) {
+    all.push_back({{"name", table.name}, {"rows", table.rows}, {"version", table.version}});
+  }
+  return all;
+}
+
+}  // namespace
+
+bool serving(const SnmpAgent& snmp, const Cluster& cluster) { return snmp.connected() && cluster.complete(); }
+
+std::unique_ptr<Reply> statusReport(const StatusInputs& inputs) {
+  Json answer{{"ok", true},
+              {"daemon", "trelsnmpd"},
+              {"version", TREL_VERSION},
+              {"member", inputs.member},
+              {"time", utcTime(inputs.nowUtcNs)},
+              {"uptimeSeconds", static_cast<double>(inputs.uptimeNs / 1'000'000) / 1000},
+              {"mode", inputs.snmp.subagent() ? "agentx" : "standalone"},
+              {"address", inputs.snmp.address()},
+              {"connected", inputs.snmp.connected()},
+              {"ready", serving(inputs.snmp, inputs.cluster)},
+              {"sources", sourcesOf(inputs.cluster)},
+              {"pipelines", pipelinesOf(inputs.cluster)},
+              {"tasks", tasksOf(inputs.scheduler)},
+              {"tables", tablesOf(inputs.cluster.trelMib())}};
+  return lineReply(answer.dump(-1, ' ', false, Json::error_handler_t::replace));
+}
+
+}  // namespace Host

@@ -1,0 +1,27 @@
+// How the daemon is doing, as the answer to the control request "status".
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+#include "Cluster.h"
+#include "ControlServer.h"
+#include "SnmpAgent.h"
+
+namespace Host {
+
+struct StatusInputs {
+  uint8_t member;
+  uint64_t uptimeNs;
+  uint64_t nowUtcNs;
+  const SnmpAgent& snmp;
+  const Cluster& cluster;
+  const Vem::TaskScheduler& scheduler;
+};
+
+// Whether managers get to see all of the cluster.
+bool serving(const SnmpAgent& snmp, const Cluster& cluster);
+
+std::unique_ptr<Reply> statusReport(const StatusInputs& inputs);
+
+}  // namespace Host

@@ -1,0 +1,28 @@
+// trelsnmpd.
+#include <fmt/format.h>
+
+#include "Daemon.h"
+#include "Logging.h"
+#include "Options.h"
+#include "toggles/Toggles.h"
+#include "trel/Mode.h"
+#include "zavro/Clock.h"
+
+int main(int argc, char** argv) {
+  auto [options, exitCode] = Host::parseOptions(argc, argv);
+  if (exitCode >= 0) return exitCode;
+
+  Host::Logging logging(options.log);
+  for (const auto& [handle, level] : options.traces) Lumalog::levelIs(handle, level);
+  if (!options.toggles.empty()) Toggles::fileIs("TrelCore.json", options.toggles);
+  Trel::trelModeIs(options.trelMode);
+
+  Zavro::SystemClock clock;
+  Host::Daemon daemon(options, clock);
+  if (!daemon.error().empty()) {
+    fmt::print(stderr, "trelsnmpd: {}\n", daemon.error());
+    return 2;
+  }
+  daemon.run();
+  return 0;
+}
