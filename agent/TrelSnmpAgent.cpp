@@ -11,6 +11,21 @@ const Lumalog::Handle traceHandle("TrelSnmpAgent");
 
 constexpr const char* kDefaultContext = "";
 
+// Runs make while the pipelines are silent, so that no two write one table; if it fails they go on.
+template <class Pipelines, class Make>
+auto makeSuccessor(const Pipelines& pipelines, Make make) {
+  auto activeIs = [&](bool active) {
+    for (const auto& pipeline : pipelines) pipeline->hasNotificationActiveIs(active);
+  };
+  activeIs(false);
+  try {
+    return make();
+  } catch (...) {
+    activeIs(true);
+    throw;
+  }
+}
+
 // Keeps the pipeline in slot when its inputs match, else puts a new one in its place. The old one goes only
 // when the new one has been built, and leaves it the rows.
 template <class Sm, class Make>

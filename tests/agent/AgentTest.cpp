@@ -1,0 +1,398 @@
+// The agent's life: what it makes, in which order, what it keeps, what it waits for, and what it leaves
+// behind.
+#include <gtest/gtest.h>
+#include <net-snmp/net-snmp-config.h>
+// The order matters to net-snmp.
+#include <net-snmp/net-snmp-includes.h>
+// The agent's part builds on the library's.
+#include <net-snmp/agent/net-snmp-agent-includes.h>
+
+#include <cstdlib>
+
+#include "TrelSnmpAgent.h"
+#include "snmp/KelstoreUtil.h"
+#include "snmp/RegVoidCollByContext.h"
+#include "support/DrivenScheduler.h"
+#include "support/TraceLog.h"
+#include "trel/Mode.h"
+#include "veldaTrelMIB.h"
+
+namespace TrelSnmp::Agent {
+namespace {
+
+using State = Trel::ReachabilityState;
+
+class AgentTest : public testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    netsnmp_ds_set_boolean(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_ROLE, 0);
+    netsnmp_ds_set_boolean(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_DONT_READ_CONFIGS, 1);
+    netsnmp_ds_set_boolean(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_DONT_PERSIST_STATE, 1);
+    setenv("MIBS", "", 1);  // no MIB files are wanted, nor complaints about missing ones
+    init_agent("agent-test");
+    init_snmp("agent-test");
+  }
+  static void TearDownTestSuite() {
+    snmp_shutdown("agent-test");
+    shutdown_agent();
+  }
+
+  void SetUp() override {
+    Vem::TaskSchedulerRoot::schedulerIs(scheduler.get());
+    auto snmpDir = Zavro::makePtr<Kor::Dir>("snmp");
+    auto trelDir = Zavro::makePtr<Kor::Dir>("trel");
+    stateRoot->entityPtrIs(snmpDir);
+    snmpDir->entityPtrIs(trelDir);
+    trelDir->entityPtrIs(mib);
+    Snmp::KelstoreUtil::rootIs(stateRoot, Zavro::makePtr<const Snmp::Config>("switch-1"));
+  }
+  void TearDown() override {
+    root.reset();
+    unregister_veldaTrelMIB("");
+    Snmp::KelstoreUtil::rootIs(nullptr, nullptr);
+    Kor::Entity::singletonDel(Snmp::RegVoidCollByContext::kTypeName);
+    Vem::TaskSchedulerRoot::schedulerIs(nullptr);
+    Trel::trelModeIs(true);
+  }
+
+  Zavro::Ptr<Agent> agentIs() {
+    return root->agentIs(mib, status, ifMib, topology, reachabilityDir, hostResourcesDir);
+  }
+  static bool registered() {
+    return Snmp::RegVoidCollByContext::singleton()->regVoid("", "veldaTrelReachabilityTable") != nullptr;
+  }
+  void reports(const std::string& member, uint8_t neighbour) {
+    auto entity = Zavro::makePtr<Trel::ReachabilityStatus>(member);
+    entity->reachabilityStatus().set(Trel::MemberId(neighbour),
+                                     Zavro::makePtr<const State>(State::reachable, std::nullopt, 0));
+    reachabilityDir->entityPtrIs(entity);
+  }
+
+  DrivenScheduler scheduler;
+  Zavro::Ptr<Kor::Dir> stateRoot = Zavro::makePtr<Kor::Dir>("switch-1");
+  Zavro::Ptr<TrelMib> mib = trelMibFactory("trelMib");
+  Zavro::Ptr<Snmp::Status> status = Zavro::makePtr<Snmp::Status>("status");
+  Zavro::Ptr<IntfSnmp::IfMib> ifMib = Zavro::makePtr<IntfSnmp::IfMib>("ifMib");
+  Zavro::Ptr<Trel::TopologyConfig> topology = Zavro::makePtr<Trel::TopologyConfig>("topology");
+  Zavro::Ptr<Kor::Dir> reachabilityDir = Zavro::makePtr<Kor::Dir>("reachabilityDir");
+  Zavro::Ptr<Kor::Dir> hostResourcesDir = Zavro::makePtr<Kor::Dir>("hostResourcesDir");
+  Zavro::Ptr<Root> root = rootFactory("root");
+};
+
+TEST_F(AgentTest, NewRoot_HasItsNameAndNoAgent) {
+  EXPECT_EQ(root->name(), "root");
+  EXPECT_EQ(root->agent(), nullptr);
+  EXPECT_EQ(RootIs("other")->name(), "other");
+  EXPECT_EQ(Kor::attribute(*root, "agent"), "false");
+}
+
+TEST_F(AgentTest, DirectoryMakesRoots_ButTakesNoArguments) {
+  Kor::Dir dir("agents");
+  auto made = dir.newEntity(Root::type(), "r");
+  EXPECT_EQ(dir.entityPtr("r"), made);
+  EXPECT_NE(dynamic_cast<Root*>(made.get()), nullptr);
+  EXPECT_THROW(dir.newEntity(Root::type(), "s", {"x"}), Kor::NewEntityArgumentsException);
+  EXPECT_EQ(dir.entityPtr("s"), nullptr);
+}
+
+TEST_F(AgentTest, SameInputs_SameAgentAndPipelines) {
+  auto agent = agentIs();
+  auto pipeline = agent->trelSnmpReachabilityTableSm();
+  auto watcher = agent->snmpStatusSm();
+  EXPECT_EQ(agentIs(), agent);
+  EXPECT_EQ(agent->trelSnmpReachabilityTableSm(), pipeline);
+  EXPECT_EQ(agent->snmpStatusSm(), watcher);
+}
+
+TEST_F(AgentTest, AnyOtherInput_WholeNewAgent) {
+  auto agent = agentIs();
+  auto otherMib = trelMibFactory("other");
+  auto otherStatus = Zavro::makePtr<Snmp::Status>("other");
+  auto otherIfMib = Zavro::makePtr<IntfSnmp::IfMib>("other");
+  auto otherTopology = Zavro::makePtr<Trel::TopologyConfig>("other");
+  auto otherDir = Zavro::makePtr<Kor::Dir>("other");
+  const std::vector<std::function<Zavro::Ptr<Agent>()>> changes = {
+      [&] { return root->agentIs(otherMib, status, ifMib, topology, reachabilityDir, hostResourcesDir); },
+      [&] { return root->agentIs(mib, otherStatus, ifMib, topology, reachabilityDir, hostResourcesDir); },
+      [&] { return root->agentIs(mib, status, otherIfMib, topology, reachabilityDir, hostResourcesDir); },
+      [&] { return root->agentIs(mib, status, ifMib, otherTopology, reachabilityDir, hostResourcesDir); },
+      [&] { return root->agentIs(mib, status, ifMib, nullptr, reachabilityDir, hostResourcesDir); },
+      [&] { return root->agentIs(mib, status, ifMib, topology, otherDir, hostResourcesDir); },
+      [&] { return root->agentIs(mib, status, ifMib, topology, reachabilityDir, otherDir); },
+      [&] { return root->agentIs(mib, status, ifMib, topology, reachabilityDir, nullptr); },
+  };
+  for (size_t i = 0; i < changes.size(); ++i) {
+    auto before = agentIs();
+    auto pipeline = before->trelSnmpReachabilityTableSm();
+    auto after = changes[i]();
+    EXPECT_NE(after, before) << i;
+    EXPECT_EQ(root->agent(), after) << i;
+    EXPECT_NE(after->trelSnmpReachabilityTableSm(), pipeline) << i;
+    EXPECT_EQ(changes[i](), after) << i;
+  }
+}
+
+TEST_F(AgentTest, AgentHoldsItsInputsAndLetsThemGo) {
+  uint32_t before = reachabilityDir->useCount();
+  agentIs();
+  EXPECT_GT(reachabilityDir->useCount(), before);
+  EXPECT_EQ(hostResourcesDir->useCount(), 2U);
+  root->agentDel();
+  for (const Zavro::Counted* object : std::initializer_list<const Zavro::Counted*>{
+           status.get(), ifMib.get(), topology.get(), reachabilityDir.get(), hostResourcesDir.get()}) {
+    EXPECT_EQ(object->useCount(), 1U);
+  }
+}
+
+TEST_F(AgentTest, AgentDel_HandsTheAgentOver) {
+  EXPECT_EQ(root->agentDel(), nullptr);
+  auto agent = agentIs();
+  EXPECT_EQ(root->agentDel(), agent);
+  EXPECT_EQ(root->agent(), nullptr);
+  EXPECT_EQ(agent->useCount(), 1U);
+}
+
+TEST_F(AgentTest, Pipelines_AreActiveAndReadyOnceTheSchedulerRan) {
+  reports("1", 2);
+  auto agent = agentIs();
+  ASSERT_EQ(agent->pipelines().size(), 1U);
+  EXPECT_TRUE(agent->trelSnmpReachabilityTableSm()->hasNotificationActive());
+  EXPECT_TRUE(agent->snmpStatusSm()->hasNotificationActive());
+  scheduler.drain();
+  EXPECT_TRUE(agent->pipelines()[0]->ready());
+  EXPECT_NE(mib->trelReachabilityTable({1, 2}), nullptr);
+}
+
+TEST_F(AgentTest, PipelinesDoNotWaitForSnmp) {
+  reports("1", 2);
+  TraceLog traces{"TrelSnmpAgent"};
+  agentIs();
+  scheduler.drain();
+  EXPECT_NE(mib->trelReachabilityTable({1, 2}), nullptr);
+  EXPECT_FALSE(registered());
+  EXPECT_EQ(traces.count("TrelSnmpAgent/8 SnmpStatusSm: SnmpStatus not initialized"), 1U);
+}
+
+TEST_F(AgentTest, Start_GoldenTrace) {
+  Zavro::ManualClock clock;
+  Lumalog::clockIs(&clock);
+  TraceLog traces{"TrelSnmpAgent"};
+  agentIs();
+  static Zavro::SystemClock systemClock;
+  Lumalog::clockIs(&systemClock);
+  const std::string watcher = "void TrelSnmp::Agent::SnmpStatusSm::handleSnmpStatusInitialized()";
+  const std::string startSMs = "void TrelSnmp::Agent::Agent::startSMs()";
+  EXPECT_EQ(traces.lines(),
+            (std::vector<std::string>{"TrelSnmpAgent/9 " + startSMs, "TrelSnmpAgent/8 startSMs",
+                                      "TrelSnmpAgent/9 " + watcher + ": SnmpStatus not initialized",
+                                      "TrelSnmpAgent/8 SnmpStatusSm: SnmpStatus not initialized",
+                                      "TrelSnmpAgent/9 " + watcher + " took 0 us",
+                                      "TrelSnmpAgent/9 " + startSMs + " took 0 us"}));
+}
+
+TEST_F(AgentTest, SnmpComesUp_ModulesAreRegisteredOnce) {
+  auto agent = agentIs();
+  TraceLog traces{"TrelSnmpAgent", "veldaTrelMIB"};
+  status->initializedIs(true);
+  EXPECT_TRUE(registered());
+  EXPECT_TRUE(Snmp::mibContextRegistered("", "veldaTrelMIB"));
+  EXPECT_TRUE(agent->snmpStatusSm()->mibsInitialized());
+  EXPECT_EQ(traces.count("TrelSnmpAgent/8 handleSnmpStatusInitialized"), 1U);
+  status->initializedIs(false);
+  EXPECT_TRUE(registered());
+  status->initializedIs(true);
+  EXPECT_EQ(traces.count("veldaTrelMIB/8 Initialized table veldaTrelReachabilityTable in context \"\""), 1U);
+  EXPECT_EQ(traces.count("TrelSnmpAgent/8 handleSnmpStatusInitialized"), 1U);
+}
+
+TEST_F(AgentTest, SnmpUpFromTheStart_ModulesAreRegisteredBeforeThePipelinesAreMade) {
+  status->initializedIs(true);
+  TraceLog traces;
+  agentIs();
+  auto position = [&](std::string_view line) {
+    auto found = std::find(traces.lines().begin(), traces.lines().end(), line);
+    EXPECT_NE(found, traces.lines().end()) << line;
+    return found - traces.lines().begin();
+  };
+  EXPECT_LT(position("veldaTrelMIB/8 Initialized table veldaTrelBaIfTable in context \"\""),
+            position("veldaTrelMIB/8 Initialized table veldaTrelReachabilityTable in context \"\""));
+  EXPECT_LT(position("veldaTrelMIB/8 Initialized table veldaTrelReachabilityTable in context \"\""),
+            position("TrelSnmpReachabilityTableSm/9 create local SMs"));
+}
+
+TEST_F(AgentTest, WatchedRecordReplaced_TheNewOneCounts) {
+  auto agent = agentIs();
+  auto other = Zavro::makePtr<Snmp::Status>("other");
+  agent->snmpStatusSm()->snmpStatusIs(other);
+  status->initializedIs(true);
+  EXPECT_FALSE(registered());
+  other->initializedIs(true);
+  EXPECT_TRUE(registered());
+}
+
+TEST_F(AgentTest, WatchedRecordReplacedByOneThatIsUp_RegistersAtOnce) {
+  auto agent = agentIs();
+  auto other = Zavro::makePtr<Snmp::Status>("other");
+  other->initializedIs(true);
+  agent->snmpStatusSm()->snmpStatusIs(other);
+  EXPECT_TRUE(registered());
+}
+
+TEST_F(AgentTest, StatusWatcher_KeptForTheSameRecordReplacedForAnother) {
+  auto agent = agentIs();
+  auto watcher = agent->snmpStatusSm();
+  EXPECT_EQ(agent->snmpStatusSmIs(status), watcher);
+  auto other = Zavro::makePtr<Snmp::Status>("other");
+  auto replacement = agent->snmpStatusSmIs(other);
+  EXPECT_NE(replacement, watcher);
+  EXPECT_EQ(agent->snmpStatusSm(), replacement);
+  EXPECT_TRUE(replacement->hasNotificationActive());
+}
+
+TEST_F(AgentTest, StatusWatcherDetached_IsInactiveUntilItIsActiveAgain) {
+  auto agent = agentIs();
+  auto watcher = agent->snmpStatusSmDel();
+  EXPECT_EQ(agent->snmpStatusSm(), nullptr);
+  EXPECT_FALSE(watcher->hasNotificationActive());
+  status->initializedIs(true);
+  EXPECT_FALSE(registered());
+  watcher->hasNotificationActiveIs(true);
+  EXPECT_TRUE(registered());
+  EXPECT_FALSE(watcher->hasZombieReactors());
+}
+
+TEST_F(AgentTest, WatcherFactory_MakesAnActiveWatcher) {
+  auto watcher = snmpStatusSmFactory(status);
+  EXPECT_TRUE(watcher->hasNotificationActive());
+  EXPECT_EQ(watcher->snmpStatus(), status);
+  EXPECT_FALSE(watcher->mibsInitialized());
+}
+
+TEST_F(AgentTest, PipelineSetter_KeepsForTheSameInputsAndTakesTheControl) {
+  auto agent = agentIs();
+  auto pipeline = agent->trelSnmpReachabilityTableSm();
+  Rvx::SmControl control;
+  control.taskName = "renamed";
+  control.priority = 3;
+  EXPECT_EQ(agent->trelSnmpReachabilityTableSmIs(reachabilityDir, ifMib, mib, control), pipeline);
+  EXPECT_EQ(pipeline->rivoControl().taskName, "renamed");
+  EXPECT_EQ(pipeline->rivoControl().priority, 3);
+}
+
+TEST_F(AgentTest, PipelineSetter_ReplacesForOtherInputsAndTheOldOneTakesTheControlToo) {
+  auto agent = agentIs();
+  auto pipeline = agent->trelSnmpReachabilityTableSm();
+  auto otherDir = Zavro::makePtr<Kor::Dir>("other");
+  Rvx::SmControl control;
+  control.taskName = "renamed";
+  auto replacement = agent->trelSnmpReachabilityTableSmIs(otherDir, ifMib, mib, control);
+  EXPECT_NE(replacement, pipeline);
+  EXPECT_EQ(pipeline->rivoControl().taskName, "renamed");
+  EXPECT_TRUE(replacement->hasNotificationActive());
+  EXPECT_EQ(agent->trelSnmpReachabilityTableSm(), replacement);
+}
+
+TEST_F(AgentTest, PipelineDeleted_IsInactiveAndItsRowsGoWithIt) {
+  reports("1", 2);
+  auto agent = agentIs();
+  scheduler.drain();
+  auto pipeline = agent->trelSnmpReachabilityTableSmDel();
+  EXPECT_FALSE(pipeline->hasNotificationActive());
+  EXPECT_EQ(agent->trelSnmpReachabilityTableSm(), nullptr);
+  EXPECT_EQ(agent->trelSnmpReachabilityTableSmDel(), nullptr);
+  EXPECT_NE(mib->trelReachabilityTable({1, 2}), nullptr);
+  pipeline.reset();
+  EXPECT_EQ(mib->trelReachabilityTable({1, 2}), nullptr);
+}
+
+TEST_F(AgentTest, AgentReplacedOverAFilledTable_NoRowIsEverMissing) {
+  reports("1", 2);
+  agentIs();
+  scheduler.drain();
+  size_t published = 0;
+  auto subscription = mib->publisher().subscribe([&](const TrelMib::Change&) { ++published; });
+  auto otherTopology = Zavro::makePtr<Trel::TopologyConfig>("other");
+  root->agentIs(mib, status, ifMib, otherTopology, reachabilityDir, hostResourcesDir);
+  scheduler.drain();
+  EXPECT_EQ(published, 0U);
+  EXPECT_NE(mib->trelReachabilityTable({1, 2}), nullptr);
+}
+
+TEST_F(AgentTest, SynchronousPipelineReplaced_TheSuccessorsRowsStand) {
+  reports("1", 2);
+  auto agent = agentIs();
+  Rvx::SmControl control;
+  control.mode = Rvx::Mode::synchronous;
+  auto otherDir = Zavro::makePtr<Kor::Dir>("other");
+  otherDir->entityPtrIs(reachabilityDir->entityPtr("1"));
+  agent->trelSnmpReachabilityTableSmIs(otherDir, ifMib, mib, control);
+  EXPECT_NE(mib->trelReachabilityTable({1, 2}), nullptr);
+}
+
+TEST_F(AgentTest, AgentReplacedForAnotherMib_TheOldMibIsEmptied) {
+  reports("1", 2);
+  agentIs();
+  scheduler.drain();
+  auto otherMib = trelMibFactory("other");
+  root->agentIs(otherMib, status, ifMib, topology, reachabilityDir, hostResourcesDir);
+  scheduler.drain();
+  EXPECT_TRUE(mib->trelReachabilityTable().empty());
+  EXPECT_EQ(otherMib->trelReachabilityTable().size(), 1U);
+}
+
+TEST_F(AgentTest, RootGoes_ItFallsSilentBeforeItReleasesItsAgent) {
+  reports("1", 2);
+  agentIs();
+  scheduler.drain();
+  Root* raw = root.get();
+  bool asked = false;
+  bool activeWhileReleasing = true;
+  auto subscription = mib->publisher().subscribe([&](const TrelMib::Change&) {
+    asked = true;
+    activeWhileReleasing = raw->hasNotificationActive();
+  });
+  root.reset();
+  EXPECT_TRUE(asked);
+  EXPECT_FALSE(activeWhileReleasing);
+}
+
+TEST_F(AgentTest, StartSMsByName_KeepsWhatIsThereAndMakesWhatIsMissing) {
+  auto agent = agentIs();
+  auto watcher = agent->snmpStatusSm();
+  agent->trelSnmpReachabilityTableSmDel();
+  Kor::invoke(*agent, "startSMs");
+  EXPECT_EQ(agent->snmpStatusSm(), watcher);
+  EXPECT_NE(agent->trelSnmpReachabilityTableSm(), nullptr);
+}
+
+TEST_F(AgentTest, RunControl_IsDefaultAndSettableByNameOnly) {
+  auto agent = agentIs();
+  EXPECT_EQ(Kor::attribute(*agent, "rvxSmControl"), "(taskName=, priority=128, mode=0)");
+  EXPECT_EQ(agent->rvxSmControl().scheduler, nullptr);
+  Kor::attributeIs(*agent, "rvxSmControl", "(taskName=fast, priority=5, mode=1)");
+  agent->trelSnmpReachabilityTableSmDel();
+  Kor::invoke(*agent, "startSMs");
+  EXPECT_TRUE(agent->trelSnmpReachabilityTableSm()->synchronous());
+  EXPECT_EQ(agent->trelSnmpReachabilityTableSm()->rivoControl().taskName, "fast");
+  EXPECT_THROW(Kor::attributeIs(*agent, "rvxSmControl", "(taskName=fast, priority=5, mode=3)"),
+               Kor::ParseException);
+  EXPECT_THROW(Kor::attributeIs(*agent, "trelMib", "x"), Kor::NoSuchMemberException);
+}
+
+TEST_F(AgentTest, NoStatusRecord_CountsAsNotInitialised) {
+  auto agent = root->agentIs(mib, nullptr, ifMib, topology, reachabilityDir, hostResourcesDir);
+  EXPECT_FALSE(agent->snmpStatusSm()->mibsInitialized());
+  EXPECT_EQ(root->agentIs(mib, nullptr, ifMib, topology, reachabilityDir, hostResourcesDir), agent);
+}
+
+using AgentDeath = AgentTest;
+
+TEST_F(AgentDeath, NotInTrelMode_EndsTheProcess) {
+  Trel::trelModeIs(false);
+  EXPECT_DEATH(agentIs(),
+               "void TrelSnmp::Agent::Agent::startSMs\\(\\): Assertion `Trel::trelMode\\(\\) && "
+               "\"TrelSnmp::Agent can not be run in non-trel mode\"' failed");
+}
+
+}  // namespace
+}  // namespace TrelSnmp::Agent
