@@ -1,0 +1,58 @@
+#include "zavro/Assert.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <csignal>
+
+namespace {
+
+bool trelModeIsOff() { return false; }
+
+void checksPlainly() { zavroAssert(trelModeIsOff() && "can not be run"); }
+void checksWithOperands(int a, int b) { zavroAssertWith(a == b, "a={} b={}", a, b); }
+
+// The line number is that of the check.
+constexpr const char* kPlain =
+    "^tests/platform/AssertTest\\.cpp:[0-9]+: void [{]anonymous[}]::checksPlainly\\(\\): Assertion "
+    "`trelModeIsOff\\(\\) && \"can not be run\"' failed\\.\n$";
+
+TEST(AssertDeathTest, BrokenCheck_AbortsWithFileLineFunctionAndExpression) {
+  EXPECT_EXIT(checksPlainly(), testing::KilledBySignal(SIGABRT), kPlain);
+}
+
+TEST(AssertDeathTest, BrokenCheckWithOperands_PrintsThem) {
+  EXPECT_EXIT(checksWithOperands(3, 4), testing::KilledBySignal(SIGABRT),
+              "checksWithOperands\\(int, int\\): Assertion `a == b' failed\\. \\[a=3 b=4\\]\n$");
+}
+
+TEST(AssertDeathTest, ExpressionComposedAtRunTime_IsPrintedToTheLetter) {
+  EXPECT_EXIT(
+      Zavro::assertFailed("reachabilityDir() && \"null\"", "void Root::start()", "Root.cpp", 12),
+      testing::KilledBySignal(SIGABRT),
+      "^Root\\.cpp:12: void Root::start\\(\\): Assertion `reachabilityDir\\(\\) && \"null\"' failed\\.\n$");
+}
+
+TEST(AssertDeathTest, StandardErrorIsClosed_AbortsAllTheSame) {
+  EXPECT_EXIT(
+      {
+        close(STDERR_FILENO);
+        try {
+          checksPlainly();
+        } catch (...) {
+        }
+      },
+      testing::KilledBySignal(SIGABRT), "");
+}
+
+TEST(AssertTest, CheckThatHolds_EvaluatesOnceAndOperandsNever) {
+  int checks = 0;
+  int operands = 0;
+  auto operand = [&operands] { return ++operands; };
+  zavroAssert(++checks == 1);
+  zavroAssertWith(++checks == 2, "{}", operand());
+  EXPECT_EQ(checks, 2);
+  EXPECT_EQ(operands, 0);
+}
+
+}  // namespace
