@@ -1,0 +1,48 @@
+// An SNMP agent within the test process, on a port of the loopback interface, and a manager that asks it.
+// There is one for the whole process, since net-snmp's agent is. It knows no access control, and no objects
+// but those that a test registers.
+//
+// Objects are written relative to ENT.3.40.1, so that "2.1.4.1.3" is column 4 of row 1.3 of the second table.
+// Outside of it the whole OID is written, with a leading dot.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "NetSnmp.h"
+
+namespace SnmpTest {
+
+using Names = std::vector<std::string>;
+
+class InProcessAgent {
+ public:
+  static InProcessAgent& instance();
+
+  // The answer's varbinds, "<name>=<value>", separated by blanks: i for INTEGER, t for TimeTicks, such as
+  // "2.1.4.1.3=i:5", or the exception, such as "2.1.4.1.3=noSuchInstance". An answer with an error is its
+  // name and index, such as "genErr(1)". Too late an answer reads "timeout".
+  std::string get(const Names& names) { return ask(request(SNMP_MSG_GET, names)); }
+  std::string getNext(const Names& names) { return ask(request(SNMP_MSG_GETNEXT, names)); }
+  std::string getBulk(int nonRepeaters, int maxRepetitions, const Names& names);
+  std::string set(const std::string& name, long value);
+
+  // What GETNEXT finds below a subtree, one after the other. step is called with each answer before the next
+  // request. Stops with "endless" when a name does not grow.
+  std::vector<std::string> walk(const std::string& subtree,
+                                const std::function<void(const std::string&)>& step = {});
+
+ private:
+  InProcessAgent();
+  netsnmp_pdu* request(int command, const Names& names);
+  std::string ask(netsnmp_pdu* pdu);
+
+  netsnmp_session* manager_ = nullptr;
+};
+
+// A name of that form as an OID.
+std::vector<oid> oidOf(std::string_view name);
+
+}  // namespace SnmpTest

@@ -1,0 +1,76 @@
+#include "ModuleTest.h"
+
+#include <fmt/ranges.h>
+
+namespace SnmpTest {
+namespace {
+
+using Counter = Snmp::OrderedTableIteratorCounterTypes;
+
+// The system's root with an entity at TrelMib's path, or without it.
+Zavro::Ptr<const Kor::Dir> rootWith(const Zavro::Ptr<Kor::Entity>& entity) {
+  auto root = Zavro::makePtr<Kor::Dir>("switch");
+  auto snmp = Zavro::makePtr<Kor::Dir>("snmp");
+  auto trel = Zavro::makePtr<Kor::Dir>("trel");
+  if (entity) trel->entityPtrIs("trelMib", entity);
+  snmp->entityPtrIs(trel);
+  root->entityPtrIs(snmp);
+  return root;
+}
+
+void databaseIs(const Zavro::Ptr<Kor::Entity>& entity) {
+  Snmp::KelstoreUtil::rootIs(rootWith(entity), Zavro::makePtr<const Snmp::Config>("switch"));
+}
+
+}  // namespace
+
+Database::Database() : mib_(TrelSnmp::trelMibFactory("trelMib")) { databaseIs(mib_); }
+
+Database::Database(Zavro::Ptr<Kor::Entity> instead) { databaseIs(instead); }
+
+Database::~Database() {
+  Snmp::KelstoreUtil::rootIs(nullptr, nullptr);
+  Kor::Entity::singletonDel(Snmp::RegVoidCollByContext::kTypeName);
+}
+
+ModuleTest::ModuleTest() {
+  InProcessAgent::instance();
+  Snmp::agentStartUtcIs(Zavro::Duration(kAgentStart));
+  init_veldaTrelMIB("");
+}
+
+ModuleTest::~ModuleTest() {
+  unregister_veldaTrelMIB("");
+  Snmp::agentStartUtcIs(Zavro::Duration(0));
+}
+
+void ModuleTest::reach(uint32_t src, uint32_t dst, int state, double uptime) {
+  auto changedNs = static_cast<uint64_t>((kAgentStart + uptime) * 1e9);
+  auto record =
+      Zavro::makePtr<const Trel::ReachabilityState>(static_cast<State>(state), std::nullopt, changedNs);
+  mib().trelReachabilityTableIs({src, dst}, record, nullptr);
+}
+
+std::string ModuleTest::counters(const char* table) {
+  std::vector<std::string> counted;
+  for (size_t kind = 0; kind < Snmp::TableCounters::kKinds; ++kind) {
+    uint64_t count = recordOf(table)->counters().orderedIterCntr(static_cast<Counter>(kind));
+    if (count != 0) counted.push_back(fmt::format("{}={}", kind, count));
+  }
+  return fmt::format("{}", fmt::join(counted, " "));
+}
+
+uint64_t ModuleTest::steps(const char* table) {
+  const Snmp::TableCounters& counted = recordOf(table)->counters();
+  return counted.orderedIterCntr(Counter::advanced) + counted.orderedIterCntr(Counter::reachedEnd);
+}
+
+Snmp::RegVoid* recordOf(const char* table) {
+  return Snmp::RegVoidCollByContext::singleton()->regVoid("", table);
+}
+
+std::string lines(const std::vector<std::string>& answers) {
+  return fmt::format("{}", fmt::join(answers, "\n"));
+}
+
+}  // namespace SnmpTest

@@ -1,0 +1,67 @@
+// The module veldaTrelMIB, registered for the default context over a MIB state object that the test fills.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "InProcessAgent.h"
+#include "TrelMib.h"
+#include "snmp/AsnConversions.h"
+#include "snmp/RegVoidCollByContext.h"
+#include "support/TraceLog.h"
+#include "veldaTrelMIB.h"
+
+namespace SnmpTest {
+
+using State = Trel::ReachabilityState::State;
+
+constexpr const char* kBaIf = "veldaTrelBaIfTable";
+constexpr const char* kReachability = "veldaTrelReachabilityTable";
+
+// When the agents of these tests start, in UTC seconds.
+constexpr double kAgentStart = 1700000000;
+
+// The state database with a MIB state object in its place; the modules look there while it lives.
+class Database {
+ public:
+  Database();
+  // Puts something else, or nothing, where the MIB state object should be.
+  explicit Database(Zavro::Ptr<Kor::Entity> instead);
+  ~Database();
+  TrelSnmp::TrelMib& mib() { return *mib_; }
+
+ private:
+  Zavro::Ptr<TrelSnmp::TrelMib> mib_;
+};
+
+class ModuleTest : public ::testing::Test {
+ protected:
+  ModuleTest();
+  ~ModuleTest() override;
+
+  InProcessAgent& agent() { return InProcessAgent::instance(); }
+  TrelSnmp::TrelMib& mib() { return database_.mib(); }
+
+  void baIf(uint32_t ifIndex, uint32_t local = 1, uint32_t remote = 2) {
+    mib().trelIfTableIs(ifIndex, local, remote);
+  }
+  // A row whose state was last changed `uptime` seconds after the agent's start.
+  void reach(uint32_t src, uint32_t dst, int state = State::reachable, double uptime = 1);
+
+  // "<kind>=<count>" for each kind of counter that has counted, in the order of the kinds; forgets nothing.
+  std::string counters(const char* table);
+  // How often the walks of the table have gone from one row on to the next or to the end.
+  uint64_t steps(const char* table);
+
+ private:
+  Database database_;
+};
+
+// The registration record of a table in the default context, or null.
+Snmp::RegVoid* recordOf(const char* table);
+
+// An expected row of the table that "subtree" names, as SNMP text.
+std::string lines(const std::vector<std::string>& answers);
+
+}  // namespace SnmpTest

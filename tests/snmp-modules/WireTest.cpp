@@ -1,0 +1,324 @@
+// The tables as a manager sees them: an agent that is asked over the loopback interface.
+#include <gtest/gtest.h>
+
+#include <fmt/ranges.h>
+
+#include <algorithm>
+
+#include "ModuleTest.h"
+
+namespace SnmpTest {
+namespace {
+
+const std::string kScalar = fmt::format(".1.3.6.1.4.1.{}.4.1.0", TREL_ENTERPRISE_NUMBER);
+
+// An object behind the tables, for walks to go on to.
+class ScalarBehindTheTables {
+ public:
+  ScalarBehindTheTables() : name_(oidOf(kScalar)) {
+    EXPECT_EQ(netsnmp_register_read_only_int_instance("behind", name_.data(), name_.size(), &value_, nullptr),
+              MIB_REGISTERED_OK);
+  }
+  ~ScalarBehindTheTables() { unregister_mib(name_.data(), name_.size()); }
+  ScalarBehindTheTables(const ScalarBehindTheTables&) = delete;
+  ScalarBehindTheTables& operator=(const ScalarBehindTheTables&) = delete;
+
+ private:
+  std::vector<oid> name_;
+  int value_ = 42;
+};
+
+const std::string kBehind = kScalar + "=i:42";
+
+class WireTest : public ModuleTest {
+ protected:
+  // Holds a subtree against the expected varbinds, in their order, through every kind of request.
+  void expectTree(const std::string& subtree, const std::vector<std::string>& expected) {
+    EXPECT_EQ(lines(agent().walk(subtree)), lines(expected));
+    expectGets(expected);
+    expectBulk(subtree, expected);
+  }
+
+  void baIfs(std::initializer_list<uint32_t> indexes) {
+    for (uint32_t ifIndex : indexes) baIf(ifIndex, 1, ifIndex);
+  }
+
+ private:
+  void expectGets(const std::vector<std::string>& expected) {
+    std::string last;
+    for (const std::string& varbind : expected) {
+      std::string name = varbind.substr(0, varbind.find('='));
+      EXPECT_EQ(agent().get({name}), varbind);
+      if (!last.empty()) {
+        EXPECT_EQ(agent().getNext({last}), varbind);
+      }
+      EXPECT_EQ(agent().set(name, 3), "notWritable(1)") << name;
+      last = name;
+    }
+  }
+  void expectBulk(const std::string& subtree, const std::vector<std::string>& expected) {
+    constexpr size_t kRepetitions = 4;
+    std::string at = subtree;
+    for (size_t done = 0; done < expected.size(); done += kRepetitions) {
+      auto begin = expected.begin() + static_cast<long>(done);
+      auto count = static_cast<long>(std::min(kRepetitions, expected.size() - done));
+      std::string wanted = fmt::format("{}", fmt::join(begin, begin + count, " "));
+      EXPECT_EQ(agent().getBulk(0, static_cast<int>(count), {at}), wanted);
+      at = (begin + count - 1)->substr(0, (begin + count - 1)->find('='));
+    }
+  }
+
+  ScalarBehindTheTables behind_;
+};
+
+TEST_F(WireTest, OneTree_GetGetNextGetBulkWalkAndSet) {
+  baIf(7, 1, 3);
+  baIf(5, 1, 2);
+  reach(5, 1, State::unreachable, 3);
+  reach(3, 5, State::unknown, 1.5);
+  reach(3, 7, State::disabled, 0.01);
+  reach(5, 3, 6, 2);
+  expectTree("", {"1.1.2.5=i:1", "1.1.2.7=i:1", "1.1.3.5=i:2", "1.1.3.7=i:3",          //
+                  "2.1.3.3.5=i:0", "2.1.3.3.7=i:0", "2.1.3.5.1=i:0", "2.1.3.5.3=i:0",  //
+                  "2.1.4.3.5=i:1", "2.1.4.3.7=i:6", "2.1.4.5.1=i:5", "2.1.4.5.3=i:0",  //
+                  "2.1.5.3.5=t:150", "2.1.5.3.7=t:1", "2.1.5.5.1=t:300", "2.1.5.5.3=t:200"});
+  EXPECT_EQ(agent().getNext({"1.1.3.7"}), "2.1.3.3.5=i:0");
+  EXPECT_EQ(agent().getNext({"2.1.5.5.3"}), kBehind);
+}
+
+TEST_F(WireTest, ExtremeIndexes_AreServedUnderTheirOwnNames) {
+  baIfs({4294967295u, 2147483648u, 0, 2147483647u});
+  expectTree("1", {"1.1.2.0=i:1", "1.1.2.2147483647=i:1", "1.1.2.2147483648=i:1", "1.1.2.4294967295=i:1",
+                   "1.1.3.0=i:0", "1.1.3.2147483647=i:2147483647", "1.1.3.2147483648=i:-2147483648",
+                   "1.1.3.4294967295=i:-1"});
+}
+
+TEST_F(WireTest, ExtremePairs_AreServedUnderTheirOwnNames) {
+  std::vector<uint32_t> ids = {0, 2147483647u, 2147483648u, 4294967295u};
+  std::vector<std::string> expected;
+  for (uint32_t src : ids) {
+    for (uint32_t dst : ids) {
+      reach(src, dst);
+      expected.push_back(fmt::format("2.1.4.{}.{}=i:3", src, dst));
+    }
+  }
+  expectTree("2.1.4", expected);
+}
+
+TEST_F(WireTest, OneRequestForManyRows_InDescendingOrder) {
+  for (uint32_t src : {1, 2, 5}) {
+    for (uint32_t dst : {2, 5, 6}) reach(src, dst, static_cast<int>(src - 1));
+  }
+  EXPECT_EQ(agent().get({"2.1.4.5.5", "2.1.4.2.2", "2.1.4.1.6", "2.1.4.1.2"}),
+            "2.1.4.5.5=i:5 2.1.4.2.2=i:2 2.1.4.1.6=i:1 2.1.4.1.2=i:1");
+  EXPECT_EQ(agent().getNext({"2.1.4.5.5", "2.1.4.2.2", "2.1.4.1.6", "2.1.4"}),
+            "2.1.4.5.6=i:5 2.1.4.2.5=i:2 2.1.4.2.2=i:2 2.1.4.1.2=i:1");
+  EXPECT_EQ(agent().getBulk(1, 2, {"2.1.4.5.5", "2.1.4.2.2", "2.1.4.1.2"}),
+            "2.1.4.5.6=i:5 2.1.4.2.5=i:2 2.1.4.1.5=i:1 2.1.4.2.6=i:2 2.1.4.1.6=i:1");
+}
+
+TEST_F(WireTest, RowsOfBothTablesInOneRequest) {
+  baIfs({5, 9});
+  reach(1, 2);
+  EXPECT_EQ(agent().get({"2.1.4.1.2", "1.1.3.9", "2.1.3.1.2", "1.1.2.5", "1.1.2.6"}),
+            "2.1.4.1.2=i:3 1.1.3.9=i:9 2.1.3.1.2=i:0 1.1.2.5=i:1 1.1.2.6=noSuchInstance");
+}
+
+TEST_F(WireTest, PartialIndex_GoesToTheFirstRowBehindIt) {
+  for (uint32_t src : {2, 3, 4}) {
+    for (uint32_t dst : {0, 9}) reach(src, dst);
+  }
+  EXPECT_EQ(agent().getNext({"2.1.4.3"}), "2.1.4.3.0=i:3");
+  EXPECT_EQ(counters(kReachability), "2=1 5=2");
+  EXPECT_EQ(agent().getNext({"2.1.4.1"}), "2.1.4.2.0=i:3");
+  EXPECT_EQ(agent().getNext({"2.1.3.5"}), "2.1.4.2.0=i:3");
+  EXPECT_EQ(agent().getNext({"2.1.5.5"}), kBehind);
+  EXPECT_EQ(agent().get({"2.1.4.3"}), "2.1.4.3=noSuchInstance");
+}
+
+TEST_F(WireTest, OverlongIndex_GoesToTheRowBehindIt) {
+  baIfs({5, 7});
+  reach(1, 2);
+  reach(1, 3);
+  EXPECT_EQ(agent().getNext({"1.1.2.5.0"}), "1.1.2.7=i:1");
+  EXPECT_EQ(agent().getNext({"1.1.2.4.9"}), "1.1.2.5=i:1");
+  EXPECT_EQ(agent().getNext({"2.1.4.1.2.0"}), "2.1.4.1.3=i:3");
+  EXPECT_EQ(agent().getNext({"2.1.4.1.3.4294967295"}), "2.1.5.1.2=t:100");
+  EXPECT_EQ(agent().get({"1.1.2.5.0"}), "1.1.2.5.0=noSuchInstance");
+  EXPECT_EQ(agent().get({"2.1.4.1.2.0"}), "2.1.4.1.2.0=noSuchInstance");
+}
+
+TEST_F(WireTest, ShortNames_GoToTheFirstColumn) {
+  baIfs({5});
+  for (const char* name : {"", "0", "1", "1.0", "1.1", "1.1.0", "1.1.1", "1.1.1.7", "1.1.2"}) {
+    EXPECT_EQ(agent().getNext({name}), "1.1.2.5=i:1") << name;
+  }
+  EXPECT_EQ(agent().get({"1"}), "1=noSuchObject");
+  EXPECT_EQ(agent().get({"1.1"}), "1.1=noSuchObject");
+  EXPECT_EQ(agent().get({"1.1.2"}), "1.1.2=noSuchInstance");
+}
+
+TEST_F(WireTest, ColumnsThatAreNotServed) {
+  baIfs({5});
+  reach(1, 2);
+  for (const char* name :
+       {"1.1.0.5", "1.1.1.5", "1.1.4.5", "1.2.2.5", "2.1.1.1.2", "2.1.2.1.2", "2.1.6.1.2"}) {
+    EXPECT_EQ(agent().get({name}), std::string(name) + "=noSuchObject");
+  }
+  EXPECT_EQ(agent().getNext({"1.1.4"}), "2.1.3.1.2=i:0");
+  EXPECT_EQ(agent().getNext({"2.1.6.1.2"}), kBehind);
+  EXPECT_EQ(agent().getNext({"2.1.1.1.2"}), "2.1.3.1.2=i:0");
+}
+
+TEST_F(WireTest, RowsThatAreNotThere) {
+  baIfs({5, 7});
+  EXPECT_EQ(agent().get({"1.1.2.6"}), "1.1.2.6=noSuchInstance");
+  EXPECT_EQ(counters(kBaIf), "0=1 2=1 4=1 5=1");
+  EXPECT_EQ(agent().getNext({"1.1.2.6"}), "1.1.2.7=i:1");
+  EXPECT_EQ(counters(kBaIf), "0=2 2=2 4=1 5=2");
+}
+
+TEST_F(WireTest, EmptyTables_AreStepppedOver) {
+  EXPECT_EQ(agent().getNext({"1"}), kBehind);
+  EXPECT_EQ(agent().getNext({"1.1.3.5"}), kBehind);
+  EXPECT_EQ(agent().getNext({"2.1.4.1"}), kBehind);
+  EXPECT_EQ(agent().get({"1.1.2.5"}), "1.1.2.5=noSuchInstance");
+  EXPECT_EQ(agent().getBulk(0, 2, {"1", "2.1.4"}), kBehind + ' ' + kBehind + ' ' + std::string(kScalar) +
+                                                       "=endOfMibView " + kScalar + "=endOfMibView");
+  baIfs({5});
+  EXPECT_EQ(agent().getNext({"1"}), "1.1.2.5=i:1");
+  mib().trelIfTableDelAll();
+  EXPECT_EQ(agent().getNext({"1"}), kBehind);
+}
+
+TEST_F(WireTest, HintOfARow_CostsNoWalk) {
+  constexpr uint32_t kMembers = 256;
+  for (uint32_t src = 0; src < kMembers; ++src) {
+    for (uint32_t dst = 0; dst < kMembers; ++dst) reach(src, dst);
+  }
+  EXPECT_EQ(agent().get({"2.1.4.200.17", "2.1.5.255.255", "2.1.3.0.0"}),
+            "2.1.4.200.17=i:3 2.1.5.255.255=t:100 2.1.3.0.0=i:0");
+  EXPECT_EQ(counters(kReachability), "1=3");
+  EXPECT_EQ(agent().getNext({"2.1.4.200.17", "2.1.4.99.255"}), "2.1.4.200.18=i:3 2.1.4.100.0=i:3");
+  EXPECT_EQ(counters(kReachability), "1=5 5=2");
+  agent().getBulk(0, 50, {"2.1.4.128.0"});
+  EXPECT_EQ(counters(kReachability), "1=55 5=52");
+}
+
+TEST_F(WireTest, RowVanishesDuringAWalk_TheWalkGoesOnBehindIt) {
+  baIfs({3, 5, 7, 9});
+  std::vector<std::string> seen = agent().walk("1.1.2", [this](const std::string& varbind) {
+    if (varbind == "1.1.2.5=i:1") {
+      mib().trelIfTableDel(5);
+      mib().trelIfTableDel(7);
+    }
+  });
+  EXPECT_EQ(lines(seen), lines({"1.1.2.3=i:1", "1.1.2.5=i:1", "1.1.2.9=i:1"}));
+}
+
+TEST_F(WireTest, RowsAppearDuringAWalk_OnlyThoseBehindItAreSeen) {
+  baIfs({3, 7});
+  std::vector<std::string> seen = agent().walk("1.1.2", [this](const std::string& varbind) {
+    if (varbind == "1.1.2.3=i:1") baIfs({1, 5});
+  });
+  EXPECT_EQ(lines(seen), lines({"1.1.2.3=i:1", "1.1.2.5=i:1", "1.1.2.7=i:1"}));
+}
+
+TEST_F(WireTest, ChangedRow_ReadsAnewWithTheNextRequest) {
+  reach(1, 3, State::reachable, 1);
+  EXPECT_EQ(agent().get({"2.1.4.1.3", "2.1.5.1.3"}), "2.1.4.1.3=i:3 2.1.5.1.3=t:100");
+  mib().trelReachabilityTableDel({1, 3});
+  EXPECT_EQ(agent().get({"2.1.4.1.3"}), "2.1.4.1.3=noSuchInstance");
+  reach(1, 3, State::unreachable, 60);
+  EXPECT_EQ(agent().get({"2.1.4.1.3", "2.1.5.1.3"}), "2.1.4.1.3=i:5 2.1.5.1.3=t:6000");
+}
+
+// Removes every row as soon as the value 5, an index, is converted; the row that is being answered has to
+// survive it.
+class RowsVanishWithinARequest {
+ public:
+  explicit RowsVanishWithinARequest(TrelSnmp::TrelMib& mib) { victim() = &mib; }
+
+ private:
+  static TrelSnmp::TrelMib*& victim() {
+    static TrelSnmp::TrelMib* mib = nullptr;
+    return mib;
+  }
+  static int convert(const uint32_t& value, unsigned char* buffer, int capacity) {
+    if (value == 5) victim()->trelIfTableDelAll();
+    return Snmp::U32ToAsnUnsignedF::convert(value, buffer, capacity);
+  }
+  Snmp::Substitute<Snmp::U32ToAsnUnsignedF> substitute_{&convert};
+};
+
+TEST_F(WireTest, RowVanishesWithinItsRequest_ItIsServedAsItWas) {
+  baIf(5, 11, 12);
+  baIf(6, 13, 14);
+  RowsVanishWithinARequest vanishing(mib());
+  EXPECT_EQ(agent().get({"1.1.3.5", "1.1.3.6"}), "1.1.3.5=i:12 1.1.3.6=noSuchInstance");
+}
+
+TEST_F(WireTest, RowVanishesWithinAWalkThroughIt_TheWalkEndsCleanly) {
+  baIf(5, 11, 12);
+  baIf(6, 13, 14);
+  RowsVanishWithinARequest vanishing(mib());
+  EXPECT_EQ(agent().getNext({"1.1.2.5"}), kBehind);
+  EXPECT_EQ(steps(kBaIf), 1u);
+}
+
+TEST_F(WireTest, FailedConversion_IsGenErrForTheWholeRequest) {
+  baIf(5, 1, 77);
+  baIf(6, 1, 78);
+  Snmp::Substitute<Snmp::U32ToAsnUnsignedF> failing(
+      [](const uint32_t& value, unsigned char* buffer, int capacity) {
+        return value == 77 ? -1 : Snmp::U32ToAsnUnsignedF::convert(value, buffer, capacity);
+      });
+  EXPECT_EQ(agent().get({"1.1.3.5"}), "genErr(1)");
+  EXPECT_EQ(agent().get({"1.1.2.5", "1.1.3.6", "1.1.3.5"}), "genErr(3)");
+  EXPECT_EQ(agent().getNext({"1.1.2.6"}), "genErr(1)");
+  EXPECT_EQ(agent().get({"1.1.3.6"}), "1.1.3.6=i:78");
+}
+
+TEST_F(WireTest, FailedTimeConversion_IsGenErr) {
+  reach(1, 2);
+  Snmp::Substitute<Snmp::UtcSecondsToUptimeTimeTicksF> failing(
+      [](const Zavro::Duration& /*value*/, unsigned char* /*buffer*/, int /*capacity*/) { return -1; });
+  EXPECT_EQ(agent().get({"2.1.5.1.2"}), "genErr(1)");
+  EXPECT_EQ(agent().get({"2.1.4.1.2"}), "2.1.4.1.2=i:3");
+}
+
+TEST_F(WireTest, IndexThatCannotBeConverted_HidesItsRowOnly) {
+  baIf(5, 1, 2);
+  baIf(77, 3, 4);
+  baIf(90, 5, 6);
+  Snmp::Substitute<Snmp::U32ToAsnUnsignedF> failing(
+      [](const uint32_t& value, unsigned char* buffer, int capacity) {
+        return value == 77 ? -1 : Snmp::U32ToAsnUnsignedF::convert(value, buffer, capacity);
+      });
+  EXPECT_EQ(lines(agent().walk("1.1.2")), lines({"1.1.2.5=i:1", "1.1.2.90=i:5"}));
+}
+
+TEST_F(WireTest, Set_IsNotWritableWhereverItGoes) {
+  baIf(5);
+  for (const char* name : {"1.1.2.5", "1.1.1.5", "1.1.2.6", "2.1.4.1.2", "2.1.4"}) {
+    EXPECT_EQ(agent().set(name, 1), "notWritable(1)") << name;
+  }
+  EXPECT_EQ(agent().get({"1.1.2.5"}), "1.1.2.5=i:1");
+}
+
+TEST_F(WireTest, ColumnsEnd_NextColumnStartsAtTheFirstRowWithoutAHint) {
+  baIfs({5, 7});
+  TraceLog log({"veldaTrelMIB"});
+  EXPECT_EQ(agent().getNext({"1.1.2.7"}), "1.1.3.5=i:5");
+  EXPECT_TRUE(log.contains(
+      "veldaTrelMIB/2 veldaTrelBaIfTable_get_first_data_point - *hint = 0x0, number_indexes = 0"));
+  EXPECT_EQ(counters(kBaIf), "1=1 2=1 4=1");
+}
+
+TEST_F(WireTest, UptimeBeforeTheAgentStarted_IsZero) {
+  reach(1, 2, State::reachable, -5);
+  EXPECT_EQ(agent().get({"2.1.5.1.2"}), "2.1.5.1.2=t:0");
+}
+
+}  // namespace
+}  // namespace SnmpTest
