@@ -1,0 +1,71 @@
+# What ./run and ./test share: packages, builds, and a directory for what must not stay behind.
+# Sourced by bash, from the project's directory.
+
+set -euo pipefail
+
+kBuildPackages=(
+  g++ cmake ninja-build pkg-config
+  libabsl-dev libbenchmark-dev libboost-dev libcli11-dev libfmt-dev libgmock-dev libgtest-dev librapidcheck-dev
+  libsnmp-dev libspdlog-dev libsystemd-dev libuv1-dev nlohmann-json3-dev
+  erlang-snmp # the base MIB modules, which no other package of Debian's main archive has as files
+)
+kManagerPackages=(snmp)
+kTestPackages=(clang-format clang-tidy git smitools snmpd)
+
+say() { printf '%s\n' "$*" >&2; }
+fail() {
+  say "$(basename "$0"): $*"
+  exit 1
+}
+
+# Everything in it is gone when the script ends, however it ends.
+scratch=$(mktemp -d)
+atExit() { :; } # redefined by scripts that have more to put away
+trap 'status=$?; trap - EXIT INT TERM HUP; atExit; rm -rf "$scratch"; exit $status' EXIT
+trap 'exit 130' INT
+trap 'exit 143' TERM
+trap 'exit 129' HUP
+
+# quietly COMMAND...: its output is shown only when it fails.
+quietly() {
+  if ! "$@" >"$scratch/log" 2>&1 </dev/null; then
+    tail -n 40 "$scratch/log" >&2
+    return 1
+  fi
+}
+
+asRoot() {
+  if [ "$(id -u)" = 0 ]; then "$@"; else sudo "$@"; fi
+}
+
+# needPackages NAME...: installs those that are missing.
+needPackages() {
+  command -v apt-get >/dev/null || fail "needs a Debian system (found no apt-get)"
+  local installed missing=() package
+  installed=" $(dpkg-query -W -f='${binary:Package}=${db:Status-Status} ' "$@" 2>/dev/null | tr '\n' ' ') "
+  for package in "$@"; do
+    [[ $installed =~ \ "$package"(:[a-z0-9]+)?=installed\  ]] || missing+=("$package")
+  done
+  [ ${#missing[@]} = 0 ] && return
+  [ "$(id -u)" = 0 ] || command -v sudo >/dev/null || fail "needs root or sudo to install: ${missing[*]}"
+  say "Installing ${#missing[@]} packages: ${missing[*]}"
+  [ "$(id -u)" = 0 ] || sudo -v
+  quietly asRoot apt-get -q update || fail "apt-get update failed"
+  quietly asRoot env DEBIAN_FRONTEND=noninteractive apt-get -qy install --no-install-recommends "${missing[@]}" ||
+    fail "apt-get install failed"
+}
+
+# build PRESET TARGET...: configures and builds; silent when there is nothing to do.
+build() {
+  local preset=$1 steps
+  shift
+  quietly cmake --preset "$preset" || fail "cmake --preset $preset failed"
+  steps=$(ninja -C "build/$preset" -n "$@" | grep -c '^\[' || true)
+  [ "$steps" = 0 ] && return
+  say "Building build/$preset ($steps steps)"
+  if [ -t 1 ]; then
+    cmake --build --preset "$preset" --target "$@"
+  else
+    quietly cmake --build --preset "$preset" --target "$@"
+  fi || fail "the build of build/$preset failed"
+}
