@@ -6,7 +6,7 @@
 #include <cstring>
 #include <deque>
 #include <map>
-#include <regex>
+#include <string_view>
 
 #include "InProcessAgent.h"
 #include "zavro/Assert.h"
@@ -114,13 +114,6 @@ class HandlerRequest {
     if (request_.status != SNMP_ERR_NOERROR) return fmt::format("error {}", request_.status);
     if (varbind_.type == ASN_NULL) return "untouched";
     if (varbind_.type == SNMP_NOSUCHOBJECT) return "noSuchObject";
-    if (varbind_.type == ASN_OCTET_STR) {
-      return fmt::format("octets[{}]", varbind_.val_len);
-    }
-    if (varbind_.type == ASN_OBJECT_ID) {
-      const oid* ids = varbind_.val.objid;
-      return fmt::format("oid:{}", fmt::join(ids, ids + varbind_.val_len / sizeof(oid), "."));
-    }
     return fmt::format("{}:{}", varbind_.type, *varbind_.val.integer);
   }
 
@@ -146,18 +139,23 @@ std::string handle(Netsnmp_Node_Handler* handler, int mode, const std::vector<Co
 }
 
 std::string golden(TraceLog& log) {
-  static const std::regex address("0x[0-9a-f]{2,}");
+  constexpr std::string_view kPrefix = "0x";
   std::map<std::string, char> letters;
   std::string text;
   for (const std::string& line : log.lines()) {
-    auto at = line.cbegin();
-    for (std::smatch match; std::regex_search(at, line.cend(), match, address); at = match[0].second) {
-      auto [letter, unknown] = letters.try_emplace(match.str(), static_cast<char>('A' + letters.size()));
-      text.append(at, match[0].first);
-      text += letter->second;
+    size_t done = 0;
+    for (size_t at = line.find(kPrefix); at != std::string::npos; at = line.find(kPrefix, done)) {
+      size_t end = std::min(line.find_first_not_of("0123456789abcdef", at + kPrefix.size()), line.size());
+      std::string address = line.substr(at, end - at);
+      text += line.substr(done, at - done);
+      if (address == "0x0") {
+        text += address;
+      } else {
+        text += letters.try_emplace(address, static_cast<char>('A' + letters.size())).first->second;
+      }
+      done = end;
     }
-    text.append(at, line.cend());
-    text += '\n';
+    text += line.substr(done) + '\n';
   }
   log.clear();
   return text;

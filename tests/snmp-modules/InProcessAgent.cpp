@@ -39,6 +39,13 @@ std::string valueIn(const netsnmp_variable_list& varbind) {
       return fmt::format("i:{}", *varbind.val.integer);
     case ASN_TIMETICKS:
       return fmt::format("t:{}", static_cast<unsigned long>(*varbind.val.integer));
+    case ASN_UNSIGNED:
+      return fmt::format("u:{}", static_cast<unsigned long>(*varbind.val.integer));
+    case ASN_OCTET_STR:
+      return "s:" + std::string(reinterpret_cast<const char*>(varbind.val.string), varbind.val_len);
+    case ASN_OBJECT_ID:
+      return fmt::format(
+          "o:{}", fmt::join(varbind.val.objid, varbind.val.objid + varbind.val_len / sizeof(oid), "."));
     case SNMP_NOSUCHOBJECT:
       return "noSuchObject";
     case SNMP_NOSUCHINSTANCE:

@@ -21,9 +21,10 @@ class InProcessAgent {
  public:
   static InProcessAgent& instance();
 
-  // The answer's varbinds, "<name>=<value>", separated by blanks: i for INTEGER, t for TimeTicks, such as
-  // "2.1.4.1.3=i:5", or the exception, such as "2.1.4.1.3=noSuchInstance". An answer with an error is its
-  // name and index, such as "genErr(1)". Too late an answer reads "timeout".
+  // The answer's varbinds, "<name>=<value>", separated by blanks: i for INTEGER, u for Gauge32 and
+  // Unsigned32, t for TimeTicks, s for OCTET STRING, o for OBJECT IDENTIFIER, such as "2.1.4.1.3=i:5", or the
+  // exception, such as "2.1.4.1.3=noSuchInstance". An answer with an error is its name and index, such as
+  // "genErr(1)". Too late an answer reads "timeout".
   std::string get(const Names& names) { return ask(request(SNMP_MSG_GET, names)); }
   std::string getNext(const Names& names) { return ask(request(SNMP_MSG_GETNEXT, names)); }
   std::string getBulk(int nonRepeaters, int maxRepetitions, const Names& names);
