@@ -27,6 +27,9 @@ const Lumalog::Handle traceHandle("NetSnmp");
 
 // How often a subagent makes sure of its master, and tries to reach it again when it is gone.
 constexpr int kPingIntervalSeconds = 2;
+// net-snmp waits for the master's answers without turning the loop, by default for six seconds in all. A
+// master that hangs counts as gone sooner. (Opening a session knows whole seconds only.)
+constexpr int kMasterTimeoutUs = 500'000;
 
 // What a manager sees without a configuration file: the system group and the served tables, to read, from
 // this machine.
@@ -50,6 +53,8 @@ std::string stateDirectory() {
 }
 
 void setFlag(int which) { netsnmp_ds_set_boolean(NETSNMP_DS_APPLICATION_ID, which, 1); }
+
+void setNumber(int which, int number) { netsnmp_ds_set_int(NETSNMP_DS_APPLICATION_ID, which, number); }
 
 std::string trimmed(std::string text) {
   while (!text.empty() && (text.back() == '\n' || text.back() == ' ')) text.pop_back();
@@ -111,15 +116,13 @@ void SnmpAgent::configure() {
   if (subagent()) {
     setFlag(NETSNMP_DS_AGENT_ROLE);
     netsnmp_ds_set_string(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_X_SOCKET, options_.agentx.c_str());
-    netsnmp_ds_set_int(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_AGENTX_PING_INTERVAL,
-                       kPingIntervalSeconds);
   }
   // Nothing here needs names for object identifiers, and loading MIB files takes longer than all the rest.
   setenv("MIBS", "", /*overwrite=*/0);
   openState();
-  if (options_.conf.empty()) {
+  if (options_.conf.empty() && !subagent()) {
     for (const std::string& line : defaultAccess()) netsnmp_config(const_cast<char*>(line.c_str()));
-  } else {
+  } else if (!options_.conf.empty()) {
     netsnmp_ds_set_string(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_OPTIONALCONFIG, options_.conf.c_str());
   }
 }
@@ -148,7 +151,13 @@ void SnmpAgent::start() {
     error_ = "net-snmp's agent cannot be initialised: " + lastError_;
     return;
   }
-  if (!subagent()) {
+  if (subagent()) {
+    // Only now, since init_agent() sets values of its own.
+    setNumber(NETSNMP_DS_AGENT_AGENTX_PING_INTERVAL, kPingIntervalSeconds);
+    setNumber(NETSNMP_DS_AGENT_AGENTX_TIMEOUT, kMasterTimeoutUs);
+    setNumber(NETSNMP_DS_AGENT_AGENTX_RETRIES, 0);
+    netsnmp_ds_set_int(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_RETRIES, 0);
+  } else {
     init_sysORTable();
     init_system_mib();
   }
@@ -168,6 +177,10 @@ void SnmpAgent::start() {
     }
   }
   pump_.emplace(loop_);
+  if (!connected()) {
+    traceHandle.trace(1, "no master agent at {} yet, trying again every {} s", address(),
+                      kPingIntervalSeconds);
+  }
 }
 
 int SnmpAgent::logged(int /*major*/, int /*minor*/, void* message, void* self) {
@@ -184,12 +197,19 @@ int SnmpAgent::logged(int /*major*/, int /*minor*/, void* message, void* self) {
 }
 
 int SnmpAgent::connectedIs(int /*major*/, int /*minor*/, void* /*session*/, void* self) {
-  static_cast<SnmpAgent*>(self)->connected_ = true;
+  auto* agent = static_cast<SnmpAgent*>(self);
+  if (!agent->connected_) traceHandle.trace(1, "connected to the master agent at {}", agent->address());
+  agent->connected_ = true;
   return 0;
 }
 
 int SnmpAgent::disconnectedIs(int /*major*/, int /*minor*/, void* /*session*/, void* self) {
-  static_cast<SnmpAgent*>(self)->connected_ = false;
+  auto* agent = static_cast<SnmpAgent*>(self);
+  if (agent->connected_) {
+    traceHandle.trace(1, "lost the master agent at {}, trying again every {} s", agent->address(),
+                      kPingIntervalSeconds);
+  }
+  agent->connected_ = false;
   return 0;
 }
 
