@@ -109,8 +109,8 @@ class Reader {
   // An object or an array begins; `empty` is an empty one of its kind.
   bool open(json empty) {
     if (++depth_ > kMaxDepth) {
-      document_.unusable =
-          fmt::format("{}: found more than {} levels of nesting, expected 4", pathText(segments_), kMaxDepth);
+      document_.unusable = fmt::format(": {}found more than {} levels of nesting, expected 4",
+                                       segments_.empty() ? "" : pathText(segments_) + ": ", kMaxDepth);
       return false;
     }
     bool isObject = empty.is_object();
@@ -192,7 +192,7 @@ class Reader {
   }
 
   void unusable(size_t offset, std::string_view text) {
-    document_.unusable = fmt::format("{}: {}", lineAndColumn(text_, offset), text);
+    document_.unusable = fmt::format(":{}: {}", lineAndColumn(text_, offset), text);
   }
 
   std::string_view text_;

@@ -20,7 +20,8 @@ struct Document {
     std::string text;  // "members/1/processors/1/load: found 70000, expected ..."
   };
 
-  // The text is no JSON object: "<line>:<column>: ..."; the rest is empty then.
+  // The text is no JSON object. What a message says after the document's name: ":<line>:<column>: ...", or
+  // ": ..." where there is no such place. The rest is empty then.
   std::optional<std::string> unusable;
   std::vector<Snapshot::Entry> values;
   std::vector<Fault> faults;

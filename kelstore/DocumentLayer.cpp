@@ -64,7 +64,7 @@ void DocumentLayer::readingIs(Reading reading) {
     if (!reading.changed.empty()) status_.lastChangeUtcNs = clock_.utcNs();
     store_.snapshotIs(layer_, std::move(reading.snapshot), std::move(reading.changed));
   } else {
-    std::string error = fmt::format("{}: {}", subject_, reading.error);
+    std::string error = subject_ + reading.error;
     if (error != status_.error) traceHandle.trace(kErrorLevel, "{}", error);
     if (status_.staleSinceUtcNs == 0) status_.staleSinceUtcNs = clock_.utcNs();
     status_.state = SourceStatus::State::stale;

@@ -16,7 +16,7 @@ namespace Kelstore {
 struct Reading {
   std::shared_ptr<const Snapshot> snapshot;  // null: unusable, and error says why
   std::vector<Path> changed;
-  std::string error;                // of an unusable document, without the document's name
+  std::string error;                // of an unusable document: what follows its name
   std::vector<std::string> faults;  // values that cannot be used
   std::vector<std::string> warnings;
 };

@@ -133,8 +133,8 @@ bool FileSource::isFinal(const Attempt& attempt) {
 
 FileSource::Attempt FileSource::attempt(const std::string& path, uint64_t maxBytes, const Snapshot& before) {
   Attempt result;
-  auto failed = [&result](std::string error) {
-    result.reading.error = std::move(error);
+  auto failed = [&result](const std::string& error) {
+    result.reading.error = ": " + error;
     return std::move(result);
   };
   Descriptor file(path);

@@ -1,0 +1,202 @@
+// Every path of the state model: what is taken, and the line that anything else gets.
+#include <gmock/gmock.h>
+
+#include <limits>
+#include <nlohmann/json.hpp>
+
+#include "Codec.h"
+
+namespace Kelstore {
+namespace {
+
+std::string rendered(const std::vector<Note>& notes) {
+  std::string text;
+  for (const Note& note : notes) {
+    text += (text.empty() ? "" : "; ") + (note.member.empty() ? "" : note.member + ": ") + note.text;
+  }
+  return text;
+}
+
+std::string faults(Kind kind, const std::string& json) {
+  Notes notes;
+  auto value = decode(kind, nlohmann::json::parse(json), notes);
+  EXPECT_EQ(value.has_value(), notes.faults.empty());
+  return rendered(notes.faults);
+}
+
+template <class Typed>
+Typed decoded(Kind kind, const std::string& json) {
+  Notes notes;
+  auto value = decode(kind, nlohmann::json::parse(json), notes);
+  EXPECT_EQ(rendered(notes.faults), "");
+  EXPECT_EQ(rendered(notes.warnings), "");
+  return value ? std::get<Typed>(*value) : Typed();
+}
+
+// A good object of each kind, one member of which is then spoilt.
+const std::map<Kind, std::string> kGood = {
+    {Kind::interface, R"({"ifIndex": 1})"},
+    {Kind::link, R"({"intf": "Backplane1/1"})"},
+    {Kind::system, R"({"uptime": 1, "currentTimeUtc": 2.5, "users": 3, "processes": 4, "memorySize": 5})"},
+    {Kind::memory, R"({"total": 1, "free": 2, "available": 3, "nonBuffer": 4, "nonCache": 5})"},
+    {Kind::processor, R"({"load": 7})"},
+    {Kind::storage, R"({"allocationUnits": 1, "size": 2, "free": 3})"},
+    {Kind::reachability, R"({"state": "degraded", "intf": "Backplane1/2", "lastChange": 9})"},
+    {Kind::mountMapping, R"({"index": 1, "type": "1.3.6.1", "description": "root"})"},
+    {Kind::memoryMapping, R"({"index": 1, "type": "1.3.6.1", "description": "RAM"})"},
+};
+
+std::string faultsWith(Kind kind, const std::string& member, const std::string& value) {
+  auto object = nlohmann::json::parse(kGood.at(kind));
+  object[member] = nlohmann::json::parse(value);
+  return faults(kind, object.dump());
+}
+
+constexpr const char* kU32 = "expected an integer from 0 to 4294967295";
+constexpr const char* kU64 = "expected an integer from 0 to 18446744073709551615";
+
+TEST(CodecTest, GoodValuesOfEveryKind) {
+  EXPECT_EQ(decoded<std::string>(Kind::sysname, R"("alpha")"), "alpha");
+  EXPECT_EQ(decoded<Interface>(Kind::interface, R"({"ifIndex": 4294967295})"), (Interface{4294967295}));
+  EXPECT_EQ(decoded<Link>(Kind::link, kGood.at(Kind::link)), (Link{Lanix::IntfId("Backplane1/1")}));
+  EXPECT_EQ(decoded<System>(Kind::system, kGood.at(Kind::system)), (System{1, 2.5, 3, 4, 5}));
+  EXPECT_EQ(decoded<Memory>(Kind::memory, kGood.at(Kind::memory)), (Memory{1, 2, 3, 4, 5}));
+  EXPECT_EQ(decoded<Memory>(Kind::memory, "{}"), Memory());
+  EXPECT_EQ(decoded<Processor>(Kind::processor, R"({"load": -32768})"), (Processor{-32768}));
+  EXPECT_EQ(
+      decoded<Storage>(Kind::storage, R"({"allocationUnits": 0, "size": 18446744073709551615, "free": 0})"),
+      (Storage{0, std::numeric_limits<uint64_t>::max(), 0}));
+  EXPECT_EQ(decoded<Reachability>(Kind::reachability, kGood.at(Kind::reachability)),
+            (Reachability{Trel::ReachabilityState::degraded, Lanix::IntfId("Backplane1/2"), 9}));
+  EXPECT_EQ(decoded<Reachability>(Kind::reachability, R"({"state": 5, "lastChange": 0})"),
+            (Reachability{Trel::ReachabilityState::disabled, std::nullopt, 0}));
+  EXPECT_EQ(decoded<Mapping>(Kind::mountMapping, kGood.at(Kind::mountMapping)),
+            (Mapping{Snmp::ObjectIdentifier("1.3.6.1"), "root", 1}));
+}
+
+TEST(CodecTest, AllSixStatesByNameAndByNumber) {
+  const char* names[] = {"unknown", "initializing", "reachable", "degraded", "unreachable", "disabled"};
+  for (uint8_t i = 0; i < 6; ++i) {
+    auto byName = R"({"lastChange": 0, "state": ")" + std::string(names[i]) + R"("})";
+    auto byNumber = R"({"lastChange": 0, "state": )" + std::to_string(i) + "}";
+    EXPECT_EQ(decoded<Reachability>(Kind::reachability, byName).state, i);
+    EXPECT_EQ(decoded<Reachability>(Kind::reachability, byNumber).state, i);
+  }
+}
+
+TEST(CodecTest, UnsignedMembersRefuseEverythingElse) {
+  const std::vector<std::pair<Kind, std::string>> members = {
+      {Kind::interface, "ifIndex"},  {Kind::system, "users"},           {Kind::system, "processes"},
+      {Kind::system, "memorySize"},  {Kind::memory, "total"},           {Kind::memory, "free"},
+      {Kind::memory, "available"},   {Kind::memory, "nonBuffer"},       {Kind::memory, "nonCache"},
+      {Kind::mountMapping, "index"}, {Kind::storage, "allocationUnits"}};
+  for (const auto& [kind, member] : members) {
+    for (const char* bad : {"-1", "4294967296", "1.5", "1.0", "1e3", R"("1")", "null", "true"}) {
+      std::string found = nlohmann::json::parse(bad).dump();
+      EXPECT_EQ(faultsWith(kind, member, bad), member + ": found " + found + ", " + kU32);
+    }
+    EXPECT_EQ(faultsWith(kind, member, "[]"), member + ": found an array, " + kU32);
+    EXPECT_EQ(faultsWith(kind, member, "{}"), member + ": found an object, " + kU32);
+    EXPECT_EQ(faultsWith(kind, member, "4294967295"), "");
+  }
+}
+
+TEST(CodecTest, WideAndSignedMembersHaveTheirOwnRanges) {
+  EXPECT_EQ(faultsWith(Kind::storage, "size", "-1"), std::string("size: found -1, ") + kU64);
+  EXPECT_EQ(faultsWith(Kind::storage, "free", "18446744073709551616"),
+            std::string("free: found 1.8446744073709552e+19, ") + kU64);
+  EXPECT_EQ(faultsWith(Kind::reachability, "lastChange", "-5"), std::string("lastChange: found -5, ") + kU64);
+  EXPECT_EQ(faultsWith(Kind::processor, "load", "32768"),
+            "load: found 32768, expected an integer from -32768 to 32767");
+  EXPECT_EQ(faultsWith(Kind::processor, "load", "-32769"),
+            "load: found -32769, expected an integer from -32768 to 32767");
+  EXPECT_EQ(faultsWith(Kind::processor, "load", "32767"), "");
+}
+
+TEST(CodecTest, SecondsAreNumbersThatSnmpCanCarry) {
+  EXPECT_EQ(faultsWith(Kind::system, "uptime", "-0.5"),
+            "uptime: found -0.5, expected a number from 0 to 1000000000000000");
+  EXPECT_EQ(faultsWith(Kind::system, "uptime", R"("1")"),
+            "uptime: found \"1\", expected a number from 0 to 1000000000000000");
+  EXPECT_EQ(faultsWith(Kind::system, "currentTimeUtc", "2005949145600"),
+            "currentTimeUtc: found 2005949145600, expected a number from 0 to 2005949145599");
+  EXPECT_EQ(faultsWith(Kind::system, "currentTimeUtc", "2005949145599"), "");
+}
+
+TEST(CodecTest, InterfaceNamesAreNonEmptyPlainStrings) {
+  EXPECT_EQ(faultsWith(Kind::link, "intf", R"("")"), "intf: found \"\", expected an interface name");
+  EXPECT_EQ(faultsWith(Kind::link, "intf", "7"), "intf: found 7, expected an interface name");
+  EXPECT_EQ(faultsWith(Kind::reachability, "intf", R"("a\u0000b")"),
+            "intf: found \"a\\x00b\", expected an interface name");
+  EXPECT_EQ(faultsWith(Kind::reachability, "intf", "null"), "intf: found null, expected an interface name");
+}
+
+TEST(CodecTest, UnknownStatesAreRefused) {
+  constexpr const char* kExpected =
+      ", expected \"unknown\", \"initializing\", \"reachable\", \"degraded\", \"unreachable\", \"disabled\", "
+      "or 0 to 5";
+  EXPECT_EQ(faultsWith(Kind::reachability, "state", R"("flying")"),
+            std::string("state: found \"flying\"") + kExpected);
+  EXPECT_EQ(faultsWith(Kind::reachability, "state", "6"), std::string("state: found 6") + kExpected);
+  EXPECT_EQ(faultsWith(Kind::reachability, "state", "-1"), std::string("state: found -1") + kExpected);
+  EXPECT_EQ(faultsWith(Kind::reachability, "state", R"("Reachable")"),
+            std::string("state: found \"Reachable\"") + kExpected);
+}
+
+TEST(CodecTest, MappingsNeedAnObjectIdentifierAndAShortDescription) {
+  EXPECT_EQ(faultsWith(Kind::mountMapping, "type", R"("hrStorageRam")"),
+            "type: found \"hrStorageRam\", expected a dotted object identifier");
+  EXPECT_EQ(faultsWith(Kind::mountMapping, "type", R"("")"),
+            "type: found \"\", expected a dotted object identifier");
+  std::string longText(256, 'x');
+  EXPECT_THAT(faultsWith(Kind::memoryMapping, "description", '"' + longText + '"'),
+              testing::EndsWith("expected a string of at most 255 bytes"));
+  EXPECT_EQ(faultsWith(Kind::memoryMapping, "description", '"' + longText.substr(1) + '"'), "");
+}
+
+TEST(CodecTest, SysnameIsAPlainShortString) {
+  constexpr const char* kExpected = ", expected a string of 1 to 255 bytes without control characters";
+  EXPECT_EQ(faults(Kind::sysname, "7"), std::string("found 7") + kExpected);
+  EXPECT_EQ(faults(Kind::sysname, R"("")"), std::string("found \"\"") + kExpected);
+  EXPECT_EQ(faults(Kind::sysname, R"("a\nb")"), std::string("found \"a\\x0ab\"") + kExpected);
+  EXPECT_THAT(faults(Kind::sysname, '"' + std::string(256, 'x') + '"'), testing::HasSubstr("xxx...\""));
+}
+
+TEST(CodecTest, MissingMembersAreNamed_OptionalOnesAreNot) {
+  EXPECT_EQ(faults(Kind::interface, "{}"), std::string("ifIndex: found nothing, ") + kU32);
+  EXPECT_EQ(faults(Kind::reachability, R"({"state": 1})"), std::string("lastChange: found nothing, ") + kU64);
+  EXPECT_EQ(faults(Kind::memory, "{}"), "");
+  for (const auto& [kind, good] : kGood) {
+    auto object = nlohmann::json::parse(good);
+    for (const auto& [member, value] : object.items()) {
+      auto without = object;
+      without.erase(member);
+      bool optional = kind == Kind::memory || (kind == Kind::reachability && member == "intf");
+      EXPECT_EQ(faults(kind, without.dump()).empty(), optional) << good << " without " << member;
+    }
+  }
+}
+
+TEST(CodecTest, NoObject_OneFaultForTheWhole) {
+  for (const auto& [kind, good] : kGood) {
+    EXPECT_EQ(faults(kind, "7"), "found 7, expected an object");
+    EXPECT_EQ(faults(kind, "null"), "found null, expected an object");
+    EXPECT_EQ(faults(kind, "[1]"), "found an array, expected an object");
+  }
+}
+
+TEST(CodecTest, UnknownMembersWarnAndAreIgnored) {
+  Notes notes;
+  auto value = decode(Kind::processor, nlohmann::json::parse(R"({"load": 1, "colour": "red"})"), notes);
+  EXPECT_TRUE(value);
+  EXPECT_EQ(rendered(notes.warnings), "colour: unknown member, ignored");
+}
+
+TEST(CodecTest, EveryFaultOfAValueIsNamed) {
+  EXPECT_EQ(faults(Kind::storage, R"({"allocationUnits": "x", "size": -1})"),
+            std::string("allocationUnits: found \"x\", ") + kU32 + "; size: found -1, " + kU64 +
+                "; free: found nothing, " + kU64);
+}
+
+}  // namespace
+}  // namespace Kelstore

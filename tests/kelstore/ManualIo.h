@@ -1,0 +1,97 @@
+// Kelstore::Io driven by hand: time stands still until it is moved, files change when the test says so, and
+// work off the loop runs when it is told to.
+#pragma once
+
+#include <algorithm>
+#include <list>
+#include <map>
+#include <memory>
+#include <vector>
+
+#include "Io.h"
+#include "zavro/Clock.h"
+
+namespace Kelstore {
+
+class ManualIo final : public Io {
+ public:
+  explicit ManualIo(Zavro::ManualClock& clock) : clock_(clock) {}
+
+  std::unique_ptr<Activity> watch(const std::string& /*path*/, std::function<void()> changed) override {
+    return add(watches_, {0, std::move(changed)});
+  }
+  std::unique_ptr<Activity> after(uint64_t milliseconds, std::function<void()> elapsed) override {
+    return add(timers_, {nowMs_ + milliseconds, std::move(elapsed)});
+  }
+  void offLoop(std::function<void()> work, std::function<void()> done) override {
+    jobs_.push_back({std::move(work), std::move(done)});
+  }
+
+  // Tells every watch that its file may have changed.
+  void fileChanged() {
+    for (const auto& watch : std::list(watches_)) watch->call();
+  }
+  size_t jobs() const { return jobs_.size(); }
+  // Runs the work that was handed over, and what it hands over in turn.
+  void work() {
+    while (!jobs_.empty()) {
+      Job job = std::move(jobs_.front());
+      jobs_.pop_front();
+      job.work();
+      job.done();
+    }
+  }
+  // Moves time, firing timers in order and running what they hand over.
+  void advance(uint64_t milliseconds) {
+    uint64_t end = nowMs_ + milliseconds;
+    work();
+    while (true) {
+      auto next = std::min_element(timers_.begin(), timers_.end(),
+                                   [](const auto& a, const auto& b) { return a->atMs < b->atMs; });
+      if (next == timers_.end() || (*next)->atMs > end) break;
+      auto timer = *next;
+      timers_.erase(next);
+      moveTo(timer->atMs);
+      timer->call();
+      work();
+    }
+    moveTo(end);
+  }
+
+ private:
+  struct Callback {
+    uint64_t atMs;
+    std::function<void()> call;
+  };
+  using Callbacks = std::list<std::shared_ptr<Callback>>;
+  struct Job {
+    std::function<void()> work;
+    std::function<void()> done;
+  };
+  class Registration final : public Activity {
+   public:
+    Registration(Callbacks& all, std::shared_ptr<Callback> own) : all_(all), own_(std::move(own)) {}
+    ~Registration() override { all_.remove(own_); }
+
+   private:
+    Callbacks& all_;
+    std::shared_ptr<Callback> own_;
+  };
+
+  static std::unique_ptr<Activity> add(Callbacks& all, Callback callback) {
+    all.push_back(std::make_shared<Callback>(std::move(callback)));
+    return std::make_unique<Registration>(all, all.back());
+  }
+  void moveTo(uint64_t ms) {
+    clock_.advanceNs((ms - nowMs_) * 1'000'000);
+    nowMs_ = ms;
+  }
+
+  Zavro::ManualClock& clock_;
+  uint64_t nowMs_ = 0;
+  Callbacks watches_;
+  Callbacks timers_;
+  std::list<Job> jobs_;
+};
+
+}  // namespace Kelstore

@@ -1,0 +1,176 @@
+// What a change of state does to the entities that pipelines follow, notification by notification.
+#include <gmock/gmock.h>
+
+#include "World.h"
+
+namespace Kelstore {
+namespace {
+
+constexpr const char* kMember3 = R"({"members": {"3": {
+    "system": {"uptime": 7.5, "currentTimeUtc": 8, "users": 1, "processes": 2, "memorySize": 3},
+    "processors": {"1": {"load": 10}, "2": {"load": 20}},
+    "storage": {"/": {"allocationUnits": 4096, "size": 100, "free": 50}},
+    "memory": {"total": 1000},
+    "reachability": {"1": {"state": "reachable", "intf": "Backplane3/1", "lastChange": 5}}}}})";
+
+TEST(MirrorTest, MemberAppears_ItsEntitiesAreThereWithAllTheirElements) {
+  World world;
+  EXPECT_EQ(world.says(kMember3), "host[3] 3.memory 3.cpu[1] 3.cpu[2] 3.storage[/] status[3] 3.reach[1]");
+  EXPECT_EQ(world.host("3")->system().systemUptime, 7.5);
+  EXPECT_EQ(world.host("3")->system().memorySize, 3u);
+  EXPECT_EQ((*world.host("3")->processorTable().find(2u))->load(), 20);
+  EXPECT_EQ((*world.host("3")->storageInfoTable().find("/"))->size(), 100u);
+  EXPECT_EQ(world.host("3")->memInfo()->amounts().total, 1000u);
+  EXPECT_FALSE(world.host("3")->memInfo()->amounts().free);
+  auto state = *world.reachability("3")->reachabilityStatus().find(Trel::MemberId(1));
+  EXPECT_EQ(state->text(), "(state=reachable, intf=Backplane3/1, lastChange=5)");
+}
+
+TEST(MirrorTest, FiguresAreThereWhenTheEntityAppears) {
+  World world;
+  double seen = -1;
+  auto follow = world.mirror.hostResourcesDir()->entities().subscribe(
+      [&](const std::string& member) { seen = world.host(member)->system().systemUptime; });
+  world.says(kMember3);
+  EXPECT_EQ(seen, 7.5);
+}
+
+TEST(MirrorTest, SameDocumentAgain_NothingIsTouched) {
+  World world;
+  world.says(kMember3);
+  auto host = world.host("3");
+  uint32_t version = host->processorTable().version();
+  EXPECT_EQ(world.says(kMember3), "");
+  EXPECT_EQ(world.host("3"), host);
+  EXPECT_EQ(host->processorTable().version(), version);
+}
+
+TEST(MirrorTest, OneValueChanges_OneNotificationAndANewRecord) {
+  World world;
+  world.says(R"({"members": {"3": {"processors": {"1": {"load": 10}, "2": {"load": 20}}}}})");
+  auto host = world.host("3");
+  auto before = *host->processorTable().find(1u);
+  auto untouched = *host->processorTable().find(2u);
+  EXPECT_EQ(world.says(R"({"members": {"3": {"processors": {"1": {"load": 11}, "2": {"load": 20}}}}})"),
+            "3.cpu[1]");
+  EXPECT_EQ(before->load(), 10);
+  EXPECT_EQ((*host->processorTable().find(1u))->load(), 11);
+  EXPECT_EQ(*host->processorTable().find(2u), untouched);
+}
+
+TEST(MirrorTest, SystemFiguresChangeInPlace_NobodyIsNotified) {
+  World world;
+  world.says(kMember3);
+  auto host = world.host("3");
+  std::string changed = kMember3;
+  changed.replace(changed.find("7.5"), 3, "9.5");
+  EXPECT_EQ(world.says(changed), "");
+  EXPECT_EQ(world.host("3"), host);
+  EXPECT_EQ(host->system().systemUptime, 9.5);
+}
+
+TEST(MirrorTest, SystemGoesWhileProcessorsStay_FiguresReadAsZero) {
+  World world;
+  world.says(
+      R"({"members": {"3": {"system": {"uptime": 7, "currentTimeUtc": 8, "users": 1, "processes": 2,
+          "memorySize": 3}, "processors": {"1": {"load": 1}}}}})");
+  EXPECT_EQ(world.says(R"({"members": {"3": {"processors": {"1": {"load": 1}}}}})"), "");
+  EXPECT_EQ(world.host("3")->system(), System());
+}
+
+TEST(MirrorTest, MemberLeaves_ItsEntitiesLeaveWholeAndOthersStay) {
+  World world;
+  world.says(kMember3);
+  auto host = world.host("3");
+  auto status = world.reachability("3");
+  EXPECT_EQ(world.says(R"({"members": {}})"), "-host[3] -status[3]");
+  EXPECT_EQ(host->processorTable().size(), 2u);
+  EXPECT_EQ(status->reachabilityStatus().size(), 1u);
+}
+
+TEST(MirrorTest, MemberLeaves_OtherMembersAreNotTouched) {
+  World world;
+  world.says(R"({"members": {"1": {"memory": {}}, "3": {"memory": {}}}})");
+  EXPECT_EQ(world.says(R"({"members": {"1": {"memory": {}}}})"), "-host[3]");
+}
+
+TEST(MirrorTest, MemberComesBack_ItsEntityIsANewOne) {
+  World world;
+  world.says(kMember3);
+  auto before = world.host("3");
+  world.says("{}");
+  world.says(kMember3);
+  EXPECT_NE(world.host("3"), before);
+  EXPECT_EQ(world.host("3")->processorTable().size(), 2u);
+}
+
+TEST(MirrorTest, MemberLeavesAndComesBackBeforeItsTurn_NothingHappens) {
+  World world;
+  world.says(kMember3);
+  auto before = world.host("3");
+  world.submit("{}");
+  world.submit(kMember3);
+  EXPECT_EQ(world.drained(), "");
+  EXPECT_EQ(world.host("3"), before);
+}
+
+TEST(MirrorTest, EmptyReachability_TheEntityExists) {
+  World world;
+  EXPECT_EQ(world.says(R"({"members": {"3": {"reachability": {}}}})"), "status[3]");
+  EXPECT_EQ(world.says(R"({"members": {"3": {}}})"), "-status[3]");
+}
+
+TEST(MirrorTest, LastNeighbourGoesWhileReachabilityStays_OnlyTheElementGoes) {
+  World world;
+  world.says(kMember3);
+  std::string kept = kMember3;
+  size_t at = kept.find("\"1\": {\"state\"");
+  kept.replace(at, kept.find("}", at) + 1 - at, "");
+  EXPECT_EQ(world.says(kept), "-3.reach[1]");
+  EXPECT_EQ(world.reachability("3")->reachabilityStatus().size(), 0u);
+}
+
+TEST(MirrorTest, EachOfTheFourGroupsAloneKeepsTheHostEntity) {
+  for (const char* group :
+       {R"("system": {"uptime": 1, "currentTimeUtc": 1, "users": 1, "processes": 1, "memorySize": 1})",
+        R"("processors": {})", R"("storage": {})", R"("memory": {})"}) {
+    World world;
+    world.says(kMember3);
+    auto host = world.host("3");
+    world.says(std::string(R"({"members": {"3": {)") + group + "}}}");
+    EXPECT_EQ(world.host("3"), host) << group;
+    EXPECT_EQ(world.says(R"({"members": {"3": {}}})"), "-host[3]") << group;
+  }
+}
+
+TEST(MirrorTest, MemoryVanishes_OneNotificationAndNoRecord) {
+  World world;
+  world.says(R"({"members": {"3": {"memory": {"free": 5}, "processors": {}}}})");
+  EXPECT_EQ(world.says(R"({"members": {"3": {"processors": {}}}})"), "3.memory");
+  EXPECT_EQ(world.host("3")->memInfo(), nullptr);
+}
+
+TEST(MirrorTest, LastLinkOfAMemberGoes_ItsTopologyEntryLeavesWhole) {
+  World world;
+  EXPECT_EQ(world.says(R"({"topology": {"1": {"2": {"intf": "Backplane1/1"}, "3": {"intf": "Backplane1/2"}},
+                                        "2": {"1": {"intf": "Backplane2/1"}}}})"),
+            "topo[1] 1.link[2] 1.link[3] topo[2] 2.link[1]");
+  auto first = *world.mirror.topologyConfig()->topoConfig().find(Trel::MemberId(1));
+  EXPECT_EQ(world.says(R"({"topology": {"1": {}, "2": {"1": {"intf": "Backplane2/9"}}}})"),
+            "-topo[1] 2.link[1]");
+  EXPECT_EQ(first->neighbor().size(), 2u);
+}
+
+TEST(MirrorTest, InterfacesMappingsAndSysnameFollow) {
+  World world;
+  EXPECT_EQ(world.says(R"({"sysname": "alpha", "interfaces": {"Backplane1/1": {"ifIndex": 4294967295}},
+      "storageMappings": {"mounts": {"/": {"index": 31, "type": "1.3.6.1", "description": "root"}},
+                          "memory": {"-1": {"index": 1, "type": "1.3.6.1", "description": "RAM"}}}})"),
+            "sysname=alpha mount[/] mem[-1] ifIndex[Backplane1/1]");
+  EXPECT_EQ(*world.mirror.ifMib()->ifIndexByIntfId().find(Lanix::IntfId("Backplane1/1")), 4294967295u);
+  EXPECT_EQ(world.mappings().mountEntries().find("/")->description, "root");
+  EXPECT_EQ(world.says("{}"), "sysname= -mount[/] -mem[-1] -ifIndex[Backplane1/1]");
+}
+
+}  // namespace
+}  // namespace Kelstore

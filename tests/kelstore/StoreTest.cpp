@@ -1,0 +1,89 @@
+// Layers over one another, and the order and size of the steps in which changes are applied.
+#include <gmock/gmock.h>
+
+#include "World.h"
+
+namespace Kelstore {
+namespace {
+
+std::string ifIndex(uint32_t value) {
+  return R"({"interfaces": {"Backplane1/1": {"ifIndex": )" + std::to_string(value) + "}}}";
+}
+
+uint32_t shown(const World& world) {
+  const uint32_t* value = world.mirror.ifMib()->ifIndexByIntfId().find(Lanix::IntfId("Backplane1/1"));
+  return value == nullptr ? 0 : *value;
+}
+
+TEST(StoreTest, LaterLayerWins_AndItsWithdrawalBringsTheEarlierBack) {
+  World world(2);
+  world.says(ifIndex(1), 0);
+  world.says(ifIndex(2), 1);
+  EXPECT_EQ(shown(world), 2u);
+  EXPECT_EQ(world.says(ifIndex(3), 0), "");
+  EXPECT_EQ(shown(world), 2u);
+  EXPECT_EQ(world.says("{}", 1), "ifIndex[Backplane1/1]");
+  EXPECT_EQ(shown(world), 3u);
+  EXPECT_EQ(world.says("{}", 0), "-ifIndex[Backplane1/1]");
+}
+
+TEST(StoreTest, WithdrawnValueEqualsTheEarlierOne_NothingIsNotified) {
+  World world(2);
+  world.says(ifIndex(7), 0);
+  world.says(ifIndex(7), 1);
+  EXPECT_EQ(shown(world), 7u);
+  world.takeLog();
+  EXPECT_EQ(world.says("{}", 1), "");
+}
+
+TEST(StoreTest, MemberIsHeldByTwoLayers_ItStaysUntilBothWithdrawIt) {
+  World world(2);
+  world.says(R"({"members": {"3": {"processors": {"1": {"load": 1}}}}})", 0);
+  world.says(R"({"members": {"3": {"processors": {"2": {"load": 2}}}}})", 1);
+  EXPECT_EQ(world.says("{}", 0), "-3.cpu[1]");
+  EXPECT_EQ(world.says("{}", 1), "-host[3]");
+}
+
+TEST(StoreTest, NothingIsMirroredBeforeEveryLayerSettled) {
+  World world(2);
+  EXPECT_EQ(world.says(ifIndex(1), 0), "");
+  EXPECT_FALSE(world.store.idle());
+  world.submit(ifIndex(2), 1);
+  EXPECT_EQ(world.drained(), "");
+  world.store.settledIs(1);
+  EXPECT_EQ(world.drained(), "ifIndex[Backplane1/1]");
+  EXPECT_EQ(shown(world), 2u);
+  EXPECT_TRUE(world.store.idle());
+}
+
+TEST(StoreTest, MappingsOfALaterLayerComeBeforeStorageOfAnEarlier) {
+  World world(2);
+  world.says(R"({"members": {"1": {"storage": {"/": {"allocationUnits": 1, "size": 1, "free": 1}}}}})", 0);
+  world.submit(
+      R"({"storageMappings": {"mounts": {"/": {"index": 1, "type": "1.3", "description": "root"}}}})", 1);
+  world.store.settledIs(1);
+  EXPECT_EQ(world.drained(), "mount[/] host[1] 1.storage[/]");
+}
+
+TEST(StoreTest, TaskYieldsAfterEveryPath_EachStepAppliesOne) {
+  World world;
+  world.submit(R"({"interfaces": {"a": {"ifIndex": 1}, "b": {"ifIndex": 2}, "c": {"ifIndex": 3}}})");
+  world.store.settledIs(0);
+  std::vector<std::string> steps;
+  world.scheduler.drain([&] { steps.push_back(world.takeLog()); });
+  EXPECT_THAT(steps, testing::ElementsAre("ifIndex[a]", "ifIndex[b]", "ifIndex[c]"));
+}
+
+TEST(StoreTest, ChangesBetweenSteps_TheMirrorEndsAsTheLastSnapshotSays) {
+  World world;
+  world.submit(R"({"interfaces": {"a": {"ifIndex": 1}, "b": {"ifIndex": 2}, "c": {"ifIndex": 3}}})");
+  world.store.settledIs(0);
+  world.scheduler.step();
+  world.submit(R"({"interfaces": {"b": {"ifIndex": 9}}})");
+  world.scheduler.drain();
+  EXPECT_EQ(world.takeLog(), "ifIndex[a] -ifIndex[a] ifIndex[b]");
+  EXPECT_EQ(world.mirror.ifMib()->ifIndexByIntfId().size(), 1u);
+}
+
+}  // namespace
+}  // namespace Kelstore
