@@ -26,7 +26,7 @@ class TableTest : public testing::Test {
     });
   }
   const Table& table() const { return Traits::table(*mib_); }
-  auto is(uint32_t n) { return Traits::is(*mib_, n); }
+  auto is(uint32_t n) { return Traits::is(*mib_, n, Traits::record(n)); }
   auto row(uint32_t n) const { return Traits::row(*mib_, n); }
   template <class Where>
   auto del(const Where& where) {
@@ -312,7 +312,7 @@ TYPED_TEST(TableTest, SubscriberDeletesWithinDeleteAll_EachRemovalIsPublishedOnc
 
 TYPED_TEST(TableTest, SubscriberDropsTheLastReference_OperationsReturnSafely) {
   this->also_ = [&](const TrelMib::Change&) { this->mib_.reset(); };
-  auto row = TypeParam::is(*this->mib_, 7);
+  auto row = TypeParam::is(*this->mib_, 7, TypeParam::record(7));
   EXPECT_EQ(row->key(), TypeParam::key(7));
 
   this->also_ = nullptr;

@@ -1,5 +1,5 @@
 // The five tables under one face, so that what holds for all of them is tested once for each: row number n
-// has a key that grows with n, and records of its own.
+// has a key that grows with n, and a record of its own.
 #pragma once
 
 #include <string>
@@ -17,7 +17,11 @@ struct IfTableTraits {
   static uint32_t key(uint32_t n) { return n; }
   static const Table& table(const TrelSnmp::TrelMib& mib) { return mib.trelIfTable(); }
   static auto row(const TrelSnmp::TrelMib& mib, uint32_t n) { return mib.trelIfTable(key(n)); }
-  static auto is(TrelSnmp::TrelMib& mib, uint32_t n) { return mib.trelIfTableIs(key(n), n, n + 1); }
+  using Record = uint32_t;  // the local member
+  static Record record(uint32_t n) { return n; }
+  static auto is(TrelSnmp::TrelMib& mib, uint32_t n, Record record) {
+    return mib.trelIfTableIs(key(n), record, 0);
+  }
   template <class Where>
   static auto del(TrelSnmp::TrelMib& mib, const Where& where) {
     return mib.trelIfTableDel(where);
@@ -31,10 +35,12 @@ struct ReachabilityTableTraits {
   static TrelSnmp::MemberIdPair key(uint32_t n) { return {n / 4, n % 4}; }
   static const Table& table(const TrelSnmp::TrelMib& mib) { return mib.trelReachabilityTable(); }
   static auto row(const TrelSnmp::TrelMib& mib, uint32_t n) { return mib.trelReachabilityTable(key(n)); }
-  static auto is(TrelSnmp::TrelMib& mib, uint32_t n) {
-    auto state =
-        Zavro::makePtr<const Trel::ReachabilityState>(Trel::ReachabilityState::reachable, std::nullopt, n);
-    return mib.trelReachabilityTableIs(key(n), state, nullptr);
+  using Record = Zavro::Ptr<const Trel::ReachabilityState>;
+  static Record record(uint32_t n) {
+    return Zavro::makePtr<Trel::ReachabilityState>(Trel::ReachabilityState::reachable, std::nullopt, n);
+  }
+  static auto is(TrelSnmp::TrelMib& mib, uint32_t n, const Record& record) {
+    return mib.trelReachabilityTableIs(key(n), record, nullptr);
   }
   template <class Where>
   static auto del(TrelSnmp::TrelMib& mib, const Where& where) {
@@ -49,8 +55,10 @@ struct HrSystemTableTraits {
   static uint32_t key(uint32_t n) { return n; }
   static const Table& table(const TrelSnmp::TrelMib& mib) { return mib.trelHrSystemTable(); }
   static auto row(const TrelSnmp::TrelMib& mib, uint32_t n) { return mib.trelHrSystemTable(key(n)); }
-  static auto is(TrelSnmp::TrelMib& mib, uint32_t n) {
-    return mib.trelHrSystemTableIs(key(n), Zavro::makePtr<HostResources::HostResources>(std::to_string(n)));
+  using Record = Zavro::Ptr<const HostResources::HostResources>;
+  static Record record(uint32_t n) { return Zavro::makePtr<HostResources::HostResources>(std::to_string(n)); }
+  static auto is(TrelSnmp::TrelMib& mib, uint32_t n, const Record& record) {
+    return mib.trelHrSystemTableIs(key(n), record);
   }
   template <class Where>
   static auto del(TrelSnmp::TrelMib& mib, const Where& where) {
@@ -65,9 +73,12 @@ struct ProcessorTableTraits {
   static TrelSnmp::ProcessorKey key(uint32_t n) { return {n / 4, n % 4}; }
   static const Table& table(const TrelSnmp::TrelMib& mib) { return mib.trelProcessorTable(); }
   static auto row(const TrelSnmp::TrelMib& mib, uint32_t n) { return mib.trelProcessorTable(key(n)); }
-  static auto is(TrelSnmp::TrelMib& mib, uint32_t n) {
-    return mib.trelProcessorTableIs(key(n),
-                                    Zavro::makePtr<HostResources::Processor>(static_cast<int16_t>(n)));
+  using Record = Zavro::Ptr<const HostResources::Processor>;
+  static Record record(uint32_t n) {
+    return Zavro::makePtr<HostResources::Processor>(static_cast<int16_t>(n));
+  }
+  static auto is(TrelSnmp::TrelMib& mib, uint32_t n, const Record& record) {
+    return mib.trelProcessorTableIs(key(n), record);
   }
   template <class Where>
   static auto del(TrelSnmp::TrelMib& mib, const Where& where) {
@@ -82,12 +93,15 @@ struct HrStorageTableTraits {
   static TrelSnmp::TrelHrStorageKey key(uint32_t n) { return {n / 4, n % 4}; }
   static const Table& table(const TrelSnmp::TrelMib& mib) { return mib.trelHrStorageTable(); }
   static auto row(const TrelSnmp::TrelMib& mib, uint32_t n) { return mib.trelHrStorageTable(key(n)); }
-  static Zavro::Ptr<const TrelSnmp::TrelHrStorageEntry> entry(uint32_t n) {
+  using Record = Zavro::Ptr<const TrelSnmp::TrelHrStorageEntry>;
+  static Record record(uint32_t n) {
     if (n % 2 == 0)
       return TrelSnmp::TrelHrStorageEntryMountIs(key(n), Snmp::ObjectIdentifier("1.3"), "/", nullptr);
     return TrelSnmp::TrelHrStorageEntryMemIs(key(n), Snmp::ObjectIdentifier("1.3"), "RAM", nullptr);
   }
-  static auto is(TrelSnmp::TrelMib& mib, uint32_t n) { return mib.trelHrStorageTableIs(entry(n)); }
+  static auto is(TrelSnmp::TrelMib& mib, uint32_t, const Record& record) {
+    return mib.trelHrStorageTableIs(record);
+  }
   template <class Where>
   static auto del(TrelSnmp::TrelMib& mib, const Where& where) {
     return mib.trelHrStorageTableDel(where);

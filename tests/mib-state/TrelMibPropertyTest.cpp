@@ -104,7 +104,7 @@ class Scenario {
     bool replaces = std::is_same_v<Traits, HrStorageTableTraits>;
     bool sameValues = std::is_same_v<Traits, IfTableTraits>;
     try {
-      auto row = Traits::is(*mib_, n);
+      auto row = Traits::is(*mib_, n, Traits::record(n));
       if (existing == model_.end()) {
         ++changes_;
       } else if (replaces) {

@@ -66,7 +66,7 @@ TEST_F(TrelMibTest, Tables_AreIndependent) {
   mib_->trelHrSystemTableIs(7, nullptr);
   mib_->trelReachabilityTableIs({7, 7}, nullptr, nullptr);
   mib_->trelProcessorTableIs({7, 7}, nullptr);
-  mib_->trelHrStorageTableIs(HrStorageTableTraits::entry(7));
+  mib_->trelHrStorageTableIs(HrStorageTableTraits::record(7));
   mib_->trelIfTableDel(7);
   EXPECT_EQ(log_,
             "+trelIfTable[7] +trelHrSystemTable[7] +trelReachabilityTable[(firstId=7, secondId=7)] "
