@@ -18,6 +18,9 @@ using State = Trel::ReachabilityState::State;
 
 constexpr const char* kBaIf = "veldaTrelBaIfTable";
 constexpr const char* kReachability = "veldaTrelReachabilityTable";
+// Where they stand, for InProcessAgent and DirectWalk.
+constexpr const char* kBaIfName = "1";
+constexpr const char* kReachabilityName = "2";
 
 // When the agents of these tests start, in UTC seconds.
 constexpr double kAgentStart = 1700000000;
@@ -58,10 +61,16 @@ class ModuleTest : public ::testing::Test {
   Database database_;
 };
 
+// The same, with every trace of the module in `log`.
+class TracedModuleTest : public ModuleTest {
+ protected:
+  TraceLog log{{"veldaTrelMIB"}};
+};
+
 // The registration record of a table in the default context, or null.
 Snmp::RegVoid* recordOf(const char* table);
 
-// An expected row of the table that "subtree" names, as SNMP text.
+// One varbind on each line.
 std::string lines(const std::vector<std::string>& answers);
 
 }  // namespace SnmpTest
