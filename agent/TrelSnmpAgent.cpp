@@ -121,6 +121,7 @@ Agent::Agent(AgentInputs inputs) : inputs_(std::move(inputs)) { startSMs(); }
 
 Agent::~Agent() {
   snmpStatusSmDel();
+  trelSnmpIfTableSmDel();
   trelSnmpReachabilityTableSmDel();
 }
 
@@ -129,6 +130,7 @@ void Agent::startSMs() {
   traceHandle.trace(8, "startSMs");
   zavroAssert(Trel::trelMode() && "TrelSnmp::Agent can not be run in non-trel mode");
   snmpStatusSmIs(inputs_.snmpStatus);
+  trelSnmpIfTableSmIs(inputs_.topologyConfig, inputs_.ifMib, inputs_.trelMib, rvxSmControl_);
   trelSnmpReachabilityTableSmIs(inputs_.reachabilityDir, inputs_.ifMib, inputs_.trelMib, rvxSmControl_);
 }
 
@@ -139,6 +141,19 @@ Zavro::Ptr<SnmpStatusSm> Agent::snmpStatusSmIs(const SnmpStatusSm::Status& snmpS
 }
 
 Zavro::Ptr<SnmpStatusSm> Agent::snmpStatusSmDel() { return detach(snmpStatusSm_); }
+
+Zavro::Ptr<TrelSnmpIfTableSm> Agent::trelSnmpIfTableSmIs(
+    const Zavro::Ptr<const Trel::TopologyConfig>& topologyConfig,
+    const Zavro::Ptr<const IntfSnmp::IfMib>& ifMib, const Zavro::Ptr<TrelMib>& trelMib,
+    const Rvx::SmControl& control) {
+  auto& slot = trelSnmpIfTableSm_;
+  bool matches = slot && slot->topologyConfig() == topologyConfig && slot->ifMib() == ifMib &&
+                 slot->trelMib() == trelMib;
+  return keepOrReplace(slot, matches, control,
+                       [&] { return trelSnmpIfTableSmFactory(topologyConfig, ifMib, trelMib, control); });
+}
+
+Zavro::Ptr<TrelSnmpIfTableSm> Agent::trelSnmpIfTableSmDel() { return detach(trelSnmpIfTableSm_); }
 
 Zavro::Ptr<TrelSnmpReachabilityTableSm> Agent::trelSnmpReachabilityTableSmIs(
     const Zavro::Ptr<const Kor::Dir>& reachabilityDir, const Zavro::Ptr<const IntfSnmp::IfMib>& ifMib,
@@ -156,7 +171,7 @@ Zavro::Ptr<TrelSnmpReachabilityTableSm> Agent::trelSnmpReachabilityTableSmDel() 
 }
 
 std::vector<Zavro::Ptr<Pipeline>> Agent::pipelines() const {
-  std::vector<Zavro::Ptr<Pipeline>> pipelines = {trelSnmpReachabilityTableSm_};
+  std::vector<Zavro::Ptr<Pipeline>> pipelines = {trelSnmpIfTableSm_, trelSnmpReachabilityTableSm_};
   std::erase(pipelines, nullptr);
   return pipelines;
 }
@@ -176,6 +191,7 @@ const Kor::Type& Agent::type() {
           .attribute("reachabilityDir", [](const Agent& a) { return name(a.inputs_.reachabilityDir); })
           .attribute("hostResourcesDir", [](const Agent& a) { return name(a.inputs_.hostResourcesDir); })
           .attribute("snmpStatusSm", [](const Agent& a) { return a.snmpStatusSm_ != nullptr; })
+          .attribute("trelSnmpIfTableSm", &Agent::trelSnmpIfTableSm)
           .attribute("trelSnmpReachabilityTableSm", &Agent::trelSnmpReachabilityTableSm)
           .attribute(
               "rvxSmControl", [](const Agent& a) { return a.rvxSmControl_.text(); },

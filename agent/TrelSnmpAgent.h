@@ -5,6 +5,7 @@
 
 #include <vector>
 
+#include "TrelSnmpIfTableSm.h"
 #include "TrelSnmpReachabilityTableSm.h"
 #include "kor/Dir.h"
 #include "snmp/Status.h"
@@ -77,12 +78,18 @@ class Agent final : public Zavro::Node {
   // deactivate it and hand it to the caller (null if none); a pipeline's rows go when the caller drops it.
   Zavro::Ptr<SnmpStatusSm> snmpStatusSmIs(const SnmpStatusSm::Status& snmpStatus);
   Zavro::Ptr<SnmpStatusSm> snmpStatusSmDel();
+  Zavro::Ptr<TrelSnmpIfTableSm> trelSnmpIfTableSmIs(
+      const Zavro::Ptr<const Trel::TopologyConfig>& topologyConfig,
+      const Zavro::Ptr<const IntfSnmp::IfMib>& ifMib, const Zavro::Ptr<TrelMib>& trelMib,
+      const Rvx::SmControl& control);
+  Zavro::Ptr<TrelSnmpIfTableSm> trelSnmpIfTableSmDel();
   Zavro::Ptr<TrelSnmpReachabilityTableSm> trelSnmpReachabilityTableSmIs(
       const Zavro::Ptr<const Kor::Dir>& reachabilityDir, const Zavro::Ptr<const IntfSnmp::IfMib>& ifMib,
       const Zavro::Ptr<TrelMib>& trelMib, const Rvx::SmControl& control);
   Zavro::Ptr<TrelSnmpReachabilityTableSm> trelSnmpReachabilityTableSmDel();
 
   const Zavro::Ptr<SnmpStatusSm>& snmpStatusSm() const { return snmpStatusSm_; }
+  const Zavro::Ptr<TrelSnmpIfTableSm>& trelSnmpIfTableSm() const { return trelSnmpIfTableSm_; }
   const Zavro::Ptr<TrelSnmpReachabilityTableSm>& trelSnmpReachabilityTableSm() const {
     return trelSnmpReachabilityTableSm_;
   }
@@ -97,6 +104,7 @@ class Agent final : public Zavro::Node {
  private:
   const AgentInputs inputs_;
   Zavro::Ptr<SnmpStatusSm> snmpStatusSm_;
+  Zavro::Ptr<TrelSnmpIfTableSm> trelSnmpIfTableSm_;
   Zavro::Ptr<TrelSnmpReachabilityTableSm> trelSnmpReachabilityTableSm_;
   Rvx::SmControl rvxSmControl_;
 };

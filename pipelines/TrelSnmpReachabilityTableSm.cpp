@@ -58,7 +58,8 @@ void TrelSnmpReachabilityTableSm::eventToReachabilityStatusStream(const Kor::Str
                                                                   const State& reachabilityStateOpt) {
   if (!initialScanDone()) return;
   if (pipelineTrace.enabled(7)) {
-    pipelineTrace.trace(7, kReachabilityStatusStreamStatement, dirKey, nbr, Kor::optText(reachabilityStateOpt));
+    pipelineTrace.trace(7, kReachabilityStatusStreamStatement, dirKey, nbr,
+                        Kor::optText(reachabilityStateOpt));
   }
   MemberIdPair key = outputKey(dirKey, nbr);
   if (reachabilityStateOpt) {

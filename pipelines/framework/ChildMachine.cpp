@@ -17,7 +17,7 @@ ChildMachine::ChildMachine(Pipeline& root, const std::string& name, std::string 
                 .build()) {
   auto en = [this] { return entity_ != nullptr; };
   zavroAssert(en() && "Sm args can only be null if marked as Optional in the SM type declaration");
-  for (const Part& part : parts_) part.input->describe(type_, part.stream);
+  for (const Part& part : parts_) part.input->describe(type_, part.number);
 }
 
 void ChildMachine::hasNotificationActiveIs(bool active) {
@@ -28,9 +28,8 @@ void ChildMachine::hasNotificationActiveIs(bool active) {
   doInputScan();
 }
 
-void ChildMachine::start() {
+void ChildMachine::subscribe() {
   for (Part& part : parts_) part.input->subscribe(*this);
-  doInputScan();
 }
 
 void ChildMachine::doInputScan() {
@@ -62,11 +61,6 @@ void ChildMachine::stop(bool deleteRows) {
   if (!live_) return;
   live_ = false;
   if (deleteRows) doDeleteAll();
-}
-
-std::string capitalised(std::string name) {
-  if (!name.empty() && name[0] >= 'a' && name[0] <= 'z') name[0] = static_cast<char>(name[0] - 'a' + 'A');
-  return name;
 }
 
 void missedNotifications(const std::string& collection, uint32_t seen, uint32_t now) {

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "framework/InputScan.h"
+#include "framework/Names.h"
 #include "kor/Notifier.h"
 #include "zavro/Assert.h"
 
@@ -33,7 +34,8 @@ class ChildStream {
 class ChildMachine final : public Kor::Object {
  public:
   struct Part {
-    size_t stream;  // the parent's number for the stream
+    size_t stream;  // the parent's index of the stream
+    size_t number;  // of the pipeline's streams
     std::unique_ptr<ChildStream> input;
     // The parent's task that runs the stream's scan; null when there is none (any more).
     std::function<Zavro::Ptr<Vem::Task>()> task;
@@ -54,8 +56,9 @@ class ChildMachine final : public Kor::Object {
   bool hasNotificationActive() const { return active_; }
   void hasNotificationActiveIs(bool active);
 
-  // Subscribes, and starts every scan.
-  void start();
+  // Follows the entity from here on.
+  void subscribe();
+  // Starts every scan.
   void doInputScan();
   // One run of the stream's scan; true when it is complete.
   bool runScan(size_t stream);
@@ -79,9 +82,6 @@ class ChildMachine final : public Kor::Object {
   bool active_ = true;
   Kor::Type type_;
 };
-
-// "<first><Rest>": a name with its first letter in upper case.
-std::string capitalised(std::string name);
 
 // A missed notification is our own bug: which rows to delete is not known any more.
 [[noreturn]] void missedNotifications(const std::string& collection, uint32_t seen, uint32_t now);

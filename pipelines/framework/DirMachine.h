@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "framework/ChildMachine.h"
+#include "framework/ScanTasks.h"
 
 namespace TrelSnmp::Agent {
 
@@ -45,23 +46,18 @@ class DirMachine final : public TopMachine {
         collection_(collection),
         statement_(std::move(statement)),
         scans_(statement_.streams.size()),
-        tasks_(statement_.streams.size()),
+        tasks_(root_, statement_.machine, numbers(statement_.streams), [this](size_t i) { runScan(i); }),
         type_(statement_.machine) {
-    for (size_t i = 0; i < tasks_.size(); ++i) {
-      tasks_[i] = root_.newTask(
-          fmt::format("TrelSnmp::Agent::{}-{}InputScanTask{}", root_.name(), statement_.machine, i),
-          [this, i] { runScan(i); });
-    }
     describe();
     subscription_ = collection_.subscribe([this](const Key& key) { handleReactor(key); });
     DirMachine::doInputScan();
   }
 
-  const Zavro::Ptr<Vem::Task>& task(size_t stream) const { return tasks_[stream]; }
+  const Zavro::Ptr<Vem::Task>& task(size_t stream) const { return tasks_.task(stream); }
   ScanState inputScanState(size_t stream) const { return scans_[stream].state(); }
   const Key& inputScanBookmark(size_t stream) const { return scans_[stream].bookmark(); }
   bool inputScanComplete(size_t stream) const { return scans_[stream].completeFor(root_.initialScanDone()); }
-  bool inTask(size_t stream) const { return tasks_[stream] && tasks_[stream]->taskCurrentlyRunning(); }
+  bool inTask(size_t stream) const { return task(stream) && task(stream)->taskCurrentlyRunning(); }
   bool shouldYield(size_t stream) const { return context(stream).shouldYield(); }
   bool hasNotificationActive() const { return active_; }
   // The child machine for the entity under key, or null.
@@ -72,7 +68,7 @@ class DirMachine final : public TopMachine {
   size_t children() const { return children_.size(); }
 
   void doInputScan() override {
-    for (size_t i = 0; i < scans_.size(); ++i) doInputScan(i);
+    for (size_t i = 0; active_ && i < scans_.size(); ++i) tasks_.start(i);
   }
 
   void doDeleteAll() override {
@@ -96,7 +92,7 @@ class DirMachine final : public TopMachine {
 
   void stop(bool deleteRows) override {
     subscription_.reset();
-    for (auto& task : tasks_) dropTask(task);
+    tasks_.stop();
     while (!children_.empty()) removeChild(children_.begin()->first, deleteRows);
   }
 
@@ -126,17 +122,14 @@ class DirMachine final : public TopMachine {
  private:
   using Scan = InputScan<Key>;
 
-  ScanContext context(size_t stream) const {
-    return {root_, statement_.machine, tasks_[stream], [this] { return collection_.size(); }};
+  static std::vector<size_t> numbers(const std::vector<Stream>& streams) {
+    std::vector<size_t> result;
+    for (const Stream& stream : streams) result.push_back(stream.number);
+    return result;
   }
 
-  void doInputScan(size_t stream) {
-    if (!active_) return;
-    if (tasks_[stream]) {
-      tasks_[stream]->scheduleTask();
-    } else {
-      runScan(stream);
-    }
+  ScanContext context(size_t stream) const {
+    return {root_, statement_.machine, task(stream), [this] { return collection_.size(); }};
   }
 
   // "doInputScan<stream>": one run.
@@ -145,8 +138,7 @@ class DirMachine final : public TopMachine {
     if (inputScanComplete(stream)) return;
     if (!scans_[stream].run(context(stream), collection_, [&](const Key& key) { return step(stream, key); }))
       return;
-    if (root_.initialScanDone()) dropTask(tasks_[stream]);
-    root_.streamScanCompleted(statement_.streams[stream].number);
+    tasks_.completed(stream);
   }
 
   typename Scan::Step step(size_t stream, const Key& key) {
@@ -162,7 +154,7 @@ class DirMachine final : public TopMachine {
   void childScanWanted(size_t stream, const Key& key) {
     if (stepping_ == std::pair(stream, key)) return;  // the step that made the child goes on to scan it
     scans_[stream].revisit(key);
-    tasks_[stream]->scheduleTask();
+    task(stream)->scheduleTask();
   }
 
   void handleReactor(const Key& key) {
@@ -189,24 +181,34 @@ class DirMachine final : public TopMachine {
   void updateChild(const Key& key) {
     EntityPtr entity = typedEntity(key);
     Zavro::Ptr<ChildMachine> current = child(key);
-    if (current && current->entity() != entity) removeChild(key, true);
-    if (!entity || child(key) || handling_[key]) return;
-    addChild(key, entity);
+    if (current && current->entity() == entity) return;
+    // The successor listens already while the old child's rows go, but acts only when they are gone.
+    Zavro::Ptr<ChildMachine> successor = entity ? newChild(key, entity) : nullptr;
+    if (current) removeChild(key, true);
+    if (!successor) return;
+    if (handling_[key]) {
+      successor->stop(true);
+      return;
+    }
+    children_.emplace(key, successor);
+    successor->hasNotificationActiveIs(true);
   }
 
-  void addChild(const Key& key, const EntityPtr& entity) {
+  // A child that follows the entity, but is not active yet.
+  Zavro::Ptr<ChildMachine> newChild(const Key& key, const EntityPtr& entity) {
     std::vector<ChildMachine::Part> parts;
     auto inputs = statement_.childStreams(key, *entity);
     auto input = inputs.begin();
     for (size_t i = 0; i < statement_.streams.size(); ++i) {
       if (statement_.streams[i].emitEntity) continue;
-      parts.push_back({i, std::move(*input++), [this, i] { return tasks_[i]; },
+      parts.push_back({i, statement_.streams[i].number, std::move(*input++), [this, i] { return task(i); },
                        [this, i, key] { childScanWanted(i, key); }});
     }
-    auto added = Zavro::makePtr<ChildMachine>(root_, statement_.childMachine, Kor::toText(key), entity,
-                                              std::move(parts));
-    children_.emplace(key, added);
-    added->start();
+    auto made = Zavro::makePtr<ChildMachine>(root_, statement_.childMachine, Kor::toText(key), entity,
+                                             std::move(parts));
+    made->hasNotificationActiveIs(false);
+    made->subscribe();
+    return made;
   }
 
   void removeChild(const Key& key, bool deleteRows) {
@@ -216,11 +218,6 @@ class DirMachine final : public TopMachine {
     removed->stop(deleteRows);
   }
 
-  static void dropTask(Zavro::Ptr<Vem::Task>& task) {
-    if (task) task->cancel();
-    task.reset();
-  }
-
   void describe();
 
   Pipeline& root_;
@@ -228,7 +225,7 @@ class DirMachine final : public TopMachine {
   const Collection& collection_;
   const Statement statement_;
   std::vector<Scan> scans_;
-  std::vector<Zavro::Ptr<Vem::Task>> tasks_;
+  ScanTasks tasks_;
   // Ordered, so that deletions come in the same order in every run of the process.
   std::map<Key, Zavro::Ptr<ChildMachine>> children_;
   std::map<Key, bool> handling_;  // entries being handled, and whether they changed meanwhile

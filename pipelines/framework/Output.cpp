@@ -6,7 +6,7 @@ namespace TrelSnmp::Agent {
 
 OutputBase::OutputBase(Pipeline& root, std::string name, std::vector<size_t> inputs)
     : root_(root), name_(std::move(name)), inputs_(std::move(inputs)), number_(root.outputs_.size()) {
-  root_.outputAdded(this);
+  root_.outputs_.push_back(this);
 }
 
 OutputBase::~OutputBase() {
@@ -23,8 +23,8 @@ void OutputBase::noteStaleRows() {
 }
 
 bool OutputBase::inputsScanned() const {
-  const Flags& scans = root_.inputSmScanState().scans();
-  return std::all_of(inputs_.begin(), inputs_.end(), [&](size_t stream) { return scans.get(stream); });
+  return std::all_of(inputs_.begin(), inputs_.end(),
+                     [&](size_t stream) { return root_.streamReady(stream); });
 }
 
 void OutputBase::handleInputReady() {

@@ -13,6 +13,7 @@
 
 #include "TrelMib.h"
 #include "framework/Pipeline.h"
+#include "framework/UnderWay.h"
 
 namespace TrelSnmp::Agent {
 
@@ -82,27 +83,40 @@ class Output final : public OutputBase {
   Output(Pipeline& root, Zavro::Ptr<TrelMib> mib, std::vector<size_t> inputs)
       : OutputBase(root, Rows::kOutput, std::move(inputs)), mib_(std::move(mib)) {}
 
-  // The row under key is to have this value, whatever is there now.
-  void write(const Key& key, const Value& value) {
+  // The row under key is to have this value, whatever is there now. Deleting the old row publishes; if that
+  // leads to a newer event for the key, or to what makes overtaken() true, the value is out of date and is
+  // not written.
+  template <class Overtaken>
+  void write(const Key& key, const Value& value, Overtaken overtaken) {
     if (!root().ownsRows()) return;
-    Event event(*this, key);
+    typename UnderWay<Key>::Event event(underWay_, key);
+    noteSeen(key);
     if (trace().enabled(7)) {
       trace().trace(7, "{}: inserting k1={}, value={}", Rows::kInto, key, Rows::text(key, value));
     }
     const auto* row = table().find(key);
     if (row != nullptr && !Rows::same(*row, value)) {
       Rows::del(*mib_, key);
-      if (event.superseded() || !root().ownsRows()) return;
+      if (event.overtaken() || overtaken() || !root().ownsRows()) return;
     }
     Rows::insert(*mib_, key, value);
+  }
+  void write(const Key& key, const Value& value) {
+    write(key, value, [] { return false; });
   }
 
   // There is to be no row under key.
   void del(const Key& key) {
     if (!root().ownsRows()) return;
-    Event event(*this, key);
+    typename UnderWay<Key>::Event event(underWay_, key);
+    noteSeen(key);
     trace().trace(7, "{}: deleting k1={}", Rows::kInto, key);
     Rows::del(*mib_, key);
+  }
+
+  // An event concerned the key, whether it led to a write or not: the row is not stale.
+  void noteSeen(const Key& key) {
+    if (reconciling()) seen_.insert(key);
   }
 
   const absl::flat_hash_set<Key>& seen() const { return seen_; }
@@ -111,28 +125,6 @@ class Output final : public OutputBase {
   std::string bookmarkText() const override { return Kor::optText(bookmark_); }
 
  private:
-  // An event that is being written. Deleting the old row publishes, and a subscriber may change the very
-  // input that is being written: the nested event carries the newer value, and this one must not overwrite
-  // it.
-  class Event {
-   public:
-    Event(Output& output, const Key& key) : output_(output), key_(key), outer_(output.innermost_) {
-      for (Event* e = outer_; e != nullptr; e = e->outer_) e->superseded_ = e->superseded_ || e->key_ == key;
-      output_.innermost_ = this;
-      if (output_.reconciling()) output_.seen_.insert(key);
-    }
-    ~Event() { output_.innermost_ = outer_; }
-    Event(const Event&) = delete;
-    Event& operator=(const Event&) = delete;
-    bool superseded() const { return superseded_; }
-
-   private:
-    Output& output_;
-    const Key key_;
-    Event* outer_;
-    bool superseded_ = false;
-  };
-
   const Table& table() const { return Rows::table(*mib_); }
   bool tableEmpty() const override { return table().empty(); }
 
@@ -162,7 +154,7 @@ class Output final : public OutputBase {
   Zavro::Ptr<TrelMib> mib_;
   absl::flat_hash_set<Key> seen_;
   std::optional<Key> bookmark_;
-  Event* innermost_ = nullptr;
+  UnderWay<Key> underWay_;
 };
 
 }  // namespace TrelSnmp::Agent

@@ -1,9 +1,18 @@
 #include "framework/Pipeline.h"
 
+#include <algorithm>
+
+#include "framework/Backlog.h"
+#include "framework/Names.h"
 #include "framework/Output.h"
 #include "zavro/Assert.h"
 
 namespace TrelSnmp::Agent {
+namespace {
+
+std::string taskName(const Zavro::Ptr<Vem::Task>& task) { return task ? task->name() : "None"; }
+
+}  // namespace
 
 Pipeline::Pipeline(const Lumalog::Handle& traceHandle, const Rvx::SmControl& control,
                    std::vector<std::string> streams)
@@ -14,7 +23,10 @@ Pipeline::Pipeline(const Lumalog::Handle& traceHandle, const Rvx::SmControl& con
       taskPriority_(control.priority),
       type_("TrelSnmp::Agent::" + name_) {}
 
-Pipeline::~Pipeline() { zavroAssertWith(machines_.empty(), "name={}", name_); }
+Pipeline::~Pipeline() {
+  zavroAssertWith(machines_.empty(), "name={}", name_);
+  if (inputSmScanState_) inputSmScanState_->handleIdle = [] {};
+}
 
 void Pipeline::handleInitialized() {
   if (initialized_) return;
@@ -22,8 +34,10 @@ void Pipeline::handleInitialized() {
   std::vector<std::string> outputNames;
   for (const OutputBase* output : outputs_) outputNames.push_back(output->name());
   inputSmScanState_ = Zavro::makePtr<InputSmScanState>(streams_);
+  inputSmScanState_->handleIdle = [this] { updateIdle(); };
   outputState_ = Zavro::makePtr<OutputState>(outputNames);
   describe();
+  for (BacklogBase* backlog : backlogs_) backlog->makeTask();
   for (OutputBase* output : outputs_) output->makeTask();
   checkArguments();
   for (OutputBase* output : outputs_) output->noteStaleRows();
@@ -64,7 +78,26 @@ Zavro::Ptr<Vem::Task> Pipeline::newTask(const std::string& taskName, std::functi
 
 void Pipeline::handleInputs() {
   Zavro::Ptr<Pipeline> held = hold();
+  for (BacklogBase* backlog : backlogs_) backlog->handleInputReady();
   for (OutputBase* output : outputs_) output->handleInputReady();
+}
+
+void Pipeline::handleOutputs() {
+  if (ready()) return;
+  for (OutputBase* output : outputs_) output->handleInputReady();
+}
+
+bool Pipeline::streamReady(size_t stream) const {
+  if (!inputSmScanState_->scans().get(stream)) return false;
+  return std::all_of(backlogs_.begin(), backlogs_.end(), [&](const BacklogBase* backlog) {
+    return backlog->number() != stream || !initialScanDone_ || backlog->caughtUp();
+  });
+}
+
+void Pipeline::updateIdle() {
+  bool streamsIdle = std::all_of(backlogs_.begin(), backlogs_.end(),
+                                 [](const BacklogBase* backlog) { return backlog->idle(); });
+  inputSmScanState_->idleIs(initialScanDone_ && streamsIdle);
 }
 
 void Pipeline::handleInitialScanDone() {
@@ -80,7 +113,7 @@ void Pipeline::handleInitialScanDone() {
   initialScanDone_ = true;
   scans.clear();
   for (auto& machine : machines_) machine->doInputScan();
-  inputSmScanState_->handleIdle();
+  updateIdle();
   handleInputs();
 }
 
@@ -91,10 +124,12 @@ void Pipeline::doDeleteAll() {
 void Pipeline::rowsHandedOver() {
   ownsRows_ = false;
   for (auto& machine : machines_) machine->hasNotificationActiveIs(false);
+  for (BacklogBase* backlog : backlogs_) backlog->activeIs(false);
 }
 
 void Pipeline::onZombieReactors() {
   for (auto& machine : machines_) machine->hasNotificationActiveIs(hasNotificationActive());
+  for (BacklogBase* backlog : backlogs_) backlog->activeIs(hasNotificationActive());
 }
 
 void Pipeline::stop() {
@@ -102,6 +137,7 @@ void Pipeline::stop() {
   // All fall silent before the first deletes: what a deletion makes subscribers do must not start a machine
   // that is about to go.
   for (auto& machine : machines_) machine->hasNotificationActiveIs(false);
+  for (BacklogBase* backlog : backlogs_) backlog->activeIs(false);
   for (auto& machine : machines_) machine->stop(ownsRows_);
   machines_.clear();
 }
@@ -124,22 +160,34 @@ void Pipeline::describe() {
     type.attribute(inputSmScanState_->scans().name(i),
                    [i](const Pipeline& p) { return p.inputSmScanState_->scans().get(i); });
   }
-  for (OutputBase* output : outputs_) {
-    const std::string& name = output->name();
-    std::string capital = name;
-    capital[0] = static_cast<char>(capital[0] - 'a' + 'A');
-    type.attribute(name + "Seen", [output](const Pipeline&) { return output->seenSize(); })
-        .attribute(name + "Bookmark", [output](const Pipeline&) { return output->bookmarkText(); })
-        .attribute(name + "Ready", [output](const Pipeline&) { return output->ready(); })
-        .attribute(name + "Reconciling", [output](const Pipeline&) { return output->reconciling(); })
-        .attribute(name + "UseBookmark", [output](const Pipeline&) { return output->useBookmark(); })
-        .attribute(name + "ReconciliationTask",
-                   [output](const Pipeline&) {
-                     return output->reconciliationTask() ? output->reconciliationTask()->name() : "None";
-                   })
-        .operation("handle" + capital + "InputReady", [output](Pipeline&) { output->handleInputReady(); });
-  }
+  for (BacklogBase* backlog : backlogs_) describe(type, backlog);
+  for (OutputBase* output : outputs_) describe(type, output);
   type_ = type.build();
+}
+
+void Pipeline::describe(Kor::TypeBuilder<Pipeline>& type, OutputBase* output) {
+  const std::string& name = output->name();
+  type.attribute(name + "Seen", [output](const Pipeline&) { return output->seenSize(); })
+      .attribute(name + "Bookmark", [output](const Pipeline&) { return output->bookmarkText(); })
+      .attribute(name + "Ready", [output](const Pipeline&) { return output->ready(); })
+      .attribute(name + "Reconciling", [output](const Pipeline&) { return output->reconciling(); })
+      .attribute(name + "UseBookmark", [output](const Pipeline&) { return output->useBookmark(); })
+      .attribute(name + "ReconciliationTask",
+                 [output](const Pipeline&) { return taskName(output->reconciliationTask()); })
+      .operation("handle" + capitalised(name) + "InputReady",
+                 [output](Pipeline&) { output->handleInputReady(); });
+}
+
+void Pipeline::describe(Kor::TypeBuilder<Pipeline>& type, BacklogBase* backlog) {
+  const std::string& name = backlog->name();
+  type.attribute(name + "Backlog", [backlog](const Pipeline&) { return backlog->size(); })
+      .attribute(name + "Bookmark", [backlog](const Pipeline&) { return backlog->bookmarkText(); })
+      .attribute(name + "Generation", [backlog](const Pipeline&) { return backlog->generation(); })
+      .attribute(name + "DoneGen", [backlog](const Pipeline&) { return backlog->doneGen(); })
+      .attribute(backlog->stream() + "Idle", [backlog](const Pipeline&) { return backlog->idle(); })
+      .attribute(backlog->stream() + "Task", [backlog](const Pipeline&) { return taskName(backlog->task()); })
+      .operation("handle" + capitalised(name) + "InputReady",
+                 [backlog](Pipeline&) { backlog->handleInputReady(); });
 }
 
 }  // namespace TrelSnmp::Agent

@@ -19,6 +19,7 @@
 
 namespace TrelSnmp::Agent {
 
+class BacklogBase;
 class OutputBase;
 
 // A machine at the top of a pipeline's tree: it follows one input and keeps the child machines below it.
@@ -81,6 +82,8 @@ class Pipeline : public Zavro::Node {
   // Keeps the pipeline alive over a call that may make somebody drop it. Null while it is being made or
   // destroyed, when nobody can.
   Zavro::Ptr<Pipeline> hold() { return Zavro::Ptr<Pipeline>(useCount() != 0 ? this : nullptr); }
+  // The stream was scanned, and all that the scan found has been worked off.
+  bool streamReady(size_t stream) const;
   void streamScanCompleted(size_t stream) { inputSmScanState_->scans().set(stream, true); }
 
  protected:
@@ -95,9 +98,9 @@ class Pipeline : public Zavro::Node {
 
   void start() { handleInitialized(); }
   void stop();
-  // Called by outputs as they are constructed, in the order of their declaration.
+  // Backlogs and outputs announce themselves as they are constructed, in the order of their declaration.
+  friend class BacklogBase;
   friend class OutputBase;
-  void outputAdded(OutputBase* output) { outputs_.push_back(output); }
   void machineAdded(Zavro::Ptr<TopMachine> machine) { machines_.push_back(std::move(machine)); }
 
   // The pointers that the pipeline was given, in order of declaration.
@@ -111,12 +114,18 @@ class Pipeline : public Zavro::Node {
   void resolveControl();
   void checkArguments() const;
   void describe();
+  void describe(Kor::TypeBuilder<Pipeline>& type, OutputBase* output);
+  void describe(Kor::TypeBuilder<Pipeline>& type, BacklogBase* backlog);
   void handleInputs();
+  // The outputs that still wait for their inputs look again.
+  void handleOutputs();
+  void updateIdle();
 
   const std::string name_;
   const Lumalog::Handle& traceHandle_;
   Rvx::SmControl rivoControl_;
   const std::vector<std::string> streams_;
+  std::vector<BacklogBase*> backlogs_;
   std::vector<OutputBase*> outputs_;
   Zavro::Ptr<InputSmScanState> inputSmScanState_;
   Zavro::Ptr<OutputState> outputState_;

@@ -45,7 +45,7 @@ InputSmScanState::InputSmScanState(const std::vector<std::string>& streams)
     : scans_(withSuffix(streams, "Scan")),
       type_(Kor::TypeBuilder<InputSmScanState>("InputSmScanState")
                 .attribute("idle", &InputSmScanState::idle)
-                .operation("handleIdle", &InputSmScanState::handleIdle)
+                .operation("handleIdle", [](InputSmScanState& s) { s.handleIdle(); })
                 .build()) {
   describeFlags<InputSmScanState>(type_, scans_, &InputSmScanState::scans);
 }

@@ -39,8 +39,10 @@ class InputSmScanState final : public Kor::Object {
   Flags& scans() { return scans_; }
   const Flags& scans() const { return scans_; }
   bool idle() const { return idle_; }
-  // The initial scan is done: what remains is reacting to changes.
-  void handleIdle() { idle_ = true; }
+  // The initial scan is done and no stream has anything left to work off.
+  void idleIs(bool idle) { idle_ = idle; }
+  // Derives idle() anew, by name.
+  std::function<void()> handleIdle;
   const Kor::Type& korType() const override { return type_; }
 
  private:

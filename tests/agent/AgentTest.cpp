@@ -116,7 +116,6 @@ TEST_F(AgentTest, AnyOtherInput_WholeNewAgent) {
       [&] { return root->agentIs(mib, otherStatus, ifMib, topology, reachabilityDir, hostResourcesDir); },
       [&] { return root->agentIs(mib, status, otherIfMib, topology, reachabilityDir, hostResourcesDir); },
       [&] { return root->agentIs(mib, status, ifMib, otherTopology, reachabilityDir, hostResourcesDir); },
-      [&] { return root->agentIs(mib, status, ifMib, nullptr, reachabilityDir, hostResourcesDir); },
       [&] { return root->agentIs(mib, status, ifMib, topology, otherDir, hostResourcesDir); },
       [&] { return root->agentIs(mib, status, ifMib, topology, reachabilityDir, otherDir); },
       [&] { return root->agentIs(mib, status, ifMib, topology, reachabilityDir, nullptr); },
@@ -155,11 +154,13 @@ TEST_F(AgentTest, AgentDel_HandsTheAgentOver) {
 TEST_F(AgentTest, Pipelines_AreActiveAndReadyOnceTheSchedulerRan) {
   reports("1", 2);
   auto agent = agentIs();
-  ASSERT_EQ(agent->pipelines().size(), 1U);
+  ASSERT_EQ(agent->pipelines().size(), 2U);
+  EXPECT_EQ(agent->pipelines()[0]->name(), "TrelSnmpIfTableSm");
+  EXPECT_EQ(agent->pipelines()[1]->name(), "TrelSnmpReachabilityTableSm");
   EXPECT_TRUE(agent->trelSnmpReachabilityTableSm()->hasNotificationActive());
   EXPECT_TRUE(agent->snmpStatusSm()->hasNotificationActive());
   scheduler.drain();
-  EXPECT_TRUE(agent->pipelines()[0]->ready());
+  for (const auto& pipeline : agent->pipelines()) EXPECT_TRUE(pipeline->ready()) << pipeline->name();
   EXPECT_NE(mib->trelReachabilityTable({1, 2}), nullptr);
 }
 
@@ -217,6 +218,8 @@ TEST_F(AgentTest, SnmpUpFromTheStart_ModulesAreRegisteredBeforeThePipelinesAreMa
   EXPECT_LT(position("veldaTrelMIB/8 Initialized table veldaTrelBaIfTable in context \"\""),
             position("veldaTrelMIB/8 Initialized table veldaTrelReachabilityTable in context \"\""));
   EXPECT_LT(position("veldaTrelMIB/8 Initialized table veldaTrelReachabilityTable in context \"\""),
+            position("TrelSnmpIfTableSm/9 create local SMs"));
+  EXPECT_LT(position("TrelSnmpIfTableSm/9 create local SMs"),
             position("TrelSnmpReachabilityTableSm/9 create local SMs"));
 }
 
@@ -290,6 +293,30 @@ TEST_F(AgentTest, PipelineSetter_ReplacesForOtherInputsAndTheOldOneTakesTheContr
   EXPECT_EQ(pipeline->rivoControl().taskName, "renamed");
   EXPECT_TRUE(replacement->hasNotificationActive());
   EXPECT_EQ(agent->trelSnmpReachabilityTableSm(), replacement);
+}
+
+TEST_F(AgentTest, IfTablePipeline_KeptReplacedAndDeletedAlike) {
+  topology->topoConfig().set(Trel::MemberId(1), [] {
+    auto member = Zavro::makePtr<Trel::TopoConfig>(Trel::MemberId(1));
+    member->neighbor().set(Trel::MemberId(2), Lanix::IntfId("Backplane1/2"));
+    return member;
+  }());
+  ifMib->ifIndexByIntfId().set(Lanix::IntfId("Backplane1/2"), 10);
+  auto agent = agentIs();
+  auto pipeline = agent->trelSnmpIfTableSm();
+  scheduler.drain();
+  EXPECT_NE(mib->trelIfTable(10), nullptr);
+  Rvx::SmControl control;
+  control.taskName = "renamed";
+  EXPECT_EQ(agent->trelSnmpIfTableSmIs(topology, ifMib, mib, control), pipeline);
+  EXPECT_EQ(pipeline->rivoControl().taskName, "renamed");
+  auto otherTopology = Zavro::makePtr<Trel::TopologyConfig>("other");
+  EXPECT_NE(agent->trelSnmpIfTableSmIs(otherTopology, ifMib, mib, control), pipeline);
+  scheduler.drain();
+  EXPECT_EQ(mib->trelIfTable(10), nullptr);
+  auto detached = agent->trelSnmpIfTableSmDel();
+  EXPECT_FALSE(detached->hasNotificationActive());
+  EXPECT_EQ(agent->trelSnmpIfTableSm(), nullptr);
 }
 
 TEST_F(AgentTest, PipelineDeleted_IsInactiveAndItsRowsGoWithIt) {

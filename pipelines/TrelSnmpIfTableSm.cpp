@@ -1,0 +1,251 @@
+// What is followed: the cluster's topology, which gives for each member and each of its neighbours the
+// interface that reaches the neighbour, and the interface MIB's indexes by interface.
+//
+// What is written: trelIfTable, keyed by interface index; a row names the member at this end and the one at
+// the far end. A row exists for index I when some link's interface is a backplane channel interface whose
+// index is I.
+//
+// Both inputs lead to one computation per member pair: which index does the pair produce now, and which did
+// it produce last (kept in a cache)?
+//   the pair produces an index      its row is written; a row of another pair under that index goes first
+//   it produces another index       the old row is withdrawn before the new one is written
+//   it produces none any more       the row is withdrawn
+// A withdrawal only ever takes a row that names this very pair: another pair may have taken the index
+// meanwhile.
+//
+// What happens:
+//   a link appears, changes or vanishes          its pair is processed
+//   a member's topology vanishes                 every pair that it had is processed
+//   an index is assigned, changes or vanishes    every pair whose link uses the interface is processed,
+//   members
+//                                                ascending, then neighbours ascending
+//   an interface that is no backplane channel    is ignored
+// Changes are noted and processed later, so many changes of one link or interface are processed once. Where
+// two pairs produce one index, the one that is processed later has the row.
+#include "TrelSnmpIfTableSm.h"
+
+namespace TrelSnmp::Agent {
+namespace {
+
+using Lanix::BackplaneChannelIntfId;
+
+const Lumalog::Handle pipelineTrace("TrelSnmpIfTableSm");
+
+constexpr size_t kTopoConfigStream = 0;
+constexpr size_t kIfMibIfIndexStream = 1;
+
+constexpr const char* kTopoConfigStreamStatement =
+    "topoConfigStream = from( topologyConfig.topoConfig[].neighbor[] ): localMemberId={} remoteMemberId={}";
+constexpr const char* kIfMibIfIndexStreamStatement =
+    "ifMibIfIndexStream = from( ifMib.ifIndexByIntfId[] ): intfId={}";
+constexpr const char* kTrelIfTableStreamStatement =
+    "trelIfTableStream = merge( topoConfigStream, ifMibIfIndexStream ): localMemberId={} remoteMemberId={}";
+constexpr const char* kBackplaneFilter =
+    "filter( BackplaneChannelIntfId::isBackplaneChannelIntfId( intfId ) ) failed, terminating pipeline";
+constexpr const char* kMembersFlattened = "foreach( topologyConfig.topoConfig ) flattening {} elements";
+constexpr const char* kNeighborsFlattened = "foreach( topoConfig.neighbor ) flattening {} elements";
+constexpr const char* kSameIntfFilter = "filter( ( intfId == neighborIntfId ) ) failed, terminating pipeline";
+constexpr const char* kOldAndNewFlattened =
+    "foreach( [ ( if ( _oldValueOpt6 != _newValueOpt7 ) then _oldValueOpt6 else None, false ), ( "
+    "_newValueOpt7, true ) "
+    "] ) flattening {} elements";
+constexpr const char* kValueFilter = "filter( _valueOpt8 ) failed, terminating pipeline";
+constexpr const char* kOwnershipFilter =
+    "filter( ( doInsert || ( ( old && ( ( *old ).localMemberId == U32( localMemberId.id ) ) ) && ( ( *old "
+    ").remoteMemberId == U32( remoteMemberId.id ) ) ) ) ) failed, terminating pipeline";
+
+// Levels: elements and writes at 7, as in every pipeline; what filters and flattening do at 6; the cache
+// at 8.
+constexpr int kElementLevel = 7;
+constexpr int kStepLevel = 6;
+constexpr int kCacheLevel = 8;
+
+}  // namespace
+
+bool TrelSnmpIfTableSm::IfRows::same(const TrelIfEntry& entry, const Value& value) {
+  return entry.differsFrom(value.localMemberId, value.remoteMemberId) == nullptr;
+}
+
+void TrelSnmpIfTableSm::IfRows::insert(TrelMib& mib, uint32_t ifIndex, const Value& value) {
+  mib.trelIfTableIs(ifIndex, value.localMemberId, value.remoteMemberId);
+}
+
+std::string TrelSnmpIfTableSm::IfRows::text(uint32_t ifIndex, const Value& value) {
+  return fmt::format("({}, {}, {})", ifIndex, value.localMemberId, value.remoteMemberId);
+}
+
+// Events from outside
+
+void TrelSnmpIfTableSm::eventToTopoConfigStream(Trel::MemberId local, Trel::MemberId remote,
+                                                const std::optional<Lanix::IntfId>& /*intf*/) {
+  if (initialScanDone()) topoConfigStream_.event({local, remote});
+}
+
+void TrelSnmpIfTableSm::eventToIfMibIfIndexStream(const Lanix::IntfId& intfId,
+                                                  const std::optional<uint32_t>& /*ifIndex*/) {
+  if (initialScanDone()) ifMibIfIndexStream_.event(intfId);
+}
+
+// Processing of a key
+
+void TrelSnmpIfTableSm::processOneTopoConfigStreamElem(const TopoConfigStreamCodefKeyType& key) {
+  eventToTopoConfigStreamInternal(key.local, key.remote);
+}
+
+void TrelSnmpIfTableSm::processOneIfMibIfIndexStreamElem(const IfMibIfIndexStreamCodefKeyType& intfId) {
+  eventToIfMibIfIndexStreamInternal(intfId);
+}
+
+void TrelSnmpIfTableSm::eventToTopoConfigStreamInternal(Trel::MemberId local, Trel::MemberId remote) {
+  pipelineTrace.trace(kElementLevel, kTopoConfigStreamStatement, local, remote);
+  eventToTrelIfTableStream(local, remote);
+}
+
+void TrelSnmpIfTableSm::eventToIfMibIfIndexStreamInternal(const Lanix::IntfId& intfId) {
+  pipelineTrace.trace(kElementLevel, kIfMibIfIndexStreamStatement, intfId);
+  if (!BackplaneChannelIntfId::isBackplaneChannelIntfId(intfId)) {
+    pipelineTrace.trace(kStepLevel, kBackplaneFilter);
+    return;
+  }
+  const auto& members = topologyConfig_->topoConfig();
+  pipelineTrace.trace(kStepLevel, kMembersFlattened, members.size());
+  for (auto member = members.begin(); member; member.next()) {
+    const auto* found = members.find(member.key());
+    if (found == nullptr) continue;
+    Zavro::Ptr<const Trel::TopoConfig> topoConfig = *found;
+    const auto& neighbors = topoConfig->neighbor();
+    pipelineTrace.trace(kStepLevel, kNeighborsFlattened, neighbors.size());
+    for (auto neighbor = neighbors.begin(); neighbor; neighbor.next()) {
+      const Lanix::IntfId* neighborIntfId = neighbors.find(neighbor.key());
+      if (neighborIntfId == nullptr || *neighborIntfId != intfId) {
+        pipelineTrace.trace(kStepLevel, kSameIntfFilter);
+        continue;
+      }
+      eventToTrelIfTableStream(member.key(), neighbor.key());
+    }
+  }
+}
+
+void TrelSnmpIfTableSm::eventToTrelIfTableStream(Trel::MemberId local, Trel::MemberId remote) {
+  pipelineTrace.trace(kElementLevel, kTrelIfTableStreamStatement, local, remote);
+  MemberIdPair pair(local.id(), remote.id());
+  PairEvent event(underWay_, pair);
+  std::optional<uint32_t> newIndex = producedIndex(local, remote);
+  std::optional<uint32_t> oldIndex = exchangeCached(pair, newIndex);
+  pipelineTrace.trace(kStepLevel, kOldAndNewFlattened, 2);
+  intoTrelIfTable(oldIndex != newIndex ? oldIndex : std::nullopt, false, pair, event);
+  if (!event.overtaken()) intoTrelIfTable(newIndex, true, pair, event);
+}
+
+// The index that the pair's link has now, if it is one of a backplane channel interface.
+std::optional<uint32_t> TrelSnmpIfTableSm::producedIndex(Trel::MemberId local, Trel::MemberId remote) const {
+  const auto* topoConfig = topologyConfig_->topoConfig().find(local);
+  const Lanix::IntfId* intf = topoConfig != nullptr ? (*topoConfig)->neighbor().find(remote) : nullptr;
+  if (intf == nullptr || !BackplaneChannelIntfId::isBackplaneChannelIntfId(*intf)) return std::nullopt;
+  const uint32_t* ifIndex = ifMib_->ifIndexByIntfId().find(*intf);
+  return ifIndex != nullptr ? std::optional(*ifIndex) : std::nullopt;
+}
+
+// Keeps the index, or that there is none, as the pair's last; returns what it was before.
+std::optional<uint32_t> TrelSnmpIfTableSm::exchangeCached(const MemberIdPair& pair,
+                                                          const std::optional<uint32_t>& ifIndex) {
+  std::optional<uint32_t> before;
+  if (auto cached = cacheAttr0_.find(pair); cached != cacheAttr0_.end()) {
+    before = cached->second;
+    pipelineTrace.trace(kCacheLevel, "Got value {} with key {} from cache", *before, pair);
+  }
+  if (ifIndex) {
+    pipelineTrace.trace(kCacheLevel, "Inserting value {} with key {} into cache", *ifIndex, pair);
+    cacheAttr0_[pair] = *ifIndex;
+  } else {
+    pipelineTrace.trace(kCacheLevel, "Deleting key {} from cache", pair);
+    cacheAttr0_.erase(pair);
+  }
+  return before;
+}
+
+void TrelSnmpIfTableSm::intoTrelIfTable(const std::optional<uint32_t>& ifIndex, bool doInsert,
+                                        const MemberIdPair& pair, const PairEvent& event) {
+  if (!ifIndex) {
+    pipelineTrace.trace(kStepLevel, kValueFilter);
+    return;
+  }
+  output_.noteSeen(*ifIndex);
+  IfRows::Value value{pair.firstId(), pair.secondId()};
+  if (doInsert) {
+    output_.write(*ifIndex, value, [&] { return event.overtaken(); });
+    return;
+  }
+  const TrelIfEntry* old = trelMib_->trelIfTable().find(*ifIndex);
+  if (old == nullptr || !IfRows::same(*old, value)) {
+    pipelineTrace.trace(kStepLevel, kOwnershipFilter);
+    return;
+  }
+  output_.del(*ifIndex);
+}
+
+// Machines
+
+void TrelSnmpIfTableSm::machinesIs() {
+  using TopologyConfigSm0 = RivoCode::TrelSnmpIfTableSm::TopologyConfigSm0;
+  TopologyConfigSm0::Statement statement;
+  statement.machine = "TopologyConfigSm0";
+  statement.childMachine = "TopoConfigSm1";
+  statement.children = "childSmTopoConfig";
+  statement.wrongType =
+      "dynamic cast to type ::Trel::TopoConfig::RawPtrConst from Kor::Entity::PtrConst failed.";
+  statement.keyTrace = "{}";
+  statement.streams = {{kTopoConfigStream, {}}};
+  statement.childStreams = [this](Trel::MemberId local, const Trel::TopoConfig& member) {
+    auto emit = [this, local](Trel::MemberId remote, const Lanix::IntfId* intf) {
+      eventToTopoConfigStream(local, remote, intf != nullptr ? std::optional(*intf) : std::nullopt);
+    };
+    std::vector<std::unique_ptr<ChildStream>> streams;
+    streams.push_back(
+        std::make_unique<CollectionStream<Trel::TopoConfig::Neighbors>>("neighbor", member.neighbor(), emit));
+    return streams;
+  };
+  machineAdded(Zavro::makePtr<TopologyConfigSm0>(*this, topologyConfig_, topologyConfig_->topoConfig(),
+                                                 std::move(statement)));
+
+  auto emit = [this](const Lanix::IntfId& intfId, const uint32_t* ifIndex) {
+    eventToIfMibIfIndexStream(intfId, ifIndex != nullptr ? std::optional(*ifIndex) : std::nullopt);
+  };
+  std::vector<LeafMachine::Input> inputs;
+  inputs.push_back({kIfMibIfIndexStream, std::make_unique<CollectionStream<IntfSnmp::IfMib::IfIndexes>>(
+                                             "ifIndexByIntfId", ifMib_->ifIndexByIntfId(), emit)});
+  machineAdded(Zavro::makePtr<LeafMachine>(*this, "IfMibSm2", ifMib_, std::move(inputs)));
+}
+
+// The root
+
+TrelSnmpIfTableSm::TrelSnmpIfTableSm(Zavro::Ptr<const Trel::TopologyConfig> topologyConfig,
+                                     Zavro::Ptr<const IntfSnmp::IfMib> ifMib, Zavro::Ptr<TrelMib> trelMib,
+                                     const Rvx::SmControl& control)
+    : Pipeline(pipelineTrace, control, {"topoConfigStream", "ifMibIfIndexStream"}),
+      topologyConfig_(std::move(topologyConfig)),
+      ifMib_(std::move(ifMib)),
+      trelMib_(std::move(trelMib)),
+      topoConfigStream_(*this, "topoConfigStream", kTopoConfigStream,
+                        [this](const auto& key) { processOneTopoConfigStreamElem(key); }),
+      ifMibIfIndexStream_(*this, "ifMibIfIndexStream", kIfMibIfIndexStream,
+                          [this](const auto& key) { processOneIfMibIfIndexStreamElem(key); }),
+      output_(*this, trelMib_, {kTopoConfigStream, kIfMibIfIndexStream}) {
+  start();
+}
+
+std::vector<Pipeline::PointerArgument> TrelSnmpIfTableSm::pointerArguments() const {
+  return {{"topologyConfig", topologyConfig_ != nullptr},
+          {"ifMib", ifMib_ != nullptr},
+          {"trelMib", trelMib_ != nullptr}};
+}
+
+Zavro::Ptr<TrelSnmpIfTableSm> trelSnmpIfTableSmFactory(Zavro::Ptr<const Trel::TopologyConfig> topologyConfig,
+                                                       Zavro::Ptr<const IntfSnmp::IfMib> ifMib,
+                                                       Zavro::Ptr<TrelMib> trelMib,
+                                                       const Rvx::SmControl& control) {
+  return Zavro::makePtr<TrelSnmpIfTableSm>(std::move(topologyConfig), std::move(ifMib), std::move(trelMib),
+                                           control);
+}
+
+}  // namespace TrelSnmp::Agent

@@ -1,0 +1,107 @@
+// The backplane interface pipeline: keeps TrelMib's trelIfTable equal to the backplane channel interfaces
+// that join members, by interface index.
+#pragma once
+
+#include <absl/container/flat_hash_map.h>
+
+#include <optional>
+
+#include "framework/Backlog.h"
+#include "framework/DirMachine.h"
+#include "framework/LeafMachine.h"
+#include "framework/Output.h"
+#include "framework/UnderWay.h"
+#include "trel/Topology.h"
+
+namespace TrelSnmp::Agent {
+
+namespace RivoCode::TrelSnmpIfTableSm {
+
+using TopologyConfigSm0 = DirMachine<Trel::TopoConfig, Trel::TopologyConfig::Members>;
+using TopoConfigSm1 = ChildMachine;
+using IfMibSm2 = LeafMachine;
+using InputSmScanState = ::TrelSnmp::Agent::InputSmScanState;
+using OutputState = ::TrelSnmp::Agent::OutputState;
+
+}  // namespace RivoCode::TrelSnmpIfTableSm
+
+class TrelSnmpIfTableSm final : public Pipeline {
+ public:
+  struct TopoConfigStreamCodefKeyType {
+    Trel::MemberId local;
+    Trel::MemberId remote;
+    auto operator<=>(const TopoConfigStreamCodefKeyType&) const = default;
+    std::string text() const { return fmt::format("(local={}, remote={})", local, remote); }
+  };
+  using IfMibIfIndexStreamCodefKeyType = Lanix::IntfId;
+  using TrelMibTrelIfTableOutputKeyType = uint32_t;
+
+  struct IfRows {
+    using Table = TrelIfTable;
+    struct Value {
+      uint32_t localMemberId;
+      uint32_t remoteMemberId;
+    };
+    static constexpr const char* kOutput = "trelMibTrelIfTableOutput";
+    static constexpr const char* kInto = "into( trelMib.trelIfTable[ ifIndex ] )";
+    static const Table& table(const TrelMib& mib) { return mib.trelIfTable(); }
+    static bool same(const TrelIfEntry& entry, const Value& value);
+    static void insert(TrelMib& mib, uint32_t ifIndex, const Value& value);
+    static void del(TrelMib& mib, uint32_t ifIndex) { mib.trelIfTableDel(ifIndex); }
+    static std::string text(uint32_t ifIndex, const Value& value);
+  };
+
+  // None of the pointers may be null: the process ends otherwise.
+  TrelSnmpIfTableSm(Zavro::Ptr<const Trel::TopologyConfig> topologyConfig,
+                    Zavro::Ptr<const IntfSnmp::IfMib> ifMib, Zavro::Ptr<TrelMib> trelMib,
+                    const Rvx::SmControl& control);
+  ~TrelSnmpIfTableSm() override { stop(); }
+
+  const Zavro::Ptr<const Trel::TopologyConfig>& topologyConfig() const { return topologyConfig_; }
+  const Zavro::Ptr<const IntfSnmp::IfMib>& ifMib() const { return ifMib_; }
+  const Zavro::Ptr<TrelMib>& trelMib() const { return trelMib_; }
+  const Output<IfRows>& trelMibTrelIfTableOutput() const { return output_; }
+  const BacklogBase& topoConfigStreamCodef() const { return topoConfigStream_; }
+  const BacklogBase& ifMibIfIndexStreamCodef() const { return ifMibIfIndexStream_; }
+  // The index last produced for each member pair.
+  const absl::flat_hash_map<MemberIdPair, uint32_t>& cacheAttr0() const { return cacheAttr0_; }
+
+  // A link or an index appeared, changed or (nothing) vanished. The value is not kept: what counts is the
+  // state at the time of processing. Both do nothing while the initial scan is not done.
+  void eventToTopoConfigStream(Trel::MemberId local, Trel::MemberId remote,
+                               const std::optional<Lanix::IntfId>& intf);
+  void eventToIfMibIfIndexStream(const Lanix::IntfId& intfId, const std::optional<uint32_t>& ifIndex);
+
+ private:
+  std::vector<PointerArgument> pointerArguments() const override;
+  void machinesIs() override;
+
+  void processOneTopoConfigStreamElem(const TopoConfigStreamCodefKeyType& key);
+  void processOneIfMibIfIndexStreamElem(const IfMibIfIndexStreamCodefKeyType& intfId);
+  void eventToTopoConfigStreamInternal(Trel::MemberId local, Trel::MemberId remote);
+  void eventToIfMibIfIndexStreamInternal(const Lanix::IntfId& intfId);
+  void eventToTrelIfTableStream(Trel::MemberId local, Trel::MemberId remote);
+
+  using PairEvent = UnderWay<MemberIdPair>::Event;
+
+  std::optional<uint32_t> producedIndex(Trel::MemberId local, Trel::MemberId remote) const;
+  std::optional<uint32_t> exchangeCached(const MemberIdPair& pair, const std::optional<uint32_t>& ifIndex);
+  void intoTrelIfTable(const std::optional<uint32_t>& ifIndex, bool doInsert, const MemberIdPair& pair,
+                       const PairEvent& event);
+
+  const Zavro::Ptr<const Trel::TopologyConfig> topologyConfig_;
+  const Zavro::Ptr<const IntfSnmp::IfMib> ifMib_;
+  const Zavro::Ptr<TrelMib> trelMib_;
+  Backlog<TopoConfigStreamCodefKeyType> topoConfigStream_;
+  Backlog<IfMibIfIndexStreamCodefKeyType> ifMibIfIndexStream_;
+  absl::flat_hash_map<MemberIdPair, uint32_t> cacheAttr0_;
+  UnderWay<MemberIdPair> underWay_;
+  Output<IfRows> output_;
+};
+
+Zavro::Ptr<TrelSnmpIfTableSm> trelSnmpIfTableSmFactory(Zavro::Ptr<const Trel::TopologyConfig> topologyConfig,
+                                                       Zavro::Ptr<const IntfSnmp::IfMib> ifMib,
+                                                       Zavro::Ptr<TrelMib> trelMib,
+                                                       const Rvx::SmControl& control);
+
+}  // namespace TrelSnmp::Agent

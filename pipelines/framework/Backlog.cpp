@@ -1,0 +1,80 @@
+#include "framework/Backlog.h"
+
+#include "framework/Names.h"
+
+namespace TrelSnmp::Agent {
+
+BacklogBase::BacklogBase(Pipeline& root, std::string stream, size_t number)
+    : root_(root), stream_(std::move(stream)), name_(stream_ + "Codef"), number_(number) {
+  root_.backlogs_.push_back(this);
+}
+
+BacklogBase::~BacklogBase() {
+  if (task_) task_->cancel();
+}
+
+void BacklogBase::makeTask() {
+  task_ = root_.newTask(root_.name() + "-" + stream_ + "Task", [this] { workOff(); });
+}
+
+void BacklogBase::activeIs(bool active) {
+  active_ = active;
+  if (active_ && size() != 0) scheduleWork();
+}
+
+void BacklogBase::handleInputReady() {
+  if (!root_.initialized() || !root_.inputSmScanState().scans().get(number_)) return;
+  const Lumalog::Handle& trace = root_.traceHandle();
+  trace.trace(9, "handle{}InputReady", capitalised(name_));
+  trace.trace(9, "Inputs for {} ready", name_);
+  if (!root_.initialScanDone()) {
+    root_.handleInitialScanDone();
+    return;
+  }
+  generationIs(doneGen_, generation_ + 2);
+  if (task_) {
+    task_->scheduleTask();
+  } else {
+    generationIs(generation_, generation_ + 2);
+    idleIs(true);
+  }
+}
+
+void BacklogBase::scheduleWork() {
+  idleIs(false);
+  if (active_) task_->scheduleTask();
+}
+
+void BacklogBase::workOff() {
+  if (!active_) return;
+  uint64_t handled = 0;
+  while (size() != 0) {
+    workOffOne();
+    ++handled;
+    if (size() != 0 && task_->taskShouldYield()) break;
+  }
+  task_->taskWorkCountInc(handled);
+  task_->taskWorkPendingIs(size());
+  if (size() != 0) {
+    task_->scheduleTask();
+    return;
+  }
+  idleIs(true);
+  generationIs(generation_, doneGen_);
+  root_.handleOutputs();
+}
+
+void BacklogBase::idleIs(bool idle) {
+  if (idle == idle_) return;
+  idle_ = idle;
+  root_.updateIdle();
+  progress_.notify();
+}
+
+void BacklogBase::generationIs(uint64_t& which, uint64_t value) {
+  if (which == value) return;
+  which = value;
+  progress_.notify();
+}
+
+}  // namespace TrelSnmp::Agent

@@ -1,0 +1,14 @@
+// How names are made from the names that a pipeline declares.
+#pragma once
+
+#include <string>
+
+namespace TrelSnmp::Agent {
+
+// The name with its first letter in upper case.
+inline std::string capitalised(std::string name) {
+  if (!name.empty() && name[0] >= 'a' && name[0] <= 'z') name[0] = static_cast<char>(name[0] - 'a' + 'A');
+  return name;
+}
+
+}  // namespace TrelSnmp::Agent
