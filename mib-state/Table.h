@@ -103,9 +103,21 @@ class Table {
     return found == tree_.end() ? nullptr : &*found;
   }
 
-  // Requires: no row under its key. The tree holds one reference to each of its rows.
-  void link(Zavro::Ptr<Row> row) {
-    tree_.insert(*row.detach());
+  // The row under a key, or where one would go; good until the table changes.
+  struct Place {
+    Row* row;  // null: there is none
+    typename Tree::insert_commit_data where;
+  };
+  Place placeOf(const Key& key) {
+    Place place{};
+    auto [found, absent] = tree_.insert_check(key, KeyOrder(), place.where);
+    if (!absent) place.row = &*found;
+    return place;
+  }
+
+  // Requires: the place of the row's key, with no row. The tree holds one reference to each of its rows.
+  void link(Zavro::Ptr<Row> row, const Place& place) {
+    tree_.insert_commit(*row.detach(), place.where);
     ++size_;
     ++changes_;
   }

@@ -13,21 +13,23 @@ constexpr std::string_view kTrelHrStorageTable = "trelHrStorageTable";
 
 template <class TableType>
 typename TableType::EntryPtr TrelMib::entryUnder(const TableType& table, const typename TableType::Key& key) {
-  return table.cursorAt(key).entry();
+  auto* row = table.find(key);
+  return row != nullptr ? TableType::entryOf(*row) : nullptr;
 }
 
 template <class TableType, class... Fields>
 typename TableType::EntryPtr TrelMib::strictIs(std::string_view name, TableType& table,
                                                const typename TableType::Key& key, const Fields&... fields) {
   using Row = typename TableType::Row;
-  if (const Row* existing = table.find(key)) {
-    if (const char* attribute = existing->differsFrom(fields...)) {
+  auto place = table.placeOf(key);
+  if (place.row != nullptr) {
+    if (const char* attribute = place.row->differsFrom(fields...)) {
       throw Kor::MutatorReinstantiationException(Row::type().name(), attribute);
     }
-    return typename TableType::EntryPtr(existing);
+    return place.row;
   }
   Zavro::Ptr<Row> row = Zavro::makePtr<Row>(key, fields...);
-  table.link(row);
+  table.link(row, place);
   publisher_.notify({name, row->key(), row});
   return row;
 }
@@ -143,12 +145,12 @@ Zavro::Ptr<const TrelHrStorageEntry> TrelMib::trelHrStorageTable(const TrelHrSto
 Zavro::Ptr<const TrelHrStorageEntry> TrelMib::trelHrStorageTableIs(
     Zavro::Ptr<const TrelHrStorageEntry> entry) {
   if (!entry) throw Kor::NullArgumentException(kTrelHrStorageTable);
-  KorTrelHrStorageTable* holder = trelHrStorageTable_.findForUpdate(entry->key());
-  if (holder != nullptr && holder->entry() == entry) return entry;
-  if (holder != nullptr) {
-    holder->entryIs(entry);
+  auto place = trelHrStorageTable_.placeOf(entry->key());
+  if (place.row == nullptr) {
+    trelHrStorageTable_.link(Zavro::makePtr<KorTrelHrStorageTable>(entry), place);
   } else {
-    trelHrStorageTable_.link(Zavro::makePtr<KorTrelHrStorageTable>(entry));
+    if (place.row->entry() == entry) return entry;
+    place.row->entryIs(entry);
   }
   publisher_.notify({kTrelHrStorageTable, entry->key(), entry});
   return entry;
