@@ -46,9 +46,10 @@ std::string cleared(const std::string& path) {
   }
   struct stat there {};
   if (::lstat(path.c_str(), &there) != 0) {
-    std::error_code ignored;  // the bind fails then, and says so
-    std::filesystem::create_directory(std::filesystem::path(path).parent_path(), ignored);
-    return "";
+    std::filesystem::path directory = std::filesystem::absolute(path).parent_path();
+    std::error_code failure;
+    std::filesystem::create_directory(directory, failure);
+    return failure ? failure.message() : "";
   }
   if (!S_ISSOCK(there.st_mode)) return "found a file that is no socket, expected a socket or nothing";
   if (isAlive(path)) return "another daemon listens there";

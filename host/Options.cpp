@@ -4,7 +4,9 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <charconv>
+#include <cstring>
 
 #include "ControlProtocol.h"
 #include "lumalog/Lumalog.h"
@@ -46,6 +48,16 @@ std::string readable(const std::string& path) {
   return access(path.c_str(), R_OK) == 0 ? "" : fmt::format("{}: {}", path, std::strerror(errno));
 }
 
+void oneOf(const std::string& text, const std::vector<std::string>& choices) {
+  if (std::find(choices.begin(), choices.end(), text) != choices.end()) return;
+  throw std::invalid_argument(fmt::format("found \"{}\", expected {}", text, fmt::join(choices, ", ")));
+}
+
+LogTo logNamed(const std::string& name) {
+  if (name == "syslog") return LogTo::syslog;
+  return name == "journal" ? LogTo::journal : LogTo::standardError;
+}
+
 void describe(CLI::App& app, Options& options, std::vector<std::string>& traces) {
   app.set_version_flag("--version", "trelsnmpd " TREL_VERSION, "Print the version and exit");
   auto* listen = app.add_option(
@@ -75,11 +87,13 @@ void describe(CLI::App& app, Options& options, std::vector<std::string>& traces)
   app.add_option("--toggles", options.toggles, "The TrelCore.json of feature toggles (default: none)")
       ->type_name("FILE")
       ->check(CLI::Validator([](std::string& path) { return readable(path); }, ""));
-  app.add_option("--trel-mode", options.trelMode,
-                 "Whether this switch is a member of a cluster; off ends the daemon (default: on)")
+  app.add_option_function<std::string>(
+         "--trel-mode", [&options](const std::string& text) { options.trelMode = text == "on"; },
+         "Whether this switch is a member of a cluster; off ends the daemon (default: on)")
       ->type_name("on|off")
-      ->transform(
-          CLI::CheckedTransformer(std::map<std::string, bool>{{"on", true}, {"off", false}}).description(""));
+      ->check(checking([](const std::string& text) {
+        oneOf(text, {"on", "off"});
+      }));
   app.add_option("--control", options.control,
                  fmt::format("Unix socket for trelctl (default: {})", options.control))
       ->type_name("PATH");
@@ -89,12 +103,13 @@ void describe(CLI::App& app, Options& options, std::vector<std::string>& traces)
       ->type_name("HANDLE/LEVEL[,...]")
       ->allow_extra_args(false)
       ->check(checking([](const std::string& text) { parseTraces(text); }));
-  app.add_option("--log", options.log, "Where log lines go (default: stderr)")
+  app.add_option_function<std::string>(
+         "--log", [&options](const std::string& text) { options.log = logNamed(text); },
+         "Where log lines go (default: stderr)")
       ->type_name("stderr|syslog|journal")
-      ->transform(CLI::CheckedTransformer(std::map<std::string, LogTo>{{"stderr", LogTo::standardError},
-                                                                       {"syslog", LogTo::syslog},
-                                                                       {"journal", LogTo::journal}})
-                      .description(""));
+      ->check(checking([](const std::string& text) {
+        oneOf(text, {"stderr", "syslog", "journal"});
+      }));
 }
 
 std::string firstLine(const std::string& text) { return text.substr(0, text.find('\n')); }

@@ -56,10 +56,22 @@ void setFlag(int which) { netsnmp_ds_set_boolean(NETSNMP_DS_APPLICATION_ID, whic
 
 void setNumber(int which, int number) { netsnmp_ds_set_int(NETSNMP_DS_APPLICATION_ID, which, number); }
 
-std::string trimmed(std::string text) {
-  while (!text.empty() && (text.back() == '\n' || text.back() == ' ')) text.pop_back();
-  return text;
+// On one line, whatever it was on.
+std::string onOneLine(std::string_view text) {
+  std::string line;
+  for (char c : text) {
+    bool blank = c == ' ' || c == '\n' || c == '\t';
+    if (!blank) {
+      line += c;
+    } else if (!line.empty() && line.back() != ' ') {
+      line += ' ';
+    }
+  }
+  while (line.ends_with(' ')) line.pop_back();
+  return line;
 }
+
+int levelOf(int priority) { return priority <= LOG_ERR ? 0 : priority <= LOG_WARNING ? 1 : 2; }
 
 std::string joined(const std::vector<std::string>& parts) {
   std::string all;
@@ -146,9 +158,8 @@ void SnmpAgent::openState() {
 void SnmpAgent::start() {
   configure();
   configuring_ = true;
-  lastError_.clear();
   if (init_agent(kApplication) != 0) {
-    error_ = "net-snmp's agent cannot be initialised: " + lastError_;
+    error_ = "net-snmp's agent cannot be initialised: " + firstError_;
     return;
   }
   if (subagent()) {
@@ -162,37 +173,42 @@ void SnmpAgent::start() {
     init_system_mib();
   }
   init_snmp(kApplication);
-  if (!options_.conf.empty() && !lastError_.empty()) {
-    error_ = fmt::format("--conf {}: {}", options_.conf, lastError_);
-    return;
-  }
-  if (!subagent()) {
-    if (!options_.listen.empty() || ports() == nullptr) {
-      std::string addresses = options_.listen.empty() ? kDefaultListen : joined(options_.listen);
-      netsnmp_ds_set_string(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_PORTS, addresses.c_str());
-    }
-    if (init_master_agent() != 0) {
-      error_ = fmt::format("--listen {}: {}", address(), lastError_);
-      return;
-    }
-  }
+  if (!options_.conf.empty() && !firstError_.empty()) error_ = fmt::format("--conf {}", firstError_);
+  if (error_.empty() && !subagent()) listen();
+  if (!error_.empty()) return;
   pump_.emplace(loop_);
+  for (const auto& [level, text] : held_) traceHandle.trace(level, "{}", text);
+  held_.clear();
   if (!connected()) {
     traceHandle.trace(1, "no master agent at {} yet, trying again every {} s", address(),
                       kPingIntervalSeconds);
   }
 }
 
+void SnmpAgent::listen() {
+  if (!options_.listen.empty() || ports() == nullptr) {
+    std::string addresses = options_.listen.empty() ? kDefaultListen : joined(options_.listen);
+    netsnmp_ds_set_string(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_PORTS, addresses.c_str());
+  }
+  errno = 0;
+  if (init_master_agent() == 0) return;
+  int reason = errno;
+  error_ = fmt::format("--listen {}: {}{}{}", address(), firstError_, reason == 0 ? "" : ": ",
+                       reason == 0 ? "" : std::strerror(reason));
+}
+
 int SnmpAgent::logged(int /*major*/, int /*minor*/, void* message, void* self) {
   auto* agent = static_cast<SnmpAgent*>(self);
   const auto* entry = static_cast<const snmp_log_message*>(message);
-  std::string text = trimmed(entry->msg);
+  std::string text = onOneLine(entry->msg);
   if (text.empty()) return 0;
-  bool bad = entry->priority <= LOG_ERR;
-  if (bad && agent->lastError_.empty()) agent->lastError_ = text;
-  // What ends the start is told once, by whoever started the agent.
-  if (bad && !agent->pump_) return 0;
-  traceHandle.trace(bad ? 0 : entry->priority <= LOG_WARNING ? 1 : 2, "{}", text);
+  int level = levelOf(entry->priority);
+  if (agent->pump_) {
+    traceHandle.trace(level, "{}", text);
+    return 0;
+  }
+  if (level == 0 && agent->firstError_.empty()) agent->firstError_ = text;
+  agent->held_.emplace_back(level, std::move(text));
   return 0;
 }
 

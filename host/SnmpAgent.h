@@ -49,13 +49,16 @@ class SnmpAgent {
   void start();
   void configure();
   void openState();
+  void listen();
   static int logged(int major, int minor, void* message, void* self);
   static int connectedIs(int major, int minor, void* session, void* self);
   static int disconnectedIs(int major, int minor, void* session, void* self);
 
   SnmpOptions options_;
   std::string error_;
-  std::string lastError_;  // of net-snmp, until it is known what it was about
+  std::string firstError_;  // of net-snmp while it starts
+  // What net-snmp says while it starts, told when it is up: a start that fails is told in one line.
+  std::vector<std::pair<int, std::string>> held_;
   bool configuring_ = false;
   bool connected_ = false;
   std::optional<SnmpPump> pump_;

@@ -117,7 +117,10 @@ void FileSource::attempted(Attempt attempt) {
     return;
   }
   badSinceNs_ = 0;
+  auto before = layer_.snapshot();
   layer_.readingIs(std::move(attempt.reading));
+  // A large snapshot takes as long to free as many slices last.
+  io_.offLoop([before = std::move(before)]() mutable { before.reset(); }, [] {});
 }
 
 // A failure counts when the same file failed twice, the second time after it had time to be completed.
