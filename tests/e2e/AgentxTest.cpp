@@ -1,0 +1,161 @@
+// As subagent of the distribution's own snmpd, which is set up as docs/agentx.md says.
+#include <fmt/format.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "e2e/Daemon.h"
+#include "e2e/Reports.h"
+#include "support/Network.h"
+
+namespace E2e {
+namespace {
+
+using testing::HasSubstr;
+using testing::Not;
+using testing::StartsWith;
+using namespace std::chrono_literals;
+
+const Reports kReports = {{{1, 2}, {"reachable", 1002}}, {{2, 1}, {"degraded"}}};
+
+// What Debian's /etc/snmp/snmpd.conf says of masters and views, before anything is added to it.
+constexpr const char* kDebianConf =
+    "master agentx\n"
+    "view systemonly included .1.3.6.1.2.1.1\n"
+    "view systemonly included .1.3.6.1.2.1.25.1\n"
+    "rocommunity public default -V systemonly\n";
+
+class Master {
+ public:
+  Master() : manager_(address()) {}
+
+  void start(const std::string& additions) {
+    std::string conf = dir_.write(
+        "snmpd.conf",
+        fmt::format("{}agentXSocket {}\nrwcommunity secret 127.0.0.1\n{}", kDebianConf, socket(), additions));
+    // -C: nothing of the machine's own /etc/snmp.
+    process_ = std::make_unique<Support::Process>(
+        Support::Argv{"/usr/sbin/snmpd", "-f", "-Le", "-C", "-c", conf, "-p", dir_.file("pid"), address()},
+        Support::Env{"SNMP_PERSISTENT_DIR=" + dir_.file("persistent"), "MIBS="});
+    bool up = Support::waitUntil(
+        [this] { return manager_.getNext({".1.3.6.1.2.1.1"}).starts_with(".1.3.6.1.2.1.1.1.0"); });
+    if (!up) throw std::runtime_error("snmpd does not answer: " + process_->err());
+  }
+  void stop() { process_->stop(); }
+
+  // The address that subagents connect to.
+  std::string socket() const { return "unix:" + dir_.file("master"); }
+  const Manager& manager() const { return manager_; }
+  Manager writer() const { return Manager(address(), {"-v2c", "-c", "secret"}); }
+
+ private:
+  std::string address() const { return fmt::format("udp:127.0.0.1:{}", port_); }
+
+  uint16_t port_ = Support::freeUdpPort();
+  Support::TempDir dir_;
+  Manager manager_;
+  std::unique_ptr<Support::Process> process_;
+};
+
+// The part of it that the tables need: the view.
+std::string documentedAdditions() { return Support::readFile(TREL_SNMPD_SNIPPET); }
+
+class Agentx : public testing::Test {
+ protected:
+  Agentx() { daemon_.stateIs(documentOf(kReports)).listensAt({"--agentx", master_.socket()}); }
+
+  testing::AssertionResult tablesAppear(Support::Millis deadline = 20s) {
+    std::string walked;
+    bool there = Support::waitUntil([&] { return (walked = walk()).starts_with(expected()); }, deadline);
+    return there ? testing::AssertionSuccess()
+                 : testing::AssertionFailure() << walked << daemon_.process().err();
+  }
+  std::string walk() const { return master_.manager().bulkWalk(); }
+  static std::string expected() { return walkOf(treeOf(kReports)); }
+
+  Master master_;
+  Daemon daemon_;
+};
+
+TEST_F(Agentx, DocumentedMaster_ServesTheTables) {
+  master_.start(documentedAdditions());
+  daemon_.start();
+  EXPECT_TRUE(tablesAppear());
+  EXPECT_EQ(daemon_.status().at("mode"), "agentx");
+  EXPECT_EQ(daemon_.status().at("connected"), true);
+}
+
+// Why the documentation asks for a view.
+TEST_F(Agentx, DistributionsViewAlone_TablesStayHidden) {
+  master_.start("");
+  daemon_.start();
+  EXPECT_THAT(walk(), Not(HasSubstr("reach.")));
+  EXPECT_THAT(master_.writer().bulkWalk(), StartsWith(expected()));
+}
+
+TEST_F(Agentx, GetNextAndGet_AreAsInTheStandaloneAgent) {
+  master_.start(documentedAdditions());
+  daemon_.start();
+  ASSERT_TRUE(tablesAppear());
+  const Manager& manager = master_.manager();
+  EXPECT_EQ(manager.get({"reach.4.2.1", "reach.4.1.2"}),
+            "reach.4.2.1 = INTEGER: 4\nreach.4.1.2 = INTEGER: 3\n");
+  EXPECT_EQ(manager.getNext({"reach.4.1.2", "reach.3.1.2", "reach.4.1"}),
+            "reach.4.2.1 = INTEGER: 4\nreach.3.2.1 = INTEGER: 0\nreach.4.1.2 = INTEGER: 3\n");
+  EXPECT_THAT(manager.get({"reach.4.9.9"}), HasSubstr("No Such Instance"));
+  EXPECT_THAT(manager.get({"reach.1.1.2"}), HasSubstr("No Such Object"));
+}
+
+TEST_F(Agentx, ChangeInTheState_IsSeenThroughTheMaster) {
+  master_.start(documentedAdditions());
+  daemon_.start();
+  ASSERT_TRUE(tablesAppear());
+  Reports changed = kReports;
+  changed[{1, 2}].state = "unreachable";
+  daemon_.dir().replace(Daemon::kStateName, documentOf(changed));
+  EXPECT_TRUE(Support::waitUntil(
+      [&] { return master_.manager().get({"reach.4.1.2"}) == "reach.4.1.2 = INTEGER: 5\n"; }, 1s));
+}
+
+TEST_F(Agentx, WriterThroughTheMaster_SetIsNotWritable) {
+  master_.start(documentedAdditions());
+  daemon_.start();
+  ASSERT_TRUE(tablesAppear());
+  EXPECT_THAT(master_.writer().set("reach.4.1.2", 1), HasSubstr("Reason: notWritable"));
+}
+
+TEST_F(Agentx, MasterRestarts_SubagentComesBack) {
+  master_.start(documentedAdditions());
+  daemon_.start();
+  ASSERT_TRUE(tablesAppear());
+  for (int round = 0; round < 2; ++round) {
+    master_.stop();
+    ASSERT_TRUE(Support::waitUntil([&] { return daemon_.status().at("connected") == false; }, 20s));
+    EXPECT_EQ(daemon_.ctl({"wait", "--timeout", "0.1"}).status, 1);
+    master_.start(documentedAdditions());
+    EXPECT_TRUE(tablesAppear());
+    EXPECT_EQ(daemon_.ctl({"wait", "--timeout", "10"}).status, 0);
+  }
+}
+
+TEST_F(Agentx, MasterComesLater_SubagentConnectsThen) {
+  daemon_.launch();
+  ASSERT_TRUE(Support::waitUntil([&] { return std::filesystem::exists(daemon_.controlPath()); }));
+  EXPECT_EQ(daemon_.ctl({"wait", "--timeout", "0.2"}).status, 1);
+  EXPECT_EQ(daemon_.status().at("connected"), false);
+  master_.start(documentedAdditions());
+  EXPECT_TRUE(tablesAppear());
+}
+
+TEST_F(Agentx, SubagentEnds_MasterGoesOnWithoutTheTables) {
+  master_.start(documentedAdditions());
+  daemon_.start();
+  ASSERT_TRUE(tablesAppear());
+  EXPECT_EQ(daemon_.process().stop(), 0);
+  EXPECT_TRUE(Support::waitUntil([&] { return walk().find("reach.") == std::string::npos; }, 20s));
+  EXPECT_THAT(master_.manager().getNext({".1.3.6.1.2.1.1"}), StartsWith(".1.3.6.1.2.1.1.1.0"));
+}
+
+}  // namespace
+}  // namespace E2e

@@ -1,0 +1,104 @@
+#include "e2e/Daemon.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <regex>
+#include <sstream>
+#include <stdexcept>
+
+#include "support/Network.h"
+
+namespace E2e {
+namespace {
+
+Support::Argv joined(Support::Argv first, const Support::Argv& second) {
+  first.insert(first.end(), second.begin(), second.end());
+  return first;
+}
+
+// Nothing of the machine's own directories is read or written.
+Support::Env environment(const Support::TempDir& dir) {
+  return {"STATE_DIRECTORY=" + dir.file("persistent")};
+}
+
+}  // namespace
+
+Daemon::Daemon()
+    : address_(fmt::format("udp:127.0.0.1:{}", Support::freeUdpPort())),
+      manager_(address_),
+      listen_{"--listen", address_} {}
+
+Daemon& Daemon::with(const Support::Argv& options) {
+  options_ = joined(options_, options);
+  return *this;
+}
+
+Daemon& Daemon::listensAt(const Support::Argv& options) {
+  listen_ = options;
+  return *this;
+}
+
+Daemon& Daemon::stateIs(const std::string& document) {
+  dir_.replace(kStateName, document);
+  return stateToCome();
+}
+
+Daemon& Daemon::stateToCome() { return with({"--state", "file:" + stateFile()}); }
+
+Support::Process& Daemon::launch() {
+  Support::Argv argv = joined({TRELSNMPD, "--control", controlPath()}, joined(listen_, options_));
+  process_ = std::make_unique<Support::Process>(argv, environment(dir_));
+  return *process_;
+}
+
+void Daemon::waitUntilReady() const {
+  Support::Result ready = ctl({"wait", "--timeout", "20"});
+  if (ready.status != 0) {
+    throw std::runtime_error("the daemon is not ready: " + ready.err + (process_ ? process_->err() : ""));
+  }
+}
+
+Daemon& Daemon::start() {
+  launch();
+  waitUntilReady();
+  return *this;
+}
+
+Support::Result Daemon::ctl(const Support::Argv& arguments) const {
+  return Support::run(joined({TRELCTL, "--control", controlPath()}, arguments));
+}
+
+nlohmann::json Daemon::status() const {
+  Support::Result result = ctl({"status", "--json"});
+  if (result.status != 0) throw std::runtime_error("no status: " + result.err);
+  return nlohmann::json::parse(result.out);
+}
+
+std::string Daemon::sourceError() const {
+  nlohmann::json sources = status().at("sources");
+  const nlohmann::json& error = sources.at(0).at("error");
+  return error.is_null() ? "" : error.get<std::string>();
+}
+
+std::vector<std::string> Daemon::errors() const {
+  static const std::regex error(R"(^\S+Z (\S+/0 .*)$)");
+  std::istringstream log(process_->err());
+  std::vector<std::string> found;
+  std::smatch match;
+  for (std::string line; std::getline(log, line);) {
+    if (std::regex_match(line, match, error)) found.push_back(match[1]);
+  }
+  return found;
+}
+
+Support::Result runDaemon(const Support::Argv& arguments) {
+  Support::TempDir dir;
+  Support::Argv argv = joined({TRELSNMPD}, arguments);
+  if (std::find(argv.begin(), argv.end(), "--control") == argv.end()) {
+    argv.insert(argv.begin() + 1, {"--control", dir.file("control")});
+  }
+  return Support::run(argv, environment(dir));
+}
+
+}  // namespace E2e

@@ -1,0 +1,66 @@
+// A trelsnmpd with ports, directories and sockets of its own, ended with the object.
+#pragma once
+
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "e2e/Manager.h"
+#include "support/Process.h"
+#include "support/TempDir.h"
+
+namespace E2e {
+
+class Daemon {
+ public:
+  // Serves the state that is built in, or the state file once one is written.
+  Daemon();
+
+  // Options beside those that start() gives; before start().
+  Daemon& with(const Support::Argv& options);
+  // Instead of a UDP port of its own.
+  Daemon& listensAt(const Support::Argv& options);
+
+  // Follows dir().file("state.json"), with this content.
+  Daemon& stateIs(const std::string& document);
+  // Follows a file that is not there yet.
+  Daemon& stateToCome();
+
+  // Starts the process, and waits until it serves all of its state; throws when it does not.
+  Daemon& start();
+  // Starts the process only.
+  Support::Process& launch();
+  void waitUntilReady() const;
+
+  Support::Process& process() { return *process_; }
+  const Support::TempDir& dir() const { return dir_; }
+  std::string address() const { return address_; }
+  std::string controlPath() const { return dir_.file("control"); }
+  std::string stateFile() const { return dir_.file(kStateName); }
+  const Manager& manager() const { return manager_; }
+
+  // trelctl with this daemon's socket.
+  Support::Result ctl(const Support::Argv& arguments) const;
+  nlohmann::json status() const;
+  // The error of the one source, or empty.
+  std::string sourceError() const;
+  // Lines of the log with errors, without their time: "Kelstore/0 <text>".
+  std::vector<std::string> errors() const;
+
+  static constexpr const char* kStateName = "state.json";
+
+ private:
+  Support::TempDir dir_;
+  std::string address_;
+  Manager manager_;
+  Support::Argv options_;
+  Support::Argv listen_;
+  std::unique_ptr<Support::Process> process_;
+};
+
+// One that is not to start: runs it with these arguments to its end. Its control socket is its own, unless
+// they name one.
+Support::Result runDaemon(const Support::Argv& arguments);
+
+}  // namespace E2e

@@ -1,0 +1,315 @@
+// The daemon as a process: how it starts, refuses to start, ends, and is talked to through its control
+// socket.
+#include <fmt/format.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <filesystem>
+
+#include "e2e/Daemon.h"
+#include "e2e/Reports.h"
+#include "support/Network.h"
+
+namespace E2e {
+namespace {
+
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::StartsWith;
+
+const Reports kReports = {{{1, 2}, {"reachable", 1002}}, {{2, 1}, {"degraded"}}};
+
+std::string freeAddress() { return fmt::format("udp:127.0.0.1:{}", Support::freeUdpPort()); }
+
+class Signal : public testing::TestWithParam<int> {};
+INSTANTIATE_TEST_SUITE_P(Polite, Signal, testing::Values(SIGTERM, SIGINT),
+                         [](const auto& signal) { return sigabbrev_np(signal.param); });
+
+TEST_P(Signal, RunningDaemon_EndsWith0AndTakesItsSocketAway) {
+  Daemon daemon;
+  daemon.stateIs(documentOf(kReports)).start();
+  EXPECT_EQ(daemon.process().stop(GetParam()), 0);
+  EXPECT_FALSE(std::filesystem::exists(daemon.controlPath()));
+  EXPECT_THAT(daemon.errors(), IsEmpty());
+  EXPECT_EQ(daemon.process().out(), "");
+}
+
+TEST_P(Signal, DaemonThatIsStillStarting_EndsWith0) {
+  Daemon daemon;
+  daemon.stateIs(documentOf(fullMesh(100)));
+  daemon.launch();
+  ASSERT_TRUE(Support::waitUntil([&] { return std::filesystem::exists(daemon.controlPath()); }));
+  EXPECT_EQ(daemon.process().stop(GetParam()), 0);
+}
+
+TEST(Start, WithoutAnyState_ServesTheExampleCluster) {
+  Daemon daemon;
+  daemon.start();
+  EXPECT_THAT(daemon.manager().walk("reach.4"),
+              StartsWith("reach.4.1.2 = INTEGER: 3\nreach.4.1.3 = INTEGER: 4\n"));
+  EXPECT_EQ(daemon.status().at("sources").at(0).at("name"), "embedded");
+}
+
+TEST(Start, SeveralAddresses_AllAreServed) {
+  Daemon daemon;
+  std::string second = freeAddress();
+  std::string third = fmt::format("tcp:127.0.0.1:{}", Support::freeUdpPort());
+  daemon.stateIs(documentOf(kReports)).with({"--listen", second, "--listen", third}).start();
+  for (const std::string& address : {daemon.address(), second, third}) {
+    EXPECT_EQ(Manager(address).get({"reach.4.1.2"}), "reach.4.1.2 = INTEGER: 3\n") << address;
+  }
+}
+
+TEST(Start, TraceLevels_WhatTheyAskForIsLogged) {
+  Daemon daemon;
+  daemon.stateIs(documentOf(kReports))
+      .with({"--trace", "veldaTrelMIB/2,TrelSnmpReachabilityTableSm/7"})
+      .start();
+  ASSERT_EQ(daemon.manager().get({"reach.4.2.1"}), "reach.4.2.1 = INTEGER: 4\n");
+  EXPECT_THAT(
+      daemon.process().err(),
+      AllOf(
+          HasSubstr(" TrelSnmpReachabilityTableSm/7 into( trelMib.trelReachabilityTable[ key ] ): inserting "
+                    "k1=(firstId=2, secondId=1), value="),
+          HasSubstr(" veldaTrelMIB/2 veldaTrelReachabilityTable_handler: request GET for column "
+                    "veldaTrelReachabilityState, key (firstId=2, secondId=1)\n")));
+}
+
+TEST(Start, NotATrelSwitch_EndsWithAnAssertion) {
+  Support::Result result = runDaemon({"--listen", freeAddress(), "--trel-mode", "off"});
+  EXPECT_EQ(result.status, 128 + SIGABRT);
+  EXPECT_THAT(result.err,
+              HasSubstr("Trel::trelMode() && \"TrelSnmp::Agent can not be run in non-trel mode\""));
+}
+
+// Arguments that cannot be used, and a part of the line that says so.
+struct Unusable {
+  const char* name;
+  Support::Argv arguments;
+  const char* text;
+  friend std::ostream& operator<<(std::ostream& out, const Unusable& it) { return out << it.name; }
+};
+
+class BadArguments : public testing::TestWithParam<Unusable> {};
+INSTANTIATE_TEST_SUITE_P(
+    All, BadArguments,
+    testing::Values(
+        Unusable{"UnknownOption", {"--frobnicate"}, "--frobnicate"},
+        Unusable{"Positional", {"state.json"}, "state.json"},
+        Unusable{"MissingValue", {"--listen"}, "--listen"},
+        Unusable{"BadAddress", {"--listen", "carrier-pigeon:7"}, "carrier-pigeon:7"},
+        Unusable{"PortTooBig", {"--listen", "udp:127.0.0.1:70000"}, "udp:127.0.0.1:70000"},
+        Unusable{"ForeignAddress", {"--listen", "udp:192.0.2.1:1161"}, "udp:192.0.2.1:1161"},
+        Unusable{"UnknownSource", {"--state", "carrier:pigeon"}, "carrier:pigeon"},
+        Unusable{"EmptyFileName", {"--state", "file:"}, "file:"},
+        Unusable{"MemberTooBig", {"--member", "256"}, "--member"},
+        Unusable{"MemberNegative", {"--member", "-1"}, "--member"},
+        Unusable{"MemberNoNumber", {"--member", "one"}, "--member"},
+        Unusable{"TraceWithoutLevel", {"--trace", "veldaTrelMIB"}, "veldaTrelMIB"},
+        Unusable{"TraceLevelTooBig", {"--trace", "veldaTrelMIB/99"}, "veldaTrelMIB/99"},
+        Unusable{"NoSuchLog", {"--log", "paper"}, "--log"},
+        Unusable{"NoSuchMode", {"--trel-mode", "maybe"}, "--trel-mode"},
+        Unusable{"NoSuchConf", {"--conf", "/nonexistent/trel.conf"}, "/nonexistent/trel.conf"},
+        Unusable{"NoSuchToggles", {"--toggles", "/nonexistent/TrelCore.json"}, "/nonexistent/TrelCore.json"},
+        Unusable{"NoSuchControlDirectory",
+                 {"--control", "/nonexistent/deep/control"},
+                 "/nonexistent/deep/control"},
+        Unusable{"ControlIsADirectory", {"--control", "/"}, "--control /"},
+        Unusable{"ListenAndAgentx", {"--listen", "udp:127.0.0.1:0", "--agentx", "unix:/x"}, "--agentx"}),
+    [](const auto& unusable) { return unusable.param.name; });
+
+TEST_P(BadArguments, EndsWith2AndOneLine) {
+  Support::Result result = runDaemon(GetParam().arguments);
+  EXPECT_EQ(result.status, 2);
+  EXPECT_EQ(result.out, "");
+  EXPECT_THAT(result.err, AllOf(StartsWith("trelsnmpd: "), HasSubstr(GetParam().text)));
+  EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
+}
+
+TEST(Start, BrokenConf_EndsWith2AndOneLineWithItsNumber) {
+  Support::TempDir dir;
+  std::string conf = dir.write("trel.conf", "rocommunity public 127.0.0.1\nrocommunity\n");
+  Support::Result result = runDaemon({"--listen", freeAddress(), "--conf", conf});
+  EXPECT_EQ(result.status, 2);
+  EXPECT_THAT(result.err, AllOf(StartsWith("trelsnmpd: --conf " + conf + ": "), HasSubstr("line 2")));
+  EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
+}
+
+// As with snmpd: a file may say more than this agent has an ear for.
+TEST(Start, ConfWithAnUnknownWord_IsUsedWithAWarning) {
+  Daemon daemon;
+  std::string conf = daemon.dir().write("trel.conf", "rocommunity public 127.0.0.1\nrocommunitee private\n");
+  daemon.stateIs(documentOf(kReports)).with({"--conf", conf}).start();
+  EXPECT_EQ(daemon.manager().get({"reach.4.1.2"}), "reach.4.1.2 = INTEGER: 3\n");
+  EXPECT_THAT(daemon.process().err(), HasSubstr(conf + ": line 2: Warning: Unknown token: rocommunitee."));
+}
+
+TEST(Start, PortInUse_SecondEndsWith2_FirstGoesOn) {
+  Daemon daemon;
+  daemon.stateIs(documentOf(kReports)).start();
+  Support::Result second = runDaemon({"--listen", daemon.address()});
+  EXPECT_EQ(second.status, 2);
+  EXPECT_THAT(second.err, StartsWith("trelsnmpd: --listen " + daemon.address() + ": "));
+  EXPECT_EQ(daemon.manager().get({"reach.4.1.2"}), "reach.4.1.2 = INTEGER: 3\n");
+}
+
+TEST(Start, ControlPathInUse_SecondEndsWith2_FirstGoesOn) {
+  Daemon daemon;
+  daemon.stateIs(documentOf(kReports)).start();
+  Support::Result second = runDaemon({"--listen", freeAddress(), "--control", daemon.controlPath()});
+  EXPECT_EQ(second.status, 2);
+  EXPECT_EQ(second.err, "trelsnmpd: --control " + daemon.controlPath() + ": another daemon listens there\n");
+  EXPECT_EQ(daemon.ctl({"wait", "--timeout", "5"}).status, 0);
+}
+
+TEST(Start, SocketLeftByAKilledDaemon_IsTakenOver) {
+  Daemon daemon;
+  daemon.stateIs(documentOf(kReports)).start();
+  daemon.process().stop(SIGKILL);
+  ASSERT_TRUE(std::filesystem::exists(daemon.controlPath()));
+  daemon.start();
+  EXPECT_EQ(daemon.manager().get({"reach.4.1.2"}), "reach.4.1.2 = INTEGER: 3\n");
+}
+
+TEST(Start, FileAtTheControlPath_IsLeftAlone) {
+  Support::TempDir dir;
+  std::string precious = dir.write("precious", "data");
+  Support::Result result = runDaemon({"--listen", freeAddress(), "--control", precious});
+  EXPECT_EQ(result.status, 2);
+  EXPECT_THAT(result.err, HasSubstr(precious));
+  EXPECT_EQ(Support::readFile(precious), "data");
+}
+
+TEST(Access, ReadWriteCommunity_SetIsStillNotWritable) {
+  Daemon daemon;
+  std::string conf = daemon.dir().write("trel.conf", "rwcommunity secret 127.0.0.1\n");
+  daemon.stateIs(documentOf(kReports)).with({"--conf", conf}).start();
+  Manager writer(daemon.address(), {"-v2c", "-c", "secret"});
+  for (const char* name : {"reach.3.1.2", "reach.4.1.2", "reach.1.1.2", "reach.4.9.9", "baif.2.1"}) {
+    EXPECT_THAT(writer.set(name, 1), HasSubstr("Reason: notWritable")) << name;
+  }
+  EXPECT_EQ(writer.get({"reach.4.1.2"}), "reach.4.1.2 = INTEGER: 3\n");
+}
+
+TEST(Access, ConfWithoutPublic_PublicGetsNoAnswer) {
+  Daemon daemon;
+  std::string conf = daemon.dir().write("trel.conf", "rocommunity secret 127.0.0.1\n");
+  daemon.stateIs(documentOf(kReports)).with({"--conf", conf}).start();
+  EXPECT_THAT(daemon.manager().get({"reach.4.1.2"}), StartsWith("Timeout"));
+}
+
+TEST(ControlSocket, Permissions_OwnerAndGroupOnly) {
+  Daemon daemon;
+  daemon.stateIs("{}").start();
+  struct stat file {};
+  ASSERT_EQ(lstat(daemon.controlPath().c_str(), &file), 0);
+  EXPECT_TRUE(S_ISSOCK(file.st_mode));
+  EXPECT_EQ(file.st_mode & 07777, 0660u);
+}
+
+TEST(ControlSocket, WaitBeforeTheDaemonIsThere_ReturnsOnceItServes) {
+  Daemon daemon;
+  daemon.stateIs(documentOf(kReports));
+  Support::Process wait({TRELCTL, "--control", daemon.controlPath(), "wait", "--timeout", "20"});
+  daemon.launch();
+  EXPECT_EQ(wait.wait(), 0) << wait.err();
+  EXPECT_THAT(daemon.manager().walk("reach.4"),
+              StartsWith("reach.4.1.2 = INTEGER: 3\nreach.4.2.1 = INTEGER: 4\n"));
+}
+
+TEST(ControlSocket, NoDaemon_WaitFailsAtItsTimeoutWithOneLine) {
+  Support::TempDir dir;
+  for (const char* command : {"status", "tables"}) {
+    Support::Result result = Support::run({TRELCTL, "--control", dir.file("none"), command});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.err, AllOf(StartsWith("trelctl: "), HasSubstr(dir.file("none"))));
+  }
+  Support::Result result = Support::run({TRELCTL, "--control", dir.file("none"), "wait", "--timeout", "0.2"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.err, StartsWith("trelctl: not ready after 0.2 s: "));
+  EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
+}
+
+TEST(ControlSocket, UnusableArguments_TrelctlEndsWith2) {
+  for (const Support::Argv& arguments :
+       std::vector<Support::Argv>{{}, {"frobnicate"}, {"wait", "--timeout", "soon"}}) {
+    Support::Argv argv = {TRELCTL};
+    argv.insert(argv.end(), arguments.begin(), arguments.end());
+    Support::Result result = Support::run(argv);
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
+  }
+}
+
+TEST(ControlSocket, Status_NamesSourcesPipelinesTasksAndTables) {
+  Daemon daemon;
+  daemon.stateIs(documentOf(kReports)).with({"--member", "7"}).start();
+  nlohmann::json status = daemon.status();
+  EXPECT_EQ(status.at("member"), 7);
+  EXPECT_EQ(status.at("ready"), true);
+  EXPECT_EQ(status.at("sources").at(0).at("name"), "file:" + daemon.stateFile());
+  EXPECT_EQ(status.at("sources").at(0).at("state"), "current");
+  EXPECT_EQ(status.at("tables").at(1).at("name"), "veldaTrelReachabilityTable");
+  EXPECT_EQ(status.at("tables").at(1).at("rows"), 2);
+  EXPECT_THAT(daemon.ctl({"status"}).out,
+              AllOf(HasSubstr("TrelSnmpReachabilityTableSm"), HasSubstr("veldaTrelReachabilityTable")));
+}
+
+TEST(ControlSocket, Tables_AllFiveInOneObject) {
+  Daemon daemon;
+  daemon.stateIs(documentOf(kReports)).start();
+  auto tables = nlohmann::ordered_json::parse(daemon.ctl({"tables", "--json"}).out);
+  std::vector<std::string> names;
+  for (const auto& [name, rows] : tables.items()) names.push_back(name);
+  EXPECT_THAT(names, testing::ElementsAre("veldaTrelBaIfTable", "veldaTrelReachabilityTable",
+                                          "veldaTrelHrSystemTable", "veldaTrelProcessorTable",
+                                          "veldaTrelStorageTable"));
+  EXPECT_EQ(tables["veldaTrelReachabilityTable"].dump(),
+            R"([{"srcId":1,"destId":2,"baIfIndex":1002,"state":3,"stateName":"reachable","lastUpdate":0},)"
+            R"({"srcId":2,"destId":1,"baIfIndex":0,"state":4,"stateName":"degraded","lastUpdate":0}])");
+}
+
+// A client that does not keep to the protocol.
+int connectedTo(const std::string& path) {
+  int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  path.copy(address.sun_path, sizeof address.sun_path - 1);
+  EXPECT_EQ(connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+  return fd;
+}
+
+TEST(ControlSocket, Garbage_IsAnsweredWithAnErrorAndNothingElseSuffers) {
+  Daemon daemon;
+  daemon.stateIs(documentOf(kReports)).start();
+  int fd = connectedTo(daemon.controlPath());
+  const std::string garbage = "\x01\xff garbage\n{\"op\":\"explode\"}\n[]\n";
+  ASSERT_EQ(write(fd, garbage.data(), garbage.size()), static_cast<ssize_t>(garbage.size()));
+  std::string answer;
+  char buffer[4096];
+  while (std::count(answer.begin(), answer.end(), '\n') < 3) {
+    ssize_t count = read(fd, buffer, sizeof buffer);
+    ASSERT_GT(count, 0) << answer;
+    answer.append(buffer, static_cast<size_t>(count));
+  }
+  close(fd);
+  EXPECT_THAT(answer, AllOf(testing::Not(HasSubstr("\"ok\":true")), HasSubstr("explode")));
+  EXPECT_EQ(daemon.ctl({"wait", "--timeout", "5"}).status, 0);
+}
+
+TEST(ControlSocket, ManySilentClients_DoNotKeepOthersOut) {
+  Daemon daemon;
+  daemon.stateIs(documentOf(kReports)).start();
+  std::vector<int> silent;
+  for (int i = 0; i < 100; ++i) silent.push_back(connectedTo(daemon.controlPath()));
+  EXPECT_EQ(daemon.ctl({"wait", "--timeout", "5"}).status, 0);
+  EXPECT_EQ(daemon.manager().get({"reach.4.1.2"}), "reach.4.1.2 = INTEGER: 3\n");
+  for (int fd : silent) close(fd);
+}
+
+}  // namespace
+}  // namespace E2e
