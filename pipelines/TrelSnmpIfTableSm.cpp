@@ -110,14 +110,12 @@ void TrelSnmpIfTableSm::eventToIfMibIfIndexStreamInternal(const Lanix::IntfId& i
   const auto& members = topologyConfig_->topoConfig();
   pipelineTrace.trace(kStepLevel, kMembersFlattened, members.size());
   for (auto member = members.begin(); member; member.next()) {
-    const auto* found = members.find(member.key());
-    if (found == nullptr) continue;
-    Zavro::Ptr<const Trel::TopoConfig> topoConfig = *found;
+    Zavro::Ptr<const Trel::TopoConfig> topoConfig = *member.value();  // held, since processing may replace it
     const auto& neighbors = topoConfig->neighbor();
     pipelineTrace.trace(kStepLevel, kNeighborsFlattened, neighbors.size());
     for (auto neighbor = neighbors.begin(); neighbor; neighbor.next()) {
-      const Lanix::IntfId* neighborIntfId = neighbors.find(neighbor.key());
-      if (neighborIntfId == nullptr || *neighborIntfId != intfId) {
+      const Lanix::IntfId& neighborIntfId = *neighbor.value();
+      if (intfId != neighborIntfId) {
         pipelineTrace.trace(kStepLevel, kSameIntfFilter);
         continue;
       }

@@ -27,6 +27,11 @@ class Collection {
    public:
     explicit operator bool() const { return valid_; }
     const Key& key() const { return key_; }  // Requires: *this is true.
+    // The value under the key now, or null when the element is gone. The pointer lives until the element
+    // changes.
+    const Value* value() const {
+      return changes_ == collection_->changes_ ? &position_->second : collection_->find(key_);
+    }
     void next() {
       position_ =
           changes_ == collection_->changes_ ? std::next(position_) : collection_->map_.upper_bound(key_);
