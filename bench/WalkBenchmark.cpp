@@ -1,0 +1,146 @@
+// A manager's walk over the reachability table, row by row, beside its GET of a scalar of the same agent.
+// Both cost a round trip over UDP; what a row costs beyond the scalar is the agent's way to the row.
+#include <fmt/format.h>
+#include <net-snmp/net-snmp-config.h>
+#include <net-snmp/net-snmp-includes.h>
+
+#include <stdexcept>
+#include <vector>
+
+#include "Ratio.h"
+#include "e2e/Daemon.h"
+#include "e2e/Reports.h"
+#include "snmp/ObjectIdentifier.h"
+
+namespace {
+
+// Rows of the largest cluster, and how many of them one turn walks over.
+constexpr int kMembers = 255;
+constexpr size_t kRowsPerTurn = 1000;
+constexpr size_t kGetsPerTurn = 1000;
+
+using Oid = std::vector<oid>;
+
+Oid oidOf(const std::string& dotted) {
+  auto ids = Snmp::ObjectIdentifier(dotted).subIds();
+  if (!ids) throw std::runtime_error(dotted + " is no object identifier");
+  return {ids->begin(), ids->end()};
+}
+
+const Oid& upTime() {
+  static const Oid name = oidOf("1.3.6.1.2.1.1.3.0");
+  return name;
+}
+
+// The state column of the reachability table.
+const Oid& stateColumn() {
+  static const Oid name = oidOf(fmt::format("1.3.6.1.4.1.{}.3.40.1.2.1.4", TREL_ENTERPRISE_NUMBER));
+  return name;
+}
+
+// One daemon for all benchmarks, started by the first.
+const E2e::Daemon& daemonWithAllRows() {
+  static E2e::Daemon daemon;
+  static const bool started = [] {
+    daemon.stateIs(E2e::documentOf(E2e::fullMesh(kMembers))).start();
+    return true;
+  }();
+  static_cast<void>(started);
+  return daemon;
+}
+
+class Session {
+ public:
+  Session() {
+    static const bool initialised = [] {
+      setenv("MIBS", "", 1);
+      netsnmp_ds_set_boolean(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_DONT_PERSIST_STATE, 1);
+      init_snmp("bench");
+      return true;
+    }();
+    static_cast<void>(initialised);
+    std::string address = daemonWithAllRows().address();
+    std::string community = "public";
+    netsnmp_session settings;
+    snmp_sess_init(&settings);
+    settings.version = SNMP_VERSION_2c;
+    settings.peername = address.data();
+    settings.community = reinterpret_cast<u_char*>(community.data());
+    settings.community_len = community.size();
+    session_ = snmp_open(&settings);
+    if (session_ == nullptr) throw std::runtime_error("no session with " + address);
+  }
+  ~Session() { snmp_close(session_); }
+  Session(const Session&) = delete;
+  Session& operator=(const Session&) = delete;
+
+  // Asks for name; returns the names of the answer, whose values are all present.
+  std::vector<Oid> ask(int command, const Oid& name, long maxRepetitions = 0) {
+    netsnmp_pdu* request = snmp_pdu_create(command);
+    if (command == SNMP_MSG_GETBULK) {
+      request->non_repeaters = 0;
+      request->max_repetitions = maxRepetitions;
+    }
+    snmp_add_null_var(request, name.data(), name.size());
+    netsnmp_pdu* response = nullptr;
+    if (snmp_synch_response(session_, request, &response) != STAT_SUCCESS ||
+        response->errstat != SNMP_ERR_NOERROR) {
+      throw std::runtime_error("the agent did not answer");
+    }
+    std::vector<Oid> names;
+    for (auto* var = response->variables; var != nullptr; var = var->next_variable) {
+      if (var->type >= SNMP_NOSUCHOBJECT && var->type <= SNMP_ENDOFMIBVIEW) {
+        throw std::runtime_error("the agent has no value");
+      }
+      names.emplace_back(var->name, var->name + var->name_length);
+    }
+    snmp_free_pdu(response);
+    return names;
+  }
+
+ private:
+  netsnmp_session* session_;
+};
+
+class ScalarGets final : public Bench::Subject {
+ public:
+  void run() override {
+    for (size_t i = 0; i < kGetsPerTurn; ++i) Bench::keep(session_.ask(SNMP_MSG_GET, upTime()).size());
+  }
+
+ private:
+  Session session_;
+};
+
+// Goes on where its last turn ended; at the end of the column it starts again.
+class ColumnWalk final : public Bench::Subject {
+ public:
+  explicit ColumnWalk(long rowsPerRequest) : rowsPerRequest_(rowsPerRequest) {}
+
+  void run() override {
+    for (size_t rows = 0; rows < kRowsPerTurn;) {
+      auto names = rowsPerRequest_ == 1 ? session_.ask(SNMP_MSG_GETNEXT, at_)
+                                        : session_.ask(SNMP_MSG_GETBULK, at_, rowsPerRequest_);
+      rows += names.size();
+      bool inColumn = std::equal(stateColumn().begin(), stateColumn().end(), names.back().begin());
+      at_ = inColumn ? names.back() : stateColumn();
+    }
+  }
+
+ private:
+  const long rowsPerRequest_;
+  Session session_;
+  Oid at_ = stateColumn();
+};
+
+Bench::MakeSubject columnWalk(long rowsPerRequest) {
+  return [rowsPerRequest] { return std::make_unique<ColumnWalk>(rowsPerRequest); };
+}
+
+[[maybe_unused]] const bool registered =
+    Bench::ratio("walk/getnext_per_row/beside_scalar_get", kRowsPerTurn, columnWalk(1), kGetsPerTurn,
+                 [] { return std::make_unique<ScalarGets>(); }) &&
+    Bench::ratio("walk/getbulk_25_per_row/beside_scalar_get", kRowsPerTurn, columnWalk(25), kGetsPerTurn,
+                 [] { return std::make_unique<ScalarGets>(); });
+
+}  // namespace
