@@ -129,6 +129,9 @@ void SnmpAgent::configure() {
     setFlag(NETSNMP_DS_AGENT_ROLE);
     netsnmp_ds_set_string(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_X_SOCKET, options_.agentx.c_str());
   }
+  // SMUX, the forerunner of AgentX, would listen on TCP port 199 for whoever comes.
+  std::string without = "-smux";
+  add_to_init_list(without.data());
   // Nothing here needs names for object identifiers, and loading MIB files takes longer than all the rest.
   setenv("MIBS", "", /*overwrite=*/0);
   openState();
