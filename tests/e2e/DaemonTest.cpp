@@ -166,6 +166,15 @@ TEST(Start, ControlPathInUse_SecondEndsWith2_FirstGoesOn) {
   EXPECT_EQ(daemon.ctl({"wait", "--timeout", "5"}).status, 0);
 }
 
+TEST(Start, TwoDaemonsOnOneMachine_NeitherIsInTheOthersWay) {
+  Daemon first;
+  Daemon second;
+  first.stateIs(documentOf(kReports)).start();
+  second.stateIs(documentOf(kReports)).start();
+  EXPECT_THAT(first.errors(), IsEmpty());
+  EXPECT_THAT(second.errors(), IsEmpty());
+}
+
 TEST(Start, SocketLeftByAKilledDaemon_IsTakenOver) {
   Daemon daemon;
   daemon.stateIs(documentOf(kReports)).start();

@@ -1,0 +1,113 @@
+// The backplane interface table, whose index takes every value of 32 bits: the reply carries the row's true
+// index, a walk neither loops nor skips.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "e2e/Daemon.h"
+#include "e2e/Links.h"
+
+namespace E2e {
+namespace {
+
+using testing::HasSubstr;
+using testing::StartsWith;
+
+class LinkWalk : public testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    daemon_ = new Daemon;
+    daemon_->stateIs(documentOf(kLinks)).start();
+  }
+  static void TearDownTestSuite() {
+    delete daemon_;
+    daemon_ = nullptr;
+  }
+  static std::vector<Varbind> tree() { return treeOf(kLinks); }
+  static const Manager& manager() { return daemon_->manager(); }
+
+  static inline const Links kLinks = {{0, {0, 255}},          {1, {1, 2}},          {1001, {1, 3}},
+                                      {2147483647, {2, 1}},   {2147483648, {2, 3}}, {2147483649, {3, 1}},
+                                      {4294967294, {255, 0}}, {4294967295, {3, 2}}};
+  static inline Daemon* daemon_ = nullptr;
+};
+
+TEST_F(LinkWalk, Walk_EveryRowOnceWithItsTrueIndex) {
+  EXPECT_THAT(manager().walk(), StartsWith(walkOf(tree())));
+}
+
+TEST_F(LinkWalk, BulkWalk_IsTheSameTree) { EXPECT_THAT(manager().bulkWalk(), StartsWith(walkOf(tree()))); }
+
+TEST_F(LinkWalk, Version1_IsTheSameTree) {
+  Manager old(daemon_->address(), {"-v1", "-c", "public"});
+  EXPECT_THAT(old.walk(), StartsWith(walkOf(tree())));
+}
+
+TEST_F(LinkWalk, GetOfEveryInstance_IsItsValue) {
+  for (const Varbind& varbind : tree()) EXPECT_EQ(manager().get({varbind.name}), varbind.line());
+}
+
+TEST_F(LinkWalk, GetNextFromEveryInstance_IsTheOneBehindIt) {
+  std::vector<Varbind> all = tree();
+  for (size_t i = 0; i + 1 < all.size(); ++i) EXPECT_EQ(manager().getNext({all[i].name}), all[i + 1].line());
+}
+
+TEST_F(LinkWalk, AllInDescendingOrder_EachHasItsOwnAnswer) {
+  std::vector<Varbind> all = tree();
+  std::reverse(all.begin(), all.end());
+  Names names;
+  for (const Varbind& varbind : all) names.push_back(varbind.name);
+  EXPECT_EQ(manager().get(names), walkOf(all));
+
+  std::vector<Varbind> successors(all.begin(), all.end() - 1);
+  EXPECT_EQ(manager().getNext({names.begin() + 1, names.end()}), walkOf(successors));
+}
+
+TEST_F(LinkWalk, GetNextFromAbsentIndexes_IsTheNextGreaterRow) {
+  EXPECT_EQ(manager().getNext(
+                {"baif.2", "baif.2.2", "baif.2.2147483646", "baif.2.2147483650", "baif.2.4294967293"}),
+            "baif.2.0 = INTEGER: 0\nbaif.2.1001 = INTEGER: 1\nbaif.2.2147483647 = INTEGER: 2\n"
+            "baif.2.4294967294 = INTEGER: 255\nbaif.2.4294967294 = INTEGER: 255\n");
+}
+
+TEST_F(LinkWalk, GetNextFromOverLongIndexes_IsTheRowBehind) {
+  EXPECT_EQ(manager().getNext({"baif.2.0.0", "baif.2.2147483648.7", "baif.2.4294967295.0"}),
+            "baif.2.1 = INTEGER: 1\nbaif.2.2147483649 = INTEGER: 3\nbaif.3.0 = INTEGER: 255\n");
+}
+
+TEST_F(LinkWalk, GetBulkOverTheLastIndexes_GoesOnInTheNextColumn) {
+  EXPECT_EQ(manager().getBulk(0, 4, {"baif.2.2147483649"}),
+            "baif.2.4294967294 = INTEGER: 255\nbaif.2.4294967295 = INTEGER: 3\n"
+            "baif.3.0 = INTEGER: 255\nbaif.3.1 = INTEGER: 2\n");
+}
+
+TEST_F(LinkWalk, GetOfAbsentIndexes_NoSuchInstance) {
+  for (const char* name : {"baif.2.2", "baif.2.2147483650", "baif.3.4294967293", "baif.2", "baif.2.0.0"}) {
+    EXPECT_THAT(manager().get({name}), HasSubstr(" = No Such Instance")) << name;
+  }
+}
+
+TEST(LinkChanges, RowVanishesBetweenTwoSteps_WalkGoesOnAtTheNextGreaterIndex) {
+  Links links = {{5, {1, 2}}, {2147483648, {1, 3}}, {4294967295, {1, 4}}};
+  Daemon daemon;
+  daemon.stateIs(documentOf(links)).start();
+  ASSERT_EQ(daemon.manager().getNext({"baif.3.5"}), "baif.3.2147483648 = INTEGER: 3\n");
+  links.erase(2147483648);
+  daemon.dir().replace(Daemon::kStateName, documentOf(links));
+  ASSERT_TRUE(Support::waitUntil([&] {
+    return daemon.manager().get({"baif.3.2147483648"}).find("No Such Instance") != std::string::npos;
+  }));
+  EXPECT_EQ(daemon.manager().getNext({"baif.3.2147483648"}), "baif.3.4294967295 = INTEGER: 4\n");
+}
+
+TEST(LinkChanges, InterfaceGetsAnotherIndex_RowMoves) {
+  Daemon daemon;
+  daemon.stateIs(documentOf(Links{{5, {1, 2}}, {6, {2, 1}}})).start();
+  Links moved = {{6, {2, 1}}, {2147483648, {1, 2}}};
+  daemon.dir().replace(Daemon::kStateName, documentOf(moved));
+  EXPECT_TRUE(Support::waitUntil([&] { return daemon.manager().walk().starts_with(walkOf(treeOf(moved))); }));
+}
+
+}  // namespace
+}  // namespace E2e

@@ -1,0 +1,31 @@
+#include "e2e/Links.h"
+
+#include <fmt/format.h>
+
+#include <nlohmann/json.hpp>
+
+namespace E2e {
+
+std::string documentOf(const Links& links) {
+  nlohmann::ordered_json document = {{"sysname", "e2e"}};
+  for (const auto& [ifIndex, members] : links) {
+    std::string interface = fmt::format("Backplane{}/{}", members.first, members.second);
+    document["interfaces"][interface] = {{"ifIndex", ifIndex}};
+    document["topology"][std::to_string(members.first)][std::to_string(members.second)] = {
+        {"intf", interface}};
+  }
+  return document.dump(1);
+}
+
+std::vector<Varbind> treeOf(const Links& links) {
+  std::vector<Varbind> tree;
+  for (int column : {2, 3}) {
+    for (const auto& [ifIndex, members] : links) {
+      int member = column == 2 ? members.first : members.second;
+      tree.push_back({fmt::format("baif.{}.{}", column, ifIndex), fmt::format("INTEGER: {}", member)});
+    }
+  }
+  return tree;
+}
+
+}  // namespace E2e

@@ -1,0 +1,21 @@
+// How the members of a cluster are wired: as the document that an agent is given, and as the answers that a
+// manager expects of the backplane interface table.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "e2e/Reports.h"
+
+namespace E2e {
+
+// ifIndex to the member at this end and the member at the far end.
+using Links = std::map<uint32_t, Pair>;
+
+std::string documentOf(const Links& links);
+// In walk order, "baif.2.1001 = INTEGER: 1".
+std::vector<Varbind> treeOf(const Links& links);
+
+}  // namespace E2e
