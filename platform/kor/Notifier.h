@@ -81,7 +81,6 @@ class Notifier {
   Notifier& operator=(const Notifier&) = delete;
   ~Notifier() {
     std::shared_ptr<State> state = std::move(state_);
-    state->alive = false;
     for (const auto& slot : state->slots) slot->leave();
   }
 
@@ -137,12 +136,11 @@ class Notifier {
   struct State {
     std::vector<std::shared_ptr<Slot>> slots;
     Delivery* current = nullptr;
-    bool alive = true;
   };
 
   static void deliver(State& state, Delivery& delivery) {
     if (delivery.outer != nullptr) deliver(state, *delivery.outer);
-    while (state.alive && delivery.next < delivery.count) {
+    while (delivery.next < delivery.count) {
       std::shared_ptr<Slot> slot = state.slots[delivery.next++];
       if (!slot->active()) continue;
       try {

@@ -108,6 +108,19 @@ TEST_F(NotifierTest, LeavingItselfWithin_FinishesTheCallAndHearsNoMore) {
   EXPECT_EQ(held->useCount(), 1u);
 }
 
+TEST_F(NotifierTest, OneLeavesAndAnotherSubscribesWithin_NobodyIsPassedOver) {
+  Kor::Subscription x = logging("x");
+  Kor::Subscription late;
+  Kor::Subscription a = logging("a", [&](int) {
+    x.reset();
+    late = logging("late");
+  });
+  Kor::Subscription b = logging("b");
+  Kor::Subscription c = logging("c");
+  changes_->notify(1);
+  EXPECT_EQ(log_, "x1 a1 b1 c1 ");
+}
+
 TEST_F(NotifierTest, WhatACallbackHolds_IsReleasedWhenItLeaves) {
   Zavro::Ptr<Held> held = Zavro::makePtr<Held>();
   Kor::Subscription a = changes_->subscribe([held](int) {});
@@ -120,6 +133,17 @@ TEST_F(NotifierTest, WhatACallbackHolds_IsReleasedWithTheNotifier) {
   Zavro::Ptr<Held> held = Zavro::makePtr<Held>();
   Kor::Subscription a = changes_->subscribe([held](int) {});
   changes_.reset();
+  EXPECT_EQ(held->useCount(), 1u);
+}
+
+TEST_F(NotifierTest, WhatACallbackHolds_IsReleasedAfterItDestroyedTheNotifier) {
+  Zavro::Ptr<Held> held = Zavro::makePtr<Held>();
+  Kor::Subscription a = changes_->subscribe([&, held](int) {
+    changes_.reset();
+    log_ += std::to_string(held->useCount());
+  });
+  changes_->notify(1);
+  EXPECT_EQ(log_, "2");
   EXPECT_EQ(held->useCount(), 1u);
 }
 
