@@ -1,55 +1,8 @@
 // What the backplane interface table holds as links and interface indexes come, move and go.
-#include <gtest/gtest.h>
-
-#include "IfTableWorld.h"
-#include "support/TraceLog.h"
+#include "IfTableFixture.h"
 
 namespace TrelSnmp::Agent {
 namespace {
-
-using Lines = std::vector<std::string>;
-
-std::string line(int level, const std::string& text) {
-  return fmt::format("TrelSnmpIfTableSm/{} {}", level, text);
-}
-
-const std::string kFlattening =
-    "foreach( [ ( if ( _oldValueOpt6 != _newValueOpt7 ) then _oldValueOpt6 else None, false ), ( "
-    "_newValueOpt7, true "
-    ") ] ) flattening 2 elements";
-const std::string kNoValue = "filter( _valueOpt8 ) failed, terminating pipeline";
-const std::string kNotOwned =
-    "filter( ( doInsert || ( ( old && ( ( *old ).localMemberId == U32( localMemberId.id ) ) ) && ( ( *old "
-    ").remoteMemberId == U32( remoteMemberId.id ) ) ) ) ) failed, terminating pipeline";
-
-std::string topoElement(int local, int remote) {
-  return fmt::format(
-      "topoConfigStream = from( topologyConfig.topoConfig[].neighbor[] ): localMemberId={} "
-      "remoteMemberId={}",
-      local, remote);
-}
-std::string merged(int local, int remote) {
-  return fmt::format(
-      "trelIfTableStream = merge( topoConfigStream, ifMibIfIndexStream ): localMemberId={} "
-      "remoteMemberId={}",
-      local, remote);
-}
-
-class IfTablePipeline : public testing::Test {
- protected:
-  void SetUp() override {
-    subscription = world.mib->publisher().subscribe([this](const TrelMib::Change& change) {
-      published += fmt::format("{}{} ", change.entry ? '+' : '-', std::get<uint32_t>(change.key));
-    });
-  }
-  // What was published since the last call.
-  std::string takePublished() { return std::exchange(published, ""); }
-
-  TraceLog traces{"TrelSnmpIfTableSm"};
-  IfTableWorld world;
-  std::string published;
-  Kor::Subscription subscription;
-};
 
 TEST_F(IfTablePipeline, LinkWithAnIndex_OneRow) {
   world.wires(1, 2, "Backplane1/2");
@@ -201,51 +154,6 @@ TEST_F(IfTablePipeline, MemberReplacedAlike_RowsAreNotTouched) {
   EXPECT_EQ(takePublished(), "");
 }
 
-TEST_F(IfTablePipeline, ManyChangesOfOneLink_AreProcessedOnce) {
-  world.wires(1, 2, "Backplane1/2");
-  world.indexIs("Backplane1/2", 10);
-  world.startAndDrain();
-  traces.clear();
-  uint64_t workBefore = world.sm->topoConfigStreamCodef().task()->workCount();
-  for (int i = 0; i < 1000; ++i) world.wires(1, 2, i % 2 != 0 ? "Backplane1/2" : "Backplane1/8");
-  EXPECT_EQ(world.sm->topoConfigStreamCodef().size(), 1U);
-  world.scheduler.drain();
-  EXPECT_EQ(traces.count(line(7, topoElement(1, 2))), 1U);
-  EXPECT_EQ(world.sm->topoConfigStreamCodef().task()->workCount(), workBefore + 1);
-  EXPECT_EQ(world.sm->topoConfigStreamCodef().task()->workPending(), 0U);
-  EXPECT_EQ(world.rows(), "[ 10=(1,2) ]");
-}
-
-TEST_F(IfTablePipeline, BacklogIsWorkedOffInSlices_AndReportsWhatIsLeft) {
-  world.joins(1);
-  world.startAndDrain();
-  for (uint8_t remote = 2; remote < 6; ++remote) world.wires(1, remote, "Backplane1/2");
-  const auto& task = world.sm->topoConfigStreamCodef().task();
-  uint64_t workBefore = task->workCount();
-  EXPECT_FALSE(world.sm->idle());
-  ASSERT_TRUE(world.scheduler.step());
-  EXPECT_EQ(task->workCount(), workBefore + 1);
-  EXPECT_EQ(task->workPending(), 3U);
-  EXPECT_EQ(Kor::attribute(*world.sm, "topoConfigStreamCodefBookmark"), "Optional( (local=1, remote=2) )");
-  EXPECT_FALSE(world.sm->topoConfigStreamCodef().idle());
-  world.scheduler.drain();
-  EXPECT_EQ(task->workCount(), workBefore + 4);
-  EXPECT_TRUE(world.sm->topoConfigStreamCodef().idle());
-  EXPECT_TRUE(world.sm->idle());
-}
-
-TEST_F(IfTablePipeline, KeyThatKeepsChanging_LetsTheOthersHaveTheirTurn) {
-  world.joins(1);
-  world.startAndDrain();
-  for (uint8_t remote = 2; remote < 6; ++remote) world.wires(1, remote, "Backplane1/2");
-  world.indexIs("Backplane1/2", 10);
-  for (int i = 0; i < 8; ++i) {
-    world.wires(1, 2, "Backplane1/2");
-    world.scheduler.step();
-  }
-  EXPECT_LE(world.sm->topoConfigStreamCodef().size(), 1U);
-}
-
 TEST_F(IfTablePipeline, TopologyChange_GoldenTrace) {
   world.indexIs("Backplane1/2", 10);
   world.joins(1);
@@ -294,62 +202,6 @@ TEST_F(IfTablePipeline, IndexChange_GoldenTrace) {
                   "pipeline")}));
 }
 
-TEST_F(IfTablePipeline, InitialScan_WaitsForBothStreams) {
-  world.wires(1, 2, "Backplane1/2");
-  world.indexIs("Backplane1/2", 10);
-  world.start();
-  traces.clear();
-  ASSERT_TRUE(world.scheduler.step());
-  EXPECT_EQ(
-      traces.lines(),
-      (Lines{line(8, "1"), line(8, "2"), line(9, "TopoConfigSm1 initial scan, and parent scan, complete."),
-             line(9, "TopologyConfigSm0 initial scan, and parent scan, complete."),
-             line(9, "handleTopoConfigStreamCodefInputReady"),
-             line(9, "Inputs for topoConfigStreamCodef ready"), line(9, " ifMibIfIndexStream scan is false"),
-             line(9, "Initial scan yielding for child SM TrelSnmpIfTableSm.")}));
-  EXPECT_FALSE(world.sm->initialScanDone());
-  traces.clear();
-  ASSERT_TRUE(world.scheduler.step());
-  EXPECT_TRUE(world.sm->initialScanDone());
-  EXPECT_TRUE(
-      traces.contains(line(9, "Initial scan done for child SMs. Now scanning with events triggered.")));
-  EXPECT_EQ(world.rows(), "[ ]");
-  world.scheduler.drain();
-  EXPECT_EQ(world.rows(), "[ 10=(1,2) ]");
-  EXPECT_TRUE(traces.contains(line(9, "Inputs for ifMibIfIndexStreamCodef ready")));
-}
-
-TEST_F(IfTablePipeline, Generations_StepInTwosAndMeet) {
-  world.wires(1, 2, "Backplane1/2");
-  world.start();
-  const auto& stream = world.sm->topoConfigStreamCodef();
-  size_t announced = 0;
-  auto progress = stream.subscribeProgress([&] { ++announced; });
-  EXPECT_EQ(stream.doneGen(), 0U);
-  EXPECT_FALSE(stream.idle());
-  world.scheduler.drain();
-  EXPECT_GE(stream.generation(), 2U);
-  EXPECT_EQ(stream.generation() % 2, 0U);
-  EXPECT_EQ(stream.generation(), stream.doneGen());
-  EXPECT_TRUE(stream.idle());
-  EXPECT_GE(announced, 3U);
-  EXPECT_TRUE(world.sm->ifMibIfIndexStreamCodef().caughtUp());
-}
-
-TEST_F(IfTablePipeline, InputReadyAgain_AnnouncesADoneGenerationOnce) {
-  world.startAndDrain();
-  const auto& stream = world.sm->topoConfigStreamCodef();
-  uint64_t generation = stream.generation();
-  size_t announced = 0;
-  auto progress = stream.subscribeProgress([&] { ++announced; });
-  Kor::invoke(*world.sm, "handleTopoConfigStreamCodefInputReady");
-  Kor::invoke(*world.sm, "handleTopoConfigStreamCodefInputReady");
-  EXPECT_EQ(stream.doneGen(), generation + 2);
-  EXPECT_EQ(announced, 1U);
-  world.scheduler.drain();
-  EXPECT_EQ(stream.generation(), generation + 2);
-}
-
 TEST_F(IfTablePipeline, Synchronous_EverythingHappensAtOnce) {
   world.wires(1, 2, "Backplane1/2");
   world.indexIs("Backplane1/2", 10);
@@ -383,7 +235,9 @@ TEST_F(IfTablePipeline, Synchronous_ChangeInsideItsOwnWrite_NewerIndexStands) {
 }
 
 // What used to go wrong: between the old child's end and the new one's start nobody listened to the new
+
 // topology.
+
 TEST_F(IfTablePipeline, Synchronous_ReplacedTopologyChangesWhileOldPairsAreWithdrawn_NothingIsMissed) {
   world.wires(1, 2, "Backplane1/2");
   world.indexIs("Backplane1/2", 10);
@@ -418,21 +272,8 @@ TEST_F(IfTablePipeline, Restart_LiveRowsAreNeverMissingAndStaleOnesGo) {
   EXPECT_EQ(takePublished(), "-20 +20 -15 ");
 }
 
-TEST_F(IfTablePipeline, ReadyOnlyWhenBothBacklogsAreWorkedOff) {
-  world.mib->trelIfTableIs(10, 1, 2);
-  world.wires(1, 2, "Backplane1/2");
-  world.indexIs("Backplane1/2", 10);
-  world.start();
-  world.scheduler.drain([&] {
-    bool caughtUp =
-        world.sm->topoConfigStreamCodef().caughtUp() && world.sm->ifMibIfIndexStreamCodef().caughtUp();
-    EXPECT_TRUE(!world.sm->ready() || caughtUp);
-    EXPECT_EQ(world.rows(), "[ 10=(1,2) ]");
-  });
-  EXPECT_TRUE(world.sm->ready());
-}
-
 // An index moves from pair to pair while a manager walks: no step of the walk may loop or report a key twice.
+
 TEST_F(IfTablePipeline, MovingIndexes_DisturbNoWalk) {
   for (uint8_t remote = 2; remote < 12; ++remote) {
     world.wires(1, remote, fmt::format("Backplane1/{}", remote));
@@ -451,43 +292,6 @@ TEST_F(IfTablePipeline, MovingIndexes_DisturbNoWalk) {
     EXPECT_TRUE(std::is_sorted(visited.begin(), visited.end(), std::less_equal<>())) << round;
     world.scheduler.drain();
   }
-}
-
-TEST_F(IfTablePipeline, Tasks_HaveTheirNames) {
-  world.start();
-  std::set<std::string> names;
-  for (const Vem::Task* task : world.scheduler.get()->tasks()) names.insert(task->name());
-  EXPECT_EQ(names, (std::set<std::string>{
-                       "TrelSnmp::Agent::TrelSnmpIfTableSm-IfMibSm2InputScanTask1",
-                       "TrelSnmp::Agent::TrelSnmpIfTableSm-TopologyConfigSm0InputScanTask0",
-                       "TrelSnmpIfTableSm-ifMibIfIndexStreamTask", "TrelSnmpIfTableSm-topoConfigStreamTask",
-                       "TrelSnmpIfTableSm-trelMibTrelIfTableOutputTask"}));
-}
-
-TEST_F(IfTablePipeline, DroppedWithABacklog_EndsCleanly) {
-  world.wires(1, 2, "Backplane1/2");
-  world.indexIs("Backplane1/2", 10);
-  world.startAndDrain();
-  world.indexIs("Backplane1/2", 12);
-  world.sm.reset();
-  EXPECT_FALSE(world.scheduler.step());
-  EXPECT_EQ(world.topology->useCount(), 1U);
-  EXPECT_EQ(world.ifMib->useCount(), 1U);
-  EXPECT_EQ(world.ifMib->ifIndexByIntfId().subscribers(), 0U);
-}
-
-TEST_F(IfTablePipeline, InactivePipeline_LetsItsBacklogRest) {
-  world.wires(1, 2, "Backplane1/2");
-  world.indexIs("Backplane1/2", 10);
-  world.startAndDrain();
-  world.indexIs("Backplane1/2", 12);
-  world.sm->hasNotificationActiveIs(false);
-  world.scheduler.drain();
-  EXPECT_EQ(world.rows(), "[ 10=(1,2) ]");
-  world.indexIs("Backplane1/2", 14);
-  world.sm->hasNotificationActiveIs(true);
-  world.scheduler.drain();
-  EXPECT_EQ(world.rows(), "[ 14=(1,2) ]");
 }
 
 using IfTablePipelineDeath = IfTablePipeline;

@@ -226,4 +226,19 @@ TEST(CollectionLifetimeTest, ValueWhoseEndChangesTheCollection_DoesSoAfterItsOwn
   EXPECT_TRUE(values.empty());
 }
 
+TEST(CollectionCursorTest, Value_IsTheOneUnderTheKeyNow) {
+  Kor::Collection<int, std::string> collection;
+  collection.set(1, "a");
+  collection.set(2, "b");
+  auto at = collection.begin();
+  ASSERT_NE(at.value(), nullptr);
+  EXPECT_EQ(*at.value(), "a");
+  collection.set(1, "c");
+  EXPECT_EQ(*at.value(), "c");
+  collection.del(1);
+  EXPECT_EQ(at.value(), nullptr);
+  at.next();
+  EXPECT_EQ(*at.value(), "b");
+}
+
 }  // namespace
