@@ -4,10 +4,10 @@
 #include <rapidcheck.h>
 
 #include <cstdio>
-#include <cstdlib>
 #include <deque>
 
 #include "IfTableWorld.h"
+#include "PropertyRuns.h"
 
 namespace TrelSnmp::Agent {
 namespace {
@@ -277,8 +277,6 @@ void tableEqualsModel(Rules rules) {
   if (model) RC_ASSERT(run.world().rows() == model->rows());
   if (!rules.contended) RC_ASSERT(run.world().rows() == rowsByDefinition(run.world()));
 }
-
-[[maybe_unused]] const int runs = setenv("RC_PARAMS", "max_success=10000", /*overwrite=*/0);
 
 TEST(IfTablePropertyTest, LinksWithInterfacesOfTheirOwn_TableEqualsItsDefinition) {
   EXPECT_TRUE(rc::check("asynchronous, restarts", [] {

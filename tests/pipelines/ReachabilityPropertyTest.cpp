@@ -2,9 +2,9 @@
 #include <gtest/gtest.h>
 #include <rapidcheck.h>
 
-#include <cstdlib>
 #include <deque>
 
+#include "PropertyRuns.h"
 #include "ReachabilityWorld.h"
 
 namespace TrelSnmp::Agent {
@@ -185,9 +185,6 @@ void tableEqualsInputs(Rvx::Mode mode) {
   RC_ASSERT(run.world().sm->ready());
   RC_ASSERT(run.world().sm->idle());
 }
-
-// RapidCheck takes the number of runs and a seed from the environment; what is set there already stands.
-[[maybe_unused]] const int runs = setenv("RC_PARAMS", "max_success=10000", /*overwrite=*/0);
 
 TEST(ReachabilityPropertyTest, AnyChangesAtAnyYield_TableEqualsWhatInputsImply) {
   EXPECT_TRUE(rc::check("asynchronous", [] { tableEqualsInputs(Rvx::Mode::asynchronous); }));

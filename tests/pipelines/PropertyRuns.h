@@ -1,0 +1,13 @@
+// How many runs a property is given: ten thousand, fewer where a sanitizer makes each run several times as
+// dear. RapidCheck takes the number and the seed from the environment (RC_PARAMS); what is set there stands.
+#pragma once
+
+#include <cstdlib>
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+inline constexpr const char* kPropertyRuns = "max_success=1000";
+#else
+inline constexpr const char* kPropertyRuns = "max_success=10000";
+#endif
+
+[[maybe_unused]] inline const int propertyRuns = setenv("RC_PARAMS", kPropertyRuns, /*overwrite=*/0);
