@@ -64,12 +64,13 @@ Json tablesOf(const TrelSnmp::TrelMib& mib) {
 bool serving(const SnmpAgent& snmp, const Cluster& cluster) { return snmp.connected() && cluster.complete(); }
 
 std::unique_ptr<Reply> statusReport(const StatusInputs& inputs) {
+  uint64_t uptimeMs = inputs.uptimeNs / 1'000'000;
   Json answer{{"ok", true},
               {"daemon", "trelsnmpd"},
               {"version", TREL_VERSION},
               {"member", inputs.member},
               {"time", utcTime(inputs.nowUtcNs)},
-              {"uptimeSeconds", static_cast<double>(inputs.uptimeNs / 1'000'000) / 1000},
+              {"uptimeSeconds", static_cast<double>(uptimeMs) / 1000},
               {"mode", inputs.snmp.subagent() ? "agentx" : "standalone"},
               {"address", inputs.snmp.address()},
               {"connected", inputs.snmp.connected()},

@@ -29,7 +29,10 @@ class Watch final : public Kelstore::Io::Activity {
         name_(std::filesystem::path(path).filename()),
         changed_(std::move(changed)),
         poll_([&](uv_fs_poll_t* poll) { return uv_fs_poll_init(loop.uv(), poll); }),
-        rearm_(loop, [this] { watchDirectory(); }) {
+        rearm_(loop, [this] {
+          // In another directory there is another file, whatever was noticed of the exchange.
+          if (watchDirectory()) changed_();
+        }) {
     if (directory_.empty()) directory_ = ".";
     poll_->data = this;
     uv_fs_poll_start(
@@ -48,18 +51,20 @@ class Watch final : public Kelstore::Io::Activity {
     if (file == nullptr || watch->name_ == file) watch->changed_();
   }
 
-  // The directory may come, go and be replaced: it is watched as what stands there now.
-  void watchDirectory() {
+  // The directory may come, go and be replaced: it is watched as what stands there now. Returns whether it is
+  // another than before.
+  bool watchDirectory() {
     struct stat now {};
     bool there = ::stat(directory_.c_str(), &now) == 0;
     ino_t inode = there ? now.st_ino : 0;
-    if (inode == inode_) return;
+    if (inode == inode_) return false;
     inode_ = inode;
     event_.reset();
-    if (!there) return;
+    if (!there) return true;
     event_.emplace([this](uv_fs_event_t* event) { return uv_fs_event_init(loop_.uv(), event); });
     event_->get()->data = this;
     if (uv_fs_event_start(event_->get(), directoryChanged, directory_.c_str(), 0) != 0) event_.reset();
+    return true;
   }
 
   EventLoop& loop_;
