@@ -39,6 +39,9 @@ function(trel_room name)
   target_link_libraries(${name} PUBLIC ${ROOM_USES} PRIVATE ${ROOM_PRIVATE_USES})
 endfunction()
 
+# Builds every test program that is labelled unit.
+add_custom_target(unit-tests)
+
 # trel_test(NAME SOURCES file... [USES target...] [LABEL unit|e2e] [TIMEOUT seconds])
 # One GoogleTest program and one ctest entry.
 function(trel_test name)
@@ -53,5 +56,8 @@ function(trel_test name)
   target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}/tests")
   target_link_libraries(${name} PRIVATE ${T_USES} GTest::gmock GTest::gtest_main)
   add_test(NAME ${name} COMMAND ${name} --gtest_brief=1)
+  if(T_LABEL STREQUAL unit)
+    add_dependencies(unit-tests ${name})
+  endif()
   set_tests_properties(${name} PROPERTIES LABELS ${T_LABEL} TIMEOUT ${T_TIMEOUT})
 endfunction()
