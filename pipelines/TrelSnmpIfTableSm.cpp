@@ -24,6 +24,8 @@
 // two pairs produce one index, the one that is processed later has the row.
 #include "TrelSnmpIfTableSm.h"
 
+#include <map>
+
 namespace TrelSnmp::Agent {
 namespace {
 
@@ -230,6 +232,21 @@ TrelSnmpIfTableSm::TrelSnmpIfTableSm(Zavro::Ptr<const Trel::TopologyConfig> topo
                           [this](const auto& key) { processOneIfMibIfIndexStreamElem(key); }),
       output_(*this, trelMib_, {kTopoConfigStream, kIfMibIfIndexStream}) {
   start();
+}
+
+TrelSnmpIfTableSm::~TrelSnmpIfTableSm() {
+  stop();
+  if (ownsRows()) withdrawRows();
+}
+
+// Deletes every row that names the pair which produced it, as the cache has it: the inputs are still there,
+// so processing the pairs again would leave the rows where they are.
+void TrelSnmpIfTableSm::withdrawRows() {
+  std::map<MemberIdPair, uint32_t> produced(cacheAttr0_.begin(), cacheAttr0_.end());
+  for (const auto& [pair, ifIndex] : produced) {
+    const TrelIfEntry* row = trelMib_->trelIfTable().find(ifIndex);
+    if (row != nullptr && IfRows::same(*row, {pair.firstId(), pair.secondId()})) output_.del(ifIndex);
+  }
 }
 
 std::vector<Pipeline::PointerArgument> TrelSnmpIfTableSm::pointerArguments() const {

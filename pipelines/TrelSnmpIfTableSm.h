@@ -55,7 +55,7 @@ class TrelSnmpIfTableSm final : public Pipeline {
   TrelSnmpIfTableSm(Zavro::Ptr<const Trel::TopologyConfig> topologyConfig,
                     Zavro::Ptr<const IntfSnmp::IfMib> ifMib, Zavro::Ptr<TrelMib> trelMib,
                     const Rvx::SmControl& control);
-  ~TrelSnmpIfTableSm() override { stop(); }
+  ~TrelSnmpIfTableSm() override;
 
   const Zavro::Ptr<const Trel::TopologyConfig>& topologyConfig() const { return topologyConfig_; }
   const Zavro::Ptr<const IntfSnmp::IfMib>& ifMib() const { return ifMib_; }
@@ -84,6 +84,7 @@ class TrelSnmpIfTableSm final : public Pipeline {
 
   using PairEvent = UnderWay<MemberIdPair>::Event;
 
+  void withdrawRows();
   std::optional<uint32_t> producedIndex(Trel::MemberId local, Trel::MemberId remote) const;
   std::optional<uint32_t> exchangeCached(const MemberIdPair& pair, const std::optional<uint32_t>& ifIndex);
   void intoTrelIfTable(const std::optional<uint32_t>& ifIndex, bool doInsert, const MemberIdPair& pair,

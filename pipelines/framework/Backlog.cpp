@@ -19,7 +19,8 @@ void BacklogBase::makeTask() {
 
 void BacklogBase::activeIs(bool active) {
   active_ = active;
-  if (active_ && size() != 0) scheduleWork();
+  // Also without keys: a run that came while inactive may have left the generations apart.
+  if (active_ && task_ && (size() != 0 || generation_ != doneGen_)) task_->scheduleTask();
 }
 
 void BacklogBase::handleInputReady() {

@@ -48,6 +48,7 @@ class BacklogBase {
 
  protected:
   Pipeline& root() const { return root_; }
+  bool active() const { return active_; }
   void scheduleWork();
   // Works off one key; only while size() is not 0.
   virtual void workOffOne() = 0;
@@ -79,7 +80,7 @@ class Backlog final : public BacklogBase {
 
   void event(const Key& key) {
     if (root().synchronous()) {
-      processOne_(key);
+      if (active()) processOne_(key);  // a pipeline that ends writes no more
       return;
     }
     keys_.insert(key);

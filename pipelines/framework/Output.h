@@ -140,6 +140,7 @@ class Output final : public OutputBase {
       }
       if (!seen_.contains(row.key())) {
         Rows::del(*mib_, row.key());
+        if (!root().ownsRows()) return false;  // a successor took over within the deletion
         ++deletions;
       }
       ++items;

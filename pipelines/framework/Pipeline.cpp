@@ -28,6 +28,16 @@ Pipeline::~Pipeline() {
   if (inputSmScanState_) inputSmScanState_->handleIdle = [] {};
 }
 
+void Pipeline::start() {
+  try {
+    handleInitialized();
+  } catch (...) {
+    ownsRows_ = false;  // whoever had the rows before keeps them
+    stop();
+    throw;
+  }
+}
+
 void Pipeline::handleInitialized() {
   if (initialized_) return;
   resolveControl();

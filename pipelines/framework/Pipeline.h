@@ -96,7 +96,7 @@ class Pipeline : public Zavro::Node {
   Pipeline(const Lumalog::Handle& traceHandle, const Rvx::SmControl& control,
            std::vector<std::string> streams);
 
-  void start() { handleInitialized(); }
+  void start();
   void stop();
   // Backlogs and outputs announce themselves as they are constructed, in the order of their declaration.
   friend class BacklogBase;

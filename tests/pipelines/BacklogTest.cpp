@@ -139,6 +139,7 @@ TEST_F(Backlogs, DroppedWithABacklog_EndsCleanly) {
   world.startAndDrain();
   world.indexIs("Backplane1/2", 12);
   world.sm.reset();
+  EXPECT_EQ(world.rows(), "[ ]");
   EXPECT_FALSE(world.scheduler.step());
   EXPECT_EQ(world.topology->useCount(), 1U);
   EXPECT_EQ(world.ifMib->useCount(), 1U);
@@ -157,6 +158,40 @@ TEST_F(Backlogs, InactivePipeline_LetsItsBacklogRest) {
   world.sm->hasNotificationActiveIs(true);
   world.scheduler.drain();
   EXPECT_EQ(world.rows(), "[ 14=(1,2) ]");
+}
+
+// What used to go wrong: the task's run was used up while the pipeline was inactive, and it was never ready.
+TEST_F(Backlogs, TaskRanWhileInactive_PipelineStillBecomesReady) {
+  world.mib->trelIfTableIs(15, 7, 8);
+  world.start();
+  while (world.sm->topoConfigStreamCodef().doneGen() == 0) ASSERT_TRUE(world.scheduler.step());
+  world.sm->hasNotificationActiveIs(false);
+  world.scheduler.drain();
+  world.sm->hasNotificationActiveIs(true);
+  world.scheduler.drain();
+  EXPECT_TRUE(world.sm->ready());
+  EXPECT_EQ(world.rows(), "[ ]");
+}
+
+TEST_F(Backlogs, SynchronousPipelineDropped_ItsRowsGoWithoutAnyBeingWritten) {
+  world.wires(1, 2, "Backplane1/2");
+  world.wires(2, 1, "Backplane2/1");
+  world.indexIs("Backplane1/2", 10);
+  world.indexIs("Backplane2/1", 10);
+  world.start(Rvx::Mode::synchronous);
+  takePublished();
+  world.sm.reset();
+  EXPECT_EQ(takePublished(), "-10 ");
+  EXPECT_EQ(world.rows(), "[ ]");
+}
+
+TEST_F(Backlogs, SubscriberThrowsDuringConstruction_ExceptionLeavesAndTheProcessLives) {
+  world.wires(1, 2, "Backplane1/2");
+  world.indexIs("Backplane1/2", 10);
+  auto throwing =
+      world.mib->publisher().subscribe([](const TrelMib::Change&) { throw std::runtime_error("no"); });
+  EXPECT_THROW(world.makePipeline(Rvx::Mode::synchronous), std::runtime_error);
+  EXPECT_EQ(world.topology->topoConfig().subscribers(), 0U);
 }
 
 }  // namespace
