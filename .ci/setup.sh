@@ -42,7 +42,7 @@ asRoot() {
 needPackages() {
   command -v apt-get >/dev/null || fail "needs a Debian system (found no apt-get)"
   local installed missing=() package
-  installed=" $(dpkg-query -W -f='${binary:Package}=${db:Status-Status} ' "$@" 2>/dev/null | tr '\n' ' ') "
+  installed=" $(dpkg-query -W -f='${binary:Package}=${db:Status-Status} ' "$@" 2>/dev/null || true) "
   for package in "$@"; do
     [[ $installed =~ \ "$package"(:[a-z0-9]+)?=installed\  ]] || missing+=("$package")
   done
