@@ -16,60 +16,9 @@
 #include <utility>
 #include <vector>
 
+#include "kor/Subscription.h"
+
 namespace Kor {
-
-// One subscriber's place in the list of a notifier.
-class SubscriberSlot {
- public:
-  virtual ~SubscriberSlot() = default;
-  bool active() const { return active_; }
-  // Not called any more. What the callback holds is released at once, or when the callback returns.
-  void leave() {
-    active_ = false;
-    if (running_ == 0) drop();
-  }
-
- protected:
-  // One for each call of the callback that is under way.
-  class Running {
-   public:
-    explicit Running(SubscriberSlot& slot) : slot_(slot) { ++slot_.running_; }
-    ~Running() {
-      if (--slot_.running_ == 0 && !slot_.active_) slot_.drop();
-    }
-    Running(const Running&) = delete;
-    Running& operator=(const Running&) = delete;
-
-   private:
-    SubscriberSlot& slot_;
-  };
-  virtual void drop() = 0;
-
- private:
-  bool active_ = true;
-  int running_ = 0;
-};
-
-// Unsubscribes when it is destroyed. May outlive what it subscribes to.
-class Subscription {
- public:
-  Subscription() = default;
-  explicit Subscription(std::shared_ptr<SubscriberSlot> slot) : slot_(std::move(slot)) {}
-  Subscription(Subscription&&) noexcept = default;
-  Subscription& operator=(Subscription&& other) noexcept {
-    if (this != &other) Subscription(std::move(other)).slot_.swap(slot_);
-    return *this;
-  }
-  ~Subscription() { reset(); }
-
-  void reset() {
-    if (auto slot = std::move(slot_)) slot->leave();
-  }
-  explicit operator bool() const { return slot_ != nullptr; }
-
- private:
-  std::shared_ptr<SubscriberSlot> slot_;
-};
 
 template <class... Args>
 class Notifier {
