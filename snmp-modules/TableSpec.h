@@ -35,7 +35,7 @@ struct Column {
   Convert convert;        // bytes written, or a negative number
   int capacity = kBufferSize;
   LengthFits lengthFits = nullptr;  // refuses a length that the conversion returned; null takes every length
-  bool writable = false;            // by its MIB definition; a SET is refused all the same
+  bool writable = false;            // where the object comes from; here a SET is refused in its own words
 
   // The column whose value is Source (a member function or a lambda without captures) put through Conversion.
   template <class Conversion, auto Source>

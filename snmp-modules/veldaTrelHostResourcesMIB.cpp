@@ -1,0 +1,159 @@
+// How every member's host is doing: the quantities of HOST-RESOURCES-MIB (RFC 2790), by member.
+//
+// veldaTrelHrSystemTable, ENT.3.41.1.1: one row for each member, from TrelMib's trelHrSystemTable, by member
+// id. The figures are those of the member's host resources at the moment of the request; a row without host
+// resources reads as 0 throughout, its date as that of the time 0. The table is registered for SET, to refuse
+// it in its own words for the date, which is writable in RFC 2790 and not here.
+//
+// veldaTrelProcessorTable, ENT.3.41.1.2: one row for each processor, from trelProcessorTable, by member id
+// and processor index. A row without a processor record reads as load 0.
+//
+// veldaTrelStorageTable, ENT.3.41.1.3: one row for each file system and kind of memory, from
+// trelHrStorageTable, by member id and storage index. What a row's kind computes is served as it is.
+//
+// Numbers of users and processes are Gauge32 and the processor index is Unsigned32; all other numbers are
+// INTEGER on the wire, as managers expect them, although most are unsigned here.
+#include "veldaTrelHostResourcesMIB.h"
+
+#include "TableFrame.h"
+#include "snmp/AsnConversions.h"
+
+using Snmp::S32ToAsnIntegerF;
+using Snmp::SecondsToAsnDateAndTimeF;
+using Snmp::SecondsToTimeTicksF;
+using Snmp::SnmpObjectIdentifierToAsnOidF;
+using Snmp::StringToAsnOctetStringF;
+using Snmp::U32ToAsnUnsignedF;
+using namespace TrelSnmp;
+
+namespace {
+
+TableModule hostResourcesModule("veldaTrelHostResourcesMIB");
+
+using Figures = HostResources::HostResources::System;
+
+// One of a member's system figures.
+template <auto Figure>
+auto figureOf(const TrelHrSystemEntry& entry) {
+  return entry.hostResources() ? entry.hostResources()->system().*Figure : Figures().*Figure;
+}
+
+// DateAndTime (RFC 2579), without and with the offset from UTC.
+constexpr int kDateCapacity = 11;
+bool isDateLength(int length) { return length == 8 || length == kDateCapacity; }
+
+const TrelHrSystemTable& hrSystemRows(const TrelMib& mib) { return mib.trelHrSystemTable(); }
+using HrSystem = Column<TrelHrSystemEntry>;
+constexpr TableSpec<TrelHrSystemTable, 5> kHrSystemTable{
+    .name = "veldaTrelHrSystemTable",
+    .arc = {3, 41, 1, 1},
+    .keyType = "U32",
+    .source = &hrSystemRows,
+    .index = {{{"veldaTrelHrSystemMemberId", "trelMemberId", ASN_INTEGER}}},
+    .columns =
+        {
+            HrSystem::of<SecondsToTimeTicksF, &figureOf<&Figures::systemUptime>>(  //
+                2, "veldaTrelHrSystemUpTime", ASN_TIMETICKS, "systemUptime"),
+            HrSystem::of<SecondsToAsnDateAndTimeF, &figureOf<&Figures::currentTimeUtc>>(  //
+                3, "veldaTrelHrSystemDate", ASN_OCTET_STR, "currentTimeUtc")
+                .within(kDateCapacity, &isDateLength)
+                .refusingSet(),
+            HrSystem::of<U32ToAsnUnsignedF, &figureOf<&Figures::systemNumUsers>>(  //
+                4, "veldaTrelHrSystemNumUsers", ASN_GAUGE, "systemNumUsers"),
+            HrSystem::of<U32ToAsnUnsignedF, &figureOf<&Figures::systemProcesses>>(  //
+                5, "veldaTrelHrSystemProcesses", ASN_GAUGE, "systemProcesses"),
+            HrSystem::of<U32ToAsnUnsignedF, &figureOf<&Figures::memorySize>>(  //
+                6, "veldaTrelHrSystemMemorySize", ASN_INTEGER, "memorySize"),
+        },
+};
+
+int16_t loadOf(const TrelProcessorEntry& entry) {
+  return entry.processor() ? entry.processor()->load() : int16_t{0};
+}
+
+const TrelProcessorTable& processorRows(const TrelMib& mib) { return mib.trelProcessorTable(); }
+constexpr TableSpec<TrelProcessorTable, 1> kProcessorTable{
+    .name = "veldaTrelProcessorTable",
+    .arc = {3, 41, 1, 2},
+    .keyType = "TrelSnmp::ProcessorKey",
+    .source = &processorRows,
+    .index = {{{"veldaTrelProcessorMemberId", "trelMemberId", ASN_INTEGER},
+               {"veldaTrelProcessorIndex", "processorIndex", ASN_UNSIGNED}}},
+    .columns = {Column<TrelProcessorEntry>::of<S32ToAsnIntegerF, &loadOf>(  //
+        3, "veldaTrelProcessorLoad", ASN_INTEGER, "load")},
+};
+
+constexpr int kDescrCapacity = 255;
+bool isDescrLength(int length) { return length <= kDescrCapacity; }
+
+const TrelHrStorageTable& storageRows(const TrelMib& mib) { return mib.trelHrStorageTable(); }
+using Storage = Column<TrelHrStorageEntry>;
+constexpr TableSpec<TrelHrStorageTable, 5> kStorageTable{
+    .name = "veldaTrelStorageTable",
+    .arc = {3, 41, 1, 3},
+    .keyType = "TrelSnmp::TrelHrStorageKey",
+    .source = &storageRows,
+    .index = {{{"veldaTrelStorageMemberId", "trelMemberId", ASN_INTEGER},
+               {"veldaTrelStorageIndex", "hrStorageIndex", ASN_INTEGER}}},
+    .columns =
+        {
+            Storage::of<SnmpObjectIdentifierToAsnOidF, &TrelHrStorageEntry::type>(  //
+                3, "veldaTrelStorageType", ASN_OBJECT_ID, "type"),
+            Storage::of<StringToAsnOctetStringF, &TrelHrStorageEntry::descr>(  //
+                4, "veldaTrelStorageDescr", ASN_OCTET_STR, "descr")
+                .within(kDescrCapacity, &isDescrLength),
+            Storage::of<U32ToAsnUnsignedF, &TrelHrStorageEntry::allocationUnits>(  //
+                5, "veldaTrelStorageAllocUnits", ASN_INTEGER, "allocationUnits"),
+            Storage::of<U32ToAsnUnsignedF, &TrelHrStorageEntry::size>(  //
+                6, "veldaTrelStorageSize", ASN_INTEGER, "size"),
+            Storage::of<U32ToAsnUnsignedF, &TrelHrStorageEntry::used>(  //
+                7, "veldaTrelStorageUsed", ASN_INTEGER, "used"),
+        },
+};
+
+using HrSystemFrame = TableFrame<kHrSystemTable, hostResourcesModule>;
+using ProcessorFrame = TableFrame<kProcessorTable, hostResourcesModule>;
+using StorageFrame = TableFrame<kStorageTable, hostResourcesModule>;
+
+}  // namespace
+
+void init_veldaTrelHostResourcesMIB(Zavro::String context) {
+  Snmp::Config::PtrConst config = Snmp::KelstoreUtil::getSnmpConfig();
+  DEBUGMSGTL(("veldaTrelHostResourcesMIB", "Initializing in context \"%s\"\n", context.c_str()));
+  initialize_table_veldaTrelHrSystemTable(config, context);
+  initialize_table_veldaTrelProcessorTable(config, context);
+  initialize_table_veldaTrelStorageTable(config, context);
+  Snmp::registerMibContext(context, hostResourcesModule.name());
+}
+
+void unregister_veldaTrelHostResourcesMIB(Zavro::String context) { hostResourcesModule.unregister(context); }
+
+void initialize_table_veldaTrelHrSystemTable(Snmp::Config::PtrConst /*config*/, Zavro::String context) {
+  HrSystemFrame::initialize(&veldaTrelHrSystemTable_handler, context);
+}
+
+void initialize_table_veldaTrelProcessorTable(Snmp::Config::PtrConst /*config*/, Zavro::String context) {
+  ProcessorFrame::initialize(&veldaTrelProcessorTable_handler, context);
+}
+
+void initialize_table_veldaTrelStorageTable(Snmp::Config::PtrConst /*config*/, Zavro::String context) {
+  StorageFrame::initialize(&veldaTrelStorageTable_handler, context);
+}
+
+int veldaTrelHrSystemTable_handler(netsnmp_mib_handler* /*handler*/,
+                                   netsnmp_handler_registration* /*registration*/,
+                                   netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
+  return HrSystemFrame::handle(info, requests);
+}
+
+int veldaTrelProcessorTable_handler(netsnmp_mib_handler* /*handler*/,
+                                    netsnmp_handler_registration* /*registration*/,
+                                    netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
+  return ProcessorFrame::handle(info, requests);
+}
+
+int veldaTrelStorageTable_handler(netsnmp_mib_handler* /*handler*/,
+                                  netsnmp_handler_registration* /*registration*/,
+                                  netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
+  return StorageFrame::handle(info, requests);
+}
