@@ -1,6 +1,7 @@
 #include "TrelSnmpAgent.h"
 
 #include "trel/Mode.h"
+#include "veldaTrelHostResourcesMIB.h"
 #include "veldaTrelMIB.h"
 #include "zavro/Assert.h"
 
@@ -92,6 +93,7 @@ void SnmpStatusSm::handleSnmpStatusInitialized() {
   Lumalog::BlockTimer timer(traceHandle, kFunction);
   traceHandle.trace(8, "handleSnmpStatusInitialized");
   init_veldaTrelMIB(kDefaultContext);
+  init_veldaTrelHostResourcesMIB(kDefaultContext);
   mibsInitialized_ = true;
 }
 

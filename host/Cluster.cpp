@@ -8,6 +8,7 @@
 #include "EmbeddedSource.h"
 #include "ExampleState.h"
 #include "snmp/KelstoreUtil.h"
+#include "veldaTrelHostResourcesMIB.h"
 #include "veldaTrelMIB.h"
 
 namespace Host {
@@ -69,7 +70,9 @@ void Cluster::sysnameIs() {
 void Cluster::snmpIsUp() { status_->initializedIs(true); }
 
 void Cluster::snmpGoesDown() {
-  if (status_->initialized()) unregister_veldaTrelMIB("");
+  if (!status_->initialized()) return;
+  unregister_veldaTrelHostResourcesMIB("");
+  unregister_veldaTrelMIB("");
 }
 
 bool Cluster::complete() const {

@@ -15,6 +15,7 @@
 #include "support/DrivenScheduler.h"
 #include "support/TraceLog.h"
 #include "trel/Mode.h"
+#include "veldaTrelHostResourcesMIB.h"
 #include "veldaTrelMIB.h"
 
 namespace TrelSnmp::Agent {
@@ -49,6 +50,7 @@ class AgentTest : public testing::Test {
   }
   void TearDown() override {
     root.reset();
+    unregister_veldaTrelHostResourcesMIB("");
     unregister_veldaTrelMIB("");
     Snmp::KelstoreUtil::rootIs(nullptr, nullptr);
     Kor::Entity::singletonDel(Snmp::RegVoidCollByContext::kTypeName);
@@ -59,8 +61,12 @@ class AgentTest : public testing::Test {
   Zavro::Ptr<Agent> agentIs() {
     return root->agentIs(mib, status, ifMib, topology, reachabilityDir, hostResourcesDir);
   }
+  // Both modules are, or neither is.
   static bool registered() {
-    return Snmp::RegVoidCollByContext::singleton()->regVoid("", "veldaTrelReachabilityTable") != nullptr;
+    auto records = Snmp::RegVoidCollByContext::singleton();
+    bool topology = records->regVoid("", "veldaTrelReachabilityTable") != nullptr;
+    EXPECT_EQ(records->regVoid("", "veldaTrelStorageTable") != nullptr, topology);
+    return topology;
   }
   void reports(const std::string& member, uint8_t neighbour) {
     auto entity = Zavro::makePtr<Trel::ReachabilityStatus>(member);
@@ -194,16 +200,20 @@ TEST_F(AgentTest, Start_GoldenTrace) {
 
 TEST_F(AgentTest, SnmpComesUp_ModulesAreRegisteredOnce) {
   auto agent = agentIs();
-  TraceLog traces{"TrelSnmpAgent", "veldaTrelMIB"};
+  TraceLog traces{"TrelSnmpAgent", "veldaTrelMIB", "veldaTrelHostResourcesMIB"};
   status->initializedIs(true);
   EXPECT_TRUE(registered());
   EXPECT_TRUE(Snmp::mibContextRegistered("", "veldaTrelMIB"));
+  EXPECT_TRUE(Snmp::mibContextRegistered("", "veldaTrelHostResourcesMIB"));
   EXPECT_TRUE(agent->snmpStatusSm()->mibsInitialized());
   EXPECT_EQ(traces.count("TrelSnmpAgent/8 handleSnmpStatusInitialized"), 1U);
   status->initializedIs(false);
   EXPECT_TRUE(registered());
   status->initializedIs(true);
   EXPECT_EQ(traces.count("veldaTrelMIB/8 Initialized table veldaTrelReachabilityTable in context \"\""), 1U);
+  EXPECT_EQ(
+      traces.count("veldaTrelHostResourcesMIB/8 Initialized table veldaTrelStorageTable in context \"\""),
+      1U);
   EXPECT_EQ(traces.count("TrelSnmpAgent/8 handleSnmpStatusInitialized"), 1U);
 }
 
@@ -216,12 +226,16 @@ TEST_F(AgentTest, SnmpUpFromTheStart_ModulesAreRegisteredBeforeThePipelinesAreMa
     EXPECT_NE(found, traces.lines().end()) << line;
     return found - traces.lines().begin();
   };
-  EXPECT_LT(position("veldaTrelMIB/8 Initialized table veldaTrelBaIfTable in context \"\""),
-            position("veldaTrelMIB/8 Initialized table veldaTrelReachabilityTable in context \"\""));
-  EXPECT_LT(position("veldaTrelMIB/8 Initialized table veldaTrelReachabilityTable in context \"\""),
-            position("TrelSnmpIfTableSm/9 create local SMs"));
-  EXPECT_LT(position("TrelSnmpIfTableSm/9 create local SMs"),
-            position("TrelSnmpReachabilityTableSm/9 create local SMs"));
+  const std::string inDefaultContext = " in context \"\"";
+  const std::vector<std::string> order = {
+      "veldaTrelMIB/8 Initialized table veldaTrelBaIfTable" + inDefaultContext,
+      "veldaTrelMIB/8 Initialized table veldaTrelReachabilityTable" + inDefaultContext,
+      "veldaTrelHostResourcesMIB/8 Initialized table veldaTrelHrSystemTable" + inDefaultContext,
+      "veldaTrelHostResourcesMIB/8 Initialized table veldaTrelProcessorTable" + inDefaultContext,
+      "veldaTrelHostResourcesMIB/8 Initialized table veldaTrelStorageTable" + inDefaultContext,
+      "TrelSnmpIfTableSm/9 create local SMs",
+      "TrelSnmpReachabilityTableSm/9 create local SMs"};
+  for (size_t i = 0; i + 1 < order.size(); ++i) EXPECT_LT(position(order[i]), position(order[i + 1])) << i;
 }
 
 TEST_F(AgentTest, WatchedRecordReplaced_TheNewOneCounts) {
