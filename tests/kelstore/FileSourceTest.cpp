@@ -121,6 +121,18 @@ TEST_F(FileSourceTest, HalfWrittenThenCompleted_NothingIsTold) {
   EXPECT_THAT(told(), IsEmpty());
 }
 
+TEST_F(FileSourceTest, ReadAgainSoonAfterItFailed_TheWriterStillHasItsTime) {
+  dir_.write("state.json", "{");
+  start();
+  io_.work();
+  io_.fileChanged();
+  io_.advance(FileSource::kQuietMs);
+  EXPECT_THAT(told(), IsEmpty());
+  EXPECT_EQ(state(), SourceStatus::State::loading);
+  settled();
+  EXPECT_EQ(told().size(), 1u);
+}
+
 TEST_F(FileSourceTest, BadForLong_OneLineAndTheLastGoodStateStays_UntilItIsGoodAgain) {
   dir_.write("state.json", ifIndexes("1"));
   start();

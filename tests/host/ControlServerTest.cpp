@@ -1,0 +1,248 @@
+// Clients of the control socket, good ones and bad ones.
+#include "ControlServer.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <list>
+#include <optional>
+
+#include "Turning.h"
+#include "support/TempDir.h"
+
+namespace Host {
+namespace {
+
+// A client that never blocks.
+class TestClient {
+ public:
+  explicit TestClient(const std::string& path) : fd_(::socket(AF_UNIX, SOCK_STREAM, 0)) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    connected_ = ::connect(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+    ::fcntl(fd_, F_SETFL, O_NONBLOCK);
+  }
+  TestClient(const TestClient&) = delete;
+  TestClient& operator=(const TestClient&) = delete;
+  ~TestClient() { ::close(fd_); }
+
+  bool connected() const { return connected_; }
+  void send(std::string_view bytes) {
+    EXPECT_EQ(::write(fd_, bytes.data(), bytes.size()), ssize_t(bytes.size()));
+  }
+  void endSending() { ::shutdown(fd_, SHUT_WR); }
+  // All that arrived until now.
+  const std::string& received() {
+    char bytes[4096];
+    ssize_t count = 0;
+    while ((count = ::read(fd_, bytes, sizeof bytes)) > 0)
+      received_.append(bytes, static_cast<size_t>(count));
+    closed_ = closed_ || count == 0 || (count < 0 && errno == ECONNRESET);
+    return received_;
+  }
+  bool closed() {
+    received();
+    return closed_;
+  }
+
+ private:
+  int fd_;
+  bool connected_ = false;
+  bool closed_ = false;
+  std::string received_;
+};
+
+// Many lines, counting how many were taken.
+class ManyLines final : public Reply {
+ public:
+  ManyLines(size_t count, size_t& taken) : count_(count), taken_(taken) {}
+  bool next(std::string& line) override {
+    if (count_-- == 0) return false;
+    ++taken_;
+    line = std::string(1000, 'x');
+    return true;
+  }
+
+ private:
+  size_t count_;
+  size_t& taken_;
+};
+
+class ControlServerTest : public testing::Test {
+ protected:
+  ControlServerTest() { std::signal(SIGPIPE, SIG_IGN); }
+
+  void start() {
+    server_.emplace(loop_, path_, [this](const std::string& request) -> std::unique_ptr<Reply> {
+      if (request == "many") return std::make_unique<ManyLines>(100'000, taken_);
+      return lineReply("<" + request + ">");
+    });
+  }
+  bool receives(TestClient& client, const std::string& text) {
+    return turnUntil(loop_, [&] { return client.received() == text; });
+  }
+
+  Support::TempDir dir_;
+  std::string path_ = dir_.file("control");
+  EventLoop loop_;
+  size_t taken_ = 0;
+  std::optional<ControlServer> server_;
+};
+
+TEST_F(ControlServerTest, RequestsAreAnsweredInOrder) {
+  start();
+  EXPECT_EQ(server_->error(), "");
+  TestClient client(path_);
+  client.send("a\nb\r\n\nc\n");
+  EXPECT_TRUE(receives(client, "<a>\n<b>\n<>\n<c>\n"));
+}
+
+TEST_F(ControlServerTest, RequestInPieces_IsAnsweredWhenItIsWhole) {
+  start();
+  TestClient client(path_);
+  client.send("ab");
+  ASSERT_TRUE(turnUntil(loop_, [&] { return server_->clients() == 1; }));
+  for (int i = 0; i < 10; ++i) uv_run(loop_.uv(), UV_RUN_NOWAIT);
+  EXPECT_EQ(client.received(), "");
+  client.send("c\n");
+  EXPECT_TRUE(receives(client, "<abc>\n"));
+}
+
+TEST_F(ControlServerTest, ClientEndsSendingAfterItsRequest_ItStillGetsTheAnswer) {
+  start();
+  TestClient client(path_);
+  client.send("a\n");
+  client.endSending();
+  EXPECT_TRUE(turnUntil(loop_, [&] { return client.closed(); }));
+  EXPECT_EQ(client.received(), "<a>\n");
+}
+
+TEST_F(ControlServerTest, SilentClient_DoesNotHoldUpOthers) {
+  start();
+  TestClient silent(path_);
+  TestClient partial(path_);
+  partial.send("half a requ");
+  TestClient other(path_);
+  other.send("a\n");
+  EXPECT_TRUE(receives(other, "<a>\n"));
+}
+
+TEST_F(ControlServerTest, ClientThatDoesNotRead_MakesTheServerKeepNothing_AndDoesNotHoldUpOthers) {
+  start();
+  TestClient slow(path_);
+  slow.send("many\n");
+  TestClient other(path_);
+  other.send("a\n");
+  EXPECT_TRUE(receives(other, "<a>\n"));
+  for (int i = 0; i < 5000; ++i) uv_run(loop_.uv(), UV_RUN_NOWAIT);
+  EXPECT_LT(taken_, 2000u) << "lines made for a client that takes none";
+  EXPECT_TRUE(turnUntil(loop_, [&] { return slow.received().size() > 10'000'000; })) << "and then it reads";
+}
+
+TEST_F(ControlServerTest, ClientGoesInTheMiddleOfItsAnswer_TheServerForgetsIt) {
+  start();
+  {
+    TestClient client(path_);
+    client.send("many\n");
+    ASSERT_TRUE(turnUntil(loop_, [&] { return taken_ > 10; }));
+  }
+  EXPECT_TRUE(turnUntil(loop_, [&] { return server_->clients() == 0; }));
+  EXPECT_LT(taken_, 100'000u);
+}
+
+TEST_F(ControlServerTest, OverlongRequest_OneErrorAndTheEnd) {
+  start();
+  TestClient client(path_);
+  std::string piece(1000, 'x');
+  for (int i = 0; i < 66; ++i) {
+    client.send(piece);
+    uv_run(loop_.uv(), UV_RUN_NOWAIT);
+  }
+  EXPECT_TRUE(turnUntil(loop_, [&] { return client.closed(); }));
+  EXPECT_EQ(
+      client.received(),
+      "{\"ok\":false,\"error\":\"found a request of more than 65536 bytes, expected a line of JSON\"}\n");
+}
+
+TEST_F(ControlServerTest, OneClientTooMany_TheOneThatWasQuietForLongestGoes) {
+  start();
+  std::list<TestClient> clients;
+  for (size_t i = 0; i < ControlServer::kMaxClients; ++i) {
+    clients.emplace_back(path_);
+    ASSERT_TRUE(turnUntil(loop_, [&] { return server_->clients() == i + 1; }));
+  }
+  clients.front().send("a\n");
+  ASSERT_TRUE(receives(clients.front(), "<a>\n"));
+  TestClient late(path_);
+  late.send("b\n");
+  EXPECT_TRUE(receives(late, "<b>\n"));
+  EXPECT_EQ(server_->clients(), ControlServer::kMaxClients);
+  EXPECT_FALSE(clients.front().closed()) << "it was heard of since";
+  EXPECT_TRUE(std::next(clients.begin())->closed());
+}
+
+TEST_F(ControlServerTest, SocketIsForOwnerAndGroupOnly_AndGoesWithTheServer) {
+  start();
+  struct stat socket {};
+  ASSERT_EQ(::stat(path_.c_str(), &socket), 0);
+  EXPECT_EQ(socket.st_mode & 07777, 0660u);
+  server_.reset();
+  EXPECT_NE(::stat(path_.c_str(), &socket), 0);
+}
+
+TEST_F(ControlServerTest, SocketOfADeadDaemon_IsReplaced) {
+  int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  path_.copy(address.sun_path, sizeof address.sun_path - 1);
+  ASSERT_EQ(::bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+  ::close(fd);
+  start();
+  EXPECT_EQ(server_->error(), "");
+  EXPECT_TRUE(TestClient(path_).connected());
+}
+
+TEST_F(ControlServerTest, SocketOfALivingDaemon_IsLeftAlone) {
+  start();
+  {
+    ControlServer second(loop_, path_, [](const std::string&) { return lineReply("second"); });
+    EXPECT_EQ(second.error(), "--control " + path_ + ": another daemon listens there");
+  }
+  TestClient client(path_);
+  client.send("a\n");
+  EXPECT_TRUE(receives(client, "<a>\n"));
+}
+
+TEST_F(ControlServerTest, SomethingElseAtThePath_IsLeftAlone) {
+  dir_.write("control", "precious");
+  start();
+  EXPECT_EQ(server_->error(),
+            "--control " + path_ + ": found a file that is no socket, expected a socket or nothing");
+  server_.reset();
+  EXPECT_EQ(Support::readFile(path_), "precious");
+}
+
+TEST_F(ControlServerTest, PathTooLongOrNowhere_OneLine) {
+  path_ = "/" + std::string(107, 'x');
+  start();
+  EXPECT_EQ(server_->error(), "--control " + path_ + ": found a path of 108 bytes, expected at most 107");
+  path_ = dir_.file("a/b/c");
+  start();
+  EXPECT_EQ(server_->error(), "--control " + path_ + ": No such file or directory");
+}
+
+TEST_F(ControlServerTest, DirectoryOfTheSocketIsMade) {
+  path_ = dir_.file("run/control");
+  start();
+  EXPECT_EQ(server_->error(), "");
+}
+
+}  // namespace
+}  // namespace Host

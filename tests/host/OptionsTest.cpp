@@ -1,0 +1,122 @@
+// The command line: what it sets, and the one line that a bad one gets.
+#include "Options.h"
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+
+#include "support/TempDir.h"
+
+namespace Host {
+namespace {
+
+using testing::ElementsAre;
+using testing::Pair;
+
+ParsedOptions parsed(std::vector<const char*> arguments) {
+  arguments.insert(arguments.begin(), "trelsnmpd");
+  return parseOptions(static_cast<int>(arguments.size()), arguments.data());
+}
+
+// What a bad command line says.
+std::string refusal(const std::vector<const char*>& arguments) {
+  testing::internal::CaptureStderr();
+  ParsedOptions result = parsed(arguments);
+  std::string text = testing::internal::GetCapturedStderr();
+  EXPECT_EQ(result.exitCode, 2);
+  EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 1) << text;
+  return text;
+}
+
+TEST(OptionsTest, NoArguments_TheDefaults) {
+  ParsedOptions result = parsed({});
+  EXPECT_EQ(result.exitCode, -1);
+  const Options& options = result.options;
+  EXPECT_THAT(options.states, ElementsAre("embedded"));
+  EXPECT_TRUE(options.snmp.listen.empty());
+  EXPECT_EQ(options.snmp.agentx, "");
+  EXPECT_EQ(options.member, 1);
+  EXPECT_TRUE(options.trelMode);
+  EXPECT_EQ(options.log, LogTo::standardError);
+  EXPECT_THAT(options.control, testing::EndsWith("/trelsnmpd.sock"));
+}
+
+TEST(OptionsTest, EveryOption) {
+  Support::TempDir dir;
+  std::string toggles = dir.write("TrelCore.json", "{}");
+  ParsedOptions result = parsed({"--listen",    "udp:127.0.0.1:1",
+                                 "--listen",    "tcp:127.0.0.1:2",
+                                 "--conf",      "c",
+                                 "--state",     "embedded",
+                                 "--state",     "file:/x",
+                                 "--member",    "255",
+                                 "--toggles",   toggles.c_str(),
+                                 "--trel-mode", "off",
+                                 "--control",   "/s",
+                                 "--trace",     "Kelstore/9,*/2",
+                                 "--trace",     "a/b/0",
+                                 "--log",       "journal"});
+  ASSERT_EQ(result.exitCode, -1);
+  const Options& options = result.options;
+  EXPECT_THAT(options.snmp.listen, ElementsAre("udp:127.0.0.1:1", "tcp:127.0.0.1:2"));
+  EXPECT_EQ(options.snmp.conf, "c");
+  EXPECT_THAT(options.states, ElementsAre("embedded", "file:/x"));
+  EXPECT_EQ(options.member, 255);
+  EXPECT_EQ(options.toggles, toggles);
+  EXPECT_FALSE(options.trelMode);
+  EXPECT_EQ(options.control, "/s");
+  EXPECT_THAT(options.traces, ElementsAre(Pair("Kelstore", 9), Pair("*", 2), Pair("a/b", 0)));
+  EXPECT_EQ(options.log, LogTo::journal);
+  EXPECT_EQ(parsed({"--agentx", "unix:/m"}).options.snmp.agentx, "unix:/m");
+  EXPECT_EQ(parsed({"--log", "syslog"}).options.log, LogTo::syslog);
+}
+
+TEST(OptionsTest, BadArguments_OneLineEach) {
+  EXPECT_EQ(refusal({"--bogus"}), "trelsnmpd: The following argument was not expected: --bogus\n");
+  EXPECT_EQ(refusal({"extra"}), "trelsnmpd: The following argument was not expected: extra\n");
+  EXPECT_EQ(refusal({"--listen"}), "trelsnmpd: --listen: 1 required ADDRESS missing\n");
+  EXPECT_THAT(refusal({"--member", "256"}), testing::HasSubstr("--member: "));
+  EXPECT_THAT(refusal({"--member", "-1"}), testing::HasSubstr("--member: "));
+  EXPECT_THAT(refusal({"--member", "one"}), testing::HasSubstr("--member: "));
+  EXPECT_EQ(refusal({"--toggles", "/nowhere"}),
+            "trelsnmpd: --toggles: /nowhere: No such file or directory\n");
+  EXPECT_EQ(refusal({"--trel-mode", "maybe"}), "trelsnmpd: --trel-mode: found \"maybe\", expected on, off\n");
+  EXPECT_EQ(refusal({"--log", "file"}),
+            "trelsnmpd: --log: found \"file\", expected stderr, syslog, journal\n");
+  EXPECT_THAT(refusal({"--agentx", "a", "--listen", "b"}), testing::HasSubstr("excludes"));
+}
+
+TEST(OptionsTest, SourcesThatThisBuildDoesNotHave_AreSaidSo) {
+  EXPECT_EQ(refusal({"--state", "local"}),
+            "trelsnmpd: --state: this build does not have the source \"local\"\n");
+  EXPECT_EQ(refusal({"--state", "etcd:host:2379/prefix"}),
+            "trelsnmpd: --state: this build does not have the source \"etcd\"\n");
+  EXPECT_EQ(refusal({"--state", "embedded", "--state", "file:"}),
+            "trelsnmpd: --state: found \"file:\", expected embedded or file:PATH\n");
+  EXPECT_EQ(refusal({"--state", ""}), "trelsnmpd: --state: found \"\", expected embedded or file:PATH\n");
+}
+
+TEST(OptionsTest, TraceLevels) {
+  for (const char* bad :
+       {"", "Kelstore", "Kelstore/", "/5", "Kelstore/10", "Kelstore/-1", "Kelstore/1x", "a/1,", "a/1,,b/2"}) {
+    EXPECT_THAT(refusal({"--trace", bad}), testing::HasSubstr("expected HANDLE/LEVEL with a level of 0 to 9"))
+        << bad;
+  }
+}
+
+TEST(OptionsTest, HelpAndVersion_GoToStandardOutput) {
+  testing::internal::CaptureStdout();
+  EXPECT_EQ(parsed({"--version"}).exitCode, 0);
+  EXPECT_THAT(testing::internal::GetCapturedStdout(), testing::StartsWith("trelsnmpd "));
+  testing::internal::CaptureStdout();
+  EXPECT_EQ(parsed({"--help"}).exitCode, 0);
+  std::string help = testing::internal::GetCapturedStdout();
+  for (const char* option : {"--listen", "--agentx", "--conf", "--state", "--member", "--toggles",
+                             "--trel-mode", "--control", "--trace", "--log"}) {
+    EXPECT_THAT(help, testing::HasSubstr(option));
+  }
+  EXPECT_THAT(help, testing::HasSubstr("does not have the sources \"local\""));
+}
+
+}  // namespace
+}  // namespace Host

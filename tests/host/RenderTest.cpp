@@ -1,0 +1,43 @@
+// What trelctl prints for people.
+#include "Render.h"
+
+#include <gtest/gtest.h>
+
+namespace TrelCtl {
+namespace {
+
+TEST(RenderTest, TableIsAligned_NumbersToTheRight) {
+  Json rows = Json::parse(R"([{"srcId":1,"state":"reachable","n":10},{"srcId":255,"state":"up","n":null}])");
+  EXPECT_EQ(renderTable("t", rows),
+            "t:\n"
+            "  srcId  state      n\n"
+            "      1  reachable  10\n"
+            "    255  up         -\n");
+}
+
+TEST(RenderTest, EmptyTable_SaysSo) { EXPECT_EQ(renderTable("t", Json::array()), "t: empty\n"); }
+
+TEST(RenderTest, Status_OneLineAndTheListsWithErrorsBelow) {
+  Json status = Json::parse(R"({"daemon":"trelsnmpd","version":"0.1.0","member":3,"uptimeSeconds":93784.5,
+      "mode":"agentx","address":"unix:/m","connected":false,"ready":false,
+      "sources":[{"name":"file:/x","state":"stale","error":"/x: bad"},{"name":"embedded","state":"current","error":null}],
+      "pipelines":[{"name":"p","ready":true,"idle":false}],"tasks":[],
+      "tables":[{"name":"t","rows":2,"version":7}]})");
+  EXPECT_EQ(renderStatus(status),
+            "trelsnmpd 0.1.0, member 3, up 1 d 2:03:04, agentx at unix:/m (not connected), not ready\n"
+            "\nsources:\n"
+            "  name      state\n"
+            "  file:/x   stale\n"
+            "  embedded  current\n"
+            "  error: /x: bad\n"
+            "\npipelines:\n"
+            "  name  ready  idle\n"
+            "  p     yes    no\n"
+            "\ntasks: none\n"
+            "\ntables:\n"
+            "  name  rows  version\n"
+            "  t        2        7\n");
+}
+
+}  // namespace
+}  // namespace TrelCtl
