@@ -16,9 +16,8 @@
 // What happens:
 //   a link appears, changes or vanishes          its pair is processed
 //   a member's topology vanishes                 every pair that it had is processed
-//   an index is assigned, changes or vanishes    every pair whose link uses the interface is processed,
-//   members
-//                                                ascending, then neighbours ascending
+//   an index is assigned, changes or vanishes    every pair whose link uses the interface is processed, in
+//                                                the order of members, then neighbours
 //   an interface that is no backplane channel    is ignored
 // Changes are noted and processed later, so many changes of one link or interface are processed once. Where
 // two pairs produce one index, the one that is processed later has the row.
@@ -201,8 +200,8 @@ void TrelSnmpIfTableSm::machinesIs() {
       eventToTopoConfigStream(local, remote, intf != nullptr ? std::optional(*intf) : std::nullopt);
     };
     std::vector<std::unique_ptr<ChildStream>> streams;
-    streams.push_back(
-        std::make_unique<CollectionStream<Trel::TopoConfig::Neighbors>>("neighbor", member.neighbor(), emit));
+    streams.push_back(std::make_unique<CollectionStream<Trel::TopoConfig::Neighbors>>(
+        "neighbor", member.neighbor(), emit, Emits::notes));
     return streams;
   };
   machineAdded(Zavro::makePtr<TopologyConfigSm0>(*this, topologyConfig_, topologyConfig_->topoConfig(),
@@ -212,8 +211,9 @@ void TrelSnmpIfTableSm::machinesIs() {
     eventToIfMibIfIndexStream(intfId, ifIndex != nullptr ? std::optional(*ifIndex) : std::nullopt);
   };
   std::vector<LeafMachine::Input> inputs;
-  inputs.push_back({kIfMibIfIndexStream, std::make_unique<CollectionStream<IntfSnmp::IfMib::IfIndexes>>(
-                                             "ifIndexByIntfId", ifMib_->ifIndexByIntfId(), emit)});
+  inputs.push_back(
+      {kIfMibIfIndexStream, std::make_unique<CollectionStream<IntfSnmp::IfMib::IfIndexes>>(
+                                "ifIndexByIntfId", ifMib_->ifIndexByIntfId(), emit, Emits::notes)});
   machineAdded(Zavro::makePtr<LeafMachine>(*this, "IfMibSm2", ifMib_, std::move(inputs)));
 }
 

@@ -7,6 +7,7 @@
 #include <optional>
 
 #include "framework/Backlog.h"
+#include "framework/CollectionStream.h"
 #include "framework/DirMachine.h"
 #include "framework/LeafMachine.h"
 #include "framework/Output.h"

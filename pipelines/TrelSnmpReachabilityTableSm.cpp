@@ -10,9 +10,8 @@
 //   its record is replaced                          the row is deleted and inserted with the new record
 //   the same record is announced again              nothing
 //   it vanishes from the collection                 its row is deleted
-//   a member's entity vanishes                      every row in which that member reports is deleted; what
-//   others
-//                                                   report of it stays
+//   a member's entity vanishes                      every row in which that member reports is deleted;
+//                                                   what others report of it stays
 //   the entity is replaced                          the same, and the new entity's rows are inserted
 //   an entity of another type                       is traced and counts as absent
 //

@@ -2,6 +2,7 @@
 // of its neighbours.
 #pragma once
 
+#include "framework/CollectionStream.h"
 #include "framework/DirMachine.h"
 #include "framework/Output.h"
 #include "kor/Dir.h"

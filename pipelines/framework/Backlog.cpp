@@ -17,10 +17,9 @@ void BacklogBase::makeTask() {
   task_ = root_.newTask(root_.name() + "-" + stream_ + "Task", [this] { workOff(); });
 }
 
-void BacklogBase::activeIs(bool active) {
-  active_ = active;
-  // Also without keys: a run that came while inactive may have left the generations apart.
-  if (active_ && task_ && (size() != 0 || generation_ != doneGen_)) task_->scheduleTask();
+void BacklogBase::resume() {
+  // Also without keys: a run that came while paused may have left the generations apart.
+  if (task_ && (size() != 0 || generation_ != doneGen_)) task_->scheduleTask();
 }
 
 void BacklogBase::handleInputReady() {
@@ -43,11 +42,11 @@ void BacklogBase::handleInputReady() {
 
 void BacklogBase::scheduleWork() {
   idleIs(false);
-  if (active_) task_->scheduleTask();
+  if (!root_.paused()) task_->scheduleTask();
 }
 
 void BacklogBase::workOff() {
-  if (!active_) return;
+  if (root_.paused()) return;
   uint64_t handled = 0;
   while (size() != 0) {
     workOffOne();

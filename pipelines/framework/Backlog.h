@@ -43,12 +43,11 @@ class BacklogBase {
 
   // For the pipeline.
   void makeTask();
-  // Working off rests while the pipeline is not to act.
-  void activeIs(bool active);
+  // Working off rests while the pipeline is paused, and goes on now.
+  void resume();
 
  protected:
   Pipeline& root() const { return root_; }
-  bool active() const { return active_; }
   void scheduleWork();
   // Works off one key; only while size() is not 0.
   virtual void workOffOne() = 0;
@@ -66,7 +65,6 @@ class BacklogBase {
   uint64_t generation_ = 0;
   uint64_t doneGen_ = 0;
   bool idle_ = false;
-  bool active_ = true;
   Kor::Notifier<> progress_;
 };
 
@@ -80,7 +78,7 @@ class Backlog final : public BacklogBase {
 
   void event(const Key& key) {
     if (root().synchronous()) {
-      if (active()) processOne_(key);  // a pipeline that ends writes no more
+      if (!root().paused()) processOne_(key);  // a pipeline that ends writes no more
       return;
     }
     keys_.insert(key);

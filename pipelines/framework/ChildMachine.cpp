@@ -1,5 +1,8 @@
 #include "framework/ChildMachine.h"
 
+#include "framework/CollectionStream.h"
+#include "zavro/Assert.h"
+
 namespace TrelSnmp::Agent {
 
 ChildMachine::ChildMachine(Pipeline& root, const std::string& name, std::string smKey,
@@ -9,14 +12,40 @@ ChildMachine::ChildMachine(Pipeline& root, const std::string& name, std::string 
       smKey_(std::move(smKey)),
       entity_(std::move(entity)),
       parts_(std::move(parts)),
-      type_(Kor::TypeBuilder<ChildMachine>(name)
-                .attribute("smKey", &ChildMachine::smKey)
-                .attribute("hasNotificationActive", &ChildMachine::hasNotificationActive)
-                .operation("doInputScan", [](ChildMachine& m) { m.doInputScan(); })
-                .operation("doDeleteAll", &ChildMachine::doDeleteAll)
-                .build()) {
+      type_(name) {
   auto en = [this] { return entity_ != nullptr; };
   zavroAssert(en() && "Sm args can only be null if marked as Optional in the SM type declaration");
+  describe();
+}
+
+void ChildMachine::describe() {
+  Kor::TypeBuilder<ChildMachine> type(name_);
+  type.attribute("smKey", &ChildMachine::smKey)
+      .attribute("hasNotificationActive", &ChildMachine::hasNotificationActive)
+      .operation("doInputScan", [](ChildMachine& m) { m.doInputScan(); })
+      .operation("doDeleteAll", [](ChildMachine& m) {
+        Zavro::Ptr<Pipeline> held = m.root_.hold();
+        m.doDeleteAll();
+      });
+  for (size_t i = 0; i < parts_.size(); ++i) {
+    std::string n = std::to_string(parts_[i].number);
+    type.attribute("inputScanState" + n,
+                   [i](const ChildMachine& m) { return static_cast<int>(m.parts_[i].input->scanState()); })
+        .attribute("inputScanComplete" + n,
+                   [i](const ChildMachine& m) {
+                     return completeFor(m.parts_[i].input->scanState(), m.root_.initialScanDone());
+                   })
+        .attribute("inTask" + n,
+                   [i](const ChildMachine& m) {
+                     auto task = m.parts_[i].task();
+                     return task && task->taskCurrentlyRunning();
+                   })
+        .attribute("shouldYield" + n, [i](const ChildMachine& m) {
+          auto task = m.parts_[i].task();
+          return !m.root_.synchronous() && task && task->taskShouldYield();
+        });
+  }
+  type_ = type.build();
   for (const Part& part : parts_) part.input->describe(type_, part.number);
 }
 
@@ -61,6 +90,12 @@ void ChildMachine::stop(bool deleteRows) {
   if (!live_) return;
   live_ = false;
   if (deleteRows) doDeleteAll();
+}
+
+void ChildMachine::endUnused() {
+  live_ = false;
+  if (!root_.initialScanDone()) return;
+  for (Part& part : parts_) part.input->endUnused();
 }
 
 void missedNotifications(const std::string& collection, uint32_t seen, uint32_t now) {

@@ -3,14 +3,10 @@
 #pragma once
 
 #include <memory>
-#include <set>
 #include <string>
 #include <vector>
 
 #include "framework/InputScan.h"
-#include "framework/Names.h"
-#include "kor/Notifier.h"
-#include "zavro/Assert.h"
 
 namespace TrelSnmp::Agent {
 
@@ -26,8 +22,12 @@ class ChildStream {
   virtual bool run(const std::string& machine, Zavro::Ptr<Vem::Task> task) = 0;
   // Sends an absent element for everything that the stream may have sent. The machine is not live any more.
   virtual void deleteAll() = 0;
+  // The machine ends without ever having been active: it sent nothing, but others may have read what it was
+  // to follow.
+  virtual void endUnused() = 0;
   // Handles what changed while the machine was inactive.
   virtual void handlePending() = 0;
+  virtual ScanState scanState() const = 0;
   virtual void describe(Kor::Type& type, size_t index) const = 0;
 };
 
@@ -66,10 +66,13 @@ class ChildMachine final : public Kor::Object {
   void doDeleteAll();
   // Ends the machine, with doDeleteAll() unless the rows are to stay.
   void stop(bool deleteRows);
+  // Ends a machine that was never active.
+  void endUnused();
 
   const Kor::Type& korType() const override { return type_; }
 
  private:
+  void describe();
   void doInputScan(Part& part);
   bool runScan(Part& part) { return part.input->run(name_, part.task()); }
 
@@ -81,96 +84,6 @@ class ChildMachine final : public Kor::Object {
   bool live_ = true;
   bool active_ = true;
   Kor::Type type_;
-};
-
-// A missed notification is our own bug: which rows to delete is not known any more.
-[[noreturn]] void missedNotifications(const std::string& collection, uint32_t seen, uint32_t now);
-
-// The stream of a keyed collection's elements.
-template <class Collection>
-class CollectionStream final : public ChildStream {
- public:
-  using Key = typename Collection::Key;
-  using Value = typename Collection::Value;
-  // value: null when the element is absent; it lives until emit returns.
-  using Emit = std::function<void(const Key& key, const Value* value)>;
-
-  // name: the collection's attribute name. The collection belongs to the machine's entity.
-  CollectionStream(std::string name, const Collection& collection, Emit emit)
-      : name_(std::move(name)), collection_(collection), emit_(std::move(emit)) {}
-
-  void subscribe(ChildMachine& machine) override {
-    machine_ = &machine;
-    // Counted from here on: an entity may vanish before its first scan has run.
-    version_ = collection_.version();
-    subscription_ = collection_.subscribe([this](const Key& key) { handleReactor(key); });
-  }
-
-  bool run(const std::string& machine, Zavro::Ptr<Vem::Task> task) override {
-    ScanContext context{machine_->root(), machine, std::move(task), [this] { return collection_.size(); }};
-    bool complete = scan_.run(context, collection_, [this](const Key& key) {
-      handle(key);
-      return machine_->live() ? InputScan<Key>::Step::done : InputScan<Key>::Step::gone;
-    });
-    if (complete) version_ = collection_.version();
-    return complete;
-  }
-
-  void deleteAll() override {
-    if (version_ != collection_.version()) missedNotifications(name_, version_, collection_.version());
-    // A copy, since what a deletion makes subscribers do may change the collection.
-    std::set<Key> keys = std::exchange(pending_, {});
-    for (auto element = collection_.begin(); element; element.next()) keys.insert(element.key());
-    for (const Key& key : keys) emit_(key, nullptr);
-  }
-
-  void handlePending() override {
-    for (const Key& key : std::exchange(pending_, {})) handle(key);
-  }
-
-  void describe(Kor::Type& type, size_t index) const override {
-    std::string n = std::to_string(index);
-    type.attributeIs(
-        {"inputScanBookmark" + n, [this](const Kor::Object&) { return Kor::toText(scan_.bookmark()); }, {}});
-    type.attributeIs({"inputScanState" + n,
-                      [this](const Kor::Object&) { return Kor::toText(static_cast<int>(scan_.state())); },
-                      {}});
-    type.attributeIs(
-        {"version" + capitalised(name_), [this](const Kor::Object&) { return Kor::toText(version_); }, {}});
-  }
-
- private:
-  void handleReactor(const Key& key) {
-    if (!machine_->live() || !machine_->hasNotificationActive()) {
-      version_ = collection_.version();
-      pending_.insert(key);
-      return;
-    }
-    Zavro::Ptr<Pipeline> heldRoot = machine_->root().hold();
-    Zavro::Ptr<ChildMachine> held(machine_);
-    handle(key);
-  }
-
-  void handle(const Key& key) {
-    machine_->root().traceHandle().trace(8, "{}", key);
-    version_ = collection_.version();
-    const Value* found = collection_.find(key);
-    if (found == nullptr) {
-      emit_(key, nullptr);
-    } else {
-      Value value = *found;  // what it leads to may replace the element
-      emit_(key, &value);
-    }
-  }
-
-  const std::string name_;
-  const Collection& collection_;
-  Emit emit_;
-  ChildMachine* machine_ = nullptr;
-  InputScan<Key> scan_;
-  uint32_t version_ = 0;
-  std::set<Key> pending_;
-  Kor::Subscription subscription_;
 };
 
 }  // namespace TrelSnmp::Agent

@@ -2,6 +2,8 @@
 // of entities within one) and keeps one child machine for each entity of the expected type.
 #pragma once
 
+#include <absl/cleanup/cleanup.h>
+
 #include <map>
 #include <optional>
 #include <string>
@@ -29,9 +31,8 @@ class DirMachine final : public TopMachine {
   struct Statement {
     std::string machine;       // "ReachabilityDirSm0"
     std::string childMachine;  // "EntityPtrSm1"
-    std::string entry;         // attribute name of an entry, "entityPtr"
     std::string children;      // attribute name of the children, "childSm..."
-    std::string wrongType;     // the trace for an entity of another type
+    std::string wrongType;     // the trace for an entity of another type, which counts as absent
     std::string keyTrace;      // the trace for an entry that is handled, with one placeholder
     std::vector<Stream> streams;
     // The inputs of a new child, one for each stream that has no emitEntity, in order.
@@ -56,7 +57,9 @@ class DirMachine final : public TopMachine {
   const Zavro::Ptr<Vem::Task>& task(size_t stream) const { return tasks_.task(stream); }
   ScanState inputScanState(size_t stream) const { return scans_[stream].state(); }
   const Key& inputScanBookmark(size_t stream) const { return scans_[stream].bookmark(); }
-  bool inputScanComplete(size_t stream) const { return scans_[stream].completeFor(root_.initialScanDone()); }
+  bool inputScanComplete(size_t stream) const {
+    return completeFor(inputScanState(stream), root_.initialScanDone());
+  }
   bool inTask(size_t stream) const { return task(stream) && task(stream)->taskCurrentlyRunning(); }
   bool shouldYield(size_t stream) const { return context(stream).shouldYield(); }
   bool hasNotificationActive() const { return active_; }
@@ -100,7 +103,7 @@ class DirMachine final : public TopMachine {
   void handleEntry(size_t stream, const Key& key) {
     root_.traceHandle().traceRuntime(8, statement_.keyTrace, key);
     if (const auto& emitEntity = statement_.streams[stream].emitEntity) {
-      emitEntity(key, typedEntity(key));
+      emitEntity(key, boost::dynamic_pointer_cast<const Entity>(entry(key)));
       return;
     }
     // What a child's deletion makes subscribers do may change the same entry again: the change waits its
@@ -110,11 +113,11 @@ class DirMachine final : public TopMachine {
       under->second = true;
       return;
     }
+    absl::Cleanup handled = [&] { handling_.erase(key); };
     do {
       handling_[key] = false;
       updateChild(key);
     } while (handling_[key]);
-    handling_.erase(key);
   }
 
   const Kor::Type& korType() const override { return type_; }
@@ -142,12 +145,16 @@ class DirMachine final : public TopMachine {
   }
 
   typename Scan::Step step(size_t stream, const Key& key) {
-    stepping_ = {stream, key};
-    handleEntry(stream, key);
-    stepping_.reset();
+    stepTo(stream, key);
     Zavro::Ptr<ChildMachine> held = child(key);
     if (statement_.streams[stream].emitEntity || !held) return Scan::Step::done;
     return held->runScan(stream) || !held->live() ? Scan::Step::done : Scan::Step::unfinished;
+  }
+
+  void stepTo(size_t stream, const Key& key) {
+    stepping_ = {stream, key};
+    absl::Cleanup over = [this] { stepping_.reset(); };
+    handleEntry(stream, key);
   }
 
   // A child wants to be scanned on the stream's task.
@@ -170,16 +177,16 @@ class DirMachine final : public TopMachine {
     for (const Key& key : std::exchange(pending_, {})) handleReactor(key);
   }
 
-  EntityPtr typedEntity(const Key& key) const {
+  // What stands under the key, of whatever type; null when nothing does.
+  typename Collection::Value entry(const Key& key) const {
     const auto* found = collection_.find(key);
-    if (found == nullptr) return nullptr;
-    EntityPtr entity = boost::dynamic_pointer_cast<const Entity>(*found);
-    if (!entity) root_.traceHandle().trace(1, "{}", statement_.wrongType);
-    return entity;
+    return found != nullptr ? *found : nullptr;
   }
 
   void updateChild(const Key& key) {
-    EntityPtr entity = typedEntity(key);
+    auto found = entry(key);
+    auto entity = boost::dynamic_pointer_cast<const Entity>(found);
+    if (found && !entity) root_.traceHandle().trace(1, "{}", statement_.wrongType);
     Zavro::Ptr<ChildMachine> current = child(key);
     if (current && current->entity() == entity) return;
     // The successor listens already while the old child's rows go, but acts only when they are gone.
@@ -187,7 +194,7 @@ class DirMachine final : public TopMachine {
     if (current) removeChild(key, true);
     if (!successor) return;
     if (handling_[key]) {
-      successor->stop(true);
+      successor->endUnused();
       return;
     }
     children_.emplace(key, successor);
@@ -242,9 +249,12 @@ void DirMachine<Entity, Collection>::describe() {
   type.attribute(statement_.children, &DirMachine::children)
       .attribute("hasNotificationActive", &DirMachine::hasNotificationActive)
       .operation("doInputScan", [](DirMachine& m) { m.doInputScan(); })
-      .operation("doDeleteAll", &DirMachine::doDeleteAll);
+      .operation("doDeleteAll", [](DirMachine& m) {
+        Zavro::Ptr<Pipeline> held = m.root_.hold();
+        m.doDeleteAll();
+      });
   for (size_t i = 0; i < scans_.size(); ++i) {
-    std::string n = std::to_string(i);
+    std::string n = std::to_string(statement_.streams[i].number);
     type.attribute("inputScanBookmark" + n, [i](const DirMachine& m) { return m.inputScanBookmark(i); })
         .attribute("inputScanState" + n,
                    [i](const DirMachine& m) { return static_cast<int>(m.inputScanState(i)); })
@@ -252,7 +262,10 @@ void DirMachine<Entity, Collection>::describe() {
         .attribute("inTask" + n, [i](const DirMachine& m) { return m.inTask(i); })
         .attribute("shouldYield" + n, [i](const DirMachine& m) { return m.shouldYield(i); })
         .attribute("inputScanComplete" + n, [i](const DirMachine& m) { return m.inputScanComplete(i); })
-        .operation("doInputScan" + n, [i](DirMachine& m) { m.runScan(i); });
+        .operation("doInputScan" + n, [i](DirMachine& m) {
+          Zavro::Ptr<Pipeline> held = m.root_.hold();
+          m.runScan(i);
+        });
   }
   type_ = type.build();
 }

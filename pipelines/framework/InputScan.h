@@ -1,6 +1,8 @@
 // The scan of one input collection, in runs that end when the scheduler says so and resume at a bookmark.
 #pragma once
 
+#include <absl/cleanup/cleanup.h>
+
 #include <functional>
 #include <optional>
 #include <string>
@@ -16,6 +18,11 @@ enum class ScanState : uint8_t {
   complete = 2,
   completeInitial = 3,  // complete as long as the pipeline's initial scan is not done; then scanned again
 };
+
+// Whether a scan in this state has nothing to do, now that the pipeline's initial scan is done or not.
+inline bool completeFor(ScanState state, bool initialScanDone) {
+  return state == ScanState::complete || (state == ScanState::completeInitial && !initialScanDone);
+}
 
 // What a scan needs of the machine that it belongs to.
 struct ScanContext {
@@ -38,23 +45,18 @@ class InputScan {
 
   ScanState state() const { return state_; }
   const Key& bookmark() const { return bookmark_; }
-  bool completeFor(bool initialScanDone) const {
-    return state_ == ScanState::complete || (state_ == ScanState::completeInitial && !initialScanDone);
-  }
 
   // Runs step(key) for the elements from the bookmark or the start on, at least one, until the scheduler
   // wants the thread back. A step that is unfinished is taken again by the next run. True when the scan is
   // complete.
   template <class Collection, class StepFunction>
   bool run(const ScanContext& context, const Collection& collection, StepFunction step) {
-    if (completeFor(context.root.initialScanDone())) return true;
+    if (completeFor(state_, context.root.initialScanDone())) return true;
     if (current_) return false;  // a run is under way further up the stack
     auto at = state_ == ScanState::underWay ? collection.from(bookmark_) : collection.begin();
     uint64_t iterations = 0;
     while (at) {
-      current_ = at.key();
-      Step result = step(at.key());
-      current_.reset();
+      Step result = stepAt(at.key(), step);
       if (result == Step::gone) return false;
       ++iterations;
       bool yields = result == Step::unfinished || context.shouldYield();
@@ -82,6 +84,14 @@ class InputScan {
   }
 
  private:
+  // Also when the step throws, it is over afterwards.
+  template <class StepFunction>
+  Step stepAt(const Key& key, StepFunction& step) {
+    current_ = key;
+    absl::Cleanup over = [this] { current_.reset(); };
+    return step(key);
+  }
+
   ScanState state_ = ScanState::notStarted;
   Key bookmark_{};
   std::optional<Key> current_;  // the element that a step is handling

@@ -28,7 +28,7 @@ bool OutputBase::inputsScanned() const {
 }
 
 void OutputBase::handleInputReady() {
-  if (!root_.initialized() || !root_.ownsRows()) return;
+  if (!root_.initialized() || root_.paused()) return;
   if (ready_) {
     trace().trace(9, " already ready, not reconciling.");
     return;

@@ -71,7 +71,8 @@ class OutputBase {
 //   using Table = ...;                                     the table of TrelMib
 //   using Value = ...;                                     what an event carries beside the key
 //   kOutput, kInto                                         the output's name and its statement
-//   table(mib), same(entry, value), insert(mib, key, value), del(mib, key), text(key, value)
+//   table(mib), insert(mib, key, value), del(mib, key), text(key, value)
+//   same(row, value)                                       insert() takes the value with the row in its place
 template <class Rows>
 class Output final : public OutputBase {
  public:

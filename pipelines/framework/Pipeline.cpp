@@ -50,6 +50,7 @@ void Pipeline::handleInitialized() {
   for (BacklogBase* backlog : backlogs_) backlog->makeTask();
   for (OutputBase* output : outputs_) output->makeTask();
   checkArguments();
+  processDepends();
   for (OutputBase* output : outputs_) output->noteStaleRows();
   onScans_ = inputSmScanState_->scans().subscribe([this] { handleInputs(); });
   traceHandle_.trace(9, "create local SMs");
@@ -128,26 +129,34 @@ void Pipeline::handleInitialScanDone() {
 }
 
 void Pipeline::doDeleteAll() {
+  Zavro::Ptr<Pipeline> held = hold();
   for (auto& machine : machines_) machine->doDeleteAll();
 }
 
 void Pipeline::rowsHandedOver() {
   ownsRows_ = false;
-  for (auto& machine : machines_) machine->hasNotificationActiveIs(false);
-  for (BacklogBase* backlog : backlogs_) backlog->activeIs(false);
+  pausedIs(true);
 }
 
-void Pipeline::onZombieReactors() {
-  for (auto& machine : machines_) machine->hasNotificationActiveIs(hasNotificationActive());
-  for (BacklogBase* backlog : backlogs_) backlog->activeIs(hasNotificationActive());
+void Pipeline::onZombieReactors() { pausedIs(!hasNotificationActive() || !ownsRows_); }
+
+void Pipeline::pausedIs(bool paused) {
+  Zavro::Ptr<Pipeline> held = hold();
+  paused_ = paused;
+  for (auto& machine : machines_) {
+    machine->hasNotificationActiveIs(!paused);
+    if (paused_ != paused) return;  // what a machine caught up with made somebody pause the pipeline
+  }
+  if (paused) return;
+  for (BacklogBase* backlog : backlogs_) backlog->resume();
+  handleOutputs();
 }
 
 void Pipeline::stop() {
   onScans_.reset();
   // All fall silent before the first deletes: what a deletion makes subscribers do must not start a machine
   // that is about to go.
-  for (auto& machine : machines_) machine->hasNotificationActiveIs(false);
-  for (BacklogBase* backlog : backlogs_) backlog->activeIs(false);
+  pausedIs(true);
   for (auto& machine : machines_) machine->stop(ownsRows_);
   machines_.clear();
 }

@@ -5,8 +5,8 @@
 //
 // A pipeline is a final class that derives from this one, declares its streams and outputs, makes its
 // machines in machinesIs() and calls start() at the end of its constructor and stop() first in its
-// destructor. Everything runs on the event loop's thread; long scans are cut into slices of Vem tasks unless
-// the pipeline is synchronous.
+// destructor. It reacts from its construction on; made notification-inactive, it pauses. Everything runs on
+// the event loop's thread; long scans are cut into slices of Vem tasks unless the pipeline is synchronous.
 #pragma once
 
 #include <string>
@@ -51,6 +51,8 @@ class Pipeline : public Zavro::Node {
   bool initialized() const { return initialized_; }
   bool initialScanDone() const { return initialScanDone_; }
   bool synchronous() const { return synchronous_; }
+  // Changes are noted but not acted on, and no task does anything.
+  bool paused() const { return paused_; }
 
   const Rvx::SmControl& rivoControl() const { return rivoControl_; }
   // Takes a copy for inspection; how the pipeline runs was settled when it was made.
@@ -105,12 +107,15 @@ class Pipeline : public Zavro::Node {
 
   // The pointers that the pipeline was given, in order of declaration.
   virtual std::vector<PointerArgument> pointerArguments() const = 0;
+  // Declares to the runtime what is read but not followed.
+  virtual void processDepends() {}
   // Makes the top machines, each with machineAdded(), and starts their scans.
   virtual void machinesIs() = 0;
 
   void onZombieReactors() override;
 
  private:
+  void pausedIs(bool paused);
   void resolveControl();
   void checkArguments() const;
   void describe();
@@ -135,6 +140,7 @@ class Pipeline : public Zavro::Node {
   bool synchronous_ = kDefaultSynchronous;
   bool initialScanDone_ = false;
   bool initialized_ = false;
+  bool paused_ = false;
   bool ownsRows_ = true;
   Kor::Type type_;
   Kor::Subscription onScans_;

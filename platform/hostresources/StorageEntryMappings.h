@@ -14,6 +14,10 @@ struct StorageTableEntry {
   Kor::String description;
   uint32_t index = 0;  // the row's hrStorageIndex
   bool operator==(const StorageTableEntry&) const = default;
+  // "(type=1.3.6.1.2.1.25.2.1.2, description=RAM, index=1)"
+  std::string text() const {
+    return fmt::format("(type={}, description={}, index={})", type, description, index);
+  }
 };
 
 // A singleton (Kor::Entity::singletonIs(kTypeName)).

@@ -17,4 +17,9 @@ GlobalState& GlobalState::get() {
   return *state;
 }
 
+void GlobalState::delFromRegistry(const RegistryKey& key) {
+  auto found = keys_.find(key);
+  if (found != keys_.end() && --found->second == 0) keys_.erase(found);
+}
+
 }  // namespace Rvx

@@ -2,7 +2,7 @@
 // nothing is scheduled by it.
 #pragma once
 
-#include <set>
+#include <map>
 #include <string>
 #include <tuple>
 
@@ -40,15 +40,17 @@ class GlobalState {
   // The process's one registry.
   static GlobalState& get();
 
-  // Adding a key that is there changes nothing.
-  void addToRegistry(const RegistryKey& key) { keys_.insert(key); }
+  // A key stays until it was deleted as often as it was added.
+  void addToRegistry(const RegistryKey& key) { ++keys_[key]; }
+  void delFromRegistry(const RegistryKey& key);
   bool checkRegistry(const RegistryKey& key) const { return keys_.contains(key); }
-  const std::set<RegistryKey>& registry() const { return keys_; }
+  // The keys, and how often each was added.
+  const std::map<RegistryKey, size_t>& registry() const { return keys_; }
   // Forgets every key, and with them the references that they hold.
   void registryDelAll() { keys_.clear(); }
 
  private:
-  std::set<RegistryKey> keys_;
+  std::map<RegistryKey, size_t> keys_;
 };
 
 }  // namespace Rvx

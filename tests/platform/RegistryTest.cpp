@@ -48,6 +48,17 @@ TEST_F(RegistryTest, OneRegistryPerProcess_KnowsWhatWasAdded) {
   EXPECT_EQ(state_.registry().size(), 2u);
 }
 
+TEST_F(RegistryTest, AddedTwice_StaysUntilItWasDeletedTwice) {
+  state_.addToRegistry(key("a", "b"));
+  state_.addToRegistry(key("a", "b"));
+  state_.delFromRegistry(key("a", "b"));
+  EXPECT_TRUE(state_.checkRegistry(key("a", "b")));
+  state_.delFromRegistry(key("a", "b"));
+  EXPECT_FALSE(state_.checkRegistry(key("a", "b")));
+  state_.delFromRegistry(key("a", "b"));
+  EXPECT_EQ(source_->useCount(), 1u);
+}
+
 TEST_F(RegistryTest, Forgetting_ReleasesTheNodes) {
   state_.addToRegistry(key("a", "b"));
   EXPECT_EQ(source_->useCount(), 2u);
