@@ -1,5 +1,8 @@
 #include "TrelSnmpAgent.h"
 
+#include <algorithm>
+
+#include "toggles/Toggles.h"
 #include "trel/Mode.h"
 #include "veldaTrelHostResourcesMIB.h"
 #include "veldaTrelMIB.h"
@@ -11,6 +14,17 @@ namespace {
 const Lumalog::Handle traceHandle("TrelSnmpAgent");
 
 constexpr const char* kDefaultContext = "";
+constexpr const char* kToggleFile = "TrelCore.json";
+
+// Each is read when it is first needed, and stays as it was read for the life of the process.
+bool hrStorageToggle() {
+  static const bool on = Toggles::getToggleState("TrelHrStorageSnmp", kToggleFile, true);
+  return on;
+}
+bool hrMemStorageToggle() {
+  static const bool on = Toggles::getToggleState("TrelHrMemStorage", kToggleFile, true);
+  return on;
+}
 
 // Runs make while the pipelines are silent, so that no two write one table; if it fails they go on.
 template <class Pipelines, class Make>
@@ -63,18 +77,20 @@ void SnmpStatusSm::snmpStatusIs(Status snmpStatus) {
   subscription_.reset();
   snmpStatus_ = std::move(snmpStatus);
   watch();
-  handleSnmpStatusInitialized();
+  evaluate();
 }
 
 void SnmpStatusSm::watch() {
   if (!snmpStatus_) return;
-  subscription_ = snmpStatus_->subscribeInitialized([this] {
-    if (hasNotificationActive()) {
-      handleSnmpStatusInitialized();
-    } else {
-      changedWhileInactive_ = true;
-    }
-  });
+  subscription_ = snmpStatus_->subscribeInitialized([this] { evaluate(); });
+}
+
+void SnmpStatusSm::evaluate() {
+  if (hasNotificationActive()) {
+    handleSnmpStatusInitialized();
+  } else {
+    changedWhileInactive_ = true;
+  }
 }
 
 void SnmpStatusSm::onZombieReactors() {
@@ -125,6 +141,9 @@ Agent::~Agent() {
   snmpStatusSmDel();
   trelSnmpIfTableSmDel();
   trelSnmpReachabilityTableSmDel();
+  trelSnmpHostResourcesSmDel();
+  trelSnmpHrStorageTableSmDel();
+  for (const auto& key : derivations_) Rvx::GlobalState::get().delFromRegistry(key);
 }
 
 void Agent::startSMs() {
@@ -134,11 +153,28 @@ void Agent::startSMs() {
   snmpStatusSmIs(inputs_.snmpStatus);
   trelSnmpIfTableSmIs(inputs_.topologyConfig, inputs_.ifMib, inputs_.trelMib, rvxSmControl_);
   trelSnmpReachabilityTableSmIs(inputs_.reachabilityDir, inputs_.ifMib, inputs_.trelMib, rvxSmControl_);
+  trelSnmpHostResourcesSmIs(inputs_.hostResourcesDir, inputs_.trelMib, rvxSmControl_);
+  if (hrStorageToggle() && hrMemStorageToggle()) startStorageTableSm();
+}
+
+void Agent::startStorageTableSm() {
+  using HostResourcesMib::StorageEntryMappings;
+  auto entity = Kor::Entity::singletonExists(StorageEntryMappings::kTypeName);
+  if (!entity) entity = Kor::Entity::singletonIs(StorageEntryMappings::kTypeName);
+  auto mappings = boost::dynamic_pointer_cast<const StorageEntryMappings>(entity);
+  for (const auto& key : TrelSnmpHrStorageTableSm::derivations(inputs_.hostResourcesDir, mappings)) {
+    if (std::find(derivations_.begin(), derivations_.end(), key) != derivations_.end()) continue;
+    Rvx::GlobalState::get().addToRegistry(key);
+    derivations_.push_back(key);
+  }
+  trelSnmpHrStorageTableSmIs(inputs_.hostResourcesDir, inputs_.trelMib, mappings, rvxSmControl_);
 }
 
 Zavro::Ptr<SnmpStatusSm> Agent::snmpStatusSmIs(const SnmpStatusSm::Status& snmpStatus) {
   if (snmpStatusSm_ && snmpStatusSm_->snmpStatus() == snmpStatus) return snmpStatusSm_;
-  snmpStatusSm_ = SnmpStatusSm::SnmpStatusSmIs(snmpStatus);
+  auto made = SnmpStatusSm::SnmpStatusSmIs(snmpStatus);
+  snmpStatusSmDel();  // whoever still holds the old one holds one that does nothing
+  snmpStatusSm_ = std::move(made);
   return snmpStatusSm_;
 }
 
@@ -172,8 +208,37 @@ Zavro::Ptr<TrelSnmpReachabilityTableSm> Agent::trelSnmpReachabilityTableSmDel() 
   return detach(trelSnmpReachabilityTableSm_);
 }
 
+Zavro::Ptr<TrelSnmpHostResourcesSm> Agent::trelSnmpHostResourcesSmIs(
+    const Zavro::Ptr<const Kor::Dir>& hostResourcesDir, const Zavro::Ptr<TrelMib>& trelMib,
+    const Rvx::SmControl& control) {
+  auto& slot = trelSnmpHostResourcesSm_;
+  bool matches = slot && slot->hostResourcesDir() == hostResourcesDir && slot->trelMib() == trelMib;
+  return keepOrReplace(slot, matches, control,
+                       [&] { return trelSnmpHostResourcesSmFactory(hostResourcesDir, trelMib, control); });
+}
+
+Zavro::Ptr<TrelSnmpHostResourcesSm> Agent::trelSnmpHostResourcesSmDel() {
+  return detach(trelSnmpHostResourcesSm_);
+}
+
+Zavro::Ptr<TrelSnmpHrStorageTableSm> Agent::trelSnmpHrStorageTableSmIs(
+    const Zavro::Ptr<const Kor::Dir>& hostResourcesDir, const Zavro::Ptr<TrelMib>& trelMib,
+    const TrelSnmpHrStorageTableSm::Mappings& storageEntryMappings, const Rvx::SmControl& control) {
+  auto& slot = trelSnmpHrStorageTableSm_;
+  bool matches = slot && slot->hostResourcesDir() == hostResourcesDir && slot->trelMib() == trelMib &&
+                 slot->storageEntryMappings() == storageEntryMappings;
+  return keepOrReplace(slot, matches, control, [&] {
+    return trelSnmpHrStorageTableSmFactory(hostResourcesDir, trelMib, storageEntryMappings, control);
+  });
+}
+
+Zavro::Ptr<TrelSnmpHrStorageTableSm> Agent::trelSnmpHrStorageTableSmDel() {
+  return detach(trelSnmpHrStorageTableSm_);
+}
+
 std::vector<Zavro::Ptr<Pipeline>> Agent::pipelines() const {
-  std::vector<Zavro::Ptr<Pipeline>> pipelines = {trelSnmpIfTableSm_, trelSnmpReachabilityTableSm_};
+  std::vector<Zavro::Ptr<Pipeline>> pipelines = {trelSnmpIfTableSm_, trelSnmpReachabilityTableSm_,
+                                                 trelSnmpHostResourcesSm_, trelSnmpHrStorageTableSm_};
   std::erase(pipelines, nullptr);
   return pipelines;
 }
@@ -195,6 +260,8 @@ const Kor::Type& Agent::type() {
           .attribute("snmpStatusSm", [](const Agent& a) { return a.snmpStatusSm_ != nullptr; })
           .attribute("trelSnmpIfTableSm", &Agent::trelSnmpIfTableSm)
           .attribute("trelSnmpReachabilityTableSm", &Agent::trelSnmpReachabilityTableSm)
+          .attribute("trelSnmpHostResourcesSm", &Agent::trelSnmpHostResourcesSm)
+          .attribute("trelSnmpHrStorageTableSm", &Agent::trelSnmpHrStorageTableSm)
           .attribute(
               "rvxSmControl", [](const Agent& a) { return a.rvxSmControl_.text(); },
               [](Agent& a, std::string_view text) { a.rvxSmControl_.textIs(text); })

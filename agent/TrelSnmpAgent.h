@@ -5,6 +5,8 @@
 
 #include <vector>
 
+#include "TrelSnmpHostResourcesSm.h"
+#include "TrelSnmpHrStorageTableSm.h"
 #include "TrelSnmpIfTableSm.h"
 #include "TrelSnmpReachabilityTableSm.h"
 #include "kor/Dir.h"
@@ -23,7 +25,8 @@ class SnmpStatusSm final : public Zavro::Node {
   explicit SnmpStatusSm(Status snmpStatus);
 
   const Status& snmpStatus() const { return snmpStatus_; }
-  // Watches another record from now on and evaluates it, unless it is the same object.
+  // Watches another record from now on and evaluates it (while inactive: once it is active), unless it is the
+  // same object.
   void snmpStatusIs(Status snmpStatus);
   bool mibsInitialized() const { return mibsInitialized_; }
   void handleSnmpStatusInitialized();
@@ -36,6 +39,8 @@ class SnmpStatusSm final : public Zavro::Node {
 
  private:
   void watch();
+  // Acts on the status, or notes that it is to when the watcher is active again.
+  void evaluate();
   void onZombieReactors() override;
 
   Status snmpStatus_;
@@ -70,12 +75,15 @@ class Agent final : public Zavro::Node {
   // Run control that pipelines made from now on get; settable through type information only.
   const Rvx::SmControl& rvxSmControl() const { return rvxSmControl_; }
 
-  // Makes what is missing, in a fixed order.
+  // Makes what is missing, in a fixed order. The storage pipeline is made only when the toggles
+  // "TrelHrStorageSnmp" and "TrelHrMemStorage" of "TrelCore.json" are both on; they are read once in the life
+  // of the process, the second only when the first is on.
   void startSMs();
 
   // The ...Is operations keep what exists when all its inputs are the very same objects; otherwise they make
   // a new one, which takes the old one's place and its rows. The ...Del operations detach what exists,
-  // deactivate it and hand it to the caller (null if none); a pipeline's rows go when the caller drops it.
+  // deactivate it and hand it to the caller (null if none); a pipeline's rows go when the caller drops it, so
+  // it is to be dropped before another one is made for the same MIB state object.
   Zavro::Ptr<SnmpStatusSm> snmpStatusSmIs(const SnmpStatusSm::Status& snmpStatus);
   Zavro::Ptr<SnmpStatusSm> snmpStatusSmDel();
   Zavro::Ptr<TrelSnmpIfTableSm> trelSnmpIfTableSmIs(
@@ -87,11 +95,26 @@ class Agent final : public Zavro::Node {
       const Zavro::Ptr<const Kor::Dir>& reachabilityDir, const Zavro::Ptr<const IntfSnmp::IfMib>& ifMib,
       const Zavro::Ptr<TrelMib>& trelMib, const Rvx::SmControl& control);
   Zavro::Ptr<TrelSnmpReachabilityTableSm> trelSnmpReachabilityTableSmDel();
+  Zavro::Ptr<TrelSnmpHostResourcesSm> trelSnmpHostResourcesSmIs(
+      const Zavro::Ptr<const Kor::Dir>& hostResourcesDir, const Zavro::Ptr<TrelMib>& trelMib,
+      const Rvx::SmControl& control);
+  Zavro::Ptr<TrelSnmpHostResourcesSm> trelSnmpHostResourcesSmDel();
+  Zavro::Ptr<TrelSnmpHrStorageTableSm> trelSnmpHrStorageTableSmIs(
+      const Zavro::Ptr<const Kor::Dir>& hostResourcesDir, const Zavro::Ptr<TrelMib>& trelMib,
+      const TrelSnmpHrStorageTableSm::Mappings& storageEntryMappings, const Rvx::SmControl& control);
+  Zavro::Ptr<TrelSnmpHrStorageTableSm> trelSnmpHrStorageTableSmDel();
 
   const Zavro::Ptr<SnmpStatusSm>& snmpStatusSm() const { return snmpStatusSm_; }
   const Zavro::Ptr<TrelSnmpIfTableSm>& trelSnmpIfTableSm() const { return trelSnmpIfTableSm_; }
   const Zavro::Ptr<TrelSnmpReachabilityTableSm>& trelSnmpReachabilityTableSm() const {
     return trelSnmpReachabilityTableSm_;
+  }
+  const Zavro::Ptr<TrelSnmpHostResourcesSm>& trelSnmpHostResourcesSm() const {
+    return trelSnmpHostResourcesSm_;
+  }
+  // Null when the toggles say so.
+  const Zavro::Ptr<TrelSnmpHrStorageTableSm>& trelSnmpHrStorageTableSm() const {
+    return trelSnmpHrStorageTableSm_;
   }
   // Those that exist, in the order of their creation.
   std::vector<Zavro::Ptr<Pipeline>> pipelines() const;
@@ -102,10 +125,15 @@ class Agent final : public Zavro::Node {
   const Kor::Type& korType() const override { return type(); }
 
  private:
+  void startStorageTableSm();
+
   const AgentInputs inputs_;
   Zavro::Ptr<SnmpStatusSm> snmpStatusSm_;
   Zavro::Ptr<TrelSnmpIfTableSm> trelSnmpIfTableSm_;
   Zavro::Ptr<TrelSnmpReachabilityTableSm> trelSnmpReachabilityTableSm_;
+  Zavro::Ptr<TrelSnmpHostResourcesSm> trelSnmpHostResourcesSm_;
+  Zavro::Ptr<TrelSnmpHrStorageTableSm> trelSnmpHrStorageTableSm_;
+  std::vector<Rvx::RegistryKey> derivations_;  // that this agent declared
   Rvx::SmControl rvxSmControl_;
 };
 

@@ -13,7 +13,9 @@
 #include "snmp/KelstoreUtil.h"
 #include "snmp/RegVoidCollByContext.h"
 #include "support/DrivenScheduler.h"
+#include "support/TempDir.h"
 #include "support/TraceLog.h"
+#include "toggles/Toggles.h"
 #include "trel/Mode.h"
 #include "veldaTrelHostResourcesMIB.h"
 #include "veldaTrelMIB.h"
@@ -54,6 +56,7 @@ class AgentTest : public testing::Test {
     unregister_veldaTrelMIB("");
     Snmp::KelstoreUtil::rootIs(nullptr, nullptr);
     Kor::Entity::singletonDel(Snmp::RegVoidCollByContext::kTypeName);
+    Kor::Entity::singletonDel(HostResourcesMib::StorageEntryMappings::kTypeName);
     Vem::TaskSchedulerRoot::schedulerIs(nullptr);
     Trel::trelModeIs(true);
   }
@@ -125,7 +128,6 @@ TEST_F(AgentTest, AnyOtherInput_WholeNewAgent) {
       [&] { return root->agentIs(mib, status, ifMib, otherTopology, reachabilityDir, hostResourcesDir); },
       [&] { return root->agentIs(mib, status, ifMib, topology, otherDir, hostResourcesDir); },
       [&] { return root->agentIs(mib, status, ifMib, topology, reachabilityDir, otherDir); },
-      [&] { return root->agentIs(mib, status, ifMib, topology, reachabilityDir, nullptr); },
   };
   for (size_t i = 0; i < changes.size(); ++i) {
     auto before = agentIs();
@@ -142,7 +144,7 @@ TEST_F(AgentTest, AgentHoldsItsInputsAndLetsThemGo) {
   uint32_t before = reachabilityDir->useCount();
   agentIs();
   EXPECT_GT(reachabilityDir->useCount(), before);
-  EXPECT_EQ(hostResourcesDir->useCount(), 2U);
+  EXPECT_GT(hostResourcesDir->useCount(), 1U);
   root->agentDel();
   for (const Zavro::Counted* object : std::initializer_list<const Zavro::Counted*>{
            status.get(), ifMib.get(), topology.get(), reachabilityDir.get(), hostResourcesDir.get()}) {
@@ -161,9 +163,10 @@ TEST_F(AgentTest, AgentDel_HandsTheAgentOver) {
 TEST_F(AgentTest, Pipelines_AreActiveAndReadyOnceTheSchedulerRan) {
   reports("1", 2);
   auto agent = agentIs();
-  ASSERT_EQ(agent->pipelines().size(), 2U);
-  EXPECT_EQ(agent->pipelines()[0]->name(), "TrelSnmpIfTableSm");
-  EXPECT_EQ(agent->pipelines()[1]->name(), "TrelSnmpReachabilityTableSm");
+  std::vector<std::string> names;
+  for (const auto& pipeline : agent->pipelines()) names.push_back(pipeline->name());
+  EXPECT_EQ(names, (std::vector<std::string>{"TrelSnmpIfTableSm", "TrelSnmpReachabilityTableSm",
+                                             "TrelSnmpHostResourcesSm", "TrelSnmpHrStorageTableSm"}));
   EXPECT_TRUE(agent->trelSnmpReachabilityTableSm()->hasNotificationActive());
   EXPECT_TRUE(agent->snmpStatusSm()->hasNotificationActive());
   scheduler.drain();
@@ -234,7 +237,9 @@ TEST_F(AgentTest, SnmpUpFromTheStart_ModulesAreRegisteredBeforeThePipelinesAreMa
       "veldaTrelHostResourcesMIB/8 Initialized table veldaTrelProcessorTable" + inDefaultContext,
       "veldaTrelHostResourcesMIB/8 Initialized table veldaTrelStorageTable" + inDefaultContext,
       "TrelSnmpIfTableSm/9 create local SMs",
-      "TrelSnmpReachabilityTableSm/9 create local SMs"};
+      "TrelSnmpReachabilityTableSm/9 create local SMs",
+      "TrelSnmpHostResourcesSm/9 create local SMs",
+      "TrelSnmpHrStorageTableSm/9 create local SMs"};
   for (size_t i = 0; i + 1 < order.size(); ++i) EXPECT_LT(position(order[i]), position(order[i + 1])) << i;
 }
 
@@ -265,6 +270,27 @@ TEST_F(AgentTest, StatusWatcher_KeptForTheSameRecordReplacedForAnother) {
   EXPECT_NE(replacement, watcher);
   EXPECT_EQ(agent->snmpStatusSm(), replacement);
   EXPECT_TRUE(replacement->hasNotificationActive());
+  EXPECT_FALSE(watcher->hasNotificationActive());
+  status->initializedIs(true);
+  EXPECT_FALSE(registered());
+}
+
+TEST_F(AgentTest, StatusWatcherGetsAnotherRecordWhileInactive_ActsOnceItIsActive) {
+  auto agent = agentIs();
+  auto watcher = agent->snmpStatusSmDel();
+  auto other = Zavro::makePtr<Snmp::Status>("other");
+  other->initializedIs(true);
+  watcher->snmpStatusIs(other);
+  EXPECT_FALSE(registered());
+  watcher->hasNotificationActiveIs(true);
+  EXPECT_TRUE(registered());
+}
+
+TEST_F(AgentTest, StatusWatcherGetsTheSameRecord_NothingHappens) {
+  auto agent = agentIs();
+  TraceLog traces{"TrelSnmpAgent"};
+  agent->snmpStatusSm()->snmpStatusIs(status);
+  EXPECT_TRUE(traces.lines().empty());
 }
 
 TEST_F(AgentTest, StatusWatcherDetached_IsInactiveUntilItIsActiveAgain) {
@@ -332,6 +358,82 @@ TEST_F(AgentTest, IfTablePipeline_KeptReplacedAndDeletedAlike) {
   auto detached = agent->trelSnmpIfTableSmDel();
   EXPECT_FALSE(detached->hasNotificationActive());
   EXPECT_EQ(agent->trelSnmpIfTableSm(), nullptr);
+}
+
+TEST_F(AgentTest, HostResourcesPipeline_KeptReplacedAndDeletedAlike) {
+  hostResourcesDir->entityPtrIs(Zavro::makePtr<HostResources::HostResources>("1"));
+  auto agent = agentIs();
+  auto pipeline = agent->trelSnmpHostResourcesSm();
+  scheduler.drain();
+  EXPECT_NE(mib->trelHrSystemTable(1), nullptr);
+  Rvx::SmControl control;
+  control.taskName = "renamed";
+  EXPECT_EQ(agent->trelSnmpHostResourcesSmIs(hostResourcesDir, mib, control), pipeline);
+  EXPECT_EQ(pipeline->rivoControl().taskName, "renamed");
+  auto otherDir = Zavro::makePtr<Kor::Dir>("other");
+  auto replacement = agent->trelSnmpHostResourcesSmIs(otherDir, mib, control);
+  EXPECT_NE(replacement, pipeline);
+  EXPECT_TRUE(replacement->hasNotificationActive());
+  scheduler.drain();
+  EXPECT_EQ(mib->trelHrSystemTable(1), nullptr);
+  auto otherMib = trelMibFactory("other");
+  EXPECT_NE(agent->trelSnmpHostResourcesSmIs(otherDir, otherMib, control), replacement);
+  auto detached = agent->trelSnmpHostResourcesSmDel();
+  EXPECT_FALSE(detached->hasNotificationActive());
+  EXPECT_EQ(agent->trelSnmpHostResourcesSm(), nullptr);
+}
+
+TEST_F(AgentTest, StoragePipeline_KeptReplacedAndDeletedAlike) {
+  auto agent = agentIs();
+  auto pipeline = agent->trelSnmpHrStorageTableSm();
+  auto mappings = pipeline->storageEntryMappings();
+  Rvx::SmControl control;
+  control.taskName = "renamed";
+  EXPECT_EQ(agent->trelSnmpHrStorageTableSmIs(hostResourcesDir, mib, mappings, control), pipeline);
+  EXPECT_EQ(pipeline->rivoControl().taskName, "renamed");
+  auto otherDir = Zavro::makePtr<Kor::Dir>("other");
+  auto otherMib = trelMibFactory("other");
+  auto otherMappings = Zavro::makePtr<HostResourcesMib::StorageEntryMappings>();
+  auto another = agent->trelSnmpHrStorageTableSmIs(hostResourcesDir, mib, otherMappings, control);
+  EXPECT_NE(another, pipeline);
+  EXPECT_TRUE(another->hasNotificationActive());
+  auto third = agent->trelSnmpHrStorageTableSmIs(otherDir, mib, otherMappings, control);
+  EXPECT_NE(third, another);
+  auto fourth = agent->trelSnmpHrStorageTableSmIs(otherDir, otherMib, otherMappings, control);
+  EXPECT_NE(fourth, third);
+  EXPECT_EQ(agent->trelSnmpHrStorageTableSmDel(), fourth);
+  EXPECT_FALSE(fourth->hasNotificationActive());
+  EXPECT_EQ(agent->trelSnmpHrStorageTableSm(), nullptr);
+}
+
+TEST_F(AgentTest, Mappings_AreMadeWhenThereAreNoneAndReusedWhenThereAre) {
+  const char* kType = HostResourcesMib::StorageEntryMappings::kTypeName;
+  EXPECT_EQ(Kor::Entity::singletonExists(kType), nullptr);
+  auto made = agentIs()->trelSnmpHrStorageTableSm()->storageEntryMappings();
+  EXPECT_EQ(Kor::Entity::singletonExists(kType), made);
+  root->agentDel();
+  EXPECT_EQ(agentIs()->trelSnmpHrStorageTableSm()->storageEntryMappings(), made);
+}
+
+TEST_F(AgentTest, Derivations_AreDeclaredForTheAgentsLife) {
+  auto agent = agentIs();
+  auto mappings = agent->trelSnmpHrStorageTableSm()->storageEntryMappings();
+  auto declared = [&](const char* source, const char* target) {
+    return Rvx::GlobalState::get().checkRegistry(
+        Rvx::RegistryKey::make(hostResourcesDir, source, mappings, target));
+  };
+  EXPECT_TRUE(declared("entityPtr< HostResources::HostResources >[].storageInfoTable[]", "mountEntries[]"));
+  EXPECT_TRUE(declared("entityPtr< HostResources::HostResources >[].memInfo", "memEntries[]"));
+  Kor::invoke(*agent, "startSMs");
+  EXPECT_EQ(Rvx::GlobalState::get().registry().size(), 2U);
+  agent.reset();
+  // A successor with the same inputs declares them too; what it declared is not the predecessor's to take
+  // back.
+  auto otherTopology = Zavro::makePtr<Trel::TopologyConfig>("other");
+  root->agentIs(mib, status, ifMib, otherTopology, reachabilityDir, hostResourcesDir);
+  EXPECT_EQ(Rvx::GlobalState::get().registry().size(), 2U);
+  root->agentDel();
+  EXPECT_TRUE(Rvx::GlobalState::get().registry().empty());
 }
 
 TEST_F(AgentTest, PipelineDeleted_IsInactiveAndItsRowsGoWithIt) {
@@ -428,6 +530,55 @@ TEST_F(AgentTest, NoStatusRecord_CountsAsNotInitialised) {
 }
 
 using AgentDeath = AgentTest;
+
+// The toggles are read once in the life of a process, so each combination gets a process of its own.
+class StorageToggles : public AgentTest {
+ protected:
+  void SetUp() override {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    AgentTest::SetUp();
+  }
+  // Ends the process with 0 if the storage pipeline stands, or does not, as the toggle file has it.
+  [[noreturn]] void start(const char* toggles, bool storageStands) {
+    exit(standsAs(toggles, storageStands) ? 0 : 1);
+  }
+  static constexpr const char* kBothOff = R"({"TrelHrStorageSnmp": false, "TrelHrMemStorage": false})";
+
+ private:
+  bool standsAs(const char* toggles, bool storageStands) {
+    Support::TempDir dir;
+    Toggles::fileIs("TrelCore.json", dir.write("TrelCore.json", toggles));
+    auto agent = agentIs();
+    bool stands = agent->trelSnmpHrStorageTableSm() != nullptr;
+    auto mappings = Kor::Entity::singletonExists(HostResourcesMib::StorageEntryMappings::kTypeName);
+    bool asExpected = stands == storageStands && (mappings != nullptr) == storageStands &&
+                      agent->pipelines().size() == (storageStands ? 4U : 3U);
+    // Later changes of the file change nothing.
+    Toggles::fileIs("TrelCore.json", dir.write("TrelCore.json", storageStands ? kBothOff : "{}"));
+    Kor::invoke(*agent, "startSMs");
+    return asExpected && (agent->trelSnmpHrStorageTableSm() != nullptr) == storageStands;
+  }
+};
+
+TEST_F(StorageToggles, BothOn_StorageStands) {
+  EXPECT_EXIT(start(R"({"TrelHrStorageSnmp": true, "TrelHrMemStorage": true})", true),
+              testing::ExitedWithCode(0), "");
+}
+TEST_F(StorageToggles, NotMentioned_StorageStands) {
+  EXPECT_EXIT(start("{}", true), testing::ExitedWithCode(0), "");
+}
+TEST_F(StorageToggles, StorageOff_NothingStandsNotEvenTheMappings) {
+  EXPECT_EXIT(start(R"({"TrelHrStorageSnmp": false})", false), testing::ExitedWithCode(0), "");
+}
+TEST_F(StorageToggles, MemoryOff_NothingStandsNotEvenTheMappings) {
+  EXPECT_EXIT(start(R"({"TrelHrMemStorage": false})", false), testing::ExitedWithCode(0), "");
+}
+TEST_F(StorageToggles, BothOff_NothingStands) {
+  EXPECT_EXIT(start(kBothOff, false), testing::ExitedWithCode(0), "");
+}
+TEST_F(StorageToggles, FileThatCannotBeUsed_CountsAsOn) {
+  EXPECT_EXIT(start("{", true), testing::ExitedWithCode(0), "");
+}
 
 TEST_F(AgentDeath, NotInTrelMode_EndsTheProcess) {
   Trel::trelModeIs(false);

@@ -1,0 +1,90 @@
+// The host-resources pipeline: keeps TrelMib's trelHrSystemTable and trelProcessorTable equal to what every
+// member publishes of its host.
+#pragma once
+
+#include "framework/CollectionStream.h"
+#include "framework/DirMachine.h"
+#include "framework/Output.h"
+#include "kor/Dir.h"
+
+namespace TrelSnmp::Agent {
+
+namespace RivoCode::TrelSnmpHostResourcesSm {
+
+using HostResourcesDirSm0 = DirMachine<HostResources::HostResources, Kor::Dir::Entities>;
+using EntityPtrSm1 = ChildMachine;
+using InputSmScanState = ::TrelSnmp::Agent::InputSmScanState;
+using OutputState = ::TrelSnmp::Agent::OutputState;
+
+}  // namespace RivoCode::TrelSnmpHostResourcesSm
+
+class TrelSnmpHostResourcesSm final : public Pipeline {
+ public:
+  using Host = Zavro::Ptr<const HostResources::HostResources>;
+  using Processor = Zavro::Ptr<const HostResources::Processor>;
+
+  struct SystemRows {
+    using Table = TrelHrSystemTable;
+    using Value = Host;
+    static constexpr const char* kOutput = "trelMibTrelHrSystemTableOutput";
+    static constexpr const char* kInto = "into( trelMib.trelHrSystemTable[ key ] )";
+    static const Table& table(const TrelMib& mib) { return mib.trelHrSystemTable(); }
+    static bool same(const TrelHrSystemEntry& entry, const Host& host) {
+      return entry.hostResources() == host;
+    }
+    static void insert(TrelMib& mib, uint32_t member, const Host& host) {
+      mib.trelHrSystemTableIs(member, host);
+    }
+    static void del(TrelMib& mib, uint32_t member) { mib.trelHrSystemTableDel(member); }
+    static std::string text(uint32_t member, const Host& host);
+  };
+  struct ProcessorRows {
+    using Table = TrelProcessorTable;
+    using Value = Processor;
+    static constexpr const char* kOutput = "trelMibTrelProcessorTableOutput";
+    static constexpr const char* kInto = "into( trelMib.trelProcessorTable[ key ] )";
+    static const Table& table(const TrelMib& mib) { return mib.trelProcessorTable(); }
+    static bool same(const TrelProcessorEntry& entry, const Processor& processor) {
+      return entry.processor() == processor;
+    }
+    static void insert(TrelMib& mib, const ProcessorKey& key, const Processor& processor) {
+      mib.trelProcessorTableIs(key, processor);
+    }
+    static void del(TrelMib& mib, const ProcessorKey& key) { mib.trelProcessorTableDel(key); }
+    static std::string text(const ProcessorKey& key, const Processor& processor);
+  };
+  using TrelMibTrelHrSystemTableOutputKeyType = uint32_t;
+  using TrelMibTrelProcessorTableOutputKeyType = ProcessorKey;
+
+  // Neither pointer may be null: the process ends otherwise.
+  TrelSnmpHostResourcesSm(Zavro::Ptr<const Kor::Dir> hostResourcesDir, Zavro::Ptr<TrelMib> trelMib,
+                          const Rvx::SmControl& control);
+  ~TrelSnmpHostResourcesSm() override { stop(); }
+
+  const Zavro::Ptr<const Kor::Dir>& hostResourcesDir() const { return hostResourcesDir_; }
+  const Zavro::Ptr<TrelMib>& trelMib() const { return trelMib_; }
+  const Output<SystemRows>& trelMibTrelHrSystemTableOutput() const { return systemOutput_; }
+  const Output<ProcessorRows>& trelMibTrelProcessorTableOutput() const { return processorOutput_; }
+
+  // One element of a stream: member dirKey publishes this, or (null) no longer does. Both do nothing while
+  // the initial scan is not done.
+  void eventToHrSystemTableStream(const Kor::String& dirKey, const Host& hrOpt);
+  void eventToProcessorTableStream(const Kor::String& dirKey, uint32_t processorIndex,
+                                   const Processor& processorOpt);
+  void handleTrelMibTrelHrSystemTableOutputInputReady() { systemOutput_.handleInputReady(); }
+  void handleTrelMibTrelProcessorTableOutputInputReady() { processorOutput_.handleInputReady(); }
+
+ private:
+  std::vector<PointerArgument> pointerArguments() const override;
+  void machinesIs() override;
+
+  const Zavro::Ptr<const Kor::Dir> hostResourcesDir_;
+  const Zavro::Ptr<TrelMib> trelMib_;
+  Output<SystemRows> systemOutput_;
+  Output<ProcessorRows> processorOutput_;
+};
+
+Zavro::Ptr<TrelSnmpHostResourcesSm> trelSnmpHostResourcesSmFactory(
+    Zavro::Ptr<const Kor::Dir> hostResourcesDir, Zavro::Ptr<TrelMib> trelMib, const Rvx::SmControl& control);
+
+}  // namespace TrelSnmp::Agent

@@ -1,0 +1,223 @@
+// What is followed: a directory with one HostResources::HostResources for each member, named by the member's
+// id, and in each of them the collection storageInfoTable (one record for each mounted file system, by mount
+// point) and the attribute memInfo (one record, or none).
+//
+// What is looked up, but not followed: the storage mappings, which give a mount point or a kind of memory its
+// row's index, type and description. A mapping that changes changes no row; rows follow it when their record
+// is announced again, or at the next start.
+//
+// What is written: trelHrStorageTable, keyed by (member, index of the mapping).
+//
+// What happens to rows:
+//   a file system's record appears, is replaced     the row of its mapping is written, replacing one that is
+//                                                   there
+//   it vanishes                                     the row of its mapping is deleted
+//   a file system without mapping                   is ignored, also when it vanishes: a row of an earlier
+//   life
+//                                                   is left to reconciliation
+//   a memory record appears, is replaced            one row for each memory mapping is written
+//   it vanishes                                     the row of each memory mapping is deleted
+//   a member's entity vanishes                      its mapped file systems' rows are deleted, then the row
+//   of
+//                                                   each memory mapping
+//   the entity is replaced                          the same, and the new entity's rows are written
+//   an entity of another type                       is traced and counts as absent
+//
+// Both streams fill one table, which is ready when both have been scanned. Two directory keys may spell the
+// same member ("3" and "03"), and two mappings the same index: the later event on a row wins.
+#include "TrelSnmpHrStorageTableSm.h"
+
+#include "zavro/Assert.h"
+
+namespace TrelSnmp::Agent {
+namespace {
+
+const Lumalog::Handle pipelineTrace("TrelSnmpHrStorageTableSm");
+
+constexpr size_t kMountStream = 0;
+constexpr size_t kMemStream = 1;
+
+constexpr const char* kMountStreamStatement =
+    "mountStream = from( hostResourcesDir.entityPtr< HostResources::HostResources >[].storageInfoTable[] ): "
+    "dirKey={} mountpt={} storageOpt={}";
+constexpr const char* kMemStreamStatement =
+    "memStream = from( hostResourcesDir.entityPtr< HostResources::HostResources >[].memInfo ): dirKey={} "
+    "memInfoOpt={}";
+constexpr const char* kMappedFilter =
+    "filter( storageEntryMappings.mountEntries[ mountpt ] ) failed, terminating pipeline";
+constexpr const char* kMemEntriesFlattened =
+    " foreach( storageEntryMappings.memEntries ) flattening {} elements";
+constexpr const char* kFlatteningElement = "Flattening element: {}";
+
+// Levels: elements and writes at 7, as in every pipeline; what filters and flattening do at 6; each flattened
+// element at 9.
+constexpr int kElementLevel = 7;
+constexpr int kStepLevel = 6;
+constexpr int kFlattenedLevel = 9;
+
+}  // namespace
+
+namespace RivoCode::TrelSnmpHrStorageTableSm {
+
+StorageRow rowOf(const Zavro::Ptr<const TrelHrStorageEntryMount>& made) {
+  auto _tmpCast26_ = boost::dynamic_pointer_cast<const TrelHrStorageEntry>(made);
+  zavroAssert(_tmpCast26_ &&
+              "dynamic cast to TrelSnmp::TrelHrStorageEntry::PtrConst from "
+              "TrelSnmp::TrelHrStorageEntryMount::PtrConst failed");
+  return _tmpCast26_;
+}
+
+StorageRow rowOf(const Zavro::Ptr<const TrelHrStorageEntryMem>& made) {
+  auto _tmpCast14_ = boost::dynamic_pointer_cast<const TrelHrStorageEntry>(made);
+  zavroAssert(_tmpCast14_ &&
+              "dynamic cast to TrelSnmp::TrelHrStorageEntry::PtrConst from "
+              "TrelSnmp::TrelHrStorageEntryMem::PtrConst failed");
+  return _tmpCast14_;
+}
+
+}  // namespace RivoCode::TrelSnmpHrStorageTableSm
+
+void TrelSnmpHrStorageTableSm::StorageRows::insert(TrelMib& mib, const TrelHrStorageKey& key,
+                                                   const StorageRow& row) {
+  if (row->key() != key) {
+    Zavro::assertFailed(
+        fmt::format("In \"{}\" the value inserted in the into statement has internal key: {}, "
+                    "but the key specified in the into is: {}",
+                    kInto, row->key(), key),
+        static_cast<const char*>(__PRETTY_FUNCTION__), static_cast<const char*>(__FILE__), __LINE__);
+  }
+  mib.trelHrStorageTableIs(row);
+}
+
+std::string TrelSnmpHrStorageTableSm::StorageRows::text(const TrelHrStorageKey& key, const StorageRow& row) {
+  return fmt::format("({}, {}, {}, {}, {}, {})", key, row->type(), row->descr(), row->allocationUnits(),
+                     row->size(), row->used());
+}
+
+// Events from outside
+
+void TrelSnmpHrStorageTableSm::eventToMountStream(const Kor::String& dirKey, const Kor::String& mountpt,
+                                                  const Storage& storageOpt) {
+  if (!initialScanDone()) return;
+  if (pipelineTrace.enabled(kElementLevel)) {
+    pipelineTrace.trace(kElementLevel, kMountStreamStatement, dirKey, mountpt, Kor::optText(storageOpt));
+  }
+  const auto* mapping = storageEntryMappings_->mountEntries().find(mountpt);
+  if (mapping == nullptr) {
+    pipelineTrace.trace(kStepLevel, kMappedFilter);
+    return;
+  }
+  TrelHrStorageKey key(Trel::MemberId::fromString(dirKey).id(), mapping->index);
+  intoTrelHrStorageTable(key, storageOpt
+                                  ? RivoCode::TrelSnmpHrStorageTableSm::rowOf(trelHrStorageEntryMountFactory(
+                                        key, mapping->type, mapping->description, storageOpt))
+                                  : nullptr);
+}
+
+void TrelSnmpHrStorageTableSm::eventToMemStream(const Kor::String& dirKey, const Memory& memInfoOpt) {
+  if (!initialScanDone()) return;
+  if (pipelineTrace.enabled(kElementLevel)) {
+    pipelineTrace.trace(kElementLevel, kMemStreamStatement, dirKey, Kor::optText(memInfoOpt));
+  }
+  Trel::MemberId member = Trel::MemberId::fromString(dirKey);
+  // Each row that is written publishes; if that leads to a newer event for the member, its rows are the ones
+  // that count.
+  UnderWay<Trel::MemberId>::Event event(memoryUnderWay_, member);
+  const auto& mappings = storageEntryMappings_->memEntries();
+  pipelineTrace.trace(kStepLevel, kMemEntriesFlattened, mappings.size());
+  for (auto at = mappings.begin(); at && !event.overtaken(); at.next()) {
+    const auto* found = at.value();
+    if (found == nullptr) continue;
+    HostResourcesMib::StorageTableEntry mapping = *found;  // what a write leads to may replace the mapping
+    pipelineTrace.trace(kFlattenedLevel, kFlatteningElement, mapping);
+    TrelHrStorageKey key(member.id(), mapping.index);
+    intoTrelHrStorageTable(key, memInfoOpt
+                                    ? RivoCode::TrelSnmpHrStorageTableSm::rowOf(trelHrStorageEntryMemFactory(
+                                          key, mapping.type, mapping.description, memInfoOpt))
+                                    : nullptr);
+  }
+}
+
+void TrelSnmpHrStorageTableSm::intoTrelHrStorageTable(const TrelHrStorageKey& key, const StorageRow& row) {
+  if (row) {
+    output_.write(key, row);
+  } else {
+    output_.del(key);
+  }
+}
+
+// Machines
+
+void TrelSnmpHrStorageTableSm::machinesIs() {
+  using HostResourcesDirSm0 = RivoCode::TrelSnmpHrStorageTableSm::HostResourcesDirSm0;
+  using HostResources::HostResources;
+  using ::HostResources::MemInfo;
+  HostResourcesDirSm0::Statement statement;
+  statement.machine = "HostResourcesDirSm0";
+  statement.childMachine = "EntityPtrSm1";
+  statement.children = "childSmEntityPtrHostResourcesHostResourcesPtrConst";
+  statement.wrongType =
+      "dynamic cast to type ::HostResources::HostResources::RawPtrConst from Kor::Entity::PtrConst failed. ";
+  statement.keyTrace = "k: {}";
+  statement.streams = {{kMountStream, {}}, {kMemStream, {}}};
+  statement.childStreams = [this](const Kor::String& dirKey, const HostResources& member) {
+    auto emitMount = [this, dirKey](const Kor::String& mountpt, const Storage* storage) {
+      eventToMountStream(dirKey, mountpt, storage != nullptr ? *storage : nullptr);
+    };
+    auto emitMem = [this, dirKey](const Memory& memInfo) { eventToMemStream(dirKey, memInfo); };
+    AttributeStream<MemInfo>::Attribute memInfo{
+        "memInfo", [&member] { return member.memInfo(); },
+        [&member](std::function<void()> changed) { return member.subscribeMemInfo(std::move(changed)); }};
+    std::vector<std::unique_ptr<ChildStream>> streams;
+    streams.push_back(std::make_unique<CollectionStream<HostResources::Storage>>(
+        "storageInfoTable", member.storageInfoTable(), emitMount));
+    streams.push_back(std::make_unique<AttributeStream<MemInfo>>(std::move(memInfo), emitMem));
+    return streams;
+  };
+  machineAdded(Zavro::makePtr<HostResourcesDirSm0>(*this, hostResourcesDir_, hostResourcesDir_->entities(),
+                                                   std::move(statement)));
+}
+
+// The root
+
+TrelSnmpHrStorageTableSm::TrelSnmpHrStorageTableSm(Zavro::Ptr<const Kor::Dir> hostResourcesDir,
+                                                   Zavro::Ptr<TrelMib> trelMib, Mappings storageEntryMappings,
+                                                   const Rvx::SmControl& control)
+    : Pipeline(pipelineTrace, control, {"mountStream", "memStream"}),
+      hostResourcesDir_(std::move(hostResourcesDir)),
+      trelMib_(std::move(trelMib)),
+      storageEntryMappings_(std::move(storageEntryMappings)),
+      output_(*this, trelMib_, {kMountStream, kMemStream}) {
+  start();
+}
+
+std::vector<Pipeline::PointerArgument> TrelSnmpHrStorageTableSm::pointerArguments() const {
+  return {{"hostResourcesDir", hostResourcesDir_ != nullptr},
+          {"trelMib", trelMib_ != nullptr},
+          {"storageEntryMappings", storageEntryMappings_ != nullptr}};
+}
+
+std::vector<Rvx::RegistryKey> TrelSnmpHrStorageTableSm::derivations(
+    const Zavro::Ptr<const Kor::Dir>& hostResourcesDir, const Mappings& storageEntryMappings) {
+  return {Rvx::RegistryKey::make(hostResourcesDir,
+                                 "entityPtr< HostResources::HostResources >[].storageInfoTable[]",
+                                 storageEntryMappings, "mountEntries[]"),
+          Rvx::RegistryKey::make(hostResourcesDir, "entityPtr< HostResources::HostResources >[].memInfo",
+                                 storageEntryMappings, "memEntries[]")};
+}
+
+void TrelSnmpHrStorageTableSm::processDepends() {
+  for (const Rvx::RegistryKey& key : derivations(hostResourcesDir_, storageEntryMappings_)) {
+    if (Rvx::GlobalState::get().checkRegistry(key)) continue;
+    pipelineTrace.trace(9, "nobody declared that {} follows {}", key.targetPath(), key.sourcePath());
+  }
+}
+
+Zavro::Ptr<TrelSnmpHrStorageTableSm> trelSnmpHrStorageTableSmFactory(
+    Zavro::Ptr<const Kor::Dir> hostResourcesDir, Zavro::Ptr<TrelMib> trelMib,
+    TrelSnmpHrStorageTableSm::Mappings storageEntryMappings, const Rvx::SmControl& control) {
+  return Zavro::makePtr<TrelSnmpHrStorageTableSm>(std::move(hostResourcesDir), std::move(trelMib),
+                                                  std::move(storageEntryMappings), control);
+}
+
+}  // namespace TrelSnmp::Agent

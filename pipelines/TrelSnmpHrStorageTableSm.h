@@ -1,0 +1,91 @@
+// The storage pipeline: keeps TrelMib's trelHrStorageTable equal to the file systems and the memory that
+// every member publishes, as far as the storage mappings give them a row.
+#pragma once
+
+#include "framework/AttributeStream.h"
+#include "framework/CollectionStream.h"
+#include "framework/DirMachine.h"
+#include "framework/Output.h"
+#include "hostresources/StorageEntryMappings.h"
+#include "kor/Dir.h"
+#include "rvx/Registry.h"
+#include "trel/MemberId.h"
+
+namespace TrelSnmp::Agent {
+
+using StorageRow = Zavro::Ptr<const TrelHrStorageEntry>;
+
+namespace RivoCode::TrelSnmpHrStorageTableSm {
+
+using HostResourcesDirSm0 = DirMachine<HostResources::HostResources, Kor::Dir::Entities>;
+using EntityPtrSm1 = ChildMachine;
+using InputSmScanState = ::TrelSnmp::Agent::InputSmScanState;
+using OutputState = ::TrelSnmp::Agent::OutputState;
+
+// A made record as what the table holds. The process ends when there is none.
+StorageRow rowOf(const Zavro::Ptr<const TrelHrStorageEntryMount>& made);
+StorageRow rowOf(const Zavro::Ptr<const TrelHrStorageEntryMem>& made);
+
+}  // namespace RivoCode::TrelSnmpHrStorageTableSm
+
+class TrelSnmpHrStorageTableSm final : public Pipeline {
+ public:
+  using Storage = Zavro::Ptr<const HostResources::StorageInfo>;
+  using Memory = Zavro::Ptr<const HostResources::MemInfo>;
+  using Mappings = Zavro::Ptr<const HostResourcesMib::StorageEntryMappings>;
+
+  struct StorageRows {
+    using Table = TrelHrStorageTable;
+    using Value = StorageRow;
+    static constexpr const char* kOutput = "trelMibTrelHrStorageTableOutput";
+    static constexpr const char* kInto = "into( trelMib.trelHrStorageTable[ key ] )";
+    static const Table& table(const TrelMib& mib) { return mib.trelHrStorageTable(); }
+    // The table replaces a row whole: none has to go first.
+    static bool same(const KorTrelHrStorageTable& /*holder*/, const Value& /*row*/) { return true; }
+    // The process ends when the row's own key is another one.
+    static void insert(TrelMib& mib, const TrelHrStorageKey& key, const Value& row);
+    static void del(TrelMib& mib, const TrelHrStorageKey& key) { mib.trelHrStorageTableDel(key); }
+    static std::string text(const TrelHrStorageKey& key, const Value& row);
+  };
+  using TrelMibTrelHrStorageTableOutputKeyType = TrelHrStorageKey;
+
+  // None of the pointers may be null: the process ends otherwise.
+  TrelSnmpHrStorageTableSm(Zavro::Ptr<const Kor::Dir> hostResourcesDir, Zavro::Ptr<TrelMib> trelMib,
+                           Mappings storageEntryMappings, const Rvx::SmControl& control);
+  ~TrelSnmpHrStorageTableSm() override { stop(); }
+
+  const Zavro::Ptr<const Kor::Dir>& hostResourcesDir() const { return hostResourcesDir_; }
+  const Zavro::Ptr<TrelMib>& trelMib() const { return trelMib_; }
+  const Mappings& storageEntryMappings() const { return storageEntryMappings_; }
+  const Output<StorageRows>& trelMibTrelHrStorageTableOutput() const { return output_; }
+
+  // "The mappings' mountEntries follow every member's file systems, their memEntries every member's memory":
+  // what the pipeline looks up without following it.
+  static std::vector<Rvx::RegistryKey> derivations(const Zavro::Ptr<const Kor::Dir>& hostResourcesDir,
+                                                   const Mappings& storageEntryMappings);
+
+  // One element of a stream: member dirKey publishes this, or (null) no longer does. Both do nothing while
+  // the initial scan is not done.
+  void eventToMountStream(const Kor::String& dirKey, const Kor::String& mountpt, const Storage& storageOpt);
+  void eventToMemStream(const Kor::String& dirKey, const Memory& memInfoOpt);
+  void handleTrelMibTrelHrStorageTableOutputInputReady() { output_.handleInputReady(); }
+
+ private:
+  std::vector<PointerArgument> pointerArguments() const override;
+  void processDepends() override;
+  void machinesIs() override;
+
+  void intoTrelHrStorageTable(const TrelHrStorageKey& key, const StorageRow& row);
+
+  const Zavro::Ptr<const Kor::Dir> hostResourcesDir_;
+  const Zavro::Ptr<TrelMib> trelMib_;
+  const Mappings storageEntryMappings_;
+  UnderWay<Trel::MemberId> memoryUnderWay_;
+  Output<StorageRows> output_;
+};
+
+Zavro::Ptr<TrelSnmpHrStorageTableSm> trelSnmpHrStorageTableSmFactory(
+    Zavro::Ptr<const Kor::Dir> hostResourcesDir, Zavro::Ptr<TrelMib> trelMib,
+    TrelSnmpHrStorageTableSm::Mappings storageEntryMappings, const Rvx::SmControl& control);
+
+}  // namespace TrelSnmp::Agent
