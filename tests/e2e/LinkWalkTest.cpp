@@ -88,26 +88,5 @@ TEST_F(LinkWalk, GetOfAbsentIndexes_NoSuchInstance) {
   }
 }
 
-TEST(LinkChanges, RowVanishesBetweenTwoSteps_WalkGoesOnAtTheNextGreaterIndex) {
-  Links links = {{5, {1, 2}}, {2147483648, {1, 3}}, {4294967295, {1, 4}}};
-  Daemon daemon;
-  daemon.stateIs(documentOf(links)).start();
-  ASSERT_EQ(daemon.manager().getNext({"baif.3.5"}), "baif.3.2147483648 = INTEGER: 3\n");
-  links.erase(2147483648);
-  daemon.dir().replace(Daemon::kStateName, documentOf(links));
-  ASSERT_TRUE(Support::waitUntil([&] {
-    return daemon.manager().get({"baif.3.2147483648"}).find("No Such Instance") != std::string::npos;
-  }));
-  EXPECT_EQ(daemon.manager().getNext({"baif.3.2147483648"}), "baif.3.4294967295 = INTEGER: 4\n");
-}
-
-TEST(LinkChanges, InterfaceGetsAnotherIndex_RowMoves) {
-  Daemon daemon;
-  daemon.stateIs(documentOf(Links{{5, {1, 2}}, {6, {2, 1}}})).start();
-  Links moved = {{6, {2, 1}}, {2147483648, {1, 2}}};
-  daemon.dir().replace(Daemon::kStateName, documentOf(moved));
-  EXPECT_TRUE(Support::waitUntil([&] { return daemon.manager().walk().starts_with(walkOf(treeOf(moved))); }));
-}
-
 }  // namespace
 }  // namespace E2e

@@ -7,12 +7,23 @@
 namespace E2e {
 
 std::string documentOf(const Links& links) {
-  nlohmann::ordered_json document = {{"sysname", "e2e"}};
+  Wiring wiring;
   for (const auto& [ifIndex, members] : links) {
     std::string interface = fmt::format("Backplane{}/{}", members.first, members.second);
+    wiring.links[members] = interface;
+    wiring.indexes[interface] = ifIndex;
+  }
+  return documentOf(wiring);
+}
+
+std::string documentOf(const Wiring& wiring) {
+  nlohmann::ordered_json document = {{"sysname", "e2e"}};
+  for (const auto& [interface, ifIndex] : wiring.indexes) {
     document["interfaces"][interface] = {{"ifIndex", ifIndex}};
-    document["topology"][std::to_string(members.first)][std::to_string(members.second)] = {
-        {"intf", interface}};
+  }
+  for (const auto& [members, interface] : wiring.links) {
+    const auto& [member, neighbour] = members;
+    document["topology"][std::to_string(member)][std::to_string(neighbour)] = {{"intf", interface}};
   }
   return document.dump(1);
 }

@@ -15,6 +15,14 @@ namespace E2e {
 using Links = std::map<uint32_t, Pair>;
 
 std::string documentOf(const Links& links);
+
+// The same piece by piece, so that a link and an index may each be there without the other, and be shared.
+struct Wiring {
+  std::map<Pair, std::string> links;        // member and neighbour, to the interface that reaches it
+  std::map<std::string, uint32_t> indexes;  // interface to its ifIndex
+};
+
+std::string documentOf(const Wiring& wiring);
 // In walk order, "baif.2.1001 = INTEGER: 1".
 std::vector<Varbind> treeOf(const Links& links);
 
