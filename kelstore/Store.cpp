@@ -13,8 +13,8 @@ Store::Store(Zavro::Ptr<Vem::TaskScheduler> scheduler, Mirror& mirror) : mirror_
 
 Store::~Store() { task_->cancel(); }
 
-Store::Layer Store::layerIs() {
-  layers_.emplace_back();
+Store::Layer Store::layerIs(Claim claim) {
+  layers_.emplace_back().claim = std::move(claim);
   return layers_.size() - 1;
 }
 
@@ -33,13 +33,17 @@ void Store::settledIs(Layer layer) {
 const Value* Store::find(const Path& path) const {
   for (auto layer = layers_.rbegin(); layer != layers_.rend(); ++layer) {
     if (const Value* value = layer->snapshot->find(path)) return value;
+    if (layer->claims(path.kind, path.first)) break;
   }
   return nullptr;
 }
 
 bool Store::any(Kind kind, std::string_view first) const {
-  return std::any_of(layers_.begin(), layers_.end(),
-                     [&](const LayerState& layer) { return layer.snapshot->any(kind, first); });
+  for (auto layer = layers_.rbegin(); layer != layers_.rend(); ++layer) {
+    if (layer->snapshot->any(kind, first)) return true;
+    if (layer->claims(kind, first)) break;
+  }
+  return false;
 }
 
 bool Store::settled() const {

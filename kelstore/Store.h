@@ -19,14 +19,17 @@ namespace Kelstore {
 class Store final : private View {
  public:
   using Layer = size_t;
+  // Whether a layer alone speaks for the paths of that kind whose first variable segment is `first`.
+  using Claim = std::function<bool(Kind kind, std::string_view first)>;
 
   // The mirror must outlive the store.
   Store(Zavro::Ptr<Vem::TaskScheduler> scheduler, Mirror& mirror);
   ~Store() override;
 
   // A new layer over those that there are. Nothing is mirrored before every layer has settled once, so that
-  // the order in which sources are heard first does not show. Requires: called before any layer settles.
-  Layer layerIs();
+  // the order in which sources are heard first does not show. What layers below it say of a path that it
+  // claims does not count, whether it says something there or not. Requires: called before any layer settles.
+  Layer layerIs(Claim claim = {});
   // What the layer says from now on. `changed`: the sorted paths at which it differs from what it said.
   void snapshotIs(Layer layer, std::shared_ptr<const Snapshot> snapshot, std::vector<Path> changed);
   // The layer's source has said what it has to say for now, if only that it has nothing.
@@ -38,8 +41,11 @@ class Store final : private View {
 
  private:
   struct LayerState {
+    Claim claim;
     std::shared_ptr<const Snapshot> snapshot = std::make_shared<const Snapshot>();
     bool settled = false;
+
+    bool claims(Kind kind, std::string_view first) const { return claim && claim(kind, first); }
   };
   struct Batch {
     std::vector<Path> paths;

@@ -44,6 +44,45 @@ TEST(StoreTest, MemberIsHeldByTwoLayers_ItStaysUntilBothWithdrawIt) {
   EXPECT_EQ(world.says("{}", 1), "-host[3]");
 }
 
+// A layer over that of World's first one, which alone speaks for the processors of member 3.
+Store::Layer claimingLayer(World& world) {
+  return world.store.layerIs(
+      [](Kind kind, std::string_view first) { return kind == Kind::processor && first == "3"; });
+}
+
+TEST(StoreTest, ClaimedPath_WhatLowerLayersSayThereDoesNotCount) {
+  World world(1);
+  Store::Layer upper = claimingLayer(world);
+  world.says(R"({"members": {"3": {"processors": {"1": {"load": 1}, "2": {"load": 1}}},
+                             "4": {"processors": {"1": {"load": 1}}}}})",
+             0);
+  EXPECT_EQ(world.says(R"({"members": {"3": {"processors": {"2": {"load": 9}}}}})", upper),
+            "host[3] host[4] 3.cpu[2] 4.cpu[1]");
+  EXPECT_EQ((*world.host("3")->processorTable().find(2u))->load(), 9);
+  EXPECT_EQ(world.says(R"({"members": {"3": {"processors": {}}}})", upper), "-3.cpu[2]");
+}
+
+TEST(StoreTest, ClaimedElementOfALowerLayer_DoesNotAppear_WhatIsNotClaimedDoes) {
+  World world(1);
+  Store::Layer upper = claimingLayer(world);
+  world.submit(R"({"members": {"3": {"processors": {"1": {"load": 1}}}}})", 0);
+  world.store.settledIs(0);
+  // That there are processors is not claimed, so the member is there, without the one.
+  EXPECT_EQ(world.says("{}", upper), "host[3]");
+  EXPECT_TRUE(world.host("3")->processorTable().empty());
+  EXPECT_EQ(world.says("{}", 0), "-host[3]");
+}
+
+TEST(StoreTest, LayerAboveAClaim_WinsAsEver) {
+  World world(1);
+  Store::Layer claiming = claimingLayer(world);
+  Store::Layer top = world.store.layerIs();
+  world.submit(R"({"members": {"3": {"processors": {"1": {"load": 1}}}}})", claiming);
+  for (Store::Layer layer : {Store::Layer{0}, claiming}) world.store.settledIs(layer);
+  world.says(R"({"members": {"3": {"processors": {"1": {"load": 7}}}}})", top);
+  EXPECT_EQ((*world.host("3")->processorTable().find(1u))->load(), 7);
+}
+
 TEST(StoreTest, NothingIsMirroredBeforeEveryLayerSettled) {
   World world(2);
   EXPECT_EQ(world.says(ifIndex(1), 0), "");
