@@ -10,6 +10,7 @@
 #include "snmp/KelstoreUtil.h"
 #include "veldaTrelHostResourcesMIB.h"
 #include "veldaTrelMIB.h"
+#include "zavro/Assert.h"
 
 namespace Host {
 namespace {

@@ -9,7 +9,7 @@
 
 namespace Host {
 
-Daemon::Daemon(const Options& options, const Zavro::Clock& clock)
+Daemon::Daemon(const Options& options, const Zavro::Clock& clock, Threads& threads)
     : options_(options),
       clock_(clock),
       startedNs_(clock.monotonicNs()),
@@ -19,7 +19,7 @@ Daemon::Daemon(const Options& options, const Zavro::Clock& clock)
       terminate_(loop_, SIGTERM, [this] { loop_.stop(); }),
       interrupt_(loop_, SIGINT, [this] { loop_.stop(); }),
       systemd_(loop_),
-      io_(loop_),
+      io_(loop_, threads),
       control_(loop_, options.control, [this](const std::string& request) { return answer(request); }) {
   // A client of the control socket that went away is found out by the write that fails.
   std::signal(SIGPIPE, SIG_IGN);

@@ -10,6 +10,7 @@
 #include "Options.h"
 #include "SnmpAgent.h"
 #include "Systemd.h"
+#include "Threads.h"
 #include "UvIo.h"
 #include "vem/Vem.h"
 
@@ -17,8 +18,8 @@ namespace Host {
 
 class Daemon {
  public:
-  // The clock must outlive the daemon.
-  Daemon(const Options& options, const Zavro::Clock& clock);
+  // Clock and threads must outlive the daemon; work may be under way on threads when it goes.
+  Daemon(const Options& options, const Zavro::Clock& clock, Threads& threads);
   ~Daemon();
   Daemon(const Daemon&) = delete;
   Daemon& operator=(const Daemon&) = delete;

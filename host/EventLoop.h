@@ -16,8 +16,7 @@ namespace Host {
 class EventLoop {
  public:
   EventLoop();
-  // Lets work that is under way on other threads end and closes the loop. Requires: whatever uses the loop is
-  // gone.
+  // Closes the loop. Requires: whatever uses the loop is gone.
   ~EventLoop();
   EventLoop(const EventLoop&) = delete;
   EventLoop& operator=(const EventLoop&) = delete;

@@ -77,12 +77,6 @@ class Watch final : public Kelstore::Io::Activity {
   Timer rearm_;
 };
 
-struct Work {
-  std::function<void()> work;
-  std::function<void()> done;
-  uv_work_t request{};
-};
-
 }  // namespace
 
 std::unique_ptr<Kelstore::Io::Activity> UvIo::watch(const std::string& path, std::function<void()> changed) {
@@ -93,16 +87,52 @@ std::unique_ptr<Kelstore::Io::Activity> UvIo::after(uint64_t milliseconds, std::
   return std::make_unique<OneShot>(loop_, milliseconds, std::move(elapsed));
 }
 
+UvIo::UvIo(EventLoop& loop, Threads& threads)
+    : loop_(loop), threads_(threads), wake_([&](uv_async_t* async) {
+        return uv_async_init(loop.uv(), async,
+                             [](uv_async_t* woken) { static_cast<UvIo*>(woken->data)->finishReturned(); });
+      }) {
+  wake_->data = this;
+  returned_->wake = wake_.get();
+}
+
+UvIo::~UvIo() {
+  std::lock_guard lock(returned_->mutex);
+  returned_->wake = nullptr;
+}
+
 void UvIo::offLoop(std::function<void()> work, std::function<void()> done) {
-  auto* job = new Work{std::move(work), std::move(done), {}};
-  job->request.data = job;
-  auto run = [](uv_work_t* request) { static_cast<Work*>(request->data)->work(); };
-  auto finish = [](uv_work_t* request, int) {
-    std::unique_ptr<Work> finished(static_cast<Work*>(request->data));
-    finished->done();
-  };
-  int result = uv_queue_work(loop_.uv(), &job->request, run, finish);
-  zavroAssertWith(result == 0, "{}", uv_strerror(result));
+  done_.emplace(++lastJob_, std::move(done));
+  waiting_.emplace_back(lastJob_, std::move(work));
+  if (!retry_) startWaiting();
+}
+
+void UvIo::startWaiting() {
+  retry_.reset();
+  while (!waiting_.empty()) {
+    auto& [job, work] = waiting_.front();
+    bool started = threads_.run([job, work, returned = returned_] {
+      work();
+      std::lock_guard lock(returned->mutex);
+      returned->jobs.push_back(job);
+      if (returned->wake != nullptr) uv_async_send(returned->wake);
+    });
+    if (!started) {
+      retry_ = after(kRetryMs, [this] { startWaiting(); });
+      return;
+    }
+    waiting_.pop_front();
+  }
+}
+
+// What `done` does may hand over further work, and wait for it on the loop's next turn.
+void UvIo::finishReturned() {
+  std::vector<uint64_t> jobs;
+  {
+    std::lock_guard lock(returned_->mutex);
+    jobs.swap(returned_->jobs);
+  }
+  for (uint64_t job : jobs) done_.extract(job).mapped()();
 }
 
 }  // namespace Host

@@ -1,5 +1,6 @@
 // trelsnmpd.
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include "Daemon.h"
 #include "Logging.h"
@@ -8,21 +9,33 @@
 #include "trel/Mode.h"
 #include "zavro/Clock.h"
 
-int main(int argc, char** argv) {
-  auto [options, exitCode] = Host::parseOptions(argc, argv);
-  if (exitCode >= 0) return exitCode;
+namespace {
 
+int serve(const Host::Options& options, Host::Threads& threads) {
   Host::Logging logging(options.log);
   for (const auto& [handle, level] : options.traces) Lumalog::levelIs(handle, level);
   if (!options.toggles.empty()) Toggles::fileIs("TrelCore.json", options.toggles);
   Trel::trelModeIs(options.trelMode);
 
   Zavro::SystemClock clock;
-  Host::Daemon daemon(options, clock);
+  Host::Daemon daemon(options, clock, threads);
   if (!daemon.error().empty()) {
     fmt::print(stderr, "trelsnmpd: {}\n", daemon.error());
     return 2;
   }
   daemon.run();
   return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  auto [options, exitCode] = Host::parseOptions(argc, argv);
+  if (exitCode >= 0) return exitCode;
+
+  Host::Threads threads;
+  int status = serve(options, threads);
+  // A file or a mount that hangs does not hold up the end.
+  if (threads.busy()) _exit(status);
+  return status;
 }

@@ -25,7 +25,9 @@ class Io {
   virtual std::unique_ptr<Activity> watch(const std::string& path, std::function<void()> changed) = 0;
   // Calls `elapsed` once.
   virtual std::unique_ptr<Activity> after(uint64_t milliseconds, std::function<void()> elapsed) = 0;
-  // Runs `work` on another thread, then `done` on the loop's. Cannot be called off.
+  // Runs `work` on another thread, then `done` on the loop's. Cannot be called off. Work that hangs keeps no
+  // other work waiting; at the end of the process it is left where it is, so it must use nothing but what it
+  // owns.
   virtual void offLoop(std::function<void()> work, std::function<void()> done) = 0;
 };
 

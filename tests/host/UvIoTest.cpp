@@ -1,10 +1,9 @@
-// Files that are really watched, and work that is really done on another thread.
+// Files that are really watched, and timers.
 #include "UvIo.h"
 
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <thread>
 
 #include "Turning.h"
 #include "support/TempDir.h"
@@ -25,7 +24,8 @@ class UvIoTest : public testing::Test {
 
   Support::TempDir dir_;
   EventLoop loop_;
-  UvIo io_{loop_};
+  Threads threads_;
+  UvIo io_{loop_, threads_};
   int changes_ = 0;
   int size_ = 0;
 };
@@ -97,21 +97,6 @@ TEST_F(UvIoTest, TimerIsDestroyedByItsOwnCallback) {
   std::unique_ptr<Kelstore::Io::Activity> timer;
   timer = io_.after(1, [&] { timer.reset(); });
   EXPECT_TRUE(turnUntil(loop_, [&] { return timer == nullptr; }));
-}
-
-TEST_F(UvIoTest, WorkIsDoneOnAnotherThread_AndItsEndIsToldOnThisOne) {
-  std::thread::id worker;
-  std::thread::id teller;
-  bool done = false;
-  io_.offLoop([&] { worker = std::this_thread::get_id(); },
-              [&] {
-                teller = std::this_thread::get_id();
-                done = true;
-              });
-  EXPECT_FALSE(done);
-  EXPECT_TRUE(turnUntil(loop_, [&] { return done; }));
-  EXPECT_NE(worker, std::this_thread::get_id());
-  EXPECT_EQ(teller, std::this_thread::get_id());
 }
 
 }  // namespace
