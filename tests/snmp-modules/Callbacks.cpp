@@ -113,8 +113,7 @@ class HandlerRequest {
   std::string outcome() const {
     if (request_.status != SNMP_ERR_NOERROR) return fmt::format("error {}", request_.status);
     if (varbind_.type == ASN_NULL) return "untouched";
-    if (varbind_.type == SNMP_NOSUCHOBJECT) return "noSuchObject";
-    return fmt::format("{}:{}", varbind_.type, *varbind_.val.integer);
+    return valueIn(varbind_);
   }
 
  private:

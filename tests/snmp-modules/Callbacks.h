@@ -73,8 +73,25 @@ struct ColumnRequest {
   bool processed = false;
 };
 
+// A data context of the first row of a table.
+class RowContext {
+ public:
+  explicit RowContext(const std::string& table) : walk_(table) {
+    walk_.first();
+    data_ = walk_.makeData();
+  }
+  ~RowContext() { walk_.freeData(data_); }
+  RowContext(const RowContext&) = delete;
+  RowContext& operator=(const RowContext&) = delete;
+  void* get() const { return data_; }
+
+ private:
+  DirectWalk walk_;
+  void* data_;
+};
+
 // Calls the handler for the requests and renders what became of it: its result, then for each request the
-// value, error or "untouched".
+// value, as InProcessAgent writes it, the error or "untouched".
 std::string handle(Netsnmp_Node_Handler* handler, int mode, const std::vector<ColumnRequest>& requests);
 
 // The log's lines with each address replaced by a letter, in the order of their first appearance (a null

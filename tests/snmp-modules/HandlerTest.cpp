@@ -1,172 +1,146 @@
 // The handlers of the tables, called with requests made by hand.
 #include <gtest/gtest.h>
 
-#include "Callbacks.h"
 #include "ModuleTest.h"
 #include "ReachabilityStateToAsnUnsigned.h"
 
 namespace SnmpTest {
 namespace {
 
-using HandlerTest = TracedModuleTest;
+// --- every table
 
-// Fails for the value 77, so that an index can still be written.
-int failingFor77(const uint32_t& value, unsigned char* buffer, int capacity) {
-  return value == 77 ? -1 : Snmp::U32ToAsnUnsignedF::convert(value, buffer, capacity);
-}
+constexpr RowParts kRow = {7, 8};
 
-// A data context of the first row of a table.
-class RowContext {
+// Every conversion fails, and says what capacity it was given.
+class FailingConversions {
  public:
-  explicit RowContext(const std::string& table) : walk_(table) {
-    walk_.first();
-    data_ = walk_.makeData();
-  }
-  ~RowContext() { walk_.freeData(data_); }
-  RowContext(const RowContext&) = delete;
-  RowContext& operator=(const RowContext&) = delete;
-  void* get() const { return data_; }
+  static inline int capacity = 0;
 
  private:
-  DirectWalk walk_;
-  void* data_;
+  template <class Conversion>
+  static int fail(const typename Conversion::Input& /*value*/, unsigned char* /*buffer*/, int given) {
+    capacity = given;
+    return -1;
+  }
+  template <class Conversion>
+  struct Failing {
+    Snmp::Substitute<Conversion> substitute{&fail<Conversion>};
+  };
+  Failing<Snmp::U32ToAsnUnsignedF> unsigned_;
+  Failing<Snmp::S32ToAsnIntegerF> integers_;
+  Failing<Snmp::SecondsToTimeTicksF> lengths_;
+  Failing<Snmp::UtcSecondsToUptimeTimeTicksF> times_;
+  Failing<Snmp::SecondsToAsnDateAndTimeF> dates_;
+  Failing<Snmp::StringToAsnOctetStringF> strings_;
+  Failing<Snmp::SnmpObjectIdentifierToAsnOidF> oids_;
 };
 
-TEST_F(HandlerTest, Get_ServesEveryColumnWithItsType) {
-  baIf(5, 11, 12);
-  reach(1, 2, State::degraded, 2.5);
-  RowContext link(kBaIfName);
-  RowContext pair(kReachabilityName);
+class HandlerOfEveryTable : public EveryTableTest {
+ protected:
+  std::string handled(int mode, const std::vector<ColumnRequest>& requests) {
+    return handle(table().handler, mode, requests);
+  }
+  std::string calledLines(int mode = MODE_GET) const {
+    return own(2, "_handler") + own(2, fmt::format("_handler: request mode {}", mode));
+  }
+  std::string getLine(const ColumnCase& column) const {
+    return own(
+        2, fmt::format("_handler: request GET for column {}, key {}", column.name, table().keyText(kRow)));
+  }
+  std::string invalidLine(unsigned column) const { return own(0, fmt::format(" invalid column {}", column)); }
+  // Around the columns that are served.
+  std::vector<unsigned> otherColumns() const {
+    std::vector<unsigned> others;
+    for (unsigned column = 0; column < table().columns.front().number; ++column) others.push_back(column);
+    others.push_back(table().columns.back().number + 1);
+    others.push_back(4294967295u);
+    return others;
+  }
+};
+INSTANTIATE_TEST_SUITE_P(All, HandlerOfEveryTable, testing::ValuesIn(allTables()), nameOf);
+
+TEST_P(HandlerOfEveryTable, Get_ServesEveryColumnWithItsType) {
+  add(kRow);
+  RowContext row(table().at);
   log.clear();
-  EXPECT_EQ(handle(&veldaTrelBaIfTable_handler, MODE_GET, {{2, link.get()}, {3, link.get()}}),
-            "0: 2:11 2:12");
-  EXPECT_EQ(golden(log),
-            "veldaTrelMIB/2 veldaTrelBaIfTable_handler\n"
-            "veldaTrelMIB/2 veldaTrelBaIfTable_handler: request mode 160\n"
-            "veldaTrelMIB/2 veldaTrelBaIfTable_handler: request GET for column veldaTrelBaIfLocalMemberId, "
-            "key 5\n"
-            "veldaTrelMIB/2 veldaTrelBaIfTable_handler: request GET for column veldaTrelBaIfRemoteMemberId, "
-            "key 5\n");
-  EXPECT_EQ(handle(&veldaTrelReachabilityTable_handler, MODE_GET,
-                   {{3, pair.get()}, {4, pair.get()}, {5, pair.get()}}),
-            "0: 2:0 2:4 67:250");
-  EXPECT_EQ(golden(log),
-            "veldaTrelMIB/2 veldaTrelReachabilityTable_handler\n"
-            "veldaTrelMIB/2 veldaTrelReachabilityTable_handler: request mode 160\n"
-            "veldaTrelMIB/2 veldaTrelReachabilityTable_handler: request GET for column "
-            "veldaTrelReachabilityBaIfIndex, key (firstId=1, secondId=2)\n"
-            "veldaTrelMIB/2 veldaTrelReachabilityTable_handler: request GET for column "
-            "veldaTrelReachabilityState, key (firstId=1, secondId=2)\n"
-            "veldaTrelMIB/2 veldaTrelReachabilityTable_handler: request GET for column "
-            "veldaTrelReachabilityLastUpdate, key (firstId=1, secondId=2)\n");
+  std::vector<ColumnRequest> requests;
+  std::string values = "0:";
+  std::string trace = calledLines();
+  for (const ColumnCase& column : table().columns) {
+    requests.push_back({column.number, row.get()});
+    values += std::string(" ") + column.value;
+    trace += getLine(column);
+  }
+  EXPECT_EQ(handled(MODE_GET, requests), values);
+  EXPECT_EQ(golden(log), trace);
 }
 
-TEST_F(HandlerTest, ProcessedRequests_AreSkipped) {
-  baIf(5, 11, 12);
-  RowContext link(kBaIfName);
+TEST_P(HandlerOfEveryTable, ProcessedRequests_AreSkipped) {
+  add(kRow);
+  RowContext row(table().at);
+  const ColumnCase& column = table().columns.front();
   log.clear();
-  EXPECT_EQ(handle(&veldaTrelBaIfTable_handler, MODE_GET, {{2, link.get(), true}, {3, link.get()}}),
-            "0: untouched 2:12");
-  EXPECT_EQ(golden(log),
-            "veldaTrelMIB/2 veldaTrelBaIfTable_handler\n"
-            "veldaTrelMIB/2 veldaTrelBaIfTable_handler: request mode 160\n"
-            "veldaTrelMIB/2 veldaTrelBaIfTable_handler: request A already processed\n"
-            "veldaTrelMIB/2 veldaTrelBaIfTable_handler: request GET for column veldaTrelBaIfRemoteMemberId, "
-            "key 5\n");
+  EXPECT_EQ(handled(MODE_GET, {{column.number, row.get(), true}, {column.number, row.get()}}),
+            fmt::format("0: untouched {}", column.value));
+  EXPECT_EQ(golden(log), calledLines() + own(2, "_handler: request A already processed") + getLine(column));
 }
 
-TEST_F(HandlerTest, RequestWithoutARow_EndsTheCallWithSuccess) {
-  reach(1, 2);
-  RowContext pair(kReachabilityName);
+TEST_P(HandlerOfEveryTable, RequestWithoutARow_EndsTheCallWithSuccess) {
+  add(kRow);
+  RowContext row(table().at);
+  const ColumnCase& column = table().columns.back();
   log.clear();
-  EXPECT_EQ(handle(&veldaTrelReachabilityTable_handler, MODE_GET, {{4, pair.get()}, {4}, {4, pair.get()}}),
-            "0: 2:3 untouched untouched");
-  EXPECT_TRUE(
-      log.contains("veldaTrelMIB/2 veldaTrelReachabilityTable_handler: null data context in request"));
+  EXPECT_EQ(handled(MODE_GET, {{column.number, row.get()}, {column.number}, {column.number, row.get()}}),
+            fmt::format("0: {} untouched untouched", column.value));
+  EXPECT_EQ(golden(log), calledLines() + getLine(column) + own(2, "_handler: null data context in request"));
 }
 
-TEST_F(HandlerTest, UnknownColumn_IsNoSuchObjectAndEndsTheCall) {
-  baIf(5, 11, 12);
-  reach(1, 2);
-  RowContext link(kBaIfName);
-  RowContext pair(kReachabilityName);
-  for (unsigned column : {0u, 1u, 4u}) {
-    EXPECT_EQ(handle(&veldaTrelBaIfTable_handler, MODE_GET, {{column, link.get()}, {3, link.get()}}),
+TEST_P(HandlerOfEveryTable, OtherColumn_IsNoSuchObjectAndEndsTheCall) {
+  add(kRow);
+  RowContext row(table().at);
+  for (unsigned column : otherColumns()) {
+    log.clear();
+    EXPECT_EQ(handled(MODE_GET, {{column, row.get()}, {table().columns.front().number, row.get()}}),
               "0: noSuchObject untouched");
-    EXPECT_TRUE(log.contains(fmt::format("veldaTrelMIB/0 veldaTrelBaIfTable invalid column {}", column)));
-  }
-  for (unsigned column : {1u, 2u, 6u}) {
-    EXPECT_EQ(handle(&veldaTrelReachabilityTable_handler, MODE_GET, {{column, pair.get()}}),
-              "0: noSuchObject");
-    EXPECT_TRUE(
-        log.contains(fmt::format("veldaTrelMIB/0 veldaTrelReachabilityTable invalid column {}", column)));
+    EXPECT_EQ(golden(log), calledLines() + invalidLine(column));
   }
 }
 
-TEST_F(HandlerTest, FailedConversion_IsGenErrAndEndsTheCall) {
-  baIf(5, 77, 77);
-  RowContext link(kBaIfName);
-  Snmp::Substitute<Snmp::U32ToAsnUnsignedF> failing(&failingFor77);
-  EXPECT_EQ(handle(&veldaTrelBaIfTable_handler, MODE_GET, {{2, link.get()}, {3, link.get()}}),
-            "5: error 5 untouched");
-  EXPECT_TRUE(
-      log.contains("veldaTrelMIB/2 handle_veldaTrelBaIfTable - U32ToAsnUnsigned failed for: localMemberId"));
-  EXPECT_EQ(handle(&veldaTrelBaIfTable_handler, MODE_GET, {{3, link.get()}}), "5: error 5");
-  EXPECT_TRUE(
-      log.contains("veldaTrelMIB/2 handle_veldaTrelBaIfTable - U32ToAsnUnsigned failed for: remoteMemberId"));
-}
-
-TEST_F(HandlerTest, FailedConversionOfReachability_NamesOperationAndField) {
-  reach(1, 2);
-  RowContext pair(kReachabilityName);
-  Snmp::Substitute<Snmp::U32ToAsnUnsignedF> numbers(
-      [](const uint32_t& /*value*/, unsigned char* /*buffer*/, int /*capacity*/) { return -1; });
-  Snmp::Substitute<Snmp::UtcSecondsToUptimeTimeTicksF> times(
-      [](const Zavro::Duration& /*value*/, unsigned char* /*buffer*/, int /*capacity*/) { return -2; });
-  for (unsigned column : {3u, 4u, 5u}) {
-    EXPECT_EQ(handle(&veldaTrelReachabilityTable_handler, MODE_GET, {{column, pair.get()}}), "5: error 5");
+TEST_P(HandlerOfEveryTable, FailedConversion_IsGenErrAndEndsTheCall) {
+  add(kRow);
+  RowContext row(table().at);
+  FailingConversions failing;
+  for (const ColumnCase& column : table().columns) {
+    log.clear();
+    EXPECT_EQ(handled(MODE_GET, {{column.number, row.get()}, {column.number, row.get()}}),
+              "5: error 5 untouched");
+    EXPECT_EQ(golden(log), calledLines() + getLine(column) +
+                               line(2, fmt::format("handle_{} - {} failed for: {}", table().name,
+                                                   column.operation, column.field)));
+    EXPECT_EQ(FailingConversions::capacity, column.capacity) << column.name;
   }
-  EXPECT_TRUE(log.contains(
-      "veldaTrelMIB/2 handle_veldaTrelReachabilityTable - U32ToAsnUnsigned failed for: baIfIndex"));
-  EXPECT_TRUE(
-      log.contains("veldaTrelMIB/2 handle_veldaTrelReachabilityTable - ReachabilityStateToAsnUnsigned failed "
-                   "for: reachabilityState"));
-  EXPECT_TRUE(
-      log.contains("veldaTrelMIB/2 handle_veldaTrelReachabilityTable - UtcSecondsToUptimeTimeTicks failed "
-                   "for: lastUpdated"));
 }
 
-TEST_F(HandlerTest, ConversionsGetTheWholeBuffer) {
-  baIf(5, 1, 2);
-  RowContext link(kBaIfName);
-  Snmp::Substitute<Snmp::U32ToAsnUnsignedF> capacityAsValue(
-      [](const uint32_t& /*value*/, unsigned char* buffer, int capacity) {
-        return Snmp::U32ToAsnUnsignedF::convert(static_cast<uint32_t>(capacity), buffer, capacity);
-      });
-  EXPECT_EQ(handle(&veldaTrelBaIfTable_handler, MODE_GET, {{2, link.get()}}), "0: 2:1024");
-}
-
-TEST_F(HandlerTest, AnyOtherMode_IsNotWritableForTheFirstUnprocessedRequest) {
-  baIf(5);
-  reach(1, 2);
-  RowContext link(kBaIfName);
-  log.clear();
-  EXPECT_EQ(handle(&veldaTrelBaIfTable_handler, MODE_SET_RESERVE1,
-                   {{2, link.get(), true}, {3, link.get()}, {2, link.get()}}),
-            "0: untouched error 17 untouched");
-  EXPECT_EQ(golden(log),
-            fmt::format("veldaTrelMIB/2 veldaTrelBaIfTable_handler\n"
-                        "veldaTrelMIB/2 veldaTrelBaIfTable_handler: request mode {}\n"
-                        "veldaTrelMIB/2 veldaTrelBaIfTable_handler: request A already processed\n"
-                        "veldaTrelMIB/0 veldaTrelBaIfTable invalid column 3\n",
-                        MODE_SET_RESERVE1));
+TEST_P(HandlerOfEveryTable, AnyOtherMode_IsNotWritableForTheFirstUnprocessedRequest) {
+  auto expectRefused = [this](int mode, unsigned column, const std::string& trace) {
+    log.clear();
+    EXPECT_EQ(handled(mode, {{column, nullptr, true}, {column}, {column}}),
+              "0: untouched error 17 untouched");
+    EXPECT_EQ(golden(log), calledLines(mode) + own(2, "_handler: request A already processed") + trace);
+  };
   for (int mode : std::vector<int>{MODE_SET_RESERVE1, MODE_SET_RESERVE2, MODE_SET_ACTION, MODE_SET_COMMIT,
                                    MODE_SET_FREE, MODE_SET_UNDO, MODE_GETNEXT}) {
-    EXPECT_EQ(handle(&veldaTrelReachabilityTable_handler, mode, {{4}}), "0: error 17");
-    EXPECT_EQ(log.count("veldaTrelMIB/0 veldaTrelReachabilityTable invalid column 4"), 1u);
-    log.clear();
+    for (const ColumnCase& column : table().columns) {
+      expectRefused(mode, column.number,
+                    column.setRefusal != nullptr ? line(2, column.setRefusal) : invalidLine(column.number));
+    }
+    for (unsigned column : otherColumns()) expectRefused(mode, column, invalidLine(column));
   }
 }
+
+// --- single ones
+
+using HandlerTest = TracedModuleTest;
 
 TEST_F(HandlerTest, AllRequestsProcessed_Succeeds) {
   EXPECT_EQ(handle(&veldaTrelBaIfTable_handler, MODE_GET, {{2, nullptr, true}}), "0: untouched");
@@ -180,7 +154,7 @@ TEST_F(HandlerTest, RowWithoutAStateRecord_ReadsAsUnknownSinceTheStart) {
   RowContext pair(kReachabilityName);
   EXPECT_EQ(handle(&veldaTrelReachabilityTable_handler, MODE_GET,
                    {{3, pair.get()}, {4, pair.get()}, {5, pair.get()}}),
-            "0: 2:0 2:1 67:0");
+            "0: i:0 i:1 t:0");
 }
 
 TEST_F(HandlerTest, BackplaneInterface_ReadsAsItsIfIndex) {
@@ -190,7 +164,7 @@ TEST_F(HandlerTest, BackplaneInterface_ReadsAsItsIfIndex) {
   auto record = Zavro::makePtr<const Trel::ReachabilityState>(State::reachable, intf, 0);
   mib().trelReachabilityTableIs({1, 2}, record, ifMib);
   RowContext pair(kReachabilityName);
-  EXPECT_EQ(handle(&veldaTrelReachabilityTable_handler, MODE_GET, {{3, pair.get()}}), "0: 2:1000007");
+  EXPECT_EQ(handle(&veldaTrelReachabilityTable_handler, MODE_GET, {{3, pair.get()}}), "0: i:1000007");
 }
 
 TEST(ReachabilityStateToAsnUnsignedTest, StatesAreNumberedFromOneAndOthersAreZero) {

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <charconv>
 #include <optional>
+#include <span>
 
 #include "lumalog/Lumalog.h"
 #include "support/Network.h"
@@ -15,9 +16,16 @@ namespace {
 
 constexpr long kTimeoutMicros = 10'000'000;
 
-const std::vector<oid>& tables() {
-  static const std::vector<oid> prefix = {1, 3, 6, 1, 4, 1, TREL_ENTERPRISE_NUMBER, 3, 40, 1};
-  return prefix;
+// What names are relative to, by what they begin with.
+struct Prefix {
+  std::string_view text;
+  std::vector<oid> numbers;
+};
+const std::vector<Prefix>& prefixes() {
+  static const std::vector<Prefix> all = {{".", {}},
+                                          {"hr", {1, 3, 6, 1, 4, 1, TREL_ENTERPRISE_NUMBER, 3, 41, 1}},
+                                          {"", {1, 3, 6, 1, 4, 1, TREL_ENTERPRISE_NUMBER, 3, 40, 1}}};
+  return all;
 }
 
 bool startsWith(const std::vector<oid>& name, const std::vector<oid>& prefix) {
@@ -25,40 +33,28 @@ bool startsWith(const std::vector<oid>& name, const std::vector<oid>& prefix) {
 }
 
 std::string nameOf(const std::vector<oid>& name) {
-  if (!startsWith(name, tables())) return fmt::format(".{}", fmt::join(name, "."));
-  return fmt::format("{}", fmt::join(name.begin() + static_cast<long>(tables().size()), name.end(), "."));
+  // The last that fits is the shortest way to write it.
+  auto prefix = std::find_if(prefixes().rbegin(), prefixes().rend(), [&name](const Prefix& candidate) {
+    return startsWith(name, candidate.numbers);
+  });
+  auto rest = name.begin() + static_cast<long>(prefix->numbers.size());
+  const char* separator = prefix->text == "hr" ? "." : "";
+  return fmt::format("{}{}{}", prefix->text, separator, fmt::join(rest, name.end(), "."));
 }
 
 std::vector<oid> nameIn(const netsnmp_variable_list& varbind) {
   return {varbind.name, varbind.name + varbind.name_length};
 }
 
-std::string valueIn(const netsnmp_variable_list& varbind) {
-  switch (varbind.type) {
-    case ASN_INTEGER:
-      return fmt::format("i:{}", *varbind.val.integer);
-    case ASN_TIMETICKS:
-      return fmt::format("t:{}", static_cast<unsigned long>(*varbind.val.integer));
-    case ASN_UNSIGNED:
-      return fmt::format("u:{}", static_cast<unsigned long>(*varbind.val.integer));
-    case ASN_OCTET_STR:
-      return "s:" + std::string(reinterpret_cast<const char*>(varbind.val.string), varbind.val_len);
-    case ASN_OBJECT_ID:
-      return fmt::format(
-          "o:{}", fmt::join(varbind.val.objid, varbind.val.objid + varbind.val_len / sizeof(oid), "."));
-    case SNMP_NOSUCHOBJECT:
-      return "noSuchObject";
-    case SNMP_NOSUCHINSTANCE:
-      return "noSuchInstance";
-    case SNMP_ENDOFMIBVIEW:
-      return "endOfMibView";
-    default:
-      return fmt::format("type {}", varbind.type);
-  }
+std::string octetsText(std::span<const u_char> octets) {
+  bool isText = std::none_of(octets.begin(), octets.end(), [](u_char octet) { return octet < ' '; });
+  return isText ? "s:" + std::string(octets.begin(), octets.end())
+                : fmt::format("x:{:02x}", fmt::join(octets, ""));
 }
 
 std::string textOf(const netsnmp_pdu& answer) {
   if (answer.errstat == SNMP_ERR_GENERR) return fmt::format("genErr({})", answer.errindex);
+  if (answer.errstat == SNMP_ERR_NOCREATION) return fmt::format("noCreation({})", answer.errindex);
   if (answer.errstat == SNMP_ERR_NOTWRITABLE) return fmt::format("notWritable({})", answer.errindex);
   if (answer.errstat != SNMP_ERR_NOERROR) return fmt::format("error {}({})", answer.errstat, answer.errindex);
   std::vector<std::string> varbinds;
@@ -77,8 +73,11 @@ int answered(int operation, netsnmp_session* /*session*/, int /*id*/, netsnmp_pd
 }  // namespace
 
 std::vector<oid> oidOf(std::string_view name) {
-  std::vector<oid> numbers = name.starts_with('.') ? std::vector<oid>() : tables();
-  std::string_view rest = name.substr(name.starts_with('.') ? 1 : 0);
+  auto prefix = std::find_if(prefixes().begin(), prefixes().end(),
+                             [name](const Prefix& candidate) { return name.starts_with(candidate.text); });
+  std::vector<oid> numbers = prefix->numbers;
+  std::string_view rest = name.substr(prefix->text.size());
+  if (rest.starts_with('.')) rest.remove_prefix(1);
   while (!rest.empty()) {
     oid number = 0;
     auto [end, error] = std::from_chars(rest.data(), rest.data() + rest.size(), number);
@@ -88,6 +87,30 @@ std::vector<oid> oidOf(std::string_view name) {
     if (!rest.empty()) rest.remove_prefix(1);
   }
   return numbers;
+}
+
+std::string valueIn(const netsnmp_variable_list& varbind) {
+  switch (varbind.type) {
+    case ASN_INTEGER:
+      return fmt::format("i:{}", *varbind.val.integer);
+    case ASN_TIMETICKS:
+      return fmt::format("t:{}", static_cast<unsigned long>(*varbind.val.integer));
+    case ASN_UNSIGNED:
+      return fmt::format("u:{}", static_cast<unsigned long>(*varbind.val.integer));
+    case ASN_OCTET_STR:
+      return octetsText({varbind.val.string, varbind.val_len});
+    case ASN_OBJECT_ID:
+      return fmt::format(
+          "o:{}", fmt::join(varbind.val.objid, varbind.val.objid + varbind.val_len / sizeof(oid), "."));
+    case SNMP_NOSUCHOBJECT:
+      return "noSuchObject";
+    case SNMP_NOSUCHINSTANCE:
+      return "noSuchInstance";
+    case SNMP_ENDOFMIBVIEW:
+      return "endOfMibView";
+    default:
+      return fmt::format("type {}", varbind.type);
+  }
 }
 
 InProcessAgent& InProcessAgent::instance() {
@@ -141,9 +164,17 @@ std::string InProcessAgent::getBulk(int nonRepeaters, int maxRepetitions, const 
 }
 
 std::string InProcessAgent::set(const std::string& name, long value) {
+  return set(name, ASN_INTEGER, &value, sizeof value);
+}
+
+std::string InProcessAgent::set(const std::string& name, const std::string& octets) {
+  return set(name, ASN_OCTET_STR, octets.data(), octets.size());
+}
+
+std::string InProcessAgent::set(const std::string& name, u_char type, const void* value, size_t size) {
   netsnmp_pdu* pdu = snmp_pdu_create(SNMP_MSG_SET);
   std::vector<oid> numbers = oidOf(name);
-  snmp_pdu_add_variable(pdu, numbers.data(), numbers.size(), ASN_INTEGER, &value, sizeof value);
+  snmp_pdu_add_variable(pdu, numbers.data(), numbers.size(), type, value, size);
   return ask(pdu);
 }
 

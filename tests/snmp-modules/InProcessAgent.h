@@ -2,8 +2,8 @@
 // There is one for the whole process, since net-snmp's agent is. It knows no access control, and no objects
 // but those that a test registers.
 //
-// Objects are written relative to ENT.3.40.1, so that "2.1.4.1.3" is column 4 of row 1.3 of the second table.
-// Outside of it the whole OID is written, with a leading dot.
+// Objects are written relative to ENT.3.40.1, so that "2.1.4.1.3" is column 4 of row 1.3 of the second table,
+// or to ENT.3.41.1, as "hr.1.1.2.7". Elsewhere the whole OID is written, with a leading dot.
 #pragma once
 
 #include <functional>
@@ -21,14 +21,13 @@ class InProcessAgent {
  public:
   static InProcessAgent& instance();
 
-  // The answer's varbinds, "<name>=<value>", separated by blanks: i for INTEGER, u for Gauge32 and
-  // Unsigned32, t for TimeTicks, s for OCTET STRING, o for OBJECT IDENTIFIER, such as "2.1.4.1.3=i:5", or the
-  // exception, such as "2.1.4.1.3=noSuchInstance". An answer with an error is its name and index, such as
-  // "genErr(1)". Too late an answer reads "timeout".
+  // The answer's varbinds, "<name>=<value>", separated by blanks, such as "2.1.4.1.3=i:5". An answer with an
+  // error is its name and index, such as "genErr(1)". Too late an answer reads "timeout".
   std::string get(const Names& names) { return ask(request(SNMP_MSG_GET, names)); }
   std::string getNext(const Names& names) { return ask(request(SNMP_MSG_GETNEXT, names)); }
   std::string getBulk(int nonRepeaters, int maxRepetitions, const Names& names);
   std::string set(const std::string& name, long value);
+  std::string set(const std::string& name, const std::string& octets);
 
   // What GETNEXT finds below a subtree, one after the other. step is called with each answer before the next
   // request. Stops with "endless" when a name does not grow.
@@ -38,6 +37,7 @@ class InProcessAgent {
  private:
   InProcessAgent();
   netsnmp_pdu* request(int command, const Names& names);
+  std::string set(const std::string& name, u_char type, const void* value, size_t size);
   std::string ask(netsnmp_pdu* pdu);
 
   netsnmp_session* manager_ = nullptr;
@@ -45,5 +45,9 @@ class InProcessAgent {
 
 // A name of that form as an OID.
 std::vector<oid> oidOf(std::string_view name);
+
+// i for INTEGER, u for Gauge32 and Unsigned32, t for TimeTicks, s for OCTET STRING, or x and its octets when
+// some are control characters, o for OBJECT IDENTIFIER; or the exception, such as "noSuchInstance".
+std::string valueIn(const netsnmp_variable_list& varbind);
 
 }  // namespace SnmpTest

@@ -2,6 +2,8 @@
 
 #include <fmt/ranges.h>
 
+#include <algorithm>
+
 namespace SnmpTest {
 namespace {
 
@@ -36,11 +38,11 @@ Database::~Database() {
 ModuleTest::ModuleTest() {
   InProcessAgent::instance();
   Snmp::agentStartUtcIs(Zavro::Duration(kAgentStart));
-  init_veldaTrelMIB("");
+  for (const ModuleCase& module : allModules()) module.init("");
 }
 
 ModuleTest::~ModuleTest() {
-  unregister_veldaTrelMIB("");
+  for (const ModuleCase& module : allModules()) module.unregister("");
   Snmp::agentStartUtcIs(Zavro::Duration(0));
 }
 
@@ -64,6 +66,43 @@ uint64_t ModuleTest::steps(const char* table) {
   const Snmp::TableCounters& counted = recordOf(table)->counters();
   return counted.orderedIterCntr(Counter::advanced) + counted.orderedIterCntr(Counter::reachedEnd);
 }
+
+void ModuleTest::expectTree(const std::string& subtree, const std::vector<std::string>& expected) {
+  EXPECT_EQ(lines(agent().walk(subtree)), lines(expected));
+  expectGets(expected);
+  expectBulk(subtree, expected);
+}
+
+void ModuleTest::expectGets(const std::vector<std::string>& expected) {
+  std::string last;
+  for (const std::string& varbind : expected) {
+    std::string name = varbind.substr(0, varbind.find('='));
+    EXPECT_EQ(agent().get({name}), varbind);
+    if (!last.empty()) {
+      EXPECT_EQ(agent().getNext({last}), varbind);
+    }
+    EXPECT_EQ(agent().set(name, 3), "notWritable(1)") << name;
+    last = name;
+  }
+}
+
+void ModuleTest::expectBulk(const std::string& subtree, const std::vector<std::string>& expected) {
+  constexpr size_t kRepetitions = 4;
+  std::string at = subtree;
+  for (size_t done = 0; done < expected.size(); done += kRepetitions) {
+    auto begin = expected.begin() + static_cast<long>(done);
+    auto count = static_cast<long>(std::min(kRepetitions, expected.size() - done));
+    std::string wanted = fmt::format("{}", fmt::join(begin, begin + count, " "));
+    EXPECT_EQ(agent().getBulk(0, static_cast<int>(count), {at}), wanted);
+    at = (begin + count - 1)->substr(0, (begin + count - 1)->find('='));
+  }
+}
+
+std::string EveryTableTest::line(int level, const std::string& text) const {
+  return fmt::format("{}/{} {}\n", GetParam().module, level, text);
+}
+
+std::string nameOf(const ::testing::TestParamInfo<TableOfModule>& table) { return table.param.table.name; }
 
 Snmp::RegVoid* recordOf(const char* table) {
   return Snmp::RegVoidCollByContext::singleton()->regVoid("", table);

@@ -1,15 +1,18 @@
-// The module veldaTrelMIB, registered for the default context over a MIB state object that the test fills.
+// Both modules, registered for the default context over a MIB state object that the test fills.
 #pragma once
 
 #include <gtest/gtest.h>
 
 #include <string>
 
+#include "Callbacks.h"
 #include "InProcessAgent.h"
+#include "TableCases.h"
 #include "TrelMib.h"
 #include "snmp/AsnConversions.h"
 #include "snmp/RegVoidCollByContext.h"
 #include "support/TraceLog.h"
+#include "veldaTrelHostResourcesMIB.h"
 #include "veldaTrelMIB.h"
 
 namespace SnmpTest {
@@ -57,15 +60,35 @@ class ModuleTest : public ::testing::Test {
   // How often the walks of the table have gone from one row on to the next or to the end.
   uint64_t steps(const char* table);
 
+  // Holds a subtree against the expected varbinds, in their order, through every kind of request.
+  void expectTree(const std::string& subtree, const std::vector<std::string>& expected);
+
  private:
+  void expectGets(const std::vector<std::string>& expected);
+  void expectBulk(const std::string& subtree, const std::vector<std::string>& expected);
+
   Database database_;
 };
 
-// The same, with every trace of the module in `log`.
+// The same, with every trace of the modules in `log`.
 class TracedModuleTest : public ModuleTest {
  protected:
-  TraceLog log{{"veldaTrelMIB"}};
+  TraceLog log{"veldaTrelMIB", "veldaTrelHostResourcesMIB"};
 };
+
+// What has to hold for each table, whatever it serves.
+class EveryTableTest : public TracedModuleTest, public ::testing::WithParamInterface<TableOfModule> {
+ protected:
+  const TableCase& table() const { return GetParam().table; }
+  void add(const RowParts& row) { table().add(mib(), row); }
+  std::string counters() { return ModuleTest::counters(table().name); }
+
+  // A line of the golden trace.
+  std::string line(int level, const std::string& text) const;
+  // The same with the table's name in front of the text.
+  std::string own(int level, const std::string& text) const { return line(level, table().name + text); }
+};
+std::string nameOf(const ::testing::TestParamInfo<TableOfModule>& table);
 
 // The registration record of a table in the default context, or null.
 Snmp::RegVoid* recordOf(const char* table);

@@ -1,10 +1,9 @@
-// How the module comes and goes: registration, withdrawal, and what ends the process.
+// How the modules come and go: registration, withdrawal, and what ends the process.
 #include <gtest/gtest.h>
 #include <malloc.h>
 
-#include <cstring>
+#include <algorithm>
 
-#include "Callbacks.h"
 #include "ModuleTest.h"
 
 namespace {
@@ -37,175 +36,216 @@ int __wrap_netsnmp_inject_handler(netsnmp_handler_registration* registration, ne
 namespace SnmpTest {
 namespace {
 
-constexpr const char* kModule = "veldaTrelMIB";
+std::string oidText(const TableCase& table) {
+  return fmt::format(".1.3.6.1.4.1.{}.{}", TREL_ENTERPRISE_NUMBER, table.arc);
+}
 
-class RegistrationTest : public ::testing::Test {
+class RegistrationTest : public ::testing::TestWithParam<ModuleCase> {
  protected:
   RegistrationTest() { InProcessAgent::instance(); }
   InProcessAgent& agent() { return InProcessAgent::instance(); }
+
+  static const ModuleCase& module() { return GetParam(); }
+  static const std::vector<TableCase>& tables() { return GetParam().tables; }
+  // A value of the row that add() puts into the first table.
+  static std::string firstName(const RowParts& row) {
+    return tables().front().instance(tables().front().columns.front().number, row);
+  }
+  std::string firstValue(const RowParts& row) {
+    std::string answer = agent().get({firstName(row)});
+    return answer.substr(answer.find('=') + 1);
+  }
+  static std::string firstExpected() { return tables().front().columns.front().value; }
+  static void addToAll(TrelSnmp::TrelMib& mib, const RowParts& row) {
+    for (const TableCase& table : tables()) table.add(mib, row);
+  }
+  // How many of its tables net-snmp knows.
+  static long served() {
+    return std::count_if(tables().begin(), tables().end(),
+                         [](const TableCase& table) { return registrationAt(table.at) != nullptr; });
+  }
+  static long all() { return static_cast<long>(tables().size()); }
+
+  // A golden trace, a line for each table.
+  static std::string line(int level, const std::string& text) {
+    return fmt::format("{}/{} {}\n", module().name, level, text);
+  }
+  static std::string initializingLine(const TableCase& table, const char* context) {
+    return line(1, fmt::format("initialize_table_{} initializing oid {} in context \"{}\"", table.name,
+                               oidText(table), context));
+  }
+  static std::string unregisteringLine(const char* context) {
+    return line(2, fmt::format("Unregistering {} in context \"{}\"", module().name, context));
+  }
 };
+INSTANTIATE_TEST_SUITE_P(All, RegistrationTest, testing::ValuesIn(allModules()),
+                         [](const auto& module) { return module.param.name; });
 
-bool served(const char* name) { return registrationAt(name) != nullptr; }
-
-TEST_F(RegistrationTest, Init_RegistersBothTablesInOrder) {
+TEST_P(RegistrationTest, Init_RegistersItsTablesInOrder) {
   Database database;
-  TraceLog log({kModule});
-  init_veldaTrelMIB("");
-  EXPECT_EQ(golden(log),
-            fmt::format("veldaTrelMIB/1 initialize_table_veldaTrelBaIfTable initializing oid "
-                        ".1.3.6.1.4.1.{0}.3.40.1.1 in context \"\"\n"
-                        "veldaTrelMIB/8 Initialized table veldaTrelBaIfTable in context \"\"\n"
-                        "veldaTrelMIB/1 initialize_table_veldaTrelReachabilityTable initializing oid "
-                        ".1.3.6.1.4.1.{0}.3.40.1.2 in context \"\"\n"
-                        "veldaTrelMIB/8 Initialized table veldaTrelReachabilityTable in context \"\"\n",
-                        TREL_ENTERPRISE_NUMBER));
-  EXPECT_TRUE(Snmp::mibContextRegistered("", kModule));
-  EXPECT_TRUE(served("1"));
-  EXPECT_TRUE(served("2"));
-
-  unregister_veldaTrelMIB("");
-  EXPECT_EQ(golden(log), "veldaTrelMIB/2 Unregistering veldaTrelMIB in context \"\"\n");
-  EXPECT_FALSE(Snmp::mibContextRegistered("", kModule));
-  EXPECT_FALSE(served("1"));
-  EXPECT_FALSE(served("2"));
-  EXPECT_EQ(Snmp::RegVoidCollByContext::singleton()->size(), 0u);
-}
-
-TEST_F(RegistrationTest, Registration_IsWhatNetSnmpIsMeantToSee) {
-  Database database;
-  init_veldaTrelMIB("");
-  const netsnmp_handler_registration* registration = registrationAt("2");
-  EXPECT_STREQ(registrationAt("1")->handlerName, "veldaTrelBaIfTable_");
-  EXPECT_STREQ(registration->handlerName, "veldaTrelReachabilityTable_");
-  EXPECT_EQ(registration->contextName, nullptr);
-  EXPECT_EQ(registration->rootoid_len, 11u);
-  EXPECT_EQ(registration->modes & HANDLER_CAN_RWRITE, HANDLER_CAN_GETANDGETNEXT);
-  EXPECT_EQ(registration->my_reg_void, recordOf(kReachability));
-  EXPECT_EQ(recordOf(kReachability)->object().get(), &database.mib());
-
-  std::string chain;
-  for (const auto* handler = registration->handler; handler != nullptr; handler = handler->next) {
-    chain += std::string(" ") + handler->handler_name;
+  TraceLog log({module().name});
+  std::string expected;
+  for (const TableCase& table : tables()) {
+    expected += initializingLine(table, "") +
+                line(8, fmt::format("Initialized table {} in context \"\"", table.name));
   }
-  EXPECT_NE(chain.find(" serialize bulk_to_next table table_iterator veldaTrelReachabilityTable_"),
-            std::string::npos)
-      << chain;
+  module().init("");
+  EXPECT_EQ(golden(log), expected);
+  EXPECT_TRUE(Snmp::mibContextRegistered("", module().name));
+  EXPECT_EQ(served(), all());
 
-  const netsnmp_iterator_info* iterator = iteratorInfoOf(registration);
-  EXPECT_EQ(iterator->flags, 0x01 | 0x02);
-  EXPECT_EQ(iterator->myvoid, registration->my_reg_void);
-  EXPECT_EQ(iterator->free_loop_context, nullptr);
-  const netsnmp_table_registration_info* table = iterator->table_reginfo;
-  EXPECT_EQ(table->number_indexes, 2u);
-  EXPECT_EQ(table->indexes->type, ASN_INTEGER);
-  EXPECT_EQ(table->indexes->next_variable->type, ASN_INTEGER);
-  EXPECT_EQ(table->min_column, 3u);
-  EXPECT_EQ(table->max_column, 5u);
-  const netsnmp_column_info* columns = table->valid_columns;
-  EXPECT_EQ(columns->isRange, 0);
-  EXPECT_EQ(std::vector<unsigned>(columns->details.list, columns->details.list + columns->list_count),
-            (std::vector<unsigned>{3, 4, 5}));
-  unregister_veldaTrelMIB("");
-}
-
-TEST_F(RegistrationTest, OtherContext_GetsNoTableButIsAnnounced) {
-  Database database;
-  TraceLog log({kModule});
-  init_veldaTrelMIB("blue");
-  EXPECT_EQ(golden(log),
-            fmt::format("veldaTrelMIB/1 initialize_table_veldaTrelBaIfTable initializing oid "
-                        ".1.3.6.1.4.1.{0}.3.40.1.1 in context \"blue\"\n"
-                        "veldaTrelMIB/2 initialize_table_veldaTrelBaIfTable in context \"blue\" "
-                        "kelstorePathWithContext not specified \n"
-                        "veldaTrelMIB/1 initialize_table_veldaTrelReachabilityTable initializing oid "
-                        ".1.3.6.1.4.1.{0}.3.40.1.2 in context \"blue\"\n"
-                        "veldaTrelMIB/2 initialize_table_veldaTrelReachabilityTable in context \"blue\" "
-                        "kelstorePathWithContext not specified \n",
-                        TREL_ENTERPRISE_NUMBER));
-  EXPECT_FALSE(served("1"));
-  EXPECT_TRUE(Snmp::mibContextRegistered("blue", kModule));
+  module().unregister("");
+  EXPECT_EQ(golden(log), unregisteringLine(""));
+  EXPECT_FALSE(Snmp::mibContextRegistered("", module().name));
+  EXPECT_EQ(served(), 0);
   EXPECT_EQ(Snmp::RegVoidCollByContext::singleton()->size(), 0u);
-  unregister_veldaTrelMIB("blue");
-  EXPECT_EQ(golden(log), "veldaTrelMIB/2 Unregistering veldaTrelMIB in context \"blue\"\n");
-  EXPECT_FALSE(Snmp::mibContextRegistered("blue", kModule));
 }
 
-TEST_F(RegistrationTest, OtherContext_NeedsNoServedObject) {
+TEST_P(RegistrationTest, Registration_IsWhatNetSnmpIsMeantToSee) {
+  Database database;
+  module().init("");
+  for (const TableCase& table : tables()) {
+    SCOPED_TRACE(table.name);
+    const netsnmp_handler_registration* registration = registrationAt(table.at);
+    EXPECT_EQ(oidOf(table.at), oidOf(oidText(table)));
+    EXPECT_EQ(registration->handlerName, std::string(table.name) + "_");
+    EXPECT_EQ(registration->contextName, nullptr);
+    EXPECT_EQ(registration->rootoid_len, 11u);
+    EXPECT_EQ(registration->modes & HANDLER_CAN_RWRITE, table.modes);
+    EXPECT_EQ(registration->my_reg_void, recordOf(table.name));
+    EXPECT_EQ(recordOf(table.name)->object().get(), &database.mib());
+
+    std::string chain;
+    for (const auto* handler = registration->handler; handler != nullptr; handler = handler->next) {
+      chain += std::string(" ") + handler->handler_name;
+    }
+    EXPECT_NE(chain.find(fmt::format(" serialize bulk_to_next table table_iterator {}_", table.name)),
+              std::string::npos)
+        << chain;
+
+    const netsnmp_iterator_info* iterator = iteratorInfoOf(registration);
+    EXPECT_EQ(iterator->flags, 0x01 | 0x02);
+    EXPECT_EQ(iterator->myvoid, registration->my_reg_void);
+    EXPECT_EQ(iterator->free_loop_context, nullptr);
+
+    const netsnmp_table_registration_info* info = iterator->table_reginfo;
+    std::vector<u_char> types;
+    for (const auto* index = info->indexes; index != nullptr; index = index->next_variable) {
+      types.push_back(index->type);
+    }
+    std::vector<u_char> expectedTypes;
+    for (const IndexCase& index : table.index) expectedTypes.push_back(index.type);
+    EXPECT_EQ(types, expectedTypes);
+    EXPECT_EQ(info->number_indexes, expectedTypes.size());
+
+    const netsnmp_column_info* columns = info->valid_columns;
+    std::vector<unsigned> expectedColumns;
+    for (const ColumnCase& column : table.columns) expectedColumns.push_back(column.number);
+    EXPECT_EQ(columns->isRange, 0);
+    EXPECT_EQ(std::vector<unsigned>(columns->details.list, columns->details.list + columns->list_count),
+              expectedColumns);
+    EXPECT_EQ(info->min_column, expectedColumns.front());
+    EXPECT_EQ(info->max_column, expectedColumns.back());
+  }
+  module().unregister("");
+}
+
+TEST_P(RegistrationTest, OtherContext_GetsNoTableButIsAnnounced) {
+  Database database;
+  TraceLog log({module().name});
+  std::string expected;
+  for (const TableCase& table : tables()) {
+    expected += initializingLine(table, "blue") +
+                line(2, fmt::format("initialize_table_{} in context \"blue\" kelstorePathWithContext not "
+                                    "specified ",
+                                    table.name));
+  }
+  module().init("blue");
+  EXPECT_EQ(golden(log), expected);
+  EXPECT_EQ(served(), 0);
+  EXPECT_TRUE(Snmp::mibContextRegistered("blue", module().name));
+  EXPECT_EQ(Snmp::RegVoidCollByContext::singleton()->size(), 0u);
+  module().unregister("blue");
+  EXPECT_EQ(golden(log), unregisteringLine("blue"));
+  EXPECT_FALSE(Snmp::mibContextRegistered("blue", module().name));
+}
+
+TEST_P(RegistrationTest, OtherContext_NeedsNoServedObject) {
   Database database(nullptr);
-  init_veldaTrelMIB("blue");
-  unregister_veldaTrelMIB("blue");
-  EXPECT_FALSE(served("1"));
+  module().init("blue");
+  module().unregister("blue");
+  EXPECT_EQ(served(), 0);
 }
 
-TEST_F(RegistrationTest, ContextNeverInitialised_IsUnregisteredAllTheSame) {
+TEST_P(RegistrationTest, ContextNeverInitialised_IsUnregisteredAllTheSame) {
   Database database;
-  Snmp::registerMibContext("green", kModule);
-  unregister_veldaTrelMIB("green");
-  EXPECT_FALSE(Snmp::mibContextRegistered("green", kModule));
-  unregister_veldaTrelMIB("");
-  unregister_veldaTrelMIB("");
+  Snmp::registerMibContext("green", module().name);
+  module().unregister("green");
+  EXPECT_FALSE(Snmp::mibContextRegistered("green", module().name));
+  module().unregister("");
+  module().unregister("");
 }
 
-TEST_F(RegistrationTest, OtherContextComesAndGoes_TheDefaultOneStays) {
+TEST_P(RegistrationTest, OtherContextComesAndGoes_TheDefaultOneStays) {
   Database database;
-  database.mib().trelIfTableIs(5, 1, 2);
-  init_veldaTrelMIB("");
-  init_veldaTrelMIB("blue");
-  unregister_veldaTrelMIB("blue");
-  EXPECT_EQ(agent().get({"1.1.3.5"}), "1.1.3.5=i:2");
-  EXPECT_TRUE(Snmp::mibContextRegistered("", kModule));
-  unregister_veldaTrelMIB("");
-  EXPECT_EQ(agent().get({"1.1.3.5"}), "1.1.3.5=noSuchObject");
+  addToAll(database.mib(), {5, 6});
+  module().init("");
+  module().init("blue");
+  module().unregister("blue");
+  EXPECT_EQ(firstValue({5, 6}), firstExpected());
+  EXPECT_TRUE(Snmp::mibContextRegistered("", module().name));
+  module().unregister("");
+  EXPECT_EQ(firstValue({5, 6}), "noSuchObject");
 }
 
-TEST_F(RegistrationTest, InitAgain_ServesTheObjectThatIsThereThen) {
+TEST_P(RegistrationTest, InitAgain_ServesTheObjectThatIsThereThen) {
   {
     Database database;
-    database.mib().trelIfTableIs(5, 1, 2);
-    init_veldaTrelMIB("");
-    agent().get({"1.1.3.5"});
-    unregister_veldaTrelMIB("");
+    addToAll(database.mib(), {5, 6});
+    module().init("");
+    EXPECT_EQ(firstValue({5, 6}), firstExpected());
+    module().unregister("");
   }
   Database database;
-  database.mib().trelIfTableIs(6, 1, 3);
-  init_veldaTrelMIB("");
-  EXPECT_EQ(lines(agent().walk("")), lines({"1.1.2.6=i:1", "1.1.3.6=i:3"}));
-  EXPECT_EQ(recordOf(kBaIf)->counters().orderedIterCntr(Snmp::OrderedTableIteratorCounterTypes::hintMatched),
-            2u);
-  unregister_veldaTrelMIB("");
+  addToAll(database.mib(), {7, 8});
+  module().init("");
+  EXPECT_EQ(firstValue({5, 6}), "noSuchInstance");
+  EXPECT_EQ(firstValue({7, 8}), firstExpected());
+  EXPECT_EQ(recordOf(tables().front().name)
+                ->counters()
+                .orderedIterCntr(Snmp::OrderedTableIteratorCounterTypes::hintMatched),
+            1u);
+  module().unregister("");
 }
 
-TEST_F(RegistrationTest, ServedObject_OutlivesItsPlaceInTheDatabase) {
+TEST_P(RegistrationTest, ServedObject_OutlivesItsPlaceInTheDatabase) {
   {
     Database database;
-    database.mib().trelIfTableIs(5, 1, 2);
-    init_veldaTrelMIB("");
+    addToAll(database.mib(), {5, 6});
+    module().init("");
     Snmp::KelstoreUtil::rootIs(nullptr, nullptr);
-    EXPECT_EQ(agent().get({"1.1.3.5"}), "1.1.3.5=i:2");
+    EXPECT_EQ(firstValue({5, 6}), firstExpected());
   }
-  unregister_veldaTrelMIB("");
+  module().unregister("");
 }
 
-// Asks for every column and row, so that every kind of context is made and freed.
-void useTables(InProcessAgent& agent) {
-  agent.walk("");
-  agent.get({"2.1.4.1.2", "2.1.4.9.9", "1.1.2.5"});
-}
-
-TEST_F(RegistrationTest, ThousandTimes_NothingIsLeftBehind) {
+TEST_P(RegistrationTest, ThousandTimes_NothingIsLeftBehind) {
   Database database;
-  database.mib().trelIfTableIs(5, 1, 2);
-  database.mib().trelReachabilityTableIs({1, 2}, nullptr, nullptr);
-  Zavro::Ptr<const TrelSnmp::TrelIfEntry> row = database.mib().trelIfTable(5);
+  Zavro::Ptr<const TrelSnmp::TrelIfEntry> row = database.mib().trelIfTableIs(5, 11, 12);
+  addToAll(database.mib(), {5, 6});
+  // Asks for every column and row, so that every kind of context is made and freed.
   auto round = [this] {
-    init_veldaTrelMIB("");
-    init_veldaTrelMIB("blue");
-    useTables(agent());
-    unregister_veldaTrelMIB("");
-    unregister_veldaTrelMIB("blue");
+    module().init("");
+    module().init("blue");
+    for (const TableCase& table : tables()) {
+      agent().walk(table.at);
+      agent().get({table.instance(table.columns.back().number, {9, 9}), firstName({5, 6})});
+    }
+    module().unregister("");
+    module().unregister("blue");
   };
   TraceLog silence({});
-  Lumalog::levelIs(kModule, -1);
+  Lumalog::levelIs(module().name, -1);
   for (int i = 0; i < 20; ++i) round();
   constexpr size_t kRounds = 1000;
   size_t before = mallinfo2().uordblks;
@@ -218,102 +258,107 @@ TEST_F(RegistrationTest, ThousandTimes_NothingIsLeftBehind) {
   EXPECT_EQ(Snmp::RegVoidCollByContext::singleton()->size(), 0u);
 }
 
-TEST_F(RegistrationTest, IndexThatCannotBeSetUp_IsTracedAndTheRestGoesOn) {
+TEST_P(RegistrationTest, IndexThatCannotBeSetUp_IsTracedAndTheRestGoesOn) {
   Database database;
-  database.mib().trelReachabilityTableIs({1, 2}, nullptr, nullptr);
-  TraceLog log({kModule});
-  failingVarbindAdditions = 3;
-  init_veldaTrelMIB("");
-  EXPECT_EQ(failingVarbindAdditions, 0);
-  for (const char* column :
-       {"veldaTrelBaIfIndex", "veldaTrelReachabilitySrcId", "veldaTrelReachabilityDestId"}) {
-    EXPECT_TRUE(log.contains(
-        fmt::format("veldaTrelMIB/0 Failed to set up {} in netsnmp table_info in context \"\"", column)));
+  TraceLog log({module().name});
+  std::string expected;
+  for (const TableCase& table : tables()) {
+    expected += initializingLine(table, "");
+    for (const IndexCase& index : table.index) {
+      ++failingVarbindAdditions;
+      expected +=
+          line(0, fmt::format("Failed to set up {} in netsnmp table_info in context \"\"", index.column));
+    }
+    expected += line(8, fmt::format("Initialized table {} in context \"\"", table.name));
   }
-  EXPECT_TRUE(log.contains("veldaTrelMIB/8 Initialized table veldaTrelBaIfTable in context \"\""));
-  EXPECT_TRUE(log.contains("veldaTrelMIB/8 Initialized table veldaTrelReachabilityTable in context \"\""));
-  unregister_veldaTrelMIB("");
+  module().init("");
+  EXPECT_EQ(failingVarbindAdditions, 0);
+  EXPECT_EQ(golden(log), expected);
+  module().unregister("");
 }
 
-TEST_F(RegistrationTest, NetSnmpDebugging_SeesTheInitialisation) {
+TEST_P(RegistrationTest, NetSnmpDebugging_SeesTheInitialisation) {
   Database database;
+  std::string name = module().name;
   ::testing::internal::CaptureStderr();
-  debug_register_tokens("veldaTrelMIB,trace");
+  debug_register_tokens((name + ",trace").data());
   snmp_set_do_debugging(1);
-  init_veldaTrelMIB("blue");
+  module().init("blue");
   snmp_set_do_debugging(0);
-  debug_disable_token_logs("veldaTrelMIB");
+  debug_disable_token_logs(name.c_str());
   debug_disable_token_logs("trace");
   std::string output = ::testing::internal::GetCapturedStderr();
-  size_t trace = output.find("trace: init_veldaTrelMIB(): snmp-modules/veldaTrelMIB.cpp, ");
-  size_t message = output.find("veldaTrelMIB: Initializing in context \"blue\"\n");
+  size_t trace = output.find(fmt::format("trace: init_{0}(): snmp-modules/{0}.cpp, ", name));
+  size_t message = output.find(name + ": Initializing in context \"blue\"\n");
   EXPECT_NE(trace, std::string::npos) << output;
   EXPECT_NE(message, std::string::npos) << output;
   EXPECT_LT(trace, message);
-  unregister_veldaTrelMIB("blue");
+  module().unregister("blue");
 }
 
-TEST_F(RegistrationTest, WithoutDebugging_NetSnmpSaysNothing) {
+TEST_P(RegistrationTest, WithoutDebugging_NetSnmpSaysNothing) {
   Database database;
   ::testing::internal::CaptureStderr();
-  init_veldaTrelMIB("blue");
+  module().init("blue");
   EXPECT_EQ(::testing::internal::GetCapturedStderr().find("Initializing in context"), std::string::npos);
-  unregister_veldaTrelMIB("blue");
+  module().unregister("blue");
 }
 
 // --- what ends the process
 
-using RegistrationDeathTest = RegistrationTest;
+class RegistrationDeathTest : public RegistrationTest {
+ protected:
+  // What is printed when a check fails while a table is initialised.
+  static std::string failedCheck(const TableCase& table, const char* expression) {
+    return fmt::format(
+        ": void initialize_table_{}\\(Snmp::Config::PtrConst, Kor::String\\): Assertion `{}' failed\\.",
+        table.name, expression);
+  }
+  static std::string notFound(const TableCase& table) {
+    return fmt::format(
+        "Can not getEntityRelative\\( snmp/trel/trelMib \\) for table {}\\. Is this path "
+        "correct\\?\n.*{}",
+        table.name, failedCheck(table, "e"));
+  }
+};
+INSTANTIATE_TEST_SUITE_P(All, RegistrationDeathTest, testing::ValuesIn(allModules()),
+                         [](const auto& module) { return module.param.name; });
 
-TEST_F(RegistrationDeathTest, NoServedObject_EndsTheProcess) {
+TEST_P(RegistrationDeathTest, NoServedObject_EndsTheProcess) {
   Database database(nullptr);
-  EXPECT_DEATH(
-      init_veldaTrelMIB(""),
-      "Can not getEntityRelative\\( snmp/trel/trelMib \\) for table veldaTrelBaIfTable\\. Is this path "
-      "correct\\?\n"
-      ".*: void initialize_table_veldaTrelBaIfTable\\(Snmp::Config::PtrConst, Kor::String\\): Assertion "
-      "`e' failed\\.");
-  EXPECT_DEATH(
-      initialize_table_veldaTrelReachabilityTable(Snmp::KelstoreUtil::getSnmpConfig(), ""),
-      "Can not getEntityRelative\\( snmp/trel/trelMib \\) for table veldaTrelReachabilityTable\\. Is "
-      "this path correct\\?\n"
-      ".*: void initialize_table_veldaTrelReachabilityTable\\(Snmp::Config::PtrConst, Kor::String\\): "
-      "Assertion `e' failed\\.");
+  EXPECT_DEATH(module().init(""), notFound(tables().front()));
+  for (const TableCase& table : tables()) {
+    EXPECT_DEATH(table.initialize(Snmp::KelstoreUtil::getSnmpConfig(), ""), notFound(table));
+  }
 }
 
-TEST_F(RegistrationDeathTest, NoDatabaseAtAll_EndsTheProcess) {
-  EXPECT_DEATH(init_veldaTrelMIB(""), "Can not getEntityRelative\\( snmp/trel/trelMib \\)");
+TEST_P(RegistrationDeathTest, NoDatabaseAtAll_EndsTheProcess) {
+  EXPECT_DEATH(module().init(""), notFound(tables().front()));
 }
 
-TEST_F(RegistrationDeathTest, ServedObjectOfAnotherType_EndsTheProcess) {
+TEST_P(RegistrationDeathTest, ServedObjectOfAnotherType_EndsTheProcess) {
   Database database(Zavro::makePtr<Kor::Dir>("trelMib"));
-  EXPECT_DEATH(
-      init_veldaTrelMIB(""),
-      "snmp/trel/trelMib does not appear to be of type TrelSnmp::TrelMib\\.\n"
-      ".*: void initialize_table_veldaTrelBaIfTable\\(Snmp::Config::PtrConst, Kor::String\\): Assertion "
-      "`ptr' failed\\.");
+  for (const TableCase& table : tables()) {
+    EXPECT_DEATH(table.initialize(nullptr, ""),
+                 "snmp/trel/trelMib does not appear to be of type TrelSnmp::TrelMib\\.\n.*" +
+                     failedCheck(table, "ptr"));
+  }
 }
 
-TEST_F(RegistrationDeathTest, TableRegisteredTwice_EndsTheProcess) {
+TEST_P(RegistrationDeathTest, TableRegisteredTwice_EndsTheProcess) {
   Database database;
-  init_veldaTrelMIB("");
-  EXPECT_DEATH(
-      init_veldaTrelMIB(""),
-      ": void initialize_table_veldaTrelBaIfTable\\(Snmp::Config::PtrConst, Kor::String\\): Assertion "
-      "`result == MIB_REGISTERED_OK' failed\\.");
-  EXPECT_DEATH(initialize_table_veldaTrelReachabilityTable(nullptr, ""),
-               ": void initialize_table_veldaTrelReachabilityTable\\(Snmp::Config::PtrConst, Kor::String\\): "
-               "Assertion `result == MIB_REGISTERED_OK' failed\\.");
-  unregister_veldaTrelMIB("");
+  module().init("");
+  EXPECT_DEATH(module().init(""), failedCheck(tables().front(), "result == MIB_REGISTERED_OK"));
+  for (const TableCase& table : tables()) {
+    EXPECT_DEATH(table.initialize(nullptr, ""), failedCheck(table, "result == MIB_REGISTERED_OK"));
+  }
+  module().unregister("");
 }
 
-TEST_F(RegistrationDeathTest, HandlerThatCannotBeInjected_EndsTheProcess) {
+TEST_P(RegistrationDeathTest, HandlerThatCannotBeInjected_EndsTheProcess) {
   Database database;
   failingInjection = true;
-  EXPECT_DEATH(
-      init_veldaTrelMIB(""),
-      ": void initialize_table_veldaTrelBaIfTable\\(Snmp::Config::PtrConst, Kor::String\\): Assertion "
-      "`injected == SNMPERR_SUCCESS' failed\\.");
+  EXPECT_DEATH(module().init(""), failedCheck(tables().front(), "injected == SNMPERR_SUCCESS"));
   failingInjection = false;
 }
 
