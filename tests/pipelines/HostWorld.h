@@ -1,0 +1,199 @@
+// What members publish of their hosts as a test sets it up, and the three tables as a test compares them.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <string>
+
+#include "TrelSnmpHostResourcesSm.h"
+#include "TrelSnmpHrStorageTableSm.h"
+#include "support/DrivenScheduler.h"
+
+namespace TrelSnmp::Agent {
+
+struct HostWorld {
+  using Host = HostResources::HostResources;
+  using Processor = Zavro::Ptr<const HostResources::Processor>;
+  using Storage = Zavro::Ptr<const HostResources::StorageInfo>;
+  using Memory = Zavro::Ptr<const HostResources::MemInfo>;
+  using Mapping = HostResourcesMib::StorageTableEntry;
+
+  DrivenScheduler scheduler;
+  Zavro::Ptr<Kor::Dir> dir = Zavro::makePtr<Kor::Dir>("hostResourcesDir");
+  Zavro::Ptr<HostResourcesMib::StorageEntryMappings> mappings =
+      Zavro::makePtr<HostResourcesMib::StorageEntryMappings>();
+  Zavro::Ptr<TrelMib> mib = trelMibFactory("trelMib");
+  Zavro::Ptr<TrelSnmpHostResourcesSm> sm;
+  Zavro::Ptr<TrelSnmpHrStorageTableSm> storageSm;
+
+  static Processor processor(int16_t load) { return Zavro::makePtr<HostResources::Processor>(load); }
+  // 100 units of 512 bytes, of which some are free.
+  static Storage storage(uint64_t free) {
+    return Zavro::makePtr<HostResources::StorageInfo>(512U, uint64_t{100}, free);
+  }
+  static Memory memory(uint32_t free) {
+    HostResources::MemInfo::Amounts amounts;
+    amounts.total = 1000;
+    amounts.free = free;
+    return Zavro::makePtr<HostResources::MemInfo>(amounts);
+  }
+
+  Host* member(const std::string& key) const { return dynamic_cast<Host*>(dir->entityPtr(key).get()); }
+  // Puts a new entity under the key, whatever is there.
+  Host& joins(const std::string& key) {
+    auto entity = Zavro::makePtr<Host>(key);
+    dir->entityPtrIs(key, entity);
+    return *entity;
+  }
+  // The member's entity, which joins when there is none.
+  Host& host(const std::string& key) {
+    Host* entity = member(key);
+    return entity != nullptr ? *entity : joins(key);
+  }
+  // A new entity with the same records in it takes the member's place.
+  void replacedAlike(const std::string& key) {
+    Host* old = member(key);
+    if (old == nullptr) return;
+    auto entity = Zavro::makePtr<Host>(key);
+    for (auto at = old->processorTable().begin(); at; at.next())
+      entity->processorTable().set(at.key(), *at.value());
+    for (auto at = old->storageInfoTable().begin(); at; at.next()) {
+      entity->storageInfoTable().set(at.key(), *at.value());
+    }
+    entity->memInfoIs(old->memInfo());
+    dir->entityPtrIs(key, entity);
+  }
+  void leaves(const std::string& key) { dir->entityPtrDel(key); }
+  void load(const std::string& key, uint32_t index, int16_t percent) {
+    host(key).processorTable().set(index, processor(percent));
+  }
+  void mounts(const std::string& key, const std::string& mountpt, uint64_t free) {
+    host(key).storageInfoTable().set(mountpt, storage(free));
+  }
+  void remembers(const std::string& key, uint32_t free) { host(key).memInfoIs(memory(free)); }
+  // The row's description is the mount point, the memory kind's number.
+  void mapMount(const std::string& mountpt, uint32_t index) const {
+    mappings->mountEntries().set(mountpt, {Snmp::ObjectIdentifier({1, 3, 6, 4}), mountpt, index});
+  }
+  void mapMemory(int32_t kind, uint32_t index) const {
+    mappings->memEntries().set(kind, {Snmp::ObjectIdentifier({1, 3, 6, 2}), std::to_string(kind), index});
+  }
+
+  Rvx::SmControl control(Rvx::Mode mode = Rvx::Mode::pipelineDefault) const {
+    Rvx::SmControl control;
+    control.scheduler = scheduler.get();
+    control.mode = mode;
+    return control;
+  }
+  void start(Rvx::Mode mode = Rvx::Mode::pipelineDefault) {
+    sm = trelSnmpHostResourcesSmFactory(dir, mib, control(mode));
+    sm->hasNotificationActiveIs(true);
+  }
+  void startAndDrain() {
+    start();
+    scheduler.drain();
+  }
+  void startStorage(Rvx::Mode mode = Rvx::Mode::pipelineDefault) {
+    storageSm = trelSnmpHrStorageTableSmFactory(dir, mib, mappings, control(mode));
+    storageSm->hasNotificationActiveIs(true);
+  }
+  void startStorageAndDrain() {
+    startStorage();
+    scheduler.drain();
+  }
+  // Replaces a pipeline over the filled tables, as the agent does.
+  template <class Sm>
+  void restart(Zavro::Ptr<Sm>& slot, void (HostWorld::*startAgain)(Rvx::Mode), Rvx::Mode mode) {
+    auto old = slot;
+    if (!old) return;
+    old->hasNotificationActiveIs(false);
+    (this->*startAgain)(mode);
+    old->rowsHandedOver();
+  }
+
+  // "[ 1 3 ]"
+  std::string systemRows() const {
+    std::string text = "[ ";
+    for (auto row = mib->trelHrSystemTable().begin(); row; row.next()) {
+      text += fmt::format("{} ", row.key());
+    }
+    return text + "]";
+  }
+  // "[ (1,0)=7 (1,1)=-1 ]"
+  std::string processorRows() const {
+    std::string text = "[ ";
+    for (auto row = mib->trelProcessorTable().begin(); row; row.next()) {
+      text += processorText(row.key(), row.entry()->processor());
+    }
+    return text + "]";
+  }
+  // "[ (1,1)=1:600 (1,31)=/:40 ]": description and units used.
+  std::string storageRows() const {
+    std::string text = "[ ";
+    for (auto row = mib->trelHrStorageTable().begin(); row; row.next()) {
+      text += storageText(row.key(), row.entry()->descr(), row.entry()->used());
+    }
+    return text + "]";
+  }
+  // The same, as the inputs imply it, when no two keys spell one member.
+  std::string systemRowsImplied() const {
+    std::map<uint32_t, const Host*> implied;
+    for (auto entry = dir->entities().begin(); entry; entry.next()) {
+      if (Host* entity = member(entry.key())) implied[id(entry.key())] = entity;
+    }
+    std::string text = "[ ";
+    for (const auto& [key, entity] : implied) {
+      auto row = mib->trelHrSystemTable(key);
+      text += fmt::format("{}{} ", key, row && row->hostResources() != entity ? "!" : "");
+    }
+    return text + "]";
+  }
+  std::string processorRowsImplied() const {
+    std::map<ProcessorKey, Processor> implied;
+    for (auto entry = dir->entities().begin(); entry; entry.next()) {
+      Host* entity = member(entry.key());
+      if (entity == nullptr) continue;
+      for (auto at = entity->processorTable().begin(); at; at.next()) {
+        implied[{id(entry.key()), at.key()}] = *at.value();
+      }
+    }
+    std::string text = "[ ";
+    for (const auto& [key, record] : implied) text += processorText(key, record);
+    return text + "]";
+  }
+
+  static uint32_t id(const std::string& key) { return Trel::MemberId::fromString(key).id(); }
+  static std::string storageText(const TrelHrStorageKey& key, const std::string& descr, uint32_t used) {
+    return fmt::format("({},{})={}:{} ", key.trelMemberId(), key.hrStorageIndex(), descr, used);
+  }
+
+ private:
+  static std::string processorText(const ProcessorKey& key, const Processor& record) {
+    return fmt::format("({},{})={} ", key.trelMemberId(), key.processorIndex(), record->load());
+  }
+};
+
+// Every publication of the tables, "+trelHrSystemTable 1" for a row that is written and "-..." for a removal,
+// since the last take().
+class HostPublications {
+ public:
+  explicit HostPublications(const TrelMib& mib)
+      : subscription_(mib.publisher().subscribe([this](const TrelMib::Change& change) {
+          text_ += fmt::format("{}{} ", change.entry ? '+' : '-', rowText(change));
+        })) {}
+  std::string take() { return std::exchange(text_, ""); }
+
+ private:
+  static std::string rowText(const TrelMib::Change& change) {
+    if (const auto* member = std::get_if<uint32_t>(&change.key)) return fmt::format("system({})", *member);
+    if (const auto* key = std::get_if<ProcessorKey>(&change.key)) {
+      return fmt::format("processor({},{})", key->trelMemberId(), key->processorIndex());
+    }
+    const auto& key = std::get<TrelHrStorageKey>(change.key);
+    return fmt::format("storage({},{})", key.trelMemberId(), key.hrStorageIndex());
+  }
+  std::string text_;
+  Kor::Subscription subscription_;
+};
+
+}  // namespace TrelSnmp::Agent
