@@ -58,21 +58,28 @@ constexpr int kFlattenedLevel = 9;
 }  // namespace
 
 namespace RivoCode::TrelSnmpHrStorageTableSm {
+namespace {
+
+// cast, record: what the assertion calls the pointer that must not be null, and the record's type.
+StorageRow castToRow(const StorageRow& made, const char* cast, const char* record) {
+  if (!made) {
+    Zavro::assertFailed(fmt::format("{} && \"dynamic cast to TrelSnmp::TrelHrStorageEntry::PtrConst from "
+                                    "TrelSnmp::{}::PtrConst failed\"",
+                                    cast, record),
+                        static_cast<const char*>(__PRETTY_FUNCTION__), static_cast<const char*>(__FILE__),
+                        __LINE__);
+  }
+  return made;
+}
+
+}  // namespace
 
 StorageRow rowOf(const Zavro::Ptr<const TrelHrStorageEntryMount>& made) {
-  auto _tmpCast26_ = boost::dynamic_pointer_cast<const TrelHrStorageEntry>(made);
-  zavroAssert(_tmpCast26_ &&
-              "dynamic cast to TrelSnmp::TrelHrStorageEntry::PtrConst from "
-              "TrelSnmp::TrelHrStorageEntryMount::PtrConst failed");
-  return _tmpCast26_;
+  return castToRow(made, "_tmpCast26_", "TrelHrStorageEntryMount");
 }
 
 StorageRow rowOf(const Zavro::Ptr<const TrelHrStorageEntryMem>& made) {
-  auto _tmpCast14_ = boost::dynamic_pointer_cast<const TrelHrStorageEntry>(made);
-  zavroAssert(_tmpCast14_ &&
-              "dynamic cast to TrelSnmp::TrelHrStorageEntry::PtrConst from "
-              "TrelSnmp::TrelHrStorageEntryMem::PtrConst failed");
-  return _tmpCast14_;
+  return castToRow(made, "_tmpCast14_", "TrelHrStorageEntryMem");
 }
 
 }  // namespace RivoCode::TrelSnmpHrStorageTableSm

@@ -73,10 +73,10 @@ struct HostWorld {
   void remembers(const std::string& key, uint32_t free) { host(key).memInfoIs(memory(free)); }
   // The row's description is the mount point, the memory kind's number.
   void mapMount(const std::string& mountpt, uint32_t index) const {
-    mappings->mountEntries().set(mountpt, {Snmp::ObjectIdentifier({1, 3, 6, 4}), mountpt, index});
+    mappings->mountEntries().set(mountpt, {Snmp::ObjectIdentifier("1.3.6.4"), mountpt, index});
   }
   void mapMemory(int32_t kind, uint32_t index) const {
-    mappings->memEntries().set(kind, {Snmp::ObjectIdentifier({1, 3, 6, 2}), std::to_string(kind), index});
+    mappings->memEntries().set(kind, {Snmp::ObjectIdentifier("1.3.6.2"), std::to_string(kind), index});
   }
 
   Rvx::SmControl control(Rvx::Mode mode = Rvx::Mode::pipelineDefault) const {

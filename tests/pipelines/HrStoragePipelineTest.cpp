@@ -1,0 +1,499 @@
+// What the storage table holds as file systems, memory and mappings come, change and go.
+#include <gtest/gtest.h>
+
+#include "HostWorld.h"
+#include "support/TraceLog.h"
+
+namespace TrelSnmp::Agent {
+namespace {
+
+using Lines = std::vector<std::string>;
+using DirSm = RivoCode::TrelSnmpHrStorageTableSm::HostResourcesDirSm0;
+
+constexpr const char* kSm = "TrelSnmpHrStorageTableSm";
+std::string line(int level, const std::string& text) { return fmt::format("{}/{} {}", kSm, level, text); }
+
+std::string mountElement(const std::string& dirKey, const std::string& mountpt,
+                         const std::string& storageOpt) {
+  return line(7, fmt::format("mountStream = from( hostResourcesDir.entityPtr< HostResources::HostResources "
+                             ">[].storageInfoTable[] ): dirKey={} mountpt={} storageOpt={}",
+                             dirKey, mountpt, storageOpt));
+}
+std::string memElement(const std::string& dirKey, const std::string& memInfoOpt) {
+  return line(7, fmt::format("memStream = from( hostResourcesDir.entityPtr< HostResources::HostResources "
+                             ">[].memInfo ): dirKey={} memInfoOpt={}",
+                             dirKey, memInfoOpt));
+}
+
+class HrStoragePipeline : public testing::Test {
+ protected:
+  void SetUp() override { Lumalog::levelIs("*", -1); }
+  void TearDown() override { Lumalog::levelsReset(); }
+
+  HostWorld world;
+};
+
+TEST_F(HrStoragePipeline, MappedFileSystemsAndMemory_EachHaveARow) {
+  world.mapMount("/", 31);
+  world.mapMount("/var", 32);
+  world.mapMemory(1, 1);
+  world.mapMemory(2, 100);
+  world.mounts("3", "/", 60);
+  world.mounts("3", "/var", 10);
+  world.mounts("3", "/unmapped", 10);
+  world.remembers("3", 400);
+  world.startStorageAndDrain();
+  EXPECT_EQ(world.storageRows(), "[ (3,1)=1:600 (3,31)=/:40 (3,32)=/var:90 (3,100)=2:1000 ]");
+}
+
+TEST_F(HrStoragePipeline, SameMappingsOnTwoMembers_SameIndexes) {
+  world.mapMount("/", 31);
+  for (const char* key : {"1", "2"}) world.mounts(key, "/", 60);
+  world.startStorageAndDrain();
+  EXPECT_EQ(world.storageRows(), "[ (1,31)=/:40 (2,31)=/:40 ]");
+}
+
+TEST_F(HrStoragePipeline, RowsAreMadeOfTheMappingAndTheVeryRecord) {
+  world.mapMount("/", 31);
+  world.mapMemory(-5, 2);
+  auto storage = world.storage(1);
+  auto memory = world.memory(2);
+  world.host("1").storageInfoTable().set("/", storage);
+  world.host("1").memInfoIs(memory);
+  world.startStorageAndDrain();
+  auto mount =
+      boost::dynamic_pointer_cast<const TrelHrStorageEntryMount>(world.mib->trelHrStorageTable({1, 31}));
+  ASSERT_NE(mount, nullptr);
+  EXPECT_EQ(mount->storageInfo(), storage);
+  EXPECT_EQ(mount->type(), Snmp::ObjectIdentifier("1.3.6.4"));
+  EXPECT_EQ(mount->descr(), "/");
+  auto mem = boost::dynamic_pointer_cast<const TrelHrStorageEntryMem>(world.mib->trelHrStorageTable({1, 2}));
+  ASSERT_NE(mem, nullptr);
+  EXPECT_EQ(mem->memInfo(), memory);
+  EXPECT_EQ(mem->type(), Snmp::ObjectIdentifier("1.3.6.2"));
+  EXPECT_EQ(mem->descr(), "-5");
+}
+
+TEST_F(HrStoragePipeline, MappedMountRemoved_ItsRowGoes_UnmappedOneChangesNothing) {
+  world.mapMount("/", 31);
+  world.mapMount("/var", 32);
+  for (const char* mountpt : {"/", "/var", "/unmapped"}) world.mounts("1", mountpt, 60);
+  world.startStorageAndDrain();
+  HostPublications published(*world.mib);
+  world.member("1")->storageInfoTable().del("/unmapped");
+  EXPECT_EQ(published.take(), "");
+  world.member("1")->storageInfoTable().del("/");
+  EXPECT_EQ(published.take(), "-storage(1,31) ");
+  EXPECT_EQ(world.storageRows(), "[ (1,32)=/var:40 ]");
+}
+
+TEST_F(HrStoragePipeline, EveryEventReplacesTheRowWhole_AlsoForTheSameRecord) {
+  world.mapMount("/", 31);
+  world.mounts("1", "/", 60);
+  world.startStorageAndDrain();
+  auto before = world.mib->trelHrStorageTable({1, 31});
+  HostPublications published(*world.mib);
+  auto& storage = world.member("1")->storageInfoTable();
+  storage.set("/", *storage.find("/"));
+  EXPECT_EQ(published.take(), "+storage(1,31) ");
+  EXPECT_NE(world.mib->trelHrStorageTable({1, 31}), before);
+}
+
+TEST_F(HrStoragePipeline, ChangedMemory_RewritesEveryMemoryRowOfThatMember) {
+  world.mapMemory(1, 1);
+  world.mapMemory(2, 2);
+  world.mapMount("/", 31);
+  world.mounts("1", "/", 60);
+  for (const char* key : {"1", "2"}) world.remembers(key, 400);
+  world.startStorageAndDrain();
+  HostPublications published(*world.mib);
+  world.remembers("1", 300);
+  EXPECT_EQ(published.take(), "+storage(1,1) +storage(1,2) ");
+  EXPECT_EQ(world.storageRows(), "[ (1,1)=1:700 (1,2)=2:1000 (1,31)=/:40 (2,1)=1:600 (2,2)=2:1000 ]");
+  world.member("1")->memInfoIs(nullptr);
+  EXPECT_EQ(published.take(), "-storage(1,1) -storage(1,2) ");
+}
+
+TEST_F(HrStoragePipeline, MappingThatComesLate_TakesEffectWithTheNextRecord) {
+  world.mounts("1", "/", 60);
+  world.remembers("1", 400);
+  world.startStorageAndDrain();
+  world.mapMount("/", 31);
+  world.mapMemory(1, 1);
+  EXPECT_EQ(world.storageRows(), "[ ]");
+  world.mounts("1", "/", 50);
+  EXPECT_EQ(world.storageRows(), "[ (1,31)=/:50 ]");
+  world.remembers("1", 300);
+  EXPECT_EQ(world.storageRows(), "[ (1,1)=1:700 (1,31)=/:50 ]");
+}
+
+TEST_F(HrStoragePipeline, MappingThatComesLate_TakesEffectAtTheNextStart) {
+  world.mounts("1", "/", 60);
+  world.startStorageAndDrain();
+  world.mapMount("/", 31);
+  world.restart(world.storageSm, &HostWorld::startStorage, Rvx::Mode::pipelineDefault);
+  world.scheduler.drain();
+  EXPECT_EQ(world.storageRows(), "[ (1,31)=/:40 ]");
+}
+
+TEST_F(HrStoragePipeline, MappingThatWent_LeavesItsRowToReconciliation) {
+  world.mapMount("/", 31);
+  world.mounts("1", "/", 60);
+  world.startStorageAndDrain();
+  world.mappings->mountEntries().del("/");
+  world.member("1")->storageInfoTable().del("/");
+  EXPECT_EQ(world.storageRows(), "[ (1,31)=/:40 ]");
+  world.restart(world.storageSm, &HostWorld::startStorage, Rvx::Mode::pipelineDefault);
+  world.scheduler.drain();
+  EXPECT_EQ(world.storageRows(), "[ ]");
+}
+
+TEST_F(HrStoragePipeline, NoMemoryMappings_MemoryWritesAndDeletesNothing) {
+  world.remembers("1", 400);
+  world.mib->trelHrStorageTableIs(trelHrStorageEntryMemFactory({1, 1}, {}, "", nullptr));
+  world.startStorage();
+  while (!world.storageSm->initialScanDone()) world.scheduler.step();
+  HostPublications published(*world.mib);
+  world.member("1")->memInfoIs(nullptr);
+  EXPECT_EQ(published.take(), "");
+}
+
+TEST_F(HrStoragePipeline, MemberLeaves_MountRowsThenMemoryRowsVanish_OthersStay) {
+  world.mapMount("/", 31);
+  world.mapMount("/var", 30);
+  world.mapMemory(1, 1);
+  for (const char* key : {"1", "2"}) {
+    world.mounts(key, "/", 60);
+    world.mounts(key, "/var", 60);
+    world.mounts(key, "/unmapped", 60);
+    world.remembers(key, 400);
+  }
+  world.startStorageAndDrain();
+  HostPublications published(*world.mib);
+  world.leaves("1");
+  EXPECT_EQ(published.take(), "-storage(1,31) -storage(1,30) -storage(1,1) ");
+  EXPECT_EQ(world.storageRows(), "[ (2,1)=1:600 (2,30)=/var:40 (2,31)=/:40 ]");
+}
+
+TEST_F(HrStoragePipeline, EntityReplaced_OldRowsGoBeforeNewOnesCome) {
+  world.mapMount("/", 31);
+  world.mapMemory(1, 1);
+  world.mounts("1", "/", 60);
+  world.remembers("1", 400);
+  world.startStorageAndDrain();
+  HostPublications published(*world.mib);
+  world.replacedAlike("1");
+  EXPECT_EQ(published.take(), "-storage(1,31) -storage(1,1) +storage(1,31) +storage(1,1) ");
+}
+
+TEST_F(HrStoragePipeline, EntityOfAnotherType_HasNoRowsAndIsTraced) {
+  world.mapMount("/", 31);
+  world.mounts("1", "/", 60);
+  world.startStorageAndDrain();
+  TraceLog traces{kSm};
+  world.dir->entityPtrIs("1", Zavro::makePtr<Kor::Dir>("1"));
+  EXPECT_EQ(world.storageRows(), "[ ]");
+  EXPECT_TRUE(traces.contains(line(1,
+                                   "dynamic cast to type ::HostResources::HostResources::RawPtrConst from "
+                                   "Kor::Entity::PtrConst failed. ")));
+}
+
+TEST_F(HrStoragePipeline, MountPointsOfAnySpelling_ReachTheTable) {
+  const char* const mountpts[] = {"/mnt/my disk", "/mnt/100%", "/mnt/\xC3\xA4\xC3\xB6", "", "relative"};
+  uint32_t index = 1;
+  for (const char* mountpt : mountpts) {
+    world.mapMount(mountpt, index++);
+    world.mounts("1", mountpt, 0);
+  }
+  world.startStorageAndDrain();
+  EXPECT_EQ(world.storageRows(),
+            "[ (1,1)=/mnt/my disk:100 (1,2)=/mnt/100%:100 (1,3)=/mnt/\xC3\xA4\xC3\xB6:100 (1,4)=:100 "
+            "(1,5)=relative:100 ]");
+}
+
+TEST_F(HrStoragePipeline, IndexesAtTheEdge_ReachTheTable) {
+  world.mapMount("/a", 0);
+  world.mapMount("/b", 0xFFFFFFFF);
+  for (const char* mountpt : {"/a", "/b"}) world.mounts("255", mountpt, 60);
+  world.startStorageAndDrain();
+  EXPECT_EQ(world.storageRows(), "[ (255,0)=/a:40 (255,4294967295)=/b:40 ]");
+}
+
+TEST_F(HrStoragePipeline, RowsOfAnEarlierLife_GoUnlessOneOfTheStreamsProducesThem) {
+  world.mapMount("/", 31);
+  world.mapMount("/gone", 32);
+  world.mapMemory(1, 1);
+  world.mounts("1", "/", 60);
+  world.remembers("1", 400);
+  for (uint32_t index : std::initializer_list<uint32_t>{1, 2, 31, 32, 33}) {
+    world.mib->trelHrStorageTableIs(trelHrStorageEntryMemFactory({1, index}, {}, "", nullptr));
+  }
+  HostPublications published(*world.mib);
+  world.startStorageAndDrain();
+  EXPECT_EQ(published.take(), "+storage(1,31) +storage(1,1) -storage(1,2) -storage(1,32) -storage(1,33) ");
+  EXPECT_EQ(world.storageRows(), "[ (1,1)=1:600 (1,31)=/:40 ]");
+}
+
+TEST_F(HrStoragePipeline, OutputWaitsForBothStreams) {
+  world.mapMemory(1, 1);
+  for (const char* key : {"1", "2", "3"}) world.mounts(key, "/", 60);
+  world.mib->trelHrStorageTableIs(trelHrStorageEntryMemFactory({9, 9}, {}, "", nullptr));
+  world.startStorage();
+  auto& dirSm = dynamic_cast<DirSm&>(*world.storageSm->machines()[0]);
+  world.scheduler.yieldWhen([&] { return dirSm.inTask(1); });
+  const auto& scans = world.storageSm->inputSmScanState();
+  while (!world.storageSm->initialScanDone() || Kor::attribute(scans, "mountStreamScan") == "false") {
+    ASSERT_TRUE(world.scheduler.step());
+  }
+  EXPECT_EQ(Kor::attribute(scans, "memStreamScan"), "false");
+  EXPECT_FALSE(world.storageSm->ready());
+  EXPECT_NE(world.mib->trelHrStorageTable({9, 9}), nullptr);
+  world.scheduler.drain();
+  EXPECT_TRUE(world.storageSm->ready());
+  EXPECT_TRUE(world.storageSm->idle());
+  EXPECT_EQ(world.storageRows(), "[ ]");
+}
+
+TEST_F(HrStoragePipeline, TasksAndTheirNames) {
+  world.startStorage();
+  std::string names;
+  for (const Vem::Task* task : world.scheduler.get()->tasks()) names += task->name() + "\n";
+  EXPECT_EQ(names,
+            "TrelSnmpHrStorageTableSm-trelMibTrelHrStorageTableOutputTask\n"
+            "TrelSnmp::Agent::TrelSnmpHrStorageTableSm-HostResourcesDirSm0InputScanTask0\n"
+            "TrelSnmp::Agent::TrelSnmpHrStorageTableSm-HostResourcesDirSm0InputScanTask1\n");
+}
+
+TEST_F(HrStoragePipeline, SynchronousStart_GoldenTrace) {
+  world.mapMount("/", 31);
+  world.mapMemory(7, 1);
+  world.mounts("1", "/", 60);
+  world.mounts("1", "/unmapped", 60);
+  world.remembers("1", 400);
+  TraceLog traces{kSm};
+  world.startStorage(Rvx::Mode::synchronous);
+  std::string storage = Kor::optText(*world.member("1")->storageInfoTable().find("/"));
+  std::string memory = Kor::optText(world.member("1")->memInfo());
+  EXPECT_EQ(
+      traces.lines(),
+      (Lines{line(9,
+                  "nobody declared that mountEntries[] follows entityPtr< HostResources::HostResources "
+                  ">[].storageInfoTable[]"),
+             line(9,
+                  "nobody declared that memEntries[] follows entityPtr< HostResources::HostResources "
+                  ">[].memInfo"),
+             line(9, "Reconciling trelMibTrelHrStorageTableOutput: false"),
+             line(9, "create local SMs"),
+             line(8, "k: 1"),
+             line(8, "/"),
+             line(8, "/unmapped"),
+             line(9, "EntityPtrSm1 initial scan, and parent scan, complete."),
+             line(8, "memInfo"),
+             line(9, "EntityPtrSm1 initial scan, and parent scan, complete."),
+             line(9, "HostResourcesDirSm0 initial scan, and parent scan, complete."),
+             line(8, "k: 1"),
+             line(9, "HostResourcesDirSm0 initial scan, and parent scan, complete."),
+             line(9, "initialized"),
+             line(9, "Initial scan done for child SMs. Now scanning with events triggered."),
+             line(8, "k: 1"),
+             line(8, "/"),
+             mountElement("1", "/", storage),
+             line(7,
+                  "into( trelMib.trelHrStorageTable[ key ] ): inserting k1=(trelMemberId=1, "
+                  "hrStorageIndex=31), value=((trelMemberId=1, hrStorageIndex=31), 1.3.6.4, /, 512, 100, "
+                  "40)"),
+             line(8, "/unmapped"),
+             mountElement("1", "/unmapped", storage),
+             line(6, "filter( storageEntryMappings.mountEntries[ mountpt ] ) failed, terminating pipeline"),
+             line(9, "EntityPtrSm1 scan, and parent scan, complete."),
+             line(9, "HostResourcesDirSm0 scan, and parent scan, complete."),
+             line(8, "k: 1"),
+             line(8, "memInfo"),
+             memElement("1", memory),
+             line(6, " foreach( storageEntryMappings.memEntries ) flattening 1 elements"),
+             line(9, "Flattening element: (type=1.3.6.2, description=7, index=1)"),
+             line(7,
+                  "into( trelMib.trelHrStorageTable[ key ] ): inserting k1=(trelMemberId=1, "
+                  "hrStorageIndex=1), value=((trelMemberId=1, hrStorageIndex=1), 1.3.6.2, 7, 1024, 1000, "
+                  "600)"),
+             line(9, "EntityPtrSm1 scan, and parent scan, complete."),
+             line(9, "HostResourcesDirSm0 scan, and parent scan, complete."),
+             line(9, "Input scans for trelMibTrelHrStorageTableOutput complete"),
+             line(9, " already ready, not reconciling.")}));
+}
+
+TEST_F(HrStoragePipeline, Deletions_GoldenTrace) {
+  world.mapMount("/", 31);
+  world.mapMemory(7, 1);
+  world.mounts("1", "/", 60);
+  world.startStorageAndDrain();
+  TraceLog traces{kSm};
+  world.leaves("1");
+  EXPECT_EQ(traces.lines(),
+            (Lines{line(8, "k: 1"), mountElement("1", "/", "None"),
+                   line(7,
+                        "into( trelMib.trelHrStorageTable[ key ] ): deleting k1=(trelMemberId=1, "
+                        "hrStorageIndex=31)"),
+                   memElement("1", "None"),
+                   line(6, " foreach( storageEntryMappings.memEntries ) flattening 1 elements"),
+                   line(9, "Flattening element: (type=1.3.6.2, description=7, index=1)"),
+                   line(7,
+                        "into( trelMib.trelHrStorageTable[ key ] ): deleting k1=(trelMemberId=1, "
+                        "hrStorageIndex=1)"),
+                   line(8, "k: 1")}));
+}
+
+TEST_F(HrStoragePipeline, InitialScanNotDone_SaysWhichStreamIsMissing) {
+  world.joins("1");
+  world.startStorage();
+  TraceLog traces{kSm};
+  Kor::invoke(*world.storageSm, "handleInitialScanDone");
+  EXPECT_EQ(traces.lines(), (Lines{line(9, " mountStream scan is false"),
+                                   line(9, "Initial scan yielding for child SM TrelSnmpHrStorageTableSm.")}));
+}
+
+TEST_F(HrStoragePipeline, EventsBeforeTheInitialScanIsDone_WriteNothing) {
+  world.mapMount("/", 31);
+  world.mapMemory(1, 1);
+  world.startStorage();
+  world.storageSm->eventToMountStream("5", "/", world.storage(1));
+  world.storageSm->eventToMemStream("5", world.memory(1));
+  EXPECT_EQ(world.storageRows(), "[ ]");
+}
+
+TEST_F(HrStoragePipeline, DoDeleteAllByName_DeletesEveryRow) {
+  world.mapMount("/", 31);
+  world.mapMemory(1, 1);
+  world.mounts("1", "/", 60);
+  world.remembers("2", 60);
+  world.startStorageAndDrain();
+  Kor::invoke(*world.storageSm, "doDeleteAll");
+  EXPECT_EQ(world.storageRows(), "[ ]");
+}
+
+TEST_F(HrStoragePipeline, Dropped_TakesItsRowsAlongAndHoldsNothing) {
+  world.mapMount("/", 31);
+  world.mapMemory(1, 1);
+  world.mounts("1", "/", 60);
+  world.remembers("1", 60);
+  world.startStorageAndDrain();
+  world.storageSm.reset();
+  EXPECT_EQ(world.storageRows(), "[ ]");
+  EXPECT_EQ(world.dir->useCount(), 1U);
+  EXPECT_EQ(world.mib->useCount(), 1U);
+  EXPECT_EQ(world.mappings->useCount(), 1U);
+  EXPECT_EQ(world.member("1")->storageInfoTable().subscribers(), 0U);
+  EXPECT_EQ(world.mappings->mountEntries().subscribers(), 0U);
+  EXPECT_TRUE(world.scheduler.get()->tasks().empty());
+}
+
+TEST_F(HrStoragePipeline, Mappings_AreNotFollowed) {
+  world.startStorageAndDrain();
+  EXPECT_EQ(world.mappings->mountEntries().subscribers(), 0U);
+  EXPECT_EQ(world.mappings->memEntries().subscribers(), 0U);
+}
+
+TEST_F(HrStoragePipeline, WhileInactive_ChangesWaitUntilItIsActiveAgain) {
+  world.mapMount("/", 31);
+  world.mapMemory(1, 1);
+  world.mounts("1", "/", 60);
+  world.startStorageAndDrain();
+  world.storageSm->hasNotificationActiveIs(false);
+  world.mounts("1", "/", 50);
+  world.remembers("1", 400);
+  EXPECT_EQ(world.storageRows(), "[ (1,31)=/:40 ]");
+  world.storageSm->hasNotificationActiveIs(true);
+  EXPECT_EQ(world.storageRows(), "[ (1,1)=1:600 (1,31)=/:50 ]");
+}
+
+// The first of three memory rows is written; within that the record changes. The rows that are still to come
+// must not bring the old record back.
+TEST_F(HrStoragePipeline, MemoryChangesInsideItsOwnWrite_TheNewerRecordStandsInEveryRow) {
+  for (int32_t kind = 1; kind <= 3; ++kind) world.mapMemory(kind, 1);
+  for (int32_t kind = 1; kind <= 3; ++kind) world.mapMemory(kind, static_cast<uint32_t>(kind));
+  world.remembers("1", 400);
+  world.startStorageAndDrain();
+  auto newest = world.memory(100);
+  bool nested = false;
+  auto subscription = world.mib->publisher().subscribe([&](const TrelMib::Change&) {
+    if (!std::exchange(nested, true)) world.member("1")->memInfoIs(newest);
+  });
+  world.remembers("1", 300);
+  for (uint32_t index = 1; index <= 3; ++index) {
+    auto row =
+        boost::dynamic_pointer_cast<const TrelHrStorageEntryMem>(world.mib->trelHrStorageTable({1, index}));
+    ASSERT_NE(row, nullptr);
+    EXPECT_EQ(row->memInfo(), newest) << index;
+  }
+}
+
+TEST_F(HrStoragePipeline, MappingsChangeInsideAWrite_FlatteningGoesOnWithWhatIsThere) {
+  for (int32_t kind = 1; kind <= 3; ++kind) world.mapMemory(kind, static_cast<uint32_t>(kind));
+  world.joins("1");
+  world.startStorageAndDrain();
+  auto subscription =
+      world.mib->publisher().subscribe([&](const TrelMib::Change&) { world.mappings->memEntries().del(2); });
+  world.remembers("1", 400);
+  EXPECT_EQ(world.storageRows(), "[ (1,1)=1:600 (1,3)=3:1000 ]");
+}
+
+TEST_F(HrStoragePipeline, Attributes_ReadByName) {
+  world.mounts("1", "/", 60);
+  world.startStorageAndDrain();
+  EXPECT_EQ(world.storageSm->korType().name(), "TrelSnmp::Agent::TrelSnmpHrStorageTableSm");
+  EXPECT_EQ(Kor::attribute(*world.storageSm, "trelMibTrelHrStorageTableOutputReady"), "true");
+  EXPECT_EQ(Kor::attribute(*world.storageSm, "mountStreamScan"), "true");
+  EXPECT_EQ(Kor::attribute(*world.storageSm, "memStreamScan"), "true");
+  auto child = dynamic_cast<DirSm&>(*world.storageSm->machines()[0]).child("1");
+  ASSERT_NE(child, nullptr);
+  EXPECT_EQ(Kor::attribute(*child, "versionStorageInfoTable"), "1");
+  EXPECT_EQ(Kor::attribute(*child, "inputScanState0"), "2");
+  EXPECT_EQ(Kor::attribute(*child, "inputScanState1"), "2");
+}
+
+using HrStorageDeath = HrStoragePipeline;
+
+TEST_F(HrStorageDeath, NullArguments_EndTheProcess) {
+  auto control = world.control();
+  auto message = [](const char* argument) {
+    return fmt::format(
+        "Assertion `{}\\(\\) && \"Pointer SM args cannot be null unless they are marked Optional\"",
+        argument);
+  };
+  EXPECT_DEATH(trelSnmpHrStorageTableSmFactory(nullptr, nullptr, nullptr, control),
+               message("hostResourcesDir"));
+  EXPECT_DEATH(trelSnmpHrStorageTableSmFactory(world.dir, nullptr, nullptr, control), message("trelMib"));
+  EXPECT_DEATH(trelSnmpHrStorageTableSmFactory(world.dir, world.mib, nullptr, control),
+               message("storageEntryMappings"));
+}
+
+TEST_F(HrStorageDeath, EntityDeletedBeforeItsChangeWasHeardOf_EndsTheProcess) {
+  auto& entity = world.joins("1");
+  auto earlier = entity.storageInfoTable().subscribe([&](const Kor::String&) { world.leaves("1"); });
+  world.startStorageAndDrain();
+  EXPECT_DEATH(
+      world.mounts("1", "/", 1),
+      "We missed notifications that happened to storageInfoTable before the enclosing entity got deleted");
+}
+
+TEST_F(HrStorageDeath, RowUnderAnotherKeyThanItsOwn_EndsTheProcess) {
+  auto row = RivoCode::TrelSnmpHrStorageTableSm::rowOf(
+      trelHrStorageEntryMountFactory({1, 2}, {}, "/", world.storage(1)));
+  EXPECT_DEATH(TrelSnmpHrStorageTableSm::StorageRows::insert(*world.mib, {1, 3}, row),
+               "In \"into\\( trelMib.trelHrStorageTable\\[ key \\] \\)\" the value inserted in the into "
+               "statement has internal key: \\(trelMemberId=1, hrStorageIndex=2\\), but the key specified in "
+               "the into is: \\(trelMemberId=1, hrStorageIndex=3\\)");
+}
+
+TEST_F(HrStorageDeath, RecordThatIsNoRow_EndsTheProcess) {
+  using RivoCode::TrelSnmpHrStorageTableSm::rowOf;
+  EXPECT_DEATH(rowOf(Zavro::Ptr<const TrelHrStorageEntryMount>()),
+               "_tmpCast26_ && \"dynamic cast to TrelSnmp::TrelHrStorageEntry::PtrConst from "
+               "TrelSnmp::TrelHrStorageEntryMount::PtrConst failed\"");
+  EXPECT_DEATH(rowOf(Zavro::Ptr<const TrelHrStorageEntryMem>()),
+               "_tmpCast14_ && \"dynamic cast to TrelSnmp::TrelHrStorageEntry::PtrConst from "
+               "TrelSnmp::TrelHrStorageEntryMem::PtrConst failed\"");
+}
+
+}  // namespace
+}  // namespace TrelSnmp::Agent
