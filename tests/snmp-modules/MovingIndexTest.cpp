@@ -206,7 +206,7 @@ TEST_F(ManyPairs, CallbacksBetweenTheSteps_NoLoopNoRowTwice_RowsThatLastAreAllTh
       step();
       // Whatever happened to the row meanwhile, what was found is answered.
       EXPECT_EQ(handle(&veldaTrelBaIfTable_handler, MODE_GET, {{2, data}, {3, data}}),
-                fmt::format("0: 2:{} 2:{}", row->localMemberId(), row->remoteMemberId()));
+                fmt::format("0: i:{} i:{}", row->localMemberId(), row->remoteMemberId()));
       walk.freeData(data);
     }
     EXPECT_TRUE(std::is_sorted(visited.begin(), visited.end(), std::less_equal<>())) << round;
