@@ -17,20 +17,6 @@ constexpr size_t kMaxLines = 20;
 
 }  // namespace
 
-const char* stateName(SourceStatus::State state) {
-  switch (state) {
-    case SourceStatus::State::loading:
-      return "loading";
-    case SourceStatus::State::current:
-      return "current";
-    case SourceStatus::State::partial:
-      return "partial";
-    case SourceStatus::State::stale:
-      break;
-  }
-  return "stale";
-}
-
 Reading readingOf(std::string_view text, const Snapshot& before) {
   Reading reading;
   Document document = parseDocument(text);

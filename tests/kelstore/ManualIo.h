@@ -15,6 +15,9 @@ namespace Kelstore {
 
 class ManualIo final : public Io {
  public:
+  // Thrown by work that does not come to its end, until hungReturn().
+  struct Hangs {};
+
   explicit ManualIo(Zavro::ManualClock& clock) : clock_(clock) {}
 
   std::unique_ptr<Activity> watch(const std::string& /*path*/, std::function<void()> changed) override {
@@ -37,9 +40,19 @@ class ManualIo final : public Io {
     while (!jobs_.empty()) {
       Job job = std::move(jobs_.front());
       jobs_.pop_front();
-      job.work();
+      try {
+        job.work();
+      } catch (const Hangs&) {
+        hung_.push_back(std::move(job));
+        continue;
+      }
       job.done();
     }
+  }
+  // Lets the work that hangs go on; it is run anew.
+  void hungReturn() {
+    jobs_.splice(jobs_.end(), hung_);
+    work();
   }
   // Moves time, firing timers in order and running what they hand over.
   void advance(uint64_t milliseconds) {
@@ -92,6 +105,7 @@ class ManualIo final : public Io {
   Callbacks watches_;
   Callbacks timers_;
   std::list<Job> jobs_;
+  std::list<Job> hung_;
 };
 
 }  // namespace Kelstore

@@ -1,0 +1,79 @@
+#include "Collector.h"
+
+#include "lumalog/Lumalog.h"
+
+namespace Member {
+namespace {
+
+const Lumalog::Handle traceHandle("Member");
+constexpr int kErrorLevel = 0;
+constexpr int kRecoveryLevel = 1;
+
+Result<Collector::Take> askSafely(const Collector::Ask& ask) {
+  try {
+    return ask();
+  } catch (const std::exception& error) {
+    return Failure{error.what()};
+  }
+}
+
+}  // namespace
+
+Collector::Collector(std::string name, Ask ask, Kelstore::Io& io, const Zavro::Clock& clock,
+                     std::function<void()> told)
+    : ask_(std::move(ask)), io_(io), clock_(clock), told_(std::move(told)) {
+  status_.name = std::move(name);
+}
+
+Collector::~Collector() { *alive_ = false; }
+
+void Collector::collect() {
+  if (asking_) return;
+  asking_ = true;
+  askedUtcNs_ = clock_.utcNs();
+  patience_ = io_.after(kPatienceMs, [this] { hangs(); });
+  auto answer = std::make_shared<Result<Take>>();
+  io_.offLoop([answer, ask = ask_] { *answer = askSafely(ask); },
+              [this, answer, alive = alive_] {
+                if (*alive) answered(std::move(*answer));
+              });
+}
+
+void Collector::answered(Result<Take> answer) {
+  patience_.reset();
+  asking_ = false;
+  if (auto* failure = std::get_if<Failure>(&answer)) {
+    fails(std::move(failure->text));
+  } else {
+    works();
+    std::get<Take>(answer)();
+  }
+  told_();
+}
+
+void Collector::hangs() {
+  patience_.reset();
+  status_.state = State::hangs;
+  status_.sinceUtcNs = askedUtcNs_;
+  status_.error = fmt::format("no answer for {} s", kPatienceMs / 1000);
+  traceHandle.trace(kErrorLevel, "collector {} hangs: {}", status_.name, status_.error);
+  told_();
+}
+
+void Collector::works() {
+  bool recovered = status_.state == State::fails || status_.state == State::hangs;
+  if (recovered) traceHandle.trace(kRecoveryLevel, "collector {} works again", status_.name);
+  status_.state = State::works;
+  status_.sinceUtcNs = 0;
+  status_.error.clear();
+}
+
+void Collector::fails(std::string error) {
+  bool news = status_.state != State::fails || status_.error != error;
+  if (news) traceHandle.trace(kErrorLevel, "collector {} fails: {}", status_.name, error);
+  if (status_.state != State::fails) status_.sinceUtcNs = clock_.utcNs();
+  status_.state = State::fails;
+  status_.error = std::move(error);
+}
+
+}  // namespace Member

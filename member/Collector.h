@@ -1,0 +1,72 @@
+// Asks the machine one question again and again, each time in a job of its own off the loop.
+//
+// A question that is not answered is not asked again until it is, and one that fails takes nothing away that
+// was known: both are told in the status, and in one line of the log. On the event loop's thread.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "Io.h"
+#include "Machine.h"
+#include "Source.h"
+#include "zavro/Clock.h"
+
+namespace Member {
+
+class Collector final {
+ public:
+  using State = Kelstore::CollectorStatus::State;
+  // What is to be done on the loop with an answer.
+  using Take = std::function<void()>;
+  // Asks, on another thread.
+  using Ask = std::function<Result<Take>()>;
+
+  // How long a question may remain without an answer before it counts as hanging.
+  static constexpr uint64_t kPatienceMs = 3000;
+
+  // `told` is called on the loop when there is news: an answer was taken, or the state is another one. Io and
+  // clock outlive the collector.
+  Collector(std::string name, Ask ask, Kelstore::Io& io, const Zavro::Clock& clock,
+            std::function<void()> told);
+  ~Collector();
+  Collector(const Collector&) = delete;
+  Collector& operator=(const Collector&) = delete;
+
+  // Asks, unless the last question is still without an answer.
+  void collect();
+  bool asking() const { return asking_; }
+  // Whether it is known how the collector does: it answered, failed or hangs.
+  bool heard() const { return status_.state != State::starting; }
+  const Kelstore::CollectorStatus& status() const { return status_; }
+
+ private:
+  void answered(Result<Take> answer);
+  void hangs();
+  void works();
+  void fails(std::string error);
+
+  Ask ask_;
+  Kelstore::Io& io_;
+  const Zavro::Clock& clock_;
+  std::function<void()> told_;
+  Kelstore::CollectorStatus status_;
+  bool asking_ = false;
+  uint64_t askedUtcNs_ = 0;  // when the last question was asked
+  std::unique_ptr<Kelstore::Io::Activity> patience_;
+  std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
+};
+
+// A question whose answer is handed to `take`, on the loop. What `ask` holds lives as long as a question
+// hangs.
+template <class Answer>
+Collector::Ask asking(std::function<Result<Answer>()> ask, std::function<void(Answer)> take) {
+  return [ask = std::move(ask), take = std::move(take)]() -> Result<Collector::Take> {
+    Result<Answer> answer = ask();
+    if (auto* failure = std::get_if<Failure>(&answer)) return std::move(*failure);
+    return Collector::Take([take, value = std::get<Answer>(std::move(answer))] { take(value); });
+  };
+}
+
+}  // namespace Member

@@ -1,0 +1,26 @@
+// From what the machine tells to what it publishes of itself.
+#pragma once
+
+#include "Machine.h"
+#include "Value.h"
+
+namespace Member {
+
+// The load of a processor that is not known.
+inline constexpr int16_t kUnknownLoad = -1;
+
+// Percent of the time between two looks that the processor was busy, rounded; unknown when no time has passed
+// between them by the processor's own count.
+int16_t loadBetween(const ProcessorTime& before, const ProcessorTime& after);
+
+// The processor's index: the kernel's numbers begin with 0, indexes in tables with 1.
+inline uint32_t processorIndex(uint32_t number) { return number + 1; }
+
+// KiB, or the largest number there is for more.
+uint32_t kib(uint64_t amount);
+
+// What is not buffers and what is not page cache is given, so that the total less such an amount is the size
+// of the buffers and of the page cache, as the total less the free amount is what is used.
+Kelstore::Memory memoryOf(const MemoryInUse& memory);
+
+}  // namespace Member

@@ -1,0 +1,139 @@
+#include "LocalSource.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+#include "Figures.h"
+
+namespace Member {
+namespace {
+
+using Kelstore::Kind;
+
+constexpr const char* kName = "local";
+
+bool isHostResource(Kind kind) {
+  switch (kind) {
+    case Kind::system:
+    case Kind::memory:
+    case Kind::processors:
+    case Kind::processor:
+    case Kind::storageAreas:
+    case Kind::storage:
+      return true;
+    default:
+      return false;
+  }
+}
+
+}  // namespace
+
+LocalSource::LocalSource(uint8_t member, uint32_t intervalSeconds, std::shared_ptr<Machine> machine,
+                         Kelstore::Store& store, Kelstore::Io& io, const Zavro::Clock& clock)
+    : member_(std::to_string(member)),
+      intervalMs_(uint64_t{intervalSeconds} * 1000),
+      machine_(std::move(machine)),
+      store_(store),
+      io_(io),
+      clock_(clock),
+      layer_(store.layerIs([own = member_](Kind kind, std::string_view first) {
+        return isHostResource(kind) && first == own;
+      })) {
+  collectorIs("uptime", &Machine::uptime, &LocalSource::uptimeIs);
+  collectorIs("users", &Machine::users, &LocalSource::usersIs);
+  collectorIs("processes", &Machine::processes, &LocalSource::processesIs);
+  collectorIs("memory", &Machine::memory, &LocalSource::memoryIs);
+  collectorIs("processors", &Machine::processors, &LocalSource::processorsIs);
+}
+
+template <class Answer>
+void LocalSource::collectorIs(std::string name, Result<Answer> (Machine::*question)(),
+                              void (LocalSource::*take)(Answer)) {
+  auto ask = asking<Answer>([machine = machine_, question] { return ((*machine).*question)(); },
+                            [this, take](Answer answer) { (this->*take)(std::move(answer)); });
+  collectors_.push_back(
+      std::make_unique<Collector>(std::move(name), std::move(ask), io_, clock_, [this] { publishSoon(); }));
+}
+
+void LocalSource::processorsIs(std::vector<ProcessorTime> processors) {
+  std::map<uint32_t, ProcessorTime> before;
+  for (const ProcessorTime& time : processors_.value_or(std::vector<ProcessorTime>())) {
+    before[time.number] = time;
+  }
+  loads_.clear();
+  for (const ProcessorTime& time : processors) {
+    auto earlier = before.find(time.number);
+    loads_[time.number] = earlier == before.end() ? kUnknownLoad : loadBetween(earlier->second, time);
+  }
+  processors_ = std::move(processors);
+}
+
+void LocalSource::look(uint64_t nextMs) {
+  nextLook_ = io_.after(nextMs, [this] { look(intervalMs_); });
+  for (const auto& collector : collectors_) collector->collect();
+}
+
+// Answers that come together are published together.
+void LocalSource::publishSoon() {
+  if (!publication_) publication_ = io_.after(0, [this] { publish(); });
+}
+
+void LocalSource::publish() {
+  publication_.reset();
+  auto before = store_.snapshot(layer_);
+  auto now = std::make_shared<const Kelstore::Snapshot>(figures());
+  auto changed = Kelstore::differences(*before, *now);
+  if (!changed.empty()) {
+    lastChangeUtcNs_ = clock_.utcNs();
+    store_.snapshotIs(layer_, std::move(now), std::move(changed));
+  }
+  if (settled_ || !heard()) return;
+  settled_ = true;
+  store_.settledIs(layer_);
+}
+
+// A figure of the system that was never known is 0, as the others are not to wait for it.
+Kelstore::Snapshot LocalSource::figures() const {
+  std::vector<Kelstore::Snapshot::Entry> entries;
+  auto add = [&](Kind kind, std::string second, Kelstore::Value value) {
+    entries.push_back({{kind, member_, std::move(second)}, std::move(value)});
+  };
+  if (uptimeSeconds_ || users_ || processes_ || memory_) {
+    add(Kind::system, "",
+        Kelstore::System{uptimeSeconds_.value_or(0), static_cast<double>(clock_.utcNs()) / 1e9,
+                         users_.value_or(0), processes_.value_or(0), memory_ ? kib(memory_->total) : 0});
+  }
+  if (memory_) add(Kind::memory, "", memoryOf(*memory_));
+  if (processors_) add(Kind::processors, "", Kelstore::Present());
+  for (const auto& [number, load] : loads_) {
+    add(Kind::processor, std::to_string(processorIndex(number)), Kelstore::Processor{load});
+  }
+  return Kelstore::Snapshot(std::move(entries));
+}
+
+bool LocalSource::heard() const {
+  return std::all_of(collectors_.begin(), collectors_.end(),
+                     [](const auto& collector) { return collector->heard(); });
+}
+
+Kelstore::SourceStatus LocalSource::status() const {
+  using State = Kelstore::SourceStatus::State;
+  Kelstore::SourceStatus status;
+  status.name = kName;
+  status.state = settled_ ? State::current : State::loading;
+  status.paths = store_.snapshot(layer_)->size();
+  status.lastChangeUtcNs = lastChangeUtcNs_;
+  for (const auto& collector : collectors_) {
+    const Kelstore::CollectorStatus& one = collector->status();
+    status.collectors.push_back(one);
+    if (one.error.empty()) continue;
+    if (settled_) status.state = State::partial;
+    if (status.error.empty()) {
+      status.error = fmt::format("collector {} {}: {}", one.name, Kelstore::stateName(one.state), one.error);
+    }
+  }
+  return status;
+}
+
+}  // namespace Member

@@ -1,0 +1,74 @@
+// The source `local`: this machine, as one member of the cluster, looked at in intervals.
+//
+// It alone speaks for the host resources of its member: what sources before it say of them does not count, so
+// that a processor that goes offline is gone, whatever an example says of it. What could not be read at a
+// look stays as it was last known. On the event loop's thread; what is read is read off it.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "Collector.h"
+#include "Machine.h"
+#include "Source.h"
+#include "Store.h"
+
+namespace Member {
+
+class LocalSource final : public Kelstore::Source {
+ public:
+  static constexpr uint32_t kDefaultIntervalSeconds = 5;
+  static constexpr uint32_t kMinIntervalSeconds = 1;
+  static constexpr uint32_t kMaxIntervalSeconds = 3600;
+  // The second look comes sooner than later ones, as it takes two to know a load.
+  static constexpr uint64_t kSecondLookMs = 1000;
+
+  // Store, io and clock outlive the source; the machine may be in use for longer, by a question that hangs.
+  LocalSource(uint8_t member, uint32_t intervalSeconds, std::shared_ptr<Machine> machine,
+              Kelstore::Store& store, Kelstore::Io& io, const Zavro::Clock& clock);
+
+  void start() override { look(kSecondLookMs); }
+  // Current while every collector works, partial while one does not.
+  Kelstore::SourceStatus status() const override;
+
+ private:
+  template <class Answer>
+  void collectorIs(std::string name, Result<Answer> (Machine::*question)(),
+                   void (LocalSource::*take)(Answer));
+  void uptimeIs(double seconds) { uptimeSeconds_ = seconds; }
+  void usersIs(uint32_t users) { users_ = users; }
+  void processesIs(uint32_t processes) { processes_ = processes; }
+  void memoryIs(MemoryInUse memory) { memory_ = memory; }
+  void processorsIs(std::vector<ProcessorTime> processors);
+
+  void look(uint64_t nextMs);
+  void publishSoon();
+  void publish();
+  Kelstore::Snapshot figures() const;
+  bool heard() const;
+
+  const std::string member_;
+  const uint64_t intervalMs_;
+  std::shared_ptr<Machine> machine_;
+  Kelstore::Store& store_;
+  Kelstore::Io& io_;
+  const Zavro::Clock& clock_;
+  const Kelstore::Store::Layer layer_;
+  std::vector<std::unique_ptr<Collector>> collectors_;
+  std::unique_ptr<Kelstore::Io::Activity> nextLook_;
+  std::unique_ptr<Kelstore::Io::Activity> publication_;
+  bool settled_ = false;
+  uint64_t lastChangeUtcNs_ = 0;
+
+  // What is known; absent until it was known once.
+  std::optional<double> uptimeSeconds_;
+  std::optional<uint32_t> users_;
+  std::optional<uint32_t> processes_;
+  std::optional<MemoryInUse> memory_;
+  std::optional<std::vector<ProcessorTime>> processors_;
+  std::map<uint32_t, int16_t> loads_;  // of the processors, by number
+};
+
+}  // namespace Member

@@ -1,0 +1,52 @@
+// What a machine tells of itself. One small question for each collector, so that each can be asked, and can
+// fail or hang, alone.
+//
+// Asked on any thread: different questions at the same time, the same one never twice at the same time. A
+// question may take long; it may never be answered.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <variant>
+#include <vector>
+
+namespace Member {
+
+// Why there is no answer: one line, such as "/run/utmp: Permission denied".
+struct Failure {
+  std::string text;
+};
+
+template <class Answer>
+using Result = std::variant<Answer, Failure>;
+
+// In KiB.
+struct MemoryInUse {
+  uint64_t total = 0;
+  uint64_t free = 0;
+  uint64_t available = 0;  // free, or reclaimable without swapping
+  uint64_t buffers = 0;
+  uint64_t pageCache = 0;  // without reclaimable slabs, which some tools add to it
+};
+
+// What a processor has done since the machine started, in ticks of the kernel.
+struct ProcessorTime {
+  uint32_t number = 0;  // the kernel's, from 0
+  uint64_t busy = 0;
+  uint64_t total = 0;
+};
+
+class Machine {
+ public:
+  virtual ~Machine() = default;
+  // Seconds since the machine started.
+  virtual Result<double> uptime() = 0;
+  // Sessions of users that are logged in.
+  virtual Result<uint32_t> users() = 0;
+  virtual Result<uint32_t> processes() = 0;
+  virtual Result<MemoryInUse> memory() = 0;
+  // The processors that are online, by number.
+  virtual Result<std::vector<ProcessorTime>> processors() = 0;
+};
+
+}  // namespace Member

@@ -1,0 +1,264 @@
+// This machine as a member: what is published when the machine answers, fails or hangs, with time and work
+// driven by hand.
+#include "LocalSource.h"
+
+#include <gmock/gmock.h>
+
+#include "ManualMachine.h"
+#include "kelstore/World.h"
+#include "support/TraceLog.h"
+
+namespace Member {
+namespace {
+
+using Kelstore::World;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using SourceState = Kelstore::SourceStatus::State;
+
+constexpr uint64_t kSecond = 1000;
+
+class LocalSourceTest : public testing::Test {
+ protected:
+  // Member 7, beside what an earlier source says.
+  void start(const std::string& earlier = "{}", uint32_t intervalSeconds = 5) {
+    auto below = world_.store.layerIs();
+    source_.emplace(7, intervalSeconds, machine_, world_.store, io_, clock_);
+    world_.submit(earlier, below);
+    world_.store.settledIs(below);
+    source_->start();
+  }
+  // What is notified while so much time passes.
+  std::string pass(uint64_t milliseconds) {
+    io_.advance(milliseconds);
+    return world_.drained();
+  }
+  void startAndPass(uint64_t milliseconds) {
+    start();
+    pass(milliseconds);
+  }
+  const Kelstore::System& system() const { return world_.host("7")->system(); }
+  // Of all processors, by index: "1=25 2=0".
+  std::string loads() const {
+    std::string text;
+    for (auto at = world_.host("7")->processorTable().begin(); at; at.next()) {
+      text += fmt::format("{}{}={}", text.empty() ? "" : " ", at.key(), (*at.value())->load());
+    }
+    return text;
+  }
+  // Of those that do not work: "users hangs since 3: no answer for 3 s", seconds after the test began.
+  std::vector<std::string> troubles() const {
+    std::vector<std::string> all;
+    for (const auto& one : source_->status().collectors) {
+      if (one.state == Collector::State::works) continue;
+      all.push_back(fmt::format("{} {} since {}: {}", one.name, stateName(one.state),
+                                (one.sinceUtcNs - kStartNs) / 1'000'000'000, one.error));
+    }
+    return all;
+  }
+
+  static constexpr uint64_t kStartNs = 1'000'000'000'000;
+  Zavro::ManualClock clock_{kStartNs};
+  Kelstore::ManualIo io_{clock_};
+  World world_{0};
+  std::shared_ptr<ManualMachine> machine_ = std::make_shared<ManualMachine>();
+  std::optional<LocalSource> source_;
+  TraceLog trace_{{"Member"}};
+};
+
+TEST_F(LocalSourceTest, FirstLook_AllFiguresAreThere_LoadsAreNotKnownYet) {
+  start();
+  EXPECT_EQ(source_->status().state, SourceState::loading);
+  EXPECT_EQ(pass(0), "host[7] 7.memory 7.cpu[1] 7.cpu[2]");
+  EXPECT_EQ(system(), (Kelstore::System{1000.5, 1000, 2, 130, 8000}));
+  EXPECT_EQ(world_.host("7")->memInfo()->amounts(), (Kelstore::Memory{8000, 3000, 5000, 7500, 6500}));
+  EXPECT_EQ(loads(), "1=-1 2=-1");
+  Kelstore::SourceStatus status = source_->status();
+  EXPECT_EQ(status.name, "local");
+  EXPECT_EQ(status.state, SourceState::current);
+  EXPECT_EQ(status.paths, 5u);
+  EXPECT_EQ(status.lastChangeUtcNs, clock_.utcNs());
+  EXPECT_THAT(troubles(), IsEmpty());
+  EXPECT_EQ(status.collectors.size(), 5u);
+  EXPECT_THAT(trace_.lines(), IsEmpty());
+}
+
+TEST_F(LocalSourceTest, SecondLookAfterASecond_LoadsAreThoseOfThatTime) {
+  startAndPass(0);
+  machine_->times = std::vector<ProcessorTime>{{0, 150, 1100}, {1, 0, 1100}};
+  EXPECT_EQ(pass(kSecond), "7.cpu[1] 7.cpu[2]");
+  EXPECT_EQ(loads(), "1=50 2=0");
+}
+
+TEST_F(LocalSourceTest, FurtherLooks_ComeInIntervals) {
+  start("{}", 60);
+  pass(59 * kSecond);
+  EXPECT_EQ(machine_->asked["uptime"], 2);
+  pass(2 * kSecond);
+  EXPECT_EQ(machine_->asked["uptime"], 3);
+  pass(60 * kSecond);
+  EXPECT_EQ(machine_->asked["uptime"], 4);
+}
+
+TEST_F(LocalSourceTest, SystemChanges_InPlaceAndUnnoticed) {
+  startAndPass(0);
+  auto host = world_.host("7");
+  machine_->uptimeSeconds = 1001.5;
+  machine_->userCount = 3u;
+  machine_->processCount = 131u;
+  machine_->times = std::vector<ProcessorTime>{{0, 100, 1000}, {1, 0, 1000}};
+  EXPECT_EQ(pass(kSecond), "");
+  EXPECT_EQ(world_.host("7"), host);
+  EXPECT_EQ(system(), (Kelstore::System{1001.5, 1001, 3, 131, 8000}));
+}
+
+TEST_F(LocalSourceTest, UnchangedValues_AreWrittenOnce) {
+  startAndPass(0);
+  auto memory = world_.host("7")->memInfo();
+  auto processor = *world_.host("7")->processorTable().find(2u);
+  machine_->times = std::vector<ProcessorTime>{{0, 150, 1100}, {1, 0, 1000}};
+  EXPECT_EQ(pass(kSecond), "7.cpu[1]");
+  machine_->times = std::vector<ProcessorTime>{{0, 200, 1200}, {1, 0, 1000}};
+  EXPECT_EQ(pass(5 * kSecond), "");
+  EXPECT_EQ(world_.host("7")->memInfo(), memory);
+  EXPECT_EQ(*world_.host("7")->processorTable().find(2u), processor);
+}
+
+TEST_F(LocalSourceTest, MemoryChanges_OneNotification) {
+  startAndPass(0);
+  std::get<MemoryInUse>(machine_->memoryInUse).free = 2999;
+  EXPECT_EQ(pass(kSecond), "7.memory");
+}
+
+TEST_F(LocalSourceTest, ProcessorGoesOffline_ItVanishes_AndComesBackWithoutALoad) {
+  startAndPass(0);
+  machine_->times = std::vector<ProcessorTime>{{0, 150, 1100}};
+  EXPECT_EQ(pass(kSecond), "7.cpu[1] -7.cpu[2]");
+  machine_->times = std::vector<ProcessorTime>{{0, 200, 1200}, {1, 0, 1000}};
+  EXPECT_EQ(pass(5 * kSecond), "7.cpu[2]");
+  EXPECT_EQ(loads(), "1=50 2=-1");
+}
+
+TEST_F(LocalSourceTest, EarlierSourceKnowsTheMember_OnlyItsReachabilityStays) {
+  start(R"({"members": {
+      "7": {"system": {"uptime": 1, "currentTimeUtc": 1, "users": 9, "processes": 9, "memorySize": 9},
+            "processors": {"1": {"load": 90}, "9": {"load": 90}}, "memory": {"free": 9},
+            "storage": {"/": {"allocationUnits": 1, "size": 9, "free": 9}},
+            "reachability": {"8": {"state": "reachable", "lastChange": 1}}},
+      "8": {"processors": {"9": {"load": 90}}}}})");
+  pass(0);
+  EXPECT_EQ(loads(), "1=-1 2=-1");
+  EXPECT_TRUE(world_.host("7")->storageInfoTable().empty());
+  EXPECT_EQ(system().systemNumUsers, 2u);
+  EXPECT_EQ(world_.reachability("7")->reachabilityStatus().size(), 1u);
+  EXPECT_EQ(world_.host("8")->processorTable().size(), 1u);
+}
+
+TEST_F(LocalSourceTest, CollectorFails_WhatWasKnownStays_AndItIsToldOnce) {
+  startAndPass(0);
+  machine_->userCount = Failure{"/run/utmp: Permission denied"};
+  machine_->processCount = 140u;
+  pass(kSecond);
+  EXPECT_EQ(system(), (Kelstore::System{1000.5, 1001, 2, 140, 8000}));
+  EXPECT_THAT(troubles(), ElementsAre("users fails since 1: /run/utmp: Permission denied"));
+  EXPECT_EQ(source_->status().state, SourceState::partial);
+  EXPECT_EQ(source_->status().error, "collector users fails: /run/utmp: Permission denied");
+  pass(10 * kSecond);
+  EXPECT_THAT(troubles(), ElementsAre("users fails since 1: /run/utmp: Permission denied"));
+  EXPECT_THAT(trace_.lines(), ElementsAre("Member/0 collector users fails: /run/utmp: Permission denied"));
+}
+
+TEST_F(LocalSourceTest, CollectorRecovers_ItsFiguresFollowAgain) {
+  startAndPass(0);
+  machine_->userCount = Failure{"broken"};
+  pass(kSecond);
+  machine_->userCount = 5u;
+  pass(5 * kSecond);
+  EXPECT_EQ(system().systemNumUsers, 5u);
+  EXPECT_EQ(source_->status().state, SourceState::current);
+  EXPECT_EQ(source_->status().error, "");
+  EXPECT_THAT(trace_.lines(),
+              ElementsAre("Member/0 collector users fails: broken", "Member/1 collector users works again"));
+}
+
+TEST_F(LocalSourceTest, CollectorFailsFromTheStart_TheOthersAreServed) {
+  machine_->memoryInUse = Failure{"/proc/meminfo: Permission denied"};
+  start();
+  EXPECT_EQ(pass(0), "host[7] 7.cpu[1] 7.cpu[2]");
+  EXPECT_EQ(system().memorySize, 0u);
+  EXPECT_EQ(world_.host("7")->memInfo(), nullptr);
+}
+
+TEST_F(LocalSourceTest, EveryCollectorFails_NothingIsServedAndTheSourceIsHeard) {
+  machine_->uptimeSeconds = Failure{"no"};
+  machine_->userCount = Failure{"no"};
+  machine_->processCount = Failure{"no"};
+  machine_->memoryInUse = Failure{"no"};
+  machine_->times = Failure{"no"};
+  start();
+  EXPECT_EQ(pass(0), "");
+  EXPECT_EQ(source_->status().state, SourceState::partial);
+  EXPECT_TRUE(world_.store.idle());
+}
+
+TEST_F(LocalSourceTest, CollectorHangs_TheOthersGoOn_ItIsNotAskedAgain_AndItsFiguresStay) {
+  startAndPass(0);
+  machine_->hanging = {"users"};
+  pass(kSecond);
+  EXPECT_THAT(troubles(), IsEmpty());
+  machine_->processCount = 150u;
+  pass(20 * kSecond);
+  EXPECT_EQ(system(), (Kelstore::System{1000.5, 1021, 2, 150, 8000}));
+  EXPECT_EQ(machine_->asked["users"], 2);
+  EXPECT_THAT(troubles(), ElementsAre("users hangs since 1: no answer for 3 s"));
+  EXPECT_EQ(source_->status().error, "collector users hangs: no answer for 3 s");
+  EXPECT_THAT(trace_.lines(), ElementsAre("Member/0 collector users hangs: no answer for 3 s"));
+}
+
+TEST_F(LocalSourceTest, HangingCollectorReturns_ItsAnswerCounts_AndItIsAskedAgain) {
+  startAndPass(0);
+  machine_->hanging = {"users"};
+  pass(10 * kSecond);
+  machine_->hanging = {};
+  machine_->userCount = 8u;
+  io_.hungReturn();
+  pass(0);
+  EXPECT_EQ(system().systemNumUsers, 8u);
+  EXPECT_THAT(troubles(), IsEmpty());
+  machine_->userCount = 9u;
+  pass(5 * kSecond);
+  EXPECT_EQ(system().systemNumUsers, 9u);
+}
+
+TEST_F(LocalSourceTest, CollectorHangsFromTheStart_TheOthersAreServedAfterItsPatience) {
+  machine_->hanging = {"processors"};
+  start();
+  EXPECT_EQ(pass(Collector::kPatienceMs - 1), "");
+  EXPECT_EQ(source_->status().state, SourceState::loading);
+  EXPECT_EQ(pass(1), "host[7] 7.memory");
+  EXPECT_EQ(source_->status().state, SourceState::partial);
+}
+
+TEST_F(LocalSourceTest, ReturnsWithinThePatience_NothingIsTold) {
+  startAndPass(0);
+  machine_->hanging = {"users"};
+  pass(kSecond);
+  machine_->hanging = {};
+  pass(Collector::kPatienceMs - kSecond);
+  io_.hungReturn();
+  pass(20 * kSecond);
+  EXPECT_THAT(trace_.lines(), IsEmpty());
+}
+
+TEST_F(LocalSourceTest, SourceGoesWhileACollectorHangs_WhatReturnsIsDropped) {
+  startAndPass(0);
+  machine_->hanging = {"users"};
+  pass(10 * kSecond);
+  source_.reset();
+  machine_->hanging = {};
+  io_.hungReturn();
+  EXPECT_EQ(pass(60 * kSecond), "");
+}
+
+}  // namespace
+}  // namespace Member
