@@ -7,6 +7,8 @@
 
 #include "EmbeddedSource.h"
 #include "ExampleState.h"
+#include "LinuxMachine.h"
+#include "LocalSource.h"
 #include "snmp/KelstoreUtil.h"
 #include "veldaTrelHostResourcesMIB.h"
 #include "veldaTrelMIB.h"
@@ -22,8 +24,13 @@ std::string hostname() {
   return gethostname(name.data(), name.size() - 1) == 0 ? name.data() : "localhost";
 }
 
-std::unique_ptr<Kelstore::Source> sourceFor(const std::string& state, Kelstore::Store& store,
-                                            Kelstore::Io& io, const Zavro::Clock& clock) {
+std::unique_ptr<Kelstore::Source> sourceFor(const std::string& state, const Options& options,
+                                            Kelstore::Store& store, Kelstore::Io& io,
+                                            const Zavro::Clock& clock) {
+  if (state == "local") {
+    return std::make_unique<Member::LocalSource>(options.member, options.intervalSeconds,
+                                                 std::make_shared<Member::LinuxMachine>(), store, io, clock);
+  }
   if (state.starts_with(kFile)) {
     return std::make_unique<Kelstore::FileSource>(state.substr(kFile.size()), store, io, clock);
   }
@@ -32,8 +39,8 @@ std::unique_ptr<Kelstore::Source> sourceFor(const std::string& state, Kelstore::
 
 }  // namespace
 
-Cluster::Cluster(const std::vector<std::string>& states, Zavro::Ptr<Vem::TaskScheduler> scheduler,
-                 Kelstore::Io& io, const Zavro::Clock& clock)
+Cluster::Cluster(const Options& options, Zavro::Ptr<Vem::TaskScheduler> scheduler, Kelstore::Io& io,
+                 const Zavro::Clock& clock)
     : hostname_(hostname()),
       store_(std::move(scheduler), mirror_),
       root_(Zavro::makePtr<Kor::Dir>("root")),
@@ -43,7 +50,9 @@ Cluster::Cluster(const std::vector<std::string>& states, Zavro::Ptr<Vem::TaskSch
   mountTrelMib();
   sysnameIs();
   sysnameSubscription_ = mirror_.subscribeSysname([this] { sysnameIs(); });
-  for (const std::string& state : states) sources_.push_back(sourceFor(state, store_, io, clock));
+  for (const std::string& state : options.states) {
+    sources_.push_back(sourceFor(state, options, store_, io, clock));
+  }
   for (const auto& source : sources_) source->start();
   agentRoot_->agentIs(trelMib_, status_, mirror_.ifMib(), mirror_.topologyConfig(), mirror_.reachabilityDir(),
                       mirror_.hostResourcesDir());

@@ -9,6 +9,7 @@
 #include "FileSource.h"
 #include "Io.h"
 #include "Mirror.h"
+#include "Options.h"
 #include "Store.h"
 #include "TrelSnmpAgent.h"
 
@@ -16,9 +17,9 @@ namespace Host {
 
 class Cluster {
  public:
-  // Makes everything and starts to follow the sources. `states` as Options has them; io and clock outlive the
+  // Makes everything and starts to follow the sources that the options name. Io and clock outlive the
   // cluster.
-  Cluster(const std::vector<std::string>& states, Zavro::Ptr<Vem::TaskScheduler> scheduler, Kelstore::Io& io,
+  Cluster(const Options& options, Zavro::Ptr<Vem::TaskScheduler> scheduler, Kelstore::Io& io,
           const Zavro::Clock& clock);
   ~Cluster();
   Cluster(const Cluster&) = delete;

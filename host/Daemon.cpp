@@ -38,7 +38,7 @@ Daemon::~Daemon() {
 
 // The sources are followed before SNMP is up, so that the tables are filled soon.
 void Daemon::start() {
-  cluster_.emplace(options_.states, scheduler_, io_, clock_);
+  cluster_.emplace(options_, scheduler_, io_, clock_);
   snmp_.emplace(loop_, options_.snmp);
   error_ = snmp_->error();
   if (!error_.empty()) return;

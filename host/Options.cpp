@@ -22,7 +22,7 @@ constexpr const char* kDescription =
     "as a standalone agent or as AgentX subagent of an existing snmpd.";
 
 constexpr const char* kFooter =
-    "Without options it serves a built-in example cluster to this machine:\n"
+    "Without options it serves this machine, as member 1 of a built-in example cluster, to this machine:\n"
     "  trelsnmpd &\n"
     "  snmpwalk -v2c -c public 127.0.0.1:1161 1.3.6.1.4.1\n"
     "SNMPv3 boot counts are kept in $STATE_DIRECTORY (systemd), /var/lib/trelsnmpd (root) or\n"
@@ -74,9 +74,10 @@ void describe(CLI::App& app, Options& options, std::vector<std::string>& traces)
                  "\"public\" from loopback, limited to the served tables and \"system\")")
       ->type_name("FILE");
   app.add_option("--state", options.states,
-                 "Where the cluster's state comes from: \"embedded\" (an example of three switches, the "
-                 "default) or \"file:PATH\" (a JSON document, followed as it changes); repeatable, later "
-                 "sources override earlier ones. This build does not have the sources \"local\" and "
+                 "Where the cluster's state comes from: \"local\" (this machine's own figures, as those of "
+                 "the member that --member names), \"file:PATH\" (a JSON document, followed as it changes) "
+                 "or \"embedded\" (an example of three switches); repeatable, later sources override "
+                 "earlier ones (default: embedded, then local). This build does not have the source "
                  "\"etcd:\"")
       ->type_name("SOURCE")
       ->allow_extra_args(false)
@@ -84,6 +85,15 @@ void describe(CLI::App& app, Options& options, std::vector<std::string>& traces)
   app.add_option("--member", options.member, "Member id of this switch (default: 1)")
       ->type_name("N")
       ->check(CLI::Range(0, 255));
+  app.add_option(
+         "--interval", options.intervalSeconds,
+         fmt::format("Seconds between two looks of the source \"local\" at this machine, {} to {} "
+                     "(default: {})",
+                     Member::LocalSource::kMinIntervalSeconds, Member::LocalSource::kMaxIntervalSeconds,
+                     Member::LocalSource::kDefaultIntervalSeconds))
+      ->type_name("SECONDS")
+      ->check(CLI::Range(Member::LocalSource::kMinIntervalSeconds, Member::LocalSource::kMaxIntervalSeconds)
+                  .description(""));
   app.add_option("--toggles", options.toggles, "The TrelCore.json of feature toggles (default: none)")
       ->type_name("FILE")
       ->check(CLI::Validator([](std::string& path) { return readable(path); }, ""));
@@ -141,12 +151,11 @@ std::vector<std::pair<std::string, int>> parseTraces(const std::string& text) {
 
 void checkSource(const std::string& source) {
   constexpr std::string_view kFile = "file:";
-  if (source == "embedded" || (source.starts_with(kFile) && source.size() > kFile.size())) return;
-  if (source == "local" || source.starts_with("etcd:")) {
-    throw std::invalid_argument(
-        fmt::format("this build does not have the source \"{}\"", source.substr(0, source.find(':'))));
-  }
-  throw std::invalid_argument(fmt::format("found \"{}\", expected embedded or file:PATH", source));
+  if (source == "local" || source == "embedded") return;
+  if (source.starts_with(kFile) && source.size() > kFile.size()) return;
+  if (source.starts_with("etcd:"))
+    throw std::invalid_argument("this build does not have the source \"etcd\"");
+  throw std::invalid_argument(fmt::format("found \"{}\", expected local, file:PATH or embedded", source));
 }
 
 ParsedOptions parseOptions(int argc, const char* const* argv) {
@@ -159,6 +168,10 @@ ParsedOptions parseOptions(int argc, const char* const* argv) {
   describe(app, options, traces);
   try {
     app.parse(argc, argv);
+    // It is one machine, as one member.
+    if (std::count(options.states.begin(), options.states.end(), "local") > 1) {
+      throw CLI::ValidationError("--state", "found local twice, expected it once");
+    }
   } catch (const CLI::ParseError& error) {
     if (error.get_exit_code() == 0) {
       parsed.exitCode = app.exit(error);
@@ -168,7 +181,7 @@ ParsedOptions parseOptions(int argc, const char* const* argv) {
     }
     return parsed;
   }
-  if (options.states.empty()) options.states = {"embedded"};
+  if (options.states.empty()) options.states = {"embedded", "local"};
   for (const std::string& text : traces) {
     for (auto& trace : parseTraces(text)) options.traces.push_back(std::move(trace));
   }

@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "LocalSource.h"
 #include "SnmpAgent.h"
 
 namespace Host {
@@ -14,8 +15,9 @@ enum class LogTo : uint8_t { standardError, syslog, journal };
 
 struct Options {
   SnmpOptions snmp;
-  std::vector<std::string> states;  // "embedded" or "file:PATH", never empty
+  std::vector<std::string> states;  // "local" (at most once), "embedded" or "file:PATH"; never empty
   uint8_t member = 1;
+  uint32_t intervalSeconds = Member::LocalSource::kDefaultIntervalSeconds;
   std::string toggles;  // empty: all toggles at their default
   bool trelMode = true;
   std::string control;

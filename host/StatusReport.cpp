@@ -32,6 +32,20 @@ Json sourcesOf(const Cluster& cluster) {
   return all;
 }
 
+Json collectorsOf(const Cluster& cluster) {
+  Json all = Json::array();
+  for (const Kelstore::SourceStatus& source : cluster.sources()) {
+    for (const Kelstore::CollectorStatus& collector : source.collectors) {
+      all.push_back({{"source", source.name},
+                     {"name", collector.name},
+                     {"state", Kelstore::stateName(collector.state)},
+                     {"since", utcTime(collector.sinceUtcNs)},
+                     {"error", collector.error.empty() ? Json(nullptr) : Json(collector.error)}});
+    }
+  }
+  return all;
+}
+
 Json pipelinesOf(const Cluster& cluster) {
   Json all = Json::array();
   for (const auto& pipeline : cluster.pipelines()) {
@@ -76,6 +90,7 @@ std::unique_ptr<Reply> statusReport(const StatusInputs& inputs) {
               {"connected", inputs.snmp.connected()},
               {"ready", serving(inputs.snmp, inputs.cluster)},
               {"sources", sourcesOf(inputs.cluster)},
+              {"collectors", collectorsOf(inputs.cluster)},
               {"pipelines", pipelinesOf(inputs.cluster)},
               {"tasks", tasksOf(inputs.scheduler)},
               {"tables", tablesOf(inputs.cluster.trelMib())}};

@@ -82,6 +82,7 @@ std::string renderStatus(const Json& status) {
     source.erase("error");
   }
   text += section("sources", sources) + errors;
+  text += section("collectors", status.at("collectors"));
   text += section("pipelines", status.at("pipelines"));
   text += section("tasks", status.at("tasks"));
   text += section("tables", status.at("tables"));

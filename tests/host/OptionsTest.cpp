@@ -32,7 +32,8 @@ TEST(OptionsTest, NoArguments_TheDefaults) {
   ParsedOptions result = parsed({});
   EXPECT_EQ(result.exitCode, -1);
   const Options& options = result.options;
-  EXPECT_THAT(options.states, ElementsAre("embedded"));
+  EXPECT_THAT(options.states, ElementsAre("embedded", "local"));
+  EXPECT_EQ(options.intervalSeconds, 5u);
   EXPECT_TRUE(options.snmp.listen.empty());
   EXPECT_EQ(options.snmp.agentx, "");
   EXPECT_EQ(options.member, 1);
@@ -49,7 +50,9 @@ TEST(OptionsTest, EveryOption) {
                                  "--conf",      "c",
                                  "--state",     "embedded",
                                  "--state",     "file:/x",
+                                 "--state",     "local",
                                  "--member",    "255",
+                                 "--interval",  "3600",
                                  "--toggles",   toggles.c_str(),
                                  "--trel-mode", "off",
                                  "--control",   "/s",
@@ -60,7 +63,8 @@ TEST(OptionsTest, EveryOption) {
   const Options& options = result.options;
   EXPECT_THAT(options.snmp.listen, ElementsAre("udp:127.0.0.1:1", "tcp:127.0.0.1:2"));
   EXPECT_EQ(options.snmp.conf, "c");
-  EXPECT_THAT(options.states, ElementsAre("embedded", "file:/x"));
+  EXPECT_THAT(options.states, ElementsAre("embedded", "file:/x", "local"));
+  EXPECT_EQ(options.intervalSeconds, 3600u);
   EXPECT_EQ(options.member, 255);
   EXPECT_EQ(options.toggles, toggles);
   EXPECT_FALSE(options.trelMode);
@@ -78,6 +82,11 @@ TEST(OptionsTest, BadArguments_OneLineEach) {
   EXPECT_THAT(refusal({"--member", "256"}), testing::HasSubstr("--member: "));
   EXPECT_THAT(refusal({"--member", "-1"}), testing::HasSubstr("--member: "));
   EXPECT_THAT(refusal({"--member", "one"}), testing::HasSubstr("--member: "));
+  for (const char* interval : {"0", "3601", "-1", "1.5", "soon"}) {
+    EXPECT_THAT(refusal({"--interval", interval}), testing::HasSubstr("--interval: ")) << interval;
+  }
+  EXPECT_EQ(refusal({"--state", "local", "--state", "local"}),
+            "trelsnmpd: --state: found local twice, expected it once\n");
   EXPECT_EQ(refusal({"--toggles", "/nowhere"}),
             "trelsnmpd: --toggles: /nowhere: No such file or directory\n");
   EXPECT_EQ(refusal({"--trel-mode", "maybe"}), "trelsnmpd: --trel-mode: found \"maybe\", expected on, off\n");
@@ -87,13 +96,12 @@ TEST(OptionsTest, BadArguments_OneLineEach) {
 }
 
 TEST(OptionsTest, SourcesThatThisBuildDoesNotHave_AreSaidSo) {
-  EXPECT_EQ(refusal({"--state", "local"}),
-            "trelsnmpd: --state: this build does not have the source \"local\"\n");
   EXPECT_EQ(refusal({"--state", "etcd:host:2379/prefix"}),
             "trelsnmpd: --state: this build does not have the source \"etcd\"\n");
   EXPECT_EQ(refusal({"--state", "embedded", "--state", "file:"}),
-            "trelsnmpd: --state: found \"file:\", expected embedded or file:PATH\n");
-  EXPECT_EQ(refusal({"--state", ""}), "trelsnmpd: --state: found \"\", expected embedded or file:PATH\n");
+            "trelsnmpd: --state: found \"file:\", expected local, file:PATH or embedded\n");
+  EXPECT_EQ(refusal({"--state", ""}),
+            "trelsnmpd: --state: found \"\", expected local, file:PATH or embedded\n");
 }
 
 TEST(OptionsTest, TraceLevels) {
@@ -111,11 +119,11 @@ TEST(OptionsTest, HelpAndVersion_GoToStandardOutput) {
   testing::internal::CaptureStdout();
   EXPECT_EQ(parsed({"--help"}).exitCode, 0);
   std::string help = testing::internal::GetCapturedStdout();
-  for (const char* option : {"--listen", "--agentx", "--conf", "--state", "--member", "--toggles",
-                             "--trel-mode", "--control", "--trace", "--log"}) {
+  for (const char* option : {"--listen", "--agentx", "--conf", "--state", "--member", "--interval",
+                             "--toggles", "--trel-mode", "--control", "--trace", "--log"}) {
     EXPECT_THAT(help, testing::HasSubstr(option));
   }
-  EXPECT_THAT(help, testing::HasSubstr("does not have the sources \"local\""));
+  EXPECT_THAT(help, testing::HasSubstr("does not have the source \"etcd:\""));
 }
 
 }  // namespace

@@ -21,6 +21,7 @@ TEST(RenderTest, Status_OneLineAndTheListsWithErrorsBelow) {
   Json status = Json::parse(R"({"daemon":"trelsnmpd","version":"0.1.0","member":3,"uptimeSeconds":93784.5,
       "mode":"agentx","address":"unix:/m","connected":false,"ready":false,
       "sources":[{"name":"file:/x","state":"stale","error":"/x: bad"},{"name":"embedded","state":"current","error":null}],
+      "collectors":[{"name":"users","state":"works","error":null},{"name":"mount /a","state":"hangs","error":"no answer"}],
       "pipelines":[{"name":"p","ready":true,"idle":false}],"tasks":[],
       "tables":[{"name":"t","rows":2,"version":7}]})");
   EXPECT_EQ(renderStatus(status),
@@ -30,6 +31,10 @@ TEST(RenderTest, Status_OneLineAndTheListsWithErrorsBelow) {
             "  file:/x   stale\n"
             "  embedded  current\n"
             "  error: /x: bad\n"
+            "\ncollectors:\n"
+            "  name      state  error\n"
+            "  users     works  -\n"
+            "  mount /a  hangs  no answer\n"
             "\npipelines:\n"
             "  name  ready  idle\n"
             "  p     yes    no\n"
