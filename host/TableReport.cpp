@@ -25,13 +25,16 @@ Json served(Convert convert, const Input& input) {
   return value;
 }
 
+// As DateAndTime is displayed (RFC 2579).
 Json dateAndTime(double utcSeconds) {
   std::array<unsigned char, 11> octets{};
   int length = Snmp::SecondsToAsnDateAndTimeF()(Zavro::Duration(utcSeconds), octets.data(),
                                                 static_cast<int>(octets.size()));
-  if (length < 8) return nullptr;
-  return fmt::format("{}-{}-{},{}:{}:{}.{}", octets[0] * 256 + octets[1], octets[2], octets[3], octets[4],
-                     octets[5], octets[6], octets[7]);
+  if (length != 8 && length != 11) return nullptr;
+  std::string text = fmt::format("{}-{}-{},{}:{}:{}.{}", octets[0] * 256 + octets[1], octets[2], octets[3],
+                                 octets[4], octets[5], octets[6], octets[7]);
+  if (length == 11) text += fmt::format(",{:c}{}:{}", octets[8], octets[9], octets[10]);
+  return text;
 }
 
 Json rowOf(const TrelSnmp::TrelIfEntry& row) {

@@ -37,33 +37,6 @@ TEST_F(LinkWalk, Walk_EveryRowOnceWithItsTrueIndex) {
   EXPECT_THAT(manager().walk(), StartsWith(walkOf(tree())));
 }
 
-TEST_F(LinkWalk, BulkWalk_IsTheSameTree) { EXPECT_THAT(manager().bulkWalk(), StartsWith(walkOf(tree()))); }
-
-TEST_F(LinkWalk, Version1_IsTheSameTree) {
-  Manager old(daemon_->address(), {"-v1", "-c", "public"});
-  EXPECT_THAT(old.walk(), StartsWith(walkOf(tree())));
-}
-
-TEST_F(LinkWalk, GetOfEveryInstance_IsItsValue) {
-  for (const Varbind& varbind : tree()) EXPECT_EQ(manager().get({varbind.name}), varbind.line());
-}
-
-TEST_F(LinkWalk, GetNextFromEveryInstance_IsTheOneBehindIt) {
-  std::vector<Varbind> all = tree();
-  for (size_t i = 0; i + 1 < all.size(); ++i) EXPECT_EQ(manager().getNext({all[i].name}), all[i + 1].line());
-}
-
-TEST_F(LinkWalk, AllInDescendingOrder_EachHasItsOwnAnswer) {
-  std::vector<Varbind> all = tree();
-  std::reverse(all.begin(), all.end());
-  Names names;
-  for (const Varbind& varbind : all) names.push_back(varbind.name);
-  EXPECT_EQ(manager().get(names), walkOf(all));
-
-  std::vector<Varbind> successors(all.begin(), all.end() - 1);
-  EXPECT_EQ(manager().getNext({names.begin() + 1, names.end()}), walkOf(successors));
-}
-
 TEST_F(LinkWalk, GetNextFromAbsentIndexes_IsTheNextGreaterRow) {
   EXPECT_EQ(manager().getNext(
                 {"baif.2", "baif.2.2", "baif.2.2147483646", "baif.2.2147483650", "baif.2.4294967293"}),

@@ -8,10 +8,13 @@ namespace E2e {
 namespace {
 
 // Short to numeric, the longer first.
-const std::array<std::pair<std::string, std::string>, 3> kAbbreviations = {{
+const std::array<std::pair<std::string, std::string>, 6> kAbbreviations = {{
     {"baif", ".1.3.6.1.4.1." TREL_ENTERPRISE_NUMBER ".3.40.1.1.1"},
     {"reach", ".1.3.6.1.4.1." TREL_ENTERPRISE_NUMBER ".3.40.1.2.1"},
-    {"tables", ".1.3.6.1.4.1." TREL_ENTERPRISE_NUMBER ".3.40.1"},
+    {"sys", ".1.3.6.1.4.1." TREL_ENTERPRISE_NUMBER ".3.41.1.1.1"},
+    {"proc", ".1.3.6.1.4.1." TREL_ENTERPRISE_NUMBER ".3.41.1.2.1"},
+    {"stor", ".1.3.6.1.4.1." TREL_ENTERPRISE_NUMBER ".3.41.1.3.1"},
+    {"tables", ".1.3.6.1.4.1." TREL_ENTERPRISE_NUMBER ".3"},
 }};
 
 // Long enough for a busy machine; a test that expects no answer waits so long.
@@ -75,12 +78,16 @@ std::string Manager::getBulk(int nonRepeaters, int maxRepetitions, const Names& 
 }
 
 std::string Manager::set(const std::string& name, long value) const {
-  return ask("snmpset", {}, {name, "i", std::to_string(value)});
+  return set(name, 'i', std::to_string(value));
+}
+
+std::string Manager::set(const std::string& name, char type, const std::string& value) const {
+  return ask("snmpset", {}, {name, std::string(1, type), value});
 }
 
 Support::Result Manager::withNames(const std::string& tool, const Support::Argv& options,
                                    const Names& names) const {
-  Support::Argv all = {"-M", TREL_MIBS, "-m", "VELDA-TREL-MIB"};
+  Support::Argv all = {"-M", TREL_MIBS, "-m", "VELDA-TREL-MIB:VELDA-TREL-HOST-RESOURCES-MIB"};
   append(all, options);
   return run(tool, all, names);
 }

@@ -1,9 +1,9 @@
 // A manager that asks one agent, with net-snmp's command-line tools. The settings of the machine and of the
 // user who runs the tests are left aside.
 //
-// Names in the tables are written short, "reach.4.1.3" for column 4 of row 1.3 of the reachability table,
-// "baif.2.7" for column 2 of row 7 of the backplane interface table, in what is asked and in what is
-// answered. Everything else is a numeric OID.
+// Names in the tables are written short, in what is asked and in what is answered: "reach.4.1.3" for column 4
+// of row 1.3 of the reachability table, and so on with "baif" (backplane interfaces), "sys" (system figures),
+// "proc" (processors) and "stor" (storage). Everything else is a numeric OID.
 #pragma once
 
 #include <cstdint>
@@ -32,8 +32,9 @@ class Manager final {
   std::string bulkWalk(const std::string& subtree = kTables) const {
     return ask("snmpbulkwalk", {}, {subtree});
   }
-  // Sets an INTEGER.
+  // Sets an INTEGER, or a value with snmpset's letter for its type.
   std::string set(const std::string& name, long value) const;
+  std::string set(const std::string& name, char type, const std::string& value) const;
   // snmptable or any other tool, with the project's MIB modules.
   Support::Result withNames(const std::string& tool, const Support::Argv& options, const Names& names) const;
   // The agent's uptime in hundredths of a second.

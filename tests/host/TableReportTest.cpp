@@ -58,7 +58,7 @@ TEST(TableReportTest, EveryServedValueOfEveryTable) {
             R"({"ok":true,"table":"veldaTrelReachabilityTable","rows":[{"srcId":1,"destId":2,"baIfIndex":7,)"
             R"("state":4,"stateName":"degraded","lastUpdate":150}]})");
   EXPECT_EQ(all[2], R"({"ok":true,"table":"veldaTrelHrSystemTable","rows":[{"memberId":1,"upTime":1250,)"
-                    R"("date":"1970-1-1,0:0:0.0","numUsers":3,"processes":4,"memorySize":5}]})");
+                    R"("date":"1970-1-1,0:0:0.0,+0:0","numUsers":3,"processes":4,"memorySize":5}]})");
   EXPECT_EQ(all[3],
             R"({"ok":true,"table":"veldaTrelProcessorTable","rows":[{"memberId":1,"index":9,"load":-1}]})");
   EXPECT_EQ(all[4],

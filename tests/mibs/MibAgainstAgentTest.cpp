@@ -9,6 +9,7 @@
 #include <sstream>
 
 #include "e2e/Daemon.h"
+#include "e2e/Hosts.h"
 #include "e2e/Reports.h"
 #include "mibs/MibModel.h"
 
@@ -35,8 +36,14 @@ std::vector<unsigned long> numbers(const std::string& dotted) {
 // net-snmp's names of the types on the wire, by the type of the module.
 std::string onTheWire(const std::string& syntax) {
   static const std::map<std::string, std::string> types = {
-      {"INTEGER", "INTEGER"}, {"Integer32", "INTEGER"}, {"TimeTicks", "Timeticks"}};
+      {"INTEGER", "INTEGER"}, {"Integer32", "INTEGER"},   {"TimeTicks", "Timeticks"},
+      {"Gauge32", "Gauge32"}, {"OCTET STRING", "STRING"}, {"OBJECT IDENTIFIER", "OID"}};
   return types.at(syntax);
+}
+
+// A number, or the length of octets.
+long measured(const Instance& instance) {
+  return instance.type == "STRING" ? static_cast<long>(instance.value.size()) : std::stol(instance.value);
 }
 
 class MibAgainstAgent : public testing::Test {
@@ -44,8 +51,12 @@ class MibAgainstAgent : public testing::Test {
   static void SetUpTestSuite() {
     agent_ = new E2e::Daemon;
     objects_ = objectsOf("VELDA-TREL-MIB");
-    // All states, so that every name of the enumeration is on the wire; links both ways.
+    for (const Object& object : objectsOf("VELDA-TREL-HOST-RESOURCES-MIB")) objects_.push_back(object);
+    // All states, so that every name of the enumeration is on the wire; links both ways; hosts.
     auto state = nlohmann::json::parse(E2e::documentOf(E2e::fullMesh(4)));
+    state.merge_patch(nlohmann::json::parse(E2e::hostsDocument()));
+    // An index beyond its range is served all the same, but a module cannot say so.
+    state["storageMappings"]["mounts"]["/größe"]["index"] = 32;
     for (int from = 1; from <= 4; ++from) {
       for (int to = 1; to <= 4; ++to) {
         if (from == to) continue;
@@ -83,14 +94,15 @@ class MibAgainstAgent : public testing::Test {
 
   // All that the agent serves below an object.
   static std::vector<Instance> served(const Object& object) {
-    static const std::regex line(R"(^(\.[0-9.]+\.3\.40\.1\.\d+\.1\.\d+)\.([0-9.]+) = (\S+): \(?(-?\d+).*$)");
-    auto result = agent_->manager().withNames("snmpbulkwalk", {"-On", "-Oe"}, {object.oid});
+    static const std::regex line(
+        R"(^(\.[0-9.]+\.3\.4[01]\.1\.\d+\.1\.\d+)\.([0-9.]+) = (\S+): (?:\((\d+)\).*|(.*?))$)");
+    auto result = agent_->manager().withNames("snmpbulkwalk", {"-On", "-Oe", "-OU"}, {object.oid});
     std::istringstream in(result.out);
     std::vector<Instance> all;
     std::smatch match;
     for (std::string text; std::getline(in, text);) {
       if (std::regex_match(text, match, line))
-        all.push_back({match[1], numbers(match[2]), match[3], match[4]});
+        all.push_back({match[1], numbers(match[2]), match[3], match[4].str() + match[5].str()});
     }
     return all;
   }
@@ -101,12 +113,15 @@ class MibAgainstAgent : public testing::Test {
 };
 
 // What follows is about all objects: there are as many as there should be.
-TEST_F(MibAgainstAgent, Module_HasBothTables) {
-  EXPECT_EQ(of("table").size(), 2u);
-  EXPECT_EQ(of("row").size(), 2u);
-  EXPECT_EQ(of("column").size(), 8u);
+TEST_F(MibAgainstAgent, Modules_HaveAllTables) {
+  EXPECT_EQ(of("table").size(), 5u);
+  EXPECT_EQ(of("row").size(), 5u);
+  EXPECT_EQ(of("column").size(), 8u + 16u);
   EXPECT_THAT(served(named("veldaTrelReachabilityTable")), testing::SizeIs(12 * 3));
   EXPECT_THAT(served(named("veldaTrelBaIfTable")), testing::SizeIs(12 * 2));
+  EXPECT_THAT(served(named("veldaTrelHrSystemTable")), testing::SizeIs(3 * 5));
+  EXPECT_THAT(served(named("veldaTrelProcessorTable")), testing::SizeIs(5));
+  EXPECT_THAT(served(named("veldaTrelStorageTable")), testing::SizeIs(7 * 5));
 }
 
 TEST_F(MibAgainstAgent, Tables_ServedAreTheDeclaredReadOnlyColumnsAndNoOthers) {
@@ -141,8 +156,8 @@ TEST_F(MibAgainstAgent, Columns_ValuesHaveTheDeclaredTypeAndRange) {
     for (const Instance& instance : served(column)) {
       EXPECT_EQ(instance.type, onTheWire(column.syntax)) << column.name;
       if (column.highest != 0) {
-        EXPECT_GE(std::stol(instance.value), column.lowest) << column.name;
-        EXPECT_LE(std::stol(instance.value), column.highest) << column.name;
+        EXPECT_GE(measured(instance), column.lowest) << column.name;
+        EXPECT_LE(measured(instance), column.highest) << column.name;
       }
     }
   }
@@ -184,10 +199,28 @@ TEST_F(MibAgainstAgent, States_NamesAreThoseOfTheState) {
 }
 
 TEST_F(MibAgainstAgent, NothingIsWritable) {
-  for (const Object& column : of("column")) {
-    EXPECT_THAT(column.access, testing::AnyOf("read-only", "not-accessible"));
-    std::string instance = column.oid + ".1.2";
-    EXPECT_THAT(agent_->manager().set(instance, 1), HasSubstr("Reason: notWritable")) << column.name;
+  for (const Object& row : of("row")) {
+    for (const Object& column : below(row, "column")) {
+      EXPECT_THAT(column.access, testing::AnyOf("read-only", "not-accessible"));
+      std::string instance = column.oid + (row.index.size() == 1 ? ".1" : ".1.2");
+      EXPECT_THAT(agent_->manager().set(instance, 1), HasSubstr("Reason: notWritable")) << column.name;
+    }
+  }
+}
+
+// What a manager reads of a column whose unit matters.
+TEST_F(MibAgainstAgent, Values_ReadWithTheirUnits) {
+  auto walked = agent_->manager().withNames("snmpwalk", {"-Os"}, {"veldaTrelHostResourcesMIB"}).out;
+  for (const char* line :
+       {"veldaTrelHrSystemUpTime.1 = Timeticks: (8640050) 1 day, 0:00:00.50\n",
+        "veldaTrelHrSystemDate.1 = STRING: 2026-1-1,0:0:1.2,+0:0\n",
+        "veldaTrelHrSystemNumUsers.1 = Gauge32: 1 sessions\n",
+        "veldaTrelHrSystemProcesses.1 = Gauge32: 107 processes\n",
+        "veldaTrelHrSystemMemorySize.1 = INTEGER: 8388608 KBytes\n",
+        "veldaTrelProcessorLoad.1.1 = INTEGER: -1 percent\n", "veldaTrelStorageDescr.1.32 = STRING: /größe\n",
+        "veldaTrelStorageAllocUnits.1.31 = INTEGER: 4096 Bytes\n",
+        "veldaTrelStorageUsed.1.31 = INTEGER: 2622440 allocation units\n"}) {
+    EXPECT_THAT(walked, HasSubstr(line));
   }
 }
 
@@ -196,6 +229,17 @@ TEST_F(MibAgainstAgent, Snmptable_PrintsNamesAndStates) {
       agent_->manager().withNames("snmptable", {"-Ci", "-Cb", "-OU"}, {"veldaTrelReachabilityTable"});
   EXPECT_THAT(table.out, HasSubstr("index BaIfIndex        State   LastUpdate\n"));
   EXPECT_THAT(table.out, HasSubstr("  1.4      1004    reachable 0:0:00:00.00\n"));
+}
+
+TEST_F(MibAgainstAgent, Snmptable_PrintsDatesAndLoads) {
+  const E2e::Manager& manager = agent_->manager();
+  EXPECT_THAT(manager.withNames("snmptable", {"-Ci", "-Cb", "-OU"}, {"veldaTrelHrSystemTable"}).out,
+              HasSubstr("\n index       UpTime                    Date   NumUsers  Processes MemorySize\n"
+                        "     1 1:0:00:00.50   2026-1-1,0:0:1.2,+0:0          1        107    8388608\n"
+                        "     2 0:0:00:01.00 2106-2-7,6:28:16.0,+0:0 2147483648 4294967295         -1\n"
+                        "   255 0:0:00:00.00   1970-1-1,0:0:0.0,+0:0          0          0          0\n"));
+  EXPECT_THAT(manager.withNames("snmptable", {"-Ci", "-Cb", "-OU"}, {"veldaTrelProcessorTable"}).out,
+              HasSubstr("\n       index veldaTrelProcessorLoad\n         1.1                     -1\n"));
 }
 
 }  // namespace

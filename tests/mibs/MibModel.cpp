@@ -34,13 +34,13 @@ std::vector<std::string> words(const std::string& list) {
 }
 
 void describe(Object& object) {
-  std::string text = outputOf({"snmptranslate", "-M", TREL_MIBS, "-m", "VELDA-TREL-MIB", "-Td", object.oid});
+  std::string text = outputOf({"snmptranslate", "-M", TREL_MIBS, "-m", object.module, "-Td", object.oid});
   std::string syntax = firstMatch(text, "SYNTAX\\s+(.*)");
-  object.syntax = firstMatch(syntax, "^([A-Za-z0-9]+)");
+  object.syntax = firstMatch(syntax, "^(OCTET STRING|OBJECT IDENTIFIER|[A-Za-z0-9]+)");
   object.access = firstMatch(text, "MAX-ACCESS\\s+(\\S+)");
   object.index = words(firstMatch(text, "INDEX\\s+\\{ (.*) \\}"));
   std::smatch range;
-  if (std::regex_search(syntax, range, std::regex("\\((\\d+)\\.\\.(\\d+)\\)"))) {
+  if (std::regex_search(syntax, range, std::regex("\\((-?\\d+)\\.\\.(\\d+)\\)"))) {
     object.lowest = std::stol(range[1]);
     object.highest = std::stol(range[2]);
   }
@@ -58,9 +58,9 @@ std::vector<Object> objectsOf(const std::string& module) {
   std::vector<Object> objects;
   for (std::string line; std::getline(lines, line);) {
     std::istringstream fields(line);
-    std::string of;
     Object object;
-    if (!(fields >> of >> object.name >> object.kind >> object.oid) || of != module) continue;
+    if (!(fields >> object.module >> object.name >> object.kind >> object.oid)) continue;
+    if (object.module != module) continue;
     object.oid.insert(0, ".");
     if (object.kind == "table" || object.kind == "row" || object.kind == "column") describe(object);
     objects.push_back(std::move(object));
