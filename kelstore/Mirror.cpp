@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <array>
 
+#include "StorageMappings.h"
+
 namespace Kelstore {
 namespace {
 
@@ -12,9 +14,6 @@ Interface valueOf(uint32_t ifIndex) { return {ifIndex}; }
 
 const Lanix::IntfId& elementOf(const Link& value) { return value.intf; }
 Link valueOf(const Lanix::IntfId& intf) { return {intf}; }
-
-const Mapping& elementOf(const Mapping& value) { return value; }
-const Mapping& valueOf(const Mapping& mapping) { return mapping; }
 
 auto elementOf(const Processor& value) { return Zavro::makePtr<const HostResources::Processor>(value.load); }
 Processor valueOf(const Zavro::Ptr<const HostResources::Processor>& record) { return {record->load()}; }
@@ -43,6 +42,10 @@ void applyElement(Collection& collection, const typename Collection::Key& key, c
   const Typed& typed = std::get<Typed>(*value);
   const auto* element = collection.find(key);
   if (element == nullptr || !(valueOf(*element) == typed)) collection.set(key, elementOf(typed));
+}
+
+const Mapping* asMapping(const Value* value) {
+  return value == nullptr ? nullptr : &std::get<Mapping>(*value);
 }
 
 template <class Typed>
@@ -90,9 +93,10 @@ void Mirror::apply(const Path& path, const View& view) {
     case Kind::sysname:
       return applySysname(view.find(path));
     case Kind::mountMapping:
-      return applyElement<Mapping>(mappings_->mountEntries(), path.first, view.find(path));
+      return mountMappingIs(*mappings_, *hostResourcesDir_, path.first, asMapping(view.find(path)));
     case Kind::memoryMapping:
-      return applyElement<Mapping>(mappings_->memEntries(), std::stoi(path.first), view.find(path));
+      return memoryMappingIs(*mappings_, *hostResourcesDir_, std::stoi(path.first),
+                             asMapping(view.find(path)));
     case Kind::interface:
       return applyElement<Interface>(ifMib_->ifIndexByIntfId(), Lanix::IntfId(path.first), view.find(path));
     case Kind::link:

@@ -1,8 +1,9 @@
 // The entities that pipelines and tables read, kept equal to the cluster's state.
 //
 // A changed value becomes a new record under the same key, and so one notification; an unchanged one is not
-// touched. A member's entity appears with its first value and leaves its directory, whole, with its last. The
-// system figures alone change in place. On the event loop's thread.
+// touched, unless the storage mapping that it stands on changes (StorageMappings.h). A member's entity
+// appears with its first value and leaves its directory, whole, with its last. The system figures alone
+// change in place. On the event loop's thread.
 #pragma once
 
 #include <functional>

@@ -161,6 +161,95 @@ TEST(MirrorTest, LastLinkOfAMemberGoes_ItsTopologyEntryLeavesWhole) {
   EXPECT_EQ(first->neighbor().size(), 2u);
 }
 
+// Two hosts with file systems and memory, and what is mapped of them.
+std::string mapped(const std::string& mounts, const std::string& memory = "") {
+  return R"({"members": {"1": {"storage": {"/": {"allocationUnits": 1, "size": 10, "free": 1},
+                                           "/b": {"allocationUnits": 1, "size": 20, "free": 2}}},
+                         "2": {"storage": {"/b": {"allocationUnits": 1, "size": 30, "free": 3}},
+                               "memory": {"total": 9}}},
+             "storageMappings": {"mounts": {)" +
+         mounts + R"(}, "memory": {)" + memory + "}}}";
+}
+std::string mapping(const std::string& key, int index, const std::string& description = "") {
+  return fmt::format(R"("{}": {{"index": {}, "type": "1.3.6.1", "description": "{}"}})", key, index,
+                     description);
+}
+
+TEST(MirrorTest, MountMappingComesAfterItsRecords_TheyAreAnnouncedAnew) {
+  World world;
+  world.says(mapped(""));
+  auto before = *world.host("2")->storageInfoTable().find("/b");
+  auto untouched = *world.host("1")->storageInfoTable().find("/");
+  EXPECT_EQ(world.says(mapped(mapping("/b", 5))), "mount[/b] 1.storage[/b] 2.storage[/b]");
+  auto after = *world.host("2")->storageInfoTable().find("/b");
+  EXPECT_NE(after, before);
+  EXPECT_EQ(after->text(), before->text());
+  EXPECT_EQ(*world.host("1")->storageInfoTable().find("/"), untouched);
+}
+
+TEST(MirrorTest, MountMappingChangesItsIndex_RecordsGoBeforeAndComeBackAfter) {
+  World world;
+  world.says(mapped(mapping("/b", 5)));
+  EXPECT_EQ(world.says(mapped(mapping("/b", 6))),
+            "-1.storage[/b] -2.storage[/b] mount[/b] 1.storage[/b] 2.storage[/b]");
+  EXPECT_EQ((*world.host("2")->storageInfoTable().find("/b"))->size(), 30u);
+}
+
+TEST(MirrorTest, MountMappingVanishes_RecordsGoBeforeAndComeBackAfter) {
+  World world;
+  world.says(mapped(mapping("/b", 5)));
+  EXPECT_EQ(world.says(mapped("")), "-1.storage[/b] -2.storage[/b] -mount[/b] 1.storage[/b] 2.storage[/b]");
+}
+
+TEST(MirrorTest, MountMappingChangesItsDescription_RecordsAreAnnouncedButNeverGo) {
+  World world;
+  world.says(mapped(mapping("/b", 5)));
+  EXPECT_EQ(world.says(mapped(mapping("/b", 5, "backup"))), "mount[/b] 1.storage[/b] 2.storage[/b]");
+}
+
+TEST(MirrorTest, MountMappingsTradeIndexes_EveryRecordIsAnnouncedAfterTheLastDeletionUnderItsIndex) {
+  World world;
+  world.says(mapped(mapping("/", 5) + "," + mapping("/b", 6)));
+  EXPECT_EQ(world.says(mapped(mapping("/", 6) + "," + mapping("/b", 5))),
+            "-1.storage[/] mount[/] 1.storage[/] "
+            "-1.storage[/b] -2.storage[/b] mount[/b] 1.storage[/b] 2.storage[/b] 1.storage[/]");
+}
+
+TEST(MirrorTest, MemoryMappingComesChangesAndGoes_MemoryIsAnnouncedAndTakenAwayAlike) {
+  World world;
+  world.says(mapped(""));
+  std::vector<bool> there;
+  auto follow =
+      world.host("2")->subscribeMemInfo([&] { there.push_back(world.host("2")->memInfo() != nullptr); });
+  EXPECT_EQ(world.says(mapped("", mapping("1", 1))), "mem[1] 2.memory");
+  EXPECT_EQ(world.says(mapped("", mapping("1", 1, "RAM"))), "mem[1] 2.memory");
+  EXPECT_EQ(world.says(mapped("", mapping("1", 2))), "2.memory mem[1] 2.memory");
+  EXPECT_EQ(world.says(mapped("")), "2.memory -mem[1] 2.memory");
+  EXPECT_THAT(there, testing::ElementsAre(true, true, false, true, false, true));
+  EXPECT_EQ(world.host("2")->memInfo()->amounts().total, 9u);
+}
+
+TEST(MirrorTest, MemoryTakesTheIndexThatAMountHad_ItIsAnnouncedAfterTheMountsRowWent) {
+  World world;
+  world.says(mapped(mapping("/b", 5)));
+  world.says(mapped(mapping("/b", 5), mapping("1", 5)));
+  EXPECT_EQ(world.says(mapped(mapping("/b", 6), mapping("1", 5))),
+            "-1.storage[/b] -2.storage[/b] mount[/b] 1.storage[/b] 2.storage[/b] 2.memory");
+}
+
+TEST(MirrorTest, MappingGoesTogetherWithItsRecords_TheyEndUpGone) {
+  World world;
+  world.says(mapped(mapping("/b", 5)));
+  EXPECT_EQ(world.says("{}"),
+            "-1.storage[/b] -2.storage[/b] -mount[/b] 1.storage[/b] 2.storage[/b] -host[2] -host[1]");
+}
+
+TEST(MirrorTest, MappingStaysTheSame_NothingIsTouched) {
+  World world;
+  world.says(mapped(mapping("/b", 5)));
+  EXPECT_EQ(world.says(mapped(mapping("/b", 5))), "");
+}
+
 TEST(MirrorTest, InterfacesMappingsAndSysnameFollow) {
   World world;
   EXPECT_EQ(world.says(R"({"sysname": "alpha", "interfaces": {"Backplane1/1": {"ifIndex": 4294967295}},
