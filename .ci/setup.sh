@@ -10,7 +10,7 @@ kBuildPackages=(
   erlang-snmp # the base MIB modules, which no other package of Debian's main archive has as files
 )
 kManagerPackages=(snmp)
-kTestPackages=(clang-format clang-tidy git smitools snmpd)
+kTestPackages=(clang-format clang-tidy git procps smitools snmpd)
 
 say() { printf '%s\n' "$*" >&2; }
 fail() {
