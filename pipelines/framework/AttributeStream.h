@@ -64,7 +64,7 @@ class AttributeStream final : public ChildStream {
   };
 
   void handleReactor() {
-    if (!machine_->live() || !machine_->hasNotificationActive()) {
+    if (!machine_->reacts()) {
       pending_ = true;
       return;
     }

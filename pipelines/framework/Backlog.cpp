@@ -51,10 +51,11 @@ void BacklogBase::workOff() {
   while (size() != 0) {
     workOffOne();
     ++handled;
-    if (size() != 0 && task_->taskShouldYield()) break;
+    if (root_.paused() || (size() != 0 && task_->taskShouldYield())) break;
   }
   task_->taskWorkCountInc(handled);
   task_->taskWorkPendingIs(size());
+  if (root_.paused()) return;
   if (size() != 0) {
     task_->scheduleTask();
     return;

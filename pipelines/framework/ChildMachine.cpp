@@ -50,10 +50,12 @@ void ChildMachine::describe() {
 }
 
 void ChildMachine::hasNotificationActiveIs(bool active) {
-  if (active == active_) return;
+  if (active == active_ || !live_) return;
   active_ = active;
-  if (!active_) return;
-  for (Part& part : parts_) part.input->handlePending();
+  Zavro::Ptr<ChildMachine> held(this);
+  for (Part& part : parts_) {
+    if (reacts()) part.input->handlePending();
+  }
   doInputScan();
 }
 

@@ -54,6 +54,8 @@ class ChildMachine final : public Kor::Object {
   // False once the machine was ended; it then sends nothing more, even when it still stands on the stack.
   bool live() const { return live_; }
   bool hasNotificationActive() const { return active_; }
+  // Changes are acted on, rather than noted.
+  bool reacts() const { return live_ && active_; }
   void hasNotificationActiveIs(bool active);
 
   // Follows the entity from here on.

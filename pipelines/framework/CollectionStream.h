@@ -63,7 +63,8 @@ class CollectionStream final : public ChildStream {
   }
 
   void handlePending() override {
-    for (const Key& key : std::exchange(pending_, {})) handle(key);
+    // What one leads to may end the machine, or make it inactive again: the rest stays pending then.
+    while (machine_->reacts() && !pending_.empty()) handle(pending_.extract(pending_.begin()).value());
   }
 
   ScanState scanState() const override { return scan_.state(); }
@@ -78,7 +79,7 @@ class CollectionStream final : public ChildStream {
 
  private:
   void handleReactor(const Key& key) {
-    if (!machine_->live() || !machine_->hasNotificationActive()) {
+    if (!machine_->reacts()) {
       version_ = collection_.version();
       pending_.insert(key);
       return;

@@ -198,7 +198,7 @@ class DirMachine final : public TopMachine {
       return;
     }
     children_.emplace(key, successor);
-    successor->hasNotificationActiveIs(true);
+    successor->hasNotificationActiveIs(active_);
   }
 
   // A child that follows the entity, but is not active yet.

@@ -47,8 +47,8 @@ class InputScan {
   const Key& bookmark() const { return bookmark_; }
 
   // Runs step(key) for the elements from the bookmark or the start on, at least one, until the scheduler
-  // wants the thread back. A step that is unfinished is taken again by the next run. True when the scan is
-  // complete.
+  // wants the thread back or the pipeline is paused. A step that is unfinished is taken again by the next
+  // run. True when the scan is complete.
   template <class Collection, class StepFunction>
   bool run(const ScanContext& context, const Collection& collection, StepFunction step) {
     if (completeFor(state_, context.root.initialScanDone())) return true;
@@ -63,10 +63,11 @@ class InputScan {
       if (result == Step::done) at.next();
       if (revisit_ && (!at || *revisit_ < at.key())) at = collection.from(*revisit_);
       revisit_.reset();
-      if (yields && at) {
+      bool pauses = context.root.paused();
+      if ((yields || pauses) && at) {
         state_ = ScanState::underWay;
         bookmark_ = at.key();
-        traceScanYields(context, iterations);
+        if (!pauses) traceScanYields(context, iterations);
         return false;
       }
     }

@@ -1,5 +1,7 @@
 #include "framework/Output.h"
 
+#include <absl/cleanup/cleanup.h>
+
 #include <algorithm>
 
 namespace TrelSnmp::Agent {
@@ -38,8 +40,13 @@ void OutputBase::handleInputReady() {
     root_.handleInitialScanDone();
     return;
   }
+  if (scanning_) return;  // further up the stack, a deletion led here
   trace().trace(9, "Input scans for {} complete", name_);
-  if (reconciling_ && !deletionScan()) return;
+  if (reconciling_) {
+    scanning_ = true;
+    absl::Cleanup over = [this] { scanning_ = false; };
+    if (!deletionScan()) return;
+  }
   reconciling_ = false;
   forgetSeen();
   ready_ = true;

@@ -52,6 +52,7 @@ class OutputBase {
   const Lumalog::Handle& trace() const { return root_.traceHandle(); }
   bool shouldYieldBeforeRow(uint64_t items) const;
   void deletionScanYields(uint64_t items, uint64_t deletions);
+  void deletionScanPauses() { useBookmark_ = true; }
   void deletionScanEnds(uint64_t items, uint64_t deletions);
 
  private:
@@ -65,6 +66,7 @@ class OutputBase {
   bool ready_ = false;
   bool reconciling_ = false;
   bool useBookmark_ = false;
+  bool scanning_ = false;  // a run of the deletion scan is on the stack
 };
 
 // Rows says how the table is reached:
@@ -141,8 +143,12 @@ class Output final : public OutputBase {
       }
       if (!seen_.contains(row.key())) {
         Rows::del(*mib_, row.key());
-        if (!root().ownsRows()) return false;  // a successor took over within the deletion
         ++deletions;
+        if (root().paused()) {  // by what the deletion led to; a successor may have taken over
+          bookmark_ = row.key();
+          deletionScanPauses();
+          return false;
+        }
       }
       ++items;
     }

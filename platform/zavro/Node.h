@@ -15,16 +15,16 @@ class Node : public Kor::Object {
     notificationActive_ = active;
     bool before = zombieReactors_;
     korDoZombieReactors(true);
-    korDoZombieReactors(before);
+    zombieReactors_ = before;
   }
   bool hasZombieReactors() const { return zombieReactors_; }
 
  protected:
-  // Sets the zombie-reactors flag; when it rises, pending reactors are evaluated again.
+  // Sets the zombie-reactors flag. Each time that it is set to true, also from within an evaluation, pending
+  // reactors are evaluated again.
   void korDoZombieReactors(bool on) {
-    bool rises = on && !zombieReactors_;
     zombieReactors_ = on;
-    if (rises) onZombieReactors();
+    if (on) onZombieReactors();
   }
   virtual void onZombieReactors() {}
 

@@ -45,15 +45,20 @@ struct HostWorld {
     dir->entityPtrIs(key, entity);
     return *entity;
   }
-  // The member's entity, which joins when there is none.
-  Host& host(const std::string& key) {
-    Host* entity = member(key);
-    return entity != nullptr ? *entity : joins(key);
+  // The member's entity, which joins when there is none. Held, since what its joining leads to may make it
+  // leave.
+  Zavro::Ptr<Host> host(const std::string& key) const {
+    Zavro::Ptr<Host> entity(member(key));
+    if (!entity) {
+      entity = Zavro::makePtr<Host>(key);
+      dir->entityPtrIs(key, entity);
+    }
+    return entity;
   }
   // A new entity with the same records in it takes the member's place.
   void replacedAlike(const std::string& key) {
-    Host* old = member(key);
-    if (old == nullptr) return;
+    Zavro::Ptr<Host> old(member(key));
+    if (!old) return;
     auto entity = Zavro::makePtr<Host>(key);
     for (auto at = old->processorTable().begin(); at; at.next())
       entity->processorTable().set(at.key(), *at.value());
@@ -65,12 +70,12 @@ struct HostWorld {
   }
   void leaves(const std::string& key) { dir->entityPtrDel(key); }
   void load(const std::string& key, uint32_t index, int16_t percent) {
-    host(key).processorTable().set(index, processor(percent));
+    host(key)->processorTable().set(index, processor(percent));
   }
   void mounts(const std::string& key, const std::string& mountpt, uint64_t free) {
-    host(key).storageInfoTable().set(mountpt, storage(free));
+    host(key)->storageInfoTable().set(mountpt, storage(free));
   }
-  void remembers(const std::string& key, uint32_t free) { host(key).memInfoIs(memory(free)); }
+  void remembers(const std::string& key, uint32_t free) { host(key)->memInfoIs(memory(free)); }
   // The row's description is the mount point, the memory kind's number.
   void mapMount(const std::string& mountpt, uint32_t index) const {
     mappings->mountEntries().set(mountpt, {Snmp::ObjectIdentifier("1.3.6.4"), mountpt, index});
@@ -85,30 +90,24 @@ struct HostWorld {
     control.mode = mode;
     return control;
   }
-  void start(Rvx::Mode mode = Rvx::Mode::pipelineDefault) {
-    sm = trelSnmpHostResourcesSmFactory(dir, mib, control(mode));
-    sm->hasNotificationActiveIs(true);
-  }
+  void start(Rvx::Mode mode = Rvx::Mode::pipelineDefault) { replace(sm, mode); }
   void startAndDrain() {
     start();
     scheduler.drain();
   }
-  void startStorage(Rvx::Mode mode = Rvx::Mode::pipelineDefault) {
-    storageSm = trelSnmpHrStorageTableSmFactory(dir, mib, mappings, control(mode));
-    storageSm->hasNotificationActiveIs(true);
-  }
+  void startStorage(Rvx::Mode mode = Rvx::Mode::pipelineDefault) { replace(storageSm, mode); }
   void startStorageAndDrain() {
     startStorage();
     scheduler.drain();
   }
-  // Replaces a pipeline over the filled tables, as the agent does.
+  // Puts a new pipeline in the slot, as the agent does: over the filled tables, if there was one.
   template <class Sm>
-  void restart(Zavro::Ptr<Sm>& slot, void (HostWorld::*startAgain)(Rvx::Mode), Rvx::Mode mode) {
-    auto old = slot;
-    if (!old) return;
-    old->hasNotificationActiveIs(false);
-    (this->*startAgain)(mode);
-    old->rowsHandedOver();
+  void replace(Zavro::Ptr<Sm>& slot, Rvx::Mode mode) const {
+    if (slot) slot->hasNotificationActiveIs(false);
+    Zavro::Ptr<Sm> made = make(static_cast<const Sm*>(nullptr), mode);
+    if (slot) slot->rowsHandedOver();
+    slot = made;
+    made->hasNotificationActiveIs(true);
   }
 
   // "[ 1 3 ]"
@@ -168,6 +167,12 @@ struct HostWorld {
   }
 
  private:
+  Zavro::Ptr<TrelSnmpHostResourcesSm> make(const TrelSnmpHostResourcesSm*, Rvx::Mode mode) const {
+    return trelSnmpHostResourcesSmFactory(dir, mib, control(mode));
+  }
+  Zavro::Ptr<TrelSnmpHrStorageTableSm> make(const TrelSnmpHrStorageTableSm*, Rvx::Mode mode) const {
+    return trelSnmpHrStorageTableSmFactory(dir, mib, mappings, control(mode));
+  }
   static std::string processorText(const ProcessorKey& key, const Processor& record) {
     return fmt::format("({},{})={} ", key.trelMemberId(), key.processorIndex(), record->load());
   }

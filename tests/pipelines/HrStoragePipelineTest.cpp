@@ -58,8 +58,8 @@ TEST_F(HrStoragePipeline, RowsAreMadeOfTheMappingAndTheVeryRecord) {
   world.mapMemory(-5, 2);
   auto storage = world.storage(1);
   auto memory = world.memory(2);
-  world.host("1").storageInfoTable().set("/", storage);
-  world.host("1").memInfoIs(memory);
+  world.host("1")->storageInfoTable().set("/", storage);
+  world.host("1")->memInfoIs(memory);
   world.startStorageAndDrain();
   auto mount =
       boost::dynamic_pointer_cast<const TrelHrStorageEntryMount>(world.mib->trelHrStorageTable({1, 31}));
@@ -131,7 +131,7 @@ TEST_F(HrStoragePipeline, MappingThatComesLate_TakesEffectAtTheNextStart) {
   world.mounts("1", "/", 60);
   world.startStorageAndDrain();
   world.mapMount("/", 31);
-  world.restart(world.storageSm, &HostWorld::startStorage, Rvx::Mode::pipelineDefault);
+  world.startStorage();
   world.scheduler.drain();
   EXPECT_EQ(world.storageRows(), "[ (1,31)=/:40 ]");
 }
@@ -143,7 +143,7 @@ TEST_F(HrStoragePipeline, MappingThatWent_LeavesItsRowToReconciliation) {
   world.mappings->mountEntries().del("/");
   world.member("1")->storageInfoTable().del("/");
   EXPECT_EQ(world.storageRows(), "[ (1,31)=/:40 ]");
-  world.restart(world.storageSm, &HostWorld::startStorage, Rvx::Mode::pipelineDefault);
+  world.startStorage();
   world.scheduler.drain();
   EXPECT_EQ(world.storageRows(), "[ ]");
 }

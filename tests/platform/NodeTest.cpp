@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <string>
+#include <utility>
 
 namespace {
 
@@ -15,11 +17,13 @@ class Reacting final : public Zavro::Node {
   }
   using Node::korDoZombieReactors;
   std::string log;
+  std::function<void()> within = [] {};
 
  private:
   void onZombieReactors() override {
     log += hasNotificationActive() ? "active" : "inactive";
     log += hasZombieReactors() ? "+zombies " : " ";
+    std::exchange(within, [] {})();
   }
 };
 
@@ -38,12 +42,22 @@ TEST(NodeTest, ChangeOfTheFlag_PulsesZombieReactors_OnceEach) {
   EXPECT_EQ(node->log, "active+zombies inactive+zombies ");
 }
 
-TEST(NodeTest, ZombieReactorsThatWereOn_StayOn_AndAreNotEvaluatedAgain) {
+TEST(NodeTest, ZombieReactorsThatWereOn_StayOn_AndAreEvaluatedAgain) {
   Zavro::Ptr<Reacting> node = Zavro::makePtr<Reacting>();
   node->korDoZombieReactors(true);
   node->hasNotificationActiveIs(true);
   EXPECT_TRUE(node->hasZombieReactors());
-  EXPECT_EQ(node->log, "inactive+zombies ");
+  EXPECT_EQ(node->log, "inactive+zombies active+zombies ");
+}
+
+// A node that is made inactive by what its becoming active led to.
+TEST(NodeTest, FlagThatChangesWithinAnEvaluation_IsEvaluatedAtOnce) {
+  Zavro::Ptr<Reacting> node = Zavro::makePtr<Reacting>();
+  node->within = [&] { node->hasNotificationActiveIs(false); };
+  node->hasNotificationActiveIs(true);
+  EXPECT_FALSE(node->hasNotificationActive());
+  EXPECT_FALSE(node->hasZombieReactors());
+  EXPECT_EQ(node->log, "active+zombies inactive+zombies ");
 }
 
 }  // namespace

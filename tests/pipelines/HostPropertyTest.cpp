@@ -1,0 +1,440 @@
+// Whatever happens to what members publish of their hosts, and whenever: once it is quiet, the system,
+// processor and storage tables equal what the inputs imply.
+#include <gtest/gtest.h>
+#include <rapidcheck.h>
+
+#include <deque>
+
+#include "HostWorld.h"
+#include "PropertyRuns.h"
+
+namespace TrelSnmp::Agent {
+namespace {
+
+// One thing that happens. What its numbers mean depends on the kind.
+struct Happening {
+  enum Kind {
+    loadChanges,
+    loadAnnouncedAgain,
+    processorVanishes,
+    mountChanges,
+    mountVanishes,
+    memoryChanges,
+    memoryVanishes,
+    leaves,
+    joinsEmpty,
+    replacedAlike,
+    wrongType,
+    restarts,
+    pauses,
+    resumes,
+    // For the storage table alone.
+    mountMapped,
+    mountUnmapped,
+    memoryMapped,
+    memoryUnmapped,
+  };
+  Kind kind;
+  uint8_t member;
+  uint8_t index;
+  uint8_t value;
+  bool insideWrite;  // when the pipeline next writes, rather than at the next yield
+};
+
+std::ostream& operator<<(std::ostream& out, const Happening& h) {
+  static constexpr const char* kNames[] = {"loadChanges",
+                                           "loadAnnouncedAgain",
+                                           "processorVanishes",
+                                           "mountChanges",
+                                           "mountVanishes",
+                                           "memoryChanges",
+                                           "memoryVanishes",
+                                           "leaves",
+                                           "joinsEmpty",
+                                           "replacedAlike",
+                                           "wrongType",
+                                           "restarts",
+                                           "pauses",
+                                           "resumes",
+                                           "mountMapped",
+                                           "mountUnmapped",
+                                           "memoryMapped",
+                                           "memoryUnmapped"};
+  return out << kNames[h.kind] << " member " << int{h.member} << " index " << int{h.index} << " value "
+             << int{h.value} << (h.insideWrite ? " inside a write" : "");
+}
+
+// Member keys: two numbers that sort otherwise as text ("10" before "2"), and one that is no number.
+const char* const kMembers[] = {"1", "10", "2", "x"};
+const char* const kMountpts[] = {"/", "/home", "/var", "/var/log"};
+
+void applyToInputs(HostWorld& world, const Happening& h) {
+  const std::string key = kMembers[h.member];
+  const std::string mountpt = kMountpts[h.index];
+  HostWorld::Host* host = world.member(key);
+  bool canPublish = host != nullptr || !world.dir->entityPtr(key);
+  switch (h.kind) {
+    case Happening::loadChanges:
+      if (canPublish) world.load(key, h.index, h.value);
+      break;
+    case Happening::loadAnnouncedAgain:
+      if (host == nullptr) break;
+      if (const auto* found = host->processorTable().find(uint32_t{h.index})) {
+        HostWorld::Processor same = *found;
+        host->processorTable().set(h.index, same);
+      }
+      break;
+    case Happening::processorVanishes:
+      if (host != nullptr) host->processorTable().del(h.index);
+      break;
+    case Happening::mountChanges:
+      if (canPublish) world.mounts(key, mountpt, h.value);
+      break;
+    case Happening::mountVanishes:
+      if (host != nullptr) host->storageInfoTable().del(mountpt);
+      break;
+    case Happening::memoryChanges:
+      if (canPublish) world.remembers(key, h.value);
+      break;
+    case Happening::memoryVanishes:
+      if (host != nullptr) host->memInfoIs(nullptr);
+      break;
+    case Happening::leaves:
+      world.leaves(key);
+      break;
+    case Happening::joinsEmpty:
+      world.joins(key);
+      break;
+    case Happening::replacedAlike:
+      world.replacedAlike(key);
+      break;
+    case Happening::wrongType:
+      world.dir->entityPtrIs(key, Zavro::makePtr<Kor::Dir>(key));
+      break;
+    case Happening::mountMapped:
+      world.mapMount(mountpt, 10U + h.value % 4U);
+      break;
+    case Happening::mountUnmapped:
+      world.mappings->mountEntries().del(mountpt);
+      break;
+    case Happening::memoryMapped:
+      world.mapMemory(h.index, 10U + h.value % 4U);
+      break;
+    case Happening::memoryUnmapped:
+      world.mappings->memEntries().del(h.index);
+      break;
+    default:
+      break;
+  }
+}
+
+// Plays happenings against one pipeline, at its yields and inside its writes.
+template <class Sm>
+class Run {
+ public:
+  Run(HostWorld& world, Zavro::Ptr<Sm>& sm, Rvx::Mode mode) : world_(world), sm_(sm), mode_(mode) {}
+
+  void play(std::vector<Happening> happenings, std::vector<bool> yields) {
+    happenings_.assign(happenings.begin(), happenings.end());
+    size_t asked = 0;
+    world_.scheduler.yieldWhen([&, yields] { return yields.empty() || yields[asked++ % yields.size()]; });
+    auto onWrite = world_.mib->publisher().subscribe([this](const TrelMib::Change&) {
+      if (!happenings_.empty() && happenings_.front().insideWrite) applyNext();
+    });
+    world_.replace(sm_, mode_);
+    world_.scheduler.drain([this] { applyNext(); });
+    while (!happenings_.empty()) {
+      applyNext();
+      world_.scheduler.drain([this] { applyNext(); });
+    }
+    if (!sm_->hasNotificationActive()) sm_->hasNotificationActiveIs(true);
+    world_.scheduler.drain();
+  }
+
+ private:
+  void applyNext() {
+    if (happenings_.empty()) return;
+    Happening h = happenings_.front();
+    happenings_.pop_front();
+    switch (h.kind) {
+      case Happening::restarts:
+        restart();
+        break;
+      case Happening::pauses:
+      case Happening::resumes:
+        if (sm_ && !restarting_) sm_->hasNotificationActiveIs(h.kind == Happening::resumes);
+        break;
+      default:
+        applyToInputs(world_, h);
+    }
+  }
+
+  // Not while a successor is being made: it is the one that reacts then, and the only one.
+  void restart() {
+    if (!sm_ || std::exchange(restarting_, true)) return;
+    world_.replace(sm_, mode_);
+    restarting_ = false;
+  }
+
+  HostWorld& world_;
+  Zavro::Ptr<Sm>& sm_;
+  bool restarting_ = false;
+  const Rvx::Mode mode_;
+  std::deque<Happening> happenings_;
+};
+
+using Weights = std::initializer_list<std::pair<std::size_t, int>>;
+
+rc::Gen<Happening> anyHappening(Weights kinds, bool mayBeInside) {
+  return rc::gen::build<Happening>(
+      rc::gen::set(&Happening::kind,
+                   rc::gen::map(rc::gen::weightedElement<int>(kinds),
+                                [](int kind) { return static_cast<Happening::Kind>(kind); })),
+      rc::gen::set(&Happening::member, rc::gen::inRange<uint8_t>(0, 4)),
+      rc::gen::set(&Happening::index, rc::gen::inRange<uint8_t>(0, 4)),
+      rc::gen::set(&Happening::value, rc::gen::inRange<uint8_t>(0, 100)),
+      rc::gen::set(&Happening::insideWrite, mayBeInside ? rc::gen::arbitrary<bool>() : rc::gen::just(false)));
+}
+
+using Happenings = std::vector<Happening>;
+
+Happenings some(Weights kinds, bool mayBeInside) {
+  return *rc::gen::container<Happenings>(anyHappening(kinds, mayBeInside));
+}
+
+constexpr Weights kProcessorKinds = {
+    {8, Happening::loadChanges}, {2, Happening::loadAnnouncedAgain}, {4, Happening::processorVanishes},
+    {2, Happening::leaves},      {1, Happening::joinsEmpty},         {2, Happening::replacedAlike},
+    {1, Happening::wrongType},   {1, Happening::restarts},           {1, Happening::pauses},
+    {2, Happening::resumes}};
+
+void systemAndProcessorTablesEqualInputs(Rvx::Mode mode) {
+  Lumalog::levelIs("*", -1);
+  HostWorld world;
+  for (const Happening& h : some(kProcessorKinds, false)) applyToInputs(world, h);
+  for (const Happening& h : some(kProcessorKinds, false)) {  // rows of an earlier life
+    uint32_t member = HostWorld::id(kMembers[h.member]);
+    if (!world.mib->trelHrSystemTable(member)) world.mib->trelHrSystemTableIs(member, nullptr);
+    if (!world.mib->trelProcessorTable({member, h.index})) {
+      world.mib->trelProcessorTableIs({member, h.index}, HostWorld::processor(h.value));
+    }
+  }
+  Happenings happenings = some(kProcessorKinds, true);
+  Run<TrelSnmpHostResourcesSm> run(world, world.sm, mode);
+  run.play(happenings, *rc::gen::arbitrary<std::vector<bool>>());
+  Lumalog::levelsReset();
+  RC_ASSERT(world.systemRows() == world.systemRowsImplied());
+  RC_ASSERT(world.processorRows() == world.processorRowsImplied());
+  RC_ASSERT(world.sm->ready());
+  RC_ASSERT(world.sm->idle());
+}
+
+constexpr Weights kStorageKinds = {
+    {8, Happening::mountChanges},   {4, Happening::mountVanishes}, {6, Happening::memoryChanges},
+    {2, Happening::memoryVanishes}, {2, Happening::leaves},        {1, Happening::joinsEmpty},
+    {2, Happening::replacedAlike},  {1, Happening::wrongType},     {1, Happening::restarts},
+    {1, Happening::pauses},         {2, Happening::resumes}};
+
+// With mappings that stay as they are, and no two of which share an index.
+void storageTableEqualsInputs(Rvx::Mode mode) {
+  Lumalog::levelIs("*", -1);
+  HostWorld world;
+  auto mapped = *rc::gen::container<std::vector<bool>>(8, rc::gen::arbitrary<bool>());
+  for (uint32_t i = 0; i < 4; ++i) {
+    if (mapped[i]) world.mapMount(kMountpts[i], 30 + i);
+    if (mapped[4 + i]) world.mapMemory(static_cast<int32_t>(i), 100 - 33 * i);
+  }
+  for (const Happening& h : some(kStorageKinds, false)) applyToInputs(world, h);
+  for (const Happening& h : some(kStorageKinds, false)) {  // rows of an earlier life
+    TrelHrStorageKey key(HostWorld::id(kMembers[h.member]), h.value);
+    world.mib->trelHrStorageTableIs(trelHrStorageEntryMemFactory(key, {}, "stale", nullptr));
+  }
+  Happenings happenings = some(kStorageKinds, true);
+  Run<TrelSnmpHrStorageTableSm> run(world, world.storageSm, mode);
+  run.play(happenings, *rc::gen::arbitrary<std::vector<bool>>());
+  Lumalog::levelsReset();
+
+  std::map<TrelHrStorageKey, std::string> implied;
+  for (auto entry = world.dir->entities().begin(); entry; entry.next()) {
+    HostWorld::Host* host = world.member(entry.key());
+    if (host == nullptr) continue;
+    for (uint32_t i = 0; i < 4; ++i) {
+      TrelHrStorageKey mountKey(HostWorld::id(entry.key()), 30 + i);
+      if (const auto* storage = host->storageInfoTable().find(std::string_view(kMountpts[i]));
+          storage && mapped[i]) {
+        uint32_t used = static_cast<uint32_t>((*storage)->size() - (*storage)->free());
+        implied[mountKey] = HostWorld::storageText(mountKey, kMountpts[i], used);
+      }
+      TrelHrStorageKey memKey(HostWorld::id(entry.key()), 100 - 33 * i);
+      if (host->memInfo() && mapped[4 + i]) {
+        auto row = trelHrStorageEntryMemFactory(memKey, {}, "", host->memInfo());
+        implied[memKey] = HostWorld::storageText(memKey, std::to_string(i), row->used());
+      }
+    }
+  }
+  std::string text = "[ ";
+  for (const auto& [key, row] : implied) text += row;
+  RC_ASSERT(world.storageRows() == text + "]");
+  RC_ASSERT(world.storageSm->ready());
+  RC_ASSERT(world.storageSm->idle());
+}
+
+// The storage table by the order of events: mappings are looked up when a record is announced, and not
+// followed; where two mappings share an index, or a row's mapping is gone, what happened last counts.
+class StorageModel {
+ public:
+  explicit StorageModel(HostWorld& world) : world_(world) {}
+
+  void apply(const Happening& h) {
+    const std::string key = kMembers[h.member];
+    bool publishes = h.kind == Happening::mountChanges || h.kind == Happening::memoryChanges;
+    if (publishes && !world_.dir->entityPtr(key)) {
+      world_.joins(key);
+      memberScanned(key);
+    }
+    auto before = world_.dir->entityPtr(key);
+    std::map<std::string, bool> mountsBefore = mountsOf(before);
+    applyToInputs(world_, h);
+    auto after = world_.dir->entityPtr(key);
+    if (before != after) {
+      if (typed(before)) memberGone(key, mountsBefore);
+      if (typed(after)) memberScanned(key);
+      return;
+    }
+    auto* host = typed(after);
+    if (host == nullptr) return;
+    if (h.kind == Happening::mountChanges) mount(key, kMountpts[h.index]);
+    if (h.kind == Happening::mountVanishes && mountsBefore.contains(kMountpts[h.index]))
+      mount(key, kMountpts[h.index]);
+    if (h.kind == Happening::memoryChanges || h.kind == Happening::memoryVanishes)
+      memory(key, host->memInfo());
+  }
+
+  // What a pipeline that starts over the filled table makes of it: only what it produces stays.
+  void restarted() {
+    rows_.clear();
+    forEachMember([this](const std::string& key) { mountsScanned(key); });
+    forEachMember([this](const std::string& key) { memory(key, world_.member(key)->memInfo()); });
+  }
+
+  std::string rows() const {
+    std::string text = "[ ";
+    for (const auto& [key, row] : rows_) text += row;
+    return text + "]";
+  }
+
+ private:
+  static HostWorld::Host* typed(const Zavro::Ptr<Kor::Entity>& entity) {
+    return dynamic_cast<HostWorld::Host*>(entity.get());
+  }
+  static std::map<std::string, bool> mountsOf(const Zavro::Ptr<Kor::Entity>& entity) {
+    std::map<std::string, bool> mounts;
+    if (auto* host = typed(entity)) {
+      for (auto at = host->storageInfoTable().begin(); at; at.next()) mounts[at.key()] = true;
+    }
+    return mounts;
+  }
+  template <class Do>
+  void forEachMember(Do each) {
+    for (auto entry = world_.dir->entities().begin(); entry; entry.next()) {
+      if (world_.member(entry.key()) != nullptr) each(entry.key());
+    }
+  }
+  void mount(const std::string& key, const std::string& mountpt) {
+    const auto* mapping = world_.mappings->mountEntries().find(mountpt);
+    if (mapping == nullptr) return;
+    HostWorld::Host* host = world_.member(key);
+    const auto* storage = host != nullptr ? host->storageInfoTable().find(mountpt) : nullptr;
+    TrelHrStorageKey row(HostWorld::id(key), mapping->index);
+    if (storage == nullptr) {
+      rows_.erase(row);
+    } else {
+      uint32_t used = static_cast<uint32_t>((*storage)->size() - (*storage)->free());
+      rows_[row] = HostWorld::storageText(row, mapping->description, used);
+    }
+  }
+  void memory(const std::string& key, const HostWorld::Memory& record) {
+    for (auto at = world_.mappings->memEntries().begin(); at; at.next()) {
+      TrelHrStorageKey row(HostWorld::id(key), at.value()->index);
+      if (!record) {
+        rows_.erase(row);
+      } else {
+        auto made = trelHrStorageEntryMemFactory(row, {}, "", record);
+        rows_[row] = HostWorld::storageText(row, at.value()->description, made->used());
+      }
+    }
+  }
+  void mountsScanned(const std::string& key) {
+    for (const auto& [mountpt, there] : mountsOf(world_.dir->entityPtr(key))) mount(key, mountpt);
+  }
+  void memberScanned(const std::string& key) {
+    mountsScanned(key);
+    memory(key, world_.member(key)->memInfo());
+  }
+  void memberGone(const std::string& key, const std::map<std::string, bool>& mounts) {
+    for (const auto& [mountpt, there] : mounts) {
+      if (const auto* mapping = world_.mappings->mountEntries().find(mountpt)) {
+        rows_.erase({HostWorld::id(key), mapping->index});
+      }
+    }
+    memory(key, nullptr);
+  }
+
+  HostWorld& world_;
+  std::map<TrelHrStorageKey, std::string> rows_;
+};
+
+constexpr Weights kMappingKinds = {
+    {8, Happening::mountChanges},   {4, Happening::mountVanishes}, {6, Happening::memoryChanges},
+    {2, Happening::memoryVanishes}, {2, Happening::leaves},        {1, Happening::joinsEmpty},
+    {2, Happening::replacedAlike},  {1, Happening::wrongType},     {1, Happening::restarts},
+    {6, Happening::mountMapped},    {2, Happening::mountUnmapped}, {4, Happening::memoryMapped},
+    {2, Happening::memoryUnmapped}};
+
+void storageTableFollowsTheOrderOfEvents() {
+  Lumalog::levelIs("*", -1);
+  HostWorld world;
+  StorageModel model(world);
+  for (const Happening& h : some(kMappingKinds, false)) applyToInputs(world, h);
+  world.startStorage(Rvx::Mode::synchronous);
+  model.restarted();
+  std::string before = world.storageRows();
+  std::string modelBefore = model.rows();
+  Happenings happenings = some(kMappingKinds, false);
+  RC_ASSERT(before == modelBefore);
+  for (const Happening& h : happenings) {
+    if (h.kind == Happening::restarts) {
+      world.startStorage(Rvx::Mode::synchronous);
+      model.restarted();
+    } else {
+      model.apply(h);
+    }
+    RC_ASSERT(world.storageRows() == model.rows());
+  }
+  Lumalog::levelsReset();
+}
+
+TEST(HostPropertyTest, AnyChangesAtAnyYield_SystemAndProcessorTablesEqualWhatInputsImply) {
+  EXPECT_TRUE(
+      rc::check("host, asynchronous", [] { systemAndProcessorTablesEqualInputs(Rvx::Mode::asynchronous); }));
+}
+
+TEST(HostPropertyTest, AnyChangesInsideWrites_SynchronousSystemAndProcessorTablesEqualWhatInputsImply) {
+  EXPECT_TRUE(
+      rc::check("host, synchronous", [] { systemAndProcessorTablesEqualInputs(Rvx::Mode::synchronous); }));
+}
+
+TEST(HostPropertyTest, AnyChangesAtAnyYield_StorageTableEqualsWhatInputsImply) {
+  EXPECT_TRUE(rc::check("storage, asynchronous", [] { storageTableEqualsInputs(Rvx::Mode::asynchronous); }));
+}
+
+TEST(HostPropertyTest, AnyChangesInsideWrites_SynchronousStorageTableEqualsWhatInputsImply) {
+  EXPECT_TRUE(rc::check("storage, synchronous", [] { storageTableEqualsInputs(Rvx::Mode::synchronous); }));
+}
+
+TEST(HostPropertyTest, MappingsThatChange_StorageTableFollowsTheOrderOfEvents) {
+  EXPECT_TRUE(rc::check("storage, mappings change", [] { storageTableFollowsTheOrderOfEvents(); }));
+}
+
+}  // namespace
+}  // namespace TrelSnmp::Agent
