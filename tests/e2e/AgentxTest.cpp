@@ -6,6 +6,7 @@
 #include <filesystem>
 
 #include "e2e/Daemon.h"
+#include "e2e/Hosts.h"
 #include "e2e/Reports.h"
 #include "support/Network.h"
 
@@ -63,7 +64,11 @@ std::string documentedAdditions() { return Support::readFile(TREL_SNMPD_SNIPPET)
 
 class Agentx : public testing::Test {
  protected:
-  Agentx() { daemon_.stateIs(documentOf(kReports)).listensAt({"--agentx", master_.socket()}); }
+  Agentx() {
+    auto document = nlohmann::json::parse(documentOf(kReports));
+    document.merge_patch(nlohmann::json::parse(hostsDocument()));
+    daemon_.stateIs(document.dump()).listensAt({"--agentx", master_.socket()});
+  }
 
   testing::AssertionResult tablesAppear(Support::Millis deadline = 20s) {
     std::string walked;
@@ -72,7 +77,7 @@ class Agentx : public testing::Test {
                  : testing::AssertionFailure() << walked << daemon_.process().err();
   }
   std::string walk() const { return master_.manager().bulkWalk(); }
-  static std::string expected() { return walkOf(treeOf(kReports)); }
+  static std::string expected() { return walkOf(treeOf(kReports)) + walkOf(hostsTree()); }
 
   Master master_;
   Daemon daemon_;
@@ -123,6 +128,8 @@ TEST_F(Agentx, WriterThroughTheMaster_SetIsNotWritable) {
   daemon_.start();
   ASSERT_TRUE(tablesAppear());
   EXPECT_THAT(master_.writer().set("reach.4.1.2", 1), HasSubstr("Reason: notWritable"));
+  EXPECT_THAT(master_.writer().set("sys.3.1", 'x', "07E80B0C0D0E0F05"), HasSubstr("Reason: notWritable"));
+  EXPECT_THAT(master_.writer().set("sys.4.1", 1), HasSubstr("Reason: notWritable"));
 }
 
 TEST_F(Agentx, MasterRestarts_SubagentComesBack) {
