@@ -1,5 +1,5 @@
-// A manager's walk over the reachability table, row by row, beside its GET of a scalar of the same agent.
-// Both cost a round trip over UDP; what a row costs beyond the scalar is the agent's way to the row.
+// A manager's walk over a column, row by row, beside its GET of a scalar of the same agent. Both cost a round
+// trip over UDP; what a row costs beyond the scalar is the agent's way to the row.
 #include <fmt/format.h>
 #include <net-snmp/net-snmp-config.h>
 #include <net-snmp/net-snmp-includes.h>
@@ -32,17 +32,31 @@ const Oid& upTime() {
   return name;
 }
 
-// The state column of the reachability table.
-const Oid& stateColumn() {
-  static const Oid name = oidOf(fmt::format("1.3.6.1.4.1.{}.3.40.1.2.1.4", TREL_ENTERPRISE_NUMBER));
-  return name;
+// A column of each kind of value, by its place below the maker's MIB modules: an INTEGER, octets, an object
+// identifier.
+constexpr const char* kReachabilityState = "40.1.2.1.4";
+constexpr const char* kStorageDescr = "41.1.3.1.4";
+constexpr const char* kStorageType = "41.1.3.1.3";
+
+// Every member reports every other one, and has as many storage areas as neighbours.
+std::string documentOfLargestCluster() {
+  auto document = nlohmann::json::parse(E2e::documentOf(E2e::fullMesh(kMembers)));
+  nlohmann::json storage;
+  for (int index = 1; index < kMembers; ++index) {
+    std::string mount = fmt::format("/mnt/{}", index);
+    storage[mount] = {{"allocationUnits", 4096}, {"size", 1000000 + index}, {"free", 1000}};
+    document["storageMappings"]["mounts"][mount] = {
+        {"index", index}, {"type", "1.3.6.1.2.1.25.2.1.4"}, {"description", mount}};
+  }
+  for (auto& member : document["members"]) member["storage"] = storage;
+  return document.dump();
 }
 
 // One daemon for all benchmarks, started by the first.
 const E2e::Daemon& daemonWithAllRows() {
   static E2e::Daemon daemon;
   static const bool started = [] {
-    daemon.stateIs(E2e::documentOf(E2e::fullMesh(kMembers))).start();
+    daemon.stateIs(documentOfLargestCluster()).start();
     return true;
   }();
   static_cast<void>(started);
@@ -115,32 +129,37 @@ class ScalarGets final : public Bench::Subject {
 // Goes on where its last turn ended; at the end of the column it starts again.
 class ColumnWalk final : public Bench::Subject {
  public:
-  explicit ColumnWalk(long rowsPerRequest) : rowsPerRequest_(rowsPerRequest) {}
+  ColumnWalk(const char* column, long rowsPerRequest)
+      : column_(oidOf(fmt::format("1.3.6.1.4.1.{}.3.{}", TREL_ENTERPRISE_NUMBER, column))),
+        rowsPerRequest_(rowsPerRequest) {}
 
   void run() override {
     for (size_t rows = 0; rows < kRowsPerTurn;) {
       auto names = rowsPerRequest_ == 1 ? session_.ask(SNMP_MSG_GETNEXT, at_)
                                         : session_.ask(SNMP_MSG_GETBULK, at_, rowsPerRequest_);
       rows += names.size();
-      bool inColumn = std::equal(stateColumn().begin(), stateColumn().end(), names.back().begin());
-      at_ = inColumn ? names.back() : stateColumn();
+      bool inColumn = std::equal(column_.begin(), column_.end(), names.back().begin());
+      at_ = inColumn ? names.back() : column_;
     }
   }
 
  private:
+  const Oid column_;
   const long rowsPerRequest_;
   Session session_;
-  Oid at_ = stateColumn();
+  Oid at_ = column_;
 };
 
-Bench::MakeSubject columnWalk(long rowsPerRequest) {
-  return [rowsPerRequest] { return std::make_unique<ColumnWalk>(rowsPerRequest); };
+bool registerWalk(const char* name, const char* column, long rowsPerRequest) {
+  return Bench::ratio(
+      fmt::format("walk/{}/beside_scalar_get", name), kRowsPerTurn,
+      [=] { return std::make_unique<ColumnWalk>(column, rowsPerRequest); }, kGetsPerTurn,
+      [] { return std::make_unique<ScalarGets>(); });
 }
 
-[[maybe_unused]] const bool registered =
-    Bench::ratio("walk/getnext_per_row/beside_scalar_get", kRowsPerTurn, columnWalk(1), kGetsPerTurn,
-                 [] { return std::make_unique<ScalarGets>(); }) &&
-    Bench::ratio("walk/getbulk_25_per_row/beside_scalar_get", kRowsPerTurn, columnWalk(25), kGetsPerTurn,
-                 [] { return std::make_unique<ScalarGets>(); });
+[[maybe_unused]] const bool registered = registerWalk("getnext_per_row", kReachabilityState, 1) &&
+                                         registerWalk("getbulk_25_per_row", kReachabilityState, 25) &&
+                                         registerWalk("descr/getbulk_25_per_row", kStorageDescr, 25) &&
+                                         registerWalk("type/getbulk_25_per_row", kStorageType, 25);
 
 }  // namespace
