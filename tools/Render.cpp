@@ -11,6 +11,12 @@ bool isNumber(const std::string& text) {
   return !text.empty() && text.find_first_not_of("0123456789.-") == std::string::npos;
 }
 
+// In characters of UTF-8, as fmt pads.
+size_t widthOf(const std::string& text) {
+  return static_cast<size_t>(
+      std::count_if(text.begin(), text.end(), [](char c) { return (c & 0xc0) != 0x80; }));
+}
+
 std::string padded(const std::string& text, size_t width, bool last) {
   if (isNumber(text) && text != "-") return fmt::format("{:>{}}", text, width);
   return last ? text : fmt::format("{:<{}}", text, width);
@@ -34,7 +40,7 @@ std::string aligned(const std::vector<std::vector<std::string>>& rows) {
   std::vector<size_t> widths;
   for (const auto& row : rows) {
     widths.resize(std::max(widths.size(), row.size()));
-    for (size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], row[i].size());
+    for (size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], widthOf(row[i]));
   }
   std::string text;
   for (const auto& row : rows) {

@@ -15,6 +15,15 @@ TEST(RenderTest, TableIsAligned_NumbersToTheRight) {
             "    255  up         -\n");
 }
 
+TEST(RenderTest, TextBeyondAscii_TakesTheRoomOfItsCharacters) {
+  Json rows = Json::parse(R"([{"descr":"/größe","size":1},{"descr":"/data","size":20}])");
+  EXPECT_EQ(renderTable("t", rows),
+            "t:\n"
+            "  descr   size\n"
+            "  /größe     1\n"
+            "  /data     20\n");
+}
+
 TEST(RenderTest, EmptyTable_SaysSo) { EXPECT_EQ(renderTable("t", Json::array()), "t: empty\n"); }
 
 TEST(RenderTest, Status_OneLineAndTheListsWithErrorsBelow) {
