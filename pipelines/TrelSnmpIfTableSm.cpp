@@ -120,6 +120,10 @@ void TrelSnmpIfTableSm::eventToIfMibIfIndexStreamInternal(const Lanix::IntfId& i
         pipelineTrace.trace(kStepLevel, kSameIntfFilter);
         continue;
       }
+      if (paused()) {  // by what a pair before led to: the walk starts again later
+        ifMibIfIndexStream_.event(intfId);
+        return;
+      }
       eventToTrelIfTableStream(member.key(), neighbor.key());
     }
   }
@@ -169,12 +173,13 @@ void TrelSnmpIfTableSm::intoTrelIfTable(const std::optional<uint32_t>& ifIndex, 
     pipelineTrace.trace(kStepLevel, kValueFilter);
     return;
   }
-  output_.noteSeen(*ifIndex);
   IfRows::Value value{pair.firstId(), pair.secondId()};
   if (doInsert) {
     output_.write(*ifIndex, value, [&] { return event.overtaken(); });
     return;
   }
+  // An index whose withdrawal is dropped does not count as seen: if the row there is live, the pair that it
+  // names sees it; if not, it is a row of an earlier life, and has to go.
   const TrelIfEntry* old = trelMib_->trelIfTable().find(*ifIndex);
   if (old == nullptr || !IfRows::same(*old, value)) {
     pipelineTrace.trace(kStepLevel, kOwnershipFilter);

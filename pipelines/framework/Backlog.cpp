@@ -18,8 +18,13 @@ void BacklogBase::makeTask() {
 }
 
 void BacklogBase::resume() {
-  // Also without keys: a run that came while paused may have left the generations apart.
-  if (task_ && (size() != 0 || generation_ != doneGen_)) task_->scheduleTask();
+  if (!task_) {
+    while (size() != 0 && !root_.paused()) workOffOne();
+    if (size() == 0) idleIs(true);
+    return;
+  }
+  // Also without keys: the pause may have come before the last run could say that it was done.
+  if (!caughtUp()) task_->scheduleTask();
 }
 
 void BacklogBase::handleInputReady() {
@@ -36,7 +41,7 @@ void BacklogBase::handleInputReady() {
     task_->scheduleTask();
   } else {
     generationIs(generation_, generation_ + 2);
-    idleIs(true);
+    if (size() == 0) idleIs(true);
   }
 }
 

@@ -77,8 +77,8 @@ class Backlog final : public BacklogBase {
       : BacklogBase(root, std::move(stream), number), processOne_(std::move(processOne)) {}
 
   void event(const Key& key) {
-    if (root().synchronous()) {
-      if (!root().paused()) processOne_(key);  // a pipeline that ends writes no more
+    if (root().synchronous() && !root().paused()) {
+      processOne_(key);
       return;
     }
     keys_.insert(key);

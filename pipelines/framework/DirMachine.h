@@ -103,21 +103,22 @@ class DirMachine final : public TopMachine {
   void handleEntry(size_t stream, const Key& key) {
     root_.traceHandle().traceRuntime(8, statement_.keyTrace, key);
     if (const auto& emitEntity = statement_.streams[stream].emitEntity) {
-      emitEntity(key, boost::dynamic_pointer_cast<const Entity>(entry(key)));
+      emitEntity(key, typedEntity(key));
       return;
     }
     // What a child's deletion makes subscribers do may change the same entry again: the change waits its
     // turn.
-    auto [under, first] = handling_.try_emplace(key, false);
+    auto [under, first] = handling_.try_emplace(key);
     if (!first) {
-      under->second = true;
+      under->second.changed = true;
+      if (EntityPtr entity = typedEntity(key)) candidate(key, entity);
       return;
     }
     absl::Cleanup handled = [&] { handling_.erase(key); };
     do {
-      handling_[key] = false;
-      updateChild(key);
-    } while (handling_[key]);
+      under->second.changed = false;
+      updateChild(key, under->second);
+    } while (under->second.changed);
   }
 
   const Kor::Type& korType() const override { return type_; }
@@ -177,28 +178,45 @@ class DirMachine final : public TopMachine {
     for (const Key& key : std::exchange(pending_, {})) handleReactor(key);
   }
 
-  // What stands under the key, of whatever type; null when nothing does.
-  typename Collection::Value entry(const Key& key) const {
+  // An entry that is being handled, further up the stack.
+  struct Handling {
+    bool changed = false;  // meanwhile
+    // Follow the entities that have stood under the key since; at most one of them is going to be the child.
+    std::vector<Zavro::Ptr<ChildMachine>> candidates;
+  };
+
+  // The entity under the key; null when there is none, or one of another type.
+  EntityPtr typedEntity(const Key& key) const {
     const auto* found = collection_.find(key);
-    return found != nullptr ? *found : nullptr;
+    return found != nullptr ? boost::dynamic_pointer_cast<const Entity>(*found) : nullptr;
   }
 
-  void updateChild(const Key& key) {
-    auto found = entry(key);
-    auto entity = boost::dynamic_pointer_cast<const Entity>(found);
-    if (found && !entity) root_.traceHandle().trace(1, "{}", statement_.wrongType);
+  void updateChild(const Key& key, Handling& handling) {
+    EntityPtr entity = typedEntity(key);
+    if (!entity && collection_.find(key) != nullptr) root_.traceHandle().trace(1, "{}", statement_.wrongType);
     Zavro::Ptr<ChildMachine> current = child(key);
-    if (current && current->entity() == entity) return;
-    // The successor listens already while the old child's rows go, but acts only when they are gone.
-    Zavro::Ptr<ChildMachine> successor = entity ? newChild(key, entity) : nullptr;
-    if (current) removeChild(key, true);
-    if (!successor) return;
-    if (handling_[key]) {
-      successor->endUnused();
-      return;
+    if (!current || current->entity() != entity) {
+      // The successor listens already while the old child's rows go, but acts only when they are gone.
+      Zavro::Ptr<ChildMachine> successor = entity ? candidate(key, entity) : nullptr;
+      if (current) removeChild(key, true);
+      if (handling.changed) return;
+      if (successor) {
+        std::erase(handling.candidates, successor);
+        children_.emplace(key, successor);
+        successor->hasNotificationActiveIs(active_);
+      }
     }
-    children_.emplace(key, successor);
-    successor->hasNotificationActiveIs(active_);
+    for (const auto& unused : std::exchange(handling.candidates, {})) unused->endUnused();
+  }
+
+  // A child that follows the entity from now on, or has been doing so, without being active yet.
+  Zavro::Ptr<ChildMachine> candidate(const Key& key, const EntityPtr& entity) {
+    auto& candidates = handling_[key].candidates;
+    for (const auto& made : candidates) {
+      if (made->entity() == entity) return made;
+    }
+    candidates.push_back(newChild(key, entity));
+    return candidates.back();
   }
 
   // A child that follows the entity, but is not active yet.
@@ -235,7 +253,7 @@ class DirMachine final : public TopMachine {
   ScanTasks tasks_;
   // Ordered, so that deletions come in the same order in every run of the process.
   std::map<Key, Zavro::Ptr<ChildMachine>> children_;
-  std::map<Key, bool> handling_;  // entries being handled, and whether they changed meanwhile
+  std::map<Key, Handling> handling_;
   std::optional<std::pair<size_t, Key>> stepping_;
   std::set<Key> pending_;
   bool active_ = true;

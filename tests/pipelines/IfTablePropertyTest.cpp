@@ -13,7 +13,7 @@ namespace TrelSnmp::Agent {
 namespace {
 
 struct Happening {
-  enum Kind { wires, unwires, leaves, replaced, indexIs, indexDel, swaps, restarts, kinds };
+  enum Kind { wires, unwires, leaves, replaced, indexIs, indexDel, swaps, restarts, pauses, resumes };
   Kind kind;
   uint8_t local;
   uint8_t remote;
@@ -24,8 +24,8 @@ struct Happening {
 };
 
 std::ostream& operator<<(std::ostream& out, const Happening& h) {
-  static constexpr const char* kNames[] = {"wires",   "unwires",  "leaves", "replaced",
-                                           "indexIs", "indexDel", "swaps",  "restarts"};
+  static constexpr const char* kNames[] = {"wires",    "unwires", "leaves",   "replaced", "indexIs",
+                                           "indexDel", "swaps",   "restarts", "pauses",   "resumes"};
   return out << kNames[h.kind] << " " << int{h.local} << "->" << int{h.remote} << " intf " << int{h.intf}
              << "/" << int{h.otherIntf} << " index " << int{h.ifIndex}
              << (h.insideWrite ? " inside a write" : "");
@@ -115,6 +115,8 @@ class Run {
       world_.scheduler.drain([this] { applyNext(); });
       applyNext();
     } while (!happenings_.empty() || world_.scheduler.get()->runnable());
+    world_.sm->hasNotificationActiveIs(true);
+    world_.scheduler.drain();
   }
 
   const IfTableWorld& world() const { return world_; }
@@ -169,7 +171,9 @@ class Run {
       case Happening::restarts:
         restart();
         break;
-      case Happening::kinds:
+      case Happening::pauses:
+      case Happening::resumes:
+        if (world_.sm && !restarting_) world_.sm->hasNotificationActiveIs(h.kind == Happening::resumes);
         break;
     }
   }
@@ -196,11 +200,12 @@ class Run {
   }
 
   void restart() {
-    if (!world_.sm || !rules_.restarts) return;
+    if (!world_.sm || !rules_.restarts || std::exchange(restarting_, true)) return;
     world_.sm->hasNotificationActiveIs(false);
     auto successor = world_.makePipeline(rules_.mode);
     world_.sm->rowsHandedOver();
     world_.sm = successor;
+    restarting_ = false;
     successor->hasNotificationActiveIs(true);
   }
 
@@ -209,6 +214,7 @@ class Run {
   std::vector<bool> yields_;
   size_t yieldsUsed_ = 0;
   Rules rules_;
+  bool restarting_ = false;  // a successor is being made: it is the one that reacts then, and the only one
 };
 
 rc::Gen<Happening> anyHappening(bool mayBeInside) {
@@ -221,7 +227,9 @@ rc::Gen<Happening> anyHappening(bool mayBeInside) {
                                                                {8, Happening::indexIs},
                                                                {3, Happening::indexDel},
                                                                {3, Happening::swaps},
-                                                               {1, Happening::restarts}}),
+                                                               {1, Happening::restarts},
+                                                               {1, Happening::pauses},
+                                                               {2, Happening::resumes}}),
                                 [](int kind) { return static_cast<Happening::Kind>(kind); })),
       rc::gen::set(&Happening::local, rc::gen::inRange<uint8_t>(0, 4)),
       rc::gen::set(&Happening::remote, rc::gen::inRange<uint8_t>(0, 4)),
