@@ -110,8 +110,9 @@ void UvIo::offLoop(std::function<void()> work, std::function<void()> done) {
 void UvIo::startWaiting() {
   retry_.reset();
   while (!waiting_.empty()) {
-    auto& [job, work] = waiting_.front();
-    bool started = threads_.run([job, work, returned = returned_] {
+    // Captured under names of their own, as clang cannot capture a structured binding.
+    const auto& [number, given] = waiting_.front();
+    bool started = threads_.run([job = number, work = given, returned = returned_] {
       work();
       std::lock_guard lock(returned->mutex);
       returned->jobs.push_back(job);
