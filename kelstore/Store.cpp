@@ -15,7 +15,14 @@ Store::~Store() { task_->cancel(); }
 
 Store::Layer Store::layerIs(Claim claim) {
   layers_.emplace_back().claim = std::move(claim);
-  return layers_.size() - 1;
+  order_.push_back(layers_.size() - 1);
+  return order_.back();
+}
+
+Store::Layer Store::lowestLayerIs() {
+  layers_.emplace_back();
+  order_.insert(order_.begin(), layers_.size() - 1);
+  return order_.front();
 }
 
 void Store::snapshotIs(Layer layer, std::shared_ptr<const Snapshot> snapshot, std::vector<Path> changed) {
@@ -31,17 +38,19 @@ void Store::settledIs(Layer layer) {
 }
 
 const Value* Store::find(const Path& path) const {
-  for (auto layer = layers_.rbegin(); layer != layers_.rend(); ++layer) {
-    if (const Value* value = layer->snapshot->find(path)) return value;
-    if (layer->claims(path.kind, path.first)) break;
+  for (auto at = order_.rbegin(); at != order_.rend(); ++at) {
+    const LayerState& layer = layers_[*at];
+    if (const Value* value = layer.snapshot->find(path)) return value;
+    if (layer.claims(path.kind, path.first)) break;
   }
   return nullptr;
 }
 
 bool Store::any(Kind kind, std::string_view first) const {
-  for (auto layer = layers_.rbegin(); layer != layers_.rend(); ++layer) {
-    if (layer->snapshot->any(kind, first)) return true;
-    if (layer->claims(kind, first)) break;
+  for (auto at = order_.rbegin(); at != order_.rend(); ++at) {
+    const LayerState& layer = layers_[*at];
+    if (layer.snapshot->any(kind, first)) return true;
+    if (layer.claims(kind, first)) break;
   }
   return false;
 }

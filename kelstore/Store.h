@@ -30,12 +30,16 @@ class Store final : private View {
   // the order in which sources are heard first does not show. What layers below it say of a path that it
   // claims does not count, whether it says something there or not. Requires: called before any layer settles.
   Layer layerIs(Claim claim = {});
+  // A new layer below those that there are, for what counts where nobody else says something. As above.
+  Layer lowestLayerIs();
   // What the layer says from now on. `changed`: the sorted paths at which it differs from what it said.
   void snapshotIs(Layer layer, std::shared_ptr<const Snapshot> snapshot, std::vector<Path> changed);
   // The layer's source has said what it has to say for now, if only that it has nothing.
   void settledIs(Layer layer);
 
   const std::shared_ptr<const Snapshot>& snapshot(Layer layer) const { return layers_[layer].snapshot; }
+  // The layers are 0 up to, not including, this one.
+  Layer layers() const { return layers_.size(); }
   // Whether every layer has settled and the mirror is up to date.
   bool idle() const { return settled() && batches_.empty(); }
 
@@ -62,6 +66,7 @@ class Store final : private View {
 
   Mirror& mirror_;
   std::vector<LayerState> layers_;
+  std::vector<Layer> order_;  // the lowest first
   std::vector<Batch> batches_;
   Zavro::Ptr<Vem::Task> task_;
 };

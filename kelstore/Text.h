@@ -8,6 +8,8 @@ namespace Kelstore {
 
 // Whether the text holds no control character.
 bool isPlain(std::string_view text);
+// Whether the text is valid UTF-8, as JSON and SNMP take it.
+bool isUtf8(std::string_view text);
 // The text cut to about `limit` bytes, with "..." where it was cut; control characters become "\xNN".
 std::string shortened(std::string_view text, size_t limit = 60);
 // The same in double quotes.

@@ -73,6 +73,19 @@ TEST(StoreTest, ClaimedElementOfALowerLayer_DoesNotAppear_WhatIsNotClaimedDoes) 
   EXPECT_EQ(world.says("{}", 0), "-host[3]");
 }
 
+TEST(StoreTest, LowestLayer_CountsWhereNoOtherSaysSomething) {
+  World world(2);
+  Store::Layer lowest = world.store.lowestLayerIs();
+  world.store.settledIs(lowest);
+  world.says(ifIndex(1), 0);
+  world.says(ifIndex(2), 1);
+  EXPECT_EQ(world.says(ifIndex(9), lowest), "");
+  world.says("{}", 1);
+  EXPECT_EQ(shown(world), 1u);
+  world.says("{}", 0);
+  EXPECT_EQ(shown(world), 9u);
+}
+
 TEST(StoreTest, LayerAboveAClaim_WinsAsEver) {
   World world(1);
   Store::Layer claiming = claimingLayer(world);
