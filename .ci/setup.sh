@@ -5,8 +5,8 @@ set -euo pipefail
 
 kBuildPackages=(
   g++ cmake ninja-build pkg-config
-  libabsl-dev libbenchmark-dev libboost-dev libcli11-dev libfmt-dev libgmock-dev libgtest-dev libproc2-dev
-  librapidcheck-dev libsnmp-dev libspdlog-dev libsystemd-dev libuv1-dev nlohmann-json3-dev
+  libabsl-dev libbenchmark-dev libboost-dev libcli11-dev libfmt-dev libgmock-dev libgtest-dev libmount-dev
+  libproc2-dev librapidcheck-dev libsnmp-dev libspdlog-dev libsystemd-dev libuv1-dev nlohmann-json3-dev
   erlang-snmp # the base MIB modules, which no other package of Debian's main archive has as files
 )
 kManagerPackages=(snmp)

@@ -28,8 +28,9 @@ std::unique_ptr<Kelstore::Source> sourceFor(const std::string& state, const Opti
                                             Kelstore::Store& store, Kelstore::Io& io,
                                             const Zavro::Clock& clock) {
   if (state == "local") {
-    return std::make_unique<Member::LocalSource>(options.member, options.intervalSeconds,
-                                                 std::make_shared<Member::LinuxMachine>(), store, io, clock);
+    Member::LocalSource::Settings settings{options.member, options.intervalSeconds, options.indexFile};
+    return std::make_unique<Member::LocalSource>(settings, std::make_shared<Member::LinuxMachine>(), store,
+                                                 io, clock);
   }
   if (state.starts_with(kFile)) {
     return std::make_unique<Kelstore::FileSource>(state.substr(kFile.size()), store, io, clock);

@@ -9,12 +9,14 @@
 #include <cstring>
 
 #include "ControlProtocol.h"
+#include "StateDirectory.h"
 #include "lumalog/Lumalog.h"
 
 namespace Host {
 namespace {
 
 constexpr int kUnusable = 2;
+constexpr const char* kIndexFile = "/storage-indexes.json";
 
 constexpr const char* kDescription =
     "Serves the state of a switch cluster over SNMP: reachability, links and host resources of every "
@@ -25,7 +27,8 @@ constexpr const char* kFooter =
     "Without options it serves this machine, as member 1 of a built-in example cluster, to this machine:\n"
     "  trelsnmpd &\n"
     "  snmpwalk -v2c -c public 127.0.0.1:1161 1.3.6.1.4.1\n"
-    "SNMPv3 boot counts are kept in $STATE_DIRECTORY (systemd), /var/lib/trelsnmpd (root) or\n"
+    "SNMPv3 boot counts and storage indexes are kept in $STATE_DIRECTORY (systemd), /var/lib/trelsnmpd "
+    "(root) or\n"
     "$XDG_STATE_HOME/trelsnmpd (~/.local/state/trelsnmpd). Exit status: 0 after SIGTERM or SIGINT, 2 for\n"
     "unusable arguments or configuration.";
 
@@ -94,6 +97,14 @@ void describe(CLI::App& app, Options& options, std::vector<std::string>& traces)
       ->type_name("SECONDS")
       ->check(CLI::Range(Member::LocalSource::kMinIntervalSeconds, Member::LocalSource::kMaxIntervalSeconds)
                   .description(""));
+  app.add_option("--index-file", options.indexFile,
+                 fmt::format("Where the source \"local\" keeps the storage indexes of its mount points "
+                             "(default: {})",
+                             options.indexFile))
+      ->type_name("PATH")
+      ->check(checking([](const std::string& path) {
+        if (path.empty()) throw std::invalid_argument("found nothing, expected a path");
+      }));
   app.add_option("--toggles", options.toggles, "The TrelCore.json of feature toggles (default: none)")
       ->type_name("FILE")
       ->check(CLI::Validator([](std::string& path) { return readable(path); }, ""));
@@ -162,6 +173,7 @@ ParsedOptions parseOptions(int argc, const char* const* argv) {
   ParsedOptions parsed;
   Options& options = parsed.options;
   options.control = Control::defaultSocketPath();
+  options.indexFile = stateDirectory() + kIndexFile;
   std::vector<std::string> traces;
   CLI::App app(kDescription, "trelsnmpd");
   app.footer(kFooter);

@@ -18,6 +18,7 @@ struct Options {
   std::vector<std::string> states;  // "local" (at most once), "embedded" or "file:PATH"; never empty
   uint8_t member = 1;
   uint32_t intervalSeconds = Member::LocalSource::kDefaultIntervalSeconds;
+  std::string indexFile;
   std::string toggles;  // empty: all toggles at their default
   bool trelMode = true;
   std::string control;

@@ -8,6 +8,7 @@
 #include <filesystem>
 
 #include "NetSnmp.h"
+#include "StateDirectory.h"
 // Not among those that it includes.
 #include <net-snmp/agent/agent_callbacks.h>
 
@@ -38,18 +39,6 @@ std::vector<std::string> defaultAccess() {
   return {"view trelServed included .1.3.6.1.2.1.1", fmt::format("view trelServed included {}.40", served),
           fmt::format("view trelServed included {}.41", served), "rocommunity public 127.0.0.1 -V trelServed",
           "rocommunity6 public ::1 -V trelServed"};
-}
-
-// Where what must survive a restart is kept, above all the engine's boot count of SNMPv3.
-std::string stateDirectory() {
-  if (const char* systemd = std::getenv("STATE_DIRECTORY")) {
-    std::string all = systemd;
-    return all.substr(0, all.find(':'));
-  }
-  if (geteuid() == 0) return "/var/lib/trelsnmpd";
-  if (const char* state = std::getenv("XDG_STATE_HOME")) return std::string(state) + "/trelsnmpd";
-  const char* home = std::getenv("HOME");
-  return std::string(home == nullptr ? "/tmp" : home) + "/.local/state/trelsnmpd";
 }
 
 void setFlag(int which) { netsnmp_ds_set_boolean(NETSNMP_DS_APPLICATION_ID, which, 1); }

@@ -36,6 +36,8 @@ class Collector final {
 
   // Asks, unless the last question is still without an answer.
   void collect();
+  // What is asked from the next time on.
+  void askIs(Ask ask) { ask_ = std::move(ask); }
   bool asking() const { return asking_; }
   // Whether it is known how the collector does: it answered, failed or hangs.
   bool heard() const { return status_.state != State::starting; }

@@ -1,6 +1,10 @@
 // From what the machine tells to what it publishes of itself.
 #pragma once
 
+#include <optional>
+#include <utility>
+#include <vector>
+
 #include "Machine.h"
 #include "Value.h"
 
@@ -22,5 +26,15 @@ uint32_t kib(uint64_t amount);
 // What is not buffers and what is not page cache is given, so that the total less such an amount is the size
 // of the buffers and of the page cache, as the total less the free amount is what is used.
 Kelstore::Memory memoryOf(const MemoryInUse& memory);
+
+// The kinds of memory that have a row, with the indexes by which their use is computed.
+std::vector<std::pair<int32_t, Kelstore::Mapping>> memoryMappings();
+
+// In larger units than the file system's own where the number of units would not fit an SNMP INTEGER. Nothing
+// when there is no room at all.
+std::optional<Kelstore::Storage> storageOf(Room room);
+
+// The registered hrStorageType of RFC 2790.
+Snmp::ObjectIdentifier storageType(MountKind kind);
 
 }  // namespace Member

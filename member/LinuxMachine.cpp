@@ -13,18 +13,13 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
-#include <cstring>
 #include <memory>
 #include <string_view>
 
+#include "Failed.h"
+
 namespace Member {
 namespace {
-
-// strerror() is not for several threads.
-Failure failed(std::string_view what, int error) {
-  const char* text = strerrordesc_np(error);
-  return {text == nullptr ? fmt::format("{}: error {}", what, error) : fmt::format("{}: {}", what, text)};
-}
 
 // libproc2 returns errors as negative numbers of errno.
 Failure failedIn(std::string_view what, int result) { return failed(what, result < 0 ? -result : errno); }

@@ -1,8 +1,9 @@
-// The machine that this process runs on, as Linux tells of it: /proc through libproc2, and the user
-// accounting database. Holds nothing between questions.
+// The machine that this process runs on, as Linux tells of it: /proc through libproc2, the user accounting
+// database, the table of mounts through libmount. Holds nothing between questions.
 #pragma once
 
 #include "Machine.h"
+#include "MountTable.h"
 
 namespace Member {
 
@@ -12,6 +13,8 @@ class LinuxMachine final : public Machine {
   struct Files {
     std::string proc = "/proc";
     std::string utmp = "/run/utmp";
+    std::string mounts = "/proc/self/mountinfo";
+    std::string sys = "/sys";
   };
 
   LinuxMachine() = default;
@@ -23,6 +26,9 @@ class LinuxMachine final : public Machine {
   Result<uint32_t> processes() override;
   Result<MemoryInUse> memory() override;
   Result<std::vector<ProcessorTime>> processors() override;
+  Result<std::vector<Mount>> mounts() override { return realMounts(files_.mounts, files_.sys); }
+  // As df(1) says it.
+  Result<Room> room(const Mount& mount) override { return roomOf(mount); }
 
  private:
   Files files_;

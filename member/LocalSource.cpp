@@ -29,17 +29,19 @@ bool isHostResource(Kind kind) {
 
 }  // namespace
 
-LocalSource::LocalSource(uint8_t member, uint32_t intervalSeconds, std::shared_ptr<Machine> machine,
-                         Kelstore::Store& store, Kelstore::Io& io, const Zavro::Clock& clock)
-    : member_(std::to_string(member)),
-      intervalMs_(uint64_t{intervalSeconds} * 1000),
+LocalSource::LocalSource(const Settings& settings, std::shared_ptr<Machine> machine, Kelstore::Store& store,
+                         Kelstore::Io& io, const Zavro::Clock& clock)
+    : member_(std::to_string(settings.member)),
+      intervalMs_(uint64_t{settings.intervalSeconds} * 1000),
       machine_(std::move(machine)),
       store_(store),
       io_(io),
       clock_(clock),
       layer_(store.layerIs([own = member_](Kind kind, std::string_view first) {
         return isHostResource(kind) && first == own;
-      })) {
+      })),
+      mappingsLayer_(store.lowestLayerIs()),
+      storage_(machine_, settings.indexFile, io, clock, [this] { publishSoon(); }) {
   collectorIs("uptime", &Machine::uptime, &LocalSource::uptimeIs);
   collectorIs("users", &Machine::users, &LocalSource::usersIs);
   collectorIs("processes", &Machine::processes, &LocalSource::processesIs);
@@ -69,9 +71,15 @@ void LocalSource::processorsIs(std::vector<ProcessorTime> processors) {
   processors_ = std::move(processors);
 }
 
+void LocalSource::start() {
+  storage_.start();
+  look(kSecondLookMs);
+}
+
 void LocalSource::look(uint64_t nextMs) {
   nextLook_ = io_.after(nextMs, [this] { look(intervalMs_); });
   for (const auto& collector : collectors_) collector->collect();
+  storage_.look();
 }
 
 // Answers that come together are published together.
@@ -81,23 +89,30 @@ void LocalSource::publishSoon() {
 
 void LocalSource::publish() {
   publication_.reset();
-  auto before = store_.snapshot(layer_);
-  auto now = std::make_shared<const Kelstore::Snapshot>(figures());
-  auto changed = Kelstore::differences(*before, *now);
-  if (!changed.empty()) {
-    lastChangeUtcNs_ = clock_.utcNs();
-    store_.snapshotIs(layer_, std::move(now), std::move(changed));
-  }
-  if (settled_ || !heard()) return;
+  publish(layer_, figures());
+  publish(mappingsLayer_, mappings());
+  storage_.keepIndexes();
+  auto all = collectors();
+  bool heard = std::all_of(all.begin(), all.end(), [](const Collector* one) { return one->heard(); });
+  if (settled_ || !heard) return;
   settled_ = true;
-  store_.settledIs(layer_);
+  for (auto layer : {layer_, mappingsLayer_}) store_.settledIs(layer);
+}
+
+void LocalSource::publish(Kelstore::Store::Layer layer, Kelstore::Snapshot snapshot) {
+  auto before = store_.snapshot(layer);
+  auto now = std::make_shared<const Kelstore::Snapshot>(std::move(snapshot));
+  auto changed = Kelstore::differences(*before, *now);
+  if (changed.empty()) return;
+  lastChangeUtcNs_ = clock_.utcNs();
+  store_.snapshotIs(layer, std::move(now), std::move(changed));
 }
 
 // A figure of the system that was never known is 0, as the others are not to wait for it.
 Kelstore::Snapshot LocalSource::figures() const {
   std::vector<Kelstore::Snapshot::Entry> entries;
-  auto add = [&](Kind kind, std::string second, Kelstore::Value value) {
-    entries.push_back({{kind, member_, std::move(second)}, std::move(value)});
+  auto add = [&](Kind kind, const std::string& second, const Kelstore::Value& value) {
+    entries.push_back({{kind, member_, second}, value});
   };
   if (uptimeSeconds_ || users_ || processes_ || memory_) {
     add(Kind::system, "",
@@ -109,12 +124,42 @@ Kelstore::Snapshot LocalSource::figures() const {
   for (const auto& [number, load] : loads_) {
     add(Kind::processor, std::to_string(processorIndex(number)), Kelstore::Processor{load});
   }
+  if (storage_.known()) add(Kind::storageAreas, "", Kelstore::Present());
+  for (const auto& [mountPoint, storage] : storage_.figures()) add(Kind::storage, mountPoint, storage);
   return Kelstore::Snapshot(std::move(entries));
 }
 
-bool LocalSource::heard() const {
-  return std::all_of(collectors_.begin(), collectors_.end(),
-                     [](const auto& collector) { return collector->heard(); });
+Kelstore::Snapshot LocalSource::mappings() {
+  // The indexes that other sources gave, to mount points or (an empty name) to memory.
+  std::map<uint32_t, std::string> others;
+  for (Kelstore::Store::Layer layer = 0; layer < store_.layers(); ++layer) {
+    if (layer == mappingsLayer_) continue;
+    for (const auto& [path, value] : store_.snapshot(layer)->entries()) {
+      if (path.kind > Kind::memoryMapping) break;  // in the order of kinds
+      if (const auto* mapping = std::get_if<Kelstore::Mapping>(&value)) {
+        others.emplace(mapping->index, path.kind == Kind::mountMapping ? path.first : "");
+      }
+    }
+  }
+  auto taken = [&others](uint32_t index, const std::string& mountPoint) {
+    auto found = others.find(index);
+    return found != others.end() && found->second != mountPoint;
+  };
+  std::vector<Kelstore::Snapshot::Entry> entries;
+  for (auto& [memory, mapping] : memoryMappings()) {
+    entries.push_back({{Kind::memoryMapping, std::to_string(memory), ""}, mapping});
+  }
+  for (auto& [mountPoint, mapping] : storage_.mappings(taken)) {
+    entries.push_back({{Kind::mountMapping, mountPoint, ""}, mapping});
+  }
+  return Kelstore::Snapshot(std::move(entries));
+}
+
+std::vector<const Collector*> LocalSource::collectors() const {
+  std::vector<const Collector*> all;
+  for (const auto& collector : collectors_) all.push_back(collector.get());
+  for (const Collector* collector : storage_.collectors()) all.push_back(collector);
+  return all;
 }
 
 Kelstore::SourceStatus LocalSource::status() const {
@@ -122,9 +167,9 @@ Kelstore::SourceStatus LocalSource::status() const {
   Kelstore::SourceStatus status;
   status.name = kName;
   status.state = settled_ ? State::current : State::loading;
-  status.paths = store_.snapshot(layer_)->size();
+  status.paths = store_.snapshot(layer_)->size() + store_.snapshot(mappingsLayer_)->size();
   status.lastChangeUtcNs = lastChangeUtcNs_;
-  for (const auto& collector : collectors_) {
+  for (const Collector* collector : collectors()) {
     const Kelstore::CollectorStatus& one = collector->status();
     status.collectors.push_back(one);
     if (one.error.empty()) continue;

@@ -1,8 +1,9 @@
 // The source `local`: this machine, as one member of the cluster, looked at in intervals.
 //
 // It alone speaks for the host resources of its member: what sources before it say of them does not count, so
-// that a processor that goes offline is gone, whatever an example says of it. What could not be read at a
-// look stays as it was last known. On the event loop's thread; what is read is read off it.
+// that a processor that goes offline is gone, whatever an example says of it. The storage mappings that it
+// makes up, on the other hand, count only where no other source has one. What could not be read at a look
+// stays as it was last known. On the event loop's thread; what is read is read off it.
 #pragma once
 
 #include <map>
@@ -11,6 +12,7 @@
 #include <vector>
 
 #include "Collector.h"
+#include "LocalStorage.h"
 #include "Machine.h"
 #include "Source.h"
 #include "Store.h"
@@ -25,11 +27,17 @@ class LocalSource final : public Kelstore::Source {
   // The second look comes sooner than later ones, as it takes two to know a load.
   static constexpr uint64_t kSecondLookMs = 1000;
 
-  // Store, io and clock outlive the source; the machine may be in use for longer, by a question that hangs.
-  LocalSource(uint8_t member, uint32_t intervalSeconds, std::shared_ptr<Machine> machine,
-              Kelstore::Store& store, Kelstore::Io& io, const Zavro::Clock& clock);
+  struct Settings {
+    uint8_t member = 1;
+    uint32_t intervalSeconds = kDefaultIntervalSeconds;
+    std::string indexFile;  // where indexes of mount points are kept; empty: nowhere
+  };
 
-  void start() override { look(kSecondLookMs); }
+  // Store, io and clock outlive the source; the machine may be in use for longer, by a question that hangs.
+  LocalSource(const Settings& settings, std::shared_ptr<Machine> machine, Kelstore::Store& store,
+              Kelstore::Io& io, const Zavro::Clock& clock);
+
+  void start() override;
   // Current while every collector works, partial while one does not.
   Kelstore::SourceStatus status() const override;
 
@@ -46,8 +54,10 @@ class LocalSource final : public Kelstore::Source {
   void look(uint64_t nextMs);
   void publishSoon();
   void publish();
+  void publish(Kelstore::Store::Layer layer, Kelstore::Snapshot snapshot);
   Kelstore::Snapshot figures() const;
-  bool heard() const;
+  Kelstore::Snapshot mappings();
+  std::vector<const Collector*> collectors() const;
 
   const std::string member_;
   const uint64_t intervalMs_;
@@ -56,6 +66,8 @@ class LocalSource final : public Kelstore::Source {
   Kelstore::Io& io_;
   const Zavro::Clock& clock_;
   const Kelstore::Store::Layer layer_;
+  // The mappings are below what other sources say, so that a mapping of theirs is respected.
+  const Kelstore::Store::Layer mappingsLayer_;
   std::vector<std::unique_ptr<Collector>> collectors_;
   std::unique_ptr<Kelstore::Io::Activity> nextLook_;
   std::unique_ptr<Kelstore::Io::Activity> publication_;
@@ -69,6 +81,7 @@ class LocalSource final : public Kelstore::Source {
   std::optional<MemoryInUse> memory_;
   std::optional<std::vector<ProcessorTime>> processors_;
   std::map<uint32_t, int16_t> loads_;  // of the processors, by number
+  LocalStorage storage_;
 };
 
 }  // namespace Member

@@ -36,6 +36,23 @@ struct ProcessorTime {
   uint64_t total = 0;
 };
 
+enum class MountKind : uint8_t { fixedDisk, removableDisk, compactDisc, ramDisk, flashMemory, networkDisk };
+
+// A file system that is mounted.
+struct Mount {
+  std::string point;
+  MountKind kind = MountKind::fixedDisk;
+  uint64_t id = 0;  // the kernel's; another one when something is mounted there anew
+  bool operator==(const Mount&) const = default;
+};
+
+// How much there is room for, and how much of it is not used. Of no size: there is nothing to tell.
+struct Room {
+  uint64_t unitBytes = 0;
+  uint64_t size = 0;  // in units
+  uint64_t free = 0;  // in units
+};
+
 class Machine {
  public:
   virtual ~Machine() = default;
@@ -47,6 +64,10 @@ class Machine {
   virtual Result<MemoryInUse> memory() = 0;
   // The processors that are online, by number.
   virtual Result<std::vector<ProcessorTime>> processors() = 0;
+  // The mounted file systems that hold data, each at one mount point.
+  virtual Result<std::vector<Mount>> mounts() = 0;
+  // May be asked for several mounts at the same time. Of no size when it is not to be reached under its name.
+  virtual Result<Room> room(const Mount& mount) = 0;
 };
 
 }  // namespace Member

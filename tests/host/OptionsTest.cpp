@@ -34,6 +34,7 @@ TEST(OptionsTest, NoArguments_TheDefaults) {
   const Options& options = result.options;
   EXPECT_THAT(options.states, ElementsAre("embedded", "local"));
   EXPECT_EQ(options.intervalSeconds, 5u);
+  EXPECT_THAT(options.indexFile, testing::EndsWith("/storage-indexes.json"));
   EXPECT_TRUE(options.snmp.listen.empty());
   EXPECT_EQ(options.snmp.agentx, "");
   EXPECT_EQ(options.member, 1);
@@ -45,26 +46,28 @@ TEST(OptionsTest, NoArguments_TheDefaults) {
 TEST(OptionsTest, EveryOption) {
   Support::TempDir dir;
   std::string toggles = dir.write("TrelCore.json", "{}");
-  ParsedOptions result = parsed({"--listen",    "udp:127.0.0.1:1",
-                                 "--listen",    "tcp:127.0.0.1:2",
-                                 "--conf",      "c",
-                                 "--state",     "embedded",
-                                 "--state",     "file:/x",
-                                 "--state",     "local",
-                                 "--member",    "255",
-                                 "--interval",  "3600",
-                                 "--toggles",   toggles.c_str(),
-                                 "--trel-mode", "off",
-                                 "--control",   "/s",
-                                 "--trace",     "Kelstore/9,*/2",
-                                 "--trace",     "a/b/0",
-                                 "--log",       "journal"});
+  ParsedOptions result = parsed({"--listen",     "udp:127.0.0.1:1",
+                                 "--listen",     "tcp:127.0.0.1:2",
+                                 "--conf",       "c",
+                                 "--state",      "embedded",
+                                 "--state",      "file:/x",
+                                 "--state",      "local",
+                                 "--member",     "255",
+                                 "--interval",   "3600",
+                                 "--index-file", "/i",
+                                 "--toggles",    toggles.c_str(),
+                                 "--trel-mode",  "off",
+                                 "--control",    "/s",
+                                 "--trace",      "Kelstore/9,*/2",
+                                 "--trace",      "a/b/0",
+                                 "--log",        "journal"});
   ASSERT_EQ(result.exitCode, -1);
   const Options& options = result.options;
   EXPECT_THAT(options.snmp.listen, ElementsAre("udp:127.0.0.1:1", "tcp:127.0.0.1:2"));
   EXPECT_EQ(options.snmp.conf, "c");
   EXPECT_THAT(options.states, ElementsAre("embedded", "file:/x", "local"));
   EXPECT_EQ(options.intervalSeconds, 3600u);
+  EXPECT_EQ(options.indexFile, "/i");
   EXPECT_EQ(options.member, 255);
   EXPECT_EQ(options.toggles, toggles);
   EXPECT_FALSE(options.trelMode);
@@ -85,6 +88,7 @@ TEST(OptionsTest, BadArguments_OneLineEach) {
   for (const char* interval : {"0", "3601", "-1", "1.5", "soon"}) {
     EXPECT_THAT(refusal({"--interval", interval}), testing::HasSubstr("--interval: ")) << interval;
   }
+  EXPECT_EQ(refusal({"--index-file", ""}), "trelsnmpd: --index-file: found nothing, expected a path\n");
   EXPECT_EQ(refusal({"--state", "local", "--state", "local"}),
             "trelsnmpd: --state: found local twice, expected it once\n");
   EXPECT_EQ(refusal({"--toggles", "/nowhere"}),
@@ -120,7 +124,7 @@ TEST(OptionsTest, HelpAndVersion_GoToStandardOutput) {
   EXPECT_EQ(parsed({"--help"}).exitCode, 0);
   std::string help = testing::internal::GetCapturedStdout();
   for (const char* option : {"--listen", "--agentx", "--conf", "--state", "--member", "--interval",
-                             "--toggles", "--trel-mode", "--control", "--trace", "--log"}) {
+                             "--index-file", "--toggles", "--trel-mode", "--control", "--trace", "--log"}) {
     EXPECT_THAT(help, testing::HasSubstr(option));
   }
   EXPECT_THAT(help, testing::HasSubstr("does not have the source \"etcd:\""));

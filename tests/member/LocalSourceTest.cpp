@@ -4,6 +4,8 @@
 
 #include <gmock/gmock.h>
 
+#include <cstring>
+
 #include "ManualMachine.h"
 #include "kelstore/World.h"
 #include "support/TraceLog.h"
@@ -23,7 +25,7 @@ class LocalSourceTest : public testing::Test {
   // Member 7, beside what an earlier source says.
   void start(const std::string& earlier = "{}", uint32_t intervalSeconds = 5) {
     auto below = world_.store.layerIs();
-    source_.emplace(7, intervalSeconds, machine_, world_.store, io_, clock_);
+    source_.emplace(LocalSource::Settings{7, intervalSeconds, ""}, machine_, world_.store, io_, clock_);
     world_.submit(earlier, below);
     world_.store.settledIs(below);
     source_->start();
@@ -32,6 +34,12 @@ class LocalSourceTest : public testing::Test {
   std::string pass(uint64_t milliseconds) {
     io_.advance(milliseconds);
     return world_.drained();
+  }
+  // The same at the start, but for the mappings of memory, which are always there.
+  std::string passFirst(uint64_t milliseconds) {
+    std::string log = pass(milliseconds);
+    EXPECT_THAT(log, testing::StartsWith(kMemoryMappings));
+    return log.substr(std::min(log.size(), std::strlen(kMemoryMappings)));
   }
   void startAndPass(uint64_t milliseconds) {
     start();
@@ -57,6 +65,7 @@ class LocalSourceTest : public testing::Test {
     return all;
   }
 
+  static constexpr const char* kMemoryMappings = "mem[1] mem[100] mem[2] mem[3]";
   static constexpr uint64_t kStartNs = 1'000'000'000'000;
   Zavro::ManualClock clock_{kStartNs};
   Kelstore::ManualIo io_{clock_};
@@ -69,17 +78,17 @@ class LocalSourceTest : public testing::Test {
 TEST_F(LocalSourceTest, FirstLook_AllFiguresAreThere_LoadsAreNotKnownYet) {
   start();
   EXPECT_EQ(source_->status().state, SourceState::loading);
-  EXPECT_EQ(pass(0), "host[7] 7.memory 7.cpu[1] 7.cpu[2]");
+  EXPECT_EQ(passFirst(0), " host[7] 7.memory 7.cpu[1] 7.cpu[2]");
   EXPECT_EQ(system(), (Kelstore::System{1000.5, 1000, 2, 130, 8000}));
   EXPECT_EQ(world_.host("7")->memInfo()->amounts(), (Kelstore::Memory{8000, 3000, 5000, 7500, 6500}));
   EXPECT_EQ(loads(), "1=-1 2=-1");
   Kelstore::SourceStatus status = source_->status();
   EXPECT_EQ(status.name, "local");
   EXPECT_EQ(status.state, SourceState::current);
-  EXPECT_EQ(status.paths, 5u);
+  EXPECT_EQ(status.paths, 10u);  // what there is of the member, and four mappings
   EXPECT_EQ(status.lastChangeUtcNs, clock_.utcNs());
   EXPECT_THAT(troubles(), IsEmpty());
-  EXPECT_EQ(status.collectors.size(), 5u);
+  EXPECT_EQ(status.collectors.size(), 6u);
   EXPECT_THAT(trace_.lines(), IsEmpty());
 }
 
@@ -184,7 +193,7 @@ TEST_F(LocalSourceTest, CollectorRecovers_ItsFiguresFollowAgain) {
 TEST_F(LocalSourceTest, CollectorFailsFromTheStart_TheOthersAreServed) {
   machine_->memoryInUse = Failure{"/proc/meminfo: Permission denied"};
   start();
-  EXPECT_EQ(pass(0), "host[7] 7.cpu[1] 7.cpu[2]");
+  EXPECT_EQ(passFirst(0), " host[7] 7.cpu[1] 7.cpu[2]");
   EXPECT_EQ(system().memorySize, 0u);
   EXPECT_EQ(world_.host("7")->memInfo(), nullptr);
 }
@@ -195,8 +204,9 @@ TEST_F(LocalSourceTest, EveryCollectorFails_NothingIsServedAndTheSourceIsHeard) 
   machine_->processCount = Failure{"no"};
   machine_->memoryInUse = Failure{"no"};
   machine_->times = Failure{"no"};
+  machine_->mounted = Failure{"no"};
   start();
-  EXPECT_EQ(pass(0), "");
+  EXPECT_EQ(passFirst(0), "");
   EXPECT_EQ(source_->status().state, SourceState::partial);
   EXPECT_TRUE(world_.store.idle());
 }
@@ -235,7 +245,7 @@ TEST_F(LocalSourceTest, CollectorHangsFromTheStart_TheOthersAreServedAfterItsPat
   start();
   EXPECT_EQ(pass(Collector::kPatienceMs - 1), "");
   EXPECT_EQ(source_->status().state, SourceState::loading);
-  EXPECT_EQ(pass(1), "host[7] 7.memory");
+  EXPECT_EQ(passFirst(1), " host[7] 7.memory");
   EXPECT_EQ(source_->status().state, SourceState::partial);
 }
 

@@ -1,0 +1,163 @@
+#include "LocalStorage.h"
+
+#include <algorithm>
+
+#include "Figures.h"
+#include "Text.h"
+#include "lumalog/Lumalog.h"
+
+namespace Member {
+namespace {
+
+const Lumalog::Handle traceHandle("Member");
+constexpr int kErrorLevel = 0;
+constexpr int kWarningLevel = 1;
+
+constexpr size_t kMaxPathBytes = 4096;  // of a name in the state
+constexpr size_t kMaxDescriptionBytes = 255;
+
+}  // namespace
+
+LocalStorage::LocalStorage(std::shared_ptr<Machine> machine, std::string indexFile, Kelstore::Io& io,
+                           const Zavro::Clock& clock, std::function<void()> told)
+    : machine_(std::move(machine)),
+      indexFile_(std::move(indexFile)),
+      io_(io),
+      clock_(clock),
+      told_(std::move(told)) {
+  mounts_ = collector("mounts", asking<std::vector<Mount>>([asked = machine_] { return asked->mounts(); },
+                                                           [this](auto mounts) { mountsAre(mounts); }));
+  if (indexFile_.empty()) return;
+  keeper_ = collector("indexes", asking<KeptIndexes>([path = indexFile_] { return readIndexes(path); },
+                                                     [this](auto kept) { keptAre(kept); }));
+}
+
+void LocalStorage::start() {
+  if (keeper_) keeper_->collect();
+}
+
+std::unique_ptr<Collector> LocalStorage::collector(std::string name, Collector::Ask ask) {
+  return std::make_unique<Collector>(std::move(name), std::move(ask), io_, clock_, [this] { told_(); });
+}
+
+void LocalStorage::look() {
+  mounts_->collect();
+  for (auto& [point, area] : areas_) {
+    if (area.mounted) area.collector->collect();
+  }
+  // What could not be kept at the last look may be kept at this one.
+  if (keeper_ && !keeper_->asking()) attempted_ = kept_;
+}
+
+void LocalStorage::mountsAre(std::vector<Mount> mounts) {
+  known_ = true;
+  for (auto& [point, area] : areas_) area.mounted = false;
+  for (const Mount& mount : mounts) {
+    if (nameable(mount.point)) areaIs(mount);
+  }
+  for (auto& [point, area] : areas_) {
+    if (!area.mounted) area.figures.reset();
+  }
+  std::erase_if(areas_,
+                [](const auto& entry) { return !entry.second.mounted && !entry.second.collector->asking(); });
+}
+
+void LocalStorage::areaIs(const Mount& mount) {
+  auto [at, appears] = areas_.try_emplace(mount.point);
+  Area& area = at->second;
+  area.mounted = true;
+  if (!appears && area.mount == mount) return;
+  area.mount = mount;
+  area.figures.reset();
+  Collector::Ask ask = asking<Room>([asked = machine_, mount] { return asked->room(mount); },
+                                    [this, mount](Room room) { roomIs(mount, room); });
+  if (appears) {
+    area.collector = collector("mount " + mount.point, std::move(ask));
+  } else {
+    area.collector->askIs(std::move(ask));
+  }
+  area.collector->collect();
+}
+
+// Something else may have been mounted there since it was asked.
+void LocalStorage::roomIs(const Mount& mount, const Room& room) {
+  auto at = areas_.find(mount.point);
+  if (at == areas_.end() || !at->second.mounted) return;
+  Area& area = at->second;
+  if (!(area.mount == mount)) {
+    area.collector->collect();
+    return;
+  }
+  area.figures = storageOf(room);
+  if (area.figures) rows_[mount.point] = mount.kind;
+}
+
+// The state names mount points in JSON, on one line.
+bool LocalStorage::nameable(const std::string& mountPoint) {
+  if (Kelstore::isPlain(mountPoint) && Kelstore::isUtf8(mountPoint) && mountPoint.size() <= kMaxPathBytes) {
+    return true;
+  }
+  if (unnameable_.insert(mountPoint).second) {
+    traceHandle.trace(kWarningLevel, "mount point {} is left out: found a control character, or no UTF-8",
+                      Kelstore::inQuotes(mountPoint));
+  }
+  return false;
+}
+
+std::map<std::string, Kelstore::Storage> LocalStorage::figures() const {
+  std::map<std::string, Kelstore::Storage> all;
+  for (const auto& [point, area] : areas_) {
+    if (area.figures) all[point] = *area.figures;
+  }
+  return all;
+}
+
+// Until it is known which indexes were kept, none is given.
+std::vector<std::pair<std::string, Kelstore::Mapping>> LocalStorage::mappings(
+    const StorageIndexes::Taken& taken) {
+  std::vector<std::pair<std::string, Kelstore::Mapping>> all;
+  if (keeper_ && !keeper_->heard()) return all;
+  for (const auto& [point, kind] : rows_) {
+    auto had = indexes_.all().find(point);
+    std::optional<uint32_t> before;
+    if (had != indexes_.all().end()) before = had->second;
+    uint32_t index = indexes_.indexOf(point, taken);
+    if (before && *before != index) {
+      traceHandle.trace(kWarningLevel, "storage index {} is another source's now: {} gets {}", *before,
+                        Kelstore::inQuotes(point), index);
+    }
+    // Three bytes less, for the dots of what is cut.
+    all.push_back({point, {storageType(kind), Kelstore::shortened(point, kMaxDescriptionBytes - 3), index}});
+  }
+  return all;
+}
+
+void LocalStorage::keptAre(KeptIndexes kept) {
+  if (!kept.damage.empty()) traceHandle.trace(kErrorLevel, "{}", kept.damage);
+  if (!indexes_.all().empty()) {
+    traceHandle.trace(kErrorLevel, "{}: took too long to be read, new indexes were given and are not kept",
+                      indexFile_);
+    return;
+  }
+  keptRead_ = true;
+  kept_ = attempted_ = kept.indexes;
+  indexes_.known(std::move(kept.indexes));
+}
+
+void LocalStorage::keepIndexes() {
+  if (!keptRead_ || keeper_->asking() || indexes_.all() == attempted_) return;
+  attempted_ = indexes_.all();
+  keeper_->askIs(asking<std::monostate>(
+      [path = indexFile_, indexes = attempted_] { return writeIndexes(path, indexes); },
+      [this, indexes = attempted_](auto) { kept_ = indexes; }));
+  keeper_->collect();
+}
+
+std::vector<const Collector*> LocalStorage::collectors() const {
+  std::vector<const Collector*> all = {mounts_.get()};
+  if (keeper_) all.push_back(keeper_.get());
+  for (const auto& [point, area] : areas_) all.push_back(area.collector.get());
+  return all;
+}
+
+}  // namespace Member

@@ -1,0 +1,136 @@
+#include "MountTable.h"
+
+#include <fcntl.h>
+#include <libmount.h>
+#include <sys/statvfs.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <fstream>
+#include <map>
+#include <memory>
+#include <string_view>
+
+#include "Failed.h"
+
+namespace Member {
+namespace {
+
+struct Free {
+  void operator()(libmnt_table* table) const { mnt_unref_table(table); }
+  void operator()(libmnt_iter* iterator) const { mnt_free_iter(iterator); }
+};
+
+template <size_t kCount>
+bool isOneOf(std::string_view text, const std::array<std::string_view, kCount>& choices) {
+  return std::find(choices.begin(), choices.end(), text) != choices.end();
+}
+
+std::string_view textOf(const char* text) { return text == nullptr ? "" : text; }
+
+// What libmount counts among the views of the kernel, but holds data.
+constexpr std::array<std::string_view, 3> kHoldsData = {"overlay", "tmpfs", "virtiofs"};
+constexpr std::array<std::string_view, 2> kCompactDiscs = {"iso9660", "udf"};
+constexpr std::array<std::string_view, 3> kFlashMemory = {"jffs2", "ubifs", "yaffs2"};
+
+bool isBelow(std::string_view path, std::string_view directory) {
+  return path.starts_with(directory) && (path.size() == directory.size() || path[directory.size()] == '/');
+}
+
+bool holdsData(libmnt_fs* fs) {
+  std::string_view target = textOf(mnt_fs_get_target(fs));
+  std::string_view type = textOf(mnt_fs_get_fstype(fs));
+  if (target.empty() || isBelow(target, "/proc") || isBelow(target, "/sys")) return false;
+  return isOneOf(type, kHoldsData) || mnt_fs_is_pseudofs(fs) == 0;
+}
+
+// The device, or the disk that it is a partition of.
+bool isRemovable(dev_t device, const std::string& sys) {
+  if (major(device) == 0) return false;
+  std::string block = fmt::format("{}/dev/block/{}:{}", sys, major(device), minor(device));
+  for (const char* file : {"/removable", "/../removable"}) {
+    if (std::ifstream(block + file).get() == '1') return true;
+  }
+  return false;
+}
+
+MountKind kindOf(libmnt_fs* fs, const std::string& sys) {
+  std::string_view type = textOf(mnt_fs_get_fstype(fs));
+  if (mnt_fs_is_netfs(fs) != 0) return MountKind::networkDisk;
+  if (type == "tmpfs") return MountKind::ramDisk;
+  if (isOneOf(type, kCompactDiscs)) return MountKind::compactDisc;
+  if (isOneOf(type, kFlashMemory)) return MountKind::flashMemory;
+  return isRemovable(mnt_fs_get_devno(fs), sys) ? MountKind::removableDisk : MountKind::fixedDisk;
+}
+
+// One line of the table.
+struct Line {
+  Mount mount;
+  dev_t device;
+  size_t rootLength;  // of the part of the file system that is mounted
+};
+
+// By mount point, since what is mounted later covers what was there.
+std::map<std::string, libmnt_fs*> topmost(libmnt_table* table) {
+  std::map<std::string, libmnt_fs*> byTarget;
+  std::unique_ptr<libmnt_iter, Free> at(mnt_new_iter(MNT_ITER_FORWARD));
+  libmnt_fs* fs = nullptr;
+  while (mnt_table_next_fs(table, at.get(), &fs) == 0) {
+    byTarget[std::string(textOf(mnt_fs_get_target(fs)))] = fs;
+  }
+  return byTarget;
+}
+
+bool ranksBefore(const Line& a, const Line& b) {
+  return std::pair(a.rootLength, a.mount.id) < std::pair(b.rootLength, b.mount.id);
+}
+
+// The kernel's number of the mount that an open file is on; 0 when it does not say.
+uint64_t mountIdOf(int file) {
+  std::ifstream info(fmt::format("/proc/self/fdinfo/{}", file));
+  for (std::string name; info >> name;) {
+    uint64_t id = 0;
+    if (name == "mnt_id:" && info >> id) return id;
+  }
+  return 0;
+}
+
+}  // namespace
+
+Result<std::vector<Mount>> realMounts(const std::string& mountInfo, const std::string& sys) {
+  std::unique_ptr<libmnt_table, Free> table(mnt_new_table());
+  if (!table) return failed(mountInfo, ENOMEM);
+  int result = mnt_table_parse_file(table.get(), mountInfo.c_str());
+  if (result != 0) return failed(mountInfo, -result);
+  std::map<dev_t, Line> byDevice;
+  for (const auto& [target, fs] : topmost(table.get())) {
+    if (!holdsData(fs)) continue;
+    Line line{{target, kindOf(fs, sys), static_cast<uint64_t>(mnt_fs_get_id(fs))},
+              mnt_fs_get_devno(fs),
+              textOf(mnt_fs_get_root(fs)).size()};
+    auto [other, first] = byDevice.try_emplace(line.device, line);
+    if (!first && ranksBefore(line, other->second)) other->second = line;
+  }
+  std::vector<Mount> mounts;
+  for (auto& [device, line] : byDevice) mounts.push_back(std::move(line.mount));
+  std::sort(mounts.begin(), mounts.end(), [](const Mount& a, const Mount& b) { return a.point < b.point; });
+  return mounts;
+}
+
+// The name may stand for another file system by now, or the mount may be covered by one above it.
+Result<Room> roomOf(const Mount& mount) {
+  int file = open(mount.point.c_str(), O_PATH | O_CLOEXEC);
+  if (file < 0) return failed(mount.point, errno);
+  struct statvfs figures {};
+  int result = fstatvfs(file, &figures);
+  int error = errno;
+  uint64_t id = mountIdOf(file);
+  close(file);
+  if (id != 0 && id != mount.id) return Room();
+  if (result != 0) return failed(mount.point, error);
+  return Room{figures.f_frsize, figures.f_blocks, figures.f_bfree};
+}
+
+}  // namespace Member

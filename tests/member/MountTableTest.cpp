@@ -1,0 +1,186 @@
+// Which mounts count, out of tables that the test made, and how much room this machine's have.
+#include "MountTable.h"
+
+#include <fmt/format.h>
+#include <gmock/gmock.h>
+#include <sys/statvfs.h>
+
+#include <filesystem>
+
+#include "support/TempDir.h"
+
+namespace Member {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+const char* nameOf(MountKind kind) {
+  switch (kind) {
+    case MountKind::fixedDisk:
+      return "fixed";
+    case MountKind::removableDisk:
+      return "removable";
+    case MountKind::compactDisc:
+      return "disc";
+    case MountKind::ramDisk:
+      return "ram";
+    case MountKind::flashMemory:
+      return "flash";
+    case MountKind::networkDisk:
+      break;
+  }
+  return "network";
+}
+
+class MountTableTest : public testing::Test {
+ public:
+  // A mount of the whole of a device, or a part of it, in the form of /proc/self/mountinfo.
+  MountTableTest& has(const std::string& device, const std::string& target, const std::string& type,
+                      const std::string& root = "/") {
+    table_ += fmt::format("{} 1 {} {} {} rw,relatime shared:1 - {} source rw\n", ++lastId_, device, root,
+                          target, type);
+    return *this;
+  }
+  void removable(const std::string& directory) const {
+    std::filesystem::create_directories(dir_.file(directory));
+    dir_.write(directory + "/removable", "1\n");
+  }
+  // "/data=fixed", in order.
+  std::vector<std::string> mounts() {
+    auto result = realMounts(dir_.write("mountinfo", table_), dir_.path());
+    if (const auto* failure = std::get_if<Failure>(&result)) return {failure->text};
+    std::vector<std::string> all;
+    for (const Mount& mount : std::get<std::vector<Mount>>(result)) {
+      all.push_back(mount.point + "=" + nameOf(mount.kind));
+    }
+    return all;
+  }
+
+  Support::TempDir dir_;
+  std::string table_;
+  int lastId_ = 20;
+};
+
+TEST_F(MountTableTest, FileSystemsThatHoldData_WithTheirKinds) {
+  has("254:0", "/", "ext4")
+      .has("0:40", "/run", "tmpfs")
+      .has("0:41", "/net", "nfs4")
+      .has("0:42", "/win", "cifs");
+  has("11:0", "/media/cd", "iso9660").has("31:0", "/flash", "jffs2").has("0:43", "/merged", "overlay");
+  has("0:44", "/host", "virtiofs").has("0:45", "/pool", "zfs").has("0:46", "/remote", "fuse.sshfs");
+  EXPECT_THAT(mounts(),
+              ElementsAre("/=fixed", "/flash=flash", "/host=fixed", "/media/cd=disc", "/merged=fixed",
+                          "/net=network", "/pool=fixed", "/remote=network", "/run=ram", "/win=network"));
+}
+
+TEST_F(MountTableTest, ViewsOfTheKernel_DoNotCount) {
+  for (const char* type :
+       {"proc",    "sysfs",   "devtmpfs",    "devpts",    "cgroup",   "cgroup2",   "securityfs",
+        "debugfs", "tracefs", "mqueue",      "hugetlbfs", "pstore",   "bpf",       "configfs",
+        "fusectl", "nsfs",    "binfmt_misc", "autofs",    "efivarfs", "rpc_pipefs"}) {
+    has("0:" + std::to_string(lastId_), std::string("/somewhere/") + type, type);
+  }
+  has("0:90", "/proc/fs/nfsd", "tmpfs").has("0:91", "/sys/fs/cgroup", "tmpfs");
+  has("0:92", "/system", "tmpfs").has("0:93", "/processes", "tmpfs");
+  EXPECT_THAT(mounts(), ElementsAre("/processes=ram", "/system=ram"));
+}
+
+TEST_F(MountTableTest, NamesWithBlanksPercentSlashesAndUmlauts_AreWhatTheyAre) {
+  has("8:1", "/my\\040data", "ext4")
+      .has("8:2", "/100%/tab\\011x", "ext4")
+      .has("8:3",
+           "/gr\xc3\xb6\xc3\x9f"
+           "e",
+           "ext4");
+  has("8:4", "/back\\134slash", "ext4");
+  EXPECT_THAT(mounts(), ElementsAre("/100%/tab\tx=fixed", "/back\\slash=fixed",
+                                    "/gr\xc3\xb6\xc3\x9f"
+                                    "e=fixed",
+                                    "/my data=fixed"));
+}
+
+TEST_F(MountTableTest, MountedOverOneAnother_TheTopmostCounts) {
+  has("8:1", "/mnt", "ext4")
+      .has("0:50", "/mnt", "tmpfs")
+      .has("8:2", "/opt", "ext4")
+      .has("0:51", "/opt", "proc");
+  EXPECT_THAT(mounts(), ElementsAre("/mnt=ram"));
+}
+
+TEST_F(MountTableTest, OneFileSystemAtSeveralPlaces_CountsOnce_TheWholeBeforeAPart_TheOldestFirst) {
+  has("8:1", "/etc/hosts", "ext4", "/containers/1/hosts")
+      .has("8:1", "/data", "ext4")
+      .has("8:1", "/again", "ext4");
+  has("8:2", "/b", "ext4", "/sub").has("8:2", "/a", "ext4", "/sub");
+  EXPECT_THAT(mounts(), ElementsAre("/b=fixed", "/data=fixed"));
+}
+
+TEST_F(MountTableTest, RemovableDisks_AsADiskAndAsAPartitionOfOne) {
+  // As in sysfs, a device's directory is a link, and a partition's is within its disk's.
+  removable("devices/sdb");
+  std::filesystem::create_directories(dir_.file("devices/sdb/sdb1"));
+  std::filesystem::create_directories(dir_.file("devices/sda/sda1"));
+  dir_.write("devices/sda/removable", "0\n");
+  std::filesystem::create_directories(dir_.file("dev/block"));
+  for (const char* link : {"8:16", "8:17", "8:1"}) {
+    std::string target = std::string(link) == "8:1"    ? "sda/sda1"
+                         : std::string(link) == "8:16" ? "sdb"
+                                                       : "sdb/sdb1";
+    std::filesystem::create_directory_symlink(dir_.file("devices/" + target), dir_.file("dev/block/") + link);
+  }
+  has("8:16", "/whole", "vfat").has("8:1", "/fixed", "ext4");
+  EXPECT_THAT(mounts(), ElementsAre("/fixed=fixed", "/whole=removable"));
+  has("8:17", "/part", "vfat");
+  EXPECT_THAT(mounts(), ElementsAre("/fixed=fixed", "/part=removable", "/whole=removable"));
+}
+
+TEST_F(MountTableTest, NoTable_IsAFailureWithItsName) {
+  auto result = realMounts("/nonexistent/mountinfo", "/sys");
+  ASSERT_TRUE(std::holds_alternative<Failure>(result));
+  EXPECT_EQ(std::get<Failure>(result).text, "/nonexistent/mountinfo: No such file or directory");
+}
+
+TEST_F(MountTableTest, EmptyTable_NoMounts) { EXPECT_THAT(mounts(), IsEmpty()); }
+
+// This machine's own.
+std::vector<Mount> ownMounts() {
+  auto result = realMounts("/proc/self/mountinfo", "/sys");
+  return std::holds_alternative<Failure>(result) ? std::vector<Mount>()
+                                                 : std::get<std::vector<Mount>>(result);
+}
+
+TEST_F(MountTableTest, RoomOfThisMachinesMounts_IsWhatTheFileSystemsSay) {
+  std::vector<Mount> all = ownMounts();
+  ASSERT_FALSE(all.empty());
+  bool some = false;
+  for (const Mount& mount : all) {
+    auto result = roomOf(mount);
+    if (!std::holds_alternative<Room>(result)) continue;  // not for this user
+    Room room = std::get<Room>(result);
+    struct statvfs figures {};
+    ASSERT_EQ(statvfs(mount.point.c_str(), &figures), 0) << mount.point;
+    EXPECT_EQ(room.size, figures.f_blocks) << mount.point;
+    EXPECT_EQ(room.unitBytes, figures.f_frsize) << mount.point;
+    EXPECT_LE(room.free, room.size) << mount.point;
+    some = some || room.size > 0;
+  }
+  EXPECT_TRUE(some);
+}
+
+TEST_F(MountTableTest, SomethingElseIsReachedUnderTheName_ThereIsNoRoomToTell) {
+  Mount gone = ownMounts().at(0);
+  gone.id += 1'000'000;
+  auto result = roomOf(gone);
+  ASSERT_TRUE(std::holds_alternative<Room>(result));
+  EXPECT_EQ(std::get<Room>(result).size, 0u);
+}
+
+TEST_F(MountTableTest, MountPointIsGone_IsAFailureWithItsName) {
+  auto result = roomOf({"/nonexistent/mount", MountKind::fixedDisk, 1});
+  ASSERT_TRUE(std::holds_alternative<Failure>(result));
+  EXPECT_EQ(std::get<Failure>(result).text, "/nonexistent/mount: No such file or directory");
+}
+
+}  // namespace
+}  // namespace Member
