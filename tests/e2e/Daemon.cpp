@@ -39,6 +39,11 @@ Daemon& Daemon::listensAt(const Support::Argv& options) {
   return *this;
 }
 
+Daemon& Daemon::runBy(const Support::Argv& program) {
+  runBy_ = program;
+  return *this;
+}
+
 Daemon& Daemon::stateIs(const std::string& document) {
   dir_.replace(kStateName, document);
   return stateToCome();
@@ -47,7 +52,8 @@ Daemon& Daemon::stateIs(const std::string& document) {
 Daemon& Daemon::stateToCome() { return with({"--state", "file:" + stateFile()}); }
 
 Support::Process& Daemon::launch() {
-  Support::Argv argv = joined({TRELSNMPD, "--control", controlPath()}, joined(listen_, options_));
+  Support::Argv argv = joined(runBy_, {TRELSNMPD, "--control", controlPath()});
+  argv = joined(argv, joined(listen_, options_));
   process_ = std::make_unique<Support::Process>(argv, environment(dir_));
   return *process_;
 }

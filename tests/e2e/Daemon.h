@@ -22,6 +22,9 @@ class Daemon {
   // Instead of a UDP port of its own.
   Daemon& listensAt(const Support::Argv& options);
 
+  // Run by this program, which is given the daemon's path and options as last arguments.
+  Daemon& runBy(const Support::Argv& program);
+
   // Follows dir().file("state.json"), with this content.
   Daemon& stateIs(const std::string& document);
   // Follows a file that is not there yet.
@@ -54,6 +57,7 @@ class Daemon {
   Support::TempDir dir_;
   std::string address_;
   Manager manager_;
+  Support::Argv runBy_;
   Support::Argv options_;
   Support::Argv listen_;
   std::unique_ptr<Support::Process> process_;

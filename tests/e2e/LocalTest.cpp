@@ -5,8 +5,10 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <ctime>
+#include <filesystem>
 #include <fstream>
 #include <map>
 #include <sstream>
@@ -88,12 +90,14 @@ class LocalTest : public testing::Test {
   auto value(const std::string& name) {
     return [this, name] { return number(daemon_, name); };
   }
-  // Names and states of those that do not work.
+  // Of the collectors that do not work: name, state and error.
   std::vector<std::string> troubles() {
     std::vector<std::string> all;
-    for (const auto& collector : daemon_.status().at("collectors")) {
-      if (collector.at("state") == "works") continue;
-      all.push_back(collector.dump());
+    nlohmann::json status = daemon_.status();
+    for (const auto& one : status.at("collectors")) {
+      if (one.at("state") == "works") continue;
+      all.push_back(fmt::format("{} {}: {}", one.at("name").get<std::string>(),
+                                one.at("state").get<std::string>(), one.at("error").get<std::string>()));
     }
     return all;
   }
@@ -184,6 +188,102 @@ TEST_F(LocalTest, WithoutAnyState_ThisMachineIsMember1OfTheExample) {
     EXPECT_THAT(column(daemon_, name), testing::Not(IsEmpty())) << name;
   }
   EXPECT_EQ(daemon_.manager().get({"reach.4.1.3"}), "reach.4.1.3 = INTEGER: 4\n");
+}
+
+// What df says of a file system, by its mount point; in bytes.
+struct Df {
+  double size = 0;
+  double used = 0;
+};
+std::map<std::string, Df> df() {
+  std::istringstream out(Support::run({"df", "-a", "-B1", "--output=size,used,target"}).out);
+  std::map<std::string, Df> all;
+  std::string line;
+  std::getline(out, line);
+  while (std::getline(out, line)) {
+    std::istringstream fields(line);
+    Df one;
+    std::string target;
+    // Where there is no figure, there is a dash.
+    if (fields >> one.size >> one.used && std::getline(fields >> std::ws, target)) all[target] = one;
+  }
+  return all;
+}
+
+TEST_F(LocalTest, StorageRows_AreWhatDfSays) {
+  start({"--state", "local"});
+  std::map<std::string, Df> machine = df();
+  std::map<std::string, std::string> descriptions = column(daemon_, "stor.4");
+  size_t mounts = 0;
+  for (auto [row, description] : descriptions) {
+    if (std::stoi(row.substr(2)) < 1000) continue;
+    ++mounts;
+    description = description.substr(1, description.size() - 2);
+    ASSERT_TRUE(machine.contains(description)) << description;
+    double unit = number(daemon_, "stor.5." + row);
+    EXPECT_NEAR(number(daemon_, "stor.6." + row) * unit, machine[description].size, unit) << description;
+    // Others write files meanwhile.
+    auto used = [&, name = "stor.7." + row] { return number(daemon_, name) * unit; };
+    EXPECT_TRUE(agree(
+        used, [&] { return df()[description].used; }, machine[description].size / 100 + unit))
+        << description;
+  }
+  EXPECT_GE(mounts, 1u);
+  EXPECT_THAT(troubles(), IsEmpty());
+}
+
+// The mount points of this machine, by the row that each has.
+std::map<std::string, std::string> mountRows(const Daemon& daemon) {
+  auto rows = column(daemon, "stor.4");
+  std::erase_if(rows, [](const auto& row) { return std::stoi(row.first.substr(2)) < 1000; });
+  return rows;
+}
+
+TEST_F(LocalTest, Restarted_MountPointsHaveTheRowsThatTheyHad) {
+  std::string file = daemon_.dir().write("indexes.json", R"({"version": 1, "mounts": {"/gone": 1234}})");
+  start({"--state", "local", "--index-file", file});
+  auto rows = mountRows(daemon_);
+  EXPECT_EQ(rows.begin()->first, "1.1235");
+  EXPECT_TRUE(waitUntil(
+      [&] { return nlohmann::json::parse(Support::readFile(file)).at("mounts").size() == rows.size() + 1; }));
+  EXPECT_EQ(daemon_.process().stop(), 0);
+  daemon_.start();
+  EXPECT_EQ(mountRows(daemon_), rows);
+}
+
+TEST_F(LocalTest, DamagedIndexFile_OneLine_AndItIsSetAside) {
+  std::string file = daemon_.dir().write("indexes.json", "[]");
+  start({"--state", "local", "--index-file", file});
+  EXPECT_THAT(daemon_.errors(),
+              ElementsAre("Member/0 " + file + ": found no JSON object; set aside as " + file + ".damaged"));
+  EXPECT_EQ(Support::readFile(file + ".damaged"), "[]");
+}
+
+// More of them than libraries have threads for such work.
+TEST_F(LocalTest, MountsThatHang_HoldUpNeitherAnswersNorOtherCollectorsNorTheEnd) {
+  Support::Argv hanging = {HANGING_MOUNTS};
+  std::vector<std::string> expected;
+  for (int i = 0; i < 8; ++i) {
+    std::string directory = daemon_.dir().file("hangs " + std::to_string(i));
+    std::filesystem::create_directory(directory);
+    hanging.push_back(directory);
+    expected.push_back("mount " + directory + " hangs: no answer for 3 s");
+  }
+  hanging.push_back("--");
+  Support::Argv probe = hanging;
+  probe.push_back("/bin/true");
+  if (Support::Result tried = Support::run(probe); tried.status == 77) {
+    GTEST_SKIP() << "not allowed here: " << tried.err;
+  }
+  daemon_.runBy(hanging);
+  start({"--state", "local"});
+  EXPECT_EQ(troubles(), expected);
+  EXPECT_THAT(mountRows(daemon_), testing::Not(IsEmpty()));
+  auto before = std::chrono::steady_clock::now();
+  double uptime = number(daemon_, "sys.2.1");
+  EXPECT_TRUE(waitUntil([&] { return number(daemon_, "sys.2.1") > uptime; }));
+  EXPECT_EQ(daemon_.process().stop(), 0);
+  EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(8));
 }
 
 TEST_F(LocalTest, ExampleKnowsMoreOfTheMemberThanThereIs_NothingOfItShowsThrough) {
