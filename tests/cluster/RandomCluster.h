@@ -1,0 +1,49 @@
+// A cluster whose state changes at random, as a state document, and what a manager must see of it: the five
+// tables stated anew, from the document alone.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <random>
+#include <string>
+#include <vector>
+
+class RandomCluster {
+ public:
+  RandomCluster(unsigned seed, unsigned members);
+
+  // One thing changes.
+  void change();
+  std::string document() const { return state_.dump(); }
+
+  // What a walk over both modules finds: object identifier (relative to the modules' common root) and value,
+  // in the order of the walk.
+  using Walk = std::map<std::vector<uint32_t>, std::string>;
+  Walk expected() const;
+
+ private:
+  using Json = nlohmann::json;
+
+  unsigned below(unsigned bound) { return std::uniform_int_distribution<unsigned>(0, bound - 1)(random_); }
+  std::string anyMember() { return std::to_string(1 + below(members_)); }
+  std::string anyMount();
+  void joins(const std::string& member);
+  void changeLink(const std::string& member);
+  void changeIndex();
+  void changeReachability(const std::string& member);
+  void changeHost(const std::string& member);
+  void changeMapping();
+  Json anyMemory();
+
+  void expectInterfaces(Walk& walk) const;
+  void expectReachability(Walk& walk) const;
+  void expectSystems(Walk& walk) const;
+  void expectProcessors(Walk& walk) const;
+  void expectStorage(Walk& walk) const;
+  void expectMemory(Walk& walk, uint32_t member, const Json& memory) const;
+
+  std::mt19937 random_;
+  const unsigned members_;
+  Json state_;
+};
