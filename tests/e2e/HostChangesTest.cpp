@@ -149,6 +149,21 @@ TEST_F(HostChanges, MappingGetsAnotherIndex_TheRowMoves) {
   EXPECT_EQ(manager().getNext({"stor.6.1.4294967295"}), "stor.6.2.1 = INTEGER: 8000000\n");
 }
 
+// While they do, each has the index that the other had, and either's row may go under it.
+TEST_F(HostChanges, MappingsTradeIndexes_NoRowIsMissing) {
+  start();
+  ASSERT_EQ(manager().get({"stor.6.1.31", "stor.6.1.2147483648"}),
+            "stor.6.1.31 = INTEGER: 5242880\nstor.6.1.2147483648 = INTEGER: 5\n");
+  mount("/größe")["index"] = 31;
+  mount("/")["index"] = 2147483648;
+  edit();
+  EXPECT_TRUE(Support::waitUntil([this] {
+    return manager().get({"stor.6.1.31", "stor.6.1.2147483648", "stor.6.2.2147483648"}) ==
+           "stor.6.1.31 = INTEGER: 5\nstor.6.1.2147483648 = INTEGER: 5242880\n"
+           "stor.6.2.2147483648 = INTEGER: 100\n";
+  })) << manager().bulkWalk();
+}
+
 TEST_F(HostChanges, DescriptionChanges_OnlyItsInstancesDiffer) {
   start();
   mount("/")["description"] = "root";
