@@ -49,6 +49,8 @@ class ManualIo final : public Io {
       job.done();
     }
   }
+  // Lets the work that was handed over first hang.
+  void hangFirst() { hung_.splice(hung_.end(), jobs_, jobs_.begin()); }
   // Lets the work that hangs go on; it is run anew.
   void hungReturn() {
     jobs_.splice(jobs_.end(), hung_);

@@ -26,12 +26,13 @@ constexpr uint64_t kSecond = 1000;
 class Life {
  public:
   Life(std::shared_ptr<ManualMachine> machine, Zavro::ManualClock& clock, const std::string& indexFile,
-       const std::string& others = "{}")
+       const std::string& others = "{}", bool indexesHang = false)
       : io(clock), world(0) {
     others_ = world.store.layerIs();
     source.emplace(LocalSource::Settings{7, 5, indexFile}, std::move(machine), world.store, io, clock);
     says(others);
     source->start();
+    if (indexesHang) io.hangFirst();  // it is what is asked for first
     pass(0);
   }
   // What other sources say, and what is notified at once.
@@ -372,6 +373,33 @@ TEST_F(LocalStorageTest, IndexFileThatCannotBeRead_IndexesAreGivenAndTheTroubleI
   EXPECT_THAT(life_->troubles(), ElementsAre("indexes fails: " + indexFile_ + ": found no regular file"));
   look();
   EXPECT_TRUE(std::filesystem::is_directory(indexFile_));
+}
+
+TEST_F(LocalStorageTest, IndexFileIsSlow_NoIndexIsGivenBeforeItIsRead) {
+  dir_.write("indexes.json", R"({"version": 1, "mounts": {"/": 1500}})");
+  mount("/", {4096, 100, 40});
+  life_.emplace(machine_, clock_, indexFile_, "{}", /*indexesHang=*/true);
+  life_->pass(kSecond);
+  EXPECT_EQ(life_->rows(), "");
+  life_->io.hungReturn();
+  life_->pass(0);
+  EXPECT_EQ(life_->rows(), "/=1500");
+  EXPECT_THAT(life_->troubles(), IsEmpty());
+}
+
+TEST_F(LocalStorageTest, IndexFileHangs_IndexesAreGivenAfterItsPatience_AndItIsLeftAsItIs) {
+  const std::string kept = R"({"version": 1, "mounts": {"/": 1500}})";
+  dir_.write("indexes.json", kept);
+  mount("/", {4096, 100, 40});
+  life_.emplace(machine_, clock_, indexFile_, "{}", /*indexesHang=*/true);
+  life_->pass(Collector::kPatienceMs);
+  EXPECT_EQ(life_->rows(), "/=1001");
+  EXPECT_THAT(life_->troubles(), ElementsAre("indexes hangs: no answer for 3 s"));
+  life_->io.hungReturn();
+  look();
+  EXPECT_EQ(life_->rows(), "/=1001");
+  EXPECT_EQ(Support::readFile(indexFile_), kept);
+  EXPECT_THAT(trace_.lines(), testing::Contains(HasSubstr("took too long to be read")));
 }
 
 TEST_F(LocalStorageTest, IndexesCannotBeKept_IsShown_AndTriedAgainAtTheNextLook) {
