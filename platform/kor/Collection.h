@@ -2,8 +2,9 @@
 // and per-key change notification.
 #pragma once
 
+#include <absl/container/btree_map.h>
+
 #include <cstdint>
-#include <map>
 #include <utility>
 
 #include "kor/Notifier.h"
@@ -15,7 +16,8 @@ inline constexpr uint32_t kCollectionVersionMask = (1u << 23) - 1;
 
 template <class KeyType, class ValueType>
 class Collection {
-  using Map = std::map<KeyType, ValueType, std::less<>>;
+  // Elements lie side by side: walks over tens of thousands of them are what some changes cost.
+  using Map = absl::btree_map<KeyType, ValueType, std::less<>>;
 
  public:
   using Key = KeyType;
@@ -27,7 +29,7 @@ class Collection {
    public:
     explicit operator bool() const { return valid_; }
     const Key& key() const { return key_; }  // Requires: *this is true.
-    // The value under the key now, or null when the element is gone. The pointer lives until the element
+    // The value under the key now, or null when the element is gone. The pointer lives until the collection
     // changes.
     const Value* value() const {
       return changes_ == collection_->changes_ ? &position_->second : collection_->find(key_);
@@ -57,7 +59,7 @@ class Collection {
     bool valid_ = false;
   };
 
-  // The value under the key, or null. The pointer lives until the element changes.
+  // The value under the key, or null. The pointer lives until the collection changes.
   template <class LookupKey>
   const Value* find(const LookupKey& key) const {
     auto found = map_.find(key);

@@ -1,8 +1,61 @@
 #include "lanix/IntfId.h"
 
-#include <string_view>
+#include <mutex>
+#include <unordered_map>
 
 namespace Lanix {
+
+// The names that ids hold. A name's first and its last holder come and go under the lock, so that none is
+// found here that is about to be destroyed.
+class IntfId::Names {
+ public:
+  static Names& all() {
+    static auto* names = new Names;
+    return *names;
+  }
+
+  boost::intrusive_ptr<const Name> kept(std::string_view text) {
+    std::lock_guard lock(mutex_);
+    auto found = names_.find(text);
+    if (found != names_.end()) return found->second;
+    boost::intrusive_ptr<const Name> made(new Name(text));
+    names_.emplace(made->text, made.get());
+    return made;
+  }
+
+  void dropLast(const Name* name) {
+    {
+      std::lock_guard lock(mutex_);
+      // Somebody may have asked for it again meanwhile.
+      if (name->holders.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
+      names_.erase(name->text);
+    }
+    delete name;
+  }
+
+ private:
+  std::mutex mutex_;
+  std::unordered_map<std::string_view, const Name*> names_;  // by the names' own texts
+};
+
+void IntfId::Name::release() const {
+  uint32_t now = holders.load(std::memory_order_relaxed);
+  while (now > 1) {
+    if (holders.compare_exchange_weak(now, now - 1, std::memory_order_release, std::memory_order_relaxed)) {
+      return;
+    }
+  }
+  Names::all().dropLast(this);
+}
+
+IntfId::IntfId(std::string_view name) {
+  if (!name.empty()) name_ = Names::all().kept(name);
+}
+
+const std::string& IntfId::empty() {
+  static const auto* text = new std::string;
+  return *text;
+}
 
 bool BackplaneChannelIntfId::isBackplaneChannelIntfId(const IntfId& id) {
   constexpr std::string_view kPrefix = "Backplane";

@@ -1,22 +1,47 @@
 // Names of interfaces.
 #pragma once
 
+#include <atomic>
+#include <boost/smart_ptr/intrusive_ptr.hpp>
 #include <compare>
+#include <cstdint>
 #include <string>
+#include <string_view>
 
 namespace Lanix {
 
+// Each name is kept once in the process, for as long as an id holds it: an id is as wide as a pointer, and
+// two are compared for equality without a look at their names. Ids may be made, copied and dropped on any
+// thread, and outlive every static object.
 class IntfId {
  public:
   IntfId() = default;  // the empty name, which no interface has
-  explicit IntfId(std::string name) : name_(std::move(name)) {}
-  const std::string& name() const { return name_; }
-  const std::string& text() const { return name_; }
-  auto operator<=>(const IntfId&) const = default;
-  bool operator==(const IntfId&) const = default;
+  explicit IntfId(std::string_view name);
+  const std::string& name() const { return name_ ? name_->text : empty(); }
+  const std::string& text() const { return name(); }
+  bool operator==(const IntfId& other) const { return name_ == other.name_; }
+  // By name.
+  std::strong_ordering operator<=>(const IntfId& other) const {
+    return *this == other ? std::strong_ordering::equal : name() <=> other.name();
+  }
 
  private:
-  std::string name_;
+  class Names;
+  struct Name {
+    explicit Name(std::string_view name) : text(name) {}
+    void release() const;
+    friend void intrusive_ptr_add_ref(const Name* name) {
+      name->holders.fetch_add(1, std::memory_order_relaxed);
+    }
+    friend void intrusive_ptr_release(const Name* name) { name->release(); }
+
+    const std::string text;
+    mutable std::atomic<uint32_t> holders = 0;
+  };
+
+  static const std::string& empty();
+
+  boost::intrusive_ptr<const Name> name_;  // null: the empty name
 };
 
 class BackplaneChannelIntfId {

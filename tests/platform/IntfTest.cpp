@@ -1,5 +1,8 @@
 #include <gmock/gmock.h>
 
+#include <thread>
+#include <vector>
+
 #include "intfsnmp/IfMib.h"
 #include "lanix/IntfId.h"
 #include "support/Reflection.h"
@@ -15,6 +18,44 @@ TEST(IntfIdTest, IsItsName_DefaultIsTheEmptyOne) {
   EXPECT_EQ(IntfId("Backplane1/2").text(), "Backplane1/2");
   EXPECT_LT(IntfId("Backplane1"), IntfId("Backplane2"));
   EXPECT_EQ(fmt::format("{}", IntfId("Management1")), "Management1");
+}
+
+TEST(IntfIdTest, SameNameMadeTwice_IsKeptOnce) {
+  IntfId first("Backplane1/2");
+  const std::string* name = &first.name();
+  IntfId second(std::string("Backplane1/") + "2");
+  EXPECT_EQ(&second.name(), name);
+  EXPECT_EQ(first, second);
+  EXPECT_EQ(first <=> second, std::strong_ordering::equal);
+  IntfId copy = first;
+  first = IntfId("Backplane1/3");
+  second = first;
+  EXPECT_EQ(&copy.name(), name);
+  EXPECT_EQ(copy.name(), "Backplane1/2");
+  EXPECT_NE(copy, first);
+}
+
+TEST(IntfIdTest, MovedFrom_IsTheEmptyName) {
+  IntfId id("Backplane1/2");
+  IntfId other = std::move(id);
+  EXPECT_EQ(id, IntfId());  // NOLINT(bugprone-use-after-move): what is promised
+  EXPECT_EQ(other.name(), "Backplane1/2");
+}
+
+TEST(IntfIdTest, ThreadsMakeAndDropTheSameNames_EachHasItsOwn) {
+  auto churn = [] {
+    for (int i = 0; i < 2000; ++i) {
+      std::string name = "Backplane" + std::to_string(i % 7);
+      IntfId made(name);
+      IntfId copy = made;
+      made = IntfId();
+      ASSERT_EQ(copy.name(), name);
+      ASSERT_EQ(copy, IntfId(name));
+    }
+  };
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i) threads.emplace_back(churn);
+  for (std::thread& thread : threads) thread.join();
 }
 
 TEST(BackplaneChannelIntfIdTest, BackplaneAndADigit_IsOne) {
