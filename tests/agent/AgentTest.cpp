@@ -61,6 +61,13 @@ class AgentTest : public testing::Test {
     Trel::trelModeIs(true);
   }
 
+  // Member 1 reaches member 2 over the interface with ifIndex 10.
+  void linked() {
+    auto member = Zavro::makePtr<Trel::TopoConfig>(Trel::MemberId(1));
+    member->neighbor().set(Trel::MemberId(2), Lanix::IntfId("Backplane1/2"));
+    topology->topoConfig().set(Trel::MemberId(1), member);
+    ifMib->ifIndexByIntfId().set(Lanix::IntfId("Backplane1/2"), 10);
+  }
   Zavro::Ptr<Agent> agentIs() {
     return root->agentIs(mib, status, ifMib, topology, reachabilityDir, hostResourcesDir);
   }
@@ -336,13 +343,27 @@ TEST_F(AgentTest, PipelineSetter_ReplacesForOtherInputsAndTheOldOneTakesTheContr
   EXPECT_EQ(agent->trelSnmpReachabilityTableSm(), replacement);
 }
 
+TEST_F(AgentTest, PipelineSetter_AnotherMib_RowsMoveThere) {
+  reports("1", 2);
+  linked();
+  auto agent = agentIs();
+  scheduler.drain();
+  ASSERT_NE(mib->trelReachabilityTable({1, 2}), nullptr);
+  ASSERT_NE(mib->trelIfTable(10), nullptr);
+  auto other = trelMibFactory("other");
+  auto reachability = agent->trelSnmpReachabilityTableSmIs(reachabilityDir, ifMib, other, Rvx::SmControl());
+  auto links = agent->trelSnmpIfTableSmIs(topology, ifMib, other, Rvx::SmControl());
+  EXPECT_EQ(reachability->trelMib(), other);
+  EXPECT_EQ(links->trelMib(), other);
+  EXPECT_TRUE(mib->trelReachabilityTable().empty());
+  EXPECT_TRUE(mib->trelIfTable().empty());
+  scheduler.drain();
+  EXPECT_NE(other->trelReachabilityTable({1, 2}), nullptr);
+  EXPECT_NE(other->trelIfTable(10), nullptr);
+}
+
 TEST_F(AgentTest, IfTablePipeline_KeptReplacedAndDeletedAlike) {
-  topology->topoConfig().set(Trel::MemberId(1), [] {
-    auto member = Zavro::makePtr<Trel::TopoConfig>(Trel::MemberId(1));
-    member->neighbor().set(Trel::MemberId(2), Lanix::IntfId("Backplane1/2"));
-    return member;
-  }());
-  ifMib->ifIndexByIntfId().set(Lanix::IntfId("Backplane1/2"), 10);
+  linked();
   auto agent = agentIs();
   auto pipeline = agent->trelSnmpIfTableSm();
   scheduler.drain();

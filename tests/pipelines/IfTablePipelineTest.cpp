@@ -1,5 +1,8 @@
 // What the backplane interface table holds as links and interface indexes come, move and go.
+#include <gmock/gmock.h>
+
 #include "IfTableFixture.h"
+#include "support/Reflection.h"
 
 namespace TrelSnmp::Agent {
 namespace {
@@ -292,6 +295,69 @@ TEST_F(IfTablePipeline, MovingIndexes_DisturbNoWalk) {
     EXPECT_TRUE(std::is_sorted(visited.begin(), visited.end(), std::less_equal<>())) << round;
     world.scheduler.drain();
   }
+}
+
+TEST_F(IfTablePipeline, AttributesAndOperations_AreReachedByName) {
+  world.wires(1, 2, "Backplane1/2");
+  world.indexIs("Backplane1/2", 10);
+  world.startAndDrain();
+  EXPECT_EQ(world.sm->korType().name(), "TrelSnmp::Agent::TrelSnmpIfTableSm");
+  const auto& topology = world.sm->topoConfigStreamCodef();
+  const auto& indexes = world.sm->ifMibIfIndexStreamCodef();
+  const std::map<std::string, std::string> expected = {
+      {"name", "TrelSnmpIfTableSm"},
+      {"synchronous", "false"},
+      {"initialScanDone", "true"},
+      {"ready", "true"},
+      {"idle", "true"},
+      {"topoConfigStreamScan", "true"},
+      {"ifMibIfIndexStreamScan", "true"},
+      {"topoConfigStreamCodefBacklog", "0"},
+      {"ifMibIfIndexStreamCodefBacklog", "0"},
+      {"topoConfigStreamCodefBookmark", "Optional( (local=1, remote=2) )"},
+      {"ifMibIfIndexStreamCodefBookmark", "Optional( Backplane1/2 )"},
+      {"topoConfigStreamCodefGeneration", std::to_string(topology.doneGen())},
+      {"topoConfigStreamCodefDoneGen", std::to_string(topology.generation())},
+      {"ifMibIfIndexStreamCodefGeneration", std::to_string(indexes.doneGen())},
+      {"ifMibIfIndexStreamCodefDoneGen", std::to_string(indexes.generation())},
+      {"topoConfigStreamIdle", "true"},
+      {"ifMibIfIndexStreamIdle", "true"},
+      {"topoConfigStreamTask", "TrelSnmpIfTableSm-topoConfigStreamTask"},
+      {"ifMibIfIndexStreamTask", "TrelSnmpIfTableSm-ifMibIfIndexStreamTask"},
+      {"trelMibTrelIfTableOutputReady", "true"},
+      {"trelMibTrelIfTableOutputReconciling", "false"},
+      {"trelMibTrelIfTableOutputSeen", "0"},
+      {"trelMibTrelIfTableOutputReconciliationTask", "TrelSnmpIfTableSm-trelMibTrelIfTableOutputTask"},
+  };
+  for (const auto& [name, value] : expected) EXPECT_EQ(Kor::attribute(*world.sm, name), value) << name;
+  EXPECT_THAT(operationNames(world.sm->korType()),
+              testing::IsSupersetOf({"handleTopoConfigStreamCodefInputReady",
+                                     "handleIfMibIfIndexStreamCodefInputReady",
+                                     "handleTrelMibTrelIfTableOutputInputReady"}));
+  uint64_t before = topology.doneGen();
+  Kor::invoke(*world.sm, "handleTopoConfigStreamCodefInputReady");
+  EXPECT_EQ(Kor::attribute(*world.sm, "topoConfigStreamCodefDoneGen"), std::to_string(before + 2));
+}
+
+TEST_F(IfTablePipeline, AttributesOfItsMachines_AreReadByName) {
+  world.wires(1, 2, "Backplane1/2");
+  world.wires(1, 3, "Backplane1/3");
+  world.indexIs("Backplane1/2", 10);
+  world.startAndDrain();
+  ASSERT_EQ(world.sm->machines().size(), 2U);
+  const Kor::Object& members = *world.sm->machines()[0];
+  EXPECT_EQ(members.korType().name(), "TopologyConfigSm0");
+  EXPECT_EQ(Kor::attribute(members, "childSmTopoConfig"), "1");
+  EXPECT_EQ(Kor::attribute(members, "inputScanState0"), "2");
+  using Members = RivoCode::TrelSnmpIfTableSm::TopologyConfigSm0;
+  auto member = dynamic_cast<const Members&>(members).child(Trel::MemberId(1));
+  ASSERT_NE(member, nullptr);
+  EXPECT_EQ(member->korType().name(), "TopoConfigSm1");
+  EXPECT_EQ(Kor::attribute(*member, "smKey"), "1");
+  EXPECT_EQ(Kor::attribute(*member, "versionNeighbor"), "2");
+  const Kor::Object& indexes = *world.sm->machines()[1];
+  EXPECT_EQ(indexes.korType().name(), "IfMibSm2");
+  EXPECT_EQ(Kor::attribute(indexes, "versionIfIndexByIntfId"), "1");
 }
 
 using IfTablePipelineDeath = IfTablePipeline;
