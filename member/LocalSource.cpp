@@ -5,11 +5,17 @@
 #include <algorithm>
 
 #include "Figures.h"
+#include "Text.h"
+#include "lumalog/Lumalog.h"
 
 namespace Member {
 namespace {
 
 using Kelstore::Kind;
+using Kelstore::Path;
+
+const Lumalog::Handle traceHandle("Member");
+constexpr int kWarningLevel = 1;
 
 constexpr const char* kName = "local";
 
@@ -26,6 +32,31 @@ bool isHostResource(Kind kind) {
       return false;
   }
 }
+
+// The storage mappings that sources have, as far as they count.
+class Mappings {
+ public:
+  // Overrides what was added before.
+  void add(const Kelstore::Snapshot& snapshot) {
+    for (const auto& [path, value] : snapshot.entries()) {
+      if (path.kind > Kind::memoryMapping) break;  // in the order of kinds
+      if (const auto* mapping = std::get_if<Kelstore::Mapping>(&value)) indexOf_[path] = mapping->index;
+    }
+  }
+  void added() {
+    for (const auto& [path, index] : indexOf_) pathsAt_[index].insert(path);
+  }
+  bool has(const Path& path) const { return indexOf_.contains(path); }
+  // Whether the index is one of theirs, for another row than that of the path.
+  bool take(uint32_t index, const Path& path) const {
+    auto found = pathsAt_.find(index);
+    return found != pathsAt_.end() && !found->second.contains(path);
+  }
+
+ private:
+  std::map<Path, uint32_t> indexOf_;
+  std::map<uint32_t, std::set<Path>> pathsAt_;
+};
 
 }  // namespace
 
@@ -130,25 +161,25 @@ Kelstore::Snapshot LocalSource::figures() const {
 }
 
 Kelstore::Snapshot LocalSource::mappings() {
-  // The indexes that other sources gave, to mount points or (an empty name) to memory.
-  std::map<uint32_t, std::string> others;
+  Mappings others;
   for (Kelstore::Store::Layer layer = 0; layer < store_.layers(); ++layer) {
-    if (layer == mappingsLayer_) continue;
-    for (const auto& [path, value] : store_.snapshot(layer)->entries()) {
-      if (path.kind > Kind::memoryMapping) break;  // in the order of kinds
-      if (const auto* mapping = std::get_if<Kelstore::Mapping>(&value)) {
-        others.emplace(mapping->index, path.kind == Kind::mountMapping ? path.first : "");
-      }
+    if (layer != mappingsLayer_) others.add(*store_.snapshot(layer));
+  }
+  others.added();
+  std::vector<Kelstore::Snapshot::Entry> entries;
+  for (auto& [memory, mapping] : memoryMappings()) {
+    Path path{Kind::memoryMapping, std::to_string(memory), ""};
+    if (!others.take(mapping.index, path)) {
+      leftOut_.erase(memory);
+      entries.push_back({std::move(path), std::move(mapping)});
+    } else if (!others.has(path) && leftOut_.insert(memory).second) {
+      traceHandle.trace(kWarningLevel, "storage index {} is another source's: {} is left out", mapping.index,
+                        Kelstore::inQuotes(mapping.description));
     }
   }
   auto taken = [&others](uint32_t index, const std::string& mountPoint) {
-    auto found = others.find(index);
-    return found != others.end() && found->second != mountPoint;
+    return others.take(index, {Kind::mountMapping, mountPoint, ""});
   };
-  std::vector<Kelstore::Snapshot::Entry> entries;
-  for (auto& [memory, mapping] : memoryMappings()) {
-    entries.push_back({{Kind::memoryMapping, std::to_string(memory), ""}, mapping});
-  }
   for (auto& [mountPoint, mapping] : storage_.mappings(taken)) {
     entries.push_back({{Kind::mountMapping, mountPoint, ""}, mapping});
   }

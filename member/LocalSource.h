@@ -9,6 +9,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <vector>
 
 #include "Collector.h"
@@ -81,6 +82,7 @@ class LocalSource final : public Kelstore::Source {
   std::optional<MemoryInUse> memory_;
   std::optional<std::vector<ProcessorTime>> processors_;
   std::map<uint32_t, int16_t> loads_;  // of the processors, by number
+  std::set<int32_t> leftOut_;          // kinds of memory whose index is another source's, of which was told
   LocalStorage storage_;
 };
 

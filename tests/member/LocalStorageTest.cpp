@@ -21,14 +21,17 @@ using testing::IsEmpty;
 
 constexpr uint64_t kSecond = 1000;
 
-// A process: a store and its sources, of which the first is what others say and the second is local, as
+// A process: a store and its sources, of which the first two are what others say and the last is local, as
 // member 7.
 class Life {
  public:
   Life(std::shared_ptr<ManualMachine> machine, Zavro::ManualClock& clock, const std::string& indexFile,
-       const std::string& others = "{}", bool indexesHang = false)
+       const std::string& others = "{}", bool indexesHang = false, const std::string& earlier = "{}")
       : io(clock), world(0) {
+    auto first = world.store.layerIs();
     others_ = world.store.layerIs();
+    world.submit(earlier, first);
+    world.store.settledIs(first);
     source.emplace(LocalSource::Settings{7, 5, indexFile}, std::move(machine), world.store, io, clock);
     says(others);
     source->start();
@@ -58,6 +61,16 @@ class Life {
     std::string text;
     for (auto at = world.mappings().mountEntries().begin(); at; at.next()) {
       text += fmt::format("{}{}={}", text.empty() ? "" : " ", at.key(), at.value()->index);
+    }
+    return text;
+  }
+  // "1=1 2=2", of the kinds of memory.
+  std::string memoryRows() const {
+    std::map<int32_t, uint32_t> rows;
+    for (auto at = world.mappings().memEntries().begin(); at; at.next()) rows[at.key()] = at.value()->index;
+    std::string text;
+    for (const auto& [memory, index] : rows) {
+      text += fmt::format("{}{}={}", text.empty() ? "" : " ", memory, index);
     }
     return text;
   }
@@ -320,6 +333,44 @@ TEST_F(LocalStorageTest, OtherSourceGivesAnIndexThatWeGave_OursIsAnotherOneAndTh
   EXPECT_EQ(life_->rows(), "/=1002 /srv=1001");
   EXPECT_THAT(trace_.lines(),
               ElementsAre("Member/1 storage index 1001 is another source's now: \"/\" gets 1002"));
+}
+
+// Their rows used to take turns under one index.
+TEST_F(LocalStorageTest, OtherSourceGivesAnIndexOfMemory_ToAMountPoint_TheMemoryIsLeftOutAndThatIsSaidOnce) {
+  mount("/", {4096, 100, 40});
+  const std::string others =
+      R"({"storageMappings": {"mounts": {"/": {"index": 1, "type": "1.3.6.1", "description": "root fs"}}}})";
+  restart(others);
+  EXPECT_EQ(life_->rows(), "/=1");
+  EXPECT_EQ(life_->memoryRows(), "2=2 3=3 100=100");
+  look();
+  EXPECT_THAT(trace_.lines(),
+              ElementsAre("Member/1 storage index 1 is another source's: \"Physical memory\" is left out"));
+  life_->says("{}");
+  look();
+  EXPECT_EQ(life_->memoryRows(), "1=1 2=2 3=3 100=100");
+  life_->says(others);
+  EXPECT_EQ(life_->rows(), "/=1");
+  look();
+  EXPECT_EQ(life_->memoryRows(), "2=2 3=3 100=100");
+  EXPECT_EQ(trace_.lines().size(), 2u);
+}
+
+TEST_F(LocalStorageTest, OtherSourceGivesAnIndexOfMemory_ToAnotherKindOfMemory_OursIsLeftOut) {
+  restart(R"({"storageMappings": {"memory": {"1": {"index": 2, "type": "1.3.6.1", "description": ""},
+                                             "7": {"index": 3, "type": "1.3.6.1", "description": ""}}}})");
+  EXPECT_EQ(life_->memoryRows(), "1=2 7=3 100=100");
+}
+
+// What an earlier source says of a path does not count where a later one says something else.
+TEST_F(LocalStorageTest, IndexOfMemoryIsInAMappingThatDoesNotCount_TheMemoryStays) {
+  const std::string earlier =
+      R"({"storageMappings": {"mounts": {"/": {"index": 1, "type": "1.3.6.1", "description": ""}}}})";
+  const std::string later =
+      R"({"storageMappings": {"mounts": {"/": {"index": 31, "type": "1.3.6.1", "description": ""}}}})";
+  life_.emplace(machine_, clock_, indexFile_, later, /*indexesHang=*/false, earlier);
+  EXPECT_EQ(life_->rows(), "/=31");
+  EXPECT_EQ(life_->memoryRows(), "1=1 2=2 3=3 100=100");
 }
 
 TEST_F(LocalStorageTest, Restarted_MountPointsHaveTheIndexesThatTheyHad) {
