@@ -135,6 +135,16 @@ const Kor::Type& SnmpStatusSm::type() {
 
 // Agent
 
+Derivations::~Derivations() {
+  for (const auto& key : keys_) Rvx::GlobalState::get().delFromRegistry(key);
+}
+
+void Derivations::add(const Rvx::RegistryKey& key) {
+  if (std::find(keys_.begin(), keys_.end(), key) != keys_.end()) return;
+  Rvx::GlobalState::get().addToRegistry(key);
+  keys_.push_back(key);
+}
+
 Agent::Agent(AgentInputs inputs) : inputs_(std::move(inputs)) { startSMs(); }
 
 Agent::~Agent() {
@@ -143,7 +153,6 @@ Agent::~Agent() {
   trelSnmpReachabilityTableSmDel();
   trelSnmpHostResourcesSmDel();
   trelSnmpHrStorageTableSmDel();
-  for (const auto& key : derivations_) Rvx::GlobalState::get().delFromRegistry(key);
 }
 
 void Agent::startSMs() {
@@ -163,9 +172,7 @@ void Agent::startStorageTableSm() {
   if (!entity) entity = Kor::Entity::singletonIs(StorageEntryMappings::kTypeName);
   auto mappings = boost::dynamic_pointer_cast<const StorageEntryMappings>(entity);
   for (const auto& key : TrelSnmpHrStorageTableSm::derivations(inputs_.hostResourcesDir, mappings)) {
-    if (std::find(derivations_.begin(), derivations_.end(), key) != derivations_.end()) continue;
-    Rvx::GlobalState::get().addToRegistry(key);
-    derivations_.push_back(key);
+    derivations_.add(key);
   }
   trelSnmpHrStorageTableSmIs(inputs_.hostResourcesDir, inputs_.trelMib, mappings, rvxSmControl_);
 }

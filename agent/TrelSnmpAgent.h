@@ -62,6 +62,20 @@ struct AgentInputs {
   bool operator==(const AgentInputs&) const = default;  // the very same objects
 };
 
+// The derivations that an agent declared: taken back when it goes, also when it goes while it is being made.
+class Derivations {
+ public:
+  Derivations() = default;
+  ~Derivations();
+  Derivations(const Derivations&) = delete;
+  Derivations& operator=(const Derivations&) = delete;
+  // Declares one, unless this agent has done so.
+  void add(const Rvx::RegistryKey& key);
+
+ private:
+  std::vector<Rvx::RegistryKey> keys_;
+};
+
 // Makes the status watcher and the pipelines when it is constructed. The pipelines start at once; only the
 // registration of the MIB modules waits for the SNMP agent. Ends the process when the switch is not in Trel
 // mode.
@@ -133,7 +147,7 @@ class Agent final : public Zavro::Node {
   Zavro::Ptr<TrelSnmpReachabilityTableSm> trelSnmpReachabilityTableSm_;
   Zavro::Ptr<TrelSnmpHostResourcesSm> trelSnmpHostResourcesSm_;
   Zavro::Ptr<TrelSnmpHrStorageTableSm> trelSnmpHrStorageTableSm_;
-  std::vector<Rvx::RegistryKey> derivations_;  // that this agent declared
+  Derivations derivations_;
   Rvx::SmControl rvxSmControl_;
 };
 

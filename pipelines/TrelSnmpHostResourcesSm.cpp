@@ -90,6 +90,7 @@ void TrelSnmpHostResourcesSm::machinesIs() {
   HostResourcesDirSm0::Statement statement;
   statement.machine = "HostResourcesDirSm0";
   statement.childMachine = "EntityPtrSm1";
+  statement.entries = "entityPtr";
   statement.children = "childSmEntityPtrHostResourcesHostResourcesPtrConst";
   statement.wrongType =
       "dynamic cast to type ::HostResources::HostResources::RawPtrConst from Kor::Entity::PtrConst failed. ";

@@ -12,14 +12,12 @@
 //   a file system's record appears, is replaced     the row of its mapping is written, replacing one that is
 //                                                   there
 //   it vanishes                                     the row of its mapping is deleted
-//   a file system without mapping                   is ignored, also when it vanishes: a row of an earlier
-//   life
-//                                                   is left to reconciliation
+//   a file system without mapping                   is ignored, also when it vanishes: a row of an
+//                                                   earlier life is left to reconciliation
 //   a memory record appears, is replaced            one row for each memory mapping is written
 //   it vanishes                                     the row of each memory mapping is deleted
-//   a member's entity vanishes                      its mapped file systems' rows are deleted, then the row
-//   of
-//                                                   each memory mapping
+//   a member's entity vanishes                      its mapped file systems' rows are deleted, then the
+//                                                   row of each memory mapping
 //   the entity is replaced                          the same, and the new entity's rows are written
 //   an entity of another type                       is traced and counts as absent
 //
@@ -162,6 +160,7 @@ void TrelSnmpHrStorageTableSm::machinesIs() {
   HostResourcesDirSm0::Statement statement;
   statement.machine = "HostResourcesDirSm0";
   statement.childMachine = "EntityPtrSm1";
+  statement.entries = "entityPtr";
   statement.children = "childSmEntityPtrHostResourcesHostResourcesPtrConst";
   statement.wrongType =
       "dynamic cast to type ::HostResources::HostResources::RawPtrConst from Kor::Entity::PtrConst failed. ";

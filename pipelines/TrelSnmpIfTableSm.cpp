@@ -195,6 +195,7 @@ void TrelSnmpIfTableSm::machinesIs() {
   TopologyConfigSm0::Statement statement;
   statement.machine = "TopologyConfigSm0";
   statement.childMachine = "TopoConfigSm1";
+  statement.entries = "topoConfig";
   statement.children = "childSmTopoConfig";
   statement.wrongType =
       "dynamic cast to type ::Trel::TopoConfig::RawPtrConst from Kor::Entity::PtrConst failed.";

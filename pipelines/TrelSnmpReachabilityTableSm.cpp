@@ -76,6 +76,7 @@ void TrelSnmpReachabilityTableSm::machinesIs() {
   ReachabilityDirSm0::Statement statement;
   statement.machine = "ReachabilityDirSm0";
   statement.childMachine = "EntityPtrSm1";
+  statement.entries = "entityPtr";
   statement.children = "childSmEntityPtrTrelReachabilityStatusPtrConst";
   statement.wrongType =
       "dynamic cast to type ::Trel::ReachabilityStatus::RawPtrConst from Kor::Entity::PtrConst failed.";

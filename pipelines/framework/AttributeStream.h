@@ -48,6 +48,7 @@ class AttributeStream final : public ChildStream {
   }
 
   ScanState scanState() const override { return scan_.state(); }
+  // One element has no key to stop at, and no counter.
   void describe(Kor::Type& /*type*/, size_t /*index*/) const override {}
 
  private:

@@ -22,7 +22,11 @@ void ChildMachine::describe() {
   Kor::TypeBuilder<ChildMachine> type(name_);
   type.attribute("smKey", &ChildMachine::smKey)
       .attribute("hasNotificationActive", &ChildMachine::hasNotificationActive)
-      .operation("doInputScan", [](ChildMachine& m) { m.doInputScan(); })
+      .operation("doInputScan",
+                 [](ChildMachine& m) {
+                   Zavro::Ptr<Pipeline> held = m.root_.hold();
+                   m.doInputScan();
+                 })
       .operation("doDeleteAll", [](ChildMachine& m) {
         Zavro::Ptr<Pipeline> held = m.root_.hold();
         m.doDeleteAll();
@@ -40,9 +44,14 @@ void ChildMachine::describe() {
                      auto task = m.parts_[i].task();
                      return task && task->taskCurrentlyRunning();
                    })
-        .attribute("shouldYield" + n, [i](const ChildMachine& m) {
-          auto task = m.parts_[i].task();
-          return !m.root_.synchronous() && task && task->taskShouldYield();
+        .attribute("shouldYield" + n,
+                   [i](const ChildMachine& m) {
+                     auto task = m.parts_[i].task();
+                     return !m.root_.synchronous() && task && task->taskShouldYield();
+                   })
+        .operation("doInputScan" + n, [i](ChildMachine& m) {
+          Zavro::Ptr<Pipeline> held = m.root_.hold();
+          m.doInputScan(m.parts_[i]);
         });
   }
   type_ = type.build();

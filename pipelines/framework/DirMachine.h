@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "framework/ChildMachine.h"
+#include "framework/Names.h"
 #include "framework/ScanTasks.h"
 
 namespace TrelSnmp::Agent {
@@ -31,6 +32,7 @@ class DirMachine final : public TopMachine {
   struct Statement {
     std::string machine;       // "ReachabilityDirSm0"
     std::string childMachine;  // "EntityPtrSm1"
+    std::string entries;       // attribute name of the entries, "entityPtr"
     std::string children;      // attribute name of the children, "childSm..."
     std::string wrongType;     // the trace for an entity of another type, which counts as absent
     std::string keyTrace;      // the trace for an entry that is handled, with one placeholder
@@ -50,6 +52,7 @@ class DirMachine final : public TopMachine {
         tasks_(root_, statement_.machine, numbers(statement_.streams), [this](size_t i) { runScan(i); }),
         type_(statement_.machine) {
     describe();
+    version_ = collection_.version();
     subscription_ = collection_.subscribe([this](const Key& key) { handleReactor(key); });
     DirMachine::doInputScan();
   }
@@ -166,12 +169,19 @@ class DirMachine final : public TopMachine {
   }
 
   void handleReactor(const Key& key) {
+    version_ = collection_.version();
     if (!active_) {
       pending_.insert(key);
       return;
     }
     Zavro::Ptr<Pipeline> held = root_.hold();
-    for (size_t i = 0; i < statement_.streams.size(); ++i) handleEntry(i, key);
+    for (size_t i = 0; i < statement_.streams.size(); ++i) {
+      if (!active_) {  // by what the stream before led to
+        pending_.insert(key);
+        return;
+      }
+      handleEntry(i, key);
+    }
   }
 
   void handlePending() {
@@ -256,6 +266,7 @@ class DirMachine final : public TopMachine {
   std::map<Key, Handling> handling_;
   std::optional<std::pair<size_t, Key>> stepping_;
   std::set<Key> pending_;
+  uint32_t version_ = 0;  // the collection's change counter when it was last heard of
   bool active_ = true;
   Kor::Type type_;
   Kor::Subscription subscription_;
@@ -266,7 +277,12 @@ void DirMachine<Entity, Collection>::describe() {
   Kor::TypeBuilder<DirMachine> type(statement_.machine);
   type.attribute(statement_.children, &DirMachine::children)
       .attribute("hasNotificationActive", &DirMachine::hasNotificationActive)
-      .operation("doInputScan", [](DirMachine& m) { m.doInputScan(); })
+      .attribute("version" + capitalised(statement_.entries), [](const DirMachine& m) { return m.version_; })
+      .operation("doInputScan",
+                 [](DirMachine& m) {
+                   Zavro::Ptr<Pipeline> held = m.root_.hold();
+                   m.doInputScan();
+                 })
       .operation("doDeleteAll", [](DirMachine& m) {
         Zavro::Ptr<Pipeline> held = m.root_.hold();
         m.doDeleteAll();

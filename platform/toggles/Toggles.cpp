@@ -6,6 +6,7 @@
 #include <map>
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <set>
 #include <sstream>
 
 #include "lumalog/Lumalog.h"
@@ -20,6 +21,17 @@ std::map<std::string, std::string>& paths() {
   return *instance;
 }
 
+// What was complained of since a file was last named.
+std::set<std::string>& told() {
+  static auto* instance = new std::set<std::string>;
+  return *instance;
+}
+
+// One line for each fault, however many toggles are read of the file.
+void complain(const std::string& line) {
+  if (told().insert(line).second) traceHandle.trace(0, "{}", line);
+}
+
 // The file's bytes; nothing, and errno says why, when it cannot be opened or read (as a directory cannot).
 std::optional<std::string> contents(const std::string& path) {
   std::ifstream in(path);
@@ -32,23 +44,26 @@ std::optional<std::string> contents(const std::string& path) {
 std::optional<nlohmann::json> document(const std::string& path) {
   auto text = contents(path);
   if (!text) {
-    traceHandle.trace(0, "{}: {}, all toggles keep their defaults", path, std::strerror(errno));
+    complain(fmt::format("{}: {}, all toggles keep their defaults", path, std::strerror(errno)));
     return std::nullopt;
   }
   try {
     nlohmann::json json = nlohmann::json::parse(*text);
     if (json.is_object()) return json;
-    traceHandle.trace(0, "{}: found {}, expected an object of toggles; all keep their defaults", path,
-                      json.type_name());
+    complain(fmt::format("{}: found {}, expected an object of toggles; all keep their defaults", path,
+                         json.type_name()));
   } catch (const nlohmann::json::exception& error) {
-    traceHandle.trace(0, "{}: expected JSON, all toggles keep their defaults: {}", path, error.what());
+    complain(fmt::format("{}: expected JSON, all toggles keep their defaults: {}", path, error.what()));
   }
   return std::nullopt;
 }
 
 }  // namespace
 
-void fileIs(const std::string& file, const std::string& path) { paths()[file] = path; }
+void fileIs(const std::string& file, const std::string& path) {
+  paths()[file] = path;
+  told().clear();
+}
 
 bool getToggleState(const std::string& name, const std::string& file, bool defaultState) {
   auto path = paths().find(file);
@@ -57,8 +72,8 @@ bool getToggleState(const std::string& name, const std::string& file, bool defau
   if (!json || !json->contains(name)) return defaultState;
   const nlohmann::json& state = (*json)[name];
   if (!state.is_boolean()) {
-    traceHandle.trace(0, "{}: toggle \"{}\": found {}, expected true or false; it keeps its default {}",
-                      path->second, name, state.type_name(), defaultState);
+    complain(fmt::format("{}: toggle \"{}\": found {}, expected true or false; it keeps its default {}",
+                         path->second, name, state.type_name(), defaultState));
     return defaultState;
   }
   return state.get<bool>();

@@ -457,6 +457,31 @@ TEST_F(AgentTest, Derivations_AreDeclaredForTheAgentsLife) {
   EXPECT_TRUE(Rvx::GlobalState::get().registry().empty());
 }
 
+// A synchronous successor writes while it is being made; whoever is told may throw.
+TEST_F(AgentTest, SuccessorThatCannotBeMade_ThePredecessorStaysAndGoesOn) {
+  reports("1", 2);
+  auto agent = agentIs();
+  scheduler.drain();
+  auto pipeline = agent->trelSnmpReachabilityTableSm();
+  auto otherDir = Zavro::makePtr<Kor::Dir>("other");
+  auto entity = Zavro::makePtr<Trel::ReachabilityStatus>("7");
+  entity->reachabilityStatus().set(Trel::MemberId(1),
+                                   Zavro::makePtr<const State>(State::reachable, std::nullopt, 0));
+  otherDir->entityPtrIs(entity);
+  Rvx::SmControl control;
+  control.mode = Rvx::Mode::synchronous;
+  {
+    auto subscription =
+        mib->publisher().subscribe([](const TrelMib::Change&) { throw std::runtime_error("subscriber"); });
+    EXPECT_THROW(agent->trelSnmpReachabilityTableSmIs(otherDir, ifMib, mib, control), std::runtime_error);
+  }
+  EXPECT_EQ(agent->trelSnmpReachabilityTableSm(), pipeline);
+  EXPECT_TRUE(pipeline->hasNotificationActive());
+  EXPECT_EQ(otherDir->useCount(), 1U);
+  reports("2", 1);
+  EXPECT_NE(mib->trelReachabilityTable({2, 1}), nullptr);
+}
+
 TEST_F(AgentTest, PipelineDeleted_IsInactiveAndItsRowsGoWithIt) {
   reports("1", 2);
   auto agent = agentIs();

@@ -198,15 +198,22 @@ void RandomCluster::changeHost(const std::string& member) {
   }
 }
 
-// Each mount point has a range of indexes of its own, so that no two rows of a member share one.
+// Two mount points may trade their indexes, but no two share one.
 void RandomCluster::changeMapping() {
   if (below(2) == 0) {
     unsigned mount = below(std::size(kMounts));
     Json& mounts = state_["storageMappings"]["mounts"];
-    if (below(4) == 0) {
+    const char* other = kMounts[below(std::size(kMounts))];
+    if (below(3) == 0 && mounts.contains(kMounts[mount]) && mounts.contains(other)) {
+      std::swap(mounts[kMounts[mount]]["index"], mounts[other]["index"]);
+    } else if (below(4) == 0) {
       mounts.erase(kMounts[mount]);
     } else {
-      mounts[kMounts[mount]] = {{"index", 1000 + 10 * mount + below(10)},
+      uint32_t index = 1000 + 10 * mount + below(10);
+      for (const auto& [mountpt, mapping] : mounts.items()) {
+        if (mountpt != kMounts[mount] && mapping["index"] == index) return;  // by one that it traded with
+      }
+      mounts[kMounts[mount]] = {{"index", index},
                                 {"type", kFixedDisk},
                                 {"description", fmt::format("{} as {}", kMounts[mount], below(10))}};
     }

@@ -191,14 +191,32 @@ TEST_F(HostChanges, ValueThatDoesNotFit_KeepsTheLastAndIsSaidOnce) {
 }
 
 TEST_F(HostChanges, StorageSwitchedOff_ItsTableIsEmptyTheOthersAreNot) {
-  for (const char* toggle : {"TrelHrStorageSnmp", "TrelHrMemStorage"}) {
-    std::string toggles = daemon_.dir().write("TrelCore.json", nlohmann::json{{toggle, false}}.dump());
+  for (const char* toggles :
+       {R"({"TrelHrStorageSnmp": false})", R"({"TrelHrMemStorage": false, "TrelHrStorageSnmp": true})",
+        R"({"TrelHrStorageSnmp": false, "TrelHrMemStorage": false})"}) {
     Daemon daemon;
-    daemon.stateIs(state_.dump()).with({"--toggles", toggles}).start();
-    EXPECT_THAT(daemon.manager().walk(), AllOf(HasSubstr("sys.2.1 "), HasSubstr("proc.3.1.1 "))) << toggle;
-    EXPECT_THAT(daemon.manager().walk(), Not(HasSubstr("stor."))) << toggle;
-    EXPECT_THAT(daemon.manager().get({"stor.4.1.31"}), HasSubstr("No Such Instance")) << toggle;
+    daemon.stateIs(state_.dump()).with({"--toggles", daemon_.dir().write("TrelCore.json", toggles)}).start();
+    EXPECT_THAT(daemon.manager().walk(), AllOf(HasSubstr("sys.2.1 "), HasSubstr("proc.3.1.1 "))) << toggles;
+    EXPECT_THAT(daemon.manager().walk(), Not(HasSubstr("stor."))) << toggles;
+    EXPECT_THAT(daemon.manager().get({"stor.4.1.31"}), HasSubstr("No Such Instance")) << toggles;
+    EXPECT_TRUE(daemon.errors().empty()) << toggles;
   }
+}
+
+TEST_F(HostChanges, StorageSwitchedOnInSoManyWords_IsServed) {
+  daemon_.with(
+      {"--toggles",
+       daemon_.dir().write("TrelCore.json", R"({"TrelHrStorageSnmp": true, "TrelHrMemStorage": true})")});
+  start();
+  EXPECT_TRUE(walkBecomes(walkOf(hostsTree())));
+}
+
+TEST_F(HostChanges, ToggleFileThatIsNoJson_IsSaidOnceAndStorageIsServed) {
+  std::string path = daemon_.dir().write("TrelCore.json", "{\"TrelHrStorageSnmp\": fals");
+  daemon_.with({"--toggles", path});
+  start();
+  EXPECT_TRUE(walkBecomes(walkOf(hostsTree())));
+  EXPECT_THAT(daemon_.errors(), ElementsAre(AllOf(HasSubstr(path), HasSubstr("expected JSON"))));
 }
 
 TEST_F(HostChanges, SetByAWriter_IsNotWritableWhateverTheColumn) {

@@ -436,8 +436,8 @@ TEST_F(HostResourcesPipeline, InactiveAndActiveAgainWithinAReconciliationsDeleti
   EXPECT_TRUE(world.sm->ready());
 }
 
-// The child that took the old one's place used to react although the pipeline had been paused meanwhile.
-TEST_F(HostResourcesPipeline, InactiveWithinAReplacementsDeletions_TheNewEntityWaits) {
+// The second stream used to handle the change that the first had paused the pipeline with.
+TEST_F(HostResourcesPipeline, InactiveWithinAReplacementsSystemWrite_ItsProcessorsWait) {
   world.load("1", 0, 1);
   world.startAndDrain();
   auto entity = Zavro::makePtr<HostWorld::Host>("1");
@@ -445,6 +445,26 @@ TEST_F(HostResourcesPipeline, InactiveWithinAReplacementsDeletions_TheNewEntityW
   {
     auto subscription = world.mib->publisher().subscribe(
         [&](const TrelMib::Change&) { world.sm->hasNotificationActiveIs(false); });
+    world.dir->entityPtrIs(entity);
+  }
+  EXPECT_EQ(world.mib->trelHrSystemTable(1)->hostResources(), entity);
+  EXPECT_EQ(world.processorRows(), "[ (1,0)=1 ]");
+  entity->processorTable().set(6, world.processor(60));
+  EXPECT_EQ(world.processorRows(), "[ (1,0)=1 ]");
+  world.sm->hasNotificationActiveIs(true);
+  EXPECT_EQ(world.processorRows(), "[ (1,5)=50 (1,6)=60 ]");
+}
+
+// The child that took the old one's place used to react although the pipeline had been paused meanwhile.
+TEST_F(HostResourcesPipeline, InactiveWithinAReplacementsProcessorDeletion_TheNewEntityWaits) {
+  world.load("1", 0, 1);
+  world.startAndDrain();
+  auto entity = Zavro::makePtr<HostWorld::Host>("1");
+  entity->processorTable().set(5, world.processor(50));
+  {
+    auto subscription = world.mib->publisher().subscribe([&](const TrelMib::Change& change) {
+      if (change.table == "trelProcessorTable") world.sm->hasNotificationActiveIs(false);
+    });
     world.dir->entityPtrIs(entity);
   }
   EXPECT_EQ(world.processorRows(), "[ ]");
@@ -521,8 +541,12 @@ TEST_F(HostResourcesPipeline, Attributes_ReadByName) {
     EXPECT_EQ(Kor::attribute(dirSm, std::string("inTask") + stream), "false");
     EXPECT_EQ(Kor::attribute(dirSm, std::string("shouldYield") + stream), "false");
   }
+  EXPECT_EQ(Kor::attribute(dirSm, "versionEntityPtr"), "1");
+  world.joins("2");
+  EXPECT_EQ(Kor::attribute(dirSm, "versionEntityPtr"), "2");
   auto child = dirSm.child("1");
   ASSERT_NE(child, nullptr);
+  Kor::invoke(*child, "doInputScan1");
   EXPECT_EQ(Kor::attribute(*child, "smKey"), "1");
   EXPECT_EQ(Kor::attribute(*child, "versionProcessorTable"), "1");
   EXPECT_EQ(Kor::attribute(*child, "inputScanState1"), "2");

@@ -26,13 +26,12 @@ class TogglesTest : public testing::Test {
     for (bool byDefault : {false, true}) states += Toggles::getToggleState(name, file, byDefault) ? "1" : "0";
     return states;
   }
-  // The trace lines of one reading of a toggle, which must have yielded the default.
-  std::vector<std::string> complaints(const std::string& name = "A") {
+  // The trace lines of reading a toggle, which must have yielded the default.
+  std::vector<std::string> complaints(const std::string& name = "A") const {
+    Toggles::fileIs("TrelCore.json", path());
     TraceLog log({});
     EXPECT_TRUE(Toggles::getToggleState(name, "TrelCore.json", true));
-    std::vector<std::string> lines = log.lines();
-    EXPECT_FALSE(Toggles::getToggleState(name, "TrelCore.json", false));
-    return lines;
+    return log.lines();
   }
 
   const Support::TempDir dir_;
@@ -113,6 +112,17 @@ TEST_F(TogglesTest, ToggleThatIsNoBoolean_CostsOneLineAndOnlyItself) {
   EXPECT_EQ(complaints("B").size(), 1u);
   EXPECT_EQ(complaints("C").size(), 1u);
   EXPECT_EQ(states("D"), "11");
+}
+
+TEST_F(TogglesTest, FaultOfTheFile_IsSaidOnceForAllToggles) {
+  write("{");
+  Toggles::fileIs("TrelCore.json", path());
+  TraceLog log;
+  EXPECT_EQ(states("A") + states("B"), "0101");
+  EXPECT_EQ(log.lines().size(), 1u);
+  write("[]");
+  EXPECT_EQ(states("A") + states("B"), "0101");
+  EXPECT_EQ(log.lines().size(), 2u);
 }
 
 }  // namespace
