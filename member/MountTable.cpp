@@ -119,9 +119,10 @@ Result<std::vector<Mount>> realMounts(const std::string& mountInfo, const std::s
   return mounts;
 }
 
-// The name may stand for another file system by now, or the mount may be covered by one above it.
+// The name may be gone by now, or stand for another file system, or the mount may be covered by one above it.
 Result<Room> roomOf(const Mount& mount) {
   int file = open(mount.point.c_str(), O_PATH | O_CLOEXEC);
+  if (file < 0 && (errno == ENOENT || errno == ENOTDIR)) return Room();
   if (file < 0) return failed(mount.point, errno);
   struct statvfs figures {};
   int result = fstatvfs(file, &figures);

@@ -176,10 +176,21 @@ TEST_F(MountTableTest, SomethingElseIsReachedUnderTheName_ThereIsNoRoomToTell) {
   EXPECT_EQ(std::get<Room>(result).size, 0u);
 }
 
-TEST_F(MountTableTest, MountPointIsGone_IsAFailureWithItsName) {
-  auto result = roomOf({"/nonexistent/mount", MountKind::fixedDisk, 1});
+// As between the unmounting and the next look at the table; it used to be told as a failure.
+TEST_F(MountTableTest, MountPointIsGone_ThereIsNoRoomToTell) {
+  dir_.write("file", "");
+  for (const std::string& point : {dir_.file("gone"), dir_.file("file/gone")}) {
+    auto result = roomOf({point, MountKind::fixedDisk, 1});
+    ASSERT_TRUE(std::holds_alternative<Room>(result)) << std::get<Failure>(result).text;
+    EXPECT_EQ(std::get<Room>(result).size, 0u);
+  }
+}
+
+TEST_F(MountTableTest, MountPointCannotBeReached_IsAFailureWithItsName) {
+  std::filesystem::create_symlink("loop", dir_.file("loop"));
+  auto result = roomOf({dir_.file("loop/mount"), MountKind::fixedDisk, 1});
   ASSERT_TRUE(std::holds_alternative<Failure>(result));
-  EXPECT_EQ(std::get<Failure>(result).text, "/nonexistent/mount: No such file or directory");
+  EXPECT_EQ(std::get<Failure>(result).text, dir_.file("loop/mount") + ": Too many levels of symbolic links");
 }
 
 }  // namespace
