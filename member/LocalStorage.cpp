@@ -42,52 +42,37 @@ std::unique_ptr<Collector> LocalStorage::collector(std::string name, Collector::
 
 void LocalStorage::look() {
   mounts_->collect();
-  for (auto& [point, area] : areas_) {
-    if (area.mounted) area.collector->collect();
-  }
+  for (auto& [point, area] : areas_) area.collector->collect();
   // What could not be kept at the last look may be kept at this one.
   if (keeper_ && !keeper_->asking()) attempted_ = kept_;
 }
 
+// An answer that comes for a mount that is gone is dropped with its collector.
 void LocalStorage::mountsAre(std::vector<Mount> mounts) {
   known_ = true;
-  for (auto& [point, area] : areas_) area.mounted = false;
+  std::set<std::string> mounted;
+  for (const Mount& mount : mounts) mounted.insert(mount.point);
+  std::erase_if(areas_, [&](const auto& entry) { return !mounted.contains(entry.first); });
   for (const Mount& mount : mounts) {
     if (nameable(mount.point)) areaIs(mount);
   }
-  for (auto& [point, area] : areas_) {
-    if (!area.mounted) area.figures.reset();
-  }
-  std::erase_if(areas_,
-                [](const auto& entry) { return !entry.second.mounted && !entry.second.collector->asking(); });
 }
 
+// Another mount has another collector, as that of the one before may hang for ever.
 void LocalStorage::areaIs(const Mount& mount) {
   auto [at, appears] = areas_.try_emplace(mount.point);
   Area& area = at->second;
-  area.mounted = true;
   if (!appears && area.mount == mount) return;
   area.mount = mount;
   area.figures.reset();
-  Collector::Ask ask = asking<Room>([asked = machine_, mount] { return asked->room(mount); },
-                                    [this, mount](Room room) { roomIs(mount, room); });
-  if (appears) {
-    area.collector = collector("mount " + mount.point, std::move(ask));
-  } else {
-    area.collector->askIs(std::move(ask));
-  }
+  area.collector =
+      collector("mount " + mount.point, asking<Room>([asked = machine_, mount] { return asked->room(mount); },
+                                                     [this, mount](Room room) { roomIs(mount, room); }));
   area.collector->collect();
 }
 
-// Something else may have been mounted there since it was asked.
 void LocalStorage::roomIs(const Mount& mount, const Room& room) {
-  auto at = areas_.find(mount.point);
-  if (at == areas_.end() || !at->second.mounted) return;
-  Area& area = at->second;
-  if (!(area.mount == mount)) {
-    area.collector->collect();
-    return;
-  }
+  Area& area = areas_.at(mount.point);
   area.figures = storageOf(room);
   if (area.figures) rows_[mount.point] = mount.kind;
 }

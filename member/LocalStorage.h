@@ -46,7 +46,6 @@ class LocalStorage final {
  private:
   struct Area {
     Mount mount;
-    bool mounted = true;
     std::optional<Kelstore::Storage> figures;
     std::unique_ptr<Collector> collector;
   };
@@ -66,7 +65,7 @@ class LocalStorage final {
 
   std::unique_ptr<Collector> mounts_;
   bool known_ = false;
-  std::map<std::string, Area> areas_;  // by mount point; one that is gone stays while it hangs
+  std::map<std::string, Area> areas_;  // by mount point, those that are mounted
   std::set<std::string> unnameable_;   // mount points that were told of
 
   StorageIndexes indexes_;
