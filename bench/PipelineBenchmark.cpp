@@ -1,6 +1,7 @@
 // The pipelines beside the bare ordered maps of the same rows: what a change costs until its row stands, and
 // what a start over a whole cluster costs. And, for the backplane interface pipeline, what the change of one
 // interface's index costs in clusters of several sizes, beside bare loops over the same links.
+#include <cstdlib>
 #include <map>
 #include <string>
 
@@ -257,17 +258,21 @@ Bench::MakeSubject make(Args... args) {
   return [args...] { return std::make_unique<S>(args...); };
 }
 
+void start(uint32_t size, int repetitions) {
+  Bench::ratio(fmt::format("interface/start/{}-members", size), size_t{size} * (size - 1),
+               make<WiringStart>(size), make<BareWiringStart>(size), repetitions);
+}
+
 const bool registered = [] {
   Bench::ratio("reachability/change-to-row", kMembers - 1, make<ReachabilityChanges>(), make<BareChanges>());
   Bench::ratio("reachability/start-65280-rows", kRows, make<ReachabilityStart>(), make<BareStart>());
-  for (uint32_t size : {16U, 64U, 255U}) {
+  for (uint32_t size : {16U, 32U, 64U, 128U, 255U}) {
     Bench::ratio(fmt::format("interface/index-change/{}-members", size), 2, make<IndexChange>(size),
                  make<BareLoops>(size));
   }
-  for (uint32_t size : {16U, 32U, 64U}) {
-    Bench::ratio(fmt::format("interface/start/{}-members", size), size_t{size} * (size - 1),
-                 make<WiringStart>(size), make<BareWiringStart>(size));
-  }
+  for (uint32_t size : {16U, 32U, 64U, 128U}) start(size, Bench::kRepetitions);
+  // Every index of the whole cluster costs a walk over the whole cluster.
+  if (std::getenv("TREL_LONG_BENCHMARKS") != nullptr) start(255, 3);
   return true;
 }();
 

@@ -54,19 +54,20 @@ void measure(benchmark::State& state, Side ours, Side bare) {
 
 }  // namespace
 
-bool ratio(const std::string& name, size_t ourItems, MakeSubject ours, size_t bareItems, MakeSubject bare) {
+bool ratio(const std::string& name, size_t ourItems, MakeSubject ours, size_t bareItems, MakeSubject bare,
+           int repetitions) {
   auto run = [=](benchmark::State& state) { measure(state, Side(ours, ourItems), Side(bare, bareItems)); };
   benchmark::RegisterBenchmark(name.c_str(), run)
       ->UseManualTime()
       ->Unit(benchmark::kMillisecond)
       ->MinTime(0.2)
-      ->Repetitions(kRepetitions)
+      ->Repetitions(repetitions)
       ->ReportAggregatesOnly();
   return true;
 }
 
-bool ratio(const std::string& name, size_t items, MakeSubject ours, MakeSubject bare) {
-  return ratio(name, items, std::move(ours), items, std::move(bare));
+bool ratio(const std::string& name, size_t items, MakeSubject ours, MakeSubject bare, int repetitions) {
+  return ratio(name, items, std::move(ours), items, std::move(bare), repetitions);
 }
 
 void keep(size_t value) { benchmark::DoNotOptimize(value); }

@@ -29,10 +29,12 @@ inline constexpr int kRepetitions = 9;
 
 // Registers the benchmark. It reports the counters "ours_ns" and "bare_ns", the time for one of the items
 // that each run() handles, and "ratio", the first divided by the second. Returns true.
-bool ratio(const std::string& name, size_t items, MakeSubject ours, MakeSubject bare);
+bool ratio(const std::string& name, size_t items, MakeSubject ours, MakeSubject bare,
+           int repetitions = kRepetitions);
 
 // The same with different numbers of items: a time per item is divided by a time per item.
-bool ratio(const std::string& name, size_t ourItems, MakeSubject ours, size_t bareItems, MakeSubject bare);
+bool ratio(const std::string& name, size_t ourItems, MakeSubject ours, size_t bareItems, MakeSubject bare,
+           int repetitions = kRepetitions);
 
 // Keeps the compiler from leaving out what computes the value.
 void keep(size_t value);
