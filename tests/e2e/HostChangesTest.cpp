@@ -1,5 +1,6 @@
 // The host-resources tables while members, figures and mappings change, as a manager sees it: a state file is
 // edited under a running daemon.
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -49,6 +50,14 @@ class HostChanges : public testing::Test {
       // Behind the table and the column.
       size_t row = varbind.name.find('.', varbind.name.find('.') + 1);
       if ((varbind.name.substr(row) + ".").starts_with("." + std::to_string(id) + ".")) gone[varbind.name];
+    }
+    return gone;
+  }
+  // The instances of these rows of the storage table, each without a value.
+  static std::map<std::string, std::string> withoutRows(const std::vector<std::string>& rows) {
+    std::map<std::string, std::string> gone;
+    for (const std::string& row : rows) {
+      for (int column = 3; column <= 7; ++column) gone[fmt::format("stor.{}.{}", column, row)];
     }
     return gone;
   }
@@ -115,6 +124,66 @@ TEST_F(HostChanges, SystemFiguresWithdrawn_TheRowReadsAsZero) {
                            {"sys.4.1", "Gauge32: 0"},
                            {"sys.5.1", "Gauge32: 0"},
                            {"sys.6.1", "INTEGER: 0"}}));
+}
+
+TEST_F(HostChanges, MemoryChanges_EveryMemoryRowOfThatMemberFollows) {
+  start();
+  member(1)["memory"] = {{"total", 1000}, {"free", 400}};
+  edit();
+  EXPECT_TRUE(walkBecomes({{"stor.6.1.1", "INTEGER: 1000"},
+                           {"stor.7.1.1", "INTEGER: 600"},
+                           {"stor.6.1.100", "INTEGER: 1000"},
+                           {"stor.7.1.100", "INTEGER: 1000"}}));
+}
+
+TEST_F(HostChanges, MemoryWithdrawn_ItsRowsVanishTheOthersStay) {
+  start();
+  member(1).erase("memory");
+  edit();
+  EXPECT_TRUE(walkBecomes(withoutRows({"1.1", "1.100"})));
+}
+
+TEST_F(HostChanges, MemoryMappingWithdrawn_EveryMembersRowVanishes) {
+  start();
+  state_["storageMappings"]["memory"].erase("100");
+  edit();
+  EXPECT_TRUE(walkBecomes(withoutRows({"1.100", "2.100"})));
+}
+
+TEST_F(HostChanges, MemoryMappingAppears_EveryMembersRowDoes) {
+  start();
+  state_["storageMappings"]["memory"]["2"] = {
+      {"index", 2}, {"type", "1.3.6.1.2.1.25.2.1.1"}, {"description", "buffers"}};
+  edit();
+  EXPECT_TRUE(Support::waitUntil([this] {
+    return manager().get({"stor.4.1.2", "stor.7.1.2", "stor.7.2.2"}) ==
+           "stor.4.1.2 = STRING: \"buffers\"\nstor.7.1.2 = INTEGER: 8388608\nstor.7.2.2 = INTEGER: 8000000\n";
+  })) << manager().bulkWalk();
+}
+
+TEST_F(HostChanges, MountsGo_OnlyTheMappedOnesRowVanishes) {
+  start();
+  member(2)["storage"].erase("/nowhere");
+  member(2)["storage"].erase("/");
+  edit();
+  EXPECT_TRUE(walkBecomes(withoutRows({"2.31"})));
+}
+
+TEST_F(HostChanges, UnmappedMountGoes_NothingDiffers) {
+  start();
+  member(2)["storage"].erase("/nowhere");
+  member(2)["processors"]["0"]["load"] = 1;  // shows that the edit has been read
+  edit();
+  EXPECT_TRUE(walkBecomes({{"proc.3.2.0", "INTEGER: 1"}}));
+}
+
+TEST_F(HostChanges, ProcessorsAppearAndGo_TheirRowsDo) {
+  start();
+  member(255)["processors"] = {{"2", {{"load", 50}}}};
+  edit();
+  EXPECT_TRUE(Support::waitUntil([this] {
+    return manager().getNext({"proc.3.2.2147483648"}) == "proc.3.255.2 = INTEGER: 50\n";
+  })) << manager().bulkWalk();
 }
 
 TEST_F(HostChanges, MappingWithdrawn_EveryMembersRowVanishes) {
