@@ -67,7 +67,8 @@ std::string damageOf(const std::string& content, StorageIndexes::ByMountPoint& i
   Json document = Json::parse(content, nullptr, /*allow_exceptions=*/false);
   if (!document.is_object()) return "found no JSON object";
   if (document.value("version", Json()) != kVersion) {
-    return fmt::format("found version {}, expected {}", document.value("version", Json()).dump(), kVersion);
+    return fmt::format("found version {}, expected {}",
+                       Kelstore::shortened(document.value("version", Json()).dump()), kVersion);
   }
   Json mounts = document.value("mounts", Json());
   if (!mounts.is_object()) return "found no object \"mounts\"";

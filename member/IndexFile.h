@@ -1,5 +1,4 @@
-// The file in which indexes of mount points are kept from one life of the process to the next: a JSON
-// document,
+// The file in which indexes of mount points are kept from one life of the process to the next, as JSON:
 // {"version": 1, "mounts": {"/var": 1001}}.
 //
 // Both functions are for a thread off the loop; they may hang as long as the file's file system does.

@@ -2,6 +2,10 @@
 
 #include <algorithm>
 
+#include <fmt/format.h>
+
+#include <cstring>
+
 #include "Figures.h"
 #include "Text.h"
 #include "lumalog/Lumalog.h"
@@ -15,6 +19,11 @@ constexpr int kWarningLevel = 1;
 
 constexpr size_t kMaxPathBytes = 4096;  // of a name in the state
 constexpr size_t kMaxDescriptionBytes = 255;
+
+std::string descriptionOf(const std::string& mountPoint) {
+  if (mountPoint.size() <= kMaxDescriptionBytes) return mountPoint;
+  return Kelstore::shortened(mountPoint, kMaxDescriptionBytes - std::strlen("..."));
+}
 
 }  // namespace
 
@@ -79,14 +88,17 @@ void LocalStorage::roomIs(const Mount& mount, const Room& room) {
 
 // The state names mount points in JSON, on one line.
 bool LocalStorage::nameable(const std::string& mountPoint) {
-  if (Kelstore::isPlain(mountPoint) && Kelstore::isUtf8(mountPoint) && mountPoint.size() <= kMaxPathBytes) {
-    return true;
+  std::string found;
+  if (mountPoint.size() > kMaxPathBytes) {
+    found = fmt::format("{} bytes, expected at most {}", mountPoint.size(), kMaxPathBytes);
+  } else if (!Kelstore::isPlain(mountPoint) || !Kelstore::isUtf8(mountPoint)) {
+    found = "a control character, or no UTF-8";
   }
-  if (unnameable_.insert(mountPoint).second) {
-    traceHandle.trace(kWarningLevel, "mount point {} is left out: found a control character, or no UTF-8",
-                      Kelstore::inQuotes(mountPoint));
+  if (!found.empty() && unnameable_.insert(mountPoint).second) {
+    traceHandle.trace(kWarningLevel, "mount point {} is left out: found {}", Kelstore::inQuotes(mountPoint),
+                      found);
   }
-  return false;
+  return found.empty();
 }
 
 std::map<std::string, Kelstore::Storage> LocalStorage::figures() const {
@@ -111,8 +123,7 @@ std::vector<std::pair<std::string, Kelstore::Mapping>> LocalStorage::mappings(
       traceHandle.trace(kWarningLevel, "storage index {} is another source's now: {} gets {}", *before,
                         Kelstore::inQuotes(point), index);
     }
-    // Three bytes less, for the dots of what is cut.
-    all.push_back({point, {storageType(kind), Kelstore::shortened(point, kMaxDescriptionBytes - 3), index}});
+    all.push_back({point, {storageType(kind), descriptionOf(point), index}});
   }
   return all;
 }

@@ -1,6 +1,7 @@
 // The file of indexes: kept, missing, damaged, unreadable.
 #include "IndexFile.h"
 
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 
@@ -87,6 +88,9 @@ INSTANTIATE_TEST_SUITE_P(
         Damage{"Binary", std::string("\0\xff\xfe", 3), "found no JSON object"},
         Damage{"AnotherVersion", R"({"version": 2, "mounts": {}})", "found version 2, expected 1"},
         Damage{"NoVersion", R"({"mounts": {}})", "found version null, expected 1"},
+        Damage{"VersionThatIsLong",
+               fmt::format(R"({{"version": "{}", "mounts": {{}}}})", std::string(5000, 'v')),
+               "vvv..., expected 1;"},
         Damage{"NoMounts", R"({"version": 1})", "found no object \"mounts\""},
         Damage{"IndexTooSmall", R"({"version": 1, "mounts": {"/": 1000}})", "found index 1000 for \"/\""},
         Damage{"IndexTooLarge", R"({"version": 1, "mounts": {"/": 2147483648}})", "found index 2147483648"},

@@ -294,6 +294,26 @@ TEST_F(LocalStorageTest, LongName_IsDescribedInAtMost255BytesOfUtf8) {
   EXPECT_THAT(description, testing::EndsWith("\xc3\xb6..."));
 }
 
+TEST_F(LocalStorageTest, NameOfAsManyBytesAsADescriptionHas_IsWhole) {
+  std::string name = "/" + std::string(254, 'x');
+  mount(name, {4096, 100, 40});
+  mount(name + "y", {4096, 100, 40});
+  restart();
+  EXPECT_EQ(life_->world.mappings().mountEntries().find(name)->description, name);
+  EXPECT_EQ(life_->world.mappings().mountEntries().find(name + "y")->description,
+            name.substr(0, 252) + "...");
+}
+
+TEST_F(LocalStorageTest, NameThatIsTooLong_IsLeftOut_WithItsLength) {
+  mount("/" + std::string(4096, 'x'), {4096, 100, 40});
+  mount("/" + std::string(4095, 'x'), {4096, 100, 40});
+  restart();
+  EXPECT_EQ(life_->rows(), "/" + std::string(4095, 'x') + "=1001");
+  EXPECT_THAT(
+      trace_.lines(),
+      ElementsAre(testing::EndsWith("xxx...\" is left out: found 4097 bytes, expected at most 4096")));
+}
+
 TEST_F(LocalStorageTest, NamesThatTheStateCannotHold_AreLeftOutWithOneLine) {
   mount("/latin1/\xf6", {4096, 100, 40});
   mount("/new\nline", {4096, 100, 40});
