@@ -62,6 +62,7 @@ void LocalStorage::mountsAre(std::vector<Mount> mounts) {
   std::set<std::string> mounted;
   for (const Mount& mount : mounts) mounted.insert(mount.point);
   std::erase_if(areas_, [&](const auto& entry) { return !mounted.contains(entry.first); });
+  std::erase_if(unnameable_, [&](const auto& point) { return !mounted.contains(point); });
   for (const Mount& mount : mounts) {
     if (nameable(mount.point)) areaIs(mount);
   }
@@ -83,7 +84,7 @@ void LocalStorage::areaIs(const Mount& mount) {
 void LocalStorage::roomIs(const Mount& mount, const Room& room) {
   Area& area = areas_.at(mount.point);
   area.figures = storageOf(room);
-  if (area.figures) rows_[mount.point] = mount.kind;
+  if (area.figures) area.row = mount.kind;
 }
 
 // The state names mount points in JSON, on one line.
@@ -114,7 +115,8 @@ std::vector<std::pair<std::string, Kelstore::Mapping>> LocalStorage::mappings(
     const StorageIndexes::Taken& taken) {
   std::vector<std::pair<std::string, Kelstore::Mapping>> all;
   if (keeper_ && !keeper_->heard()) return all;
-  for (const auto& [point, kind] : rows_) {
+  for (const auto& [point, area] : areas_) {
+    if (!area.row) continue;
     auto had = indexes_.all().find(point);
     std::optional<uint32_t> before;
     if (had != indexes_.all().end()) before = had->second;
@@ -123,8 +125,9 @@ std::vector<std::pair<std::string, Kelstore::Mapping>> LocalStorage::mappings(
       traceHandle.trace(kWarningLevel, "storage index {} is another source's now: {} gets {}", *before,
                         Kelstore::inQuotes(point), index);
     }
-    all.push_back({point, {storageType(kind), descriptionOf(point), index}});
+    all.push_back({point, {storageType(*area.row), descriptionOf(point), index}});
   }
+  if (known_) indexes_.forget([this](const std::string& point) { return !areas_.contains(point); });
   return all;
 }
 

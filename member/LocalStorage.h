@@ -1,8 +1,9 @@
 // This machine's file systems: which are mounted, how much room each has, and which row each gets.
 //
 // Each mount is looked at by a collector of its own, so that one that hangs is nobody else's trouble; it
-// keeps the figures that it had. A mount that is gone has no figures any more, but keeps its row's index, as
-// do those of an earlier life of the process whose file of indexes can be read. On the event loop's thread.
+// keeps the figures that it had. A mount that is gone has neither figures nor a row any more, but its index
+// is kept for it, as are those of an earlier life of the process whose file of indexes can be read. On the
+// event loop's thread.
 #pragma once
 
 #include <functional>
@@ -35,7 +36,8 @@ class LocalStorage final {
   bool known() const { return known_; }
   // The figures of each mount that are known, by mount point.
   std::map<std::string, Kelstore::Storage> figures() const;
-  // The row of each mount point that had figures since the process started. `taken`: what others gave away.
+  // The row of each mount point that had figures since something is mounted there. `taken`: what others gave
+  // away.
   std::vector<std::pair<std::string, Kelstore::Mapping>> mappings(const StorageIndexes::Taken& taken);
   // Keeps the indexes, if there are new ones since the last attempt.
   void keepIndexes();
@@ -47,6 +49,7 @@ class LocalStorage final {
   struct Area {
     Mount mount;
     std::optional<Kelstore::Storage> figures;
+    std::optional<MountKind> row;  // since it had figures: of what kind it was then
     std::unique_ptr<Collector> collector;
   };
 
@@ -66,12 +69,11 @@ class LocalStorage final {
   std::unique_ptr<Collector> mounts_;
   bool known_ = false;
   std::map<std::string, Area> areas_;  // by mount point, those that are mounted
-  std::set<std::string> unnameable_;   // mount points that were told of
+  std::set<std::string> unnameable_;   // mount points that are left out, of which was told
 
   StorageIndexes indexes_;
-  std::map<std::string, MountKind> rows_;  // mount points that had figures
-  std::unique_ptr<Collector> keeper_;      // reads the file of indexes, then writes it; null without one
-  bool keptRead_ = false;                  // it was read before an index was given
+  std::unique_ptr<Collector> keeper_;  // reads the file of indexes, then writes it; null without one
+  bool keptRead_ = false;              // it was read before an index was given
   StorageIndexes::ByMountPoint attempted_;
   StorageIndexes::ByMountPoint kept_;
 };

@@ -11,7 +11,6 @@ void StorageIndexes::known(ByMountPoint indexes) {
 }
 
 uint32_t StorageIndexes::indexOf(const std::string& mountPoint, const Taken& taken) {
-  asked_.insert(mountPoint);
   auto found = byMountPoint_.find(mountPoint);
   if (found != byMountPoint_.end()) {
     if (!taken(found->second, mountPoint)) return found->second;
@@ -20,7 +19,6 @@ uint32_t StorageIndexes::indexOf(const std::string& mountPoint, const Taken& tak
   uint32_t index = newIndex(mountPoint, taken);
   byMountPoint_[mountPoint] = index;
   given_.insert(index);
-  makeRoom();
   return index;
 }
 
@@ -33,16 +31,17 @@ uint32_t StorageIndexes::newIndex(const std::string& mountPoint, const Taken& ta
   return index;
 }
 
-void StorageIndexes::makeRoom() {
+void StorageIndexes::forget(const std::function<bool(const std::string& mountPoint)>& gone) {
   if (byMountPoint_.size() <= kMaxMountPoints) return;
-  auto oldest = byMountPoint_.end();
-  for (auto at = byMountPoint_.begin(); at != byMountPoint_.end(); ++at) {
-    if (asked_.contains(at->first)) continue;
-    if (oldest == byMountPoint_.end() || at->second < oldest->second) oldest = at;
+  std::map<uint32_t, std::string> oldest;
+  for (const auto& [mountPoint, index] : byMountPoint_) {
+    if (gone(mountPoint)) oldest[index] = mountPoint;
   }
-  if (oldest == byMountPoint_.end()) return;
-  given_.erase(oldest->second);
-  byMountPoint_.erase(oldest);
+  for (const auto& [index, mountPoint] : oldest) {
+    if (byMountPoint_.size() <= kMaxMountPoints) return;
+    byMountPoint_.erase(mountPoint);
+    given_.erase(index);
+  }
 }
 
 }  // namespace Member

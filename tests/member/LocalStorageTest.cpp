@@ -164,18 +164,47 @@ TEST_F(LocalStorageTest, FileSystemWithoutRoom_IsNotShown) {
   EXPECT_EQ(life_->rows(), "/=1001");
 }
 
-TEST_F(LocalStorageTest, Unmounted_ItsFiguresGo_ItsIndexStays) {
+// Its mapping used to stay, and with it those of all mounts that ever were.
+TEST_F(LocalStorageTest, Unmounted_ItsFiguresAndItsMappingGo_ItsIndexIsKeptForIt) {
   mount("/", {4096, 100, 40});
   mount("/var", {4096, 10, 1});
   restart();
   unmount("/var");
-  EXPECT_EQ(look(), "-7.storage[/var]");
-  EXPECT_EQ(life_->rows(), "/=1001 /var=1002");
+  look();
+  EXPECT_EQ(life_->figures(), "/=100/40");
+  EXPECT_EQ(life_->rows(), "/=1001");
   mount("/data", {4096, 20, 2});
   mount("/var", {4096, 30, 3});
   look();
   EXPECT_EQ(life_->figures(), "/=100/40 /data=20/2 /var=30/3");
   EXPECT_EQ(life_->rows(), "/=1001 /data=1003 /var=1002");
+}
+
+TEST_F(LocalStorageTest, FailsAfterItHadFigures_MappingStays) {
+  mount("/net", {4096, 10, 1});
+  restart();
+  machine_->rooms["/net"] = Failure{"/net: Stale file handle"};
+  look();
+  EXPECT_EQ(life_->rows(), "/net=1001");
+}
+
+TEST_F(LocalStorageTest, MoreMountsComeAndGoThanAreRemembered_TheFileHoldsSoMany_ThoseThatAreThereIncluded) {
+  std::string mounts;
+  for (size_t i = 0; i < StorageIndexes::kMaxMountPoints; ++i) {
+    mounts += fmt::format(R"({}"/m{}": {})", i == 0 ? "" : ", ", i, StorageIndexes::kFirst + i);
+  }
+  dir_.write("indexes.json", fmt::format(R"({{"version": 1, "mounts": {{{}}}}})", mounts));
+  mount("/m0", {4096, 100, 40});
+  mount("/m1", {4096, 100, 40});
+  restart();
+  unmount("/m1");
+  mount("/new", {4096, 100, 40});
+  look();
+  auto kept = std::get<KeptIndexes>(readIndexes(indexFile_)).indexes;
+  EXPECT_EQ(kept.size(), StorageIndexes::kMaxMountPoints);
+  EXPECT_TRUE(kept.contains("/m0"));
+  EXPECT_FALSE(kept.contains("/m1"));
+  EXPECT_TRUE(kept.contains("/new"));
 }
 
 TEST_F(LocalStorageTest, AnotherKindIsMountedThere_TheRowSaysSo) {

@@ -54,25 +54,38 @@ TEST(StorageIndexesTest, LargestIndexIsGiven_TheFirstOneThatIsFreeFollows) {
   EXPECT_EQ(indexes.indexOf("/c", nobody), kFirst + 1);
 }
 
-TEST(StorageIndexesTest, MoreMountPointsThanAreKept_TheOldestThatAreNotThereAnyMoreGo) {
+// So many and some more, of which "/m0" was given an index first.
+StorageIndexes more() {
   StorageIndexes::ByMountPoint many;
-  for (uint32_t i = 0; i < StorageIndexes::kMaxMountPoints; ++i) many["/m" + std::to_string(i)] = kFirst + i;
+  for (uint32_t i = 0; i < StorageIndexes::kMaxMountPoints + 3; ++i) {
+    many["/m" + std::to_string(i)] = kFirst + i;
+  }
   StorageIndexes indexes;
   indexes.known(many);
-  EXPECT_EQ(indexes.indexOf("/m0", nobody), kFirst);
-  uint32_t fresh = indexes.indexOf("/new", nobody);
-  EXPECT_EQ(fresh, kFirst + StorageIndexes::kMaxMountPoints);
-  EXPECT_EQ(indexes.all().size(), StorageIndexes::kMaxMountPoints);
-  EXPECT_TRUE(indexes.all().contains("/m0"));
-  EXPECT_FALSE(indexes.all().contains("/m1"));
+  return indexes;
 }
 
-TEST(StorageIndexesTest, MoreMountPointsAreThereThanAreKept_AllHaveAnIndex) {
+TEST(StorageIndexesTest, MoreMountPointsThanAreRemembered_TheOldestThatAreGoneAreForgotten) {
+  StorageIndexes indexes = more();
+  indexes.forget([](const std::string& mountPoint) { return mountPoint != "/m0"; });
+  EXPECT_EQ(indexes.all().size(), StorageIndexes::kMaxMountPoints);
+  EXPECT_TRUE(indexes.all().contains("/m0"));
+  for (const char* forgotten : {"/m1", "/m2", "/m3"}) EXPECT_FALSE(indexes.all().contains(forgotten));
+  EXPECT_TRUE(indexes.all().contains("/m4"));
+  EXPECT_EQ(indexes.indexOf("/m1", nobody), kFirst + StorageIndexes::kMaxMountPoints + 3);
+}
+
+TEST(StorageIndexesTest, MoreMountPointsAreThereThanAreRemembered_AllKeepTheirIndexes) {
+  StorageIndexes indexes = more();
+  indexes.forget([](const std::string&) { return false; });
+  EXPECT_EQ(indexes.all().size(), StorageIndexes::kMaxMountPoints + 3);
+}
+
+TEST(StorageIndexesTest, NoMoreMountPointsThanAreRemembered_NoneIsForgotten) {
   StorageIndexes indexes;
-  for (uint32_t i = 0; i <= StorageIndexes::kMaxMountPoints; ++i) {
-    EXPECT_EQ(indexes.indexOf("/m" + std::to_string(i), nobody), kFirst + i);
-  }
-  EXPECT_EQ(indexes.indexOf("/m0", nobody), kFirst);
+  indexes.indexOf("/", nobody);
+  indexes.forget([](const std::string&) { return true; });
+  EXPECT_EQ(indexes.indexOf("/", nobody), kFirst);
 }
 
 }  // namespace
