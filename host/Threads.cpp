@@ -6,18 +6,33 @@
 namespace Host {
 
 bool Threads::run(const std::function<void()>& work) {
-  ++*underWay_;
+  underWay_->begins();
   try {
     std::thread([own = std::function(work), underWay = underWay_]() mutable {
       own();
       own = {};
-      --*underWay;
+      underWay->ends();
     }).detach();
   } catch (const std::system_error&) {
-    --*underWay_;
+    underWay_->ends();
     return false;
   }
   return true;
+}
+
+bool Threads::busyFor(std::chrono::milliseconds time) const {
+  std::unique_lock lock(underWay_->mutex);
+  return !underWay_->none.wait_for(lock, time, [this] { return underWay_->count == 0; });
+}
+
+void Threads::UnderWay::begins() {
+  std::lock_guard lock(mutex);
+  ++count;
+}
+
+void Threads::UnderWay::ends() {
+  std::lock_guard lock(mutex);
+  if (--count == 0) none.notify_all();
 }
 
 }  // namespace Host

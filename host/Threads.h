@@ -2,10 +2,12 @@
 // network file system whose server is gone, keeps nothing else waiting, not even the end of the process.
 #pragma once
 
-#include <atomic>
+#include <chrono>
+#include <condition_variable>
 #include <cstddef>
 #include <functional>
 #include <memory>
+#include <mutex>
 
 namespace Host {
 
@@ -16,10 +18,20 @@ class Threads {
   virtual bool run(const std::function<void()>& work);
   // Whether work is under way. While it is, a process must not end by returning from main(), which would take
   // static objects from under it.
-  bool busy() const { return *underWay_ != 0; }
+  bool busy() const { return busyFor(std::chrono::milliseconds(0)); }
+  // The same after such a time, or false as soon as the last work is done.
+  bool busyFor(std::chrono::milliseconds time) const;
 
  private:
-  std::shared_ptr<std::atomic<size_t>> underWay_ = std::make_shared<std::atomic<size_t>>(0);
+  struct UnderWay {
+    std::mutex mutex;
+    std::condition_variable none;
+    size_t count = 0;
+
+    void begins();
+    void ends();
+  };
+  std::shared_ptr<UnderWay> underWay_ = std::make_shared<UnderWay>();
 };
 
 }  // namespace Host

@@ -2,6 +2,8 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include <chrono>
+
 #include "Daemon.h"
 #include "Logging.h"
 #include "Options.h"
@@ -10,6 +12,8 @@
 #include "zavro/Clock.h"
 
 namespace {
+
+constexpr std::chrono::milliseconds kEndingPatience(500);
 
 int serve(const Host::Options& options, Host::Threads& threads) {
   Host::Logging logging(options.log);
@@ -35,7 +39,7 @@ int main(int argc, char** argv) {
 
   Host::Threads threads;
   int status = serve(options, threads);
-  // A file or a mount that hangs does not hold up the end.
-  if (threads.busy()) _exit(status);
+  // What is being written comes to its end; a file or a mount that hangs does not hold it up for long.
+  if (threads.busyFor(kEndingPatience)) _exit(status);
   return status;
 }

@@ -125,8 +125,10 @@ Result<std::monostate> writeIndexes(const std::string& path, const StorageIndexe
   std::error_code ignored;  // what is wrong shows when the file is made
   std::filesystem::create_directories(directory, ignored);
 
-  std::string fresh = path + ".XXXXXX";
-  File file(mkostemp(fresh.data(), O_CLOEXEC));
+  // Always the same name, so that one that was left behind, as by a loss of power, does not stay.
+  std::string fresh = path + ".new";
+  unlink(fresh.c_str());
+  File file(open(fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
   if (!file.opened()) return failed(path, errno);
   std::string content = Json{{"version", kVersion}, {"mounts", indexes}}.dump(2) + "\n";
   bool written = fchmod(file.get(), 0644) == 0 && writeAll(file.get(), content) && fsync(file.get()) == 0 &&

@@ -100,6 +100,16 @@ TEST_F(OffLoopTest, DoneHandsOverFurtherWork_ThatIsDoneToo) {
   EXPECT_THAT(turnUntilDone(1), ElementsAre("further"));
 }
 
+// As at the end of the process: a file that was being written used to be left half written.
+TEST_F(OffLoopTest, WorkThatEndsInTime_IsWaitedFor) {
+  hang("slow");
+  EXPECT_TRUE(threads_.busyFor(std::chrono::milliseconds(1)));
+  std::thread opener([gate = gate_] { gate->open(); });
+  EXPECT_FALSE(threads_.busyFor(std::chrono::minutes(1)));
+  opener.join();
+  EXPECT_FALSE(threads_.busy());
+}
+
 TEST_F(OffLoopTest, NoThreadIsLeft_WorkWaitsForOneInItsOrder) {
   threads_.left = 0;
   hang("first");

@@ -72,6 +72,13 @@ TEST_F(IndexFileTest, WrittenAnew_ReadersHaveTheOldOneOrTheNewOne) {
   EXPECT_EQ(read().indexes.at("/"), 1002u);
 }
 
+TEST_F(IndexFileTest, WrittenHalfBefore_NothingOfItStays) {
+  dir_.write("indexes.json.new", std::string(5000, 'x'));
+  EXPECT_EQ(failureOf(writeIndexes(path_, {{"/", 1001}})), "none");
+  EXPECT_EQ(read().indexes.size(), 1u);
+  EXPECT_THAT(files(), ElementsAre("indexes.json"));
+}
+
 struct Damage {
   const char* name;
   std::string content;
