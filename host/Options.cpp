@@ -76,12 +76,14 @@ void describe(CLI::App& app, Options& options, std::vector<std::string>& traces)
                  "File in snmpd.conf syntax: communities, SNMPv3 users, views (default: read-only community "
                  "\"public\" from loopback, limited to the served tables and \"system\")")
       ->type_name("FILE");
-  app.add_option("--state", options.states,
-                 "Where the cluster's state comes from: \"local\" (this machine's own figures, as those of "
-                 "the member that --member names), \"file:PATH\" (a JSON document, followed as it changes) "
-                 "or \"embedded\" (an example of three switches); repeatable, later sources override "
-                 "earlier ones (default: embedded, then local). This build does not have the source "
-                 "\"etcd:\"")
+  app.add_option(
+         "--state", options.states,
+         "Where the cluster's state comes from: \"local\" (this machine's own figures, as those of "
+         "the member that --member names), \"file:PATH\" (a JSON document, followed as it changes) "
+         "or \"embedded\" (an example of three switches); repeatable, later sources override "
+         "earlier ones, but the storage mappings of \"local\" yield to all others (default: embedded, "
+         "then local). This build does not have the source "
+         "\"etcd:\"")
       ->type_name("SOURCE")
       ->allow_extra_args(false)
       ->check(checking(checkSource));
