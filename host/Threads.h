@@ -1,5 +1,5 @@
 // Work off the event loop's thread. Each piece of work has a thread of its own: work that hangs, as on a
-// network file system whose server is gone, keeps nothing else waiting, not even the end of the process.
+// network file system whose server is gone, keeps nothing else waiting, nor the end of the process for long.
 #pragma once
 
 #include <chrono>
