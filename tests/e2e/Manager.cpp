@@ -53,8 +53,8 @@ std::string shortName(std::string text) {
 Support::Result Manager::run(const std::string& tool, const Support::Argv& options,
                              const Names& names) const {
   Support::Argv argv = {tool};
-  append(argv, credentials_);
   append(argv, kPatience);
+  append(argv, credentials_);
   append(argv, options);
   argv.push_back(address_);
   append(argv, names);

@@ -20,7 +20,7 @@ using Names = std::vector<std::string>;
 
 class Manager final {
  public:
-  // Version and credentials, as the tools take them.
+  // Version and credentials, as the tools take them; and, if wanted, another patience.
   static const Support::Argv kV2c;  // as community public
   explicit Manager(std::string address, Support::Argv credentials = kV2c);
 
