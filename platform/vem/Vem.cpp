@@ -57,9 +57,22 @@ TaskScheduler::~TaskScheduler() = default;
 bool TaskScheduler::runOne() {
   zavroAssert(running_ == nullptr);
   if (queue_.empty()) return false;
+  give(*queue_.begin()->second);
+  return true;
+}
+
+bool TaskScheduler::run(const Task& task) {
+  zavroAssert(running_ == nullptr);
+  auto found = queue_.find({task.priority_, task.sequence_});
+  if (found == queue_.end() || found->second != &task) return false;
+  give(*found->second);
+  return true;
+}
+
+void TaskScheduler::give(Task& next) {
   // Held, since the task may be dropped by what it does; and with it the scheduler, which its last task
   // holds.
-  Zavro::Ptr<Task> task(queue_.begin()->second);
+  Zavro::Ptr<Task> task(&next);
   task->unqueue();
   struct Running {
     TaskScheduler& scheduler;
@@ -72,7 +85,6 @@ bool TaskScheduler::runOne() {
   running_ = task.get();
   policy_.sliceStarts();
   task->run_();
-  return true;
 }
 
 std::vector<const Task*> TaskScheduler::tasks() const { return {all_.begin(), all_.end()}; }

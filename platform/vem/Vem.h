@@ -95,6 +95,9 @@ class TaskScheduler final : public Zavro::Counted {
   // Gives the first task of the queue one slice; false when the queue is empty. Not reentrant. An exception
   // of the task leaves this call, after which the scheduler goes on as usual.
   bool runOne();
+  // Gives that task one slice although others may stand before it, as somebody does who tries every order;
+  // false when it is not queued. Otherwise as runOne().
+  bool run(const Task& task);
   bool runnable() const { return !queue_.empty(); }
 
   // Called whenever the queue stops being empty, so that the host can arrange for a later runOne(). One
@@ -106,6 +109,7 @@ class TaskScheduler final : public Zavro::Counted {
 
  private:
   friend class Task;
+  void give(Task& next);
   using Place = std::pair<TaskPriority, uint64_t>;
 
   YieldPolicy& policy_;

@@ -106,6 +106,21 @@ TEST_F(VemTest, RunOne_GivesOneSlice) {
   EXPECT_TRUE(scheduler_->runnable());
 }
 
+TEST_F(VemTest, RunOfOneTask_TakesItOutOfTurnAndLeavesTheOthersInTheirs) {
+  auto a = task("a", 1);
+  auto b = task("b");
+  auto c = task("c");
+  auto other = Zavro::makePtr<Vem::TaskScheduler>(policy_);
+  auto elsewhere = Zavro::makePtr<Vem::Task>(other, Vem::kDefaultPriority, "elsewhere", [] {});
+  for (const auto& each : {a, b, c, elsewhere}) each->scheduleTask();
+  EXPECT_TRUE(scheduler_->run(*c));
+  EXPECT_EQ(policy_.slices, 1);
+  EXPECT_FALSE(c->scheduled());
+  EXPECT_FALSE(scheduler_->run(*c));          // not queued any more
+  EXPECT_FALSE(scheduler_->run(*elsewhere));  // not in this queue
+  EXPECT_EQ(runAll(), "c a b ");
+}
+
 TEST_F(VemTest, YieldDecision_IsThePolicysForTheRunningTask_YesForAllOthers) {
   auto other = task("other");
   Zavro::Ptr<Vem::Task> a;
