@@ -216,6 +216,8 @@ class DirMachine final : public TopMachine {
         successor->hasNotificationActiveIs(active_);
       }
     }
+    // What the child's scan led to may be a change, too: then one of these is the next child.
+    if (handling.changed) return;
     for (const auto& unused : std::exchange(handling.candidates, {})) unused->endUnused();
   }
 
