@@ -1,0 +1,262 @@
+// Follows a run as it happens and says as soon as something is wrong.
+//
+// It sees what anybody can see: the pipelines' traces, which say which element of which stream is being
+// handled, and the publications of the MIB state object. From the traces it takes the order of events and
+// nothing else; what an event has to do to the table follows from the state and from the rules of writing:
+//
+//   a value    the row of its key shows it; a row with another value goes first
+//   no value   the row of its key goes
+//   a link     its old index's row goes if it still names this link; then the new index's row names it
+//
+// So each publication must be the next thing that some event under way has to do, or the removal of a row
+// that no element has claimed since the pipeline started; and each event must have done what it had to,
+// unless another one on the same row overtook it from within its own write. What the events leave behind is
+// compared with the oracle, which knows no events.
+#pragma once
+
+#include <absl/container/flat_hash_map.h>
+#include <absl/container/flat_hash_set.h>
+
+#include <deque>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Oracle.h"
+#include "State.h"
+#include "TrelSnmpAgent.h"
+
+namespace Simulation {
+
+enum class PipelineId : uint8_t { ifTable, reachability, host, storage };
+inline constexpr size_t kPipelines = 4;
+const char* nameOf(PipelineId pipeline);
+
+// Which of the two sets each input and the MIB state object of a pipeline is of.
+struct Wiring {
+  uint8_t mib = 0;
+  uint8_t ifMib = 0;
+  uint8_t topology = 0;
+  uint8_t reachabilityDir = 0;
+  uint8_t hostResourcesDir = 0;
+  uint8_t mappings = 0;
+};
+
+enum class Stream : uint8_t { link, reachability, system, processor, mount, memory };
+
+// One element of a stream: the link (local, remote), or what a directory key's entity has under an item.
+struct Element {
+  Stream stream;
+  uint32_t key;   // link: local member; otherwise the place of the directory key in kKeys
+  uint32_t item;  // link: remote member; neighbour, processor index, place of the mount point
+  bool operator==(const Element&) const = default;
+  template <class Hash>
+  friend Hash AbslHashValue(Hash hash, const Element& element) {
+    return Hash::combine(std::move(hash), element.stream, element.key, element.item);
+  }
+  std::string text() const;
+};
+
+// One output of one pipeline's life.
+struct OutputLife {
+  TableId table;
+  bool reconciling = false;  // rows of an earlier life may be left
+  bool ready = false;        // as it was at the last look
+  absl::flat_hash_set<Key> seen{};
+  // The element that had to do with each key; several when a second one had.
+  struct Toucher {
+    Element first;
+    bool several = false;
+  };
+  absl::flat_hash_map<Key, Toucher> touchers{};
+};
+
+// What is known of a pipeline, from its construction to its end.
+struct Life {
+  PipelineId id;
+  Wiring wiring;
+  const TrelSnmp::Agent::Pipeline* pipeline = nullptr;  // null while it is being made
+  bool active = true;
+  uint64_t pausedIn = 0;  // step; what was under way then goes on to the end of the step
+  std::vector<OutputLife> outputs;
+  // Elements whose last event had a value: which, and of which entity.
+  struct Handled {
+    uint64_t value;
+    uint64_t entity;
+  };
+  absl::flat_hash_map<Element, Handled> last;
+  absl::flat_hash_map<Key, uint32_t> cache;  // by link: the index that its last event gave it
+  absl::flat_hash_set<uint32_t> remapped;    // storage indexes whose mappings changed in this life
+  bool dirty = true;                         // something happened since the last look
+
+  OutputLife& output(TableId table);
+};
+
+class Follower final : public Lumalog::Sink {
+ public:
+  // log: gets a line for each trace and publication; may be empty.
+  Follower(State& state, std::function<void(std::string_view)> log);
+  ~Follower() override;
+
+  // The first thing that was wrong; empty while all is well.
+  const std::string& failure() const { return failure_; }
+  void fail(std::string what);
+  // Of all that was seen: equal runs have equal digests.
+  uint64_t digest() const { return digest_; }
+  void note(std::string_view what);
+  uint64_t publications() const { return publications_; }
+
+  // -- Told by whoever drives the run, who also says after which step something is due.
+
+  // A pipeline is about to be made. It takes the place of the one that stood for it before, which is silent
+  // from now on and whose rows it takes over if they are of the same MIB state object.
+  void making(PipelineId id, const Wiring& wiring);
+  void made(PipelineId id, const TrelSnmp::Agent::Pipeline* pipeline);
+  // The pipeline that stood for it goes within the call that follows, with its rows; as soon as stored() is
+  // true, events are its own. Another one may be made in that call: making().
+  void leaving(PipelineId id, std::function<bool()> stored);
+  void left(PipelineId id);
+  // The pipeline that stood for it is detached; it may be dropped later.
+  std::unique_ptr<Life> detached(PipelineId id);
+  // From here to dropped(), the events of such a pipeline are those of this life, which ends, and its rows
+  // with it.
+  void dropping(Life& life);
+  void dropped(std::unique_ptr<Life> life);
+  void dropped(PipelineId id) { dropped(std::move(lives_[static_cast<size_t>(id)])); }
+  // The pipeline that stood for it is silent from now on; its rows stay.
+  void handedOver(PipelineId id);
+  void paused(PipelineId id);
+  void resumed(PipelineId id);
+  Life* current(PipelineId id) { return lives_[static_cast<size_t>(id)].get(); }
+  // The mappings of a set change; rows under this index may be of the mapping before from now on.
+  void remapped(size_t set, uint32_t index);
+  // The inputs of such pipelines changed.
+  void stateChanged(PipelineId id);
+  // What the driver writes by itself until this is called with false.
+  void ownWrites(bool own) { ownWrites_ = own; }
+
+  // Something is done from within a publication.
+  size_t nestedBegins();
+  void nestedEnds(size_t frames);
+  int depth() const { return depth_; }
+
+  // A step is over. settled: no task is due.
+  void stepEnds(bool settled);
+
+  // Rows as published.
+  struct MirrorRow {
+    Row row;
+    uint64_t born = 0;  // the step since which there was a row under the key whenever anybody looked
+  };
+  using MirrorTable = std::map<Key, MirrorRow>;
+  const MirrorTable& rows(size_t set, TableId table) const {
+    return mirrors_[set].tables[static_cast<size_t>(table)];
+  }
+  uint64_t steps() const { return steps_; }
+  // Somebody looked at a table.
+  void looked() { ++looks_; }
+  // Called after each publication that was in order.
+  void onPublication(std::function<void()> callback) { onPublication_ = std::move(callback); }
+
+  void trace(std::string_view handle, int level, std::string_view text) override;
+
+ private:
+  struct Mirror {
+    std::array<MirrorTable, kTables> tables;
+    std::array<uint32_t, kTables> versions{};
+    std::array<bool, kTables> changed{};
+  };
+  // A row that went, in case that it comes back before anybody looks.
+  struct Gone {
+    size_t set;
+    TableId table;
+    Key key;
+    uint64_t born;
+    uint64_t looks;
+  };
+  struct Event {
+    Life* life;
+    Element element;
+    std::optional<uint64_t> value;
+  };
+  struct Op {
+    bool insert = false;
+    Key key;
+    Row row;
+    bool operator==(const Op&) const = default;
+  };
+  // An event under way: what it has to do, and how far it is.
+  struct Frame {
+    Life* life;
+    Element element;
+    TableId table;
+    Key key{};                 // the row's; link: of the row that is to be written
+    std::optional<Row> row{};  // what the row is to show; none: it is to go
+    std::optional<Key> old{};  // link: of the row that goes first if it is the link's
+    // memory: the kinds of the mappings whose rows are still to be dealt with are those above this one
+    std::optional<int32_t> lastKind{};
+    uint32_t member = 0;
+    uint32_t mappingVersion = 0;
+    int stage = 0;
+    bool overtaken = false;
+    bool done = false;
+  };
+
+  void published(size_t set, const TrelSnmp::TrelMib::Change& change);
+  bool justified(size_t set, TableId table, const Op& op);
+  bool byReconciliation(size_t set, TableId table, const Op& op);
+  bool byCacheOfDropped(size_t set, const Op& op);
+  void applyToMirror(size_t set, TableId table, const Op& op);
+
+  void event(const Event& event);
+  void linkEvent(uint32_t local, uint32_t remote);
+  std::optional<uint64_t> currentValue(const Life& life, const Element& element, uint64_t& entity) const;
+  void push(Frame frame);
+  std::optional<Op> nextOp(Frame& frame);
+  std::optional<Op> nextMemoryOp(Frame& frame);
+  void advance(Frame& frame, const Op& op);
+  bool sameRows(const Frame& a, const Frame& b) const;
+  void popFrames(size_t down);
+  void touch(OutputLife& output, const Key& key, const Element& element);
+  Life* lifeFor(PipelineId id);
+  bool isGoing(const Life& life) const;
+  bool mayHandle(const Life& life) const;
+
+  void checkMirrors();
+  void checkLife(Life& life, bool settled);
+  void checkOutput(Life& life, OutputLife& output);
+  void checkRows(const Life& life, const OutputLife& output, const Claims& claims);
+  void checkEvents(const Life& life, TableId table);
+  void checkLinks(const Life& life);
+  bool outputReady(const Life& life, TableId table) const;
+  Claims claims(const Life& life, TableId table) const;
+  std::unique_ptr<Life> newLife(PipelineId id, const Wiring& wiring);
+
+  State& state_;
+  const std::function<void(std::string_view)> log_;
+  std::string failure_;
+  uint64_t digest_ = 0;
+  uint64_t publications_ = 0;
+  std::array<Mirror, kSets> mirrors_;
+  std::vector<Gone> gone_;
+  std::array<Kor::Subscription, kSets> subscriptions_;
+  std::array<std::unique_ptr<Life>, kPipelines> lives_;
+  std::array<std::unique_ptr<Life>, kPipelines> leaving_;
+  std::vector<std::unique_ptr<Life>> buried_;  // events of theirs may be under way until the step is over
+  std::function<bool()> stored_;
+  std::array<Life*, kPipelines> dropping_{};
+  int droppingDepth_ = 0;
+  std::vector<Frame> frames_;
+  std::function<void()> onPublication_ = [] {};
+  absl::flat_hash_map<std::string_view, uint32_t> keyPlaces_;
+  absl::flat_hash_map<std::string_view, uint32_t> mountPlaces_;
+  int depth_ = 0;
+  bool nestedInStep_ = false;
+  bool ownWrites_ = false;
+  uint64_t steps_ = 1;
+  uint64_t looks_ = 0;
+};
+
+}  // namespace Simulation
