@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <regex>
 #include <sstream>
 #include <stdexcept>
 
@@ -88,12 +87,10 @@ std::string Daemon::sourceError() const {
 }
 
 std::vector<std::string> Daemon::errors() const {
-  static const std::regex error(R"(^\S+Z (\S+/0 .*)$)");
   std::istringstream log(process_->err());
   std::vector<std::string> found;
-  std::smatch match;
-  for (std::string line; std::getline(log, line);) {
-    if (std::regex_match(line, match, error)) found.push_back(match[1]);
+  for (std::string time, handle, text; log >> time >> handle && std::getline(log, text);) {
+    if (time.ends_with('Z') && handle.ends_with("/0")) found.push_back(handle + text);
   }
   return found;
 }
