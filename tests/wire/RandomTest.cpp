@@ -1,0 +1,43 @@
+// Random messages about random clusters, each held against the model.
+#include <fmt/format.h>
+#include <gtest/gtest.h>
+
+#include "wire/Clusters.h"
+#include "wire/Conversation.h"
+#include "wire/Requests.h"
+#include "wire/Settings.h"
+
+namespace Wire {
+namespace {
+
+// Between two changes of the state.
+constexpr size_t kMessagesPerCluster = 1000;
+
+TEST(RandomMessages, EveryAnswerIsTheModels) {
+  Subject subject;
+  Clusters clusters(settings().seed, subject.clock());
+  Requests requests(settings().seed);
+  Conversation conversation(subject);
+  size_t asked = 0;
+  size_t instances = 0;
+  for (size_t states = 1; asked < settings().messages; ++states) {
+    const nlohmann::json& cluster = clusters.next();
+    ASSERT_NO_THROW(subject.becomes(cluster)) << "after " << states << " states";
+    instances = std::max(instances, subject.model().tree().size());
+    for (size_t i = 0; i < kMessagesPerCluster && asked < settings().messages; ++i, ++asked) {
+      conversation.add(requests.next(subject.model().tree()));
+    }
+    conversation.finish();
+    ASSERT_TRUE(conversation.mismatch().empty())
+        << "within " << asked << " messages\n"
+        << conversation.mismatch() << "the state: " << cluster.dump();
+  }
+  EXPECT_EQ(subject.walk(), subject.model().tree()) << difference(subject.model().tree(), subject.walk());
+  EXPECT_EQ(subject.complaint(), "");
+  EXPECT_EQ(subject.end(), "");
+  fmt::print("{} random messages, up to {} instances, {} asked again\n", asked, instances,
+             conversation.repeated());
+}
+
+}  // namespace
+}  // namespace Wire
