@@ -171,7 +171,7 @@ Kelstore::Snapshot LocalSource::mappings() {
     Path path{Kind::memoryMapping, std::to_string(memory), ""};
     if (!others.take(mapping.index, path)) {
       leftOut_.erase(memory);
-      entries.push_back({std::move(path), std::move(mapping)});
+      entries.emplace_back(std::move(path), std::move(mapping));
     } else if (!others.has(path) && leftOut_.insert(memory).second) {
       traceHandle.trace(kWarningLevel, "storage index {} is another source's: {} is left out", mapping.index,
                         Kelstore::inQuotes(mapping.description));
