@@ -239,7 +239,7 @@ Snapshot withLastGood(Document&& document, const Snapshot& before) {
   std::vector<Snapshot::Entry> entries = std::move(document.values);
   std::erase_if(entries, [&](const Snapshot::Entry& entry) { return affected(prefixes, entry.first); });
   if (!prefixes.empty()) {
-    for (const Snapshot::Entry& entry : before.entries()) {
+    for (const Snapshot::Entry& entry : before) {
       if (affected(prefixes, entry.first)) entries.push_back(entry);
     }
   }

@@ -6,36 +6,111 @@
 namespace Kelstore {
 namespace {
 
-bool before(const Snapshot::Entry& entry, const Path& path) { return entry.first < path; }
+// A chunk that lost so much is joined with its neighbour.
+constexpr size_t kMinChunk = Snapshot::kMaxChunk / 4;
+
+using Change = Snapshot::Change;
+using Changes = std::vector<Change>;
+
+// The chunk's entries with the changes that concern it; adds to `changed` where they differ.
+template <class Chunk>
+Chunk merged(const Chunk& chunk, Changes::iterator change, Changes::iterator end,
+             std::vector<Path>& changed) {
+  Chunk result;
+  result.reserve(chunk.size() + static_cast<size_t>(end - change));
+  auto entry = chunk.begin();
+  for (; change != end; ++change) {
+    auto& [path, value] = *change;
+    while (entry != chunk.end() && entry->first < path) result.push_back(*entry++);
+    bool there = entry != chunk.end() && entry->first == path;
+    if (there ? !value || *value != entry->second : value.has_value()) changed.push_back(path);
+    if (there) ++entry;
+    if (value) result.emplace_back(std::move(path), std::move(*value));
+  }
+  result.insert(result.end(), entry, chunk.end());
+  return result;
+}
 
 }  // namespace
 
-Snapshot::Snapshot(std::vector<Entry> entries) : entries_(std::move(entries)) {
-  std::sort(entries_.begin(), entries_.end(),
-            [](const Entry& a, const Entry& b) { return a.first < b.first; });
+Snapshot::Snapshot(std::vector<Entry> entries) {
+  std::sort(entries.begin(), entries.end(), [](const Entry& a, const Entry& b) { return a.first < b.first; });
+  append(std::move(entries));
+}
+
+// Puts the entries behind those that there are.
+void Snapshot::append(std::vector<Entry> entries) {
+  size_ += entries.size();
+  if (entries.empty()) return;
+  if (!chunks_.empty() && std::min(entries.size(), chunks_.back()->size()) < kMinChunk) {
+    const Chunk& last = *chunks_.back();
+    entries.insert(entries.begin(), last.begin(), last.end());
+    chunks_.pop_back();
+  }
+  size_t pieces = (entries.size() + kMaxChunk - 1) / kMaxChunk;
+  auto at = entries.begin();
+  for (size_t piece = 0; piece < pieces; ++piece) {
+    auto left = static_cast<size_t>(entries.end() - at);
+    auto end = at + static_cast<std::ptrdiff_t>(left / (pieces - piece));
+    chunks_.push_back(
+        std::make_shared<const Chunk>(std::make_move_iterator(at), std::make_move_iterator(end)));
+    at = end;
+  }
+}
+
+template <class Key, class Before>
+const Snapshot::Entry* Snapshot::lowerBound(const Key& key, Before before) const {
+  auto chunk =
+      std::partition_point(chunks_.begin(), chunks_.end(),
+                           [&](const std::shared_ptr<const Chunk>& one) { return before(one->back(), key); });
+  if (chunk == chunks_.end()) return nullptr;
+  return &*std::lower_bound((*chunk)->begin(), (*chunk)->end(), key, before);
 }
 
 const Value* Snapshot::find(const Path& path) const {
-  auto found = std::lower_bound(entries_.begin(), entries_.end(), path, before);
-  return found == entries_.end() || found->first != path ? nullptr : &found->second;
+  const Entry* found =
+      lowerBound(path, [](const Entry& entry, const Path& wanted) { return entry.first < wanted; });
+  return found == nullptr || found->first != path ? nullptr : &found->second;
 }
 
 bool Snapshot::any(Kind kind, std::string_view first) const {
-  auto found = std::lower_bound(entries_.begin(), entries_.end(), std::tie(kind, first),
-                                [](const Entry& entry, const auto& wanted) {
-                                  std::string_view entryFirst = entry.first.first;
-                                  return std::tie(entry.first.kind, entryFirst) < wanted;
-                                });
-  return found != entries_.end() && found->first.kind == kind && found->first.first == first;
+  const Entry* found = lowerBound(std::tie(kind, first), [](const Entry& entry, const auto& wanted) {
+    std::string_view entryFirst = entry.first.first;
+    return std::tie(entry.first.kind, entryFirst) < wanted;
+  });
+  return found != nullptr && found->first.kind == kind && found->first.first == first;
+}
+
+Snapshot Snapshot::with(std::vector<Change> changes, std::vector<Path>& changed) const {
+  std::sort(changes.begin(), changes.end(),
+            [](const Change& a, const Change& b) { return a.first < b.first; });
+  changed.clear();
+  Snapshot result;
+  auto change = changes.begin();
+  for (const auto& chunk : chunks_) {
+    auto end = std::partition_point(change, changes.end(),
+                                    [&](const Change& one) { return one.first <= chunk->back().first; });
+    size_t before = changed.size();
+    Chunk now = change == end ? Chunk() : merged(*chunk, change, end, changed);
+    change = end;
+    if (changed.size() != before) {
+      result.append(std::move(now));
+    } else {
+      result.chunks_.push_back(chunk);
+      result.size_ += chunk->size();
+    }
+  }
+  result.append(merged(Chunk(), change, changes.end(), changed));
+  return result;
 }
 
 std::vector<Path> differences(const Snapshot& before, const Snapshot& after) {
   std::vector<Path> paths;
-  auto a = before.entries().begin();
-  auto b = after.entries().begin();
-  while (a != before.entries().end() || b != after.entries().end()) {
-    bool onlyA = b == after.entries().end() || (a != before.entries().end() && a->first < b->first);
-    bool onlyB = a == before.entries().end() || (b != after.entries().end() && b->first < a->first);
+  auto a = before.begin();
+  auto b = after.begin();
+  while (a != before.end() || b != after.end()) {
+    bool onlyA = b == after.end() || (a != before.end() && a->first < b->first);
+    bool onlyB = a == before.end() || (b != after.end() && b->first < a->first);
     if (onlyA) {
       paths.push_back((a++)->first);
     } else if (onlyB) {

@@ -1,7 +1,13 @@
-// All that one source says at one time: values by path, sorted. Immutable once shared; sources hand snapshots
-// to the store, and may make them on another thread.
+// All that one source says at one time: values by path, sorted. Immutable; sources hand snapshots to the
+// store, and may make them on another thread.
+//
+// The values stand in chunks that snapshots share: one that differs in a few values from another costs what
+// these chunks cost, however large it is, and replacing one by the other costs next to nothing.
 #pragma once
 
+#include <iterator>
+#include <memory>
+#include <optional>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -14,20 +20,71 @@ namespace Kelstore {
 class Snapshot {
  public:
   using Entry = std::pair<Path, Value>;
+  using Change = std::pair<Path, std::optional<Value>>;  // nothing: no value any more
+  static constexpr size_t kMaxChunk = 256;
+
+ private:
+  using Chunk = std::vector<Entry>;  // never empty
+  using Chunks = std::vector<std::shared_ptr<const Chunk>>;
+
+ public:
+  class const_iterator {
+   public:
+    using iterator_category = std::forward_iterator_tag;
+    using value_type = Entry;
+    using difference_type = std::ptrdiff_t;
+    using pointer = const Entry*;
+    using reference = const Entry&;
+
+    const_iterator() = default;
+    reference operator*() const { return (**chunk_)[at_]; }
+    pointer operator->() const { return &**this; }
+    const_iterator& operator++() {
+      if (++at_ == (*chunk_)->size()) {
+        ++chunk_;
+        at_ = 0;
+      }
+      return *this;
+    }
+    const_iterator operator++(int) {
+      const_iterator before = *this;
+      ++*this;
+      return before;
+    }
+    bool operator==(const const_iterator&) const = default;
+
+   private:
+    friend class Snapshot;
+    const_iterator(Chunks::const_iterator chunk, size_t at) : chunk_(chunk), at_(at) {}
+    Chunks::const_iterator chunk_;
+    size_t at_ = 0;
+  };
 
   Snapshot() = default;
   // Requires: no path occurs twice.
   explicit Snapshot(std::vector<Entry> entries);
 
-  const std::vector<Entry>& entries() const { return entries_; }
-  size_t size() const { return entries_.size(); }
+  // In the order of their paths.
+  const_iterator begin() const { return {chunks_.begin(), 0}; }
+  const_iterator end() const { return {chunks_.end(), 0}; }
+  size_t size() const { return size_; }
   // The value at the path, or null.
   const Value* find(const Path& path) const;
   // Whether there is a value of that kind whose path's first variable segment is `first`.
   bool any(Kind kind, std::string_view first) const;
 
+  // This one with these changes. `changed` becomes the sorted paths at which the two differ. Requires: no
+  // path occurs twice.
+  Snapshot with(std::vector<Change> changes, std::vector<Path>& changed) const;
+
  private:
-  std::vector<Entry> entries_;
+  // The first entry for which before(entry, key) does not hold.
+  template <class Key, class Before>
+  const Entry* lowerBound(const Key& key, Before before) const;
+  void append(std::vector<Entry> entries);
+
+  Chunks chunks_;
+  size_t size_ = 0;
 };
 
 // The paths at which the two differ, sorted.

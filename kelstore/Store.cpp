@@ -1,6 +1,7 @@
 #include "Store.h"
 
 #include <algorithm>
+#include <iterator>
 
 #include "zavro/Assert.h"
 
@@ -28,8 +29,25 @@ Store::Layer Store::lowestLayerIs() {
 void Store::snapshotIs(Layer layer, std::shared_ptr<const Snapshot> snapshot, std::vector<Path> changed) {
   zavroAssert(snapshot != nullptr);
   layers_[layer].snapshot = std::move(snapshot);
-  if (!changed.empty()) batches_.push_back({std::move(changed), 0});
+  if (!changed.empty()) add(std::move(changed));
   schedule();
+}
+
+// Batches are joined as they grow alike, so that there are few of them and a path that keeps changing takes
+// no more room, however far the mirror is behind.
+void Store::add(std::vector<Path> changed) {
+  while (!batches_.empty() && batches_.back().size() <= 2 * changed.size()) {
+    Batch last = std::move(batches_.back());
+    batches_.pop_back();
+    std::vector<Path> both;
+    both.reserve(last.size() + changed.size());
+    auto next = last.paths.begin() + static_cast<std::ptrdiff_t>(last.next);
+    std::set_union(std::make_move_iterator(next), std::make_move_iterator(last.paths.end()),
+                   std::make_move_iterator(changed.begin()), std::make_move_iterator(changed.end()),
+                   std::back_inserter(both));
+    changed = std::move(both);
+  }
+  batches_.push_back({std::move(changed), 0});
 }
 
 void Store::settledIs(Layer layer) {
@@ -88,7 +106,7 @@ Path Store::takeFirst() {
 
 size_t Store::pending() const {
   size_t paths = 0;
-  for (const Batch& batch : batches_) paths += batch.paths.size() - batch.next;
+  for (const Batch& batch : batches_) paths += batch.size();
   return paths;
 }
 

@@ -32,7 +32,8 @@ class Store final : private View {
   Layer layerIs(Claim claim = {});
   // A new layer below those that there are, for what counts where nobody else says something. As above.
   Layer lowestLayerIs();
-  // What the layer says from now on. `changed`: the sorted paths at which it differs from what it said.
+  // What the layer says from now on. `changed`: the sorted paths at which it differs from what it said. All
+  // of it counts from this call on, whatever has been applied.
   void snapshotIs(Layer layer, std::shared_ptr<const Snapshot> snapshot, std::vector<Path> changed);
   // The layer's source has said what it has to say for now, if only that it has nothing.
   void settledIs(Layer layer);
@@ -40,6 +41,8 @@ class Store final : private View {
   const std::shared_ptr<const Snapshot>& snapshot(Layer layer) const { return layers_[layer].snapshot; }
   // The layers are 0 up to, not including, this one.
   Layer layers() const { return layers_.size(); }
+  // Paths that are not applied yet; one that changed again meanwhile may count more than once.
+  size_t pending() const;
   // Whether every layer has settled and the mirror is up to date.
   bool idle() const { return settled() && batches_.empty(); }
 
@@ -54,6 +57,7 @@ class Store final : private View {
   struct Batch {
     std::vector<Path> paths;
     size_t next = 0;
+    size_t size() const { return paths.size() - next; }
   };
 
   const Value* find(const Path& path) const override;
@@ -61,13 +65,13 @@ class Store final : private View {
   bool settled() const;
   void schedule();
   void applySlice();
+  void add(std::vector<Path> changed);
   Path takeFirst();
-  size_t pending() const;
 
   Mirror& mirror_;
   std::vector<LayerState> layers_;
-  std::vector<Layer> order_;  // the lowest first
-  std::vector<Batch> batches_;
+  std::vector<Layer> order_;    // the lowest first
+  std::vector<Batch> batches_;  // each more than twice as large as the next
   Zavro::Ptr<Vem::Task> task_;
 };
 

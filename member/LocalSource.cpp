@@ -38,7 +38,7 @@ class Mappings {
  public:
   // Overrides what was added before.
   void add(const Kelstore::Snapshot& snapshot) {
-    for (const auto& [path, value] : snapshot.entries()) {
+    for (const auto& [path, value] : snapshot) {
       if (path.kind > Kind::memoryMapping) break;  // in the order of kinds
       if (const auto* mapping = std::get_if<Kelstore::Mapping>(&value)) indexOf_[path] = mapping->index;
     }

@@ -9,7 +9,8 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-std::vector<std::string> paths(const std::vector<Snapshot::Entry>& values) {
+template <class Values>
+std::vector<std::string> paths(const Values& values) {
   std::vector<std::string> texts;
   for (const auto& [path, value] : values) texts.push_back(path.text());
   return texts;
@@ -154,15 +155,15 @@ Snapshot before() {
 }
 
 std::vector<std::string> kept(std::string_view text) {
-  return paths(withLastGood(parseDocument(text), before()).entries());
+  return paths(withLastGood(parseDocument(text), before()));
 }
 
 TEST(DocumentTest, LastGoodValuesStayAtAffectedPathsOnly) {
   Snapshot after = withLastGood(
       parseDocument(R"({"interfaces": {"a": {"ifIndex": -1}}, "members": {"1": {"processors": 7}}})"),
       before());
-  EXPECT_THAT(paths(after.entries()), ElementsAre("interfaces/a", "members/1/processors",
-                                                  "members/1/processors/1", "members/1/processors/2"));
+  EXPECT_THAT(paths(after), ElementsAre("interfaces/a", "members/1/processors", "members/1/processors/1",
+                                        "members/1/processors/2"));
   EXPECT_EQ(std::get<Interface>(*after.find({Kind::interface, "a", {}})).ifIndex, 1u);
 }
 

@@ -137,5 +137,37 @@ TEST(StoreTest, ChangesBetweenSteps_TheMirrorEndsAsTheLastSnapshotSays) {
   EXPECT_EQ(world.mirror.ifMib()->ifIndexByIntfId().size(), 1u);
 }
 
+TEST(StoreTest, ChangesComeFasterThanTheyAreApplied_APathThatKeepsChangingTakesNoMoreRoom) {
+  World world;
+  world.submit(R"({"interfaces": {"a": {"ifIndex": 1}, "b": {"ifIndex": 2}, "c": {"ifIndex": 3}}})");
+  for (int i = 0; i < 1000; ++i) {
+    world.submit(R"({"interfaces": {"b": {"ifIndex": )" + std::to_string(i) + "}}}");
+    world.submit(R"({"interfaces": {"a": {"ifIndex": )" + std::to_string(i) + "}}}");
+    ASSERT_LE(world.store.pending(), 6u);
+  }
+  world.store.settledIs(0);
+  EXPECT_EQ(world.drained(), "ifIndex[a]");
+  EXPECT_EQ(world.store.pending(), 0u);
+}
+
+TEST(StoreTest, ManyBatchesOfAllSizes_EveryPathIsApplied) {
+  World world;
+  std::string all;
+  for (int i = 0; i < 300; ++i) {
+    all += (all.empty() ? "" : ", ") + fmt::format(R"("i{}": {{"ifIndex": {}}})", i, i);
+    if (i % 3 != 1) world.submit(R"({"interfaces": {)" + all + "}}");
+    if (i % 7 == 0) world.scheduler.step();
+    if (i == 5) world.store.settledIs(0);
+  }
+  world.submit(R"({"interfaces": {)" + all + "}}");
+  world.drained();
+  EXPECT_EQ(world.mirror.ifMib()->ifIndexByIntfId().size(), 300u);
+  for (uint32_t i = 0; i < 300; ++i) {
+    const uint32_t* value =
+        world.mirror.ifMib()->ifIndexByIntfId().find(Lanix::IntfId(fmt::format("i{}", i)));
+    ASSERT_TRUE(value != nullptr && *value == i) << i;
+  }
+}
+
 }  // namespace
 }  // namespace Kelstore

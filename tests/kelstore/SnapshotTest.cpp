@@ -1,0 +1,106 @@
+// Snapshots that are made from one another, held against a map.
+#include "Snapshot.h"
+
+#include <gmock/gmock.h>
+
+#include <map>
+#include <random>
+
+namespace Kelstore {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+Path at(uint32_t number) { return {Kind::interface, "i" + std::to_string(number), {}}; }
+
+Snapshot numbered(uint32_t count) {
+  std::vector<Snapshot::Entry> entries;
+  for (uint32_t i = 0; i < count; ++i) entries.emplace_back(at(i), Interface{i});
+  return Snapshot(std::move(entries));
+}
+
+TEST(SnapshotTest, ChangesTakeEffect_AndOnlyDifferencesAreTold) {
+  std::vector<Path> changed;
+  Snapshot now = numbered(4).with({{at(9), Interface{9}},
+                                   {at(3), std::nullopt},
+                                   {at(2), Interface{22}},
+                                   {at(1), Interface{1}},
+                                   {at(7), std::nullopt}},
+                                  changed);
+  EXPECT_THAT(changed, ElementsAre(at(2), at(3), at(9)));
+  EXPECT_EQ(
+      std::vector(now.begin(), now.end()),
+      (std::vector<Snapshot::Entry>{
+          {at(0), Interface{0}}, {at(1), Interface{1}}, {at(2), Interface{22}}, {at(9), Interface{9}}}));
+}
+
+TEST(SnapshotTest, FewChanges_WhatIsNotNearThemIsShared) {
+  Snapshot before = numbered(100'000);
+  std::vector<Path> changed;
+  Snapshot after = before.with({{at(50'000), Interface{1}}}, changed);
+  size_t shared = 0;
+  for (const auto& [path, value] : before) shared += after.find(path) == &value ? 1 : 0;
+  EXPECT_GE(shared, before.size() - Snapshot::kMaxChunk);
+  EXPECT_EQ(after.size(), before.size());
+}
+
+TEST(SnapshotTest, NoChange_EverythingIsShared) {
+  Snapshot before = numbered(3);
+  std::vector<Path> changed;
+  Snapshot after = before.with({{at(1), Interface{1}}, {at(8), std::nullopt}}, changed);
+  EXPECT_THAT(changed, IsEmpty());
+  EXPECT_EQ(&*before.begin(), &*after.begin());
+}
+
+TEST(SnapshotTest, RandomChanges_ItEqualsAMap) {
+  for (uint32_t seed = 1; seed <= 20; ++seed) {
+    SCOPED_TRACE(seed);
+    std::mt19937 engine(seed);
+    auto random = [&engine](uint32_t below) { return static_cast<uint32_t>(engine() % below); };
+    uint32_t keys = 1 + random(3000);
+    std::map<Path, Value> model;
+    Snapshot snapshot;
+    for (int round = 0; round < 60; ++round) {
+      std::map<Path, std::optional<Value>> changes;
+      // Now and then most of it goes, or comes.
+      bool wholesale = random(10) == 0;
+      uint32_t removing = random(2) == 0 ? 9 : 2;
+      for (uint32_t i = wholesale ? keys : random(20); i > 0; --i) {
+        auto& change = changes[at(random(keys))];
+        change.reset();
+        if (random(10) >= removing) change = Interface{random(3)};
+      }
+      std::vector<Path> expected;
+      for (const auto& [path, value] : changes) {
+        auto found = model.find(path);
+        bool there = found != model.end();
+        if (there ? !value || *value != found->second : value.has_value()) expected.push_back(path);
+        if (value) {
+          model.insert_or_assign(path, *value);
+        } else {
+          model.erase(path);
+        }
+      }
+      std::vector<Path> changed;
+      Snapshot before = snapshot;
+      snapshot = before.with({changes.begin(), changes.end()}, changed);
+      ASSERT_EQ(changed, expected);
+      ASSERT_EQ(differences(before, snapshot), expected);
+      ASSERT_EQ(snapshot.size(), model.size());
+      ASSERT_TRUE(std::equal(
+          snapshot.begin(), snapshot.end(), model.begin(), model.end(),
+          [](const auto& a, const auto& b) { return a.first == b.first && a.second == b.second; }));
+      for (uint32_t i = 0; i < keys; i += 1 + random(50)) {
+        const Value* value = snapshot.find(at(i));
+        auto found = model.find(at(i));
+        ASSERT_EQ(value == nullptr, found == model.end());
+        ASSERT_TRUE(value == nullptr || *value == found->second);
+        ASSERT_EQ(snapshot.any(Kind::interface, at(i).first), value != nullptr);
+      }
+    }
+  }
+}
+
+}  // namespace
+}  // namespace Kelstore
