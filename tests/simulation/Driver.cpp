@@ -1,6 +1,8 @@
 #include "Driver.h"
 
 #include <fmt/format.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -13,7 +15,6 @@
 #include "snmp/AsnConversions.h"
 #include "snmp/KelstoreUtil.h"
 #include "snmp/RegVoidCollByContext.h"
-#include "support/TempDir.h"
 #include "toggles/Toggles.h"
 #include "veldaTrelHostResourcesMIB.h"
 #include "veldaTrelMIB.h"
@@ -643,6 +644,15 @@ class Driver {
   std::string failure_;
 };
 
+// The path of a file of this content that is gone when the process is, however it ends.
+std::string unnamedFile(const std::string& content) {
+  int file = memfd_create("TrelCore.json", MFD_CLOEXEC);
+  if (file < 0 || write(file, content.data(), content.size()) != static_cast<ssize_t>(content.size())) {
+    throw std::runtime_error("cannot write the toggles");
+  }
+  return fmt::format("/proc/self/fd/{}", file);
+}
+
 }  // namespace
 
 void prepareProcess(const Conditions& conditions) {
@@ -653,11 +663,9 @@ void prepareProcess(const Conditions& conditions) {
     netsnmp_ds_set_boolean(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_DONT_PERSIST_STATE, 1);
     init_agent("simulation");
     init_snmp("simulation");
-    static Support::TempDir dir;
-    Toggles::fileIs(
-        "TrelCore.json",
-        dir.write("TrelCore.json", fmt::format(R"({{"TrelHrStorageSnmp": {}, "TrelHrMemStorage": {}}})",
-                                               conditions.storageToggle, conditions.memoryToggle)));
+    Toggles::fileIs("TrelCore.json",
+                    unnamedFile(fmt::format(R"({{"TrelHrStorageSnmp": {}, "TrelHrMemStorage": {}}})",
+                                            conditions.storageToggle, conditions.memoryToggle)));
     return true;
   }();
   static_cast<void>(prepared);

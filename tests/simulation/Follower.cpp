@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <charconv>
 
 #include "Random.h"
 #include "Universe.h"
@@ -11,24 +10,24 @@
 namespace Simulation {
 namespace {
 
-constexpr int kStatementLevel = 7;
 constexpr std::array<const char*, kPipelines> kPipelineNames = {
     "TrelSnmpIfTableSm", "TrelSnmpReachabilityTableSm", "TrelSnmpHostResourcesSm",
     "TrelSnmpHrStorageTableSm"};
 
-PipelineId pipelineOf(Stream stream) {
-  switch (stream) {
-    case Stream::link:
-      return PipelineId::ifTable;
-    case Stream::reachability:
-      return PipelineId::reachability;
-    case Stream::system:
-    case Stream::processor:
-      return PipelineId::host;
+std::vector<TableId> tablesOf(PipelineId pipeline) {
+  switch (pipeline) {
+    case PipelineId::ifTable:
+      return {TableId::baIf};
+    case PipelineId::reachability:
+      return {TableId::reachability};
+    case PipelineId::host:
+      return {TableId::system, TableId::processor};
     default:
-      return PipelineId::storage;
+      return {TableId::storage};
   }
 }
+
+}  // namespace
 
 TableId tableOf(Stream stream) {
   switch (stream) {
@@ -44,104 +43,6 @@ TableId tableOf(Stream stream) {
       return TableId::storage;
   }
 }
-
-std::vector<TableId> tablesOf(PipelineId pipeline) {
-  switch (pipeline) {
-    case PipelineId::ifTable:
-      return {TableId::baIf};
-    case PipelineId::reachability:
-      return {TableId::reachability};
-    case PipelineId::host:
-      return {TableId::system, TableId::processor};
-    default:
-      return {TableId::storage};
-  }
-}
-
-template <class Number>
-Number numberIn(std::string_view text) {
-  Number number{};
-  std::from_chars(text.data(), text.data() + text.size(), number);
-  return number;
-}
-
-// What follows "<name>=" where that stands last, cut off from the text with it.
-std::string_view takeLast(std::string_view& text, std::string_view name) {
-  size_t at = text.rfind(name);
-  if (at == std::string_view::npos) return {};
-  std::string_view value = text.substr(at + name.size());
-  text = text.substr(0, at);
-  return value;
-}
-
-// The text of what an optional holds; nothing for "None".
-std::optional<std::string_view> optionalIn(std::string_view text) {
-  constexpr std::string_view kBefore = "Optional( ";
-  constexpr std::string_view kAfter = " )";
-  if (!text.starts_with(kBefore)) return std::nullopt;
-  return text.substr(kBefore.size(), text.size() - kBefore.size() - kAfter.size());
-}
-
-uint64_t memorySerialIn(std::string_view text) {
-  HostResources::MemInfo::Amounts amounts;
-  for (auto* amount :
-       {&amounts.total, &amounts.free, &amounts.available, &amounts.nonBuffer, &amounts.nonCache}) {
-    text.remove_prefix(text.find('=') + 1);
-    if (auto number = optionalIn(text)) *amount = numberIn<uint32_t>(*number);
-  }
-  HostResources::MemInfo record(amounts);
-  return serial(&record);
-}
-
-// The serial of the record that such a text is of.
-uint64_t serialIn(Stream stream, std::string_view text) {
-  auto after = [&text](std::string_view name) { return text.substr(text.find(name) + name.size()); };
-  switch (stream) {
-    case Stream::reachability:
-      return numberIn<uint64_t>(after("lastChange="));
-    case Stream::system:
-      return numberIn<uint64_t>(after("#"));
-    case Stream::processor:
-      return static_cast<uint16_t>(numberIn<int16_t>(after("load=")));
-    case Stream::mount:
-      return numberIn<uint64_t>(after("size="));
-    default:
-      return memorySerialIn(text);
-  }
-}
-
-// A statement of a pipeline: how its trace begins, and what its values are called.
-struct Statement {
-  Stream stream;
-  std::string_view begin;
-  std::string_view item;  // empty: the stream has one element for each directory key
-  std::string_view value;
-};
-constexpr std::array<Statement, 5> kStatements = {{
-    {Stream::reachability,
-     "reachabilityStatusStream = from( reachabilityDir.entityPtr< ReachabilityStatus "
-     ">[].reachabilityStatus[] "
-     "): dirKey=",
-     " nbr=", " reachabilityStateOpt="},
-    {Stream::system,
-     "hrSystemTableStream = from( hostResourcesDir.entityPtr< HostResources::HostResources >[] ): dirKey=",
-     "", " hrOpt="},
-    {Stream::processor,
-     "processorTableStream = from( hostResourcesDir.entityPtr< HostResources::HostResources "
-     ">[].processorTable[] ): dirKey=",
-     " processorIndex=", " processorOpt="},
-    {Stream::mount,
-     "mountStream = from( hostResourcesDir.entityPtr< HostResources::HostResources >[].storageInfoTable[] ): "
-     "dirKey=",
-     " mountpt=", " storageOpt="},
-    {Stream::memory,
-     "memStream = from( hostResourcesDir.entityPtr< HostResources::HostResources >[].memInfo ): dirKey=", "",
-     " memInfoOpt="},
-}};
-constexpr std::string_view kLinkStatement =
-    "trelIfTableStream = merge( topoConfigStream, ifMibIfIndexStream ): localMemberId=";
-
-}  // namespace
 
 const char* nameOf(PipelineId pipeline) { return kPipelineNames[static_cast<size_t>(pipeline)]; }
 
@@ -296,240 +197,6 @@ bool Follower::mayHandle(const Life& life) const {
   return life.active || life.pausedIn == steps_ || isGoing(life);
 }
 
-// -- Events, as traces tell them
-
-void Follower::trace(std::string_view handle, int level, std::string_view text) {
-  note(handle);
-  note(text);
-  if (log_) log_(fmt::format("{:{}}{}/{} {}", "", 4 * depth_ + 2, handle, level, text));
-  if (level != kStatementLevel || !failure_.empty()) return;
-  if (text.starts_with(kLinkStatement)) {
-    std::string_view remote = takeLast(text, " remoteMemberId=");
-    linkEvent(numberIn<uint32_t>(text.substr(kLinkStatement.size())), numberIn<uint32_t>(remote));
-    return;
-  }
-  for (const Statement& statement : kStatements) {
-    if (!text.starts_with(statement.begin)) continue;
-    std::string_view value = takeLast(text, statement.value);
-    Element element{.stream = statement.stream, .key = 0, .item = 0};
-    if (!statement.item.empty()) {
-      std::string_view item = takeLast(text, statement.item);
-      element.item = statement.stream == Stream::mount ? mountPlaces_.at(item) : numberIn<uint32_t>(item);
-    }
-    element.key = keyPlaces_.at(text.substr(statement.begin.size()));
-    auto record = optionalIn(value);
-    Life* life = lifeFor(pipelineOf(statement.stream));
-    if (life == nullptr) return fail(fmt::format("nobody is there to say: {}", text));
-    event({life, element, record ? std::optional(serialIn(statement.stream, *record)) : std::nullopt});
-    return;
-  }
-}
-
-std::optional<uint64_t> Follower::currentValue(const Life& life, const Element& element,
-                                               uint64_t& entity) const {
-  std::string_view key = kKeys[element.key];
-  auto found = [](const auto* value) {
-    return value != nullptr ? std::optional(serial(value->get())) : std::nullopt;
-  };
-  entity = kNoRecord;
-  if (element.stream == Stream::reachability) {
-    const auto* reach = reachAt(*state_.set(life.wiring.reachabilityDir).reachabilityDir, key);
-    if (reach == nullptr) return std::nullopt;
-    entity = serial(reach);
-    return found(reach->reachabilityStatus().find(Trel::MemberId(static_cast<uint8_t>(element.item))));
-  }
-  const auto* host = hostAt(*state_.set(life.wiring.hostResourcesDir).hostResourcesDir, key);
-  if (host == nullptr) return std::nullopt;
-  entity = serial(host);
-  switch (element.stream) {
-    case Stream::system:
-      return entity;
-    case Stream::processor:
-      return found(host->processorTable().find(element.item));
-    case Stream::mount:
-      return found(host->storageInfoTable().find(kMounts[element.item]));
-    default:
-      return host->memInfo() ? std::optional(serial(host->memInfo().get())) : std::nullopt;
-  }
-}
-
-void Follower::event(const Event& event) {
-  Life& life = *event.life;
-  const Element& element = event.element;
-  life.dirty = true;
-  if (!mayHandle(life)) return fail(fmt::format("inactive, but handles {}", element.text()));
-  uint64_t entity = kNoRecord;
-  std::optional<uint64_t> now = currentValue(life, element, entity);
-  if (event.value) {
-    if (event.value != now && !nestedInStep_) {
-      return fail(fmt::format("{} is handled with {}, but is {}", element.text(), *event.value,
-                              now.value_or(kNoRecord)));
-    }
-    // From within a change it may still be the entity before.
-    life.last[element] = {*event.value, nestedInStep_ ? kNoRecord : entity};
-  } else {
-    auto handled = life.last.find(element);
-    bool ofAnother = handled == life.last.end() || handled->second.entity != entity;
-    if (now && !ofAnother && !nestedInStep_ && !isGoing(life)) {
-      return fail(fmt::format("{} is handled as gone, but is {}", element.text(), *now));
-    }
-    life.last.erase(element);
-  }
-
-  uint32_t member = memberOf(kKeys[element.key]);
-  Frame frame{.life = &life, .element = element, .table = tableOf(element.stream), .member = member};
-  OutputLife& output = life.output(frame.table);
-  const auto& mappings = *state_.set(life.wiring.mappings).mappings;
-  switch (element.stream) {
-    case Stream::mount: {
-      const auto* mapping = mappings.mountEntries().find(kMounts[element.item]);
-      if (mapping == nullptr) return;
-      frame.key = {member, mapping->index};
-      if (event.value) frame.row = Row{.record = *event.value, .x = serial(*mapping), .y = kMountRow};
-      break;
-    }
-    case Stream::memory:
-      for (auto kind = mappings.memEntries().begin(); kind; kind.next()) {
-        Key key{member, kind.value()->index};
-        touch(output, key, element);
-      }
-      if (event.value) frame.row = Row{.record = *event.value, .y = kMemoryRow};
-      frame.mappingVersion = mappings.memEntries().version();
-      return push(std::move(frame));
-    default:
-      frame.key = {member, element.stream == Stream::system ? 0 : element.item};
-      if (event.value) frame.row = Row{.record = *event.value};
-      if (event.value && element.stream == Stream::reachability) frame.row->x = life.wiring.ifMib;
-  }
-  if (output.reconciling) output.seen.insert(frame.key);
-  touch(output, frame.key, element);
-  push(std::move(frame));
-}
-
-void Follower::linkEvent(uint32_t local, uint32_t remote) {
-  Life* life = lifeFor(PipelineId::ifTable);
-  if (life == nullptr) return fail("nobody is there to handle a link");
-  life->dirty = true;
-  if (!mayHandle(*life)) return fail(fmt::format("inactive, but handles link {}.{}", local, remote));
-  const Element element{Stream::link, local, remote};
-  const Key link{local, remote};
-  OutputLife& output = life->outputs.front();
-  auto index = indexOfLink(*state_.set(life->wiring.topology).topology, *state_.set(life->wiring.ifMib).ifMib,
-                           local, remote);
-  auto cached = life->cache.find(link);
-  Frame frame{.life = life, .element = element, .table = TableId::baIf};
-  if (cached != life->cache.end() && cached->second != index) frame.old = Key{cached->second, 0};
-  if (index) {
-    frame.key = {*index, 0};
-    frame.row = Row{.x = local, .y = remote};
-    life->cache[link] = *index;
-    touch(output, frame.key, element);
-  } else if (cached != life->cache.end()) {
-    life->cache.erase(cached);
-  }
-  if (output.reconciling) {
-    if (frame.old) output.seen.insert(*frame.old);
-    if (frame.row) output.seen.insert(frame.key);
-  }
-  push(std::move(frame));
-}
-
-void Follower::touch(OutputLife& output, const Key& key, const Element& element) {
-  auto [at, isNew] = output.touchers.try_emplace(key, OutputLife::Toucher{element});
-  if (!isNew && at->second.first != element) at->second.several = true;
-}
-
-// -- What an event has to do
-
-void Follower::push(Frame frame) {
-  for (Frame& below : frames_) below.overtaken |= sameRows(below, frame);
-  if (nextOp(frame)) frames_.push_back(std::move(frame));
-}
-
-// Whether the two may have to do with the same row.
-bool Follower::sameRows(const Frame& a, const Frame& b) const {
-  if (a.life != b.life || a.table != b.table) return false;
-  if (a.element == b.element) return true;
-  if (a.element.stream == Stream::memory || b.element.stream == Stream::memory) return a.member == b.member;
-  auto of = [](const Frame& frame, const std::optional<Key>& key) {
-    return key && (key == frame.key || key == frame.old);
-  };
-  return of(a, b.key) || of(a, b.old);
-}
-
-std::optional<Follower::Op> Follower::nextOp(Frame& frame) {
-  if (frame.done) return std::nullopt;
-  const MirrorTable& table = rows(frame.life->wiring.mib, frame.table);
-  if (frame.element.stream == Stream::memory) return nextMemoryOp(frame);
-  if (frame.old && frame.stage == 0) {
-    auto at = table.find(*frame.old);
-    bool own = at != table.end() && at->second.row == Row{.x = frame.element.key, .y = frame.element.item};
-    if (own) return Op{.insert = false, .key = *frame.old, .row = {}};
-    frame.stage = 1;
-  }
-  auto at = table.find(frame.key);
-  bool stands = at != table.end();
-  if (!frame.row) {
-    // A link without an index has nothing more to do.
-    bool goes = stands && frame.element.stream != Stream::link;
-    return goes ? std::optional(Op{.insert = false, .key = frame.key, .row = {}}) : std::nullopt;
-  }
-  const Op insert{.insert = true, .key = frame.key, .row = *frame.row};
-  if (frame.table == TableId::storage || !stands) return insert;
-  if (at->second.row == *frame.row) return std::nullopt;
-  return Op{.insert = false, .key = frame.key, .row = {}};
-}
-
-std::optional<Follower::Op> Follower::nextMemoryOp(Frame& frame) {
-  const MirrorTable& table = rows(frame.life->wiring.mib, frame.table);
-  const auto& kinds = state_.set(frame.life->wiring.mappings).mappings->memEntries();
-  frame.overtaken |= kinds.version() != frame.mappingVersion;
-  for (auto kind = kinds.begin(); kind; kind.next()) {
-    if (frame.lastKind && kind.key() <= *frame.lastKind) continue;
-    Key key{frame.member, kind.value()->index};
-    if (frame.row) {
-      return Op{.insert = true, .key = key, .row = {frame.row->record, serial(*kind.value()), kMemoryRow}};
-    }
-    if (table.contains(key)) return Op{.insert = false, .key = key, .row = {}};
-  }
-  return std::nullopt;
-}
-
-// The operation was made; whether there is a next one is seen when it is asked for.
-void Follower::advance(Frame& frame, const Op& op) {
-  if (frame.element.stream == Stream::memory) {
-    const auto& kinds = state_.set(frame.life->wiring.mappings).mappings->memEntries();
-    for (auto kind = kinds.begin(); kind; kind.next()) {
-      if (frame.lastKind && kind.key() <= *frame.lastKind) continue;
-      if (kind.value()->index != op.key.second) continue;
-      frame.lastKind = kind.key();
-      // Mappings may change while the event is under way: only now it is clear which rows it has to do with.
-      OutputLife& output = frame.life->output(frame.table);
-      if (output.reconciling) output.seen.insert(op.key);
-      touch(output, op.key, frame.element);
-      return;
-    }
-    return;
-  }
-  bool withdrawn = frame.old && frame.stage == 0;
-  ++frame.stage;
-  frame.done = op.insert || (!withdrawn && !frame.row);
-}
-
-void Follower::popFrames(size_t down) {
-  while (frames_.size() > down) {
-    Frame& frame = frames_.back();
-    if (failure_.empty()) {
-      auto op = nextOp(frame);
-      if (op && !frame.overtaken) {
-        fail(fmt::format("{} was handled, but row {} of {} was not {}", frame.element.text(), op->key.text(),
-                         nameOf(frame.table), op->insert ? "written: " + op->row.text() : "removed"));
-      }
-    }
-    frames_.pop_back();
-  }
-}
-
 // -- Publications
 
 void Follower::published(size_t set, const TrelSnmp::TrelMib::Change& change) {
@@ -592,7 +259,8 @@ bool Follower::byReconciliation(size_t set, TableId table, const Op& op) {
         (life->outputs.front().table != table && life->outputs.back().table != table))
       continue;
     OutputLife& output = life->output(table);
-    if (!output.reconciling || output.ready || output.seen.contains(op.key)) return false;
+    if (!output.reconciling || output.ready || output.seen.contains(op.key) || underWay(*life, op.key))
+      return false;
     for (const Claim& claim : claims(*life, table)) {
       if (claim.key != op.key || life->remapped.contains(op.key.second)) continue;
       auto cached = life->cache.find(Key{claim.row.x, claim.row.y});
@@ -604,6 +272,14 @@ bool Follower::byReconciliation(size_t set, TableId table, const Op& op) {
     return true;
   }
   return false;
+}
+
+// Whether a link's event is about to write the row.
+bool Follower::underWay(const Life& life, const Key& key) const {
+  return std::any_of(frames_.begin(), frames_.end(), [&](const Frame& frame) {
+    return frame.life == &life && frame.element.stream == Stream::link && !frame.overtaken && frame.row &&
+           frame.key == key;
+  });
 }
 
 bool Follower::byCacheOfDropped(size_t set, const Op& op) {
@@ -646,247 +322,6 @@ void Follower::applyToMirror(size_t set, TableId table, const Op& op) {
   }
   rows[op.key] = {op.row, born};
   ++mirror.versions[place];
-}
-
-// -- The end of a step
-
-size_t Follower::nestedBegins() {
-  ++depth_;
-  nestedInStep_ = true;
-  return frames_.size();
-}
-
-void Follower::nestedEnds(size_t frames) {
-  popFrames(frames);
-  --depth_;
-}
-
-void Follower::stepEnds(bool settled) {
-  popFrames(0);
-  checkMirrors();
-  for (auto& life : lives_) {
-    if (life && life->pipeline != nullptr && failure_.empty()) checkLife(*life, settled);
-  }
-  buried_.clear();
-  gone_.clear();
-  nestedInStep_ = false;
-  ++steps_;
-}
-
-void Follower::checkMirrors() {
-  for (size_t set = 0; set < kSets && failure_.empty(); ++set) {
-    Mirror& mirror = mirrors_[set];
-    for (size_t place = 0; place < kTables; ++place) {
-      if (!std::exchange(mirror.changed[place], false)) continue;
-      auto table = static_cast<TableId>(place);
-      withTable(*state_.set(set).mib, table, [&](const auto& real) {
-        auto expected = mirror.tables[place].begin();
-        size_t count = 0;
-        for (auto at = real.begin(); at; at.next(), ++expected, ++count) {
-          if (expected == mirror.tables[place].end() || keyOf(at.key()) != expected->first ||
-              rowOf(*at.entry()) != expected->second.row) {
-            return fail(fmt::format("{} holds {} {}, which was not published so", nameOf(table),
-                                    keyOf(at.key()).text(), rowOf(*at.entry()).text()));
-          }
-        }
-        if (expected != mirror.tables[place].end()) {
-          fail(
-              fmt::format("{} does not hold {}, which was published", nameOf(table), expected->first.text()));
-        }
-        if (real.size() != count)
-          fail(fmt::format("{} says {} rows, but has {}", nameOf(table), real.size(), count));
-        if (real.version() != mirror.versions[place]) {
-          fail(fmt::format("{} counts {} changes of {}", nameOf(table), real.version(),
-                           mirror.versions[place]));
-        }
-      });
-    }
-  }
-}
-
-bool Follower::outputReady(const Life& life, TableId table) const {
-  namespace A = TrelSnmp::Agent;
-  const auto& pipeline = *life.pipeline;
-  switch (table) {
-    case TableId::baIf:
-      return static_cast<const A::TrelSnmpIfTableSm&>(pipeline).trelMibTrelIfTableOutput().ready();
-    case TableId::reachability:
-      return static_cast<const A::TrelSnmpReachabilityTableSm&>(pipeline)
-          .trelMibTrelReachabilityTableOutput()
-          .ready();
-    case TableId::system:
-      return static_cast<const A::TrelSnmpHostResourcesSm&>(pipeline)
-          .trelMibTrelHrSystemTableOutput()
-          .ready();
-    case TableId::processor:
-      return static_cast<const A::TrelSnmpHostResourcesSm&>(pipeline)
-          .trelMibTrelProcessorTableOutput()
-          .ready();
-    default:
-      return static_cast<const A::TrelSnmpHrStorageTableSm&>(pipeline)
-          .trelMibTrelHrStorageTableOutput()
-          .ready();
-  }
-}
-
-Claims Follower::claims(const Life& life, TableId table) const {
-  const Wiring& of = life.wiring;
-  const Kor::Dir& hosts = *state_.set(of.hostResourcesDir).hostResourcesDir;
-  switch (table) {
-    case TableId::baIf:
-      return interfaceClaims(*state_.set(of.topology).topology, *state_.set(of.ifMib).ifMib);
-    case TableId::reachability:
-      return reachabilityClaims(*state_.set(of.reachabilityDir).reachabilityDir, *state_.set(of.ifMib).ifMib);
-    case TableId::system:
-      return systemClaims(hosts);
-    case TableId::processor:
-      return processorClaims(hosts);
-    default:
-      return storageClaims(hosts, *state_.set(of.mappings).mappings);
-  }
-}
-
-void Follower::checkLife(Life& life, bool settled) {
-  bool allReady = true;
-  for (OutputLife& output : life.outputs) {
-    bool ready = outputReady(life, output.table);
-    allReady = allReady && ready;
-    if (output.ready && !ready) fail(fmt::format("{} is not ready any more", nameOf(life.id)));
-    if (ready == output.ready) continue;
-    output.ready = ready;
-    life.dirty = true;
-    if (!output.reconciling) continue;
-    for (const auto& [key, row] : rows(life.wiring.mib, output.table)) {
-      if (!output.seen.contains(key)) {
-        fail(fmt::format("{} is ready, but row {} of an earlier life stands", nameOf(life.id), key.text()));
-      }
-    }
-    output.reconciling = false;
-  }
-  bool ready = life.pipeline->ready();
-  bool idle = life.pipeline->idle();
-  if (ready != allReady)
-    fail(fmt::format("{} says that it is {}ready", nameOf(life.id), ready ? "" : "not "));
-  if (idle && !ready) fail(fmt::format("{} is idle before it is ready", nameOf(life.id)));
-  if (!life.active) return;
-  if ((settled || life.pipeline->synchronous()) && !idle) {
-    fail(fmt::format("{} is not {}, but has nothing to do", nameOf(life.id), ready ? "idle" : "ready"));
-  }
-  if (!life.dirty) return;
-  life.dirty = false;
-  for (OutputLife& output : life.outputs) {
-    if (!output.ready) continue;
-    // Changes of links may wait until it is idle.
-    if (output.table == TableId::baIf && !idle) {
-      life.dirty = true;
-      continue;
-    }
-    checkOutput(life, output);
-  }
-}
-
-void Follower::checkOutput(Life& life, OutputLife& output) {
-  if (output.table == TableId::baIf) {
-    checkLinks(life);
-  } else {
-    checkEvents(life, output.table);
-  }
-  if (failure_.empty()) checkRows(life, output, claims(life, output.table));
-}
-
-// Every element was handled as it is now.
-void Follower::checkEvents(const Life& life, TableId table) {
-  size_t alive = 0;
-  auto expectHandled = [&](Stream stream, std::string_view key, uint32_t item, uint64_t value) {
-    ++alive;
-    Element element{stream, keyPlaces_.at(key), item};
-    auto at = life.last.find(element);
-    if (at == life.last.end() || at->second.value != value) {
-      fail(fmt::format("{} is ready, but has not handled {}, which is {}", nameOf(life.id), element.text(),
-                       value));
-    }
-  };
-  if (table == TableId::reachability) {
-    const Kor::Dir& dir = *state_.set(life.wiring.reachabilityDir).reachabilityDir;
-    for (auto entry = dir.entities().begin(); entry; entry.next()) {
-      const auto* reach = reachAt(dir, entry.key());
-      if (reach == nullptr) continue;
-      for (auto at = reach->reachabilityStatus().begin(); at; at.next()) {
-        expectHandled(Stream::reachability, entry.key(), at.key().id(), serial(at.value()->get()));
-      }
-    }
-  } else {
-    const Kor::Dir& dir = *state_.set(life.wiring.hostResourcesDir).hostResourcesDir;
-    for (auto entry = dir.entities().begin(); entry; entry.next()) {
-      const auto* host = hostAt(dir, entry.key());
-      if (host == nullptr) continue;
-      if (table == TableId::system) expectHandled(Stream::system, entry.key(), 0, serial(host));
-      if (table == TableId::processor) {
-        for (auto at = host->processorTable().begin(); at; at.next()) {
-          expectHandled(Stream::processor, entry.key(), at.key(), serial(at.value()->get()));
-        }
-      }
-      if (table != TableId::storage) continue;
-      for (auto at = host->storageInfoTable().begin(); at; at.next()) {
-        expectHandled(Stream::mount, entry.key(), mountPlaces_.at(at.key()), serial(at.value()->get()));
-      }
-      if (host->memInfo()) expectHandled(Stream::memory, entry.key(), 0, serial(host->memInfo().get()));
-    }
-  }
-  size_t known = 0;
-  for (const auto& [element, at] : life.last) known += tableOf(element.stream) == table ? 1 : 0;
-  if (known != alive)
-    fail(fmt::format("{} is ready, but {} elements have not been withdrawn", nameOf(life.id), known - alive));
-}
-
-void Follower::checkLinks(const Life& life) {
-  const Trel::TopologyConfig& topology = *state_.set(life.wiring.topology).topology;
-  const IntfSnmp::IfMib& ifMib = *state_.set(life.wiring.ifMib).ifMib;
-  size_t alive = 0;
-  for (const Claim& claim : claims(life, TableId::baIf)) {
-    ++alive;
-    auto cached = life.cache.find(Key{claim.row.x, claim.row.y});
-    if (cached == life.cache.end() || cached->second != claim.key.first) {
-      fail(fmt::format("idle, but has not handled link {}.{} with index {}", claim.row.x, claim.row.y,
-                       claim.key.first));
-    }
-  }
-  if (life.cache.size() == alive) return;
-  for (const auto& [link, index] : life.cache) {
-    if (indexOfLink(topology, ifMib, link.first, link.second) != index) {
-      fail(fmt::format("idle, but has not withdrawn link {} with index {}", link.text(), index));
-    }
-  }
-}
-
-// Each key that one element alone has had to do with holds what that element claims.
-void Follower::checkRows(const Life& life, const OutputLife& output, const Claims& claims) {
-  const MirrorTable& table = rows(life.wiring.mib, output.table);
-  auto contested = [&](const Key& key) {
-    if (output.table == TableId::storage && life.remapped.contains(key.second)) return true;
-    auto toucher = output.touchers.find(key);
-    return toucher != output.touchers.end() && toucher->second.several;
-  };
-  auto lacks = [&](const Key& key) {
-    if (!contested(key)) fail(fmt::format("{} lacks row {}", nameOf(output.table), key.text()));
-  };
-  auto claim = claims.begin();
-  for (const auto& [key, row] : table) {
-    for (; claim != claims.end() && claim->key < key; ++claim) lacks(claim->key);
-    bool claimed = claim != claims.end() && claim->key == key;
-    // One memory record may claim a row in several ways.
-    bool again = claimed && claim + 1 != claims.end() && claim[1].key == key;
-    if (!contested(key) && !again) {
-      if (!claimed)
-        return fail(fmt::format("{} has row {}, which has no source", nameOf(output.table), key.text()));
-      if (claim->row != row.row) {
-        return fail(fmt::format("row {} of {} shows {} instead of {}", key.text(), nameOf(output.table),
-                                row.row.text(), claim->row.text()));
-      }
-    }
-    while (claim != claims.end() && claim->key == key) ++claim;
-  }
-  for (; claim != claims.end(); ++claim) lacks(claim->key);
 }
 
 }  // namespace Simulation

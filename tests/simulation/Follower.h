@@ -33,6 +33,8 @@ namespace Simulation {
 enum class PipelineId : uint8_t { ifTable, reachability, host, storage };
 inline constexpr size_t kPipelines = 4;
 const char* nameOf(PipelineId pipeline);
+// The level of the traces that tell of events.
+inline constexpr int kStatementLevel = 7;
 
 // Which of the two sets each input and the MIB state object of a pipeline is of.
 struct Wiring {
@@ -58,6 +60,9 @@ struct Element {
   }
   std::string text() const;
 };
+
+// The table whose rows a stream's elements have to do with.
+TableId tableOf(Stream stream);
 
 // One output of one pipeline's life.
 struct OutputLife {
@@ -214,6 +219,9 @@ class Follower final : public Lumalog::Sink {
   void linkEvent(uint32_t local, uint32_t remote);
   std::optional<uint64_t> currentValue(const Life& life, const Element& element, uint64_t& entity) const;
   void push(Frame frame);
+  bool ownsOld(const Frame& frame) const;
+  static void seen(const Frame& frame);
+  bool underWay(const Life& life, const Key& key) const;
   std::optional<Op> nextOp(Frame& frame);
   std::optional<Op> nextMemoryOp(Frame& frame);
   void advance(Frame& frame, const Op& op);

@@ -85,6 +85,26 @@ const Regression kRegressions[] = {
                  {.kind = Kind::resume, .key = 2, .within = 1},
                  {.kind = Kind::hostJoin, .key = 2, .within = 1},
              }}},
+    // A link's move to an index was overtaken while its old row went, so that nothing was written there. The
+    // model took the row under that index, which an earlier pipeline had left, for accounted for.
+    {"MoveToAnIndexIsOvertaken_TheRowLeftOverThereGoes",
+     Scenario{
+         .conditions = {},
+         .steps =
+             {
+                 {.kind = Kind::ifIndex, .set = 1, .value = 4},
+                 {.kind = Kind::topoJoin, .key = 5, .value = 15655931},
+                 {.kind = Kind::wire, .key = 5, .item = 1},
+                 {.kind = Kind::ifIndex, .value = 1},
+                 {.kind = Kind::agentIs, .value = 6},
+                 {.kind = Kind::drain, .item = 27},
+                 {.kind = Kind::ifIndex, .value = 4, .within = 3},
+                 {.kind = Kind::ifIndex, .item = 1},
+                 {.kind = Kind::reachJoin, .value = 3094834},
+                 {.kind = Kind::ifIndex, .within = 2},
+                 {.kind = Kind::wire, .key = 5},
+                 {.kind = Kind::pipelineIs, .item = 1},
+             }}},
 };
 
 class RegressionTest : public testing::TestWithParam<Regression> {};

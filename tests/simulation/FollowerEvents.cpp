@@ -1,0 +1,230 @@
+// What an event has to do to its table.
+#include <fmt/format.h>
+
+#include "Follower.h"
+#include "Universe.h"
+
+namespace Simulation {
+
+std::optional<uint64_t> Follower::currentValue(const Life& life, const Element& element,
+                                               uint64_t& entity) const {
+  std::string_view key = kKeys[element.key];
+  auto found = [](const auto* value) {
+    return value != nullptr ? std::optional(serial(value->get())) : std::nullopt;
+  };
+  entity = kNoRecord;
+  if (element.stream == Stream::reachability) {
+    const auto* reach = reachAt(*state_.set(life.wiring.reachabilityDir).reachabilityDir, key);
+    if (reach == nullptr) return std::nullopt;
+    entity = serial(reach);
+    return found(reach->reachabilityStatus().find(Trel::MemberId(static_cast<uint8_t>(element.item))));
+  }
+  const auto* host = hostAt(*state_.set(life.wiring.hostResourcesDir).hostResourcesDir, key);
+  if (host == nullptr) return std::nullopt;
+  entity = serial(host);
+  switch (element.stream) {
+    case Stream::system:
+      return entity;
+    case Stream::processor:
+      return found(host->processorTable().find(element.item));
+    case Stream::mount:
+      return found(host->storageInfoTable().find(kMounts[element.item]));
+    default:
+      return host->memInfo() ? std::optional(serial(host->memInfo().get())) : std::nullopt;
+  }
+}
+
+void Follower::event(const Event& event) {
+  Life& life = *event.life;
+  const Element& element = event.element;
+  life.dirty = true;
+  if (!mayHandle(life)) return fail(fmt::format("inactive, but handles {}", element.text()));
+  uint64_t entity = kNoRecord;
+  std::optional<uint64_t> now = currentValue(life, element, entity);
+  if (event.value) {
+    if (event.value != now && !nestedInStep_) {
+      return fail(fmt::format("{} is handled with {}, but is {}", element.text(), *event.value,
+                              now.value_or(kNoRecord)));
+    }
+    // From within a change it may still be the entity before.
+    life.last[element] = {*event.value, nestedInStep_ ? kNoRecord : entity};
+  } else {
+    auto handled = life.last.find(element);
+    bool ofAnother = handled == life.last.end() || handled->second.entity != entity;
+    if (now && !ofAnother && !nestedInStep_ && !isGoing(life)) {
+      return fail(fmt::format("{} is handled as gone, but is {}", element.text(), *now));
+    }
+    life.last.erase(element);
+  }
+
+  uint32_t member = memberOf(kKeys[element.key]);
+  Frame frame{.life = &life, .element = element, .table = tableOf(element.stream), .member = member};
+  OutputLife& output = life.output(frame.table);
+  const auto& mappings = *state_.set(life.wiring.mappings).mappings;
+  switch (element.stream) {
+    case Stream::mount: {
+      const auto* mapping = mappings.mountEntries().find(kMounts[element.item]);
+      if (mapping == nullptr) return;
+      frame.key = {member, mapping->index};
+      if (event.value) frame.row = Row{.record = *event.value, .x = serial(*mapping), .y = kMountRow};
+      break;
+    }
+    case Stream::memory:
+      for (auto kind = mappings.memEntries().begin(); kind; kind.next()) {
+        Key key{member, kind.value()->index};
+        touch(output, key, element);
+      }
+      if (event.value) frame.row = Row{.record = *event.value, .y = kMemoryRow};
+      frame.mappingVersion = mappings.memEntries().version();
+      return push(std::move(frame));
+    default:
+      frame.key = {member, element.stream == Stream::system ? 0 : element.item};
+      if (event.value) frame.row = Row{.record = *event.value};
+      if (event.value && element.stream == Stream::reachability) frame.row->x = life.wiring.ifMib;
+  }
+  if (output.reconciling) output.seen.insert(frame.key);
+  touch(output, frame.key, element);
+  push(std::move(frame));
+}
+
+void Follower::linkEvent(uint32_t local, uint32_t remote) {
+  Life* life = lifeFor(PipelineId::ifTable);
+  if (life == nullptr) return fail("nobody is there to handle a link");
+  life->dirty = true;
+  if (!mayHandle(*life)) return fail(fmt::format("inactive, but handles link {}.{}", local, remote));
+  const Element element{Stream::link, local, remote};
+  const Key link{local, remote};
+  OutputLife& output = life->outputs.front();
+  auto index = indexOfLink(*state_.set(life->wiring.topology).topology, *state_.set(life->wiring.ifMib).ifMib,
+                           local, remote);
+  auto cached = life->cache.find(link);
+  Frame frame{.life = life, .element = element, .table = TableId::baIf};
+  if (cached != life->cache.end() && cached->second != index) frame.old = Key{cached->second, 0};
+  if (index) {
+    frame.key = {*index, 0};
+    frame.row = Row{.x = local, .y = remote};
+    life->cache[link] = *index;
+    touch(output, frame.key, element);
+  } else if (cached != life->cache.end()) {
+    life->cache.erase(cached);
+  }
+  if (output.reconciling) {
+    // A row that names another link accounts for nothing: that link sees it, or it has to go. One that goes
+    // first may lead to what overtakes the event, which then does not come to the index that it was to write.
+    bool goesFirst = frame.old && ownsOld(frame);
+    if (goesFirst) output.seen.insert(*frame.old);
+    if (frame.row && !goesFirst) output.seen.insert(frame.key);
+  }
+  push(std::move(frame));
+}
+
+void Follower::touch(OutputLife& output, const Key& key, const Element& element) {
+  auto [at, isNew] = output.touchers.try_emplace(key, OutputLife::Toucher{element});
+  if (!isNew && at->second.first != element) at->second.several = true;
+}
+
+// -- What an event has to do
+
+void Follower::push(Frame frame) {
+  for (Frame& below : frames_) below.overtaken |= sameRows(below, frame);
+  if (nextOp(frame)) frames_.push_back(std::move(frame));
+}
+
+// Whether the two may have to do with the same row.
+bool Follower::sameRows(const Frame& a, const Frame& b) const {
+  if (a.life != b.life || a.table != b.table) return false;
+  if (a.element == b.element) return true;
+  if (a.element.stream == Stream::memory || b.element.stream == Stream::memory) return a.member == b.member;
+  auto of = [](const Frame& frame, const std::optional<Key>& key) {
+    return key && (key == frame.key || key == frame.old);
+  };
+  return of(a, b.key) || of(a, b.old);
+}
+
+// The event has come to the row that it is to write.
+void Follower::seen(const Frame& frame) {
+  OutputLife& output = frame.life->output(frame.table);
+  if (output.reconciling && frame.row) output.seen.insert(frame.key);
+}
+
+// Whether the row under a link's old index names this link.
+bool Follower::ownsOld(const Frame& frame) const {
+  const MirrorTable& table = rows(frame.life->wiring.mib, frame.table);
+  auto at = table.find(*frame.old);
+  return at != table.end() && at->second.row == Row{.x = frame.element.key, .y = frame.element.item};
+}
+
+std::optional<Follower::Op> Follower::nextOp(Frame& frame) {
+  if (frame.done) return std::nullopt;
+  const MirrorTable& table = rows(frame.life->wiring.mib, frame.table);
+  if (frame.element.stream == Stream::memory) return nextMemoryOp(frame);
+  if (frame.old && frame.stage == 0) {
+    if (ownsOld(frame)) return Op{.insert = false, .key = *frame.old, .row = {}};
+    frame.stage = 1;
+  }
+  auto at = table.find(frame.key);
+  bool stands = at != table.end();
+  if (!frame.row) {
+    // A link without an index has nothing more to do.
+    bool goes = stands && frame.element.stream != Stream::link;
+    return goes ? std::optional(Op{.insert = false, .key = frame.key, .row = {}}) : std::nullopt;
+  }
+  const Op insert{.insert = true, .key = frame.key, .row = *frame.row};
+  if (frame.table == TableId::storage || !stands) return insert;
+  if (at->second.row == *frame.row) return std::nullopt;
+  return Op{.insert = false, .key = frame.key, .row = {}};
+}
+
+std::optional<Follower::Op> Follower::nextMemoryOp(Frame& frame) {
+  const MirrorTable& table = rows(frame.life->wiring.mib, frame.table);
+  const auto& kinds = state_.set(frame.life->wiring.mappings).mappings->memEntries();
+  frame.overtaken |= kinds.version() != frame.mappingVersion;
+  for (auto kind = kinds.begin(); kind; kind.next()) {
+    if (frame.lastKind && kind.key() <= *frame.lastKind) continue;
+    Key key{frame.member, kind.value()->index};
+    if (frame.row) {
+      return Op{.insert = true, .key = key, .row = {frame.row->record, serial(*kind.value()), kMemoryRow}};
+    }
+    if (table.contains(key)) return Op{.insert = false, .key = key, .row = {}};
+  }
+  return std::nullopt;
+}
+
+// The operation was made; whether there is a next one is seen when it is asked for.
+void Follower::advance(Frame& frame, const Op& op) {
+  if (frame.element.stream == Stream::memory) {
+    const auto& kinds = state_.set(frame.life->wiring.mappings).mappings->memEntries();
+    for (auto kind = kinds.begin(); kind; kind.next()) {
+      if (frame.lastKind && kind.key() <= *frame.lastKind) continue;
+      if (kind.value()->index != op.key.second) continue;
+      frame.lastKind = kind.key();
+      // Mappings may change while the event is under way: only now it is clear which rows it has to do with.
+      OutputLife& output = frame.life->output(frame.table);
+      if (output.reconciling) output.seen.insert(op.key);
+      touch(output, op.key, frame.element);
+      return;
+    }
+    return;
+  }
+  bool withdrawn = frame.old && frame.stage == 0;
+  if (!withdrawn) seen(frame);
+  ++frame.stage;
+  frame.done = op.insert || (!withdrawn && !frame.row);
+}
+
+void Follower::popFrames(size_t down) {
+  while (frames_.size() > down) {
+    Frame& frame = frames_.back();
+    if (!frame.overtaken && frame.element.stream == Stream::link) seen(frame);
+    if (failure_.empty()) {
+      auto op = nextOp(frame);
+      if (op && !frame.overtaken) {
+        fail(fmt::format("{} was handled, but row {} of {} was not {}", frame.element.text(), op->key.text(),
+                         nameOf(frame.table), op->insert ? "written: " + op->row.text() : "removed"));
+      }
+    }
+    frames_.pop_back();
+  }
+}
+
+}  // namespace Simulation
