@@ -3,19 +3,17 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
-#include <charconv>
 #include <cstring>
 
+#include "CommandLine.h"
 #include "ControlProtocol.h"
 #include "StateDirectory.h"
-#include "lumalog/Lumalog.h"
 
 namespace Host {
 namespace {
 
-constexpr int kUnusable = 2;
+constexpr const char* kProgram = "trelsnmpd";
 constexpr const char* kIndexFile = "/storage-indexes.json";
 
 constexpr const char* kDescription =
@@ -32,36 +30,11 @@ constexpr const char* kFooter =
     "$XDG_STATE_HOME/trelsnmpd (~/.local/state/trelsnmpd). Exit status: 0 after SIGTERM or SIGINT, 2 for\n"
     "unusable arguments or configuration.";
 
-// CLI11 reports what a check throws as the option's error.
-template <class Check>
-CLI::Validator checking(Check check) {
-  return CLI::Validator(
-      [check](std::string& text) {
-        try {
-          check(text);
-        } catch (const std::invalid_argument& error) {
-          return std::string(error.what());
-        }
-        return std::string();
-      },
-      "");
-}
-
 std::string readable(const std::string& path) {
   return access(path.c_str(), R_OK) == 0 ? "" : fmt::format("{}: {}", path, std::strerror(errno));
 }
 
-void oneOf(const std::string& text, const std::vector<std::string>& choices) {
-  if (std::find(choices.begin(), choices.end(), text) != choices.end()) return;
-  throw std::invalid_argument(fmt::format("found \"{}\", expected {}", text, fmt::join(choices, ", ")));
-}
-
-LogTo logNamed(const std::string& name) {
-  if (name == "syslog") return LogTo::syslog;
-  return name == "journal" ? LogTo::journal : LogTo::standardError;
-}
-
-void describe(CLI::App& app, Options& options, std::vector<std::string>& traces) {
+void describe(CLI::App& app, Options& options) {
   app.set_version_flag("--version", "trelsnmpd " TREL_VERSION, "Print the version and exit");
   auto* listen = app.add_option(
       "--listen", options.snmp.listen,
@@ -94,11 +67,12 @@ void describe(CLI::App& app, Options& options, std::vector<std::string>& traces)
          "--interval", options.intervalSeconds,
          fmt::format("Seconds between two looks of the source \"local\" at this machine, {} to {} "
                      "(default: {})",
-                     Member::LocalSource::kMinIntervalSeconds, Member::LocalSource::kMaxIntervalSeconds,
-                     Member::LocalSource::kDefaultIntervalSeconds))
+                     Member::MachineFigures::kMinIntervalSeconds, Member::MachineFigures::kMaxIntervalSeconds,
+                     Member::MachineFigures::kDefaultIntervalSeconds))
       ->type_name("SECONDS")
-      ->check(CLI::Range(Member::LocalSource::kMinIntervalSeconds, Member::LocalSource::kMaxIntervalSeconds)
-                  .description(""));
+      ->check(
+          CLI::Range(Member::MachineFigures::kMinIntervalSeconds, Member::MachineFigures::kMaxIntervalSeconds)
+              .description(""));
   app.add_option("--index-file", options.indexFile,
                  fmt::format("Where the source \"local\" keeps the storage indexes of its mount points "
                              "(default: {})",
@@ -120,47 +94,10 @@ void describe(CLI::App& app, Options& options, std::vector<std::string>& traces)
   app.add_option("--control", options.control,
                  fmt::format("Unix socket for trelctl (default: {})", options.control))
       ->type_name("PATH");
-  app.add_option("--trace", traces,
-                 fmt::format("Trace levels, 0 to {}, by trace handle; the handle * means every other one",
-                             Lumalog::kMaxLevel))
-      ->type_name("HANDLE/LEVEL[,...]")
-      ->allow_extra_args(false)
-      ->check(checking([](const std::string& text) { parseTraces(text); }));
-  app.add_option_function<std::string>(
-         "--log", [&options](const std::string& text) { options.log = logNamed(text); },
-         "Where log lines go (default: stderr)")
-      ->type_name("stderr|syslog|journal")
-      ->check(checking([](const std::string& text) {
-        oneOf(text, {"stderr", "syslog", "journal"});
-      }));
+  describeLogging(app, options.log);
 }
-
-std::string firstLine(const std::string& text) { return text.substr(0, text.find('\n')); }
 
 }  // namespace
-
-std::vector<std::pair<std::string, int>> parseTraces(const std::string& text) {
-  std::vector<std::pair<std::string, int>> traces;
-  size_t at = 0;
-  while (at <= text.size()) {
-    size_t comma = std::min(text.find(',', at), text.size());
-    std::string item = text.substr(at, comma - at);
-    at = comma + 1;
-    size_t slash = item.rfind('/');
-    int level = -1;
-    const char* end = item.data() + item.size();
-    const char* digits = slash == std::string::npos ? end : item.data() + slash + 1;
-    auto [after, error] = std::from_chars(digits, end, level);
-    bool good =
-        slash != 0 && error == std::errc() && after == end && level >= 0 && level <= Lumalog::kMaxLevel;
-    if (!good) {
-      throw std::invalid_argument(fmt::format("found \"{}\", expected HANDLE/LEVEL with a level of 0 to {}",
-                                              item, Lumalog::kMaxLevel));
-    }
-    traces.emplace_back(item.substr(0, slash), level);
-  }
-  return traces;
-}
 
 void checkSource(const std::string& source) {
   constexpr std::string_view kFile = "file:";
@@ -175,30 +112,17 @@ ParsedOptions parseOptions(int argc, const char* const* argv) {
   ParsedOptions parsed;
   Options& options = parsed.options;
   options.control = Control::defaultSocketPath();
-  options.indexFile = stateDirectory() + kIndexFile;
-  std::vector<std::string> traces;
-  CLI::App app(kDescription, "trelsnmpd");
+  options.indexFile = stateDirectory(kProgram) + kIndexFile;
+  CLI::App app(kDescription, kProgram);
   app.footer(kFooter);
-  describe(app, options, traces);
-  try {
-    app.parse(argc, argv);
+  describe(app, options);
+  parsed.exitCode = parseCommandLine(app, argc, argv, [&options] {
     // It is one machine, as one member.
     if (std::count(options.states.begin(), options.states.end(), "local") > 1) {
       throw CLI::ValidationError("--state", "found local twice, expected it once");
     }
-  } catch (const CLI::ParseError& error) {
-    if (error.get_exit_code() == 0) {
-      parsed.exitCode = app.exit(error);
-    } else {
-      fmt::print(stderr, "trelsnmpd: {}\n", firstLine(error.what()));
-      parsed.exitCode = kUnusable;
-    }
-    return parsed;
-  }
+  });
   if (options.states.empty()) options.states = {"embedded", "local"};
-  for (const std::string& text : traces) {
-    for (auto& trace : parseTraces(text)) options.traces.push_back(std::move(trace));
-  }
   return parsed;
 }
 

@@ -3,27 +3,24 @@
 
 #include <cstdint>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "LocalSource.h"
+#include "Logging.h"
 #include "SnmpAgent.h"
 
 namespace Host {
-
-enum class LogTo : uint8_t { standardError, syslog, journal };
 
 struct Options {
   SnmpOptions snmp;
   std::vector<std::string> states;  // "local" (at most once), "embedded" or "file:PATH"; never empty
   uint8_t member = 1;
-  uint32_t intervalSeconds = Member::LocalSource::kDefaultIntervalSeconds;
+  uint32_t intervalSeconds = Member::MachineFigures::kDefaultIntervalSeconds;
   std::string indexFile;
   std::string toggles;  // empty: all toggles at their default
   bool trelMode = true;
   std::string control;
-  std::vector<std::pair<std::string, int>> traces;  // handle and level
-  LogTo log = LogTo::standardError;
+  LogOptions log;
 };
 
 // What the command line says. When the process is to end at once, exitCode is set and what is to be said has
@@ -34,8 +31,6 @@ struct ParsedOptions {
 };
 ParsedOptions parseOptions(int argc, const char* const* argv);
 
-// "HANDLE/LEVEL[,...]"; throws std::invalid_argument with what was found and expected.
-std::vector<std::pair<std::string, int>> parseTraces(const std::string& text);
 // Throws std::invalid_argument unless it names a source that this build has.
 void checkSource(const std::string& source);
 

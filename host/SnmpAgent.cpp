@@ -134,7 +134,7 @@ void SnmpAgent::configure() {
 // net-snmp's own search path would bring in /etc/snmp; it gets a path on which only its saved state is. (The
 // switch that stops the saving of state stops the reading of files as well.)
 void SnmpAgent::openState() {
-  std::string directory = stateDirectory();
+  std::string directory = stateDirectory("trelsnmpd");
   std::error_code failure;
   std::filesystem::create_directories(directory, failure);
   if (failure || access(directory.c_str(), W_OK) != 0) {

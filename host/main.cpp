@@ -16,8 +16,7 @@ namespace {
 constexpr std::chrono::milliseconds kEndingPatience(500);
 
 int serve(const Host::Options& options, Host::Threads& threads) {
-  Host::Logging logging(options.log);
-  for (const auto& [handle, level] : options.traces) Lumalog::levelIs(handle, level);
+  Host::Logging logging("trelsnmpd", options.log);
   if (!options.toggles.empty()) Toggles::fileIs("TrelCore.json", options.toggles);
   Trel::trelModeIs(options.trelMode);
 

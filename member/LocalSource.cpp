@@ -2,8 +2,6 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
-
 #include "Figures.h"
 #include "Text.h"
 #include "lumalog/Lumalog.h"
@@ -62,70 +60,19 @@ class Mappings {
 
 LocalSource::LocalSource(const Settings& settings, std::shared_ptr<Machine> machine, Kelstore::Store& store,
                          Kelstore::Io& io, const Zavro::Clock& clock)
-    : member_(std::to_string(settings.member)),
-      intervalMs_(uint64_t{settings.intervalSeconds} * 1000),
-      machine_(std::move(machine)),
-      store_(store),
-      io_(io),
+    : store_(store),
       clock_(clock),
-      layer_(store.layerIs([own = member_](Kind kind, std::string_view first) {
+      layer_(store.layerIs([own = std::to_string(settings.member)](Kind kind, std::string_view first) {
         return isHostResource(kind) && first == own;
       })),
       mappingsLayer_(store.lowestLayerIs()),
-      storage_(machine_, settings.indexFile, io, clock, [this] { publishSoon(); }) {
-  collectorIs("uptime", &Machine::uptime, &LocalSource::uptimeIs);
-  collectorIs("users", &Machine::users, &LocalSource::usersIs);
-  collectorIs("processes", &Machine::processes, &LocalSource::processesIs);
-  collectorIs("memory", &Machine::memory, &LocalSource::memoryIs);
-  collectorIs("processors", &Machine::processors, &LocalSource::processorsIs);
-}
-
-template <class Answer>
-void LocalSource::collectorIs(std::string name, Result<Answer> (Machine::*question)(),
-                              void (LocalSource::*take)(Answer)) {
-  auto ask = asking<Answer>([machine = machine_, question] { return ((*machine).*question)(); },
-                            [this, take](Answer answer) { (this->*take)(std::move(answer)); });
-  collectors_.push_back(
-      std::make_unique<Collector>(std::move(name), std::move(ask), io_, clock_, [this] { publishSoon(); }));
-}
-
-void LocalSource::processorsIs(std::vector<ProcessorTime> processors) {
-  std::map<uint32_t, ProcessorTime> before;
-  for (const ProcessorTime& time : processors_.value_or(std::vector<ProcessorTime>())) {
-    before[time.number] = time;
-  }
-  loads_.clear();
-  for (const ProcessorTime& time : processors) {
-    auto earlier = before.find(time.number);
-    loads_[time.number] = earlier == before.end() ? kUnknownLoad : loadBetween(earlier->second, time);
-  }
-  processors_ = std::move(processors);
-}
-
-void LocalSource::start() {
-  storage_.start();
-  look(kSecondLookMs);
-}
-
-void LocalSource::look(uint64_t nextMs) {
-  nextLook_ = io_.after(nextMs, [this] { look(intervalMs_); });
-  for (const auto& collector : collectors_) collector->collect();
-  storage_.look();
-}
-
-// Answers that come together are published together.
-void LocalSource::publishSoon() {
-  if (!publication_) publication_ = io_.after(0, [this] { publish(); });
-}
+      figures_(settings, std::move(machine), io, clock, [this] { publish(); }) {}
 
 void LocalSource::publish() {
-  publication_.reset();
-  publish(layer_, figures());
+  publish(layer_, Kelstore::Snapshot(figures_.entries()));
   publish(mappingsLayer_, mappings());
-  storage_.keepIndexes();
-  auto all = collectors();
-  bool heard = std::all_of(all.begin(), all.end(), [](const Collector* one) { return one->heard(); });
-  if (settled_ || !heard) return;
+  figures_.storage().keepIndexes();
+  if (settled_ || !figures_.heard()) return;
   settled_ = true;
   for (auto layer : {layer_, mappingsLayer_}) store_.settledIs(layer);
 }
@@ -137,27 +84,6 @@ void LocalSource::publish(Kelstore::Store::Layer layer, Kelstore::Snapshot snaps
   if (changed.empty()) return;
   lastChangeUtcNs_ = clock_.utcNs();
   store_.snapshotIs(layer, std::move(now), std::move(changed));
-}
-
-// A figure of the system that was never known is 0, as the others are not to wait for it.
-Kelstore::Snapshot LocalSource::figures() const {
-  std::vector<Kelstore::Snapshot::Entry> entries;
-  auto add = [&](Kind kind, const std::string& second, const Kelstore::Value& value) {
-    entries.push_back({{kind, member_, second}, value});
-  };
-  if (uptimeSeconds_ || users_ || processes_ || memory_) {
-    add(Kind::system, "",
-        Kelstore::System{uptimeSeconds_.value_or(0), static_cast<double>(clock_.utcNs()) / 1e9,
-                         users_.value_or(0), processes_.value_or(0), memory_ ? kib(memory_->total) : 0});
-  }
-  if (memory_) add(Kind::memory, "", memoryOf(*memory_));
-  if (processors_) add(Kind::processors, "", Kelstore::Present());
-  for (const auto& [number, load] : loads_) {
-    add(Kind::processor, std::to_string(processorIndex(number)), Kelstore::Processor{load});
-  }
-  if (storage_.known()) add(Kind::storageAreas, "", Kelstore::Present());
-  for (const auto& [mountPoint, storage] : storage_.figures()) add(Kind::storage, mountPoint, storage);
-  return Kelstore::Snapshot(std::move(entries));
 }
 
 Kelstore::Snapshot LocalSource::mappings() {
@@ -180,17 +106,10 @@ Kelstore::Snapshot LocalSource::mappings() {
   auto taken = [&others](uint32_t index, const std::string& mountPoint) {
     return others.take(index, {Kind::mountMapping, mountPoint, ""});
   };
-  for (auto& [mountPoint, mapping] : storage_.mappings(taken)) {
+  for (auto& [mountPoint, mapping] : figures_.storage().mappings(taken)) {
     entries.push_back({{Kind::mountMapping, mountPoint, ""}, mapping});
   }
   return Kelstore::Snapshot(std::move(entries));
-}
-
-std::vector<const Collector*> LocalSource::collectors() const {
-  std::vector<const Collector*> all;
-  for (const auto& collector : collectors_) all.push_back(collector.get());
-  for (const Collector* collector : storage_.collectors()) all.push_back(collector);
-  return all;
 }
 
 Kelstore::SourceStatus LocalSource::status() const {
@@ -200,7 +119,7 @@ Kelstore::SourceStatus LocalSource::status() const {
   status.state = settled_ ? State::current : State::loading;
   status.paths = store_.snapshot(layer_)->size() + store_.snapshot(mappingsLayer_)->size();
   status.lastChangeUtcNs = lastChangeUtcNs_;
-  for (const Collector* collector : collectors()) {
+  for (const Collector* collector : figures_.collectors()) {
     const Kelstore::CollectorStatus& one = collector->status();
     status.collectors.push_back(one);
     if (one.error.empty()) continue;

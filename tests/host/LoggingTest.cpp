@@ -10,7 +10,7 @@ TEST(LoggingTest, StandardError_TimeInUtcHandleLevelAndText) {
   testing::internal::CaptureStderr();
   Lumalog::Sink* before = Lumalog::sink();
   {
-    Logging logging(LogTo::standardError);
+    Logging logging("program", {});
     EXPECT_EQ(Lumalog::sink(), &logging);
     logging.trace("Kelstore", 0, "a {} that is no placeholder");
     logging.trace("Kelstore", 9, "b");

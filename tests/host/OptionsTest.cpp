@@ -39,7 +39,7 @@ TEST(OptionsTest, NoArguments_TheDefaults) {
   EXPECT_EQ(options.snmp.agentx, "");
   EXPECT_EQ(options.member, 1);
   EXPECT_TRUE(options.trelMode);
-  EXPECT_EQ(options.log, LogTo::standardError);
+  EXPECT_EQ(options.log.to, LogTo::standardError);
   EXPECT_THAT(options.control, testing::EndsWith("/trelsnmpd.sock"));
 }
 
@@ -72,10 +72,10 @@ TEST(OptionsTest, EveryOption) {
   EXPECT_EQ(options.toggles, toggles);
   EXPECT_FALSE(options.trelMode);
   EXPECT_EQ(options.control, "/s");
-  EXPECT_THAT(options.traces, ElementsAre(Pair("Kelstore", 9), Pair("*", 2), Pair("a/b", 0)));
-  EXPECT_EQ(options.log, LogTo::journal);
+  EXPECT_THAT(options.log.traces, ElementsAre(Pair("Kelstore", 9), Pair("*", 2), Pair("a/b", 0)));
+  EXPECT_EQ(options.log.to, LogTo::journal);
   EXPECT_EQ(parsed({"--agentx", "unix:/m"}).options.snmp.agentx, "unix:/m");
-  EXPECT_EQ(parsed({"--log", "syslog"}).options.log, LogTo::syslog);
+  EXPECT_EQ(parsed({"--log", "syslog"}).options.log.to, LogTo::syslog);
 }
 
 TEST(OptionsTest, BadArguments_OneLineEach) {

@@ -1,0 +1,31 @@
+// What the command lines of the daemons have in common.
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <functional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "Logging.h"
+
+namespace Host {
+
+// The exit status for arguments or a configuration that cannot be used.
+inline constexpr int kUnusable = 2;
+
+// A check of an option that throws std::invalid_argument; CLI11 reports what it says as the option's error.
+CLI::Validator checking(std::function<void(const std::string&)> check);
+
+// Throws std::invalid_argument unless the text is one of the choices.
+void oneOf(const std::string& text, const std::vector<std::string>& choices);
+
+// Adds --trace and --log, which set `options`; it outlives the parsing.
+void describeLogging(CLI::App& app, LogOptions& options);
+
+// Takes the arguments, then calls `check`, which may throw CLI::ParseError as well. Returns -1 to go on, or
+// the exit status of a process that is to end at once: what is to be said has been written then, help and
+// version to standard output (0), what is wrong to standard error, in one line (kUnusable).
+int parseCommandLine(CLI::App& app, int argc, const char* const* argv, const std::function<void()>& check);
+
+}  // namespace Host
