@@ -8,6 +8,7 @@
 #include <unordered_set>
 
 #include "Codec.h"
+#include "JsonText.h"
 #include "Text.h"
 
 namespace Kelstore {
@@ -15,27 +16,6 @@ namespace {
 
 // The state model is four levels deep; more than this is no state.
 constexpr size_t kMaxDepth = 64;
-constexpr size_t kMaxSyntaxMessage = 300;
-
-std::string lineAndColumn(std::string_view text, size_t offset) {
-  std::string_view before = text.substr(0, std::min(offset, text.size()));
-  auto line = 1 + std::count(before.begin(), before.end(), '\n');
-  size_t lineStart = before.rfind('\n') + 1;  // npos + 1 is 0
-  return fmt::format("{}:{}", line, before.size() - lineStart + 1);
-}
-
-// The parser's own words, without its exception's name and position.
-std::string syntaxMessage(std::string_view what) {
-  for (std::string_view intro : {std::string_view("] "), std::string_view("column ")}) {
-    size_t at = what.find(intro);
-    if (at != std::string_view::npos) what.remove_prefix(at + intro.size());
-  }
-  size_t colon = what.find(": ");
-  bool restOfPosition = colon != std::string_view::npos &&
-                        what.substr(0, colon).find_first_not_of("0123456789") == std::string_view::npos;
-  if (restOfPosition) what.remove_prefix(colon + 2);
-  return shortened(what, kMaxSyntaxMessage);
-}
 
 // Follows the parser's events through the positions of the state model. A value is in one of three ways: an
 // object of further positions is walked into; the value of a leaf is collected and decoded; anything else is
