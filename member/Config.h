@@ -1,0 +1,60 @@
+// The configuration of a member's publisher: one JSON file (examples/trelmemberd.json).
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "MachineFigures.h"
+#include "Reachability.h"
+
+namespace Member {
+
+// How the neighbour is asked for echoes, and how they count.
+struct ProbeSettings {
+  uint32_t intervalMs = 500;
+  uint32_t timeoutMs = 400;  // at most the interval
+  Reachability::Settings counting;
+};
+
+struct NeighbourConfig {
+  uint8_t member = 0;
+  std::string interface;  // its name in the state, such as "Backplane1/2"
+  std::string device;     // its name on this machine
+  std::string address;  // of the neighbour on it: IPv4 or IPv6, without a scope, as it is asked on the device
+  ProbeSettings probe;
+};
+
+// Files, as the store's client takes them; empty: none.
+struct AccessFiles {
+  std::string ca, cert, key, credentials;
+};
+
+struct Config {
+  uint8_t member = 0;
+  std::string store;  // "etcd:HOST:PORT[,...]/PREFIX"
+  AccessFiles access;
+  uint32_t ttlSeconds = 15;
+  uint32_t intervalSeconds = 1;  // at most so often are changes written
+  uint32_t figuresIntervalSeconds = MachineFigures::kDefaultIntervalSeconds;
+  std::string indexFile;  // of mappings that are suggested; empty: none
+  std::vector<NeighbourConfig> neighbours;
+};
+
+struct ParsedConfig {
+  Config config;                      // what could be read; to be used only when there are no errors
+  std::vector<std::string> errors;    // "PATH: neighbours[1]/address: found ..., expected ..."
+  std::vector<std::string> warnings;  // the same, of members that are not known
+};
+
+// Throws std::invalid_argument, with what was found and expected, when the text is no store's address.
+using CheckStore = std::function<void(const std::string&)>;
+
+// `path` is what messages begin with.
+ParsedConfig parseConfig(std::string_view text, const std::string& path, const CheckStore& checkStore);
+// A file that cannot be read is an error too.
+ParsedConfig readConfig(const std::string& path, const CheckStore& checkStore);
+
+}  // namespace Member

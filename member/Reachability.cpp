@@ -1,0 +1,77 @@
+#include "Reachability.h"
+
+#include <algorithm>
+
+namespace Member {
+
+Reachability::Reachability(const Settings& settings, const Zavro::Clock& clock)
+    : settings_(settings),
+      clock_(clock),
+      state_(settings.enabled ? State::unknown : State::disabled),
+      lastChangeNs_(clock.utcNs()) {}
+
+void Reachability::carrierIs(Carrier carrier) {
+  if (carrier_ == carrier) return;
+  carrier_ = carrier;
+  forgetEchoes();
+  if (!settings_.enabled) return;
+  switch (carrier) {
+    case Carrier::switchedOff:
+      return stateIs(State::disabled);
+    case Carrier::missing:
+    case Carrier::down:
+      return stateIs(State::unreachable);
+    case Carrier::up:
+      return stateIs(State::initializing);
+  }
+}
+
+void Reachability::echoIs(Echo echo) {
+  if (!probing()) return;
+  inRow_ = echo == last_ ? inRow_ + 1 : 1;
+  last_ = echo;
+  if (up() && echo != Echo::notSent) {
+    window_.push_back(echo == Echo::lost);
+    if (window_.size() > settings_.window) window_.pop_front();
+  }
+  switch (echo) {
+    case Echo::answered:
+      return answered();
+    case Echo::lost:
+      if (state_ == State::unknown) stateIs(State::initializing);
+      if (inRow_ >= settings_.lossesDown) stateIs(State::unreachable);
+      return;
+    case Echo::notSent:
+      if (inRow_ >= settings_.lossesDown) stateIs(State::unknown);
+      return;
+  }
+}
+
+void Reachability::answered() {
+  if (state_ == State::unknown) stateIs(State::initializing);
+  if (!up()) {
+    if (inRow_ < settings_.answersUp) return;
+    window_.clear();
+    return stateIs(State::reachable);
+  }
+  uint32_t losses = lossesInWindow();
+  if (losses >= settings_.windowLosses) return stateIs(State::degraded);
+  if (losses == 0) stateIs(State::reachable);
+}
+
+void Reachability::stateIs(State state) {
+  if (state_ == state) return;
+  state_ = state;
+  lastChangeNs_ = clock_.utcNs();
+}
+
+void Reachability::forgetEchoes() {
+  inRow_ = 0;
+  window_.clear();
+}
+
+uint32_t Reachability::lossesInWindow() const {
+  return static_cast<uint32_t>(std::count(window_.begin(), window_.end(), true));
+}
+
+}  // namespace Member

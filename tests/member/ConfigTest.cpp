@@ -1,0 +1,262 @@
+// The configuration file: what it sets, and the one line that each error gets.
+#include "Config.h"
+
+#include <fmt/format.h>
+#include <gmock/gmock.h>
+
+#include <stdexcept>
+
+#include "support/TempDir.h"
+
+namespace Member {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+void checkStore(const std::string& text) {
+  if (!text.starts_with("etcd:")) throw std::invalid_argument("found no store");
+}
+
+ParsedConfig parsed(std::string_view text) { return parseConfig(text, "m.json", checkStore); }
+
+// A good neighbour, with these members added or put in place of its own.
+std::string neighbour(std::string_view changes = "", int member = 2) {
+  std::string own = fmt::format(
+      R"("member": {0}, "interface": "Backplane1/{0}", "device": "bp{0}", "address": "10.0.0.{0}")", member);
+  return fmt::format("{{{}{}{}}}", own, changes.empty() ? "" : ", ", changes);
+}
+
+// The errors and warnings of a document with such members beside those that it must have.
+ParsedConfig with(std::string_view members) {
+  return parsed(fmt::format(R"({{"member": 1, "store": "etcd:h:1/p", {}}})", members));
+}
+ParsedConfig withNeighbours(std::string_view neighbours) {
+  return with(fmt::format(R"("neighbours": [{}])", neighbours));
+}
+
+TEST(ConfigTest, Example_IsWhatTheDefaultsAre) {
+  ParsedConfig result = readConfig(TREL_EXAMPLES "/trelmemberd.json", checkStore);
+  EXPECT_THAT(result.errors, IsEmpty());
+  EXPECT_THAT(result.warnings, IsEmpty());
+  const Config& config = result.config;
+  EXPECT_EQ(config.member, 1);
+  EXPECT_EQ(config.store, "etcd:127.0.0.1:2379/trel");
+  Config defaults;
+  EXPECT_EQ(config.ttlSeconds, defaults.ttlSeconds);
+  EXPECT_EQ(config.intervalSeconds, defaults.intervalSeconds);
+  EXPECT_EQ(config.figuresIntervalSeconds, defaults.figuresIntervalSeconds);
+  ASSERT_EQ(config.neighbours.size(), 2u);
+  for (const NeighbourConfig& one : config.neighbours) {
+    EXPECT_EQ(one.probe.intervalMs, 500u);
+    EXPECT_EQ(one.probe.timeoutMs, 400u);
+    EXPECT_TRUE(one.probe.counting.enabled);
+    EXPECT_EQ(one.probe.counting.lossesDown, 3u);
+    EXPECT_EQ(one.probe.counting.answersUp, 3u);
+    EXPECT_EQ(one.probe.counting.window, 20u);
+    EXPECT_EQ(one.probe.counting.windowLosses, 2u);
+  }
+  EXPECT_EQ(config.neighbours[1].member, 3);
+  EXPECT_EQ(config.neighbours[1].interface, "Backplane1/2");
+  EXPECT_EQ(config.neighbours[1].device, "bp1-3");
+  EXPECT_EQ(config.neighbours[1].address, "fe80::3");
+}
+
+TEST(ConfigTest, EveryMember_IsTaken) {
+  ParsedConfig result = with(R"("access": {"ca": "a", "cert": "b", "key": "c", "credentials": "d"},
+      "ttl": 7, "interval": 2, "figuresInterval": 9, "indexFile": "/i", "neighbours": [)" +
+                             neighbour(R"("enabled": false, "probe": {"intervalMs": 300, "timeoutMs": 200,
+      "lossesDown": 4, "answersUp": 5, "window": 6, "windowLosses": 1})") +
+                             "]");
+  EXPECT_THAT(result.errors, IsEmpty());
+  EXPECT_THAT(result.warnings, IsEmpty());
+  const Config& config = result.config;
+  EXPECT_EQ(config.access.ca + config.access.cert + config.access.key + config.access.credentials, "abcd");
+  EXPECT_EQ(config.ttlSeconds, 7u);
+  EXPECT_EQ(config.intervalSeconds, 2u);
+  EXPECT_EQ(config.figuresIntervalSeconds, 9u);
+  EXPECT_EQ(config.indexFile, "/i");
+  const ProbeSettings& probe = config.neighbours.at(0).probe;
+  EXPECT_EQ(probe.intervalMs, 300u);
+  EXPECT_EQ(probe.timeoutMs, 200u);
+  EXPECT_FALSE(probe.counting.enabled);
+  EXPECT_EQ(probe.counting.lossesDown, 4u);
+  EXPECT_EQ(probe.counting.answersUp, 5u);
+  EXPECT_EQ(probe.counting.window, 6u);
+  EXPECT_EQ(probe.counting.windowLosses, 1u);
+}
+
+TEST(ConfigTest, ScopeIsTheDevice_IsTakenAway) {
+  ParsedConfig result = withNeighbours(
+      R"({"member": 2, "interface": "Backplane1/2", "device": "bp2", "address": "fe80::2%bp2"})");
+  EXPECT_THAT(result.errors, IsEmpty());
+  EXPECT_EQ(result.config.neighbours.at(0).address, "fe80::2");
+}
+
+struct Case {
+  const char* text;   // the whole document, or, after "+", members beside those that it must have
+  const char* error;  // after "m.json"
+};
+
+class ConfigErrorTest : public testing::TestWithParam<Case> {};
+
+TEST_P(ConfigErrorTest, IsOneLineThatNamesFileAndMember) {
+  std::string_view text = GetParam().text;
+  ParsedConfig result = text.starts_with('+') ? with(text.substr(1)) : parsed(text);
+  EXPECT_THAT(result.errors, ElementsAre(std::string("m.json") + GetParam().error));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Document, ConfigErrorTest,
+    testing::Values(
+        Case{"", ":1:1: found nothing, expected a JSON object"},
+        Case{"{\n  \"member\": 1,\n}",
+             ":3:1: syntax error while parsing object key - unexpected '}'; expected string literal"},
+        Case{"[]", ": found an array, expected an object"},
+        Case{R"({"store": "etcd:x"})", ": member: found nothing, expected an integer from 0 to 255"},
+        Case{R"({"member": 1})", ": store: found nothing, expected etcd:HOST:PORT[,HOST:PORT...]/PREFIX"},
+        Case{R"({"member": 1, "store": "file:x"})", ": store: found no store"},
+        Case{R"({"member": 1, "store": 7})",
+             ": store: found 7, expected etcd:HOST:PORT[,HOST:PORT...]/PREFIX"},
+        Case{R"({"member": 256, "store": "etcd:x"})",
+             ": member: found 256, expected an integer from 0 to 255"},
+        Case{R"({"member": -1, "store": "etcd:x"})", ": member: found -1, expected an integer from 0 to 255"},
+        Case{R"({"member": 1.5, "store": "etcd:x"})",
+             ": member: found 1.5, expected an integer from 0 to 255"},
+        Case{R"({"member": "1", "store": "etcd:x"})",
+             ": member: found \"1\", expected an integer from 0 to 255"},
+        Case{R"(+"ttl": 1)", ": ttl: found 1, expected an integer from 2 to 3600"},
+        Case{R"(+"ttl": 3601)", ": ttl: found 3601, expected an integer from 2 to 3600"},
+        Case{R"(+"interval": 0)", ": interval: found 0, expected an integer from 1 to 3600"},
+        Case{R"(+"figuresInterval": 0)", ": figuresInterval: found 0, expected an integer from 1 to 3600"},
+        Case{R"(+"indexFile": "")", ": indexFile: found \"\", expected a path"},
+        Case{R"(+"access": "x")", ": access: found \"x\", expected an object"},
+        Case{R"(+"access": {"ca": 1})", ": access/ca: found 1, expected a path"},
+        Case{R"(+"access": {"key": ""})", ": access/key: found \"\", expected a path"},
+        Case{R"(+"ttl": 5, "ttl": 6)", ": found member \"ttl\" twice in one object, expected it once"},
+        Case{R"(+"neighbours": {})", ": neighbours: found an object, expected an array"},
+        Case{R"(+"neighbours": [7])", ": neighbours[0]: found 7, expected an object"}));
+
+#define NEIGHBOUR(text) "+\"neighbours\": [{" text "}]"
+#define OTHERWISE(member, interface, device, address)                                   \
+  NEIGHBOUR("\"member\": " member ", \"interface\": " interface ", \"device\": " device \
+            ", \"address\": " address)
+#define PROBE(text)                                                                                      \
+  NEIGHBOUR(                                                                                             \
+      "\"member\": 2, \"interface\": \"Backplane1/2\", \"device\": \"bp2\", \"address\": \"10.0.0.2\", " \
+      "\"probe\": {" text "}")
+
+INSTANTIATE_TEST_SUITE_P(
+    Neighbour, ConfigErrorTest,
+    testing::Values(
+        Case{OTHERWISE("2", "\"\"", "\"b\"", "\"::2\""),
+             ": neighbours[0]/interface: found \"\", expected an interface name"},
+        Case{OTHERWISE("2", "7", "\"b\"", "\"::2\""),
+             ": neighbours[0]/interface: found 7, expected an interface name"},
+        Case{OTHERWISE("2", "\"Backplane1\\n\"", "\"b\"", "\"::2\""),
+             ": neighbours[0]/interface: found \"Backplane1\\x0a\", expected an interface name"},
+        Case{OTHERWISE("2", "\"Backplane1\"", "\"a/b\"", "\"::2\""),
+             ": neighbours[0]/device: found \"a/b\", expected a device name of 1 to 15 bytes"},
+        Case{OTHERWISE("2", "\"Backplane1\"", "\"a234567890123456\"", "\"::2\""),
+             ": neighbours[0]/device: found \"a234567890123456\", expected a device name of 1 to 15 bytes"},
+        Case{OTHERWISE("2", "\"Backplane1\"", "\"b\"", "\"host\""),
+             ": neighbours[0]/address: found \"host\", expected an IPv4 or IPv6 address, such as 10.0.0.2 or "
+             "fe80::2"},
+        Case{OTHERWISE("2", "\"Backplane1\"", "\"b\"", "\"fe80::2%c\""),
+             ": neighbours[0]/address: found \"fe80::2%c\", expected no scope but the device, \"b\""},
+        Case{OTHERWISE("2", "\"Backplane1\"", "\"b\"", "\"10.0.0.2%b\""),
+             ": neighbours[0]/address: found \"10.0.0.2%b\", expected no scope but the device, \"b\""},
+        Case{OTHERWISE("1", "\"Backplane1\"", "\"b\"", "\"::2\""),
+             ": neighbours[0]/member: found 1, which is this member, expected another one"},
+        Case{NEIGHBOUR("\"interface\": \"Backplane1\", \"device\": \"b\", \"address\": \"::2\""),
+             ": neighbours[0]/member: found nothing, expected an integer from 0 to 255"},
+        Case{NEIGHBOUR("\"member\": 2, \"device\": \"b\", \"address\": \"::2\""),
+             ": neighbours[0]/interface: found nothing, expected an interface name"},
+        Case{NEIGHBOUR("\"member\": 2, \"interface\": \"Backplane1\", \"address\": \"::2\""),
+             ": neighbours[0]/device: found nothing, expected a device name of 1 to 15 bytes"},
+        Case{NEIGHBOUR("\"member\": 2, \"interface\": \"Backplane1\", \"device\": \"b\""),
+             ": neighbours[0]/address: found nothing, expected an IPv4 or IPv6 address, such as 10.0.0.2 or "
+             "fe80::2"},
+        Case{PROBE("\"intervalMs\": 99"),
+             ": neighbours[0]/probe/intervalMs: found 99, expected an integer from 100 to 60000"},
+        Case{PROBE("\"timeoutMs\": 9"),
+             ": neighbours[0]/probe/timeoutMs: found 9, expected an integer from 10 to 60000"},
+        Case{PROBE("\"timeoutMs\": 501"),
+             ": neighbours[0]/probe/timeoutMs: found 501, expected at most the interval, 500"},
+        Case{PROBE("\"lossesDown\": 0"),
+             ": neighbours[0]/probe/lossesDown: found 0, expected an integer from 1 to 100"},
+        Case{PROBE("\"answersUp\": 101"),
+             ": neighbours[0]/probe/answersUp: found 101, expected an integer from 1 to 100"},
+        Case{PROBE("\"window\": true"),
+             ": neighbours[0]/probe/window: found true, expected an integer from 1 to 1000"},
+        Case{PROBE("\"window\": 3, \"windowLosses\": 4"),
+             ": neighbours[0]/probe/windowLosses: found 4, expected at most the window, 3"}));
+
+TEST(ConfigTest, Enabled_IsTrueOrFalse) {
+  EXPECT_THAT(withNeighbours(neighbour(R"("enabled": 1)")).errors,
+              ElementsAre("m.json: neighbours[0]/enabled: found 1, expected true or false"));
+}
+
+TEST(ConfigTest, DefaultsGoWithWhatIsGiven) {
+  ParsedConfig result = withNeighbours(neighbour(R"("probe": {"intervalMs": 100, "window": 1})"));
+  EXPECT_THAT(result.errors, IsEmpty());
+  EXPECT_EQ(result.config.neighbours.at(0).probe.timeoutMs, 100u);
+  EXPECT_EQ(result.config.neighbours.at(0).probe.counting.windowLosses, 1u);
+}
+
+TEST(ConfigTest, TwoNeighboursAlike_IsAnErrorForEachMember) {
+  EXPECT_THAT(
+      withNeighbours(neighbour() + "," + neighbour("", 3) + "," + neighbour()).errors,
+      ElementsAre(
+          "m.json: neighbours[2]/member: found 2, which neighbours[0] has too, expected another one",
+          "m.json: neighbours[2]/interface: found Backplane1/2, which neighbours[0] has too, expected "
+          "another "
+          "one",
+          "m.json: neighbours[2]/device: found bp2, which neighbours[0] has too, expected another one"));
+}
+
+TEST(ConfigTest, SeveralErrors_AreAllListed) {
+  EXPECT_THAT(with(R"("ttl": 0, "interval": 0, "neighbours": [7, {"member": 2}])").errors,
+              testing::SizeIs(6));
+}
+
+TEST(ConfigTest, UnknownMembers_AreWarnings) {
+  ParsedConfig result = with(R"("tll": 5, "access": {"caa": ""}, "neighbours": [)" +
+                             neighbour(R"("": 1, "probe": {"x": 1})") + "]");
+  EXPECT_THAT(result.errors, IsEmpty());
+  EXPECT_THAT(result.warnings, ElementsAre("m.json: access/caa: unknown member, ignored",
+                                           "m.json: neighbours[0]/probe/x: unknown member, ignored",
+                                           "m.json: neighbours[0]/\"\": unknown member, ignored",
+                                           "m.json: tll: unknown member, ignored"));
+}
+
+TEST(ConfigTest, NoBackplaneInterface_IsAWarning) {
+  ParsedConfig result =
+      withNeighbours(R"({"member": 2, "interface": "Ethernet1", "device": "e1", "address": "10.0.0.2"})");
+  EXPECT_THAT(result.errors, IsEmpty());
+  EXPECT_THAT(result.warnings,
+              ElementsAre("m.json: neighbours[0]/interface: \"Ethernet1\" is no backplane interface "
+                          "(Backplane and a digit): no interface row will show it"));
+}
+
+TEST(ConfigTest, FileThatCannotBeRead_IsAnError) {
+  Support::TempDir dir;
+  auto errors = [&](const std::string& path) { return readConfig(path, checkStore).errors; };
+  EXPECT_THAT(errors(dir.file("none")), ElementsAre(dir.file("none") + ": No such file or directory"));
+  EXPECT_THAT(errors(dir.path()), ElementsAre(dir.path().string() + ": Is a directory"));
+  EXPECT_THAT(errors(dir.write("large", std::string((1 << 20) + 1, ' '))),
+              ElementsAre(dir.file("large") + ": found more than 1048576 bytes, expected at most that"));
+  std::string good = dir.write("good", R"({"member": 1, "store": "etcd:x"})" + std::string(1 << 19, ' '));
+  EXPECT_THAT(errors(good), IsEmpty());
+}
+
+TEST(ConfigTest, AnyTextCutAnywhere_IsNoCrash) {
+  std::string whole = Support::readFile(TREL_EXAMPLES "/trelmemberd.json");
+  for (size_t length = 0; length + 2 < whole.size(); ++length) {
+    EXPECT_FALSE(parsed(whole.substr(0, length)).errors.empty()) << length;
+  }
+  EXPECT_FALSE(parsed(std::string(100000, '[')).errors.empty());
+}
+
+}  // namespace
+}  // namespace Member

@@ -1,0 +1,197 @@
+// Every transition between the six states, and what does not change the state.
+#include "Reachability.h"
+
+#include <gtest/gtest.h>
+
+#include <optional>
+#include <string>
+
+namespace Member {
+namespace {
+
+class ReachabilityTest : public testing::Test {
+ protected:
+  static constexpr uint64_t kStartNs = 1'000'000'000'000;
+  static constexpr uint64_t kStepNs = 1'000'000'000;
+
+  // One step for each character: a second passes, then an echo is answered (a), lost (l) or not sent (n), or
+  // the carrier goes down (d) or up (u), the interface is switched off (o) or missing (m). Returns the states
+  // after each step, by first letter (D for disabled, R reachable, G degraded, U unreachable, I, ? unknown).
+  std::string after(std::string_view steps) {
+    std::string states;
+    for (char step : steps) {
+      clock_.advanceNs(kStepNs);
+      take(step);
+      states += letter();
+    }
+    return states;
+  }
+  // A machine that is in the state to begin with, by the letters above.
+  void startIn(char state) {
+    if (state == 'I') after("u");
+    if (state == 'R') after("uaaa");
+    if (state == 'G') after("uaaalla");
+    if (state == 'U') after("d");
+    if (state == 'D') after("o");
+    ASSERT_EQ(letter(), std::string(1, state));
+  }
+  void anew() { reachability_.emplace(settings_, clock_); }
+  std::string letter() const { return {"?IRGUD"[reachability_->state()]}; }
+  uint64_t lastChange() const { return (reachability_->lastChangeNs() - kStartNs) / kStepNs; }
+
+  Zavro::ManualClock clock_{kStartNs};
+  Reachability::Settings settings_{true, 3, 3, 6, 2};
+  std::optional<Reachability> reachability_{std::in_place, settings_, clock_};
+
+ private:
+  void take(char step) {
+    switch (step) {
+      case 'a':
+        return reachability_->echoIs(Echo::answered);
+      case 'l':
+        return reachability_->echoIs(Echo::lost);
+      case 'n':
+        return reachability_->echoIs(Echo::notSent);
+      case 'd':
+        return reachability_->carrierIs(Carrier::down);
+      case 'u':
+        return reachability_->carrierIs(Carrier::up);
+      case 'o':
+        return reachability_->carrierIs(Carrier::switchedOff);
+      case 'm':
+        return reachability_->carrierIs(Carrier::missing);
+      default:
+        FAIL() << step;
+    }
+  }
+};
+
+TEST_F(ReachabilityTest, NothingIsKnown_Unknown_AndEchoesDoNotCount) {
+  EXPECT_EQ(letter(), "?");
+  EXPECT_FALSE(reachability_->probing());
+  EXPECT_EQ(reachability_->lastChangeNs(), kStartNs);
+  EXPECT_EQ(after("aaaalll"), "???????");
+}
+
+TEST_F(ReachabilityTest, Carrier_CountsAtOnceInEveryState) {
+  for (char state : {'?', 'I', 'R', 'G', 'U', 'D'}) {
+    for (auto [step, expected] : {std::pair{"d", "U"}, {"m", "U"}, {"o", "D"}}) {
+      anew();
+      startIn(state);
+      EXPECT_EQ(after(step), expected) << state << step;
+      EXPECT_FALSE(reachability_->probing());
+      EXPECT_EQ(after("aaa"), std::string(3, *expected)) << "an echo without carrier counted";
+      EXPECT_EQ(after("u"), "I") << state << step;
+      EXPECT_TRUE(reachability_->probing());
+    }
+  }
+}
+
+TEST_F(ReachabilityTest, CarrierIsToldAgain_NothingChanges) {
+  startIn('R');
+  EXPECT_EQ(after("uuau"), "RRRR");
+}
+
+TEST_F(ReachabilityTest, Initializing_AnswersInARow_Reachable) { EXPECT_EQ(after("uaaa"), "IIIR"); }
+
+TEST_F(ReachabilityTest, Initializing_LossesInARow_Unreachable) { EXPECT_EQ(after("ulll"), "IIIU"); }
+
+TEST_F(ReachabilityTest, Initializing_NeitherInARow_Initializing) {
+  EXPECT_EQ(after("uaallaalla"), "IIIIIIIIII");
+}
+
+TEST_F(ReachabilityTest, AnswersBeforeCarrierWasLost_DoNotCountAfterIt) {
+  EXPECT_EQ(after("uaaduaaa"), "IIIUIIIR");
+  EXPECT_EQ(after("lldulll"), "RRUIIIU");
+}
+
+TEST_F(ReachabilityTest, Reachable_LossesInARow_UnreachableWithoutADetour) {
+  startIn('R');
+  EXPECT_EQ(after("lll"), "RRU");
+}
+
+TEST_F(ReachabilityTest, Reachable_OneLossAmongTheLast_Reachable) {
+  startIn('R');
+  EXPECT_EQ(after("laaaaaalaaaaaa"), "RRRRRRRRRRRRRR");
+}
+
+TEST_F(ReachabilityTest, Reachable_LossesAmongTheLast_DegradedOnceItAnswersAgain) {
+  startIn('R');
+  EXPECT_EQ(after("lla"), "RRG");
+  startIn('G');
+}
+
+TEST_F(ReachabilityTest, Degraded_NoneOfTheLastWasLost_Reachable) {
+  startIn('R');
+  // Of six echoes, the last loss leaves the window with the sixth answer after it.
+  EXPECT_EQ(after("lalaaaaaa"), "RRRGGGGGR");
+}
+
+TEST_F(ReachabilityTest, Degraded_LossesInARow_Unreachable) {
+  startIn('G');
+  EXPECT_EQ(after("lalll"), "GGGGU");
+}
+
+TEST_F(ReachabilityTest, Unreachable_AnswersInARow_ReachableNotDegraded) {
+  startIn('R');
+  EXPECT_EQ(after("lllaaaa"), "RRUUURR");
+}
+
+TEST_F(ReachabilityTest, Flapping_StaysUnreachable) {
+  startIn('U');
+  EXPECT_EQ(after("ullla"), "IIIUU");
+  EXPECT_EQ(after("alaallaalalaa"), std::string(13, 'U'));
+  EXPECT_EQ(after("a"), "R");
+}
+
+TEST_F(ReachabilityTest, EchoesCannotBeSent_UnknownAfterSomeInARow) {
+  for (char state : {'I', 'R', 'G'}) {
+    anew();
+    startIn(state);
+    EXPECT_EQ(after("nnn"), std::string(2, state) + "?") << state;
+    EXPECT_TRUE(reachability_->probing()) << "it would never be found out that they can be sent again";
+  }
+}
+
+TEST_F(ReachabilityTest, EchoesCanBeSentAgain_InitializingThenCounted) {
+  EXPECT_EQ(after("unnnaaa"), "III?IIR");
+  EXPECT_EQ(after("nnnlll"), "RR?IIU");
+}
+
+TEST_F(ReachabilityTest, EchoesNotSent_AreNoLosses) {
+  startIn('R');
+  EXPECT_EQ(after("nnannannaaa"), std::string(11, 'R'));
+  EXPECT_EQ(after("llnlla"), "RRRRRG") << "two and two losses, not three in a row";
+}
+
+TEST_F(ReachabilityTest, SwitchedOffInTheConfiguration_AlwaysDisabled) {
+  settings_.enabled = false;
+  anew();
+  EXPECT_EQ(letter() + after("uaaalllnnndmou"), std::string(15, 'D'));
+  EXPECT_FALSE(reachability_->probing());
+  EXPECT_EQ(reachability_->lastChangeNs(), kStartNs);
+}
+
+TEST_F(ReachabilityTest, LastChange_IsWhenTheStateChangedAndNotWhenItWasConfirmed) {
+  after("u");
+  EXPECT_EQ(lastChange(), 1u);
+  after("aa");
+  EXPECT_EQ(lastChange(), 1u);
+  after("a");
+  EXPECT_EQ(lastChange(), 4u);
+  after("aaaaaalaaa");
+  EXPECT_EQ(lastChange(), 4u);
+  after("d");
+  EXPECT_EQ(lastChange(), 15u);
+  after("md");
+  EXPECT_EQ(lastChange(), 15u) << "missing and without carrier are both unreachable";
+}
+
+TEST_F(ReachabilityTest, OneOfEach_CountsAtOnce) {
+  settings_ = {true, 1, 1, 1, 1};
+  anew();
+  EXPECT_EQ(after("ualanala"), "IRUR?RUR");
+}
+
+}  // namespace
+}  // namespace Member
