@@ -243,6 +243,51 @@ Value decodeAs(Kind kind, const nlohmann::json& json, Notes& notes) {
   return Present{};
 }
 
+nlohmann::json encodedAs(const std::string& sysname) { return sysname; }
+
+nlohmann::json encodedAs(const Present& /*value*/) { return nlohmann::json::object(); }
+
+nlohmann::json encodedAs(const Interface& value) { return {{"ifIndex", value.ifIndex}}; }
+
+nlohmann::json encodedAs(const Link& value) { return {{"intf", value.intf.name()}}; }
+
+nlohmann::json encodedAs(const System& value) {
+  return {{"uptime", value.systemUptime},
+          {"currentTimeUtc", value.currentTimeUtc},
+          {"users", value.systemNumUsers},
+          {"processes", value.systemProcesses},
+          {"memorySize", value.memorySize}};
+}
+
+nlohmann::json encodedAs(const Memory& value) {
+  nlohmann::json json = nlohmann::json::object();
+  auto add = [&json](const char* name, const std::optional<uint32_t>& amount) {
+    if (amount) json[name] = *amount;
+  };
+  add("total", value.total);
+  add("free", value.free);
+  add("available", value.available);
+  add("nonBuffer", value.nonBuffer);
+  add("nonCache", value.nonCache);
+  return json;
+}
+
+nlohmann::json encodedAs(const Processor& value) { return {{"load", value.load}}; }
+
+nlohmann::json encodedAs(const Storage& value) {
+  return {{"allocationUnits", value.allocationUnits}, {"size", value.size}, {"free", value.free}};
+}
+
+nlohmann::json encodedAs(const Reachability& value) {
+  nlohmann::json json = {{"state", Trel::stateName(value.state)}, {"lastChange", value.lastChangeNs}};
+  if (value.intf) json["intf"] = value.intf->name();
+  return json;
+}
+
+nlohmann::json encodedAs(const Mapping& value) {
+  return {{"index", value.index}, {"type", value.type.text()}, {"description", value.description}};
+}
+
 std::string described(const nlohmann::json& json) {
   if (json.is_object()) return "an object";
   if (json.is_array()) return "an array";
@@ -261,6 +306,10 @@ std::optional<Value> decode(Kind kind, const nlohmann::json& json, Notes& notes)
   Value value = decodeAs(kind, json, notes);
   if (notes.faults.size() != before) return std::nullopt;
   return value;
+}
+
+nlohmann::json encode(const Value& value) {
+  return std::visit([](const auto& typed) { return encodedAs(typed); }, value);
 }
 
 }  // namespace Kelstore

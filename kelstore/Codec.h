@@ -1,4 +1,4 @@
-// From the JSON value at a path to the typed value. The same for every source.
+// From the JSON value at a path to the typed value, and back. The same for every source.
 #pragma once
 
 #include <nlohmann/json_fwd.hpp>
@@ -24,6 +24,10 @@ struct Notes {
 
 // The value, or nothing when there is a fault. Requires: kind is not that of a container.
 std::optional<Value> decode(Kind kind, const nlohmann::json& json, Notes& notes);
+
+// What decode() makes this value of; a container's is an empty object. Texts go as they are: they are to be
+// UTF-8, as all that was decoded is.
+nlohmann::json encode(const Value& value);
 
 // "found <json>, expected <expected>", short and on one line.
 std::string foundExpected(const nlohmann::json& json, std::string_view expected);

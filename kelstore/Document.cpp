@@ -24,9 +24,9 @@ class Reader {
  public:
   using json = nlohmann::json;
 
-  Reader(std::string_view text, Document& document) : text_(text), document_(document) {
-    next_ = positionOf(segments_);
-  }
+  // The text stands at these segments.
+  Reader(std::string_view text, std::vector<std::string> segments, Document& document)
+      : text_(text), document_(document), segments_(std::move(segments)), next_(positionOf(segments_)) {}
 
   // The interface that json::sax_parse() calls.
   bool null() { return scalar(nullptr); }
@@ -53,9 +53,11 @@ class Reader {
 
   bool parse_error(size_t position, const std::string& /*token*/, const json::exception& error) {
     bool blank = std::all_of(text_.begin(), text_.end(), [](unsigned char c) { return std::isspace(c); });
+    std::string nothing =
+        fmt::format("found nothing, expected a JSON {}", segments_.empty() ? "object" : "value");
     // The parser counts the character that it stumbled over.
     size_t offset = position > 0 ? position - 1 : 0;
-    unusable(offset, blank ? "found nothing, expected a JSON object" : syntaxMessage(error.what()));
+    unusable(offset, blank ? nothing : syntaxMessage(error.what()));
     return false;
   }
 
@@ -199,11 +201,9 @@ bool affected(const std::set<std::vector<std::string>>& prefixes, const Path& pa
   return false;
 }
 
-}  // namespace
-
-Document parseDocument(std::string_view text) {
+Document parseAt(std::vector<std::string> segments, std::string_view text) {
   Document document;
-  Reader reader(text, document);
+  Reader reader(text, std::move(segments), document);
   nlohmann::json::sax_parse(text.begin(), text.end(), &reader);
   if (document.unusable) {
     document.values.clear();
@@ -212,6 +212,12 @@ Document parseDocument(std::string_view text) {
   }
   return document;
 }
+
+}  // namespace
+
+Document parseDocument(std::string_view text) { return parseAt({}, text); }
+
+Document parseValue(const Path& path, std::string_view text) { return parseAt(path.segments(), text); }
 
 Snapshot withLastGood(Document&& document, const Snapshot& before) {
   std::set<std::vector<std::string>> prefixes;

@@ -30,6 +30,10 @@ struct Document {
 
 Document parseDocument(std::string_view text);
 
+// The same for the value at one path, where a source holds each value on its own. Places in `unusable` count
+// within the text. The value counts only when there is no fault. Requires: the path is no container's.
+Document parseValue(const Path& path, std::string_view text);
+
 // What a source that read the document says: the document's values, but at affected paths what it said
 // before.
 Snapshot withLastGood(Document&& document, const Snapshot& before);

@@ -198,5 +198,30 @@ TEST(CodecTest, EveryFaultOfAValueIsNamed) {
                 "; free: found nothing, " + kU64);
 }
 
+TEST(CodecTest, EncodedValuesDecodeToThemselves) {
+  for (const auto& [kind, good] : kGood) {
+    Notes notes;
+    auto value = decode(kind, nlohmann::json::parse(good), notes);
+    ASSERT_TRUE(value);
+    EXPECT_EQ(encode(*value), nlohmann::json::parse(good));
+    EXPECT_EQ(decode(kind, nlohmann::json::parse(encode(*value).dump()), notes), value) << good;
+    EXPECT_EQ(rendered(notes.warnings), "");
+  }
+  EXPECT_EQ(encode(std::string("alpha")).dump(), R"("alpha")");
+  EXPECT_EQ(encode(Present{}).dump(), "{}");
+}
+
+TEST(CodecTest, WhatIsAbsentIsNotEncoded_NoDigitIsLost) {
+  EXPECT_EQ(encode(Memory{}).dump(), "{}");
+  Memory some;
+  some.available = 3;
+  EXPECT_EQ(encode(some).dump(), R"({"available":3})");
+  Reachability alone{Trel::ReachabilityState::disabled, std::nullopt, std::numeric_limits<uint64_t>::max()};
+  EXPECT_EQ(encode(alone).dump(), R"({"lastChange":18446744073709551615,"state":"disabled"})");
+  System system{1767225601.123456, 0.1, 1, 2, 3};
+  Notes notes;
+  EXPECT_EQ(decode(Kind::system, nlohmann::json::parse(encode(system).dump()), notes), Value(system));
+}
+
 }  // namespace
 }  // namespace Kelstore

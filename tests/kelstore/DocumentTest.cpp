@@ -3,6 +3,10 @@
 
 #include <gmock/gmock.h>
 
+#include <nlohmann/json.hpp>
+
+#include "Codec.h"
+
 namespace Kelstore {
 namespace {
 
@@ -174,6 +178,35 @@ TEST(DocumentTest, MemberIsOfTheWrongType_AllThatItHeldStays) {
 }
 
 TEST(DocumentTest, NoFaults_NothingOfBeforeStays) { EXPECT_THAT(kept("{}"), IsEmpty()); }
+
+// What one value on its own comes to: the value's JSON, or what is wrong with it.
+std::string atPath(const Path& path, std::string_view text) {
+  Document document = parseValue(path, text);
+  if (document.unusable) return "unusable" + *document.unusable;
+  if (!document.faults.empty()) return document.faults.front().text;
+  EXPECT_EQ(document.values.size(), 1u);
+  EXPECT_EQ(document.values.front().first, path);
+  std::string warning = document.warnings.empty() ? "" : ", " + document.warnings.front();
+  return encode(document.values.front().second).dump() + warning;
+}
+
+TEST(DocumentTest, ValueOnItsOwn_SameRulesAsInADocument) {
+  const Path load{Kind::processor, "1", "2"};
+  EXPECT_EQ(atPath(load, R"( {"load": 7} )"), R"({"load":7})");
+  EXPECT_EQ(atPath({Kind::sysname, {}, {}}, R"("alpha")"), R"("alpha")");
+  EXPECT_EQ(atPath(load, R"({"load": 7, "x": {"y": []}})"),
+            R"({"load":7}, members/1/processors/2/x: unknown member, ignored)");
+  EXPECT_EQ(atPath(load, R"({"load": 70000})"),
+            "members/1/processors/2/load: found 70000, expected an integer from -32768 to 32767");
+  EXPECT_EQ(atPath(load, "7"), "members/1/processors/2: found 7, expected an object");
+  EXPECT_EQ(atPath(load, R"({"load": 7, "load": 8})"),
+            "members/1/processors/2/load: found twice, expected once");
+  EXPECT_EQ(atPath(load, ""), "unusable:1:1: found nothing, expected a JSON value");
+  EXPECT_THAT(atPath(load, R"({"load": 7}})"), testing::StartsWith("unusable:1:12: "));
+  EXPECT_THAT(atPath(load, "{\"load\": \xff}"), testing::StartsWith("unusable:1:10: "));
+  EXPECT_EQ(atPath(load, std::string(100'000, '[')),
+            "unusable: members/1/processors/2: found more than 64 levels of nesting, expected 4");
+}
 
 TEST(DocumentTest, DifferencesNameWhatAppearedChangedAndVanished) {
   Snapshot a(
