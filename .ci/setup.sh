@@ -4,13 +4,14 @@
 set -euo pipefail
 
 kBuildPackages=(
-  g++ cmake ninja-build pkg-config
-  libabsl-dev libbenchmark-dev libboost-dev libcli11-dev libfmt-dev libgmock-dev libgtest-dev libmount-dev
-  libproc2-dev librapidcheck-dev libsnmp-dev libspdlog-dev libsystemd-dev libuv1-dev nlohmann-json3-dev
+  g++ cmake ninja-build pkg-config protobuf-compiler protobuf-compiler-grpc
+  libabsl-dev libbenchmark-dev libboost-dev libcli11-dev libfmt-dev libgmock-dev libgrpc++-dev libgtest-dev
+  libmount-dev libproc2-dev libprotobuf-dev librapidcheck-dev libsnmp-dev libspdlog-dev libsystemd-dev libuv1-dev
+  nlohmann-json3-dev
   erlang-snmp # the base MIB modules, which no other package of Debian's main archive has as files
 )
 kManagerPackages=(snmp)
-kTestPackages=(clang-format clang-tidy git procps smitools snmpd)
+kTestPackages=(clang-format clang-tidy etcd-client etcd-server git openssl procps smitools snmpd)
 
 say() { printf '%s\n' "$*" >&2; }
 fail() {

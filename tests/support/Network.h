@@ -7,5 +7,7 @@ namespace Support {
 
 // A port of 127.0.0.1 that no UDP socket is bound to at the moment; never the same one twice in a process.
 uint16_t freeUdpPort();
+// The same for TCP.
+uint16_t freeTcpPort();
 
 }  // namespace Support

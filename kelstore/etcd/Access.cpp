@@ -1,0 +1,120 @@
+#include "Access.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <nlohmann/json.hpp>
+#include <stdexcept>
+
+#include "Codec.h"
+
+namespace Kelstore::Etcd {
+namespace {
+
+using Json = nlohmann::json;
+
+constexpr size_t kMaxFileBytes = 1 << 20;
+constexpr mode_t kRightsOfOthers = S_IRWXO;
+
+enum class Holds : uint8_t { whatAllMayKnow, aSecret };
+
+absl::Status wrong(const std::string& path, std::string_view what) {
+  return absl::FailedPreconditionError(fmt::format("{}: {}", path, what));
+}
+
+class File {
+ public:
+  explicit File(const std::string& path) : fd_(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)) {}
+  ~File() {
+    if (fd_ >= 0) close(fd_);
+  }
+  File(const File&) = delete;
+  File& operator=(const File&) = delete;
+  int fd() const { return fd_; }
+
+ private:
+  int fd_;
+};
+
+absl::StatusOr<std::string> content(const std::string& path, Holds holds) {
+  File file(path);
+  struct stat about {};
+  if (file.fd() < 0 || fstat(file.fd(), &about) != 0) return wrong(path, std::strerror(errno));
+  if (!S_ISREG(about.st_mode)) return wrong(path, "not a regular file");
+  if (holds == Holds::aSecret && (about.st_mode & kRightsOfOthers) != 0) {
+    return wrong(path,
+                 fmt::format("found mode {:04o}, expected a file that others have no right to, such as 0600",
+                             about.st_mode & 07777u));
+  }
+  std::string text;
+  std::array<char, 4096> bytes{};
+  ssize_t count = 0;
+  while (text.size() <= kMaxFileBytes && (count = read(file.fd(), bytes.data(), bytes.size())) > 0) {
+    text.append(bytes.data(), static_cast<size_t>(count));
+  }
+  if (count < 0) return wrong(path, std::strerror(errno));
+  if (text.size() > kMaxFileBytes) return wrong(path, fmt::format("longer than {} bytes", kMaxFileBytes));
+  return text;
+}
+
+// Appends the file's content; an empty path has none.
+absl::Status pemIs(const std::string& path, Holds holds, std::string& target) {
+  if (path.empty()) return absl::OkStatus();
+  absl::StatusOr<std::string> text = content(path, holds);
+  if (!text.ok()) return text.status();
+  if (text->find("-----BEGIN ") == std::string::npos) return wrong(path, "expected a file in PEM format");
+  target = *std::move(text);
+  return absl::OkStatus();
+}
+
+// The member, when it is a non-empty string.
+const std::string* textOf(const Json& json, const char* name) {
+  auto found = json.find(name);
+  const std::string* text = found == json.end() ? nullptr : found->get_ptr<const std::string*>();
+  return text != nullptr && !text->empty() ? text : nullptr;
+}
+
+}  // namespace
+
+absl::StatusOr<Credentials> readCredentials(const Access& access) {
+  const std::string& path = access.credentialsFile;
+  absl::StatusOr<std::string> text = content(path, Holds::aSecret);
+  if (!text.ok()) return text.status();
+  // Not the parser's message, nor what was found: they would show a part of the password.
+  Json json = Json::parse(*text, nullptr, /*allow_exceptions=*/false);
+  constexpr const char* kExpected = R"(expected {"user": "...", "password": "..."})";
+  if (!json.is_object()) return wrong(path, kExpected);
+  const std::string* user = textOf(json, "user");
+  const std::string* password = textOf(json, "password");
+  if (user == nullptr || password == nullptr || json.size() != 2) return wrong(path, kExpected);
+  return Credentials{*user, *password};
+}
+
+absl::StatusOr<Certificates> readCertificates(const Access& access) {
+  Certificates certificates;
+  absl::Status status = pemIs(access.caFile, Holds::whatAllMayKnow, certificates.ca);
+  status.Update(pemIs(access.certFile, Holds::whatAllMayKnow, certificates.cert));
+  status.Update(pemIs(access.keyFile, Holds::aSecret, certificates.key));
+  if (!status.ok()) return status;
+  return certificates;
+}
+
+void checkAccess(const Access& access) {
+  auto check = [](const absl::Status& status) {
+    if (!status.ok()) throw std::invalid_argument(std::string(status.message()));
+  };
+  if (access.certFile.empty() != access.keyFile.empty()) {
+    throw std::invalid_argument(access.keyFile.empty()
+                                    ? fmt::format("certificate {}: found no key for it", access.certFile)
+                                    : fmt::format("key {}: found no certificate for it", access.keyFile));
+  }
+  check(readCertificates(access).status());
+  if (!access.credentialsFile.empty()) check(readCredentials(access).status());
+}
+
+}  // namespace Kelstore::Etcd

@@ -1,0 +1,76 @@
+#include "Address.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <algorithm>
+#include <charconv>
+#include <stdexcept>
+
+#include "Text.h"
+
+namespace Kelstore::Etcd {
+namespace {
+
+constexpr const char* kForm = "HOST:PORT[,HOST:PORT...]/PREFIX";
+
+[[noreturn]] void fail(std::string_view found, std::string_view expected) {
+  throw std::invalid_argument(fmt::format("found {}, expected {}", inQuotes(found), expected));
+}
+
+bool isPort(std::string_view text) {
+  uint16_t port = 0;
+  auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), port);
+  return error == std::errc() && end == text.data() + text.size() && port != 0;
+}
+
+bool isHost(std::string_view text) {
+  if (text.starts_with('[')) {
+    std::string_view inner = text.substr(1);
+    return inner.size() > 2 && inner.back() == ']' &&
+           inner.substr(0, inner.size() - 1).find_first_not_of("0123456789abcdefABCDEF:.") ==
+               std::string_view::npos;
+  }
+  auto odd = [](char c) {
+    return c <= ' ' || c >= 0x7f || std::string_view(":[]@\"'\\").find(c) != std::string_view::npos;
+  };
+  return !text.empty() && std::none_of(text.begin(), text.end(), odd);
+}
+
+void checkEndpoint(std::string_view text) {
+  size_t colon = text.rfind(':');
+  if (colon == std::string_view::npos) fail(text, "HOST:PORT");
+  std::string_view host = text.substr(0, colon);
+  std::string_view port = text.substr(colon + 1);
+  if (!isHost(host)) {
+    bool bareIpv6 = host.find(':') != std::string_view::npos && !host.starts_with('[');
+    fail(text, bareIpv6 ? "HOST:PORT with an IPv6 address in brackets, such as [::1]:2379" : "HOST:PORT");
+  }
+  if (!isPort(port)) fail(text, "HOST:PORT with a port of 1 to 65535");
+}
+
+}  // namespace
+
+std::string Address::text() const { return fmt::format("{}/{}", fmt::join(endpoints, ","), prefix); }
+
+Address parseAddress(std::string_view text) {
+  size_t slash = text.find('/');
+  if (slash == std::string_view::npos || slash == 0) fail(text, kForm);
+  Address address;
+  std::string_view endpoints = text.substr(0, slash);
+  for (size_t at = 0; at <= endpoints.size();) {
+    size_t comma = std::min(endpoints.find(',', at), endpoints.size());
+    std::string_view endpoint = endpoints.substr(at, comma - at);
+    checkEndpoint(endpoint);
+    address.endpoints.emplace_back(endpoint);
+    at = comma + 1;
+  }
+  std::string_view prefix = text.substr(slash + 1);
+  while (prefix.ends_with('/')) prefix.remove_suffix(1);
+  if (prefix.empty()) fail(text, fmt::format("{} with a prefix that is not empty", kForm));
+  if (!isPlain(prefix) || !isUtf8(prefix)) fail(text, fmt::format("{} in plain UTF-8 text", kForm));
+  address.prefix = prefix;
+  return address;
+}
+
+}  // namespace Kelstore::Etcd

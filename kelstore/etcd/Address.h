@@ -1,0 +1,24 @@
+// Where a store is: the servers of an etcd cluster, and the prefix of its keys that is ours.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace Kelstore::Etcd {
+
+struct Address {
+  std::vector<std::string> endpoints;  // "host:port", "[::1]:port"; never empty
+  std::string prefix;                  // not empty, does not end in "/"
+
+  // As parseAddress() takes it.
+  std::string text() const;
+};
+
+// The address that `HOST:PORT[,HOST:PORT...]/PREFIX` says; an IPv6 address stands in brackets. The prefix is
+// what follows the first slash, as it is written, but for slashes at its end: with `h:2379/trel` a key is
+// `trel/members/1/system`, with `h:2379//trel` it is `/trel/members/1/system`. Throws std::invalid_argument,
+// which says what was found and what was expected.
+Address parseAddress(std::string_view text);
+
+}  // namespace Kelstore::Etcd

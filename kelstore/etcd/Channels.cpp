@@ -1,0 +1,126 @@
+#include "Channels.h"
+
+#include <fmt/format.h>
+#include <grpc/support/log.h>
+#include <grpcpp/create_channel.h>
+#include <grpcpp/security/credentials.h>
+
+#include <cstdlib>
+
+#include "Text.h"
+#include "rpc.grpc.pb.h"
+
+namespace Kelstore::Etcd {
+namespace {
+
+constexpr size_t kMaxMessageText = 300;
+constexpr int kMinReconnectMs = 200;
+constexpr int kMaxReconnectMs = 5000;
+constexpr int kMaxConnectMs = 5000;
+
+template <class Duration>
+int milliseconds(Duration duration) {
+  return static_cast<int>(std::chrono::duration_cast<std::chrono::milliseconds>(duration).count());
+}
+
+// What the library has to say on standard error comes as an error of the call as well. Whoever wants to read
+// it all the same sets its variable.
+void beQuiet() {
+  static const bool done = [] {
+    if (std::getenv("GRPC_VERBOSITY") == nullptr) gpr_set_log_function([](gpr_log_func_args* /*line*/) {});
+    return true;
+  }();
+  static_cast<void>(done);
+}
+
+grpc::ChannelArguments arguments() {
+  grpc::ChannelArguments arguments;
+  arguments.SetInt(GRPC_ARG_KEEPALIVE_TIME_MS, milliseconds(kKeepaliveTime));
+  arguments.SetInt(GRPC_ARG_KEEPALIVE_TIMEOUT_MS, milliseconds(kKeepaliveTimeout));
+  arguments.SetInt(GRPC_ARG_KEEPALIVE_PERMIT_WITHOUT_CALLS, 0);
+  // A watch on which nothing happens is asked for ever.
+  arguments.SetInt(GRPC_ARG_HTTP2_MAX_PINGS_WITHOUT_DATA, 0);
+  arguments.SetInt(GRPC_ARG_INITIAL_RECONNECT_BACKOFF_MS, kMinReconnectMs);
+  arguments.SetInt(GRPC_ARG_MIN_RECONNECT_BACKOFF_MS, kMaxConnectMs);
+  arguments.SetInt(GRPC_ARG_MAX_RECONNECT_BACKOFF_MS, kMaxReconnectMs);
+  arguments.SetInt(GRPC_ARG_USE_LOCAL_SUBCHANNEL_POOL, 1);
+  // The store is reached directly, whatever the environment has for web browsers, and a name is looked up for
+  // its addresses only.
+  arguments.SetInt(GRPC_ARG_ENABLE_HTTP_PROXY, 0);
+  arguments.SetInt(GRPC_ARG_SERVICE_CONFIG_DISABLE_RESOLUTION, 1);
+  arguments.SetMaxReceiveMessageSize(kMaxMessageBytes);
+  return arguments;
+}
+
+absl::StatusOr<std::shared_ptr<grpc::ChannelCredentials>> channelCredentials(const Access& access) {
+  if (!access.tls()) return grpc::InsecureChannelCredentials();
+  absl::StatusOr<Certificates> certificates = readCertificates(access);
+  if (!certificates.ok()) return certificates.status();
+  grpc::SslCredentialsOptions options;
+  options.pem_root_certs = std::move(certificates->ca);
+  options.pem_cert_chain = std::move(certificates->cert);
+  options.pem_private_key = std::move(certificates->key);
+  return grpc::SslCredentials(options);
+}
+
+bool says(const grpc::Status& status, std::string_view text) {
+  return status.error_message().find(text) != std::string::npos;
+}
+
+}  // namespace
+
+absl::StatusOr<std::shared_ptr<grpc::Channel>> makeChannel(const std::string& endpoint,
+                                                           const Access& access) {
+  beQuiet();
+  auto credentials = channelCredentials(access);
+  if (!credentials.ok()) return credentials.status();
+  return grpc::CreateCustomChannel(endpoint, *credentials, arguments());
+}
+
+absl::StatusOr<std::string> authenticate(const std::string& endpoint,
+                                         const std::shared_ptr<grpc::Channel>& channel, const Access& access,
+                                         std::chrono::system_clock::time_point deadline) {
+  if (access.credentialsFile.empty()) return std::string();
+  absl::StatusOr<Credentials> credentials = readCredentials(access);
+  if (!credentials.ok()) return credentials.status();
+  grpc::ClientContext context;
+  context.set_deadline(deadline);
+  addMetadata(context, "");
+  etcdserverpb::AuthenticateRequest request;
+  request.set_name(credentials->user);
+  request.set_password(credentials->password);
+  etcdserverpb::AuthenticateResponse response;
+  grpc::Status status = etcdserverpb::Auth::NewStub(channel)->Authenticate(&context, request, &response);
+  if (status.ok()) return response.token();
+  if (says(status, "authentication is not enabled")) return std::string();
+  if (says(status, "authentication failed")) {
+    return absl::UnauthenticatedError(fmt::format("{}: user {} of {} was refused", endpoint,
+                                                  inQuotes(credentials->user), access.credentialsFile));
+  }
+  return asStatus(endpoint, status);
+}
+
+void addMetadata(grpc::ClientContext& context, const std::string& token) {
+  context.AddMetadata("hasleader", "true");
+  if (!token.empty()) context.AddMetadata("token", token);
+}
+
+bool tokenRefused(const grpc::Status& status) {
+  return status.error_code() == grpc::StatusCode::UNAUTHENTICATED ||
+         says(status, "revision of auth store is old") || says(status, "user name is empty");
+}
+
+absl::Status asStatus(const std::string& endpoint, const grpc::Status& status) {
+  if (status.ok()) return absl::OkStatus();
+  std::string text = status.error_message();
+  for (std::string_view intro : {"last error: ", "UNKNOWN: ", "UNAVAILABLE: "}) {
+    size_t at = text.find(intro);
+    if (at != std::string::npos) text.erase(0, at + intro.size());
+  }
+  if (status.error_code() == grpc::StatusCode::DEADLINE_EXCEEDED) text = "no answer in time";
+  if (text.empty()) text = fmt::format("gRPC error {}", static_cast<int>(status.error_code()));
+  return {static_cast<absl::StatusCode>(status.error_code()),
+          fmt::format("{}: {}", endpoint, shortened(text, kMaxMessageText))};
+}
+
+}  // namespace Kelstore::Etcd

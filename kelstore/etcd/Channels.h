@@ -1,0 +1,45 @@
+// Connections to etcd servers, for the blocking client and the follower. Any thread.
+#pragma once
+
+#include <absl/status/statusor.h>
+#include <grpcpp/channel.h>
+#include <grpcpp/client_context.h>
+
+#include <chrono>
+#include <memory>
+#include <string>
+
+#include "Access.h"
+
+namespace Kelstore::Etcd {
+
+// How long a server that went silent is believed in: it is asked for a sign of life after kKeepaliveTime
+// without traffic while a call is open, and the connection ends kKeepaliveTimeout later. etcd closes the
+// connections of those who ask more often than every 5 s, or while no call is open.
+inline constexpr std::chrono::seconds kKeepaliveTime(10);
+inline constexpr std::chrono::seconds kKeepaliveTimeout(5);
+// The longest message that is taken.
+inline constexpr int kMaxMessageBytes = 64 << 20;
+
+// A channel to one endpoint ("host:port"), which shares no connection with another channel; it connects with
+// the first call on it. FailedPrecondition when a certificate or key cannot be read.
+absl::StatusOr<std::shared_ptr<grpc::Channel>> makeChannel(const std::string& endpoint, const Access& access);
+
+// The token for calls of the user in the credentials file; empty when there is no such file, or when the
+// server asks nobody who they are. FailedPrecondition when the file cannot be used, Unauthenticated when the
+// server refuses the name or the password.
+absl::StatusOr<std::string> authenticate(const std::string& endpoint,
+                                         const std::shared_ptr<grpc::Channel>& channel, const Access& access,
+                                         std::chrono::system_clock::time_point deadline);
+
+// What every call says of itself: its token, and that a server which knows no leader must not answer it from
+// what it remembers, nor let a watch wait for one.
+void addMetadata(grpc::ClientContext& context, const std::string& token);
+
+// Whether the token is not, or no longer, a valid one: authenticate() again.
+bool tokenRefused(const grpc::Status& status);
+
+// The same code, with a message of one line that begins with the endpoint.
+absl::Status asStatus(const std::string& endpoint, const grpc::Status& status);
+
+}  // namespace Kelstore::Etcd

@@ -1,0 +1,256 @@
+#include "Client.h"
+
+#include <fmt/format.h>
+
+#include <functional>
+
+#include "Channels.h"
+#include "rpc.grpc.pb.h"
+
+namespace Kelstore::Etcd {
+namespace {
+
+namespace Rpc = etcdserverpb;
+using Clock = std::chrono::system_clock;  // gRPC's deadlines are of this one
+using Channel = std::shared_ptr<grpc::Channel>;
+
+// How often a listing is begun again because its revision was compacted away, or the endpoints turned out to
+// be of different clusters, meanwhile.
+constexpr int kListingTries = 5;
+
+// Whether another endpoint may answer instead.
+bool isElsewhere(absl::StatusCode code) {
+  return code == absl::StatusCode::kUnavailable || code == absl::StatusCode::kDeadlineExceeded ||
+         code == absl::StatusCode::kInternal || code == absl::StatusCode::kUnknown;
+}
+
+absl::Status noSuchLease(int64_t lease) {
+  return absl::NotFoundError(fmt::format("there is no lease {:x}", lease));
+}
+
+KeyValue taken(Rpc::KeyValue& from) {
+  return {std::move(*from.mutable_key()), std::move(*from.mutable_value()), from.create_revision(),
+          from.mod_revision(), from.lease()};
+}
+
+}  // namespace
+
+class Client::Impl {
+ public:
+  // One call at one endpoint.
+  using Attempt = std::function<grpc::Status(const Channel& channel, grpc::ClientContext& context)>;
+
+  Impl(std::vector<std::string> endpoints, Access access, Options options)
+      : endpoints_(std::move(endpoints)), access_(std::move(access)), options_(options) {}
+
+  const Options& options() const { return options_; }
+  const std::string& endpoint() const { return endpoints_[current_]; }
+
+  absl::Status call(const Attempt& attempt) {
+    auto end = Clock::now() + options_.deadline;
+    std::string failures;
+    absl::Status status;
+    for (size_t left = endpoints_.size(); left > 0; --left) {
+      auto now = Clock::now();
+      auto deadline = now + (end - now) / static_cast<int64_t>(left);
+      bool connected = channel_ != nullptr;
+      status = callHere(deadline, attempt);
+      if (connected && absl::IsUnavailable(status)) {
+        // The connection ended since the last call, say, because the server was restarted.
+        channel_.reset();
+        status = callHere(deadline, attempt);
+      }
+      if (!isElsewhere(status.code())) return status;
+      failures += fmt::format("{}{}", failures.empty() ? "" : "; ", std::string(status.message()));
+      // A channel that failed waits before it connects again, and fails calls meanwhile; a new one does not.
+      channel_.reset();
+      current_ = (current_ + 1) % endpoints_.size();
+    }
+    return {status.code(), failures};
+  }
+
+  // A unary call of a service.
+  template <class Service, class Request, class Response>
+  absl::Status unary(grpc::Status (Service::Stub::*method)(grpc::ClientContext*, const Request&, Response*),
+                     const Request& request, Response& response) {
+    return call([&](const Channel& channel, grpc::ClientContext& context) {
+      response.Clear();
+      return (Service::NewStub(channel).get()->*method)(&context, request, &response);
+    });
+  }
+
+ private:
+  absl::Status callHere(Clock::time_point deadline, const Attempt& attempt) {
+    grpc::Status status;
+    for (int tries = 0; tries < 2; ++tries) {
+      absl::Status ready = connect(deadline);
+      if (!ready.ok()) return ready;
+      grpc::ClientContext context;
+      context.set_deadline(deadline);
+      addMetadata(context, *token_);
+      status = attempt(channel_, context);
+      if (access_.credentialsFile.empty() || !tokenRefused(status)) break;
+      token_.reset();
+    }
+    return asStatus(endpoint(), status);
+  }
+
+  absl::Status connect(Clock::time_point deadline) {
+    if (!channel_) {
+      auto channel = makeChannel(endpoint(), access_);
+      if (!channel.ok()) return channel.status();
+      channel_ = *std::move(channel);
+    }
+    if (token_) return absl::OkStatus();
+    absl::StatusOr<std::string> token = authenticate(endpoint(), channel_, access_, deadline);
+    if (token.ok()) token_ = *std::move(token);
+    return token.status();
+  }
+
+  const std::vector<std::string> endpoints_;
+  const Access access_;
+  const Options options_;
+  size_t current_ = 0;
+  Channel channel_;
+  std::optional<std::string> token_;  // empty: calls need none
+};
+
+Client::Client(std::vector<std::string> endpoints, Access access, Options options)
+    : impl_(std::make_unique<Impl>(std::move(endpoints), std::move(access), options)) {}
+
+Client::~Client() = default;
+
+const std::string& Client::endpoint() const { return impl_->endpoint(); }
+
+absl::StatusOr<Listing> Client::range(const KeyRange& keys) {
+  Listing listing;
+  Rpc::RangeRequest request;
+  Rpc::RangeResponse response;
+  auto begin = [&] {
+    listing = {};
+    request.set_key(keys.first);
+    request.set_range_end(keys.end);
+    request.set_revision(0);
+  };
+  begin();
+  request.set_limit(impl_->options().pageKeys);
+  for (int tries = 1;;) {
+    absl::Status status = impl_->unary<Rpc::KV>(&Rpc::KV::Stub::Range, request, response);
+    if (absl::IsResourceExhausted(status) && request.limit() > 1) {
+      // The page is more than a message may hold.
+      request.set_limit(request.limit() / 2);
+      continue;
+    }
+    bool otherCluster =
+        status.ok() && listing.revision != 0 && response.header().cluster_id() != listing.clusterId;
+    if ((otherCluster || absl::IsOutOfRange(status)) && tries < kListingTries) {
+      ++tries;
+      begin();
+      continue;
+    }
+    if (!status.ok()) return status;
+    if (otherCluster) return absl::UnavailableError("the endpoints are of different clusters");
+    if (listing.revision == 0) {
+      listing.revision = response.header().revision();
+      listing.clusterId = response.header().cluster_id();
+      request.set_revision(listing.revision);
+    }
+    for (Rpc::KeyValue& keyValue : *response.mutable_kvs()) listing.keyValues.push_back(taken(keyValue));
+    if (!response.more() || response.kvs().empty()) return listing;
+    request.set_key(listing.keyValues.back().key + '\0');
+  }
+}
+
+absl::StatusOr<Listing> Client::get(const std::string& key) { return range({key, ""}); }
+
+absl::StatusOr<int64_t> Client::put(const std::string& key, const std::string& value, int64_t lease) {
+  Rpc::PutRequest request;
+  request.set_key(key);
+  request.set_value(value);
+  request.set_lease(lease);
+  Rpc::PutResponse response;
+  absl::Status status = impl_->unary<Rpc::KV>(&Rpc::KV::Stub::Put, request, response);
+  if (!status.ok()) return status;
+  return response.header().revision();
+}
+
+absl::StatusOr<int64_t> Client::del(const std::string& key) { return del(KeyRange{key, ""}); }
+
+absl::StatusOr<int64_t> Client::del(const KeyRange& keys) {
+  Rpc::DeleteRangeRequest request;
+  request.set_key(keys.first);
+  request.set_range_end(keys.end);
+  Rpc::DeleteRangeResponse response;
+  absl::Status status = impl_->unary<Rpc::KV>(&Rpc::KV::Stub::DeleteRange, request, response);
+  if (!status.ok()) return status;
+  return response.header().revision();
+}
+
+absl::StatusOr<int64_t> Client::txn(const std::vector<Op>& ops) {
+  Rpc::TxnRequest request;
+  for (const Op& op : ops) {
+    Rpc::RequestOp& added = *request.add_success();
+    if (op.what == Op::What::put) {
+      added.mutable_request_put()->set_key(op.key);
+      added.mutable_request_put()->set_value(op.value);
+      added.mutable_request_put()->set_lease(op.lease);
+    } else {
+      added.mutable_request_delete_range()->set_key(op.key);
+    }
+  }
+  Rpc::TxnResponse response;
+  absl::Status status = impl_->unary<Rpc::KV>(&Rpc::KV::Stub::Txn, request, response);
+  if (!status.ok()) return status;
+  return response.header().revision();
+}
+
+absl::StatusOr<int64_t> Client::grant(std::chrono::seconds ttl) {
+  Rpc::LeaseGrantRequest request;
+  request.set_ttl(ttl.count());
+  Rpc::LeaseGrantResponse response;
+  absl::Status status = impl_->unary<Rpc::Lease>(&Rpc::Lease::Stub::LeaseGrant, request, response);
+  if (!status.ok()) return status;
+  return response.id();
+}
+
+absl::StatusOr<std::chrono::seconds> Client::keepAliveOnce(int64_t lease) {
+  Rpc::LeaseKeepAliveRequest request;
+  request.set_id(lease);
+  Rpc::LeaseKeepAliveResponse response;
+  absl::Status status = impl_->call([&](const Channel& channel, grpc::ClientContext& context) {
+    response.Clear();
+    auto stub = Rpc::Lease::NewStub(channel);
+    auto stream = stub->LeaseKeepAlive(&context);
+    if (stream->Write(request) && stream->Read(&response)) {
+      // It has said all that it was asked; how the stream ends is of no interest.
+      context.TryCancel();
+      stream->Finish();
+      return grpc::Status::OK;
+    }
+    grpc::Status end = stream->Finish();
+    return end.ok() ? grpc::Status(grpc::StatusCode::UNAVAILABLE, "the stream ended without an answer") : end;
+  });
+  if (!status.ok()) return status;
+  if (response.ttl() <= 0) return noSuchLease(lease);
+  return std::chrono::seconds(response.ttl());
+}
+
+absl::Status Client::revoke(int64_t lease) {
+  Rpc::LeaseRevokeRequest request;
+  request.set_id(lease);
+  Rpc::LeaseRevokeResponse response;
+  absl::Status status = impl_->unary<Rpc::Lease>(&Rpc::Lease::Stub::LeaseRevoke, request, response);
+  return absl::IsNotFound(status) ? noSuchLease(lease) : status;
+}
+
+absl::StatusOr<LeaseTime> Client::timeToLive(int64_t lease) {
+  Rpc::LeaseTimeToLiveRequest request;
+  request.set_id(lease);
+  Rpc::LeaseTimeToLiveResponse response;
+  absl::Status status = impl_->unary<Rpc::Lease>(&Rpc::Lease::Stub::LeaseTimeToLive, request, response);
+  if (!status.ok()) return status;
+  if (response.ttl() < 0) return noSuchLease(lease);
+  return LeaseTime{std::chrono::seconds(response.ttl()), std::chrono::seconds(response.grantedttl())};
+}
+
+}  // namespace Kelstore::Etcd

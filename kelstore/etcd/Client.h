@@ -1,0 +1,104 @@
+// Calls to an etcd cluster for programs that may wait for the answer.
+//
+// A call goes to the endpoint that answered last, and on to the others, in turn, when that one does not
+// answer: then each has an equal share of what is left of the deadline. A call that an endpoint left
+// unanswered may have been carried out all the same, and be carried out twice; put, delete and transactions
+// of them come to the same, but for their revision, and a lease that nobody knows of runs out.
+//
+// Nothing is thrown. Errors are one line, and their code says what to do:
+//   Unavailable, DeadlineExceeded  no endpoint answers, or the cluster has no leader: again later
+//   Unauthenticated                the credentials are refused
+//   PermissionDenied               the user may not do that
+//   FailedPrecondition             a file of `Access` cannot be used, or the server cannot do this now
+//   NotFound                       there is no such lease
+//   anything else                  etcd does not take the request as it is
+//
+// For one thread at a time; a thread that is not to wait for another's calls has a client of its own.
+#pragma once
+
+#include <absl/status/statusor.h>
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Access.h"
+#include "Keys.h"
+
+namespace Kelstore::Etcd {
+
+struct KeyValue {
+  std::string key;
+  std::string value;
+  int64_t createRevision = 0;
+  int64_t modRevision = 0;
+  int64_t lease = 0;  // 0: none
+};
+
+// All keys of a range, in order, as they were at one revision.
+struct Listing {
+  std::vector<KeyValue> keyValues;
+  int64_t revision = 0;
+  uint64_t clusterId = 0;
+};
+
+struct Op {
+  enum class What : uint8_t { put, del };
+  What what = What::put;
+  std::string key;
+  std::string value = {};
+  int64_t lease = 0;  // of a put: the lease that the key goes with; 0: none
+};
+
+struct LeaseTime {
+  std::chrono::seconds left{0};
+  std::chrono::seconds granted{0};
+};
+
+class Client final {
+ public:
+  // As many operations as etcd takes in one transaction unless it is told otherwise.
+  static constexpr size_t kMaxTxnOps = 128;
+
+  struct Options {
+    std::chrono::milliseconds deadline = std::chrono::seconds(5);  // of one call, all endpoints together
+    int64_t pageKeys = 1000;                                       // keys that are asked for at once
+  };
+
+  // Connects with the first call. Requires: endpoints is not empty.
+  Client(std::vector<std::string> endpoints, Access access, Options options);
+  Client(std::vector<std::string> endpoints, Access access)
+      : Client(std::move(endpoints), std::move(access), Options()) {}
+  ~Client();
+
+  // The deadline holds for each page.
+  absl::StatusOr<Listing> range(const KeyRange& keys);
+  // A listing of one key or none.
+  absl::StatusOr<Listing> get(const std::string& key);
+
+  // These return the revision of the change.
+  absl::StatusOr<int64_t> put(const std::string& key, const std::string& value, int64_t lease = 0);
+  absl::StatusOr<int64_t> del(const std::string& key);
+  absl::StatusOr<int64_t> del(const KeyRange& keys);
+  // All of them in one revision, or none. Requires: no key twice, at most kMaxTxnOps.
+  absl::StatusOr<int64_t> txn(const std::vector<Op>& ops);
+
+  // The new lease's id. etcd may grant more time than was asked for, never less.
+  absl::StatusOr<int64_t> grant(std::chrono::seconds ttl);
+  // The time left from now on.
+  absl::StatusOr<std::chrono::seconds> keepAliveOnce(int64_t lease);
+  // The lease's keys go with it, in one revision.
+  absl::Status revoke(int64_t lease);
+  absl::StatusOr<LeaseTime> timeToLive(int64_t lease);
+
+  // The endpoint that answered last, or that is asked next.
+  const std::string& endpoint() const;
+
+ private:
+  class Impl;
+  std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace Kelstore::Etcd

@@ -1,0 +1,107 @@
+#include "Keys.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <charconv>
+
+#include "Text.h"
+
+namespace Kelstore::Etcd {
+namespace {
+
+bool isBare(char c) {
+  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+         std::string_view("-._~").find(c) != std::string_view::npos;
+}
+
+// Whatever "%XX" spells; other text stands for itself.
+std::string decoded(std::string_view text) {
+  std::string segment;
+  for (size_t at = 0; at < text.size(); ++at) {
+    unsigned char byte = 0;
+    const char* digits = text.data() + at + 1;
+    bool encoded = text[at] == '%' && text.size() - at > 2 &&
+                   std::from_chars(digits, digits + 2, byte, 16).ptr == digits + 2;
+    segment += encoded ? static_cast<char>(byte) : text[at];
+    if (encoded) at += 2;
+  }
+  return segment;
+}
+
+}  // namespace
+
+std::string encodedSegment(std::string_view segment) {
+  std::string text;
+  for (char c : segment) {
+    if (isBare(c)) {
+      text += c;
+    } else {
+      text += fmt::format("%{:02X}", static_cast<unsigned char>(c));
+    }
+  }
+  return text;
+}
+
+absl::StatusOr<std::vector<std::string>> segmentsOf(std::string_view text) {
+  std::vector<std::string> segments;
+  for (size_t at = 0; at <= text.size();) {
+    size_t slash = std::min(text.find('/', at), text.size());
+    std::string_view spelt = text.substr(at, slash - at);
+    at = slash + 1;
+    segments.push_back(decoded(spelt));
+    std::string canonical = encodedSegment(segments.back());
+    if (canonical == spelt) continue;
+    return absl::InvalidArgumentError(
+        fmt::format("{}: found {}, expected {}", pathText(segments), inQuotes(spelt), inQuotes(canonical)));
+  }
+  return segments;
+}
+
+std::string Keys::key(std::span<const std::string> segments) const {
+  std::string key = prefix_;
+  for (const std::string& segment : segments) key += "/" + encodedSegment(segment);
+  return key;
+}
+
+KeyRange Keys::below(std::span<const std::string> segments) const {
+  std::string stem = key(segments);
+  // '0' comes right after '/'.
+  return {stem + '/', stem + '0'};
+}
+
+absl::StatusOr<Path> Keys::path(std::string_view key) const {
+  if (!key.starts_with(prefix_ + "/")) {
+    return absl::NotFoundError(
+        fmt::format("found {}, expected a key below {}", inQuotes(key), inQuotes(prefix_)));
+  }
+  absl::StatusOr<std::vector<std::string>> segments = segmentsOf(key.substr(prefix_.size() + 1));
+  if (!segments.ok()) return segments.status();
+  std::span<const std::string> all = *segments;
+  Position position;
+  // A position makes sense only where the one above it is an object.
+  for (size_t depth = 1; depth <= all.size(); ++depth) {
+    position = positionOf(all.first(depth));
+    if (position.what == Position::What::badKey) {
+      return absl::InvalidArgumentError(fmt::format("{}: found {}, expected {}", pathText(all.first(depth)),
+                                                    inQuotes(all[depth - 1]), position.expected));
+    }
+    bool leaf = position.what == Position::What::leaf;
+    if (position.what == Position::What::unknown || (leaf && depth < all.size())) {
+      return absl::NotFoundError(fmt::format("{}: unknown, ignored", pathText(all)));
+    }
+  }
+  if (position.what != Position::What::leaf) {
+    return absl::NotFoundError(
+        fmt::format("{}: found a key, expected keys below it only; ignored", pathText(all)));
+  }
+  // A name that is not UTF-8 can be shown to nobody.
+  for (const std::string& segment : all) {
+    if (isUtf8(segment)) continue;
+    return absl::InvalidArgumentError(
+        fmt::format("{}: found {}, expected UTF-8", pathText(all), inQuotes(encodedSegment(segment))));
+  }
+  return position.path;
+}
+
+}  // namespace Kelstore::Etcd

@@ -1,0 +1,100 @@
+// Files with certificates and credentials: what is taken, and the line that anything else gets.
+#include "etcd/Access.h"
+
+#include <gmock/gmock.h>
+#include <sys/stat.h>
+
+#include <stdexcept>
+
+#include "support/TempDir.h"
+#include "support/Thrown.h"
+
+namespace Kelstore::Etcd {
+namespace {
+
+constexpr const char* kPem = "-----BEGIN X-----\nAA==\n-----END X-----\n";
+constexpr const char* kGood = R"({"user": "trel", "password": " p\"w "})";
+
+class EtcdAccessTest : public testing::Test {
+ protected:
+  std::string fileOf(const std::string& name, const std::string& content, mode_t mode = 0600) {
+    std::string path = directory.write(name, content);
+    chmod(path.c_str(), mode);
+    return path;
+  }
+  std::string fault(const Access& access) {
+    std::string text = thrown<std::invalid_argument>([&] { checkAccess(access); });
+    size_t at = text.find(directory.path());
+    if (at != std::string::npos) text.erase(at, directory.path().string().size() + 1);
+    return text;
+  }
+  std::string credentialsFault(const std::string& content, mode_t mode = 0600) {
+    return fault({.credentialsFile = fileOf("login", content, mode)});
+  }
+
+  Support::TempDir directory;
+};
+
+TEST_F(EtcdAccessTest, Nothing_NoTls_NoCredentials) {
+  EXPECT_FALSE(Access().tls());
+  EXPECT_EQ(fault({}), "nothing");
+}
+
+TEST_F(EtcdAccessTest, CredentialsAreReadEachTime) {
+  Access access{.credentialsFile = fileOf("login", kGood)};
+  EXPECT_EQ(fault(access), "nothing");
+  EXPECT_EQ(readCredentials(access)->user, "trel");
+  EXPECT_EQ(readCredentials(access)->password, " p\"w ");
+  directory.write("login", R"({"user": "other", "password": "x"})");
+  EXPECT_EQ(readCredentials(access)->user, "other");
+}
+
+TEST_F(EtcdAccessTest, SecretsThatOthersMayReadOrWriteAreRefused) {
+  EXPECT_EQ(credentialsFault(kGood, 0604),
+            "login: found mode 0604, expected a file that others have no right to, such as 0600");
+  EXPECT_EQ(credentialsFault(kGood, 0602),
+            "login: found mode 0602, expected a file that others have no right to, such as 0600");
+  EXPECT_EQ(credentialsFault(kGood, 0640), "nothing");
+  EXPECT_EQ(credentialsFault(kGood, 0400), "nothing");
+  std::string cert = fileOf("cert", kPem, 0644);
+  EXPECT_EQ(fault({.certFile = cert, .keyFile = fileOf("key", kPem, 0644)}),
+            "key: found mode 0644, expected a file that others have no right to, such as 0600");
+}
+
+TEST_F(EtcdAccessTest, BadCredentialsFilesAreNamed_NothingInThemIsShown) {
+  constexpr const char* kExpected = R"(login: expected {"user": "...", "password": "..."})";
+  for (const char* bad :
+       {"", "trel\nsecret\n", "[]", "7", R"({"user": "trel"})", R"({"user": "trel", "password": 7})",
+        R"({"user": "", "password": "secret"})", R"({"user": "trel", "password": ""})",
+        R"({"user": "trel", "password": "secret", "more": 1})", R"({"user": "trel", "password": "secret)"}) {
+    EXPECT_EQ(credentialsFault(bad), kExpected) << bad;
+  }
+  EXPECT_EQ(credentialsFault(std::string((1 << 20) + 1, ' ')), "login: longer than 1048576 bytes");
+  EXPECT_EQ(fault({.credentialsFile = directory.file("absent")}), "absent: No such file or directory");
+  std::filesystem::create_directory(directory.path() / "dir");
+  EXPECT_EQ(fault({.credentialsFile = directory.file("dir")}), "dir: not a regular file");
+  ASSERT_EQ(mkfifo(directory.file("fifo").c_str(), 0600), 0);
+  EXPECT_EQ(fault({.credentialsFile = directory.file("fifo")}), "fifo: not a regular file");
+}
+
+TEST_F(EtcdAccessTest, CertificateAndKeyGoTogether) {
+  std::string cert = fileOf("cert", kPem);
+  std::string key = fileOf("key", kPem);
+  EXPECT_EQ(fault({.certFile = cert, .keyFile = key}), "nothing");
+  EXPECT_EQ(fault({.certFile = cert}), "certificate cert: found no key for it");
+  EXPECT_EQ(fault({.keyFile = key}), "key key: found no certificate for it");
+  EXPECT_TRUE((Access{.certFile = cert, .keyFile = key}).tls());
+  EXPECT_TRUE((Access{.caFile = cert}).tls());
+}
+
+TEST_F(EtcdAccessTest, FilesThatAreNotPem) {
+  std::string junk = fileOf("junk", "hello");
+  std::string good = fileOf("good", kPem);
+  EXPECT_EQ(fault({.caFile = junk}), "junk: expected a file in PEM format");
+  EXPECT_EQ(fault({.certFile = junk, .keyFile = good}), "junk: expected a file in PEM format");
+  EXPECT_EQ(fault({.certFile = good, .keyFile = junk}), "junk: expected a file in PEM format");
+  EXPECT_EQ(fault({.caFile = directory.file("absent")}), "absent: No such file or directory");
+}
+
+}  // namespace
+}  // namespace Kelstore::Etcd

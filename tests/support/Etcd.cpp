@@ -1,0 +1,199 @@
+#include "support/Etcd.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <stdexcept>
+
+#include "support/Network.h"
+
+namespace Support {
+namespace {
+
+const Env kEnv = {"ETCDCTL_API=3"};
+constexpr Millis kPatience = 30s;
+
+std::string at(uint16_t port) { return fmt::format("127.0.0.1:{}", port); }
+
+}  // namespace
+
+EtcdCluster::EtcdCluster(EtcdOptions options) : options_(std::move(options)) {
+  for (size_t i = 0; i < options_.nodes; ++i) {
+    nodes_.push_back({fmt::format("node{}", i), freeTcpPort(), freeTcpPort(), nullptr});
+  }
+  restartEmpty();
+}
+
+std::string EtcdCluster::endpoint(size_t node) const { return at(nodes_[node].clientPort); }
+
+std::vector<std::string> EtcdCluster::endpoints() const {
+  std::vector<std::string> all;
+  for (const Node& node : nodes_) all.push_back(at(node.clientPort));
+  return all;
+}
+
+std::string EtcdCluster::endpointList() const { return fmt::format("{}", fmt::join(endpoints(), ",")); }
+
+std::string EtcdCluster::dataDir(size_t node) const {
+  return directory_.file(fmt::format("{}.{}", nodes_[node].name, generation_));
+}
+
+std::string EtcdCluster::initialCluster() const {
+  std::vector<std::string> members;
+  for (const Node& node : nodes_)
+    members.push_back(fmt::format("{}=http://{}", node.name, at(node.peerPort)));
+  return fmt::format("{}", fmt::join(members, ","));
+}
+
+void EtcdCluster::launch(size_t node) {
+  Node& it = nodes_[node];
+  std::string client = fmt::format("{}://{}", options_.caFile.empty() ? "http" : "https", at(it.clientPort));
+  std::string peer = fmt::format("http://{}", at(it.peerPort));
+  Argv argv = {"etcd",
+               "--name",
+               it.name,
+               "--data-dir",
+               dataDir(node),
+               "--listen-client-urls",
+               client,
+               "--advertise-client-urls",
+               client,
+               "--listen-peer-urls",
+               peer,
+               "--initial-advertise-peer-urls",
+               peer,
+               "--initial-cluster",
+               initialCluster(),
+               "--initial-cluster-token",
+               std::to_string(generation_),
+               "--logger",
+               "zap",
+               "--log-outputs",
+               "stderr",
+               "--log-level",
+               "warn"};
+  if (!options_.caFile.empty()) {
+    argv.insert(argv.end(), {"--client-cert-auth", "--trusted-ca-file", options_.caFile, "--cert-file",
+                             options_.certFile, "--key-file", options_.keyFile});
+  }
+  argv.insert(argv.end(), options_.arguments.begin(), options_.arguments.end());
+  it.process = std::make_unique<Process>(argv);
+}
+
+void EtcdCluster::start(size_t node) {
+  launch(node);
+  awaitHealthy(node);
+}
+
+void EtcdCluster::awaitHealthy(size_t node) {
+  Argv health = ctlCommand(endpoint(node));
+  health.insert(health.end(), {"endpoint", "health"});
+  Process& process = *nodes_[node].process;
+  // Who is asked for a name by the server has an answer.
+  auto answer = [&] {
+    Result result = run(health, kEnv);
+    return result.status == 0 || result.err.find("user name is empty") != std::string::npos;
+  };
+  bool answers = waitUntil([&] { return !process.running() || answer(); }, kPatience);
+  if (!answers || !process.running()) {
+    throw std::runtime_error(fmt::format("{} does not answer:\n{}", nodes_[node].name, process.err()));
+  }
+}
+
+void EtcdCluster::end(size_t node, int signal) {
+  std::unique_ptr<Process>& process = nodes_[node].process;
+  if (!process) return;
+  if (!process->stop(signal, kPatience)) throw std::runtime_error(nodes_[node].name + " does not end");
+  process.reset();
+}
+
+size_t EtcdCluster::leader() const {
+  size_t found = size();
+  auto leads = [&](size_t node) {
+    if (!nodes_[node].process) return false;
+    Argv status = ctlCommand(endpoint(node));
+    // Its own member id and the leader's, in the fields that the simple form prints.
+    status.insert(status.end(), {"endpoint", "status", "--write-out", "fields"});
+    std::string text = run(status, kEnv).out;
+    auto field = [&text](const std::string& name) {
+      size_t start = text.find(fmt::format("\"{}\" : ", name));
+      return start == std::string::npos
+                 ? ""
+                 : text.substr(start, text.find('\n', start) - start).substr(name.size() + 2);
+    };
+    return !field("Leader").empty() && field("Leader") == field("MemberID");
+  };
+  bool any = waitUntil(
+      [&] {
+        for (size_t node = 0; node < size(); ++node) {
+          if (leads(node)) found = node;
+        }
+        return found < size();
+      },
+      kPatience);
+  if (!any) throw std::runtime_error("no node leads");
+  return found;
+}
+
+void EtcdCluster::clear() {
+  for (size_t node = 0; node < size(); ++node) end(node);
+  ++generation_;
+}
+
+void EtcdCluster::restartEmpty() {
+  clear();
+  for (size_t node = 0; node < size(); ++node) launch(node);
+  for (size_t node = 0; node < size(); ++node) awaitHealthy(node);
+}
+
+void EtcdCluster::restartFrom(const std::string& snapshot) {
+  clear();
+  for (size_t node = 0; node < size(); ++node) {
+    const Node& it = nodes_[node];
+    Result restored =
+        run({"etcdctl", "snapshot", "restore", snapshot, "--name", it.name, "--data-dir", dataDir(node),
+             "--initial-cluster", initialCluster(), "--initial-cluster-token", std::to_string(generation_),
+             "--initial-advertise-peer-urls", fmt::format("http://{}", at(it.peerPort))},
+            kEnv);
+    if (restored.status != 0) throw std::runtime_error("etcdctl snapshot restore: " + restored.err);
+    launch(node);
+  }
+  for (size_t node = 0; node < size(); ++node) awaitHealthy(node);
+}
+
+void EtcdCluster::saveSnapshot(const std::string& file) const {
+  Argv argv = ctlCommand(endpoint(leader()));
+  argv.insert(argv.end(), {"snapshot", "save", file});
+  Result saved = run(argv, kEnv);
+  if (saved.status != 0) throw std::runtime_error("etcdctl snapshot save: " + saved.err);
+}
+
+Argv EtcdCluster::ctlCommand(const std::string& endpoints) const {
+  Argv argv = {"etcdctl", "--endpoints", endpoints};
+  if (!options_.caFile.empty()) {
+    argv.insert(argv.end(),
+                {"--cacert", options_.caFile, "--cert", options_.certFile, "--key", options_.keyFile});
+  }
+  return argv;
+}
+
+Result EtcdCluster::tryCtl(const Argv& arguments, const std::string& user) const {
+  std::vector<std::string> up;
+  for (const Node& node : nodes_) {
+    if (node.process) up.push_back(at(node.clientPort));
+  }
+  Argv argv = ctlCommand(fmt::format("{}", fmt::join(up, ",")));
+  if (!user.empty()) argv.insert(argv.end(), {"--user", user});
+  argv.insert(argv.end(), arguments.begin(), arguments.end());
+  return run(argv, kEnv);
+}
+
+std::string EtcdCluster::ctl(const Argv& arguments, const std::string& user) const {
+  Result result = tryCtl(arguments, user);
+  if (result.status != 0) {
+    throw std::runtime_error(fmt::format("etcdctl {}: {}", fmt::join(arguments, " "), result.err));
+  }
+  return result.out;
+}
+
+}  // namespace Support
