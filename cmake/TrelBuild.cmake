@@ -42,10 +42,15 @@ endfunction()
 # Builds every test program that is labelled unit.
 add_custom_target(unit-tests)
 
-# trel_test(NAME SOURCES file... [USES target...] [LABEL unit|e2e] [TIMEOUT seconds])
-# One GoogleTest program and one ctest entry.
+# What a test itself does takes no time worth optimising for, while compiling it does.
+function(trel_compiles_quickly target)
+  target_compile_options(${target} PRIVATE -O0)
+endfunction()
+
+# trel_test(NAME SOURCES file... [USES target...] [LABEL unit|e2e] [TIMEOUT seconds] [LONG])
+# One GoogleTest program and one ctest entry. LONG: it runs so long that its own code is worth optimising.
 function(trel_test name)
-  cmake_parse_arguments(T "" "LABEL;TIMEOUT" "SOURCES;USES" ${ARGN})
+  cmake_parse_arguments(T "LONG" "LABEL;TIMEOUT" "SOURCES;USES" ${ARGN})
   if(NOT T_LABEL)
     set(T_LABEL unit)
   endif()
@@ -56,6 +61,9 @@ function(trel_test name)
   target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}/tests")
   target_link_libraries(${name} PRIVATE ${T_USES} GTest::gmock GTest::gtest_main)
   add_test(NAME ${name} COMMAND ${name} --gtest_brief=1)
+  if(NOT T_LONG)
+    trel_compiles_quickly(${name})
+  endif()
   if(T_LABEL STREQUAL unit)
     add_dependencies(unit-tests ${name})
   endif()
