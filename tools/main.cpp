@@ -4,9 +4,11 @@
 
 #include <CLI/CLI.hpp>
 #include <chrono>
+#include <functional>
 
 #include "Client.h"
 #include "Render.h"
+#include "StoreCommands.h"
 
 namespace {
 
@@ -104,9 +106,91 @@ struct Command {
   void runWait() const { waitUntilReady(control, timeoutSeconds); }
 };
 
+// Commands for a cluster's store.
+struct StoreCommand {
+  TrelCtl::StoreOptions options;
+  std::string path;
+  std::string json;
+  std::string file;
+  bool replace = false;
+};
+
+CLI::App* storeCommand(CLI::App& app, StoreCommand& command, const char* name, const char* description,
+                       std::function<void()> run) {
+  auto* added = app.add_subcommand(name, description);
+  added
+      ->add_option("--store", command.options.store,
+                   "The cluster's store: etcd:HOST:PORT[,HOST:PORT...]/PREFIX")
+      ->type_name("STORE")
+      ->required()
+      ->check(CLI::Validator(
+          [](std::string& store) {
+            try {
+              TrelCtl::checkStore(store);
+            } catch (const std::invalid_argument& error) {
+              return std::string(error.what());
+            }
+            return std::string();
+          },
+          ""));
+  Kelstore::Etcd::Access& access = command.options.access;
+  auto fileOption = [added](const char* option, std::string& target, const char* meaning) {
+    added->add_option(option, target, meaning)->type_name("FILE");
+  };
+  fileOption("--etcd-ca", access.caFile, "CA of the servers' certificates, PEM (default: the system's CAs)");
+  fileOption("--etcd-cert", access.certFile, "Certificate to show to the servers, PEM");
+  fileOption("--etcd-key", access.keyFile, "Key of that certificate, PEM");
+  fileOption("--etcd-credentials", access.credentialsFile, R"(User: {"user": "...", "password": "..."})");
+  added->callback([&access, run = std::move(run)] {
+    try {
+      Kelstore::Etcd::checkAccess(access);
+    } catch (const std::invalid_argument& error) {
+      throw TrelCtl::Unusable(error.what());
+    }
+    run();
+  });
+  return added;
+}
+
+void describe(CLI::App& app, StoreCommand& command) {
+  auto pathOption = [&command](CLI::App* to, const char* meaning) {
+    return to->add_option("PATH", command.path, meaning)->type_name("");
+  };
+  auto fileOption = [&command](CLI::App* to, const char* meaning) {
+    return to->add_option("FILE", command.file, meaning)->type_name("");
+  };
+  constexpr const char* kPath = "A path of the state, such as members/1/storage/%2Fvar%2Flog";
+
+  auto* put = storeCommand(app, command, "put", "Write one value of the cluster's state into its store",
+                           [&command] { TrelCtl::put(command.options, command.path, command.json); });
+  pathOption(put, kPath)->required();
+  put->add_option("JSON", command.json, R"(The value, such as {"load": 7})")->type_name("")->required();
+
+  auto* del = storeCommand(app, command, "del", "Delete from the store what is at a path, or below it",
+                           [&command] { TrelCtl::del(command.options, command.path); });
+  pathOption(del, kPath)->required();
+
+  auto* get = storeCommand(app, command, "get", "Print what the store has at a path, or below it",
+                           [&command] { TrelCtl::get(command.options, command.path); });
+  pathOption(get, "A path of the state (default: all of it)");
+
+  auto* import = storeCommand(app, command, "import", "Load a state document into the store", [&command] {
+    TrelCtl::importFrom(command.options, command.file, command.replace);
+  });
+  fileOption(import, "The document; - is standard input")->required();
+  import->add_flag("--replace", command.replace, "Delete what the document does not have");
+
+  auto* exported = storeCommand(app, command, "export", "Save all of the store as a state document",
+                                [&command] { TrelCtl::exportTo(command.options, command.file); });
+  fileOption(exported, "Where to write it (default: standard output)");
+}
+
 void describe(CLI::App& app, Command& command) {
   app.set_version_flag("--version", "trelctl " TREL_VERSION, "Print the version and exit");
-  app.footer("Exit status: 0 done, 1 no daemon or not ready in time, 2 unusable arguments.");
+  app.footer(
+      "Exit status: 0 done, 1 no daemon, no store, nothing there or not ready in time, 2 unusable arguments "
+      "or "
+      "documents.");
   app.require_subcommand(1);
   app.fallthrough();
   app.add_option("--control", command.control,
@@ -135,14 +219,20 @@ void describe(CLI::App& app, Command& command) {
 
 int main(int argc, char** argv) {
   Command command;
-  CLI::App app("Shows what a running trelsnmpd knows and does.", "trelctl");
+  StoreCommand store;
+  CLI::App app("Shows what a running trelsnmpd knows and does; reads and writes a cluster's store.",
+               "trelctl");
   describe(app, command);
+  describe(app, store);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
     if (error.get_exit_code() == 0) return app.exit(error);
     std::string text = error.what();
     fmt::print(stderr, "trelctl: {}\n", text.substr(0, text.find('\n')));
+    return kUsage;
+  } catch (const TrelCtl::Unusable& error) {
+    for (const std::string& line : error.lines()) fmt::print(stderr, "trelctl: {}\n", line);
     return kUsage;
   } catch (const std::exception& error) {
     fmt::print(stderr, "trelctl: {}\n", error.what());

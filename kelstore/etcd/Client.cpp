@@ -103,8 +103,9 @@ class Client::Impl {
     }
     if (token_) return absl::OkStatus();
     absl::StatusOr<std::string> token = authenticate(endpoint(), channel_, access_, deadline);
-    if (token.ok()) token_ = *std::move(token);
-    return token.status();
+    if (!token.ok()) return token.status();
+    token_ = *std::move(token);
+    return absl::OkStatus();
   }
 
   const std::vector<std::string> endpoints_;
@@ -174,16 +175,20 @@ absl::StatusOr<int64_t> Client::put(const std::string& key, const std::string& v
   return response.header().revision();
 }
 
-absl::StatusOr<int64_t> Client::del(const std::string& key) { return del(KeyRange{key, ""}); }
+absl::StatusOr<int64_t> Client::del(const std::string& key) {
+  absl::StatusOr<Deletion> deletion = del(KeyRange{key, ""});
+  if (!deletion.ok()) return deletion.status();
+  return deletion->revision;
+}
 
-absl::StatusOr<int64_t> Client::del(const KeyRange& keys) {
+absl::StatusOr<Deletion> Client::del(const KeyRange& keys) {
   Rpc::DeleteRangeRequest request;
   request.set_key(keys.first);
   request.set_range_end(keys.end);
   Rpc::DeleteRangeResponse response;
   absl::Status status = impl_->unary<Rpc::KV>(&Rpc::KV::Stub::DeleteRange, request, response);
   if (!status.ok()) return status;
-  return response.header().revision();
+  return Deletion{response.header().revision(), response.deleted()};
 }
 
 absl::StatusOr<int64_t> Client::txn(const std::vector<Op>& ops) {

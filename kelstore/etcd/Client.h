@@ -52,6 +52,11 @@ struct Op {
   int64_t lease = 0;  // of a put: the lease that the key goes with; 0: none
 };
 
+struct Deletion {
+  int64_t revision = 0;
+  int64_t keys = 0;
+};
+
 struct LeaseTime {
   std::chrono::seconds left{0};
   std::chrono::seconds granted{0};
@@ -78,10 +83,10 @@ class Client final {
   // A listing of one key or none.
   absl::StatusOr<Listing> get(const std::string& key);
 
-  // These return the revision of the change.
+  // These return the revision of the change; where there was nothing to delete, the latest.
   absl::StatusOr<int64_t> put(const std::string& key, const std::string& value, int64_t lease = 0);
   absl::StatusOr<int64_t> del(const std::string& key);
-  absl::StatusOr<int64_t> del(const KeyRange& keys);
+  absl::StatusOr<Deletion> del(const KeyRange& keys);
   // All of them in one revision, or none. Requires: no key twice, at most kMaxTxnOps.
   absl::StatusOr<int64_t> txn(const std::vector<Op>& ops);
 
