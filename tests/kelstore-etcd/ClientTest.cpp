@@ -13,6 +13,7 @@
 #include "rpc.grpc.pb.h"
 #include "support/Etcd.h"
 #include "support/Network.h"
+#include "support/Relay.h"
 
 namespace Kelstore::Etcd {
 namespace {
@@ -312,6 +313,47 @@ TEST(EtcdClientClusterTest, LeaderIsKilled_CallsGoOnAtTheOthers) {
   // Until there is a new leader calls fail; they say so, and do not hang.
   EXPECT_TRUE(waitUntil([&] { return client.put("k/b", "2").ok(); }, 20s));
   EXPECT_THAT(texts(client.range({"k/", "k0"})), ElementsAre("k/a=1", "k/b=2"));
+}
+
+// The first server goes away in the middle of a listing, and the next one is of another cluster, whose
+// revision is as high.
+TEST(EtcdClientClusterTest, EndpointsOfDifferentClusters_NoListingMixesThem) {
+  EtcdCluster one;
+  EtcdCluster other;
+  for (const EtcdCluster* cluster : {&one, &other}) {
+    Client client(cluster->endpoints(), {});
+    std::vector<Op> ops;
+    for (int i = 0; i < 100; ++i) {
+      ops.push_back({.key = fmt::format("k/{:03}", i), .value = cluster == &one ? "one" : "other"});
+    }
+    ASSERT_TRUE(client.txn(ops).ok());
+  }
+  std::string endpoint = one.endpoint();
+  Support::Relay relay(static_cast<uint16_t>(std::stoi(endpoint.substr(endpoint.find(':') + 1))));
+  Client client({relay.endpoint(), other.endpoint()}, {}, {.pageKeys = 1});
+  std::thread cutter([&] {
+    EXPECT_TRUE(waitUntil([&] { return relay.bytesBack() > 1000; }));
+    relay.cut();
+  });
+  absl::StatusOr<Listing> listing = client.range({"k/", "k0"});
+  cutter.join();
+  ASSERT_TRUE(listing.ok()) << listing.status();
+  EXPECT_EQ(listing->keyValues.size(), 100u);
+  for (const KeyValue& keyValue : listing->keyValues) EXPECT_EQ(keyValue.value, "other");
+}
+
+TEST(EtcdClientClusterTest, NodeIsIsolated_ItSaysThatItHasNoLeader) {
+  EtcdCluster cluster({.nodes = 3, .isolable = true});
+  Client client({cluster.endpoint(1)}, {}, {.deadline = 2s});
+  ASSERT_TRUE(client.put("k", "1").ok());
+  cluster.isolate(1);
+  EXPECT_TRUE(waitUntil([&] { return absl::IsUnavailable(client.get("k").status()); }, 20s));
+  EXPECT_THAT(std::string(client.get("k").status().message()), HasSubstr("no leader"));
+  Client elsewhere({cluster.endpoint(1), cluster.endpoint(0), cluster.endpoint(2)}, {});
+  EXPECT_TRUE(waitUntil([&] { return elsewhere.put("k", "2").ok(); }, 20s));
+  cluster.rejoin();
+  EXPECT_TRUE(waitUntil([&] { return client.get("k").ok(); }, 20s));
+  EXPECT_THAT(texts(client.get("k")), ElementsAre("k=2"));
 }
 
 // --- authentication

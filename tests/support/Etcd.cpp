@@ -19,7 +19,8 @@ std::string at(uint16_t port) { return fmt::format("127.0.0.1:{}", port); }
 
 EtcdCluster::EtcdCluster(EtcdOptions options) : options_(std::move(options)) {
   for (size_t i = 0; i < options_.nodes; ++i) {
-    nodes_.push_back({fmt::format("node{}", i), freeTcpPort(), freeTcpPort(), nullptr});
+    nodes_.push_back({fmt::format("node{}", i), freeTcpPort(), freeTcpPort(), nullptr, nullptr});
+    if (options_.isolable) nodes_.back().relay = std::make_unique<Relay>(nodes_.back().peerPort);
   }
   restartEmpty();
 }
@@ -41,7 +42,7 @@ std::string EtcdCluster::dataDir(size_t node) const {
 std::string EtcdCluster::initialCluster() const {
   std::vector<std::string> members;
   for (const Node& node : nodes_)
-    members.push_back(fmt::format("{}=http://{}", node.name, at(node.peerPort)));
+    members.push_back(fmt::format("{}=http://{}", node.name, at(node.advertisedPeerPort())));
   return fmt::format("{}", fmt::join(members, ","));
 }
 
@@ -49,6 +50,7 @@ void EtcdCluster::launch(size_t node) {
   Node& it = nodes_[node];
   std::string client = fmt::format("{}://{}", options_.caFile.empty() ? "http" : "https", at(it.clientPort));
   std::string peer = fmt::format("http://{}", at(it.peerPort));
+  std::string advertised = fmt::format("http://{}", at(it.advertisedPeerPort()));
   Argv argv = {"etcd",
                "--name",
                it.name,
@@ -61,7 +63,7 @@ void EtcdCluster::launch(size_t node) {
                "--listen-peer-urls",
                peer,
                "--initial-advertise-peer-urls",
-               peer,
+               advertised,
                "--initial-cluster",
                initialCluster(),
                "--initial-cluster-token",
@@ -107,21 +109,23 @@ void EtcdCluster::end(size_t node, int signal) {
   process.reset();
 }
 
+std::string EtcdCluster::statusField(size_t node, const std::string& name) const {
+  Argv status = ctlCommand(endpoint(node));
+  status.insert(status.end(), {"endpoint", "status", "--write-out", "fields"});
+  std::string text = run(status, kEnv).out;
+  std::string intro = fmt::format("\"{}\" : ", name);
+  size_t start = text.find(intro);
+  if (start == std::string::npos) return {};
+  start += intro.size();
+  return text.substr(start, text.find('\n', start) - start);
+}
+
 size_t EtcdCluster::leader() const {
   size_t found = size();
   auto leads = [&](size_t node) {
     if (!nodes_[node].process) return false;
-    Argv status = ctlCommand(endpoint(node));
-    // Its own member id and the leader's, in the fields that the simple form prints.
-    status.insert(status.end(), {"endpoint", "status", "--write-out", "fields"});
-    std::string text = run(status, kEnv).out;
-    auto field = [&text](const std::string& name) {
-      size_t start = text.find(fmt::format("\"{}\" : ", name));
-      return start == std::string::npos
-                 ? ""
-                 : text.substr(start, text.find('\n', start) - start).substr(name.size() + 2);
-    };
-    return !field("Leader").empty() && field("Leader") == field("MemberID");
+    std::string leader = statusField(node, "Leader");
+    return !leader.empty() && leader == statusField(node, "MemberID");
   };
   bool any = waitUntil(
       [&] {
@@ -133,6 +137,31 @@ size_t EtcdCluster::leader() const {
       kPatience);
   if (!any) throw std::runtime_error("no node leads");
   return found;
+}
+
+void EtcdCluster::leaderIs(size_t node) {
+  // The leader is asked, by id in hexadecimal.
+  size_t now = leader();
+  if (now == node) return;
+  std::string id = fmt::format("{:x}", std::stoull(statusField(node, "MemberID")));
+  Argv move = ctlCommand(endpoint(now));
+  move.insert(move.end(), {"move-leader", id});
+  Result moved = run(move, kEnv);
+  if (moved.status != 0) throw std::runtime_error("etcdctl move-leader: " + moved.err);
+}
+
+void EtcdCluster::isolate(size_t node) {
+  for (size_t other = 0; other < size(); ++other) {
+    if (other == node) {
+      nodes_[other].relay->cut();
+    } else {
+      nodes_[other].relay->cutFrom(nodes_[node].process->pid());
+    }
+  }
+}
+
+void EtcdCluster::rejoin() {
+  for (Node& node : nodes_) node.relay->heal();
 }
 
 void EtcdCluster::clear() {
@@ -153,7 +182,7 @@ void EtcdCluster::restartFrom(const std::string& snapshot) {
     Result restored =
         run({"etcdctl", "snapshot", "restore", snapshot, "--name", it.name, "--data-dir", dataDir(node),
              "--initial-cluster", initialCluster(), "--initial-cluster-token", std::to_string(generation_),
-             "--initial-advertise-peer-urls", fmt::format("http://{}", at(it.peerPort))},
+             "--initial-advertise-peer-urls", fmt::format("http://{}", at(it.advertisedPeerPort()))},
             kEnv);
     if (restored.status != 0) throw std::runtime_error("etcdctl snapshot restore: " + restored.err);
     launch(node);

@@ -8,12 +8,14 @@
 #include <vector>
 
 #include "support/Process.h"
+#include "support/Relay.h"
 #include "support/TempDir.h"
 
 namespace Support {
 
 struct EtcdOptions {
   size_t nodes = 1;
+  bool isolable = false;      // the nodes speak to each other through relays, for isolate()
   Argv arguments = {};        // for every node, after all others
   std::string caFile = {};    // with these three clients speak TLS, and must show a certificate of the CA
   std::string certFile = {};  // the servers' and etcdctl's certificate
@@ -45,6 +47,13 @@ class EtcdCluster final {
   void awaitHealthy(size_t node);
   // The node that leads; throws std::runtime_error when there is none for too long.
   size_t leader() const;
+  // Makes another node lead.
+  void leaderIs(size_t node);
+
+  // Cuts the node off from all others, but not from its clients; rejoin() mends it. Requires: isolable, and
+  // one node at a time.
+  void isolate(size_t node);
+  void rejoin();
 
   // Ends all nodes and starts them as a new cluster: an empty one, or with the keys and the revision of a
   // snapshot that etcdctl saved.
@@ -64,11 +73,16 @@ class EtcdCluster final {
     std::string name;
     uint16_t clientPort;
     uint16_t peerPort;
+    std::unique_ptr<Relay> relay;  // for those that want to speak to it, when isolable
     std::unique_ptr<Process> process;
+
+    uint16_t advertisedPeerPort() const { return relay ? relay->port() : peerPort; }
   };
 
   std::string dataDir(size_t node) const;
   std::string initialCluster() const;
+  // A line of what etcdctl says of a node's status; empty when it does not answer.
+  std::string statusField(size_t node, const std::string& name) const;
   Argv ctlCommand(const std::string& endpoints) const;
   void clear();
 
