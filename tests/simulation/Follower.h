@@ -207,6 +207,7 @@ class Follower final : public Lumalog::Sink {
     int stage = 0;
     bool overtaken = false;
     bool done = false;
+    int depth = 0;  // of changes within changes, where it began
   };
 
   void published(size_t set, const TrelSnmp::TrelMib::Change& change);
@@ -226,6 +227,7 @@ class Follower final : public Lumalog::Sink {
   std::optional<Op> nextMemoryOp(Frame& frame);
   void advance(Frame& frame, const Op& op);
   bool sameRows(const Frame& a, const Frame& b) const;
+  void popFinished();
   void popFrames(size_t down);
   void touch(OutputLife& output, const Key& key, const Element& element);
   Life* lifeFor(PipelineId id);

@@ -37,6 +37,7 @@ std::optional<uint64_t> Follower::currentValue(const Life& life, const Element& 
 void Follower::event(const Event& event) {
   Life& life = *event.life;
   const Element& element = event.element;
+  popFinished();
   life.dirty = true;
   if (!mayHandle(life)) return fail(fmt::format("inactive, but handles {}", element.text()));
   uint64_t entity = kNoRecord;
@@ -90,6 +91,7 @@ void Follower::event(const Event& event) {
 void Follower::linkEvent(uint32_t local, uint32_t remote) {
   Life* life = lifeFor(PipelineId::ifTable);
   if (life == nullptr) return fail("nobody is there to handle a link");
+  popFinished();
   life->dirty = true;
   if (!mayHandle(*life)) return fail(fmt::format("inactive, but handles link {}.{}", local, remote));
   const Element element{Stream::link, local, remote};
@@ -127,6 +129,7 @@ void Follower::touch(OutputLife& output, const Key& key, const Element& element)
 
 void Follower::push(Frame frame) {
   for (Frame& below : frames_) below.overtaken |= sameRows(below, frame);
+  frame.depth = depth_;
   if (nextOp(frame)) frames_.push_back(std::move(frame));
 }
 
@@ -210,6 +213,11 @@ void Follower::advance(Frame& frame, const Op& op) {
   if (!withdrawn) seen(frame);
   ++frame.stage;
   frame.done = op.insert || (!withdrawn && !frame.row);
+}
+
+// An event has come to its end when the next one begins, unless that began within a change of its own.
+void Follower::popFinished() {
+  while (!frames_.empty() && frames_.back().depth >= depth_) popFrames(frames_.size() - 1);
 }
 
 void Follower::popFrames(size_t down) {

@@ -105,6 +105,39 @@ const Regression kRegressions[] = {
                  {.kind = Kind::wire, .key = 5},
                  {.kind = Kind::pipelineIs, .item = 1},
              }}},
+    // A link moved to an index where an earlier pipeline had left the same row, and the row that it came from
+    // was written by another link right after. The model took the move for overtaken, and the row for stale.
+    {"MoveToARowThatStandsAlready_AnotherLinkTakesTheOldIndex_TheRowIsAccountedFor",
+     Scenario{
+         .conditions = {.storageToggle = false},
+         .steps =
+             {
+                 {.kind = Kind::topoJoin, .set = 1, .value = 14501033},
+                 {.kind = Kind::agentIs},
+                 {.kind = Kind::slice, .item = 4},
+                 {.kind = Kind::pipelineIs, .value = 14},
+                 {.kind = Kind::slice},
+                 {.kind = Kind::ifIndex, .set = 1, .item = 1, .value = 2},
+                 {.kind = Kind::slice},
+                 {.kind = Kind::slice},
+                 {.kind = Kind::slice, .item = 4},
+                 {.kind = Kind::slice},
+                 {.kind = Kind::slice, .item = 3},
+                 {.kind = Kind::slice, .item = 3},
+                 {.kind = Kind::slice, .item = 1},
+                 {.kind = Kind::agentIs, .value = 8},
+                 {.kind = Kind::slice},
+                 {.kind = Kind::slice},
+                 {.kind = Kind::slice, .item = 4},
+                 {.kind = Kind::slice},
+                 {.kind = Kind::slice},
+                 {.kind = Kind::ifIndex, .item = 1, .value = 8},
+                 {.kind = Kind::slice, .item = 7},
+                 {.kind = Kind::slice, .item = 1},
+                 {.kind = Kind::slice},
+                 {.kind = Kind::ifIndex, .item = 1, .value = 2},
+                 {.kind = Kind::ifIndex, .item = 2, .value = 8},
+             }}},
 };
 
 class RegressionTest : public testing::TestWithParam<Regression> {};
