@@ -159,6 +159,21 @@ TEST_F(AgentTest, AgentHoldsItsInputsAndLetsThemGo) {
   }
 }
 
+TEST_F(AgentTest, Attributes_ReadByName) {
+  auto agent = agentIs();
+  EXPECT_EQ(Kor::attribute(*root, "agent"), "true");
+  EXPECT_EQ(Kor::attribute(*agent, "trelMib"), "trelMib");
+  EXPECT_EQ(Kor::attribute(*agent, "snmpStatus"), "status");
+  EXPECT_EQ(Kor::attribute(*agent, "ifMib"), "ifMib");
+  EXPECT_EQ(Kor::attribute(*agent, "topologyConfig"), "topology");
+  EXPECT_EQ(Kor::attribute(*agent, "reachabilityDir"), "reachabilityDir");
+  EXPECT_EQ(Kor::attribute(*agent, "hostResourcesDir"), "hostResourcesDir");
+  EXPECT_EQ(Kor::attribute(*agent, "snmpStatusSm"), "true");
+  EXPECT_EQ(Kor::attribute(*agent->snmpStatusSm(), "mibsInitialized"), "false");
+  agent->snmpStatusSmDel();
+  EXPECT_EQ(Kor::attribute(*agent, "snmpStatusSm"), "false");
+}
+
 TEST_F(AgentTest, AgentDel_HandsTheAgentOver) {
   EXPECT_EQ(root->agentDel(), nullptr);
   auto agent = agentIs();
@@ -455,6 +470,12 @@ TEST_F(AgentTest, Derivations_AreDeclaredForTheAgentsLife) {
   EXPECT_EQ(Rvx::GlobalState::get().registry().size(), 2U);
   root->agentDel();
   EXPECT_TRUE(Rvx::GlobalState::get().registry().empty());
+}
+
+TEST_F(AgentTest, Derivations_AreDeclaredBeforeThePipelineThatReadsThem) {
+  TraceLog traces({"TrelSnmpHrStorageTableSm"});
+  agentIs();
+  for (const std::string& line : traces.lines()) EXPECT_EQ(line.find("nobody declared"), std::string::npos);
 }
 
 // A synchronous successor writes while it is being made; whoever is told may throw.

@@ -160,6 +160,43 @@ TEST_F(Backlogs, InactivePipeline_LetsItsBacklogRest) {
   EXPECT_EQ(world.rows(), "[ 14=(1,2) ]");
 }
 
+TEST_F(Backlogs, InactivePipeline_LetsChangedLinksRest) {
+  world.wires(1, 2, "Backplane1/2");
+  world.indexIs("Backplane1/2", 10);
+  world.indexIs("Backplane1/3", 20);
+  world.startAndDrain();
+  world.wires(1, 2, "Backplane1/3");
+  world.sm->hasNotificationActiveIs(false);
+  world.scheduler.drain();
+  EXPECT_EQ(world.rows(), "[ 10=(1,2) ]");
+  world.sm->hasNotificationActiveIs(true);
+  world.scheduler.drain();
+  EXPECT_EQ(world.rows(), "[ 20=(1,2) ]");
+}
+
+TEST_F(Backlogs, PausedBetweenTheLinksOfOneInterface_TheOthersWait) {
+  world.wires(1, 2, "Backplane1/2");
+  world.wires(3, 4, "Backplane1/2");
+  world.startAndDrain();
+  auto pausing = world.mib->publisher().subscribe(
+      [this](const TrelMib::Change&) { world.sm->hasNotificationActiveIs(false); });
+  world.indexIs("Backplane1/2", 10);
+  world.scheduler.drain();
+  EXPECT_EQ(world.rows(), "[ 10=(1,2) ]");
+  pausing.reset();
+  world.sm->hasNotificationActiveIs(true);
+  world.scheduler.drain();
+  EXPECT_EQ(world.rows(), "[ 10=(3,4) ]");
+}
+
+TEST_F(Backlogs, TaskHeldBySomebody_DoesNothingOnceThePipelineIsGone) {
+  world.startAndDrain();
+  Zavro::Ptr<Vem::Task> task = world.sm->topoConfigStreamCodef().task();
+  world.sm.reset();
+  task->scheduleTask();
+  EXPECT_FALSE(world.scheduler.step());
+}
+
 // What used to go wrong: the task's run was used up while the pipeline was inactive, and it was never ready.
 TEST_F(Backlogs, TaskRanWhileInactive_PipelineStillBecomesReady) {
   world.mib->trelIfTableIs(15, 7, 8);

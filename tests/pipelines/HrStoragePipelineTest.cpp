@@ -444,7 +444,9 @@ TEST_F(HrStoragePipeline, Attributes_ReadByName) {
   EXPECT_EQ(Kor::attribute(*world.storageSm, "trelMibTrelHrStorageTableOutputReady"), "true");
   EXPECT_EQ(Kor::attribute(*world.storageSm, "mountStreamScan"), "true");
   EXPECT_EQ(Kor::attribute(*world.storageSm, "memStreamScan"), "true");
-  auto child = dynamic_cast<DirSm&>(*world.storageSm->machines()[0]).child("1");
+  auto& members = dynamic_cast<DirSm&>(*world.storageSm->machines()[0]);
+  EXPECT_EQ(Kor::attribute(members, "versionEntityPtr"), "1");
+  auto child = members.child("1");
   ASSERT_NE(child, nullptr);
   EXPECT_EQ(Kor::attribute(*child, "versionStorageInfoTable"), "1");
   EXPECT_EQ(Kor::attribute(*child, "inputScanState0"), "2");

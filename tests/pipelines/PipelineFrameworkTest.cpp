@@ -339,6 +339,23 @@ TEST_F(PipelineFramework, EntityReplacedInsideItsOwnDeletion_LastOneStands) {
   EXPECT_EQ(world.rows(), "[ (1,2)=initializing ]");
 }
 
+TEST_F(PipelineFramework, EntityReplacedAgainWhileItsRowsGo_TheOneBetweenNeverHasRows) {
+  world.reports("1", 2, State::reachable);
+  world.start(Rvx::Mode::synchronous);
+  auto between = Zavro::makePtr<Trel::ReachabilityStatus>("1");
+  between->reachabilityStatus().set(Trel::MemberId(5), world.record(State::reachable));
+  auto last = Zavro::makePtr<Trel::ReachabilityStatus>("1");
+  last->reachabilityStatus().set(Trel::MemberId(2), world.record(State::initializing));
+  std::string published;
+  auto subscription = world.mib->publisher().subscribe([&](const TrelMib::Change& change) {
+    published += fmt::format("{}{} ", change.entry ? '+' : '-', std::get<MemberIdPair>(change.key).text());
+    if (!change.entry) world.dir->entityPtrIs(last);
+  });
+  world.dir->entityPtrIs(between);
+  EXPECT_EQ(published, "-(firstId=1, secondId=2) +(firstId=1, secondId=2) ");
+  EXPECT_EQ(world.rows(), "[ (1,2)=initializing ]");
+}
+
 TEST_F(PipelineFramework, DroppedInsideItsOwnWrite_EndsCleanly) {
   world.reports("1", 2, State::reachable);
   world.reports("1", 3, State::reachable);
@@ -348,6 +365,51 @@ TEST_F(PipelineFramework, DroppedInsideItsOwnWrite_EndsCleanly) {
   EXPECT_EQ(world.sm, nullptr);
   EXPECT_EQ(world.rows(), "[ ]");
   EXPECT_TRUE(world.scheduler.get()->tasks().empty());
+}
+
+TEST_F(PipelineFramework, MachineHeldBySomebody_ListensNoLongerOnceThePipelineIsGone) {
+  world.reports("1", 2, State::reachable);
+  world.startAndDrain();
+  Zavro::Ptr<TopMachine> held = world.sm->machines()[0];
+  world.sm.reset();
+  EXPECT_EQ(world.dir->entities().subscribers(), 0U);
+  world.reports("1", 3, State::reachable);
+  world.leaves("1");
+  EXPECT_EQ(world.rows(), "[ ]");
+}
+
+TEST_F(PipelineFramework, DroppedByWhatAnOperationByNameLedTo_EndsCleanly) {
+  const std::vector<std::pair<bool, const char*>> operations = {
+      {false, "doDeleteAll"}, {true, "doDeleteAll"}, {false, "doInputScan0"}};
+  for (auto [ofChild, operation] : operations) {
+    SCOPED_TRACE(fmt::format("{} of {}", operation, ofChild ? "a child" : "the machine"));
+    world.reports("1", 2, State::reachable);
+    world.reports("1", 3, State::reachable);
+    world.start();
+    while (!world.sm->initialScanDone() || world.rows() == "[ ]") ASSERT_TRUE(world.scheduler.step());
+    Zavro::Ptr<TopMachine> machine = world.sm->machines()[0];
+    auto child =
+        dynamic_cast<RivoCode::TrelSnmpReachabilityTableSm::ReachabilityDirSm0&>(*machine).child("1");
+    auto dropping = world.mib->publisher().subscribe([&](const TrelMib::Change&) { world.sm.reset(); });
+    Kor::invoke(ofChild ? static_cast<Kor::Object&>(*child) : *machine, operation);
+    EXPECT_EQ(world.sm, nullptr);
+    EXPECT_EQ(world.rows(), "[ ]");
+  }
+}
+
+TEST_F(PipelineFramework, ScanAskedForByNameWhileItRuns_IsNotTakenForComplete) {
+  world.reports("1", 2, State::reachable);
+  world.reports("1", 3, State::reachable);
+  world.start();
+  std::string scanned;
+  auto asking = world.mib->publisher().subscribe([&](const TrelMib::Change&) {
+    Kor::invoke(*world.sm->machines()[0], "doInputScan0");
+    scanned += Kor::attribute(*world.sm, "reachabilityStatusStreamScan") + " ";
+  });
+  world.scheduler.drain();
+  EXPECT_EQ(scanned, "false false ");
+  EXPECT_EQ(world.rows(), "[ (1,2)=reachable (1,3)=reachable ]");
+  EXPECT_TRUE(world.sm->ready());
 }
 
 TEST_F(PipelineFramework, InitialScanDoneTooEarly_SaysWhatIsMissingAndWaits) {
@@ -402,6 +464,16 @@ TEST_F(PipelineFramework, Attributes_ReadByName) {
   EXPECT_EQ(Kor::attribute(world.sm->inputSmScanState(), "idle"), "true");
   EXPECT_EQ(Kor::attribute(world.sm->outputState(), "trelMibTrelReachabilityTableOutputReady"), "true");
   EXPECT_EQ(Kor::attribute(world.sm->outputState(), "ready"), "true");
+}
+
+TEST_F(PipelineFramework, ChangesWhileInactive_AreCounted) {
+  world.joins("1");
+  world.startAndDrain();
+  const Kor::Object& machine = *world.sm->machines()[0];
+  EXPECT_EQ(Kor::attribute(machine, "versionEntityPtr"), "1");
+  world.sm->hasNotificationActiveIs(false);
+  world.joins("2");
+  EXPECT_EQ(Kor::attribute(machine, "versionEntityPtr"), "2");
 }
 
 TEST_F(PipelineFramework, ChildAttributes_ReadByName) {
