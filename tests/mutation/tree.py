@@ -107,10 +107,11 @@ class BrokenTree:
 
     def digest(self):
         """Of what the breaks depend on."""
-        files = [self.tree / n for n in self.tracked() if Path(n).parts[0] in self.rooms]
+        files = {n: self.tree / n for n in self.tracked() if Path(n).parts[0] in self.rooms}
+        files["places.py"] = HERE / "places.py"
         digest = hashlib.sha256()
-        for path in [*files, HERE / "places.py"]:
-            digest.update(str(path).encode() + b"\0" + path.read_bytes() + b"\0")
+        for name, path in sorted(files.items()):
+            digest.update(name.encode() + b"\0" + path.read_bytes() + b"\0")
         return digest.hexdigest()
 
     def write(self):

@@ -94,6 +94,24 @@ TEST_F(Backlogs, Generations_StepInTwosAndMeet) {
   EXPECT_TRUE(world.sm->ifMibIfIndexStreamCodef().caughtUp());
 }
 
+TEST_F(Backlogs, GenerationsStandStill_UntilTheInitialScanIsDone) {
+  world.wires(1, 2, "Backplane1/2");
+  world.indexIs("Backplane1/2", 10);
+  world.start();
+  auto atStart = [](const BacklogBase& stream) {
+    return stream.doneGen() == 0 && stream.generation() == 0 && !stream.idle();
+  };
+  size_t slices = 0;
+  while (!world.sm->initialScanDone()) {
+    EXPECT_TRUE(atStart(world.sm->topoConfigStreamCodef()));
+    EXPECT_TRUE(atStart(world.sm->ifMibIfIndexStreamCodef()));
+    ASSERT_TRUE(world.scheduler.step());
+    ++slices;
+  }
+  EXPECT_GT(slices, 1U);
+  EXPECT_TRUE(atStart(world.sm->topoConfigStreamCodef()));
+}
+
 TEST_F(Backlogs, InputReadyAgain_AnnouncesADoneGenerationOnce) {
   world.startAndDrain();
   const auto& stream = world.sm->topoConfigStreamCodef();

@@ -261,6 +261,25 @@ TEST_F(IfTablePipeline, Synchronous_ReplacedTopologyChangesWhileOldPairsAreWithd
   EXPECT_TRUE(world.sm->cacheAttr0().empty());
 }
 
+// The topology between was never followed, but an index that came meanwhile was looked up in it.
+TEST_F(IfTablePipeline, Synchronous_TopologyReplacedAgainWhileOldPairsAreWithdrawn_RowsOfTheOneBetweenGo) {
+  world.wires(1, 2, "Backplane1/2");
+  world.indexIs("Backplane1/2", 10);
+  world.start(Rvx::Mode::synchronous);
+  auto between = Zavro::makePtr<Trel::TopoConfig>(Trel::MemberId(1));
+  between->neighbor().set(Trel::MemberId(5), Lanix::IntfId("Backplane1/5"));
+  bool first = true;
+  auto inside = world.mib->publisher().subscribe([&](const TrelMib::Change& change) {
+    if (change.entry || !std::exchange(first, false)) return;
+    world.indexIs("Backplane1/5", 50);
+    world.joins(1);
+  });
+  takePublished();
+  world.topology->topoConfig().set(Trel::MemberId(1), between);
+  EXPECT_EQ(takePublished(), "-10 +50 -50 ");
+  EXPECT_EQ(world.rows(), "[ ]");
+}
+
 TEST_F(IfTablePipeline, Restart_LiveRowsAreNeverMissingAndStaleOnesGo) {
   world.wires(1, 2, "Backplane1/2");
   world.wires(2, 1, "Backplane2/1");

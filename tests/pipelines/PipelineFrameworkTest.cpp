@@ -412,6 +412,73 @@ TEST_F(PipelineFramework, ScanAskedForByNameWhileItRuns_IsNotTakenForComplete) {
   EXPECT_TRUE(world.sm->ready());
 }
 
+TEST_F(PipelineFramework, TaskHeldBySomebody_DoesNothingOnceThePipelineIsGone) {
+  world.reports("1", 2, State::reachable);
+  world.staleRow(3, 4, world.record(State::reachable));
+  world.start();
+  using DirSm = RivoCode::TrelSnmpReachabilityTableSm::ReachabilityDirSm0;
+  Zavro::Ptr<Vem::Task> scan = dynamic_cast<DirSm&>(*world.sm->machines()[0]).task(0);
+  ASSERT_NE(scan, nullptr);
+  world.sm.reset();
+  scan->scheduleTask();
+  EXPECT_FALSE(world.scheduler.step());
+}
+
+TEST_F(PipelineFramework, Deletion_IsTracedBeforeItHappens) {
+  world.reports("1", 2, State::reachable);
+  world.startAndDrain();
+  std::string last;
+  auto subscription =
+      world.mib->publisher().subscribe([&](const TrelMib::Change&) { last = traces.lines().back(); });
+  world.withdraws("1", 2);
+  EXPECT_EQ(last, fmt::format(kDeleting, "(firstId=1, secondId=2)"));
+}
+
+TEST_F(PipelineFramework, IdleByName_IsDerivedAnewWhileThePipelineLives) {
+  world.startAndDrain();
+  Zavro::Ptr<InputSmScanState> state(&world.sm->inputSmScanState());
+  state->idleIs(false);
+  EXPECT_EQ(Kor::attribute(*state, "idle"), "false");
+  Kor::invoke(*state, "handleIdle");
+  EXPECT_EQ(Kor::attribute(*state, "idle"), "true");
+  world.sm.reset();
+  state->idleIs(false);
+  Kor::invoke(*state, "handleIdle");
+  EXPECT_EQ(Kor::attribute(*state, "idle"), "false");
+}
+
+TEST_F(PipelineFramework, SubscriberThrowsDuringConstruction_RowsStay) {
+  world.reports("1", 2, State::reachable);
+  world.reports("1", 3, State::reachable);
+  auto throwing = world.mib->publisher().subscribe([](const TrelMib::Change& change) {
+    if (std::get<MemberIdPair>(change.key).secondId() == 3) throw std::runtime_error("no");
+  });
+  EXPECT_THROW(world.makePipeline(Rvx::Mode::synchronous), std::runtime_error);
+  EXPECT_EQ(world.rows(), "[ (1,2)=reachable (1,3)=reachable ]");
+}
+
+TEST(FlagsTest, SameValueAgain_NotifiesNobody) {
+  Flags flags({"first", "second"});
+  int notified = 0;
+  auto subscription = flags.subscribe([&] { ++notified; });
+  flags.set(1, false);
+  EXPECT_EQ(notified, 0);
+  flags.set(1, true);
+  flags.set(1, true);
+  EXPECT_EQ(notified, 1);
+  flags.clear();
+  flags.clear();
+  EXPECT_EQ(notified, 2);
+}
+
+TEST(NamesTest, Capitalised_IsAFirstLetterFromAToZ) {
+  EXPECT_EQ(capitalised("apple"), "Apple");
+  EXPECT_EQ(capitalised("zone"), "Zone");
+  EXPECT_EQ(capitalised("Zone"), "Zone");
+  EXPECT_EQ(capitalised("`{"), "`{");
+  EXPECT_EQ(capitalised("{`"), "{`");
+}
+
 TEST_F(PipelineFramework, InitialScanDoneTooEarly_SaysWhatIsMissingAndWaits) {
   world.reports("1", 2, State::reachable);
   world.start();
