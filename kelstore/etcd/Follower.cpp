@@ -1,0 +1,325 @@
+#include "Follower.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace Kelstore::Etcd {
+namespace {
+
+constexpr const char* kForeign = "the server tells of another cluster or of an older history";
+
+}  // namespace
+
+const char* stateName(Follower::State state) {
+  switch (state) {
+    case Follower::State::listing:
+      return "listing";
+    case Follower::State::watching:
+      return "watching";
+    case Follower::State::held:
+      return "held";
+    case Follower::State::stale:
+      break;
+  }
+  return "stale";
+}
+
+Follower::Follower(Settings settings, std::function<double()> random)
+    : settings_(std::move(settings)), random_(std::move(random)) {}
+
+Follower::State Follower::state() const {
+  if (phase_ == Phase::watching) return State::watching;
+  if (stale_) return State::stale;
+  return !complete_ || connected() ? State::listing : State::held;
+}
+
+void Follower::start(uint64_t nowMs) { connect(nowMs); }
+
+void Follower::connect(uint64_t nowMs) {
+  retryAtMs_ = kNever;
+  answered_ = false;
+  commands_.emplace_back(Connect{endpoint_});
+  if (!mustList_) {
+    phase_ = Phase::resuming;
+    readPage(nowMs, settings_.prefix, applied_, 1);
+    return;
+  }
+  phase_ = Phase::listing;
+  listing_.clear();
+  listingAt_ = {};
+  readPage(nowMs, settings_.prefix, 0, pageKeys_);
+}
+
+void Follower::readPage(uint64_t nowMs, std::string from, int64_t revision, int64_t limit) {
+  answerByMs_ = nowMs + kAnswerMs;
+  commands_.emplace_back(ReadPage{std::move(from), revision, limit});
+}
+
+void Follower::pageRead(uint64_t nowMs, Page page) {
+  answerByMs_ = kNever;
+  // Asking on would be answered in the same way.
+  if (page.more && page.records.empty()) return lost(nowMs, "found no keys, expected a page of them");
+  heard(nowMs, page.header);
+  if (phase_ == Phase::listing) {
+    listed(nowMs, std::move(page));
+  } else if (phase_ == Phase::resuming) {
+    if (foreign(page.header)) return relist(nowMs, kForeign);
+    openWatch(nowMs);
+  } else if (auditPageAsked_) {
+    auditPageAsked_ = false;
+    audited(nowMs, page);
+  }
+}
+
+void Follower::listed(uint64_t nowMs, Page page) {
+  if (!answered_) listingAt_ = page.header;
+  answered_ = true;
+  if (page.header.clusterId != listingAt_.clusterId) {
+    return lost(nowMs, "the pages of a listing come from different clusters");
+  }
+  pageKeys_ = std::min(kPageKeys, 2 * pageKeys_);
+  std::move(page.records.begin(), page.records.end(), std::back_inserter(listing_));
+  if (page.more) return readPage(nowMs, keyAfter(listing_.back().key), listingAt_.revision, pageKeys_);
+
+  if (complete_) ++counters_.relists;
+  auditEnds(kNever);
+  applied_ = listingAt_.revision;
+  clusterId_ = listingAt_.clusterId;
+  raftTerm_ = listingAt_.raftTerm;
+  newest_ = applied_;
+  batches_.push_back({applied_, table_.becomes(std::exchange(listing_, {}))});
+  complete_ = true;
+  mustList_ = false;
+  openWatch(nowMs);
+}
+
+void Follower::pageFailed(uint64_t nowMs, bool noRevision, const std::string& error) {
+  answerByMs_ = kNever;
+  if (phase_ == Phase::listing || phase_ == Phase::resuming) {
+    if (noRevision) return relist(nowMs, error);
+    // A slow link may carry a smaller page in time, and one with less in it may be taken.
+    if (phase_ == Phase::listing) pageKeys_ = std::max(kLeastPageKeys, pageKeys_ / 4);
+    return lost(nowMs, error);
+  }
+  if (!auditPageAsked_) return;
+  // The watch goes on; were the store lost, it would be told there.
+  lastError_ = error;
+  auditEnds(nowMs + settings_.auditMs);
+}
+
+void Follower::openWatch(uint64_t nowMs) {
+  phase_ = Phase::opening;
+  events_.clear();
+  answerByMs_ = nowMs + kAnswerMs;
+  commands_.emplace_back(OpenWatch{applied_ + 1});
+}
+
+void Follower::watchSaid(uint64_t nowMs, WatchResponse response) {
+  if (phase_ != Phase::opening && phase_ != Phase::watching) return;
+  if (response.canceled) {
+    bool compacted = response.compactRevision > 0;
+    mustList_ = true;
+    return compacted ? relist(nowMs, "the revision to go on from is compacted")
+                     : lost(nowMs, "the watch was cancelled: " + response.cancelReason);
+  }
+  // Answers to progress requests overtake others, so that only the first answer's revision has to be one that
+  // we know of.
+  bool otherPast = response.created && foreign(response.header);
+  if (otherPast || response.header.clusterId != clusterId_) {
+    return relist(nowMs, kForeign);
+  }
+  heard(nowMs, response.header);
+  watchHeardMs_ = nowMs;
+  askedForProgress_ = false;
+  if (response.created && phase_ == Phase::opening) watches(nowMs);
+  // An answer without events is none of the fragments that it may come between.
+  if (response.events.empty()) return;
+  std::move(response.events.begin(), response.events.end(), std::back_inserter(events_));
+  if (response.fragment) return;
+  apply();
+  settleSuspects(nowMs);
+}
+
+bool Follower::foreign(const Header& header) const {
+  return header.clusterId != clusterId_ || header.revision < applied_ || header.raftTerm < raftTerm_;
+}
+
+void Follower::heard(uint64_t nowMs, const Header& header) {
+  heardMs_ = nowMs;
+  newest_ = std::max(newest_, header.revision);
+  // Meanwhile there may have been an election.
+  if (header.clusterId == clusterId_) raftTerm_ = std::max(raftTerm_, header.raftTerm);
+}
+
+void Follower::watches(uint64_t nowMs) {
+  bool resumed = lostSinceMs_ != kNever;
+  if (resumed) ++counters_.reconnections;
+  phase_ = Phase::watching;
+  stale_ = false;
+  lostSinceMs_ = kNever;
+  answerByMs_ = kNever;
+  watchingSinceMs_ = nowMs;
+  // A restored store whose revisions have overtaken ours by now looks like the one that was lost.
+  auditAtMs_ = nowMs + (resumed ? std::min(kResumedAuditMs, settings_.auditMs) : settings_.auditMs);
+}
+
+void Follower::apply() {
+  Batch batch;
+  int64_t last = applied_;
+  for (const Event& event : std::exchange(events_, {})) {
+    int64_t revision = event.record.modRevision;
+    ++counters_.events;
+    if (!applyEvent(event, batch.changes)) {
+      ++counters_.dropped;
+    } else if (revision > last) {
+      ++counters_.revisions;
+    }
+    last = std::max(last, revision);
+  }
+  applied_ = last;
+  newest_ = std::max(newest_, last);
+  batch.revision = last;
+  if (!batch.changes.empty()) batches_.push_back(std::move(batch));
+}
+
+// False when it is nothing new.
+bool Follower::applyEvent(const Event& event, std::vector<Change>& changes) {
+  const Record& record = event.record;
+  if (record.modRevision <= applied_) return false;
+  if (event.deleted) {
+    if (!table_.del(record.key, record.modRevision)) return false;
+    changes.push_back({record.key, std::nullopt, 0});
+  } else {
+    if (!table_.put(record)) return false;
+    changes.push_back({record.key, record.value, record.lease});
+  }
+  return true;
+}
+
+// A new listing at once; but not again and again, should its watch be refused each time.
+void Follower::relist(uint64_t nowMs, const std::string& why) {
+  mustList_ = true;
+  forgetFailures(nowMs);
+  if (relistsInARow_++ > 0) return lost(nowMs, why);
+  lastError_ = why;
+  if (complete_ && lostSinceMs_ == kNever) lostSinceMs_ = nowMs;
+  auditEnds(kNever);
+  connect(nowMs);
+}
+
+void Follower::lost(uint64_t nowMs, const std::string& error) {
+  if (phase_ == Phase::waiting) return;
+  forgetFailures(nowMs);
+  if (complete_ && lostSinceMs_ == kNever) lostSinceMs_ = nowMs;
+  lastError_ = error;
+  phase_ = Phase::waiting;
+  answerByMs_ = kNever;
+  listing_.clear();
+  events_.clear();
+  auditEnds(kNever);
+  commands_.emplace_back(Disconnect{});
+  endpoint_ = (endpoint_ + 1) % settings_.endpoints;
+  retryAtMs_ = nowMs + retryDelayMs();
+}
+
+// A watch that lasted for a while makes a new beginning.
+void Follower::forgetFailures(uint64_t nowMs) {
+  if (phase_ != Phase::watching || nowMs - watchingSinceMs_ < kStableMs) return;
+  failures_ = 0;
+  relistsInARow_ = 0;
+}
+
+// Other servers are tried almost at once; when none is left, time passes.
+uint64_t Follower::retryDelayMs() {
+  uint64_t rounds = ++failures_ / settings_.endpoints;
+  bool othersLeft = failures_ % settings_.endpoints != 0;
+  uint64_t longest =
+      othersLeft ? kFailoverMs : std::min(kLastRetryMs, kFirstRetryMs << std::min<uint64_t>(rounds - 1, 16));
+  return longest / 2 + static_cast<uint64_t>(random_() / 2 * static_cast<double>(longest));
+}
+
+void Follower::elapsed(uint64_t nowMs) {
+  if (lostSinceMs_ != kNever && nowMs - lostSinceMs_ >= settings_.holdMs) stale_ = true;
+  if (nowMs >= retryAtMs_) return connect(nowMs);
+  if (nowMs >= answerByMs_) {
+    std::string error = "no answer for " + std::to_string(kAnswerMs / 1000) + " s";
+    if (auditPageAsked_) return pageFailed(nowMs, false, error);
+    if (phase_ == Phase::listing) return pageFailed(nowMs, false, error);
+    return lost(nowMs, error);
+  }
+  if (phase_ != Phase::watching) return;
+  if (nowMs - watchHeardMs_ >= kSilenceMs) {
+    return lost(nowMs, "silence for " + std::to_string(kSilenceMs / 1000) + " s");
+  }
+  if (nowMs - watchHeardMs_ >= kQuietMs && !askedForProgress_) {
+    askedForProgress_ = true;
+    commands_.emplace_back(RequestProgress{});
+  }
+  if (nowMs >= auditAtMs_ && !auditPageAsked_ && !auditRead_) auditNext(nowMs);
+  settleSuspects(nowMs);
+}
+
+uint64_t Follower::wakeAtMs() const {
+  uint64_t at = std::min(retryAtMs_, answerByMs_);
+  if (lostSinceMs_ != kNever && !stale_) at = std::min(at, lostSinceMs_ + settings_.holdMs);
+  if (phase_ != Phase::watching) return at;
+  at = std::min(at, watchHeardMs_ + (askedForProgress_ ? kSilenceMs : kQuietMs));
+  if (!auditPageAsked_ && !auditRead_) at = std::min(at, auditAtMs_);
+  for (const Waiting& one : suspects_) at = std::min(at, one.untilMs);
+  return at;
+}
+
+// Begins an audit, or goes on with the one under way. Each page is read at the revision that is the latest
+// then, so that no compaction ends an audit; it is compared by itself.
+void Follower::auditNext(uint64_t nowMs) {
+  if (!auditing_) {
+    auditing_ = true;
+    auditFrom_ = settings_.prefix;
+    table_.deletionsRemembered();
+  }
+  auditPageAsked_ = true;
+  readPage(nowMs, auditFrom_, 0, kAuditPageKeys);
+}
+
+void Follower::audited(uint64_t nowMs, const Page& page) {
+  if (foreign(page.header)) {
+    return relist(nowMs, kForeign);
+  }
+  for (KeyTable::Suspect& suspect : table_.compare(auditFrom_, page)) {
+    suspects_.push_back({std::move(suspect), nowMs + kGraceMs});
+  }
+  if (page.more) {
+    auditFrom_ = keyAfter(page.records.back().key);
+    auditAtMs_ = nowMs + kAuditPauseMs;
+  } else {
+    auditRead_ = true;
+  }
+  settleSuspects(nowMs);
+}
+
+void Follower::auditEnds(uint64_t atMs) {
+  auditing_ = false;
+  auditPageAsked_ = false;
+  auditRead_ = false;
+  auditAtMs_ = atMs;
+  suspects_.clear();
+  table_.deletionsForgotten();
+}
+
+// What differs from a page counts once the revision of the page is applied, or an event that would explain it
+// had time to come.
+void Follower::settleSuspects(uint64_t nowMs) {
+  Batch repaired{applied_, {}};
+  std::erase_if(suspects_, [&](Waiting& one) {
+    if (applied_ < one.suspect.revision && nowMs < one.untilMs) return false;
+    if (table_.differs(one.suspect)) repaired.changes.push_back(table_.repair(std::move(one.suspect)));
+    return true;
+  });
+  counters_.repairs += repaired.changes.size();
+  if (!repaired.changes.empty()) batches_.push_back(std::move(repaired));
+  if (!auditRead_ || !suspects_.empty()) return;
+  ++counters_.audits;
+  auditEnds(nowMs + settings_.auditMs);
+}
+
+}  // namespace Kelstore::Etcd

@@ -1,0 +1,186 @@
+// Follows the keys of a store under a prefix: what to ask of which server, and when, and which changes come
+// of what it answers. A state machine without I/O, clock or thread; whoever has these (Session.h) carries out
+// its commands and tells it what happened. Times are milliseconds on one clock that never steps back.
+//
+// A listing, read page by page at one revision, is followed by a watch from the next revision on. A watch
+// that breaks is resumed after the last revision that was applied whole, at the next server in turn, once one
+// read at that revision has shown that the server still knows it. Where that is impossible (the revision is
+// compacted, the watch is refused, the server tells of another cluster or of an older history) there is a new
+// listing, and what differs is applied: nothing is cleared first.
+//
+// Watches of etcd 3.4 may lose events or tell them twice, and its answers to progress requests overtake
+// events. So an answer without events never moves the revision on; what is told twice is dropped; and the
+// audit reads everything again, page by page, and repairs what differs.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <limits>
+#include <string>
+#include <utility>
+#include <variant>
+#include <vector>
+
+#include "KeyTable.h"
+#include "Messages.h"
+
+namespace Kelstore::Etcd {
+
+// Commands, to be carried out in order.
+struct Connect {  // leaving whatever connection there is, with all that is under way on it
+  size_t endpoint;
+};
+struct Disconnect {};
+struct ReadPage {  // answered by pageRead() or pageFailed()
+  std::string from;
+  int64_t revision;  // 0: the latest
+  int64_t limit;
+};
+struct OpenWatch {  // of all keys; answered by watchSaid()
+  int64_t fromRevision;
+};
+struct RequestProgress {};  // on the watch
+using Command = std::variant<Connect, Disconnect, ReadPage, OpenWatch, RequestProgress>;
+
+class Follower {
+ public:
+  enum class State : uint8_t {
+    listing,   // all keys are being read
+    watching,  // up to date
+    held,      // the store is lost; what it said last counts
+    stale,     // the same, for longer than is to be trusted
+  };
+  struct Settings {
+    std::string prefix;  // what all keys begin with
+    size_t endpoints = 1;
+    uint64_t holdMs = 300'000;
+    uint64_t auditMs = 60'000;
+  };
+  struct Counters {
+    uint64_t revisions = 0;      // applied from watches
+    uint64_t events = 0;         // heard from watches
+    uint64_t dropped = 0;        // of these, old or told twice
+    uint64_t audits = 0;         // come to their end
+    uint64_t repairs = 0;        // keys that an audit found different
+    uint64_t relists = 0;        // listings after the first
+    uint64_t reconnections = 0;  // after the store had been lost
+  };
+
+  static constexpr uint64_t kNever = std::numeric_limits<uint64_t>::max();
+  static constexpr uint64_t kAnswerMs = 10'000;     // patience with an answer
+  static constexpr uint64_t kQuietMs = 5'000;       // without a word on the watch: ask for one
+  static constexpr uint64_t kSilenceMs = 15'000;    // without a word on the watch: it is lost
+  static constexpr uint64_t kFailoverMs = 50;       // before the next server is tried
+  static constexpr uint64_t kFirstRetryMs = 250;    // when all were tried; doubled each time
+  static constexpr uint64_t kLastRetryMs = 10'000;  // up to this
+  static constexpr uint64_t kStableMs = 10'000;     // a watch that lasted so long starts these anew
+  static constexpr int64_t kPageKeys = 1000;
+  static constexpr int64_t kLeastPageKeys = 50;
+  static constexpr int64_t kAuditPageKeys = 500;
+  static constexpr uint64_t kAuditPauseMs = 50;       // between two pages
+  static constexpr uint64_t kResumedAuditMs = 2'000;  // after a watch was resumed, before the first audit
+  static constexpr uint64_t kGraceMs = 3'000;         // for an event on its way to overtake the audit
+
+  // `random` yields numbers from 0 up to, not including, 1.
+  Follower(Settings settings, std::function<double()> random);
+
+  // What happens. Requires: start() first, once.
+  void start(uint64_t nowMs);
+  void pageRead(uint64_t nowMs, Page page);
+  // `noRevision`: the revision that was asked for is compacted, or has not come yet.
+  void pageFailed(uint64_t nowMs, bool noRevision, const std::string& error);
+  void watchSaid(uint64_t nowMs, WatchResponse response);
+  void lost(uint64_t nowMs, const std::string& error);  // the connection, or any hope of one
+  void elapsed(uint64_t nowMs);                         // time, as wakeAtMs() asked
+
+  // When elapsed() is to be called at the latest.
+  uint64_t wakeAtMs() const;
+  // What came of it since they were taken last.
+  std::vector<Command> takeCommands() { return std::exchange(commands_, {}); }
+  std::vector<Batch> takeBatches() { return std::exchange(batches_, {}); }
+
+  State state() const;
+  bool complete() const { return complete_; }  // all keys have been listed once
+  // Every server was tried once, in vain; nothing is known yet.
+  bool unreached() const { return !complete_ && failures_ >= settings_.endpoints; }
+  // Whether it listens to a server, or reads from it.
+  bool connected() const { return phase_ == Phase::watching || (phase_ != Phase::waiting && answered_); }
+  size_t endpoint() const { return endpoint_; }      // that it turns to
+  int64_t revision() const { return applied_; }      // up to which all is applied
+  int64_t storeRevision() const { return newest_; }  // the highest that a server told
+  uint64_t heardMs() const { return heardMs_; }      // when a server said something last
+  const std::string& lastError() const { return lastError_; }
+  const Counters& counters() const { return counters_; }
+  size_t keys() const { return table_.size(); }
+
+ private:
+  enum class Phase : uint8_t { waiting, listing, resuming, opening, watching };
+
+  void connect(uint64_t nowMs);
+  void readPage(uint64_t nowMs, std::string from, int64_t revision, int64_t limit);
+  void openWatch(uint64_t nowMs);
+  void listed(uint64_t nowMs, Page page);
+  void relist(uint64_t nowMs, const std::string& why);
+  void watches(uint64_t nowMs);
+  void apply();
+  bool applyEvent(const Event& event, std::vector<Change>& changes);
+  // Whether what the server tells is another cluster's, or of a past that is not ours.
+  bool foreign(const Header& header) const;
+  void heard(uint64_t nowMs, const Header& header);
+  uint64_t retryDelayMs();
+
+  void forgetFailures(uint64_t nowMs);
+
+  void auditNext(uint64_t nowMs);
+  void audited(uint64_t nowMs, const Page& page);
+  void auditEnds(uint64_t atMs);
+  void settleSuspects(uint64_t nowMs);
+
+  Settings settings_;
+  std::function<double()> random_;
+  std::vector<Command> commands_;
+  std::vector<Batch> batches_;
+
+  Phase phase_ = Phase::waiting;
+  bool complete_ = false;
+  bool mustList_ = true;
+  bool answered_ = false;  // the listing under way has its first page
+  bool stale_ = false;
+  size_t endpoint_ = 0;
+  uint64_t failures_ = 0;  // in a row
+  uint64_t relistsInARow_ = 0;
+  uint64_t retryAtMs_ = kNever;
+  uint64_t answerByMs_ = kNever;   // of the page or the watch that was asked for
+  uint64_t lostSinceMs_ = kNever;  // since when it does not watch, if it ever did
+  uint64_t watchingSinceMs_ = 0;
+  uint64_t heardMs_ = 0;
+  uint64_t watchHeardMs_ = 0;
+  bool askedForProgress_ = false;
+  std::string lastError_;
+  Counters counters_;
+
+  KeyTable table_;
+  uint64_t clusterId_ = 0;
+  uint64_t raftTerm_ = 0;
+  int64_t applied_ = 0;
+  int64_t newest_ = 0;
+  int64_t pageKeys_ = kPageKeys;
+  Header listingAt_;
+  std::vector<Record> listing_;
+  std::vector<Event> events_;  // of an answer whose last fragment is missing
+
+  struct Waiting {
+    KeyTable::Suspect suspect;
+    uint64_t untilMs;
+  };
+  uint64_t auditAtMs_ = kNever;  // the next audit, or the next page of the one under way
+  bool auditing_ = false;
+  bool auditPageAsked_ = false;
+  bool auditRead_ = false;  // its last page is there
+  std::string auditFrom_;
+  std::vector<Waiting> suspects_;
+};
+
+const char* stateName(Follower::State state);
+
+}  // namespace Kelstore::Etcd

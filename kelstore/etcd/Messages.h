@@ -1,0 +1,60 @@
+// What an etcd server says, as far as followers care, and what they make of it. Plain values, so that what is
+// decided with them is tested without a server.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace Kelstore::Etcd {
+
+struct Header {
+  uint64_t clusterId = 0;
+  int64_t revision = 0;
+  uint64_t raftTerm = 0;
+};
+
+struct Record {
+  std::string key;
+  std::string value;
+  int64_t modRevision = 0;
+  int64_t lease = 0;  // 0: none
+};
+
+// A part of the keys, in their order.
+struct Page {
+  Header header;
+  std::vector<Record> records;
+  bool more = false;  // keys follow that did not fit
+};
+
+struct Event {
+  Record record;  // of a deletion, the key and the revision of the deletion
+  bool deleted = false;
+};
+
+struct WatchResponse {
+  Header header;
+  bool created = false;
+  bool canceled = false;
+  bool fragment = false;        // more of the same answer follows
+  int64_t compactRevision = 0;  // not 0: what was asked for is compacted
+  std::string cancelReason;
+  std::vector<Event> events;
+};
+
+// What becomes of one key.
+struct Change {
+  std::string key;
+  std::optional<std::string> value;  // nothing: the key is gone
+  int64_t lease = 0;
+};
+
+// The changes of whole revisions, in their order; a key may occur more than once.
+struct Batch {
+  int64_t revision = 0;  // all that happened up to this one has been told
+  std::vector<Change> changes;
+};
+
+}  // namespace Kelstore::Etcd
