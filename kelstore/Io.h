@@ -19,7 +19,16 @@ class Io {
     virtual ~Activity() = default;
   };
 
+  // Through which another thread gets the loop's attention.
+  class Waker : public Activity {
+   public:
+    // On any thread, as long as the waker is there. Several wakes may come to one call.
+    virtual void wake() = 0;
+  };
+
   virtual ~Io() = default;
+  // Calls `woken` on the loop's thread after each wake().
+  virtual std::unique_ptr<Waker> waker(std::function<void()> woken) = 0;
   // Calls `changed` whenever the file may have appeared, changed, been replaced or vanished; calls without a
   // change are allowed.
   virtual std::unique_ptr<Activity> watch(const std::string& path, std::function<void()> changed) = 0;

@@ -77,7 +77,29 @@ class Watch final : public Kelstore::Io::Activity {
   Timer rearm_;
 };
 
+class AsyncWaker final : public Kelstore::Io::Waker {
+ public:
+  AsyncWaker(EventLoop& loop, std::function<void()> woken)
+      : woken_(std::move(woken)), async_([&](uv_async_t* async) {
+          return uv_async_init(loop.uv(), async, [](uv_async_t* one) {
+            auto call = static_cast<AsyncWaker*>(one->data)->woken_;
+            call();
+          });
+        }) {
+    async_->data = this;
+  }
+  void wake() override { uv_async_send(async_.get()); }
+
+ private:
+  std::function<void()> woken_;
+  UvHandle<uv_async_t> async_;
+};
+
 }  // namespace
+
+std::unique_ptr<Kelstore::Io::Waker> UvIo::waker(std::function<void()> woken) {
+  return std::make_unique<AsyncWaker>(loop_, std::move(woken));
+}
 
 std::unique_ptr<Kelstore::Io::Activity> UvIo::watch(const std::string& path, std::function<void()> changed) {
   return std::make_unique<Watch>(loop_, path, std::move(changed));

@@ -29,6 +29,7 @@ class UvIo final : public Kelstore::Io {
   ~UvIo() override;
   std::unique_ptr<Activity> watch(const std::string& path, std::function<void()> changed) override;
   std::unique_ptr<Activity> after(uint64_t milliseconds, std::function<void()> elapsed) override;
+  std::unique_ptr<Waker> waker(std::function<void()> woken) override;
   void offLoop(std::function<void()> work, std::function<void()> done) override;
 
  private:

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <thread>
 
 #include "Turning.h"
 #include "support/TempDir.h"
@@ -91,6 +92,24 @@ TEST_F(UvIoTest, ActivityIsDestroyed_NothingIsToldAnyMore) {
   auto timer = io_.after(2 * UvIo::kPollMs, [&] { elapsed = true; });
   EXPECT_TRUE(turnUntil(loop_, [&] { return elapsed; }));
   EXPECT_EQ(changes_, 0);
+}
+
+TEST_F(UvIoTest, LoopIsWokenByAnotherThread_OnItsOwn) {
+  std::thread::id wokenOn;
+  auto waker = io_.waker([&] { wokenOn = std::this_thread::get_id(); });
+  std::thread other([&] { waker->wake(); });
+  other.join();
+  EXPECT_TRUE(turnUntil(loop_, [&] { return wokenOn != std::thread::id(); }));
+  EXPECT_EQ(wokenOn, std::this_thread::get_id());
+}
+
+TEST_F(UvIoTest, WakerIsDestroyed_NobodyIsToldAnyMore) {
+  auto waker = io_.waker([] { ADD_FAILURE() << "destroyed before it was told"; });
+  waker->wake();
+  waker.reset();
+  bool later = false;
+  auto timer = io_.after(50, [&] { later = true; });
+  EXPECT_TRUE(turnUntil(loop_, [&] { return later; }));
 }
 
 TEST_F(UvIoTest, TimerIsDestroyedByItsOwnCallback) {

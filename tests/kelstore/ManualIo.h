@@ -3,6 +3,7 @@
 #pragma once
 
 #include <algorithm>
+#include <atomic>
 #include <list>
 #include <map>
 #include <memory>
@@ -26,6 +27,9 @@ class ManualIo final : public Io {
   std::unique_ptr<Activity> after(uint64_t milliseconds, std::function<void()> elapsed) override {
     return add(timers_, {nowMs_ + milliseconds, std::move(elapsed)});
   }
+  std::unique_ptr<Waker> waker(std::function<void()> woken) override {
+    return std::make_unique<ManualWaker>(wakers_, std::move(woken));
+  }
   void offLoop(std::function<void()> work, std::function<void()> done) override {
     jobs_.push_back({std::move(work), std::move(done)});
   }
@@ -35,8 +39,9 @@ class ManualIo final : public Io {
     for (const auto& watch : std::list(watches_)) watch->call();
   }
   size_t jobs() const { return jobs_.size(); }
-  // Runs the work that was handed over, and what it hands over in turn.
+  // Runs the work that was handed over, and what it hands over in turn, and tells those who were woken.
   void work() {
+    for (ManualWaker* waker : std::list(wakers_)) waker->tell();
     while (!jobs_.empty()) {
       Job job = std::move(jobs_.front());
       jobs_.pop_front();
@@ -93,6 +98,24 @@ class ManualIo final : public Io {
     std::shared_ptr<Callback> own_;
   };
 
+  class ManualWaker final : public Waker {
+   public:
+    ManualWaker(std::list<ManualWaker*>& all, std::function<void()> woken)
+        : all_(all), woken_(std::move(woken)) {
+      all_.push_back(this);
+    }
+    ~ManualWaker() override { all_.remove(this); }
+    void wake() override { awake_ = true; }
+    void tell() {
+      if (awake_.exchange(false)) woken_();
+    }
+
+   private:
+    std::list<ManualWaker*>& all_;
+    std::function<void()> woken_;
+    std::atomic<bool> awake_ = false;
+  };
+
   static std::unique_ptr<Activity> add(Callbacks& all, Callback callback) {
     all.push_back(std::make_shared<Callback>(std::move(callback)));
     return std::make_unique<Registration>(all, all.back());
@@ -108,6 +131,7 @@ class ManualIo final : public Io {
   Callbacks timers_;
   std::list<Job> jobs_;
   std::list<Job> hung_;
+  std::list<ManualWaker*> wakers_;
 };
 
 }  // namespace Kelstore
