@@ -24,6 +24,8 @@ const char* stateName(SourceStatus::State state) {
       return "current";
     case SourceStatus::State::partial:
       return "partial";
+    case SourceStatus::State::held:
+      return "held";
     case SourceStatus::State::stale:
       break;
   }

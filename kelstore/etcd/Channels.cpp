@@ -91,11 +91,17 @@ absl::StatusOr<std::string> authenticate(const std::string& endpoint,
   request.set_password(credentials->password);
   etcdserverpb::AuthenticateResponse response;
   grpc::Status status = etcdserverpb::Auth::NewStub(channel)->Authenticate(&context, request, &response);
-  if (status.ok()) return response.token();
+  return tokenOf(endpoint, access, credentials->user, status, response.token());
+}
+
+absl::StatusOr<std::string> tokenOf(const std::string& endpoint, const Access& access,
+                                    const std::string& user, const grpc::Status& status,
+                                    const std::string& token) {
+  if (status.ok()) return token;
   if (says(status, "authentication is not enabled")) return std::string();
   if (says(status, "authentication failed")) {
-    return absl::UnauthenticatedError(fmt::format("{}: user {} of {} was refused", endpoint,
-                                                  inQuotes(credentials->user), access.credentialsFile));
+    return absl::UnauthenticatedError(
+        fmt::format("{}: user {} of {} was refused", endpoint, inQuotes(user), access.credentialsFile));
   }
   return asStatus(endpoint, status);
 }

@@ -32,6 +32,11 @@ absl::StatusOr<std::string> authenticate(const std::string& endpoint,
                                          const std::shared_ptr<grpc::Channel>& channel, const Access& access,
                                          std::chrono::system_clock::time_point deadline);
 
+// The same of the server's answer to the user's name and password.
+absl::StatusOr<std::string> tokenOf(const std::string& endpoint, const Access& access,
+                                    const std::string& user, const grpc::Status& status,
+                                    const std::string& token);
+
 // What every call says of itself: its token, and that a server which knows no leader must not answer it from
 // what it remembers, nor let a watch wait for one.
 void addMetadata(grpc::ClientContext& context, const std::string& token);

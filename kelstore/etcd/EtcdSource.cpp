@@ -1,0 +1,94 @@
+#include "EtcdSource.h"
+
+#include <system_error>
+#include <utility>
+
+#include "lumalog/Lumalog.h"
+
+namespace Kelstore::Etcd {
+namespace {
+
+const Lumalog::Handle traceHandle("Kelstore");
+constexpr int kErrorLevel = 0;
+
+}  // namespace
+
+EtcdSource::EtcdSource(std::string name, const FollowSettings& settings, Store& store, Io& io,
+                       const Zavro::Clock& clock)
+    : name_(std::move(name)),
+      settings_(settings),
+      store_(store),
+      io_(io),
+      clock_(clock),
+      layer_(store.layerIs()),
+      waker_(io.waker([this] { take(); })),
+      handover_([this] { waker_->wake(); }),
+      session_(settings, clock, handover_) {}
+
+EtcdSource::~EtcdSource() {
+  if (!thread_.joinable()) return;
+  session_.stop();
+  thread_.join();
+}
+
+void EtcdSource::start() {
+  patience_ = io_.after(kPatienceMs, [this] {
+    settled_ = true;
+    store_.settledIs(layer_);
+  });
+  startThread();
+}
+
+void EtcdSource::startThread() {
+  try {
+    thread_ = std::thread([this] { session_.run(); });
+  } catch (const std::system_error& error) {
+    traceHandle.trace(kErrorLevel, "{}: no thread: {}", name_, error.what());
+    retry_ = io_.after(kRetryThreadMs, [this] { startThread(); });
+  }
+}
+
+void EtcdSource::take() {
+  Handover::Update update = handover_.take();
+  for (const Line& line : update.lines) traceHandle.trace(line.level, "{}: {}", name_, line.text);
+  if (update.snapshot != nullptr) {
+    if (mirrored()) mirrored_ = taken_;
+    taken_ = update.revision;
+    if (!update.changed.empty()) lastChangeUtcNs_ = clock_.utcNs();
+    handover_.discard(store_.snapshot(layer_));
+    store_.snapshotIs(layer_, std::move(update.snapshot), std::move(update.changed));
+  }
+  if (!update.settled || settled_) return;
+  settled_ = true;
+  patience_.reset();
+  store_.settledIs(layer_);
+}
+
+SourceStatus EtcdSource::status() const {
+  using State = SourceStatus::State;
+  SourceStatus status;
+  StoreStatus store = handover_.status();
+  store.mirroredRevision = mirrored() ? taken_ : mirrored_;
+  status.name = name_;
+  status.paths = store_.snapshot(layer_)->size();
+  status.lastChangeUtcNs = lastChangeUtcNs_;
+  status.staleSinceUtcNs = store.staleSinceUtcNs;
+  if (store.staleSinceUtcNs != 0) {
+    status.state = State::stale;
+  } else if (store.heldSinceUtcNs != 0) {
+    status.state = State::held;
+  } else if (store.setAside != 0) {
+    status.state = State::partial;
+  } else {
+    status.state = store.revision == 0 ? State::loading : State::current;
+  }
+  if (status.state == State::stale || status.state == State::held) {
+    status.error = store.lastError;
+  } else if (!store.examples.empty()) {
+    status.error = "key " + store.examples.front().key + ": " + store.examples.front().error;
+  }
+  status.store = std::move(store);
+  return status;
+}
+
+}  // namespace Kelstore::Etcd

@@ -1,0 +1,60 @@
+// The source `etcd:...`: the keys of an etcd cluster under a prefix. Followed on a thread of its own
+// (Session.h); on the event loop's thread it takes what that has for it, which costs next to nothing however
+// much it is.
+//
+// It settles once all keys were listed, or every server was tried in vain, or some time has passed: a store
+// that is out of reach keeps no other source waiting, as a file that is missing does not.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <thread>
+
+#include "Handover.h"
+#include "Io.h"
+#include "Session.h"
+#include "Source.h"
+#include "Store.h"
+#include "zavro/Clock.h"
+
+namespace Kelstore::Etcd {
+
+class EtcdSource final : public Source {
+ public:
+  static constexpr uint64_t kPatienceMs = 5'000;     // with the first listing, before the source settles
+  static constexpr uint64_t kRetryThreadMs = 1'000;  // when the system has no thread left
+
+  // `name` is what status and log lines call it. Store, io and clock outlive the source; the clock is read on
+  // two threads.
+  EtcdSource(std::string name, const FollowSettings& settings, Store& store, Io& io,
+             const Zavro::Clock& clock);
+  // Does not wait for any server.
+  ~EtcdSource() override;
+
+  void start() override;
+  SourceStatus status() const override;
+
+ private:
+  void startThread();
+  void take();
+  bool mirrored() const { return store_.idle(); }
+
+  std::string name_;
+  FollowSettings settings_;
+  Store& store_;
+  Io& io_;
+  const Zavro::Clock& clock_;
+  Store::Layer layer_;
+  bool settled_ = false;
+  uint64_t lastChangeUtcNs_ = 0;
+  int64_t taken_ = 0;     // revision that the store was given
+  int64_t mirrored_ = 0;  // the one before, once it was mirrored
+  std::unique_ptr<Io::Activity> patience_;
+  std::unique_ptr<Io::Activity> retry_;
+  std::unique_ptr<Io::Waker> waker_;
+  Handover handover_;
+  Session session_;
+  std::thread thread_;
+};
+
+}  // namespace Kelstore::Etcd

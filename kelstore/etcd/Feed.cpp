@@ -1,0 +1,169 @@
+#include "Feed.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <utility>
+
+namespace Kelstore::Etcd {
+namespace {
+
+constexpr int kErrorLevel = 0;
+constexpr int kNewsLevel = 1;
+
+bool holdsAnyOf(const Snapshot& snapshot, const std::string& member) {
+  for (auto kind = static_cast<uint8_t>(Kind::system); kind <= static_cast<uint8_t>(Kind::reachability);
+       ++kind) {
+    if (snapshot.any(static_cast<Kind>(kind), member)) return true;
+  }
+  return false;
+}
+
+std::vector<Path> pathsOf(const Snapshot& snapshot) {
+  std::vector<Path> paths;
+  paths.reserve(snapshot.size());
+  for (const auto& [path, value] : snapshot) paths.push_back(path);
+  return paths;
+}
+
+}  // namespace
+
+Feed::Feed(std::vector<std::string> endpoints, Keys keys, bool clearWhenStale, const Zavro::Clock& clock,
+           Handover& handover)
+    : endpoints_(std::move(endpoints)),
+      clearWhenStale_(clearWhenStale),
+      clock_(clock),
+      handover_(handover),
+      decoder_(std::move(keys)) {}
+
+void Feed::follow(Follower& follower) {
+  for (Batch& batch : follower.takeBatches()) take(std::move(batch));
+  noteState(follower);
+  for (Line& line : decoder_.takeLines()) lines_.push_back(std::move(line));
+  bool settles = !settled_ && (follower.complete() || follower.unreached());
+  settled_ |= settles;
+  if (settles || !lines_.empty()) handover_.give({nullptr, {}, 0, settles, std::exchange(lines_, {})});
+  handover_.statusIs(statusOf(follower));
+}
+
+void Feed::take(Batch batch) {
+  Decoder::Decoded decoded = decoder_.decode(std::move(batch.changes));
+  std::vector<Path> changed;
+  snapshot_ = std::make_shared<const Snapshot>(snapshot_->with(std::move(decoded.changes), changed));
+  revision_ = batch.revision;
+  noteMembers(decoded.members);
+  listed_ = true;
+  if (visible_) handover_.give({snapshot_, std::move(changed), revision_, false, {}});
+}
+
+void Feed::noteMembers(const std::map<std::string, int64_t>& leases) {
+  for (const auto& [name, lease] : leases) {
+    if (!holdsAnyOf(*snapshot_, name)) {
+      if (members_.erase(name) != 0) handover_.memberDel(name);
+      continue;
+    }
+    Member& member = members_[name];
+    member.status.member = name;
+    // What is listed first may have been there for long.
+    if (listed_) member.status.lastChangeUtcNs = clock_.utcNs();
+    if (lease != 0 && lease != std::exchange(member.lease, lease)) {
+      member.status.leased = true;
+      member.status.leaseLeftSeconds.reset();
+    }
+    handover_.memberIs(member.status);
+  }
+}
+
+void Feed::visibleIs(bool visible) {
+  if (visible == std::exchange(visible_, visible)) return;
+  auto shown = visible ? snapshot_ : std::make_shared<const Snapshot>();
+  handover_.give({std::move(shown), pathsOf(*snapshot_), revision_, false, {}});
+}
+
+void Feed::tell(int level, std::string text) { lines_.push_back({level, std::move(text)}); }
+
+void Feed::noteState(const Follower& follower) {
+  using State = Follower::State;
+  State before = std::exchange(state_, follower.state());
+  bool watches = state_ == State::watching;
+  if (std::exchange(heardMs_, follower.heardMs()) != follower.heardMs()) heardUtcNs_ = clock_.utcNs();
+  if (watches) {
+    if (before != State::watching) {
+      tell(kNewsLevel,
+           fmt::format("follows {} from revision {}", endpoints_[follower.endpoint()], follower.revision()));
+    }
+    toldError_.clear();
+    heldSinceUtcNs_ = 0;
+    staleSinceUtcNs_ = 0;
+    visibleIs(true);
+  } else if (follower.lastError() != toldError_) {
+    toldError_ = follower.lastError();
+    tell(kErrorLevel, toldError_);
+  }
+  bool unreached = follower.unreached();
+  if ((state_ == State::held || state_ == State::stale) && heldSinceUtcNs_ == 0)
+    heldSinceUtcNs_ = clock_.utcNs();
+  if ((state_ == State::stale || unreached) && staleSinceUtcNs_ == 0) staleSinceUtcNs_ = clock_.utcNs();
+  if (state_ == State::stale && before != State::stale) {
+    tell(kErrorLevel, clearWhenStale_ ? "out of reach for too long: what it said last is withdrawn"
+                                      : "out of reach for too long: what it said last is stale");
+    if (clearWhenStale_) visibleIs(false);
+  }
+  uint64_t repaired = follower.counters().repairs - std::exchange(repairs_, follower.counters().repairs);
+  if (repaired != 0) {
+    tell(kErrorLevel,
+         fmt::format("the audit found {} keys that differed from the store, and repaired them", repaired));
+  }
+}
+
+StoreStatus Feed::statusOf(const Follower& follower) const {
+  StoreStatus status;
+  status.state = stateName(state_);
+  if (follower.connected()) status.endpoint = endpoints_[follower.endpoint()];
+  status.revision = follower.revision();
+  status.storeRevision = follower.storeRevision();
+  status.heardUtcNs = heardUtcNs_;
+  status.heldSinceUtcNs = heldSinceUtcNs_;
+  status.staleSinceUtcNs = staleSinceUtcNs_;
+  status.lastError = follower.lastError();
+  const Follower::Counters& counters = follower.counters();
+  status.counters = {{"revisions", counters.revisions},
+                     {"events", counters.events},
+                     {"dropped", counters.dropped},
+                     {"audits", counters.audits},
+                     {"repairs", counters.repairs},
+                     {"relists", counters.relists},
+                     {"reconnections", counters.reconnections}};
+  status.setAside = decoder_.setAside().size();
+  for (const auto& [key, error] : decoder_.setAside()) {
+    if (status.examples.size() == kExamples) break;
+    status.examples.push_back({key, error});
+  }
+  return status;
+}
+
+std::optional<int64_t> Feed::nextLease() {
+  auto at = members_.upper_bound(lastAsked_);
+  for (size_t tried = 0; tried < members_.size(); ++tried, ++at) {
+    if (at == members_.end()) at = members_.begin();
+    if (at->second.lease == 0) continue;
+    lastAsked_ = at->first;
+    return at->second.lease;
+  }
+  return std::nullopt;
+}
+
+size_t Feed::leases() const {
+  return static_cast<size_t>(
+      std::count_if(members_.begin(), members_.end(), [](const auto& one) { return one.second.lease != 0; }));
+}
+
+void Feed::leaseIs(int64_t lease, std::optional<uint64_t> secondsLeft) {
+  for (auto& [name, member] : members_) {
+    if (member.lease != lease) continue;
+    member.status.leaseLeftSeconds = secondsLeft.value_or(0);
+    handover_.memberIs(member.status);
+  }
+}
+
+}  // namespace Kelstore::Etcd

@@ -1,0 +1,71 @@
+// From a follower to the event loop: decodes what the follower tells, keeps the state that comes of it, and
+// hands both state and status over. On the follower's thread.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "Decoder.h"
+#include "Follower.h"
+#include "Handover.h"
+#include "zavro/Clock.h"
+
+namespace Kelstore::Etcd {
+
+class Feed {
+ public:
+  // What is shown of values that were set aside.
+  static constexpr size_t kExamples = 20;
+
+  // `clearWhenStale`: what the store said is withdrawn while it is stale. Clock and handover outlive the
+  // feed.
+  Feed(std::vector<std::string> endpoints, Keys keys, bool clearWhenStale, const Zavro::Clock& clock,
+       Handover& handover);
+
+  // Hands over what the follower came to since the last call.
+  void follow(Follower& follower);
+
+  // The leases that members' keys have, in turn, for somebody to ask the store about; nothing: there is none.
+  std::optional<int64_t> nextLease();
+  size_t leases() const;
+  // The store's answer; nothing: there is no such lease any more.
+  void leaseIs(int64_t lease, std::optional<uint64_t> secondsLeft);
+
+ private:
+  struct Member {
+    MemberStatus status;
+    int64_t lease = 0;
+  };
+
+  void take(Batch batch);
+  void noteMembers(const std::map<std::string, int64_t>& leases);
+  void visibleIs(bool visible);
+  void tell(int level, std::string text);
+  void noteState(const Follower& follower);
+  StoreStatus statusOf(const Follower& follower) const;
+
+  std::vector<std::string> endpoints_;
+  bool clearWhenStale_;
+  const Zavro::Clock& clock_;
+  Handover& handover_;
+  Decoder decoder_;
+  std::shared_ptr<const Snapshot> snapshot_ = std::make_shared<const Snapshot>();
+  bool visible_ = true;
+  bool settled_ = false;
+  bool listed_ = false;
+  Follower::State state_ = Follower::State::listing;
+  std::string toldError_;
+  std::vector<Line> lines_;
+  int64_t revision_ = 0;
+  uint64_t repairs_ = 0;
+  uint64_t heardMs_ = 0;
+  uint64_t heardUtcNs_ = 0;
+  uint64_t heldSinceUtcNs_ = 0;
+  uint64_t staleSinceUtcNs_ = 0;
+  std::map<std::string, Member> members_;
+  std::string lastAsked_;
+};
+
+}  // namespace Kelstore::Etcd

@@ -1,0 +1,76 @@
+#include "Handover.h"
+
+#include <algorithm>
+#include <iterator>
+#include <utility>
+
+namespace Kelstore::Etcd {
+
+// What was left is taken back and joined with the update; the loop finds nothing in the meantime, and is
+// woken again.
+void Handover::give(Update update) {
+  Update before;
+  {
+    std::lock_guard lock(mutex_);
+    before = std::exchange(pending_, {});
+  }
+  if (!before.changed.empty()) {
+    std::vector<Path> both;
+    both.reserve(before.changed.size() + update.changed.size());
+    std::set_union(std::make_move_iterator(before.changed.begin()),
+                   std::make_move_iterator(before.changed.end()),
+                   std::make_move_iterator(update.changed.begin()),
+                   std::make_move_iterator(update.changed.end()), std::back_inserter(both));
+    update.changed = std::move(both);
+  }
+  if (update.snapshot == nullptr) {
+    update.snapshot = std::move(before.snapshot);
+    update.revision = before.revision;
+  }
+  update.settled |= before.settled;
+  before.lines.insert(before.lines.end(), std::make_move_iterator(update.lines.begin()),
+                      std::make_move_iterator(update.lines.end()));
+  if (before.lines.size() > kMaxLines) before.lines.resize(kMaxLines);
+  update.lines = std::move(before.lines);
+  {
+    std::lock_guard lock(mutex_);
+    pending_ = std::move(update);
+  }
+  wake_();
+}
+
+Handover::Update Handover::take() {
+  std::lock_guard lock(mutex_);
+  return std::exchange(pending_, {});
+}
+
+void Handover::discard(std::shared_ptr<const Snapshot> snapshot) {
+  std::lock_guard lock(mutex_);
+  discarded_.push_back(std::move(snapshot));
+}
+
+void Handover::statusIs(StoreStatus status) {
+  std::vector<std::shared_ptr<const Snapshot>> discarded;
+  std::lock_guard lock(mutex_);
+  discarded.swap(discarded_);
+  std::swap(status_, status);
+}
+
+void Handover::memberIs(const MemberStatus& status) {
+  std::lock_guard lock(mutex_);
+  members_[status.member] = status;
+}
+
+void Handover::memberDel(const std::string& member) {
+  std::lock_guard lock(mutex_);
+  members_.erase(member);
+}
+
+StoreStatus Handover::status() const {
+  std::lock_guard lock(mutex_);
+  StoreStatus status = status_;
+  for (const auto& [name, member] : members_) status.members.push_back(member);
+  return status;
+}
+
+}  // namespace Kelstore::Etcd

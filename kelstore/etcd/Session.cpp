@@ -1,0 +1,382 @@
+#include "Session.h"
+
+#include <grpcpp/alarm.h>
+#include <grpcpp/completion_queue.h>
+#include <grpcpp/support/async_stream.h>
+#include <grpcpp/support/async_unary_call.h>
+
+#include <algorithm>
+#include <functional>
+#include <random>
+#include <utility>
+
+#include "Channels.h"
+#include "Feed.h"
+#include "Follower.h"
+#include "Keys.h"
+#include "rpc.grpc.pb.h"
+
+namespace Kelstore::Etcd {
+namespace {
+
+constexpr uint64_t kNsPerMs = 1'000'000;
+// Every lease is asked after once in such a time, but not more than so often all together.
+constexpr uint64_t kLeaseRoundMs = 5'000;
+constexpr uint64_t kLeaseLeastMs = 100;
+
+Header headerOf(const etcdserverpb::ResponseHeader& header) {
+  return {header.cluster_id(), header.revision(), header.raft_term()};
+}
+
+Record recordOf(etcdserverpb::KeyValue& keyValue) {
+  return {std::move(*keyValue.mutable_key()), std::move(*keyValue.mutable_value()), keyValue.mod_revision(),
+          keyValue.lease()};
+}
+
+Page pageOf(etcdserverpb::RangeResponse& response) {
+  Page page{headerOf(response.header()), {}, response.more()};
+  page.records.reserve(static_cast<size_t>(response.kvs_size()));
+  for (etcdserverpb::KeyValue& keyValue : *response.mutable_kvs()) {
+    page.records.push_back(recordOf(keyValue));
+  }
+  return page;
+}
+
+WatchResponse watchResponseOf(etcdserverpb::WatchResponse& response) {
+  WatchResponse result;
+  result.header = headerOf(response.header());
+  result.created = response.created();
+  result.canceled = response.canceled();
+  result.fragment = response.fragment();
+  result.compactRevision = response.compact_revision();
+  result.cancelReason = response.cancel_reason();
+  for (etcdserverpb::Event& event : *response.mutable_events()) {
+    bool deleted = event.type() == etcdserverpb::Event::DELETE;
+    result.events.push_back({recordOf(*event.mutable_kv()), deleted});
+  }
+  return result;
+}
+
+// What is called, once, when an operation on the queue is done. Holds what the operation uses.
+using Done = std::function<void(bool ok)>;
+void* tag(Done done) { return new Done(std::move(done)); }
+
+}  // namespace
+
+class Session::Impl {
+ public:
+  Impl(const FollowSettings& settings, const Zavro::Clock& clock, Handover& handover)
+      : settings_(settings),
+        clock_(clock),
+        keys_(Keys(settings.address.prefix).all()),
+        random_(std::random_device()()),
+        follower_({keys_.first, settings.address.endpoints.size(), uint64_t{settings.holdSeconds} * 1000,
+                   uint64_t{settings.auditSeconds} * 1000},
+                  [this] { return std::uniform_real_distribution<double>(0, 1)(random_); }),
+        feed_(settings.address.endpoints, Keys(settings.address.prefix), settings.clearAfterHold, clock,
+              handover) {}
+
+  void run() {
+    follower_.start(nowMs());
+    while (!stopping_) {
+      carryOut();
+      feed_.follow(follower_);
+      waitOnce();
+      uint64_t now = nowMs();
+      if (now >= follower_.wakeAtMs()) follower_.elapsed(now);
+      if (now >= leaseAtMs_) askForLease(now);
+    }
+    close();
+    queue_.Shutdown();
+    void* done = nullptr;
+    bool ok = false;
+    while (queue_.Next(&done, &ok)) delete static_cast<Done*>(done);
+  }
+
+  void stop() {
+    // The queue is not left before it has told of the alarm, so that this never is too late.
+    alarm_.Set(&queue_, gpr_time_0(GPR_TIMESPAN), tag([this](bool /*ok*/) { stopping_ = true; }));
+  }
+
+ private:
+  // A connection to one server and the calls on it. Calls that are done after it was left are ignored.
+  struct Connection {
+    std::string endpoint;
+    std::shared_ptr<grpc::Channel> channel;
+    std::string token;
+    bool left = false;
+    bool renewed = false;  // the token, since a call succeeded last
+    std::vector<std::weak_ptr<grpc::ClientContext>> contexts;
+    std::shared_ptr<void> watch;
+  };
+  using ConnectionPtr = std::shared_ptr<Connection>;
+
+  template <class Response>
+  struct Call {
+    grpc::ClientContext context;
+    Response response;
+    grpc::Status status;
+    std::unique_ptr<grpc::ClientAsyncResponseReader<Response>> reader;
+  };
+
+  struct Watch {
+    grpc::ClientContext context;
+    std::unique_ptr<grpc::ClientAsyncReaderWriter<etcdserverpb::WatchRequest, etcdserverpb::WatchResponse>>
+        stream;
+    etcdserverpb::WatchRequest request;
+    etcdserverpb::WatchResponse response;
+    grpc::Status status;
+    bool writing = true;
+    bool wantsProgress = false;
+  };
+  using WatchPtr = std::shared_ptr<Watch>;
+
+  uint64_t nowMs() const { return clock_.monotonicNs() / kNsPerMs; }
+
+  void waitOnce() {
+    uint64_t now = nowMs();
+    uint64_t at = std::min(follower_.wakeAtMs(), leaseAtMs_);
+    uint64_t wait = std::min<uint64_t>(at > now ? at - now : 0, 60'000);
+    gpr_timespec deadline = gpr_time_from_millis(static_cast<int64_t>(wait), GPR_TIMESPAN);
+    void* next = nullptr;
+    bool ok = false;
+    if (queue_.AsyncNext(&next, &ok, deadline) != grpc::CompletionQueue::GOT_EVENT) return;
+    std::unique_ptr<Done> done(static_cast<Done*>(next));
+    (*done)(ok);
+  }
+
+  void carryOut() {
+    // What is carried out may come to further commands.
+    while (true) {
+      std::vector<Command> commands = follower_.takeCommands();
+      if (commands.empty()) return;
+      for (Command& command : commands) {
+        std::visit([this](auto& one) { carryOut(one); }, command);
+      }
+    }
+  }
+
+  void carryOut(const Disconnect& /*command*/) { close(); }
+
+  void carryOut(const Connect& command) {
+    close();
+    const std::string& endpoint = settings_.address.endpoints[command.endpoint];
+    auto channel = makeChannel(endpoint, settings_.access);
+    if (!channel.ok()) return follower_.lost(nowMs(), std::string(channel.status().message()));
+    connection_ = std::make_shared<Connection>();
+    connection_->endpoint = endpoint;
+    connection_->channel = *channel;
+    leaseAtMs_ = nowMs() + kLeaseLeastMs;
+    if (!settings_.access.credentialsFile.empty()) authenticate(connection_);
+  }
+
+  void carryOut(const ReadPage& command) {
+    whenLetIn([this, command](const ConnectionPtr& connection) { readPage(connection, command); });
+  }
+
+  void carryOut(const OpenWatch& command) {
+    whenLetIn([this, command](const ConnectionPtr& connection) { openWatch(connection, command); });
+  }
+
+  void carryOut(const RequestProgress& /*command*/) {
+    if (!connection_ || !connection_->watch) return;
+    auto watch = std::static_pointer_cast<Watch>(connection_->watch);
+    watch->wantsProgress = true;
+    writeNext(connection_, watch);
+  }
+
+  // Leaves the connection at once; what is under way on it is called off.
+  void close() {
+    if (!connection_) return;
+    connection_->left = true;
+    for (const auto& weak : connection_->contexts) {
+      if (auto context = weak.lock()) context->TryCancel();
+    }
+    connection_->watch.reset();
+    connection_.reset();
+    waiting_.clear();
+    authenticating_ = false;
+    leaseAtMs_ = Follower::kNever;
+  }
+
+  void whenLetIn(std::function<void(const ConnectionPtr&)> call) {
+    if (!connection_) return;
+    if (authenticating_) {
+      waiting_.push_back(std::move(call));
+    } else {
+      call(connection_);
+    }
+  }
+
+  // A call whose context is cancelled when the connection is left.
+  template <class Made>
+  std::shared_ptr<Made> make(const ConnectionPtr& connection) {
+    auto made = std::make_shared<Made>();
+    addMetadata(made->context, connection->token);
+    std::erase_if(connection->contexts, [](const auto& weak) { return weak.expired(); });
+    connection->contexts.push_back(std::shared_ptr<grpc::ClientContext>(made, &made->context));
+    return made;
+  }
+
+  // Starts the call; `done` gets it when it is done, unless the connection was left.
+  template <class Response, class Finished>
+  void finish(const ConnectionPtr& connection, std::shared_ptr<Call<Response>> call, Finished finished) {
+    call->reader->Finish(&call->response, &call->status,
+                         tag([connection, call, finished = std::move(finished)](bool /*ok*/) {
+                           if (!connection->left) finished(*call);
+                         }));
+  }
+
+  void authenticate(const ConnectionPtr& connection) {
+    authenticating_ = true;
+    absl::StatusOr<Credentials> credentials = readCredentials(settings_.access);
+    if (!credentials.ok()) {
+      close();
+      return follower_.lost(nowMs(), std::string(credentials.status().message()));
+    }
+    connection->token.clear();
+    etcdserverpb::AuthenticateRequest request;
+    request.set_name(credentials->user);
+    request.set_password(credentials->password);
+    auto call = make<Call<etcdserverpb::AuthenticateResponse>>(connection);
+    call->reader =
+        etcdserverpb::Auth::NewStub(connection->channel)->AsyncAuthenticate(&call->context, request, &queue_);
+    finish(connection, call,
+           [this, connection, user = credentials->user](Call<etcdserverpb::AuthenticateResponse>& done) {
+             auto token =
+                 tokenOf(connection->endpoint, settings_.access, user, done.status, done.response.token());
+             if (!token.ok()) return follower_.lost(nowMs(), std::string(token.status().message()));
+             connection->token = *std::move(token);
+             authenticating_ = false;
+             for (const auto& waiting : std::exchange(waiting_, {})) waiting(connection);
+           });
+  }
+
+  // Whether there is to be another try with a new token.
+  bool renews(const ConnectionPtr& connection, const grpc::Status& status) {
+    bool renewable = !settings_.access.credentialsFile.empty() && tokenRefused(status);
+    if (status.ok()) connection->renewed = false;
+    return renewable && !std::exchange(connection->renewed, true);
+  }
+
+  void readPage(const ConnectionPtr& connection, const ReadPage& command) {
+    etcdserverpb::RangeRequest request;
+    request.set_key(command.from);
+    request.set_range_end(keys_.end);
+    request.set_revision(command.revision);
+    request.set_limit(command.limit);
+    auto call = make<Call<etcdserverpb::RangeResponse>>(connection);
+    call->reader =
+        etcdserverpb::KV::NewStub(connection->channel)->AsyncRange(&call->context, request, &queue_);
+    finish(connection, call, [this, connection, command](Call<etcdserverpb::RangeResponse>& done) {
+      if (renews(connection, done.status)) {
+        authenticate(connection);
+        whenLetIn([this, command](const ConnectionPtr& again) { readPage(again, command); });
+      } else if (done.status.ok()) {
+        follower_.pageRead(nowMs(), pageOf(done.response));
+      } else {
+        bool noRevision = done.status.error_code() == grpc::StatusCode::OUT_OF_RANGE;
+        follower_.pageFailed(nowMs(), noRevision,
+                             std::string(asStatus(connection->endpoint, done.status).message()));
+      }
+    });
+  }
+
+  void openWatch(const ConnectionPtr& connection, const OpenWatch& command) {
+    auto watch = make<Watch>(connection);
+    connection->watch = watch;
+    auto* create = watch->request.mutable_create_request();
+    create->set_key(keys_.first);
+    create->set_range_end(keys_.end);
+    create->set_start_revision(command.fromRevision);
+    create->set_progress_notify(true);
+    create->set_fragment(true);
+    watch->stream =
+        etcdserverpb::Watch::NewStub(connection->channel)->PrepareAsyncWatch(&watch->context, &queue_);
+    watch->stream->StartCall(tag([this, connection, watch](bool ok) {
+      if (connection->left) return;
+      if (!ok) return finishWatch(connection, watch);
+      watch->stream->Write(watch->request, tag([this, connection, watch](bool /*ok*/) {
+                             watch->writing = false;
+                             writeNext(connection, watch);
+                           }));
+      readNext(connection, watch);
+    }));
+  }
+
+  void writeNext(const ConnectionPtr& connection, const WatchPtr& watch) {
+    if (connection->left || watch->writing || !std::exchange(watch->wantsProgress, false)) return;
+    watch->writing = true;
+    watch->request.Clear();
+    watch->request.mutable_progress_request();
+    // A stream that takes no more shows by what is read from it.
+    watch->stream->Write(watch->request, tag([this, connection, watch](bool ok) {
+                           watch->writing = !ok;
+                           writeNext(connection, watch);
+                         }));
+  }
+
+  void readNext(const ConnectionPtr& connection, const WatchPtr& watch) {
+    watch->response.Clear();
+    watch->stream->Read(&watch->response, tag([this, connection, watch](bool ok) {
+      if (connection->left) return;
+      if (!ok) return finishWatch(connection, watch);
+      follower_.watchSaid(nowMs(), watchResponseOf(watch->response));
+      readNext(connection, watch);
+    }));
+  }
+
+  void finishWatch(const ConnectionPtr& connection, const WatchPtr& watch) {
+    watch->stream->Finish(&watch->status, tag([this, connection, watch](bool /*ok*/) {
+      if (connection->left) return;
+      absl::Status status = asStatus(connection->endpoint, watch->status);
+      follower_.lost(nowMs(), status.ok() ? connection->endpoint + ": the watch was ended"
+                                          : std::string(status.message()));
+    }));
+  }
+
+  void askForLease(uint64_t now) {
+    leaseAtMs_ = now + std::max<uint64_t>(kLeaseLeastMs, kLeaseRoundMs / std::max<size_t>(feed_.leases(), 1));
+    std::optional<int64_t> lease = feed_.nextLease();
+    if (!lease || askingForLease_ || authenticating_ || !connection_) return;
+    etcdserverpb::LeaseTimeToLiveRequest request;
+    request.set_id(*lease);
+    auto call = make<Call<etcdserverpb::LeaseTimeToLiveResponse>>(connection_);
+    call->context.set_deadline(std::chrono::system_clock::now() + std::chrono::milliseconds(kLeaseRoundMs));
+    call->reader = etcdserverpb::Lease::NewStub(connection_->channel)
+                       ->AsyncLeaseTimeToLive(&call->context, request, &queue_);
+    askingForLease_ = true;
+    call->reader->Finish(&call->response, &call->status, tag([this, call, id = *lease](bool /*ok*/) {
+      askingForLease_ = false;
+      if (!call->status.ok()) return;
+      int64_t left = call->response.ttl();
+      feed_.leaseIs(id, left < 0 ? std::optional<uint64_t>() : static_cast<uint64_t>(left));
+    }));
+  }
+
+  const FollowSettings settings_;
+  const Zavro::Clock& clock_;
+  const KeyRange keys_;
+  std::mt19937 random_;
+  Follower follower_;
+  Feed feed_;
+  bool stopping_ = false;
+  grpc::CompletionQueue queue_;
+  grpc::Alarm alarm_;
+  ConnectionPtr connection_;
+  bool authenticating_ = false;
+  std::vector<std::function<void(const ConnectionPtr&)>> waiting_;  // for the token
+  uint64_t leaseAtMs_ = Follower::kNever;
+  bool askingForLease_ = false;
+};
+
+Session::Session(const FollowSettings& settings, const Zavro::Clock& clock, Handover& handover)
+    : impl_(std::make_unique<Impl>(settings, clock, handover)) {}
+
+Session::~Session() = default;
+
+void Session::run() { impl_->run(); }
+
+void Session::stop() { impl_->stop(); }
+
+}  // namespace Kelstore::Etcd

@@ -1,0 +1,310 @@
+// The source against real servers: with its own thread, and an event loop that the test turns.
+#include "etcd/EtcdSource.h"
+
+#include <gmock/gmock.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <optional>
+#include <stdexcept>
+
+#include "etcd/Client.h"
+#include "kelstore/ManualIo.h"
+#include "kelstore/World.h"
+#include "support/Etcd.h"
+#include "support/Network.h"
+#include "support/TempDir.h"
+#include "support/WaitUntil.h"
+
+namespace Kelstore::Etcd {
+namespace {
+
+using namespace std::chrono_literals;
+using testing::HasSubstr;
+using State = SourceStatus::State;
+
+// Lets clients connect, and says nothing.
+class HungServer {
+ public:
+  HungServer() : fd_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)), port_(Support::freeTcpPort()) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port = htons(port_);
+    if (::bind(fd_, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 || ::listen(fd_, 8) != 0) {
+      throw std::runtime_error("cannot listen");
+    }
+  }
+  ~HungServer() { ::close(fd_); }
+  HungServer(const HungServer&) = delete;
+  HungServer& operator=(const HungServer&) = delete;
+  std::string endpoint() const { return "127.0.0.1:" + std::to_string(port_); }
+
+ private:
+  int fd_;
+  uint16_t port_;
+};
+
+class EtcdSourceTest : public testing::Test {
+ protected:
+  void start(const std::string& endpoints, FollowSettings settings = {}) {
+    std::string text = endpoints + "/p";
+    settings.address = parseAddress(text);
+    source_.emplace("etcd:" + text, settings, world_.store, io_, clock_);
+    world_.scheduler.neverYield();
+    source_->start();
+  }
+  // Turns the loop until the condition holds.
+  template <class Condition>
+  bool until(Condition condition, Support::Millis deadline = 15s) {
+    return Support::waitUntil(
+        [&] {
+          io_.work();
+          log_ += world_.drained();
+          return condition();
+        },
+        deadline);
+  }
+  bool untilState(State state, Support::Millis deadline = 15s) {
+    return until([&] { return status().state == state; }, deadline);
+  }
+  bool untilIndex(uint32_t expected) {
+    return until([&] { return index() == expected; });
+  }
+  uint32_t index(const std::string& name = "a") const {
+    const uint32_t* value = world_.mirror.ifMib()->ifIndexByIntfId().find(Lanix::IntfId(name));
+    return value == nullptr ? 0 : *value;
+  }
+  SourceStatus status() const { return source_->status(); }
+  uint64_t counter(const std::string& name) const {
+    SourceStatus now = status();
+    for (const auto& [key, count] : now.store->counters) {
+      if (key == name) return count;
+    }
+    return ~uint64_t{0};
+  }
+  static std::string ifIndex(uint32_t value) { return R"({"ifIndex": )" + std::to_string(value) + "}"; }
+  static void put(const Support::EtcdCluster& etcd, const std::string& key, const std::string& value) {
+    etcd.ctl({"put", key, value});
+  }
+
+  Zavro::SystemClock clock_;
+  Zavro::ManualClock ioClock_;
+  ManualIo io_{ioClock_};
+  World world_{0};
+  std::string log_;
+  std::optional<EtcdSource> source_;
+};
+
+TEST_F(EtcdSourceTest, KeysAreListedAndFollowed) {
+  Support::EtcdCluster etcd;
+  put(etcd, "p/interfaces/a", ifIndex(1));
+  put(etcd, "p2/interfaces/a", ifIndex(99));
+  start(etcd.endpoint());
+  EXPECT_EQ(status().state, State::loading);
+  ASSERT_TRUE(untilState(State::current));
+  ASSERT_TRUE(untilIndex(1));
+  EXPECT_TRUE(world_.store.idle());
+  EXPECT_EQ(status().store->endpoint, etcd.endpoint());
+  EXPECT_EQ(status().paths, 1u);
+  EXPECT_EQ(status().name, "etcd:" + etcd.endpoint() + "/p");
+
+  put(etcd, "p/interfaces/a", ifIndex(2));
+  ASSERT_TRUE(untilIndex(2));
+  EXPECT_NE(status().lastChangeUtcNs, 0u);
+  EXPECT_EQ(status().store->revision, status().store->mirroredRevision);
+  etcd.ctl({"del", "p/interfaces/a"});
+  EXPECT_TRUE(untilIndex(0));
+  EXPECT_EQ(counter("revisions"), 2u);
+  EXPECT_EQ(counter("events"), 2u);
+  EXPECT_EQ(counter("dropped"), 0u);
+}
+
+TEST_F(EtcdSourceTest, MoreKeysThanAPageHolds_AreListed_AndALargeTransactionIsOneRevision) {
+  Support::EtcdCluster etcd;
+  Client client(etcd.endpoints(), {});
+  auto write = [&client](int from, int count, const std::string& value) {
+    std::vector<Op> ops;
+    for (int i = from; i < from + count; ++i) {
+      ops.push_back({Op::What::put, "p/interfaces/i" + std::to_string(i), value, 0});
+    }
+    return client.txn(ops).ok();
+  };
+  for (int i = 0; i < 1200; i += 100) ASSERT_TRUE(write(i, 100, ifIndex(1)));
+  start(etcd.endpoint());
+  ASSERT_TRUE(until([&] { return index("i1199") == 1; }));
+  EXPECT_EQ(status().paths, 1200u);
+  ASSERT_TRUE(write(0, 100, ifIndex(2) + std::string(12'000, ' ')));
+  ASSERT_TRUE(until([&] { return index("i99") == 2; }));
+  EXPECT_EQ(counter("revisions"), 1u);
+  EXPECT_EQ(counter("events"), 100u);
+}
+
+TEST_F(EtcdSourceTest, NoServer_OthersAreServed_AndItIsCompleteWhenOneComes) {
+  uint16_t port = Support::freeTcpPort();
+  start("127.0.0.1:" + std::to_string(port));
+  ASSERT_TRUE(until([&] { return world_.store.idle(); })) << "it keeps nobody waiting";
+  EXPECT_EQ(status().state, State::stale);
+  EXPECT_THAT(status().error, HasSubstr("refused"));
+  EXPECT_EQ(status().store->state, "listing");
+}
+
+TEST_F(EtcdSourceTest, ServerAcceptsAndNeverAnswers_ItSettlesAfterAWhile) {
+  HungServer hung;
+  start(hung.endpoint());
+  EXPECT_FALSE(world_.store.idle());
+  io_.advance(EtcdSource::kPatienceMs);
+  EXPECT_TRUE(world_.store.idle());
+  EXPECT_EQ(status().state, State::loading);
+  // And it ends at once.
+  auto begin = std::chrono::steady_clock::now();
+  source_.reset();
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, 1s);
+}
+
+TEST_F(EtcdSourceTest, ServerIsGone_TheStateIsHeld_ThenStale_AndFollowedAgain) {
+  Support::EtcdCluster etcd;
+  put(etcd, "p/interfaces/a", ifIndex(1));
+  FollowSettings settings;
+  settings.holdSeconds = 2;
+  start(etcd.endpoint(), settings);
+  ASSERT_TRUE(untilIndex(1));
+  log_.clear();
+  etcd.end(0);
+  ASSERT_TRUE(untilState(State::held));
+  EXPECT_EQ(status().store->state, "held");
+  EXPECT_EQ(index(), 1u);
+  ASSERT_TRUE(untilState(State::stale));
+  EXPECT_NE(status().staleSinceUtcNs, 0u);
+  EXPECT_EQ(index(), 1u);
+  EXPECT_EQ(log_, "") << "nothing is taken away";
+  etcd.start(0);
+  put(etcd, "p/interfaces/b", ifIndex(2));
+  ASSERT_TRUE(until([&] { return index("b") == 2; }, 30s));
+  EXPECT_EQ(status().state, State::current);
+  EXPECT_EQ(log_, "ifIndex[b]");
+}
+
+TEST_F(EtcdSourceTest, ClearedAfterHold_TheStateIsWithdrawn_AndBackWithTheServer) {
+  Support::EtcdCluster etcd;
+  put(etcd, "p/interfaces/a", ifIndex(1));
+  FollowSettings settings;
+  settings.holdSeconds = 1;
+  settings.clearAfterHold = true;
+  start(etcd.endpoint(), settings);
+  ASSERT_TRUE(untilIndex(1));
+  etcd.end(0);
+  ASSERT_TRUE(untilIndex(0));
+  etcd.start(0);
+  EXPECT_TRUE(until([&] { return index() == 1; }, 30s));
+}
+
+TEST_F(EtcdSourceTest, StoreIsRestoredFromACopy_TheDifferenceIsApplied) {
+  Support::EtcdCluster etcd;
+  Support::TempDir dir;
+  put(etcd, "p/interfaces/a", ifIndex(1));
+  put(etcd, "p/interfaces/b", ifIndex(1));
+  etcd.saveSnapshot(dir.file("copy"));
+  put(etcd, "p/interfaces/a", ifIndex(2));
+  put(etcd, "p/interfaces/c", ifIndex(2));
+  start(etcd.endpoint());
+  ASSERT_TRUE(untilIndex(2));
+  log_.clear();
+  etcd.restartFrom(dir.file("copy"));
+  ASSERT_TRUE(until([&] { return index() == 1 && index("c") == 0; }, 30s));
+  EXPECT_THAT(log_, testing::Not(HasSubstr("-ifIndex[a]")));
+  EXPECT_THAT(log_, testing::Not(HasSubstr("ifIndex[b]")));
+  EXPECT_EQ(counter("relists"), 1u);
+  put(etcd, "p/interfaces/a", ifIndex(3));
+  EXPECT_TRUE(untilIndex(3));
+}
+
+TEST_F(EtcdSourceTest, BadValue_IsShownWithItsKey) {
+  Support::EtcdCluster etcd;
+  put(etcd, "p/interfaces/a", ifIndex(1));
+  put(etcd, "p/interfaces/b", "oops");
+  start(etcd.endpoint());
+  ASSERT_TRUE(untilState(State::partial));
+  EXPECT_THAT(status().error, testing::StartsWith("key p/interfaces/b: 1:1: "));
+  put(etcd, "p/interfaces/b", ifIndex(2));
+  EXPECT_TRUE(untilState(State::current));
+}
+
+TEST_F(EtcdSourceTest, Members_TheirLeaseIsAskedAfter_AndTheirRowsGoWithIt) {
+  Support::EtcdCluster etcd;
+  std::string granted = etcd.ctl({"lease", "grant", "600"});
+  std::string lease = granted.substr(6, granted.find(' ', 6) - 6);
+  etcd.ctl({"put", "--lease=" + lease, "p/members/3/processors/1", R"({"load": 5})"});
+  start(etcd.endpoint());
+  ASSERT_TRUE(until([&] {
+    auto members = status().store->members;
+    return members.size() == 1 && members[0].leaseLeftSeconds;
+  }));
+  EXPECT_EQ(status().store->members[0].member, "3");
+  EXPECT_TRUE(status().store->members[0].leased);
+  EXPECT_GT(*status().store->members[0].leaseLeftSeconds, 500u);
+  EXPECT_LE(*status().store->members[0].leaseLeftSeconds, 600u);
+  ASSERT_TRUE(until([&] { return world_.host("3") != nullptr; }));
+  etcd.ctl({"lease", "revoke", lease});
+  ASSERT_TRUE(until([&] { return world_.host("3") == nullptr; }));
+  EXPECT_TRUE(status().store->members.empty());
+}
+
+class EtcdSourceAuthTest : public EtcdSourceTest {
+ protected:
+  EtcdSourceAuthTest() {
+    etcd_.ctl({"user", "add", "root:secret"});
+    etcd_.ctl({"user", "grant-role", "root", "root"});
+    etcd_.ctl({"put", "p/interfaces/a", ifIndex(1)});
+    etcd_.ctl({"auth", "enable"});
+    settings_.access.credentialsFile = credentials("secret");
+  }
+  std::string credentials(const std::string& password) {
+    dir_.replace("credentials", R"({"user": "root", "password": ")" + password + "\"}");
+    std::filesystem::permissions(dir_.file("credentials"), std::filesystem::perms::owner_read);
+    return dir_.file("credentials");
+  }
+
+  // Tokens that nobody uses for a while are forgotten.
+  Support::EtcdCluster etcd_{{.nodes = 1, .arguments = {"--auth-token-ttl=1"}}};
+  Support::TempDir dir_;
+  FollowSettings settings_;
+};
+
+TEST_F(EtcdSourceAuthTest, UserAndPassword_FromTheCredentialsFile) {
+  start(etcd_.endpoint(), settings_);
+  ASSERT_TRUE(untilIndex(1));
+  etcd_.ctl({"put", "p/interfaces/a", ifIndex(2)}, "root:secret");
+  EXPECT_TRUE(untilIndex(2));
+}
+
+TEST_F(EtcdSourceAuthTest, NoCredentials_TheErrorIsShown) {
+  start(etcd_.endpoint());
+  ASSERT_TRUE(until([&] { return !status().error.empty(); }));
+  EXPECT_THAT(status().error, HasSubstr("user name is empty"));
+}
+
+TEST_F(EtcdSourceAuthTest, PasswordIsWrong_ThenMended) {
+  credentials("wrong");
+  start(etcd_.endpoint(), settings_);
+  ASSERT_TRUE(until([&] { return !status().error.empty(); }));
+  EXPECT_THAT(status().error, HasSubstr("user \"root\" of"));
+  EXPECT_THAT(status().error, HasSubstr("was refused"));
+  EXPECT_THAT(status().error, testing::Not(HasSubstr("wrong")));
+  credentials("secret");
+  EXPECT_TRUE(untilIndex(1));
+}
+
+TEST_F(EtcdSourceAuthTest, TokenExpires_ItIsRenewed) {
+  settings_.auditSeconds = 3;
+  start(etcd_.endpoint(), settings_);
+  ASSERT_TRUE(untilIndex(1));
+  ASSERT_TRUE(until([&] { return counter("audits") >= 2; }, 30s));
+  EXPECT_EQ(counter("reconnections"), 0u);
+  EXPECT_EQ(status().store->lastError, "");
+}
+
+}  // namespace
+}  // namespace Kelstore::Etcd

@@ -1,0 +1,277 @@
+// From what a follower is told to what the event loop finds: state, status, and the lines of the log.
+#include "etcd/Feed.h"
+
+#include <fmt/format.h>
+#include <gmock/gmock.h>
+
+namespace Kelstore::Etcd {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr uint64_t kHoldMs = 300'000;
+
+Header at(int64_t revision) { return {1, revision, 1}; }
+
+class FeedTest : public testing::Test {
+ protected:
+  explicit FeedTest(bool clears = false) : clears_(clears) { clock_.advanceNs(1'000'000'000); }
+
+  void follows() { feed_.follow(follower_); }
+  uint64_t now() const { return clock_.monotonicNs() / 1'000'000; }
+  void advance(uint64_t ms) {
+    uint64_t end = now() + ms;
+    while (now() < end) {
+      uint64_t next = std::max(std::min(follower_.wakeAtMs(), end), now());
+      clock_.advanceNs((next - now()) * 1'000'000);
+      if (now() >= follower_.wakeAtMs()) follower_.elapsed(now());
+      follows();
+    }
+  }
+  void listed(std::vector<Record> records, int64_t revision = 10) {
+    follower_.pageRead(now(), {at(revision), std::move(records), false});
+    follows();
+  }
+  void created(int64_t revision = 10) {
+    WatchResponse response;
+    response.header = at(revision);
+    response.created = true;
+    follower_.watchSaid(now(), response);
+    follows();
+  }
+  void event(const Record& record, bool deleted = false) {
+    WatchResponse response;
+    response.header = at(record.modRevision);
+    response.events = {{record, deleted}};
+    follower_.watchSaid(now(), response);
+    follows();
+  }
+  void lost() {
+    follower_.lost(now(), "h1:1: broken");
+    follows();
+  }
+  // Interface a with index 1, and member 1 with one processor under lease 77.
+  void watching() {
+    follower_.start(now());
+    follows();
+    listed({{"p/interfaces/a", R"({"ifIndex": 1})", 3, 0},
+            {"p/members/1/processors/1", R"({"load": 1})", 4, 77}});
+    created();
+    take();
+  }
+  // Whatever was tried is in vain; then a server is asked again.
+  void reconnecting() {
+    lost();
+    follower_.takeCommands();
+    for (bool asked = false; !asked;) {
+      advance(follower_.wakeAtMs() - now());
+      for (const Command& command : follower_.takeCommands())
+        asked |= std::holds_alternative<ReadPage>(command);
+    }
+  }
+  void resumed() {
+    reconnecting();
+    follower_.pageRead(now(), {at(10), {}, false});
+    created();
+  }
+
+  // What the loop finds: changed paths, "-" where nothing is any more, and lines.
+  std::string take() {
+    Handover::Update update = handover_.take();
+    std::string text;
+    for (const Path& path : update.changed) {
+      bool there = update.snapshot->find(path) != nullptr;
+      text += (text.empty() ? "" : " ") + (there ? path.text() : "-" + path.text());
+    }
+    lines_.clear();
+    for (const Line& line : update.lines) lines_.push_back(fmt::format("{} {}", line.level, line.text));
+    settled_ |= update.settled;
+    return text;
+  }
+  StoreStatus status() const { return handover_.status(); }
+  uint64_t counter(const std::string& name) const {
+    for (const auto& [key, count] : status().counters) {
+      if (key == name) return count;
+    }
+    ADD_FAILURE() << "no counter " << name;
+    return 0;
+  }
+
+  bool clears_;
+  bool settled_ = false;
+  std::vector<std::string> lines_;
+  Zavro::ManualClock clock_{1'000'000'000'000};
+  Handover handover_{[] {}};
+  Follower follower_{{"p/", 2, kHoldMs, 60'000}, [] { return 0.0; }};
+  Feed feed_{{"h0:1", "h1:1"}, Keys("p"), clears_, clock_, handover_};
+};
+
+class ClearingFeedTest : public FeedTest {
+ protected:
+  ClearingFeedTest() : FeedTest(true) {}
+};
+
+TEST_F(FeedTest, FirstListing_IsHandedOverAndSettles) {
+  follower_.start(now());
+  follows();
+  EXPECT_EQ(take(), "");
+  EXPECT_FALSE(settled_);
+  EXPECT_EQ(status().state, "listing");
+  EXPECT_EQ(status().endpoint, "");
+  listed({{"p/interfaces/a", R"({"ifIndex": 1})", 3, 0}});
+  EXPECT_EQ(take(), "interfaces/a");
+  EXPECT_TRUE(settled_);
+  created();
+  EXPECT_EQ(take(), "");
+  EXPECT_THAT(lines_, ElementsAre("1 follows h0:1 from revision 10"));
+  EXPECT_EQ(status().state, "watching");
+  EXPECT_EQ(status().endpoint, "h0:1");
+  EXPECT_EQ(status().revision, 10);
+  EXPECT_EQ(status().heardUtcNs, clock_.utcNs());
+}
+
+TEST_F(FeedTest, NoServerIsReached_ItSettlesWithNothing_OnceAllWereTried) {
+  follower_.start(now());
+  follower_.lost(now(), "h0:1: refused");
+  follows();
+  take();
+  EXPECT_FALSE(settled_);
+  EXPECT_THAT(lines_, ElementsAre("0 h0:1: refused"));
+  EXPECT_EQ(status().staleSinceUtcNs, 0u);
+  advance(Follower::kFailoverMs);
+  lost();
+  take();
+  EXPECT_TRUE(settled_);
+  EXPECT_EQ(status().staleSinceUtcNs, clock_.utcNs());
+  EXPECT_EQ(status().state, "listing");
+  EXPECT_EQ(status().lastError, "h1:1: broken");
+}
+
+TEST_F(FeedTest, ChangesAreHandedOver_UnchangedValuesAreNot) {
+  watching();
+  event({"p/interfaces/a", R"({"ifIndex": 2})", 11, 0});
+  EXPECT_EQ(take(), "interfaces/a");
+  event({"p/interfaces/a", R"({ "ifIndex": 2 })", 12, 0});
+  EXPECT_EQ(take(), "");
+  EXPECT_EQ(status().revision, 12);
+  event({"p/interfaces/a", "", 13, 0}, true);
+  EXPECT_EQ(take(), "-interfaces/a");
+}
+
+TEST_F(FeedTest, ValueTurnsBad_TheLastGoodOneStays_AndItsKeyIsShown) {
+  watching();
+  event({"p/interfaces/a", R"({"ifIndex": "x"})", 11, 0});
+  EXPECT_EQ(take(), "");
+  EXPECT_THAT(lines_, ElementsAre("0 key p/interfaces/a: ifIndex: found \"x\", expected an integer from 0 to "
+                                  "4294967295"));
+  EXPECT_EQ(status().setAside, 1u);
+  ASSERT_EQ(status().examples.size(), 1u);
+  EXPECT_EQ(status().examples.front().key, "p/interfaces/a");
+  event({"p/interfaces/a", "", 12, 0}, true);
+  EXPECT_EQ(take(), "-interfaces/a") << "the value that had stayed";
+  EXPECT_EQ(status().setAside, 0u);
+}
+
+TEST_F(FeedTest, StoreIsLost_HeldThenStale_EachSinceItBegan_AndToldOnce) {
+  watching();
+  lost();
+  uint64_t lostAt = clock_.utcNs();
+  EXPECT_EQ(take(), "");
+  EXPECT_THAT(lines_, ElementsAre("0 h1:1: broken"));
+  EXPECT_EQ(status().state, "held");
+  EXPECT_EQ(status().endpoint, "");
+  EXPECT_EQ(status().heldSinceUtcNs, lostAt);
+  advance(200);
+  lost();
+  take();
+  EXPECT_THAT(lines_, IsEmpty()) << "the same error is told once";
+  advance(kHoldMs - 200);
+  EXPECT_EQ(take(), "");
+  EXPECT_THAT(lines_, testing::Contains("0 out of reach for too long: what it said last is stale"));
+  EXPECT_EQ(status().state, "stale");
+  EXPECT_EQ(status().heldSinceUtcNs, lostAt);
+  EXPECT_EQ(status().staleSinceUtcNs, clock_.utcNs());
+  resumed();
+  EXPECT_EQ(take(), "");
+  EXPECT_EQ(status().state, "watching");
+  EXPECT_EQ(status().heldSinceUtcNs, 0u);
+  EXPECT_EQ(status().staleSinceUtcNs, 0u);
+  EXPECT_EQ(status().lastError, "h1:1: broken");
+  EXPECT_EQ(counter("reconnections"), 1u);
+}
+
+TEST_F(ClearingFeedTest, Stale_EverythingIsWithdrawn_AndBackWithTheStore) {
+  watching();
+  lost();
+  EXPECT_EQ(take(), "");
+  advance(kHoldMs);
+  EXPECT_EQ(take(), "-interfaces/a -members/1/processors/1");
+  EXPECT_THAT(lines_, testing::Contains("0 out of reach for too long: what it said last is withdrawn"));
+  resumed();
+  EXPECT_EQ(take(), "interfaces/a members/1/processors/1");
+}
+
+TEST_F(ClearingFeedTest, StoreIsBackWithOtherContent_TheOldOneIsNotShownAgain) {
+  watching();
+  lost();
+  advance(kHoldMs);
+  take();
+  reconnecting();
+  follower_.pageFailed(now(), true, "compacted");
+  follows();
+  listed({{"p/interfaces/b", R"({"ifIndex": 1})", 20, 0}}, 20);
+  EXPECT_EQ(take(), "") << "as long as it is not followed";
+  created(20);
+  EXPECT_EQ(take(), "interfaces/b");
+}
+
+TEST_F(FeedTest, AuditRepairs_ItIsTold) {
+  watching();
+  advance(60'000);  // the silence is a loss
+  resumed();
+  take();
+  advance(Follower::kResumedAuditMs);
+  follower_.pageRead(now(), {at(10), {{"p/interfaces/a", R"({"ifIndex": 9})", 5, 0}}, false});
+  follows();
+  EXPECT_EQ(take(), "interfaces/a -members/1/processors/1");
+  EXPECT_THAT(lines_,
+              ElementsAre("0 the audit found 2 keys that differed from the store, and repaired them"));
+  EXPECT_EQ(counter("repairs"), 2u);
+}
+
+TEST_F(FeedTest, Members_TheirLeaseAndLastChangeAreShown_WhileTheyPublishSomething) {
+  watching();
+  EXPECT_THAT(status().members, ElementsAre(MemberStatus{"1", true, {}, 0}));
+  EXPECT_EQ(feed_.nextLease(), 77);
+  feed_.leaseIs(77, 12);
+  EXPECT_THAT(status().members, ElementsAre(MemberStatus{"1", true, 12, 0}));
+  advance(1000);
+  event({"p/members/2/processors/1", R"({"load": 1})", 11, 0});
+  event({"p/members/1/processors/1", R"({"load": 2})", 12, 77});
+  EXPECT_THAT(status().members, ElementsAre(MemberStatus{"1", true, 12, clock_.utcNs()},
+                                            MemberStatus{"2", false, {}, clock_.utcNs()}));
+  feed_.leaseIs(77, std::nullopt);
+  EXPECT_EQ(status().members.front().leaseLeftSeconds, 0u);
+  event({"p/members/1/processors/1", "", 13, 0}, true);
+  EXPECT_THAT(status().members, ElementsAre(MemberStatus{"2", false, {}, clock_.utcNs()}));
+  EXPECT_EQ(feed_.nextLease(), std::nullopt);
+}
+
+TEST_F(FeedTest, Leases_AreAskedAfterInTurn) {
+  watching();
+  event({"p/members/3/processors/1", R"({"load": 1})", 11, 99});
+  event({"p/members/2/processors/1", R"({"load": 1})", 12, 0});
+  EXPECT_EQ(feed_.leases(), 2u);
+  EXPECT_EQ(feed_.nextLease(), 77);
+  EXPECT_EQ(feed_.nextLease(), 99);
+  EXPECT_EQ(feed_.nextLease(), 77);
+  // A member that was started anew has a new lease, of which nothing is known yet.
+  feed_.leaseIs(99, 5);
+  event({"p/members/3/processors/1", R"({"load": 1})", 13, 100});
+  EXPECT_EQ(feed_.nextLease(), 100);
+  EXPECT_EQ(status().members.back().leaseLeftSeconds, std::nullopt);
+}
+
+}  // namespace
+}  // namespace Kelstore::Etcd
