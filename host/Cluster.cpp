@@ -25,7 +25,7 @@ std::string hostname() {
 }
 
 std::unique_ptr<Kelstore::Source> sourceFor(const std::string& state, const Options& options,
-                                            Kelstore::Store& store, Kelstore::Io& io,
+                                            const EtcdSources* etcd, Kelstore::Store& store, Kelstore::Io& io,
                                             const Zavro::Clock& clock) {
   if (state == "local") {
     Member::LocalSource::Settings settings{options.member, options.intervalSeconds, options.indexFile};
@@ -35,13 +35,17 @@ std::unique_ptr<Kelstore::Source> sourceFor(const std::string& state, const Opti
   if (state.starts_with(kFile)) {
     return std::make_unique<Kelstore::FileSource>(state.substr(kFile.size()), store, io, clock);
   }
+  if (state.starts_with(kEtcd)) {
+    zavroAssert(etcd != nullptr);
+    return etcd->make(state, options.etcd, store, io, clock);
+  }
   return std::make_unique<Kelstore::EmbeddedSource>(kExampleState, store, clock);
 }
 
 }  // namespace
 
-Cluster::Cluster(const Options& options, Zavro::Ptr<Vem::TaskScheduler> scheduler, Kelstore::Io& io,
-                 const Zavro::Clock& clock)
+Cluster::Cluster(const Options& options, const EtcdSources* etcd, Zavro::Ptr<Vem::TaskScheduler> scheduler,
+                 Kelstore::Io& io, const Zavro::Clock& clock)
     : hostname_(hostname()),
       store_(std::move(scheduler), mirror_),
       root_(Zavro::makePtr<Kor::Dir>("root")),
@@ -52,7 +56,7 @@ Cluster::Cluster(const Options& options, Zavro::Ptr<Vem::TaskScheduler> schedule
   sysnameIs();
   sysnameSubscription_ = mirror_.subscribeSysname([this] { sysnameIs(); });
   for (const std::string& state : options.states) {
-    sources_.push_back(sourceFor(state, options, store_, io, clock));
+    sources_.push_back(sourceFor(state, options, etcd, store_, io, clock));
   }
   for (const auto& source : sources_) source->start();
   agentRoot_->agentIs(trelMib_, status_, mirror_.ifMib(), mirror_.topologyConfig(), mirror_.reachabilityDir(),

@@ -18,9 +18,9 @@ namespace Host {
 class Cluster {
  public:
   // Makes everything and starts to follow the sources that the options name. Io and clock outlive the
-  // cluster.
-  Cluster(const Options& options, Zavro::Ptr<Vem::TaskScheduler> scheduler, Kelstore::Io& io,
-          const Zavro::Clock& clock);
+  // cluster. `etcd` may be null when none of the sources is such a one.
+  Cluster(const Options& options, const EtcdSources* etcd, Zavro::Ptr<Vem::TaskScheduler> scheduler,
+          Kelstore::Io& io, const Zavro::Clock& clock);
   ~Cluster();
   Cluster(const Cluster&) = delete;
   Cluster& operator=(const Cluster&) = delete;

@@ -9,7 +9,7 @@
 
 namespace Host {
 
-Daemon::Daemon(const Options& options, const Zavro::Clock& clock, Threads& threads)
+Daemon::Daemon(const Options& options, const EtcdSources* etcd, const Zavro::Clock& clock, Threads& threads)
     : options_(options),
       clock_(clock),
       startedNs_(clock.monotonicNs()),
@@ -26,7 +26,7 @@ Daemon::Daemon(const Options& options, const Zavro::Clock& clock, Threads& threa
   Vem::TaskSchedulerRoot::schedulerIs(scheduler_);
   Snmp::agentStartUtcIs(Zavro::Duration(static_cast<double>(clock.utcNs()) / 1e9));
   error_ = control_.error();
-  if (error_.empty()) start();
+  if (error_.empty()) start(etcd);
 }
 
 Daemon::~Daemon() {
@@ -37,8 +37,8 @@ Daemon::~Daemon() {
 }
 
 // The sources are followed before SNMP is up, so that the tables are filled soon.
-void Daemon::start() {
-  cluster_.emplace(options_, scheduler_, io_, clock_);
+void Daemon::start(const EtcdSources* etcd) {
+  cluster_.emplace(options_, etcd, scheduler_, io_, clock_);
   snmp_.emplace(loop_, options_.snmp);
   error_ = snmp_->error();
   if (!error_.empty()) return;

@@ -18,8 +18,9 @@ namespace Host {
 
 class Daemon {
  public:
-  // Clock and threads must outlive the daemon; work may be under way on threads when it goes.
-  Daemon(const Options& options, const Zavro::Clock& clock, Threads& threads);
+  // Clock and threads must outlive the daemon; work may be under way on threads when it goes. `etcd` may be
+  // null when no such source is among the options.
+  Daemon(const Options& options, const EtcdSources* etcd, const Zavro::Clock& clock, Threads& threads);
   ~Daemon();
   Daemon(const Daemon&) = delete;
   Daemon& operator=(const Daemon&) = delete;
@@ -30,7 +31,7 @@ class Daemon {
   void run() { loop_.run(); }
 
  private:
-  void start();
+  void start(const EtcdSources* etcd);
   std::unique_ptr<Reply> answer(const std::string& request) const;
   void tellWhenReady();
 

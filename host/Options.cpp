@@ -16,6 +16,9 @@ namespace {
 constexpr const char* kProgram = "trelsnmpd";
 constexpr const char* kIndexFile = "/storage-indexes.json";
 
+constexpr uint32_t kMaxHoldSeconds = 30 * 86'400;
+constexpr uint32_t kMaxAuditSeconds = 86'400;
+
 constexpr const char* kDescription =
     "Serves the state of a switch cluster over SNMP: reachability, links and host resources of every "
     "member,\n"
@@ -34,7 +37,38 @@ std::string readable(const std::string& path) {
   return access(path.c_str(), R_OK) == 0 ? "" : fmt::format("{}: {}", path, std::strerror(errno));
 }
 
-void describe(CLI::App& app, Options& options) {
+void describeEtcd(CLI::App& app, EtcdOptions& options) {
+  app.add_option(
+         "--hold", options.holdSeconds,
+         fmt::format("Seconds for which what a lost store \"etcd:\" said last counts before it is stale "
+                     "(default: {})",
+                     options.holdSeconds))
+      ->type_name("SECONDS")
+      ->check(CLI::Range(0U, kMaxHoldSeconds).description(""));
+  app.add_option_function<std::string>(
+         "--after-hold", [&options](const std::string& text) { options.clearAfterHold = text == "clear"; },
+         "Whether it is served on then, or withdrawn until the store is back (default: keep)")
+      ->type_name("keep|clear")
+      ->check(checking([](const std::string& text) {
+        oneOf(text, {"keep", "clear"});
+      }));
+  app.add_option("--audit", options.auditSeconds,
+                 fmt::format("Seconds between two audits of a store, each of which reads everything anew and "
+                             "repairs what differs (default: {})",
+                             options.auditSeconds))
+      ->type_name("SECONDS")
+      ->check(CLI::Range(1U, kMaxAuditSeconds).description(""));
+  auto file = [&app](const char* name, std::string& path, const char* description) {
+    app.add_option(name, path, description)->type_name("FILE");
+  };
+  file("--etcd-ca", options.caFile, "Who signed the stores' certificates, PEM; makes it TLS");
+  file("--etcd-cert", options.certFile, "This host's certificate for them, PEM; needs --etcd-key");
+  file("--etcd-key", options.keyFile, "Its key, PEM, for its owner's eyes only");
+  file("--etcd-credentials", options.credentialsFile,
+       "User and password for the stores, {\"user\": ..., \"password\": ...}, for its owner's eyes only");
+}
+
+void describe(CLI::App& app, Options& options, const EtcdSources* etcd) {
   app.set_version_flag("--version", "trelsnmpd " TREL_VERSION, "Print the version and exit");
   auto* listen = app.add_option(
       "--listen", options.snmp.listen,
@@ -52,14 +86,16 @@ void describe(CLI::App& app, Options& options) {
   app.add_option(
          "--state", options.states,
          "Where the cluster's state comes from: \"local\" (this machine's own figures, as those of "
-         "the member that --member names), \"file:PATH\" (a JSON document, followed as it changes) "
-         "or \"embedded\" (an example of three switches); repeatable, later sources override "
+         "the member that --member names), \"file:PATH\" (a JSON document, followed as it changes), "
+         "\"etcd:HOST:PORT[,HOST:PORT...]/PREFIX\" (the keys of an etcd cluster below the prefix, followed "
+         "as they change) or \"embedded\" (an example of three switches); repeatable, later sources override "
          "earlier ones, but the storage mappings of \"local\" yield to all others (default: embedded, "
-         "then local). This build does not have the source "
-         "\"etcd:\"")
+         "then local)" +
+             std::string(etcd == nullptr ? ". This program does not have the source \"etcd:\"" : ""))
       ->type_name("SOURCE")
       ->allow_extra_args(false)
-      ->check(checking(checkSource));
+      ->check(checking([etcd](const std::string& source) { checkSource(source, etcd); }));
+  if (etcd != nullptr) describeEtcd(app, options.etcd);
   app.add_option("--member", options.member, "Member id of this switch (default: 1)")
       ->type_name("N")
       ->check(CLI::Range(0, 255));
@@ -99,27 +135,35 @@ void describe(CLI::App& app, Options& options) {
 
 }  // namespace
 
-void checkSource(const std::string& source) {
+void checkSource(const std::string& source, const EtcdSources* etcd) {
   constexpr std::string_view kFile = "file:";
   if (source == "local" || source == "embedded") return;
   if (source.starts_with(kFile) && source.size() > kFile.size()) return;
-  if (source.starts_with("etcd:"))
-    throw std::invalid_argument("this build does not have the source \"etcd\"");
-  throw std::invalid_argument(fmt::format("found \"{}\", expected local, file:PATH or embedded", source));
+  if (source.starts_with(kEtcd)) {
+    if (etcd == nullptr) throw std::invalid_argument("this program does not have the source \"etcd:\"");
+    return etcd->checkName(source);
+  }
+  throw std::invalid_argument(fmt::format("found \"{}\", expected local, file:PATH, {}embedded", source,
+                                          etcd == nullptr ? "or " : "etcd:HOST:PORT/PREFIX or "));
 }
 
-ParsedOptions parseOptions(int argc, const char* const* argv) {
+ParsedOptions parseOptions(int argc, const char* const* argv, const EtcdSources* etcd) {
   ParsedOptions parsed;
   Options& options = parsed.options;
   options.control = Control::defaultSocketPath();
   options.indexFile = stateDirectory(kProgram) + kIndexFile;
   CLI::App app(kDescription, kProgram);
   app.footer(kFooter);
-  describe(app, options);
-  parsed.exitCode = parseCommandLine(app, argc, argv, [&options] {
+  describe(app, options, etcd);
+  parsed.exitCode = parseCommandLine(app, argc, argv, [&options, etcd] {
     // It is one machine, as one member.
     if (std::count(options.states.begin(), options.states.end(), "local") > 1) {
       throw CLI::ValidationError("--state", "found local twice, expected it once");
+    }
+    try {
+      if (etcd != nullptr) etcd->checkFiles(options.etcd);
+    } catch (const std::invalid_argument& error) {
+      throw CLI::ValidationError(error.what());
     }
   });
   if (options.states.empty()) options.states = {"embedded", "local"};

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "Etcd.h"
 #include "LocalSource.h"
 #include "Logging.h"
 #include "SnmpAgent.h"
@@ -13,7 +14,9 @@ namespace Host {
 
 struct Options {
   SnmpOptions snmp;
-  std::vector<std::string> states;  // "local" (at most once), "embedded" or "file:PATH"; never empty
+  // "local" (at most once), "embedded", "file:PATH" or "etcd:HOST:PORT[,HOST:PORT...]/PREFIX"; never empty.
+  std::vector<std::string> states;
+  EtcdOptions etcd;
   uint8_t member = 1;
   uint32_t intervalSeconds = Member::MachineFigures::kDefaultIntervalSeconds;
   std::string indexFile;
@@ -29,9 +32,10 @@ struct ParsedOptions {
   Options options;
   int exitCode = -1;  // -1: go on
 };
-ParsedOptions parseOptions(int argc, const char* const* argv);
+// `etcd` is null in a program that does not have that source.
+ParsedOptions parseOptions(int argc, const char* const* argv, const EtcdSources* etcd);
 
-// Throws std::invalid_argument unless it names a source that this build has.
-void checkSource(const std::string& source);
+// Throws std::invalid_argument unless it names a source that this program has.
+void checkSource(const std::string& source, const EtcdSources* etcd);
 
 }  // namespace Host

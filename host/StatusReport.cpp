@@ -46,6 +46,66 @@ Json collectorsOf(const Cluster& cluster) {
   return all;
 }
 
+// Calls add(source's name, the store's status) for each source that is a store.
+template <class Add>
+Json storesWith(const Cluster& cluster, Add add) {
+  Json all = Json::array();
+  for (const Kelstore::SourceStatus& source : cluster.sources()) {
+    if (source.store) add(all, source.name, *source.store);
+  }
+  return all;
+}
+
+Json storesOf(const Cluster& cluster, uint64_t nowUtcNs) {
+  return storesWith(
+      cluster, [nowUtcNs](Json& all, const std::string& name, const Kelstore::StoreStatus& store) {
+        Json heardSecondsAgo;
+        if (store.heardUtcNs != 0 && nowUtcNs >= store.heardUtcNs) {
+          uint64_t ms = (nowUtcNs - store.heardUtcNs) / 1'000'000;
+      heardSecondsAgo = static_cast<double>(ms) / 1000;
+        }
+        all.push_back({{"source", name},
+                       {"state", store.state},
+                       {"endpoint", store.endpoint.empty() ? Json(nullptr) : Json(store.endpoint)},
+                       {"revision", store.revision},
+                       {"mirroredRevision", store.mirroredRevision},
+                       {"storeRevision", store.storeRevision},
+                       {"heardSecondsAgo", heardSecondsAgo},
+                       {"heldSince", utcTime(store.heldSinceUtcNs)},
+                       {"staleSince", utcTime(store.staleSinceUtcNs)},
+                       {"lastError", store.lastError.empty() ? Json(nullptr) : Json(store.lastError)}});
+      });
+}
+
+Json storeCountersOf(const Cluster& cluster) {
+  return storesWith(cluster, [](Json& all, const std::string& name, const Kelstore::StoreStatus& store) {
+    Json counters{{"source", name}};
+    for (const auto& [counter, count] : store.counters) counters[counter] = count;
+    counters["setAside"] = store.setAside;
+    all.push_back(std::move(counters));
+  });
+}
+
+Json setAsideOf(const Cluster& cluster) {
+  return storesWith(cluster, [](Json& all, const std::string& name, const Kelstore::StoreStatus& store) {
+    for (const auto& [key, error] : store.examples) {
+      all.push_back({{"source", name}, {"key", key}, {"error", error}});
+    }
+  });
+}
+
+Json membersOf(const Cluster& cluster) {
+  return storesWith(cluster, [](Json& all, const std::string& name, const Kelstore::StoreStatus& store) {
+    for (const Kelstore::MemberStatus& member : store.members) {
+      all.push_back({{"source", name},
+                     {"member", member.member},
+                     {"leased", member.leased},
+                     {"leaseLeft", member.leaseLeftSeconds ? Json(*member.leaseLeftSeconds) : Json(nullptr)},
+                     {"lastChange", utcTime(member.lastChangeUtcNs)}});
+    }
+  });
+}
+
 Json pipelinesOf(const Cluster& cluster) {
   Json all = Json::array();
   for (const auto& pipeline : cluster.pipelines()) {
@@ -91,6 +151,10 @@ std::unique_ptr<Reply> statusReport(const StatusInputs& inputs) {
               {"ready", serving(inputs.snmp, inputs.cluster)},
               {"sources", sourcesOf(inputs.cluster)},
               {"collectors", collectorsOf(inputs.cluster)},
+              {"stores", storesOf(inputs.cluster, inputs.nowUtcNs)},
+              {"storeCounters", storeCountersOf(inputs.cluster)},
+              {"setAside", setAsideOf(inputs.cluster)},
+              {"members", membersOf(inputs.cluster)},
               {"pipelines", pipelinesOf(inputs.cluster)},
               {"tasks", tasksOf(inputs.scheduler)},
               {"tables", tablesOf(inputs.cluster.trelMib())}};

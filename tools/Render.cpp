@@ -34,6 +34,19 @@ std::string section(const char* title, const Json& objects) {
   return fmt::format("\n{}:\n{}", title, asTable(objects));
 }
 
+// Errors are sentences, which no column is made for: they stand below.
+std::string sectionWithErrors(const char* title, Json objects, const std::string& member) {
+  std::string errors;
+  for (Json& object : objects) {
+    if (!object.at(member).is_null()) {
+      errors +=
+          fmt::format("  {}: {}\n", member == "error" ? "error" : "last error", cell(object.at(member)));
+    }
+    object.erase(member);
+  }
+  return section(title, objects) + errors;
+}
+
 }  // namespace
 
 std::string aligned(const std::vector<std::vector<std::string>>& rows) {
@@ -80,15 +93,14 @@ std::string renderStatus(const Json& status) {
                                  uptime(status.at("uptimeSeconds").get<double>()), cell(status.at("mode")),
                                  cell(status.at("address")), connected ? "" : " (not connected)",
                                  status.at("ready").get<bool>() ? "ready" : "not ready");
-  // Errors are sentences, which no column is made for.
-  Json sources = status.at("sources");
-  std::string errors;
-  for (Json& source : sources) {
-    if (!source.at("error").is_null()) errors += fmt::format("  error: {}\n", cell(source.at("error")));
-    source.erase("error");
-  }
-  text += section("sources", sources) + errors;
+  text += sectionWithErrors("sources", status.at("sources"), "error");
   text += section("collectors", status.at("collectors"));
+  if (!status.at("stores").empty()) {
+    text += sectionWithErrors("stores", status.at("stores"), "lastError");
+    text += section("store counters", status.at("storeCounters"));
+    if (!status.at("setAside").empty()) text += section("set aside", status.at("setAside"));
+    text += section("members", status.at("members"));
+  }
   text += section("pipelines", status.at("pipelines"));
   text += section("tasks", status.at("tasks"));
   text += section("tables", status.at("tables"));
