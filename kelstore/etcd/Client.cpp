@@ -191,8 +191,15 @@ absl::StatusOr<Deletion> Client::del(const KeyRange& keys) {
   return Deletion{response.header().revision(), response.deleted()};
 }
 
-absl::StatusOr<int64_t> Client::txn(const std::vector<Op>& ops) {
+absl::StatusOr<int64_t> Client::txn(const std::vector<Op>& ops, const std::vector<Guard>& guards) {
   Rpc::TxnRequest request;
+  for (const Guard& guard : guards) {
+    Rpc::Compare& compare = *request.add_compare();
+    compare.set_result(Rpc::Compare::EQUAL);
+    compare.set_target(Rpc::Compare::MOD);
+    compare.set_key(guard.key);
+    compare.set_mod_revision(guard.modRevision);
+  }
   for (const Op& op : ops) {
     Rpc::RequestOp& added = *request.add_success();
     if (op.what == Op::What::put) {
@@ -206,6 +213,7 @@ absl::StatusOr<int64_t> Client::txn(const std::vector<Op>& ops) {
   Rpc::TxnResponse response;
   absl::Status status = impl_->unary<Rpc::KV>(&Rpc::KV::Stub::Txn, request, response);
   if (!status.ok()) return status;
+  if (!response.succeeded()) return absl::AbortedError("a key is not as it was expected to be");
   return response.header().revision();
 }
 

@@ -11,6 +11,7 @@
 //   PermissionDenied               the user may not do that
 //   FailedPrecondition             a file of `Access` cannot be used, or the server cannot do this now
 //   NotFound                       there is no such lease
+//   Aborted                        a guard of a transaction does not hold
 //   anything else                  etcd does not take the request as it is
 //
 // For one thread at a time; a thread that is not to wait for another's calls has a client of its own.
@@ -57,6 +58,12 @@ struct Deletion {
   int64_t keys = 0;
 };
 
+// What must be so for a transaction to be carried out.
+struct Guard {
+  std::string key;
+  int64_t modRevision = 0;  // 0: there is no such key
+};
+
 struct LeaseTime {
   std::chrono::seconds left{0};
   std::chrono::seconds granted{0};
@@ -87,8 +94,9 @@ class Client final {
   absl::StatusOr<int64_t> put(const std::string& key, const std::string& value, int64_t lease = 0);
   absl::StatusOr<int64_t> del(const std::string& key);
   absl::StatusOr<Deletion> del(const KeyRange& keys);
-  // All of them in one revision, or none. Requires: no key twice, at most kMaxTxnOps.
-  absl::StatusOr<int64_t> txn(const std::vector<Op>& ops);
+  // All of them in one revision, or none; none when a guard does not hold. Requires: no key twice, at most
+  // kMaxTxnOps operations and as many guards.
+  absl::StatusOr<int64_t> txn(const std::vector<Op>& ops, const std::vector<Guard>& guards = {});
 
   // The new lease's id. etcd may grant more time than was asked for, never less.
   absl::StatusOr<int64_t> grant(std::chrono::seconds ttl);

@@ -123,6 +123,18 @@ TEST_F(EtcdClientTest, Transaction_OneRevisionOrNothing) {
   EXPECT_EQ(client.range(keys.all())->revision, *revision);
 }
 
+TEST_F(EtcdClientTest, TransactionWithGuards_NothingUnlessAllHold) {
+  absl::StatusOr<int64_t> revision = client.put(key("a"), "1");
+  ASSERT_TRUE(revision.ok());
+  const std::vector<Op> ops = {{.key = key("b"), .value = "2"}};
+  EXPECT_TRUE(absl::IsAborted(client.txn(ops, {{key("a"), *revision - 1}}).status()));
+  EXPECT_TRUE(absl::IsAborted(client.txn(ops, {{key("a"), *revision}, {key("none"), 1}}).status()));
+  EXPECT_TRUE(absl::IsAborted(client.txn(ops, {{key("a"), 0}}).status()));
+  EXPECT_THAT(texts(client.range(keys.all())), ElementsAre(key("a=1")));
+  EXPECT_TRUE(client.txn(ops, {{key("a"), *revision}, {key("b"), 0}}).ok());
+  EXPECT_THAT(texts(client.range(keys.all())), ElementsAre(key("a=1"), key("b=2")));
+}
+
 // Between any two pages somebody else changes, adds and deletes keys on both sides of where the pages are.
 TEST_F(EtcdClientTest, PagedRange_IsOfOneRevision) {
   std::vector<std::string> expected;
