@@ -6,12 +6,12 @@ set -euo pipefail
 kBuildPackages=(
   g++ cmake ninja-build pkg-config protobuf-compiler protobuf-compiler-grpc
   libabsl-dev libbenchmark-dev libboost-dev libcli11-dev libfmt-dev libgmock-dev libgrpc++-dev libgtest-dev
-  libmount-dev libproc2-dev libprotobuf-dev librapidcheck-dev libsnmp-dev libspdlog-dev libsystemd-dev libuv1-dev
-  nlohmann-json3-dev
+  libmnl-dev libmount-dev liboping-dev libproc2-dev libprotobuf-dev librapidcheck-dev libsnmp-dev libspdlog-dev
+  libsystemd-dev libuv1-dev nlohmann-json3-dev
   erlang-snmp # the base MIB modules, which no other package of Debian's main archive has as files
 )
 kManagerPackages=(snmp)
-kTestPackages=(clang-format clang-tidy etcd-client etcd-server git openssl procps smitools snmpd)
+kTestPackages=(clang-format clang-tidy etcd-client etcd-server git iproute2 openssl procps smitools snmpd)
 
 say() { printf '%s\n' "$*" >&2; }
 fail() {

@@ -68,6 +68,13 @@ void MachineFigures::tell() {
   told_();
 }
 
+bool MachineFigures::lookedAtAll() const {
+  auto all = collectors();
+  return std::none_of(all.begin(), all.end(), [](const Collector* one) {
+    return one->asking() && one->status().state != Collector::State::hangs;
+  });
+}
+
 std::vector<Kelstore::Snapshot::Entry> MachineFigures::entries() const {
   std::vector<Kelstore::Snapshot::Entry> entries;
   auto add = [&](Kind kind, const std::string& second, const Kelstore::Value& value) {

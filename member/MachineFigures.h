@@ -41,6 +41,8 @@ class MachineFigures final {
   void start();
   // Whether it was known once how every collector does.
   bool heard() const { return heard_; }
+  // Whether the last look is over: no answer is missing, but for those that hang.
+  bool lookedAtAll() const;
   // All that is known, with the time of day at this call. A figure of the system that was never known is 0,
   // as the others are not to wait for it.
   std::vector<Kelstore::Snapshot::Entry> entries() const;

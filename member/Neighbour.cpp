@@ -1,0 +1,85 @@
+#include "Neighbour.h"
+
+#include "lumalog/Lumalog.h"
+
+namespace Member {
+namespace {
+
+const Lumalog::Handle traceHandle("Member");
+constexpr int kErrorLevel = 0;
+constexpr int kChangeLevel = 1;
+
+Carrier carrierOf(const std::optional<Device>& device) {
+  if (!device) return Carrier::missing;
+  if (!device->switchedOn) return Carrier::switchedOff;
+  return device->carrier ? Carrier::up : Carrier::down;
+}
+
+Echo echoOf(const Result<bool>& answer) {
+  const bool* answered = std::get_if<bool>(&answer);
+  if (answered == nullptr) return Echo::notSent;
+  return *answered ? Echo::answered : Echo::lost;
+}
+
+}  // namespace
+
+Neighbour::Neighbour(NeighbourConfig config, std::shared_ptr<EchoProbe> probe, Kelstore::Io& io,
+                     const Zavro::Clock& clock, std::function<void()> changed)
+    : config_(std::move(config)),
+      probe_(std::move(probe)),
+      io_(io),
+      changed_(std::move(changed)),
+      reachability_(config_.probe.counting, clock) {}
+
+Neighbour::~Neighbour() { *alive_ = false; }
+
+void Neighbour::deviceIs(std::optional<Device> device) {
+  Reachability::State before = reachability_.state();
+  if (device != device_) ++round_;
+  device_ = device;
+  reachability_.carrierIs(carrierOf(device_));
+  if (!reachability_.probing()) {
+    next_.reset();
+  } else if (!next_) {
+    ask();
+  }
+  tellChange(before);
+}
+
+// An echo that is still waited for is not asked for again.
+void Neighbour::ask() {
+  next_ = io_.after(config_.probe.intervalMs, [this] { ask(); });
+  if (asking_) return;
+  asking_ = true;
+  EchoTarget target{config_.address, config_.device, std::chrono::milliseconds(config_.probe.timeoutMs)};
+  auto answer = std::make_shared<Result<bool>>(false);
+  io_.offLoop([answer, probe = probe_, target] { *answer = probe->ask(target); },
+              [this, answer, round = round_, alive = alive_] {
+                if (!*alive) return;
+                asking_ = false;
+                if (round == round_) asked(*answer);
+              });
+}
+
+void Neighbour::asked(const Result<bool>& answer) {
+  const auto* failure = std::get_if<Failure>(&answer);
+  if (failure != nullptr && !toldFailure_) {
+    traceHandle.trace(kErrorLevel, "member {}: {}", config_.member, failure->text);
+  } else if (failure == nullptr && toldFailure_) {
+    traceHandle.trace(kChangeLevel, "member {}: echoes can be sent again", config_.member);
+  }
+  toldFailure_ = failure != nullptr;
+  Reachability::State before = reachability_.state();
+  reachability_.echoIs(echoOf(answer));
+  tellChange(before);
+}
+
+void Neighbour::tellChange(Reachability::State before) {
+  Reachability::State now = reachability_.state();
+  if (now == before) return;
+  traceHandle.trace(kChangeLevel, "member {} is {} on {}, it was {}", config_.member, Trel::stateName(now),
+                    config_.device, Trel::stateName(before));
+  changed_();
+}
+
+}  // namespace Member

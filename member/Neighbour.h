@@ -1,0 +1,54 @@
+// One neighbour: what is known of the interface toward it, and whether it is reachable over that, found out
+// with echoes in intervals for as long as there is carrier. On the event loop's thread; echoes are waited for
+// off it, each on a thread of its own.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "Config.h"
+#include "Echo.h"
+#include "Io.h"
+#include "Links.h"
+#include "Reachability.h"
+
+namespace Member {
+
+class Neighbour final {
+ public:
+  // `changed` is called when the state is another one. Io and clock outlive this; the probe may be in use for
+  // longer, by an echo that is waited for.
+  Neighbour(NeighbourConfig config, std::shared_ptr<EchoProbe> probe, Kelstore::Io& io,
+            const Zavro::Clock& clock, std::function<void()> changed);
+  ~Neighbour();
+  Neighbour(const Neighbour&) = delete;
+  Neighbour& operator=(const Neighbour&) = delete;
+
+  // The device toward it, as it is now; nothing: there is none.
+  void deviceIs(std::optional<Device> device);
+
+  const NeighbourConfig& config() const { return config_; }
+  const std::optional<Device>& device() const { return device_; }
+  const Reachability& reachability() const { return reachability_; }
+
+ private:
+  void ask();
+  void asked(const Result<bool>& answer);
+  void tellChange(Reachability::State before);
+
+  const NeighbourConfig config_;
+  std::shared_ptr<EchoProbe> probe_;
+  Kelstore::Io& io_;
+  std::function<void()> changed_;
+  std::optional<Device> device_;
+  Reachability reachability_;
+  std::unique_ptr<Kelstore::Io::Activity> next_;
+  uint64_t round_ = 0;  // a new one with each change of the device; answers of earlier ones do not count
+  bool asking_ = false;
+  bool toldFailure_ = false;
+  std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
+};
+
+}  // namespace Member

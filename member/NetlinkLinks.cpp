@@ -1,0 +1,156 @@
+#include "NetlinkLinks.h"
+
+#include <fcntl.h>
+#include <linux/if.h>
+#include <linux/rtnetlink.h>
+
+#include <array>
+#include <cerrno>
+#include <stdexcept>
+
+#include "Failed.h"
+#include "lumalog/Lumalog.h"
+
+namespace Member {
+namespace {
+
+const Lumalog::Handle traceHandle("Member");
+constexpr int kErrorLevel = 0;
+
+constexpr size_t kBufferBytes = 1 << 15;  // what the kernel fills at most for one answer
+
+// The attributes of a link that are of interest; it ends with the message.
+struct Attributes {
+  const char* name = nullptr;
+  const nlattr* carrier = nullptr;
+};
+
+int attributeIs(const nlattr* attribute, void* target) {
+  auto* attributes = static_cast<Attributes*>(target);
+  switch (mnl_attr_get_type(attribute)) {
+    case IFLA_IFNAME:
+      if (mnl_attr_validate(attribute, MNL_TYPE_NUL_STRING) >= 0)
+        attributes->name = mnl_attr_get_str(attribute);
+      break;
+    case IFLA_CARRIER:
+      if (mnl_attr_validate(attribute, MNL_TYPE_U8) >= 0) attributes->carrier = attribute;
+      break;
+    default:
+      break;
+  }
+  return MNL_CB_OK;
+}
+
+}  // namespace
+
+NetlinkLinks::NetlinkLinks(std::function<void()> changed)
+    : changed_(std::move(changed)), socket_(mnl_socket_open2(NETLINK_ROUTE, SOCK_CLOEXEC | SOCK_NONBLOCK)) {
+  if (!socket_) throw std::runtime_error(failed("netlink", errno).text);
+  // Told of changes before asked for all, so that none falls between.
+  if (mnl_socket_bind(socket_.get(), RTMGRP_LINK, MNL_SOCKET_AUTOPID) < 0) {
+    throw std::runtime_error(failed("netlink", errno).text);
+  }
+  askForAll();
+}
+
+void NetlinkLinks::askForAll() {
+  std::array<char, 256> buffer{};
+  nlmsghdr* request = mnl_nlmsg_put_header(buffer.data());
+  request->nlmsg_type = RTM_GETLINK;
+  request->nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
+  request->nlmsg_seq = ++sequence_;
+  auto* link = static_cast<ifinfomsg*>(mnl_nlmsg_put_extra_header(request, sizeof(ifinfomsg)));
+  link->ifi_family = AF_UNSPEC;
+  missed_ = false;
+  asking_ = true;
+  table_.allWillBeTold();
+  if (mnl_socket_sendto(socket_.get(), request, request->nlmsg_len) < 0) told(errno);
+}
+
+void NetlinkLinks::readable() {
+  while (receive()) {
+  }
+  if (missed_ && !asking_) askForAll();
+  if (!news_ || !table_.known()) return;
+  news_ = false;
+  changed_();
+}
+
+bool NetlinkLinks::receive() {
+  alignas(nlmsghdr) std::array<char, kBufferBytes> buffer;
+  ssize_t received = mnl_socket_recvfrom(socket_.get(), buffer.data(), buffer.size());
+  if (received < 0) {
+    if (errno == EAGAIN || errno == EWOULDBLOCK) return false;
+    if (errno == EINTR) return true;
+    // More happened than the kernel keeps for us, or a message did not fit.
+    missed_ = true;
+    if (errno != ENOBUFS && errno != ENOSPC) told(errno);
+    return errno == ENOBUFS || errno == ENOSPC;
+  }
+  int left = static_cast<int>(received);
+  for (const auto* message = reinterpret_cast<const nlmsghdr*>(buffer.data()); mnl_nlmsg_ok(message, left);
+       message = mnl_nlmsg_next(message, &left)) {
+    take(message);
+  }
+  return true;
+}
+
+void NetlinkLinks::take(const nlmsghdr* message) {
+  bool answer = asking_ && message->nlmsg_seq == sequence_ && message->nlmsg_pid != 0;
+  // The devices changed while they were listed.
+  if (answer && (message->nlmsg_flags & NLM_F_DUMP_INTR) != 0) missed_ = true;
+  switch (message->nlmsg_type) {
+    case RTM_NEWLINK:
+    case RTM_DELLINK:
+      return takeLink(message);
+    case NLMSG_DONE:
+      if (answer) allAreTold();
+      return;
+    case NLMSG_ERROR:
+      if (answer) takeError(message);
+      return;
+    default:
+      return;
+  }
+}
+
+void NetlinkLinks::allAreTold() {
+  asking_ = false;
+  if (!missed_) table_.allAreTold();
+  news_ = true;
+}
+
+void NetlinkLinks::takeError(const nlmsghdr* message) {
+  if (mnl_nlmsg_get_payload_len(message) < sizeof(nlmsgerr)) return;
+  int error = -static_cast<const nlmsgerr*>(mnl_nlmsg_get_payload(message))->error;
+  asking_ = false;
+  missed_ = true;
+  told(error);
+}
+
+// A port that leaves a bridge is told of as a link that goes, of the family of bridges: the device stays.
+void NetlinkLinks::takeLink(const nlmsghdr* message) {
+  if (mnl_nlmsg_get_payload_len(message) < sizeof(ifinfomsg)) return;
+  const auto* link = static_cast<const ifinfomsg*>(mnl_nlmsg_get_payload(message));
+  if (link->ifi_family != AF_UNSPEC) return;
+  auto index = static_cast<uint32_t>(link->ifi_index);
+  if (message->nlmsg_type == RTM_DELLINK) {
+    news_ = table_.deviceIsGone(index) || news_;
+    return;
+  }
+  Attributes attributes;
+  mnl_attr_parse(message, sizeof(ifinfomsg), attributeIs, &attributes);
+  if (attributes.name == nullptr) return;
+  bool carrier = attributes.carrier == nullptr ? (link->ifi_flags & IFF_LOWER_UP) != 0
+                                               : mnl_attr_get_u8(attributes.carrier) != 0;
+  Device device{index, (link->ifi_flags & IFF_UP) != 0, carrier};
+  news_ = table_.deviceIs(attributes.name, device) || news_;
+}
+
+void NetlinkLinks::told(int error) {
+  if (error == lastError_) return;
+  lastError_ = error;
+  traceHandle.trace(kErrorLevel, "{}", failed("netlink", error).text);
+}
+
+}  // namespace Member

@@ -1,0 +1,77 @@
+#include "OwnState.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace Member {
+
+using Kelstore::Kind;
+using Entry = Kelstore::Snapshot::Entry;
+
+OwnState::OwnState(const Config& config, std::shared_ptr<Machine> machine, std::shared_ptr<EchoProbe> probe,
+                   const Links& links, Kelstore::Io& io, const Zavro::Clock& clock,
+                   std::function<void()> changed)
+    : config_(config),
+      links_(links),
+      clock_(clock),
+      changed_(std::move(changed)),
+      // Which rows mount points have is not this member's to say, so no indexes are kept.
+      figures_({config.member, config.figuresIntervalSeconds, ""}, std::move(machine), io, clock,
+               [this] { looked(); }) {
+  for (const NeighbourConfig& neighbour : config_.neighbours) {
+    neighbours_.push_back(std::make_unique<Neighbour>(neighbour, probe, io, clock, [this] { changed_(); }));
+  }
+}
+
+void OwnState::start() {
+  figures_.start();
+  linksChanged();
+}
+
+void OwnState::linksChanged() {
+  if (!links_.known()) return;
+  for (const auto& neighbour : neighbours_) neighbour->deviceIs(links_.find(neighbour->config().device));
+  changed_();
+}
+
+// All of a look is one change. Looks are not exactly an interval apart, and the second comes early.
+void OwnState::looked() {
+  if (!figures_.lookedAtAll()) return;
+  constexpr uint64_t kNsPerSecond = 1'000'000'000;
+  std::vector<Entry> before = std::exchange(figuresNow_, figures_.entries());
+  auto isSystem = [](const Entry& entry) { return entry.first.kind == Kind::system; };
+  auto had = std::find_if(before.begin(), before.end(), isSystem);
+  auto has = std::find_if(figuresNow_.begin(), figuresNow_.end(), isSystem);
+  uint64_t nowNs = clock_.monotonicNs();
+  if (nowNs >= systemDueNs_) {
+    systemDueNs_ = nowNs + config_.figuresIntervalSeconds * kNsPerSecond / 2;
+  } else if (had != before.end() && has != figuresNow_.end()) {
+    has->second = had->second;
+  }
+  changed_();
+}
+
+std::vector<Entry> OwnState::entries() const {
+  std::vector<Entry> entries = figuresNow_;
+  addNeighbours(entries);
+  return entries;
+}
+
+void OwnState::addNeighbours(std::vector<Entry>& entries) const {
+  std::string own = std::to_string(config_.member);
+  for (const auto& neighbour : neighbours_) {
+    const NeighbourConfig& config = neighbour->config();
+    const Reachability& reachability = neighbour->reachability();
+    std::string member = std::to_string(config.member);
+    Lanix::IntfId intf(config.interface);
+    if (neighbour->device()) {
+      entries.push_back(
+          {{Kind::interface, config.interface, ""}, Kelstore::Interface{neighbour->device()->index}});
+    }
+    entries.push_back({{Kind::link, own, member}, Kelstore::Link{intf}});
+    entries.push_back({{Kind::reachability, own, member},
+                       Kelstore::Reachability{reachability.state(), intf, reachability.lastChangeNs()}});
+  }
+}
+
+}  // namespace Member

@@ -1,0 +1,46 @@
+// All that this member publishes: its figures, the interfaces toward its neighbours, the topology as it is
+// configured, and whether it reaches its neighbours. On the event loop's thread.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <vector>
+
+#include "Config.h"
+#include "Echo.h"
+#include "Links.h"
+#include "MachineFigures.h"
+#include "Neighbour.h"
+#include "Snapshot.h"
+
+namespace Member {
+
+class OwnState final {
+ public:
+  // `changed` is called when entries() may differ from before. Links, io and clock outlive this.
+  OwnState(const Config& config, std::shared_ptr<Machine> machine, std::shared_ptr<EchoProbe> probe,
+           const Links& links, Kelstore::Io& io, const Zavro::Clock& clock, std::function<void()> changed);
+
+  void start();
+  // The devices may differ from before.
+  void linksChanged();
+  // Whether everything was heard of once: until then what is missing may be there all the same.
+  bool known() const { return figures_.heard() && links_.known(); }
+  // The figures of the system, which always change, are as they were at the last look that was due.
+  std::vector<Kelstore::Snapshot::Entry> entries() const;
+
+ private:
+  void addNeighbours(std::vector<Kelstore::Snapshot::Entry>& entries) const;
+  void looked();
+
+  const Config config_;
+  const Links& links_;
+  const Zavro::Clock& clock_;
+  std::function<void()> changed_;
+  MachineFigures figures_;
+  std::vector<std::unique_ptr<Neighbour>> neighbours_;
+  std::vector<Kelstore::Snapshot::Entry> figuresNow_;  // as of the last look
+  uint64_t systemDueNs_ = 0;                           // when the next figures of the system are taken
+};
+
+}  // namespace Member

@@ -1,0 +1,27 @@
+// Echoes that are answered as the test says.
+#pragma once
+
+#include <set>
+#include <string>
+#include <vector>
+
+#include "Echo.h"
+#include "kelstore/ManualIo.h"
+
+namespace Member {
+
+class ManualProbe final : public EchoProbe {
+ public:
+  Result<bool> ask(const EchoTarget& target) override {
+    asked.push_back(target.address + " on " + target.device + " within " +
+                    std::to_string(target.timeout.count()));
+    if (hanging) throw Kelstore::ManualIo::Hangs();
+    return answer;
+  }
+
+  Result<bool> answer = true;
+  bool hanging = false;
+  std::vector<std::string> asked;
+};
+
+}  // namespace Member

@@ -1,0 +1,158 @@
+// When a neighbour is asked for echoes, and what is told of it.
+#include "Neighbour.h"
+
+#include <gmock/gmock.h>
+
+#include "ManualProbe.h"
+#include "support/TraceLog.h"
+
+namespace Member {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr Device kUp{4, true, true};
+constexpr Device kDown{4, true, false};
+
+class NeighbourTest : public testing::Test {
+ protected:
+  static NeighbourConfig config() {
+    NeighbourConfig config{2, "Backplane1/2", "bp2", "10.0.0.2", {}};
+    config.probe.intervalMs = 500;
+    config.probe.timeoutMs = 300;
+    return config;
+  }
+  std::string state() const { return Trel::stateName(neighbour_.reachability().state()); }
+  size_t asked() const { return probe_->asked.size(); }
+
+  Zavro::ManualClock clock_{1'000'000'000'000};
+  Kelstore::ManualIo io_{clock_};
+  std::shared_ptr<ManualProbe> probe_ = std::make_shared<ManualProbe>();
+  int changes_ = 0;
+  TraceLog trace_{{"Member"}};
+  Neighbour neighbour_{config(), probe_, io_, clock_, [this] { ++changes_; }};
+};
+
+TEST_F(NeighbourTest, NothingIsKnownOfTheDevice_NothingIsAsked) {
+  io_.advance(5000);
+  EXPECT_EQ(asked(), 0u);
+  EXPECT_EQ(state(), "unknown");
+}
+
+TEST_F(NeighbourTest, Carrier_AskedAtOnceAndInIntervals) {
+  neighbour_.deviceIs(kUp);
+  io_.advance(499);
+  EXPECT_THAT(probe_->asked, ElementsAre("10.0.0.2 on bp2 within 300"));
+  io_.advance(1);
+  EXPECT_EQ(asked(), 2u);
+  io_.advance(500);
+  EXPECT_EQ(asked(), 3u);
+  EXPECT_EQ(state(), "reachable");
+  EXPECT_EQ(changes_, 2);
+  EXPECT_THAT(trace_.lines(), ElementsAre("Member/1 member 2 is initializing on bp2, it was unknown",
+                                          "Member/1 member 2 is reachable on bp2, it was initializing"));
+}
+
+TEST_F(NeighbourTest, DeviceIsToldAgain_IntervalsStayAsTheyAre) {
+  neighbour_.deviceIs(kUp);
+  for (int i = 0; i < 10; ++i) {
+    io_.advance(100);
+    neighbour_.deviceIs(kUp);
+  }
+  EXPECT_EQ(asked(), 3u);
+}
+
+TEST_F(NeighbourTest, NoCarrier_NothingIsAskedAndTheStateIsToldAtOnce) {
+  for (auto [device, expected] : {std::pair<std::optional<Device>, const char*>{kDown, "unreachable"},
+                                  {std::nullopt, "unreachable"},
+                                  {Device{4, false, true}, "disabled"}}) {
+    neighbour_.deviceIs(kUp);
+    io_.advance(2000);
+    ASSERT_EQ(state(), "reachable");
+    size_t before = asked();
+    neighbour_.deviceIs(device);
+    EXPECT_EQ(state(), expected);
+    io_.advance(5000);
+    EXPECT_EQ(asked(), before);
+  }
+}
+
+TEST_F(NeighbourTest, AnswerToAnEchoOfBeforeTheCarrierWasLost_DoesNotCount) {
+  neighbour_.deviceIs(kUp);
+  io_.advance(500);  // two answers
+  probe_->hanging = true;
+  io_.advance(500);
+  neighbour_.deviceIs(kDown);
+  neighbour_.deviceIs(kUp);
+  probe_->hanging = false;
+  io_.hungReturn();
+  io_.advance(1000);
+  EXPECT_EQ(state(), "initializing") << "one answer was the old link's";
+  io_.advance(500);
+  EXPECT_EQ(state(), "reachable");
+}
+
+TEST_F(NeighbourTest, AnotherDeviceOfTheName_StartsAnew) {
+  neighbour_.deviceIs(kUp);
+  io_.advance(500);
+  neighbour_.deviceIs(Device{9, true, true});
+  EXPECT_EQ(neighbour_.device()->index, 9u);
+}
+
+TEST_F(NeighbourTest, EchoThatIsWaitedFor_IsNotAskedForAgain) {
+  probe_->hanging = true;
+  neighbour_.deviceIs(kUp);
+  io_.advance(60000);
+  EXPECT_EQ(asked(), 1u);
+  probe_->hanging = false;
+  io_.hungReturn();
+  io_.advance(500);
+  EXPECT_EQ(asked(), 3u) << "the one that was waited for, and the next one";
+}
+
+TEST_F(NeighbourTest, EchoesAreLost_Unreachable) {
+  neighbour_.deviceIs(kUp);
+  io_.advance(2000);
+  probe_->answer = false;
+  io_.advance(1500);
+  EXPECT_EQ(state(), "unreachable");
+}
+
+TEST_F(NeighbourTest, EchoesCannotBeSent_ToldOnceAndWhenTheyCanAgain) {
+  probe_->answer = Failure{"echo to 10.0.0.2 on bp2: Operation not permitted"};
+  neighbour_.deviceIs(kUp);
+  io_.advance(60000);
+  EXPECT_EQ(state(), "unknown");
+  EXPECT_EQ(trace_.count("Member/0 member 2: echo to 10.0.0.2 on bp2: Operation not permitted"), 1u);
+  probe_->answer = true;
+  io_.advance(2000);
+  EXPECT_EQ(state(), "reachable");
+  EXPECT_EQ(trace_.count("Member/1 member 2: echoes can be sent again"), 1u);
+}
+
+TEST_F(NeighbourTest, GoneWhileAnEchoIsWaitedFor_ItsAnswerHarmsNothing) {
+  auto neighbour = std::make_unique<Neighbour>(config(), probe_, io_, clock_, [this] { ++changes_; });
+  neighbour->deviceIs(kUp);
+  int before = changes_;
+  neighbour.reset();
+  io_.advance(5000);
+  EXPECT_EQ(changes_, before);
+}
+
+TEST(NeighbourOffTest, SwitchedOffInTheConfiguration_NothingIsAsked) {
+  Zavro::ManualClock clock;
+  Kelstore::ManualIo io(clock);
+  auto probe = std::make_shared<ManualProbe>();
+  NeighbourConfig config{2, "Backplane1/2", "bp2", "10.0.0.2", {}};
+  config.probe.counting.enabled = false;
+  Neighbour neighbour(config, probe, io, clock, [] {});
+  neighbour.deviceIs(kUp);
+  io.advance(5000);
+  EXPECT_THAT(probe->asked, IsEmpty());
+  EXPECT_EQ(neighbour.reachability().state(), Trel::ReachabilityState::disabled);
+  EXPECT_EQ(neighbour.device(), kUp);
+}
+
+}  // namespace
+}  // namespace Member

@@ -1,0 +1,222 @@
+// Devices and echoes as the kernel has them, in a network of the test's own: veth pairs, whose far ends are
+// here or in another network.
+#include <gmock/gmock.h>
+#include <linux/capability.h>
+#include <net/if.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <future>
+#include <thread>
+
+#include "Echo.h"
+#include "NetlinkLinks.h"
+#include "support/OwnNetwork.h"
+
+namespace Member {
+namespace {
+
+using namespace std::chrono_literals;
+using Support::ip;
+
+class NetworkTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    if (std::string why = Support::enterOwnNetwork(); !why.empty()) GTEST_SKIP() << why;
+  }
+};
+
+class NetlinkTest : public NetworkTest {
+ protected:
+  // Takes what the kernel tells until the devices are as they are expected to be.
+  bool awaits(const std::string& name, const std::string& expected) {
+    auto end = std::chrono::steady_clock::now() + 10s;
+    while (shown(name) != expected && std::chrono::steady_clock::now() < end) {
+      pollfd one{links_->fd(), POLLIN, 0};
+      if (poll(&one, 1, 1000) > 0) links_->readable();
+    }
+    EXPECT_EQ(shown(name), expected) << name;
+    return shown(name) == expected;
+  }
+  // "up", "down" (no carrier), "off" or "none".
+  std::string shown(const std::string& name) const {
+    auto device = links_->find(name);
+    if (!device) return "none";
+    return !device->switchedOn ? "off" : device->carrier ? "up" : "down";
+  }
+  void start() {
+    links_.emplace([this] { ++changes_; });
+    ASSERT_TRUE(awaits("lo", "up"));
+  }
+
+  std::optional<NetlinkLinks> links_;
+  int changes_ = 0;
+};
+
+TEST_F(NetlinkTest, DevicesThatAreThere_AreKnownAtOnce) {
+  ip("link add name bp type veth peer name far");
+  links_.emplace([this] { ++changes_; });
+  EXPECT_FALSE(links_->known());
+  EXPECT_EQ(shown("bp"), "none");
+  EXPECT_TRUE(awaits("bp", "off"));
+  EXPECT_TRUE(links_->known());
+  EXPECT_EQ(links_->find("bp")->index, if_nametoindex("bp"));
+  EXPECT_EQ(changes_, 1);
+}
+
+TEST_F(NetlinkTest, Changes_AreToldAsTheyHappen) {
+  start();
+  ip("link add name bp type veth peer name far");
+  EXPECT_TRUE(awaits("bp", "off"));
+  ip("link set bp up");
+  EXPECT_TRUE(awaits("bp", "down"));
+  ip("link set far up");
+  EXPECT_TRUE(awaits("bp", "up"));
+  ip("link set far down");
+  EXPECT_TRUE(awaits("bp", "down"));
+  ip("link set bp down");
+  EXPECT_TRUE(awaits("bp", "off"));
+  ip("link set bp name bq");
+  EXPECT_TRUE(awaits("bp", "none"));
+  EXPECT_EQ(shown("bq"), "off");
+  int before = changes_;
+  ip("link delete bq");
+  EXPECT_TRUE(awaits("bq", "none"));
+  EXPECT_GT(changes_, before);
+}
+
+TEST_F(NetlinkTest, DeviceIsReplacedByOneOfTheSameName_HasTheNewNumber) {
+  start();
+  ip("link add name bp type veth peer name far");
+  EXPECT_TRUE(awaits("bp", "off"));
+  auto before = links_->find("bp")->index;
+  ip("link delete bp");
+  ip("link add name bp type veth peer name far");
+  ip("link set bp up");
+  EXPECT_TRUE(awaits("bp", "down"));
+  EXPECT_NE(links_->find("bp")->index, before);
+  EXPECT_EQ(links_->find("bp")->index, if_nametoindex("bp"));
+}
+
+TEST_F(NetlinkTest, PortLeavesItsBridge_TheDeviceStays) {
+  start();
+  ip("link add name bp type veth peer name far");
+  ip("link add name br type bridge");
+  ip("link set bp master br");
+  ip("link set bp nomaster");
+  ip("link set bp up");
+  EXPECT_TRUE(awaits("bp", "down"));
+}
+
+TEST_F(NetlinkTest, MoreHappenedThanTheKernelKeeps_AllIsAskedForAnew) {
+  start();
+  int smallest = 1;
+  ASSERT_EQ(setsockopt(links_->fd(), SOL_SOCKET, SO_RCVBUF, &smallest, sizeof smallest), 0);
+  ip("link add name bp type veth peer name far");
+  for (int i = 0; i < 30; ++i) {
+    ip("link set far mtu " + std::to_string(1000 + i));
+  }
+  ip("link set bp up");
+  ip("link set far up");
+  ip("link delete far");
+  ip("link add name bp type veth peer name far");
+  ip("link set bp up");
+  ip("link set far up");
+  EXPECT_TRUE(awaits("bp", "up"));
+  EXPECT_EQ(links_->find("bp")->index, if_nametoindex("bp"));
+  EXPECT_EQ(shown("far"), "up");
+}
+
+// A cable: the device bp here, with the addresses 10.1.0.1 and fe80::1, and far there, with .2.
+class EchoTest : public NetworkTest {
+ protected:
+  void SetUp() override {
+    NetworkTest::SetUp();
+    if (IsSkipped()) return;
+    other_ = std::make_unique<Support::OtherNetwork>();
+    ip("link add name bp type veth peer name far");
+    other_->take("far");
+    ip("addr add 10.1.0.1/24 dev bp");
+    ip("link set bp up");
+    other_->ip("addr add 10.1.0.2/24 dev far");
+    other_->ip("link set far up");
+    // Without waiting for proof that nobody else has the address.
+    ip("addr add fe80::1/64 dev bp nodad");
+    other_->ip("addr add fe80::2/64 dev far nodad");
+  }
+  // "answered", "lost", or why it was not sent.
+  std::string ask(const std::string& address, const std::string& device = "bp") {
+    Result<bool> answer = probe_.ask({address, device, 300ms});
+    if (const auto* failure = std::get_if<Failure>(&answer)) return failure->text;
+    return std::get<bool>(answer) ? "answered" : "lost";
+  }
+
+  std::unique_ptr<Support::OtherNetwork> other_;
+  PingProbe probe_;
+};
+
+TEST_F(EchoTest, NeighbourAnswers_OverIpv4AndIpv6) {
+  EXPECT_EQ(ask("10.1.0.2"), "answered");
+  EXPECT_EQ(ask("fe80::2"), "answered");
+}
+
+TEST_F(EchoTest, NobodyHasTheAddress_LostAfterTheTimeout) {
+  auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(ask("10.1.0.3"), "lost");
+  auto took = std::chrono::steady_clock::now() - start;
+  EXPECT_GE(took, 290ms);
+  EXPECT_LE(took, 5s);
+  EXPECT_EQ(ask("fe80::3"), "lost");
+}
+
+TEST_F(EchoTest, AddressIsReachedOverAnotherDeviceOnly_Lost) {
+  EXPECT_EQ(ask("10.1.0.2", "lo"), "lost");
+  ip("addr add 10.2.0.1/24 dev lo");
+  EXPECT_EQ(ask("10.2.0.1", "bp"), "lost");
+}
+
+TEST_F(EchoTest, NoSuchDevice_IsAFailureThatSaysSo) {
+  EXPECT_EQ(ask("10.1.0.2", "none"), "echo to 10.1.0.2 on none: No such device");
+}
+
+TEST_F(EchoTest, DeviceIsReplaced_TheNewOneIsAsked) {
+  EXPECT_EQ(ask("10.1.0.2"), "answered");
+  ip("link delete bp");
+  ip("link add name bp type veth peer name far");
+  other_->take("far");
+  ip("addr add 10.1.0.1/24 dev bp");
+  ip("link set bp up");
+  other_->ip("addr add 10.1.0.2/24 dev far");
+  other_->ip("link set far up");
+  EXPECT_EQ(ask("10.1.0.2"), "answered");
+}
+
+TEST_F(EchoTest, SeveralAtTheSameTime_EachHasItsOwnAnswer) {
+  std::vector<std::future<std::pair<bool, bool>>> all;
+  for (int i = 0; i < 20; ++i) {
+    bool there = i % 2 == 0;
+    all.push_back(std::async(std::launch::async, [this, there] {
+      return std::pair(there, ask(there ? "10.1.0.2" : "10.1.0.3") == "answered");
+    }));
+  }
+  for (auto& one : all) {
+    auto [there, answered] = one.get();
+    EXPECT_EQ(there, answered);
+  }
+}
+
+TEST_F(EchoTest, WithoutTheRight_IsAFailureThatSaysWhichRight) {
+  std::string said;
+  std::thread([&] {
+    __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
+    __user_cap_data_struct none[2]{};
+    ASSERT_EQ(syscall(SYS_capset, &header, none), 0);
+    said = ask("10.1.0.2");
+  }).join();
+  EXPECT_EQ(said, "echo to 10.1.0.2 on bp: Operation not permitted (it takes CAP_NET_RAW)");
+}
+
+}  // namespace
+}  // namespace Member

@@ -1,0 +1,151 @@
+// All that a member publishes, put together from its machine, its devices and its neighbours.
+#include "OwnState.h"
+
+#include <gmock/gmock.h>
+
+#include <nlohmann/json.hpp>
+
+#include "Codec.h"
+#include "ManualMachine.h"
+#include "ManualProbe.h"
+#include "support/TraceLog.h"
+
+namespace Member {
+namespace {
+
+using testing::Contains;
+using testing::IsEmpty;
+using testing::IsSupersetOf;
+using testing::Not;
+using testing::StartsWith;
+
+class OwnStateTest : public testing::Test {
+ protected:
+  static Config config() {
+    Config config;
+    config.member = 1;
+    config.figuresIntervalSeconds = 5;
+    config.neighbours = {{2, "Backplane1/2", "bp2", "10.0.0.2", {}},
+                         {3, "Backplane1/3", "bp3", "10.0.0.3", {}}};
+    return config;
+  }
+  void start() {
+    links_.allAreTold();
+    state_.start();
+    io_.advance(0);
+  }
+  // "path value" of all entries.
+  std::vector<std::string> entries() const {
+    std::vector<std::string> all;
+    for (const auto& [path, value] : state_.entries()) {
+      all.push_back(path.text() + " " + Kelstore::encode(value).dump());
+    }
+    return all;
+  }
+  double timeOfSystem() const {
+    for (const auto& [path, value] : state_.entries()) {
+      if (path.kind == Kelstore::Kind::system) return std::get<Kelstore::System>(value).currentTimeUtc;
+    }
+    return -1;
+  }
+  void devicesAre(std::optional<Device> bp2, std::optional<Device> bp3) {
+    links_.allWillBeTold();
+    if (bp2) links_.deviceIs("bp2", *bp2);
+    if (bp3) links_.deviceIs("bp3", *bp3);
+    links_.allAreTold();
+    state_.linksChanged();
+  }
+
+  Zavro::ManualClock clock_{1'000'000'000'000};
+  Kelstore::ManualIo io_{clock_};
+  std::shared_ptr<ManualMachine> machine_ = std::make_shared<ManualMachine>();
+  std::shared_ptr<ManualProbe> probe_ = std::make_shared<ManualProbe>();
+  LinkTable links_;
+  int changes_ = 0;
+  TraceLog trace_{{"Member"}};
+  OwnState state_{config(), machine_, probe_, links_, io_, clock_, [this] { ++changes_; }};
+};
+
+TEST_F(OwnStateTest, Everything_IsThere) {
+  links_.deviceIs("bp2", {12, true, true});
+  start();
+  EXPECT_TRUE(state_.known());
+  EXPECT_THAT(
+      entries(),
+      IsSupersetOf(
+          {R"(interfaces/"Backplane1/2" {"ifIndex":12})", R"(topology/1/2 {"intf":"Backplane1/2"})",
+           R"(topology/1/3 {"intf":"Backplane1/3"})",
+           R"(members/1/reachability/2 {"intf":"Backplane1/2","lastChange":1000000000000,"state":"initializing"})",
+           R"(members/1/reachability/3 {"intf":"Backplane1/3","lastChange":1000000000000,"state":"unreachable"})",
+           R"(members/1/processors/1 {"load":-1})",
+           R"(members/1/system {"currentTimeUtc":1000.0,"memorySize":8000,"processes":130,"uptime":1000.5,"users":2})"}));
+  EXPECT_THAT(entries(), Not(Contains(StartsWith("interfaces/\"Backplane1/3\""))));
+}
+
+TEST_F(OwnStateTest, DevicesAreNotKnown_NotKnown) {
+  state_.start();
+  io_.advance(60000);
+  EXPECT_FALSE(state_.known());
+  devicesAre({}, {});
+  EXPECT_TRUE(state_.known());
+}
+
+TEST_F(OwnStateTest, FiguresWereNotHeard_NotKnown) {
+  machine_->hanging = {"users"};
+  start();
+  EXPECT_FALSE(state_.known());
+  io_.advance(3000);
+  EXPECT_TRUE(state_.known()) << "it is known that they hang";
+}
+
+TEST_F(OwnStateTest, DeviceAppearsChangesAndVanishes_ItsInterfaceFollows) {
+  start();
+  int before = changes_;
+  devicesAre({}, Device{20, true, true});
+  EXPECT_GT(changes_, before);
+  EXPECT_THAT(entries(), Contains(R"(interfaces/"Backplane1/3" {"ifIndex":20})"));
+  devicesAre({}, Device{21, true, true});
+  EXPECT_THAT(entries(), Contains(R"(interfaces/"Backplane1/3" {"ifIndex":21})"));
+  devicesAre({}, {});
+  EXPECT_THAT(entries(), Not(Contains(StartsWith("interfaces/"))));
+}
+
+TEST_F(OwnStateTest, NeighbourChanges_IsToldAtOnce_FiguresOfTheSystemStay) {
+  links_.deviceIs("bp2", {12, true, true});
+  start();
+  io_.advance(4000);
+  double time = timeOfSystem();
+  int before = changes_;
+  devicesAre(Device{12, true, false}, {});
+  EXPECT_GT(changes_, before);
+  EXPECT_THAT(
+      entries(),
+      Contains(
+          R"(members/1/reachability/2 {"intf":"Backplane1/2","lastChange":1004000000000,"state":"unreachable"})"));
+  EXPECT_EQ(timeOfSystem(), time);
+}
+
+TEST_F(OwnStateTest, FiguresOfTheSystem_AreTakenOnceInAnInterval) {
+  start();
+  std::vector<double> times;
+  for (int i = 0; i < 220; ++i) {
+    io_.advance(100);
+    if (times.empty() || timeOfSystem() != times.back()) times.push_back(timeOfSystem());
+  }
+  // Looks are at 0, 1, 6, 11, 16 and 21 seconds; the second comes early, for the loads' sake.
+  EXPECT_THAT(times, testing::ElementsAre(1000, 1006, 1011, 1016, 1021));
+}
+
+TEST_F(OwnStateTest, AnswersOfOneLook_AreOneChange) {
+  machine_->mounted = std::vector<Mount>{{"/", MountKind::fixedDisk, 1}};
+  machine_->rooms["/"] = Room{4096, 100, 50};
+  start();
+  io_.advance(2000);
+  int before = changes_;
+  io_.advance(5000);
+  EXPECT_EQ(changes_, before + 1);
+  EXPECT_THAT(entries(), Contains(R"(members/1/storage/"/" {"allocationUnits":4096,"free":50,"size":100})"));
+}
+
+}  // namespace
+}  // namespace Member
