@@ -53,6 +53,15 @@ SignalWatch::SignalWatch(EventLoop& loop, int signal, std::function<void()> rece
       signal);
 }
 
+ReadWatch::ReadWatch(EventLoop& loop, int fd, std::function<void()> readable)
+    : readable_(std::move(readable)),
+      poll_([&](uv_poll_t* poll) { return uv_poll_init(loop.uv(), poll, fd); }) {
+  poll_->data = this;
+  // An error is found out by whoever reads.
+  uv_poll_start(poll_.get(), UV_READABLE,
+                [](uv_poll_t* poll, int, int) { static_cast<ReadWatch*>(poll->data)->readable_(); });
+}
+
 TurnWatch::TurnWatch(EventLoop& loop, std::function<void()> turned)
     : turned_(std::move(turned)), check_([&](uv_check_t* check) { return uv_check_init(loop.uv(), check); }) {
   check_->data = this;

@@ -66,6 +66,16 @@ class SignalWatch {
   UvHandle<uv_signal_t> signal_;
 };
 
+// Calls back whenever there is something to be read from a file descriptor, which outlives this.
+class ReadWatch {
+ public:
+  ReadWatch(EventLoop& loop, int fd, std::function<void()> readable);
+
+ private:
+  std::function<void()> readable_;
+  UvHandle<uv_poll_t> poll_;
+};
+
 // Calls back in every turn of the loop, after I/O.
 class TurnWatch {
  public:

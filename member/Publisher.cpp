@@ -1,0 +1,350 @@
+#include "Publisher.h"
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+#include <utility>
+
+#include "Codec.h"
+#include "lumalog/Lumalog.h"
+
+namespace Member {
+namespace {
+
+using Kelstore::Kind;
+using Kelstore::Path;
+
+const Lumalog::Handle traceHandle("Member");
+constexpr int kErrorLevel = 0;
+constexpr int kHealthLevel = 1;
+constexpr int kWriteLevel = 3;
+
+constexpr uint64_t kMsPerSecond = 1000;
+constexpr uint64_t kNsPerMs = 1'000'000;
+constexpr double kNsPerSecond = 1e9;
+
+// A container is there in the store while a key below it is.
+bool hasKey(Kind kind) {
+  return kind != Kind::processors && kind != Kind::storageAreas && kind != Kind::neighbours;
+}
+
+}  // namespace
+
+Publisher::Publisher(Settings settings, std::shared_ptr<LeaseStore> store, Kelstore::Io& io,
+                     const Zavro::Clock& clock, std::function<void()> published)
+    : settings_(std::move(settings)),
+      store_(std::move(store)),
+      io_(io),
+      clock_(clock),
+      published_(std::move(published)) {}
+
+Publisher::~Publisher() { *alive_ = false; }
+
+template <class Answer>
+void Publisher::offLoop(std::function<Result<Answer>(LeaseStore&)> ask,
+                        std::function<void(Result<Answer>)> done) {
+  auto answer = std::make_shared<Result<Answer>>();
+  io_.offLoop([answer, store = store_, ask = std::move(ask)] { *answer = ask(*store); },
+              [answer, done = std::move(done), alive = alive_] {
+                if (*alive) done(std::move(*answer));
+              });
+}
+
+template <class Answer>
+void Publisher::call(std::function<Result<Answer>(LeaseStore&)> ask, std::function<void(Answer)> take) {
+  calling_ = true;
+  offLoop<Answer>(std::move(ask), [this, take = std::move(take)](Result<Answer> answer) {
+    calling_ = false;
+    if (auto* failure = std::get_if<Failure>(&answer)) {
+      // It may have been carried out.
+      listed_ = false;
+      failed(failure->text, Trouble::call);
+      if (ended_) return step();
+      stepAfter(backoff_.nextMs());
+    } else {
+      tellEndpoint();
+      take(std::get<Answer>(std::move(answer)));
+    }
+  });
+}
+
+void Publisher::contentIs(const std::vector<Kelstore::Snapshot::Entry>& entries) {
+  Content content;
+  for (const auto& [path, value] : entries) {
+    if (hasKey(path.kind)) content[path] = Kelstore::encode(value).dump();
+  }
+  content_ = std::move(content);
+  if (!next_) step();
+}
+
+// A pause is cut short by nothing but the end.
+void Publisher::stepAfter(uint64_t milliseconds) {
+  next_ = io_.after(milliseconds, [this] {
+    next_.reset();
+    step();
+  });
+}
+
+void Publisher::step() {
+  if (calling_) return;
+  if (ended_) return giveBack();
+  if (!content_) return;
+  if (!standingBy_ && lease_ == LeaseStore::kNoLease) return takeLease();
+  if (!listed_) return list();
+  write();
+}
+
+void Publisher::takeLease() {
+  call<Lease>(
+      [ttl = settings_.ttlSeconds](LeaseStore& store) { return store.grant(std::chrono::seconds(ttl)); },
+      [this](Lease lease) {
+        traceHandle.trace(kHealthLevel, "lease {:x} was granted, for {} s", lease, settings_.ttlSeconds);
+        lease_ = lease;
+        takingOver_ = true;
+        listed_ = false;
+        renewAfter(settings_.ttlSeconds * kMsPerSecond / 3);
+        step();
+      });
+}
+
+void Publisher::list() {
+  call<LeaseStore::Holdings>([member = settings_.member, interfaces = settings_.interfaces](
+                                 LeaseStore& store) { return store.list(member, interfaces); },
+                             [this, lease = lease_](LeaseStore::Holdings holdings) {
+                               // Without the lease under which it was asked for it says nothing.
+                               if (lease != lease_) return step();
+                               listed(std::move(holdings));
+                             });
+}
+
+void Publisher::listed(LeaseStore::Holdings holdings) {
+  holdings_ = std::move(holdings);
+  std::set<Lease> others = otherLeases();
+  if (standingBy_) {
+    if (!others.empty()) return stepAfter(settings_.ttlSeconds * kMsPerSecond);
+    traceHandle.trace(kHealthLevel, "the other publisher of member {} is gone", settings_.member);
+    standingBy_ = false;
+    return step();
+  }
+  if (takingOver_) {
+    takingOver_ = false;
+    predecessors_ = others;
+    for (Lease other : others) {
+      traceHandle.trace(kHealthLevel, "takes over the keys of an earlier publisher, lease {:x}", other);
+    }
+  }
+  for (Lease other : others) {
+    if (!predecessors_.contains(other)) return standBy(other);
+  }
+  listed_ = true;
+  fresh_ = true;
+  step();
+}
+
+// The leases of others with which keys of this member go.
+std::set<LeaseStore::Lease> Publisher::otherLeases() const {
+  std::set<Lease> others;
+  for (const auto& [path, held] : holdings_) {
+    if (path.kind != Kind::interface && held.lease != LeaseStore::kNoLease) others.insert(held.lease);
+  }
+  others.erase(lease_);
+  return others;
+}
+
+void Publisher::standBy(Lease other) {
+  traceHandle.trace(kErrorLevel,
+                    "member {} is published by somebody else too, under lease {:x}: this one stands by until "
+                    "the other's keys are gone",
+                    settings_.member, other);
+  standingBy_ = true;
+  offLoop<std::monostate>([lease = lease_](LeaseStore& store) { return store.revoke(lease); },
+                          [](const Result<std::monostate>&) {});
+  lease_ = LeaseStore::kNoLease;
+  nextRenewal_.reset();
+  stepAfter(settings_.ttlSeconds * kMsPerSecond);
+}
+
+void Publisher::write() {
+  std::vector<LeaseStore::Change> changes = differences();
+  if (changes.empty()) {
+    if (std::exchange(fresh_, false)) worked(Trouble::call);
+    if (published_) std::exchange(published_, {})();
+    return;
+  }
+  uint64_t nowNs = clock_.monotonicNs();
+  if (!writing_ && nowNs < writableNs_) return stepAfter((writableNs_ - nowNs) / kNsPerMs + 1);
+  writableNs_ = nowNs + settings_.intervalSeconds * kMsPerSecond * kNsPerMs;
+  writing_ = changes.size() > LeaseStore::kMaxChanges;
+  if (writing_) changes.resize(LeaseStore::kMaxChanges);
+  traceHandle.trace(kWriteLevel, "writes {} keys, the first is {}", changes.size(), changes[0].path.text());
+  call<LeaseStore::Written>([changes, guards = guards(changes), lease = lease_](
+                                LeaseStore& store) { return store.write(changes, guards, lease); },
+                            [this, changes, lease = lease_](LeaseStore::Written result) {
+                              if (lease != lease_) return step();
+                              written(changes, result);
+                            });
+}
+
+void Publisher::written(const std::vector<LeaseStore::Change>& changes, const LeaseStore::Written& result) {
+  switch (result.how) {
+    case LeaseStore::Written::How::leaseGone:
+      return leaseIsGone();
+    case LeaseStore::Written::How::guardFailed:
+      // Somebody else wrote: to be seen who, and what.
+      listed_ = false;
+      writing_ = false;
+      return step();
+    case LeaseStore::Written::How::done:
+      break;
+  }
+  worked(Trouble::call);
+  for (const LeaseStore::Change& change : changes) {
+    if (change.text) {
+      holdings_[change.path] = {*change.text, lease_, result.revision};
+    } else {
+      holdings_.erase(change.path);
+    }
+  }
+  step();
+}
+
+std::vector<LeaseStore::Change> Publisher::differences() {
+  std::vector<LeaseStore::Change> changes;
+  for (const auto& [path, text] : *content_) {
+    auto held = holdings_.find(path);
+    bool there = held != holdings_.end();
+    if (there && held->second.lease == lease_ && held->second.text == text) continue;
+    if (!foreign(path)) changes.push_back({path, text});
+  }
+  for (const auto& [path, held] : holdings_) {
+    if (content_->contains(path)) continue;
+    if (path.kind != Kind::interface || ours(held.lease)) changes.push_back({path, std::nullopt});
+  }
+  return changes;
+}
+
+// Whether it is an interface's key that lives with a lease of somebody else.
+bool Publisher::foreign(const Path& path) {
+  if (path.kind != Kind::interface) return false;
+  auto held = holdings_.find(path);
+  bool others =
+      held != holdings_.end() && held->second.lease != LeaseStore::kNoLease && !ours(held->second.lease);
+  if (!others) {
+    foreign_.erase(path);
+    return false;
+  }
+  if (foreign_.insert(path).second) {
+    traceHandle.trace(kErrorLevel, "{} is published by somebody else, under lease {:x}: it is left alone",
+                      path.text(), held->second.lease);
+  }
+  if (!relist_) relist_ = io_.after(settings_.ttlSeconds * kMsPerSecond, [this] { lookAgain(); });
+  return true;
+}
+
+// What was somebody else's may be so no longer.
+void Publisher::lookAgain() {
+  relist_.reset();
+  listed_ = false;
+  if (!next_) step();
+}
+
+// Every transaction stands on a key of this member that is as this publisher knows it, so that it fails when
+// another publisher of this member has written, and on the interfaces' keys that it changes.
+std::vector<LeaseStore::Guard> Publisher::guards(const std::vector<LeaseStore::Change>& changes) const {
+  std::vector<LeaseStore::Guard> guards;
+  auto revision = [this](const Path& path) {
+    auto held = holdings_.find(path);
+    return held == holdings_.end() ? 0 : held->second.revision;
+  };
+  auto member = std::find_if(holdings_.begin(), holdings_.end(), [this](const auto& entry) {
+    return entry.first.kind != Kind::interface && entry.second.lease == lease_;
+  });
+  if (member == holdings_.end()) {
+    member = std::find_if(holdings_.begin(), holdings_.end(),
+                          [](const auto& entry) { return entry.first.kind != Kind::interface; });
+  }
+  if (member != holdings_.end()) guards.push_back({member->first, member->second.revision});
+  bool any = member != holdings_.end();
+  for (const LeaseStore::Change& change : changes) {
+    if (change.path.kind != Kind::interface && std::exchange(any, true)) continue;
+    guards.push_back({change.path, revision(change.path)});
+  }
+  return guards;
+}
+
+void Publisher::renewAfter(uint64_t milliseconds) {
+  nextRenewal_ = io_.after(milliseconds, [this] { renew(); });
+}
+
+void Publisher::renew() {
+  uint64_t intervalMs = settings_.ttlSeconds * kMsPerSecond / 3;
+  renewAfter(intervalMs);
+  if (renewing_) return;
+  renewing_ = true;
+  offLoop<bool>([lease = lease_](LeaseStore& store) { return store.renew(lease); },
+                [this, intervalMs, lease = lease_](const Result<bool>& answer) {
+                  renewing_ = false;
+                  if (lease != lease_ || ended_) return;
+                  if (const auto* failure = std::get_if<Failure>(&answer)) {
+                    failed(failure->text, Trouble::renewal);
+                    return renewAfter(std::min(intervalMs, kMsPerSecond));
+                  }
+                  worked(Trouble::renewal);
+                  if (!std::get<bool>(answer)) leaseIsGone();
+                });
+}
+
+// Its keys went with it.
+void Publisher::leaseIsGone() {
+  traceHandle.trace(kErrorLevel, "lease {:x} is gone: everything is written anew, under another one", lease_);
+  lease_ = LeaseStore::kNoLease;
+  writing_ = false;
+  writableNs_ = 0;
+  nextRenewal_.reset();
+  next_.reset();
+  step();
+}
+
+void Publisher::end(std::function<void()> ended) {
+  ended_ = std::move(ended);
+  next_.reset();
+  nextRenewal_.reset();
+  step();
+}
+
+void Publisher::giveBack() {
+  calling_ = true;
+  if (lease_ == LeaseStore::kNoLease) return ended_();
+  offLoop<std::monostate>([lease = lease_](LeaseStore& store) { return store.revoke(lease); },
+                          [this](const Result<std::monostate>& answer) {
+                            if (const auto* failure = std::get_if<Failure>(&answer)) {
+                              traceHandle.trace(kErrorLevel, "lease {:x} is not given back: {}", lease_,
+                                                failure->text);
+                            }
+                            ended_();
+                          });
+}
+
+// A store that can be read but not written does not work, nor does one that takes no renewals.
+void Publisher::worked(Trouble trouble) {
+  if (trouble == Trouble::call) backoff_.reset();
+  if (trouble_ != trouble) return;
+  trouble_.reset();
+  double seconds = static_cast<double>(clock_.monotonicNs() - troubleSinceNs_) / kNsPerSecond;
+  traceHandle.trace(kHealthLevel, "the store works again, after {:.1f} s", seconds);
+}
+
+void Publisher::failed(const std::string& error, Trouble trouble) {
+  if (trouble_) return;
+  trouble_ = trouble;
+  troubleSinceNs_ = clock_.monotonicNs();
+  traceHandle.trace(kErrorLevel, "the store cannot be used: {}; it is tried again and again", error);
+}
+
+void Publisher::tellEndpoint() {
+  std::string endpoint = store_->endpoint();
+  if (endpoint == endpoint_) return;
+  endpoint_ = std::move(endpoint);
+  traceHandle.trace(kHealthLevel, "connected to {}", endpoint_);
+}
+
+}  // namespace Member

@@ -1,0 +1,42 @@
+// The publisher's store in an etcd cluster.
+#pragma once
+
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "LeaseStore.h"
+#include "etcd/Address.h"
+#include "etcd/Client.h"
+#include "etcd/Keys.h"
+
+namespace Member {
+
+class EtcdLeaseStore final : public LeaseStore {
+ public:
+  // Renewals are waited for no longer than `renewalPatience`, other calls for etcd's usual time.
+  EtcdLeaseStore(const Kelstore::Etcd::Address& address, const Kelstore::Etcd::Access& access,
+                 std::chrono::milliseconds renewalPatience);
+
+  Result<Lease> grant(std::chrono::seconds ttl) override;
+  Result<bool> renew(Lease lease) override;
+  Result<std::monostate> revoke(Lease lease) override;
+  // Keys whose path is none of the state model, or is not spelt as it is to be, are left out.
+  Result<Holdings> list(uint8_t member, const std::vector<std::string>& interfaces) override;
+  Result<Written> write(const std::vector<Change>& changes, const std::vector<Guard>& guards,
+                        Lease lease) override;
+  std::string endpoint() const override;
+
+ private:
+  // A client is for one thread at a time.
+  struct Locked {
+    mutable std::mutex mutex;
+    Kelstore::Etcd::Client client;
+  };
+
+  const Kelstore::Etcd::Keys keys_;
+  Locked calls_;
+  Locked leases_;  // for renew() and revoke(), which wait for no other call
+};
+
+}  // namespace Member

@@ -1,0 +1,24 @@
+// The command line of trelmemberd.
+#pragma once
+
+#include <string>
+
+#include "Logging.h"
+
+namespace Member {
+
+struct Options {
+  std::string config;  // path of the configuration
+  bool check = false;  // says what is wrong with it, and ends
+  Host::LogOptions log;
+};
+
+// What the command line says. When the process is to end at once, exitCode is set and what is to be said has
+// been written.
+struct ParsedOptions {
+  Options options;
+  int exitCode = -1;  // -1: go on
+};
+ParsedOptions parseOptions(int argc, const char* const* argv);
+
+}  // namespace Member

@@ -1,0 +1,84 @@
+#include "Trelmemberd.h"
+
+#include <fmt/format.h>
+
+#include <csignal>
+#include <stdexcept>
+
+#include "EtcdLeaseStore.h"
+#include "LinuxMachine.h"
+#include "etcd/Access.h"
+#include "etcd/Address.h"
+
+namespace Member {
+namespace {
+
+namespace Etcd = Kelstore::Etcd;
+
+constexpr std::string_view kEtcd = "etcd:";
+
+Etcd::Address addressOf(const std::string& store) {
+  if (!store.starts_with(kEtcd)) {
+    throw std::invalid_argument(
+        fmt::format("found \"{}\", expected etcd:HOST:PORT[,HOST:PORT...]/PREFIX", store));
+  }
+  return Etcd::parseAddress(std::string_view(store).substr(kEtcd.size()));
+}
+
+Etcd::Access accessOf(const AccessFiles& files) {
+  return {
+      .caFile = files.ca, .certFile = files.cert, .keyFile = files.key, .credentialsFile = files.credentials};
+}
+
+Publisher::Settings settingsOf(const Config& config) {
+  Publisher::Settings settings{config.member, {}, config.ttlSeconds, config.intervalSeconds};
+  for (const NeighbourConfig& neighbour : config.neighbours) {
+    settings.interfaces.push_back(neighbour.interface);
+  }
+  return settings;
+}
+
+}  // namespace
+
+ParsedConfig usableConfig(const std::string& path) {
+  ParsedConfig parsed = readConfig(path, [](const std::string& store) { addressOf(store); });
+  try {
+    Etcd::checkAccess(accessOf(parsed.config.access));
+  } catch (const std::invalid_argument& error) {
+    parsed.errors.push_back(fmt::format("{}: access: {}", path, error.what()));
+  }
+  return parsed;
+}
+
+std::shared_ptr<LeaseStore> storeOf(const Config& config) {
+  std::chrono::milliseconds patience(config.ttlSeconds * 1000 / 3);
+  return std::make_shared<EtcdLeaseStore>(addressOf(config.store), accessOf(config.access), patience);
+}
+
+Trelmemberd::Trelmemberd(const Config& config, const Zavro::Clock& clock, Host::Threads& threads)
+    : terminate_(loop_, SIGTERM, [this] { end(); }),
+      interrupt_(loop_, SIGINT, [this] { end(); }),
+      systemd_(loop_),
+      io_(loop_, threads),
+      publisher_(settingsOf(config), storeOf(config), io_, clock, [this] { systemd_.ready(); }),
+      links_([this] { state_.linksChanged(); }),
+      state_(config, std::make_shared<LinuxMachine>(), std::make_shared<PingProbe>(), links_, io_, clock,
+             [this] { publish(); }),
+      linkWatch_(loop_, links_.fd(), [this] { links_.readable(); }),
+      ending_(loop_, [this] { loop_.stop(); }) {}
+
+void Trelmemberd::run() {
+  state_.start();
+  loop_.run();
+}
+
+void Trelmemberd::publish() {
+  if (state_.known()) publisher_.contentIs(state_.entries());
+}
+
+void Trelmemberd::end() {
+  ending_.start(kEndingMs);
+  publisher_.end([this] { loop_.stop(); });
+}
+
+}  // namespace Member

@@ -1,0 +1,57 @@
+// trelmemberd.
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <csignal>
+#include <stdexcept>
+
+#include "CommandLine.h"
+#include "Logging.h"
+#include "Options.h"
+#include "Trelmemberd.h"
+#include "lumalog/Lumalog.h"
+#include "zavro/Clock.h"
+
+namespace {
+
+constexpr std::chrono::milliseconds kEndingPatience(500);
+
+const Lumalog::Handle traceHandle("Member");
+
+int publish(const Member::Options& options, const Member::ParsedConfig& parsed, Host::Threads& threads) {
+  Host::Logging logging("trelmemberd", options.log);
+  for (const std::string& warning : parsed.warnings) traceHandle.trace(1, "{}", warning);
+  // A peer that went away is found out by the write that fails.
+  std::signal(SIGPIPE, SIG_IGN);
+  Zavro::SystemClock clock;
+  try {
+    Member::Trelmemberd daemon(parsed.config, clock, threads);
+    daemon.run();
+  } catch (const std::runtime_error& error) {
+    fmt::print(stderr, "trelmemberd: {}\n", error.what());
+    return Host::kUnusable;
+  }
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  auto [options, exitCode] = Member::parseOptions(argc, argv);
+  if (exitCode >= 0) return exitCode;
+
+  Member::ParsedConfig parsed = Member::usableConfig(options.config);
+  for (const std::string& error : parsed.errors) fmt::print(stderr, "trelmemberd: {}\n", error);
+  if (options.check) {
+    for (const std::string& warning : parsed.warnings) fmt::print(stderr, "trelmemberd: {}\n", warning);
+  }
+  if (!parsed.errors.empty()) return Host::kUnusable;
+  if (options.check) return 0;
+
+  Host::Threads threads;
+  int status = publish(options, parsed, threads);
+  // An echo, or a call of a store that does not answer, does not hold up the end for long.
+  if (threads.busyFor(kEndingPatience)) _exit(status);
+  return status;
+}

@@ -1,0 +1,118 @@
+// A store of leased keys as the test has it: keys go with their leases, revisions count, guards count; calls
+// fail, or are not answered, when the test says so.
+#pragma once
+
+#include <fmt/format.h>
+
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "LeaseStore.h"
+#include "kelstore/ManualIo.h"
+
+namespace Member {
+
+class ManualStore final : public LeaseStore {
+ public:
+  Result<Lease> grant(std::chrono::seconds ttl) override {
+    if (auto failure = called("grant")) return *failure;
+    leases.insert(++lastLease);
+    ttlSeconds = ttl.count();
+    return lastLease;
+  }
+  Result<bool> renew(Lease lease) override {
+    if (auto failure = called("renew")) return *failure;
+    return leases.contains(lease);
+  }
+  Result<std::monostate> revoke(Lease lease) override {
+    if (auto failure = called("revoke")) return *failure;
+    expire(lease);
+    return std::monostate();
+  }
+  Result<Holdings> list(uint8_t member, const std::vector<std::string>& interfaces) override {
+    if (auto failure = called("list")) return *failure;
+    Holdings found;
+    for (const auto& [path, held] : keys) {
+      bool own = path.kind == Kelstore::Kind::interface ? std::find(interfaces.begin(), interfaces.end(),
+                                                                    path.first) != interfaces.end()
+                                                        : path.first == std::to_string(member);
+      if (own) found.emplace(path, held);
+    }
+    return found;
+  }
+  Result<Written> write(const std::vector<Change>& changes, const std::vector<Guard>& guards,
+                        Lease lease) override {
+    if (auto failure = called("write")) return *failure;
+    if (beforeWrite) std::exchange(beforeWrite, {})();
+    if (!leases.contains(lease)) return Written{Written::How::leaseGone, 0};
+    for (const Guard& guard : guards) {
+      auto held = keys.find(guard.path);
+      if ((held == keys.end() ? 0 : held->second.revision) != guard.revision) {
+        log += "refused; ";
+        return Written{Written::How::guardFailed, 0};
+      }
+    }
+    ++revision;
+    sizes.push_back(changes.size());
+    for (const Change& change : changes) {
+      log += fmt::format("{}{}; ", change.text ? "" : "-", change.path.text());
+      if (change.text) {
+        keys[change.path] = {*change.text, lease, revision};
+      } else {
+        keys.erase(change.path);
+      }
+    }
+    if (failAfterWriting) return Failure{"no answer"};
+    return Written{Written::How::done, revision};
+  }
+  std::string endpoint() const override { return "h:1"; }
+
+  // The lease and all that goes with it.
+  void expire(Lease lease) {
+    leases.erase(lease);
+    std::erase_if(keys, [lease](const auto& entry) { return entry.second.lease == lease; });
+    ++revision;
+  }
+  // A key of somebody else, under a lease of theirs; 0: under none.
+  void put(const Kelstore::Path& path, const std::string& text, Lease lease) {
+    if (lease != kNoLease) leases.insert(lease);
+    keys[path] = {text, lease, ++revision};
+  }
+  // What was written since the last call: "path; -deleted path; ".
+  std::string written() { return std::exchange(log, {}); }
+  // "path=text@lease", sorted.
+  std::vector<std::string> content() const {
+    std::vector<std::string> all;
+    for (const auto& [path, held] : keys) {
+      all.push_back(fmt::format("{}={}@{}", path.text(), held.text, held.lease));
+    }
+    std::sort(all.begin(), all.end());
+    return all;
+  }
+
+  Holdings keys;
+  std::set<Lease> leases;
+  Lease lastLease = 100;
+  int64_t revision = 1;
+  int64_t ttlSeconds = 0;
+  std::vector<size_t> sizes;          // of the transactions
+  std::map<std::string, int> calls;   // how often
+  std::set<std::string> failing;      // calls; "all": every call
+  std::set<std::string> hanging;      // the same
+  bool failAfterWriting = false;      // writes are carried out, and not answered
+  std::function<void()> beforeWrite;  // once
+
+ private:
+  std::optional<Failure> called(const std::string& name) {
+    ++calls[name];
+    if (hanging.contains(name)) throw Kelstore::ManualIo::Hangs();
+    if (failing.contains(name) || failing.contains("all")) return Failure{name + " failed"};
+    return std::nullopt;
+  }
+
+  std::string log;
+};
+
+}  // namespace Member
