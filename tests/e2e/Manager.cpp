@@ -34,6 +34,11 @@ Manager::Manager(std::string address, Support::Argv credentials)
   std::filesystem::create_directory(settings_.path() / "cert_indexes");
 }
 
+Manager& Manager::runBy(const Support::Argv& program) {
+  runBy_ = program;
+  return *this;
+}
+
 std::string numericName(std::string_view name) {
   for (const auto& [abbreviation, numbers] : kAbbreviations) {
     if (name.starts_with(abbreviation)) return numbers + std::string(name.substr(abbreviation.size()));
@@ -52,7 +57,8 @@ std::string shortName(std::string text) {
 
 Support::Result Manager::run(const std::string& tool, const Support::Argv& options,
                              const Names& names) const {
-  Support::Argv argv = {tool};
+  Support::Argv argv = runBy_;
+  argv.push_back(tool);
   append(argv, kPatience);
   append(argv, credentials_);
   append(argv, options);

@@ -24,6 +24,9 @@ class Manager final {
   static const Support::Argv kV2c;  // as community public
   explicit Manager(std::string address, Support::Argv credentials = kV2c);
 
+  // The tools are run by this program, which is given tool and arguments as last arguments.
+  Manager& runBy(const Support::Argv& program);
+
   // The answer's varbinds, one per line, "reach.4.1.3 = INTEGER: 4"; or what the tool says is wrong.
   std::string get(const Names& names) const { return ask("snmpget", {}, names); }
   std::string getNext(const Names& names) const { return ask("snmpgetnext", {}, names); }
@@ -47,6 +50,7 @@ class Manager final {
   std::string ask(const std::string& tool, const Support::Argv& options, const Names& names) const;
   Support::Result run(const std::string& tool, const Support::Argv& options, const Names& names) const;
 
+  Support::Argv runBy_;
   std::string address_;
   Support::Argv credentials_;
   Support::TempDir settings_;
