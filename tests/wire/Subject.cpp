@@ -58,24 +58,10 @@ void Subject::becomes(const nlohmann::json& document) {
 }
 
 Tree Subject::walk() {
-  constexpr int64_t kRepetitions = 60;
-  Tree tree;
-  Message request;
-  request.community = kReader;
-  request.pdu = {PduType::getBulk, 1, 0, kRepetitions, {{{1, 3}, {}}}};
-  while (true) {
-    ++request.pdu.requestId;
-    std::optional<Bytes> answer = exchange_.ask(request);
-    if (!answer) throw std::runtime_error("no answer to a walk. " + complaint());
-    for (const Varbind& varbind : decode(*answer).pdu.varbinds) {
-      if (varbind.value.tag == Tag::endOfMibView) return tree;
-      if (!tree.empty() && varbind.name <= tree.rbegin()->first) {
-        throw std::runtime_error("the walk turns back to " + text(varbind.name));
-      }
-      tree[varbind.name] = varbind.value;
-    }
-    if (tree.empty()) throw std::runtime_error("a walk finds nothing: " + text(decode(*answer)));
-    request.pdu.varbinds[0].name = tree.rbegin()->first;
+  try {
+    return treeServed(exchange_, kReader);
+  } catch (const std::runtime_error& error) {
+    throw std::runtime_error(fmt::format("{} {}", error.what(), complaint()));
   }
 }
 
@@ -110,6 +96,28 @@ std::string Subject::end() {
   std::optional<int> status = daemon_.process().stop(SIGTERM, Support::Millis(60'000));
   if (status == 0) return reports();
   return status ? complaint() : "the daemon does not end";
+}
+
+Tree treeServed(Exchange& exchange, const Bytes& community) {
+  constexpr int64_t kRepetitions = 60;
+  Tree tree;
+  Message request;
+  request.community = community;
+  request.pdu = {PduType::getBulk, 1, 0, kRepetitions, {{{1, 3}, {}}}};
+  while (true) {
+    ++request.pdu.requestId;
+    std::optional<Bytes> answer = exchange.ask(request);
+    if (!answer) throw std::runtime_error("no answer to a walk.");
+    for (const Varbind& varbind : decode(*answer).pdu.varbinds) {
+      if (varbind.value.tag == Tag::endOfMibView) return tree;
+      if (!tree.empty() && varbind.name <= tree.rbegin()->first) {
+        throw std::runtime_error("the walk turns back to " + text(varbind.name));
+      }
+      tree[varbind.name] = varbind.value;
+    }
+    if (tree.empty()) throw std::runtime_error("a walk finds nothing: " + text(decode(*answer)));
+    request.pdu.varbinds[0].name = tree.rbegin()->first;
+  }
 }
 
 std::string difference(const Tree& expected, const Tree& served) {

@@ -43,6 +43,9 @@ class Subject {
   std::unique_ptr<Model> model_;
 };
 
+// All that a daemon with modelledAccess() serves; throws when it does not answer, or walks in circles.
+Tree treeServed(Exchange& exchange, const Bytes& community);
+
 // How the trees differ, a line for each instance, as long as there are only a few.
 std::string difference(const Tree& expected, const Tree& served);
 

@@ -1,0 +1,477 @@
+// A daemon that follows three etcd servers under steady change, while things happen to them and to the
+// network between. After each fault the five tables equal the store's content within a stated time, as a
+// model of the tables has it that knows neither the library nor etcd; no row that was there all along was
+// ever missing from a walk; and unless all had to be read anew, each revision was applied once.
+//
+// The audit is put off, so that it mends nothing; but in the last test, where nothing else can.
+#include <fmt/format.h>
+#include <gmock/gmock.h>
+#include <grpcpp/create_channel.h>
+#include <sys/stat.h>
+
+#include <chrono>
+
+#include "e2e/Daemon.h"
+#include "etcd-faults/LossyProxy.h"
+#include "etcd-faults/StoreState.h"
+#include "etcd-faults/Walker.h"
+#include "etcd-faults/Writer.h"
+#include "etcd/Client.h"
+#include "rpc.grpc.pb.h"
+#include "support/Etcd.h"
+#include "support/Relay.h"
+#include "wire/Model.h"
+
+namespace Faults {
+namespace {
+
+using namespace std::chrono_literals;
+using nlohmann::json;
+using Support::EtcdCluster;
+using Support::Millis;
+using Support::waitUntil;
+using testing::HasSubstr;
+
+constexpr uint64_t kSeed = 7;
+// From the end of a fault to tables that equal the store. After a long one the daemon may be in a pause
+// between two attempts, of 10 s at most.
+constexpr Millis kPrompt = 10s;
+constexpr Millis kAfterPause = 15s;
+// A server that is gone is noticed at once, one that has lost the others within seconds, silence after 15 s.
+constexpr Millis kNoticed = 25s;
+constexpr Millis kUnusualWalk = 3s;
+
+const std::string kFirst = std::string(kPrefix) + "/";
+const std::string kEnd = std::string(kPrefix) + "0";
+
+uint16_t portOf(const std::string& endpoint) {
+  return static_cast<uint16_t>(std::stoi(endpoint.substr(endpoint.rfind(':') + 1)));
+}
+
+Wire::AgentClock startsNow() {
+  return Wire::AgentClock(
+      std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count());
+}
+
+std::set<Wire::Oid> namesOf(const Wire::Tree& tree) {
+  std::set<Wire::Oid> names;
+  for (const auto& [name, value] : tree) names.insert(name);
+  return names;
+}
+
+// A daemon that follows a store, and what it says of that.
+class Following {
+ public:
+  Following(const std::string& endpoints, const Support::Argv& options) : clock_(startsNow()) {
+    daemon_.with({"--conf", daemon_.dir().write("snmp.conf", Wire::modelledAccess())})
+        .with({"--state", fmt::format("etcd:{}/{}", endpoints, kPrefix)})
+        .with(options)
+        .start();
+    exchange_ = std::make_unique<Wire::Exchange>(port());
+  }
+
+  E2e::Daemon& daemon() { return daemon_; }
+  uint16_t port() const { return portOf(daemon_.address()); }
+  json store() const { return daemon_.status().at("stores").at(0); }
+  std::string state() const { return store().at("state"); }
+  // Of the server that it listens to; empty: none.
+  std::string endpoint() const {
+    json status = store();
+    return status.at("state") == "watching" && status.at("endpoint").is_string() ? status.at("endpoint") : "";
+  }
+  std::map<std::string, int64_t> counters() const {
+    std::map<std::string, int64_t> all;
+    json counters = daemon_.status().at("storeCounters").at(0);
+    for (const auto& [name, value] : counters.items()) {
+      if (value.is_number()) all[name] = value;
+    }
+    return all;
+  }
+  Wire::Tree expected(const json& document) const { return Wire::treeOf(document, clock_); }
+  Wire::Tree served() { return Wire::treeServed(*exchange_, Wire::kReader); }
+
+  // Waits until the tables are those of the document, applied up to the revision.
+  testing::AssertionResult becomes(const json& document, int64_t revision, Millis within) {
+    Wire::Tree wanted = expected(document);
+    Wire::Tree last;
+    bool became = waitUntil(
+        [&] {
+          if (store().at("mirroredRevision").get<int64_t>() < revision) return false;
+          return (last = served()) == wanted;
+        },
+        within);
+    if (became) return testing::AssertionSuccess();
+    return testing::AssertionFailure()
+           << Wire::difference(wanted, served()) << "expected revision " << revision << "\n"
+           << daemon_.status().dump(1) << daemon_.process().err();
+  }
+
+ private:
+  E2e::Daemon daemon_;
+  Wire::AgentClock clock_;
+  std::unique_ptr<Wire::Exchange> exchange_;
+};
+
+// The number of revisions below the prefix in (after, until], and of changes in them, as a server tells who
+// watches from the first of these on. Requires: `until` is one of them.
+struct History {
+  int64_t revisions = 0;
+  int64_t events = 0;
+};
+History historyOf(const std::string& endpoint, int64_t after, int64_t until) {
+  namespace Rpc = etcdserverpb;
+  auto stub = Rpc::Watch::NewStub(grpc::CreateChannel(endpoint, grpc::InsecureChannelCredentials()));
+  grpc::ClientContext context;
+  context.set_deadline(std::chrono::system_clock::now() + 20s);
+  auto stream = stub->Watch(&context);
+  Rpc::WatchRequest request;
+  request.mutable_create_request()->set_key(kFirst);
+  request.mutable_create_request()->set_range_end(kEnd);
+  request.mutable_create_request()->set_start_revision(after + 1);
+  stream->Write(request);
+  History history;
+  int64_t last = after;
+  Rpc::WatchResponse response;
+  while (last < until && stream->Read(&response)) {
+    for (const Rpc::Event& event : response.events()) {
+      history.revisions += event.kv().mod_revision() > last ? 1 : 0;
+      history.events += 1;
+      last = event.kv().mod_revision();
+    }
+  }
+  context.TryCancel();
+  stream->Finish();
+  if (last != until) throw std::runtime_error(fmt::format("history ends at {}, not at {}", last, until));
+  return history;
+}
+
+class EtcdFaultsTest : public testing::Test {
+ protected:
+  struct World {
+    World()
+        : rootLogin(login("root", "rootpw")),
+          followerLogin(login("follower", "wrong")),
+          client(cluster.endpoints(), {.credentialsFile = rootLogin}),
+          writer(cluster.endpoints(), {.credentialsFile = rootLogin}, kSeed) {
+      for (const std::string& endpoint : cluster.endpoints()) {
+        doors.push_back(std::make_unique<Support::Relay>(portOf(endpoint)));
+      }
+      snapshot = directory.file("snapshot");
+      cluster.saveSnapshot(snapshot);
+      follower = std::make_unique<Following>(
+          fmt::format("{},{},{}", doors[0]->endpoint(), doors[1]->endpoint(), doors[2]->endpoint()),
+          Support::Argv{"--audit", "3600", "--etcd-credentials", followerLogin});
+      walker = std::make_unique<Walker>(follower->port(), namesOf(follower->expected(writer.lasting())));
+    }
+    std::string login(const std::string& user, const std::string& password) {
+      std::string file =
+          directory.write(user, fmt::format(R"({{"user": "{}", "password": "{}"}})", user, password));
+      chmod(file.c_str(), 0600);
+      return file;
+    }
+
+    Support::TempDir directory;
+    EtcdCluster cluster{{.nodes = 3, .isolable = true}};
+    std::vector<std::unique_ptr<Support::Relay>> doors;  // between the daemon and each node
+    std::string rootLogin;
+    std::string followerLogin;
+    Kelstore::Etcd::Client client;
+    Writer writer;
+    std::string snapshot;
+    std::unique_ptr<Following> follower;
+    std::unique_ptr<Walker> walker;
+  };
+
+  static void SetUpTestSuite() { world = std::make_unique<World>(); }
+  static void TearDownTestSuite() { world.reset(); }
+
+  // Each test begins with tables that equal the store, at this revision.
+  void SetUp() override {
+    settles(kAfterPause);
+    ASSERT_FALSE(HasFailure());
+    walksBefore_ = world->walker->walks();
+    world->writer.goOn();
+    writes(10);
+  }
+  void TearDown() override {
+    world->writer.pause();
+    fmt::print("  {} walks meanwhile, the longest so far took {} ms\n", world->walker->walks() - walksBefore_,
+               world->walker->longestWalk().count());
+    EXPECT_GE(world->walker->walks() - walksBefore_, 10u);
+    for (auto& door : world->doors) door->heal();
+    world->cluster.rejoin();
+    EXPECT_EQ(world->walker->complaints(), "");
+    EXPECT_LT(world->walker->longestWalk(), kUnusualWalk);
+    // All is mended by following, nothing by chance.
+    EXPECT_EQ(follower().counters().at("repairs"), 0);
+  }
+
+  static Following& follower() { return *world->follower; }
+  static EtcdCluster& cluster() { return world->cluster; }
+  static void allDoors(void (Support::Relay::*method)()) {
+    for (auto& door : world->doors) (door.get()->*method)();
+  }
+  // Waits until so many transactions more were carried out.
+  static void writes(uint64_t transactions) {
+    uint64_t enough = world->writer.written() + transactions;
+    ASSERT_TRUE(waitUntil([&] { return world->writer.written() >= enough; }, 30s));
+  }
+  // The node that the daemon listens to.
+  static size_t followed() {
+    size_t node = world->doors.size();
+    auto known = [&] {
+      std::string endpoint = follower().endpoint();
+      for (node = 0; node < world->doors.size(); ++node) {
+        if (world->doors[node]->endpoint() == endpoint) return true;
+      }
+      return false;
+    };
+    if (!waitUntil(known, kNoticed))
+      throw std::runtime_error("it follows no node: " + follower().store().dump());
+    return node;
+  }
+  static testing::AssertionResult becomes(const std::string& state) {
+    if (waitUntil([&] { return follower().state() == state; }, kNoticed)) return testing::AssertionSuccess();
+    return testing::AssertionFailure() << follower().store();
+  }
+
+  // What a call comes to once the servers have a leader again, who may have lost a vote because of a fault.
+  template <class Call>
+  auto answered(Call call) {
+    auto answer = call();
+    bool first = true;
+    waitUntil(
+        [&] {
+          if (!first) answer = call();
+          first = false;
+          return !absl::IsUnavailable(answer.status()) && !absl::IsDeadlineExceeded(answer.status());
+        },
+        kNoticed);
+    return answer;
+  }
+
+  // The writer pauses; the tables equal the store within that time.
+  void settles(Millis within) {
+    auto start = std::chrono::steady_clock::now();
+    world->writer.pause();
+    // Marks the end; it is no row's.
+    auto revision = answered([] { return world->client.put(kFirst + "sysname", "\"cluster\""); });
+    ASSERT_TRUE(revision.ok()) << revision.status();
+    auto listing = answered([] { return world->client.range({kFirst, kEnd}); });
+    ASSERT_TRUE(listing.ok()) << listing.status();
+    EXPECT_TRUE(follower().becomes(documentOf(*listing), *revision, within));
+    auto took = std::chrono::duration_cast<Millis>(std::chrono::steady_clock::now() - start);
+    fmt::print("  equal after {} ms, {} keys, revision {}\n", took.count(), listing->keyValues.size(),
+               *revision);
+    settledIn_ = took;
+    settledAt_ = *revision;
+    settledCounters_ = follower().counters();
+  }
+  // The same; and since the tables were equal last, every revision was applied once. `listings`: how many new
+  // ones there may have been instead, as when a server that lost the others ends a watch.
+  void settlesWithoutALoss(Millis within, int64_t listings = 0) {
+    int64_t before = settledAt_;
+    auto countersBefore = settledCounters_;
+    settles(within);
+    auto since = [&](const char* name) { return settledCounters_.at(name) - countersBefore.at(name); };
+    EXPECT_LE(since("relists"), listings);
+    if (since("relists") > 0) return;
+    History history = historyOf(world->client.endpoint(), before, settledAt_);
+    // What is told of the counters may be a moment older than what is served.
+    waitUntil([&] {
+      settledCounters_ = follower().counters();
+      return since("revisions") >= history.revisions;
+    });
+    EXPECT_EQ(since("revisions"), history.revisions);
+    EXPECT_EQ(since("events") - since("dropped"), history.events);
+    EXPECT_GT(history.revisions, 0);
+  }
+  // Since the tables were equal before that.
+  int64_t relistsSince(int64_t before) const { return settledCounters_.at("relists") - before; }
+
+  static std::unique_ptr<World> world;
+  int64_t settledAt_ = 0;
+  Millis settledIn_{0};
+  std::map<std::string, int64_t> settledCounters_;
+  uint64_t walksBefore_ = 0;
+};
+
+std::unique_ptr<EtcdFaultsTest::World> EtcdFaultsTest::world;
+
+TEST_F(EtcdFaultsTest, NoFault_EachRevisionIsAppliedOnce) {
+  writes(200);
+  settlesWithoutALoss(kPrompt);
+}
+
+TEST_F(EtcdFaultsTest, LeaderIsKilled) {
+  size_t node = followed();
+  cluster().leaderIs(node);
+  writes(10);
+  cluster().end(node);
+  EXPECT_NE(followed(), node);
+  writes(50);
+  cluster().start(node);
+  settlesWithoutALoss(kPrompt);
+}
+
+TEST_F(EtcdFaultsTest, NodeThatIsFollowedIsKilled_AnotherLeads) {
+  size_t node = followed();
+  cluster().leaderIs((node + 1) % 3);
+  writes(10);
+  cluster().end(node);
+  EXPECT_NE(followed(), node);
+  writes(50);
+  cluster().start(node);
+  settlesWithoutALoss(kPrompt);
+}
+
+// It is up and answers, but hears nothing of what the others decide.
+TEST_F(EtcdFaultsTest, NodeThatIsFollowedIsPartitionedFromTheOthers) {
+  size_t node = followed();
+  cluster().isolate(node);
+  EXPECT_TRUE(waitUntil([&] { return !follower().endpoint().empty() && followed() != node; }, kNoticed));
+  writes(50);
+  cluster().rejoin();
+  settlesWithoutALoss(kPrompt, 2);
+}
+
+TEST_F(EtcdFaultsTest, DaemonIsPartitionedFromAllNodes_ConnectionsEnd) {
+  allDoors(&Support::Relay::cut);
+  EXPECT_TRUE(becomes("held"));
+  writes(100);
+  allDoors(&Support::Relay::heal);
+  settlesWithoutALoss(kAfterPause);
+}
+
+TEST_F(EtcdFaultsTest, DaemonIsPartitionedInSilence_HistoryIsCompactedMeanwhile) {
+  allDoors(&Support::Relay::freeze);
+  EXPECT_TRUE(becomes("held"));
+  writes(50);
+  cluster().ctl({"compact", std::to_string(world->writer.revision())});
+  writes(50);
+  allDoors(&Support::Relay::heal);
+  int64_t before = settledCounters_.at("relists");
+  settles(kAfterPause);
+  EXPECT_GE(relistsSince(before), 1);
+}
+
+TEST_F(EtcdFaultsTest, AllNodesRestart) {
+  for (size_t node = 0; node < cluster().size(); ++node) cluster().end(node, SIGTERM);
+  EXPECT_TRUE(becomes("held"));
+  for (size_t node = 0; node < cluster().size(); ++node) cluster().launch(node);
+  for (size_t node = 0; node < cluster().size(); ++node) cluster().awaitHealthy(node);
+  writes(50);
+  settlesWithoutALoss(kAfterPause);
+}
+
+// The revision goes back by all that was written since, and the cluster is another one.
+TEST_F(EtcdFaultsTest, ClusterIsRestoredFromAnOlderSnapshot) {
+  world->writer.pause();
+  int64_t revisionBefore = world->writer.revision();
+  int64_t relistsBefore = settledCounters_.at("relists");
+  cluster().restartFrom(world->snapshot);
+  settles(kAfterPause);
+  EXPECT_LT(settledAt_, revisionBefore);
+  EXPECT_GE(relistsSince(relistsBefore), 1);
+  world->writer.goOn();
+  writes(50);
+  settlesWithoutALoss(kPrompt);
+}
+
+// By the time that the daemon hears of it again, the restored cluster is past every revision that was known
+// of the other one: only the cluster's id tells.
+TEST_F(EtcdFaultsTest, RestoredClusterHasOvertakenTheOtherOne) {
+  std::string snapshot = world->directory.file("later");
+  world->writer.pause();
+  cluster().saveSnapshot(snapshot);
+  world->writer.goOn();
+  writes(50);
+  settles(kPrompt);
+  int64_t revisionBefore = settledAt_;
+  int64_t relistsBefore = settledCounters_.at("relists");
+  allDoors(&Support::Relay::cut);
+  cluster().restartFrom(snapshot);
+  for (int64_t revision = 0; revision <= revisionBefore;) {
+    absl::StatusOr<int64_t> put = world->client.put("other/key", std::to_string(revision));
+    ASSERT_TRUE(put.ok()) << put.status();
+    revision = *put;
+  }
+  allDoors(&Support::Relay::heal);
+  settles(kAfterPause);
+  EXPECT_GT(settledAt_, revisionBefore);
+  EXPECT_GE(relistsSince(relistsBefore), 1);
+}
+
+TEST_F(EtcdFaultsTest, AuthenticationFails_UntilTheCredentialsAreMended) {
+  cluster().ctl({"user", "add", "root:rootpw"});
+  cluster().tryCtl({"role", "add", "root"});
+  cluster().ctl({"user", "grant-role", "root", "root"});
+  cluster().ctl({"role", "add", "follower"});
+  cluster().ctl({"role", "grant-permission", "follower", "read", kFirst, kEnd});
+  cluster().ctl({"user", "add", "follower:secret"});
+  cluster().ctl({"user", "grant-role", "follower", "follower"});
+  cluster().ctl({"auth", "enable"});
+  // What is open stays open; a new connection is asked for a name.
+  allDoors(&Support::Relay::cut);
+  allDoors(&Support::Relay::heal);
+  EXPECT_TRUE(becomes("held"));
+  EXPECT_TRUE(waitUntil(
+      [&] { return follower().store().at("lastError").dump().find("refused") != std::string::npos; },
+      kNoticed));
+  writes(50);
+  world->login("follower", "secret");
+  settles(kAfterPause);
+  cluster().ctl({"auth", "disable"}, "root:rootpw");
+  world->writer.goOn();
+  writes(50);
+  settlesWithoutALoss(kAfterPause);
+}
+
+TEST_F(EtcdFaultsTest, LinkToAllNodesIsSlow) {
+  constexpr Millis kDelay = 150ms;
+  for (auto& door : world->doors) door->slow(kDelay, 200'000);
+  writes(100);
+  settlesWithoutALoss(kPrompt);
+  EXPECT_GE(settledIn_, kDelay);
+}
+
+// The server, or what is between, keeps one deletion to itself: nothing shows that it is missing but the
+// keys.
+TEST(EtcdAuditTest, DeletionIsLostInSilence_TheAuditRepairsIt) {
+  EtcdCluster cluster;
+  Writer writer(cluster.endpoints(), {}, kSeed);
+  Kelstore::Etcd::Client client(cluster.endpoints(), {});
+  LossyProxy proxy(cluster.endpoint());
+  constexpr int kAuditSeconds = 3;
+  Following follower(proxy.endpoint(), {"--audit", std::to_string(kAuditSeconds)});
+  Walker walker(follower.port(), namesOf(follower.expected(writer.lasting())));
+  std::string key = kFirst + "members/77/processors/1";
+  ASSERT_TRUE(client.put(key, R"({"load": 1})").ok());
+  auto document = [&] { return documentOf(*client.range({kFirst, kEnd})); };
+  json before = document();
+  ASSERT_TRUE(follower.becomes(before, 0, kPrompt));
+
+  proxy.loseNextDeletion();
+  ASSERT_TRUE(client.del(key).ok());
+  ASSERT_TRUE(waitUntil([&] { return proxy.lost() == key; }));
+  absl::StatusOr<int64_t> after = client.put(kFirst + "sysname", "\"after\"");
+  // The row is there no longer, and is served all the same, by who knows all that came after.
+  EXPECT_TRUE(waitUntil([&] { return follower.store().at("mirroredRevision") >= *after; }));
+  EXPECT_EQ(follower.counters().at("repairs"), 0);
+  EXPECT_EQ(follower.served().size(), follower.expected(before).size());
+
+  EXPECT_TRUE(follower.becomes(document(), *after, Millis(1s * kAuditSeconds) + kPrompt));
+  EXPECT_TRUE(waitUntil([&] { return follower.counters().at("repairs") == 1; }));
+  EXPECT_EQ(follower.counters().at("relists"), 0);
+  writer.goOn();
+  EXPECT_TRUE(waitUntil([&] { return writer.written() > 100; }));
+  writer.pause();
+  after = client.put(kFirst + "sysname", "\"end\"");
+  EXPECT_TRUE(follower.becomes(document(), *after, kPrompt));
+  // Nothing of what was on its way during an audit was taken for a loss.
+  EXPECT_EQ(follower.counters().at("repairs"), 1);
+  EXPECT_EQ(walker.complaints(), "");
+}
+
+}  // namespace
+}  // namespace Faults
