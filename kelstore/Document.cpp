@@ -219,6 +219,16 @@ Document parseDocument(std::string_view text) { return parseAt({}, text); }
 
 Document parseValue(const Path& path, std::string_view text) { return parseAt(path.segments(), text); }
 
+nlohmann::json documentOf(const Values& values) {
+  auto document = nlohmann::json::object();
+  for (const auto& [path, value] : values) {
+    nlohmann::json* place = &document;
+    for (const std::string& segment : path.segments()) place = &(*place)[segment];
+    *place = encode(value);
+  }
+  return document;
+}
+
 Snapshot withLastGood(Document&& document, const Snapshot& before) {
   std::set<std::vector<std::string>> prefixes;
   for (const Document::Fault& fault : document.faults) prefixes.insert(fault.segments);

@@ -4,6 +4,8 @@
 // and in bounded memory and stack.
 #pragma once
 
+#include <map>
+#include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -33,6 +35,11 @@ Document parseDocument(std::string_view text);
 // The same for the value at one path, where a source holds each value on its own. Places in `unusable` count
 // within the text. The value counts only when there is no fault. Requires: the path is no container's.
 Document parseValue(const Path& path, std::string_view text);
+
+using Values = std::map<Path, Value>;
+
+// The values as one document.
+nlohmann::json documentOf(const Values& values);
 
 // What a source that read the document says: the document's values, but at affected paths what it said
 // before.

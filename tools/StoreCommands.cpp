@@ -99,7 +99,7 @@ StoreFailed setAside(const StoreContent& content) {
                                  content.setAside.size() + content.values.size()));
 }
 
-std::string textOf(const Values& values) { return documentOf(values).dump(2) + "\n"; }
+std::string textOf(const Values& values) { return Kelstore::documentOf(values).dump(2) + "\n"; }
 
 void write(const std::string& text) {
   if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size() || std::fflush(stdout) != 0) {

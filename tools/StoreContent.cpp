@@ -42,16 +42,6 @@ StoreContent contentOf(const Kelstore::Etcd::Keys& keys, const Kelstore::Etcd::L
   return content;
 }
 
-nlohmann::json documentOf(const Values& values) {
-  auto document = nlohmann::json::object();
-  for (const auto& [path, value] : values) {
-    nlohmann::json* place = &document;
-    for (const std::string& segment : path.segments()) place = &(*place)[segment];
-    *place = Kelstore::encode(value);
-  }
-  return document;
-}
-
 Difference differenceOf(const Kelstore::Etcd::Keys& keys, const StoreContent& now, const Values& wanted,
                         bool replace) {
   Difference difference;

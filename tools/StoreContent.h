@@ -2,7 +2,6 @@
 #pragma once
 
 #include <map>
-#include <nlohmann/json_fwd.hpp>
 #include <set>
 #include <string>
 #include <utility>
@@ -16,7 +15,7 @@
 
 namespace TrelCtl {
 
-using Values = std::map<Kelstore::Path, Kelstore::Value>;
+using Kelstore::Values;
 
 struct StoreContent {
   Values values;
@@ -29,9 +28,6 @@ struct StoreContent {
 };
 
 StoreContent contentOf(const Kelstore::Etcd::Keys& keys, const Kelstore::Etcd::Listing& listing);
-
-// The values as one document, nested by path segment.
-nlohmann::json documentOf(const Values& values);
 
 struct Difference {
   std::vector<Kelstore::Etcd::Op> ops;

@@ -48,13 +48,13 @@ TEST(StoreContentTest, ValuesNestByPath) {
                       {"p/members/1/processors/2", R"({"load":3})"},
                       {"p/members/1/storage/%2Fvar%2Flog", R"({"allocationUnits":1,"size":2,"free":3})"},
                       {"p/sysname", R"("alpha")"}}));
-  EXPECT_EQ(documentOf(content.values), nlohmann::json::parse(R"({
+  EXPECT_EQ(Kelstore::documentOf(content.values), nlohmann::json::parse(R"({
       "sysname": "alpha",
       "interfaces": {"Backplane1/1": {"ifIndex": 7}},
       "members": {"1": {"processors": {"2": {"load": 3}},
                         "storage": {"/var/log": {"allocationUnits": 1, "size": 2, "free": 3}}}}})"));
   EXPECT_THAT(content.setAside, ElementsAre());
-  EXPECT_EQ(documentOf({}).dump(), "{}");
+  EXPECT_EQ(Kelstore::documentOf({}).dump(), "{}");
 }
 
 TEST(StoreContentTest, BadKeysAndValuesAreSetAside_OtherKeysAreForeign) {
