@@ -27,7 +27,10 @@ ParsedOptions parseOptions(int argc, const char* const* argv) {
   app.add_option("--config,FILE", options.config, "The configuration, a JSON file")
       ->type_name("FILE")
       ->required();
-  app.add_flag("--check", options.check, "Say what is wrong with the configuration, and exit");
+  auto* check = app.add_flag("--check", options.check, "Say what is wrong with the configuration, and exit");
+  app.add_flag("--mappings", options.mappings,
+               "Print the storage mappings that this machine suggests, for trelctl import, and exit")
+      ->excludes(check);
   Host::describeLogging(app, options.log);
   parsed.exitCode = Host::parseCommandLine(app, argc, argv, [] {});
   return parsed;

@@ -8,8 +8,9 @@
 namespace Member {
 
 struct Options {
-  std::string config;  // path of the configuration
-  bool check = false;  // says what is wrong with it, and ends
+  std::string config;     // path of the configuration
+  bool check = false;     // says what is wrong with it, and ends
+  bool mappings = false;  // prints the mappings that this machine suggests, and ends
   Host::LogOptions log;
 };
 

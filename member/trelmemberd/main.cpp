@@ -4,11 +4,16 @@
 
 #include <chrono>
 #include <csignal>
+#include <memory>
+#include <nlohmann/json.hpp>
 #include <stdexcept>
 
 #include "CommandLine.h"
+#include "Document.h"
+#include "LinuxMachine.h"
 #include "Logging.h"
 #include "Options.h"
+#include "SuggestedMappings.h"
 #include "Trelmemberd.h"
 #include "lumalog/Lumalog.h"
 #include "zavro/Clock.h"
@@ -35,6 +40,18 @@ int publish(const Member::Options& options, const Member::ParsedConfig& parsed, 
   return 0;
 }
 
+int printMappings(const Member::Config& config) {
+  Zavro::SystemClock clock;
+  auto suggested =
+      Member::suggestedMappings(std::make_shared<Member::LinuxMachine>(), config.indexFile, clock);
+  if (!suggested.error.empty()) {
+    fmt::print(stderr, "trelmemberd: {}\n", suggested.error);
+    return Host::kUnusable;
+  }
+  fmt::print("{}\n", Kelstore::documentOf(suggested.values).dump(2));
+  return 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -48,6 +65,7 @@ int main(int argc, char** argv) {
   }
   if (!parsed.errors.empty()) return Host::kUnusable;
   if (options.check) return 0;
+  if (options.mappings) return printMappings(parsed.config);
 
   Host::Threads threads;
   int status = publish(options, parsed, threads);

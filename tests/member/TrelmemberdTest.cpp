@@ -397,6 +397,16 @@ TEST_F(CommandLineTest, UnusableArguments_OneLine) {
   }
 }
 
+TEST_F(CommandLineTest, Mappings_AreADocumentWithTheRootInIt) {
+  std::string path = directory_.write("c", R"({"member": 3, "store": "etcd:h:1/p"})");
+  auto result = run({"--config", path, "--mappings"});
+  EXPECT_EQ(result.status, 0) << result.err;
+  auto mappings = nlohmann::json::parse(result.out)["storageMappings"];
+  EXPECT_EQ(mappings["memory"]["1"]["description"], "Physical memory");
+  EXPECT_EQ(mappings["mounts"]["/"]["description"], "/");
+  EXPECT_THAT(run({"--check", "--mappings", path}).err, HasSubstr("excludes"));
+}
+
 TEST_F(CommandLineTest, Version_AndHelp) {
   EXPECT_THAT(run({"--version"}).out, StartsWith("trelmemberd "));
   EXPECT_THAT(run({"--help"}).out, HasSubstr("--check"));

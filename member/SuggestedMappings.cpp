@@ -1,0 +1,76 @@
+#include "SuggestedMappings.h"
+
+#include <fmt/format.h>
+
+#include <deque>
+#include <utility>
+
+#include "Figures.h"
+#include "LocalStorage.h"
+
+namespace Member {
+namespace {
+
+using Kelstore::Kind;
+
+class NoWaker final : public Kelstore::Io::Waker {
+ public:
+  void wake() override {}
+};
+
+// No loop turns: work that is handed over is done when it is asked for, and time does not pass.
+class NoLoop final : public Kelstore::Io {
+ public:
+  std::unique_ptr<Activity> watch(const std::string& /*path*/, std::function<void()> /*changed*/) override {
+    return std::make_unique<Activity>();
+  }
+  std::unique_ptr<Activity> after(uint64_t /*milliseconds*/, std::function<void()> /*elapsed*/) override {
+    return std::make_unique<Activity>();
+  }
+  void offLoop(std::function<void()> work, std::function<void()> done) override {
+    jobs_.emplace_back(std::move(work), std::move(done));
+  }
+  std::unique_ptr<Waker> waker(std::function<void()> /*woken*/) override {
+    return std::make_unique<NoWaker>();
+  }
+  void workAll() {
+    while (!jobs_.empty()) {
+      auto [work, done] = std::move(jobs_.front());
+      jobs_.pop_front();
+      work();
+      done();
+    }
+  }
+
+ private:
+  std::deque<std::pair<std::function<void()>, std::function<void()>>> jobs_;
+};
+
+}  // namespace
+
+SuggestedMappings suggestedMappings(std::shared_ptr<Machine> machine, const std::string& indexFile,
+                                    const Zavro::Clock& clock) {
+  SuggestedMappings suggested;
+  NoLoop io;
+  LocalStorage storage(std::move(machine), indexFile, io, clock, [] {});
+  storage.start();
+  io.workAll();
+  storage.look();
+  io.workAll();
+  for (auto& [memory, mapping] : memoryMappings()) {
+    suggested.values[{Kind::memoryMapping, std::to_string(memory), ""}] = std::move(mapping);
+  }
+  for (auto& [point, mapping] : storage.mappings([](uint32_t, const std::string&) { return false; })) {
+    suggested.values[{Kind::mountMapping, point, ""}] = std::move(mapping);
+  }
+  storage.keepIndexes();
+  io.workAll();
+  // A mount of which nothing is known is left out, and was told of.
+  for (const Collector* collector : storage.collectors()) {
+    bool essential = collector->status().name == "mounts" || collector->status().name == "indexes";
+    if (essential && !collector->status().error.empty()) suggested.error = collector->status().error;
+  }
+  return suggested;
+}
+
+}  // namespace Member
