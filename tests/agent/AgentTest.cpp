@@ -396,6 +396,22 @@ TEST_F(AgentTest, IfTablePipeline_KeptReplacedAndDeletedAlike) {
   EXPECT_EQ(agent->trelSnmpIfTableSm(), nullptr);
 }
 
+TEST_F(AgentTest, OtherInterfaces_ReplaceThePipelinesThatReadThem) {
+  linked();
+  reports("1", 2);
+  auto agent = agentIs();
+  auto links = agent->trelSnmpIfTableSm();
+  auto reachability = agent->trelSnmpReachabilityTableSm();
+  scheduler.drain();
+  auto otherIfMib = Zavro::makePtr<IntfSnmp::IfMib>("other");
+  EXPECT_NE(agent->trelSnmpIfTableSmIs(topology, otherIfMib, mib, Rvx::SmControl()), links);
+  EXPECT_NE(agent->trelSnmpReachabilityTableSmIs(reachabilityDir, otherIfMib, mib, Rvx::SmControl()),
+            reachability);
+  scheduler.drain();
+  EXPECT_TRUE(mib->trelIfTable().empty());
+  EXPECT_EQ(mib->trelReachabilityTable({1, 2})->ifMib(), otherIfMib);
+}
+
 TEST_F(AgentTest, HostResourcesPipeline_KeptReplacedAndDeletedAlike) {
   hostResourcesDir->entityPtrIs(Zavro::makePtr<HostResources::HostResources>("1"));
   auto agent = agentIs();

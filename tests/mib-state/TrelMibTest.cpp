@@ -289,4 +289,13 @@ TEST_F(TrelMibTest, DeletingByOnesOwnFields_ReadsThemFirst) {
   EXPECT_EQ(reader->useCount(), 1u);
 }
 
+TEST(TrelMibOnTheStack, DelAll_NeedsNobodyWhoCounts) {
+  TrelSnmp::TrelMib mib("mib");
+  mib.trelIfTableIs(7, 1, 2);
+  mib.trelIfTableIs(8, 1, 2);
+  mib.trelIfTableDelAll();
+  EXPECT_TRUE(mib.trelIfTable().empty());
+  EXPECT_EQ(mib.useCount(), 0u);
+}
+
 }  // namespace

@@ -472,6 +472,7 @@ TEST(FlagsTest, SameValueAgain_NotifiesNobody) {
 }
 
 TEST(NamesTest, Capitalised_IsAFirstLetterFromAToZ) {
+  EXPECT_EQ(capitalised(""), "");
   EXPECT_EQ(capitalised("apple"), "Apple");
   EXPECT_EQ(capitalised("zone"), "Zone");
   EXPECT_EQ(capitalised("Zone"), "Zone");
@@ -555,6 +556,86 @@ TEST_F(PipelineFramework, ChildAttributes_ReadByName) {
   EXPECT_EQ(Kor::attribute(*child, "versionReachabilityStatus"), "2");
   world.reports("1", 3, State::degraded);
   EXPECT_EQ(Kor::attribute(*child, "versionReachabilityStatus"), "3");
+}
+
+TEST_F(PipelineFramework, TaskAttributesOfAChild_SayWhetherItsParentsTaskRuns) {
+  world.reports("1", 2, State::reachable);
+  world.start();
+  while (!world.sm->initialScanDone()) ASSERT_TRUE(world.scheduler.step());
+  using DirSm = RivoCode::TrelSnmpReachabilityTableSm::ReachabilityDirSm0;
+  auto child = dynamic_cast<DirSm&>(*world.sm->machines()[0]).child("1");
+  auto read = [&] {
+    return Kor::attribute(*child, "inTask0") + " " + Kor::attribute(*child, "shouldYield0");
+  };
+  EXPECT_EQ(read(), "false true");  // a task that does not run has no time left
+  std::string inside;
+  auto subscription = world.mib->publisher().subscribe([&](const TrelMib::Change&) { inside = read(); });
+  world.scheduler.yieldWhen([] { return false; });
+  world.scheduler.drain();
+  EXPECT_EQ(inside, "true false");
+  EXPECT_EQ(read(), "false false");  // there is no task any more
+}
+
+TEST_F(PipelineFramework, SynchronousChild_HasNoTask) {
+  world.reports("1", 2, State::reachable);
+  world.start(Rvx::Mode::synchronous);
+  using DirSm = RivoCode::TrelSnmpReachabilityTableSm::ReachabilityDirSm0;
+  auto child = dynamic_cast<DirSm&>(*world.sm->machines()[0]).child("1");
+  EXPECT_EQ(Kor::attribute(*child, "inTask0"), "false");
+  EXPECT_EQ(Kor::attribute(*child, "shouldYield0"), "false");
+  EXPECT_EQ(Kor::attribute(*world.sm->machines()[0], "task0"), "None");
+  EXPECT_EQ(Kor::attribute(*world.sm, "trelMibTrelReachabilityTableOutputReconciliationTask"), "None");
+}
+
+TEST_F(PipelineFramework, OperationsByName_LeaveWhatIsDoneAsItIs) {
+  world.reports("1", 2, State::reachable);
+  world.startAndDrain();
+  Zavro::Ptr<TopMachine> machine = world.sm->machines()[0];
+  auto child = dynamic_cast<RivoCode::TrelSnmpReachabilityTableSm::ReachabilityDirSm0&>(*machine).child("1");
+  traces.clear();
+  for (const char* operation : {"handleInitialized", "handleInitialScanDone"}) {
+    Kor::invoke(*world.sm, operation);
+  }
+  for (const char* operation : {"doInputScan", "doInputScan0"}) {
+    Kor::invoke(*machine, operation);
+    Kor::invoke(*child, operation);
+  }
+  EXPECT_EQ(world.scheduler.drain(), 0U);
+  EXPECT_EQ(traces.lines(), Lines());
+  world.sm->hasNotificationActiveIs(false);
+  Kor::invoke(*machine, "doInputScan");
+  EXPECT_EQ(world.scheduler.drain(), 0U);
+}
+
+TEST_F(PipelineFramework, DoDeleteAllBeforeTheInitialScanIsDone_LeavesTheTableToReconciliation) {
+  world.reports("1", 2, State::reachable);
+  world.staleRow(3, 4, world.record(State::reachable));
+  world.start();
+  Kor::invoke(*world.sm, "doDeleteAll");
+  EXPECT_EQ(world.rows(), "[ (3,4)=reachable ]");
+  world.scheduler.drain();
+  EXPECT_EQ(world.rows(), "[ (1,2)=reachable ]");
+}
+
+TEST_F(PipelineFramework, RowsHandedOver_NeitherActivationNorAnEventWritesAgain) {
+  world.reports("1", 2, State::reachable);
+  world.startAndDrain();
+  world.sm->rowsHandedOver();
+  world.reports("1", 3, State::reachable);
+  world.sm->hasNotificationActiveIs(false);
+  world.sm->hasNotificationActiveIs(true);
+  world.scheduler.drain();
+  EXPECT_TRUE(world.sm->paused());
+  EXPECT_EQ(world.rows(), "[ (1,2)=reachable ]");
+}
+
+TEST_F(PipelineFramework, RowsHandedOverWhileOneIsReplaced_TheNewOneIsNotWritten) {
+  world.reports("1", 2, State::reachable);
+  world.startAndDrain();
+  auto subscription =
+      world.mib->publisher().subscribe([&](const TrelMib::Change&) { world.sm->rowsHandedOver(); });
+  world.reports("1", 2, State::degraded);
+  EXPECT_EQ(world.rows(), "[ ]");
 }
 
 TEST_F(PipelineFramework, NoSchedulerGiven_ProcessSchedulerIsUsed) {
