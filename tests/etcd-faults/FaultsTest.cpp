@@ -12,6 +12,7 @@
 #include <chrono>
 
 #include "e2e/Daemon.h"
+#include "etcd-faults/Following.h"
 #include "etcd-faults/LossyProxy.h"
 #include "etcd-faults/StoreState.h"
 #include "etcd-faults/Walker.h"
@@ -42,75 +43,6 @@ constexpr Millis kNoticed = 25s;
 constexpr Millis kUnusualWalk = 3s;
 
 const std::string kFirst = std::string(kPrefix) + "/";
-const std::string kEnd = std::string(kPrefix) + "0";
-
-uint16_t portOf(const std::string& endpoint) {
-  return static_cast<uint16_t>(std::stoi(endpoint.substr(endpoint.rfind(':') + 1)));
-}
-
-Wire::AgentClock startsNow() {
-  return Wire::AgentClock(
-      std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count());
-}
-
-std::set<Wire::Oid> namesOf(const Wire::Tree& tree) {
-  std::set<Wire::Oid> names;
-  for (const auto& [name, value] : tree) names.insert(name);
-  return names;
-}
-
-// A daemon that follows a store, and what it says of that.
-class Following {
- public:
-  Following(const std::string& endpoints, const Support::Argv& options) : clock_(startsNow()) {
-    daemon_.with({"--conf", daemon_.dir().write("snmp.conf", Wire::modelledAccess())})
-        .with({"--state", fmt::format("etcd:{}/{}", endpoints, kPrefix)})
-        .with(options)
-        .start();
-    exchange_ = std::make_unique<Wire::Exchange>(port());
-  }
-
-  E2e::Daemon& daemon() { return daemon_; }
-  uint16_t port() const { return portOf(daemon_.address()); }
-  json store() const { return daemon_.status().at("stores").at(0); }
-  std::string state() const { return store().at("state"); }
-  // Of the server that it listens to; empty: none.
-  std::string endpoint() const {
-    json status = store();
-    return status.at("state") == "watching" && status.at("endpoint").is_string() ? status.at("endpoint") : "";
-  }
-  std::map<std::string, int64_t> counters() const {
-    std::map<std::string, int64_t> all;
-    json counters = daemon_.status().at("storeCounters").at(0);
-    for (const auto& [name, value] : counters.items()) {
-      if (value.is_number()) all[name] = value;
-    }
-    return all;
-  }
-  Wire::Tree expected(const json& document) const { return Wire::treeOf(document, clock_); }
-  Wire::Tree served() { return Wire::treeServed(*exchange_, Wire::kReader); }
-
-  // Waits until the tables are those of the document, applied up to the revision.
-  testing::AssertionResult becomes(const json& document, int64_t revision, Millis within) {
-    Wire::Tree wanted = expected(document);
-    Wire::Tree last;
-    bool became = waitUntil(
-        [&] {
-          if (store().at("mirroredRevision").get<int64_t>() < revision) return false;
-          return (last = served()) == wanted;
-        },
-        within);
-    if (became) return testing::AssertionSuccess();
-    return testing::AssertionFailure()
-           << Wire::difference(wanted, served()) << "expected revision " << revision << "\n"
-           << daemon_.status().dump(1) << daemon_.process().err();
-  }
-
- private:
-  E2e::Daemon daemon_;
-  Wire::AgentClock clock_;
-  std::unique_ptr<Wire::Exchange> exchange_;
-};
 
 // The number of revisions below the prefix in (after, until], and of changes in them, as a server tells who
 // watches from the first of these on. Requires: `until` is one of them.
@@ -126,7 +58,7 @@ History historyOf(const std::string& endpoint, int64_t after, int64_t until) {
   auto stream = stub->Watch(&context);
   Rpc::WatchRequest request;
   request.mutable_create_request()->set_key(kFirst);
-  request.mutable_create_request()->set_range_end(kEnd);
+  request.mutable_create_request()->set_range_end(kAll.end);
   request.mutable_create_request()->set_start_revision(after + 1);
   stream->Write(request);
   History history;
@@ -257,7 +189,7 @@ class EtcdFaultsTest : public testing::Test {
     // Marks the end; it is no row's.
     auto revision = answered([] { return world->client.put(kFirst + "sysname", "\"cluster\""); });
     ASSERT_TRUE(revision.ok()) << revision.status();
-    auto listing = answered([] { return world->client.range({kFirst, kEnd}); });
+    auto listing = answered([] { return world->client.range(kAll); });
     ASSERT_TRUE(listing.ok()) << listing.status();
     EXPECT_TRUE(follower().becomes(documentOf(*listing), *revision, within));
     auto took = std::chrono::duration_cast<Millis>(std::chrono::steady_clock::now() - start);
@@ -407,7 +339,7 @@ TEST_F(EtcdFaultsTest, AuthenticationFails_UntilTheCredentialsAreMended) {
   cluster().tryCtl({"role", "add", "root"});
   cluster().ctl({"user", "grant-role", "root", "root"});
   cluster().ctl({"role", "add", "follower"});
-  cluster().ctl({"role", "grant-permission", "follower", "read", kFirst, kEnd});
+  cluster().ctl({"role", "grant-permission", "follower", "read", kAll.first, kAll.end});
   cluster().ctl({"user", "add", "follower:secret"});
   cluster().ctl({"user", "grant-role", "follower", "follower"});
   cluster().ctl({"auth", "enable"});
@@ -447,7 +379,7 @@ TEST(EtcdAuditTest, DeletionIsLostInSilence_TheAuditRepairsIt) {
   Walker walker(follower.port(), namesOf(follower.expected(writer.lasting())));
   std::string key = kFirst + "members/77/processors/1";
   ASSERT_TRUE(client.put(key, R"({"load": 1})").ok());
-  auto document = [&] { return documentOf(*client.range({kFirst, kEnd})); };
+  auto document = [&] { return documentOf(*client.range(kAll)); };
   json before = document();
   ASSERT_TRUE(follower.becomes(before, 0, kPrompt));
 

@@ -10,6 +10,8 @@
 namespace Faults {
 
 inline constexpr const char* kPrefix = "trel";
+// From the first key below it up to, not including, this end.
+inline const Kelstore::Etcd::KeyRange kAll{std::string(kPrefix) + "/", std::string(kPrefix) + "0"};
 
 // Requires: every key is one of the state, every value can be used.
 nlohmann::json documentOf(const Kelstore::Etcd::Listing& listing);

@@ -54,7 +54,7 @@ Writer::Writer(std::vector<std::string> endpoints, Kelstore::Etcd::Access access
     addMember(ops, member, kMembers);
     done(client_.txn(ops));
   }
-  auto listing = client_.range({std::string(kPrefix) + "/", std::string(kPrefix) + "0"});
+  auto listing = client_.range(kAll);
   if (!listing.ok()) throw std::runtime_error(std::string(listing.status().message()));
   lasting_ = documentOf(*listing);
   thread_ = std::thread([this] { run(); });
