@@ -82,8 +82,6 @@ bool Snapshot::any(Kind kind, std::string_view first) const {
 }
 
 Snapshot Snapshot::with(std::vector<Change> changes, std::vector<Path>& changed) const {
-  std::sort(changes.begin(), changes.end(),
-            [](const Change& a, const Change& b) { return a.first < b.first; });
   changed.clear();
   Snapshot result;
   auto change = changes.begin();

@@ -73,8 +73,8 @@ class Snapshot {
   // Whether there is a value of that kind whose path's first variable segment is `first`.
   bool any(Kind kind, std::string_view first) const;
 
-  // This one with these changes. `changed` becomes the sorted paths at which the two differ. Requires: no
-  // path occurs twice.
+  // This one with these changes. `changed` becomes the sorted paths at which the two differ. Requires: the
+  // changes are sorted by path, and none occurs twice.
   Snapshot with(std::vector<Change> changes, std::vector<Path>& changed) const;
 
  private:

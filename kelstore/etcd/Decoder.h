@@ -29,7 +29,7 @@ class Decoder {
   explicit Decoder(Keys keys) : keys_(std::move(keys)) {}
 
   struct Decoded {
-    std::vector<Snapshot::Change> changes;   // no path occurs twice
+    std::vector<Snapshot::Change> changes;   // sorted, no path twice
     std::map<std::string, int64_t> members;  // whose keys changed; the lease of what they put, or 0
   };
   // What becomes of the state.

@@ -82,7 +82,7 @@ SourceStatus EtcdSource::status() const {
   } else {
     status.state = store.revision == 0 ? State::loading : State::current;
   }
-  if (status.state == State::stale || status.state == State::held) {
+  if (status.state == State::stale || status.state == State::held || status.state == State::loading) {
     status.error = store.lastError;
   } else if (!store.examples.empty()) {
     status.error = "key " + store.examples.front().key + ": " + store.examples.front().error;

@@ -131,12 +131,16 @@ void Follower::watchSaid(uint64_t nowMs, WatchResponse response) {
   heard(nowMs, response.header);
   watchHeardMs_ = nowMs;
   askedForProgress_ = false;
+  toldSinceCreated_ = phase_ == Phase::watching;
   if (response.created && phase_ == Phase::opening) watches(nowMs);
   // An answer without events is none of the fragments that it may come between.
   if (response.events.empty()) return;
   std::move(response.events.begin(), response.events.end(), std::back_inserter(events_));
-  if (response.fragment) return;
-  apply();
+  if (response.fragment) {
+    applyFinished();
+  } else {
+    apply(std::exchange(events_, {}));
+  }
   settleSuspects(nowMs);
 }
 
@@ -163,10 +167,22 @@ void Follower::watches(uint64_t nowMs) {
   auditAtMs_ = nowMs + (resumed ? std::min(kResumedAuditMs, settings_.auditMs) : settings_.auditMs);
 }
 
-void Follower::apply() {
+// Of the fragments so far, all revisions but the last are whole. They are applied at once: an answer may hold
+// hundreds of them, and should it break off, all would have to be asked for again.
+void Follower::applyFinished() {
+  int64_t unfinished = events_.back().record.modRevision;
+  auto rest = std::stable_partition(events_.begin(), events_.end(), [unfinished](const Event& event) {
+    return event.record.modRevision < unfinished;
+  });
+  std::vector<Event> tail(std::make_move_iterator(rest), std::make_move_iterator(events_.end()));
+  events_.erase(rest, events_.end());
+  apply(std::exchange(events_, std::move(tail)));
+}
+
+void Follower::apply(const std::vector<Event>& events) {
   Batch batch;
   int64_t last = applied_;
-  for (const Event& event : std::exchange(events_, {})) {
+  for (const Event& event : events) {
     int64_t revision = event.record.modRevision;
     ++counters_.events;
     if (!applyEvent(event, batch.changes)) {
@@ -249,6 +265,8 @@ void Follower::elapsed(uint64_t nowMs) {
   }
   if (phase_ != Phase::watching) return;
   if (nowMs - watchHeardMs_ >= kSilenceMs) {
+    // What there is to tell may be too much for the link in one piece. A listing comes in smaller ones.
+    mustList_ |= !toldSinceCreated_ && newest_ > applied_;
     return lost(nowMs, "silence for " + std::to_string(kSilenceMs / 1000) + " s");
   }
   if (nowMs - watchHeardMs_ >= kQuietMs && !askedForProgress_) {

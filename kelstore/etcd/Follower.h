@@ -69,7 +69,7 @@ class Follower {
   static constexpr uint64_t kNever = std::numeric_limits<uint64_t>::max();
   static constexpr uint64_t kAnswerMs = 10'000;     // patience with an answer
   static constexpr uint64_t kQuietMs = 5'000;       // without a word on the watch: ask for one
-  static constexpr uint64_t kSilenceMs = 15'000;    // without a word on the watch: it is lost
+  static constexpr uint64_t kSilenceMs = 30'000;    // without a word on the watch: it is lost
   static constexpr uint64_t kFailoverMs = 50;       // before the next server is tried
   static constexpr uint64_t kFirstRetryMs = 250;    // when all were tried; doubled each time
   static constexpr uint64_t kLastRetryMs = 10'000;  // up to this
@@ -122,7 +122,8 @@ class Follower {
   void listed(uint64_t nowMs, Page page);
   void relist(uint64_t nowMs, const std::string& why);
   void watches(uint64_t nowMs);
-  void apply();
+  void apply(const std::vector<Event>& events);
+  void applyFinished();
   bool applyEvent(const Event& event, std::vector<Change>& changes);
   // Whether what the server tells is another cluster's, or of a past that is not ours.
   bool foreign(const Header& header) const;
@@ -156,6 +157,7 @@ class Follower {
   uint64_t heardMs_ = 0;
   uint64_t watchHeardMs_ = 0;
   bool askedForProgress_ = false;
+  bool toldSinceCreated_ = false;  // something, on the watch
   std::string lastError_;
   Counters counters_;
 

@@ -227,6 +227,18 @@ TEST_F(FollowerTest, FragmentedRevision_IsToldAfterItsLastFragment) {
   EXPECT_THAT(batches(), ElementsAre("11: p/a=7 p/b=7 p/c=7"));
 }
 
+TEST_F(FollowerTest, FragmentsOfManyRevisions_EachIsToldOnceItIsWhole) {
+  watching();
+  says(at(13), {put("p/a", "7", 11), put("p/b", "7", 12)}, true);
+  EXPECT_THAT(batches(), ElementsAre("11: p/a=7"));
+  says(at(13), {put("p/c", "7", 12), put("p/a", "8", 13)}, true);
+  EXPECT_THAT(batches(), ElementsAre("12: p/b=7 p/c=7"));
+  EXPECT_EQ(follower_.revision(), 12);
+  reconnecting();
+  EXPECT_EQ(commands().back(), "read p/ at 12 x1");
+  EXPECT_EQ(follower_.counters().revisions, 2u);
+}
+
 TEST_F(FollowerTest, AnswerToAProgressRequestBetweenFragments_TheRevisionStaysWhole) {
   watching();
   says(at(11), {put("p/a", "7", 11)}, true);
@@ -415,7 +427,32 @@ TEST_F(FollowerTest, QuietWatch_IsAskedForAWord_AndSilenceIsALoss) {
   advance(1);
   EXPECT_THAT(commands(), ElementsAre("disconnect"));
   EXPECT_EQ(follower_.state(), State::held);
-  EXPECT_EQ(follower_.lastError(), "silence for 15 s");
+  EXPECT_EQ(follower_.lastError(), "silence for 30 s");
+}
+
+TEST_F(FollowerTest, ResumedWatchNeverTellsWhatThereIs_ThereIsAListingInstead) {
+  watching();
+  reconnecting();
+  page(at(5000), {});
+  created(at(5000));
+  commands();
+  advance(Follower::kSilenceMs);
+  EXPECT_EQ(follower_.lastError(), "silence for 30 s");
+  advance(Follower::kLastRetryMs);
+  EXPECT_EQ(commands().back(), "read p/ at 0 x1000");
+}
+
+TEST_F(FollowerTest, WatchGoesSilentAfterItTold_ItIsResumed) {
+  watching();
+  reconnecting();
+  page(at(5000), {});
+  created(at(5000));
+  says(at(5000), {put("p/a", "7", 4000)});
+  commands();
+  advance(Follower::kSilenceMs);
+  EXPECT_EQ(follower_.lastError(), "silence for 30 s");
+  advance(Follower::kFirstRetryMs);
+  EXPECT_EQ(commands().back(), "read p/ at 4000 x1");
 }
 
 TEST_F(FollowerTest, PagesOfAnAudit_DoNotHideTheSilenceOfTheWatch) {
@@ -428,7 +465,7 @@ TEST_F(FollowerTest, PagesOfAnAudit_DoNotHideTheSilenceOfTheWatch) {
     page(at(10), {record("p/a", "1", 3)}, true);
     advance(1000);
   }
-  EXPECT_EQ(follower_.lastError(), "silence for 15 s");
+  EXPECT_EQ(follower_.lastError(), "silence for 30 s");
 }
 
 TEST_F(FollowerTest, LostForLong_IsStale_UntilTheWatchIsBack) {

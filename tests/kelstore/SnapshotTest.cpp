@@ -22,11 +22,11 @@ Snapshot numbered(uint32_t count) {
 
 TEST(SnapshotTest, ChangesTakeEffect_AndOnlyDifferencesAreTold) {
   std::vector<Path> changed;
-  Snapshot now = numbered(4).with({{at(9), Interface{9}},
-                                   {at(3), std::nullopt},
+  Snapshot now = numbered(4).with({{at(1), Interface{1}},
                                    {at(2), Interface{22}},
-                                   {at(1), Interface{1}},
-                                   {at(7), std::nullopt}},
+                                   {at(3), std::nullopt},
+                                   {at(7), std::nullopt},
+                                   {at(9), Interface{9}}},
                                   changed);
   EXPECT_THAT(changed, ElementsAre(at(2), at(3), at(9)));
   EXPECT_EQ(
