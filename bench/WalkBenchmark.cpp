@@ -1,16 +1,13 @@
 // A manager's walk over a column, row by row, beside its GET of a scalar of the same agent. Both cost a round
 // trip over UDP; what a row costs beyond the scalar is the agent's way to the row.
 #include <fmt/format.h>
-#include <net-snmp/net-snmp-config.h>
-#include <net-snmp/net-snmp-includes.h>
 
-#include <stdexcept>
 #include <vector>
 
 #include "Ratio.h"
+#include "SnmpSession.h"
 #include "e2e/Daemon.h"
 #include "e2e/Reports.h"
-#include "snmp/ObjectIdentifier.h"
 
 namespace {
 
@@ -19,18 +16,10 @@ constexpr int kMembers = 255;
 constexpr size_t kRowsPerTurn = 1000;
 constexpr size_t kGetsPerTurn = 1000;
 
-using Oid = std::vector<oid>;
-
-Oid oidOf(const std::string& dotted) {
-  auto ids = Snmp::ObjectIdentifier(dotted).subIds();
-  if (!ids) throw std::runtime_error(dotted + " is no object identifier");
-  return {ids->begin(), ids->end()};
-}
-
-const Oid& upTime() {
-  static const Oid name = oidOf("1.3.6.1.2.1.1.3.0");
-  return name;
-}
+using Bench::Oid;
+using Bench::oidOf;
+using Bench::SnmpSession;
+using Bench::upTime;
 
 // A column of each kind of value, by its place below the maker's MIB modules: an INTEGER, octets, an object
 // identifier.
@@ -63,59 +52,6 @@ const E2e::Daemon& daemonWithAllRows() {
   return daemon;
 }
 
-class Session {
- public:
-  Session() {
-    static const bool initialised = [] {
-      setenv("MIBS", "", 1);
-      netsnmp_ds_set_boolean(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_DONT_PERSIST_STATE, 1);
-      init_snmp("bench");
-      return true;
-    }();
-    static_cast<void>(initialised);
-    std::string address = daemonWithAllRows().address();
-    std::string community = "public";
-    netsnmp_session settings;
-    snmp_sess_init(&settings);
-    settings.version = SNMP_VERSION_2c;
-    settings.peername = address.data();
-    settings.community = reinterpret_cast<u_char*>(community.data());
-    settings.community_len = community.size();
-    session_ = snmp_open(&settings);
-    if (session_ == nullptr) throw std::runtime_error("no session with " + address);
-  }
-  ~Session() { snmp_close(session_); }
-  Session(const Session&) = delete;
-  Session& operator=(const Session&) = delete;
-
-  // Asks for name; returns the names of the answer, whose values are all present.
-  std::vector<Oid> ask(int command, const Oid& name, long maxRepetitions = 0) {
-    netsnmp_pdu* request = snmp_pdu_create(command);
-    if (command == SNMP_MSG_GETBULK) {
-      request->non_repeaters = 0;
-      request->max_repetitions = maxRepetitions;
-    }
-    snmp_add_null_var(request, name.data(), name.size());
-    netsnmp_pdu* response = nullptr;
-    if (snmp_synch_response(session_, request, &response) != STAT_SUCCESS ||
-        response->errstat != SNMP_ERR_NOERROR) {
-      throw std::runtime_error("the agent did not answer");
-    }
-    std::vector<Oid> names;
-    for (auto* var = response->variables; var != nullptr; var = var->next_variable) {
-      if (var->type >= SNMP_NOSUCHOBJECT && var->type <= SNMP_ENDOFMIBVIEW) {
-        throw std::runtime_error("the agent has no value");
-      }
-      names.emplace_back(var->name, var->name + var->name_length);
-    }
-    snmp_free_pdu(response);
-    return names;
-  }
-
- private:
-  netsnmp_session* session_;
-};
-
 class ScalarGets final : public Bench::Subject {
  public:
   void run() override {
@@ -123,7 +59,7 @@ class ScalarGets final : public Bench::Subject {
   }
 
  private:
-  Session session_;
+  SnmpSession session_{daemonWithAllRows().address()};
 };
 
 // Goes on where its last turn ended; at the end of the column it starts again.
@@ -146,7 +82,7 @@ class ColumnWalk final : public Bench::Subject {
  private:
   const Oid column_;
   const long rowsPerRequest_;
-  Session session_;
+  SnmpSession session_{daemonWithAllRows().address()};
   Oid at_ = column_;
 };
 
