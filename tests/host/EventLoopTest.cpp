@@ -1,9 +1,12 @@
 // Tasks, timers and signals on the loop.
 #include "EventLoop.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <csignal>
+#include <memory>
 #include <string>
 
 #include "Turning.h"
@@ -50,6 +53,26 @@ TEST(TaskRunnerTest, NothingRunnable_TheLoopIsNotKeptBusy) {
   task->scheduleTask();
   uv_run(loop.uv(), UV_RUN_NOWAIT);
   EXPECT_EQ(uv_loop_alive(loop.uv()), 0);
+}
+
+TEST(ReadWatchTest, SomethingIsThereToBeRead_IsToldUntilItWasReadOrTheWatchGoes) {
+  EventLoop loop;
+  int ends[2];
+  ASSERT_EQ(pipe2(ends, O_NONBLOCK | O_CLOEXEC), 0);
+  std::string taken;
+  auto watch = std::make_unique<ReadWatch>(loop, ends[0], [&] {
+    char byte = 0;
+    if (read(ends[0], &byte, 1) == 1) taken += byte;
+  });
+  for (int i = 0; i < 3; ++i) uv_run(loop.uv(), UV_RUN_NOWAIT);
+  EXPECT_EQ(taken, "");
+  ASSERT_EQ(write(ends[1], "ab", 2), 2);
+  EXPECT_TRUE(turnUntil(loop, [&] { return taken == "ab"; }));
+  watch.reset();
+  ASSERT_EQ(write(ends[1], "c", 1), 1);
+  for (int i = 0; i < 3; ++i) uv_run(loop.uv(), UV_RUN_NOWAIT);
+  EXPECT_EQ(taken, "ab");
+  for (int end : ends) close(end);
 }
 
 TEST(TimerTest, FiresOnceOrAgainAndAgain_UntilItIsStopped) {

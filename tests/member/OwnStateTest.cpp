@@ -147,5 +147,22 @@ TEST_F(OwnStateTest, AnswersOfOneLook_AreOneChange) {
   EXPECT_THAT(entries(), Contains(R"(members/1/storage/"/" {"allocationUnits":4096,"free":50,"size":100})"));
 }
 
+TEST_F(OwnStateTest, OneAnswerOfALookComesLate_TheOthersWaitForItUntilItHangs) {
+  start();
+  io_.advance(2000);
+  int before = changes_;
+  machine_->hanging = {"users"};
+  io_.advance(4500);
+  EXPECT_EQ(changes_, before);
+  machine_->hanging.clear();
+  io_.hungReturn();
+  io_.advance(0);
+  EXPECT_EQ(changes_, before + 1);
+  machine_->hanging = {"users"};
+  io_.advance(7500);  // the next look, and the time after which an answer is not waited for any more
+  EXPECT_EQ(changes_, before + 2);
+  EXPECT_EQ(timeOfSystem(), 1014);
+}
+
 }  // namespace
 }  // namespace Member

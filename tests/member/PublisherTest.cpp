@@ -194,6 +194,22 @@ TEST_F(PublisherTest, LeaseIsFoundGoneAtAWrite_AllIsWrittenAnewAtOnce) {
   EXPECT_EQ(leaseOf(processor("1")), 102);
 }
 
+TEST_F(PublisherTest, RenewalOfALeaseThatIsGoneIsAnsweredLate_TheNextLeaseStays) {
+  start();
+  store_->hanging = {"renew"};
+  pass(5 * kSecond);
+  store_->expire(101);
+  load(11);
+  pass(0);
+  ASSERT_EQ(leaseOf(kLink), 102);
+  store_->hanging.clear();
+  io_.hungReturn();
+  pass(60 * kSecond);
+  EXPECT_EQ(leaseOf(kLink), 102);
+  EXPECT_EQ(store_->calls["grant"], 2);
+  EXPECT_EQ(errors().size(), 1u);
+}
+
 TEST_F(PublisherTest, LeaseGoesWhileAListingIsUnderWay_TheListingDoesNotCount) {
   start();
   pass(4 * kSecond);
@@ -234,6 +250,20 @@ TEST_F(PublisherTest, StoreIsUnreachableAtTheStart_TriedWithGrowingDelays) {
   pass(5 * kSecond);
   EXPECT_EQ(store_->content().size(), 4u);
   EXPECT_THAT(trace_.lines(), Contains(HasSubstr("Member/1 the store works again, after 6")));
+}
+
+TEST_F(PublisherTest, StoreWorksAndFailsAgain_DelaysBeginSmallAgain) {
+  store_->failing = {"all"};
+  start();
+  pass(60 * kSecond);
+  store_->failing.clear();
+  pass(5 * kSecond);
+  store_->failing = {"write", "list"};
+  store_->calls.clear();
+  load(11);
+  pass(2 * kSecond);
+  EXPECT_GE(store_->calls["write"] + store_->calls["list"], 4);
+  EXPECT_EQ(errors().size(), 2u);
 }
 
 TEST_F(PublisherTest, StoreIsBack_OnlyTheDifferenceIsWritten) {
