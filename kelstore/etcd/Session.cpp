@@ -95,7 +95,7 @@ class Session::Impl {
 
   void stop() {
     // The queue is not left before it has told of the alarm, so that this never is too late.
-    alarm_.Set(&queue_, gpr_time_0(GPR_TIMESPAN), tag([this](bool /*ok*/) { stopping_ = true; }));
+    alarm_.Set(&queue_, gpr_time_0(GPR_TIMESPAN), stop_.release());
   }
 
  private:
@@ -363,6 +363,7 @@ class Session::Impl {
   bool stopping_ = false;
   grpc::CompletionQueue queue_;
   grpc::Alarm alarm_;
+  std::unique_ptr<Done> stop_ = std::make_unique<Done>([this](bool /*ok*/) { stopping_ = true; });
   ConnectionPtr connection_;
   bool authenticating_ = false;
   std::vector<std::function<void(const ConnectionPtr&)>> waiting_;  // for the token
