@@ -5,11 +5,14 @@
 #include <algorithm>
 #include <utility>
 
+#include "Text.h"
+
 namespace Kelstore::Etcd {
 namespace {
 
 constexpr int kErrorLevel = 0;
 constexpr int kNewsLevel = 1;
+constexpr size_t kErrorsRemembered = 100;
 
 bool holdsAnyOf(const Snapshot& snapshot, const std::string& member) {
   for (auto kind = static_cast<uint8_t>(Kind::system); kind <= static_cast<uint8_t>(Kind::reachability);
@@ -92,13 +95,14 @@ void Feed::noteState(const Follower& follower) {
       tell(kNewsLevel,
            fmt::format("follows {} from revision {}", endpoints_[follower.endpoint()], follower.revision()));
     }
-    toldError_.clear();
+    toldErrors_.clear();
     heldSinceUtcNs_ = 0;
     staleSinceUtcNs_ = 0;
     visibleIs(true);
-  } else if (follower.lastError() != toldError_) {
-    toldError_ = follower.lastError();
-    tell(kErrorLevel, toldError_);
+  } else if (!follower.lastError().empty() && toldErrors_.insert(follower.lastError()).second) {
+    // Once each, as servers that are tried in turn fail in turn; but no memory is without an end.
+    if (toldErrors_.size() > kErrorsRemembered) toldErrors_ = {follower.lastError()};
+    tell(kErrorLevel, follower.lastError());
   }
   bool unreached = follower.unreached();
   if ((state_ == State::held || state_ == State::stale) && heldSinceUtcNs_ == 0)
@@ -137,7 +141,7 @@ StoreStatus Feed::statusOf(const Follower& follower) const {
   status.setAside = decoder_.setAside().size();
   for (const auto& [key, error] : decoder_.setAside()) {
     if (status.examples.size() == kExamples) break;
-    status.examples.push_back({key, error});
+    status.examples.push_back({shortened(key, kExampleBytes), shortened(error, kExampleBytes)});
   }
   return status;
 }

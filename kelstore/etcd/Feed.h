@@ -5,6 +5,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 
 #include "Decoder.h"
@@ -18,6 +19,7 @@ class Feed {
  public:
   // What is shown of values that were set aside.
   static constexpr size_t kExamples = 20;
+  static constexpr size_t kExampleBytes = 200;  // of the key, and of what is wrong with it
 
   // `clearWhenStale`: what the store said is withdrawn while it is stale. Clock and handover outlive the
   // feed.
@@ -56,7 +58,7 @@ class Feed {
   bool settled_ = false;
   bool listed_ = false;
   Follower::State state_ = Follower::State::listing;
-  std::string toldError_;
+  std::set<std::string> toldErrors_;
   std::vector<Line> lines_;
   int64_t revision_ = 0;
   uint64_t repairs_ = 0;

@@ -47,15 +47,19 @@ void Follower::connect(uint64_t nowMs) {
   phase_ = Phase::listing;
   listing_.clear();
   listingAt_ = {};
-  readPage(nowMs, settings_.prefix, 0, pageKeys_);
+  pageSize_.most = kPageKeys;
+  readPage(nowMs, settings_.prefix, 0, pageSize_.keys);
 }
 
 void Follower::readPage(uint64_t nowMs, std::string from, int64_t revision, int64_t limit) {
   answerByMs_ = nowMs + kAnswerMs;
-  commands_.emplace_back(ReadPage{std::move(from), revision, limit});
+  page_ = ++pages_;
+  commands_.emplace_back(ReadPage{std::move(from), revision, limit, page_});
 }
 
-void Follower::pageRead(uint64_t nowMs, Page page) {
+void Follower::pageRead(uint64_t nowMs, uint64_t number, Page page) {
+  if (number != page_) return;
+  page_ = 0;
   answerByMs_ = kNever;
   // Asking on would be answered in the same way.
   if (page.more && page.records.empty()) return lost(nowMs, "found no keys, expected a page of them");
@@ -77,9 +81,9 @@ void Follower::listed(uint64_t nowMs, Page page) {
   if (page.header.clusterId != listingAt_.clusterId) {
     return lost(nowMs, "the pages of a listing come from different clusters");
   }
-  pageKeys_ = std::min(kPageKeys, 2 * pageKeys_);
+  pageSize_.worked();
   std::move(page.records.begin(), page.records.end(), std::back_inserter(listing_));
-  if (page.more) return readPage(nowMs, keyAfter(listing_.back().key), listingAt_.revision, pageKeys_);
+  if (page.more) return readPage(nowMs, keyAfter(listing_.back().key), listingAt_.revision, pageSize_.keys);
 
   if (complete_) ++counters_.relists;
   auditEnds(kNever);
@@ -93,18 +97,27 @@ void Follower::listed(uint64_t nowMs, Page page) {
   openWatch(nowMs);
 }
 
-void Follower::pageFailed(uint64_t nowMs, bool noRevision, const std::string& error) {
+void Follower::pageFailed(uint64_t nowMs, uint64_t number, bool noRevision, const std::string& error) {
+  if (number != page_) return;
+  page_ = 0;
   answerByMs_ = kNever;
   if (phase_ == Phase::listing || phase_ == Phase::resuming) {
     if (noRevision) return relist(nowMs, error);
-    // A slow link may carry a smaller page in time, and one with less in it may be taken.
-    if (phase_ == Phase::listing) pageKeys_ = std::max(kLeastPageKeys, pageKeys_ / 4);
-    return lost(nowMs, error);
+    // The same page again, smaller, so that what was listed so far is not lost with it.
+    bool smaller = phase_ == Phase::listing && pageSize_.failed();
+    if (!smaller || !answered_) return lost(nowMs, error);
+    lastError_ = error;
+    return readPage(nowMs, keyAfter(listing_.back().key), listingAt_.revision, pageSize_.keys);
   }
   if (!auditPageAsked_) return;
   // The watch goes on; were the store lost, it would be told there.
   lastError_ = error;
-  auditEnds(nowMs + settings_.auditMs);
+  auditPageAsked_ = false;
+  if (auditSize_.failed()) {
+    auditAtMs_ = nowMs + kAuditPauseMs;
+  } else {
+    auditEnds(nowMs + settings_.auditMs);
+  }
 }
 
 void Follower::openWatch(uint64_t nowMs) {
@@ -144,8 +157,9 @@ void Follower::watchSaid(uint64_t nowMs, WatchResponse response) {
   settleSuspects(nowMs);
 }
 
-bool Follower::foreign(const Header& header) const {
-  return header.clusterId != clusterId_ || header.revision < applied_ || header.raftTerm < raftTerm_;
+bool Follower::older(const Header& header, const Header& known) {
+  return header.clusterId != known.clusterId || header.revision < known.revision ||
+         header.raftTerm < known.raftTerm;
 }
 
 void Follower::heard(uint64_t nowMs, const Header& header) {
@@ -232,6 +246,7 @@ void Follower::lost(uint64_t nowMs, const std::string& error) {
   answerByMs_ = kNever;
   listing_.clear();
   events_.clear();
+  page_ = 0;
   auditEnds(kNever);
   commands_.emplace_back(Disconnect{});
   endpoint_ = (endpoint_ + 1) % settings_.endpoints;
@@ -259,8 +274,7 @@ void Follower::elapsed(uint64_t nowMs) {
   if (nowMs >= retryAtMs_) return connect(nowMs);
   if (nowMs >= answerByMs_) {
     std::string error = "no answer for " + std::to_string(kAnswerMs / 1000) + " s";
-    if (auditPageAsked_) return pageFailed(nowMs, false, error);
-    if (phase_ == Phase::listing) return pageFailed(nowMs, false, error);
+    if (auditPageAsked_ || phase_ == Phase::listing) return pageFailed(nowMs, page_, false, error);
     return lost(nowMs, error);
   }
   if (phase_ != Phase::watching) return;
@@ -293,16 +307,18 @@ void Follower::auditNext(uint64_t nowMs) {
   if (!auditing_) {
     auditing_ = true;
     auditFrom_ = settings_.prefix;
+    auditSize_ = {kAuditPageKeys, kAuditPageKeys};
     table_.deletionsRemembered();
   }
   auditPageAsked_ = true;
-  readPage(nowMs, auditFrom_, 0, kAuditPageKeys);
+  auditAskedAt_ = {clusterId_, applied_, raftTerm_};
+  readPage(nowMs, auditFrom_, 0, auditSize_.keys);
 }
 
 void Follower::audited(uint64_t nowMs, const Page& page) {
-  if (foreign(page.header)) {
-    return relist(nowMs, kForeign);
-  }
+  // What came on the watch since it was asked for may have overtaken it.
+  if (older(page.header, auditAskedAt_)) return relist(nowMs, kForeign);
+  auditSize_.worked();
   for (KeyTable::Suspect& suspect : table_.compare(auditFrom_, page)) {
     suspects_.push_back({std::move(suspect), nowMs + kGraceMs});
   }

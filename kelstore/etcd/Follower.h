@@ -13,6 +13,7 @@
 // audit reads everything again, page by page, and repairs what differs.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <functional>
 #include <limits>
@@ -31,10 +32,11 @@ struct Connect {  // leaving whatever connection there is, with all that is unde
   size_t endpoint;
 };
 struct Disconnect {};
-struct ReadPage {  // answered by pageRead() or pageFailed()
+struct ReadPage {  // answered by pageRead() or pageFailed(), with its number
   std::string from;
   int64_t revision;  // 0: the latest
   int64_t limit;
+  uint64_t number;
 };
 struct OpenWatch {  // of all keys; answered by watchSaid()
   int64_t fromRevision;
@@ -75,7 +77,6 @@ class Follower {
   static constexpr uint64_t kLastRetryMs = 10'000;  // up to this
   static constexpr uint64_t kStableMs = 10'000;     // a watch that lasted so long starts these anew
   static constexpr int64_t kPageKeys = 1000;
-  static constexpr int64_t kLeastPageKeys = 50;
   static constexpr int64_t kAuditPageKeys = 500;
   static constexpr uint64_t kAuditPauseMs = 50;       // between two pages
   static constexpr uint64_t kResumedAuditMs = 2'000;  // after a watch was resumed, before the first audit
@@ -86,13 +87,16 @@ class Follower {
 
   // What happens. Requires: start() first, once.
   void start(uint64_t nowMs);
-  void pageRead(uint64_t nowMs, Page page);
+  // An answer that comes too late, when another page has been asked for, does not count.
+  void pageRead(uint64_t nowMs, uint64_t number, Page page);
   // `noRevision`: the revision that was asked for is compacted, or has not come yet.
-  void pageFailed(uint64_t nowMs, bool noRevision, const std::string& error);
+  void pageFailed(uint64_t nowMs, uint64_t number, bool noRevision, const std::string& error);
   void watchSaid(uint64_t nowMs, WatchResponse response);
   void lost(uint64_t nowMs, const std::string& error);  // the connection, or any hope of one
   void elapsed(uint64_t nowMs);                         // time, as wakeAtMs() asked
 
+  // The page that is waited for; 0: none.
+  uint64_t pageAsked() const { return page_; }
   // When elapsed() is to be called at the latest.
   uint64_t wakeAtMs() const;
   // What came of it since they were taken last.
@@ -116,6 +120,21 @@ class Follower {
  private:
   enum class Phase : uint8_t { waiting, listing, resuming, opening, watching };
 
+  // How many keys to ask for: fewer when they do not come, since a slow link carries a smaller page in time,
+  // and one with less in it may be taken; then more again, but no longer so many.
+  struct PageSize {
+    int64_t keys;
+    int64_t most;
+    void worked() { keys = std::min(most, 2 * keys); }
+    // False when there is no smaller one.
+    bool failed() {
+      if (keys == 1) return false;
+      most = keys / 2;
+      keys = std::max<int64_t>(1, keys / 8);
+      return true;
+    }
+  };
+
   void connect(uint64_t nowMs);
   void readPage(uint64_t nowMs, std::string from, int64_t revision, int64_t limit);
   void openWatch(uint64_t nowMs);
@@ -126,7 +145,9 @@ class Follower {
   void applyFinished();
   bool applyEvent(const Event& event, std::vector<Change>& changes);
   // Whether what the server tells is another cluster's, or of a past that is not ours.
-  bool foreign(const Header& header) const;
+  bool foreign(const Header& header) const { return older(header, {clusterId_, applied_, raftTerm_}); }
+  // The same, of a question that was asked when `known` was.
+  static bool older(const Header& header, const Header& known);
   void heard(uint64_t nowMs, const Header& header);
   uint64_t retryDelayMs();
 
@@ -166,7 +187,9 @@ class Follower {
   uint64_t raftTerm_ = 0;
   int64_t applied_ = 0;
   int64_t newest_ = 0;
-  int64_t pageKeys_ = kPageKeys;
+  PageSize pageSize_{kPageKeys, kPageKeys};
+  uint64_t page_ = 0;   // that is asked for; 0: none
+  uint64_t pages_ = 0;  // that were asked for
   Header listingAt_;
   std::vector<Record> listing_;
   std::vector<Event> events_;  // of an answer whose last fragment is missing
@@ -179,6 +202,8 @@ class Follower {
   bool auditing_ = false;
   bool auditPageAsked_ = false;
   bool auditRead_ = false;  // its last page is there
+  PageSize auditSize_{kAuditPageKeys, kAuditPageKeys};
+  Header auditAskedAt_;  // what was known when its page was asked for
   std::string auditFrom_;
   std::vector<Waiting> suspects_;
 };

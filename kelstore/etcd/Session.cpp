@@ -273,10 +273,10 @@ class Session::Impl {
         authenticate(connection);
         whenLetIn([this, command](const ConnectionPtr& again) { readPage(again, command); });
       } else if (done.status.ok()) {
-        follower_.pageRead(nowMs(), pageOf(done.response));
+        follower_.pageRead(nowMs(), command.number, pageOf(done.response));
       } else {
         bool noRevision = done.status.error_code() == grpc::StatusCode::OUT_OF_RANGE;
-        follower_.pageFailed(nowMs(), noRevision,
+        follower_.pageFailed(nowMs(), command.number, noRevision,
                              std::string(asStatus(connection->endpoint, done.status).message()));
       }
     });

@@ -30,7 +30,7 @@ class FeedTest : public testing::Test {
     }
   }
   void listed(std::vector<Record> records, int64_t revision = 10) {
-    follower_.pageRead(now(), {at(revision), std::move(records), false});
+    follower_.pageRead(now(), follower_.pageAsked(), {at(revision), std::move(records), false});
     follows();
   }
   void created(int64_t revision = 10) {
@@ -72,7 +72,7 @@ class FeedTest : public testing::Test {
   }
   void resumed() {
     reconnecting();
-    follower_.pageRead(now(), {at(10), {}, false});
+    follower_.pageRead(now(), follower_.pageAsked(), {at(10), {}, false});
     created();
   }
 
@@ -218,7 +218,7 @@ TEST_F(ClearingFeedTest, StoreIsBackWithOtherContent_TheOldOneIsNotShownAgain) {
   advance(kHoldMs);
   take();
   reconnecting();
-  follower_.pageFailed(now(), true, "compacted");
+  follower_.pageFailed(now(), follower_.pageAsked(), true, "compacted");
   follows();
   listed({{"p/interfaces/b", R"({"ifIndex": 1})", 20, 0}}, 20);
   EXPECT_EQ(take(), "") << "as long as it is not followed";
@@ -232,7 +232,8 @@ TEST_F(FeedTest, AuditRepairs_ItIsTold) {
   resumed();
   take();
   advance(Follower::kResumedAuditMs);
-  follower_.pageRead(now(), {at(10), {{"p/interfaces/a", R"({"ifIndex": 9})", 5, 0}}, false});
+  follower_.pageRead(now(), follower_.pageAsked(),
+                     {at(10), {{"p/interfaces/a", R"({"ifIndex": 9})", 5, 0}}, false});
   follows();
   EXPECT_EQ(take(), "interfaces/a -members/1/processors/1");
   EXPECT_THAT(lines_,

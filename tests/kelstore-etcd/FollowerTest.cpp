@@ -70,7 +70,7 @@ class FollowerTest : public testing::Test {
     now_ = end;
   }
   void page(Header header, std::vector<Record> records, bool more = false) {
-    follower_.pageRead(now_, {header, std::move(records), more});
+    follower_.pageRead(now_, follower_.pageAsked(), {header, std::move(records), more});
   }
   void says(Header header, std::vector<Event> events, bool fragment = false) {
     WatchResponse response;
@@ -156,7 +156,7 @@ TEST_F(FollowerTest, ListingIsCompactedMeanwhile_ItBeginsAnew) {
   follower_.start(now_);
   page(at(10), {record("p/a", "1", 3)}, true);
   commands();
-  follower_.pageFailed(now_, true, "compacted");
+  follower_.pageFailed(now_, follower_.pageAsked(), true, "compacted");
   EXPECT_THAT(commands(), ElementsAre("connect 0", "read p/ at 0 x1000"));
   page(at(20), {record("p/b", "2", 15)});
   EXPECT_THAT(batches(), ElementsAre("20: p/b=2"));
@@ -195,9 +195,49 @@ TEST_F(FollowerTest, NoAnswerToAPage_TheNextIsSmaller) {
   EXPECT_THAT(commands(), ElementsAre("disconnect"));
   EXPECT_EQ(follower_.lastError(), "no answer for 10 s");
   advance(Follower::kFirstRetryMs);
-  EXPECT_THAT(commands(), ElementsAre("connect 0", "read p/ at 0 x250"));
+  EXPECT_THAT(commands(), ElementsAre("connect 0", "read p/ at 0 x125"));
   page(at(10), {record("p/a", "1", 3)}, true);
-  EXPECT_THAT(commands(), ElementsAre("read p/a+ at 10 x500"));
+  EXPECT_THAT(commands(), ElementsAre("read p/a+ at 10 x250"));
+}
+
+TEST_F(FollowerTest, LaterPageDoesNotCome_IsAskedForAgainSmaller_AndWhatWasListedCounts) {
+  follower_.start(now_);
+  page(at(10), {record("p/a", "1", 3)}, true);
+  commands();
+  advance(Follower::kAnswerMs);
+  EXPECT_THAT(commands(), ElementsAre("read p/a+ at 10 x125"));
+  follower_.pageFailed(now_, follower_.pageAsked(), false, "too large");
+  EXPECT_THAT(commands(), ElementsAre("read p/a+ at 10 x15"));
+  // So large a page as failed is not asked for again.
+  page(at(11), {record("p/b", "2", 5)}, true);
+  page(at(11), {record("p/c", "2", 5)}, true);
+  page(at(11), {record("p/d", "2", 5)}, true);
+  EXPECT_THAT(commands(), ElementsAre("read p/b+ at 10 x30", "read p/c+ at 10 x60", "read p/d+ at 10 x62"));
+  page(at(11), {});
+  EXPECT_THAT(batches(), ElementsAre("10: p/a=1 p/b=2 p/c=2 p/d=2"));
+}
+
+TEST_F(FollowerTest, PageOfOneKeyFails_TheServerIsLeft) {
+  follower_.start(now_);
+  page(at(10), {record("p/a", "1", 3)}, true);
+  for (int i = 0; i < 4; ++i) follower_.pageFailed(now_, follower_.pageAsked(), false, "too large");
+  Texts all = commands();
+  EXPECT_EQ(all.back(), "disconnect");
+  EXPECT_EQ(all[all.size() - 2], "read p/a+ at 10 x1");
+}
+
+TEST_F(FollowerTest, AnswerToAnEarlierPage_DoesNotCount) {
+  follower_.start(now_);
+  page(at(10), {record("p/a", "1", 3)}, true);
+  uint64_t first = follower_.pageAsked();
+  advance(Follower::kAnswerMs);
+  commands();
+  follower_.pageRead(now_, first, {at(10), {record("p/x", "1", 3)}, false});
+  follower_.pageFailed(now_, first, true, "late");
+  EXPECT_THAT(commands(), IsEmpty());
+  EXPECT_THAT(batches(), IsEmpty());
+  page(at(10), {});
+  EXPECT_THAT(batches(), ElementsAre("10: p/a=1"));
 }
 
 TEST_F(FollowerTest, EventsOfARevision_AreToldTogether) {
@@ -298,7 +338,7 @@ TEST_F(FollowerTest, RevisionIsCompactedMeanwhile_OnlyTheDifferenceIsTold) {
   watching();
   reconnecting();
   commands();
-  follower_.pageFailed(now_, true, "compacted");
+  follower_.pageFailed(now_, follower_.pageAsked(), true, "compacted");
   EXPECT_THAT(commands(), ElementsAre("connect 0", "read p/ at 0 x1000"));
   EXPECT_EQ(follower_.state(), State::held);
   page(at(30), {record("p/a", "1", 3), record("p/b", "9", 25)}, true);
@@ -313,7 +353,7 @@ TEST_F(FollowerTest, RevisionIsCompactedMeanwhile_OnlyTheDifferenceIsTold) {
 TEST_F(FollowerTest, KeysVanishedDuringTheGap_AreWithdrawnByTheListing) {
   watching();
   reconnecting();
-  follower_.pageFailed(now_, true, "compacted");
+  follower_.pageFailed(now_, follower_.pageAsked(), true, "compacted");
   page(at(30), {record("p/b", "2", 5)});
   EXPECT_THAT(batches(), ElementsAre("30: -p/a"));
 }
@@ -321,7 +361,7 @@ TEST_F(FollowerTest, KeysVanishedDuringTheGap_AreWithdrawnByTheListing) {
 TEST_F(FollowerTest, OnlyTheLeaseOfAKeyChanged_IsTold) {
   watching();
   reconnecting();
-  follower_.pageFailed(now_, true, "compacted");
+  follower_.pageFailed(now_, follower_.pageAsked(), true, "compacted");
   page(at(30), {record("p/a", "1", 3, 77), record("p/b", "2", 5)});
   EXPECT_THAT(batches(), ElementsAre("30: p/a=1"));
 }
@@ -494,7 +534,7 @@ TEST_F(FollowerTest, ListingFailsAgainAndAgain_TheTimeItIsHeldGoesOn) {
   watching();
   uint64_t lostAt = now_;
   reconnecting();
-  follower_.pageFailed(now_, true, "compacted");
+  follower_.pageFailed(now_, follower_.pageAsked(), true, "compacted");
   while (now_ < lostAt + 299'000) {
     if (follower_.state() == State::held) page(at(30), {record("p/a", "1", 3)}, true);
     follower_.lost(now_, "broken");
@@ -647,6 +687,24 @@ TEST_F(AuditTest, PageIsOlderThanWhatIsKnown_NothingIsTakenBack) {
   advance(Follower::kGraceMs);
   EXPECT_THAT(batches(), IsEmpty());
   EXPECT_EQ(follower_.counters().repairs, 0u);
+  // It was overtaken, that is all.
+  EXPECT_EQ(follower_.state(), State::watching);
+  EXPECT_EQ(follower_.counters().relists, 0u);
+  EXPECT_EQ(follower_.counters().audits, 1u);
+}
+
+// A page that nobody waited for any more was taken for the next audit's first one, and all keys before it for
+// deleted.
+TEST_F(AuditTest, PageComesAfterItsAudit_DoesNotCount) {
+  page(at(10), {record("p/a", "1", 3)}, true);
+  advance(Follower::kAuditPauseMs);
+  uint64_t late = follower_.pageAsked();
+  advanceHearing(Follower::kAnswerMs);
+  while (follower_.pageAsked() == 0 || follower_.pageAsked() == late) advanceHearing(1'000);
+  follower_.pageRead(now_, late, {at(10), {record("p/b", "2", 5)}, false});
+  advanceHearing(Follower::kGraceMs);
+  EXPECT_THAT(batches(), IsEmpty());
+  EXPECT_EQ(follower_.counters().repairs, 0u);
 }
 
 TEST_F(AuditTest, PageHasTheRevisionButAnotherValue_IsRepaired) {
@@ -670,11 +728,23 @@ TEST_F(AuditTest, AnotherHistory_ThereIsANewListing) {
   EXPECT_THAT(batches(), IsEmpty());
 }
 
-TEST_F(AuditTest, PageFails_TheWatchGoesOn_AndTheNextAuditComes) {
+TEST_F(AuditTest, PageFails_TheWatchGoesOn_ItIsAskedForAgainSmaller) {
   commands();
-  follower_.pageFailed(now_, false, "too many requests");
+  follower_.pageFailed(now_, follower_.pageAsked(), false, "too many requests");
   EXPECT_EQ(follower_.state(), State::watching);
   EXPECT_EQ(follower_.lastError(), "too many requests");
+  advance(Follower::kAuditPauseMs);
+  EXPECT_THAT(commands(), ElementsAre("read p/ at 0 x62"));
+}
+
+TEST_F(AuditTest, PageOfOneKeyFails_TheNextAuditComes) {
+  for (int i = 0; i < 4; ++i) {
+    follower_.pageFailed(now_, follower_.pageAsked(), false, "too many requests");
+    commands();
+    advance(Follower::kAuditPauseMs);
+  }
+  EXPECT_THAT(commands(), IsEmpty());
+  EXPECT_EQ(follower_.state(), State::watching);
   advanceHearing(60'000);
   EXPECT_THAT(commands(), ElementsAre("read p/ at 0 x500"));
 }
