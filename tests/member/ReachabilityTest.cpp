@@ -164,10 +164,17 @@ TEST_F(ReachabilityTest, EchoesNotSent_AreNoLosses) {
   EXPECT_EQ(after("llnlla"), "RRRRRG") << "two and two losses, not three in a row";
 }
 
+TEST_F(ReachabilityTest, EchoesNotSent_DoNotMakeLossesOld) {
+  startIn('R');
+  EXPECT_EQ(after("llannanna"), "RRGGGGGGG");
+  EXPECT_EQ(after("aaa"), "GGR");
+}
+
 TEST_F(ReachabilityTest, SwitchedOffInTheConfiguration_AlwaysDisabled) {
   settings_.enabled = false;
   anew();
-  EXPECT_EQ(letter() + after("uaaalllnnndmou"), std::string(15, 'D'));
+  EXPECT_EQ(letter(), "D");
+  EXPECT_EQ(after("uaaalllnnndmou"), std::string(14, 'D'));
   EXPECT_FALSE(reachability_->probing());
   EXPECT_EQ(reachability_->lastChangeNs(), kStartNs);
 }
