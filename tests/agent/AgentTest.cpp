@@ -174,6 +174,19 @@ TEST_F(AgentTest, Attributes_ReadByName) {
   EXPECT_EQ(Kor::attribute(*agent, "snmpStatusSm"), "false");
 }
 
+TEST_F(AgentTest, WhatSomebodyHolds_IsInactiveOnceTheAgentIsGone) {
+  auto agent = agentIs();
+  auto watcher = agent->snmpStatusSm();
+  const std::vector<Zavro::Ptr<Zavro::Node>> held = {
+      agent->trelSnmpIfTableSm(), agent->trelSnmpReachabilityTableSm(), agent->trelSnmpHostResourcesSm(),
+      agent->trelSnmpHrStorageTableSm()};
+  for (const auto& pipeline : held) EXPECT_TRUE(pipeline->hasNotificationActive());
+  agent.reset();
+  root->agentDel();
+  for (const auto& pipeline : held) EXPECT_FALSE(pipeline->hasNotificationActive());
+  EXPECT_FALSE(watcher->hasNotificationActive());
+}
+
 TEST_F(AgentTest, AgentDel_HandsTheAgentOver) {
   EXPECT_EQ(root->agentDel(), nullptr);
   auto agent = agentIs();
