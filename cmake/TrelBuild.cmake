@@ -26,6 +26,21 @@ if(TREL_SANITIZE)
   add_link_options("-fsanitize=${TREL_SANITIZE}")
 endif()
 
+option(TREL_COVERAGE "Count which branches are taken (tests/coverage/run)" OFF)
+if(TREL_COVERAGE)
+  # Atomic: some tests have threads.
+  add_compile_options(--coverage -O0 -fprofile-update=atomic)
+  add_link_options(--coverage)
+endif()
+
+# A process of the target that ends by abort() or _exit() leaves its counts, too, in a coverage build.
+function(trel_leaves_counts target)
+  if(TREL_COVERAGE)
+    target_sources(${target} PRIVATE "${PROJECT_SOURCE_DIR}/tests/coverage/DumpAtExit.cpp")
+    target_link_options(${target} PRIVATE -Wl,--wrap=_exit)
+  endif()
+endfunction()
+
 # trel_room(NAME [TYPE STATIC|SHARED] SOURCES file... [USES target...] [PRIVATE_USES target...])
 # A room is one library. Its directory is the include path of those who use it, so that a room can only
 # include what its link line names.
@@ -37,6 +52,10 @@ function(trel_room name)
   add_library(${name} ${ROOM_TYPE} ${ROOM_SOURCES})
   target_include_directories(${name} PUBLIC "${CMAKE_CURRENT_SOURCE_DIR}")
   target_link_libraries(${name} PUBLIC ${ROOM_USES} PRIVATE ${ROOM_PRIVATE_USES})
+  if(TREL_COVERAGE)
+    # Without the branches to where another thread makes a function's static variable.
+    target_compile_options(${name} PRIVATE -fno-threadsafe-statics)
+  endif()
 endfunction()
 
 # Builds every test program that is labelled unit.
@@ -60,6 +79,7 @@ function(trel_test name)
   add_executable(${name} ${T_SOURCES})
   target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}/tests")
   target_link_libraries(${name} PRIVATE ${T_USES} GTest::gmock GTest::gtest_main)
+  trel_leaves_counts(${name})
   add_test(NAME ${name} COMMAND ${name} --gtest_brief=1)
   if(NOT T_LONG)
     trel_compiles_quickly(${name})
