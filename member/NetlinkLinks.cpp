@@ -64,7 +64,10 @@ void NetlinkLinks::askForAll() {
   missed_ = false;
   asking_ = true;
   table_.allWillBeTold();
-  if (mnl_socket_sendto(socket_.get(), request, request->nlmsg_len) < 0) told(errno);
+  if (mnl_socket_sendto(socket_.get(), request, request->nlmsg_len) >= 0) return;
+  told(errno);
+  asking_ = false;
+  missed_ = true;  // asked again with the next news
 }
 
 void NetlinkLinks::readable() {

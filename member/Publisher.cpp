@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <nlohmann/json.hpp>
+#include <tuple>
 #include <utility>
 
 #include "Codec.h"
@@ -21,6 +22,9 @@ constexpr int kWriteLevel = 3;
 constexpr uint64_t kMsPerSecond = 1000;
 constexpr uint64_t kNsPerMs = 1'000'000;
 constexpr double kNsPerSecond = 1e9;
+
+// One less than a transaction may have, as it may stand on as many keys as it changes and one more.
+constexpr size_t kMaxChanges = LeaseStore::kMaxChanges - 1;
 
 // A container is there in the store while a key below it is.
 bool hasKey(Kind kind) {
@@ -86,7 +90,7 @@ void Publisher::stepAfter(uint64_t milliseconds) {
 
 void Publisher::step() {
   if (calling_) return;
-  if (ended_) return giveBack();
+  if (ended_) return givingBack_ ? void() : giveBack();
   if (!content_) return;
   if (!standingBy_ && lease_ == LeaseStore::kNoLease) return takeLease();
   if (!listed_) return list();
@@ -137,6 +141,7 @@ void Publisher::listed(LeaseStore::Holdings holdings) {
   }
   listed_ = true;
   fresh_ = true;
+  nextLook_ = io_.after(kLookAgainSeconds * kMsPerSecond, [this] { lookAgain(); });
   step();
 }
 
@@ -173,8 +178,8 @@ void Publisher::write() {
   uint64_t nowNs = clock_.monotonicNs();
   if (!writing_ && nowNs < writableNs_) return stepAfter((writableNs_ - nowNs) / kNsPerMs + 1);
   writableNs_ = nowNs + settings_.intervalSeconds * kMsPerSecond * kNsPerMs;
-  writing_ = changes.size() > LeaseStore::kMaxChanges;
-  if (writing_) changes.resize(LeaseStore::kMaxChanges);
+  writing_ = changes.size() > kMaxChanges;
+  if (writing_) changes.resize(kMaxChanges);
   traceHandle.trace(kWriteLevel, "writes {} keys, the first is {}", changes.size(), changes[0].path.text());
   call<LeaseStore::Written>([changes, guards = guards(changes), lease = lease_](
                                 LeaseStore& store) { return store.write(changes, guards, lease); },
@@ -197,6 +202,11 @@ void Publisher::written(const std::vector<LeaseStore::Change>& changes, const Le
       break;
   }
   worked(Trouble::call);
+  if (result.revision < std::exchange(revision_, result.revision)) {
+    // It is not the store that it was.
+    listed_ = false;
+    return step();
+  }
   for (const LeaseStore::Change& change : changes) {
     if (change.text) {
       holdings_[change.path] = {*change.text, lease_, result.revision};
@@ -243,25 +253,28 @@ bool Publisher::foreign(const Path& path) {
 // What was somebody else's may be so no longer.
 void Publisher::lookAgain() {
   relist_.reset();
+  nextLook_.reset();
+  if (lease_ == LeaseStore::kNoLease) return;  // it will be read anyway
   listed_ = false;
   if (!next_) step();
 }
 
-// Every transaction stands on a key of this member that is as this publisher knows it, so that it fails when
-// another publisher of this member has written, and on the interfaces' keys that it changes.
+// Every transaction stands on the key of this member that this publisher wrote last, so that it fails when
+// another publisher of this member has written, or the store is not what it was; and on the interfaces' keys
+// that it changes.
 std::vector<LeaseStore::Guard> Publisher::guards(const std::vector<LeaseStore::Change>& changes) const {
   std::vector<LeaseStore::Guard> guards;
   auto revision = [this](const Path& path) {
     auto held = holdings_.find(path);
     return held == holdings_.end() ? 0 : held->second.revision;
   };
-  auto member = std::find_if(holdings_.begin(), holdings_.end(), [this](const auto& entry) {
-    return entry.first.kind != Kind::interface && entry.second.lease == lease_;
-  });
-  if (member == holdings_.end()) {
-    member = std::find_if(holdings_.begin(), holdings_.end(),
-                          [](const auto& entry) { return entry.first.kind != Kind::interface; });
-  }
+  auto rank = [this](const auto& entry) {
+    const LeaseStore::Held& held = entry.second;
+    return std::tuple(entry.first.kind != Kind::interface, held.lease == lease_, held.revision);
+  };
+  auto member = std::max_element(holdings_.begin(), holdings_.end(),
+                                 [&rank](const auto& a, const auto& b) { return rank(a) < rank(b); });
+  if (member != holdings_.end() && member->first.kind == Kind::interface) member = holdings_.end();
   if (member != holdings_.end()) guards.push_back({member->first, member->second.revision});
   bool any = member != holdings_.end();
   for (const LeaseStore::Change& change : changes) {
@@ -308,11 +321,12 @@ void Publisher::end(std::function<void()> ended) {
   ended_ = std::move(ended);
   next_.reset();
   nextRenewal_.reset();
+  if (lease_ != LeaseStore::kNoLease) return giveBack();
   step();
 }
 
 void Publisher::giveBack() {
-  calling_ = true;
+  givingBack_ = true;
   if (lease_ == LeaseStore::kNoLease) return ended_();
   offLoop<std::monostate>([lease = lease_](LeaseStore& store) { return store.revoke(lease); },
                           [this](const Result<std::monostate>& answer) {

@@ -6,7 +6,8 @@
 // member left behind are taken over, or deleted. An interface's key that lives under the lease of somebody
 // else is left alone. When somebody else writes this member's keys under another lease, which is another
 // publisher with the same member id, whoever came last goes on: this one gives its lease back and stands by
-// until the other's keys are gone.
+// until the other's keys are gone. What else may have become of the keys, by hand or with a store that was
+// restored, is put right when they are read again, which happens every kLookAgainSeconds.
 //
 // While the store does not answer, it is tried with growing delays; what differs is written when it is back.
 // On the event loop's thread; the store is called off it, each call on a thread of its own.
@@ -30,6 +31,8 @@ namespace Member {
 
 class Publisher final {
  public:
+  static constexpr uint64_t kLookAgainSeconds = 30;
+
   struct Settings {
     uint8_t member = 1;
     std::vector<std::string> interfaces;  // the configured ones
@@ -47,8 +50,8 @@ class Publisher final {
 
   // All that is to be said from now on; nothing is written before the first call.
   void contentIs(const std::vector<Kelstore::Snapshot::Entry>& entries);
-  // Writes nothing any more and gives the lease back, so that the keys go; then calls `ended`, also when that
-  // failed.
+  // Writes nothing any more and gives the lease back at once, so that the keys go; then calls `ended`, also
+  // when that failed. What is being written meanwhile is refused without the lease, or goes with it.
   void end(std::function<void()> ended);
 
  private:
@@ -101,11 +104,14 @@ class Publisher final {
   std::set<Lease> predecessors_;  // of the keys that were there when the lease was taken
   bool takingOver_ = false;       // they are not known yet
   bool standingBy_ = false;
-  bool listed_ = false;               // whether what the store holds is known
-  bool fresh_ = false;                // and nothing was written since it was learnt
-  LeaseStore::Holdings holdings_;     // that
-  std::set<Kelstore::Path> foreign_;  // interfaces that are left alone, of which was told
-  std::unique_ptr<Kelstore::Io::Activity> relist_;
+  bool listed_ = false;                             // whether what the store holds is known
+  bool fresh_ = false;                              // and nothing was written since it was learnt
+  LeaseStore::Holdings holdings_;                   // that
+  std::set<Kelstore::Path> foreign_;                // interfaces that are left alone, of which was told
+  std::unique_ptr<Kelstore::Io::Activity> relist_;  // sooner, for these
+  std::unique_ptr<Kelstore::Io::Activity> nextLook_;
+  int64_t revision_ = 0;  // of the last transaction
+  bool givingBack_ = false;
   bool writing_ = false;     // what is being written did not fit one transaction
   uint64_t writableNs_ = 0;  // when the next transaction may be made
   std::unique_ptr<Kelstore::Io::Activity> nextRenewal_;

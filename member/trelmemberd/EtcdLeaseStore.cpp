@@ -23,8 +23,10 @@ EtcdLeaseStore::EtcdLeaseStore(const Etcd::Address& address, const Etcd::Access&
                                std::chrono::milliseconds renewalPatience)
     : keys_(address.prefix),
       calls_{.mutex = {}, .client = Etcd::Client(address.endpoints, access)},
-      leases_{.mutex = {}, .client = Etcd::Client(address.endpoints, access, {.deadline = renewalPatience})} {
-}
+      renewals_{.mutex = {},
+                .client = Etcd::Client(address.endpoints, access, {.deadline = renewalPatience})},
+      revocations_{.mutex = {},
+                   .client = Etcd::Client(address.endpoints, access, {.deadline = renewalPatience})} {}
 
 Result<LeaseStore::Lease> EtcdLeaseStore::grant(std::chrono::seconds ttl) {
   std::lock_guard lock(calls_.mutex);
@@ -34,16 +36,16 @@ Result<LeaseStore::Lease> EtcdLeaseStore::grant(std::chrono::seconds ttl) {
 }
 
 Result<bool> EtcdLeaseStore::renew(Lease lease) {
-  std::lock_guard lock(leases_.mutex);
-  auto left = leases_.client.keepAliveOnce(lease);
+  std::lock_guard lock(renewals_.mutex);
+  auto left = renewals_.client.keepAliveOnce(lease);
   if (absl::IsNotFound(left.status())) return false;
   if (!left.ok()) return failed(left.status());
   return true;
 }
 
 Result<std::monostate> EtcdLeaseStore::revoke(Lease lease) {
-  std::lock_guard lock(leases_.mutex);
-  absl::Status status = leases_.client.revoke(lease);
+  std::lock_guard lock(revocations_.mutex);
+  absl::Status status = revocations_.client.revoke(lease);
   if (!status.ok() && !absl::IsNotFound(status)) return failed(status);
   return std::monostate();
 }

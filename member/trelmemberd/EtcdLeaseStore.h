@@ -36,7 +36,9 @@ class EtcdLeaseStore final : public LeaseStore {
 
   const Kelstore::Etcd::Keys keys_;
   Locked calls_;
-  Locked leases_;  // for renew() and revoke(), which wait for no other call
+  // These wait for no other call.
+  Locked renewals_;
+  Locked revocations_;
 };
 
 }  // namespace Member

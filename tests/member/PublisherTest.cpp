@@ -148,7 +148,7 @@ TEST_F(PublisherTest, ChangeWhileAWriteIsUnderWay_IsWrittenAfterIt) {
 TEST_F(PublisherTest, MoreThanFitsOneTransaction_SeveralAtOnce) {
   for (int i = 3; i <= 300; ++i) content_[processor(std::to_string(i))] = Kelstore::Processor{1};
   start();
-  EXPECT_THAT(store_->sizes, ElementsAre(128u, 128u, 46u));
+  EXPECT_THAT(store_->sizes, ElementsAre(127u, 127u, 48u));
   EXPECT_EQ(published_, 1);
 }
 
@@ -451,6 +451,37 @@ TEST_F(PublisherTest, TwoPublishersOfOneMember_TheLaterOneGoesOn) {
   EXPECT_EQ(store_->content().size(), 4u);
 }
 
+// What nobody else guards, and what never changes again by itself.
+TEST_F(PublisherTest, KeysAreWrittenOrDeletedByHand_ArePutRightAfterAWhile) {
+  start();
+  pass(2 * kSecond);
+  store_->keys.erase(processor("2"));
+  store_->keys[processor("1")] = {"{\"load\":99}", LeaseStore::kNoLease, 500};
+  pass(Publisher::kLookAgainSeconds * kSecond);
+  EXPECT_EQ(leaseOf(processor("1")), leaseOf(kLink)) << "it would outlive the member";
+  EXPECT_EQ(leaseOf(processor("2")), leaseOf(kLink));
+  EXPECT_THAT(errors(), IsEmpty());
+}
+
+TEST_F(PublisherTest, StoreIsRestoredFromACopy_EverythingIsLookedAtAgain) {
+  start();
+  pass(2 * kSecond);
+  load(11);
+  pass(2 * kSecond);
+  auto copy = store_->keys;
+  int64_t revision = store_->revision;
+  load(12);
+  content_.erase(processor("2"));
+  say();
+  pass(2 * kSecond);
+  store_->keys = copy;
+  store_->revision = revision;
+  load(13);
+  pass(2 * kSecond);
+  EXPECT_EQ(leaseOf(processor("2")), -1) << "it was deleted after the copy was made";
+  EXPECT_THAT(store_->content(), Contains(testing::HasSubstr("members/1/processors/1={\"load\":13}")));
+}
+
 TEST_F(PublisherTest, KeyIsDeletedByHand_ComesBackWithTheNextChange) {
   start();
   pass(2 * kSecond);
@@ -477,16 +508,17 @@ TEST_F(PublisherTest, End_TheLeaseIsGivenBackAndNothingIsWrittenAnyMore) {
   EXPECT_EQ(store_->calls["grant"], 1);
 }
 
-TEST_F(PublisherTest, EndWhileAWriteIsUnderWay_TheLeaseIsGivenBackAfterIt) {
+TEST_F(PublisherTest, EndWhileAWriteIsUnderWay_TheLeaseIsGivenBackAtOnce) {
   start();
   pass(2 * kSecond);
   load(11);
   EXPECT_EQ(io_.jobs(), 1u);
-  bool ended = false;
-  publisher_->end([&] { ended = true; });
-  EXPECT_FALSE(ended);
+  int ended = 0;
+  publisher_->end([&] { ++ended; });
+  EXPECT_EQ(io_.jobs(), 2u) << "it does not wait for the write";
   pass(0);
-  EXPECT_TRUE(ended);
+  EXPECT_EQ(ended, 1);
+  EXPECT_EQ(store_->calls["revoke"], 1);
   EXPECT_THAT(store_->leases, IsEmpty());
 }
 
