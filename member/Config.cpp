@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fstream>
+#include <limits>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <set>
@@ -208,6 +209,7 @@ void readNeighbour(Fields& fields, NeighbourConfig& neighbour) {
   }
   fields.text("device", "a device name of 1 to 15 bytes", checkDevice, neighbour.device, /*required=*/true);
   readAddress(fields, neighbour);
+  fields.number("ifIndex", 1, std::numeric_limits<uint32_t>::max(), neighbour.ifIndex, /*required=*/false);
   fields.boolean("enabled", neighbour.probe.counting.enabled);
   fields.object("probe", [&](Fields& probe) { readProbe(probe, neighbour.probe); });
 }
@@ -237,6 +239,7 @@ void readNeighbours(const json& array, const std::string& path, ParsedConfig& pa
   Once members("member", path, parsed);
   Once interfaces("interface", path, parsed);
   Once devices("device", path, parsed);
+  Once ifIndexes("ifIndex", path, parsed);
   for (size_t i = 0; i < array.size(); ++i) {
     NeighbourConfig neighbour;
     size_t errors = parsed.errors.size();
@@ -251,6 +254,7 @@ void readNeighbours(const json& array, const std::string& path, ParsedConfig& pa
       members.add(i, std::to_string(neighbour.member));
       interfaces.add(i, neighbour.interface);
       devices.add(i, neighbour.device);
+      if (neighbour.ifIndex != 0) ifIndexes.add(i, std::to_string(neighbour.ifIndex));
     }
     parsed.config.neighbours.push_back(std::move(neighbour));
   }

@@ -25,6 +25,9 @@ struct NeighbourConfig {
   std::string device;     // its name on this machine
   std::string address;  // of the neighbour on it: IPv4 or IPv6, without a scope, as it is asked on the device
   ProbeSettings probe;
+  // Published instead of the device's own index; 0: that. The table of backplane interfaces goes by this
+  // number alone, so that it must be another one for each interface of the whole cluster.
+  uint32_t ifIndex = 0;
 };
 
 // Files, as the store's client takes them; empty: none.

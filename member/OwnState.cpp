@@ -65,8 +65,8 @@ void OwnState::addNeighbours(std::vector<Entry>& entries) const {
     std::string member = std::to_string(config.member);
     Lanix::IntfId intf(config.interface);
     if (neighbour->device()) {
-      entries.push_back(
-          {{Kind::interface, config.interface, ""}, Kelstore::Interface{neighbour->device()->index}});
+      uint32_t ifIndex = config.ifIndex != 0 ? config.ifIndex : neighbour->device()->index;
+      entries.push_back({{Kind::interface, config.interface, ""}, Kelstore::Interface{ifIndex}});
     }
     entries.push_back({{Kind::link, own, member}, Kelstore::Link{intf}});
     entries.push_back({{Kind::reachability, own, member},

@@ -63,11 +63,12 @@ TEST(ConfigTest, Example_IsWhatTheDefaultsAre) {
 }
 
 TEST(ConfigTest, EveryMember_IsTaken) {
-  ParsedConfig result = with(R"("access": {"ca": "a", "cert": "b", "key": "c", "credentials": "d"},
+  ParsedConfig result =
+      with(R"("access": {"ca": "a", "cert": "b", "key": "c", "credentials": "d"},
       "ttl": 7, "interval": 2, "figuresInterval": 9, "indexFile": "/i", "neighbours": [)" +
-                             neighbour(R"("enabled": false, "probe": {"intervalMs": 300, "timeoutMs": 200,
+           neighbour(R"("ifIndex": 1002, "enabled": false, "probe": {"intervalMs": 300, "timeoutMs": 200,
       "lossesDown": 4, "answersUp": 5, "window": 6, "windowLosses": 1})") +
-                             "]");
+           "]");
   EXPECT_THAT(result.errors, IsEmpty());
   EXPECT_THAT(result.warnings, IsEmpty());
   const Config& config = result.config;
@@ -76,6 +77,7 @@ TEST(ConfigTest, EveryMember_IsTaken) {
   EXPECT_EQ(config.intervalSeconds, 2u);
   EXPECT_EQ(config.figuresIntervalSeconds, 9u);
   EXPECT_EQ(config.indexFile, "/i");
+  EXPECT_EQ(config.neighbours.at(0).ifIndex, 1002u);
   const ProbeSettings& probe = config.neighbours.at(0).probe;
   EXPECT_EQ(probe.intervalMs, 300u);
   EXPECT_EQ(probe.timeoutMs, 200u);
@@ -84,6 +86,25 @@ TEST(ConfigTest, EveryMember_IsTaken) {
   EXPECT_EQ(probe.counting.answersUp, 5u);
   EXPECT_EQ(probe.counting.window, 6u);
   EXPECT_EQ(probe.counting.windowLosses, 1u);
+}
+
+TEST(ConfigTest, IfIndexOfTwoNeighboursOrOutOfRange_IsAnError) {
+  auto with = [](const std::string& first, const std::string& second) {
+    return withNeighbours(
+        R"({"member": 2, "interface": "Backplane1/1", "device": "a", "address": "10.0.0.2", "ifIndex": )" +
+        first +
+        R"(}, {"member": 3, "interface": "Backplane1/2", "device": "b", "address": "10.0.0.3", "ifIndex": )" +
+        second + "}");
+  };
+  EXPECT_THAT(with("7", "8").errors, IsEmpty());
+  EXPECT_THAT(
+      with("7", "7").errors,
+      ElementsAre(
+          "m.json: neighbours[1]/ifIndex: found 7, which neighbours[0] has too, expected another one"));
+  EXPECT_THAT(with("0", "4294967296").errors,
+              ElementsAre("m.json: neighbours[0]/ifIndex: found 0, expected an integer from 1 to 4294967295",
+                          "m.json: neighbours[1]/ifIndex: found 4294967296, expected an integer from 1 to "
+                          "4294967295"));
 }
 
 TEST(ConfigTest, ScopeIsTheDevice_IsTakenAway) {

@@ -27,6 +27,7 @@ class OwnStateTest : public testing::Test {
     config.figuresIntervalSeconds = 5;
     config.neighbours = {{2, "Backplane1/2", "bp2", "10.0.0.2", {}},
                          {3, "Backplane1/3", "bp3", "10.0.0.3", {}}};
+    config.neighbours[0].ifIndex = 1002;
     return config;
   }
   void start() {
@@ -73,7 +74,7 @@ TEST_F(OwnStateTest, Everything_IsThere) {
   EXPECT_THAT(
       entries(),
       IsSupersetOf(
-          {R"(interfaces/"Backplane1/2" {"ifIndex":12})", R"(topology/1/2 {"intf":"Backplane1/2"})",
+          {R"(interfaces/"Backplane1/2" {"ifIndex":1002})", R"(topology/1/2 {"intf":"Backplane1/2"})",
            R"(topology/1/3 {"intf":"Backplane1/3"})",
            R"(members/1/reachability/2 {"intf":"Backplane1/2","lastChange":1000000000000,"state":"initializing"})",
            R"(members/1/reachability/3 {"intf":"Backplane1/3","lastChange":1000000000000,"state":"unreachable"})",
