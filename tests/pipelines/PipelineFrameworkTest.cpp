@@ -648,6 +648,33 @@ TEST_F(PipelineFramework, NoSchedulerGiven_ProcessSchedulerIsUsed) {
   Vem::TaskSchedulerRoot::schedulerIs(nullptr);
 }
 
+TEST_F(PipelineFramework, SynchronousPipeline_AsksForNoScheduler) {
+  Vem::TaskSchedulerRoot::schedulerIs(world.scheduler.get());
+  auto before = world.scheduler.get()->useCount();
+  Rvx::SmControl control;
+  control.mode = Rvx::Mode::synchronous;
+  world.sm = trelSnmpReachabilityTableSmFactory(world.dir, world.ifMib, world.mib, control);
+  EXPECT_EQ(world.scheduler.get()->useCount(), before);
+  Vem::TaskSchedulerRoot::schedulerIs(nullptr);
+}
+
+TEST_F(PipelineFramework, PausedByADeletionOfReconciliation_GoesOnFromThere) {
+  world.staleRow(2, 8, world.record(State::reachable));
+  world.staleRow(2, 9, world.record(State::reachable));
+  world.start();
+  auto pausing = world.mib->publisher().subscribe(
+      [&](const TrelMib::Change&) { world.sm->hasNotificationActiveIs(false); });
+  world.scheduler.neverYield();
+  world.scheduler.drain();
+  EXPECT_EQ(world.rows(), "[ (2,9)=reachable ]");
+  EXPECT_EQ(world.sm->trelMibTrelReachabilityTableOutput().bookmark(), MemberIdPair(2, 8));
+  pausing.reset();
+  world.sm->hasNotificationActiveIs(true);
+  world.scheduler.drain();
+  EXPECT_EQ(world.rows(), "[ ]");
+  EXPECT_TRUE(world.sm->ready());
+}
+
 TEST_F(PipelineFramework, AsynchronousModeByNumberTwo_UsesTasks) {
   world.start(Rvx::Mode::asynchronous);
   EXPECT_FALSE(world.sm->synchronous());
