@@ -528,6 +528,8 @@ TEST_F(FollowerTest, LostForLong_IsStale_UntilTheWatchIsBack) {
   created(at(10));
   EXPECT_EQ(follower_.state(), State::watching);
   EXPECT_THAT(batches(), IsEmpty());
+  follower_.lost(now_, "broken");
+  EXPECT_EQ(follower_.state(), State::held) << "it is lost anew";
 }
 
 TEST_F(FollowerTest, ListingFailsAgainAndAgain_TheTimeItIsHeldGoesOn) {
