@@ -62,7 +62,7 @@ Json storesOf(const Cluster& cluster, uint64_t nowUtcNs) {
         Json heardSecondsAgo;
         if (store.heardUtcNs != 0 && nowUtcNs >= store.heardUtcNs) {
           uint64_t ms = (nowUtcNs - store.heardUtcNs) / 1'000'000;
-      heardSecondsAgo = static_cast<double>(ms) / 1000;
+          heardSecondsAgo = static_cast<double>(ms) / 1000;
         }
         all.push_back({{"source", name},
                        {"state", store.state},

@@ -13,7 +13,7 @@ class Backoff final {
   static constexpr uint64_t kFirstMs = 250;
   static constexpr uint64_t kLastMs = 5000;
 
-  explicit Backoff(uint32_t seed = std::random_device()()) : random_(seed) {}
+  explicit Backoff(uint32_t seed) : random_(seed) {}
 
   // Between half of the delay and all of it; the delay doubles.
   uint64_t nextMs() {

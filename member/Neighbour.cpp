@@ -8,6 +8,8 @@ namespace {
 const Lumalog::Handle traceHandle("Member");
 constexpr int kErrorLevel = 0;
 constexpr int kChangeLevel = 1;
+// Intervals after which an echo should have come to its end, with or without an answer.
+constexpr int kOverdue = 3;
 
 Carrier carrierOf(const std::optional<Device>& device) {
   if (!device) return Carrier::missing;
@@ -46,11 +48,16 @@ void Neighbour::deviceIs(std::optional<Device> device) {
   tellChange(before);
 }
 
-// An echo that is still waited for is not asked for again.
+// An echo that is still waited for is not asked for again; but for how long, nobody can say what the
+// neighbour is like.
 void Neighbour::ask() {
   next_ = io_.after(config_.probe.intervalMs, [this] { ask(); });
-  if (asking_) return;
+  if (asking_) {
+    if (++overdue_ >= kOverdue) asked(Failure{"an echo does not come to its end"});
+    return;
+  }
   asking_ = true;
+  overdue_ = 0;
   EchoTarget target{config_.address, config_.device, std::chrono::milliseconds(config_.probe.timeoutMs)};
   auto answer = std::make_shared<Result<bool>>(false);
   io_.offLoop([answer, probe = probe_, target] { *answer = probe->ask(target); },

@@ -47,6 +47,7 @@ class Neighbour final {
   std::unique_ptr<Kelstore::Io::Activity> next_;
   uint64_t round_ = 0;  // a new one with each change of the device; answers of earlier ones do not count
   bool asking_ = false;
+  int overdue_ = 0;  // intervals since it was asked for
   bool toldFailure_ = false;
   std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
 };

@@ -38,6 +38,7 @@ class Publisher final {
     std::vector<std::string> interfaces;  // the configured ones
     uint32_t ttlSeconds = 15;
     uint32_t intervalSeconds = 1;
+    uint32_t seed = 1;  // of the delays, which no two members should share
   };
 
   // `published` is called on the loop when all that is to be said stands in the store, once. Io and clock
@@ -117,7 +118,7 @@ class Publisher final {
   std::unique_ptr<Kelstore::Io::Activity> nextRenewal_;
   bool renewing_ = false;
 
-  Backoff backoff_;
+  Backoff backoff_{settings_.seed};
   std::optional<Trouble> trouble_;
   uint64_t troubleSinceNs_ = 0;
   std::string endpoint_;  // of which was told

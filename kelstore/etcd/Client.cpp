@@ -47,12 +47,13 @@ class Client::Impl {
   const std::string& endpoint() const { return endpoints_[current_]; }
 
   absl::Status call(const Attempt& attempt) {
-    auto end = Clock::now() + options_.deadline;
+    // On a clock that is never set: gRPC's deadlines are the system's time.
+    auto end = std::chrono::steady_clock::now() + options_.deadline;
     std::string failures;
     absl::Status status;
     for (size_t left = endpoints_.size(); left > 0; --left) {
-      auto now = Clock::now();
-      auto deadline = now + (end - now) / static_cast<int64_t>(left);
+      auto share = (end - std::chrono::steady_clock::now()) / static_cast<int64_t>(left);
+      Clock::time_point deadline = Clock::now() + share;
       bool connected = channel_ != nullptr;
       status = callHere(deadline, attempt);
       if (connected && absl::IsUnavailable(status)) {

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <csignal>
+#include <random>
 #include <stdexcept>
 
 #include "EtcdLeaseStore.h"
@@ -31,7 +32,8 @@ Etcd::Access accessOf(const AccessFiles& files) {
 }
 
 Publisher::Settings settingsOf(const Config& config) {
-  Publisher::Settings settings{config.member, {}, config.ttlSeconds, config.intervalSeconds};
+  Publisher::Settings settings{
+      config.member, {}, config.ttlSeconds, config.intervalSeconds, std::random_device()()};
   for (const NeighbourConfig& neighbour : config.neighbours) {
     settings.interfaces.push_back(neighbour.interface);
   }

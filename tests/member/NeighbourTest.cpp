@@ -111,6 +111,22 @@ TEST_F(NeighbourTest, EchoThatIsWaitedFor_IsNotAskedForAgain) {
   EXPECT_EQ(asked(), 3u) << "the one that was waited for, and the next one";
 }
 
+TEST_F(NeighbourTest, EchoDoesNotComeToItsEnd_ItCannotBeFoundOutUntilItDoes) {
+  neighbour_.deviceIs(kUp);
+  io_.advance(2000);
+  ASSERT_EQ(state(), "reachable");
+  probe_->hanging = true;
+  io_.advance(2000);
+  EXPECT_EQ(state(), "reachable");
+  io_.advance(60000);
+  EXPECT_EQ(state(), "unknown");
+  EXPECT_EQ(trace_.count("Member/0 member 2: an echo does not come to its end"), 1u);
+  probe_->hanging = false;
+  io_.hungReturn();
+  io_.advance(2000);
+  EXPECT_EQ(state(), "reachable");
+}
+
 TEST_F(NeighbourTest, EchoesAreLost_Unreachable) {
   neighbour_.deviceIs(kUp);
   io_.advance(2000);
