@@ -14,6 +14,9 @@
 
 namespace Kelstore {
 
+// In milliseconds, by which time is moved.
+inline constexpr uint64_t kSecond = 1000;
+
 class ManualIo final : public Io {
  public:
   // Thrown by work that does not come to its end, until hungReturn().

@@ -13,12 +13,11 @@
 namespace Member {
 namespace {
 
+using Kelstore::kSecond;
 using Kelstore::World;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using SourceState = Kelstore::SourceStatus::State;
-
-constexpr uint64_t kSecond = 1000;
 
 class LocalSourceTest : public testing::Test {
  protected:

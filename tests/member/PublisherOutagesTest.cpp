@@ -1,0 +1,170 @@
+// What the publisher does when its lease goes, and when the store is out of reach, fails or does not answer.
+#include <gmock/gmock.h>
+
+#include "PublisherFixture.h"
+
+namespace Member {
+namespace {
+
+using Kelstore::kSecond;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+TEST_F(PublisherTest, WriteThatIsNotAnswered_HoldsUpNoRenewal) {
+  start();
+  store_->hanging = {"write"};
+  load(11);
+  pass(60 * kSecond);
+  EXPECT_EQ(store_->calls["renew"], 12);
+}
+
+TEST_F(PublisherTest, LeaseIsFoundGoneAtRenewal_AllIsWrittenAnewUnderAnother) {
+  start();
+  store_->expire(101);
+  EXPECT_THAT(store_->content(), IsEmpty());
+  pass(5 * kSecond);
+  EXPECT_EQ(store_->content().size(), 4u);
+  EXPECT_EQ(leaseOf(kLink), 102);
+  EXPECT_THAT(errors(),
+              ElementsAre("Member/0 lease 65 is gone: everything is written anew, under another one"));
+  EXPECT_EQ(published_, 1);
+  pass(5 * kSecond);
+  EXPECT_EQ(store_->leases, std::set<LeaseStore::Lease>{102});
+}
+
+TEST_F(PublisherTest, LeaseIsFoundGoneAtAWrite_AllIsWrittenAnewAtOnce) {
+  start();
+  pass(2 * kSecond);
+  store_->expire(101);
+  load(11);
+  pass(0);
+  EXPECT_EQ(store_->content().size(), 4u);
+  EXPECT_EQ(leaseOf(processor("1")), 102);
+}
+
+TEST_F(PublisherTest, RenewalOfALeaseThatIsGoneIsAnsweredLate_TheNextLeaseStays) {
+  start();
+  store_->hanging = {"renew"};
+  pass(5 * kSecond);
+  store_->expire(101);
+  load(11);
+  pass(0);
+  ASSERT_EQ(leaseOf(kLink), 102);
+  store_->hanging.clear();
+  io_.hungReturn();
+  pass(60 * kSecond);
+  EXPECT_EQ(leaseOf(kLink), 102);
+  EXPECT_EQ(store_->calls["grant"], 2);
+  EXPECT_EQ(errors().size(), 1u);
+}
+
+TEST_F(PublisherTest, LeaseGoesWhileAListingIsUnderWay_TheListingDoesNotCount) {
+  start();
+  pass(4 * kSecond);
+  store_->failing = {"write"};
+  load(11);
+  pass(0);
+  store_->failing.clear();
+  // The listing is asked for, but answered only after the renewal that finds the lease gone.
+  store_->hanging = {"list"};
+  pass(300);
+  store_->hanging.clear();
+  store_->expire(101);
+  store_->put(kLink, "x", 101);
+  store_->leases.erase(101);
+  pass(1 * kSecond);
+  EXPECT_THAT(errors(), Contains(HasSubstr("lease 65 is gone")));
+  io_.hungReturn();
+  pass(2 * kSecond);
+  EXPECT_EQ(leaseOf(kLink), 102);
+  EXPECT_THAT(errors(), testing::Not(Contains(HasSubstr("stands by"))));
+}
+
+TEST_F(PublisherTest, StoreIsUnreachableAtTheStart_TriedWithGrowingDelays) {
+  store_->failing = {"all"};
+  start();
+  EXPECT_EQ(store_->calls["grant"], 1);
+  pass(2 * kSecond);
+  int soon = store_->calls["grant"];
+  EXPECT_GE(soon, 4);  // at the latest after 250, 500 and 1000 ms
+  pass(60 * kSecond);
+  int later = store_->calls["grant"];
+  EXPECT_GE(later - soon, 12);  // 5 s at most
+  EXPECT_LE(later - soon, 26);  // half of that at least
+  EXPECT_EQ(published_, 0);
+  EXPECT_THAT(errors(),
+              ElementsAre("Member/0 the store cannot be used: grant failed; it is tried again and again"));
+  store_->failing.clear();
+  pass(5 * kSecond);
+  EXPECT_EQ(store_->content().size(), 4u);
+  EXPECT_THAT(trace_.lines(), Contains(HasSubstr("Member/1 the store works again, after 6")));
+}
+
+TEST_F(PublisherTest, StoreWorksAndFailsAgain_DelaysBeginSmallAgain) {
+  store_->failing = {"all"};
+  start();
+  pass(60 * kSecond);
+  store_->failing.clear();
+  pass(5 * kSecond);
+  store_->failing = {"write", "list"};
+  store_->calls.clear();
+  load(11);
+  pass(2 * kSecond);
+  EXPECT_GE(store_->calls["write"] + store_->calls["list"], 3) << "of a delay that stayed long, one";
+  EXPECT_EQ(errors().size(), 2u);
+}
+
+TEST_F(PublisherTest, StoreIsBack_OnlyTheDifferenceIsWritten) {
+  start();
+  store_->written();
+  store_->failing = {"all"};
+  pass(5 * kSecond);
+  load(11);
+  pass(3 * kSecond);
+  load(12);
+  pass(3 * kSecond);
+  store_->failing.clear();
+  pass(6 * kSecond);
+  EXPECT_EQ(store_->written(), "members/1/processors/1; ");
+  EXPECT_THAT(store_->content(), Contains("members/1/processors/1={\"load\":12}@101"));
+}
+
+TEST_F(PublisherTest, WriteWasCarriedOutButNotAnswered_IsNotWrittenTwice) {
+  start();
+  store_->written();
+  pass(2 * kSecond);
+  store_->failAfterWriting = true;
+  load(11);
+  pass(0);
+  EXPECT_EQ(store_->written(), "members/1/processors/1; ");
+  store_->failAfterWriting = false;
+  pass(10 * kSecond);
+  EXPECT_EQ(store_->written(), "");
+  EXPECT_THAT(trace_.lines(), Contains(HasSubstr("the store works again")));
+}
+
+TEST_F(PublisherTest, StoreCanBeReadButNotWritten_IsOneErrorAndTriedWithGrowingDelays) {
+  store_->failing = {"write"};
+  start();
+  pass(62 * kSecond);
+  EXPECT_EQ(errors().size(), 1u);
+  EXPECT_LE(store_->calls["write"], 32);
+}
+
+TEST_F(PublisherTest, RenewalFails_IsTriedSoonerAndTold) {
+  start();
+  store_->failing = {"renew"};
+  pass(9 * kSecond);
+  EXPECT_EQ(store_->calls["renew"], 5);
+  EXPECT_THAT(errors(), ElementsAre(HasSubstr("renew failed")));
+  store_->failing.clear();
+  pass(1 * kSecond);
+  EXPECT_THAT(trace_.lines(), Contains("Member/1 the store works again, after 5.0 s"));
+  pass(50 * kSecond);
+  EXPECT_EQ(store_->calls["renew"], 16);
+}
+
+}  // namespace
+}  // namespace Member

@@ -1,0 +1,196 @@
+// What the publisher does about keys that are not its own: it takes over from a predecessor, leaves others
+// alone, stands by while another publishes for the same member, and puts right what was changed by hand.
+#include <gmock/gmock.h>
+
+#include "PublisherFixture.h"
+
+namespace Member {
+namespace {
+
+using Kelstore::Kind;
+using Kelstore::kSecond;
+using Kelstore::Path;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+TEST_F(PublisherTest, PredecessorsKeys_AreTakenOverAndItsOthersDeleted) {
+  store_->put(kLink, R"({"intf":"B1"})", kOther);
+  store_->put(processor("1"), R"({"load":99})", kOther);
+  store_->put(processor("9"), R"({"load":99})", kOther);
+  store_->put(interface("B1"), R"({"ifIndex":7})", kOther);
+  store_->put(interface("B2"), R"({"ifIndex":8})", kOther);
+  start();
+  EXPECT_THAT(store_->content(),
+              ElementsAre("interfaces/B1={\"ifIndex\":7}@101", "members/1/processors/1={\"load\":10}@101",
+                          "members/1/processors/2={\"load\":20}@101", "topology/1/2={\"intf\":\"B1\"}@101"));
+  EXPECT_THAT(trace_.lines(), Contains("Member/1 takes over the keys of an earlier publisher, lease 7"));
+  EXPECT_THAT(errors(), IsEmpty());
+  store_->expire(kOther);
+  EXPECT_EQ(store_->content().size(), 4u);
+}
+
+TEST_F(PublisherTest, KeysWithoutALease_AreTakenOver) {
+  store_->put(processor("1"), R"({"load":10})", LeaseStore::kNoLease);
+  store_->put(processor("9"), R"({"load":10})", LeaseStore::kNoLease);
+  store_->put(interface("B1"), R"({"ifIndex":9})", LeaseStore::kNoLease);
+  start();
+  EXPECT_EQ(leaseOf(processor("1")), 101);
+  EXPECT_EQ(leaseOf(interface("B1")), 101);
+  EXPECT_EQ(leaseOf(processor("9")), -1);
+}
+
+TEST_F(PublisherTest, OtherMembersKeys_AreNeverTouched) {
+  std::vector<Path> others = {processor("1", "2"),
+                              {Kind::link, "2", "1"},
+                              {Kind::reachability, "2", "1"},
+                              interface("Other"),
+                              {Kind::sysname, "", ""}};
+  for (const Path& path : others) store_->put(path, "x", kOther);
+  start();
+  pass(60 * kSecond);
+  publisher_->end([] {});
+  pass(0);
+  for (const Path& path : others) {
+    ASSERT_EQ(leaseOf(path), kOther) << path.text();
+    EXPECT_EQ(store_->keys[path].text, "x");
+  }
+  EXPECT_EQ(store_->keys.size(), others.size());
+}
+
+TEST_F(PublisherTest, InterfaceUnderAnothersLease_IsLeftAloneUntilThatIsGone) {
+  store_->put(interface("B1"), "theirs", kOther);
+  start();
+  EXPECT_EQ(store_->keys[interface("B1")].text, "theirs");
+  EXPECT_EQ(store_->content().size(), 4u) << "everything else is published";
+  EXPECT_EQ(published_, 1);
+  EXPECT_THAT(errors(), ElementsAre("Member/0 interfaces/B1 is published by somebody else, under lease 7: it "
+                                    "is left alone"));
+  for (int16_t percent = 0; percent < 40; ++percent) {
+    load(percent);
+    pass(1 * kSecond);
+  }
+  EXPECT_EQ(store_->keys[interface("B1")].text, "theirs");
+  EXPECT_THAT(store_->content(), Contains("members/1/processors/1={\"load\":39}@101"));
+  EXPECT_EQ(errors().size(), 1u);
+  store_->expire(kOther);
+  pass(16 * kSecond);
+  EXPECT_EQ(leaseOf(interface("B1")), 101);
+}
+
+TEST_F(PublisherTest, InterfaceIsTakenByAnotherBetweenLookAndWrite_TheTransactionFails) {
+  store_->beforeWrite = [this] { store_->put(interface("B1"), "theirs", kOther); };
+  start();
+  EXPECT_THAT(store_->written(), testing::StartsWith("refused; "));
+  pass(2 * kSecond);
+  EXPECT_EQ(store_->keys[interface("B1")].text, "theirs");
+  EXPECT_EQ(leaseOf(kLink), 101);
+  EXPECT_THAT(errors(), ElementsAre(HasSubstr("interfaces/B1 is published by somebody else")));
+}
+
+TEST_F(PublisherTest, InterfaceVanishes_ItsKeyGoes_AnothersDoesNot) {
+  store_->put(interface("B2"), "theirs", kOther);
+  start();
+  content_.erase(interface("B1"));
+  pass(2 * kSecond);
+  say();
+  pass(0);
+  EXPECT_EQ(leaseOf(interface("B1")), -1);
+  EXPECT_EQ(leaseOf(interface("B2")), kOther);
+}
+
+TEST_F(PublisherTest, AnotherPublisherOfThisMember_ThisOneStandsByUntilItIsGone) {
+  start();
+  pass(2 * kSecond);
+  // The other one takes over, as this one would.
+  for (const Path& path : {kLink, processor("1"), processor("2"), interface("B1")}) {
+    store_->put(path, "theirs", kOther);
+  }
+  store_->written();
+  load(11);
+  pass(0);
+  EXPECT_EQ(store_->written(), "refused; ");
+  EXPECT_THAT(errors(),
+              ElementsAre("Member/0 member 1 is published by somebody else too, under lease 7: this "
+                          "one stands by until the other's keys are gone"));
+  EXPECT_EQ(store_->leases, std::set<LeaseStore::Lease>{kOther}) << "its own lease is given back";
+  for (int16_t percent = 0; percent < 40; ++percent) {
+    load(percent);
+    pass(1 * kSecond);
+  }
+  EXPECT_EQ(store_->written(), "");
+  EXPECT_EQ(store_->keys.size(), 4u);
+  store_->expire(kOther);
+  pass(15 * kSecond);
+  EXPECT_EQ(leaseOf(kLink), 102);
+  EXPECT_EQ(store_->content().size(), 4u);
+  EXPECT_THAT(trace_.lines(), Contains("Member/1 the other publisher of member 1 is gone"));
+  EXPECT_EQ(errors().size(), 1u);
+}
+
+TEST_F(PublisherTest, TwoPublishersOfOneMember_TheLaterOneGoesOn) {
+  start();
+  pass(3 * kSecond);
+  Publisher later({1, {"B1", "B2"}, 15, 1}, store_, io_, clock_, [] {});
+  std::vector<Kelstore::Snapshot::Entry> entries(content_.begin(), content_.end());
+  later.contentIs(entries);
+  pass(0);
+  EXPECT_EQ(leaseOf(kLink), 102);
+  for (int16_t percent = 0; percent < 60; ++percent) {
+    load(percent);
+    pass(1 * kSecond);
+  }
+  EXPECT_EQ(store_->leases, std::set<LeaseStore::Lease>{102});
+  EXPECT_EQ(store_->content().size(), 4u);
+  EXPECT_THAT(store_->content(), Contains("members/1/processors/1={\"load\":10}@102"));
+  later.end([] {});
+  pass(30 * kSecond);
+  EXPECT_EQ(leaseOf(kLink), 103) << "the earlier one goes on when the later one has ended";
+  EXPECT_EQ(store_->content().size(), 4u);
+}
+
+// What nobody else guards, and what never changes again by itself.
+TEST_F(PublisherTest, KeysAreWrittenOrDeletedByHand_ArePutRightAfterAWhile) {
+  start();
+  pass(2 * kSecond);
+  store_->keys.erase(processor("2"));
+  store_->keys[processor("1")] = {"{\"load\":99}", LeaseStore::kNoLease, 500};
+  pass(Publisher::kLookAgainSeconds * kSecond);
+  EXPECT_EQ(leaseOf(processor("1")), leaseOf(kLink)) << "it would outlive the member";
+  EXPECT_EQ(leaseOf(processor("2")), leaseOf(kLink));
+  EXPECT_THAT(errors(), IsEmpty());
+}
+
+TEST_F(PublisherTest, StoreIsRestoredFromACopy_EverythingIsLookedAtAgain) {
+  start();
+  pass(2 * kSecond);
+  load(11);
+  pass(2 * kSecond);
+  auto copy = store_->keys;
+  int64_t revision = store_->revision;
+  load(12);
+  content_.erase(processor("2"));
+  say();
+  pass(2 * kSecond);
+  store_->keys = copy;
+  store_->revision = revision;
+  load(13);
+  pass(2 * kSecond);
+  EXPECT_EQ(leaseOf(processor("2")), -1) << "it was deleted after the copy was made";
+  EXPECT_THAT(store_->content(), Contains(testing::HasSubstr("members/1/processors/1={\"load\":13}")));
+}
+
+TEST_F(PublisherTest, KeyIsDeletedByHand_ComesBackWithTheNextChange) {
+  start();
+  pass(2 * kSecond);
+  store_->keys.erase(kLink);
+  store_->keys.erase(processor("2"));
+  load(11);
+  pass(2 * kSecond);
+  EXPECT_EQ(store_->content().size(), 4u);
+  EXPECT_THAT(errors(), IsEmpty());
+}
+
+}  // namespace
+}  // namespace Member
