@@ -4,6 +4,8 @@
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 
+#include "Answers.h"
+
 namespace Kelstore::Etcd {
 namespace {
 
@@ -34,17 +36,11 @@ class FeedTest : public testing::Test {
     follows();
   }
   void created(int64_t revision = 10) {
-    WatchResponse response;
-    response.header = at(revision);
-    response.created = true;
-    follower_.watchSaid(now(), response);
+    follower_.watchSaid(now(), watchCreated(at(revision)));
     follows();
   }
   void event(const Record& record, bool deleted = false) {
-    WatchResponse response;
-    response.header = at(record.modRevision);
-    response.events = {{record, deleted}};
-    follower_.watchSaid(now(), response);
+    follower_.watchSaid(now(), watchEvents(at(record.modRevision), {{record, deleted}}));
     follows();
   }
   void lost() {

@@ -7,7 +7,7 @@
 #include <optional>
 #include <random>
 
-#include "etcd/Follower.h"
+#include "Answers.h"
 
 namespace Kelstore::Etcd {
 namespace {
@@ -137,11 +137,7 @@ class Simulation {
   void offer() {
     if (!watchFrom_) return;
     if (*watchFrom_ < store_.compacted) {
-      WatchResponse response;
-      response.header = store_.header();
-      response.canceled = true;
-      response.compactRevision = store_.compacted;
-      answers_.push_back(response);
+      answers_.push_back(watchCanceled(store_.header(), store_.compacted));
       watchFrom_.reset();
       return;
     }
@@ -248,17 +244,13 @@ class Simulation {
   }
   void carryOut(const OpenWatch& watch) {
     watchFrom_ = watch.fromRevision;
-    WatchResponse created;
-    created.created = true;
-    created.header = store_.header();
-    answers_.push_back(created);
+    answers_.push_back(watchCreated(store_.header()));
     if (firstListed_ == 0) firstListed_ = watch.fromRevision - 1;
     offer();
   }
   void carryOut(const RequestProgress& /*request*/) {
-    WatchResponse progress;
-    progress.header = store_.header();
-    answers_.insert(answers_.begin() + random(static_cast<uint32_t>(answers_.size()) + 1), progress);
+    answers_.insert(answers_.begin() + random(static_cast<uint32_t>(answers_.size()) + 1),
+                    watchEvents(store_.header()));
   }
 
   void show(const Batch& batch) {

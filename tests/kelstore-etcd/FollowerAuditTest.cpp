@@ -1,0 +1,172 @@
+// The follower reads all keys again from time to time, and repairs what differs.
+#include <gmock/gmock.h>
+
+#include "FollowerFixture.h"
+
+namespace Kelstore::Etcd {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+class AuditTest : public FollowerTest {
+ protected:
+  AuditTest() {
+    watching();
+    advanceHearing(60'000);
+  }
+  // Time passes; the watch gives signs of life.
+  void advanceHearing(uint64_t ms) {
+    for (uint64_t end = now_ + ms; now_ < end;) {
+      says(at(10), {});
+      advance(std::min<uint64_t>(end - now_, 1000));
+    }
+  }
+};
+
+TEST_F(AuditTest, NothingDiffers_NothingIsToldAndTheNextComesInTime) {
+  EXPECT_THAT(commands(), ElementsAre("read p/ at 0 x500"));
+  page(at(10), {record("p/a", "1", 3), record("p/b", "2", 5)});
+  EXPECT_EQ(follower_.counters().audits, 1u);
+  EXPECT_EQ(follower_.counters().repairs, 0u);
+  EXPECT_THAT(batches(), IsEmpty());
+  advanceHearing(59'000);
+  EXPECT_THAT(commands(), IsEmpty());
+  advanceHearing(1'000);
+  EXPECT_THAT(commands(), ElementsAre("read p/ at 0 x500"));
+}
+
+TEST_F(AuditTest, ReadsPageByPage_WithPausesInBetween) {
+  commands();
+  page(at(10), {record("p/a", "1", 3)}, true);
+  EXPECT_THAT(commands(), IsEmpty());
+  advance(Follower::kAuditPauseMs);
+  EXPECT_THAT(commands(), ElementsAre("read p/a+ at 0 x500"));
+  EXPECT_EQ(follower_.counters().audits, 0u);
+  page(at(10), {record("p/b", "2", 5)});
+  EXPECT_EQ(follower_.counters().audits, 1u);
+  EXPECT_EQ(follower_.counters().repairs, 0u);
+}
+
+TEST_F(AuditTest, LostEvents_AreRepairedAndCounted) {
+  // Of these, neither the change of a, the deletion of b nor the appearance of c was told.
+  page(at(15), {record("p/a", "9", 13), record("p/c", "3", 15)});
+  EXPECT_THAT(batches(), IsEmpty()) << "they may be on their way";
+  advance(Follower::kGraceMs);
+  EXPECT_THAT(batches(), ElementsAre("10: p/a=9 -p/b p/c=3"));
+  EXPECT_EQ(follower_.counters().repairs, 3u);
+  EXPECT_EQ(follower_.counters().audits, 1u);
+  EXPECT_EQ(follower_.revision(), 10) << "what else may have happened is still to be asked for";
+  // An event that comes after all is nothing new.
+  says(at(15), {put("p/a", "9", 13), del("p/b", 14), put("p/c", "3", 15)});
+  EXPECT_THAT(batches(), IsEmpty());
+  EXPECT_EQ(follower_.counters().dropped, 3u);
+}
+
+TEST_F(AuditTest, RevisionOfThePageIsApplied_WhatDiffersIsRepairedAtOnce) {
+  says(at(16), {put("p/d", "4", 16)});
+  page(at(16), {record("p/a", "9", 13), record("p/b", "2", 5), record("p/d", "4", 16)});
+  EXPECT_THAT(batches(), ElementsAre("16: p/d=4", "16: p/a=9"));
+  EXPECT_EQ(follower_.counters().repairs, 1u);
+}
+
+TEST_F(AuditTest, EventsAreOnTheirWay_NothingIsRepaired) {
+  page(at(15), {record("p/a", "9", 13), record("p/c", "3", 15)});
+  says(at(15), {put("p/a", "9", 13), del("p/b", 14), put("p/c", "3", 15)});
+  EXPECT_THAT(batches(), ElementsAre("15: p/a=9 -p/b p/c=3"));
+  advance(Follower::kGraceMs);
+  EXPECT_THAT(batches(), IsEmpty());
+  EXPECT_EQ(follower_.counters().repairs, 0u);
+  EXPECT_EQ(follower_.counters().audits, 1u);
+}
+
+TEST_F(AuditTest, PageIsOlderThanWhatIsKnown_NothingIsTakenBack) {
+  says(at(14), {put("p/a", "9", 12), del("p/b", 13), put("p/c", "3", 14)});
+  batches();
+  page(at(11), {record("p/a", "1", 3), record("p/b", "2", 5)});
+  advance(Follower::kGraceMs);
+  EXPECT_THAT(batches(), IsEmpty());
+  EXPECT_EQ(follower_.counters().repairs, 0u);
+  // It was overtaken, that is all.
+  EXPECT_EQ(follower_.state(), State::watching);
+  EXPECT_EQ(follower_.counters().relists, 0u);
+  EXPECT_EQ(follower_.counters().audits, 1u);
+}
+
+// A page that nobody waited for any more was taken for the next audit's first one, and all keys before it for
+// deleted.
+TEST_F(AuditTest, PageComesAfterItsAudit_DoesNotCount) {
+  page(at(10), {record("p/a", "1", 3)}, true);
+  advance(Follower::kAuditPauseMs);
+  uint64_t late = follower_.pageAsked();
+  advanceHearing(Follower::kAnswerMs);
+  while (follower_.pageAsked() == 0 || follower_.pageAsked() == late) advanceHearing(1'000);
+  follower_.pageRead(now_, late, {at(10), {record("p/b", "2", 5)}, false});
+  advanceHearing(Follower::kGraceMs);
+  EXPECT_THAT(batches(), IsEmpty());
+  EXPECT_EQ(follower_.counters().repairs, 0u);
+}
+
+TEST_F(AuditTest, PageHasTheRevisionButAnotherValue_IsRepaired) {
+  page(at(10), {record("p/a", "other", 3), record("p/b", "2", 5)});
+  EXPECT_THAT(batches(), ElementsAre("10: p/a=other"));
+}
+
+TEST_F(AuditTest, DifferenceBehindTheLastKeyOfAPage_IsTheNextPagesConcern) {
+  page(at(10), {record("p/a", "1", 3)}, true);
+  EXPECT_THAT(batches(), IsEmpty());
+  advance(Follower::kAuditPauseMs);
+  page(at(10), {});
+  EXPECT_THAT(batches(), ElementsAre("10: -p/b"));
+}
+
+TEST_F(AuditTest, AnotherHistory_ThereIsANewListing) {
+  commands();
+  page(at(9), {record("p/a", "1", 3)});
+  EXPECT_THAT(commands(), ElementsAre("connect 0", "read p/ at 0 x1000"));
+  EXPECT_EQ(follower_.counters().repairs, 0u);
+  EXPECT_THAT(batches(), IsEmpty());
+}
+
+TEST_F(AuditTest, PageFails_TheWatchGoesOn_ItIsAskedForAgainSmaller) {
+  commands();
+  follower_.pageFailed(now_, follower_.pageAsked(), false, "too many requests");
+  EXPECT_EQ(follower_.state(), State::watching);
+  EXPECT_EQ(follower_.lastError(), "too many requests");
+  advance(Follower::kAuditPauseMs);
+  EXPECT_THAT(commands(), ElementsAre("read p/ at 0 x62"));
+}
+
+TEST_F(AuditTest, PageOfOneKeyFails_TheNextAuditComes) {
+  for (int i = 0; i < 4; ++i) {
+    follower_.pageFailed(now_, follower_.pageAsked(), false, "too many requests");
+    commands();
+    advance(Follower::kAuditPauseMs);
+  }
+  EXPECT_THAT(commands(), IsEmpty());
+  EXPECT_EQ(follower_.state(), State::watching);
+  advanceHearing(60'000);
+  EXPECT_THAT(commands(), ElementsAre("read p/ at 0 x500"));
+}
+
+TEST_F(AuditTest, PageIsNotAnswered_TheWatchGoesOn) {
+  commands();
+  advanceHearing(Follower::kAnswerMs);
+  EXPECT_EQ(follower_.state(), State::watching);
+  EXPECT_EQ(follower_.lastError(), "no answer for 10 s");
+}
+
+TEST_F(AuditTest, StoreIsLostMeanwhile_TheAuditBeginsAnewSoonAfter) {
+  page(at(15), {record("p/a", "9", 13)}, true);
+  reconnecting();
+  advance(Follower::kGraceMs);
+  EXPECT_THAT(batches(), IsEmpty());
+  page(at(15), {});
+  created(at(15));
+  commands();
+  advance(Follower::kResumedAuditMs);
+  EXPECT_THAT(commands(), ElementsAre("read p/ at 0 x500"));
+}
+
+}  // namespace
+}  // namespace Kelstore::Etcd

@@ -1,0 +1,302 @@
+// The follower loses its server, its watch or what it was told last: what it holds, where it resumes, when it
+// lists anew, and for how long it waits before it tries again.
+#include <gmock/gmock.h>
+
+#include "FollowerFixture.h"
+
+namespace Kelstore::Etcd {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+TEST_F(FollowerTest, StoreIsLost_WhatItSaidIsHeld_AndTheWatchIsResumed) {
+  watching();
+  says(at(11), {put("p/a", "7", 11)});
+  batches();
+  follower_.lost(now_, "broken");
+  EXPECT_EQ(follower_.state(), State::held);
+  EXPECT_FALSE(follower_.connected());
+  EXPECT_EQ(follower_.lastError(), "broken");
+  EXPECT_THAT(commands(), ElementsAre("disconnect"));
+  advance(Follower::kFirstRetryMs);
+  EXPECT_THAT(commands(), ElementsAre("connect 0", "read p/ at 11 x1"));
+  page(at(15), {record("p/a", "7", 11)}, true);
+  EXPECT_THAT(commands(), ElementsAre("watch 12"));
+  EXPECT_EQ(follower_.state(), State::held);
+  created(at(15));
+  EXPECT_EQ(follower_.state(), State::watching);
+  EXPECT_EQ(follower_.counters().reconnections, 1u);
+  EXPECT_THAT(batches(), IsEmpty());
+}
+
+TEST_F(FollowerTest, RevisionIsCompactedMeanwhile_OnlyTheDifferenceIsTold) {
+  watching();
+  reconnecting();
+  commands();
+  follower_.pageFailed(now_, follower_.pageAsked(), true, "compacted");
+  EXPECT_THAT(commands(), ElementsAre("connect 0", "read p/ at 0 x1000"));
+  EXPECT_EQ(follower_.state(), State::held);
+  page(at(30), {record("p/a", "1", 3), record("p/b", "9", 25)}, true);
+  EXPECT_EQ(follower_.state(), State::listing);
+  page(at(30), {record("p/c", "3", 26)});
+  EXPECT_THAT(batches(), ElementsAre("30: p/b=9 p/c=3"));
+  EXPECT_THAT(commands(), ElementsAre("read p/b+ at 30 x1000", "watch 31"));
+  created(at(30));
+  EXPECT_EQ(follower_.counters().relists, 1u);
+}
+
+TEST_F(FollowerTest, KeysVanishedDuringTheGap_AreWithdrawnByTheListing) {
+  watching();
+  reconnecting();
+  follower_.pageFailed(now_, follower_.pageAsked(), true, "compacted");
+  page(at(30), {record("p/b", "2", 5)});
+  EXPECT_THAT(batches(), ElementsAre("30: -p/a"));
+}
+
+TEST_F(FollowerTest, OnlyTheLeaseOfAKeyChanged_IsTold) {
+  watching();
+  reconnecting();
+  follower_.pageFailed(now_, follower_.pageAsked(), true, "compacted");
+  page(at(30), {record("p/a", "1", 3, 77), record("p/b", "2", 5)});
+  EXPECT_THAT(batches(), ElementsAre("30: p/a=1"));
+}
+
+TEST_F(FollowerTest, WatchIsCompacted_ThereIsANewListing) {
+  watching();
+  canceled(20);
+  EXPECT_THAT(commands(), ElementsAre("connect 0", "read p/ at 0 x1000"));
+  EXPECT_EQ(follower_.state(), State::held);
+}
+
+TEST_F(FollowerTest, WatchIsCompactedAgainAndAgain_TimePassesInBetween) {
+  watching();
+  canceled(20);
+  page(at(20), {});
+  created(at(20));
+  commands();
+  canceled(30);
+  EXPECT_THAT(commands(), ElementsAre("disconnect"));
+  advance(Follower::kFirstRetryMs);
+  EXPECT_THAT(commands(), ElementsAre("connect 0", "read p/ at 0 x1000"));
+}
+
+TEST_F(FollowerTest, WatchIsCompactedAgainMuchLater_IsAnsweredAtOnce) {
+  watching();
+  canceled(20);
+  page(at(20), {});
+  created(at(20));
+  now_ += Follower::kStableMs;
+  commands();
+  canceled(30);
+  EXPECT_THAT(commands(), ElementsAre("connect 0", "read p/ at 0 x1000"));
+}
+
+TEST_F(FollowerTest, WatchIsRefused_TheReasonIsShown_AndThereIsANewListingLater) {
+  watching();
+  canceled(0, "permission denied");
+  EXPECT_EQ(follower_.lastError(), "the watch was cancelled: permission denied");
+  EXPECT_EQ(follower_.state(), State::held);
+  EXPECT_THAT(commands(), ElementsAre("disconnect"));
+  advance(Follower::kFirstRetryMs);
+  EXPECT_THAT(commands(), ElementsAre("connect 0", "read p/ at 0 x1000"));
+}
+
+// Where the new server tells of another cluster, an older revision or an older term.
+TEST_F(FollowerTest, ResumedAtAnotherHistory_ThereIsANewListing) {
+  for (Header header : {at(12, 8), at(9), at(12, kCluster, 1)}) {
+    now_ += Follower::kStableMs;
+    Follower fresh({"p/", 1, 300'000, 60'000}, [] { return 0.0; });
+    std::swap(follower_, fresh);
+    watching();
+    reconnecting();
+    commands();
+    page(header, {});
+    EXPECT_THAT(commands(), ElementsAre("connect 0", "read p/ at 0 x1000"));
+    page(header, {record("p/a", "other", 3)});
+    EXPECT_THAT(batches(), ElementsAre(fmt::format("{}: p/a=other -p/b", header.revision)));
+    created(header);
+    EXPECT_EQ(follower_.state(), State::watching);
+    EXPECT_EQ(follower_.revision(), header.revision);
+    commands();
+  }
+}
+
+TEST_F(FollowerTest, WatchIsAnotherCluster_OrAnOlderRevision_ThereIsANewListing) {
+  for (Header header : {at(12, 8), at(9), at(12, kCluster, 1)}) {
+    Follower fresh({"p/", 1, 300'000, 60'000}, [] { return 0.0; });
+    std::swap(follower_, fresh);
+    watching();
+    reconnecting();
+    page(at(10), {});
+    commands();
+    created(header);
+    EXPECT_THAT(commands(), ElementsAre("connect 0", "read p/ at 0 x1000"));
+    EXPECT_EQ(follower_.lastError(), "the server tells of another cluster or of an older history");
+  }
+}
+
+TEST_F(FollowerTest, QuietWatch_IsAskedForAWord_AndSilenceIsALoss) {
+  watching();
+  advance(Follower::kQuietMs);
+  EXPECT_THAT(commands(), ElementsAre("progress?"));
+  says(at(10), {});
+  advance(Follower::kQuietMs);
+  EXPECT_THAT(commands(), ElementsAre("progress?"));
+  advance(Follower::kSilenceMs - Follower::kQuietMs - 1);
+  EXPECT_THAT(commands(), IsEmpty());
+  EXPECT_EQ(follower_.state(), State::watching);
+  advance(1);
+  EXPECT_THAT(commands(), ElementsAre("disconnect"));
+  EXPECT_EQ(follower_.state(), State::held);
+  EXPECT_EQ(follower_.lastError(), "silence for 30 s");
+}
+
+TEST_F(FollowerTest, ResumedWatchNeverTellsWhatThereIs_ThereIsAListingInstead) {
+  watching();
+  reconnecting();
+  page(at(5000), {});
+  created(at(5000));
+  commands();
+  advance(Follower::kSilenceMs);
+  EXPECT_EQ(follower_.lastError(), "silence for 30 s");
+  advance(Follower::kLastRetryMs);
+  EXPECT_EQ(commands().back(), "read p/ at 0 x1000");
+}
+
+TEST_F(FollowerTest, WatchGoesSilentAfterItTold_ItIsResumed) {
+  watching();
+  reconnecting();
+  page(at(5000), {});
+  created(at(5000));
+  says(at(5000), {put("p/a", "7", 4000)});
+  commands();
+  advance(Follower::kSilenceMs);
+  EXPECT_EQ(follower_.lastError(), "silence for 30 s");
+  advance(Follower::kFirstRetryMs);
+  EXPECT_EQ(commands().back(), "read p/ at 4000 x1");
+}
+
+TEST_F(FollowerTest, PagesOfAnAudit_DoNotHideTheSilenceOfTheWatch) {
+  watching();
+  reconnecting();
+  page(at(10), {});
+  created(at(10));
+  advance(Follower::kResumedAuditMs);
+  while (follower_.state() == State::watching && now_ < 2'000'000) {
+    page(at(10), {record("p/a", "1", 3)}, true);
+    advance(1000);
+  }
+  EXPECT_EQ(follower_.lastError(), "silence for 30 s");
+}
+
+TEST_F(FollowerTest, LostForLong_IsStale_UntilTheWatchIsBack) {
+  watching();
+  follower_.lost(now_, "broken");
+  uint64_t lostAt = now_;
+  while (now_ < lostAt + 300'000 - 20'000) {
+    advance(1000);
+    follower_.lost(now_, "refused");
+  }
+  EXPECT_EQ(follower_.state(), State::held);
+  now_ = lostAt + 300'000;
+  follower_.elapsed(now_);
+  EXPECT_EQ(follower_.state(), State::stale);
+  follower_.lost(now_, "refused");
+  advance(Follower::kLastRetryMs);
+  commands();
+  page(at(10), {record("p/a", "1", 3)});
+  EXPECT_EQ(follower_.state(), State::stale) << "as long as it is not up to date";
+  created(at(10));
+  EXPECT_EQ(follower_.state(), State::watching);
+  EXPECT_THAT(batches(), IsEmpty());
+  follower_.lost(now_, "broken");
+  EXPECT_EQ(follower_.state(), State::held) << "it is lost anew";
+}
+
+TEST_F(FollowerTest, ListingFailsAgainAndAgain_TheTimeItIsHeldGoesOn) {
+  watching();
+  uint64_t lostAt = now_;
+  reconnecting();
+  follower_.pageFailed(now_, follower_.pageAsked(), true, "compacted");
+  while (now_ < lostAt + 299'000) {
+    if (follower_.state() == State::held) page(at(30), {record("p/a", "1", 3)}, true);
+    follower_.lost(now_, "broken");
+    advance(1000);
+  }
+  EXPECT_NE(follower_.state(), State::stale);
+  advance(2000);
+  EXPECT_EQ(follower_.state(), State::stale);
+}
+
+TEST_F(FollowerTest, NeverReached_IsListing_AndTriedForEverAtGrowingDelays) {
+  follower_.start(now_);
+  std::vector<uint64_t> delays;
+  for (int i = 0; i < 9; ++i) {
+    follower_.lost(now_, "refused");
+    delays.push_back(follower_.wakeAtMs() - now_);
+    advance(delays.back());
+  }
+  EXPECT_THAT(delays, ElementsAre(125, 250, 500, 1000, 2000, 4000, 5000, 5000, 5000));
+  EXPECT_EQ(follower_.state(), State::listing);
+  EXPECT_FALSE(follower_.complete());
+}
+
+TEST_F(FollowerTest, DelaysAreSpreadAtRandom) {
+  random_ = 0.999;
+  follower_.start(now_);
+  std::vector<uint64_t> delays;
+  for (int i = 0; i < 8; ++i) {
+    follower_.lost(now_, "refused");
+    delays.push_back(follower_.wakeAtMs() - now_);
+    advance(delays.back());
+  }
+  EXPECT_THAT(delays, ElementsAre(249, 499, 999, 1999, 3998, 7996, 9995, 9995));
+}
+
+TEST_F(FollowerTest, WatchThatLastsStartsTheDelaysAnew_OneThatDoesNotDoesNot) {
+  watching();
+  for (int i = 0; i < 3; ++i)
+    reconnecting(), follower_.lost(now_, "refused"), advance(Follower::kLastRetryMs);
+  page(at(10), {});
+  created(at(10));
+  commands();
+  follower_.lost(now_, "broken");
+  EXPECT_GT(follower_.wakeAtMs() - now_, Follower::kFirstRetryMs);
+  advance(Follower::kLastRetryMs);
+  page(at(10), {});
+  created(at(10));
+  now_ += Follower::kStableMs;
+  follower_.lost(now_, "broken");
+  EXPECT_EQ(follower_.wakeAtMs() - now_, Follower::kFirstRetryMs / 2);
+}
+
+class ThreeServersTest : public FollowerTest {
+ protected:
+  ThreeServersTest() : FollowerTest(3) {}
+};
+
+TEST_F(ThreeServersTest, LostServer_TheOthersAreTriedAtOnce_ThenTimePasses) {
+  watching();
+  Texts tried;
+  std::vector<uint64_t> delays;
+  for (int i = 0; i < 6; ++i) {
+    follower_.lost(now_, "refused");
+    delays.push_back(follower_.wakeAtMs() - now_);
+    advance(delays.back());
+    EXPECT_EQ(commands().at(1), fmt::format("connect {}", (i + 1) % 3));
+  }
+  EXPECT_THAT(delays, ElementsAre(25, 25, 125, 25, 25, 250));
+}
+
+TEST_F(ThreeServersTest, ListingGoesOnAtTheNextServer) {
+  follower_.start(now_);
+  follower_.lost(now_, "refused");
+  advance(Follower::kFailoverMs);
+  EXPECT_THAT(commands(), ElementsAre("connect 0", "read p/ at 0 x1000", "disconnect", "connect 1",
+                                      "read p/ at 0 x1000"));
+  EXPECT_EQ(follower_.endpoint(), 1u);
+}
+
+}  // namespace
+}  // namespace Kelstore::Etcd
