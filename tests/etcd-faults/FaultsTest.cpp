@@ -20,6 +20,7 @@
 #include "etcd/Client.h"
 #include "rpc.grpc.pb.h"
 #include "support/Etcd.h"
+#include "support/Network.h"
 #include "support/Relay.h"
 #include "wire/Model.h"
 
@@ -86,7 +87,7 @@ class EtcdFaultsTest : public testing::Test {
           client(cluster.endpoints(), {.credentialsFile = rootLogin}),
           writer(cluster.endpoints(), {.credentialsFile = rootLogin}, kSeed) {
       for (const std::string& endpoint : cluster.endpoints()) {
-        doors.push_back(std::make_unique<Support::Relay>(portOf(endpoint)));
+        doors.push_back(std::make_unique<Support::Relay>(Support::portOf(endpoint)));
       }
       snapshot = directory.file("snapshot");
       cluster.saveSnapshot(snapshot);

@@ -5,6 +5,7 @@
 #include <chrono>
 
 #include "etcd-faults/StoreState.h"
+#include "support/Network.h"
 #include "wire/Model.h"
 
 namespace Faults {
@@ -25,7 +26,7 @@ Following::Following(const std::string& endpoints, const Support::Argv& options)
       .start();
 }
 
-uint16_t Following::port() const { return portOf(daemon_.address()); }
+uint16_t Following::port() const { return Support::portOf(daemon_.address()); }
 
 std::string Following::endpoint() const {
   nlohmann::json status = store();
@@ -51,10 +52,6 @@ testing::AssertionResult Following::becomes(const nlohmann::json& document, int6
   return testing::AssertionFailure() << Wire::difference(wanted, served()) << "expected revision " << revision
                                      << "\n"
                                      << daemon_.status().dump(1) << daemon_.process().err();
-}
-
-uint16_t portOf(const std::string& endpoint) {
-  return static_cast<uint16_t>(std::stoi(endpoint.substr(endpoint.rfind(':') + 1)));
 }
 
 std::set<Wire::Oid> namesOf(const Wire::Tree& tree) {

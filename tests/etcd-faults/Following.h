@@ -44,9 +44,6 @@ class Following {
   Wire::Exchange exchange_;
 };
 
-// The port of "127.0.0.1:port".
-uint16_t portOf(const std::string& endpoint);
-
 std::set<Wire::Oid> namesOf(const Wire::Tree& tree);
 
 }  // namespace Faults

@@ -12,6 +12,7 @@
 #include "etcd-faults/StoreState.h"
 #include "etcd-faults/Writer.h"
 #include "support/Etcd.h"
+#include "support/Network.h"
 #include "support/Relay.h"
 #include "wire/Model.h"
 
@@ -70,7 +71,7 @@ class EtcdLatencyTest : public testing::Test {
  protected:
   EtcdLatencyTest()
       : writer(cluster.endpoints(), {}, 1),
-        relay(portOf(cluster.endpoint())),
+        relay(Support::portOf(cluster.endpoint())),
         follower(relay.endpoint(), {"--audit", "3600"}),
         name(follower.expected(writer.lasting()).begin()->first) {}
 

@@ -38,4 +38,8 @@ uint16_t freeUdpPort() { return freePort(SOCK_DGRAM); }
 
 uint16_t freeTcpPort() { return freePort(SOCK_STREAM); }
 
+uint16_t portOf(const std::string& endpoint) {
+  return static_cast<uint16_t>(std::stoi(endpoint.substr(endpoint.rfind(':') + 1)));
+}
+
 }  // namespace Support

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 namespace Support {
 
@@ -9,5 +10,8 @@ namespace Support {
 uint16_t freeUdpPort();
 // The same for TCP.
 uint16_t freeTcpPort();
+
+// Of an address or endpoint that ends in ":port".
+uint16_t portOf(const std::string& endpoint);
 
 }  // namespace Support

@@ -5,6 +5,8 @@
 #include <chrono>
 #include <fstream>
 
+#include "support/Network.h"
+
 namespace Wire {
 namespace {
 
@@ -20,10 +22,7 @@ Subject::Subject(const std::string& configuration) : exchange_(port()) {
   learnStart();
 }
 
-uint16_t Subject::port() const {
-  std::string address = daemon_.address();
-  return static_cast<uint16_t>(std::stoul(address.substr(address.rfind(':') + 1)));
-}
+uint16_t Subject::port() const { return Support::portOf(daemon_.address()); }
 
 // The agent starts at some time between the start of the process and the first answer.
 void Subject::learnStart() {
