@@ -2,14 +2,11 @@
 #include "etcd/EtcdSource.h"
 
 #include <gmock/gmock.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <filesystem>
 #include <optional>
-#include <stdexcept>
 
+#include "SilentServer.h"
 #include "etcd/Client.h"
 #include "kelstore/ManualIo.h"
 #include "kelstore/World.h"
@@ -24,28 +21,6 @@ namespace {
 using namespace std::chrono_literals;
 using testing::HasSubstr;
 using State = SourceStatus::State;
-
-// Lets clients connect, and says nothing.
-class HungServer {
- public:
-  HungServer() : fd_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)), port_(Support::freeTcpPort()) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = htons(port_);
-    if (::bind(fd_, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 || ::listen(fd_, 8) != 0) {
-      throw std::runtime_error("cannot listen");
-    }
-  }
-  ~HungServer() { ::close(fd_); }
-  HungServer(const HungServer&) = delete;
-  HungServer& operator=(const HungServer&) = delete;
-  std::string endpoint() const { return "127.0.0.1:" + std::to_string(port_); }
-
- private:
-  int fd_;
-  uint16_t port_;
-};
 
 class EtcdSourceTest : public testing::Test {
  protected:
@@ -152,7 +127,7 @@ TEST_F(EtcdSourceTest, NoServer_OthersAreServed_AndItIsCompleteWhenOneComes) {
 }
 
 TEST_F(EtcdSourceTest, ServerAcceptsAndNeverAnswers_ItSettlesAfterAWhile) {
-  HungServer hung;
+  SilentServer hung;
   start(hung.endpoint());
   EXPECT_FALSE(world_.store.idle());
   io_.advance(EtcdSource::kPatienceMs);

@@ -1,0 +1,260 @@
+// The client against real etcd servers that ask who it is, by a password or by a certificate.
+#include <fmt/format.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <thread>
+
+#include "etcd/Channels.h"
+#include "etcd/Client.h"
+#include "rpc.grpc.pb.h"
+#include "support/Etcd.h"
+
+namespace Kelstore::Etcd {
+namespace {
+
+using namespace std::chrono_literals;
+using Support::EtcdCluster;
+using Support::Millis;
+using Support::waitUntil;
+
+// --- authentication
+
+class EtcdAuthTest : public testing::Test {
+ protected:
+  void start(const Support::Argv& arguments = {}) {
+    server = std::make_unique<EtcdCluster>(Support::EtcdOptions{.arguments = arguments});
+    for (const auto& command :
+         std::vector<Support::Argv>{{"user", "add", "root:rootpw"},
+                                    {"user", "grant-role", "root", "root"},
+                                    {"role", "add", "writer"},
+                                    {"role", "grant-permission", "writer", "readwrite", "trel/", "--prefix"},
+                                    {"user", "add", "trel:secret"},
+                                    {"user", "grant-role", "trel", "writer"},
+                                    {"auth", "enable"}}) {
+      if (command[1] == "grant-role" && command[2] == "root") server->tryCtl({"role", "add", "root"});
+      server->ctl(command);
+    }
+  }
+  Access login(const std::string& user, const std::string& password) {
+    Access access;
+    access.credentialsFile =
+        directory.write("login", fmt::format(R"({{"user": "{}", "password": "{}"}})", user, password));
+    chmod(access.credentialsFile.c_str(), 0600);
+    return access;
+  }
+
+  Support::TempDir directory;
+  std::unique_ptr<EtcdCluster> server;
+};
+
+TEST_F(EtcdAuthTest, UserMayDoWhatItsRoleSays_AndNothingElse) {
+  start();
+  Client client(server->endpoints(), login("trel", "secret"));
+  EXPECT_TRUE(client.put("trel/a", "1").ok());
+  absl::Status status = client.put("other/a", "1").status();
+  EXPECT_TRUE(absl::IsPermissionDenied(status)) << status;
+  EXPECT_EQ(status.message(), server->endpoint() + ": etcdserver: permission denied");
+  EXPECT_TRUE(client.put("trel/a", "2").ok());
+}
+
+TEST_F(EtcdAuthTest, WrongPassword_RefusedUntilTheFileIsMended) {
+  start();
+  Client client(server->endpoints(), login("trel", "wrong"));
+  absl::Status status = client.put("trel/a", "1").status();
+  EXPECT_TRUE(absl::IsUnauthenticated(status)) << status;
+  EXPECT_EQ(status.message(),
+            fmt::format("{}: user \"trel\" of {} was refused", server->endpoint(), directory.file("login")));
+  login("trel", "secret");
+  EXPECT_TRUE(client.put("trel/a", "1").ok());
+  chmod(directory.file("login").c_str(), 0644);
+  EXPECT_TRUE(client.put("trel/a", "2").ok());  // the token still holds
+  Client late(server->endpoints(), {.credentialsFile = directory.file("login")});
+  EXPECT_TRUE(absl::IsFailedPrecondition(late.put("trel/a", "3").status()));
+}
+
+TEST_F(EtcdAuthTest, NobodyIsAsked_CredentialsAreNotNeeded) {
+  EtcdCluster open;
+  Client client(open.endpoints(), login("trel", "secret"));
+  EXPECT_TRUE(client.put("trel/a", "1").ok());
+}
+
+TEST_F(EtcdAuthTest, AuthenticationIsEnabledMeanwhile_ClientAuthenticates) {
+  server = std::make_unique<EtcdCluster>();
+  Client client(server->endpoints(), login("root", "rootpw"));
+  Client without(server->endpoints(), {});
+  EXPECT_TRUE(client.put("trel/a", "1").ok());
+  EXPECT_TRUE(without.put("trel/a", "1").ok());
+  server->ctl({"user", "add", "root:rootpw"});
+  server->tryCtl({"role", "add", "root"});
+  server->ctl({"user", "grant-role", "root", "root"});
+  server->ctl({"auth", "enable"});
+  absl::StatusOr<int64_t> put = client.put("trel/a", "2");
+  EXPECT_TRUE(put.ok()) << put.status();
+  EXPECT_EQ(without.put("trel/a", "3").status().message(),
+            server->endpoint() + ": etcdserver: user name is empty");
+}
+
+// The token of the first call runs out after a second; that it did is seen by trying it.
+TEST_F(EtcdAuthTest, TokenRanOut_AnotherOneIsAskedFor) {
+  start({"--auth-token-ttl", "1"});
+  Access access = login("trel", "secret");
+  Client client(server->endpoints(), access);
+  EXPECT_TRUE(client.put("trel/a", "1").ok());
+  auto channel = makeChannel(server->endpoint(), access);
+  ASSERT_TRUE(channel.ok());
+  auto token = authenticate(server->endpoint(), *channel, access, std::chrono::system_clock::now() + 5s);
+  ASSERT_TRUE(token.ok()) << token.status();
+  ASSERT_NE(*token, "");
+  auto kv = etcdserverpb::KV::NewStub(*channel);
+  // Each use gives the token another second, so that it is left alone for longer and longer.
+  Millis pause = 1s;
+  bool refused = waitUntil(
+      [&] {
+        std::this_thread::sleep_for(pause);
+        pause += 500ms;
+        etcdserverpb::RangeRequest request;
+        request.set_key("trel/a");
+        etcdserverpb::RangeResponse response;
+        grpc::ClientContext context;
+        addMetadata(context, *token);
+        return tokenRefused(kv->Range(&context, request, &response));
+      },
+      20s);
+  ASSERT_TRUE(refused);
+  absl::StatusOr<int64_t> put = client.put("trel/a", "2");
+  ASSERT_TRUE(put.ok()) << put.status();
+  EXPECT_EQ(client.get("trel/a")->keyValues[0].value, "2");
+}
+
+TEST_F(EtcdAuthTest, ServerRestartsAndForgetsItsTokens_CallGoesThrough) {
+  start();
+  Client client(server->endpoints(), login("trel", "secret"));
+  ASSERT_TRUE(client.put("trel/a", "1").ok());
+  server->end(0);
+  server->start(0);
+  absl::StatusOr<int64_t> put = client.put("trel/a", "2");
+  EXPECT_TRUE(put.ok()) << put.status();
+}
+
+TEST_F(EtcdAuthTest, RolesChangeMeanwhile_CallGoesThrough) {
+  start();
+  Client client(server->endpoints(), login("trel", "secret"));
+  ASSERT_TRUE(client.put("trel/a", "1").ok());
+  server->ctl({"role", "grant-permission", "writer", "readwrite", "other/", "--prefix"}, "root:rootpw");
+  absl::StatusOr<int64_t> put = client.put("other/a", "2");
+  EXPECT_TRUE(put.ok()) << put.status();
+}
+
+// --- TLS
+
+class EtcdTlsTest : public testing::Test {
+ protected:
+  // A CA, and certificates of it for the server and for a client.
+  static void SetUpTestSuite() {
+    directory = std::make_unique<Support::TempDir>();
+    authority("ca");
+    authority("stranger");
+    certificate("server", "ca");
+    certificate("client", "ca");
+    certificate("intruder", "stranger");
+    Support::EtcdOptions options;
+    options.caFile = file("ca.pem");
+    options.certFile = file("server.pem");
+    options.keyFile = file("server.key");
+    server = std::make_unique<EtcdCluster>(options);
+  }
+  static void TearDownTestSuite() {
+    server.reset();
+    directory.reset();
+  }
+
+  static std::string file(const std::string& name) { return directory->file(name); }
+  static void openssl(Support::Argv arguments) {
+    arguments.insert(arguments.begin(), "openssl");
+    Support::Result result = Support::run(arguments);
+    ASSERT_EQ(result.status, 0) << result.err;
+  }
+  static void authority(const std::string& name) {
+    openssl({"req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1", "-nodes", "-days",
+             "2", "-subj", "/CN=" + name, "-keyout", file(name + ".key"), "-out", file(name + ".pem")});
+  }
+  static void certificate(const std::string& name, const std::string& authority) {
+    openssl({"req", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1", "-nodes", "-subj",
+             "/CN=" + name, "-addext", "subjectAltName=IP:127.0.0.1", "-keyout", file(name + ".key"), "-out",
+             file(name + ".csr")});
+    openssl({"x509", "-req", "-days", "2", "-in", file(name + ".csr"), "-copy_extensions", "copy", "-CA",
+             file(authority + ".pem"), "-CAkey", file(authority + ".key"), "-CAcreateserial", "-out",
+             file(name + ".pem")});
+  }
+  static Access access(const std::string& authority, const std::string& name) {
+    Access access;
+    access.caFile = file(authority + ".pem");
+    if (!name.empty()) {
+      access.certFile = file(name + ".pem");
+      access.keyFile = file(name + ".key");
+    }
+    return access;
+  }
+  static absl::StatusOr<int64_t> putWith(const Access& with) {
+    return Client(server->endpoints(), with, {.deadline = 3s}).put("k/a", "1");
+  }
+
+  static std::unique_ptr<Support::TempDir> directory;
+  static std::unique_ptr<EtcdCluster> server;
+};
+
+std::unique_ptr<Support::TempDir> EtcdTlsTest::directory;
+std::unique_ptr<EtcdCluster> EtcdTlsTest::server;
+
+TEST_F(EtcdTlsTest, BothSidesShowACertificateOfTheCa) {
+  absl::StatusOr<int64_t> put = putWith(access("ca", "client"));
+  EXPECT_TRUE(put.ok()) << put.status();
+}
+
+TEST_F(EtcdTlsTest, ServerOfAnotherCaIsNotTrusted) {
+  testing::internal::CaptureStderr();
+  absl::Status status = putWith(access("stranger", "client")).status();
+  EXPECT_TRUE(absl::IsUnavailable(status) || absl::IsDeadlineExceeded(status)) << status;
+  // Nor is it with the CAs of the system.
+  Access system = access("ca", "client");
+  system.caFile.clear();
+  EXPECT_FALSE(putWith(system).ok());
+  // The error is the caller's to show; nothing of it is written past the caller.
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+}
+
+TEST_F(EtcdTlsTest, ServerRefusesWhoHasNoCertificateOfItsCa) {
+  EXPECT_FALSE(putWith(access("ca", "")).ok());
+  EXPECT_FALSE(putWith(access("ca", "intruder")).ok());
+  EXPECT_FALSE(putWith({}).ok());
+}
+
+TEST_F(EtcdTlsTest, CertificateWithoutTheServersAddressIsNotTrusted) {
+  // The same server by a name that its certificate does not have.
+  std::string byName = "localhost" + server->endpoint().substr(server->endpoint().find(':'));
+  EXPECT_FALSE(Client({byName}, access("ca", "client"), {.deadline = 3s}).put("k/a", "1").ok());
+}
+
+TEST_F(EtcdTlsTest, FilesAreReadAgainForANewConnection) {
+  Support::TempDir own;
+  Access replaced = access("ca", "client");
+  replaced.certFile = own.write("cert.pem", Support::readFile(file("intruder.pem")));
+  replaced.keyFile = own.write("key.pem", Support::readFile(file("intruder.key")));
+  chmod(replaced.keyFile.c_str(), 0600);
+  Client client(server->endpoints(), replaced, {.deadline = 3s});
+  EXPECT_FALSE(client.put("k/a", "1").ok());
+  own.write("cert.pem", Support::readFile(file("client.pem")));
+  own.write("key.pem", Support::readFile(file("client.key")));
+  absl::StatusOr<int64_t> put = client.put("k/a", "1");
+  EXPECT_TRUE(put.ok()) << put.status();
+  own.write("key.pem", "no key");
+  EXPECT_TRUE(client.put("k/a", "2").ok());
+  Client late(server->endpoints(), replaced);
+  absl::Status status = late.put("k/a", "3").status();
+  EXPECT_TRUE(absl::IsFailedPrecondition(status)) << status;
+  EXPECT_EQ(status.message(), replaced.keyFile + ": expected a file in PEM format");
+}
+
+}  // namespace
+}  // namespace Kelstore::Etcd

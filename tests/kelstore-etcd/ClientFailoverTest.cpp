@@ -1,0 +1,133 @@
+// The client of several real etcd servers: some of them are dead, silent, cut off, or of another cluster.
+#include <gmock/gmock.h>
+
+#include <thread>
+
+#include "ClientFixture.h"
+#include "SilentServer.h"
+#include "support/Network.h"
+#include "support/Relay.h"
+
+namespace Kelstore::Etcd {
+namespace {
+
+using namespace std::chrono_literals;
+using Support::EtcdCluster;
+using Support::waitUntil;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+std::string deadEndpoint() { return fmt::format("127.0.0.1:{}", Support::freeTcpPort()); }
+
+TEST_F(EtcdClientTest, DeadEndpoints_TheNextOneAnswers_AndIsAskedFirstFromThenOn) {
+  std::string dead = deadEndpoint();
+  Client any({dead, deadEndpoint(), server->endpoint()}, {});
+  EXPECT_EQ(any.endpoint(), dead);
+  EXPECT_TRUE(any.put(key("a"), "1").ok());
+  EXPECT_EQ(any.endpoint(), server->endpoint());
+  EXPECT_TRUE(any.put(key("a"), "2").ok());
+}
+
+TEST_F(EtcdClientTest, NoEndpointAnswers_OneLineNamesEach) {
+  std::string first = deadEndpoint();
+  std::string second = deadEndpoint();
+  Client none({first, second}, {});
+  absl::Status status = none.put(key("a"), "1").status();
+  EXPECT_TRUE(absl::IsUnavailable(status)) << status;
+  std::string message(status.message());
+  EXPECT_THAT(message, StartsWith(first + ": "));
+  EXPECT_THAT(message, HasSubstr("; " + second + ": "));
+  EXPECT_THAT(message, HasSubstr("Connection refused"));
+  EXPECT_EQ(message.find('\n'), std::string::npos);
+}
+
+TEST_F(EtcdClientTest, EndpointThatIsBack_IsUsedAtOnce) {
+  uint16_t port = Support::freeTcpPort();
+  Client late({fmt::format("127.0.0.1:{}", port)}, {});
+  EXPECT_FALSE(late.get(key("a")).ok());
+  std::string url = fmt::format("http://127.0.0.1:{}", port);
+  Support::TempDir directory;
+  std::string peer = fmt::format("http://127.0.0.1:{}", Support::freeTcpPort());
+  Support::Process again({"etcd", "--data-dir", directory.file("data"), "--listen-client-urls", url,
+                          "--advertise-client-urls", url, "--listen-peer-urls", peer,
+                          "--initial-advertise-peer-urls", peer, "--initial-cluster", "default=" + peer});
+  EXPECT_TRUE(waitUntil([&] { return late.get(key("a")).ok(); }, 5s)) << again.err();
+}
+
+TEST_F(EtcdClientTest, EndpointTakesTheConnectionAndIsSilent_CallEndsAtItsDeadline) {
+  SilentServer silent;
+  Client waiting({silent.endpoint()}, {}, {.deadline = 300ms});
+  auto start = std::chrono::steady_clock::now();
+  absl::Status status = waiting.get(key("a")).status();
+  auto took = std::chrono::steady_clock::now() - start;
+  EXPECT_TRUE(absl::IsDeadlineExceeded(status)) << status;
+  EXPECT_EQ(status.message(), silent.endpoint() + ": no answer in time");
+  EXPECT_GE(took, 290ms);
+  EXPECT_LT(took, 3s);
+  EXPECT_TRUE(absl::IsDeadlineExceeded(waiting.keepAliveOnce(1).status()));
+}
+
+TEST_F(EtcdClientTest, SilentEndpointHoldsUpOnlyItsShareOfTheDeadline) {
+  SilentServer silent;
+  Client any({silent.endpoint(), server->endpoint()}, {}, {.deadline = 2s});
+  auto start = std::chrono::steady_clock::now();
+  EXPECT_TRUE(any.put(key("a"), "1").ok());
+  EXPECT_GE(std::chrono::steady_clock::now() - start, 990ms);
+  start = std::chrono::steady_clock::now();
+  EXPECT_TRUE(any.put(key("a"), "2").ok());
+  EXPECT_LT(std::chrono::steady_clock::now() - start, 900ms);
+}
+
+TEST(EtcdClientClusterTest, LeaderIsKilled_CallsGoOnAtTheOthers) {
+  EtcdCluster cluster({.nodes = 3});
+  Client client(cluster.endpoints(), {}, {.deadline = 10s});
+  ASSERT_TRUE(client.put("k/a", "1").ok());
+  cluster.end(cluster.leader());
+  // Until there is a new leader calls fail; they say so, and do not hang.
+  EXPECT_TRUE(waitUntil([&] { return client.put("k/b", "2").ok(); }, 20s));
+  EXPECT_THAT(texts(client.range({"k/", "k0"})), ElementsAre("k/a=1", "k/b=2"));
+}
+
+// The first server goes away in the middle of a listing, and the next one is of another cluster, whose
+// revision is as high.
+TEST(EtcdClientClusterTest, EndpointsOfDifferentClusters_NoListingMixesThem) {
+  EtcdCluster one;
+  EtcdCluster other;
+  for (const EtcdCluster* cluster : {&one, &other}) {
+    Client client(cluster->endpoints(), {});
+    std::vector<Op> ops;
+    for (int i = 0; i < 100; ++i) {
+      ops.push_back({.key = fmt::format("k/{:03}", i), .value = cluster == &one ? "one" : "other"});
+    }
+    ASSERT_TRUE(client.txn(ops).ok());
+  }
+  Support::Relay relay(Support::portOf(one.endpoint()));
+  Client client({relay.endpoint(), other.endpoint()}, {}, {.pageKeys = 1});
+  std::thread cutter([&] {
+    EXPECT_TRUE(waitUntil([&] { return relay.bytesBack() > 1000; }));
+    relay.cut();
+  });
+  absl::StatusOr<Listing> listing = client.range({"k/", "k0"});
+  cutter.join();
+  ASSERT_TRUE(listing.ok()) << listing.status();
+  EXPECT_EQ(listing->keyValues.size(), 100u);
+  for (const KeyValue& keyValue : listing->keyValues) EXPECT_EQ(keyValue.value, "other");
+}
+
+TEST(EtcdClientClusterTest, NodeIsIsolated_ItSaysThatItHasNoLeader) {
+  EtcdCluster cluster({.nodes = 3, .isolable = true});
+  Client client({cluster.endpoint(1)}, {}, {.deadline = 2s});
+  ASSERT_TRUE(client.put("k", "1").ok());
+  cluster.isolate(1);
+  EXPECT_TRUE(waitUntil([&] { return absl::IsUnavailable(client.get("k").status()); }, 20s));
+  EXPECT_THAT(std::string(client.get("k").status().message()), HasSubstr("no leader"));
+  Client elsewhere({cluster.endpoint(1), cluster.endpoint(0), cluster.endpoint(2)}, {});
+  EXPECT_TRUE(waitUntil([&] { return elsewhere.put("k", "2").ok(); }, 20s));
+  cluster.rejoin();
+  EXPECT_TRUE(waitUntil([&] { return client.get("k").ok(); }, 20s));
+  EXPECT_THAT(texts(client.get("k")), ElementsAre("k=2"));
+}
+
+}  // namespace
+}  // namespace Kelstore::Etcd
