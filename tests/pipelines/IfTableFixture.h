@@ -11,7 +11,7 @@ namespace TrelSnmp::Agent {
 using Lines = std::vector<std::string>;
 
 inline std::string line(int level, const std::string& text) {
-  return fmt::format("TrelSnmpIfTableSm/{} {}", level, text);
+  return TraceLog::line("TrelSnmpIfTableSm", level, text);
 }
 
 inline const std::string kFlattening =

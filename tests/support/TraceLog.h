@@ -21,7 +21,11 @@ class TraceLog final : public Lumalog::Sink {
   }
 
   void trace(std::string_view handle, int level, std::string_view text) override {
-    lines_.push_back(fmt::format("{}/{} {}", handle, level, text));
+    lines_.push_back(line(handle, level, text));
+  }
+  // A trace as lines() has it.
+  static std::string line(std::string_view handle, int level, std::string_view text) {
+    return fmt::format("{}/{} {}", handle, level, text);
   }
 
   // "<handle>/<level> <text>", in order.

@@ -1,0 +1,247 @@
+// Which rows of a pipeline stand: those of an earlier life are reconciled; changes are made from within its
+// own writes; and it pauses, is dropped or hands its rows over in the middle of them.
+#include "PipelineFrameworkFixture.h"
+
+namespace TrelSnmp::Agent {
+namespace {
+
+TEST_F(PipelineFramework, EmptyTableAtStart_NothingIsReconciled) {
+  world.reports("1", 2, State::reachable);
+  world.startAndDrain();
+  for (const std::string& l : traces.lines()) {
+    EXPECT_EQ(l.find("Deletion scan"), std::string::npos) << l;
+    EXPECT_EQ(l.find("reconciliation processing"), std::string::npos) << l;
+  }
+  EXPECT_EQ(Kor::attribute(*world.sm, "trelMibTrelReachabilityTableOutputSeen"), "0");
+}
+
+TEST_F(PipelineFramework, Reconciliation_YieldsWithABookmarkAndCountsItsWork) {
+  for (uint32_t i = 1; i <= 3; ++i) world.staleRow(i, 9, world.record(State::unknown));
+  world.reports("2", 9, State::reachable);
+  world.start();
+  auto task = world.sm->trelMibTrelReachabilityTableOutput().reconciliationTask();
+  ASSERT_NE(task, nullptr);
+  world.scheduler.drain();
+  // The first row is handled on the scan's task, which then hands over to the reconciliation's own.
+  size_t yields = traces.count(
+      line(9, "Yielding in reconciliation processing after processing 1 items, including 1 deletions ."));
+  EXPECT_EQ(yields, 1U);
+  EXPECT_EQ(
+      traces.count(
+          line(9, "Yielding in reconciliation processing after processing 1 items, including 0 deletions .")),
+      1U);
+  EXPECT_TRUE(traces.contains(line(
+      9, "Deletion scan for reconciliation is done, last task run processed 1 items, deleting 1 items.")));
+  EXPECT_EQ(task->workCount(), 3U);
+  EXPECT_EQ(world.rows(), "[ (2,9)=reachable ]");
+  EXPECT_EQ(world.sm->trelMibTrelReachabilityTableOutput().bookmark(), std::nullopt);
+  EXPECT_FALSE(world.sm->trelMibTrelReachabilityTableOutput().useBookmark());
+}
+
+TEST_F(PipelineFramework, BookmarkedRowDeletedMeanwhile_ReconciliationGoesOnBehindIt) {
+  for (uint32_t i = 1; i <= 4; ++i) world.staleRow(i, 9, world.record(State::unknown));
+  world.start();
+  const auto& output = world.sm->trelMibTrelReachabilityTableOutput();
+  while (!output.useBookmark()) ASSERT_TRUE(world.scheduler.step());
+  ASSERT_EQ(output.bookmark(), MemberIdPair(2, 9));
+  world.mib->trelReachabilityTableDel(MemberIdPair(2, 9));
+  world.scheduler.drain();
+  EXPECT_EQ(world.rows(), "[ ]");
+  EXPECT_TRUE(world.sm->ready());
+}
+
+TEST_F(PipelineFramework, RowWithdrawnWhileReconciling_StaysAway) {
+  world.staleRow(5, 6, world.record(State::unknown));
+  world.staleRow(1, 9, world.record(State::unknown));
+  world.reports("5", 6, State::reachable);
+  world.start();
+  const auto& output = world.sm->trelMibTrelReachabilityTableOutput();
+  while (!output.useBookmark()) ASSERT_TRUE(world.scheduler.step());
+  world.withdraws("5", 6);
+  world.scheduler.drain();
+  EXPECT_EQ(world.rows(), "[ ]");
+}
+
+TEST_F(PipelineFramework, SurvivingRowWithTheSameRecord_IsNeverTouched) {
+  auto record = world.record(State::reachable);
+  world.staleRow(1, 2, record);
+  world.reports("1", 2, record);
+  auto row = world.mib->trelReachabilityTable({1, 2});
+  size_t published = 0;
+  auto subscription = world.mib->publisher().subscribe([&](const TrelMib::Change&) { ++published; });
+  world.startAndDrain();
+  EXPECT_EQ(published, 0U);
+  EXPECT_EQ(world.mib->trelReachabilityTable({1, 2}), row);
+}
+
+TEST_F(PipelineFramework, SeenKeys_AreForgottenOnceReconciled) {
+  world.staleRow(1, 2, world.record(State::unknown));
+  world.reports("1", 2, State::reachable);
+  world.start();
+  const auto& output = world.sm->trelMibTrelReachabilityTableOutput();
+  bool filled = false;
+  world.scheduler.drain([&] { filled = filled || output.seenSize() > 0; });
+  EXPECT_EQ(output.seenSize(), 0U);
+  world.reports("1", 3, State::reachable);
+  EXPECT_EQ(output.seenSize(), 0U);
+  EXPECT_FALSE(output.reconciling());
+}
+
+TEST_F(PipelineFramework, ChangeInsideItsOwnWrite_NewerValueStands) {
+  world.reports("1", 2, State::reachable);
+  world.startAndDrain();
+  bool nested = false;
+  auto subscription = world.mib->publisher().subscribe([&](const TrelMib::Change& change) {
+    if (change.entry || std::exchange(nested, true)) return;
+    world.reports("1", 2, State::disabled);
+  });
+  world.reports("1", 2, State::unreachable);
+  EXPECT_TRUE(nested);
+  EXPECT_EQ(world.rows(), "[ (1,2)=disabled ]");
+}
+
+TEST_F(PipelineFramework, EntityReplacedInsideItsOwnDeletion_LastOneStands) {
+  world.reports("1", 2, State::reachable);
+  world.reports("1", 3, State::reachable);
+  world.startAndDrain();
+  bool nested = false;
+  auto last = Zavro::makePtr<Trel::ReachabilityStatus>("1");
+  last->reachabilityStatus().set(Trel::MemberId(2), world.record(State::initializing));
+  auto subscription = world.mib->publisher().subscribe([&](const TrelMib::Change& change) {
+    if (change.entry || std::exchange(nested, true)) return;
+    world.dir->entityPtrIs(last);
+  });
+  world.leaves("1");
+  EXPECT_EQ(world.rows(), "[ (1,2)=initializing ]");
+}
+
+TEST_F(PipelineFramework, EntityReplacedAgainWhileItsRowsGo_TheOneBetweenNeverHasRows) {
+  world.reports("1", 2, State::reachable);
+  world.start(Rvx::Mode::synchronous);
+  auto between = Zavro::makePtr<Trel::ReachabilityStatus>("1");
+  between->reachabilityStatus().set(Trel::MemberId(5), world.record(State::reachable));
+  auto last = Zavro::makePtr<Trel::ReachabilityStatus>("1");
+  last->reachabilityStatus().set(Trel::MemberId(2), world.record(State::initializing));
+  std::string published;
+  auto subscription = world.mib->publisher().subscribe([&](const TrelMib::Change& change) {
+    published += fmt::format("{}{} ", change.entry ? '+' : '-', std::get<MemberIdPair>(change.key).text());
+    if (!change.entry) world.dir->entityPtrIs(last);
+  });
+  world.dir->entityPtrIs(between);
+  EXPECT_EQ(published, "-(firstId=1, secondId=2) +(firstId=1, secondId=2) ");
+  EXPECT_EQ(world.rows(), "[ (1,2)=initializing ]");
+}
+
+TEST_F(PipelineFramework, DroppedInsideItsOwnWrite_EndsCleanly) {
+  world.reports("1", 2, State::reachable);
+  world.reports("1", 3, State::reachable);
+  world.start();
+  auto subscription = world.mib->publisher().subscribe([&](const TrelMib::Change&) { world.sm.reset(); });
+  world.scheduler.drain();
+  EXPECT_EQ(world.sm, nullptr);
+  EXPECT_EQ(world.rows(), "[ ]");
+  EXPECT_TRUE(world.scheduler.get()->tasks().empty());
+}
+
+TEST_F(PipelineFramework, MachineHeldBySomebody_ListensNoLongerOnceThePipelineIsGone) {
+  world.reports("1", 2, State::reachable);
+  world.startAndDrain();
+  Zavro::Ptr<TopMachine> held = world.sm->machines()[0];
+  world.sm.reset();
+  EXPECT_EQ(world.dir->entities().subscribers(), 0U);
+  world.reports("1", 3, State::reachable);
+  world.leaves("1");
+  EXPECT_EQ(world.rows(), "[ ]");
+}
+
+TEST_F(PipelineFramework, DroppedByWhatAnOperationByNameLedTo_EndsCleanly) {
+  const std::vector<std::pair<bool, const char*>> operations = {
+      {false, "doDeleteAll"}, {true, "doDeleteAll"}, {false, "doInputScan0"}};
+  for (auto [ofChild, operation] : operations) {
+    SCOPED_TRACE(fmt::format("{} of {}", operation, ofChild ? "a child" : "the machine"));
+    world.reports("1", 2, State::reachable);
+    world.reports("1", 3, State::reachable);
+    world.start();
+    while (!world.sm->initialScanDone() || world.rows() == "[ ]") ASSERT_TRUE(world.scheduler.step());
+    Zavro::Ptr<TopMachine> machine = world.sm->machines()[0];
+    auto child =
+        dynamic_cast<RivoCode::TrelSnmpReachabilityTableSm::ReachabilityDirSm0&>(*machine).child("1");
+    auto dropping = world.mib->publisher().subscribe([&](const TrelMib::Change&) { world.sm.reset(); });
+    Kor::invoke(ofChild ? static_cast<Kor::Object&>(*child) : *machine, operation);
+    EXPECT_EQ(world.sm, nullptr);
+    EXPECT_EQ(world.rows(), "[ ]");
+  }
+}
+
+TEST_F(PipelineFramework, TaskHeldBySomebody_DoesNothingOnceThePipelineIsGone) {
+  world.reports("1", 2, State::reachable);
+  world.staleRow(3, 4, world.record(State::reachable));
+  world.start();
+  using DirSm = RivoCode::TrelSnmpReachabilityTableSm::ReachabilityDirSm0;
+  Zavro::Ptr<Vem::Task> scan = dynamic_cast<DirSm&>(*world.sm->machines()[0]).task(0);
+  ASSERT_NE(scan, nullptr);
+  world.sm.reset();
+  scan->scheduleTask();
+  EXPECT_FALSE(world.scheduler.step());
+}
+
+TEST_F(PipelineFramework, SubscriberThrowsDuringConstruction_RowsStay) {
+  world.reports("1", 2, State::reachable);
+  world.reports("1", 3, State::reachable);
+  auto throwing = world.mib->publisher().subscribe([](const TrelMib::Change& change) {
+    if (std::get<MemberIdPair>(change.key).secondId() == 3) throw std::runtime_error("no");
+  });
+  EXPECT_THROW(world.makePipeline(Rvx::Mode::synchronous), std::runtime_error);
+  EXPECT_EQ(world.rows(), "[ (1,2)=reachable (1,3)=reachable ]");
+}
+
+TEST_F(PipelineFramework, DoDeleteAllBeforeTheInitialScanIsDone_LeavesTheTableToReconciliation) {
+  world.reports("1", 2, State::reachable);
+  world.staleRow(3, 4, world.record(State::reachable));
+  world.start();
+  Kor::invoke(*world.sm, "doDeleteAll");
+  EXPECT_EQ(world.rows(), "[ (3,4)=reachable ]");
+  world.scheduler.drain();
+  EXPECT_EQ(world.rows(), "[ (1,2)=reachable ]");
+}
+
+TEST_F(PipelineFramework, RowsHandedOver_NeitherActivationNorAnEventWritesAgain) {
+  world.reports("1", 2, State::reachable);
+  world.startAndDrain();
+  world.sm->rowsHandedOver();
+  world.reports("1", 3, State::reachable);
+  world.sm->hasNotificationActiveIs(false);
+  world.sm->hasNotificationActiveIs(true);
+  world.scheduler.drain();
+  EXPECT_TRUE(world.sm->paused());
+  EXPECT_EQ(world.rows(), "[ (1,2)=reachable ]");
+}
+
+TEST_F(PipelineFramework, RowsHandedOverWhileOneIsReplaced_TheNewOneIsNotWritten) {
+  world.reports("1", 2, State::reachable);
+  world.startAndDrain();
+  auto subscription =
+      world.mib->publisher().subscribe([&](const TrelMib::Change&) { world.sm->rowsHandedOver(); });
+  world.reports("1", 2, State::degraded);
+  EXPECT_EQ(world.rows(), "[ ]");
+}
+
+TEST_F(PipelineFramework, PausedByADeletionOfReconciliation_GoesOnFromThere) {
+  world.staleRow(2, 8, world.record(State::reachable));
+  world.staleRow(2, 9, world.record(State::reachable));
+  world.start();
+  auto pausing = world.mib->publisher().subscribe(
+      [&](const TrelMib::Change&) { world.sm->hasNotificationActiveIs(false); });
+  world.scheduler.neverYield();
+  world.scheduler.drain();
+  EXPECT_EQ(world.rows(), "[ (2,9)=reachable ]");
+  EXPECT_EQ(world.sm->trelMibTrelReachabilityTableOutput().bookmark(), MemberIdPair(2, 8));
+  pausing.reset();
+  world.sm->hasNotificationActiveIs(true);
+  world.scheduler.drain();
+  EXPECT_EQ(world.rows(), "[ ]");
+  EXPECT_TRUE(world.sm->ready());
+}
+
+}  // namespace
+}  // namespace TrelSnmp::Agent
