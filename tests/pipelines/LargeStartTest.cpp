@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "ReachabilityWorld.h"
+#include "Untraced.h"
 
 namespace TrelSnmp::Agent {
 namespace {
@@ -12,10 +13,10 @@ constexpr uint32_t kMembers = 255;
 
 // Members 1 to 255 report every neighbour 0 to 254: 65,025 live rows. As many stale rows stand under
 // neighbours that nobody reports; they are interleaved with the live ones in walk order.
-class LargeStart : public testing::Test {
+class LargeStart : public Untraced {
  protected:
   void SetUp() override {
-    Lumalog::levelIs("*", -1);
+    Untraced::SetUp();
     for (uint32_t member = 1; member <= kMembers; ++member) {
       auto entity = Zavro::makePtr<Trel::ReachabilityStatus>(std::to_string(member));
       for (uint32_t n = 0; n < kMembers; ++n) {
@@ -27,7 +28,6 @@ class LargeStart : public testing::Test {
       world.dir->entityPtrIs(entity);
     }
   }
-  void TearDown() override { Lumalog::levelsReset(); }
 
   ReachabilityWorld world;
 };

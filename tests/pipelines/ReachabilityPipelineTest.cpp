@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "ReachabilityWorld.h"
+#include "Untraced.h"
 #include "support/TraceLog.h"
 
 namespace TrelSnmp::Agent {
@@ -25,11 +26,8 @@ class Publications {
   Kor::Subscription subscription_;
 };
 
-class ReachabilityPipeline : public testing::Test {
+class ReachabilityPipeline : public Untraced {
  protected:
-  void SetUp() override { Lumalog::levelIs("*", -1); }
-  void TearDown() override { Lumalog::levelsReset(); }
-
   ReachabilityWorld world;
 };
 
