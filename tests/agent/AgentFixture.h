@@ -3,17 +3,11 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <net-snmp/net-snmp-config.h>
-// The order matters to net-snmp.
-#include <net-snmp/net-snmp-includes.h>
-// The agent's part builds on the library's.
-#include <net-snmp/agent/net-snmp-agent-includes.h>
-
-#include <cstdlib>
 
 #include "TrelSnmpAgent.h"
 #include "snmp/KelstoreUtil.h"
 #include "snmp/RegVoidCollByContext.h"
+#include "support/BareAgent.h"
 #include "support/DrivenScheduler.h"
 #include "support/TraceLog.h"
 #include "trel/Mode.h"
@@ -30,12 +24,7 @@ class AgentTest : public testing::Test {
   // would hide among that.
   static void SetUpTestSuite() {
     [[maybe_unused]] static const bool up = [] {
-      setenv("MIBS", "", 1);  // no MIB files are wanted, nor complaints about missing ones
-      netsnmp_ds_set_boolean(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_ROLE, 0);
-      netsnmp_ds_set_boolean(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_DONT_READ_CONFIGS, 1);
-      netsnmp_ds_set_boolean(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_DONT_PERSIST_STATE, 1);
-      init_agent("agent-test");
-      init_snmp("agent-test");
+      Support::startBareAgent("agent-test");
       return true;
     }();
   }

@@ -17,6 +17,7 @@
 #include <absl/container/flat_hash_map.h>
 #include <absl/container/flat_hash_set.h>
 
+#include <array>
 #include <deque>
 #include <map>
 #include <memory>
@@ -32,6 +33,8 @@ namespace Simulation {
 
 enum class PipelineId : uint8_t { ifTable, reachability, host, storage };
 inline constexpr size_t kPipelines = 4;
+inline constexpr std::array<PipelineId, kPipelines> kAllPipelines = {
+    PipelineId::ifTable, PipelineId::reachability, PipelineId::host, PipelineId::storage};
 const char* nameOf(PipelineId pipeline);
 // The level of the traces that tell of events.
 inline constexpr int kStatementLevel = 7;
