@@ -163,6 +163,10 @@ class EtcdFaultsTest : public testing::Test {
       throw std::runtime_error("it follows no node: " + follower().store().dump());
     return node;
   }
+  // Waits until the daemon listens to another node than that one.
+  static void isLeft(size_t node) {
+    EXPECT_TRUE(waitUntil([&] { return followed() != node; }, kNoticed));
+  }
   static testing::AssertionResult becomes(const std::string& state) {
     if (waitUntil([&] { return follower().state() == state; }, kNoticed)) return testing::AssertionSuccess();
     return testing::AssertionFailure() << follower().store();
@@ -219,6 +223,17 @@ class EtcdFaultsTest : public testing::Test {
     EXPECT_EQ(since("events") - since("dropped"), history.events);
     EXPECT_GT(history.revisions, 0);
   }
+  // The leader is so many nodes after the followed one.
+  void followedIsKilled(size_t leader) {
+    size_t node = followed();
+    cluster().leaderIs((node + leader) % cluster().size());
+    writes(10);
+    cluster().end(node);
+    isLeft(node);
+    writes(50);
+    cluster().start(node);
+    settlesWithoutALoss(kPrompt);
+  }
   // Since the tables were equal before that.
   int64_t relistsSince(int64_t before) const { return settledCounters_.at("relists") - before; }
 
@@ -236,33 +251,14 @@ TEST_F(EtcdFaultsTest, NoFault_EachRevisionIsAppliedOnce) {
   settlesWithoutALoss(kPrompt);
 }
 
-TEST_F(EtcdFaultsTest, LeaderIsKilled) {
-  size_t node = followed();
-  cluster().leaderIs(node);
-  writes(10);
-  cluster().end(node);
-  EXPECT_NE(followed(), node);
-  writes(50);
-  cluster().start(node);
-  settlesWithoutALoss(kPrompt);
-}
-
-TEST_F(EtcdFaultsTest, NodeThatIsFollowedIsKilled_AnotherLeads) {
-  size_t node = followed();
-  cluster().leaderIs((node + 1) % 3);
-  writes(10);
-  cluster().end(node);
-  EXPECT_NE(followed(), node);
-  writes(50);
-  cluster().start(node);
-  settlesWithoutALoss(kPrompt);
-}
+TEST_F(EtcdFaultsTest, LeaderIsKilled) { followedIsKilled(0); }
+TEST_F(EtcdFaultsTest, NodeThatIsFollowedIsKilled_AnotherLeads) { followedIsKilled(1); }
 
 // It is up and answers, but hears nothing of what the others decide.
 TEST_F(EtcdFaultsTest, NodeThatIsFollowedIsPartitionedFromTheOthers) {
   size_t node = followed();
   cluster().isolate(node);
-  EXPECT_TRUE(waitUntil([&] { return !follower().endpoint().empty() && followed() != node; }, kNoticed));
+  isLeft(node);
   writes(50);
   cluster().rejoin();
   settlesWithoutALoss(kPrompt, 2);
