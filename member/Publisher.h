@@ -32,13 +32,15 @@ namespace Member {
 class Publisher final {
  public:
   static constexpr uint64_t kLookAgainSeconds = 30;
+  static constexpr uint64_t kFirstRetryMs = 250;  // after a call failed; doubled each time
+  static constexpr uint64_t kLastRetryMs = 5000;  // up to this
 
   struct Settings {
     uint8_t member = 1;
     std::vector<std::string> interfaces;  // the configured ones
     uint32_t ttlSeconds = 15;
     uint32_t intervalSeconds = 1;
-    uint32_t seed = 1;  // of the delays, which no two members should share
+    Kelstore::Random random = Kelstore::unforeseenRandom();  // that varies the delays
   };
 
   // `published` is called on the loop when all that is to be said stands in the store, once. Io and clock
@@ -118,7 +120,7 @@ class Publisher final {
   std::unique_ptr<Kelstore::Io::Activity> nextRenewal_;
   bool renewing_ = false;
 
-  Backoff backoff_{settings_.seed};
+  Kelstore::Backoff backoff_{kFirstRetryMs, kLastRetryMs, settings_.random};
   std::optional<Trouble> trouble_;
   uint64_t troubleSinceNs_ = 0;
   std::string endpoint_;  // of which was told

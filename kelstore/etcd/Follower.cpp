@@ -24,8 +24,8 @@ const char* stateName(Follower::State state) {
   return "stale";
 }
 
-Follower::Follower(Settings settings, std::function<double()> random)
-    : settings_(std::move(settings)), random_(std::move(random)) {}
+Follower::Follower(Settings settings, Random random)
+    : settings_(std::move(settings)), backoff_(kFirstRetryMs, kLastRetryMs, std::move(random)) {}
 
 Follower::State Follower::state() const {
   if (phase_ == Phase::watching) return State::watching;
@@ -257,16 +257,14 @@ void Follower::lost(uint64_t nowMs, const std::string& error) {
 void Follower::forgetFailures(uint64_t nowMs) {
   if (phase_ != Phase::watching || nowMs - watchingSinceMs_ < kStableMs) return;
   failures_ = 0;
+  backoff_.reset();
   relistsInARow_ = 0;
 }
 
 // Other servers are tried almost at once; when none is left, time passes.
 uint64_t Follower::retryDelayMs() {
-  uint64_t rounds = ++failures_ / settings_.endpoints;
-  bool othersLeft = failures_ % settings_.endpoints != 0;
-  uint64_t longest =
-      othersLeft ? kFailoverMs : std::min(kLastRetryMs, kFirstRetryMs << std::min<uint64_t>(rounds - 1, 16));
-  return longest / 2 + static_cast<uint64_t>(random_() / 2 * static_cast<double>(longest));
+  bool othersLeft = ++failures_ % settings_.endpoints != 0;
+  return othersLeft ? backoff_.variedMs(kFailoverMs) : backoff_.nextMs();
 }
 
 void Follower::elapsed(uint64_t nowMs) {

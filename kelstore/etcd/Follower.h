@@ -15,13 +15,13 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <functional>
 #include <limits>
 #include <string>
 #include <utility>
 #include <variant>
 #include <vector>
 
+#include "Backoff.h"
 #include "KeyTable.h"
 #include "Messages.h"
 
@@ -82,8 +82,8 @@ class Follower {
   static constexpr uint64_t kResumedAuditMs = 2'000;  // after a watch was resumed, before the first audit
   static constexpr uint64_t kGraceMs = 3'000;         // for an event on its way to overtake the audit
 
-  // `random` yields numbers from 0 up to, not including, 1.
-  Follower(Settings settings, std::function<double()> random);
+  // `random` varies the delays.
+  Follower(Settings settings, Random random);
 
   // What happens. Requires: start() first, once.
   void start(uint64_t nowMs);
@@ -159,7 +159,7 @@ class Follower {
   void settleSuspects(uint64_t nowMs);
 
   Settings settings_;
-  std::function<double()> random_;
+  Backoff backoff_;
   std::vector<Command> commands_;
   std::vector<Batch> batches_;
 

@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <functional>
-#include <random>
 #include <utility>
 
 #include "Channels.h"
@@ -69,10 +68,9 @@ class Session::Impl {
       : settings_(settings),
         clock_(clock),
         keys_(Keys(settings.address.prefix).all()),
-        random_(std::random_device()()),
         follower_({keys_.first, settings.address.endpoints.size(), uint64_t{settings.holdSeconds} * 1000,
                    uint64_t{settings.auditSeconds} * 1000},
-                  [this] { return std::uniform_real_distribution<double>(0, 1)(random_); }),
+                  unforeseenRandom()),
         feed_(settings.address.endpoints, Keys(settings.address.prefix), settings.clearAfterHold, clock,
               handover) {}
 
@@ -357,7 +355,6 @@ class Session::Impl {
   const FollowSettings settings_;
   const Zavro::Clock& clock_;
   const KeyRange keys_;
-  std::mt19937 random_;
   Follower follower_;
   Feed feed_;
   bool stopping_ = false;

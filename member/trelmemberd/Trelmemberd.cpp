@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <csignal>
-#include <random>
 #include <stdexcept>
 
 #include "EtcdLeaseStore.h"
@@ -32,8 +31,7 @@ Etcd::Access accessOf(const AccessFiles& files) {
 }
 
 Publisher::Settings settingsOf(const Config& config) {
-  Publisher::Settings settings{
-      config.member, {}, config.ttlSeconds, config.intervalSeconds, std::random_device()()};
+  Publisher::Settings settings{config.member, {}, config.ttlSeconds, config.intervalSeconds};
   for (const NeighbourConfig& neighbour : config.neighbours) {
     settings.interfaces.push_back(neighbour.interface);
   }

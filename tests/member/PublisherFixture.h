@@ -19,10 +19,12 @@ inline const Kelstore::Path kLink{Kelstore::Kind::link, "1", "2"};
 // Of somebody else's lease.
 inline constexpr LeaseStore::Lease kOther = 7;
 
+inline const Kelstore::Random kRandom = [] { return 0.5; };
+
 class PublisherTest : public testing::Test {
  protected:
   void start() {
-    publisher_.emplace(Publisher::Settings{1, {"B1", "B2"}, 15, 1}, store_, io_, clock_,
+    publisher_.emplace(Publisher::Settings{1, {"B1", "B2"}, 15, 1, kRandom}, store_, io_, clock_,
                        [this] { ++published_; });
     say();
     pass(0);

@@ -25,7 +25,7 @@ TEST_F(PublisherTest, Start_EverythingIsWrittenInOneTransactionUnderOneLease) {
 }
 
 TEST_F(PublisherTest, NothingIsToBeSaidYet_NothingIsDone) {
-  publisher_.emplace(Publisher::Settings{1, {}, 15, 1}, store_, io_, clock_, [] {});
+  publisher_.emplace(Publisher::Settings{1, {}, 15, 1, kRandom}, store_, io_, clock_, [] {});
   pass(60 * kSecond);
   EXPECT_THAT(store_->calls, IsEmpty());
 }
@@ -159,25 +159,6 @@ TEST_F(PublisherTest, GoneWhileACallIsUnderWay_ItsAnswerHarmsNothing) {
   publisher_.reset();
   pass(60 * kSecond);
   EXPECT_EQ(store_->calls["renew"], 0);
-}
-
-TEST(BackoffTest, DelaysGrowToABoundAndVaryBelowIt) {
-  Backoff backoff(1);
-  std::set<uint64_t> delays;
-  for (uint64_t bound = Backoff::kFirstMs; bound < Backoff::kLastMs; bound *= 2) {
-    uint64_t delay = backoff.nextMs();
-    EXPECT_GE(delay, bound / 2);
-    EXPECT_LE(delay, bound);
-  }
-  for (int i = 0; i < 100; ++i) {
-    uint64_t delay = backoff.nextMs();
-    EXPECT_GE(delay, Backoff::kLastMs / 2);
-    EXPECT_LE(delay, Backoff::kLastMs);
-    delays.insert(delay);
-  }
-  EXPECT_GT(delays.size(), 50u);
-  backoff.reset();
-  EXPECT_LE(backoff.nextMs(), Backoff::kFirstMs);
 }
 
 }  // namespace
