@@ -9,6 +9,7 @@
 #include "ExampleState.h"
 #include "LinuxMachine.h"
 #include "LocalSource.h"
+#include "etcd/Address.h"
 #include "snmp/KelstoreUtil.h"
 #include "veldaTrelHostResourcesMIB.h"
 #include "veldaTrelMIB.h"
@@ -35,7 +36,7 @@ std::unique_ptr<Kelstore::Source> sourceFor(const std::string& state, const Opti
   if (state.starts_with(kFile)) {
     return std::make_unique<Kelstore::FileSource>(state.substr(kFile.size()), store, io, clock);
   }
-  if (state.starts_with(kEtcd)) {
+  if (state.starts_with(Kelstore::Etcd::kScheme)) {
     zavroAssert(etcd != nullptr);
     return etcd->make(state, options.etcd, store, io, clock);
   }

@@ -9,13 +9,12 @@
 #include "Io.h"
 #include "Source.h"
 #include "Store.h"
+#include "etcd/Access.h"
 
 namespace Host {
 
-inline constexpr std::string_view kEtcd = "etcd:";  // what such a source's name begins with
-
 struct EtcdOptions {
-  std::string caFile, certFile, keyFile, credentialsFile;  // empty: not used
+  Kelstore::Etcd::Access access;
   uint32_t holdSeconds = 300;
   bool clearAfterHold = false;
   uint32_t auditSeconds = 60;

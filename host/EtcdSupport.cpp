@@ -1,5 +1,7 @@
 #include "EtcdSupport.h"
 
+#include "etcd/AccessFiles.h"
+#include "etcd/Address.h"
 #include "etcd/EtcdSource.h"
 
 namespace Host {
@@ -7,22 +9,16 @@ namespace {
 
 namespace Etcd = Kelstore::Etcd;
 
-Etcd::Access accessOf(const EtcdOptions& options) {
-  return {options.caFile, options.certFile, options.keyFile, options.credentialsFile};
-}
-
-Etcd::Address addressOf(const std::string& name) { return Etcd::parseAddress(name.substr(kEtcd.size())); }
-
 }  // namespace
 
-void EtcdSupport::checkName(const std::string& name) const { addressOf(name); }
+void EtcdSupport::checkName(const std::string& name) const { Etcd::parseStore(name); }
 
-void EtcdSupport::checkFiles(const EtcdOptions& options) const { Etcd::checkAccess(accessOf(options)); }
+void EtcdSupport::checkFiles(const EtcdOptions& options) const { Etcd::checkAccess(options.access); }
 
 std::unique_ptr<Kelstore::Source> EtcdSupport::make(const std::string& name, const EtcdOptions& options,
                                                     Kelstore::Store& store, Kelstore::Io& io,
                                                     const Zavro::Clock& clock) const {
-  Etcd::FollowSettings settings{addressOf(name), accessOf(options), options.holdSeconds,
+  Etcd::FollowSettings settings{Etcd::parseStore(name), options.access, options.holdSeconds,
                                 options.clearAfterHold, options.auditSeconds};
   return std::make_unique<Etcd::EtcdSource>(name, settings, store, io, clock);
 }

@@ -8,7 +8,9 @@
 
 #include "CommandLine.h"
 #include "ControlProtocol.h"
+#include "LoggingOptions.h"
 #include "StateDirectory.h"
+#include "etcd/Address.h"
 
 namespace Host {
 namespace {
@@ -58,14 +60,7 @@ void describeEtcd(CLI::App& app, EtcdOptions& options) {
                              options.auditSeconds))
       ->type_name("SECONDS")
       ->check(CLI::Range(1U, kMaxAuditSeconds).description(""));
-  auto file = [&app](const char* name, std::string& path, const char* description) {
-    app.add_option(name, path, description)->type_name("FILE");
-  };
-  file("--etcd-ca", options.caFile, "Who signed the stores' certificates, PEM; makes it TLS");
-  file("--etcd-cert", options.certFile, "This host's certificate for them, PEM; needs --etcd-key");
-  file("--etcd-key", options.keyFile, "Its key, PEM, for its owner's eyes only");
-  file("--etcd-credentials", options.credentialsFile,
-       "User and password for the stores, {\"user\": ..., \"password\": ...}, for its owner's eyes only");
+  describeAccess(app, options.access);
 }
 
 void describe(CLI::App& app, Options& options, const EtcdSources* etcd) {
@@ -139,7 +134,7 @@ void checkSource(const std::string& source, const EtcdSources* etcd) {
   constexpr std::string_view kFile = "file:";
   if (source == "local" || source == "embedded") return;
   if (source.starts_with(kFile) && source.size() > kFile.size()) return;
-  if (source.starts_with(kEtcd)) {
+  if (source.starts_with(Kelstore::Etcd::kScheme)) {
     if (etcd == nullptr) throw std::invalid_argument("this program does not have the source \"etcd:\"");
     return etcd->checkName(source);
   }

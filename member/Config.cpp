@@ -268,10 +268,10 @@ void readAll(const json& document, const std::string& path, const CheckStore& ch
   fields.number("member", 0, 255, config.member, /*required=*/true);
   fields.text("store", "etcd:HOST:PORT[,HOST:PORT...]/PREFIX", checkStore, config.store, /*required=*/true);
   fields.object("access", [&](Fields& access) {
-    access.text("ca", "a path", checkPath, config.access.ca);
-    access.text("cert", "a path", checkPath, config.access.cert);
-    access.text("key", "a path", checkPath, config.access.key);
-    access.text("credentials", "a path", checkPath, config.access.credentials);
+    access.text("ca", "a path", checkPath, config.access.caFile);
+    access.text("cert", "a path", checkPath, config.access.certFile);
+    access.text("key", "a path", checkPath, config.access.keyFile);
+    access.text("credentials", "a path", checkPath, config.access.credentialsFile);
   });
   fields.number("ttl", 2, 3600, config.ttlSeconds);
   fields.number("interval", 1, 3600, config.intervalSeconds);

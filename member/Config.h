@@ -9,6 +9,7 @@
 
 #include "MachineFigures.h"
 #include "Reachability.h"
+#include "etcd/Access.h"
 
 namespace Member {
 
@@ -30,15 +31,10 @@ struct NeighbourConfig {
   uint32_t ifIndex = 0;
 };
 
-// Files, as the store's client takes them; empty: none.
-struct AccessFiles {
-  std::string ca, cert, key, credentials;
-};
-
 struct Config {
   uint8_t member = 0;
   std::string store;  // "etcd:HOST:PORT[,...]/PREFIX"
-  AccessFiles access;
+  Kelstore::Etcd::Access access;
   uint32_t ttlSeconds = 15;
   uint32_t intervalSeconds = 1;  // at most so often are changes written
   uint32_t figuresIntervalSeconds = MachineFigures::kDefaultIntervalSeconds;

@@ -22,18 +22,9 @@ namespace Etcd = Kelstore::Etcd;
 using Kelstore::Document;
 using Kelstore::Position;
 
-constexpr std::string_view kScheme = "etcd:";
 constexpr const char* kExpectedPath = "expected a path of the state, such as members/1/system";
 // etcd takes requests of up to 1.5 MiB.
 constexpr size_t kMaxTxnBytes = 1 << 20;
-
-Etcd::Address addressOf(const std::string& store) {
-  if (!store.starts_with(kScheme)) {
-    throw std::invalid_argument(
-        fmt::format("found \"{}\", expected {}HOST:PORT[,HOST:PORT...]/PREFIX", store, kScheme));
-  }
-  return Etcd::parseAddress(std::string_view(store).substr(kScheme.size()));
-}
 
 void say(const std::string& line) { fmt::print(stderr, "trelctl: {}\n", line); }
 
@@ -45,7 +36,9 @@ Answer orThrow(absl::StatusOr<Answer> answer) {
 
 struct Store {
   explicit Store(const StoreOptions& options)
-      : address(addressOf(options.store)), keys(address.prefix), client(address.endpoints, options.access) {}
+      : address(Etcd::parseStore(options.store)),
+        keys(address.prefix),
+        client(address.endpoints, options.access) {}
 
   Etcd::Address address;
   Etcd::Keys keys;
@@ -167,7 +160,7 @@ Values valuesOf(const std::string& file) {
 
 }  // namespace
 
-void checkStore(const std::string& store) { addressOf(store); }
+void checkStore(const std::string& store) { Etcd::parseStore(store); }
 
 void put(const StoreOptions& options, const std::string& path, const std::string& json) {
   Place place = placeOf(path);

@@ -2,13 +2,15 @@
 #include <fmt/format.h>
 #include <poll.h>
 
-#include <CLI/CLI.hpp>
+#include <algorithm>
 #include <chrono>
 #include <functional>
 
 #include "Client.h"
+#include "CommandLine.h"
 #include "Render.h"
 #include "StoreCommands.h"
+#include "etcd/AccessFiles.h"
 
 namespace {
 
@@ -16,7 +18,6 @@ using TrelCtl::Client;
 using TrelCtl::Json;
 
 constexpr int kFailed = 1;
-constexpr int kUsage = 2;
 constexpr int kRetryMs = 50;
 
 Json status(const std::string& path, int answerMs = Client::kAnswerMs) {
@@ -123,24 +124,9 @@ CLI::App* storeCommand(CLI::App& app, StoreCommand& command, const char* name, c
                    "The cluster's store: etcd:HOST:PORT[,HOST:PORT...]/PREFIX")
       ->type_name("STORE")
       ->required()
-      ->check(CLI::Validator(
-          [](std::string& store) {
-            try {
-              TrelCtl::checkStore(store);
-            } catch (const std::invalid_argument& error) {
-              return std::string(error.what());
-            }
-            return std::string();
-          },
-          ""));
+      ->check(Host::checking(TrelCtl::checkStore));
   Kelstore::Etcd::Access& access = command.options.access;
-  auto fileOption = [added](const char* option, std::string& target, const char* meaning) {
-    added->add_option(option, target, meaning)->type_name("FILE");
-  };
-  fileOption("--etcd-ca", access.caFile, "CA of the servers' certificates, PEM (default: the system's CAs)");
-  fileOption("--etcd-cert", access.certFile, "Certificate to show to the servers, PEM");
-  fileOption("--etcd-key", access.keyFile, "Key of that certificate, PEM");
-  fileOption("--etcd-credentials", access.credentialsFile, R"(User: {"user": "...", "password": "..."})");
+  Host::describeAccess(*added, access);
   added->callback([&access, run = std::move(run)] {
     try {
       Kelstore::Etcd::checkAccess(access);
@@ -225,18 +211,12 @@ int main(int argc, char** argv) {
   describe(app, command);
   describe(app, store);
   try {
-    app.parse(argc, argv);
-  } catch (const CLI::ParseError& error) {
-    if (error.get_exit_code() == 0) return app.exit(error);
-    std::string text = error.what();
-    fmt::print(stderr, "trelctl: {}\n", text.substr(0, text.find('\n')));
-    return kUsage;
+    return std::max(0, Host::parseCommandLine(app, argc, argv, [] {}));
   } catch (const TrelCtl::Unusable& error) {
     for (const std::string& line : error.lines()) fmt::print(stderr, "trelctl: {}\n", line);
-    return kUsage;
+    return Host::kUnusable;
   } catch (const std::exception& error) {
     fmt::print(stderr, "trelctl: {}\n", error.what());
     return kFailed;
   }
-  return 0;
 }

@@ -4,15 +4,8 @@
 
 #include <algorithm>
 
-#include "lumalog/Lumalog.h"
-
 namespace Host {
 namespace {
-
-LogTo logNamed(const std::string& name) {
-  if (name == "syslog") return LogTo::syslog;
-  return name == "journal" ? LogTo::journal : LogTo::standardError;
-}
 
 std::string firstLine(const std::string& text) { return text.substr(0, text.find('\n')); }
 
@@ -36,26 +29,18 @@ void oneOf(const std::string& text, const std::vector<std::string>& choices) {
   throw std::invalid_argument(fmt::format("found \"{}\", expected {}", text, fmt::join(choices, ", ")));
 }
 
-void describeLogging(CLI::App& app, LogOptions& options) {
-  app.add_option_function<std::vector<std::string>>(
-         "--trace",
-         [&options](const std::vector<std::string>& texts) {
-           for (const std::string& text : texts) {
-             for (auto& trace : parseTraces(text)) options.traces.push_back(std::move(trace));
-           }
-         },
-         fmt::format("Trace levels, 0 to {}, by trace handle; the handle * means every other one",
-                     Lumalog::kMaxLevel))
-      ->type_name("HANDLE/LEVEL[,...]")
-      ->allow_extra_args(false)
-      ->check(checking([](const std::string& text) { parseTraces(text); }));
-  app.add_option_function<std::string>(
-         "--log", [&options](const std::string& text) { options.to = logNamed(text); },
-         "Where log lines go (default: stderr)")
-      ->type_name("stderr|syslog|journal")
-      ->check(checking([](const std::string& text) {
-        oneOf(text, {"stderr", "syslog", "journal"});
-      }));
+void describeAccess(CLI::App& app, Kelstore::Etcd::Access& access) {
+  auto file = [&app](const char* name, std::string& path, const char* description) {
+    app.add_option(name, path, description)->type_name("FILE");
+  };
+  file("--etcd-ca", access.caFile,
+       "Who signed the servers' certificates, PEM; makes it TLS (default, with --etcd-cert: the system's "
+       "CAs)");
+  file("--etcd-cert", access.certFile,
+       "Certificate to show to the servers, PEM; makes it TLS; needs --etcd-key");
+  file("--etcd-key", access.keyFile, "Its key, PEM, for its owner's eyes only");
+  file("--etcd-credentials", access.credentialsFile,
+       "User and password, {\"user\": ..., \"password\": ...}, for its owner's eyes only");
 }
 
 int parseCommandLine(CLI::App& app, int argc, const char* const* argv, const std::function<void()>& check) {

@@ -1,4 +1,4 @@
-// What the command lines of the daemons have in common.
+// What the command lines of all programs have in common.
 #pragma once
 
 #include <CLI/CLI.hpp>
@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "Logging.h"
+#include "etcd/Access.h"
 
 namespace Host {
 
@@ -20,8 +20,9 @@ CLI::Validator checking(std::function<void(const std::string&)> check);
 // Throws std::invalid_argument unless the text is one of the choices.
 void oneOf(const std::string& text, const std::vector<std::string>& choices);
 
-// Adds --trace and --log, which set `options`; it outlives the parsing.
-void describeLogging(CLI::App& app, LogOptions& options);
+// Adds --etcd-ca, --etcd-cert, --etcd-key and --etcd-credentials, which set `access`; it outlives the
+// parsing.
+void describeAccess(CLI::App& app, Kelstore::Etcd::Access& access);
 
 // Takes the arguments, then calls `check`, which may throw CLI::ParseError as well. Returns -1 to go on, or
 // the exit status of a process that is to end at once: what is to be said has been written then, help and

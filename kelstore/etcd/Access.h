@@ -3,8 +3,6 @@
 // while a program runs.
 #pragma once
 
-#include <absl/status/statusor.h>
-
 #include <string>
 
 namespace Kelstore::Etcd {
@@ -22,23 +20,5 @@ struct Access {
 
   bool tls() const { return !caFile.empty() || !certFile.empty(); }
 };
-
-struct Credentials {
-  std::string user;
-  std::string password;
-};
-
-// Contents of the PEM files, empty where there is none.
-struct Certificates {
-  std::string ca, cert, key;
-};
-
-// Errors are one line that begins with the file's name; no content of a file is part of it.
-absl::StatusOr<Credentials> readCredentials(const Access& access);
-absl::StatusOr<Certificates> readCertificates(const Access& access);
-
-// For the start of a program: throws std::invalid_argument when one of the files cannot be used, or a
-// certificate has no key or a key no certificate.
-void checkAccess(const Access& access);
 
 }  // namespace Kelstore::Etcd

@@ -73,4 +73,9 @@ Address parseAddress(std::string_view text) {
   return address;
 }
 
+Address parseStore(std::string_view name) {
+  if (!name.starts_with(kScheme)) fail(name, fmt::format("{}{}", kScheme, kForm));
+  return parseAddress(name.substr(kScheme.size()));
+}
+
 }  // namespace Kelstore::Etcd

@@ -7,6 +7,8 @@
 
 namespace Kelstore::Etcd {
 
+inline constexpr std::string_view kScheme = "etcd:";  // what a store's name begins with
+
 struct Address {
   std::vector<std::string> endpoints;  // "host:port", "[::1]:port"; never empty
   std::string prefix;                  // not empty, does not end in "/"
@@ -20,5 +22,8 @@ struct Address {
 // `trel/members/1/system`, with `h:2379//trel` it is `/trel/members/1/system`. Throws std::invalid_argument,
 // which says what was found and what was expected.
 Address parseAddress(std::string_view text);
+
+// The same for `etcd:HOST:PORT[,HOST:PORT...]/PREFIX`.
+Address parseStore(std::string_view name);
 
 }  // namespace Kelstore::Etcd

@@ -9,7 +9,7 @@
 #include <memory>
 #include <string>
 
-#include "Access.h"
+#include "AccessFiles.h"
 
 namespace Kelstore::Etcd {
 

@@ -1,6 +1,7 @@
 #include "Options.h"
 
 #include "CommandLine.h"
+#include "LoggingOptions.h"
 
 namespace Member {
 namespace {

@@ -7,28 +7,13 @@
 
 #include "EtcdLeaseStore.h"
 #include "LinuxMachine.h"
-#include "etcd/Access.h"
+#include "etcd/AccessFiles.h"
 #include "etcd/Address.h"
 
 namespace Member {
 namespace {
 
 namespace Etcd = Kelstore::Etcd;
-
-constexpr std::string_view kEtcd = "etcd:";
-
-Etcd::Address addressOf(const std::string& store) {
-  if (!store.starts_with(kEtcd)) {
-    throw std::invalid_argument(
-        fmt::format("found \"{}\", expected etcd:HOST:PORT[,HOST:PORT...]/PREFIX", store));
-  }
-  return Etcd::parseAddress(std::string_view(store).substr(kEtcd.size()));
-}
-
-Etcd::Access accessOf(const AccessFiles& files) {
-  return {
-      .caFile = files.ca, .certFile = files.cert, .keyFile = files.key, .credentialsFile = files.credentials};
-}
 
 Publisher::Settings settingsOf(const Config& config) {
   Publisher::Settings settings{config.member, {}, config.ttlSeconds, config.intervalSeconds};
@@ -41,9 +26,9 @@ Publisher::Settings settingsOf(const Config& config) {
 }  // namespace
 
 ParsedConfig usableConfig(const std::string& path) {
-  ParsedConfig parsed = readConfig(path, [](const std::string& store) { addressOf(store); });
+  ParsedConfig parsed = readConfig(path, [](const std::string& store) { Etcd::parseStore(store); });
   try {
-    Etcd::checkAccess(accessOf(parsed.config.access));
+    Etcd::checkAccess(parsed.config.access);
   } catch (const std::invalid_argument& error) {
     parsed.errors.push_back(fmt::format("{}: access: {}", path, error.what()));
   }
@@ -52,7 +37,7 @@ ParsedConfig usableConfig(const std::string& path) {
 
 std::shared_ptr<LeaseStore> storeOf(const Config& config) {
   std::chrono::milliseconds patience(config.ttlSeconds * 1000 / 3);
-  return std::make_shared<EtcdLeaseStore>(addressOf(config.store), accessOf(config.access), patience);
+  return std::make_shared<EtcdLeaseStore>(Etcd::parseStore(config.store), config.access, patience);
 }
 
 Trelmemberd::Trelmemberd(const Config& config, const Zavro::Clock& clock, Host::Threads& threads)

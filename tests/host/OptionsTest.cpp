@@ -127,10 +127,10 @@ TEST(OptionsTest, Etcd_EveryOption) {
   EXPECT_EQ(etcd.holdSeconds, 0u);
   EXPECT_TRUE(etcd.clearAfterHold);
   EXPECT_EQ(etcd.auditSeconds, 86400u);
-  EXPECT_EQ(etcd.caFile, ca);
-  EXPECT_EQ(etcd.certFile, cert);
-  EXPECT_EQ(etcd.keyFile, key);
-  EXPECT_EQ(etcd.credentialsFile, credentials);
+  EXPECT_EQ(etcd.access.caFile, ca);
+  EXPECT_EQ(etcd.access.certFile, cert);
+  EXPECT_EQ(etcd.access.keyFile, key);
+  EXPECT_EQ(etcd.access.credentialsFile, credentials);
 }
 
 TEST(OptionsTest, Etcd_BadArguments_OneLineEach) {

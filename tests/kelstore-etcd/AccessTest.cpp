@@ -1,5 +1,5 @@
 // Files with certificates and credentials: what is taken, and the line that anything else gets.
-#include "etcd/Access.h"
+#include "etcd/AccessFiles.h"
 
 #include <gmock/gmock.h>
 #include <sys/stat.h>

@@ -1,6 +1,7 @@
 // Where a store is: every form that is taken, and the line that anything else gets.
 #include "etcd/Address.h"
 
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 
 #include <stdexcept>
@@ -68,6 +69,15 @@ TEST(EtcdAddressTest, PortsAreNumbersFrom1To65535) {
               std::string("found \"h:") + port + "\", expected HOST:PORT with a port of 1 to 65535");
   }
   EXPECT_EQ(fault("h:65535/p"), "nothing");
+}
+
+TEST(EtcdAddressTest, AStoresNameBeginsWithItsScheme) {
+  EXPECT_EQ(parseStore("etcd:h:1,i:2//p").text(), "h:1,i:2//p");
+  for (const char* name : {"", "h:1/p", "etcd", "ETCD:h:1/p", "file:/x", " etcd:h:1/p"}) {
+    EXPECT_EQ(thrown<std::invalid_argument>([&] { parseStore(name); }),
+              fmt::format("found \"{}\", expected etcd:HOST:PORT[,HOST:PORT...]/PREFIX", name));
+  }
+  EXPECT_EQ(thrown<std::invalid_argument>([] { parseStore("etcd:h/p"); }), "found \"h\", expected HOST:PORT");
 }
 
 }  // namespace

@@ -72,7 +72,9 @@ TEST(ConfigTest, EveryMember_IsTaken) {
   EXPECT_THAT(result.errors, IsEmpty());
   EXPECT_THAT(result.warnings, IsEmpty());
   const Config& config = result.config;
-  EXPECT_EQ(config.access.ca + config.access.cert + config.access.key + config.access.credentials, "abcd");
+  EXPECT_EQ(
+      config.access.caFile + config.access.certFile + config.access.keyFile + config.access.credentialsFile,
+      "abcd");
   EXPECT_EQ(config.ttlSeconds, 7u);
   EXPECT_EQ(config.intervalSeconds, 2u);
   EXPECT_EQ(config.figuresIntervalSeconds, 9u);

@@ -1,4 +1,4 @@
-#include "Access.h"
+#include "AccessFiles.h"
 
 #include <fcntl.h>
 #include <fmt/format.h>
