@@ -1,9 +1,7 @@
 // trelsnmpd.
 #include <fmt/format.h>
-#include <unistd.h>
 
-#include <chrono>
-
+#include "CommandLine.h"
 #include "Daemon.h"
 #include "EtcdSupport.h"
 #include "Logging.h"
@@ -14,8 +12,6 @@
 
 namespace {
 
-constexpr std::chrono::milliseconds kEndingPatience(500);
-
 int serve(const Host::Options& options, const Host::EtcdSources& etcd, Host::Threads& threads) {
   Host::Logging logging("trelsnmpd", options.log);
   if (!options.toggles.empty()) Toggles::fileIs("TrelCore.json", options.toggles);
@@ -25,7 +21,7 @@ int serve(const Host::Options& options, const Host::EtcdSources& etcd, Host::Thr
   Host::Daemon daemon(options, &etcd, clock, threads);
   if (!daemon.error().empty()) {
     fmt::print(stderr, "trelsnmpd: {}\n", daemon.error());
-    return 2;
+    return Host::kUnusable;
   }
   daemon.run();
   return 0;
@@ -39,8 +35,5 @@ int main(int argc, char** argv) {
   if (exitCode >= 0) return exitCode;
 
   Host::Threads threads;
-  int status = serve(options, etcd, threads);
-  // What is being written comes to its end; a file or a mount that hangs does not hold it up for long.
-  if (threads.busyFor(kEndingPatience)) _exit(status);
-  return status;
+  return threads.exitStatus(serve(options, etcd, threads));
 }

@@ -1,9 +1,16 @@
 #include "Threads.h"
 
+#include <unistd.h>
+
 #include <system_error>
 #include <thread>
 
 namespace Host {
+namespace {
+
+constexpr std::chrono::milliseconds kEndingPatience(500);
+
+}  // namespace
 
 bool Threads::run(const std::function<void()>& work) {
   underWay_->begins();
@@ -23,6 +30,11 @@ bool Threads::run(const std::function<void()>& work) {
 bool Threads::busyFor(std::chrono::milliseconds time) const {
   std::unique_lock lock(underWay_->mutex);
   return !underWay_->none.wait_for(lock, time, [this] { return underWay_->count == 0; });
+}
+
+int Threads::exitStatus(int status) const {
+  if (busyFor(kEndingPatience)) _exit(status);
+  return status;
 }
 
 void Threads::UnderWay::begins() {

@@ -21,6 +21,9 @@ class Threads {
   bool busy() const { return busyFor(std::chrono::milliseconds(0)); }
   // The same after such a time, or false as soon as the last work is done.
   bool busyFor(std::chrono::milliseconds time) const;
+  // What main() is to return, once the work under way has come to its end. Work that hangs does not hold up
+  // the end for long: the process ends here then.
+  int exitStatus(int status) const;
 
  private:
   struct UnderWay {

@@ -1,8 +1,5 @@
 // trelmemberd.
 #include <fmt/format.h>
-#include <unistd.h>
-
-#include <chrono>
 #include <csignal>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -19,8 +16,6 @@
 #include "zavro/Clock.h"
 
 namespace {
-
-constexpr std::chrono::milliseconds kEndingPatience(500);
 
 const Lumalog::Handle traceHandle("Member");
 
@@ -68,8 +63,5 @@ int main(int argc, char** argv) {
   if (options.mappings) return printMappings(parsed.config);
 
   Host::Threads threads;
-  int status = publish(options, parsed, threads);
-  // An echo, or a call of a store that does not answer, does not hold up the end for long.
-  if (threads.busyFor(kEndingPatience)) _exit(status);
-  return status;
+  return threads.exitStatus(publish(options, parsed, threads));
 }
