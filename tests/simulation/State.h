@@ -95,6 +95,12 @@ class State {
   uint32_t lastSerial_ = 0;
 };
 
+// The entity as one of the type, if it is of that very type; null otherwise.
+template <class Type>
+Type* typed(const Zavro::Ptr<Kor::Entity>& entity) {
+  return entity && &entity->korType() == &Type::type() ? static_cast<Type*>(entity.get()) : nullptr;
+}
+
 // What the directory holds under the key, if it is of the type; null otherwise.
 const State::Reach* reachAt(const Kor::Dir& dir, std::string_view key);
 const State::Host* hostAt(const Kor::Dir& dir, std::string_view key);
