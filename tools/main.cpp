@@ -193,8 +193,8 @@ void describe(CLI::App& app, Command& command) {
   tablesCommand->add_flag("--json", command.json, "Print one JSON object: table name to list of rows");
   tablesCommand->callback([&command] { command.runTables(); });
 
-  auto* waitCommand = app.add_subcommand(
-      "wait", "Return once the daemon runs, has read its sources and serves all of the cluster");
+  auto* waitCommand =
+      app.add_subcommand("wait", "Return once the daemon runs and serves all that its sources say");
   waitCommand->add_option("--timeout", command.timeoutSeconds, "Seconds to wait at most (default: 10)")
       ->type_name("S")
       ->check(CLI::Range(0.0, 1e6).description(""));

@@ -34,6 +34,7 @@ EtcdSource::~EtcdSource() {
 void EtcdSource::start() {
   patience_ = io_.after(kPatienceMs, [this] {
     settled_ = true;
+    outOfPatienceUtcNs_ = clock_.utcNs();
     store_.settledIs(layer_);
   });
   startThread();
@@ -69,6 +70,8 @@ SourceStatus EtcdSource::status() const {
   SourceStatus status;
   StoreStatus store = handover_.status();
   store.mirroredRevision = mirrored() ? taken_ : mirrored_;
+  bool listed = store.revision != 0;
+  if (!listed && store.staleSinceUtcNs == 0) store.staleSinceUtcNs = outOfPatienceUtcNs_;
   status.name = name_;
   status.paths = store_.snapshot(layer_)->size();
   status.lastChangeUtcNs = lastChangeUtcNs_;
@@ -80,10 +83,12 @@ SourceStatus EtcdSource::status() const {
   } else if (store.setAside != 0) {
     status.state = State::partial;
   } else {
-    status.state = store.revision == 0 ? State::loading : State::current;
+    status.state = listed ? State::current : State::loading;
   }
   if (status.state == State::stale || status.state == State::held || status.state == State::loading) {
     status.error = store.lastError;
+    if (status.state == State::stale && status.error.empty())
+      status.error = "its keys have not been read yet";
   } else if (!store.examples.empty()) {
     status.error = "key " + store.examples.front().key + ": " + store.examples.front().error;
   }

@@ -3,7 +3,8 @@
 // much it is.
 //
 // It settles once all keys were listed, or every server was tried in vain, or some time has passed: a store
-// that is out of reach keeps no other source waiting, as a file that is missing does not.
+// that is out of reach keeps no other source waiting, as a file that is missing does not. Until it is listed
+// it counts as stale then.
 #pragma once
 
 #include <memory>
@@ -46,6 +47,7 @@ class EtcdSource final : public Source {
   const Zavro::Clock& clock_;
   Store::Layer layer_;
   bool settled_ = false;
+  uint64_t outOfPatienceUtcNs_ = 0;  // 0: it settled before
   uint64_t lastChangeUtcNs_ = 0;
   int64_t taken_ = 0;     // revision that the store was given
   int64_t mirrored_ = 0;  // the one before, once it was mirrored

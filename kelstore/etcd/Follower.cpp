@@ -51,8 +51,16 @@ void Follower::connect(uint64_t nowMs) {
   readPage(nowMs, settings_.prefix, 0, pageSize_.keys);
 }
 
+// With a page. A server that is silent must not keep those behind it from being heard first; should all of
+// them be slow, each has more time in the next round.
+uint64_t Follower::patienceMs() const {
+  if (complete_ || answered_ || settings_.endpoints == 1) return kAnswerMs;
+  uint64_t rounds = std::min<uint64_t>(failures_ / settings_.endpoints, 10);
+  return std::min(kAnswerMs, kFirstAnswerMs << rounds);
+}
+
 void Follower::readPage(uint64_t nowMs, std::string from, int64_t revision, int64_t limit) {
-  answerByMs_ = nowMs + kAnswerMs;
+  answerByMs_ = nowMs + patienceMs();
   page_ = ++pages_;
   commands_.emplace_back(ReadPage{std::move(from), revision, limit, page_});
 }
@@ -242,6 +250,7 @@ void Follower::lost(uint64_t nowMs, const std::string& error) {
   forgetFailures(nowMs);
   if (complete_ && lostSinceMs_ == kNever) lostSinceMs_ = nowMs;
   lastError_ = error;
+  ++triedInVain_;
   phase_ = Phase::waiting;
   answerByMs_ = kNever;
   listing_.clear();
@@ -271,9 +280,12 @@ void Follower::elapsed(uint64_t nowMs) {
   if (lostSinceMs_ != kNever && nowMs - lostSinceMs_ >= settings_.holdMs) stale_ = true;
   if (nowMs >= retryAtMs_) return connect(nowMs);
   if (nowMs >= answerByMs_) {
-    std::string error = "no answer for " + std::to_string(kAnswerMs / 1000) + " s";
-    if (auditPageAsked_ || phase_ == Phase::listing) return pageFailed(nowMs, page_, false, error);
-    return lost(nowMs, error);
+    uint64_t patience = patienceMs();
+    std::string error = "no answer for " + std::to_string(patience / 1000) + " s";
+    if (!auditPageAsked_ && phase_ != Phase::listing) return lost(nowMs, error);
+    pageFailed(nowMs, page_, false, error);
+    if (patience < kAnswerMs) triedInVain_ = 0;
+    return;
   }
   if (phase_ != Phase::watching) return;
   if (nowMs - watchHeardMs_ >= kSilenceMs) {

@@ -69,13 +69,15 @@ class Follower {
   };
 
   static constexpr uint64_t kNever = std::numeric_limits<uint64_t>::max();
-  static constexpr uint64_t kAnswerMs = 10'000;     // patience with an answer
-  static constexpr uint64_t kQuietMs = 5'000;       // without a word on the watch: ask for one
-  static constexpr uint64_t kSilenceMs = 30'000;    // without a word on the watch: it is lost
-  static constexpr uint64_t kFailoverMs = 50;       // before the next server is tried
-  static constexpr uint64_t kFirstRetryMs = 250;    // when all were tried; doubled each time
-  static constexpr uint64_t kLastRetryMs = 10'000;  // up to this
-  static constexpr uint64_t kStableMs = 10'000;     // a watch that lasted so long starts these anew
+  static constexpr uint64_t kAnswerMs = 10'000;      // patience with an answer
+  static constexpr uint64_t kFirstAnswerMs = 1'000;  // while nothing is known, and other servers may answer;
+                                                     // doubled each time that all were tried
+  static constexpr uint64_t kQuietMs = 5'000;        // without a word on the watch: ask for one
+  static constexpr uint64_t kSilenceMs = 30'000;     // without a word on the watch: it is lost
+  static constexpr uint64_t kFailoverMs = 50;        // before the next server is tried
+  static constexpr uint64_t kFirstRetryMs = 250;     // when all were tried; doubled each time
+  static constexpr uint64_t kLastRetryMs = 10'000;   // up to this
+  static constexpr uint64_t kStableMs = 10'000;      // a watch that lasted so long starts these anew
   static constexpr int64_t kPageKeys = 1000;
   static constexpr int64_t kAuditPageKeys = 500;
   static constexpr uint64_t kAuditPauseMs = 50;       // between two pages
@@ -105,8 +107,8 @@ class Follower {
 
   State state() const;
   bool complete() const { return complete_; }  // all keys have been listed once
-  // Every server was tried once, in vain; nothing is known yet.
-  bool unreached() const { return !complete_ && failures_ >= settings_.endpoints; }
+  // Every server was tried in vain, none of them left before its time; nothing is known yet.
+  bool unreached() const { return !complete_ && triedInVain_ >= settings_.endpoints; }
   // Whether it listens to a server, or reads from it.
   bool connected() const { return phase_ == Phase::watching || (phase_ != Phase::waiting && answered_); }
   size_t endpoint() const { return endpoint_; }      // that it turns to
@@ -136,6 +138,7 @@ class Follower {
   };
 
   void connect(uint64_t nowMs);
+  uint64_t patienceMs() const;
   void readPage(uint64_t nowMs, std::string from, int64_t revision, int64_t limit);
   void openWatch(uint64_t nowMs);
   void listed(uint64_t nowMs, Page page);
@@ -169,7 +172,8 @@ class Follower {
   bool answered_ = false;  // the listing under way has its first page
   bool stale_ = false;
   size_t endpoint_ = 0;
-  uint64_t failures_ = 0;  // in a row
+  uint64_t failures_ = 0;     // in a row
+  uint64_t triedInVain_ = 0;  // the same, since a server was left that may only be slow
   uint64_t relistsInARow_ = 0;
   uint64_t retryAtMs_ = kNever;
   uint64_t answerByMs_ = kNever;   // of the page or the watch that was asked for

@@ -12,6 +12,7 @@
 #include "kelstore/World.h"
 #include "support/Etcd.h"
 #include "support/Network.h"
+#include "support/Relay.h"
 #include "support/TempDir.h"
 #include "support/WaitUntil.h"
 
@@ -132,11 +133,40 @@ TEST_F(EtcdSourceTest, ServerAcceptsAndNeverAnswers_ItSettlesAfterAWhile) {
   EXPECT_FALSE(world_.store.idle());
   io_.advance(EtcdSource::kPatienceMs);
   EXPECT_TRUE(world_.store.idle());
-  EXPECT_EQ(status().state, State::loading);
+  EXPECT_EQ(status().state, State::stale);
+  EXPECT_EQ(status().staleSinceUtcNs, status().store->staleSinceUtcNs);
+  EXPECT_EQ(status().error, "its keys have not been read yet");
   // And it ends at once.
   auto begin = std::chrono::steady_clock::now();
   source_.reset();
   EXPECT_LT(std::chrono::steady_clock::now() - begin, 1s);
+}
+
+// Each of them was listened to for five seconds, and by then the daemon was ready with nothing.
+TEST_F(EtcdSourceTest, TwoServersAreSilent_TheThirdIsHeardBeforePatienceEnds) {
+  SilentServer first;
+  SilentServer second;
+  Support::EtcdCluster etcd;
+  put(etcd, "p/interfaces/a", ifIndex(1));
+  auto begin = std::chrono::steady_clock::now();
+  start(first.endpoint() + "," + second.endpoint() + "," + etcd.endpoint());
+  EXPECT_TRUE(untilIndex(1));
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, Support::Millis(EtcdSource::kPatienceMs));
+}
+
+TEST_F(EtcdSourceTest, ServerIsHeardAfterPatienceEnded_ItIsStaleNoLonger) {
+  Support::EtcdCluster etcd;
+  put(etcd, "p/interfaces/a", ifIndex(1));
+  Support::Relay relay(Support::portOf(etcd.endpoint()));
+  relay.freeze();
+  start(relay.endpoint());
+  io_.advance(EtcdSource::kPatienceMs);
+  EXPECT_EQ(status().state, State::stale);
+  relay.heal();
+  ASSERT_TRUE(untilIndex(1));
+  EXPECT_EQ(status().state, State::current);
+  EXPECT_EQ(status().staleSinceUtcNs, 0u);
+  EXPECT_EQ(status().store->staleSinceUtcNs, 0u);
 }
 
 TEST_F(EtcdSourceTest, ServerIsGone_TheStateIsHeld_ThenStale_AndFollowedAgain) {

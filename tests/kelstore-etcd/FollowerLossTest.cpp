@@ -298,5 +298,59 @@ TEST_F(ThreeServersTest, ListingGoesOnAtTheNextServer) {
   EXPECT_EQ(follower_.endpoint(), 1u);
 }
 
+// How long each of so many servers in turn is listened to in vain, in seconds.
+std::vector<double> patience(Follower& follower, uint64_t now, int servers) {
+  std::vector<double> seconds;
+  follower.start(now);
+  for (int i = 0; i < servers; ++i) {
+    uint64_t asked = now;
+    while (follower.pageAsked() != 0) follower.elapsed(now = follower.wakeAtMs());
+    seconds.push_back(static_cast<double>(now - asked) / 1000);
+    while (follower.pageAsked() == 0) follower.elapsed(now = follower.wakeAtMs());
+  }
+  return seconds;
+}
+
+// Each silent server took ten seconds, while the one behind it was well.
+TEST_F(ThreeServersTest, NothingIsKnownYet_SilentServersAreLeftSoon_ButGivenMoreTimeInEachRound) {
+  EXPECT_THAT(patience(follower_, now_, 15), ElementsAre(1, 1, 1, 2, 2, 2, 4, 4, 4, 8, 8, 8, 10, 10, 10));
+}
+
+TEST_F(FollowerTest, NothingIsKnownYet_TheOnlyServerHasAllTheTime) {
+  EXPECT_THAT(patience(follower_, now_, 2), ElementsAre(10, 10));
+}
+
+TEST_F(ThreeServersTest, ServerThatBeganToAnswer_HasAllTheTime) {
+  follower_.start(now_);
+  page(at(10), {record("p/a", "1", 3)}, true);
+  commands();
+  advance(Follower::kAnswerMs - 1);
+  EXPECT_THAT(commands(), IsEmpty());
+}
+
+TEST_F(ThreeServersTest, SomethingIsKnown_SilentServersHaveAllTheTime) {
+  watching();
+  follower_.lost(now_, "broken");
+  advance(follower_.wakeAtMs() - now_);
+  EXPECT_EQ(commands().back(), "read p/ at 10 x1");
+  advance(Follower::kAnswerMs - 1);
+  EXPECT_THAT(commands(), IsEmpty());
+}
+
+// A server that is slow is not out of reach: it is asked again.
+TEST_F(ThreeServersTest, ServersAreLeftBeforeTheirTime_TheyWereNotTriedInVain) {
+  follower_.start(now_);
+  while (follower_.endpoint() != 2) advance(1);
+  advance(Follower::kFailoverMs);
+  follower_.lost(now_, "refused");
+  EXPECT_FALSE(follower_.unreached());
+  advance(Follower::kFirstRetryMs);
+  for (int i = 0; i < 2; ++i) {
+    follower_.lost(now_, "refused");
+    EXPECT_EQ(follower_.unreached(), i == 1);
+    advance(Follower::kFailoverMs);
+  }
+}
+
 }  // namespace
 }  // namespace Kelstore::Etcd
