@@ -42,6 +42,7 @@ Feed::Feed(std::vector<std::string> endpoints, Keys keys, bool clearWhenStale, c
 void Feed::follow(Follower& follower) {
   for (Batch& batch : follower.takeBatches()) take(std::move(batch));
   noteState(follower);
+  noteAudits(follower);
   for (Line& line : decoder_.takeLines()) lines_.push_back(std::move(line));
   bool settles = !settled_ && (follower.complete() || follower.unreached());
   settled_ |= settles;
@@ -113,7 +114,17 @@ void Feed::noteState(const Follower& follower) {
                                       : "out of reach for too long: what it said last is stale");
     if (clearWhenStale_) visibleIs(false);
   }
-  uint64_t repaired = follower.counters().repairs - std::exchange(repairs_, follower.counters().repairs);
+}
+
+void Feed::noteAudits(const Follower& follower) {
+  const Follower::Counters before = std::exchange(counted_, follower.counters());
+  if (counted_.auditFailures != before.auditFailures && !std::exchange(auditsFail_, true)) {
+    tell(kErrorLevel, "the audit failed: " + follower.lastError());
+  }
+  if (counted_.audits != before.audits && std::exchange(auditsFail_, false)) {
+    tell(kNewsLevel, "audits work again");
+  }
+  uint64_t repaired = counted_.repairs - before.repairs;
   if (repaired != 0) {
     tell(kErrorLevel,
          fmt::format("the audit found {} keys that differed from the store, and repaired them", repaired));
@@ -135,6 +146,7 @@ StoreStatus Feed::statusOf(const Follower& follower) const {
                      {"events", counters.events},
                      {"dropped", counters.dropped},
                      {"audits", counters.audits},
+                     {"auditFailures", counters.auditFailures},
                      {"repairs", counters.repairs},
                      {"relists", counters.relists},
                      {"reconnections", counters.reconnections}};

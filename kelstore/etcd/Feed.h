@@ -46,6 +46,7 @@ class Feed {
   void visibleIs(bool visible);
   void tell(int level, std::string text);
   void noteState(const Follower& follower);
+  void noteAudits(const Follower& follower);
   StoreStatus statusOf(const Follower& follower) const;
 
   std::vector<std::string> endpoints_;
@@ -61,7 +62,8 @@ class Feed {
   std::set<std::string> toldErrors_;
   std::vector<Line> lines_;
   int64_t revision_ = 0;
-  uint64_t repairs_ = 0;
+  Follower::Counters counted_;  // when the audits were looked at last
+  bool auditsFail_ = false;
   uint64_t heardMs_ = 0;
   uint64_t heardUtcNs_ = 0;
   uint64_t heldSinceUtcNs_ = 0;

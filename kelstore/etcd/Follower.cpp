@@ -124,6 +124,7 @@ void Follower::pageFailed(uint64_t nowMs, uint64_t number, bool noRevision, cons
   if (auditSize_.failed()) {
     auditAtMs_ = nowMs + kAuditPauseMs;
   } else {
+    ++counters_.auditFailures;
     auditEnds(nowMs + settings_.auditMs);
   }
 }

@@ -63,6 +63,7 @@ class Follower {
     uint64_t events = 0;         // heard from watches
     uint64_t dropped = 0;        // of these, old or told twice
     uint64_t audits = 0;         // come to their end
+    uint64_t auditFailures = 0;  // audits that could not be: not even a page of one key came
     uint64_t repairs = 0;        // keys that an audit found different
     uint64_t relists = 0;        // listings after the first
     uint64_t reconnections = 0;  // after the store had been lost

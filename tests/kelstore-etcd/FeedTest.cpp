@@ -237,6 +237,36 @@ TEST_F(FeedTest, AuditRepairs_ItIsTold) {
   EXPECT_EQ(counter("repairs"), 2u);
 }
 
+// One that failed each time left no trace but the standing count of those that worked.
+TEST_F(FeedTest, AuditsFail_ItIsToldOnce_AndWhenTheyWorkAgain) {
+  watching();
+  auto audit = [this](const std::string& error) {
+    do {
+      follower_.watchSaid(now(), watchEvents(at(10)));
+      advance(500);
+    } while (follower_.pageAsked() == 0);
+    for (; !error.empty() && follower_.pageAsked() != 0; advance(Follower::kAuditPauseMs)) {
+      follower_.pageFailed(now(), follower_.pageAsked(), false, error);
+    }
+    if (error.empty()) {
+      listed({{"p/interfaces/a", R"({"ifIndex": 1})", 3, 0},
+              {"p/members/1/processors/1", R"({"load": 1})", 4, 77}});
+    }
+    take();
+    return lines_;
+  };
+  EXPECT_THAT(audit(""), IsEmpty());
+  EXPECT_THAT(audit("h0:1: too many requests"), ElementsAre("0 the audit failed: h0:1: too many requests"));
+  EXPECT_THAT(audit("h0:1: no space"), IsEmpty());
+  EXPECT_EQ(counter("auditFailures"), 2u);
+  EXPECT_EQ(counter("audits"), 1u);
+  EXPECT_THAT(audit(""), ElementsAre("1 audits work again"));
+  EXPECT_THAT(audit(""), IsEmpty());
+  EXPECT_THAT(audit("h0:1: no space"), ElementsAre("0 the audit failed: h0:1: no space"));
+  EXPECT_EQ(counter("auditFailures"), 3u);
+  EXPECT_EQ(status().state, "watching");
+}
+
 TEST_F(FeedTest, Members_TheirLeaseAndLastChangeAreShown_WhileTheyPublishSomething) {
   watching();
   EXPECT_THAT(status().members, ElementsAre(MemberStatus{"1", true, {}, 0}));

@@ -145,8 +145,12 @@ TEST_F(AuditTest, PageOfOneKeyFails_TheNextAuditComes) {
   }
   EXPECT_THAT(commands(), IsEmpty());
   EXPECT_EQ(follower_.state(), State::watching);
+  EXPECT_EQ(follower_.counters().auditFailures, 1u);
   advanceHearing(60'000);
   EXPECT_THAT(commands(), ElementsAre("read p/ at 0 x500"));
+  page(at(10), {record("p/a", "1", 3), record("p/b", "2", 5)});
+  EXPECT_EQ(follower_.counters().audits, 1u);
+  EXPECT_EQ(follower_.counters().auditFailures, 1u);
 }
 
 TEST_F(AuditTest, PageIsNotAnswered_TheWatchGoesOn) {
