@@ -61,9 +61,13 @@ endfunction()
 # Builds every test program that is labelled unit.
 add_custom_target(unit-tests)
 
-# What a test itself does takes no time worth optimising for, while compiling it does.
+# What a test itself does takes no time worth optimising for, while compiling it does. Nor are its own pointers worth
+# the checks for null and alignment, a third of the time: address 0 is noticed all the same.
 function(trel_compiles_quickly target)
   target_compile_options(${target} PRIVATE -O0)
+  if(TREL_SANITIZE)
+    target_compile_options(${target} PRIVATE -fno-sanitize=null,alignment)
+  endif()
 endfunction()
 
 # Parses what nearly every test includes once for all of them that compile quickly. Not with ccache, which keeps nothing of
@@ -85,7 +89,8 @@ function(trel_test_headers target)
 endfunction()
 
 # trel_test(NAME SOURCES file... [USES target...] [LABEL unit|e2e] [TIMEOUT seconds] [LONG])
-# One GoogleTest program and one ctest entry. LONG: it runs so long that its own code is worth optimising.
+# One GoogleTest program and one ctest entry. LONG: it runs so long that its own code is worth optimising, but for
+# sanitizers, with which tests do less and g++ takes longer.
 function(trel_test name)
   cmake_parse_arguments(T "LONG" "LABEL;TIMEOUT" "SOURCES;USES" ${ARGN})
   if(NOT T_LABEL)
@@ -99,7 +104,7 @@ function(trel_test name)
   target_link_libraries(${name} PRIVATE ${T_USES} GTest::gmock GTest::gtest_main)
   trel_leaves_counts(${name})
   add_test(NAME ${name} COMMAND ${name} --gtest_brief=1)
-  if(NOT T_LONG)
+  if(NOT T_LONG OR TREL_SANITIZE)
     trel_compiles_quickly(${name})
     trel_test_headers(${name})
   endif()
