@@ -1,5 +1,7 @@
 #include "Publisher.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <nlohmann/json.hpp>
 #include <tuple>
@@ -319,6 +321,8 @@ void Publisher::leaseIsGone() {
 
 void Publisher::end(std::function<void()> ended) {
   ended_ = std::move(ended);
+  ending_ =
+      io_.after(kEndingMs, [this] { over(fmt::format("no answer for {} s", kEndingMs / kMsPerSecond)); });
   next_.reset();
   nextRenewal_.reset();
   if (lease_ != LeaseStore::kNoLease) return giveBack();
@@ -327,15 +331,22 @@ void Publisher::end(std::function<void()> ended) {
 
 void Publisher::giveBack() {
   givingBack_ = true;
-  if (lease_ == LeaseStore::kNoLease) return ended_();
+  if (lease_ == LeaseStore::kNoLease) return over({});
   offLoop<std::monostate>([lease = lease_](LeaseStore& store) { return store.revoke(lease); },
                           [this](const Result<std::monostate>& answer) {
-                            if (const auto* failure = std::get_if<Failure>(&answer)) {
-                              traceHandle.trace(kErrorLevel, "lease {:x} is not given back: {}", lease_,
-                                                failure->text);
-                            }
-                            ended_();
+                            const auto* failure = std::get_if<Failure>(&answer);
+                            over(failure != nullptr ? failure->text : "");
                           });
+}
+
+// What is answered later is of no interest any more.
+void Publisher::over(const std::string& error) {
+  if (!ending_) return;
+  ending_.reset();
+  if (lease_ != LeaseStore::kNoLease && !error.empty()) {
+    traceHandle.trace(kErrorLevel, "lease {:x} is not given back: {}", lease_, error);
+  }
+  ended_();
 }
 
 // A store that can be read but not written does not work, nor does one that takes no renewals.

@@ -34,6 +34,7 @@ class Publisher final {
   static constexpr uint64_t kLookAgainSeconds = 30;
   static constexpr uint64_t kFirstRetryMs = 250;  // after a call failed; doubled each time
   static constexpr uint64_t kLastRetryMs = 5000;  // up to this
+  static constexpr uint64_t kEndingMs = 2000;     // how long the end waits for the store
 
   struct Settings {
     uint8_t member = 1;
@@ -54,7 +55,8 @@ class Publisher final {
   // All that is to be said from now on; nothing is written before the first call.
   void contentIs(const std::vector<Kelstore::Snapshot::Entry>& entries);
   // Writes nothing any more and gives the lease back at once, so that the keys go; then calls `ended`, also
-  // when that failed. What is being written meanwhile is refused without the lease, or goes with it.
+  // when that failed or is not answered in time. What is being written meanwhile is refused without the
+  // lease, or goes with it.
   void end(std::function<void()> ended);
 
  private:
@@ -76,6 +78,7 @@ class Publisher final {
   void renew();
   void leaseIsGone();
   void giveBack();
+  void over(const std::string& error);
 
   std::vector<LeaseStore::Change> differences();
   std::vector<LeaseStore::Guard> guards(const std::vector<LeaseStore::Change>& changes) const;
@@ -115,8 +118,9 @@ class Publisher final {
   std::unique_ptr<Kelstore::Io::Activity> nextLook_;
   int64_t revision_ = 0;  // of the last transaction
   bool givingBack_ = false;
-  bool writing_ = false;     // what is being written did not fit one transaction
-  uint64_t writableNs_ = 0;  // when the next transaction may be made
+  std::unique_ptr<Kelstore::Io::Activity> ending_;  // until it is over
+  bool writing_ = false;                            // what is being written did not fit one transaction
+  uint64_t writableNs_ = 0;                         // when the next transaction may be made
   std::unique_ptr<Kelstore::Io::Activity> nextRenewal_;
   bool renewing_ = false;
 

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <functional>
 
 #include "Channels.h"
@@ -45,6 +46,12 @@ class Client::Impl {
 
   const Options& options() const { return options_; }
   const std::string& endpoint() const { return endpoints_[current_]; }
+  void prefer(const std::string& endpoint) {
+    auto found = std::find(endpoints_.begin(), endpoints_.end(), endpoint);
+    if (found == endpoints_.end() || *found == this->endpoint()) return;
+    current_ = static_cast<size_t>(found - endpoints_.begin());
+    channel_.reset();
+  }
 
   absl::Status call(const Attempt& attempt) {
     // On a clock that is never set: gRPC's deadlines are the system's time.
@@ -121,6 +128,8 @@ Client::Client(std::vector<std::string> endpoints, Access access, Options option
     : impl_(std::make_unique<Impl>(std::move(endpoints), std::move(access), options)) {}
 
 Client::~Client() = default;
+
+void Client::prefer(const std::string& endpoint) { impl_->prefer(endpoint); }
 
 const std::string& Client::endpoint() const { return impl_->endpoint(); }
 

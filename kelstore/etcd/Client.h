@@ -106,6 +106,8 @@ class Client final {
   absl::Status revoke(int64_t lease);
   absl::StatusOr<LeaseTime> timeToLive(int64_t lease);
 
+  // The next call begins with this endpoint; any other than those of this client changes nothing.
+  void prefer(const std::string& endpoint);
   // The endpoint that answered last, or that is asked next.
   const std::string& endpoint() const;
 

@@ -20,18 +20,24 @@ void add(const Etcd::Keys& keys, Etcd::Listing listing, LeaseStore::Holdings& ho
 }  // namespace
 
 EtcdLeaseStore::EtcdLeaseStore(const Etcd::Address& address, const Etcd::Access& access,
-                               std::chrono::milliseconds renewalPatience)
+                               const Patience& patience)
     : keys_(address.prefix),
       calls_{.mutex = {}, .client = Etcd::Client(address.endpoints, access)},
       renewals_{.mutex = {},
-                .client = Etcd::Client(address.endpoints, access, {.deadline = renewalPatience})},
+                .client = Etcd::Client(address.endpoints, access, {.deadline = patience.renewal})},
       revocations_{.mutex = {},
-                   .client = Etcd::Client(address.endpoints, access, {.deadline = renewalPatience})} {}
+                   .client = Etcd::Client(address.endpoints, access, {.deadline = patience.revocation})} {}
+
+void EtcdLeaseStore::answered(const Etcd::Client& client) {
+  std::lock_guard lock(answeringMutex_);
+  answering_ = client.endpoint();
+}
 
 Result<LeaseStore::Lease> EtcdLeaseStore::grant(std::chrono::seconds ttl) {
   std::lock_guard lock(calls_.mutex);
   auto lease = calls_.client.grant(ttl);
   if (!lease.ok()) return failed(lease.status());
+  answered(calls_.client);
   return *lease;
 }
 
@@ -40,11 +46,16 @@ Result<bool> EtcdLeaseStore::renew(Lease lease) {
   auto left = renewals_.client.keepAliveOnce(lease);
   if (absl::IsNotFound(left.status())) return false;
   if (!left.ok()) return failed(left.status());
+  answered(renewals_.client);
   return true;
 }
 
 Result<std::monostate> EtcdLeaseStore::revoke(Lease lease) {
   std::lock_guard lock(revocations_.mutex);
+  {
+    std::lock_guard answeringLock(answeringMutex_);
+    revocations_.client.prefer(answering_);
+  }
   absl::Status status = revocations_.client.revoke(lease);
   if (!status.ok() && !absl::IsNotFound(status)) return failed(status);
   return std::monostate();
@@ -64,6 +75,7 @@ Result<LeaseStore::Holdings> EtcdLeaseStore::list(uint8_t member,
     if (!listing.ok()) return failed(listing.status());
     add(keys_, *std::move(listing), holdings);
   }
+  answered(calls_.client);
   return holdings;
 }
 
@@ -83,7 +95,10 @@ Result<LeaseStore::Written> EtcdLeaseStore::write(const std::vector<Change>& cha
   for (const Guard& guard : guards) conditions.push_back({keys_.key(guard.path), guard.revision});
   std::lock_guard lock(calls_.mutex);
   auto revision = calls_.client.txn(ops, conditions);
-  if (revision.ok()) return Written{How::done, *revision};
+  if (revision.ok()) {
+    answered(calls_.client);
+    return Written{How::done, *revision};
+  }
   if (absl::IsAborted(revision.status())) return Written{How::guardFailed, 0};
   if (absl::IsNotFound(revision.status())) return Written{How::leaseGone, 0};
   return failed(revision.status());

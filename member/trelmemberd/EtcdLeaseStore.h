@@ -14,12 +14,17 @@ namespace Member {
 
 class EtcdLeaseStore final : public LeaseStore {
  public:
-  // Renewals are waited for no longer than `renewalPatience`, other calls for etcd's usual time.
+  // How long calls are waited for, all servers together; those that are not named here for etcd's usual time.
+  struct Patience {
+    std::chrono::milliseconds renewal;
+    std::chrono::milliseconds revocation;
+  };
   EtcdLeaseStore(const Kelstore::Etcd::Address& address, const Kelstore::Etcd::Access& access,
-                 std::chrono::milliseconds renewalPatience);
+                 const Patience& patience);
 
   Result<Lease> grant(std::chrono::seconds ttl) override;
   Result<bool> renew(Lease lease) override;
+  // Begins with the server that did last what it was asked.
   Result<std::monostate> revoke(Lease lease) override;
   // Keys whose path is none of the state model, or is not spelt as it is to be, are left out.
   Result<Holdings> list(uint8_t member, const std::vector<std::string>& interfaces) override;
@@ -34,11 +39,15 @@ class EtcdLeaseStore final : public LeaseStore {
     Kelstore::Etcd::Client client;
   };
 
+  void answered(const Kelstore::Etcd::Client& client);
+
   const Kelstore::Etcd::Keys keys_;
   Locked calls_;
   // These wait for no other call.
   Locked renewals_;
   Locked revocations_;
+  std::mutex answeringMutex_;  // the last one that is locked; guards answering_
+  std::string answering_;      // who answered last
 };
 
 }  // namespace Member

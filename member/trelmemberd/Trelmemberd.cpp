@@ -36,7 +36,9 @@ ParsedConfig usableConfig(const std::string& path) {
 }
 
 std::shared_ptr<LeaseStore> storeOf(const Config& config) {
-  std::chrono::milliseconds patience(config.ttlSeconds * 1000 / 3);
+  // A lease is to be given back, or it is to be known why not, before the end waits for it no longer.
+  EtcdLeaseStore::Patience patience{std::chrono::milliseconds(config.ttlSeconds * 1000 / 3),
+                                    std::chrono::milliseconds(Publisher::kEndingMs * 9 / 10)};
   return std::make_shared<EtcdLeaseStore>(Etcd::parseStore(config.store), config.access, patience);
 }
 
@@ -49,8 +51,7 @@ Trelmemberd::Trelmemberd(const Config& config, const Zavro::Clock& clock, Host::
       links_([this] { state_.linksChanged(); }),
       state_(config, std::make_shared<LinuxMachine>(), std::make_shared<PingProbe>(), links_, io_, clock,
              [this] { publish(); }),
-      linkWatch_(loop_, links_.fd(), [this] { links_.readable(); }),
-      ending_(loop_, [this] { loop_.stop(); }) {}
+      linkWatch_(loop_, links_.fd(), [this] { links_.readable(); }) {}
 
 void Trelmemberd::run() {
   state_.start();
@@ -62,7 +63,6 @@ void Trelmemberd::publish() {
 }
 
 void Trelmemberd::end() {
-  ending_.start(kEndingMs);
   publisher_.end([this] { loop_.stop(); });
 }
 

@@ -25,9 +25,6 @@ std::shared_ptr<LeaseStore> storeOf(const Config& config);
 
 class Trelmemberd final {
  public:
-  // How long the end waits for the store to take the lease back.
-  static constexpr uint64_t kEndingMs = 2000;
-
   // Clock and threads must outlive this; work may be under way on threads when it goes. Throws
   // std::runtime_error, in one line, when the kernel does not tell of its network devices.
   Trelmemberd(const Config& config, const Zavro::Clock& clock, Host::Threads& threads);
@@ -48,7 +45,6 @@ class Trelmemberd final {
   NetlinkLinks links_;
   OwnState state_;
   Host::ReadWatch linkWatch_;
-  Host::Timer ending_;
 };
 
 }  // namespace Member

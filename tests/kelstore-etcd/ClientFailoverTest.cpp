@@ -79,6 +79,23 @@ TEST_F(EtcdClientTest, SilentEndpointHoldsUpOnlyItsShareOfTheDeadline) {
   EXPECT_LT(std::chrono::steady_clock::now() - start, 900ms);
 }
 
+TEST_F(EtcdClientTest, EndpointThatIsPreferred_IsAskedFirst) {
+  SilentServer silent;
+  Client any({silent.endpoint(), server->endpoint()}, {}, {.deadline = 2s});
+  any.prefer(server->endpoint());
+  EXPECT_EQ(any.endpoint(), server->endpoint());
+  auto start = std::chrono::steady_clock::now();
+  EXPECT_TRUE(any.put(key("a"), "1").ok());
+  EXPECT_LT(std::chrono::steady_clock::now() - start, 900ms);
+  any.prefer("h:1");
+  EXPECT_EQ(any.endpoint(), server->endpoint()) << "it is none of its endpoints";
+  // A connection is not kept for another endpoint.
+  any.prefer(silent.endpoint());
+  start = std::chrono::steady_clock::now();
+  EXPECT_TRUE(any.put(key("a"), "2").ok());
+  EXPECT_GE(std::chrono::steady_clock::now() - start, 990ms);
+}
+
 TEST(EtcdClientClusterTest, LeaderIsKilled_CallsGoOnAtTheOthers) {
   EtcdCluster cluster({.nodes = 3});
   Client client(cluster.endpoints(), {}, {.deadline = 10s});

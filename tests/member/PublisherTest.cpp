@@ -152,6 +152,31 @@ TEST_F(PublisherTest, EndAndTheStoreFails_ItEndsAllTheSame) {
   EXPECT_THAT(errors(), Contains("Member/0 lease 65 is not given back: revoke failed"));
 }
 
+TEST_F(PublisherTest, EndAndTheStoreDoesNotAnswer_ItEndsSoonAllTheSame_AndSaysWhatStays) {
+  start();
+  store_->hanging = {"revoke"};
+  int ended = 0;
+  publisher_->end([&] { ++ended; });
+  pass(1999);
+  EXPECT_EQ(ended, 0);
+  pass(1);
+  EXPECT_EQ(ended, 1);
+  EXPECT_THAT(errors(), ElementsAre("Member/0 lease 65 is not given back: no answer for 2 s"));
+  store_->hanging.clear();
+  io_.hungReturn();
+  EXPECT_EQ(ended, 1);
+}
+
+TEST_F(PublisherTest, EndWhileALeaseIsAskedFor_ItEndsSoonAllTheSame) {
+  store_->hanging = {"grant"};
+  start();
+  int ended = 0;
+  publisher_->end([&] { ++ended; });
+  pass(2000);
+  EXPECT_EQ(ended, 1);
+  EXPECT_THAT(errors(), IsEmpty()) << "nothing is there to be given back";
+}
+
 TEST_F(PublisherTest, GoneWhileACallIsUnderWay_ItsAnswerHarmsNothing) {
   start();
   pass(2 * kSecond);

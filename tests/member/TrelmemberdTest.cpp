@@ -11,8 +11,10 @@
 
 #include "etcd/Client.h"
 #include "support/Etcd.h"
+#include "support/Network.h"
 #include "support/OwnNetwork.h"
 #include "support/Process.h"
+#include "support/Relay.h"
 #include "support/TempDir.h"
 
 namespace Member {
@@ -29,6 +31,7 @@ using testing::IsSupersetOf;
 using testing::StartsWith;
 
 constexpr int kTtlSeconds = 3;
+constexpr int kLongTtlSeconds = 30;
 
 class TrelmemberdTest : public testing::Test {
  protected:
@@ -41,10 +44,13 @@ class TrelmemberdTest : public testing::Test {
                        neighbour, interface);
   }
   std::string config(int member, const std::string& neighbours) {
+    return config(member, neighbours, etcd_->endpointList(), kTtlSeconds);
+  }
+  std::string config(int member, const std::string& neighbours, const std::string& servers, int ttlSeconds) {
     return directory_.write(fmt::format("{}.json", member),
                             fmt::format(R"({{"member": {}, "store": "etcd:{}/trel", "ttl": {},
                                              "figuresInterval": 1, "neighbours": [{}]}})",
-                                        member, etcd_->endpointList(), kTtlSeconds, neighbours));
+                                        member, servers, ttlSeconds, neighbours));
   }
   std::unique_ptr<Process> start(const std::string& config, const Support::Env& env = {}) {
     return std::make_unique<Process>(Support::Argv{TRELMEMBERD, "--config", config}, env);
@@ -233,12 +239,35 @@ TEST_F(TrelmemberdTest, StoreComesBackEmpty_EverythingIsWrittenAnew) {
   EXPECT_THAT(process->err(), HasSubstr("is gone: everything is written anew"));
 }
 
-TEST_F(TrelmemberdTest, StoreIsAwayAtTheEnd_EndsSoonAllTheSame) {
-  auto process = start(config(1, loopback()));
+TEST_F(TrelmemberdTest, StoreIsAwayAtTheEnd_EndsSoonAllTheSame_AndSaysWhatStays) {
+  auto process = start(config(1, loopback(), etcd_->endpointList(), kLongTtlSeconds));
   ASSERT_TRUE(awaitKey("members/1/system")) << process->err();
   etcd_->process(0)->signal(SIGSTOP);
   EXPECT_EQ(process->stop(SIGTERM, 4s), 0) << process->err();
   etcd_->process(0)->signal(SIGCONT);
+  EXPECT_THAT(process->err(), HasSubstr("is not given back: "));
+}
+
+// The lease is a long one: what is gone was given back.
+TEST_F(TrelmemberdTest, FirstServersAreSilent_TheEndBeginsWithTheOneThatAnswers) {
+  Support::Relay silent(Support::portOf(etcd_->endpoint()));
+  Support::Relay silentToo(Support::portOf(etcd_->endpoint()));
+  for (Support::Relay* relay : {&silent, &silentToo}) relay->freeze();
+  auto servers = fmt::format("{},{},{}", silent.endpoint(), silentToo.endpoint(), etcd_->endpoint());
+  auto process = start(config(1, loopback(), servers, kLongTtlSeconds));
+  ASSERT_TRUE(awaitKey("members/1/system")) << process->err();
+  // The silent ones would have it wait for longer.
+  EXPECT_EQ(process->stop(SIGTERM, 1100ms), 0) << process->err();
+  EXPECT_THAT(names(), testing::IsEmpty()) << process->err();
+}
+
+TEST_F(TrelmemberdTest, ServerFallsSilentBeforeTheEnd_AnotherOneTakesTheLease) {
+  Support::Relay relay(Support::portOf(etcd_->endpoint()));
+  auto process = start(config(1, loopback(), relay.endpoint() + "," + etcd_->endpoint(), kLongTtlSeconds));
+  ASSERT_TRUE(awaitKey("members/1/system")) << process->err();
+  relay.freeze();
+  EXPECT_EQ(process->stop(SIGTERM, 4s), 0) << process->err();
+  EXPECT_THAT(names(), testing::IsEmpty()) << process->err();
 }
 
 TEST_F(TrelmemberdTest, Ready_IsToldOnceEverythingIsPublished) {
