@@ -4,6 +4,11 @@
 #include <utility>
 
 namespace Member {
+namespace {
+
+constexpr uint64_t kNsPerSecond = 1'000'000'000;
+
+}  // namespace
 
 using Kelstore::Kind;
 using Entry = Kelstore::Snapshot::Entry;
@@ -34,17 +39,24 @@ void OwnState::linksChanged() {
   changed_();
 }
 
-// All of a look is one change. Looks are not exactly an interval apart, and the second comes early.
+// All of a look is one change, unless an answer is missing for longer than an interval: then looks overlap,
+// and there may always be one that is not over. Looks are not exactly an interval apart, and the second comes
+// early.
 void OwnState::looked() {
-  if (!figures_.lookedAtAll()) return;
-  constexpr uint64_t kNsPerSecond = 1'000'000'000;
+  uint64_t nowNs = clock_.monotonicNs();
+  uint64_t intervalNs = config_.figuresIntervalSeconds * kNsPerSecond;
+  if (!figures_.lookedAtAll()) {
+    if (!waitingSinceNs_) waitingSinceNs_ = nowNs;
+    if (nowNs - *waitingSinceNs_ < intervalNs) return;
+  }
+  waitingSinceNs_.reset();
+  figuresKnown_ = figures_.heard();
   std::vector<Entry> before = std::exchange(figuresNow_, figures_.entries());
   auto isSystem = [](const Entry& entry) { return entry.first.kind == Kind::system; };
   auto had = std::find_if(before.begin(), before.end(), isSystem);
   auto has = std::find_if(figuresNow_.begin(), figuresNow_.end(), isSystem);
-  uint64_t nowNs = clock_.monotonicNs();
   if (nowNs >= systemDueNs_) {
-    systemDueNs_ = nowNs + config_.figuresIntervalSeconds * kNsPerSecond / 2;
+    systemDueNs_ = nowNs + intervalNs / 2;
   } else if (had != before.end() && has != figuresNow_.end()) {
     has->second = had->second;
   }

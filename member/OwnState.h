@@ -4,6 +4,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "Config.h"
@@ -24,8 +25,8 @@ class OwnState final {
   void start();
   // The devices may differ from before.
   void linksChanged();
-  // Whether everything was heard of once: until then what is missing may be there all the same.
-  bool known() const { return figures_.heard() && links_.known(); }
+  // Whether entries() has had all that was heard of: until then what is missing may be there all the same.
+  bool known() const { return figuresKnown_ && links_.known(); }
   // The figures of the system, which always change, are as they were at the last look that was due.
   std::vector<Kelstore::Snapshot::Entry> entries() const;
 
@@ -40,6 +41,8 @@ class OwnState final {
   MachineFigures figures_;
   std::vector<std::unique_ptr<Neighbour>> neighbours_;
   std::vector<Kelstore::Snapshot::Entry> figuresNow_;  // as of the last look
+  bool figuresKnown_ = false;                          // every figure was heard of, and is among these
+  std::optional<uint64_t> waitingSinceNs_;             // answers that are not among them yet came
   uint64_t systemDueNs_ = 0;                           // when the next figures of the system are taken
 };
 

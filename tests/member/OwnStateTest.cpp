@@ -21,10 +21,13 @@ using testing::StartsWith;
 
 class OwnStateTest : public testing::Test {
  protected:
-  static Config config() {
+  explicit OwnStateTest(uint32_t figuresIntervalSeconds = 5)
+      : state_(config(figuresIntervalSeconds), machine_, probe_, links_, io_, clock_,
+               [this] { ++changes_; }) {}
+  static Config config(uint32_t figuresIntervalSeconds) {
     Config config;
     config.member = 1;
-    config.figuresIntervalSeconds = 5;
+    config.figuresIntervalSeconds = figuresIntervalSeconds;
     config.neighbours = {{2, "Backplane1/2", "bp2", "10.0.0.2", {}},
                          {3, "Backplane1/3", "bp3", "10.0.0.3", {}}};
     config.neighbours[0].ifIndex = 1002;
@@ -64,7 +67,7 @@ class OwnStateTest : public testing::Test {
   LinkTable links_;
   int changes_ = 0;
   TraceLog trace_{{"Member"}};
-  OwnState state_{config(), machine_, probe_, links_, io_, clock_, [this] { ++changes_; }};
+  OwnState state_;
 };
 
 TEST_F(OwnStateTest, Everything_IsThere) {
@@ -163,6 +166,64 @@ TEST_F(OwnStateTest, OneAnswerOfALookComesLate_TheOthersWaitForItUntilItHangs) {
   io_.advance(7500);  // the next look, and the time after which an answer is not waited for any more
   EXPECT_EQ(changes_, before + 2);
   EXPECT_EQ(timeOfSystem(), 1014);
+}
+
+// Two mounts that are looked at every second and take one and a half to answer, in turn: one of them is
+// always waited for, and neither ever hangs.
+class MountsInTurnTest : public OwnStateTest {
+ protected:
+  MountsInTurnTest() : OwnStateTest(1) {
+    machine_->mounted = std::vector<Mount>{{"/a", MountKind::fixedDisk, 1}, {"/b", MountKind::fixedDisk, 2}};
+    machine_->rooms["/a"] = machine_->rooms["/b"] = Room{4096, 100, 50};
+    links_.allAreTold();
+    machine_->hanging = {"mount /a"};
+    state_.start();
+    io_.advance(500);
+  }
+  void pass(int looks, const std::function<void()>& afterEach) {
+    for (int i = 0; i < looks; ++i) {
+      std::swap(asked_, waitedFor_);
+      machine_->hanging = {asked_, waitedFor_};
+      io_.advance(1000);
+      machine_->hanging = {asked_};
+      io_.hungReturn();
+      io_.advance(0);
+      afterEach();
+    }
+  }
+  size_t count(const std::string& start) const {
+    auto all = entries();
+    return static_cast<size_t>(std::count_if(all.begin(), all.end(),
+                                             [&](const std::string& one) { return one.starts_with(start); }));
+  }
+
+  std::string asked_ = "mount /a";
+  std::string waitedFor_ = "mount /b";
+};
+
+TEST_F(MountsInTurnTest, OneIsAlwaysWaitedFor_FiguresFollowAllTheSame) {
+  std::set<std::string> seen;
+  pass(20, [&] {
+    machine_->uptimeSeconds = std::get<double>(machine_->uptimeSeconds) + 1;
+    for (const std::string& entry : entries()) {
+      if (entry.starts_with("members/1/system")) seen.insert(entry);
+    }
+  });
+  EXPECT_GE(seen.size(), 9u) << "at least every second look is taken over";
+  EXPECT_THAT(trace_.lines(), Not(Contains(testing::HasSubstr("hangs"))));
+}
+
+// What an earlier life has published would be deleted.
+TEST_F(MountsInTurnTest, EachWasHeardButNotTakenOver_NotKnown) {
+  EXPECT_FALSE(state_.known());
+  int known = 0;
+  pass(6, [&] {
+    if (!state_.known()) return;
+    ++known;
+    EXPECT_EQ(count("members/1/storage/"), 2u);
+    EXPECT_EQ(count("members/1/memory"), 1u);
+  });
+  EXPECT_GE(known, 4);
 }
 
 }  // namespace
