@@ -1,6 +1,7 @@
 #include "Reachability.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace Member {
 
@@ -12,7 +13,7 @@ Reachability::Reachability(const Settings& settings, const Zavro::Clock& clock)
 
 void Reachability::carrierIs(Carrier carrier) {
   if (carrier_ == carrier) return;
-  carrier_ = carrier;
+  std::optional<Carrier> before = std::exchange(carrier_, carrier);
   forgetEchoes();
   if (!settings_.enabled) return;
   switch (carrier) {
@@ -22,7 +23,8 @@ void Reachability::carrierIs(Carrier carrier) {
     case Carrier::down:
       return stateIs(State::unreachable);
     case Carrier::up:
-      return stateIs(State::initializing);
+      if (before != Carrier::down) stateIs(State::initializing);
+      return;
   }
 }
 

@@ -2,16 +2,19 @@
 // with the outcome of echoes, one after the other. No I/O, no timers; time comes from the clock.
 //
 //   disabled      the interface is switched off: in the configuration, or administratively (IFF_UP)
-//   unreachable   no interface of that name, no carrier on it, or so many echoes lost in a row
-//   initializing  there is carrier, and it is not decided yet whether the neighbour answers
+//   unreachable   no interface of that name, no carrier on it, or so many echoes lost in a row; also when
+//                 there is carrier again, until the neighbour answers
+//   initializing  the interface was found with carrier, or switched on with it, or echoes can be sent again,
+//                 and it is not decided yet whether the neighbour answers
 //   reachable     the neighbour answers
 //   degraded      the neighbour answers, but of the last echoes some were lost
 //   unknown       it cannot be found out: nothing is known of the interface yet, or echoes cannot be sent
 //
-// Carrier and administrative state count at once; echoes count with hysteresis, so that a link that flaps
-// stays unreachable, and one lost echo changes nothing. Losses count in a row for going down, within a
-// window for being degraded; from unreachable or initializing it takes answers in a row to come up; degraded
-// ends when no echo of the window was lost.
+// That carrier goes counts at once, as the administrative state does; that it is back counts for nothing
+// until echoes are answered, and these count with hysteresis, so that a link that flaps stays unreachable,
+// and one lost echo changes nothing. Losses count in a row for going down, within a window for being
+// degraded; from unreachable or initializing it takes answers in a row to come up; degraded ends when no echo
+// of the window was lost.
 #pragma once
 
 #include <cstdint>

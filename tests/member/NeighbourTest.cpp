@@ -88,7 +88,7 @@ TEST_F(NeighbourTest, AnswerToAnEchoOfBeforeTheCarrierWasLost_DoesNotCount) {
   probe_->hanging = false;
   io_.hungReturn();
   io_.advance(1000);
-  EXPECT_EQ(state(), "initializing") << "one answer was the old link's";
+  EXPECT_EQ(state(), "unreachable") << "one answer was the old link's";
   io_.advance(500);
   EXPECT_EQ(state(), "reachable");
 }

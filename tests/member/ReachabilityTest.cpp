@@ -81,7 +81,7 @@ TEST_F(ReachabilityTest, Carrier_CountsAtOnceInEveryState) {
       EXPECT_EQ(after(step), expected) << state << step;
       EXPECT_FALSE(reachability_->probing());
       EXPECT_EQ(after("aaa"), std::string(3, *expected)) << "an echo without carrier counted";
-      EXPECT_EQ(after("u"), "I") << state << step;
+      EXPECT_EQ(after("u"), *step == 'd' ? "U" : "I") << state << step;
       EXPECT_TRUE(reachability_->probing());
     }
   }
@@ -101,8 +101,8 @@ TEST_F(ReachabilityTest, Initializing_NeitherInARow_Initializing) {
 }
 
 TEST_F(ReachabilityTest, AnswersBeforeCarrierWasLost_DoNotCountAfterIt) {
-  EXPECT_EQ(after("uaaduaaa"), "IIIUIIIR");
-  EXPECT_EQ(after("lldulll"), "RRUIIIU");
+  EXPECT_EQ(after("uaaduaaa"), "IIIUUUUR");
+  EXPECT_EQ(after("llmulll"), "RRUIIIU");
 }
 
 TEST_F(ReachabilityTest, Reachable_LossesInARow_UnreachableWithoutADetour) {
@@ -137,11 +137,31 @@ TEST_F(ReachabilityTest, Unreachable_AnswersInARow_ReachableNotDegraded) {
   EXPECT_EQ(after("lllaaaa"), "RRUUURR");
 }
 
-TEST_F(ReachabilityTest, Flapping_StaysUnreachable) {
+TEST_F(ReachabilityTest, EchoesFlap_StaysUnreachable) {
   startIn('U');
-  EXPECT_EQ(after("ullla"), "IIIUU");
+  EXPECT_EQ(after("ullla"), "UUUUU");
   EXPECT_EQ(after("alaallaalalaa"), std::string(13, 'U'));
   EXPECT_EQ(after("a"), "R");
+}
+
+// Each change would be written, and notified by every agent.
+TEST_F(ReachabilityTest, CarrierFlaps_StaysUnreachableFromTheFirstTimeOn) {
+  startIn('R');
+  EXPECT_EQ(after("duaaduaduldu"), std::string(12, 'U'));
+  EXPECT_EQ(lastChange(), 5u);
+  EXPECT_EQ(after("aaa"), "UUR");
+}
+
+TEST_F(ReachabilityTest, SwitchedOnOrThereAgain_InitializingUnlessThereIsNoCarrierFirst) {
+  EXPECT_EQ(after("ouou"), "DIDI");
+  EXPECT_EQ(after("mumu"), "UIUI");
+  EXPECT_EQ(after("oduaaa"), "DUUUUR");
+  EXPECT_EQ(after("mduaaa"), "UUUUUR");
+}
+
+TEST_F(ReachabilityTest, CarrierIsBackButEchoesCannotBeSent_Unknown) {
+  startIn('U');
+  EXPECT_EQ(after("unnnaaa"), "UUU?IIR");
 }
 
 TEST_F(ReachabilityTest, EchoesCannotBeSent_UnknownAfterSomeInARow) {
