@@ -116,6 +116,11 @@ bool tokenRefused(const grpc::Status& status) {
          says(status, "revision of auth store is old") || says(status, "user name is empty");
 }
 
+// The code alone is also that of a server with too much to do.
+bool messageTooLarge(const grpc::Status& status) {
+  return status.error_code() == grpc::StatusCode::RESOURCE_EXHAUSTED && says(status, "larger than max");
+}
+
 absl::Status asStatus(const std::string& endpoint, const grpc::Status& status) {
   if (status.ok()) return absl::OkStatus();
   std::string text = status.error_message();

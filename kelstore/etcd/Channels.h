@@ -44,6 +44,9 @@ void addMetadata(grpc::ClientContext& context, const std::string& token);
 // Whether the token is not, or no longer, a valid one: authenticate() again.
 bool tokenRefused(const grpc::Status& status);
 
+// Whether the answer is more than a message may hold.
+bool messageTooLarge(const grpc::Status& status);
+
 // The same code, with a message of one line that begins with the endpoint.
 absl::Status asStatus(const std::string& endpoint, const grpc::Status& status);
 

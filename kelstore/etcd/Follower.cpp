@@ -47,8 +47,14 @@ void Follower::connect(uint64_t nowMs) {
   phase_ = Phase::listing;
   listing_.clear();
   listingAt_ = {};
+  // What was too much for another server's link need not be for this one's.
   pageSize_.most = kPageKeys;
-  readPage(nowMs, settings_.prefix, 0, pageSize_.keys);
+  listOn(nowMs);
+}
+
+void Follower::listOn(uint64_t nowMs) {
+  std::string from = listing_.empty() ? settings_.prefix : keyAfter(listing_.back().key);
+  readPage(nowMs, std::move(from), listingAt_.revision, pageSize_.keys);
 }
 
 // With a page. A server that is silent must not keep those behind it from being heard first; should all of
@@ -91,7 +97,7 @@ void Follower::listed(uint64_t nowMs, Page page) {
   }
   pageSize_.worked();
   std::move(page.records.begin(), page.records.end(), std::back_inserter(listing_));
-  if (page.more) return readPage(nowMs, keyAfter(listing_.back().key), listingAt_.revision, pageSize_.keys);
+  if (page.more) return listOn(nowMs);
 
   if (complete_) ++counters_.relists;
   auditEnds(kNever);
@@ -105,17 +111,19 @@ void Follower::listed(uint64_t nowMs, Page page) {
   openWatch(nowMs);
 }
 
-void Follower::pageFailed(uint64_t nowMs, uint64_t number, bool noRevision, const std::string& error) {
+void Follower::pageFailed(uint64_t nowMs, uint64_t number, PageFailure why, const std::string& error) {
   if (number != page_) return;
   page_ = 0;
   answerByMs_ = kNever;
   if (phase_ == Phase::listing || phase_ == Phase::resuming) {
-    if (noRevision) return relist(nowMs, error);
-    // The same page again, smaller, so that what was listed so far is not lost with it.
+    if (why == PageFailure::noRevision) return relist(nowMs, error);
+    // The same page again, smaller, so that what was listed so far is not lost with it. A server that never
+    // answered may be able to tell nothing at all.
     bool smaller = phase_ == Phase::listing && pageSize_.failed();
-    if (!smaller || !answered_) return lost(nowMs, error);
+    bool answers = answered_ || why == PageFailure::tooLarge;
+    if (!smaller || !answers) return lost(nowMs, error);
     lastError_ = error;
-    return readPage(nowMs, keyAfter(listing_.back().key), listingAt_.revision, pageSize_.keys);
+    return listOn(nowMs);
   }
   if (!auditPageAsked_) return;
   // The watch goes on; were the store lost, it would be told there.
@@ -125,6 +133,7 @@ void Follower::pageFailed(uint64_t nowMs, uint64_t number, bool noRevision, cons
     auditAtMs_ = nowMs + kAuditPauseMs;
   } else {
     ++counters_.auditFailures;
+    auditSize_ = {kAuditPageKeys, kAuditPageKeys};
     auditEnds(nowMs + settings_.auditMs);
   }
 }
@@ -284,7 +293,7 @@ void Follower::elapsed(uint64_t nowMs) {
     uint64_t patience = patienceMs();
     std::string error = "no answer for " + std::to_string(patience / 1000) + " s";
     if (!auditPageAsked_ && phase_ != Phase::listing) return lost(nowMs, error);
-    pageFailed(nowMs, page_, false, error);
+    pageFailed(nowMs, page_, PageFailure::other, error);
     if (patience < kAnswerMs) triedInVain_ = 0;
     return;
   }
@@ -318,7 +327,6 @@ void Follower::auditNext(uint64_t nowMs) {
   if (!auditing_) {
     auditing_ = true;
     auditFrom_ = settings_.prefix;
-    auditSize_ = {kAuditPageKeys, kAuditPageKeys};
     table_.deletionsRemembered();
   }
   auditPageAsked_ = true;
@@ -364,6 +372,7 @@ void Follower::settleSuspects(uint64_t nowMs) {
   if (!repaired.changes.empty()) batches_.push_back(std::move(repaired));
   if (!auditRead_ || !suspects_.empty()) return;
   ++counters_.audits;
+  auditSize_.allWorked(kAuditPageKeys);
   auditEnds(nowMs + settings_.auditMs);
 }
 

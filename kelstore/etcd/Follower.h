@@ -92,8 +92,7 @@ class Follower {
   void start(uint64_t nowMs);
   // An answer that comes too late, when another page has been asked for, does not count.
   void pageRead(uint64_t nowMs, uint64_t number, Page page);
-  // `noRevision`: the revision that was asked for is compacted, or has not come yet.
-  void pageFailed(uint64_t nowMs, uint64_t number, bool noRevision, const std::string& error);
+  void pageFailed(uint64_t nowMs, uint64_t number, PageFailure why, const std::string& error);
   void watchSaid(uint64_t nowMs, WatchResponse response);
   void lost(uint64_t nowMs, const std::string& error);  // the connection, or any hope of one
   void elapsed(uint64_t nowMs);                         // time, as wakeAtMs() asked
@@ -129,6 +128,8 @@ class Follower {
     int64_t keys;
     int64_t most;
     void worked() { keys = std::min(most, 2 * keys); }
+    // Tries a larger one again, some time.
+    void allWorked(int64_t bound) { most = std::min(bound, most + most / 4 + 1); }
     // False when there is no smaller one.
     bool failed() {
       if (keys == 1) return false;
@@ -141,6 +142,7 @@ class Follower {
   void connect(uint64_t nowMs);
   uint64_t patienceMs() const;
   void readPage(uint64_t nowMs, std::string from, int64_t revision, int64_t limit);
+  void listOn(uint64_t nowMs);  // with the next page
   void openWatch(uint64_t nowMs);
   void listed(uint64_t nowMs, Page page);
   void relist(uint64_t nowMs, const std::string& why);

@@ -29,6 +29,12 @@ struct Page {
   bool more = false;  // keys follow that did not fit
 };
 
+enum class PageFailure : uint8_t {
+  noRevision,  // the revision that was asked for is compacted, or has not come yet
+  tooLarge,    // the server has it, but it is more than a message may hold
+  other,
+};
+
 struct Event {
   Record record;  // of a deletion, the key and the revision of the deletion
   bool deleted = false;

@@ -56,6 +56,11 @@ WatchResponse watchResponseOf(etcdserverpb::WatchResponse& response) {
   return result;
 }
 
+PageFailure failureOf(const grpc::Status& status) {
+  if (status.error_code() == grpc::StatusCode::OUT_OF_RANGE) return PageFailure::noRevision;
+  return messageTooLarge(status) ? PageFailure::tooLarge : PageFailure::other;
+}
+
 // What is called, once, when an operation on the queue is done. Holds what the operation uses.
 using Done = std::function<void(bool ok)>;
 void* tag(Done done) { return new Done(std::move(done)); }
@@ -273,8 +278,7 @@ class Session::Impl {
       } else if (done.status.ok()) {
         follower_.pageRead(nowMs(), command.number, pageOf(done.response));
       } else {
-        bool noRevision = done.status.error_code() == grpc::StatusCode::OUT_OF_RANGE;
-        follower_.pageFailed(nowMs(), command.number, noRevision,
+        follower_.pageFailed(nowMs(), command.number, failureOf(done.status),
                              std::string(asStatus(connection->endpoint, done.status).message()));
       }
     });

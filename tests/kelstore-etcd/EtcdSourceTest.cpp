@@ -118,6 +118,21 @@ TEST_F(EtcdSourceTest, MoreKeysThanAPageHolds_AreListed_AndALargeTransactionIsOn
   EXPECT_EQ(counter("events"), 100u);
 }
 
+// As much as a message may hold, and more: the refusal of the first page counted as a server that was tried
+// in vain, so that the others were served without these keys.
+TEST_F(EtcdSourceTest, KeysAreMoreThanAMessageHolds_TheyAreReadBeforeItSettles) {
+  Support::EtcdCluster etcd;
+  Client client(etcd.endpoints(), {});
+  std::string large(1'400'000, ' ');
+  for (int i = 0; i < 50; ++i) {
+    ASSERT_TRUE(client.put("p/interfaces/i" + std::to_string(i), ifIndex(1) + large).ok());
+  }
+  start(etcd.endpoint());
+  ASSERT_TRUE(until([&] { return world_.store.idle(); }));
+  EXPECT_EQ(status().state, State::current);
+  EXPECT_EQ(index("i49"), 1u);
+}
+
 TEST_F(EtcdSourceTest, NoServer_OthersAreServed_AndItIsCompleteWhenOneComes) {
   uint16_t port = Support::freeTcpPort();
   start("127.0.0.1:" + std::to_string(port));

@@ -214,7 +214,7 @@ TEST_F(ClearingFeedTest, StoreIsBackWithOtherContent_TheOldOneIsNotShownAgain) {
   advance(kHoldMs);
   take();
   reconnecting();
-  follower_.pageFailed(now(), follower_.pageAsked(), true, "compacted");
+  follower_.pageFailed(now(), follower_.pageAsked(), PageFailure::noRevision, "compacted");
   follows();
   listed({{"p/interfaces/b", R"({"ifIndex": 1})", 20, 0}}, 20);
   EXPECT_EQ(take(), "") << "as long as it is not followed";
@@ -246,7 +246,7 @@ TEST_F(FeedTest, AuditsFail_ItIsToldOnce_AndWhenTheyWorkAgain) {
       advance(500);
     } while (follower_.pageAsked() == 0);
     for (; !error.empty() && follower_.pageAsked() != 0; advance(Follower::kAuditPauseMs)) {
-      follower_.pageFailed(now(), follower_.pageAsked(), false, error);
+      follower_.pageFailed(now(), follower_.pageAsked(), PageFailure::other, error);
     }
     if (error.empty()) {
       listed({{"p/interfaces/a", R"({"ifIndex": 1})", 3, 0},

@@ -130,16 +130,38 @@ TEST_F(AuditTest, AnotherHistory_ThereIsANewListing) {
 
 TEST_F(AuditTest, PageFails_TheWatchGoesOn_ItIsAskedForAgainSmaller) {
   commands();
-  follower_.pageFailed(now_, follower_.pageAsked(), false, "too many requests");
+  follower_.pageFailed(now_, follower_.pageAsked(), PageFailure::other, "too many requests");
   EXPECT_EQ(follower_.state(), State::watching);
   EXPECT_EQ(follower_.lastError(), "too many requests");
   advance(Follower::kAuditPauseMs);
   EXPECT_THAT(commands(), ElementsAre("read p/ at 0 x62"));
 }
 
+// Each audit began with the page that had been too large in the one before.
+TEST_F(AuditTest, PageWasTooLarge_TheNextAuditsBeginWithTheSizeThatWorked_WhichGrowsSlowly) {
+  follower_.pageFailed(now_, follower_.pageAsked(), PageFailure::tooLarge, "too large");
+  advance(Follower::kAuditPauseMs);
+  commands();
+  Texts asked;
+  for (int audit = 0; audit < 8; ++audit) {
+    std::string key = "p/a";
+    for (int i = 0; i < 2; ++i, key += "a") {
+      page(at(10), {record(key, "1", 3)}, true);
+      advance(Follower::kAuditPauseMs);
+    }
+    page(at(10), {});
+    commands();
+    advanceHearing(60'000);
+    asked.push_back(commands().back());
+  }
+  EXPECT_THAT(
+      asked, ElementsAre("read p/ at 0 x250", "read p/ at 0 x313", "read p/ at 0 x392", "read p/ at 0 x491",
+                         "read p/ at 0 x500", "read p/ at 0 x500", "read p/ at 0 x500", "read p/ at 0 x500"));
+}
+
 TEST_F(AuditTest, PageOfOneKeyFails_TheNextAuditComes) {
   for (int i = 0; i < 4; ++i) {
-    follower_.pageFailed(now_, follower_.pageAsked(), false, "too many requests");
+    follower_.pageFailed(now_, follower_.pageAsked(), PageFailure::other, "too many requests");
     commands();
     advance(Follower::kAuditPauseMs);
   }

@@ -34,7 +34,7 @@ TEST_F(FollowerTest, RevisionIsCompactedMeanwhile_OnlyTheDifferenceIsTold) {
   watching();
   reconnecting();
   commands();
-  follower_.pageFailed(now_, follower_.pageAsked(), true, "compacted");
+  follower_.pageFailed(now_, follower_.pageAsked(), PageFailure::noRevision, "compacted");
   EXPECT_THAT(commands(), ElementsAre("connect 0", "read p/ at 0 x1000"));
   EXPECT_EQ(follower_.state(), State::held);
   page(at(30), {record("p/a", "1", 3), record("p/b", "9", 25)}, true);
@@ -49,7 +49,7 @@ TEST_F(FollowerTest, RevisionIsCompactedMeanwhile_OnlyTheDifferenceIsTold) {
 TEST_F(FollowerTest, KeysVanishedDuringTheGap_AreWithdrawnByTheListing) {
   watching();
   reconnecting();
-  follower_.pageFailed(now_, follower_.pageAsked(), true, "compacted");
+  follower_.pageFailed(now_, follower_.pageAsked(), PageFailure::noRevision, "compacted");
   page(at(30), {record("p/b", "2", 5)});
   EXPECT_THAT(batches(), ElementsAre("30: -p/a"));
 }
@@ -57,7 +57,7 @@ TEST_F(FollowerTest, KeysVanishedDuringTheGap_AreWithdrawnByTheListing) {
 TEST_F(FollowerTest, OnlyTheLeaseOfAKeyChanged_IsTold) {
   watching();
   reconnecting();
-  follower_.pageFailed(now_, follower_.pageAsked(), true, "compacted");
+  follower_.pageFailed(now_, follower_.pageAsked(), PageFailure::noRevision, "compacted");
   page(at(30), {record("p/a", "1", 3, 77), record("p/b", "2", 5)});
   EXPECT_THAT(batches(), ElementsAre("30: p/a=1"));
 }
@@ -218,7 +218,7 @@ TEST_F(FollowerTest, ListingFailsAgainAndAgain_TheTimeItIsHeldGoesOn) {
   watching();
   uint64_t lostAt = now_;
   reconnecting();
-  follower_.pageFailed(now_, follower_.pageAsked(), true, "compacted");
+  follower_.pageFailed(now_, follower_.pageAsked(), PageFailure::noRevision, "compacted");
   while (now_ < lostAt + 299'000) {
     if (follower_.state() == State::held) page(at(30), {record("p/a", "1", 3)}, true);
     follower_.lost(now_, "broken");

@@ -175,7 +175,7 @@ class Simulation {
     std::optional<Page> page = read_ ? std::exchange(read_, {}) : read(*page_);
     page_.reset();
     if (fails || !page) {
-      follower_.pageFailed(now_, number, !fails, "failed");
+      follower_.pageFailed(now_, number, fails ? PageFailure::other : PageFailure::noRevision, "failed");
     } else {
       follower_.pageRead(now_, number, std::move(*page));
     }

@@ -48,7 +48,7 @@ TEST_F(FollowerTest, ListingIsCompactedMeanwhile_ItBeginsAnew) {
   follower_.start(now_);
   page(at(10), {record("p/a", "1", 3)}, true);
   commands();
-  follower_.pageFailed(now_, follower_.pageAsked(), true, "compacted");
+  follower_.pageFailed(now_, follower_.pageAsked(), PageFailure::noRevision, "compacted");
   EXPECT_THAT(commands(), ElementsAre("connect 0", "read p/ at 0 x1000"));
   page(at(20), {record("p/b", "2", 15)});
   EXPECT_THAT(batches(), ElementsAre("20: p/b=2"));
@@ -98,7 +98,7 @@ TEST_F(FollowerTest, LaterPageDoesNotCome_IsAskedForAgainSmaller_AndWhatWasListe
   commands();
   advance(Follower::kAnswerMs);
   EXPECT_THAT(commands(), ElementsAre("read p/a+ at 10 x125"));
-  follower_.pageFailed(now_, follower_.pageAsked(), false, "too large");
+  follower_.pageFailed(now_, follower_.pageAsked(), PageFailure::other, "too large");
   EXPECT_THAT(commands(), ElementsAre("read p/a+ at 10 x15"));
   // So large a page as failed is not asked for again.
   page(at(11), {record("p/b", "2", 5)}, true);
@@ -109,10 +109,27 @@ TEST_F(FollowerTest, LaterPageDoesNotCome_IsAskedForAgainSmaller_AndWhatWasListe
   EXPECT_THAT(batches(), ElementsAre("10: p/a=1 p/b=2 p/c=2 p/d=2"));
 }
 
+// It counted as a server that was tried in vain.
+TEST_F(FollowerTest, FirstPageIsTooLarge_IsAskedForAgainSmallerAtOnce) {
+  follower_.start(now_);
+  commands();
+  follower_.pageFailed(now_, follower_.pageAsked(), PageFailure::tooLarge, "too large");
+  EXPECT_THAT(commands(), ElementsAre("read p/ at 0 x125"));
+  EXPECT_FALSE(follower_.unreached());
+  for (int i = 0; i < 2; ++i) {
+    follower_.pageFailed(now_, follower_.pageAsked(), PageFailure::tooLarge, "too large");
+  }
+  EXPECT_THAT(commands(), ElementsAre("read p/ at 0 x15", "read p/ at 0 x1"));
+  follower_.pageFailed(now_, follower_.pageAsked(), PageFailure::tooLarge, "too large");
+  EXPECT_THAT(commands(), ElementsAre("disconnect"));
+  EXPECT_TRUE(follower_.unreached());
+}
+
 TEST_F(FollowerTest, PageOfOneKeyFails_TheServerIsLeft) {
   follower_.start(now_);
   page(at(10), {record("p/a", "1", 3)}, true);
-  for (int i = 0; i < 4; ++i) follower_.pageFailed(now_, follower_.pageAsked(), false, "too large");
+  for (int i = 0; i < 4; ++i)
+    follower_.pageFailed(now_, follower_.pageAsked(), PageFailure::other, "too large");
   Texts all = commands();
   EXPECT_EQ(all.back(), "disconnect");
   EXPECT_EQ(all[all.size() - 2], "read p/a+ at 10 x1");
@@ -125,7 +142,7 @@ TEST_F(FollowerTest, AnswerToAnEarlierPage_DoesNotCount) {
   advance(Follower::kAnswerMs);
   commands();
   follower_.pageRead(now_, first, {at(10), {record("p/x", "1", 3)}, false});
-  follower_.pageFailed(now_, first, true, "late");
+  follower_.pageFailed(now_, first, PageFailure::noRevision, "late");
   EXPECT_THAT(commands(), IsEmpty());
   EXPECT_THAT(batches(), IsEmpty());
   page(at(10), {});
