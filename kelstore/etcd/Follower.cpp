@@ -356,7 +356,7 @@ void Follower::auditEnds(uint64_t atMs) {
   auditRead_ = false;
   auditAtMs_ = atMs;
   suspects_.clear();
-  table_.deletionsForgotten();
+  table_.deletionsForgotten(applied_);
 }
 
 // What differs from a page counts once the revision of the page is applied, or an event that would explain it

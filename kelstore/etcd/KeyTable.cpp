@@ -11,7 +11,13 @@ KeyTable::Known KeyTable::knownOf(const Record& record) {
   return {record.modRevision, record.lease, std::hash<std::string>()(record.value)};
 }
 
+bool KeyTable::deletedAfter(const std::string& key, int64_t revision) const {
+  auto deletion = deletions_.find(key);
+  return deletion != deletions_.end() && deletion->second > revision;
+}
+
 bool KeyTable::put(const Record& record) {
+  if (deletedAfter(record.key, record.modRevision)) return false;
   auto [at, isNew] = keys_.try_emplace(record.key);
   if (!isNew && at->second.modRevision >= record.modRevision) return false;
   at->second = knownOf(record);
@@ -19,7 +25,7 @@ bool KeyTable::put(const Record& record) {
 }
 
 bool KeyTable::del(const std::string& key, int64_t revision) {
-  if (remembering_) deletions_[key] = revision;
+  if (remembering_ && !deletedAfter(key, revision)) deletions_[key] = revision;
   auto found = keys_.find(key);
   if (found == keys_.end() || found->second.modRevision > revision) return false;
   keys_.erase(found);
@@ -44,9 +50,9 @@ std::vector<Change> KeyTable::becomes(std::vector<Record> all) {
   return changes;
 }
 
-void KeyTable::deletionsForgotten() {
+void KeyTable::deletionsForgotten(int64_t applied) {
   remembering_ = false;
-  deletions_.clear();
+  std::erase_if(deletions_, [applied](const auto& deletion) { return deletion.second <= applied; });
 }
 
 std::vector<KeyTable::Suspect> KeyTable::compare(const std::string& from, const Page& page) const {
@@ -72,11 +78,7 @@ std::vector<KeyTable::Suspect> KeyTable::compare(const std::string& from, const 
 
 bool KeyTable::differs(const Suspect& suspect) const {
   auto known = keys_.find(suspect.key);
-  if (known == keys_.end()) {
-    auto deletion = deletions_.find(suspect.key);
-    bool deletedSince = deletion != deletions_.end() && deletion->second > suspect.revision;
-    return suspect.found && !deletedSince;
-  }
+  if (known == keys_.end()) return suspect.found && !deletedAfter(suspect.key, suspect.revision);
   if (known->second.modRevision > suspect.revision) return false;
   return !suspect.found || knownOf(*suspect.found) != known->second;
 }
@@ -84,6 +86,7 @@ bool KeyTable::differs(const Suspect& suspect) const {
 Change KeyTable::repair(Suspect suspect) {
   if (!suspect.found) {
     keys_.erase(suspect.key);
+    deletions_[suspect.key] = suspect.revision;
     return {std::move(suspect.key), std::nullopt, 0};
   }
   keys_[suspect.key] = knownOf(*suspect.found);

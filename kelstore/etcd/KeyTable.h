@@ -26,9 +26,10 @@ class KeyTable {
   std::vector<Change> becomes(std::vector<Record> all);
 
   // From now on until deletionsForgotten(), deletions are remembered, so that a page that was read before one
-  // is known to be older.
+  // is known to be older. Repaired ones always are, as events from before them may still come:
+  // until deletionsForgotten() is told that these were applied.
   void deletionsRemembered() { remembering_ = true; }
-  void deletionsForgotten();
+  void deletionsForgotten(int64_t applied);
   // The keys from `from` on, as far as the page reaches, of which it says something else. What is newer than
   // the page is none of them.
   std::vector<Suspect> compare(const std::string& from, const Page& page) const;
@@ -45,10 +46,11 @@ class KeyTable {
     bool operator==(const Known&) const = default;
   };
   static Known knownOf(const Record& record);
+  bool deletedAfter(const std::string& key, int64_t revision) const;
 
   std::map<std::string, Known> keys_;
   bool remembering_ = false;
-  std::map<std::string, int64_t> deletions_;  // the revision of each
+  std::map<std::string, int64_t> deletions_;  // the revision of each; of a repaired one, the page's
 };
 
 // The least key after this one.

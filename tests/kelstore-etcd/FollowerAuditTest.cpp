@@ -70,6 +70,40 @@ TEST_F(AuditTest, RevisionOfThePageIsApplied_WhatDiffersIsRepairedAtOnce) {
   EXPECT_EQ(follower_.counters().repairs, 1u);
 }
 
+// They showed the key again until the event of its deletion came.
+TEST_F(AuditTest, EventsFromBeforeARepairedDeletion_BringNothingBack) {
+  page(at(100), {record("p/a", "1", 3)});
+  advance(Follower::kGraceMs);
+  EXPECT_THAT(batches(), ElementsAre("10: -p/b"));
+  // Also not when the watch breaks before they come, and when the next audit has ended.
+  reconnecting();
+  page(at(100), {});
+  created(at(100));
+  advance(Follower::kResumedAuditMs);
+  page(at(100), {record("p/a", "1", 3)});
+  EXPECT_EQ(follower_.counters().audits, 2u);
+  says(at(100), {put("p/b", "3", 93)});
+  says(at(100), {del("p/b", 95)});
+  says(at(100), {put("p/b", "4", 97), del("p/b", 99)});
+  EXPECT_THAT(batches(), IsEmpty());
+  EXPECT_EQ(follower_.counters().dropped, 4u);
+  EXPECT_EQ(follower_.revision(), 99);
+  says(at(101), {put("p/b", "5", 101)});
+  EXPECT_THAT(batches(), ElementsAre("101: p/b=5"));
+}
+
+TEST_F(AuditTest, DeletionIsRepaired_InAnotherHistoryTheKeyIsNew) {
+  page(at(15), {record("p/a", "1", 3)});
+  advance(Follower::kGraceMs);
+  batches();
+  reconnecting();
+  page(at(12, 8), {});
+  page(at(12, 8), {record("p/a", "1", 3)});
+  created(at(12, 8));
+  says(at(13, 8), {put("p/b", "9", 13)});
+  EXPECT_THAT(batches(), ElementsAre("12:", "13: p/b=9"));
+}
+
 TEST_F(AuditTest, EventsAreOnTheirWay_NothingIsRepaired) {
   page(at(15), {record("p/a", "9", 13), record("p/c", "3", 15)});
   says(at(15), {put("p/a", "9", 13), del("p/b", 14), put("p/c", "3", 15)});
