@@ -126,7 +126,7 @@ void Publisher::listed(LeaseStore::Holdings holdings) {
   holdings_ = std::move(holdings);
   std::set<Lease> others = otherLeases();
   if (standingBy_) {
-    if (!others.empty()) return stepAfter(settings_.ttlSeconds * kMsPerSecond);
+    if (!others.empty()) return waitForOther();
     traceHandle.trace(kHealthLevel, "the other publisher of member {} is gone", settings_.member);
     standingBy_ = false;
     return step();
@@ -167,6 +167,13 @@ void Publisher::standBy(Lease other) {
                           [](const Result<std::monostate>&) {});
   lease_ = LeaseStore::kNoLease;
   nextRenewal_.reset();
+  waitForOther();
+}
+
+// The store has just been read, and nothing else is asked of it meanwhile.
+void Publisher::waitForOther() {
+  worked(Trouble::call);
+  worked(Trouble::renewal);
   stepAfter(settings_.ttlSeconds * kMsPerSecond);
 }
 

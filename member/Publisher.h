@@ -72,6 +72,7 @@ class Publisher final {
   void list();
   void listed(LeaseStore::Holdings holdings);
   void standBy(Lease other);
+  void waitForOther();
   void write();
   void written(const std::vector<LeaseStore::Change>& changes, const LeaseStore::Written& result);
   void renewAfter(uint64_t milliseconds);

@@ -129,6 +129,51 @@ TEST_F(PublisherTest, AnotherPublisherOfThisMember_ThisOneStandsByUntilItIsGone)
   EXPECT_EQ(errors().size(), 1u);
 }
 
+// As it is after another publisher of the member took over.
+class StandingByTest : public PublisherTest {
+ protected:
+  void standBy() {
+    using Leases = std::set<LeaseStore::Lease>;
+    for (const Path& path : {kLink, processor("1"), processor("2"), interface("B1")}) {
+      store_->put(path, "theirs", kOther);
+    }
+    load(11);
+    pass(2 * kSecond);
+    ASSERT_EQ(store_->leases, Leases{kOther}) << "its own was not given back";
+  }
+};
+
+TEST_F(StandingByTest, StoreIsAwayTwice_EachOutageIsToldAndTriedWithDelaysThatBeginSmall) {
+  start();
+  pass(2 * kSecond);
+  standBy();
+  for (size_t outage = 1; outage <= 2; ++outage) {
+    store_->failing = {"all"};
+    pass(60 * kSecond);
+    EXPECT_EQ(errors().size(), 1 + outage) << "one more than that it stands by";
+    store_->failing.clear();
+    pass(6 * kSecond);
+    EXPECT_THAT(trace_.lines(), Contains(HasSubstr("the store works again")).Times(outage));
+  }
+  store_->failing = {"all"};
+  store_->calls.clear();
+  for (int i = 0; i < 20 && store_->calls["list"] == 0; ++i) pass(1 * kSecond);
+  pass(2 * kSecond);
+  EXPECT_GE(store_->calls["list"], 3) << "of a delay that stayed long, one";
+}
+
+TEST_F(StandingByTest, RenewalsFailedBefore_TheStoreWorksSinceNoneIsMade) {
+  start();
+  store_->failing = {"renew"};
+  pass(6 * kSecond);
+  ASSERT_THAT(errors(), ElementsAre(HasSubstr("renew failed")));
+  standBy();
+  EXPECT_THAT(trace_.lines(), Contains(HasSubstr("the store works again")).Times(1));
+  store_->failing = {"all"};
+  pass(20 * kSecond);
+  EXPECT_EQ(errors().size(), 3u) << "a later outage is told";
+}
+
 TEST_F(PublisherTest, TwoPublishersOfOneMember_TheLaterOneGoesOn) {
   start();
   pass(3 * kSecond);
