@@ -1,7 +1,9 @@
 // Keeps this member's keys in the cluster's store equal to what the member has to say, all of them under one
 // lease, which is renewed for as long as the event loop turns: when this process dies, or hangs, its keys go.
 //
-// Only what differs is written, in one transaction for each interval. It writes below members/<member> and
+// Only what differs is written, in one transaction for each interval; more than 127 changed keys are several,
+// one right after the other, so that a reader may see a part of them: etcd takes 128 operations and as many
+// conditions, and one condition may stand for the member. It writes below members/<member> and
 // topology/<member> and at the configured interfaces, nowhere else. Keys there that an earlier life of this
 // member left behind are taken over, or deleted. An interface's key that lives under the lease of somebody
 // else is left alone. When somebody else writes this member's keys under another lease, which is another

@@ -8,7 +8,8 @@
 //                 and it is not decided yet whether the neighbour answers
 //   reachable     the neighbour answers
 //   degraded      the neighbour answers, but of the last echoes some were lost
-//   unknown       it cannot be found out: nothing is known of the interface yet, or echoes cannot be sent
+//   unknown       it cannot be found out: nothing is known of the interface yet, or echoes cannot be sent or
+//                 do not come to their end
 //
 // That carrier goes counts at once, as the administrative state does; that it is back counts for nothing
 // until echoes are answered, and these count with hysteresis, so that a link that flaps stays unreachable,
