@@ -75,10 +75,7 @@ FileSource::FileSource(std::string path, Store& store, Io& io, const Zavro::Cloc
       maxBytes_(maxBytes),
       io_(io),
       clock_(clock),
-      layer_("file:" + path_, path_, store, clock),
-      alive_(std::make_shared<bool>(true)) {}
-
-FileSource::~FileSource() { *alive_ = false; }
+      layer_("file:" + path_, path_, store, clock) {}
 
 void FileSource::start() {
   watch_ = io_.watch(path_, [this] { changed(); });
@@ -101,12 +98,9 @@ void FileSource::read() {
   timer_.reset();
   reading_ = true;
   changedMeanwhile_ = false;
-  auto result = std::make_shared<Attempt>();
-  io_.offLoop([result, path = path_, maxBytes = maxBytes_,
-               before = layer_.snapshot()] { *result = attempt(path, maxBytes, *before); },
-              [this, result, alive = alive_] {
-                if (*alive) attempted(std::move(*result));
-              });
+  offLoop_.run([path = path_, maxBytes = maxBytes_,
+                before = layer_.snapshot()] { return attempt(path, maxBytes, *before); },
+               [this](Attempt attempt) { attempted(std::move(attempt)); });
 }
 
 void FileSource::attempted(Attempt attempt) {

@@ -11,6 +11,7 @@
 
 #include "DocumentLayer.h"
 #include "Io.h"
+#include "OffLoop.h"
 
 namespace Kelstore {
 
@@ -24,7 +25,6 @@ class FileSource final : public Source {
   // Store, io and clock outlive the source.
   FileSource(std::string path, Store& store, Io& io, const Zavro::Clock& clock,
              uint64_t maxBytes = kDefaultMaxBytes);
-  ~FileSource() override;
 
   void start() override;
   SourceStatus status() const override { return layer_.status(); }
@@ -53,9 +53,9 @@ class FileSource final : public Source {
   std::unique_ptr<Io::Activity> timer_;
   bool reading_ = false;
   bool changedMeanwhile_ = false;
-  uint64_t badSinceNs_ = 0;      // when the first of the failures in a row was seen; 0: none
-  Signature badSignature_{};     // of the last failure
-  std::shared_ptr<bool> alive_;  // tells work under way that nobody waits for it any more
+  uint64_t badSinceNs_ = 0;   // when the first of the failures in a row was seen; 0: none
+  Signature badSignature_{};  // of the last failure
+  OffLoop offLoop_{io_};
 };
 
 }  // namespace Kelstore

@@ -25,18 +25,13 @@ Collector::Collector(std::string name, Ask ask, Kelstore::Io& io, const Zavro::C
   status_.name = std::move(name);
 }
 
-Collector::~Collector() { *alive_ = false; }
-
 void Collector::collect() {
   if (asking_) return;
   asking_ = true;
   askedUtcNs_ = clock_.utcNs();
   patience_ = io_.after(kPatienceMs, [this] { hangs(); });
-  auto answer = std::make_shared<Result<Take>>();
-  io_.offLoop([answer, ask = ask_] { *answer = askSafely(ask); },
-              [this, answer, alive = alive_] {
-                if (*alive) answered(std::move(*answer));
-              });
+  offLoop_.run([ask = ask_] { return askSafely(ask); },
+               [this](Result<Take> answer) { answered(std::move(answer)); });
 }
 
 void Collector::answered(Result<Take> answer) {

@@ -10,6 +10,7 @@
 
 #include "Io.h"
 #include "Machine.h"
+#include "OffLoop.h"
 #include "Source.h"
 #include "zavro/Clock.h"
 
@@ -30,7 +31,6 @@ class Collector final {
   // clock outlive the collector.
   Collector(std::string name, Ask ask, Kelstore::Io& io, const Zavro::Clock& clock,
             std::function<void()> told);
-  ~Collector();
   Collector(const Collector&) = delete;
   Collector& operator=(const Collector&) = delete;
 
@@ -57,7 +57,7 @@ class Collector final {
   bool asking_ = false;
   uint64_t askedUtcNs_ = 0;  // when the last question was asked
   std::unique_ptr<Kelstore::Io::Activity> patience_;
-  std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
+  Kelstore::OffLoop offLoop_{io_};
 };
 
 // A question whose answer is handed to `take`, on the loop. What `ask` holds lives as long as a question

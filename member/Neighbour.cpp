@@ -33,8 +33,6 @@ Neighbour::Neighbour(NeighbourConfig config, std::shared_ptr<EchoProbe> probe, K
       changed_(std::move(changed)),
       reachability_(config_.probe.counting, clock) {}
 
-Neighbour::~Neighbour() { *alive_ = false; }
-
 void Neighbour::deviceIs(std::optional<Device> device) {
   Reachability::State before = reachability_.state();
   if (device != device_) ++round_;
@@ -59,13 +57,11 @@ void Neighbour::ask() {
   asking_ = true;
   overdue_ = 0;
   EchoTarget target{config_.address, config_.device, std::chrono::milliseconds(config_.probe.timeoutMs)};
-  auto answer = std::make_shared<Result<bool>>(false);
-  io_.offLoop([answer, probe = probe_, target] { *answer = probe->ask(target); },
-              [this, answer, round = round_, alive = alive_] {
-                if (!*alive) return;
-                asking_ = false;
-                if (round == round_) asked(*answer);
-              });
+  offLoop_.run([probe = probe_, target] { return probe->ask(target); },
+               [this, round = round_](const Result<bool>& answer) {
+                 asking_ = false;
+                 if (round == round_) asked(answer);
+               });
 }
 
 void Neighbour::asked(const Result<bool>& answer) {

@@ -12,6 +12,7 @@
 #include "Echo.h"
 #include "Io.h"
 #include "Links.h"
+#include "OffLoop.h"
 #include "Reachability.h"
 
 namespace Member {
@@ -22,7 +23,6 @@ class Neighbour final {
   // longer, by an echo that is waited for.
   Neighbour(NeighbourConfig config, std::shared_ptr<EchoProbe> probe, Kelstore::Io& io,
             const Zavro::Clock& clock, std::function<void()> changed);
-  ~Neighbour();
   Neighbour(const Neighbour&) = delete;
   Neighbour& operator=(const Neighbour&) = delete;
 
@@ -49,7 +49,7 @@ class Neighbour final {
   bool asking_ = false;
   int overdue_ = 0;  // intervals since it was asked for
   bool toldFailure_ = false;
-  std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
+  Kelstore::OffLoop offLoop_{io_};
 };
 
 }  // namespace Member

@@ -43,16 +43,10 @@ Publisher::Publisher(Settings settings, std::shared_ptr<LeaseStore> store, Kelst
       clock_(clock),
       published_(std::move(published)) {}
 
-Publisher::~Publisher() { *alive_ = false; }
-
 template <class Answer>
 void Publisher::offLoop(std::function<Result<Answer>(LeaseStore&)> ask,
                         std::function<void(Result<Answer>)> done) {
-  auto answer = std::make_shared<Result<Answer>>();
-  io_.offLoop([answer, store = store_, ask = std::move(ask)] { *answer = ask(*store); },
-              [answer, done = std::move(done), alive = alive_] {
-                if (*alive) done(std::move(*answer));
-              });
+  offLoop_.run([store = store_, ask = std::move(ask)] { return ask(*store); }, std::move(done));
 }
 
 template <class Answer>

@@ -26,6 +26,7 @@
 #include "Backoff.h"
 #include "Io.h"
 #include "LeaseStore.h"
+#include "OffLoop.h"
 #include "Snapshot.h"
 #include "zavro/Clock.h"
 
@@ -50,7 +51,6 @@ class Publisher final {
   // outlive this; the store may be in use for longer, by a call that waits.
   Publisher(Settings settings, std::shared_ptr<LeaseStore> store, Kelstore::Io& io, const Zavro::Clock& clock,
             std::function<void()> published);
-  ~Publisher();
   Publisher(const Publisher&) = delete;
   Publisher& operator=(const Publisher&) = delete;
 
@@ -131,7 +131,7 @@ class Publisher final {
   std::optional<Trouble> trouble_;
   uint64_t troubleSinceNs_ = 0;
   std::string endpoint_;  // of which was told
-  std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
+  Kelstore::OffLoop offLoop_{io_};
 };
 
 }  // namespace Member
