@@ -120,6 +120,10 @@ std::string reachability(size_t state) {
   return fmt::format(R"({{"state": {}, "lastChange": 1700000000000000000}})", state);
 }
 
+double perSecond(size_t changes, Clock::duration time) {
+  return static_cast<double>(changes) / ms(time) * 1000;
+}
+
 // As many keys as are wanted: reachability of all members, then storage.
 std::vector<Op> manyKeys(size_t count) {
   std::vector<Op> ops;
@@ -197,11 +201,11 @@ void followed(size_t changes) {
   while (eventsOf(daemon) < changes) continue;
   daemon.waitUntilReady();
   auto mirrored = Clock::now() - begin;
-  auto rate = [changes](Clock::duration time) { return static_cast<double>(changes) / ms(time) * 1000; };
   fmt::print(
       "changes per second, {} in transactions of {}: written {:.0f}, bare watch {:.0f}, in the tables "
       "{:.0f}\n",
-      changes, kOpsPerTxn, rate(written), rate(heard), rate(mirrored));
+      changes, kOpsPerTxn, perSecond(changes, written), perSecond(changes, heard),
+      perSecond(changes, mirrored));
 }
 
 // All that was written while the daemon stood still; what writing takes does not count.
@@ -222,11 +226,10 @@ void followedFromBehind(size_t changes) {
   while (daemon.status().at("sources").at(0).at("paths").get<uint64_t>() < changes) continue;
   daemon.waitUntilReady();
   auto mirrored = Clock::now() - begin;
-  auto rate = [changes](Clock::duration time) { return static_cast<double>(changes) / ms(time) * 1000; };
   fmt::print(
       "changes per second, {} in transactions of {} from behind: bare watch {:.0f}, in the tables {:.0f}; "
       "relists {}\n",
-      changes, kOpsPerSmallTxn, rate(heard), rate(mirrored),
+      changes, kOpsPerSmallTxn, perSecond(changes, heard), perSecond(changes, mirrored),
       daemon.status().at("storeCounters").at(0).at("relists").dump());
 }
 

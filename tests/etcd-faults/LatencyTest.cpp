@@ -12,6 +12,7 @@
 #include "etcd-faults/StoreState.h"
 #include "etcd-faults/Writer.h"
 #include "support/Etcd.h"
+#include "support/LargeState.h"
 #include "support/Network.h"
 #include "support/Relay.h"
 #include "wire/Model.h"
@@ -114,14 +115,8 @@ TEST_F(EtcdLatencyTest, StoreIsOutOfReach) {
 }
 
 TEST_F(EtcdLatencyTest, HundredThousandKeysAreLoaded) {
-  json members = json::object();
-  for (int member = 100; member < 200; ++member) {
-    json processors = json::object();
-    for (int index = 1; index <= 1000; ++index) processors[std::to_string(index)] = {{"load", index % 100}};
-    members[std::to_string(member)] = {{"processors", std::move(processors)}};
-  }
   Support::TempDir directory;
-  std::string file = directory.write("many.json", json{{"members", std::move(members)}}.dump());
+  std::string file = directory.write("many.json", Support::hundredThousandProcessors(100).dump());
   std::string store = fmt::format("etcd:{}/{}", cluster.endpoint(), kPrefix);
   auto paths = [&] { return follower.daemon().status().at("sources").at(0).at("paths").get<int64_t>(); };
   {

@@ -7,6 +7,7 @@
 
 #include "Document.h"
 #include "support/Etcd.h"
+#include "support/LargeState.h"
 #include "support/Network.h"
 #include "support/TempDir.h"
 
@@ -239,13 +240,7 @@ TEST_F(StoreCommandsTest, AwkwardNamesComeBack) {
 }
 
 TEST_F(StoreCommandsTest, HundredThousandKeysThereAndBack) {
-  json members = json::object();
-  for (int member = 0; member < 100; ++member) {
-    json processors = json::object();
-    for (int index = 1; index <= 1000; ++index) processors[std::to_string(index)] = {{"load", index % 100}};
-    members[std::to_string(member)] = {{"processors", std::move(processors)}};
-  }
-  json document = {{"members", std::move(members)}};
+  json document = Support::hundredThousandProcessors(0);
   EXPECT_EQ(ctl({"import", directory.write("in.json", document.dump())}),
             "100000 written, 0 deleted, 0 unchanged\n");
   EXPECT_TRUE(all() == document);
