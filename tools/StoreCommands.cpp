@@ -185,7 +185,7 @@ void del(const StoreOptions& options, const std::string& path) {
   if (place.segments.empty()) throw Unusable(fmt::format("found no path, {}", kExpectedPath));
   Store store(options);
   Etcd::Deletion deletion = orThrow(store.client.del(rangeOf(store.keys, place)));
-  if (deletion.keys == 0) throw StoreFailed(fmt::format("{}: nothing there", path));
+  if (deletion.keys == 0 && !deletion.repeated) throw StoreFailed(fmt::format("{}: nothing there", path));
 }
 
 void get(const StoreOptions& options, const std::string& path) {

@@ -58,6 +58,7 @@ class Client::Impl {
     auto end = std::chrono::steady_clock::now() + options_.deadline;
     std::string failures;
     absl::Status status;
+    repeated_ = false;
     for (size_t left = endpoints_.size(); left > 0; --left) {
       auto share = (end - std::chrono::steady_clock::now()) / static_cast<int64_t>(left);
       Clock::time_point deadline = Clock::now() + share;
@@ -65,17 +66,22 @@ class Client::Impl {
       status = callHere(deadline, attempt);
       if (connected && absl::IsUnavailable(status)) {
         // The connection ended since the last call, say, because the server was restarted.
+        repeated_ |= mayHaveArrived();
         channel_.reset();
         status = callHere(deadline, attempt);
       }
       if (!isElsewhere(status.code())) return status;
       failures += fmt::format("{}{}", failures.empty() ? "" : "; ", std::string(status.message()));
+      repeated_ |= mayHaveArrived();
       // A channel that failed waits before it connects again, and fails calls meanwhile; a new one does not.
       channel_.reset();
       current_ = (current_ + 1) % endpoints_.size();
     }
     return {status.code(), failures};
   }
+
+  // Whether an attempt of the last call, but for the one that was answered, may have been carried out.
+  bool repeated() const { return repeated_; }
 
   // A unary call of a service.
   template <class Service, class Request, class Response>
@@ -88,6 +94,13 @@ class Client::Impl {
   }
 
  private:
+  // Of an attempt that was not answered. One that never had a connection to go on has not arrived anywhere.
+  bool mayHaveArrived() const {
+    if (!channel_) return false;
+    grpc_connectivity_state state = channel_->GetState(false);
+    return state == GRPC_CHANNEL_READY || state == GRPC_CHANNEL_IDLE;
+  }
+
   absl::Status callHere(Clock::time_point deadline, const Attempt& attempt) {
     grpc::Status status;
     for (int tries = 0; tries < 2; ++tries) {
@@ -122,6 +135,7 @@ class Client::Impl {
   size_t current_ = 0;
   Channel channel_;
   std::optional<std::string> token_;  // empty: calls need none
+  bool repeated_ = false;
 };
 
 Client::Client(std::vector<std::string> endpoints, Access access, Options options)
@@ -198,7 +212,7 @@ absl::StatusOr<Deletion> Client::del(const KeyRange& keys) {
   Rpc::DeleteRangeResponse response;
   absl::Status status = impl_->unary<Rpc::KV>(&Rpc::KV::Stub::DeleteRange, request, response);
   if (!status.ok()) return status;
-  return Deletion{response.header().revision(), response.deleted()};
+  return Deletion{response.header().revision(), response.deleted(), impl_->repeated()};
 }
 
 absl::StatusOr<int64_t> Client::txn(const std::vector<Op>& ops, const std::vector<Guard>& guards) {

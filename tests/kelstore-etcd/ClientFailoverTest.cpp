@@ -3,6 +3,7 @@
 
 #include <thread>
 
+#include "BrokenOff.h"
 #include "ClientFixture.h"
 #include "SilentServer.h"
 #include "support/Network.h"
@@ -94,6 +95,26 @@ TEST_F(EtcdClientTest, EndpointThatIsPreferred_IsAskedFirst) {
   start = std::chrono::steady_clock::now();
   EXPECT_TRUE(any.put(key("a"), "2").ok());
   EXPECT_GE(std::chrono::steady_clock::now() - start, 990ms);
+}
+
+TEST_F(EtcdClientTest, DeletionIsNotAnswered_ItIsRepeated_AndSaysSo) {
+  ASSERT_TRUE(client.put(key("a"), "1").ok());
+  BrokenOff first(server->endpoint());
+  Client any({first.endpoint(), server->endpoint()}, {});
+  absl::StatusOr<Deletion> deletion = any.del(keys.all());
+  ASSERT_TRUE(deletion.ok()) << deletion.status();
+  EXPECT_EQ(deletion->keys, 0);
+  EXPECT_TRUE(deletion->repeated);
+  EXPECT_THAT(texts(client.range(keys.all())), ElementsAre());
+  EXPECT_FALSE(any.del(keys.all())->repeated);
+}
+
+TEST_F(EtcdClientTest, DeletionArrivedNowhere_TheNextOneIsTheFirst) {
+  Client dead({deadEndpoint(), server->endpoint()}, {});
+  EXPECT_FALSE(dead.del(keys.all())->repeated);
+  SilentServer silent;
+  Client hung({silent.endpoint(), server->endpoint()}, {}, {.deadline = 1s});
+  EXPECT_FALSE(hung.del(keys.all())->repeated);
 }
 
 TEST(EtcdClientClusterTest, LeaderIsKilled_CallsGoOnAtTheOthers) {

@@ -6,6 +6,8 @@
 #include <nlohmann/json.hpp>
 
 #include "Document.h"
+#include "kelstore-etcd/BrokenOff.h"
+#include "kelstore-etcd/SilentServer.h"
 #include "support/Etcd.h"
 #include "support/LargeState.h"
 #include "support/Network.h"
@@ -27,7 +29,7 @@ class StoreCommandsTest : public testing::Test {
 
   StoreCommandsTest() : prefix(testing::UnitTest::GetInstance()->current_test_info()->name()) {}
 
-  std::string store() const { return fmt::format("etcd:{}/{}", server->endpoint(), prefix); }
+  std::string store() const { return fmt::format("etcd:{}/{}", endpoints, prefix); }
 
   Result tryCtl(const Argv& arguments) const {
     Argv argv = {TRELCTL};
@@ -63,6 +65,7 @@ class StoreCommandsTest : public testing::Test {
   static std::unique_ptr<Support::EtcdCluster> server;
   Support::TempDir directory;
   std::string prefix;
+  std::string endpoints = server->endpoint();
 };
 
 std::unique_ptr<Support::EtcdCluster> StoreCommandsTest::server;
@@ -93,6 +96,23 @@ TEST_F(StoreCommandsTest, GetAndDel_WhatIsBelow) {
   EXPECT_EQ(all(), json::parse(R"({"members": {"10": {"processors": {"1": {"load": 5}}}}})"));
   EXPECT_EQ(fault(1, {"del", "members/1"}), "members/1: nothing there\n");
   EXPECT_EQ(fault(1, {"get", "members/1"}), "members/1: nothing there\n");
+}
+
+// The server that is asked first deletes it and cannot say so; the next one finds nothing any more.
+TEST_F(StoreCommandsTest, DelIsRepeatedAtTheNextServer_ThatNothingIsLeftIsNoFault) {
+  ctl({"put", "sysname", R"("alpha")"});
+  Kelstore::Etcd::BrokenOff first(server->endpoint());
+  endpoints = first.endpoint() + "," + server->endpoint();
+  EXPECT_EQ(ctl({"del", "sysname"}), "");
+  EXPECT_EQ(rawKeys(), "");
+}
+
+TEST_F(StoreCommandsTest, DelFindsNothing_AndTheFirstServerCannotHaveDeletedIt) {
+  endpoints = fmt::format("127.0.0.1:{},{}", Support::freeTcpPort(), server->endpoint());
+  EXPECT_EQ(fault(1, {"del", "sysname"}), "sysname: nothing there\n");
+  Kelstore::Etcd::SilentServer silent;
+  endpoints = silent.endpoint() + "," + server->endpoint();
+  EXPECT_EQ(fault(1, {"del", "sysname"}), "sysname: nothing there\n");
 }
 
 TEST_F(StoreCommandsTest, EmptyStore_EmptyDocument) {
