@@ -42,9 +42,9 @@ std::string readable(const std::string& path) {
 void describeEtcd(CLI::App& app, EtcdOptions& options) {
   app.add_option(
          "--hold", options.holdSeconds,
-         fmt::format("Seconds for which what a lost store \"etcd:\" said last counts before it is stale "
-                     "(default: {})",
-                     options.holdSeconds))
+         fmt::format("Seconds for which what a lost store \"etcd:\" said last counts before it is stale, "
+                     "0 to {} (default: {})",
+                     kMaxHoldSeconds, options.holdSeconds))
       ->type_name("SECONDS")
       ->check(CLI::Range(0U, kMaxHoldSeconds).description(""));
   app.add_option_function<std::string>(
@@ -56,8 +56,8 @@ void describeEtcd(CLI::App& app, EtcdOptions& options) {
       }));
   app.add_option("--audit", options.auditSeconds,
                  fmt::format("Seconds between two audits of a store, each of which reads everything anew and "
-                             "repairs what differs (default: {})",
-                             options.auditSeconds))
+                             "repairs what differs, 1 to {} (default: {})",
+                             kMaxAuditSeconds, options.auditSeconds))
       ->type_name("SECONDS")
       ->check(CLI::Range(1U, kMaxAuditSeconds).description(""));
   describeAccess(app, options.access);

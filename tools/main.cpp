@@ -174,9 +174,8 @@ void describe(CLI::App& app, StoreCommand& command) {
 void describe(CLI::App& app, Command& command) {
   app.set_version_flag("--version", "trelctl " TREL_VERSION, "Print the version and exit");
   app.footer(
-      "Exit status: 0 done, 1 no daemon, no store, nothing there or not ready in time, 2 unusable arguments "
-      "or "
-      "documents.");
+      "Exit status: 0 done, 1 no daemon, no store, nothing there, values left out or not ready in time, "
+      "2 unusable arguments or documents.");
   app.require_subcommand(1);
   app.fallthrough();
   app.add_option("--control", command.control,

@@ -34,13 +34,14 @@ void describeAccess(CLI::App& app, Kelstore::Etcd::Access& access) {
     app.add_option(name, path, description)->type_name("FILE");
   };
   file("--etcd-ca", access.caFile,
-       "Who signed the servers' certificates, PEM; makes it TLS (default, with --etcd-cert: the system's "
-       "CAs)");
+       "CAs that signed the servers' certificates, PEM; makes it TLS (default, with --etcd-cert: the "
+       "system's)");
   file("--etcd-cert", access.certFile,
        "Certificate to show to the servers, PEM; makes it TLS; needs --etcd-key");
-  file("--etcd-key", access.keyFile, "Its key, PEM, for its owner's eyes only");
+  file("--etcd-key", access.keyFile,
+       "Its key, PEM; refused when others have any right to it; needs --etcd-cert");
   file("--etcd-credentials", access.credentialsFile,
-       "User and password, {\"user\": ..., \"password\": ...}, for its owner's eyes only");
+       "User and password, {\"user\": ..., \"password\": ...}; refused when others have any right to it");
 }
 
 int parseCommandLine(CLI::App& app, int argc, const char* const* argv, const std::function<void()>& check) {

@@ -193,6 +193,7 @@ TEST(OptionsTest, HelpAndVersion_GoToStandardOutput) {
                              "etcd:HOST"}) {
     EXPECT_THAT(help, testing::HasSubstr(option));
   }
+  for (const char* bound : {"2592000", "86400"}) EXPECT_THAT(help, testing::HasSubstr(bound));
   EXPECT_THAT(help, testing::Not(testing::HasSubstr("does not have")));
   testing::internal::CaptureStdout();
   EXPECT_EQ(parsed({"--help"}, nullptr).exitCode, 0);
