@@ -9,6 +9,7 @@
 #include "etcd/Client.h"
 #include "rpc.grpc.pb.h"
 #include "support/Etcd.h"
+#include "support/EtcdAccess.h"
 
 namespace Kelstore::Etcd {
 namespace {
@@ -24,23 +25,11 @@ class EtcdAuthTest : public testing::Test {
  protected:
   void start(const Support::Argv& arguments = {}) {
     server = std::make_unique<EtcdCluster>(Support::EtcdOptions{.arguments = arguments});
-    for (const auto& command :
-         std::vector<Support::Argv>{{"user", "add", "root:rootpw"},
-                                    {"user", "grant-role", "root", "root"},
-                                    {"role", "add", "writer"},
-                                    {"role", "grant-permission", "writer", "readwrite", "trel/", "--prefix"},
-                                    {"user", "add", "trel:secret"},
-                                    {"user", "grant-role", "trel", "writer"},
-                                    {"auth", "enable"}}) {
-      if (command[1] == "grant-role" && command[2] == "root") server->tryCtl({"role", "add", "root"});
-      server->ctl(command);
-    }
+    Support::enableAuthentication(*server);
   }
   Access login(const std::string& user, const std::string& password) {
     Access access;
-    access.credentialsFile =
-        directory.write("login", fmt::format(R"({{"user": "{}", "password": "{}"}})", user, password));
-    chmod(access.credentialsFile.c_str(), 0600);
+    access.credentialsFile = Support::writeLogin(directory, "login", user, password);
     return access;
   }
 
@@ -85,10 +74,7 @@ TEST_F(EtcdAuthTest, AuthenticationIsEnabledMeanwhile_ClientAuthenticates) {
   Client without(server->endpoints(), {});
   EXPECT_TRUE(client.put("trel/a", "1").ok());
   EXPECT_TRUE(without.put("trel/a", "1").ok());
-  server->ctl({"user", "add", "root:rootpw"});
-  server->tryCtl({"role", "add", "root"});
-  server->ctl({"user", "grant-role", "root", "root"});
-  server->ctl({"auth", "enable"});
+  Support::enableAuthentication(*server);
   absl::StatusOr<int64_t> put = client.put("trel/a", "2");
   EXPECT_TRUE(put.ok()) << put.status();
   EXPECT_EQ(without.put("trel/a", "3").status().message(),
@@ -152,47 +138,25 @@ class EtcdTlsTest : public testing::Test {
  protected:
   // A CA, and certificates of it for the server and for a client.
   static void SetUpTestSuite() {
-    directory = std::make_unique<Support::TempDir>();
-    authority("ca");
-    authority("stranger");
-    certificate("server", "ca");
-    certificate("client", "ca");
-    certificate("intruder", "stranger");
-    Support::EtcdOptions options;
-    options.caFile = file("ca.pem");
-    options.certFile = file("server.pem");
-    options.keyFile = file("server.key");
-    server = std::make_unique<EtcdCluster>(options);
+    certificates = std::make_unique<Support::Certificates>();
+    certificates->authority("ca");
+    certificates->authority("stranger");
+    certificates->certificate("server", "ca");
+    certificates->certificate("client", "ca");
+    certificates->certificate("intruder", "stranger");
+    server = std::make_unique<EtcdCluster>(certificates->serverOptions("server", "ca"));
   }
   static void TearDownTestSuite() {
     server.reset();
-    directory.reset();
+    certificates.reset();
   }
 
-  static std::string file(const std::string& name) { return directory->file(name); }
-  static void openssl(Support::Argv arguments) {
-    arguments.insert(arguments.begin(), "openssl");
-    Support::Result result = Support::run(arguments);
-    ASSERT_EQ(result.status, 0) << result.err;
-  }
-  static void authority(const std::string& name) {
-    openssl({"req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1", "-nodes", "-days",
-             "2", "-subj", "/CN=" + name, "-keyout", file(name + ".key"), "-out", file(name + ".pem")});
-  }
-  static void certificate(const std::string& name, const std::string& authority) {
-    openssl({"req", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1", "-nodes", "-subj",
-             "/CN=" + name, "-addext", "subjectAltName=IP:127.0.0.1", "-keyout", file(name + ".key"), "-out",
-             file(name + ".csr")});
-    openssl({"x509", "-req", "-days", "2", "-in", file(name + ".csr"), "-copy_extensions", "copy", "-CA",
-             file(authority + ".pem"), "-CAkey", file(authority + ".key"), "-CAcreateserial", "-out",
-             file(name + ".pem")});
-  }
   static Access access(const std::string& authority, const std::string& name) {
     Access access;
-    access.caFile = file(authority + ".pem");
+    access.caFile = certificates->certFile(authority);
     if (!name.empty()) {
-      access.certFile = file(name + ".pem");
-      access.keyFile = file(name + ".key");
+      access.certFile = certificates->certFile(name);
+      access.keyFile = certificates->keyFile(name);
     }
     return access;
   }
@@ -200,11 +164,11 @@ class EtcdTlsTest : public testing::Test {
     return Client(server->endpoints(), with, {.deadline = 3s}).put("k/a", "1");
   }
 
-  static std::unique_ptr<Support::TempDir> directory;
+  static std::unique_ptr<Support::Certificates> certificates;
   static std::unique_ptr<EtcdCluster> server;
 };
 
-std::unique_ptr<Support::TempDir> EtcdTlsTest::directory;
+std::unique_ptr<Support::Certificates> EtcdTlsTest::certificates;
 std::unique_ptr<EtcdCluster> EtcdTlsTest::server;
 
 TEST_F(EtcdTlsTest, BothSidesShowACertificateOfTheCa) {
@@ -239,13 +203,13 @@ TEST_F(EtcdTlsTest, CertificateWithoutTheServersAddressIsNotTrusted) {
 TEST_F(EtcdTlsTest, FilesAreReadAgainForANewConnection) {
   Support::TempDir own;
   Access replaced = access("ca", "client");
-  replaced.certFile = own.write("cert.pem", Support::readFile(file("intruder.pem")));
-  replaced.keyFile = own.write("key.pem", Support::readFile(file("intruder.key")));
+  replaced.certFile = own.write("cert.pem", Support::readFile(certificates->certFile("intruder")));
+  replaced.keyFile = own.write("key.pem", Support::readFile(certificates->keyFile("intruder")));
   chmod(replaced.keyFile.c_str(), 0600);
   Client client(server->endpoints(), replaced, {.deadline = 3s});
   EXPECT_FALSE(client.put("k/a", "1").ok());
-  own.write("cert.pem", Support::readFile(file("client.pem")));
-  own.write("key.pem", Support::readFile(file("client.key")));
+  own.write("cert.pem", Support::readFile(certificates->certFile("client")));
+  own.write("key.pem", Support::readFile(certificates->keyFile("client")));
   absl::StatusOr<int64_t> put = client.put("k/a", "1");
   EXPECT_TRUE(put.ok()) << put.status();
   own.write("key.pem", "no key");

@@ -11,6 +11,7 @@
 
 #include "etcd/Client.h"
 #include "support/Etcd.h"
+#include "support/EtcdAccess.h"
 #include "support/Network.h"
 #include "support/OwnNetwork.h"
 #include "support/Process.h"
@@ -49,8 +50,8 @@ class TrelmemberdTest : public testing::Test {
   std::string config(int member, const std::string& neighbours, const std::string& servers, int ttlSeconds) {
     return directory_.write(fmt::format("{}.json", member),
                             fmt::format(R"({{"member": {}, "store": "etcd:{}/trel", "ttl": {},
-                                             "figuresInterval": 1, "neighbours": [{}]}})",
-                                        member, servers, ttlSeconds, neighbours));
+                                             "figuresInterval": 1, "neighbours": [{}], "access": {}}})",
+                                        member, servers, ttlSeconds, neighbours, access_.dump()));
   }
   std::unique_ptr<Process> start(const std::string& config, const Support::Env& env = {}) {
     return std::make_unique<Process>(Support::Argv{TRELMEMBERD, "--config", config}, env);
@@ -90,6 +91,7 @@ class TrelmemberdTest : public testing::Test {
   Support::TempDir directory_;
   std::unique_ptr<Support::EtcdCluster> etcd_;
   std::unique_ptr<Client> client_;
+  nlohmann::json access_ = nlohmann::json::object();  // that processes are configured with
 };
 
 TEST_F(TrelmemberdTest, Publishes_AllOfTheMemberUnderOneLease) {
@@ -290,6 +292,60 @@ TEST_F(TrelmemberdTest, Ready_IsToldOnceEverythingIsPublished) {
   EXPECT_EQ(process->stop(), 0);
   EXPECT_EQ(told(), "STOPPING=1");
   ::close(socket);
+}
+
+// Servers that ask who it is: of the publisher, and of the test.
+class TrelmemberdAccessTest : public TrelmemberdTest {
+ protected:
+  void SetUp() override {}
+  void serversAre(const Support::EtcdOptions& options, const Kelstore::Etcd::Access& access) {
+    etcd_ = std::make_unique<Support::EtcdCluster>(options);
+    client_ = std::make_unique<Client>(etcd_->endpoints(), access);
+  }
+  // Publishes, keeps that for longer than the lease, and withdraws it: every kind of call is let in.
+  void expectPublishes() {
+    auto process = start(config(1, loopback()));
+    ASSERT_TRUE(awaitKey("members/1/system")) << process->err();
+    auto lease = leases();
+    EXPECT_FALSE(waitUntil([&] { return leases() != lease; }, 1500ms * kTtlSeconds)) << process->err();
+    EXPECT_EQ(process->stop(), 0);
+    EXPECT_THAT(names(), testing::IsEmpty()) << process->err();
+    EXPECT_THAT(process->err(), testing::Not(HasSubstr("cannot be used")));
+  }
+  void expectIsRefused(const std::string& why) {
+    auto process = start(config(1, loopback()));
+    EXPECT_TRUE(waitUntil([&] { return process->err().find("cannot be used: ") != std::string::npos; }));
+    EXPECT_THAT(process->err(), HasSubstr(why));
+    EXPECT_THAT(names(), testing::IsEmpty());
+    EXPECT_EQ(process->stop(), 0) << process->err();
+  }
+};
+
+TEST_F(TrelmemberdAccessTest, ServerWantsACertificate_PublishesWithOneOfItsCaOnly) {
+  Support::Certificates certificates;
+  for (const char* ca : {"ca", "stranger"}) certificates.authority(ca);
+  for (const char* name : {"server", "test", "member"}) certificates.certificate(name, "ca");
+  certificates.certificate("intruder", "stranger");
+  serversAre(certificates.serverOptions("server", "ca"),
+             {certificates.certFile("ca"), certificates.certFile("test"), certificates.keyFile("test")});
+  auto showing = [&](const std::string& name) -> nlohmann::json {
+    return {{"ca", certificates.certFile("ca")},
+            {"cert", certificates.certFile(name)},
+            {"key", certificates.keyFile(name)}};
+  };
+  access_ = showing("member");
+  expectPublishes();
+  access_ = showing("intruder");
+  expectIsRefused(etcd_->endpoint());
+}
+
+TEST_F(TrelmemberdAccessTest, ServerWantsAUser_PublishesWithItsPasswordOnly) {
+  serversAre({}, {.credentialsFile = Support::writeLogin(directory_, "test", "root", "rootpw")});
+  Support::enableAuthentication(*etcd_);
+  access_ = {{"credentials", Support::writeLogin(directory_, "member", "trel", "secret")}};
+  expectPublishes();
+  access_ = {{"credentials", Support::writeLogin(directory_, "wrong", "trel", "wrong")}};
+  expectIsRefused("user \"trel\" of " + directory_.file("wrong") + " was refused");
 }
 
 // Two switches with a cable between them; each has a publisher, all of them one store. The publisher of the
