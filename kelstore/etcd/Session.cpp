@@ -102,26 +102,6 @@ class Session::Impl {
   }
 
  private:
-  // A connection to one server and the calls on it. Calls that are done after it was left are ignored.
-  struct Connection {
-    std::string endpoint;
-    std::shared_ptr<grpc::Channel> channel;
-    std::string token;
-    bool left = false;
-    bool renewed = false;  // the token, since a call succeeded last
-    std::vector<std::weak_ptr<grpc::ClientContext>> contexts;
-    std::shared_ptr<void> watch;
-  };
-  using ConnectionPtr = std::shared_ptr<Connection>;
-
-  template <class Response>
-  struct Call {
-    grpc::ClientContext context;
-    Response response;
-    grpc::Status status;
-    std::unique_ptr<grpc::ClientAsyncResponseReader<Response>> reader;
-  };
-
   struct Watch {
     grpc::ClientContext context;
     std::unique_ptr<grpc::ClientAsyncReaderWriter<etcdserverpb::WatchRequest, etcdserverpb::WatchResponse>>
@@ -133,6 +113,26 @@ class Session::Impl {
     bool wantsProgress = false;
   };
   using WatchPtr = std::shared_ptr<Watch>;
+
+  // A connection to one server and the calls on it. Calls that are done after it was left are ignored.
+  struct Connection {
+    std::string endpoint;
+    std::shared_ptr<grpc::Channel> channel;
+    std::string token;
+    bool left = false;
+    bool renewed = false;  // the token, since a call succeeded last
+    std::vector<std::weak_ptr<grpc::ClientContext>> contexts;
+    WatchPtr watch;
+  };
+  using ConnectionPtr = std::shared_ptr<Connection>;
+
+  template <class Response>
+  struct Call {
+    grpc::ClientContext context;
+    Response response;
+    grpc::Status status;
+    std::unique_ptr<grpc::ClientAsyncResponseReader<Response>> reader;
+  };
 
   uint64_t nowMs() const { return clock_.monotonicNs() / kNsPerMs; }
 
@@ -183,9 +183,8 @@ class Session::Impl {
 
   void carryOut(const RequestProgress& /*command*/) {
     if (!connection_ || !connection_->watch) return;
-    auto watch = std::static_pointer_cast<Watch>(connection_->watch);
-    watch->wantsProgress = true;
-    writeNext(connection_, watch);
+    connection_->watch->wantsProgress = true;
+    writeNext(connection_, connection_->watch);
   }
 
   // Leaves the connection at once; what is under way on it is called off.
