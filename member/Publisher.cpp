@@ -321,6 +321,7 @@ void Publisher::leaseIsGone() {
 }
 
 void Publisher::end(std::function<void()> ended) {
+  if (ended_) return;
   ended_ = std::move(ended);
   ending_ =
       io_.after(kEndingMs, [this] { over(fmt::format("no answer for {} s", kEndingMs / kMsPerSecond)); });

@@ -57,8 +57,8 @@ class Publisher final {
   // All that is to be said from now on; nothing is written before the first call.
   void contentIs(const std::vector<Kelstore::Snapshot::Entry>& entries);
   // Writes nothing any more and gives the lease back at once, so that the keys go; then calls `ended`, also
-  // when that failed or is not answered in time. What is being written meanwhile is refused without the
-  // lease, or goes with it.
+  // when that failed or is not answered in time. Only the first call counts. What is being written meanwhile
+  // is refused without the lease, or goes with it.
   void end(std::function<void()> ended);
 
  private:

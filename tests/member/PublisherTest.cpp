@@ -167,6 +167,18 @@ TEST_F(PublisherTest, EndAndTheStoreDoesNotAnswer_ItEndsSoonAllTheSame_AndSaysWh
   EXPECT_EQ(ended, 1);
 }
 
+TEST_F(PublisherTest, EndIsAskedForTwice_ItTakesNoLongerAndTheLeaseIsGivenBackOnce) {
+  start();
+  store_->hanging = {"revoke"};
+  int ended = 0;
+  publisher_->end([&] { ++ended; });
+  pass(1900);
+  publisher_->end([&] { ++ended; });
+  pass(100);
+  EXPECT_EQ(ended, 1);
+  EXPECT_EQ(store_->calls["revoke"], 1);
+}
+
 TEST_F(PublisherTest, EndWhileALeaseIsAskedFor_ItEndsSoonAllTheSame) {
   store_->hanging = {"grant"};
   start();
