@@ -11,6 +11,7 @@
 #include "kelstore/ManualIo.h"
 #include "kelstore/World.h"
 #include "support/Etcd.h"
+#include "support/EtcdAccess.h"
 #include "support/Network.h"
 #include "support/Relay.h"
 #include "support/TempDir.h"
@@ -324,6 +325,73 @@ TEST_F(EtcdSourceAuthTest, TokenExpires_ItIsRenewed) {
   ASSERT_TRUE(until([&] { return counter("audits") >= 2; }, 30s));
   EXPECT_EQ(counter("reconnections"), 0u);
   EXPECT_EQ(status().store->lastError, "");
+}
+
+class EtcdSourceTlsTest : public EtcdSourceTest {
+ protected:
+  EtcdSourceTlsTest() {
+    certificates_.authority("ca");
+    certificates_.authority("stranger");
+    certificates_.certificate("server", "ca");
+    certificates_.certificate("client", "ca");
+    certificates_.certificate("intruder", "stranger");
+    etcd_.emplace(certificates_.serverOptions("server", "ca"));
+    put(*etcd_, "p/interfaces/a", ifIndex(1));
+  }
+  Access access(const std::string& authority, const std::string& name) const {
+    return {.caFile = certificates_.certFile(authority),
+            .certFile = certificates_.certFile(name),
+            .keyFile = certificates_.keyFile(name)};
+  }
+  void startWith(const Access& access) {
+    FollowSettings settings;
+    settings.access = access;
+    start(etcd_->endpoint(), settings);
+  }
+
+  Support::Certificates certificates_;
+  std::optional<Support::EtcdCluster> etcd_;
+};
+
+TEST_F(EtcdSourceTlsTest, BothSidesShowACertificateOfTheCa_KeysAreFollowed) {
+  startWith(access("ca", "client"));
+  ASSERT_TRUE(untilIndex(1));
+  put(*etcd_, "p/interfaces/a", ifIndex(2));
+  EXPECT_TRUE(untilIndex(2));
+  EXPECT_EQ(status().store->lastError, "");
+}
+
+TEST_F(EtcdSourceTlsTest, ServerOfAnotherCa_IsNotListenedTo) {
+  startWith(access("stranger", "client"));
+  ASSERT_TRUE(untilState(State::stale));
+  EXPECT_THAT(status().error, HasSubstr(etcd_->endpoint()));
+  EXPECT_EQ(index(), 0u);
+}
+
+TEST_F(EtcdSourceTlsTest, CertificateIsRefused_ThenReplaced_ItIsReadForTheNextConnection) {
+  Access shown = access("ca", "intruder");
+  startWith(shown);
+  ASSERT_TRUE(untilState(State::stale));
+  EXPECT_EQ(index(), 0u);
+  std::filesystem::rename(certificates_.keyFile("client"), shown.keyFile);
+  std::filesystem::rename(certificates_.certFile("client"), shown.certFile);
+  EXPECT_TRUE(untilIndex(1));
+}
+
+TEST_F(EtcdSourceTlsTest, KeyTurnsUnusable_WhatWasFollowedIsHeld_AndTheFileIsNamed) {
+  Access shown = access("ca", "client");
+  startWith(shown);
+  ASSERT_TRUE(untilIndex(1));
+  std::filesystem::permissions(shown.keyFile, std::filesystem::perms::others_read,
+                               std::filesystem::perm_options::add);
+  etcd_->end(0);
+  etcd_->start(0);
+  ASSERT_TRUE(until([&] { return status().error.find(shown.keyFile) != std::string::npos; }));
+  EXPECT_EQ(status().state, State::held);
+  EXPECT_EQ(index(), 1u);
+  std::filesystem::permissions(shown.keyFile, std::filesystem::perms::others_read,
+                               std::filesystem::perm_options::remove);
+  EXPECT_TRUE(untilState(State::current));
 }
 
 }  // namespace
