@@ -402,5 +402,28 @@ TEST(EtcdAuditTest, DeletionIsLostInSilence_TheAuditRepairsIt) {
   EXPECT_EQ(walker.complaints(), "");
 }
 
+// What a page has, the watch tells a moment later: that is no loss, however often everything is read again.
+TEST(EtcdAuditTest, LinkIsSlow_WhatIsOnItsWayDuringAnAuditIsNoLoss) {
+  EtcdCluster cluster;
+  Writer writer(cluster.endpoints(), {}, kSeed);
+  Kelstore::Etcd::Client client(cluster.endpoints(), {});
+  Support::Relay door(Support::portOf(cluster.endpoint()));
+  Following follower(door.endpoint(), {"--audit", "1"});
+  Walker walker(follower.port(), namesOf(follower.expected(writer.lasting())));
+  door.slow(150ms, 200'000);
+  writer.goOn();
+  int64_t before = follower.counters().at("audits");
+  EXPECT_TRUE(waitUntil([&] { return follower.counters().at("audits") >= before + 8; }, 60s));
+  writer.pause();
+  absl::StatusOr<int64_t> end = client.put(kFirst + "sysname", "\"end\"");
+  ASSERT_TRUE(end.ok()) << end.status();
+  EXPECT_TRUE(follower.becomes(documentOf(*client.range(kAll)), *end, kPrompt));
+  EXPECT_GT(writer.written(), 500u);
+  for (const char* counter : {"repairs", "relists", "reconnections", "auditFailures"}) {
+    EXPECT_EQ(follower.counters().at(counter), 0) << counter;
+  }
+  EXPECT_EQ(walker.complaints(), "");
+}
+
 }  // namespace
 }  // namespace Faults
