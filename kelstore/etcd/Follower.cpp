@@ -6,7 +6,7 @@
 namespace Kelstore::Etcd {
 namespace {
 
-constexpr const char* kForeign = "the server tells of another cluster or of an older history";
+constexpr const char* kForeign = "tells of another cluster or of an older history";
 
 }  // namespace
 
@@ -60,8 +60,8 @@ void Follower::listOn(uint64_t nowMs) {
 // With a page. A server that is silent must not keep those behind it from being heard first; should all of
 // them be slow, each has more time in the next round.
 uint64_t Follower::patienceMs() const {
-  if (complete_ || answered_ || settings_.endpoints == 1) return kAnswerMs;
-  uint64_t rounds = std::min<uint64_t>(failures_ / settings_.endpoints, 10);
+  if (complete_ || answered_ || settings_.endpoints.size() == 1) return kAnswerMs;
+  uint64_t rounds = std::min<uint64_t>(failures_ / settings_.endpoints.size(), 10);
   return std::min(kAnswerMs, kFirstAnswerMs << rounds);
 }
 
@@ -76,12 +76,13 @@ void Follower::pageRead(uint64_t nowMs, uint64_t number, Page page) {
   page_ = 0;
   answerByMs_ = kNever;
   // Asking on would be answered in the same way.
-  if (page.more && page.records.empty()) return lost(nowMs, "found no keys, expected a page of them");
+  if (page.more && page.records.empty())
+    return lost(nowMs, ofServer("found no keys, expected a page of them"));
   heard(nowMs, page.header);
   if (phase_ == Phase::listing) {
     listed(nowMs, std::move(page));
   } else if (phase_ == Phase::resuming) {
-    if (foreign(page.header)) return relist(nowMs, kForeign);
+    if (foreign(page.header)) return relist(nowMs, ofServer(kForeign));
     openWatch(nowMs);
   } else if (auditPageAsked_) {
     auditPageAsked_ = false;
@@ -93,7 +94,7 @@ void Follower::listed(uint64_t nowMs, Page page) {
   if (!answered_) listingAt_ = page.header;
   answered_ = true;
   if (page.header.clusterId != listingAt_.clusterId) {
-    return lost(nowMs, "the pages of a listing come from different clusters");
+    return lost(nowMs, ofServer("the pages of a listing come from different clusters"));
   }
   pageSize_.worked();
   std::move(page.records.begin(), page.records.end(), std::back_inserter(listing_));
@@ -150,14 +151,14 @@ void Follower::watchSaid(uint64_t nowMs, WatchResponse response) {
   if (response.canceled) {
     bool compacted = response.compactRevision > 0;
     mustList_ = true;
-    return compacted ? relist(nowMs, "the revision to go on from is compacted")
-                     : lost(nowMs, "the watch was cancelled: " + response.cancelReason);
+    return compacted ? relist(nowMs, ofServer("the revision to go on from is compacted"))
+                     : lost(nowMs, ofServer("the watch was cancelled: " + response.cancelReason));
   }
   // Answers to progress requests overtake others, so that only the first answer's revision has to be one that
   // we know of.
   bool otherPast = response.created && foreign(response.header);
   if (otherPast || response.header.clusterId != clusterId_) {
-    return relist(nowMs, kForeign);
+    return relist(nowMs, ofServer(kForeign));
   }
   heard(nowMs, response.header);
   watchHeardMs_ = nowMs;
@@ -268,7 +269,7 @@ void Follower::lost(uint64_t nowMs, const std::string& error) {
   page_ = 0;
   auditEnds(kNever);
   commands_.emplace_back(Disconnect{});
-  endpoint_ = (endpoint_ + 1) % settings_.endpoints;
+  endpoint_ = (endpoint_ + 1) % settings_.endpoints.size();
   retryAtMs_ = nowMs + retryDelayMs();
 }
 
@@ -282,7 +283,7 @@ void Follower::forgetFailures(uint64_t nowMs) {
 
 // Other servers are tried almost at once; when none is left, time passes.
 uint64_t Follower::retryDelayMs() {
-  bool othersLeft = ++failures_ % settings_.endpoints != 0;
+  bool othersLeft = ++failures_ % settings_.endpoints.size() != 0;
   return othersLeft ? backoff_.variedMs(kFailoverMs) : backoff_.nextMs();
 }
 
@@ -291,7 +292,7 @@ void Follower::elapsed(uint64_t nowMs) {
   if (nowMs >= retryAtMs_) return connect(nowMs);
   if (nowMs >= answerByMs_) {
     uint64_t patience = patienceMs();
-    std::string error = "no answer for " + std::to_string(patience / 1000) + " s";
+    std::string error = ofServer("no answer for " + std::to_string(patience / 1000) + " s");
     if (!auditPageAsked_ && phase_ != Phase::listing) return lost(nowMs, error);
     pageFailed(nowMs, page_, PageFailure::other, error);
     if (patience < kAnswerMs) triedInVain_ = 0;
@@ -301,7 +302,7 @@ void Follower::elapsed(uint64_t nowMs) {
   if (nowMs - watchHeardMs_ >= kSilenceMs) {
     // What there is to tell may be too much for the link in one piece. A listing comes in smaller ones.
     mustList_ |= !toldSinceCreated_ && newest_ > applied_;
-    return lost(nowMs, "silence for " + std::to_string(kSilenceMs / 1000) + " s");
+    return lost(nowMs, ofServer("silence for " + std::to_string(kSilenceMs / 1000) + " s"));
   }
   if (nowMs - watchHeardMs_ >= kQuietMs && !askedForProgress_) {
     askedForProgress_ = true;
@@ -336,7 +337,7 @@ void Follower::auditNext(uint64_t nowMs) {
 
 void Follower::audited(uint64_t nowMs, const Page& page) {
   // What came on the watch since it was asked for may have overtaken it.
-  if (older(page.header, auditAskedAt_)) return relist(nowMs, kForeign);
+  if (older(page.header, auditAskedAt_)) return relist(nowMs, ofServer(kForeign));
   auditSize_.worked();
   for (KeyTable::Suspect& suspect : table_.compare(auditFrom_, page)) {
     suspects_.push_back({std::move(suspect), nowMs + kGraceMs});

@@ -53,8 +53,8 @@ class Follower {
     stale,     // the same, for longer than is to be trusted
   };
   struct Settings {
-    std::string prefix;  // what all keys begin with
-    size_t endpoints = 1;
+    std::string prefix;                  // what all keys begin with
+    std::vector<std::string> endpoints;  // at least one
     uint64_t holdMs = 300'000;
     uint64_t auditMs = 60'000;
   };
@@ -108,7 +108,7 @@ class Follower {
   State state() const;
   bool complete() const { return complete_; }  // all keys have been listed once
   // Every server was tried in vain, none of them left before its time; nothing is known yet.
-  bool unreached() const { return !complete_ && triedInVain_ >= settings_.endpoints; }
+  bool unreached() const { return !complete_ && triedInVain_ >= settings_.endpoints.size(); }
   // Whether it listens to a server, or reads from it.
   bool connected() const { return phase_ == Phase::watching || (phase_ != Phase::waiting && answered_); }
   size_t endpoint() const { return endpoint_; }      // that it turns to
@@ -156,6 +156,8 @@ class Follower {
   static bool older(const Header& header, const Header& known);
   void heard(uint64_t nowMs, const Header& header);
   uint64_t retryDelayMs();
+  // What the server does, as an error.
+  std::string ofServer(const std::string& what) const { return settings_.endpoints[endpoint_] + ": " + what; }
 
   void forgetFailures(uint64_t nowMs);
 

@@ -73,7 +73,7 @@ class Session::Impl {
       : settings_(settings),
         clock_(clock),
         keys_(Keys(settings.address.prefix).all()),
-        follower_({keys_.first, settings.address.endpoints.size(), uint64_t{settings.holdSeconds} * 1000,
+        follower_({keys_.first, settings.address.endpoints, uint64_t{settings.holdSeconds} * 1000,
                    uint64_t{settings.auditSeconds} * 1000},
                   unforeseenRandom()),
         feed_(settings.address.endpoints, Keys(settings.address.prefix), settings.clearAfterHold, clock,

@@ -402,7 +402,7 @@ TEST(EtcdAuditTest, DeletionIsLostInSilence_TheAuditRepairsIt) {
   EXPECT_EQ(walker.complaints(), "");
 }
 
-// What a page has, the watch tells a moment later: that is no loss, however often everything is read again.
+// The watch overtakes the pages that are read meanwhile: that is no loss, however often all is read anew.
 TEST(EtcdAuditTest, LinkIsSlow_WhatIsOnItsWayDuringAnAuditIsNoLoss) {
   EtcdCluster cluster;
   Writer writer(cluster.endpoints(), {}, kSeed);

@@ -99,7 +99,7 @@ class FeedTest : public testing::Test {
   std::vector<std::string> lines_;
   Zavro::ManualClock clock_{1'000'000'000'000};
   Handover handover_{[] {}};
-  Follower follower_{{"p/", 2, kHoldMs, 60'000}, [] { return 0.0; }};
+  Follower follower_{{"p/", {"h0:1", "h1:1"}, kHoldMs, 60'000}, [] { return 0.0; }};
   Feed feed_{{"h0:1", "h1:1"}, Keys("p"), clears_, clock_, handover_};
 };
 

@@ -213,7 +213,7 @@ TEST_F(AuditTest, PageIsNotAnswered_TheWatchGoesOn) {
   commands();
   advanceHearing(Follower::kAnswerMs);
   EXPECT_EQ(follower_.state(), State::watching);
-  EXPECT_EQ(follower_.lastError(), "no answer for 10 s");
+  EXPECT_EQ(follower_.lastError(), "h0:1: no answer for 10 s");
 }
 
 TEST_F(AuditTest, StoreIsLostMeanwhile_TheAuditBeginsAnewSoonAfter) {

@@ -31,7 +31,7 @@ class FollowerTest : public testing::Test {
     return {cluster, revision, term};
   }
 
-  explicit FollowerTest(size_t endpoints = 1)
+  explicit FollowerTest(const Texts& endpoints = {"h0:1"})
       : follower_({"p/", endpoints, 300'000, 60'000}, [this] { return random_; }) {}
 
   // What the follower wants done, and what it tells, since it was asked last.

@@ -95,7 +95,7 @@ TEST_F(FollowerTest, WatchIsCompactedAgainMuchLater_IsAnsweredAtOnce) {
 TEST_F(FollowerTest, WatchIsRefused_TheReasonIsShown_AndThereIsANewListingLater) {
   watching();
   canceled(0, "permission denied");
-  EXPECT_EQ(follower_.lastError(), "the watch was cancelled: permission denied");
+  EXPECT_EQ(follower_.lastError(), "h0:1: the watch was cancelled: permission denied");
   EXPECT_EQ(follower_.state(), State::held);
   EXPECT_THAT(commands(), ElementsAre("disconnect"));
   advance(Follower::kFirstRetryMs);
@@ -106,7 +106,7 @@ TEST_F(FollowerTest, WatchIsRefused_TheReasonIsShown_AndThereIsANewListingLater)
 TEST_F(FollowerTest, ResumedAtAnotherHistory_ThereIsANewListing) {
   for (Header header : {at(12, 8), at(9), at(12, kCluster, 1)}) {
     now_ += Follower::kStableMs;
-    Follower fresh({"p/", 1, 300'000, 60'000}, [] { return 0.0; });
+    Follower fresh({"p/", {"h0:1"}, 300'000, 60'000}, [] { return 0.0; });
     std::swap(follower_, fresh);
     watching();
     reconnecting();
@@ -124,7 +124,7 @@ TEST_F(FollowerTest, ResumedAtAnotherHistory_ThereIsANewListing) {
 
 TEST_F(FollowerTest, WatchIsAnotherCluster_OrAnOlderRevision_ThereIsANewListing) {
   for (Header header : {at(12, 8), at(9), at(12, kCluster, 1)}) {
-    Follower fresh({"p/", 1, 300'000, 60'000}, [] { return 0.0; });
+    Follower fresh({"p/", {"h0:1"}, 300'000, 60'000}, [] { return 0.0; });
     std::swap(follower_, fresh);
     watching();
     reconnecting();
@@ -132,7 +132,7 @@ TEST_F(FollowerTest, WatchIsAnotherCluster_OrAnOlderRevision_ThereIsANewListing)
     commands();
     created(header);
     EXPECT_THAT(commands(), ElementsAre("connect 0", "read p/ at 0 x1000"));
-    EXPECT_EQ(follower_.lastError(), "the server tells of another cluster or of an older history");
+    EXPECT_EQ(follower_.lastError(), "h0:1: tells of another cluster or of an older history");
   }
 }
 
@@ -149,7 +149,7 @@ TEST_F(FollowerTest, QuietWatch_IsAskedForAWord_AndSilenceIsALoss) {
   advance(1);
   EXPECT_THAT(commands(), ElementsAre("disconnect"));
   EXPECT_EQ(follower_.state(), State::held);
-  EXPECT_EQ(follower_.lastError(), "silence for 30 s");
+  EXPECT_EQ(follower_.lastError(), "h0:1: silence for 30 s");
 }
 
 TEST_F(FollowerTest, ResumedWatchNeverTellsWhatThereIs_ThereIsAListingInstead) {
@@ -159,7 +159,7 @@ TEST_F(FollowerTest, ResumedWatchNeverTellsWhatThereIs_ThereIsAListingInstead) {
   created(at(5000));
   commands();
   advance(Follower::kSilenceMs);
-  EXPECT_EQ(follower_.lastError(), "silence for 30 s");
+  EXPECT_EQ(follower_.lastError(), "h0:1: silence for 30 s");
   advance(Follower::kLastRetryMs);
   EXPECT_EQ(commands().back(), "read p/ at 0 x1000");
 }
@@ -172,7 +172,7 @@ TEST_F(FollowerTest, WatchGoesSilentAfterItTold_ItIsResumed) {
   says(at(5000), {put("p/a", "7", 4000)});
   commands();
   advance(Follower::kSilenceMs);
-  EXPECT_EQ(follower_.lastError(), "silence for 30 s");
+  EXPECT_EQ(follower_.lastError(), "h0:1: silence for 30 s");
   advance(Follower::kFirstRetryMs);
   EXPECT_EQ(commands().back(), "read p/ at 4000 x1");
 }
@@ -187,7 +187,7 @@ TEST_F(FollowerTest, PagesOfAnAudit_DoNotHideTheSilenceOfTheWatch) {
     page(at(10), {record("p/a", "1", 3)}, true);
     advance(1000);
   }
-  EXPECT_EQ(follower_.lastError(), "silence for 30 s");
+  EXPECT_EQ(follower_.lastError(), "h0:1: silence for 30 s");
 }
 
 TEST_F(FollowerTest, LostForLong_IsStale_UntilTheWatchIsBack) {
@@ -273,7 +273,7 @@ TEST_F(FollowerTest, WatchThatLastsStartsTheDelaysAnew_OneThatDoesNotDoesNot) {
 
 class ThreeServersTest : public FollowerTest {
  protected:
-  ThreeServersTest() : FollowerTest(3) {}
+  ThreeServersTest() : FollowerTest({"h0:1", "h1:1", "h2:1"}) {}
 };
 
 TEST_F(ThreeServersTest, LostServer_TheOthersAreTriedAtOnce_ThenTimePasses) {
@@ -341,6 +341,7 @@ TEST_F(ThreeServersTest, SomethingIsKnown_SilentServersHaveAllTheTime) {
 TEST_F(ThreeServersTest, ServersAreLeftBeforeTheirTime_TheyWereNotTriedInVain) {
   follower_.start(now_);
   while (follower_.endpoint() != 2) advance(1);
+  EXPECT_EQ(follower_.lastError(), "h1:1: no answer for 1 s");
   advance(Follower::kFailoverMs);
   follower_.lost(now_, "refused");
   EXPECT_FALSE(follower_.unreached());

@@ -13,6 +13,7 @@ namespace Kelstore::Etcd {
 namespace {
 
 using Content = std::map<std::string, Record>;
+using Names = std::vector<std::string>;
 
 // A store with all of its past.
 struct ModelStore {
@@ -56,7 +57,7 @@ struct Faults {
 class Simulation {
  public:
   Simulation(uint32_t seed, Faults faults)
-      : engine_(seed), faults_(faults), follower_({"k", 1 + random(3), 20'000, 10'000}, [this] {
+      : engine_(seed), faults_(faults), follower_({"k", Names(1 + random(3), "h:1"), 20'000, 10'000}, [this] {
           return static_cast<double>(random(1000)) / 1000;
         }) {
     for (uint32_t i = 0; i < 8; ++i) store_.write({{stable(i), "0"}}, 0);

@@ -67,7 +67,7 @@ TEST_F(FollowerTest, PageSaysThereIsMoreButHoldsNoKey_IsNotAskedForEver) {
   follower_.start(now_);
   page(at(10), {}, true);
   EXPECT_THAT(commands(), ElementsAre("connect 0", "read p/ at 0 x1000", "disconnect"));
-  EXPECT_EQ(follower_.lastError(), "found no keys, expected a page of them");
+  EXPECT_EQ(follower_.lastError(), "h0:1: found no keys, expected a page of them");
 }
 
 TEST_F(FollowerTest, PagesOfDifferentClusters_AreNoListing) {
@@ -85,7 +85,7 @@ TEST_F(FollowerTest, NoAnswerToAPage_TheNextIsSmaller) {
   EXPECT_THAT(commands(), IsEmpty());
   advance(1);
   EXPECT_THAT(commands(), ElementsAre("disconnect"));
-  EXPECT_EQ(follower_.lastError(), "no answer for 10 s");
+  EXPECT_EQ(follower_.lastError(), "h0:1: no answer for 10 s");
   advance(Follower::kFirstRetryMs);
   EXPECT_THAT(commands(), ElementsAre("connect 0", "read p/ at 0 x125"));
   page(at(10), {record("p/a", "1", 3)}, true);
