@@ -1,9 +1,9 @@
 // trelsnmpd.
 #include <fmt/format.h>
 
-#include "CommandLine.h"
 #include "Daemon.h"
 #include "EtcdSupport.h"
+#include "ExitStatus.h"
 #include "Logging.h"
 #include "Options.h"
 #include "toggles/Toggles.h"

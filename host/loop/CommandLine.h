@@ -7,12 +7,10 @@
 #include <string>
 #include <vector>
 
+#include "ExitStatus.h"
 #include "etcd/Access.h"
 
 namespace Host {
-
-// The exit status for arguments or a configuration that cannot be used.
-inline constexpr int kUnusable = 2;
 
 // A check of an option that throws std::invalid_argument; CLI11 reports what it says as the option's error.
 CLI::Validator checking(std::function<void(const std::string&)> check);

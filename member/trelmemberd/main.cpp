@@ -5,8 +5,8 @@
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
-#include "CommandLine.h"
 #include "Document.h"
+#include "ExitStatus.h"
 #include "LinuxMachine.h"
 #include "Logging.h"
 #include "Options.h"
