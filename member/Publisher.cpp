@@ -166,6 +166,7 @@ void Publisher::standBy(Lease other) {
 
 // The store has just been read, and nothing else is asked of it meanwhile.
 void Publisher::waitForOther() {
+  if (ended_) return step();
   worked(Trouble::call);
   worked(Trouble::renewal);
   stepAfter(settings_.ttlSeconds * kMsPerSecond);

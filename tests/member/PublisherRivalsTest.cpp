@@ -174,6 +174,24 @@ TEST_F(StandingByTest, RenewalsFailedBefore_TheStoreWorksSinceNoneIsMade) {
   EXPECT_EQ(errors().size(), 3u) << "a later outage is told";
 }
 
+TEST_F(StandingByTest, EndsWhileTheStoreIsBeingRead_IsOverWithTheAnswer) {
+  start();
+  pass(2 * kSecond);
+  standBy();
+  store_->hanging = {"list"};
+  pass(15 * kSecond);
+  int ended = 0;
+  publisher_->end([&] { ++ended; });
+  pass(0);
+  ASSERT_EQ(ended, 0) << "nothing is being read";
+  store_->hanging.clear();
+  io_.hungReturn();
+  EXPECT_EQ(ended, 1);
+  pass(60 * kSecond);
+  EXPECT_EQ(ended, 1);
+  EXPECT_EQ(store_->keys.size(), 4u) << "the other's";
+}
+
 TEST_F(PublisherTest, TwoPublishersOfOneMember_TheLaterOneGoesOn) {
   start();
   pass(3 * kSecond);
