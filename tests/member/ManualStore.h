@@ -64,7 +64,7 @@ class ManualStore final : public LeaseStore {
         keys.erase(change.path);
       }
     }
-    if (failAfterWriting) return Failure{"no answer"};
+    if (answerInstead) return *answerInstead;
     return Written{Written::How::done, revision};
   }
   std::string endpoint() const override { return "h:1"; }
@@ -101,8 +101,9 @@ class ManualStore final : public LeaseStore {
   std::map<std::string, int> calls;   // how often
   std::set<std::string> failing;      // calls; "all": every call
   std::set<std::string> hanging;      // the same
-  bool failAfterWriting = false;      // writes are carried out, and not answered
   std::function<void()> beforeWrite;  // once
+  // To writes that are carried out.
+  std::optional<Result<Written>> answerInstead;
 
  private:
   std::optional<Failure> called(const std::string& name) {

@@ -135,14 +135,40 @@ TEST_F(PublisherTest, WriteWasCarriedOutButNotAnswered_IsNotWrittenTwice) {
   start();
   store_->written();
   pass(2 * kSecond);
-  store_->failAfterWriting = true;
+  store_->answerInstead = Failure{"no answer"};
   load(11);
   pass(0);
   EXPECT_EQ(store_->written(), "members/1/processors/1; ");
-  store_->failAfterWriting = false;
+  store_->answerInstead.reset();
   pass(10 * kSecond);
   EXPECT_EQ(store_->written(), "");
   EXPECT_THAT(trace_.lines(), Contains(HasSubstr("the store works again")));
+}
+
+// The answer is lost, and the repetition finds the keys that the guards stand on changed by the first time.
+TEST_F(PublisherTest, WriteWasCarriedOutAndItsRepetitionRefused_ItIsSeenThatAllIsWritten) {
+  using Leases = std::set<LeaseStore::Lease>;
+  store_->answerInstead = LeaseStore::Written{LeaseStore::Written::How::guardFailed, 0};
+  store_->put(processor("9"), "left behind", kOther);
+  start();
+  EXPECT_EQ(published_, 1);
+  EXPECT_EQ(store_->written(),
+            "interfaces/B1; topology/1/2; members/1/processors/1; members/1/processors/2; "
+            "-members/1/processors/9; ");
+  pass(2 * kSecond);
+  load(11);
+  pass(60 * kSecond);
+  EXPECT_EQ(store_->written(), "members/1/processors/1; ");
+  EXPECT_EQ(store_->calls["write"], 2);
+  EXPECT_THAT(store_->content(),
+              ElementsAre("interfaces/B1={\"ifIndex\":7}@101", "members/1/processors/1={\"load\":11}@101",
+                          "members/1/processors/2={\"load\":20}@101", "topology/1/2={\"intf\":\"B1\"}@101"));
+  EXPECT_THAT(errors(), IsEmpty());
+  EXPECT_EQ(store_->leases, (Leases{kOther, 101})) << "it stands by";
+  store_->answerInstead.reset();
+  load(12);
+  pass(2 * kSecond);
+  EXPECT_EQ(store_->written(), "members/1/processors/1; ");
 }
 
 TEST_F(PublisherTest, StoreCanBeReadButNotWritten_IsOneErrorAndTriedWithGrowingDelays) {
