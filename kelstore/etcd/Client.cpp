@@ -60,7 +60,9 @@ class Client::Impl {
     absl::Status status;
     repeated_ = false;
     for (size_t left = endpoints_.size(); left > 0; --left) {
-      auto share = (end - std::chrono::steady_clock::now()) / static_cast<int64_t>(left);
+      // The one that answered last is the most likely to answer, and may have to be connected to anew.
+      bool first = left == endpoints_.size() && left > 1;
+      auto share = (end - std::chrono::steady_clock::now()) / static_cast<int64_t>(first ? 2 : left);
       Clock::time_point deadline = Clock::now() + share;
       bool connected = channel_ != nullptr;
       status = callHere(deadline, attempt);

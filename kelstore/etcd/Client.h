@@ -1,11 +1,11 @@
 // Calls to an etcd cluster for programs that may wait for the answer.
 //
 // A call goes to the endpoint that answered last, once more where the connection to it had ended, and on to
-// the others, in turn, when that one does not answer: then each has an equal share of what is left of the
-// deadline. A call that an endpoint left unanswered may have been carried out all the same, and be carried
-// out twice. What is in the store then is the same; but the revision is that of the second time, which finds
-// nothing left to delete, and the guards of a transaction no longer as they were. A lease that nobody knows
-// of runs out.
+// the others, in turn, when that one does not answer. Where there are others, the first has half of the time,
+// and each of them an equal share of what is left of it. A call that an endpoint left unanswered may have
+// been carried out all the same, and be carried out twice. What is in the store then is the same; but the
+// revision is that of the second time, which finds nothing left to delete, and the guards of a transaction no
+// longer as they were. A lease that nobody knows of runs out.
 //
 // Nothing is thrown. Errors are one line, and their code says what to do:
 //   Unavailable, DeadlineExceeded  no endpoint answers, or the cluster has no leader: again later

@@ -80,6 +80,17 @@ TEST_F(EtcdClientTest, SilentEndpointHoldsUpOnlyItsShareOfTheDeadline) {
   EXPECT_LT(std::chrono::steady_clock::now() - start, 900ms);
 }
 
+// With equal shares, the one that is sure to answer had no time to do so where there were many others.
+TEST_F(EtcdClientTest, EndpointThatIsAskedFirstHasHalfOfTheTime_TheOthersShareTheRest) {
+  SilentServer first;
+  SilentServer second;
+  Client any({first.endpoint(), second.endpoint(), server->endpoint()}, {}, {.deadline = 8s});
+  auto start = std::chrono::steady_clock::now();
+  absl::StatusOr<int64_t> put = any.put(key("a"), "1");
+  ASSERT_TRUE(put.ok()) << put.status();
+  EXPECT_GE(std::chrono::steady_clock::now() - start, 5900ms);
+}
+
 TEST_F(EtcdClientTest, EndpointThatIsPreferred_IsAskedFirst) {
   SilentServer silent;
   Client any({silent.endpoint(), server->endpoint()}, {}, {.deadline = 2s});
