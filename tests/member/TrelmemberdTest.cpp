@@ -1,98 +1,18 @@
-// The program as an operator meets it, publishing into a real etcd.
-#include <fmt/format.h>
+// The program as an operator meets it, publishing into a real etcd: what it says, and its life.
 #include <gmock/gmock.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <map>
-#include <memory>
-#include <nlohmann/json.hpp>
-
-#include "etcd/Client.h"
-#include "support/Etcd.h"
-#include "support/EtcdAccess.h"
-#include "support/Network.h"
+#include "TrelmemberdFixture.h"
 #include "support/OwnNetwork.h"
-#include "support/Process.h"
-#include "support/Relay.h"
-#include "support/TempDir.h"
 
 namespace Member {
 namespace {
 
-using namespace std::chrono_literals;
-using Kelstore::Etcd::Client;
-using Kelstore::Etcd::KeyValue;
-using Support::Process;
-using Support::waitUntil;
 using testing::Contains;
 using testing::HasSubstr;
 using testing::IsSupersetOf;
-using testing::StartsWith;
-
-constexpr int kTtlSeconds = 3;
-constexpr int kLongTtlSeconds = 30;
-
-class TrelmemberdTest : public testing::Test {
- protected:
-  void SetUp() override {
-    etcd_ = std::make_unique<Support::EtcdCluster>();
-    client_ = std::make_unique<Client>(etcd_->endpoints(), Kelstore::Etcd::Access());
-  }
-  static std::string loopback(int neighbour = 2, const std::string& interface = "Backplane1/2") {
-    return fmt::format(R"({{"member": {}, "interface": "{}", "device": "lo", "address": "127.0.0.1"}})",
-                       neighbour, interface);
-  }
-  std::string config(int member, const std::string& neighbours) {
-    return config(member, neighbours, etcd_->endpointList(), kTtlSeconds);
-  }
-  std::string config(int member, const std::string& neighbours, const std::string& servers, int ttlSeconds) {
-    return directory_.write(fmt::format("{}.json", member),
-                            fmt::format(R"({{"member": {}, "store": "etcd:{}/trel", "ttl": {},
-                                             "figuresInterval": 1, "neighbours": [{}], "access": {}}})",
-                                        member, servers, ttlSeconds, neighbours, access_.dump()));
-  }
-  std::unique_ptr<Process> start(const std::string& config, const Support::Env& env = {}) {
-    return std::make_unique<Process>(Support::Argv{TRELMEMBERD, "--config", config}, env);
-  }
-  // All keys without the prefix; empty, and no failure, when the store does not answer.
-  std::map<std::string, KeyValue> keys() {
-    std::map<std::string, KeyValue> all;
-    auto listing = client_->range({"trel/", "trel0"});
-    if (!listing.ok()) return all;
-    for (KeyValue& one : listing->keyValues) {
-      std::string name = one.key.substr(5);
-      all.emplace(name, std::move(one));
-    }
-    return all;
-  }
-  std::vector<std::string> names() {
-    std::vector<std::string> all;
-    for (const auto& [name, value] : keys()) all.push_back(name);
-    return all;
-  }
-  nlohmann::json value(const std::string& name) {
-    auto all = keys();
-    auto found = all.find(name);
-    return found == all.end() ? nlohmann::json() : nlohmann::json::parse(found->second.value);
-  }
-  bool awaitKey(const std::string& name, Support::Millis deadline = 10s) {
-    return waitUntil([&] { return keys().contains(name); }, deadline);
-  }
-  bool leaseIsGone(int64_t lease) { return absl::IsNotFound(client_->timeToLive(lease).status()); }
-  // Those of the keys; 0 among them when one has none.
-  std::set<int64_t> leases() {
-    std::set<int64_t> all;
-    for (const auto& [name, value] : keys()) all.insert(value.lease);
-    return all;
-  }
-
-  Support::TempDir directory_;
-  std::unique_ptr<Support::EtcdCluster> etcd_;
-  std::unique_ptr<Client> client_;
-  nlohmann::json access_ = nlohmann::json::object();  // that processes are configured with
-};
 
 TEST_F(TrelmemberdTest, Publishes_AllOfTheMemberUnderOneLease) {
   auto process = start(config(1, loopback()));
@@ -216,62 +136,6 @@ TEST_F(TrelmemberdTest, InterfaceOfAnotherMember_IsLeftAloneUntilItIsGone) {
       << process->err();
 }
 
-TEST_F(TrelmemberdTest, StoreIsAwayForAWhile_GoesOnAndIsBack) {
-  auto process = start(config(1, loopback()));
-  ASSERT_TRUE(awaitKey("members/1/system")) << process->err();
-  etcd_->end(0);
-  EXPECT_TRUE(
-      waitUntil([&] { return process->err().find("the store cannot be used") != std::string::npos; }));
-  EXPECT_TRUE(process->running());
-  etcd_->start(0);
-  EXPECT_TRUE(
-      waitUntil([&] { return process->err().find("the store works again") != std::string::npos; }, 20s))
-      << process->err();
-  EXPECT_TRUE(awaitKey("members/1/system"));
-  int64_t revision = keys()["members/1/system"].modRevision;
-  EXPECT_TRUE(waitUntil([&] { return keys()["members/1/system"].modRevision > revision; }));
-}
-
-TEST_F(TrelmemberdTest, StoreComesBackEmpty_EverythingIsWrittenAnew) {
-  auto process = start(config(1, loopback()));
-  ASSERT_TRUE(awaitKey("members/1/system")) << process->err();
-  auto before = names();
-  etcd_->restartEmpty();
-  EXPECT_TRUE(waitUntil([&] { return names() == before; }, 20s)) << process->err();
-  EXPECT_THAT(process->err(), HasSubstr("is gone: everything is written anew"));
-}
-
-TEST_F(TrelmemberdTest, StoreIsAwayAtTheEnd_EndsSoonAllTheSame_AndSaysWhatStays) {
-  auto process = start(config(1, loopback(), etcd_->endpointList(), kLongTtlSeconds));
-  ASSERT_TRUE(awaitKey("members/1/system")) << process->err();
-  etcd_->process(0)->signal(SIGSTOP);
-  EXPECT_EQ(process->stop(SIGTERM, 4s), 0) << process->err();
-  etcd_->process(0)->signal(SIGCONT);
-  EXPECT_THAT(process->err(), HasSubstr("is not given back: "));
-}
-
-// The lease is a long one: what is gone was given back.
-TEST_F(TrelmemberdTest, FirstServersAreSilent_TheEndBeginsWithTheOneThatAnswers) {
-  Support::Relay silent(Support::portOf(etcd_->endpoint()));
-  Support::Relay silentToo(Support::portOf(etcd_->endpoint()));
-  for (Support::Relay* relay : {&silent, &silentToo}) relay->freeze();
-  auto servers = fmt::format("{},{},{}", silent.endpoint(), silentToo.endpoint(), etcd_->endpoint());
-  auto process = start(config(1, loopback(), servers, kLongTtlSeconds));
-  ASSERT_TRUE(awaitKey("members/1/system")) << process->err();
-  // The silent ones would have it wait for longer.
-  EXPECT_EQ(process->stop(SIGTERM, 1100ms), 0) << process->err();
-  EXPECT_THAT(names(), testing::IsEmpty()) << process->err();
-}
-
-TEST_F(TrelmemberdTest, ServerFallsSilentBeforeTheEnd_AnotherOneTakesTheLease) {
-  Support::Relay relay(Support::portOf(etcd_->endpoint()));
-  auto process = start(config(1, loopback(), relay.endpoint() + "," + etcd_->endpoint(), kLongTtlSeconds));
-  ASSERT_TRUE(awaitKey("members/1/system")) << process->err();
-  relay.freeze();
-  EXPECT_EQ(process->stop(SIGTERM, 4s), 0) << process->err();
-  EXPECT_THAT(names(), testing::IsEmpty()) << process->err();
-}
-
 TEST_F(TrelmemberdTest, Ready_IsToldOnceEverythingIsPublished) {
   std::string path = directory_.file("notify");
   int socket = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
@@ -292,60 +156,6 @@ TEST_F(TrelmemberdTest, Ready_IsToldOnceEverythingIsPublished) {
   EXPECT_EQ(process->stop(), 0);
   EXPECT_EQ(told(), "STOPPING=1");
   ::close(socket);
-}
-
-// Servers that ask who it is: of the publisher, and of the test.
-class TrelmemberdAccessTest : public TrelmemberdTest {
- protected:
-  void SetUp() override {}
-  void serversAre(const Support::EtcdOptions& options, const Kelstore::Etcd::Access& access) {
-    etcd_ = std::make_unique<Support::EtcdCluster>(options);
-    client_ = std::make_unique<Client>(etcd_->endpoints(), access);
-  }
-  // Publishes, keeps that for longer than the lease, and withdraws it: every kind of call is let in.
-  void expectPublishes() {
-    auto process = start(config(1, loopback()));
-    ASSERT_TRUE(awaitKey("members/1/system")) << process->err();
-    auto lease = leases();
-    EXPECT_FALSE(waitUntil([&] { return leases() != lease; }, 1500ms * kTtlSeconds)) << process->err();
-    EXPECT_EQ(process->stop(), 0);
-    EXPECT_THAT(names(), testing::IsEmpty()) << process->err();
-    EXPECT_THAT(process->err(), testing::Not(HasSubstr("cannot be used")));
-  }
-  void expectIsRefused(const std::string& why) {
-    auto process = start(config(1, loopback()));
-    EXPECT_TRUE(waitUntil([&] { return process->err().find("cannot be used: ") != std::string::npos; }));
-    EXPECT_THAT(process->err(), HasSubstr(why));
-    EXPECT_THAT(names(), testing::IsEmpty());
-    EXPECT_EQ(process->stop(), 0) << process->err();
-  }
-};
-
-TEST_F(TrelmemberdAccessTest, ServerWantsACertificate_PublishesWithOneOfItsCaOnly) {
-  Support::Certificates certificates;
-  for (const char* ca : {"ca", "stranger"}) certificates.authority(ca);
-  for (const char* name : {"server", "test", "member"}) certificates.certificate(name, "ca");
-  certificates.certificate("intruder", "stranger");
-  serversAre(certificates.serverOptions("server", "ca"),
-             {certificates.certFile("ca"), certificates.certFile("test"), certificates.keyFile("test")});
-  auto showing = [&](const std::string& name) -> nlohmann::json {
-    return {{"ca", certificates.certFile("ca")},
-            {"cert", certificates.certFile(name)},
-            {"key", certificates.keyFile(name)}};
-  };
-  access_ = showing("member");
-  expectPublishes();
-  access_ = showing("intruder");
-  expectIsRefused(etcd_->endpoint());
-}
-
-TEST_F(TrelmemberdAccessTest, ServerWantsAUser_PublishesWithItsPasswordOnly) {
-  serversAre({}, {.credentialsFile = Support::writeLogin(directory_, "test", "root", "rootpw")});
-  Support::enableAuthentication(*etcd_);
-  access_ = {{"credentials", Support::writeLogin(directory_, "member", "trel", "secret")}};
-  expectPublishes();
-  access_ = {{"credentials", Support::writeLogin(directory_, "wrong", "trel", "wrong")}};
-  expectIsRefused("user \"trel\" of " + directory_.file("wrong") + " was refused");
 }
 
 // Two switches with a cable between them; each has a publisher, all of them one store. The publisher of the
@@ -419,83 +229,6 @@ TEST_F(CableTest, StateThatStays_IsNotWrittenAgain) {
   int64_t system = keys()["members/1/system"].modRevision;
   EXPECT_TRUE(waitUntil([&] { return keys()["members/1/system"].modRevision > system + 2; }));
   EXPECT_EQ(keys()["members/1/reachability/2"].modRevision, revision);
-}
-
-// What does not need a store.
-class CommandLineTest : public testing::Test {
- protected:
-  Support::Result run(std::vector<std::string> arguments) {
-    arguments.insert(arguments.begin(), TRELMEMBERD);
-    return Support::run(arguments);
-  }
-  Support::TempDir directory_;
-};
-
-TEST_F(CommandLineTest, Check_GoodConfigurationIsSilent) {
-  auto brief = run({"--check", TREL_EXAMPLES "/trelmemberd.json"});
-  EXPECT_EQ(brief.err + brief.out, "");
-  EXPECT_EQ(brief.status, 0);
-  auto result = run({"--config", TREL_EXAMPLES "/trelmemberd.json", "--check"});
-  EXPECT_EQ(result.err + result.out, "");
-  EXPECT_EQ(result.status, 0);
-}
-
-TEST_F(CommandLineTest, Check_ListsAllErrorsAndWarnings) {
-  std::string path =
-      directory_.write("c", R"({"member": 300, "store": "etcd:h/p", "x": 1, "access": {"cert": "/none"}})");
-  auto result = run({"--check", path});
-  EXPECT_EQ(result.status, 2);
-  EXPECT_THAT(result.err,
-              HasSubstr("trelmemberd: " + path + ": member: found 300, expected an integer from 0 to 255\n"));
-  EXPECT_THAT(result.err, HasSubstr("trelmemberd: " + path + ": store: found"));
-  EXPECT_THAT(result.err, HasSubstr("trelmemberd: " + path + ": access: "));
-  EXPECT_THAT(result.err, HasSubstr("trelmemberd: " + path + ": x: unknown member, ignored\n"));
-  EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 4) << result.err;
-}
-
-TEST_F(CommandLineTest, Check_WarningsAloneAreNoFailure) {
-  std::string path = directory_.write("c", R"({"member": 3, "store": "etcd:h:1/p", "x": 1})");
-  auto result = run({"--check", path});
-  EXPECT_EQ(result.err, "trelmemberd: " + path + ": x: unknown member, ignored\n");
-  EXPECT_EQ(result.status, 0);
-}
-
-TEST_F(CommandLineTest, UnusableConfiguration_EndsWithItsErrors) {
-  std::string path = directory_.write("c", R"({"member": 3})");
-  auto result = run({"--config", path});
-  EXPECT_EQ(result.err, "trelmemberd: " + path +
-                            ": store: found nothing, expected etcd:HOST:PORT[,HOST:PORT...]/PREFIX\n");
-  EXPECT_EQ(result.status, 2);
-}
-
-TEST_F(CommandLineTest, StoreThatIsNoEtcd_IsAnError) {
-  std::string path = directory_.write("c", R"({"member": 3, "store": "file:/x"})");
-  EXPECT_THAT(run({"--check", path}).err, HasSubstr("store: found \"file:/x\", expected etcd:HOST:PORT"));
-}
-
-TEST_F(CommandLineTest, UnusableArguments_OneLine) {
-  for (auto arguments : {std::vector<std::string>{}, {"--config"}, {"--nonsense"}, {"--check"}}) {
-    auto result = run(arguments);
-    EXPECT_EQ(result.status, 2);
-    EXPECT_THAT(result.err, StartsWith("trelmemberd: "));
-    EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
-  }
-}
-
-TEST_F(CommandLineTest, Mappings_AreADocumentWithTheRootInIt) {
-  std::string path = directory_.write("c", R"({"member": 3, "store": "etcd:h:1/p"})");
-  auto result = run({"--config", path, "--mappings"});
-  EXPECT_EQ(result.status, 0) << result.err;
-  auto mappings = nlohmann::json::parse(result.out)["storageMappings"];
-  EXPECT_EQ(mappings["memory"]["1"]["description"], "Physical memory");
-  EXPECT_EQ(mappings["mounts"]["/"]["description"], "/");
-  EXPECT_THAT(run({"--check", "--mappings", path}).err, HasSubstr("excludes"));
-}
-
-TEST_F(CommandLineTest, Version_AndHelp) {
-  EXPECT_THAT(run({"--version"}).out, StartsWith("trelmemberd "));
-  EXPECT_THAT(run({"--help"}).out, HasSubstr("--check"));
-  EXPECT_EQ(run({"--help"}).status, 0);
 }
 
 }  // namespace
