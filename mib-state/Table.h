@@ -80,9 +80,8 @@ class Table {
   friend class TrelMib;
 
   struct KeyOrder {
-    bool operator()(const Row& a, const Row& b) const {
-      return a.key() < b.key();
-    }  // for assertions of the set
+    // Of two rows only the set's assertions ask.
+    bool operator()(const Row& a, const Row& b) const { return a.key() < b.key(); }
     bool operator()(const Key& a, const Row& b) const { return a < b.key(); }
     bool operator()(const Row& a, const Key& b) const { return a.key() < b; }
   };
