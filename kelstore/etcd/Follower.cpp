@@ -24,6 +24,27 @@ const char* stateName(Follower::State state) {
   return "stale";
 }
 
+void Follower::PageSize::worked() {
+  repeatedInARow = 0;
+  if (++workedInARow % kRaisedAfter == 0) most = std::min(bound, 2 * most);
+  keys = std::min(most, 2 * keys);
+}
+
+bool Follower::PageSize::failed(PageFailure why) {
+  workedInARow = 0;
+  if (why != PageFailure::tooLarge && why != PageFailure::late) return ++repeatedInARow <= kPageRepeats;
+  if (keys == 1) return false;
+  most = keys / 2;
+  keys = std::max<int64_t>(1, keys / 8);
+  return true;
+}
+
+void Follower::PageSize::anew() {
+  most = bound;
+  workedInARow = 0;
+  repeatedInARow = 0;
+}
+
 Follower::Follower(Settings settings, Random random)
     : settings_(std::move(settings)), backoff_(kFirstRetryMs, kLastRetryMs, std::move(random)) {}
 
@@ -47,8 +68,7 @@ void Follower::connect(uint64_t nowMs) {
   phase_ = Phase::listing;
   listing_.clear();
   listingAt_ = {};
-  // What was too much for another server's link need not be for this one's.
-  pageSize_.most = kPageKeys;
+  pageSize_.anew();
   listOn(nowMs);
 }
 
@@ -118,11 +138,11 @@ void Follower::pageFailed(uint64_t nowMs, uint64_t number, PageFailure why, cons
   answerByMs_ = kNever;
   if (phase_ == Phase::listing || phase_ == Phase::resuming) {
     if (why == PageFailure::noRevision) return relist(nowMs, error);
-    // The same page again, smaller, so that what was listed so far is not lost with it. A server that never
-    // answered may be able to tell nothing at all.
-    bool smaller = phase_ == Phase::listing && pageSize_.failed();
+    // The same page again, so that what was listed so far is not lost with it. A server that never answered
+    // may be able to tell nothing at all.
+    bool hopeful = phase_ == Phase::listing && pageSize_.failed(why);
     bool answers = answered_ || why == PageFailure::tooLarge;
-    if (!smaller || !answers) return lost(nowMs, error);
+    if (!hopeful || !answers) return lost(nowMs, error);
     lastError_ = error;
     return listOn(nowMs);
   }
@@ -130,11 +150,11 @@ void Follower::pageFailed(uint64_t nowMs, uint64_t number, PageFailure why, cons
   // The watch goes on; were the store lost, it would be told there.
   lastError_ = error;
   auditPageAsked_ = false;
-  if (auditSize_.failed()) {
+  if (auditSize_.failed(why)) {
     auditAtMs_ = nowMs + kAuditPauseMs;
   } else {
     ++counters_.auditFailures;
-    auditSize_ = {kAuditPageKeys, kAuditPageKeys};
+    auditSize_ = PageSize(kAuditPageKeys);
     auditEnds(nowMs + settings_.auditMs);
   }
 }
@@ -294,7 +314,7 @@ void Follower::elapsed(uint64_t nowMs) {
     uint64_t patience = patienceMs();
     std::string error = ofServer("no answer for " + std::to_string(patience / 1000) + " s");
     if (!auditPageAsked_ && phase_ != Phase::listing) return lost(nowMs, error);
-    pageFailed(nowMs, page_, PageFailure::other, error);
+    pageFailed(nowMs, page_, PageFailure::late, error);
     if (patience < kAnswerMs) triedInVain_ = 0;
     return;
   }
@@ -373,7 +393,6 @@ void Follower::settleSuspects(uint64_t nowMs) {
   if (!repaired.changes.empty()) batches_.push_back(std::move(repaired));
   if (!auditRead_ || !suspects_.empty()) return;
   ++counters_.audits;
-  auditSize_.allWorked(kAuditPageKeys);
   auditEnds(nowMs + settings_.auditMs);
 }
 

@@ -13,7 +13,6 @@
 // audit reads everything again, page by page, and repairs what differs.
 #pragma once
 
-#include <algorithm>
 #include <cstdint>
 #include <limits>
 #include <string>
@@ -63,7 +62,7 @@ class Follower {
     uint64_t events = 0;         // heard from watches
     uint64_t dropped = 0;        // of these, old or told twice
     uint64_t audits = 0;         // come to their end
-    uint64_t auditFailures = 0;  // audits that could not be: not even a page of one key came
+    uint64_t auditFailures = 0;  // given up, since a page failed again and again
     uint64_t repairs = 0;        // keys that an audit found different
     uint64_t relists = 0;        // listings after the first
     uint64_t reconnections = 0;  // after the store had been lost
@@ -81,6 +80,8 @@ class Follower {
   static constexpr uint64_t kStableMs = 10'000;      // a watch that lasted so long starts these anew
   static constexpr int64_t kPageKeys = 1000;
   static constexpr int64_t kAuditPageKeys = 500;
+  static constexpr int kRaisedAfter = 16;             // pages in a row, before larger ones are tried again
+  static constexpr int kPageRepeats = 3;              // of a page that fails, but not by its size
   static constexpr uint64_t kAuditPauseMs = 50;       // between two pages
   static constexpr uint64_t kResumedAuditMs = 2'000;  // after a watch was resumed, before the first audit
   static constexpr uint64_t kGraceMs = 3'000;         // for an event on its way to overtake the audit
@@ -122,21 +123,22 @@ class Follower {
  private:
   enum class Phase : uint8_t { waiting, listing, resuming, opening, watching };
 
-  // How many keys to ask for: fewer when they do not come, since a slow link carries a smaller page in time,
-  // and one with less in it may be taken; then more again, but no longer so many.
+  // How many keys to ask for: fewer when they are too many or do not come, since a slow link carries a
+  // smaller page in time; then more again, up to half of what failed, and beyond once some pages worked. A
+  // page that fails for another reason is asked for again as it is, a few times.
   struct PageSize {
+    explicit PageSize(int64_t atMost) : keys(atMost), most(atMost), bound(atMost) {}
     int64_t keys;
     int64_t most;
-    void worked() { keys = std::min(most, 2 * keys); }
-    // Tries a larger one again, some time.
-    void allWorked(int64_t bound) { most = std::min(bound, most + most / 4 + 1); }
-    // False when there is no smaller one.
-    bool failed() {
-      if (keys == 1) return false;
-      most = keys / 2;
-      keys = std::max<int64_t>(1, keys / 8);
-      return true;
-    }
+    int64_t bound;
+    int workedInARow = 0;
+    int repeatedInARow = 0;
+
+    void worked();
+    // False when there is no hope left.
+    bool failed(PageFailure why);
+    // With another server, whose link may carry more.
+    void anew();
   };
 
   void connect(uint64_t nowMs);
@@ -196,7 +198,7 @@ class Follower {
   uint64_t raftTerm_ = 0;
   int64_t applied_ = 0;
   int64_t newest_ = 0;
-  PageSize pageSize_{kPageKeys, kPageKeys};
+  PageSize pageSize_{kPageKeys};
   uint64_t page_ = 0;   // that is asked for; 0: none
   uint64_t pages_ = 0;  // that were asked for
   Header listingAt_;
@@ -211,7 +213,7 @@ class Follower {
   bool auditing_ = false;
   bool auditPageAsked_ = false;
   bool auditRead_ = false;  // its last page is there
-  PageSize auditSize_{kAuditPageKeys, kAuditPageKeys};
+  PageSize auditSize_{kAuditPageKeys};
   Header auditAskedAt_;  // what was known when its page was asked for
   std::string auditFrom_;
   std::vector<Waiting> suspects_;

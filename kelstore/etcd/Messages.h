@@ -32,6 +32,7 @@ struct Page {
 enum class PageFailure : uint8_t {
   noRevision,  // the revision that was asked for is compacted, or has not come yet
   tooLarge,    // the server has it, but it is more than a message may hold
+  late,        // no answer came
   other,
 };
 

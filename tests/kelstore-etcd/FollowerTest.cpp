@@ -98,7 +98,7 @@ TEST_F(FollowerTest, LaterPageDoesNotCome_IsAskedForAgainSmaller_AndWhatWasListe
   commands();
   advance(Follower::kAnswerMs);
   EXPECT_THAT(commands(), ElementsAre("read p/a+ at 10 x125"));
-  follower_.pageFailed(now_, follower_.pageAsked(), PageFailure::other, "too large");
+  follower_.pageFailed(now_, follower_.pageAsked(), PageFailure::tooLarge, "too large");
   EXPECT_THAT(commands(), ElementsAre("read p/a+ at 10 x15"));
   // So large a page as failed is not asked for again.
   page(at(11), {record("p/b", "2", 5)}, true);
@@ -129,10 +129,28 @@ TEST_F(FollowerTest, PageOfOneKeyFails_TheServerIsLeft) {
   follower_.start(now_);
   page(at(10), {record("p/a", "1", 3)}, true);
   for (int i = 0; i < 4; ++i)
-    follower_.pageFailed(now_, follower_.pageAsked(), PageFailure::other, "too large");
+    follower_.pageFailed(now_, follower_.pageAsked(), PageFailure::tooLarge, "too large");
   Texts all = commands();
   EXPECT_EQ(all.back(), "disconnect");
   EXPECT_EQ(all[all.size() - 2], "read p/a+ at 10 x1");
+}
+
+// Pages of one key were asked for then, which made a listing of many keys last for minutes.
+TEST_F(FollowerTest, LaterPageFailsButNotByItsSize_IsAskedForAgainAsItIs_AFewTimes) {
+  follower_.start(now_);
+  page(at(10), {record("p/a", "1", 3)}, true);
+  commands();
+  auto fails = [this] {
+    follower_.pageFailed(now_, follower_.pageAsked(), PageFailure::other, "too many requests");
+  };
+  for (int i = 0; i < 3; ++i) fails();
+  EXPECT_THAT(commands(),
+              ElementsAre("read p/a+ at 10 x1000", "read p/a+ at 10 x1000", "read p/a+ at 10 x1000"));
+  page(at(10), {record("p/b", "2", 5)}, true);
+  for (int i = 0; i < 3; ++i) fails();
+  EXPECT_EQ(commands().back(), "read p/b+ at 10 x1000");
+  fails();
+  EXPECT_THAT(commands(), ElementsAre("disconnect"));
 }
 
 TEST_F(FollowerTest, AnswerToAnEarlierPage_DoesNotCount) {
