@@ -16,6 +16,7 @@
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
+#include <utility>
 #include <vector>
 
 namespace Support {
@@ -89,6 +90,7 @@ void Relay::rulesAre(const Rules& rules) {
   {
     std::lock_guard lock(mutex_);
     rules_ = rules;
+    news_.push_back(rules);
   }
   uint64_t one = 1;
   if (::write(wake_, &one, sizeof one) < 0) throw std::runtime_error("a relay cannot be woken");
@@ -127,19 +129,29 @@ void Relay::run() {
     if (fds[0].revents != 0) {
       uint64_t count = 0;
       static_cast<void>(::read(wake_, &count, sizeof count));
-      {
-        std::lock_guard lock(mutex_);
-        rules = rules_;
-      }
+    }
+    // Whether it was woken or not: what a server says once cut() has returned may be here before the waking.
+    // A cut ends connections also when it is healed by now.
+    std::vector<Rules> news;
+    {
+      std::lock_guard lock(mutex_);
+      rules = rules_;
+      news = std::exchange(news_, {});
+    }
+    for (const Rules& one : news) {
       for (Connection& connection : connections_) {
-        connection.broken = connection.broken || isCut(rules, connection.clientPort);
+        connection.broken = connection.broken || isCut(one, connection.clientPort);
       }
     }
     size_t at = 2;
     for (Connection& connection : connections_) {
       for (Direction* direction : {&connection.out, &connection.back}) {
-        if (fds[at++].revents != 0 && !rules.frozen) read(*direction, rules, connection);
-        if (fds[at++].revents != 0 && !rules.frozen) write(*direction, connection);
+        bool readable = fds[at++].revents != 0 && !rules.frozen;
+        bool writable = fds[at++].revents != 0 && !rules.frozen;
+        // Nothing gets through a cut, be it read already.
+        if (connection.broken) continue;
+        if (readable) read(*direction, rules, connection);
+        if (writable) write(*direction, connection);
         if (direction->ended && direction->chunks.empty() && !direction->shut) {
           shutdown(direction->to, SHUT_WR);
           direction->shut = true;

@@ -11,6 +11,7 @@
 #include <mutex>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "support/WaitUntil.h"
 
@@ -27,7 +28,8 @@ class Relay final {
   uint16_t port() const { return port_; }
   std::string endpoint() const;
 
-  // Ends connections, and new ones as soon as they are made: all of them, or those of the process.
+  // Ends connections, and new ones as soon as they are made: all of them, or those of the process. Nothing
+  // that is sent from then on gets through.
   void cut();
   void cutFrom(pid_t client);
   // Keeps connections, takes new ones, and lets nothing through.
@@ -81,8 +83,9 @@ class Relay final {
   int wake_ = -1;
   std::atomic<bool> ends_ = false;
   std::atomic<uint64_t> bytesBack_ = 0;
-  std::mutex mutex_;  // guards rules_
+  std::mutex mutex_;  // guards the next two
   Rules rules_;
+  std::vector<Rules> news_;  // what they were set to since the thread looked last
   std::list<Connection> connections_;
   std::thread thread_;
 };
