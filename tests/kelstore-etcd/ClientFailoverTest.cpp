@@ -71,13 +71,15 @@ TEST_F(EtcdClientTest, EndpointTakesTheConnectionAndIsSilent_CallEndsAtItsDeadli
 
 TEST_F(EtcdClientTest, SilentEndpointHoldsUpOnlyItsShareOfTheDeadline) {
   SilentServer silent;
-  Client any({silent.endpoint(), server->endpoint()}, {}, {.deadline = 2s});
+  Client any({silent.endpoint(), server->endpoint()}, {}, {.deadline = 8s});
   auto start = std::chrono::steady_clock::now();
-  EXPECT_TRUE(any.put(key("a"), "1").ok());
-  EXPECT_GE(std::chrono::steady_clock::now() - start, 990ms);
+  absl::StatusOr<int64_t> put = any.put(key("a"), "1");
+  ASSERT_TRUE(put.ok()) << put.status();
+  EXPECT_GE(std::chrono::steady_clock::now() - start, 3900ms);
   start = std::chrono::steady_clock::now();
-  EXPECT_TRUE(any.put(key("a"), "2").ok());
-  EXPECT_LT(std::chrono::steady_clock::now() - start, 900ms);
+  put = any.put(key("a"), "2");
+  ASSERT_TRUE(put.ok()) << put.status();
+  EXPECT_LT(std::chrono::steady_clock::now() - start, 3500ms);
 }
 
 // With equal shares, the one that is sure to answer had no time to do so where there were many others.
@@ -93,19 +95,21 @@ TEST_F(EtcdClientTest, EndpointThatIsAskedFirstHasHalfOfTheTime_TheOthersShareTh
 
 TEST_F(EtcdClientTest, EndpointThatIsPreferred_IsAskedFirst) {
   SilentServer silent;
-  Client any({silent.endpoint(), server->endpoint()}, {}, {.deadline = 2s});
+  Client any({silent.endpoint(), server->endpoint()}, {}, {.deadline = 8s});
   any.prefer(server->endpoint());
   EXPECT_EQ(any.endpoint(), server->endpoint());
   auto start = std::chrono::steady_clock::now();
-  EXPECT_TRUE(any.put(key("a"), "1").ok());
-  EXPECT_LT(std::chrono::steady_clock::now() - start, 900ms);
+  absl::StatusOr<int64_t> put = any.put(key("a"), "1");
+  ASSERT_TRUE(put.ok()) << put.status();
+  EXPECT_LT(std::chrono::steady_clock::now() - start, 3500ms);
   any.prefer("h:1");
   EXPECT_EQ(any.endpoint(), server->endpoint()) << "it is none of its endpoints";
   // A connection is not kept for another endpoint.
   any.prefer(silent.endpoint());
   start = std::chrono::steady_clock::now();
-  EXPECT_TRUE(any.put(key("a"), "2").ok());
-  EXPECT_GE(std::chrono::steady_clock::now() - start, 990ms);
+  put = any.put(key("a"), "2");
+  ASSERT_TRUE(put.ok()) << put.status();
+  EXPECT_GE(std::chrono::steady_clock::now() - start, 3900ms);
 }
 
 TEST_F(EtcdClientTest, DeletionIsNotAnswered_ItIsRepeated_AndSaysSo) {
@@ -117,15 +121,21 @@ TEST_F(EtcdClientTest, DeletionIsNotAnswered_ItIsRepeated_AndSaysSo) {
   EXPECT_EQ(deletion->keys, 0);
   EXPECT_TRUE(deletion->repeated);
   EXPECT_THAT(texts(client.range(keys.all())), ElementsAre());
-  EXPECT_FALSE(any.del(keys.all())->repeated);
+  deletion = any.del(keys.all());
+  ASSERT_TRUE(deletion.ok()) << deletion.status();
+  EXPECT_FALSE(deletion->repeated);
 }
 
 TEST_F(EtcdClientTest, DeletionArrivedNowhere_TheNextOneIsTheFirst) {
   Client dead({deadEndpoint(), server->endpoint()}, {});
-  EXPECT_FALSE(dead.del(keys.all())->repeated);
+  absl::StatusOr<Deletion> deletion = dead.del(keys.all());
+  ASSERT_TRUE(deletion.ok()) << deletion.status();
+  EXPECT_FALSE(deletion->repeated);
   SilentServer silent;
-  Client hung({silent.endpoint(), server->endpoint()}, {}, {.deadline = 1s});
-  EXPECT_FALSE(hung.del(keys.all())->repeated);
+  Client hung({silent.endpoint(), server->endpoint()}, {}, {.deadline = 6s});
+  deletion = hung.del(keys.all());
+  ASSERT_TRUE(deletion.ok()) << deletion.status();
+  EXPECT_FALSE(deletion->repeated);
 }
 
 TEST(EtcdClientClusterTest, LeaderIsKilled_CallsGoOnAtTheOthers) {
