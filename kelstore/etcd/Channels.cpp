@@ -116,6 +116,10 @@ bool tokenRefused(const grpc::Status& status) {
          says(status, "revision of auth store is old") || says(status, "user name is empty");
 }
 
+bool refusedWithoutLeader(const grpc::Status& status) {
+  return status.error_code() == grpc::StatusCode::UNAVAILABLE && says(status, "etcdserver: no leader");
+}
+
 // The code alone is also that of a server with too much to do.
 bool messageTooLarge(const grpc::Status& status) {
   return status.error_code() == grpc::StatusCode::RESOURCE_EXHAUSTED && says(status, "larger than max");

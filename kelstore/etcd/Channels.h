@@ -44,6 +44,9 @@ void addMetadata(grpc::ClientContext& context, const std::string& token);
 // Whether the token is not, or no longer, a valid one: authenticate() again.
 bool tokenRefused(const grpc::Status& status);
 
+// Whether the server knew no leader, and so carried out nothing of the call.
+bool refusedWithoutLeader(const grpc::Status& status);
+
 // Whether the answer is more than a message may hold.
 bool messageTooLarge(const grpc::Status& status);
 

@@ -68,13 +68,13 @@ class Client::Impl {
       status = callHere(deadline, attempt);
       if (connected && absl::IsUnavailable(status)) {
         // The connection ended since the last call, say, because the server was restarted.
-        repeated_ |= mayHaveArrived();
+        repeated_ |= mayBeDone_;
         channel_.reset();
         status = callHere(deadline, attempt);
       }
       if (!isElsewhere(status.code())) return status;
       failures += fmt::format("{}{}", failures.empty() ? "" : "; ", std::string(status.message()));
-      repeated_ |= mayHaveArrived();
+      repeated_ |= mayBeDone_;
       // A channel that failed waits before it connects again, and fails calls meanwhile; a new one does not.
       channel_.reset();
       current_ = (current_ + 1) % endpoints_.size();
@@ -96,9 +96,9 @@ class Client::Impl {
   }
 
  private:
-  // Of an attempt that was not answered. One that never had a connection to go on has not arrived anywhere.
-  bool mayHaveArrived() const {
-    if (!channel_) return false;
+  // Of an attempt that failed. One that never had a connection to go on has not arrived anywhere.
+  bool mayBeDone(const grpc::Status& status) const {
+    if (refusedWithoutLeader(status)) return false;
     grpc_connectivity_state state = channel_->GetState(false);
     return state == GRPC_CHANNEL_READY || state == GRPC_CHANNEL_IDLE;
   }
@@ -106,12 +106,14 @@ class Client::Impl {
   absl::Status callHere(Clock::time_point deadline, const Attempt& attempt) {
     grpc::Status status;
     for (int tries = 0; tries < 2; ++tries) {
+      mayBeDone_ = false;
       absl::Status ready = connect(deadline);
       if (!ready.ok()) return ready;
       grpc::ClientContext context;
       context.set_deadline(deadline);
       addMetadata(context, *token_);
       status = attempt(channel_, context);
+      mayBeDone_ = !status.ok() && mayBeDone(status);
       if (access_.credentialsFile.empty() || !tokenRefused(status)) break;
       token_.reset();
     }
@@ -137,6 +139,7 @@ class Client::Impl {
   size_t current_ = 0;
   Channel channel_;
   std::optional<std::string> token_;  // empty: calls need none
+  bool mayBeDone_ = false;            // what the last attempt, which failed, was to do
   bool repeated_ = false;
 };
 

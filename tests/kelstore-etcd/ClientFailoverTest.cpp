@@ -181,8 +181,15 @@ TEST(EtcdClientClusterTest, NodeIsIsolated_ItSaysThatItHasNoLeader) {
   cluster.isolate(1);
   EXPECT_TRUE(waitUntil([&] { return absl::IsUnavailable(client.get("k").status()); }, 20s));
   EXPECT_THAT(std::string(client.get("k").status().message()), HasSubstr("no leader"));
-  Client elsewhere({cluster.endpoint(1), cluster.endpoint(0), cluster.endpoint(2)}, {});
+  Client elsewhere({cluster.endpoint(1), cluster.endpoint(0), cluster.endpoint(2)}, {}, {.deadline = 10s});
   EXPECT_TRUE(waitUntil([&] { return elsewhere.put("k", "2").ok(); }, 20s));
+  // What it refuses so is not done, and done for the first time elsewhere.
+  elsewhere.prefer(cluster.endpoint(1));
+  absl::StatusOr<Deletion> deletion = elsewhere.del(KeyRange{"none", ""});
+  ASSERT_TRUE(deletion.ok()) << deletion.status();
+  EXPECT_EQ(deletion->keys, 0);
+  EXPECT_FALSE(deletion->repeated);
+  EXPECT_NE(elsewhere.endpoint(), cluster.endpoint(1));
   cluster.rejoin();
   EXPECT_TRUE(waitUntil([&] { return client.get("k").ok(); }, 20s));
   EXPECT_THAT(texts(client.get("k")), ElementsAre("k=2"));
