@@ -3,6 +3,7 @@
 #include <rapidcheck.h>
 
 #include <deque>
+#include <utility>
 
 #include "PropertyRuns.h"
 #include "ReachabilityWorld.h"
@@ -137,11 +138,12 @@ class Run {
 
   // The pipeline is replaced over the filled table, as when an agent takes another's place.
   void restart() {
-    if (!world_.sm) return;
+    if (!world_.sm || std::exchange(restarting_, true)) return;
     world_.sm->hasNotificationActiveIs(false);
     auto successor = world_.makePipeline(mode_);
     world_.sm->rowsHandedOver();
     world_.sm = successor;
+    restarting_ = false;
     successor->hasNotificationActiveIs(true);
   }
 
@@ -150,6 +152,7 @@ class Run {
   std::vector<bool> yields_;
   size_t yieldsUsed_ = 0;
   Rvx::Mode mode_;
+  bool restarting_ = false;  // a successor is being made: it is the one that reacts then, and the only one
   Kor::Subscription onWrite_;
 };
 
