@@ -1,12 +1,12 @@
-#include "TrelSnmpAgent.h"
+#include "agent/TrelSnmpAgent.h"
 
 #include <algorithm>
 
-#include "toggles/Toggles.h"
-#include "trel/Mode.h"
-#include "veldaTrelHostResourcesMIB.h"
-#include "veldaTrelMIB.h"
-#include "zavro/Assert.h"
+#include "platform/toggles/Toggles.h"
+#include "platform/trel/Mode.h"
+#include "platform/zavro/Assert.h"
+#include "snmp-modules/veldaTrelHostResourcesMIB.h"
+#include "snmp-modules/veldaTrelMIB.h"
 
 namespace TrelSnmp::Agent {
 namespace {

@@ -5,14 +5,14 @@
 
 #include <vector>
 
-#include "TrelSnmpHostResourcesSm.h"
-#include "TrelSnmpHrStorageTableSm.h"
-#include "TrelSnmpIfTableSm.h"
-#include "TrelSnmpReachabilityTableSm.h"
-#include "kor/Dir.h"
-#include "snmp/Status.h"
-#include "trel/Topology.h"
-#include "zavro/Node.h"
+#include "pipelines/TrelSnmpHostResourcesSm.h"
+#include "pipelines/TrelSnmpHrStorageTableSm.h"
+#include "pipelines/TrelSnmpIfTableSm.h"
+#include "pipelines/TrelSnmpReachabilityTableSm.h"
+#include "platform/kor/Dir.h"
+#include "platform/snmp/Status.h"
+#include "platform/trel/Topology.h"
+#include "platform/zavro/Node.h"
 
 namespace TrelSnmp::Agent {
 

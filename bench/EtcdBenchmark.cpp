@@ -15,12 +15,12 @@
 #include <thread>
 #include <vector>
 
-#include "SnmpSession.h"
-#include "e2e/Daemon.h"
-#include "etcd/Channels.h"
-#include "etcd/Client.h"
-#include "rpc.grpc.pb.h"
-#include "support/Etcd.h"
+#include "bench/SnmpSession.h"
+#include "kelstore/etcd/Channels.h"
+#include "kelstore/etcd/Client.h"
+#include "kelstore/etcd/rpc.grpc.pb.h"
+#include "tests/e2e/Daemon.h"
+#include "tests/support/Etcd.h"
 
 namespace {
 

@@ -5,9 +5,9 @@
 #include <map>
 #include <string>
 
-#include "Ratio.h"
-#include "TrelSnmpIfTableSm.h"
-#include "TrelSnmpReachabilityTableSm.h"
+#include "bench/Ratio.h"
+#include "pipelines/TrelSnmpIfTableSm.h"
+#include "pipelines/TrelSnmpReachabilityTableSm.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "Ratio.h"
+#include "bench/Ratio.h"
 
 #include <benchmark/benchmark.h>
 

@@ -1,9 +1,9 @@
-#include "SnmpSession.h"
+#include "bench/SnmpSession.h"
 
 #include <memory>
 #include <stdexcept>
 
-#include "snmp/ObjectIdentifier.h"
+#include "platform/snmp/ObjectIdentifier.h"
 
 namespace Bench {
 

@@ -8,8 +8,8 @@
 #include <random>
 #include <vector>
 
-#include "Ratio.h"
-#include "mib-state/TableTraits.h"
+#include "bench/Ratio.h"
+#include "tests/mib-state/TableTraits.h"
 
 namespace {
 

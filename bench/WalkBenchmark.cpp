@@ -4,10 +4,10 @@
 
 #include <vector>
 
-#include "Ratio.h"
-#include "SnmpSession.h"
-#include "e2e/Daemon.h"
-#include "e2e/Reports.h"
+#include "bench/Ratio.h"
+#include "bench/SnmpSession.h"
+#include "tests/e2e/Daemon.h"
+#include "tests/e2e/Reports.h"
 
 namespace {
 

@@ -41,16 +41,35 @@ function(trel_leaves_counts target)
   endif()
 endfunction()
 
+# Every file is included by its path from the project's directory: "kelstore/Path.h". Which rooms a room may
+# include is the table in docs/ARCHITECTURE.md; the build holds every include against it.
+set(TREL_GENERATED "${PROJECT_BINARY_DIR}/generated")
+include_directories("${PROJECT_SOURCE_DIR}")
+include_directories(SYSTEM "${TREL_GENERATED}")
+set(TREL_ROOMS platform mib-state pipelines snmp-modules agent runtime kelstore member host programs tests)
+set(TREL_SOURCES)
+foreach(room IN LISTS TREL_ROOMS)
+  file(GLOB_RECURSE sources CONFIGURE_DEPENDS RELATIVE "${PROJECT_SOURCE_DIR}" "${room}/*.h" "${room}/*.cpp")
+  list(APPEND TREL_SOURCES ${sources})
+endforeach()
+add_custom_command(
+  OUTPUT "${PROJECT_BINARY_DIR}/CMakeFiles/rooms.checked"
+  COMMAND "${CMAKE_COMMAND}" -P "${PROJECT_SOURCE_DIR}/cmake/CheckRooms.cmake"
+  COMMAND "${CMAKE_COMMAND}" -E touch "${PROJECT_BINARY_DIR}/CMakeFiles/rooms.checked"
+  WORKING_DIRECTORY "${PROJECT_SOURCE_DIR}"
+  DEPENDS cmake/CheckRooms.cmake docs/ARCHITECTURE.md ${TREL_SOURCES}
+  COMMENT "Holding includes against the rooms of docs/ARCHITECTURE.md"
+  VERBATIM)
+add_custom_target(rooms ALL DEPENDS "${PROJECT_BINARY_DIR}/CMakeFiles/rooms.checked")
+
 # trel_room(NAME [TYPE STATIC|SHARED] SOURCES file... [USES target...] [PRIVATE_USES target...])
-# A room is one library. Its directory is the include path of those who use it, so that a room can only
-# include what its link line names.
+# A room is one library, or a few.
 function(trel_room name)
   cmake_parse_arguments(ROOM "" "TYPE" "SOURCES;USES;PRIVATE_USES" ${ARGN})
   if(NOT ROOM_TYPE)
     set(ROOM_TYPE STATIC)
   endif()
   add_library(${name} ${ROOM_TYPE} ${ROOM_SOURCES})
-  target_include_directories(${name} PUBLIC "${CMAKE_CURRENT_SOURCE_DIR}")
   target_link_libraries(${name} PUBLIC ${ROOM_USES} PRIVATE ${ROOM_PRIVATE_USES})
   if(TREL_COVERAGE)
     # Without the branches to where another thread makes a function's static variable.
@@ -100,7 +119,6 @@ function(trel_test name)
     set(T_TIMEOUT 120)
   endif()
   add_executable(${name} ${T_SOURCES})
-  target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}/tests")
   target_link_libraries(${name} PRIVATE ${T_USES} GTest::gmock GTest::gtest_main)
   trel_leaves_counts(${name})
   add_test(NAME ${name} COMMAND ${name} --gtest_brief=1)

@@ -1,52 +1,26 @@
-#include "Cluster.h"
+#include "host/Cluster.h"
 
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 
-#include "EmbeddedSource.h"
-#include "ExampleState.h"
-#include "LinuxMachine.h"
-#include "LocalSource.h"
-#include "etcd/Address.h"
-#include "snmp/KelstoreUtil.h"
-#include "veldaTrelHostResourcesMIB.h"
-#include "veldaTrelMIB.h"
-#include "zavro/Assert.h"
+#include "platform/snmp/KelstoreUtil.h"
+#include "platform/zavro/Assert.h"
+#include "snmp-modules/veldaTrelHostResourcesMIB.h"
+#include "snmp-modules/veldaTrelMIB.h"
 
 namespace Host {
 namespace {
-
-constexpr std::string_view kFile = "file:";
 
 std::string hostname() {
   std::array<char, 256> name{};
   return gethostname(name.data(), name.size() - 1) == 0 ? name.data() : "localhost";
 }
 
-std::unique_ptr<Kelstore::Source> sourceFor(const std::string& state, const Options& options,
-                                            const EtcdSources* etcd, Kelstore::Store& store, Kelstore::Io& io,
-                                            const Zavro::Clock& clock) {
-  if (state == "local") {
-    Member::LocalSource::Settings settings{options.member, options.intervalSeconds, options.indexFile};
-    return std::make_unique<Member::LocalSource>(settings, std::make_shared<Member::LinuxMachine>(), store,
-                                                 io, clock);
-  }
-  if (state.starts_with(kFile)) {
-    return std::make_unique<Kelstore::FileSource>(state.substr(kFile.size()), store, io, clock);
-  }
-  if (state.starts_with(Kelstore::Etcd::kScheme)) {
-    zavroAssert(etcd != nullptr);
-    return etcd->make(state, options.etcd, store, io, clock);
-  }
-  return std::make_unique<Kelstore::EmbeddedSource>(kExampleState, store, clock);
-}
-
 }  // namespace
 
-Cluster::Cluster(const Options& options, const EtcdSources* etcd, Zavro::Ptr<Vem::TaskScheduler> scheduler,
-                 Kelstore::Io& io, const Zavro::Clock& clock)
+Cluster::Cluster(const std::vector<MakeSource>& sources, Zavro::Ptr<Vem::TaskScheduler> scheduler)
     : hostname_(hostname()),
       store_(std::move(scheduler), mirror_),
       root_(Zavro::makePtr<Kor::Dir>("root")),
@@ -56,9 +30,7 @@ Cluster::Cluster(const Options& options, const EtcdSources* etcd, Zavro::Ptr<Vem
   mountTrelMib();
   sysnameIs();
   sysnameSubscription_ = mirror_.subscribeSysname([this] { sysnameIs(); });
-  for (const std::string& state : options.states) {
-    sources_.push_back(sourceFor(state, options, etcd, store_, io, clock));
-  }
+  for (const MakeSource& make : sources) sources_.push_back(make(store_));
   for (const auto& source : sources_) source->start();
   agentRoot_->agentIs(trelMib_, status_, mirror_.ifMib(), mirror_.topologyConfig(), mirror_.reachabilityDir(),
                       mirror_.hostResourcesDir());

@@ -2,25 +2,25 @@
 // object that they keep, where modules find it.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
-#include "FileSource.h"
-#include "Io.h"
-#include "Mirror.h"
-#include "Options.h"
-#include "Store.h"
-#include "TrelSnmpAgent.h"
+#include "agent/TrelSnmpAgent.h"
+#include "kelstore/Mirror.h"
+#include "kelstore/Source.h"
+#include "kelstore/Store.h"
 
 namespace Host {
 
 class Cluster {
  public:
-  // Makes everything and starts to follow the sources that the options name. Io and clock outlive the
-  // cluster. `etcd` may be null when none of the sources is such a one.
-  Cluster(const Options& options, const EtcdSources* etcd, Zavro::Ptr<Vem::TaskScheduler> scheduler,
-          Kelstore::Io& io, const Zavro::Clock& clock);
+  // Makes a source that fills the store.
+  using MakeSource = std::function<std::unique_ptr<Kelstore::Source>(Kelstore::Store&)>;
+
+  // Makes everything and starts to follow the sources; a later one overrides an earlier.
+  Cluster(const std::vector<MakeSource>& sources, Zavro::Ptr<Vem::TaskScheduler> scheduler);
   ~Cluster();
   Cluster(const Cluster&) = delete;
   Cluster& operator=(const Cluster&) = delete;

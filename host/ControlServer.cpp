@@ -1,4 +1,4 @@
-#include "ControlServer.h"
+#include "host/ControlServer.h"
 
 #include <fmt/format.h>
 #include <sys/socket.h>
@@ -181,13 +181,13 @@ class ControlServer::Client : public std::enable_shared_from_this<Client> {
   }
 
   ControlServer& server_;
-  UvHandle<uv_pipe_t> pipe_;
+  Runtime::UvHandle<uv_pipe_t> pipe_;
   Control::LineBuffer lines_;
   std::unique_ptr<Reply> reply_;
   bool lastReply_ = false;
 };
 
-ControlServer::ControlServer(EventLoop& loop, std::string path, Handler handler)
+ControlServer::ControlServer(Runtime::EventLoop& loop, std::string path, Handler handler)
     : loop_(loop),
       path_(std::move(path)),
       handler_(std::move(handler)),

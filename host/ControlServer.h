@@ -10,8 +10,8 @@
 #include <memory>
 #include <string>
 
-#include "ControlProtocol.h"
-#include "EventLoop.h"
+#include "host/control/ControlProtocol.h"
+#include "runtime/EventLoop.h"
 
 namespace Host {
 
@@ -37,7 +37,7 @@ class ControlServer {
 
   // Listens at the path, with mode 0660. Replaces the socket that a dead daemon left; when a living one
   // listens there, or the path cannot be used, error() says so.
-  ControlServer(EventLoop& loop, std::string path, Handler handler);
+  ControlServer(Runtime::EventLoop& loop, std::string path, Handler handler);
   // Removes the socket.
   ~ControlServer();
   ControlServer(const ControlServer&) = delete;
@@ -55,12 +55,12 @@ class ControlServer {
   void accept();
   void remove(const Client& client);
 
-  EventLoop& loop_;
+  Runtime::EventLoop& loop_;
   std::string path_;
   Handler handler_;
   std::string error_;
   bool bound_ = false;
-  UvHandle<uv_pipe_t> listener_;
+  Runtime::UvHandle<uv_pipe_t> listener_;
   Clients clients_;  // the one heard of last comes last
 };
 

@@ -1,4 +1,4 @@
-#include "SnmpAgent.h"
+#include "host/SnmpAgent.h"
 
 #include <unistd.h>
 
@@ -7,12 +7,12 @@
 #include <cstring>
 #include <filesystem>
 
-#include "NetSnmp.h"
-#include "StateDirectory.h"
+#include "runtime/StateDirectory.h"
+#include "snmp-modules/NetSnmp.h"
 // Not among those that it includes.
 #include <net-snmp/agent/agent_callbacks.h>
 
-#include "lumalog/Lumalog.h"
+#include "platform/lumalog/Lumalog.h"
 
 // Modules of net-snmp's own library of MIB implementations; its headers do not declare them one by one.
 extern "C" {
@@ -72,7 +72,7 @@ const char* ports() { return netsnmp_ds_get_string(NETSNMP_DS_APPLICATION_ID, NE
 
 }  // namespace
 
-SnmpAgent::SnmpAgent(EventLoop& loop, const SnmpOptions& options) : options_(options), loop_(loop) {
+SnmpAgent::SnmpAgent(Runtime::EventLoop& loop, const SnmpOptions& options) : options_(options), loop_(loop) {
   snmp_disable_log();
   netsnmp_register_loghandler(NETSNMP_LOGHANDLER_CALLBACK, LOG_DEBUG);
   for (const Callback& callback : callbacks()) {
@@ -134,7 +134,7 @@ void SnmpAgent::configure() {
 // net-snmp's own search path would bring in /etc/snmp; it gets a path on which only its saved state is. (The
 // switch that stops the saving of state stops the reading of files as well.)
 void SnmpAgent::openState() {
-  std::string directory = stateDirectory("trelsnmpd");
+  std::string directory = Runtime::stateDirectory("trelsnmpd");
   std::error_code failure;
   std::filesystem::create_directories(directory, failure);
   if (failure || access(directory.c_str(), W_OK) != 0) {

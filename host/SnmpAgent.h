@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "EventLoop.h"
-#include "SnmpPump.h"
+#include "host/SnmpPump.h"
+#include "runtime/EventLoop.h"
 
 namespace Host {
 
@@ -25,7 +25,7 @@ class SnmpAgent {
  public:
   // Starts the agent. Anything that makes the options unusable is found in error(); the agent must be
   // destroyed then.
-  SnmpAgent(EventLoop& loop, const SnmpOptions& options);
+  SnmpAgent(Runtime::EventLoop& loop, const SnmpOptions& options);
   ~SnmpAgent();
   SnmpAgent(const SnmpAgent&) = delete;
   SnmpAgent& operator=(const SnmpAgent&) = delete;
@@ -62,7 +62,7 @@ class SnmpAgent {
   bool configuring_ = false;
   bool connected_ = false;
   std::optional<SnmpPump> pump_;
-  EventLoop& loop_;
+  Runtime::EventLoop& loop_;
 };
 
 }  // namespace Host

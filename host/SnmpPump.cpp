@@ -1,11 +1,13 @@
-#include "SnmpPump.h"
+#include "host/SnmpPump.h"
+
+#include "platform/zavro/Assert.h"
 
 #include <sys/epoll.h>
 #include <unistd.h>
 
 #include <array>
 
-#include "NetSnmp.h"
+#include "snmp-modules/NetSnmp.h"
 // Not among those that it includes.
 #include <net-snmp/library/large_fd_set.h>
 
@@ -36,7 +38,7 @@ uint64_t milliseconds(const timeval& time) {
 
 }  // namespace
 
-SnmpPump::SnmpPump(EventLoop& loop)
+SnmpPump::SnmpPump(Runtime::EventLoop& loop)
     : epoll_(epoll_create1(EPOLL_CLOEXEC)),
       prepare_([&](uv_prepare_t* prepare) { return uv_prepare_init(loop.uv(), prepare); }),
       poll_([&](uv_poll_t* poll) { return uv_poll_init(loop.uv(), poll, epoll_); }),

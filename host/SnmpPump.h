@@ -4,13 +4,13 @@
 
 #include <set>
 
-#include "EventLoop.h"
+#include "runtime/EventLoop.h"
 
 namespace Host {
 
 class SnmpPump {
  public:
-  explicit SnmpPump(EventLoop& loop);
+  explicit SnmpPump(Runtime::EventLoop& loop);
   ~SnmpPump();
   SnmpPump(const SnmpPump&) = delete;
   SnmpPump& operator=(const SnmpPump&) = delete;
@@ -24,9 +24,9 @@ class SnmpPump {
   // turn. An epoll set of our own forgets a socket when it is closed; the loop waits for the set.
   int epoll_;
   std::set<int> followed_;
-  UvHandle<uv_prepare_t> prepare_;
-  UvHandle<uv_poll_t> poll_;
-  Timer deadline_;
+  Runtime::UvHandle<uv_prepare_t> prepare_;
+  Runtime::UvHandle<uv_poll_t> poll_;
+  Runtime::Timer deadline_;
 };
 
 }  // namespace Host

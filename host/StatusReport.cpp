@@ -1,10 +1,12 @@
-#include "StatusReport.h"
+#include "host/StatusReport.h"
+
+#include "runtime/Version.h"
 
 #include <fmt/chrono.h>
 
 #include <nlohmann/json.hpp>
 
-#include "TableReport.h"
+#include "host/TableReport.h"
 
 namespace Host {
 namespace {
@@ -141,7 +143,7 @@ std::unique_ptr<Reply> statusReport(const StatusInputs& inputs) {
   uint64_t uptimeMs = inputs.uptimeNs / 1'000'000;
   Json answer{{"ok", true},
               {"daemon", "trelsnmpd"},
-              {"version", TREL_VERSION},
+              {"version", Runtime::kVersion},
               {"member", inputs.member},
               {"time", utcTime(inputs.nowUtcNs)},
               {"uptimeSeconds", static_cast<double>(uptimeMs) / 1000},

@@ -4,9 +4,9 @@
 #include <cstdint>
 #include <memory>
 
-#include "Cluster.h"
-#include "ControlServer.h"
-#include "SnmpAgent.h"
+#include "host/Cluster.h"
+#include "host/ControlServer.h"
+#include "host/SnmpAgent.h"
 
 namespace Host {
 

@@ -1,11 +1,11 @@
-#include "TableReport.h"
+#include "host/TableReport.h"
 
 #include <array>
 #include <functional>
 #include <nlohmann/json.hpp>
 
-#include "ReachabilityStateToAsnUnsigned.h"
-#include "snmp/AsnConversions.h"
+#include "platform/snmp/AsnConversions.h"
+#include "snmp-modules/ReachabilityStateToAsnUnsigned.h"
 
 namespace Host {
 namespace {

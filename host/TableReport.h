@@ -3,8 +3,8 @@
 
 #include <memory>
 
-#include "ControlServer.h"
-#include "TrelMib.h"
+#include "host/ControlServer.h"
+#include "mib-state/TrelMib.h"
 
 namespace Host {
 

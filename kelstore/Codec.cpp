@@ -1,4 +1,4 @@
-#include "Codec.h"
+#include "kelstore/Codec.h"
 
 #include <cmath>
 #include <limits>
@@ -6,7 +6,7 @@
 #include <set>
 #include <type_traits>
 
-#include "Text.h"
+#include "runtime/Text.h"
 
 namespace Kelstore {
 namespace {
@@ -114,7 +114,7 @@ class Fields {
   static std::optional<Lanix::IntfId> intf(const nlohmann::json& json) {
     if (!json.is_string()) return std::nullopt;
     const auto& name = json.get_ref<const std::string&>();
-    if (name.empty() || name.size() > kMaxIntfBytes || !isPlain(name)) return std::nullopt;
+    if (name.empty() || name.size() > kMaxIntfBytes || !Runtime::isPlain(name)) return std::nullopt;
     return Lanix::IntfId(name);
   }
   static std::optional<Trel::ReachabilityState::State> state(const nlohmann::json& json) {
@@ -157,7 +157,7 @@ class Fields {
 
 Value decodeSysname(const nlohmann::json& json, Notes& notes) {
   const std::string* name = json.get_ptr<const std::string*>();
-  if (name == nullptr || name->empty() || name->size() > kMaxTextBytes || !isPlain(*name)) {
+  if (name == nullptr || name->empty() || name->size() > kMaxTextBytes || !Runtime::isPlain(*name)) {
     std::string expected = fmt::format("a string of 1 to {} bytes without control characters", kMaxTextBytes);
     notes.faults.push_back({"", foundExpected(json, expected)});
     return std::string();
@@ -291,7 +291,7 @@ nlohmann::json encodedAs(const Mapping& value) {
 std::string described(const nlohmann::json& json) {
   if (json.is_object()) return "an object";
   if (json.is_array()) return "an array";
-  if (json.is_string()) return inQuotes(json.get_ref<const std::string&>());
+  if (json.is_string()) return Runtime::inQuotes(json.get_ref<const std::string&>());
   return json.dump();
 }
 

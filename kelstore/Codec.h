@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "Path.h"
-#include "Value.h"
+#include "kelstore/Path.h"
+#include "kelstore/Value.h"
 
 namespace Kelstore {
 

@@ -1,4 +1,4 @@
-#include "Document.h"
+#include "kelstore/Document.h"
 
 #include <fmt/format.h>
 
@@ -7,9 +7,9 @@
 #include <set>
 #include <unordered_set>
 
-#include "Codec.h"
-#include "JsonText.h"
-#include "Text.h"
+#include "kelstore/Codec.h"
+#include "runtime/JsonText.h"
+#include "runtime/Text.h"
 
 namespace Kelstore {
 namespace {
@@ -57,7 +57,7 @@ class Reader {
         fmt::format("found nothing, expected a JSON {}", segments_.empty() ? "object" : "value");
     // The parser counts the character that it stumbled over.
     size_t offset = position > 0 ? position - 1 : 0;
-    unusable(offset, blank ? nothing : syntaxMessage(error.what()));
+    unusable(offset, blank ? nothing : Runtime::syntaxMessage(error.what()));
     return false;
   }
 
@@ -70,7 +70,7 @@ class Reader {
     if (!seen_.back().insert(name).second) {
       fault("found twice, expected once");
     } else if (next_.what == What::badKey) {
-      fault(fmt::format("found {}, expected {}", inQuotes(name), next_.expected));
+      fault(fmt::format("found {}, expected {}", Runtime::inQuotes(name), next_.expected));
     } else if (next_.what == What::unknown) {
       document_.warnings.push_back(pathText(segments_) + ": unknown member, ignored");
     } else {
@@ -174,7 +174,7 @@ class Reader {
   }
 
   void unusable(size_t offset, std::string_view text) {
-    document_.unusable = fmt::format(":{}: {}", lineAndColumn(text_, offset), text);
+    document_.unusable = fmt::format(":{}: {}", Runtime::lineAndColumn(text_, offset), text);
   }
 
   std::string_view text_;

@@ -11,7 +11,7 @@
 #include <string_view>
 #include <vector>
 
-#include "Snapshot.h"
+#include "kelstore/Snapshot.h"
 
 namespace Kelstore {
 

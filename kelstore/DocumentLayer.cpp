@@ -1,10 +1,10 @@
-#include "DocumentLayer.h"
+#include "kelstore/DocumentLayer.h"
 
 #include <algorithm>
 #include <set>
 
-#include "Document.h"
-#include "lumalog/Lumalog.h"
+#include "kelstore/Document.h"
+#include "platform/lumalog/Lumalog.h"
 
 namespace Kelstore {
 namespace {

@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "Source.h"
-#include "Store.h"
-#include "zavro/Clock.h"
+#include "kelstore/Source.h"
+#include "kelstore/Store.h"
+#include "platform/zavro/Clock.h"
 
 namespace Kelstore {
 

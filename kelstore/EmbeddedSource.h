@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "DocumentLayer.h"
+#include "kelstore/DocumentLayer.h"
 
 namespace Kelstore {
 

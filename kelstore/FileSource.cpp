@@ -1,4 +1,4 @@
-#include "FileSource.h"
+#include "kelstore/FileSource.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -7,7 +7,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "lumalog/Lumalog.h"
+#include "platform/lumalog/Lumalog.h"
 
 namespace Kelstore {
 namespace {
@@ -70,7 +70,8 @@ bool readAll(int fd, uint64_t sizeHint, uint64_t maxBytes, std::string& text) {
 
 }  // namespace
 
-FileSource::FileSource(std::string path, Store& store, Io& io, const Zavro::Clock& clock, uint64_t maxBytes)
+FileSource::FileSource(std::string path, Store& store, Runtime::Io& io, const Zavro::Clock& clock,
+                       uint64_t maxBytes)
     : path_(std::move(path)),
       maxBytes_(maxBytes),
       io_(io),

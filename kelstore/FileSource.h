@@ -9,9 +9,9 @@
 #include <memory>
 #include <string>
 
-#include "DocumentLayer.h"
-#include "Io.h"
-#include "OffLoop.h"
+#include "kelstore/DocumentLayer.h"
+#include "runtime/Io.h"
+#include "runtime/OffLoop.h"
 
 namespace Kelstore {
 
@@ -23,7 +23,7 @@ class FileSource final : public Source {
   static constexpr uint64_t kPatienceMs = 2000;  // a file that keeps changing and is bad so long is bad
 
   // Store, io and clock outlive the source.
-  FileSource(std::string path, Store& store, Io& io, const Zavro::Clock& clock,
+  FileSource(std::string path, Store& store, Runtime::Io& io, const Zavro::Clock& clock,
              uint64_t maxBytes = kDefaultMaxBytes);
 
   void start() override;
@@ -46,16 +46,16 @@ class FileSource final : public Source {
 
   std::string path_;
   uint64_t maxBytes_;
-  Io& io_;
+  Runtime::Io& io_;
   const Zavro::Clock& clock_;
   DocumentLayer layer_;
-  std::unique_ptr<Io::Activity> watch_;
-  std::unique_ptr<Io::Activity> timer_;
+  std::unique_ptr<Runtime::Io::Activity> watch_;
+  std::unique_ptr<Runtime::Io::Activity> timer_;
   bool reading_ = false;
   bool changedMeanwhile_ = false;
   uint64_t badSinceNs_ = 0;   // when the first of the failures in a row was seen; 0: none
   Signature badSignature_{};  // of the last failure
-  OffLoop offLoop_{io_};
+  Runtime::OffLoop offLoop_{io_};
 };
 
 }  // namespace Kelstore

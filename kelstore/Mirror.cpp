@@ -1,9 +1,9 @@
-#include "Mirror.h"
+#include "kelstore/Mirror.h"
 
 #include <algorithm>
 #include <array>
 
-#include "StorageMappings.h"
+#include "kelstore/StorageMappings.h"
 
 namespace Kelstore {
 namespace {

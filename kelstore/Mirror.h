@@ -10,12 +10,12 @@
 #include <string>
 #include <string_view>
 
-#include "Path.h"
-#include "Value.h"
-#include "intfsnmp/IfMib.h"
-#include "kor/Dir.h"
-#include "kor/Notifier.h"
-#include "trel/Topology.h"
+#include "kelstore/Path.h"
+#include "kelstore/Value.h"
+#include "platform/intfsnmp/IfMib.h"
+#include "platform/kor/Dir.h"
+#include "platform/kor/Notifier.h"
+#include "platform/trel/Topology.h"
 
 namespace Kelstore {
 

@@ -1,11 +1,11 @@
-#include "Path.h"
+#include "kelstore/Path.h"
 
 #include <algorithm>
 #include <array>
 #include <charconv>
 #include <limits>
 
-#include "Text.h"
+#include "runtime/Text.h"
 
 namespace Kelstore {
 namespace {
@@ -69,7 +69,7 @@ std::string expectedInstead(Takes takes, std::string_view key) {
     case Takes::name:
       break;
   }
-  bool good = !key.empty() && key.size() <= kMaxNameBytes && isPlain(key);
+  bool good = !key.empty() && key.size() <= kMaxNameBytes && Runtime::isPlain(key);
   return good ? "" : "a name of 1 to 4096 bytes without control characters";
 }
 
@@ -116,8 +116,8 @@ std::string pathText(std::span<const std::string> segments) {
   std::string text;
   for (const std::string& segment : segments) {
     if (!text.empty()) text += '/';
-    bool bare = !segment.empty() && segment.find('/') == std::string::npos && isPlain(segment);
-    text += bare ? shortened(segment) : inQuotes(segment);
+    bool bare = !segment.empty() && segment.find('/') == std::string::npos && Runtime::isPlain(segment);
+    text += bare ? Runtime::shortened(segment) : Runtime::inQuotes(segment);
   }
   return text;
 }

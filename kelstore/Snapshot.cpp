@@ -1,4 +1,4 @@
-#include "Snapshot.h"
+#include "kelstore/Snapshot.h"
 
 #include <algorithm>
 #include <tuple>

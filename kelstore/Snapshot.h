@@ -12,8 +12,8 @@
 #include <utility>
 #include <vector>
 
-#include "Path.h"
-#include "Value.h"
+#include "kelstore/Path.h"
+#include "kelstore/Value.h"
 
 namespace Kelstore {
 

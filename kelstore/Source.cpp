@@ -1,4 +1,4 @@
-#include "Source.h"
+#include "kelstore/Source.h"
 
 namespace Kelstore {
 

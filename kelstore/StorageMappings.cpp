@@ -1,4 +1,4 @@
-#include "StorageMappings.h"
+#include "kelstore/StorageMappings.h"
 
 #include <optional>
 #include <utility>

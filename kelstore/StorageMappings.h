@@ -9,9 +9,9 @@
 #include <cstdint>
 #include <string>
 
-#include "Value.h"
-#include "hostresources/StorageEntryMappings.h"
-#include "kor/Dir.h"
+#include "kelstore/Value.h"
+#include "platform/hostresources/StorageEntryMappings.h"
+#include "platform/kor/Dir.h"
 
 namespace Kelstore {
 

@@ -1,9 +1,9 @@
-#include "Store.h"
+#include "kelstore/Store.h"
 
 #include <algorithm>
 #include <iterator>
 
-#include "zavro/Assert.h"
+#include "platform/zavro/Assert.h"
 
 namespace Kelstore {
 

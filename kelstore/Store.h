@@ -10,9 +10,9 @@
 #include <string>
 #include <vector>
 
-#include "Mirror.h"
-#include "Snapshot.h"
-#include "vem/Vem.h"
+#include "kelstore/Mirror.h"
+#include "kelstore/Snapshot.h"
+#include "platform/vem/Vem.h"
 
 namespace Kelstore {
 

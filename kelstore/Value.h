@@ -7,10 +7,10 @@
 #include <string>
 #include <variant>
 
-#include "hostresources/HostResources.h"
-#include "hostresources/StorageEntryMappings.h"
-#include "lanix/IntfId.h"
-#include "trel/Reachability.h"
+#include "platform/hostresources/HostResources.h"
+#include "platform/hostresources/StorageEntryMappings.h"
+#include "platform/lanix/IntfId.h"
+#include "platform/trel/Reachability.h"
 
 namespace Kelstore {
 

@@ -1,6 +1,6 @@
-#include "Collector.h"
+#include "member/Collector.h"
 
-#include "lumalog/Lumalog.h"
+#include "platform/lumalog/Lumalog.h"
 
 namespace Member {
 namespace {
@@ -19,7 +19,7 @@ Result<Collector::Take> askSafely(const Collector::Ask& ask) {
 
 }  // namespace
 
-Collector::Collector(std::string name, Ask ask, Kelstore::Io& io, const Zavro::Clock& clock,
+Collector::Collector(std::string name, Ask ask, Runtime::Io& io, const Zavro::Clock& clock,
                      std::function<void()> told)
     : ask_(std::move(ask)), io_(io), clock_(clock), told_(std::move(told)) {
   status_.name = std::move(name);

@@ -8,11 +8,11 @@
 #include <memory>
 #include <string>
 
-#include "Io.h"
-#include "Machine.h"
-#include "OffLoop.h"
-#include "Source.h"
-#include "zavro/Clock.h"
+#include "kelstore/Source.h"
+#include "member/Machine.h"
+#include "platform/zavro/Clock.h"
+#include "runtime/Io.h"
+#include "runtime/OffLoop.h"
 
 namespace Member {
 
@@ -29,7 +29,7 @@ class Collector final {
 
   // `told` is called on the loop when there is news: an answer was taken, or the state is another one. Io and
   // clock outlive the collector.
-  Collector(std::string name, Ask ask, Kelstore::Io& io, const Zavro::Clock& clock,
+  Collector(std::string name, Ask ask, Runtime::Io& io, const Zavro::Clock& clock,
             std::function<void()> told);
   Collector(const Collector&) = delete;
   Collector& operator=(const Collector&) = delete;
@@ -50,14 +50,14 @@ class Collector final {
   void fails(std::string error);
 
   Ask ask_;
-  Kelstore::Io& io_;
+  Runtime::Io& io_;
   const Zavro::Clock& clock_;
   std::function<void()> told_;
   Kelstore::CollectorStatus status_;
   bool asking_ = false;
   uint64_t askedUtcNs_ = 0;  // when the last question was asked
-  std::unique_ptr<Kelstore::Io::Activity> patience_;
-  Kelstore::OffLoop offLoop_{io_};
+  std::unique_ptr<Runtime::Io::Activity> patience_;
+  Runtime::OffLoop offLoop_{io_};
 };
 
 // A question whose answer is handed to `take`, on the loop. What `ask` holds lives as long as a question

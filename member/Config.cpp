@@ -1,4 +1,4 @@
-#include "Config.h"
+#include "member/Config.h"
 
 #include <arpa/inet.h>
 #include <fmt/format.h>
@@ -13,10 +13,10 @@
 #include <set>
 #include <stdexcept>
 
-#include "Codec.h"
-#include "JsonText.h"
-#include "Text.h"
-#include "lanix/IntfId.h"
+#include "kelstore/Codec.h"
+#include "platform/lanix/IntfId.h"
+#include "runtime/JsonText.h"
+#include "runtime/Text.h"
 
 namespace Member {
 namespace {
@@ -32,7 +32,7 @@ using CheckText = std::function<void(const std::string&)>;
 
 void expect(bool good, const std::string& found, std::string_view expected) {
   if (!good) {
-    throw std::invalid_argument(fmt::format("found {}, expected {}", Kelstore::inQuotes(found), expected));
+    throw std::invalid_argument(fmt::format("found {}, expected {}", Runtime::inQuotes(found), expected));
   }
 }
 
@@ -41,7 +41,7 @@ void checkPath(const std::string& text) {
 }
 
 void checkInterface(const std::string& text) {
-  bool good = !text.empty() && text.size() <= kMaxInterfaceBytes && Kelstore::isPlain(text);
+  bool good = !text.empty() && text.size() <= kMaxInterfaceBytes && Runtime::isPlain(text);
   expect(good, text, "an interface name");
 }
 
@@ -140,7 +140,7 @@ class Fields {
 
  private:
   static std::string shown(const std::string& name) {
-    return name.empty() ? Kelstore::inQuotes(name) : Kelstore::shortened(name);
+    return name.empty() ? Runtime::inQuotes(name) : Runtime::shortened(name);
   }
   const json* member(const char* name, bool required, std::string_view expected) {
     known_.insert(name);
@@ -194,7 +194,7 @@ void readAddress(Fields& fields, NeighbourConfig& neighbour) {
   if (percent == std::string::npos || neighbour.device.empty()) return;
   if (text.substr(percent + 1) != neighbour.device || text.find(':') == std::string::npos) {
     fields.error("address", fmt::format("found {}, expected no scope but the device, {}",
-                                        Kelstore::inQuotes(text), Kelstore::inQuotes(neighbour.device)));
+                                        Runtime::inQuotes(text), Runtime::inQuotes(neighbour.device)));
   }
 }
 
@@ -205,7 +205,7 @@ void readNeighbour(Fields& fields, NeighbourConfig& neighbour) {
   if (named && !Lanix::BackplaneChannelIntfId::isBackplaneChannelIntfId(Lanix::IntfId(neighbour.interface))) {
     fields.warning("interface", fmt::format("{} is no backplane interface (Backplane and a digit): no "
                                             "interface row will show it",
-                                            Kelstore::inQuotes(neighbour.interface)));
+                                            Runtime::inQuotes(neighbour.interface)));
   }
   fields.text("device", "a device name of 1 to 15 bytes", checkDevice, neighbour.device, /*required=*/true);
   readAddress(fields, neighbour);
@@ -225,7 +225,7 @@ class Once {
     parsed_.errors.push_back(
         fmt::format("{}: neighbours[{}]/{}: found {}, which neighbours[{}] has too, "
                     "expected another one",
-                    path_, index, name_, Kelstore::shortened(value), first->second));
+                    path_, index, name_, Runtime::shortened(value), first->second));
   }
 
  private:
@@ -290,7 +290,7 @@ json parseStrictly(std::string_view text) {
     if (event == json::parse_event_t::object_end) names.pop_back();
     if (event == json::parse_event_t::key && !names.back().insert(value.get<std::string>()).second) {
       throw std::invalid_argument(fmt::format("found member {} twice in one object, expected it once",
-                                              Kelstore::inQuotes(value.get<std::string>())));
+                                              Runtime::inQuotes(value.get<std::string>())));
     }
     return true;
   });
@@ -307,8 +307,8 @@ ParsedConfig parseConfig(std::string_view text, const std::string& path, const C
     size_t offset = error.byte > 0 ? error.byte - 1 : 0;
     bool blank = std::all_of(text.begin(), text.end(), [](unsigned char c) { return std::isspace(c); });
     parsed.errors.push_back(
-        fmt::format("{}:{}: {}", path, Kelstore::lineAndColumn(text, offset),
-                    blank ? "found nothing, expected a JSON object" : Kelstore::syntaxMessage(error.what())));
+        fmt::format("{}:{}: {}", path, Runtime::lineAndColumn(text, offset),
+                    blank ? "found nothing, expected a JSON object" : Runtime::syntaxMessage(error.what())));
   } catch (const std::exception& error) {
     parsed.errors.push_back(fmt::format("{}: {}", path, error.what()));
   }

@@ -7,9 +7,9 @@
 #include <string_view>
 #include <vector>
 
-#include "MachineFigures.h"
-#include "Reachability.h"
-#include "etcd/Access.h"
+#include "kelstore/etcd/Access.h"
+#include "member/MachineFigures.h"
+#include "member/Reachability.h"
 
 namespace Member {
 

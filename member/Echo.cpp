@@ -1,4 +1,4 @@
-#include "Echo.h"
+#include "member/Echo.h"
 
 #include <fmt/format.h>
 #include <oping.h>

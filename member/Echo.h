@@ -4,7 +4,7 @@
 #include <chrono>
 #include <string>
 
-#include "Machine.h"
+#include "member/Machine.h"
 
 namespace Member {
 

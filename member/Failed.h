@@ -6,7 +6,7 @@
 #include <cstring>
 #include <string_view>
 
-#include "Machine.h"
+#include "member/Machine.h"
 
 namespace Member {
 

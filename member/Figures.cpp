@@ -1,4 +1,4 @@
-#include "Figures.h"
+#include "member/Figures.h"
 
 #include <fmt/format.h>
 

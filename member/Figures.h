@@ -5,8 +5,8 @@
 #include <utility>
 #include <vector>
 
-#include "Machine.h"
-#include "Value.h"
+#include "kelstore/Value.h"
+#include "member/Machine.h"
 
 namespace Member {
 

@@ -1,4 +1,4 @@
-#include "IndexFile.h"
+#include "member/IndexFile.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -10,8 +10,8 @@
 #include <optional>
 #include <set>
 
-#include "Failed.h"
-#include "Text.h"
+#include "member/Failed.h"
+#include "runtime/Text.h"
 
 namespace Member {
 namespace {
@@ -68,7 +68,7 @@ std::string damageOf(const std::string& content, StorageIndexes::ByMountPoint& i
   if (!document.is_object()) return "found no JSON object";
   if (document.value("version", Json()) != kVersion) {
     return fmt::format("found version {}, expected {}",
-                       Kelstore::shortened(document.value("version", Json()).dump()), kVersion);
+                       Runtime::shortened(document.value("version", Json()).dump()), kVersion);
   }
   Json mounts = document.value("mounts", Json());
   if (!mounts.is_object()) return "found no object \"mounts\"";
@@ -78,7 +78,7 @@ std::string damageOf(const std::string& content, StorageIndexes::ByMountPoint& i
         index.is_number_unsigned() && index >= StorageIndexes::kFirst && index <= StorageIndexes::kLast;
     if (!good || !given.insert(index.get<uint32_t>()).second) {
       return fmt::format("found index {} for {}, expected a number from {} to {} that occurs once",
-                         Kelstore::shortened(index.dump()), Kelstore::inQuotes(mountPoint),
+                         Runtime::shortened(index.dump()), Runtime::inQuotes(mountPoint),
                          StorageIndexes::kFirst, StorageIndexes::kLast);
     }
     indexes[mountPoint] = index.get<uint32_t>();

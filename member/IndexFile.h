@@ -6,8 +6,8 @@
 
 #include <string>
 
-#include "Machine.h"
-#include "StorageIndexes.h"
+#include "member/Machine.h"
+#include "member/StorageIndexes.h"
 
 namespace Member {
 

@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
-#include "Machine.h"
-#include "Path.h"
+#include "kelstore/Path.h"
+#include "member/Machine.h"
 
 namespace Member {
 

@@ -1,4 +1,4 @@
-#include "Links.h"
+#include "member/Links.h"
 
 #include <algorithm>
 

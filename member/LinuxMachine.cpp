@@ -1,4 +1,4 @@
-#include "LinuxMachine.h"
+#include "member/LinuxMachine.h"
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -16,7 +16,7 @@
 #include <memory>
 #include <string_view>
 
-#include "Failed.h"
+#include "member/Failed.h"
 
 namespace Member {
 namespace {

@@ -2,8 +2,8 @@
 // database, the table of mounts through libmount. Holds nothing between questions.
 #pragma once
 
-#include "Machine.h"
-#include "MountTable.h"
+#include "member/Machine.h"
+#include "member/MountTable.h"
 
 namespace Member {
 

@@ -1,10 +1,10 @@
-#include "LocalSource.h"
+#include "member/LocalSource.h"
 
 #include <fmt/format.h>
 
-#include "Figures.h"
-#include "Text.h"
-#include "lumalog/Lumalog.h"
+#include "member/Figures.h"
+#include "platform/lumalog/Lumalog.h"
+#include "runtime/Text.h"
 
 namespace Member {
 namespace {
@@ -59,7 +59,7 @@ class Mappings {
 }  // namespace
 
 LocalSource::LocalSource(const Settings& settings, std::shared_ptr<Machine> machine, Kelstore::Store& store,
-                         Kelstore::Io& io, const Zavro::Clock& clock)
+                         Runtime::Io& io, const Zavro::Clock& clock)
     : store_(store),
       clock_(clock),
       layer_(store.layerIs([own = std::to_string(settings.member)](Kind kind, std::string_view first) {
@@ -100,7 +100,7 @@ Kelstore::Snapshot LocalSource::mappings() {
       entries.emplace_back(std::move(path), std::move(mapping));
     } else if (!others.has(path) && leftOut_.insert(memory).second) {
       traceHandle.trace(kWarningLevel, "storage index {} is another source's: {} is left out", mapping.index,
-                        Kelstore::inQuotes(mapping.description));
+                        Runtime::inQuotes(mapping.description));
     }
   }
   auto taken = [&others](uint32_t index, const std::string& mountPoint) {

@@ -9,9 +9,9 @@
 #include <memory>
 #include <set>
 
-#include "MachineFigures.h"
-#include "Source.h"
-#include "Store.h"
+#include "kelstore/Source.h"
+#include "kelstore/Store.h"
+#include "member/MachineFigures.h"
 
 namespace Member {
 
@@ -21,7 +21,7 @@ class LocalSource final : public Kelstore::Source {
 
   // Store, io and clock outlive the source; the machine may be in use for longer, by a question that hangs.
   LocalSource(const Settings& settings, std::shared_ptr<Machine> machine, Kelstore::Store& store,
-              Kelstore::Io& io, const Zavro::Clock& clock);
+              Runtime::Io& io, const Zavro::Clock& clock);
 
   void start() override { figures_.start(); }
   // Current while every collector works, partial while one does not.

@@ -1,4 +1,4 @@
-#include "LocalStorage.h"
+#include "member/LocalStorage.h"
 
 #include <algorithm>
 
@@ -6,9 +6,9 @@
 
 #include <cstring>
 
-#include "Figures.h"
-#include "Text.h"
-#include "lumalog/Lumalog.h"
+#include "member/Figures.h"
+#include "platform/lumalog/Lumalog.h"
+#include "runtime/Text.h"
 
 namespace Member {
 namespace {
@@ -22,12 +22,12 @@ constexpr size_t kMaxDescriptionBytes = 255;
 
 std::string descriptionOf(const std::string& mountPoint) {
   if (mountPoint.size() <= kMaxDescriptionBytes) return mountPoint;
-  return Kelstore::shortened(mountPoint, kMaxDescriptionBytes - std::strlen("..."));
+  return Runtime::shortened(mountPoint, kMaxDescriptionBytes - std::strlen("..."));
 }
 
 }  // namespace
 
-LocalStorage::LocalStorage(std::shared_ptr<Machine> machine, std::string indexFile, Kelstore::Io& io,
+LocalStorage::LocalStorage(std::shared_ptr<Machine> machine, std::string indexFile, Runtime::Io& io,
                            const Zavro::Clock& clock, std::function<void()> told)
     : machine_(std::move(machine)),
       indexFile_(std::move(indexFile)),
@@ -92,11 +92,11 @@ bool LocalStorage::nameable(const std::string& mountPoint) {
   std::string found;
   if (mountPoint.size() > kMaxPathBytes) {
     found = fmt::format("{} bytes, expected at most {}", mountPoint.size(), kMaxPathBytes);
-  } else if (!Kelstore::isPlain(mountPoint) || !Kelstore::isUtf8(mountPoint)) {
+  } else if (!Runtime::isPlain(mountPoint) || !Runtime::isUtf8(mountPoint)) {
     found = "a control character, or no UTF-8";
   }
   if (!found.empty() && unnameable_.insert(mountPoint).second) {
-    traceHandle.trace(kWarningLevel, "mount point {} is left out: found {}", Kelstore::inQuotes(mountPoint),
+    traceHandle.trace(kWarningLevel, "mount point {} is left out: found {}", Runtime::inQuotes(mountPoint),
                       found);
   }
   return found.empty();
@@ -123,7 +123,7 @@ std::vector<std::pair<std::string, Kelstore::Mapping>> LocalStorage::mappings(
     uint32_t index = indexes_.indexOf(point, taken);
     if (before && *before != index) {
       traceHandle.trace(kWarningLevel, "storage index {} is another source's now: {} gets {}", *before,
-                        Kelstore::inQuotes(point), index);
+                        Runtime::inQuotes(point), index);
     }
     all.push_back({point, {storageType(*area.row), descriptionOf(point), index}});
   }

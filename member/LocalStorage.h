@@ -14,10 +14,10 @@
 #include <string>
 #include <vector>
 
-#include "Collector.h"
-#include "IndexFile.h"
-#include "Snapshot.h"
-#include "StorageIndexes.h"
+#include "kelstore/Snapshot.h"
+#include "member/Collector.h"
+#include "member/IndexFile.h"
+#include "member/StorageIndexes.h"
 
 namespace Member {
 
@@ -25,7 +25,7 @@ class LocalStorage final {
  public:
   // indexFile: where indexes are kept; empty: nowhere. `told` is called when there is news. Io and clock
   // outlive this.
-  LocalStorage(std::shared_ptr<Machine> machine, std::string indexFile, Kelstore::Io& io,
+  LocalStorage(std::shared_ptr<Machine> machine, std::string indexFile, Runtime::Io& io,
                const Zavro::Clock& clock, std::function<void()> told);
 
   // Asks which indexes were kept. Call it once, first.
@@ -62,7 +62,7 @@ class LocalStorage final {
 
   std::shared_ptr<Machine> machine_;
   const std::string indexFile_;
-  Kelstore::Io& io_;
+  Runtime::Io& io_;
   const Zavro::Clock& clock_;
   std::function<void()> told_;
 

@@ -1,14 +1,14 @@
-#include "MachineFigures.h"
+#include "member/MachineFigures.h"
 
 #include <algorithm>
 
-#include "Figures.h"
+#include "member/Figures.h"
 
 namespace Member {
 
 using Kelstore::Kind;
 
-MachineFigures::MachineFigures(const Settings& settings, std::shared_ptr<Machine> machine, Kelstore::Io& io,
+MachineFigures::MachineFigures(const Settings& settings, std::shared_ptr<Machine> machine, Runtime::Io& io,
                                const Zavro::Clock& clock, std::function<void()> told)
     : member_(std::to_string(settings.member)),
       intervalMs_(uint64_t{settings.intervalSeconds} * 1000),

@@ -12,10 +12,10 @@
 #include <string>
 #include <vector>
 
-#include "Collector.h"
-#include "LocalStorage.h"
-#include "Machine.h"
-#include "Snapshot.h"
+#include "kelstore/Snapshot.h"
+#include "member/Collector.h"
+#include "member/LocalStorage.h"
+#include "member/Machine.h"
 
 namespace Member {
 
@@ -35,7 +35,7 @@ class MachineFigures final {
 
   // `told` is called on the loop when there is news; answers that come together are told together. Io and
   // clock outlive this; the machine may be in use for longer, by a question that hangs.
-  MachineFigures(const Settings& settings, std::shared_ptr<Machine> machine, Kelstore::Io& io,
+  MachineFigures(const Settings& settings, std::shared_ptr<Machine> machine, Runtime::Io& io,
                  const Zavro::Clock& clock, std::function<void()> told);
 
   void start();
@@ -65,12 +65,12 @@ class MachineFigures final {
   const std::string member_;
   const uint64_t intervalMs_;
   std::shared_ptr<Machine> machine_;
-  Kelstore::Io& io_;
+  Runtime::Io& io_;
   const Zavro::Clock& clock_;
   std::function<void()> told_;
   std::vector<std::unique_ptr<Collector>> collectors_;
-  std::unique_ptr<Kelstore::Io::Activity> nextLook_;
-  std::unique_ptr<Kelstore::Io::Activity> news_;
+  std::unique_ptr<Runtime::Io::Activity> nextLook_;
+  std::unique_ptr<Runtime::Io::Activity> news_;
   bool heard_ = false;
 
   // What is known; absent until it was known once.

@@ -1,4 +1,4 @@
-#include "MountTable.h"
+#include "member/MountTable.h"
 
 #include <fcntl.h>
 #include <libmount.h>
@@ -13,7 +13,7 @@
 #include <memory>
 #include <string_view>
 
-#include "Failed.h"
+#include "member/Failed.h"
 
 namespace Member {
 namespace {

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "Machine.h"
+#include "member/Machine.h"
 
 namespace Member {
 

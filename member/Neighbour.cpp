@@ -1,6 +1,6 @@
-#include "Neighbour.h"
+#include "member/Neighbour.h"
 
-#include "lumalog/Lumalog.h"
+#include "platform/lumalog/Lumalog.h"
 
 namespace Member {
 namespace {
@@ -25,7 +25,7 @@ Echo echoOf(const Result<bool>& answer) {
 
 }  // namespace
 
-Neighbour::Neighbour(NeighbourConfig config, std::shared_ptr<EchoProbe> probe, Kelstore::Io& io,
+Neighbour::Neighbour(NeighbourConfig config, std::shared_ptr<EchoProbe> probe, Runtime::Io& io,
                      const Zavro::Clock& clock, std::function<void()> changed)
     : config_(std::move(config)),
       probe_(std::move(probe)),

@@ -8,12 +8,12 @@
 #include <optional>
 #include <string>
 
-#include "Config.h"
-#include "Echo.h"
-#include "Io.h"
-#include "Links.h"
-#include "OffLoop.h"
-#include "Reachability.h"
+#include "member/Config.h"
+#include "member/Echo.h"
+#include "member/Links.h"
+#include "member/Reachability.h"
+#include "runtime/Io.h"
+#include "runtime/OffLoop.h"
 
 namespace Member {
 
@@ -21,7 +21,7 @@ class Neighbour final {
  public:
   // `changed` is called when the state is another one. Io and clock outlive this; the probe may be in use for
   // longer, by an echo that is waited for.
-  Neighbour(NeighbourConfig config, std::shared_ptr<EchoProbe> probe, Kelstore::Io& io,
+  Neighbour(NeighbourConfig config, std::shared_ptr<EchoProbe> probe, Runtime::Io& io,
             const Zavro::Clock& clock, std::function<void()> changed);
   Neighbour(const Neighbour&) = delete;
   Neighbour& operator=(const Neighbour&) = delete;
@@ -40,16 +40,16 @@ class Neighbour final {
 
   const NeighbourConfig config_;
   std::shared_ptr<EchoProbe> probe_;
-  Kelstore::Io& io_;
+  Runtime::Io& io_;
   std::function<void()> changed_;
   std::optional<Device> device_;
   Reachability reachability_;
-  std::unique_ptr<Kelstore::Io::Activity> next_;
+  std::unique_ptr<Runtime::Io::Activity> next_;
   uint64_t round_ = 0;  // a new one with each change of the device; answers of earlier ones do not count
   bool asking_ = false;
   int overdue_ = 0;  // intervals since it was asked for
   bool toldFailure_ = false;
-  Kelstore::OffLoop offLoop_{io_};
+  Runtime::OffLoop offLoop_{io_};
 };
 
 }  // namespace Member

@@ -1,4 +1,4 @@
-#include "NetlinkLinks.h"
+#include "member/NetlinkLinks.h"
 
 #include <fcntl.h>
 #include <linux/if.h>
@@ -8,8 +8,8 @@
 #include <cerrno>
 #include <stdexcept>
 
-#include "Failed.h"
-#include "lumalog/Lumalog.h"
+#include "member/Failed.h"
+#include "platform/lumalog/Lumalog.h"
 
 namespace Member {
 namespace {

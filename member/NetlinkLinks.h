@@ -10,7 +10,7 @@
 #include <memory>
 #include <string>
 
-#include "Links.h"
+#include "member/Links.h"
 
 namespace Member {
 

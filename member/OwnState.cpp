@@ -1,4 +1,4 @@
-#include "OwnState.h"
+#include "member/OwnState.h"
 
 #include <algorithm>
 #include <utility>
@@ -14,7 +14,7 @@ using Kelstore::Kind;
 using Entry = Kelstore::Snapshot::Entry;
 
 OwnState::OwnState(const Config& config, std::shared_ptr<Machine> machine, std::shared_ptr<EchoProbe> probe,
-                   const Links& links, Kelstore::Io& io, const Zavro::Clock& clock,
+                   const Links& links, Runtime::Io& io, const Zavro::Clock& clock,
                    std::function<void()> changed)
     : config_(config),
       links_(links),

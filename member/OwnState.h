@@ -7,12 +7,12 @@
 #include <optional>
 #include <vector>
 
-#include "Config.h"
-#include "Echo.h"
-#include "Links.h"
-#include "MachineFigures.h"
-#include "Neighbour.h"
-#include "Snapshot.h"
+#include "kelstore/Snapshot.h"
+#include "member/Config.h"
+#include "member/Echo.h"
+#include "member/Links.h"
+#include "member/MachineFigures.h"
+#include "member/Neighbour.h"
 
 namespace Member {
 
@@ -20,7 +20,7 @@ class OwnState final {
  public:
   // `changed` is called when entries() may differ from before. Links, io and clock outlive this.
   OwnState(const Config& config, std::shared_ptr<Machine> machine, std::shared_ptr<EchoProbe> probe,
-           const Links& links, Kelstore::Io& io, const Zavro::Clock& clock, std::function<void()> changed);
+           const Links& links, Runtime::Io& io, const Zavro::Clock& clock, std::function<void()> changed);
 
   void start();
   // The devices may differ from before.

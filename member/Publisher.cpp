@@ -1,4 +1,4 @@
-#include "Publisher.h"
+#include "member/Publisher.h"
 
 #include <fmt/format.h>
 
@@ -7,8 +7,8 @@
 #include <tuple>
 #include <utility>
 
-#include "Codec.h"
-#include "lumalog/Lumalog.h"
+#include "kelstore/Codec.h"
+#include "platform/lumalog/Lumalog.h"
 
 namespace Member {
 namespace {
@@ -35,7 +35,7 @@ bool hasKey(Kind kind) {
 
 }  // namespace
 
-Publisher::Publisher(Settings settings, std::shared_ptr<LeaseStore> store, Kelstore::Io& io,
+Publisher::Publisher(Settings settings, std::shared_ptr<LeaseStore> store, Runtime::Io& io,
                      const Zavro::Clock& clock, std::function<void()> published)
     : settings_(std::move(settings)),
       store_(std::move(store)),

@@ -23,12 +23,12 @@
 #include <string>
 #include <vector>
 
-#include "Backoff.h"
-#include "Io.h"
-#include "LeaseStore.h"
-#include "OffLoop.h"
-#include "Snapshot.h"
-#include "zavro/Clock.h"
+#include "kelstore/Snapshot.h"
+#include "member/LeaseStore.h"
+#include "platform/zavro/Clock.h"
+#include "runtime/Backoff.h"
+#include "runtime/Io.h"
+#include "runtime/OffLoop.h"
 
 namespace Member {
 
@@ -44,12 +44,12 @@ class Publisher final {
     std::vector<std::string> interfaces;  // the configured ones
     uint32_t ttlSeconds = 15;
     uint32_t intervalSeconds = 1;
-    Kelstore::Random random = Kelstore::unforeseenRandom();  // that varies the delays
+    Runtime::Random random = Runtime::unforeseenRandom();  // that varies the delays
   };
 
   // `published` is called on the loop when all that is to be said stands in the store, once. Io and clock
   // outlive this; the store may be in use for longer, by a call that waits.
-  Publisher(Settings settings, std::shared_ptr<LeaseStore> store, Kelstore::Io& io, const Zavro::Clock& clock,
+  Publisher(Settings settings, std::shared_ptr<LeaseStore> store, Runtime::Io& io, const Zavro::Clock& clock,
             std::function<void()> published);
   Publisher(const Publisher&) = delete;
   Publisher& operator=(const Publisher&) = delete;
@@ -101,37 +101,37 @@ class Publisher final {
 
   const Settings settings_;
   std::shared_ptr<LeaseStore> store_;
-  Kelstore::Io& io_;
+  Runtime::Io& io_;
   const Zavro::Clock& clock_;
   std::function<void()> published_;
   std::function<void()> ended_;
   std::optional<Content> content_;
 
   bool calling_ = false;  // but for renew() and revoke()
-  std::unique_ptr<Kelstore::Io::Activity> next_;
+  std::unique_ptr<Runtime::Io::Activity> next_;
   Lease lease_ = LeaseStore::kNoLease;
   std::set<Lease> predecessors_;  // of the keys that were there when the lease was taken
   bool takingOver_ = false;       // they are not known yet
   bool standingBy_ = false;
-  bool listed_ = false;                             // whether what the store holds is known
-  bool fresh_ = false;                              // and nothing was written since it was learnt
-  LeaseStore::Holdings holdings_;                   // that
-  std::set<Kelstore::Path> foreign_;                // interfaces that are left alone, of which was told
-  std::unique_ptr<Kelstore::Io::Activity> relist_;  // sooner, for these
-  std::unique_ptr<Kelstore::Io::Activity> nextLook_;
+  bool listed_ = false;                            // whether what the store holds is known
+  bool fresh_ = false;                             // and nothing was written since it was learnt
+  LeaseStore::Holdings holdings_;                  // that
+  std::set<Kelstore::Path> foreign_;               // interfaces that are left alone, of which was told
+  std::unique_ptr<Runtime::Io::Activity> relist_;  // sooner, for these
+  std::unique_ptr<Runtime::Io::Activity> nextLook_;
   int64_t revision_ = 0;  // of the last transaction
   bool givingBack_ = false;
-  std::unique_ptr<Kelstore::Io::Activity> ending_;  // until it is over
-  bool writing_ = false;                            // what is being written did not fit one transaction
-  uint64_t writableNs_ = 0;                         // when the next transaction may be made
-  std::unique_ptr<Kelstore::Io::Activity> nextRenewal_;
+  std::unique_ptr<Runtime::Io::Activity> ending_;  // until it is over
+  bool writing_ = false;                           // what is being written did not fit one transaction
+  uint64_t writableNs_ = 0;                        // when the next transaction may be made
+  std::unique_ptr<Runtime::Io::Activity> nextRenewal_;
   bool renewing_ = false;
 
-  Kelstore::Backoff backoff_{kFirstRetryMs, kLastRetryMs, settings_.random};
+  Runtime::Backoff backoff_{kFirstRetryMs, kLastRetryMs, settings_.random};
   std::optional<Trouble> trouble_;
   uint64_t troubleSinceNs_ = 0;
   std::string endpoint_;  // of which was told
-  Kelstore::OffLoop offLoop_{io_};
+  Runtime::OffLoop offLoop_{io_};
 };
 
 }  // namespace Member

@@ -1,4 +1,4 @@
-#include "Reachability.h"
+#include "member/Reachability.h"
 
 #include <algorithm>
 #include <utility>

@@ -22,8 +22,8 @@
 #include <deque>
 #include <optional>
 
-#include "trel/Reachability.h"
-#include "zavro/Clock.h"
+#include "platform/trel/Reachability.h"
+#include "platform/zavro/Clock.h"
 
 namespace Member {
 

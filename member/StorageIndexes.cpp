@@ -1,4 +1,4 @@
-#include "StorageIndexes.h"
+#include "member/StorageIndexes.h"
 
 #include <algorithm>
 

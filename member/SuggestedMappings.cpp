@@ -1,25 +1,25 @@
-#include "SuggestedMappings.h"
+#include "member/SuggestedMappings.h"
 
 #include <fmt/format.h>
 
 #include <deque>
 #include <utility>
 
-#include "Figures.h"
-#include "LocalStorage.h"
+#include "member/Figures.h"
+#include "member/LocalStorage.h"
 
 namespace Member {
 namespace {
 
 using Kelstore::Kind;
 
-class NoWaker final : public Kelstore::Io::Waker {
+class NoWaker final : public Runtime::Io::Waker {
  public:
   void wake() override {}
 };
 
 // No loop turns: work that is handed over is done when it is asked for, and time does not pass.
-class NoLoop final : public Kelstore::Io {
+class NoLoop final : public Runtime::Io {
  public:
   std::unique_ptr<Activity> watch(const std::string& /*path*/, std::function<void()> /*changed*/) override {
     return std::make_unique<Activity>();

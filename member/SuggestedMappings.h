@@ -5,9 +5,9 @@
 #include <memory>
 #include <string>
 
-#include "Document.h"
-#include "Machine.h"
-#include "zavro/Clock.h"
+#include "kelstore/Document.h"
+#include "member/Machine.h"
+#include "platform/zavro/Clock.h"
 
 namespace Member {
 

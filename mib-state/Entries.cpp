@@ -1,6 +1,6 @@
-#include "Entries.h"
+#include "mib-state/Entries.h"
 
-#include "zavro/Assert.h"
+#include "platform/zavro/Assert.h"
 
 namespace TrelSnmp {
 namespace {

@@ -6,12 +6,12 @@
 #include <boost/intrusive/set.hpp>
 #include <cstdint>
 
-#include "Keys.h"
-#include "hostresources/HostResources.h"
-#include "intfsnmp/IfMib.h"
-#include "kor/Entity.h"
-#include "snmp/ObjectIdentifier.h"
-#include "trel/Reachability.h"
+#include "mib-state/Keys.h"
+#include "platform/hostresources/HostResources.h"
+#include "platform/intfsnmp/IfMib.h"
+#include "platform/kor/Entity.h"
+#include "platform/snmp/ObjectIdentifier.h"
+#include "platform/trel/Reachability.h"
 
 namespace TrelSnmp {
 

@@ -8,7 +8,7 @@
 #include <string_view>
 #include <utility>
 
-#include "kor/Text.h"
+#include "platform/kor/Text.h"
 
 namespace TrelSnmp {
 

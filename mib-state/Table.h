@@ -5,7 +5,7 @@
 #include <boost/intrusive/set.hpp>
 #include <cstdint>
 
-#include "Entries.h"
+#include "mib-state/Entries.h"
 
 namespace TrelSnmp {
 

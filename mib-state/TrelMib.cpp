@@ -1,4 +1,4 @@
-#include "TrelMib.h"
+#include "mib-state/TrelMib.h"
 
 namespace TrelSnmp {
 namespace {

@@ -22,8 +22,8 @@
 #include <string_view>
 #include <variant>
 
-#include "Table.h"
-#include "kor/Notifier.h"
+#include "mib-state/Table.h"
+#include "platform/kor/Notifier.h"
 
 namespace TrelSnmp {
 

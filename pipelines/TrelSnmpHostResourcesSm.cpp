@@ -22,7 +22,7 @@
 // doDeleteAll() was called before.
 //
 // Two directory keys may spell the same member ("3" and "03"): the later event on a row wins.
-#include "TrelSnmpHostResourcesSm.h"
+#include "pipelines/TrelSnmpHostResourcesSm.h"
 
 namespace TrelSnmp::Agent {
 namespace {

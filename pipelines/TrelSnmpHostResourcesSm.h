@@ -2,10 +2,10 @@
 // member publishes of its host.
 #pragma once
 
-#include "framework/CollectionStream.h"
-#include "framework/DirMachine.h"
-#include "framework/Output.h"
-#include "kor/Dir.h"
+#include "pipelines/framework/CollectionStream.h"
+#include "pipelines/framework/DirMachine.h"
+#include "pipelines/framework/Output.h"
+#include "platform/kor/Dir.h"
 
 namespace TrelSnmp::Agent {
 

@@ -23,9 +23,9 @@
 //
 // Both streams fill one table, which is ready when both have been scanned. Two directory keys may spell the
 // same member ("3" and "03"), and two mappings the same index: the later event on a row wins.
-#include "TrelSnmpHrStorageTableSm.h"
+#include "pipelines/TrelSnmpHrStorageTableSm.h"
 
-#include "zavro/Assert.h"
+#include "platform/zavro/Assert.h"
 
 namespace TrelSnmp::Agent {
 namespace {

@@ -2,14 +2,14 @@
 // every member publishes, as far as the storage mappings give them a row.
 #pragma once
 
-#include "framework/AttributeStream.h"
-#include "framework/CollectionStream.h"
-#include "framework/DirMachine.h"
-#include "framework/Output.h"
-#include "hostresources/StorageEntryMappings.h"
-#include "kor/Dir.h"
-#include "rvx/Registry.h"
-#include "trel/MemberId.h"
+#include "pipelines/framework/AttributeStream.h"
+#include "pipelines/framework/CollectionStream.h"
+#include "pipelines/framework/DirMachine.h"
+#include "pipelines/framework/Output.h"
+#include "platform/hostresources/StorageEntryMappings.h"
+#include "platform/kor/Dir.h"
+#include "platform/rvx/Registry.h"
+#include "platform/trel/MemberId.h"
 
 namespace TrelSnmp::Agent {
 

@@ -21,7 +21,7 @@
 //   an interface that is no backplane channel    is ignored
 // Changes are noted and processed later, so many changes of one link or interface are processed once. Where
 // two pairs produce one index, the one that is processed later has the row.
-#include "TrelSnmpIfTableSm.h"
+#include "pipelines/TrelSnmpIfTableSm.h"
 
 #include <map>
 

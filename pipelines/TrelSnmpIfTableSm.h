@@ -6,13 +6,13 @@
 
 #include <optional>
 
-#include "framework/Backlog.h"
-#include "framework/CollectionStream.h"
-#include "framework/DirMachine.h"
-#include "framework/LeafMachine.h"
-#include "framework/Output.h"
-#include "framework/UnderWay.h"
-#include "trel/Topology.h"
+#include "pipelines/framework/Backlog.h"
+#include "pipelines/framework/CollectionStream.h"
+#include "pipelines/framework/DirMachine.h"
+#include "pipelines/framework/LeafMachine.h"
+#include "pipelines/framework/Output.h"
+#include "pipelines/framework/UnderWay.h"
+#include "platform/trel/Topology.h"
 
 namespace TrelSnmp::Agent {
 

@@ -16,7 +16,7 @@
 //   an entity of another type                       is traced and counts as absent
 //
 // Two directory keys may spell the same member ("3" and "03"): the later event on a row wins.
-#include "TrelSnmpReachabilityTableSm.h"
+#include "pipelines/TrelSnmpReachabilityTableSm.h"
 
 namespace TrelSnmp::Agent {
 namespace {

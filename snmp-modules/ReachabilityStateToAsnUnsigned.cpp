@@ -1,6 +1,6 @@
-#include "ReachabilityStateToAsnUnsigned.h"
+#include "snmp-modules/ReachabilityStateToAsnUnsigned.h"
 
-#include "snmp/AsnConversions.h"
+#include "platform/snmp/AsnConversions.h"
 
 int ReachabilityStateToAsnUnsigned(const Trel::ReachabilityState::State& state, unsigned char* buffer,
                                    int capacity) {

@@ -9,9 +9,9 @@
 
 #include <optional>
 
-#include "TableModule.h"
-#include "snmp/KelstoreUtil.h"
-#include "snmp/RegVoidCollByContext.h"
+#include "platform/snmp/KelstoreUtil.h"
+#include "platform/snmp/RegVoidCollByContext.h"
+#include "snmp-modules/TableModule.h"
 
 namespace TrelSnmp {
 

@@ -1,13 +1,13 @@
-#include "TableModule.h"
+#include "snmp-modules/TableModule.h"
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
-#include "snmp/AsnConversions.h"
-#include "snmp/KelstoreUtil.h"
-#include "snmp/RegVoidCollByContext.h"
-#include "zavro/Assert.h"
+#include "platform/snmp/AsnConversions.h"
+#include "platform/snmp/KelstoreUtil.h"
+#include "platform/snmp/RegVoidCollByContext.h"
+#include "platform/zavro/Assert.h"
 
 namespace TrelSnmp {
 namespace {

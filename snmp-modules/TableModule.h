@@ -8,9 +8,9 @@
 #include <span>
 #include <vector>
 
-#include "TableSpec.h"
-#include "lumalog/Lumalog.h"
-#include "zavro/String.h"
+#include "platform/lumalog/Lumalog.h"
+#include "platform/zavro/String.h"
+#include "snmp-modules/TableSpec.h"
 
 namespace TrelSnmp {
 

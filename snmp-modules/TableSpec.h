@@ -6,8 +6,8 @@
 #include <functional>
 #include <tuple>
 
-#include "NetSnmp.h"
-#include "TrelMib.h"
+#include "mib-state/TrelMib.h"
+#include "snmp-modules/NetSnmp.h"
 
 namespace TrelSnmp {
 

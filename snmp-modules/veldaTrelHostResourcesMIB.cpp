@@ -13,10 +13,10 @@
 //
 // Numbers of users and processes are Gauge32 and the processor index is Unsigned32; all other numbers are
 // INTEGER on the wire, as managers expect them, although most are unsigned here.
-#include "veldaTrelHostResourcesMIB.h"
+#include "snmp-modules/veldaTrelHostResourcesMIB.h"
 
-#include "TableFrame.h"
-#include "snmp/AsnConversions.h"
+#include "platform/snmp/AsnConversions.h"
+#include "snmp-modules/TableFrame.h"
 
 using Snmp::S32ToAsnIntegerF;
 using Snmp::SecondsToAsnDateAndTimeF;

@@ -3,8 +3,8 @@
 // default context (the empty string) gets tables.
 #pragma once
 
-#include "snmp/KelstoreUtil.h"
-#include "zavro/String.h"
+#include "platform/snmp/KelstoreUtil.h"
+#include "platform/zavro/String.h"
 
 struct netsnmp_mib_handler_s;
 struct netsnmp_handler_registration_s;

@@ -10,11 +10,11 @@
 //
 // Member ids, interface indexes and states are INTEGER on the wire, as managers expect them, although they
 // are unsigned here.
-#include "veldaTrelMIB.h"
+#include "snmp-modules/veldaTrelMIB.h"
 
-#include "ReachabilityStateToAsnUnsigned.h"
-#include "TableFrame.h"
-#include "snmp/AsnConversions.h"
+#include "platform/snmp/AsnConversions.h"
+#include "snmp-modules/ReachabilityStateToAsnUnsigned.h"
+#include "snmp-modules/TableFrame.h"
 
 using Snmp::U32ToAsnUnsignedF;
 using Snmp::UtcSecondsToUptimeTimeTicksF;

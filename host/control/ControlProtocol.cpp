@@ -1,4 +1,4 @@
-#include "ControlProtocol.h"
+#include "host/control/ControlProtocol.h"
 
 #include <unistd.h>
 

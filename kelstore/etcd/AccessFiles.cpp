@@ -1,4 +1,4 @@
-#include "AccessFiles.h"
+#include "kelstore/etcd/AccessFiles.h"
 
 #include <fcntl.h>
 #include <fmt/format.h>
@@ -11,7 +11,7 @@
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
-#include "Codec.h"
+#include "kelstore/Codec.h"
 
 namespace Kelstore::Etcd {
 namespace {

@@ -5,7 +5,7 @@
 
 #include <string>
 
-#include "Access.h"
+#include "kelstore/etcd/Access.h"
 
 namespace Kelstore::Etcd {
 

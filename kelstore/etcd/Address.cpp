@@ -1,4 +1,4 @@
-#include "Address.h"
+#include "kelstore/etcd/Address.h"
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
@@ -7,7 +7,7 @@
 #include <charconv>
 #include <stdexcept>
 
-#include "Text.h"
+#include "runtime/Text.h"
 
 namespace Kelstore::Etcd {
 namespace {
@@ -15,7 +15,7 @@ namespace {
 constexpr const char* kForm = "HOST:PORT[,HOST:PORT...]/PREFIX";
 
 [[noreturn]] void fail(std::string_view found, std::string_view expected) {
-  throw std::invalid_argument(fmt::format("found {}, expected {}", inQuotes(found), expected));
+  throw std::invalid_argument(fmt::format("found {}, expected {}", Runtime::inQuotes(found), expected));
 }
 
 bool isPort(std::string_view text) {
@@ -68,7 +68,8 @@ Address parseAddress(std::string_view text) {
   std::string_view prefix = text.substr(slash + 1);
   while (prefix.ends_with('/')) prefix.remove_suffix(1);
   if (prefix.empty()) fail(text, fmt::format("{} with a prefix that is not empty", kForm));
-  if (!isPlain(prefix) || !isUtf8(prefix)) fail(text, fmt::format("{} in plain UTF-8 text", kForm));
+  if (!Runtime::isPlain(prefix) || !Runtime::isUtf8(prefix))
+    fail(text, fmt::format("{} in plain UTF-8 text", kForm));
   address.prefix = prefix;
   return address;
 }

@@ -1,4 +1,4 @@
-#include "Channels.h"
+#include "kelstore/etcd/Channels.h"
 
 #include <fmt/format.h>
 #include <grpc/support/log.h>
@@ -7,8 +7,8 @@
 
 #include <cstdlib>
 
-#include "Text.h"
-#include "rpc.grpc.pb.h"
+#include "kelstore/etcd/rpc.grpc.pb.h"
+#include "runtime/Text.h"
 
 namespace Kelstore::Etcd {
 namespace {
@@ -100,8 +100,8 @@ absl::StatusOr<std::string> tokenOf(const std::string& endpoint, const Access& a
   if (status.ok()) return token;
   if (says(status, "authentication is not enabled")) return std::string();
   if (says(status, "authentication failed")) {
-    return absl::UnauthenticatedError(
-        fmt::format("{}: user {} of {} was refused", endpoint, inQuotes(user), access.credentialsFile));
+    return absl::UnauthenticatedError(fmt::format("{}: user {} of {} was refused", endpoint,
+                                                  Runtime::inQuotes(user), access.credentialsFile));
   }
   return asStatus(endpoint, status);
 }
@@ -135,7 +135,7 @@ absl::Status asStatus(const std::string& endpoint, const grpc::Status& status) {
   if (status.error_code() == grpc::StatusCode::DEADLINE_EXCEEDED) text = "no answer in time";
   if (text.empty()) text = fmt::format("gRPC error {}", static_cast<int>(status.error_code()));
   return {static_cast<absl::StatusCode>(status.error_code()),
-          fmt::format("{}: {}", endpoint, shortened(text, kMaxMessageText))};
+          fmt::format("{}: {}", endpoint, Runtime::shortened(text, kMaxMessageText))};
 }
 
 }  // namespace Kelstore::Etcd

@@ -9,7 +9,7 @@
 #include <memory>
 #include <string>
 
-#include "AccessFiles.h"
+#include "kelstore/etcd/AccessFiles.h"
 
 namespace Kelstore::Etcd {
 

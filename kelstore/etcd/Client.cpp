@@ -1,12 +1,12 @@
-#include "Client.h"
+#include "kelstore/etcd/Client.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <functional>
 
-#include "Channels.h"
-#include "rpc.grpc.pb.h"
+#include "kelstore/etcd/Channels.h"
+#include "kelstore/etcd/rpc.grpc.pb.h"
 
 namespace Kelstore::Etcd {
 namespace {

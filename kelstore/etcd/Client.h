@@ -27,8 +27,8 @@
 #include <string>
 #include <vector>
 
-#include "Access.h"
-#include "Keys.h"
+#include "kelstore/etcd/Access.h"
+#include "kelstore/etcd/Keys.h"
 
 namespace Kelstore::Etcd {
 

@@ -1,11 +1,11 @@
-#include "Decoder.h"
+#include "kelstore/etcd/Decoder.h"
 
 #include <fmt/format.h>
 
 #include <utility>
 
-#include "Document.h"
-#include "Text.h"
+#include "kelstore/Document.h"
+#include "runtime/Text.h"
 
 namespace Kelstore::Etcd {
 namespace {
@@ -45,7 +45,7 @@ Decoder::Decoded Decoder::decode(std::vector<Change> changes) {
       isWrong(change.key, std::string(path.status().message()));
     } else if (!std::exchange(toldOfForeignKey_, true)) {
       tell(kWarningLevel, fmt::format("key {}: not of the state model; such keys are ignored",
-                                      shortened(change.key, kMaxKeyText)));
+                                      Runtime::shortened(change.key, kMaxKeyText)));
     }
   }
   decoded.changes.assign(std::make_move_iterator(result.begin()), std::make_move_iterator(result.end()));
@@ -71,7 +71,8 @@ std::optional<Value> Decoder::valueOf(const std::string& key, const Path& path, 
   }
   std::string warning = withoutPath(path, document.warnings.front());
   std::string& before = warned_[key];
-  if (warning != before) tell(kWarningLevel, fmt::format("key {}: {}", shortened(key, kMaxKeyText), warning));
+  if (warning != before)
+    tell(kWarningLevel, fmt::format("key {}: {}", Runtime::shortened(key, kMaxKeyText), warning));
   before = std::move(warning);
   return value;
 }
@@ -79,7 +80,7 @@ std::optional<Value> Decoder::valueOf(const std::string& key, const Path& path, 
 void Decoder::isWrong(const std::string& key, std::string what) {
   std::string& before = setAside_[key];
   if (before == what) return;
-  tell(kErrorLevel, fmt::format("key {}: {}", shortened(key, kMaxKeyText), what));
+  tell(kErrorLevel, fmt::format("key {}: {}", Runtime::shortened(key, kMaxKeyText), what));
   before = std::move(what);
 }
 

@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "Keys.h"
-#include "Messages.h"
-#include "Snapshot.h"
+#include "kelstore/Snapshot.h"
+#include "kelstore/etcd/Keys.h"
+#include "kelstore/etcd/Messages.h"
 
 namespace Kelstore::Etcd {
 

@@ -1,9 +1,9 @@
-#include "EtcdSource.h"
+#include "kelstore/etcd/EtcdSource.h"
 
 #include <system_error>
 #include <utility>
 
-#include "lumalog/Lumalog.h"
+#include "platform/lumalog/Lumalog.h"
 
 namespace Kelstore::Etcd {
 namespace {
@@ -13,7 +13,7 @@ constexpr int kErrorLevel = 0;
 
 }  // namespace
 
-EtcdSource::EtcdSource(std::string name, const FollowSettings& settings, Store& store, Io& io,
+EtcdSource::EtcdSource(std::string name, const FollowSettings& settings, Store& store, Runtime::Io& io,
                        const Zavro::Clock& clock)
     : name_(std::move(name)),
       settings_(settings),

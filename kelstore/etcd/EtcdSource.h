@@ -11,12 +11,12 @@
 #include <string>
 #include <thread>
 
-#include "Handover.h"
-#include "Io.h"
-#include "Session.h"
-#include "Source.h"
-#include "Store.h"
-#include "zavro/Clock.h"
+#include "kelstore/Source.h"
+#include "kelstore/Store.h"
+#include "kelstore/etcd/Handover.h"
+#include "kelstore/etcd/Session.h"
+#include "platform/zavro/Clock.h"
+#include "runtime/Io.h"
 
 namespace Kelstore::Etcd {
 
@@ -27,7 +27,7 @@ class EtcdSource final : public Source {
 
   // `name` is what status and log lines call it. Store, io and clock outlive the source; the clock is read on
   // two threads.
-  EtcdSource(std::string name, const FollowSettings& settings, Store& store, Io& io,
+  EtcdSource(std::string name, const FollowSettings& settings, Store& store, Runtime::Io& io,
              const Zavro::Clock& clock);
   // Does not wait for any server.
   ~EtcdSource() override;
@@ -43,7 +43,7 @@ class EtcdSource final : public Source {
   std::string name_;
   FollowSettings settings_;
   Store& store_;
-  Io& io_;
+  Runtime::Io& io_;
   const Zavro::Clock& clock_;
   Store::Layer layer_;
   bool settled_ = false;
@@ -51,9 +51,9 @@ class EtcdSource final : public Source {
   uint64_t lastChangeUtcNs_ = 0;
   int64_t taken_ = 0;     // revision that the store was given
   int64_t mirrored_ = 0;  // the one before, once it was mirrored
-  std::unique_ptr<Io::Activity> patience_;
-  std::unique_ptr<Io::Activity> retry_;
-  std::unique_ptr<Io::Waker> waker_;
+  std::unique_ptr<Runtime::Io::Activity> patience_;
+  std::unique_ptr<Runtime::Io::Activity> retry_;
+  std::unique_ptr<Runtime::Io::Waker> waker_;
   Handover handover_;
   Session session_;
   std::thread thread_;

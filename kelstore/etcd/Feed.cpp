@@ -1,11 +1,11 @@
-#include "Feed.h"
+#include "kelstore/etcd/Feed.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <utility>
 
-#include "Text.h"
+#include "runtime/Text.h"
 
 namespace Kelstore::Etcd {
 namespace {
@@ -153,7 +153,8 @@ StoreStatus Feed::statusOf(const Follower& follower) const {
   status.setAside = decoder_.setAside().size();
   for (const auto& [key, error] : decoder_.setAside()) {
     if (status.examples.size() == kExamples) break;
-    status.examples.push_back({shortened(key, kExampleBytes), shortened(error, kExampleBytes)});
+    status.examples.push_back(
+        {Runtime::shortened(key, kExampleBytes), Runtime::shortened(error, kExampleBytes)});
   }
   return status;
 }

@@ -8,10 +8,10 @@
 #include <set>
 #include <string>
 
-#include "Decoder.h"
-#include "Follower.h"
-#include "Handover.h"
-#include "zavro/Clock.h"
+#include "kelstore/etcd/Decoder.h"
+#include "kelstore/etcd/Follower.h"
+#include "kelstore/etcd/Handover.h"
+#include "platform/zavro/Clock.h"
 
 namespace Kelstore::Etcd {
 

@@ -1,4 +1,4 @@
-#include "Follower.h"
+#include "kelstore/etcd/Follower.h"
 
 #include <algorithm>
 #include <utility>
@@ -45,7 +45,7 @@ void Follower::PageSize::anew() {
   repeatedInARow = 0;
 }
 
-Follower::Follower(Settings settings, Random random)
+Follower::Follower(Settings settings, Runtime::Random random)
     : settings_(std::move(settings)), backoff_(kFirstRetryMs, kLastRetryMs, std::move(random)) {}
 
 Follower::State Follower::state() const {

@@ -20,9 +20,9 @@
 #include <variant>
 #include <vector>
 
-#include "Backoff.h"
-#include "KeyTable.h"
-#include "Messages.h"
+#include "kelstore/etcd/KeyTable.h"
+#include "kelstore/etcd/Messages.h"
+#include "runtime/Backoff.h"
 
 namespace Kelstore::Etcd {
 
@@ -87,7 +87,7 @@ class Follower {
   static constexpr uint64_t kGraceMs = 3'000;         // for an event on its way to overtake the audit
 
   // `random` varies the delays.
-  Follower(Settings settings, Random random);
+  Follower(Settings settings, Runtime::Random random);
 
   // What happens. Requires: start() first, once.
   void start(uint64_t nowMs);
@@ -169,7 +169,7 @@ class Follower {
   void settleSuspects(uint64_t nowMs);
 
   Settings settings_;
-  Backoff backoff_;
+  Runtime::Backoff backoff_;
   std::vector<Command> commands_;
   std::vector<Batch> batches_;
 

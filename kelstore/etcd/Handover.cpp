@@ -1,4 +1,4 @@
-#include "Handover.h"
+#include "kelstore/etcd/Handover.h"
 
 #include <algorithm>
 #include <iterator>

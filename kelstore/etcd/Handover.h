@@ -10,9 +10,9 @@
 #include <string>
 #include <vector>
 
-#include "Decoder.h"
-#include "Snapshot.h"
-#include "Source.h"
+#include "kelstore/Snapshot.h"
+#include "kelstore/Source.h"
+#include "kelstore/etcd/Decoder.h"
 
 namespace Kelstore::Etcd {
 

@@ -1,4 +1,4 @@
-#include "KeyTable.h"
+#include "kelstore/etcd/KeyTable.h"
 
 #include <algorithm>
 #include <functional>

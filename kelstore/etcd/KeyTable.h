@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "Messages.h"
+#include "kelstore/etcd/Messages.h"
 
 namespace Kelstore::Etcd {
 

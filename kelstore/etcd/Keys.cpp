@@ -1,11 +1,11 @@
-#include "Keys.h"
+#include "kelstore/etcd/Keys.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <charconv>
 
-#include "Text.h"
+#include "runtime/Text.h"
 
 namespace Kelstore::Etcd {
 namespace {
@@ -52,8 +52,8 @@ absl::StatusOr<std::vector<std::string>> segmentsOf(std::string_view text) {
     segments.push_back(decoded(spelt));
     std::string canonical = encodedSegment(segments.back());
     if (canonical == spelt) continue;
-    return absl::InvalidArgumentError(
-        fmt::format("{}: found {}, expected {}", pathText(segments), inQuotes(spelt), inQuotes(canonical)));
+    return absl::InvalidArgumentError(fmt::format("{}: found {}, expected {}", pathText(segments),
+                                                  Runtime::inQuotes(spelt), Runtime::inQuotes(canonical)));
   }
   return segments;
 }
@@ -73,7 +73,7 @@ KeyRange Keys::below(std::span<const std::string> segments) const {
 absl::StatusOr<Path> Keys::path(std::string_view key) const {
   if (!key.starts_with(prefix_ + "/")) {
     return absl::NotFoundError(
-        fmt::format("found {}, expected a key below {}", inQuotes(key), inQuotes(prefix_)));
+        fmt::format("found {}, expected a key below {}", Runtime::inQuotes(key), Runtime::inQuotes(prefix_)));
   }
   absl::StatusOr<std::vector<std::string>> segments = segmentsOf(key.substr(prefix_.size() + 1));
   if (!segments.ok()) return segments.status();
@@ -84,7 +84,7 @@ absl::StatusOr<Path> Keys::path(std::string_view key) const {
     position = positionOf(all.first(depth));
     if (position.what == Position::What::badKey) {
       return absl::InvalidArgumentError(fmt::format("{}: found {}, expected {}", pathText(all.first(depth)),
-                                                    inQuotes(all[depth - 1]), position.expected));
+                                                    Runtime::inQuotes(all[depth - 1]), position.expected));
     }
     bool leaf = position.what == Position::What::leaf;
     if (position.what == Position::What::unknown || (leaf && depth < all.size())) {
@@ -97,9 +97,9 @@ absl::StatusOr<Path> Keys::path(std::string_view key) const {
   }
   // A name that is not UTF-8 can be shown to nobody.
   for (const std::string& segment : all) {
-    if (isUtf8(segment)) continue;
-    return absl::InvalidArgumentError(
-        fmt::format("{}: found {}, expected UTF-8", pathText(all), inQuotes(encodedSegment(segment))));
+    if (Runtime::isUtf8(segment)) continue;
+    return absl::InvalidArgumentError(fmt::format("{}: found {}, expected UTF-8", pathText(all),
+                                                  Runtime::inQuotes(encodedSegment(segment))));
   }
   return position.path;
 }

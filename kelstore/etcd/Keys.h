@@ -13,7 +13,7 @@
 #include <utility>
 #include <vector>
 
-#include "Path.h"
+#include "kelstore/Path.h"
 
 namespace Kelstore::Etcd {
 

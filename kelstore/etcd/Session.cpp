@@ -1,4 +1,4 @@
-#include "Session.h"
+#include "kelstore/etcd/Session.h"
 
 #include <grpcpp/alarm.h>
 #include <grpcpp/completion_queue.h>
@@ -9,11 +9,11 @@
 #include <functional>
 #include <utility>
 
-#include "Channels.h"
-#include "Feed.h"
-#include "Follower.h"
-#include "Keys.h"
-#include "rpc.grpc.pb.h"
+#include "kelstore/etcd/Channels.h"
+#include "kelstore/etcd/Feed.h"
+#include "kelstore/etcd/Follower.h"
+#include "kelstore/etcd/Keys.h"
+#include "kelstore/etcd/rpc.grpc.pb.h"
 
 namespace Kelstore::Etcd {
 namespace {
@@ -75,7 +75,7 @@ class Session::Impl {
         keys_(Keys(settings.address.prefix).all()),
         follower_({keys_.first, settings.address.endpoints, uint64_t{settings.holdSeconds} * 1000,
                    uint64_t{settings.auditSeconds} * 1000},
-                  unforeseenRandom()),
+                  Runtime::unforeseenRandom()),
         feed_(settings.address.endpoints, Keys(settings.address.prefix), settings.clearAfterHold, clock,
               handover) {}
 

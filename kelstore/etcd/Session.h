@@ -6,10 +6,10 @@
 #include <memory>
 #include <string>
 
-#include "Access.h"
-#include "Address.h"
-#include "Handover.h"
-#include "zavro/Clock.h"
+#include "kelstore/etcd/Access.h"
+#include "kelstore/etcd/Address.h"
+#include "kelstore/etcd/Handover.h"
+#include "platform/zavro/Clock.h"
 
 namespace Kelstore::Etcd {
 

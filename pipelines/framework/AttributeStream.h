@@ -5,8 +5,8 @@
 #include <string>
 #include <utility>
 
-#include "framework/ChildMachine.h"
-#include "kor/Notifier.h"
+#include "pipelines/framework/ChildMachine.h"
+#include "platform/kor/Notifier.h"
 
 namespace TrelSnmp::Agent {
 

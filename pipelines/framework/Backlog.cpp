@@ -1,6 +1,6 @@
-#include "framework/Backlog.h"
+#include "pipelines/framework/Backlog.h"
 
-#include "framework/Names.h"
+#include "pipelines/framework/Names.h"
 
 namespace TrelSnmp::Agent {
 

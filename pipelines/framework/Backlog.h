@@ -8,8 +8,8 @@
 #include <set>
 #include <string>
 
-#include "framework/Pipeline.h"
-#include "kor/Text.h"
+#include "pipelines/framework/Pipeline.h"
+#include "platform/kor/Text.h"
 
 namespace TrelSnmp::Agent {
 

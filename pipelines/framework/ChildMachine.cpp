@@ -1,7 +1,7 @@
-#include "framework/ChildMachine.h"
+#include "pipelines/framework/ChildMachine.h"
 
-#include "framework/CollectionStream.h"
-#include "zavro/Assert.h"
+#include "pipelines/framework/CollectionStream.h"
+#include "platform/zavro/Assert.h"
 
 namespace TrelSnmp::Agent {
 

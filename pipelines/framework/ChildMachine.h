@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "framework/InputScan.h"
+#include "pipelines/framework/InputScan.h"
 
 namespace TrelSnmp::Agent {
 

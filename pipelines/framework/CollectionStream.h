@@ -6,9 +6,9 @@
 #include <string>
 #include <utility>
 
-#include "framework/ChildMachine.h"
-#include "framework/Names.h"
-#include "kor/Notifier.h"
+#include "pipelines/framework/ChildMachine.h"
+#include "pipelines/framework/Names.h"
+#include "platform/kor/Notifier.h"
 
 namespace TrelSnmp::Agent {
 

@@ -9,9 +9,9 @@
 #include <string>
 #include <vector>
 
-#include "framework/ChildMachine.h"
-#include "framework/Names.h"
-#include "framework/ScanTasks.h"
+#include "pipelines/framework/ChildMachine.h"
+#include "pipelines/framework/Names.h"
+#include "pipelines/framework/ScanTasks.h"
 
 namespace TrelSnmp::Agent {
 

@@ -1,4 +1,4 @@
-#include "framework/InputScan.h"
+#include "pipelines/framework/InputScan.h"
 
 namespace TrelSnmp::Agent {
 

@@ -8,7 +8,7 @@
 #include <string>
 #include <utility>
 
-#include "framework/Pipeline.h"
+#include "pipelines/framework/Pipeline.h"
 
 namespace TrelSnmp::Agent {
 

@@ -1,4 +1,4 @@
-#include "framework/LeafMachine.h"
+#include "pipelines/framework/LeafMachine.h"
 
 namespace TrelSnmp::Agent {
 namespace {

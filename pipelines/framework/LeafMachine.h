@@ -5,8 +5,8 @@
 #include <utility>
 #include <vector>
 
-#include "framework/ChildMachine.h"
-#include "framework/ScanTasks.h"
+#include "pipelines/framework/ChildMachine.h"
+#include "pipelines/framework/ScanTasks.h"
 
 namespace TrelSnmp::Agent {
 

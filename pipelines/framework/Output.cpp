@@ -1,4 +1,4 @@
-#include "framework/Output.h"
+#include "pipelines/framework/Output.h"
 
 #include <absl/cleanup/cleanup.h>
 

@@ -11,9 +11,9 @@
 #include <string>
 #include <vector>
 
-#include "TrelMib.h"
-#include "framework/Pipeline.h"
-#include "framework/UnderWay.h"
+#include "mib-state/TrelMib.h"
+#include "pipelines/framework/Pipeline.h"
+#include "pipelines/framework/UnderWay.h"
 
 namespace TrelSnmp::Agent {
 

@@ -1,11 +1,11 @@
-#include "framework/Pipeline.h"
+#include "pipelines/framework/Pipeline.h"
 
 #include <algorithm>
 
-#include "framework/Backlog.h"
-#include "framework/Names.h"
-#include "framework/Output.h"
-#include "zavro/Assert.h"
+#include "pipelines/framework/Backlog.h"
+#include "pipelines/framework/Names.h"
+#include "pipelines/framework/Output.h"
+#include "platform/zavro/Assert.h"
 
 namespace TrelSnmp::Agent {
 namespace {

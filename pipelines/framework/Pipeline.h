@@ -12,10 +12,10 @@
 #include <string>
 #include <vector>
 
-#include "framework/States.h"
-#include "lumalog/Lumalog.h"
-#include "rvx/SmControl.h"
-#include "zavro/Node.h"
+#include "pipelines/framework/States.h"
+#include "platform/lumalog/Lumalog.h"
+#include "platform/rvx/SmControl.h"
+#include "platform/zavro/Node.h"
 
 namespace TrelSnmp::Agent {
 

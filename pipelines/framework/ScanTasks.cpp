@@ -1,4 +1,4 @@
-#include "framework/ScanTasks.h"
+#include "pipelines/framework/ScanTasks.h"
 
 namespace TrelSnmp::Agent {
 

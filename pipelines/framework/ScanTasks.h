@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "framework/Pipeline.h"
+#include "pipelines/framework/Pipeline.h"
 
 namespace TrelSnmp::Agent {
 

@@ -1,4 +1,4 @@
-#include "framework/States.h"
+#include "pipelines/framework/States.h"
 
 #include <algorithm>
 

@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-#include "kor/Notifier.h"
-#include "kor/Type.h"
+#include "platform/kor/Notifier.h"
+#include "platform/kor/Type.h"
 
 namespace TrelSnmp::Agent {
 

@@ -1,4 +1,4 @@
-#include "hostresources/HostResources.h"
+#include "platform/hostresources/HostResources.h"
 
 namespace HostResources {
 namespace {

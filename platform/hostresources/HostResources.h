@@ -5,9 +5,9 @@
 #include <cstdint>
 #include <optional>
 
-#include "kor/Collection.h"
-#include "kor/Entity.h"
-#include "zavro/Duration.h"
+#include "platform/kor/Collection.h"
+#include "platform/kor/Entity.h"
+#include "platform/zavro/Duration.h"
 
 namespace HostResources {
 

@@ -1,4 +1,4 @@
-#include "hostresources/StorageEntryMappings.h"
+#include "platform/hostresources/StorageEntryMappings.h"
 
 namespace HostResourcesMib {
 namespace {

@@ -3,9 +3,9 @@
 
 #include <cstdint>
 
-#include "kor/Collection.h"
-#include "kor/Entity.h"
-#include "snmp/ObjectIdentifier.h"
+#include "platform/kor/Collection.h"
+#include "platform/kor/Entity.h"
+#include "platform/snmp/ObjectIdentifier.h"
 
 namespace HostResourcesMib {
 

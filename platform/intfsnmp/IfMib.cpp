@@ -1,4 +1,4 @@
-#include "intfsnmp/IfMib.h"
+#include "platform/intfsnmp/IfMib.h"
 
 namespace IntfSnmp {
 

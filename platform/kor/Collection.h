@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <utility>
 
-#include "kor/Notifier.h"
+#include "platform/kor/Notifier.h"
 
 namespace Kor {
 

@@ -1,6 +1,6 @@
-#include "kor/Dir.h"
+#include "platform/kor/Dir.h"
 
-#include "zavro/Assert.h"
+#include "platform/zavro/Assert.h"
 
 namespace Kor {
 

@@ -4,8 +4,8 @@
 #include <string_view>
 #include <vector>
 
-#include "kor/Collection.h"
-#include "kor/Entity.h"
+#include "platform/kor/Collection.h"
+#include "platform/kor/Entity.h"
 
 namespace Kor {
 

@@ -1,8 +1,8 @@
-#include "kor/Entity.h"
+#include "platform/kor/Entity.h"
 
 #include <map>
 
-#include "zavro/Assert.h"
+#include "platform/zavro/Assert.h"
 
 namespace Kor {
 namespace {

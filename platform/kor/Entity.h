@@ -5,8 +5,8 @@
 #include <string>
 #include <string_view>
 
-#include "kor/Type.h"
-#include "zavro/String.h"
+#include "platform/kor/Type.h"
+#include "platform/zavro/String.h"
 
 namespace Kor {
 

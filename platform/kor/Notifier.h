@@ -16,7 +16,7 @@
 #include <utility>
 #include <vector>
 
-#include "kor/Subscription.h"
+#include "platform/kor/Subscription.h"
 
 namespace Kor {
 

@@ -1,4 +1,4 @@
-#include "kor/Text.h"
+#include "platform/kor/Text.h"
 
 #include <charconv>
 #include <cmath>

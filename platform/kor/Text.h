@@ -11,8 +11,8 @@
 #include <string>
 #include <string_view>
 
-#include "zavro/Exception.h"
-#include "zavro/Ptr.h"
+#include "platform/zavro/Exception.h"
+#include "platform/zavro/Ptr.h"
 
 namespace Kor {
 

@@ -1,4 +1,4 @@
-#include "kor/Type.h"
+#include "platform/kor/Type.h"
 
 #include <algorithm>
 

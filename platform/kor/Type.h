@@ -8,9 +8,9 @@
 #include <type_traits>
 #include <vector>
 
-#include "kor/Text.h"
-#include "zavro/Exception.h"
-#include "zavro/Ptr.h"
+#include "platform/kor/Text.h"
+#include "platform/zavro/Exception.h"
+#include "platform/zavro/Ptr.h"
 
 namespace Kor {
 

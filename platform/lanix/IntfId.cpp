@@ -1,4 +1,4 @@
-#include "lanix/IntfId.h"
+#include "platform/lanix/IntfId.h"
 
 #include <mutex>
 #include <unordered_map>

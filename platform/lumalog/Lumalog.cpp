@@ -1,4 +1,4 @@
-#include "lumalog/Lumalog.h"
+#include "platform/lumalog/Lumalog.h"
 
 #include <cstdio>
 #include <map>

@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-#include "zavro/Clock.h"
+#include "platform/zavro/Clock.h"
 
 namespace Lumalog {
 

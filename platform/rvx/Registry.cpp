@@ -1,4 +1,4 @@
-#include "rvx/Registry.h"
+#include "platform/rvx/Registry.h"
 
 namespace Rvx {
 

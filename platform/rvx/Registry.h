@@ -6,7 +6,7 @@
 #include <string>
 #include <tuple>
 
-#include "kor/Type.h"
+#include "platform/kor/Type.h"
 
 namespace Rvx {
 

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string>
 
-#include "vem/Vem.h"
+#include "platform/vem/Vem.h"
 
 namespace Rvx {
 

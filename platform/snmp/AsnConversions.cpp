@@ -1,4 +1,4 @@
-#include "snmp/AsnConversions.h"
+#include "platform/snmp/AsnConversions.h"
 
 #include <fmt/format.h>
 #include <net-snmp/net-snmp-config.h>

@@ -7,10 +7,10 @@
 
 #include <cstdint>
 
-#include "snmp/ObjectIdentifier.h"
-#include "zavro/Duration.h"
-#include "zavro/Exception.h"
-#include "zavro/String.h"
+#include "platform/snmp/ObjectIdentifier.h"
+#include "platform/zavro/Duration.h"
+#include "platform/zavro/Exception.h"
+#include "platform/zavro/String.h"
 
 namespace Snmp {
 

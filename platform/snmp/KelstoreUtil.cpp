@@ -1,8 +1,8 @@
-#include "snmp/KelstoreUtil.h"
+#include "platform/snmp/KelstoreUtil.h"
 
 #include <set>
 
-#include "snmp/Status.h"
+#include "platform/snmp/Status.h"
 
 namespace Snmp {
 namespace {

@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "kor/Dir.h"
+#include "platform/kor/Dir.h"
 
 namespace Snmp {
 

@@ -1,4 +1,4 @@
-#include "snmp/RegVoidCollByContext.h"
+#include "platform/snmp/RegVoidCollByContext.h"
 
 namespace Snmp {
 namespace {

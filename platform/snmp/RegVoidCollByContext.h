@@ -7,7 +7,7 @@
 #include <memory>
 #include <string>
 
-#include "kor/Entity.h"
+#include "platform/kor/Entity.h"
 
 namespace Snmp {
 

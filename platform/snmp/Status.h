@@ -1,8 +1,8 @@
 // Whether the SNMP agent of this process is up. The host sets it, the agent's status watcher follows it.
 #pragma once
 
-#include "kor/Entity.h"
-#include "kor/Notifier.h"
+#include "platform/kor/Entity.h"
+#include "platform/kor/Notifier.h"
 
 namespace Snmp {
 

@@ -1,4 +1,4 @@
-#include "toggles/Toggles.h"
+#include "platform/toggles/Toggles.h"
 
 #include <cerrno>
 #include <cstring>
@@ -9,7 +9,7 @@
 #include <set>
 #include <sstream>
 
-#include "lumalog/Lumalog.h"
+#include "platform/lumalog/Lumalog.h"
 
 namespace Toggles {
 namespace {

@@ -1,4 +1,4 @@
-#include "trel/MemberId.h"
+#include "platform/trel/MemberId.h"
 
 #include <charconv>
 

@@ -1,4 +1,4 @@
-#include "trel/Mode.h"
+#include "platform/trel/Mode.h"
 
 namespace Trel {
 namespace {

@@ -1,4 +1,4 @@
-#include "trel/Reachability.h"
+#include "platform/trel/Reachability.h"
 
 #include <algorithm>
 #include <array>

@@ -5,10 +5,10 @@
 #include <optional>
 #include <string_view>
 
-#include "kor/Collection.h"
-#include "kor/Entity.h"
-#include "lanix/IntfId.h"
-#include "trel/MemberId.h"
+#include "platform/kor/Collection.h"
+#include "platform/kor/Entity.h"
+#include "platform/lanix/IntfId.h"
+#include "platform/trel/MemberId.h"
 
 namespace Trel {
 

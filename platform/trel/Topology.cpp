@@ -1,4 +1,4 @@
-#include "trel/Topology.h"
+#include "platform/trel/Topology.h"
 
 namespace Trel {
 

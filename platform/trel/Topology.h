@@ -1,10 +1,10 @@
 // How the cluster is wired: which member reaches which neighbour over which interface.
 #pragma once
 
-#include "kor/Collection.h"
-#include "kor/Entity.h"
-#include "lanix/IntfId.h"
-#include "trel/MemberId.h"
+#include "platform/kor/Collection.h"
+#include "platform/kor/Entity.h"
+#include "platform/lanix/IntfId.h"
+#include "platform/trel/MemberId.h"
 
 namespace Trel {
 

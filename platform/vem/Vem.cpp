@@ -1,8 +1,8 @@
-#include "vem/Vem.h"
+#include "platform/vem/Vem.h"
 
 #include <algorithm>
 
-#include "zavro/Assert.h"
+#include "platform/zavro/Assert.h"
 
 namespace Vem {
 namespace {

@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "zavro/Clock.h"
-#include "zavro/Ptr.h"
+#include "platform/zavro/Clock.h"
+#include "platform/zavro/Ptr.h"
 
 namespace Vem {
 

@@ -1,4 +1,4 @@
-#include "zavro/Clock.h"
+#include "platform/zavro/Clock.h"
 
 #include <chrono>
 

@@ -1,7 +1,7 @@
 // Nodes of the reactive runtime: objects that react to changes, and only while they are notification-active.
 #pragma once
 
-#include "kor/Type.h"
+#include "platform/kor/Type.h"
 
 namespace Zavro {
 

@@ -4,15 +4,15 @@
 
 #include <gtest/gtest.h>
 
-#include "TrelSnmpAgent.h"
-#include "snmp/KelstoreUtil.h"
-#include "snmp/RegVoidCollByContext.h"
-#include "support/BareAgent.h"
-#include "support/DrivenScheduler.h"
-#include "support/TraceLog.h"
-#include "trel/Mode.h"
-#include "veldaTrelHostResourcesMIB.h"
-#include "veldaTrelMIB.h"
+#include "agent/TrelSnmpAgent.h"
+#include "platform/snmp/KelstoreUtil.h"
+#include "platform/snmp/RegVoidCollByContext.h"
+#include "platform/trel/Mode.h"
+#include "snmp-modules/veldaTrelHostResourcesMIB.h"
+#include "snmp-modules/veldaTrelMIB.h"
+#include "tests/support/BareAgent.h"
+#include "tests/support/DrivenScheduler.h"
+#include "tests/support/TraceLog.h"
 
 namespace TrelSnmp::Agent {
 

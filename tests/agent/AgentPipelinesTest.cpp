@@ -1,6 +1,6 @@
 // The agent's pipelines one by one: kept for the same inputs, replaced for others, deleted; and whose rows
 // stand.
-#include "AgentFixture.h"
+#include "tests/agent/AgentFixture.h"
 
 namespace TrelSnmp::Agent {
 namespace {

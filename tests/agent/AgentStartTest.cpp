@@ -1,6 +1,6 @@
 // The agent starts: its pipelines fill the tables at once, the modules are registered once SNMP is up, be
 // that before or after, and which record is watched for that.
-#include "AgentFixture.h"
+#include "tests/agent/AgentFixture.h"
 
 namespace TrelSnmp::Agent {
 namespace {

@@ -1,8 +1,8 @@
 // The agent's life: what it is made of, what a change of its inputs makes anew, what it keeps, what the
 // toggles and the mode of the process have to do with it, and what it leaves behind.
-#include "AgentFixture.h"
-#include "support/TempDir.h"
-#include "toggles/Toggles.h"
+#include "platform/toggles/Toggles.h"
+#include "tests/agent/AgentFixture.h"
+#include "tests/support/TempDir.h"
 
 namespace TrelSnmp::Agent {
 namespace {

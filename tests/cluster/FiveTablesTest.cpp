@@ -3,17 +3,17 @@
 // the filled tables.
 #include <gtest/gtest.h>
 
-#include "Document.h"
-#include "InProcessAgent.h"
-#include "Mirror.h"
-#include "RandomCluster.h"
-#include "Store.h"
-#include "TrelSnmpAgent.h"
-#include "snmp/KelstoreUtil.h"
-#include "snmp/RegVoidCollByContext.h"
-#include "support/DrivenScheduler.h"
-#include "veldaTrelHostResourcesMIB.h"
-#include "veldaTrelMIB.h"
+#include "agent/TrelSnmpAgent.h"
+#include "kelstore/Document.h"
+#include "kelstore/Mirror.h"
+#include "kelstore/Store.h"
+#include "platform/snmp/KelstoreUtil.h"
+#include "platform/snmp/RegVoidCollByContext.h"
+#include "snmp-modules/veldaTrelHostResourcesMIB.h"
+#include "snmp-modules/veldaTrelMIB.h"
+#include "tests/cluster/RandomCluster.h"
+#include "tests/snmp-modules/InProcessAgent.h"
+#include "tests/support/DrivenScheduler.h"
 
 namespace TrelSnmp::Agent {
 namespace {

@@ -1,4 +1,4 @@
-#include "RandomCluster.h"
+#include "tests/cluster/RandomCluster.h"
 
 #include <fmt/format.h>
 
@@ -6,7 +6,7 @@
 #include <ctime>
 #include <optional>
 
-#include "InProcessAgent.h"
+#include "tests/snmp-modules/InProcessAgent.h"
 
 namespace {
 

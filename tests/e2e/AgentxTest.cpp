@@ -5,10 +5,10 @@
 
 #include <filesystem>
 
-#include "e2e/Daemon.h"
-#include "e2e/Hosts.h"
-#include "e2e/Reports.h"
-#include "support/Network.h"
+#include "tests/e2e/Daemon.h"
+#include "tests/e2e/Hosts.h"
+#include "tests/e2e/Reports.h"
+#include "tests/support/Network.h"
 
 namespace E2e {
 namespace {

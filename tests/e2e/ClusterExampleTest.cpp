@@ -10,9 +10,9 @@
 #include <set>
 #include <sstream>
 
-#include "e2e/Manager.h"
-#include "support/Process.h"
-#include "support/WaitUntil.h"
+#include "tests/e2e/Manager.h"
+#include "tests/support/Process.h"
+#include "tests/support/WaitUntil.h"
 
 namespace E2e {
 namespace {

@@ -1,4 +1,4 @@
-#include "e2e/Daemon.h"
+#include "tests/e2e/Daemon.h"
 
 #include <fmt/format.h>
 
@@ -6,7 +6,7 @@
 #include <sstream>
 #include <stdexcept>
 
-#include "support/Network.h"
+#include "tests/support/Network.h"
 
 namespace E2e {
 namespace {

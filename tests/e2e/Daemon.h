@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "e2e/Manager.h"
-#include "support/Process.h"
-#include "support/TempDir.h"
+#include "tests/e2e/Manager.h"
+#include "tests/support/Process.h"
+#include "tests/support/TempDir.h"
 
 namespace E2e {
 

@@ -2,8 +2,8 @@
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 
-#include "e2e/Daemon.h"
-#include "support/Etcd.h"
+#include "tests/e2e/Daemon.h"
+#include "tests/support/Etcd.h"
 
 namespace E2e {
 namespace {

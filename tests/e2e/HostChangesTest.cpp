@@ -6,8 +6,8 @@
 
 #include <algorithm>
 
-#include "e2e/Daemon.h"
-#include "e2e/Hosts.h"
+#include "tests/e2e/Daemon.h"
+#include "tests/e2e/Hosts.h"
 
 namespace E2e {
 namespace {

@@ -1,4 +1,4 @@
-#include "e2e/Hosts.h"
+#include "tests/e2e/Hosts.h"
 
 #include <fmt/format.h>
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "e2e/Reports.h"
+#include "tests/e2e/Reports.h"
 
 namespace E2e {
 

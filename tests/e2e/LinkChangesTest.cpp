@@ -12,8 +12,8 @@
 #include <sstream>
 #include <thread>
 
-#include "e2e/Daemon.h"
-#include "e2e/Links.h"
+#include "tests/e2e/Daemon.h"
+#include "tests/e2e/Links.h"
 
 namespace E2e {
 namespace {

@@ -5,8 +5,8 @@
 
 #include <algorithm>
 
-#include "e2e/Daemon.h"
-#include "e2e/Links.h"
+#include "tests/e2e/Daemon.h"
+#include "tests/e2e/Links.h"
 
 namespace E2e {
 namespace {

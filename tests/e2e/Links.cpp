@@ -1,4 +1,4 @@
-#include "e2e/Links.h"
+#include "tests/e2e/Links.h"
 
 #include <fmt/format.h>
 

@@ -13,7 +13,7 @@
 #include <map>
 #include <sstream>
 
-#include "e2e/Daemon.h"
+#include "tests/e2e/Daemon.h"
 
 namespace E2e {
 namespace {

@@ -1,4 +1,4 @@
-#include "e2e/Manager.h"
+#include "tests/e2e/Manager.h"
 
 #include <array>
 #include <stdexcept>

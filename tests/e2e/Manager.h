@@ -11,8 +11,8 @@
 #include <string_view>
 #include <vector>
 
-#include "support/Process.h"
-#include "support/TempDir.h"
+#include "tests/support/Process.h"
+#include "tests/support/TempDir.h"
 
 namespace E2e {
 

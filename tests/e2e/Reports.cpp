@@ -1,4 +1,4 @@
-#include "e2e/Reports.h"
+#include "tests/e2e/Reports.h"
 
 #include <fmt/format.h>
 

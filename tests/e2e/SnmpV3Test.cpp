@@ -2,8 +2,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "e2e/Daemon.h"
-#include "e2e/Reports.h"
+#include "tests/e2e/Daemon.h"
+#include "tests/e2e/Reports.h"
 
 namespace E2e {
 namespace {

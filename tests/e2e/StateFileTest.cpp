@@ -6,8 +6,8 @@
 #include <filesystem>
 #include <set>
 
-#include "e2e/Daemon.h"
-#include "e2e/Reports.h"
+#include "tests/e2e/Daemon.h"
+#include "tests/e2e/Reports.h"
 
 namespace E2e {
 namespace {

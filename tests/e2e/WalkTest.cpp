@@ -4,9 +4,9 @@
 
 #include <algorithm>
 
-#include "e2e/Daemon.h"
-#include "e2e/Hosts.h"
-#include "e2e/Links.h"
+#include "tests/e2e/Daemon.h"
+#include "tests/e2e/Hosts.h"
+#include "tests/e2e/Links.h"
 
 namespace E2e {
 namespace {

@@ -11,18 +11,18 @@
 
 #include <chrono>
 
-#include "e2e/Daemon.h"
-#include "etcd-faults/Following.h"
-#include "etcd-faults/LossyProxy.h"
-#include "etcd-faults/StoreState.h"
-#include "etcd-faults/Walker.h"
-#include "etcd-faults/Writer.h"
-#include "etcd/Client.h"
-#include "rpc.grpc.pb.h"
-#include "support/Etcd.h"
-#include "support/Network.h"
-#include "support/Relay.h"
-#include "wire/Model.h"
+#include "kelstore/etcd/Client.h"
+#include "kelstore/etcd/rpc.grpc.pb.h"
+#include "tests/e2e/Daemon.h"
+#include "tests/etcd-faults/Following.h"
+#include "tests/etcd-faults/LossyProxy.h"
+#include "tests/etcd-faults/StoreState.h"
+#include "tests/etcd-faults/Walker.h"
+#include "tests/etcd-faults/Writer.h"
+#include "tests/support/Etcd.h"
+#include "tests/support/Network.h"
+#include "tests/support/Relay.h"
+#include "tests/wire/Model.h"
 
 namespace Faults {
 namespace {

@@ -1,12 +1,12 @@
-#include "etcd-faults/Following.h"
+#include "tests/etcd-faults/Following.h"
 
 #include <fmt/format.h>
 
 #include <chrono>
 
-#include "etcd-faults/StoreState.h"
-#include "support/Network.h"
-#include "wire/Model.h"
+#include "tests/etcd-faults/StoreState.h"
+#include "tests/support/Network.h"
+#include "tests/wire/Model.h"
 
 namespace Faults {
 namespace {

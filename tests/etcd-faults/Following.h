@@ -10,8 +10,8 @@
 #include <set>
 #include <string>
 
-#include "e2e/Daemon.h"
-#include "wire/Subject.h"
+#include "tests/e2e/Daemon.h"
+#include "tests/wire/Subject.h"
 
 namespace Faults {
 

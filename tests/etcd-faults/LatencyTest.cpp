@@ -8,14 +8,14 @@
 #include <atomic>
 #include <thread>
 
-#include "etcd-faults/Following.h"
-#include "etcd-faults/StoreState.h"
-#include "etcd-faults/Writer.h"
-#include "support/Etcd.h"
-#include "support/LargeState.h"
-#include "support/Network.h"
-#include "support/Relay.h"
-#include "wire/Model.h"
+#include "tests/etcd-faults/Following.h"
+#include "tests/etcd-faults/StoreState.h"
+#include "tests/etcd-faults/Writer.h"
+#include "tests/support/Etcd.h"
+#include "tests/support/LargeState.h"
+#include "tests/support/Network.h"
+#include "tests/support/Relay.h"
+#include "tests/wire/Model.h"
 
 namespace Faults {
 namespace {

@@ -1,4 +1,4 @@
-#include "etcd-faults/LossyProxy.h"
+#include "tests/etcd-faults/LossyProxy.h"
 
 #include <fmt/format.h>
 #include <grpcpp/create_channel.h>
@@ -8,7 +8,7 @@
 #include <stdexcept>
 #include <thread>
 
-#include "rpc.grpc.pb.h"
+#include "kelstore/etcd/rpc.grpc.pb.h"
 
 namespace Faults {
 

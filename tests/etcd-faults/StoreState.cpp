@@ -1,4 +1,4 @@
-#include "etcd-faults/StoreState.h"
+#include "tests/etcd-faults/StoreState.h"
 
 #include <fmt/format.h>
 

@@ -5,7 +5,7 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
-#include "etcd/Client.h"
+#include "kelstore/etcd/Client.h"
 
 namespace Faults {
 

@@ -1,4 +1,4 @@
-#include "etcd-faults/Walker.h"
+#include "tests/etcd-faults/Walker.h"
 
 #include <fmt/format.h>
 

@@ -8,8 +8,8 @@
 #include <string>
 #include <thread>
 
-#include "support/WaitUntil.h"
-#include "wire/Subject.h"
+#include "tests/support/WaitUntil.h"
+#include "tests/wire/Subject.h"
 
 namespace Faults {
 

@@ -1,11 +1,11 @@
-#include "etcd-faults/Writer.h"
+#include "tests/etcd-faults/Writer.h"
 
 #include <fmt/format.h>
 
 #include <chrono>
 #include <stdexcept>
 
-#include "etcd-faults/StoreState.h"
+#include "tests/etcd-faults/StoreState.h"
 
 namespace Faults {
 namespace {

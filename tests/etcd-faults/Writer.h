@@ -10,8 +10,8 @@
 #include <thread>
 #include <vector>
 
-#include "etcd/Client.h"
-#include "wire/Random.h"
+#include "kelstore/etcd/Client.h"
+#include "tests/wire/Random.h"
 
 namespace Faults {
 

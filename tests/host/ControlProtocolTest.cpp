@@ -1,5 +1,5 @@
 // What both sides of the control protocol agree on.
-#include "ControlProtocol.h"
+#include "host/control/ControlProtocol.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>

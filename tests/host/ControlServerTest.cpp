@@ -1,5 +1,5 @@
 // Clients of the control socket, good ones and bad ones.
-#include "ControlServer.h"
+#include "host/ControlServer.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -13,8 +13,8 @@
 #include <list>
 #include <optional>
 
-#include "Turning.h"
-#include "support/TempDir.h"
+#include "tests/runtime/Turning.h"
+#include "tests/support/TempDir.h"
 
 namespace Host {
 namespace {
@@ -91,7 +91,7 @@ class ControlServerTest : public testing::Test {
 
   Support::TempDir dir_;
   std::string path_ = dir_.file("control");
-  EventLoop loop_;
+  Runtime::EventLoop loop_;
   size_t taken_ = 0;
   std::optional<ControlServer> server_;
 };

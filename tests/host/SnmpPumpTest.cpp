@@ -1,5 +1,5 @@
 // net-snmp's sessions on the event loop, over real sockets.
-#include "SnmpPump.h"
+#include "host/SnmpPump.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -11,9 +11,9 @@
 #include <string>
 #include <vector>
 
-#include "NetSnmp.h"
-#include "Turning.h"
-#include "support/Network.h"
+#include "snmp-modules/NetSnmp.h"
+#include "tests/runtime/Turning.h"
+#include "tests/support/Network.h"
 
 namespace Host {
 namespace {
@@ -100,7 +100,7 @@ class SnmpPumpTest : public testing::Test {
     init_snmp("pump");
   }
 
-  EventLoop loop_;
+  Runtime::EventLoop loop_;
   SnmpPump pump_{loop_};
 };
 

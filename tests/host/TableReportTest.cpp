@@ -1,12 +1,12 @@
 // The five tables as the control protocol shows them.
-#include "TableReport.h"
+#include "host/TableReport.h"
 
 #include <gmock/gmock.h>
 
 #include <algorithm>
 #include <nlohmann/json.hpp>
 
-#include "snmp/AsnConversions.h"
+#include "platform/snmp/AsnConversions.h"
 
 namespace Host {
 namespace {

@@ -1,13 +1,13 @@
 // Files with certificates and credentials: what is taken, and the line that anything else gets.
-#include "etcd/AccessFiles.h"
+#include "kelstore/etcd/AccessFiles.h"
 
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 
 #include <stdexcept>
 
-#include "support/TempDir.h"
-#include "support/Thrown.h"
+#include "tests/support/TempDir.h"
+#include "tests/support/Thrown.h"
 
 namespace Kelstore::Etcd {
 namespace {

@@ -1,12 +1,12 @@
 // Where a store is: every form that is taken, and the line that anything else gets.
-#include "etcd/Address.h"
+#include "kelstore/etcd/Address.h"
 
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 
 #include <stdexcept>
 
-#include "support/Thrown.h"
+#include "tests/support/Thrown.h"
 
 namespace Kelstore::Etcd {
 namespace {

@@ -5,7 +5,7 @@
 #include <utility>
 #include <vector>
 
-#include "etcd/Follower.h"
+#include "kelstore/etcd/Follower.h"
 
 namespace Kelstore::Etcd {
 

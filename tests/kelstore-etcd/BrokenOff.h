@@ -11,8 +11,8 @@
 #include <stdexcept>
 #include <string>
 
-#include "rpc.grpc.pb.h"
-#include "support/Relay.h"
+#include "kelstore/etcd/rpc.grpc.pb.h"
+#include "tests/support/Relay.h"
 
 namespace Kelstore::Etcd {
 

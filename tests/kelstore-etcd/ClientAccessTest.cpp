@@ -5,11 +5,11 @@
 
 #include <thread>
 
-#include "etcd/Channels.h"
-#include "etcd/Client.h"
-#include "rpc.grpc.pb.h"
-#include "support/Etcd.h"
-#include "support/EtcdAccess.h"
+#include "kelstore/etcd/Channels.h"
+#include "kelstore/etcd/Client.h"
+#include "kelstore/etcd/rpc.grpc.pb.h"
+#include "tests/support/Etcd.h"
+#include "tests/support/EtcdAccess.h"
 
 namespace Kelstore::Etcd {
 namespace {

@@ -3,11 +3,11 @@
 
 #include <thread>
 
-#include "BrokenOff.h"
-#include "ClientFixture.h"
-#include "SilentServer.h"
-#include "support/Network.h"
-#include "support/Relay.h"
+#include "tests/kelstore-etcd/BrokenOff.h"
+#include "tests/kelstore-etcd/ClientFixture.h"
+#include "tests/kelstore-etcd/SilentServer.h"
+#include "tests/support/Network.h"
+#include "tests/support/Relay.h"
 
 namespace Kelstore::Etcd {
 namespace {

@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "etcd/Client.h"
-#include "support/Etcd.h"
+#include "kelstore/etcd/Client.h"
+#include "tests/support/Etcd.h"
 
 namespace Kelstore::Etcd {
 

@@ -6,10 +6,10 @@
 #include <set>
 #include <thread>
 
-#include "ClientFixture.h"
-#include "rpc.grpc.pb.h"
-#include "support/Network.h"
-#include "support/Relay.h"
+#include "kelstore/etcd/rpc.grpc.pb.h"
+#include "tests/kelstore-etcd/ClientFixture.h"
+#include "tests/support/Network.h"
+#include "tests/support/Relay.h"
 
 namespace Kelstore::Etcd {
 namespace {

@@ -1,5 +1,5 @@
 // What becomes of keys and their values, usable or not.
-#include "etcd/Decoder.h"
+#include "kelstore/etcd/Decoder.h"
 
 #include <fmt/format.h>
 #include <gmock/gmock.h>

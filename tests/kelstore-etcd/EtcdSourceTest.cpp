@@ -1,21 +1,21 @@
 // The source against real servers: with its own thread, and an event loop that the test turns.
-#include "etcd/EtcdSource.h"
+#include "kelstore/etcd/EtcdSource.h"
 
 #include <gmock/gmock.h>
 
 #include <filesystem>
 #include <optional>
 
-#include "SilentServer.h"
-#include "etcd/Client.h"
-#include "kelstore/ManualIo.h"
-#include "kelstore/World.h"
-#include "support/Etcd.h"
-#include "support/EtcdAccess.h"
-#include "support/Network.h"
-#include "support/Relay.h"
-#include "support/TempDir.h"
-#include "support/WaitUntil.h"
+#include "kelstore/etcd/Client.h"
+#include "tests/kelstore-etcd/SilentServer.h"
+#include "tests/kelstore/World.h"
+#include "tests/runtime/ManualIo.h"
+#include "tests/support/Etcd.h"
+#include "tests/support/EtcdAccess.h"
+#include "tests/support/Network.h"
+#include "tests/support/Relay.h"
+#include "tests/support/TempDir.h"
+#include "tests/support/WaitUntil.h"
 
 namespace Kelstore::Etcd {
 namespace {
@@ -69,7 +69,7 @@ class EtcdSourceTest : public testing::Test {
 
   Zavro::SystemClock clock_;
   Zavro::ManualClock ioClock_;
-  ManualIo io_{ioClock_};
+  Runtime::ManualIo io_{ioClock_};
   World world_{0};
   std::string log_;
   std::optional<EtcdSource> source_;

@@ -1,10 +1,10 @@
 // From what a follower is told to what the event loop finds: state, status, and the lines of the log.
-#include "etcd/Feed.h"
+#include "kelstore/etcd/Feed.h"
 
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 
-#include "Answers.h"
+#include "tests/kelstore-etcd/Answers.h"
 
 namespace Kelstore::Etcd {
 namespace {

@@ -3,7 +3,7 @@
 
 #include <algorithm>
 
-#include "FollowerFixture.h"
+#include "tests/kelstore-etcd/FollowerFixture.h"
 
 namespace Kelstore::Etcd {
 namespace {

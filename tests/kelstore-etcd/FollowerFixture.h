@@ -5,7 +5,7 @@
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
-#include "Answers.h"
+#include "tests/kelstore-etcd/Answers.h"
 
 namespace Kelstore::Etcd {
 

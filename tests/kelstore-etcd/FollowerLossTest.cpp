@@ -2,7 +2,7 @@
 // lists anew, and for how long it waits before it tries again.
 #include <gmock/gmock.h>
 
-#include "FollowerFixture.h"
+#include "tests/kelstore-etcd/FollowerFixture.h"
 
 namespace Kelstore::Etcd {
 namespace {

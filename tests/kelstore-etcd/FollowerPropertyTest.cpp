@@ -7,7 +7,7 @@
 #include <optional>
 #include <random>
 
-#include "Answers.h"
+#include "tests/kelstore-etcd/Answers.h"
 
 namespace Kelstore::Etcd {
 namespace {

@@ -1,7 +1,7 @@
 // The follower lists what there is and is told of what happens, with each answer of the servers written out.
 #include <gmock/gmock.h>
 
-#include "FollowerFixture.h"
+#include "tests/kelstore-etcd/FollowerFixture.h"
 
 namespace Kelstore::Etcd {
 namespace {

@@ -1,5 +1,5 @@
 // What the loop finds, however often it looks.
-#include "etcd/Handover.h"
+#include "kelstore/etcd/Handover.h"
 
 #include <gmock/gmock.h>
 

@@ -1,5 +1,5 @@
 // Keys of a store: one for every path, one path for every key.
-#include "etcd/Keys.h"
+#include "kelstore/etcd/Keys.h"
 
 #include <gmock/gmock.h>
 

@@ -4,7 +4,7 @@
 #include <limits>
 #include <nlohmann/json.hpp>
 
-#include "Codec.h"
+#include "kelstore/Codec.h"
 
 namespace Kelstore {
 namespace {

@@ -1,11 +1,11 @@
 // Whole documents: where things may stand, and every way in which a document can be bad.
-#include "Document.h"
+#include "kelstore/Document.h"
 
 #include <gmock/gmock.h>
 
 #include <nlohmann/json.hpp>
 
-#include "Codec.h"
+#include "kelstore/Codec.h"
 
 namespace Kelstore {
 namespace {

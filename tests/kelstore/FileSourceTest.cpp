@@ -1,5 +1,5 @@
 // A followed file, on a real file system, with time and notifications driven by hand.
-#include "FileSource.h"
+#include "kelstore/FileSource.h"
 
 #include <gmock/gmock.h>
 #include <sys/stat.h>
@@ -8,10 +8,10 @@
 #include <filesystem>
 #include <optional>
 
-#include "ManualIo.h"
-#include "World.h"
-#include "support/TempDir.h"
-#include "support/TraceLog.h"
+#include "tests/kelstore/World.h"
+#include "tests/runtime/ManualIo.h"
+#include "tests/support/TempDir.h"
+#include "tests/support/TraceLog.h"
 
 namespace Kelstore {
 namespace {
@@ -56,7 +56,7 @@ class FileSourceTest : public testing::Test {
   Support::TempDir dir_;
   std::string file_ = dir_.file("state.json");
   Zavro::ManualClock clock_{1'000'000'000'000};
-  ManualIo io_{clock_};
+  Runtime::ManualIo io_{clock_};
   World world_{0};
   std::optional<FileSource> source_;
   TraceLog trace_{{"Kelstore"}};

@@ -1,7 +1,7 @@
 // What a change of state does to the entities that pipelines follow, notification by notification.
 #include <gmock/gmock.h>
 
-#include "World.h"
+#include "tests/kelstore/World.h"
 
 namespace Kelstore {
 namespace {

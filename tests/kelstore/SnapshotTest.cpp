@@ -1,5 +1,5 @@
 // Snapshots that are made from one another, held against a map.
-#include "Snapshot.h"
+#include "kelstore/Snapshot.h"
 
 #include <gmock/gmock.h>
 

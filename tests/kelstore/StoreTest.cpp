@@ -1,7 +1,7 @@
 // Layers over one another, and the order and size of the steps in which changes are applied.
 #include <gmock/gmock.h>
 
-#include "World.h"
+#include "tests/kelstore/World.h"
 
 namespace Kelstore {
 namespace {

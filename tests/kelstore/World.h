@@ -7,10 +7,10 @@
 #include <string>
 #include <vector>
 
-#include "Document.h"
-#include "Mirror.h"
-#include "Store.h"
-#include "support/DrivenScheduler.h"
+#include "kelstore/Document.h"
+#include "kelstore/Mirror.h"
+#include "kelstore/Store.h"
+#include "tests/support/DrivenScheduler.h"
 
 namespace Kelstore {
 

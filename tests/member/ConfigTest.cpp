@@ -1,12 +1,12 @@
 // The configuration file: what it sets, and the one line that each error gets.
-#include "Config.h"
+#include "member/Config.h"
 
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 
 #include <stdexcept>
 
-#include "support/TempDir.h"
+#include "tests/support/TempDir.h"
 
 namespace Member {
 namespace {

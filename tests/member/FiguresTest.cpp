@@ -1,5 +1,5 @@
 // Figures computed from what the machine tells.
-#include "Figures.h"
+#include "member/Figures.h"
 
 #include <gtest/gtest.h>
 

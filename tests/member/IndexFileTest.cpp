@@ -1,5 +1,5 @@
 // The file of indexes: kept, missing, damaged, unreadable.
-#include "IndexFile.h"
+#include "member/IndexFile.h"
 
 #include <fmt/format.h>
 #include <gmock/gmock.h>
@@ -7,7 +7,7 @@
 
 #include <filesystem>
 
-#include "support/TempDir.h"
+#include "tests/support/TempDir.h"
 
 namespace Member {
 namespace {

@@ -1,7 +1,7 @@
 // Devices as messages tell of them: by number, and asked for by name.
 #include <gtest/gtest.h>
 
-#include "Links.h"
+#include "member/Links.h"
 
 namespace Member {
 namespace {

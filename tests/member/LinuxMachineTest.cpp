@@ -1,5 +1,5 @@
 // What this machine tells, held against other ways to ask it, and against files that the test made.
-#include "LinuxMachine.h"
+#include "member/LinuxMachine.h"
 
 #include <gmock/gmock.h>
 #include <sys/sysinfo.h>
@@ -10,7 +10,7 @@
 #include <cstring>
 #include <filesystem>
 
-#include "support/TempDir.h"
+#include "tests/support/TempDir.h"
 
 namespace Member {
 namespace {

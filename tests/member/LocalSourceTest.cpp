@@ -1,20 +1,20 @@
 // This machine as a member: what is published when the machine answers, fails or hangs, with time and work
 // driven by hand.
-#include "LocalSource.h"
+#include "member/LocalSource.h"
 
 #include <gmock/gmock.h>
 
 #include <cstring>
 
-#include "ManualMachine.h"
-#include "kelstore/World.h"
-#include "support/TraceLog.h"
+#include "tests/kelstore/World.h"
+#include "tests/member/ManualMachine.h"
+#include "tests/support/TraceLog.h"
 
 namespace Member {
 namespace {
 
-using Kelstore::kSecond;
 using Kelstore::World;
+using Runtime::kSecond;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using SourceState = Kelstore::SourceStatus::State;
@@ -67,7 +67,7 @@ class LocalSourceTest : public testing::Test {
   static constexpr const char* kMemoryMappings = "mem[1] mem[100] mem[2] mem[3]";
   static constexpr uint64_t kStartNs = 1'000'000'000'000;
   Zavro::ManualClock clock_{kStartNs};
-  Kelstore::ManualIo io_{clock_};
+  Runtime::ManualIo io_{clock_};
   World world_{0};
   std::shared_ptr<ManualMachine> machine_ = std::make_shared<ManualMachine>();
   std::optional<LocalSource> source_;

@@ -4,11 +4,11 @@
 
 #include <gtest/gtest.h>
 
-#include "LocalSource.h"
-#include "ManualMachine.h"
-#include "kelstore/World.h"
-#include "support/TempDir.h"
-#include "support/TraceLog.h"
+#include "member/LocalSource.h"
+#include "tests/kelstore/World.h"
+#include "tests/member/ManualMachine.h"
+#include "tests/support/TempDir.h"
+#include "tests/support/TraceLog.h"
 
 namespace Member {
 
@@ -74,7 +74,7 @@ class Life {
     return all;
   }
 
-  Kelstore::ManualIo io;
+  Runtime::ManualIo io;
   Kelstore::World world;
   std::optional<LocalSource> source;
 
@@ -100,7 +100,7 @@ class LocalStorageTest : public testing::Test {
     return life_.emplace(machine_, clock_, indexFile_, others);
   }
   // What is notified until the next look is over.
-  std::string look() { return life_->pass(5 * Kelstore::kSecond); }
+  std::string look() { return life_->pass(5 * Runtime::kSecond); }
 
   Support::TempDir dir_;
   std::string indexFile_ = dir_.file("indexes.json");

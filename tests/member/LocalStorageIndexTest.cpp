@@ -4,12 +4,12 @@
 
 #include <filesystem>
 
-#include "LocalStorageFixture.h"
+#include "tests/member/LocalStorageFixture.h"
 
 namespace Member {
 namespace {
 
-using Kelstore::kSecond;
+using Runtime::kSecond;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;

@@ -2,13 +2,13 @@
 // hang, whatever their names.
 #include <gmock/gmock.h>
 
-#include "LocalStorageFixture.h"
-#include "Text.h"
+#include "runtime/Text.h"
+#include "tests/member/LocalStorageFixture.h"
 
 namespace Member {
 namespace {
 
-using Kelstore::kSecond;
+using Runtime::kSecond;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -193,7 +193,7 @@ TEST_F(LocalStorageTest, LongName_IsDescribedInAtMost255BytesOfUtf8) {
   std::string description = life_->world.mappings().mountEntries().find(name)->description;
   EXPECT_LE(description.size(), 255u);
   EXPECT_GE(description.size(), 250u);
-  EXPECT_TRUE(Kelstore::isUtf8(description));
+  EXPECT_TRUE(Runtime::isUtf8(description));
   EXPECT_THAT(description, testing::EndsWith("\xc3\xb6..."));
 }
 

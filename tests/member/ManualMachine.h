@@ -5,8 +5,8 @@
 #include <set>
 #include <string>
 
-#include "Machine.h"
-#include "kelstore/ManualIo.h"
+#include "member/Machine.h"
+#include "tests/runtime/ManualIo.h"
 
 namespace Member {
 
@@ -37,7 +37,7 @@ class ManualMachine final : public Machine {
   template <class Answer>
   Answer answer(const std::string& question, const Answer& is) {
     ++asked[question];
-    if (hanging.contains(question)) throw Kelstore::ManualIo::Hangs();
+    if (hanging.contains(question)) throw Runtime::ManualIo::Hangs();
     return is;
   }
 };

@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "Echo.h"
-#include "kelstore/ManualIo.h"
+#include "member/Echo.h"
+#include "tests/runtime/ManualIo.h"
 
 namespace Member {
 
@@ -15,7 +15,7 @@ class ManualProbe final : public EchoProbe {
   Result<bool> ask(const EchoTarget& target) override {
     asked.push_back(target.address + " on " + target.device + " within " +
                     std::to_string(target.timeout.count()));
-    if (hanging) throw Kelstore::ManualIo::Hangs();
+    if (hanging) throw Runtime::ManualIo::Hangs();
     return answer;
   }
 

@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "LeaseStore.h"
-#include "kelstore/ManualIo.h"
+#include "member/LeaseStore.h"
+#include "tests/runtime/ManualIo.h"
 
 namespace Member {
 
@@ -108,7 +108,7 @@ class ManualStore final : public LeaseStore {
  private:
   std::optional<Failure> called(const std::string& name) {
     ++calls[name];
-    if (hanging.contains(name)) throw Kelstore::ManualIo::Hangs();
+    if (hanging.contains(name)) throw Runtime::ManualIo::Hangs();
     if (failing.contains(name) || failing.contains("all")) return Failure{name + " failed"};
     return std::nullopt;
   }

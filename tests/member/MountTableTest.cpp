@@ -1,5 +1,5 @@
 // Which mounts count, out of tables that the test made, and how much room this machine's have.
-#include "MountTable.h"
+#include "member/MountTable.h"
 
 #include <fmt/format.h>
 #include <gmock/gmock.h>
@@ -7,7 +7,7 @@
 
 #include <filesystem>
 
-#include "support/TempDir.h"
+#include "tests/support/TempDir.h"
 
 namespace Member {
 namespace {

@@ -1,10 +1,10 @@
 // When a neighbour is asked for echoes, and what is told of it.
-#include "Neighbour.h"
+#include "member/Neighbour.h"
 
 #include <gmock/gmock.h>
 
-#include "ManualProbe.h"
-#include "support/TraceLog.h"
+#include "tests/member/ManualProbe.h"
+#include "tests/support/TraceLog.h"
 
 namespace Member {
 namespace {
@@ -27,7 +27,7 @@ class NeighbourTest : public testing::Test {
   size_t asked() const { return probe_->asked.size(); }
 
   Zavro::ManualClock clock_{1'000'000'000'000};
-  Kelstore::ManualIo io_{clock_};
+  Runtime::ManualIo io_{clock_};
   std::shared_ptr<ManualProbe> probe_ = std::make_shared<ManualProbe>();
   int changes_ = 0;
   TraceLog trace_{{"Member"}};
@@ -158,7 +158,7 @@ TEST_F(NeighbourTest, GoneWhileAnEchoIsWaitedFor_ItsAnswerHarmsNothing) {
 
 TEST(NeighbourOffTest, SwitchedOffInTheConfiguration_NothingIsAsked) {
   Zavro::ManualClock clock;
-  Kelstore::ManualIo io(clock);
+  Runtime::ManualIo io(clock);
   auto probe = std::make_shared<ManualProbe>();
   NeighbourConfig config{2, "Backplane1/2", "bp2", "10.0.0.2", {}};
   config.probe.counting.enabled = false;

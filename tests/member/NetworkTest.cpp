@@ -11,10 +11,10 @@
 #include <future>
 #include <thread>
 
-#include "Echo.h"
-#include "NetlinkLinks.h"
-#include "support/OwnNetwork.h"
-#include "support/WaitUntil.h"
+#include "member/Echo.h"
+#include "member/NetlinkLinks.h"
+#include "tests/support/OwnNetwork.h"
+#include "tests/support/WaitUntil.h"
 
 namespace Member {
 namespace {

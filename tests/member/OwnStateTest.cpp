@@ -1,14 +1,14 @@
 // All that a member publishes, put together from its machine, its devices and its neighbours.
-#include "OwnState.h"
+#include "member/OwnState.h"
 
 #include <gmock/gmock.h>
 
 #include <nlohmann/json.hpp>
 
-#include "Codec.h"
-#include "ManualMachine.h"
-#include "ManualProbe.h"
-#include "support/TraceLog.h"
+#include "kelstore/Codec.h"
+#include "tests/member/ManualMachine.h"
+#include "tests/member/ManualProbe.h"
+#include "tests/support/TraceLog.h"
 
 namespace Member {
 namespace {
@@ -61,7 +61,7 @@ class OwnStateTest : public testing::Test {
   }
 
   Zavro::ManualClock clock_{1'000'000'000'000};
-  Kelstore::ManualIo io_{clock_};
+  Runtime::ManualIo io_{clock_};
   std::shared_ptr<ManualMachine> machine_ = std::make_shared<ManualMachine>();
   std::shared_ptr<ManualProbe> probe_ = std::make_shared<ManualProbe>();
   LinkTable links_;

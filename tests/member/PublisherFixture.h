@@ -4,9 +4,9 @@
 
 #include <gtest/gtest.h>
 
-#include "ManualStore.h"
-#include "Publisher.h"
-#include "support/TraceLog.h"
+#include "member/Publisher.h"
+#include "tests/member/ManualStore.h"
+#include "tests/support/TraceLog.h"
 
 namespace Member {
 
@@ -19,7 +19,7 @@ inline const Kelstore::Path kLink{Kelstore::Kind::link, "1", "2"};
 // Of somebody else's lease.
 inline constexpr LeaseStore::Lease kOther = 7;
 
-inline const Kelstore::Random kRandom = [] { return 0.5; };
+inline const Runtime::Random kRandom = [] { return 0.5; };
 
 class PublisherTest : public testing::Test {
  protected:
@@ -52,7 +52,7 @@ class PublisherTest : public testing::Test {
   }
 
   Zavro::ManualClock clock_{1'000'000'000'000};
-  Kelstore::ManualIo io_{clock_};
+  Runtime::ManualIo io_{clock_};
   std::shared_ptr<ManualStore> store_ = std::make_shared<ManualStore>();
   std::map<Kelstore::Path, Kelstore::Value> content_ = {
       {interface("B1"), Kelstore::Interface{7}},

@@ -1,12 +1,12 @@
 // What the publisher does when its lease goes, and when the store is out of reach, fails or does not answer.
 #include <gmock/gmock.h>
 
-#include "PublisherFixture.h"
+#include "tests/member/PublisherFixture.h"
 
 namespace Member {
 namespace {
 
-using Kelstore::kSecond;
+using Runtime::kSecond;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;

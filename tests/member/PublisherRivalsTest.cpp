@@ -2,14 +2,14 @@
 // alone, stands by while another publishes for the same member, and puts right what was changed by hand.
 #include <gmock/gmock.h>
 
-#include "PublisherFixture.h"
+#include "tests/member/PublisherFixture.h"
 
 namespace Member {
 namespace {
 
 using Kelstore::Kind;
-using Kelstore::kSecond;
 using Kelstore::Path;
+using Runtime::kSecond;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;

@@ -1,12 +1,12 @@
 // What the publisher writes and when, while the store does what it is asked, and how it ends.
 #include <gmock/gmock.h>
 
-#include "PublisherFixture.h"
+#include "tests/member/PublisherFixture.h"
 
 namespace Member {
 namespace {
 
-using Kelstore::kSecond;
+using Runtime::kSecond;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;

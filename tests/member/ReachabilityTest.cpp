@@ -1,5 +1,5 @@
 // Every transition between the six states, and what does not change the state.
-#include "Reachability.h"
+#include "member/Reachability.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
 // Which index each mount point gets, keeps and loses.
-#include "StorageIndexes.h"
+#include "member/StorageIndexes.h"
 
 #include <gmock/gmock.h>
 

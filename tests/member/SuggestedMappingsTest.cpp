@@ -1,13 +1,13 @@
 // The storage mappings that a machine suggests, and the indexes that it keeps for them.
-#include "SuggestedMappings.h"
+#include "member/SuggestedMappings.h"
 
 #include <gmock/gmock.h>
 
 #include <nlohmann/json.hpp>
 
-#include "ManualMachine.h"
-#include "support/TempDir.h"
-#include "support/TraceLog.h"
+#include "tests/member/ManualMachine.h"
+#include "tests/support/TempDir.h"
+#include "tests/support/TraceLog.h"
 
 namespace Member {
 namespace {

@@ -1,11 +1,11 @@
-#include "Entries.h"
+#include "mib-state/Entries.h"
 
 #include <gmock/gmock.h>
 
 #include <csignal>
 #include <limits>
 
-#include "support/Reflection.h"
+#include "tests/support/Reflection.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "Keys.h"
+#include "mib-state/Keys.h"
 
 #include <absl/container/flat_hash_set.h>
 #include <absl/hash/hash_testing.h>
@@ -6,7 +6,7 @@
 
 #include <set>
 
-#include "support/Thrown.h"
+#include "tests/support/Thrown.h"
 
 namespace {
 

@@ -1,9 +1,9 @@
 // What holds for each of the five tables alike.
-#include "Table.h"
+#include "mib-state/Table.h"
 
 #include <gtest/gtest.h>
 
-#include "TableTraits.h"
+#include "tests/mib-state/TableTraits.h"
 
 namespace {
 

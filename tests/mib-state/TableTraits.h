@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "TrelMib.h"
+#include "mib-state/TrelMib.h"
 
 // "<n>" or "(<first>=<n>, <second>=<n>)".
 inline std::string keyText(const TrelSnmp::TrelMib::RowKey& key) {

@@ -6,7 +6,7 @@
 #include <map>
 #include <tuple>
 
-#include "TableTraits.h"
+#include "tests/mib-state/TableTraits.h"
 
 using TrelSnmp::TrelMib;
 

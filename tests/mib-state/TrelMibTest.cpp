@@ -1,11 +1,11 @@
 // The object, and what each table does on its own: the insert rules.
-#include "TrelMib.h"
+#include "mib-state/TrelMib.h"
 
 #include <gmock/gmock.h>
 
-#include "TableTraits.h"
-#include "support/Reflection.h"
-#include "support/Thrown.h"
+#include "tests/mib-state/TableTraits.h"
+#include "tests/support/Reflection.h"
+#include "tests/support/Thrown.h"
 
 namespace {
 

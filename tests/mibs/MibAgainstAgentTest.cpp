@@ -8,10 +8,10 @@
 #include <set>
 #include <sstream>
 
-#include "e2e/Daemon.h"
-#include "e2e/Hosts.h"
-#include "e2e/Reports.h"
-#include "mibs/MibModel.h"
+#include "tests/e2e/Daemon.h"
+#include "tests/e2e/Hosts.h"
+#include "tests/e2e/Reports.h"
+#include "tests/mibs/MibModel.h"
 
 namespace Mibs {
 namespace {

@@ -1,11 +1,11 @@
-#include "mibs/MibModel.h"
+#include "tests/mibs/MibModel.h"
 
 #include <regex>
 #include <sstream>
 #include <stdexcept>
 
-#include "support/Process.h"
-#include "support/TempDir.h"
+#include "tests/support/Process.h"
+#include "tests/support/TempDir.h"
 
 namespace Mibs {
 namespace {

@@ -4,8 +4,8 @@
 
 #include <algorithm>
 
-#include "support/Process.h"
-#include "support/TempDir.h"
+#include "tests/support/Process.h"
+#include "tests/support/TempDir.h"
 
 namespace {
 

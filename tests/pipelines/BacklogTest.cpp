@@ -1,6 +1,6 @@
 // Coalescing streams, shown on the backplane interface pipeline: what is noted, when it is worked off, and
 // what the pipeline says of it meanwhile.
-#include "IfTableFixture.h"
+#include "tests/pipelines/IfTableFixture.h"
 
 namespace TrelSnmp::Agent {
 namespace {

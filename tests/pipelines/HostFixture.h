@@ -1,8 +1,8 @@
 // What the tests of the pipelines that follow hosts share.
 #pragma once
 
-#include "HostWorld.h"
-#include "Untraced.h"
+#include "tests/pipelines/HostWorld.h"
+#include "tests/pipelines/Untraced.h"
 
 namespace TrelSnmp::Agent {
 

@@ -5,8 +5,8 @@
 
 #include <deque>
 
-#include "HostWorld.h"
-#include "PropertyRuns.h"
+#include "tests/pipelines/HostWorld.h"
+#include "tests/pipelines/PropertyRuns.h"
 
 namespace TrelSnmp::Agent {
 namespace {

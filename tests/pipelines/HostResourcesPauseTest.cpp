@@ -1,6 +1,6 @@
 // The pipeline of the system and the processor table is inactive for a while: changes wait, and scans and
 // reconciliation go on where they stopped, wherever that was.
-#include "HostFixture.h"
+#include "tests/pipelines/HostFixture.h"
 
 namespace TrelSnmp::Agent {
 namespace {

@@ -1,5 +1,5 @@
 // What the system and the processor table hold as members come, change and leave.
-#include "HostFixture.h"
+#include "tests/pipelines/HostFixture.h"
 
 namespace TrelSnmp::Agent {
 namespace {

@@ -1,7 +1,7 @@
 // How the pipeline of the system and the processor table scans: its tasks, its traces, its attributes, and
 // what ends the process.
-#include "HostFixture.h"
-#include "support/TraceLog.h"
+#include "tests/pipelines/HostFixture.h"
+#include "tests/support/TraceLog.h"
 
 namespace TrelSnmp::Agent {
 namespace {

@@ -5,9 +5,9 @@
 #include <memory>
 #include <string>
 
-#include "TrelSnmpHostResourcesSm.h"
-#include "TrelSnmpHrStorageTableSm.h"
-#include "support/DrivenScheduler.h"
+#include "pipelines/TrelSnmpHostResourcesSm.h"
+#include "pipelines/TrelSnmpHrStorageTableSm.h"
+#include "tests/support/DrivenScheduler.h"
 
 namespace TrelSnmp::Agent {
 

@@ -1,5 +1,5 @@
 // What the storage table holds as file systems, memory and mappings come, change and go.
-#include "HostFixture.h"
+#include "tests/pipelines/HostFixture.h"
 
 namespace TrelSnmp::Agent {
 namespace {

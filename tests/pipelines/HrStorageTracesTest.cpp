@@ -1,6 +1,6 @@
 // How the storage pipeline scans: its tasks, its traces, its attributes, and what ends the process.
-#include "HostFixture.h"
-#include "support/TraceLog.h"
+#include "tests/pipelines/HostFixture.h"
+#include "tests/support/TraceLog.h"
 
 namespace TrelSnmp::Agent {
 namespace {

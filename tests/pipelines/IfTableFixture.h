@@ -3,8 +3,8 @@
 
 #include <gtest/gtest.h>
 
-#include "IfTableWorld.h"
-#include "support/TraceLog.h"
+#include "tests/pipelines/IfTableWorld.h"
+#include "tests/support/TraceLog.h"
 
 namespace TrelSnmp::Agent {
 

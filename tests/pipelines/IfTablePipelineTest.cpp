@@ -1,8 +1,8 @@
 // What the backplane interface table holds as links and interface indexes come, move and go.
 #include <gmock/gmock.h>
 
-#include "IfTableFixture.h"
-#include "support/Reflection.h"
+#include "tests/pipelines/IfTableFixture.h"
+#include "tests/support/Reflection.h"
 
 namespace TrelSnmp::Agent {
 namespace {

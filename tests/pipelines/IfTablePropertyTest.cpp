@@ -6,8 +6,8 @@
 #include <cstdio>
 #include <deque>
 
-#include "IfTableWorld.h"
-#include "PropertyRuns.h"
+#include "tests/pipelines/IfTableWorld.h"
+#include "tests/pipelines/PropertyRuns.h"
 
 namespace TrelSnmp::Agent {
 namespace {

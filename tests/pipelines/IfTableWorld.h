@@ -4,8 +4,8 @@
 #include <set>
 #include <string>
 
-#include "TrelSnmpIfTableSm.h"
-#include "support/DrivenScheduler.h"
+#include "pipelines/TrelSnmpIfTableSm.h"
+#include "tests/support/DrivenScheduler.h"
 
 namespace TrelSnmp::Agent {
 

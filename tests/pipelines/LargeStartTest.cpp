@@ -1,8 +1,8 @@
 // A start over a table that is full of rows of an earlier life: half of them stale, half of them live.
 #include <gtest/gtest.h>
 
-#include "ReachabilityWorld.h"
-#include "Untraced.h"
+#include "tests/pipelines/ReachabilityWorld.h"
+#include "tests/pipelines/Untraced.h"
 
 namespace TrelSnmp::Agent {
 namespace {

@@ -4,8 +4,8 @@
 
 #include <gtest/gtest.h>
 
-#include "ReachabilityWorld.h"
-#include "support/TraceLog.h"
+#include "tests/pipelines/ReachabilityWorld.h"
+#include "tests/support/TraceLog.h"
 
 namespace TrelSnmp::Agent {
 

@@ -1,6 +1,6 @@
 // How a pipeline starts and scans, in tasks or at once: what it traces, when it yields and goes on, what
 // comes and goes meanwhile, and when it is ready.
-#include "PipelineFrameworkFixture.h"
+#include "tests/pipelines/PipelineFrameworkFixture.h"
 
 namespace TrelSnmp::Agent {
 namespace {

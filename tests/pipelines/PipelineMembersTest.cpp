@@ -1,5 +1,5 @@
 // What pipelines and their machines show and do by name, what they are made of, and what ends the process.
-#include "PipelineFrameworkFixture.h"
+#include "tests/pipelines/PipelineFrameworkFixture.h"
 
 namespace TrelSnmp::Agent {
 namespace {

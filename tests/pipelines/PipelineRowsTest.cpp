@@ -1,6 +1,6 @@
 // Which rows of a pipeline stand: those of an earlier life are reconciled; changes are made from within its
 // own writes; and it pauses, is dropped or hands its rows over in the middle of them.
-#include "PipelineFrameworkFixture.h"
+#include "tests/pipelines/PipelineFrameworkFixture.h"
 
 namespace TrelSnmp::Agent {
 namespace {

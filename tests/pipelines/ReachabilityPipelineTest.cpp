@@ -1,9 +1,9 @@
 // What the reachability table holds as members come, report, change their minds and leave.
 #include <gtest/gtest.h>
 
-#include "ReachabilityWorld.h"
-#include "Untraced.h"
-#include "support/TraceLog.h"
+#include "tests/pipelines/ReachabilityWorld.h"
+#include "tests/pipelines/Untraced.h"
+#include "tests/support/TraceLog.h"
 
 namespace TrelSnmp::Agent {
 namespace {

@@ -5,8 +5,8 @@
 #include <deque>
 #include <utility>
 
-#include "PropertyRuns.h"
-#include "ReachabilityWorld.h"
+#include "tests/pipelines/PropertyRuns.h"
+#include "tests/pipelines/ReachabilityWorld.h"
 
 namespace TrelSnmp::Agent {
 namespace {

@@ -4,8 +4,8 @@
 #include <memory>
 #include <string>
 
-#include "TrelSnmpReachabilityTableSm.h"
-#include "support/DrivenScheduler.h"
+#include "pipelines/TrelSnmpReachabilityTableSm.h"
+#include "tests/support/DrivenScheduler.h"
 
 namespace TrelSnmp::Agent {
 

@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include "lumalog/Lumalog.h"
+#include "platform/lumalog/Lumalog.h"
 
 namespace TrelSnmp::Agent {
 

@@ -1,4 +1,4 @@
-#include "snmp/AsnConversions.h"
+#include "platform/snmp/AsnConversions.h"
 
 #include <fmt/format.h>
 #include <gmock/gmock.h>
@@ -11,7 +11,7 @@
 #include <limits>
 #include <optional>
 
-#include "support/Thrown.h"
+#include "tests/support/Thrown.h"
 
 namespace {
 

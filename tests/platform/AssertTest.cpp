@@ -1,4 +1,4 @@
-#include "zavro/Assert.h"
+#include "platform/zavro/Assert.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>

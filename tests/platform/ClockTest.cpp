@@ -1,8 +1,8 @@
-#include "zavro/Clock.h"
+#include "platform/zavro/Clock.h"
 
 #include <gtest/gtest.h>
 
-#include "zavro/Duration.h"
+#include "platform/zavro/Duration.h"
 
 namespace {
 

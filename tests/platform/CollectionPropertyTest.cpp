@@ -7,7 +7,7 @@
 #include <map>
 #include <set>
 
-#include "kor/Collection.h"
+#include "platform/kor/Collection.h"
 
 using Numbers = Kor::Collection<uint8_t, int>;
 

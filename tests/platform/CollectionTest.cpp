@@ -1,11 +1,11 @@
-#include "kor/Collection.h"
+#include "platform/kor/Collection.h"
 
 #include <gmock/gmock.h>
 
 #include <memory>
 #include <string>
 
-#include "zavro/Ptr.h"
+#include "platform/zavro/Ptr.h"
 
 namespace {
 

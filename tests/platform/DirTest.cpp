@@ -1,11 +1,11 @@
-#include "kor/Dir.h"
+#include "platform/kor/Dir.h"
 
 #include <gmock/gmock.h>
 
 #include <csignal>
 
-#include "support/Reflection.h"
-#include "support/Thrown.h"
+#include "tests/support/Reflection.h"
+#include "tests/support/Thrown.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "kor/Entity.h"
+#include "platform/kor/Entity.h"
 
 #include <gtest/gtest.h>
 

@@ -1,11 +1,11 @@
-#include "hostresources/HostResources.h"
+#include "platform/hostresources/HostResources.h"
 
 #include <gmock/gmock.h>
 
 #include <limits>
 
-#include "hostresources/StorageEntryMappings.h"
-#include "support/Reflection.h"
+#include "platform/hostresources/StorageEntryMappings.h"
+#include "tests/support/Reflection.h"
 
 namespace {
 

@@ -3,9 +3,9 @@
 #include <thread>
 #include <vector>
 
-#include "intfsnmp/IfMib.h"
-#include "lanix/IntfId.h"
-#include "support/Reflection.h"
+#include "platform/intfsnmp/IfMib.h"
+#include "platform/lanix/IntfId.h"
+#include "tests/support/Reflection.h"
 
 namespace {
 

@@ -1,9 +1,9 @@
-#include "snmp/KelstoreUtil.h"
+#include "platform/snmp/KelstoreUtil.h"
 
 #include <gmock/gmock.h>
 
-#include "snmp/Status.h"
-#include "support/Reflection.h"
+#include "platform/snmp/Status.h"
+#include "tests/support/Reflection.h"
 
 namespace {
 

@@ -1,12 +1,12 @@
-#include "lumalog/Lumalog.h"
+#include "platform/lumalog/Lumalog.h"
 
 #include <gmock/gmock.h>
 #include <unistd.h>
 
 #include <optional>
 
-#include "kor/Text.h"
-#include "support/TraceLog.h"
+#include "platform/kor/Text.h"
+#include "tests/support/TraceLog.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "zavro/Node.h"
+#include "platform/zavro/Node.h"
 
 #include <gtest/gtest.h>
 

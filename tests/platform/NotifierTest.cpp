@@ -1,4 +1,4 @@
-#include "kor/Notifier.h"
+#include "platform/kor/Notifier.h"
 
 #include <gmock/gmock.h>
 
@@ -6,8 +6,8 @@
 #include <stdexcept>
 #include <string>
 
-#include "support/Thrown.h"
-#include "zavro/Ptr.h"
+#include "platform/zavro/Ptr.h"
+#include "tests/support/Thrown.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "snmp/ObjectIdentifier.h"
+#include "platform/snmp/ObjectIdentifier.h"
 
 #include <gmock/gmock.h>
 

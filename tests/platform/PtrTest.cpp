@@ -1,4 +1,4 @@
-#include "zavro/Ptr.h"
+#include "platform/zavro/Ptr.h"
 
 #include <gtest/gtest.h>
 

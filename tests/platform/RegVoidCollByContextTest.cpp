@@ -1,9 +1,9 @@
-#include "snmp/RegVoidCollByContext.h"
+#include "platform/snmp/RegVoidCollByContext.h"
 
 #include <gmock/gmock.h>
 
-#include "kor/Dir.h"
-#include "support/Reflection.h"
+#include "platform/kor/Dir.h"
+#include "tests/support/Reflection.h"
 
 namespace {
 

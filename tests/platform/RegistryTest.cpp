@@ -1,8 +1,8 @@
-#include "rvx/Registry.h"
+#include "platform/rvx/Registry.h"
 
 #include <gtest/gtest.h>
 
-#include "kor/Dir.h"
+#include "platform/kor/Dir.h"
 
 namespace {
 

@@ -1,8 +1,8 @@
-#include "rvx/SmControl.h"
+#include "platform/rvx/SmControl.h"
 
 #include <gtest/gtest.h>
 
-#include "kor/Text.h"
+#include "platform/kor/Text.h"
 
 namespace {
 

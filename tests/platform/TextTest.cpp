@@ -1,8 +1,8 @@
-#include "kor/Text.h"
+#include "platform/kor/Text.h"
 
 #include <gtest/gtest.h>
 
-#include "support/Thrown.h"
+#include "tests/support/Thrown.h"
 
 namespace {
 

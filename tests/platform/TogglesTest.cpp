@@ -1,11 +1,11 @@
-#include "toggles/Toggles.h"
+#include "platform/toggles/Toggles.h"
 
 #include <gmock/gmock.h>
 
 #include <filesystem>
 
-#include "support/TempDir.h"
-#include "support/TraceLog.h"
+#include "tests/support/TempDir.h"
+#include "tests/support/TraceLog.h"
 
 namespace {
 

@@ -1,10 +1,10 @@
 #include <gmock/gmock.h>
 
-#include "support/Reflection.h"
-#include "trel/MemberId.h"
-#include "trel/Mode.h"
-#include "trel/Reachability.h"
-#include "trel/Topology.h"
+#include "platform/trel/MemberId.h"
+#include "platform/trel/Mode.h"
+#include "platform/trel/Reachability.h"
+#include "platform/trel/Topology.h"
+#include "tests/support/Reflection.h"
 
 namespace {
 

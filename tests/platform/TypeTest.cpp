@@ -1,9 +1,9 @@
-#include "kor/Type.h"
+#include "platform/kor/Type.h"
 
 #include <gmock/gmock.h>
 
-#include "support/Reflection.h"
-#include "support/Thrown.h"
+#include "tests/support/Reflection.h"
+#include "tests/support/Thrown.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "vem/Vem.h"
+#include "platform/vem/Vem.h"
 
 #include <gmock/gmock.h>
 

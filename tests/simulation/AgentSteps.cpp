@@ -1,4 +1,4 @@
-#include "AgentSteps.h"
+#include "tests/simulation/AgentSteps.h"
 
 #include <fmt/format.h>
 

@@ -6,10 +6,10 @@
 #include <functional>
 #include <memory>
 
-#include "Follower.h"
-#include "State.h"
-#include "Step.h"
-#include "TrelSnmpAgent.h"
+#include "agent/TrelSnmpAgent.h"
+#include "tests/simulation/Follower.h"
+#include "tests/simulation/State.h"
+#include "tests/simulation/Step.h"
 
 namespace Simulation {
 

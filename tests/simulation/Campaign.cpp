@@ -1,4 +1,4 @@
-#include "Campaign.h"
+#include "tests/simulation/Campaign.h"
 
 #include <fmt/format.h>
 
@@ -11,9 +11,9 @@
 #include <thread>
 #include <vector>
 
-#include "Draw.h"
-#include "Isolated.h"
-#include "Shrink.h"
+#include "tests/simulation/Draw.h"
+#include "tests/simulation/Isolated.h"
+#include "tests/simulation/Shrink.h"
 
 namespace Simulation {
 namespace {

@@ -8,7 +8,7 @@
 #include <optional>
 #include <string>
 
-#include "Step.h"
+#include "tests/simulation/Step.h"
 
 namespace Simulation {
 

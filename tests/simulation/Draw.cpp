@@ -1,11 +1,11 @@
-#include "Draw.h"
+#include "tests/simulation/Draw.h"
 
 #include <algorithm>
 #include <array>
 #include <vector>
 
-#include "Random.h"
-#include "Universe.h"
+#include "tests/simulation/Random.h"
+#include "tests/simulation/Universe.h"
 
 namespace Simulation {
 namespace {

@@ -1,7 +1,7 @@
 // What a seed stands for.
 #pragma once
 
-#include "Step.h"
+#include "tests/simulation/Step.h"
 
 namespace Simulation {
 

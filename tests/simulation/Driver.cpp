@@ -1,4 +1,4 @@
-#include "Driver.h"
+#include "tests/simulation/Driver.h"
 
 #include <fmt/format.h>
 #include <sys/mman.h>
@@ -8,16 +8,16 @@
 #include <deque>
 #include <optional>
 
-#include "AgentSteps.h"
-#include "Follower.h"
-#include "Random.h"
-#include "Tasks.h"
-#include "Walks.h"
-#include "snmp/AsnConversions.h"
-#include "snmp/KelstoreUtil.h"
-#include "snmp/RegVoidCollByContext.h"
-#include "support/BareAgent.h"
-#include "toggles/Toggles.h"
+#include "platform/snmp/AsnConversions.h"
+#include "platform/snmp/KelstoreUtil.h"
+#include "platform/snmp/RegVoidCollByContext.h"
+#include "platform/toggles/Toggles.h"
+#include "tests/simulation/AgentSteps.h"
+#include "tests/simulation/Follower.h"
+#include "tests/simulation/Random.h"
+#include "tests/simulation/Tasks.h"
+#include "tests/simulation/Walks.h"
+#include "tests/support/BareAgent.h"
 
 namespace Simulation {
 namespace {

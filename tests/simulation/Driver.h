@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "Step.h"
+#include "tests/simulation/Step.h"
 
 namespace Simulation {
 

@@ -1,11 +1,11 @@
-#include "Follower.h"
+#include "tests/simulation/Follower.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
 
-#include "Random.h"
-#include "Universe.h"
+#include "tests/simulation/Random.h"
+#include "tests/simulation/Universe.h"
 
 namespace Simulation {
 namespace {

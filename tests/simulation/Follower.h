@@ -25,9 +25,9 @@
 #include <string>
 #include <vector>
 
-#include "Oracle.h"
-#include "State.h"
-#include "TrelSnmpAgent.h"
+#include "agent/TrelSnmpAgent.h"
+#include "tests/simulation/Oracle.h"
+#include "tests/simulation/State.h"
 
 namespace Simulation {
 

@@ -1,8 +1,8 @@
 // What must hold when a step is over.
 #include <fmt/format.h>
 
-#include "Follower.h"
-#include "Universe.h"
+#include "tests/simulation/Follower.h"
+#include "tests/simulation/Universe.h"
 
 namespace Simulation {
 

@@ -1,8 +1,8 @@
 // What an event has to do to its table.
 #include <fmt/format.h>
 
-#include "Follower.h"
-#include "Universe.h"
+#include "tests/simulation/Follower.h"
+#include "tests/simulation/Universe.h"
 
 namespace Simulation {
 

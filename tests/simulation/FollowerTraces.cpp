@@ -3,7 +3,7 @@
 
 #include <charconv>
 
-#include "Follower.h"
+#include "tests/simulation/Follower.h"
 
 namespace Simulation {
 namespace {

@@ -1,4 +1,4 @@
-#include "Isolated.h"
+#include "tests/simulation/Isolated.h"
 
 #include <fcntl.h>
 #include <fmt/format.h>

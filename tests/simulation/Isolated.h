@@ -6,7 +6,7 @@
 #include <functional>
 #include <string>
 
-#include "Driver.h"
+#include "tests/simulation/Driver.h"
 
 namespace Simulation {
 

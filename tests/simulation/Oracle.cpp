@@ -1,8 +1,8 @@
-#include "Oracle.h"
+#include "tests/simulation/Oracle.h"
 
 #include <algorithm>
 
-#include "State.h"
+#include "tests/simulation/State.h"
 
 namespace Simulation {
 namespace {

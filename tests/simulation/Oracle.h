@@ -5,9 +5,9 @@
 
 #include <vector>
 
-#include "Rows.h"
-#include "kor/Dir.h"
-#include "trel/Topology.h"
+#include "platform/kor/Dir.h"
+#include "platform/trel/Topology.h"
+#include "tests/simulation/Rows.h"
 
 namespace Simulation {
 

@@ -3,8 +3,8 @@
 
 #include <string>
 
-#include "Universe.h"
-#include "trel/Topology.h"
+#include "platform/trel/Topology.h"
+#include "tests/simulation/Universe.h"
 
 namespace Simulation {
 

@@ -2,7 +2,7 @@
 // prints, under a name that says what used to happen.
 #include <gtest/gtest.h>
 
-#include "Isolated.h"
+#include "tests/simulation/Isolated.h"
 
 namespace Simulation {
 namespace {

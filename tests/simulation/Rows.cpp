@@ -1,4 +1,4 @@
-#include "Rows.h"
+#include "tests/simulation/Rows.h"
 
 #include <fmt/format.h>
 
@@ -6,7 +6,7 @@
 #include <charconv>
 #include <stdexcept>
 
-#include "Random.h"
+#include "tests/simulation/Random.h"
 
 namespace Simulation {
 namespace {

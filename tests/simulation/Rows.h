@@ -6,8 +6,8 @@
 #include <cstdint>
 #include <string>
 
-#include "TrelMib.h"
-#include "hostresources/StorageEntryMappings.h"
+#include "mib-state/TrelMib.h"
+#include "platform/hostresources/StorageEntryMappings.h"
 
 namespace Simulation {
 

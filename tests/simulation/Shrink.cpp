@@ -1,4 +1,4 @@
-#include "Shrink.h"
+#include "tests/simulation/Shrink.h"
 
 #include <algorithm>
 

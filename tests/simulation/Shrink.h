@@ -4,7 +4,7 @@
 #include <functional>
 #include <string>
 
-#include "Step.h"
+#include "tests/simulation/Step.h"
 
 namespace Simulation {
 

@@ -6,14 +6,14 @@
 #include <fstream>
 #include <set>
 
-#include "Campaign.h"
-#include "Draw.h"
-#include "Follower.h"
-#include "Isolated.h"
-#include "Oracle.h"
-#include "Shrink.h"
-#include "support/TempDir.h"
-#include "support/Thrown.h"
+#include "tests/simulation/Campaign.h"
+#include "tests/simulation/Draw.h"
+#include "tests/simulation/Follower.h"
+#include "tests/simulation/Isolated.h"
+#include "tests/simulation/Oracle.h"
+#include "tests/simulation/Shrink.h"
+#include "tests/support/TempDir.h"
+#include "tests/support/Thrown.h"
 
 namespace Simulation {
 namespace {

@@ -1,9 +1,9 @@
-#include "State.h"
+#include "tests/simulation/State.h"
 
 #include <fmt/format.h>
 
-#include "Places.h"
-#include "Random.h"
+#include "tests/simulation/Places.h"
+#include "tests/simulation/Random.h"
 
 namespace Simulation {
 namespace {

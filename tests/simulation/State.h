@@ -7,12 +7,12 @@
 #include <map>
 #include <vector>
 
-#include "Rows.h"
-#include "Step.h"
-#include "kor/Dir.h"
-#include "snmp/Status.h"
-#include "trel/Topology.h"
-#include "zavro/Clock.h"
+#include "platform/kor/Dir.h"
+#include "platform/snmp/Status.h"
+#include "platform/trel/Topology.h"
+#include "platform/zavro/Clock.h"
+#include "tests/simulation/Rows.h"
+#include "tests/simulation/Step.h"
 
 namespace Simulation {
 

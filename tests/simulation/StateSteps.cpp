@@ -1,6 +1,6 @@
-#include "Places.h"
-#include "Random.h"
-#include "State.h"
+#include "tests/simulation/Places.h"
+#include "tests/simulation/Random.h"
+#include "tests/simulation/State.h"
 
 namespace Simulation {
 namespace {

@@ -1,4 +1,4 @@
-#include "Step.h"
+#include "tests/simulation/Step.h"
 
 #include <fmt/format.h>
 

@@ -1,4 +1,4 @@
-#include "Tasks.h"
+#include "tests/simulation/Tasks.h"
 
 namespace Simulation {
 

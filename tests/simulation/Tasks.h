@@ -1,10 +1,10 @@
 // The tasks of a run: which one runs next, and when its slice ends.
 #pragma once
 
-#include "Random.h"
-#include "Step.h"
-#include "vem/Vem.h"
-#include "zavro/Clock.h"
+#include "platform/vem/Vem.h"
+#include "platform/zavro/Clock.h"
+#include "tests/simulation/Random.h"
+#include "tests/simulation/Step.h"
 
 namespace Simulation {
 

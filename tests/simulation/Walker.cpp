@@ -1,15 +1,15 @@
-#include "Walker.h"
+#include "tests/simulation/Walker.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <chrono>
 
-#include "Random.h"
-#include "Universe.h"
-#include "snmp/RegVoidCollByContext.h"
-#include "veldaTrelHostResourcesMIB.h"
-#include "veldaTrelMIB.h"
+#include "platform/snmp/RegVoidCollByContext.h"
+#include "snmp-modules/veldaTrelHostResourcesMIB.h"
+#include "snmp-modules/veldaTrelMIB.h"
+#include "tests/simulation/Random.h"
+#include "tests/simulation/Universe.h"
 
 namespace Simulation {
 namespace {

@@ -11,9 +11,9 @@
 #include <optional>
 #include <vector>
 
-#include "Follower.h"
-#include "snmp-modules/Callbacks.h"
-#include "snmp/RegVoidCollByContext.h"
+#include "platform/snmp/RegVoidCollByContext.h"
+#include "tests/simulation/Follower.h"
+#include "tests/snmp-modules/Callbacks.h"
 
 namespace Simulation {
 

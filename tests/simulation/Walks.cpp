@@ -1,8 +1,8 @@
-#include "Walks.h"
+#include "tests/simulation/Walks.h"
 
-#include "snmp/RegVoidCollByContext.h"
-#include "veldaTrelHostResourcesMIB.h"
-#include "veldaTrelMIB.h"
+#include "platform/snmp/RegVoidCollByContext.h"
+#include "snmp-modules/veldaTrelHostResourcesMIB.h"
+#include "snmp-modules/veldaTrelMIB.h"
 
 namespace Simulation {
 namespace {

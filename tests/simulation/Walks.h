@@ -4,10 +4,10 @@
 #include <array>
 #include <memory>
 
-#include "Follower.h"
-#include "State.h"
-#include "Step.h"
-#include "Walker.h"
+#include "tests/simulation/Follower.h"
+#include "tests/simulation/State.h"
+#include "tests/simulation/Step.h"
+#include "tests/simulation/Walker.h"
 
 namespace Simulation {
 

@@ -5,9 +5,9 @@
 #include <csignal>
 #include <cstdio>
 
-#include "Campaign.h"
-#include "Draw.h"
-#include "Isolated.h"
+#include "tests/simulation/Campaign.h"
+#include "tests/simulation/Draw.h"
+#include "tests/simulation/Isolated.h"
 
 namespace {
 

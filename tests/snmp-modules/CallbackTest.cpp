@@ -1,7 +1,7 @@
 // The iterator callbacks of the tables, called one by one.
 #include <gtest/gtest.h>
 
-#include "ModuleTest.h"
+#include "tests/snmp-modules/ModuleTest.h"
 
 namespace SnmpTest {
 namespace {

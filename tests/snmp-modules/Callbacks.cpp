@@ -1,4 +1,4 @@
-#include "Callbacks.h"
+#include "tests/snmp-modules/Callbacks.h"
 
 #include <fmt/ranges.h>
 
@@ -8,8 +8,8 @@
 #include <map>
 #include <string_view>
 
-#include "InProcessAgent.h"
-#include "zavro/Assert.h"
+#include "platform/zavro/Assert.h"
+#include "tests/snmp-modules/InProcessAgent.h"
 
 namespace SnmpTest {
 

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "NetSnmp.h"
-#include "support/TraceLog.h"
+#include "snmp-modules/NetSnmp.h"
+#include "tests/support/TraceLog.h"
 
 namespace SnmpTest {
 

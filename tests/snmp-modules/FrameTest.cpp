@@ -1,10 +1,10 @@
 // What the frame offers beyond what the modules' tables ask of it: a key that refuses its parts. The table is
 // this test's own.
-#include "TableFrame.h"
+#include "snmp-modules/TableFrame.h"
 
 #include <gtest/gtest.h>
 
-#include "ModuleTest.h"
+#include "tests/snmp-modules/ModuleTest.h"
 
 using namespace TrelSnmp;
 

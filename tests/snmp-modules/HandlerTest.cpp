@@ -1,8 +1,8 @@
 // The handlers of the tables, called with requests made by hand.
 #include <gtest/gtest.h>
 
-#include "ModuleTest.h"
-#include "ReachabilityStateToAsnUnsigned.h"
+#include "snmp-modules/ReachabilityStateToAsnUnsigned.h"
+#include "tests/snmp-modules/ModuleTest.h"
 
 namespace SnmpTest {
 namespace {

@@ -5,7 +5,7 @@
 #include <cmath>
 #include <limits>
 
-#include "ModuleTest.h"
+#include "tests/snmp-modules/ModuleTest.h"
 
 using namespace TrelSnmp;
 

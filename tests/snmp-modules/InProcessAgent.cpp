@@ -1,4 +1,4 @@
-#include "InProcessAgent.h"
+#include "tests/snmp-modules/InProcessAgent.h"
 
 #include <fmt/ranges.h>
 
@@ -7,9 +7,9 @@
 #include <optional>
 #include <span>
 
-#include "lumalog/Lumalog.h"
-#include "support/Network.h"
-#include "zavro/Assert.h"
+#include "platform/lumalog/Lumalog.h"
+#include "platform/zavro/Assert.h"
+#include "tests/support/Network.h"
 
 namespace SnmpTest {
 namespace {

@@ -11,7 +11,7 @@
 #include <string_view>
 #include <vector>
 
-#include "NetSnmp.h"
+#include "snmp-modules/NetSnmp.h"
 
 namespace SnmpTest {
 

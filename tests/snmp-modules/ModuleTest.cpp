@@ -1,4 +1,4 @@
-#include "ModuleTest.h"
+#include "tests/snmp-modules/ModuleTest.h"
 
 #include <fmt/ranges.h>
 

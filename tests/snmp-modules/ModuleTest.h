@@ -5,15 +5,15 @@
 
 #include <string>
 
-#include "Callbacks.h"
-#include "InProcessAgent.h"
-#include "TableCases.h"
-#include "TrelMib.h"
-#include "snmp/AsnConversions.h"
-#include "snmp/RegVoidCollByContext.h"
-#include "support/TraceLog.h"
-#include "veldaTrelHostResourcesMIB.h"
-#include "veldaTrelMIB.h"
+#include "mib-state/TrelMib.h"
+#include "platform/snmp/AsnConversions.h"
+#include "platform/snmp/RegVoidCollByContext.h"
+#include "snmp-modules/veldaTrelHostResourcesMIB.h"
+#include "snmp-modules/veldaTrelMIB.h"
+#include "tests/snmp-modules/Callbacks.h"
+#include "tests/snmp-modules/InProcessAgent.h"
+#include "tests/snmp-modules/TableCases.h"
+#include "tests/support/TraceLog.h"
 
 namespace SnmpTest {
 

@@ -6,9 +6,9 @@
 #include <map>
 #include <random>
 
-#include "Callbacks.h"
-#include "ModuleTest.h"
-#include "pipelines/IfTableWorld.h"
+#include "tests/pipelines/IfTableWorld.h"
+#include "tests/snmp-modules/Callbacks.h"
+#include "tests/snmp-modules/ModuleTest.h"
 
 namespace SnmpTest {
 namespace {

@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "ModuleTest.h"
+#include "tests/snmp-modules/ModuleTest.h"
 
 namespace {
 

@@ -1,11 +1,11 @@
-#include "TableCases.h"
+#include "tests/snmp-modules/TableCases.h"
 
 #include <fmt/format.h>
 
 #include <ostream>
 
-#include "veldaTrelHostResourcesMIB.h"
-#include "veldaTrelMIB.h"
+#include "snmp-modules/veldaTrelHostResourcesMIB.h"
+#include "snmp-modules/veldaTrelMIB.h"
 
 namespace SnmpTest {
 namespace {

@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "NetSnmp.h"
-#include "TrelMib.h"
-#include "snmp/KelstoreUtil.h"
+#include "mib-state/TrelMib.h"
+#include "platform/snmp/KelstoreUtil.h"
+#include "snmp-modules/NetSnmp.h"
 
 namespace SnmpTest {
 

@@ -5,7 +5,7 @@
 
 #include <algorithm>
 
-#include "ModuleTest.h"
+#include "tests/snmp-modules/ModuleTest.h"
 
 namespace SnmpTest {
 namespace {

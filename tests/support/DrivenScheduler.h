@@ -4,7 +4,7 @@
 #include <functional>
 #include <utility>
 
-#include "vem/Vem.h"
+#include "platform/vem/Vem.h"
 
 class DrivenScheduler {
  public:

@@ -1,11 +1,11 @@
-#include "support/Etcd.h"
+#include "tests/support/Etcd.h"
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
 #include <stdexcept>
 
-#include "support/Network.h"
+#include "tests/support/Network.h"
 
 namespace Support {
 namespace {

@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "support/Process.h"
-#include "support/Relay.h"
-#include "support/TempDir.h"
+#include "tests/support/Process.h"
+#include "tests/support/Relay.h"
+#include "tests/support/TempDir.h"
 
 namespace Support {
 

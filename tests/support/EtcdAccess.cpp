@@ -1,4 +1,4 @@
-#include "support/EtcdAccess.h"
+#include "tests/support/EtcdAccess.h"
 
 #include <fmt/format.h>
 #include <sys/stat.h>
@@ -6,7 +6,7 @@
 #include <stdexcept>
 #include <vector>
 
-#include "support/Process.h"
+#include "tests/support/Process.h"
 
 namespace Support {
 namespace {

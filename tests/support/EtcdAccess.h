@@ -4,8 +4,8 @@
 
 #include <string>
 
-#include "support/Etcd.h"
-#include "support/TempDir.h"
+#include "tests/support/Etcd.h"
+#include "tests/support/TempDir.h"
 
 namespace Support {
 

@@ -1,4 +1,4 @@
-#include "support/Network.h"
+#include "tests/support/Network.h"
 
 #include <arpa/inet.h>
 #include <sys/socket.h>

@@ -1,4 +1,4 @@
-#include "support/OwnNetwork.h"
+#include "tests/support/OwnNetwork.h"
 
 #include <sched.h>
 #include <unistd.h>
@@ -9,7 +9,7 @@
 #include <sstream>
 #include <stdexcept>
 
-#include "support/WaitUntil.h"
+#include "tests/support/WaitUntil.h"
 
 namespace Support {
 namespace {

@@ -4,7 +4,7 @@
 #include <memory>
 #include <string>
 
-#include "support/Process.h"
+#include "tests/support/Process.h"
 
 namespace Support {
 

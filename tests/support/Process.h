@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "support/WaitUntil.h"
+#include "tests/support/WaitUntil.h"
 
 namespace Support {
 

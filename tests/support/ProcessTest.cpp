@@ -1,10 +1,10 @@
-#include "support/Process.h"
+#include "tests/support/Process.h"
 
 #include <gtest/gtest.h>
 #include <signal.h>
 
-#include "support/Network.h"
-#include "support/TempDir.h"
+#include "tests/support/Network.h"
+#include "tests/support/TempDir.h"
 
 namespace Support {
 namespace {

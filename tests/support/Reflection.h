@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "kor/Type.h"
+#include "platform/kor/Type.h"
 
 // The names of the attributes, in declaration order.
 inline std::vector<std::string> attributeNames(const Kor::Type& type) {

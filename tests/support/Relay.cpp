@@ -1,4 +1,4 @@
-#include "support/Relay.h"
+#include "tests/support/Relay.h"
 
 #include <arpa/inet.h>
 #include <fcntl.h>

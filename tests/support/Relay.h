@@ -13,7 +13,7 @@
 #include <thread>
 #include <vector>
 
-#include "support/WaitUntil.h"
+#include "tests/support/WaitUntil.h"
 
 namespace Support {
 

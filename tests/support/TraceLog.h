@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "lumalog/Lumalog.h"
+#include "platform/lumalog/Lumalog.h"
 
 class TraceLog final : public Lumalog::Sink {
  public:

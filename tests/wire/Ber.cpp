@@ -1,4 +1,4 @@
-#include "wire/Ber.h"
+#include "tests/wire/Ber.h"
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>

@@ -1,4 +1,4 @@
-#include "wire/Breakage.h"
+#include "tests/wire/Breakage.h"
 
 #include <algorithm>
 

@@ -3,8 +3,8 @@
 
 #include <functional>
 
-#include "wire/Ber.h"
-#include "wire/Random.h"
+#include "tests/wire/Ber.h"
+#include "tests/wire/Random.h"
 
 namespace Wire {
 

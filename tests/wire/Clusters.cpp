@@ -1,4 +1,4 @@
-#include "wire/Clusters.h"
+#include "tests/wire/Clusters.h"
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>

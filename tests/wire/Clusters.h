@@ -3,8 +3,8 @@
 
 #include <nlohmann/json.hpp>
 
-#include "wire/Random.h"
-#include "wire/Tables.h"
+#include "tests/wire/Random.h"
+#include "tests/wire/Tables.h"
 
 namespace Wire {
 

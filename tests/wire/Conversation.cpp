@@ -1,4 +1,4 @@
-#include "wire/Conversation.h"
+#include "tests/wire/Conversation.h"
 
 #include <fmt/format.h>
 

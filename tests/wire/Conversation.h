@@ -3,7 +3,7 @@
 
 #include <map>
 
-#include "wire/Subject.h"
+#include "tests/wire/Subject.h"
 
 namespace Wire {
 

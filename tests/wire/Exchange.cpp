@@ -1,4 +1,4 @@
-#include "wire/Exchange.h"
+#include "tests/wire/Exchange.h"
 
 #include <arpa/inet.h>
 #include <poll.h>

@@ -5,8 +5,8 @@
 
 #include <optional>
 
-#include "support/WaitUntil.h"
-#include "wire/Message.h"
+#include "tests/support/WaitUntil.h"
+#include "tests/wire/Message.h"
 
 namespace Wire {
 

@@ -3,12 +3,12 @@
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
-#include "wire/Breakage.h"
-#include "wire/Clusters.h"
-#include "wire/Requests.h"
-#include "wire/Settings.h"
-#include "wire/SnmpV3.h"
-#include "wire/Subject.h"
+#include "tests/wire/Breakage.h"
+#include "tests/wire/Clusters.h"
+#include "tests/wire/Requests.h"
+#include "tests/wire/Settings.h"
+#include "tests/wire/SnmpV3.h"
+#include "tests/wire/Subject.h"
 
 namespace Wire {
 namespace {

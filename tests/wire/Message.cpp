@@ -1,4 +1,4 @@
-#include "wire/Message.h"
+#include "tests/wire/Message.h"
 
 #include <fmt/format.h>
 

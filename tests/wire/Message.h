@@ -1,7 +1,7 @@
 // Messages of SNMPv1 and v2c (RFC 1157, RFC 3416), as a manager writes and reads them.
 #pragma once
 
-#include "wire/Ber.h"
+#include "tests/wire/Ber.h"
 
 namespace Wire {
 

@@ -1,4 +1,4 @@
-#include "wire/Model.h"
+#include "tests/wire/Model.h"
 
 #include <fmt/format.h>
 

@@ -7,7 +7,7 @@
 
 #include <optional>
 
-#include "wire/Tables.h"
+#include "tests/wire/Tables.h"
 
 namespace Wire {
 

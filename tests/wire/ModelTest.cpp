@@ -3,8 +3,8 @@
 
 #include <algorithm>
 
-#include "wire/Model.h"
-#include "wire/Requests.h"
+#include "tests/wire/Model.h"
+#include "tests/wire/Requests.h"
 
 namespace Wire {
 namespace {

@@ -2,10 +2,10 @@
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
-#include "wire/Clusters.h"
-#include "wire/Conversation.h"
-#include "wire/Requests.h"
-#include "wire/Settings.h"
+#include "tests/wire/Clusters.h"
+#include "tests/wire/Conversation.h"
+#include "tests/wire/Requests.h"
+#include "tests/wire/Settings.h"
 
 namespace Wire {
 namespace {

@@ -1,4 +1,4 @@
-#include "wire/Requests.h"
+#include "tests/wire/Requests.h"
 
 #include <algorithm>
 

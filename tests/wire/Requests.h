@@ -2,8 +2,8 @@
 // around the tables.
 #pragma once
 
-#include "wire/Model.h"
-#include "wire/Random.h"
+#include "tests/wire/Model.h"
+#include "tests/wire/Random.h"
 
 namespace Wire {
 

@@ -1,10 +1,10 @@
 // Every type of value, set at every column, by somebody who may write: refused, and nothing is changed.
 #include <gtest/gtest.h>
 
-#include "wire/Clusters.h"
-#include "wire/Conversation.h"
-#include "wire/Requests.h"
-#include "wire/Settings.h"
+#include "tests/wire/Clusters.h"
+#include "tests/wire/Conversation.h"
+#include "tests/wire/Requests.h"
+#include "tests/wire/Settings.h"
 
 namespace Wire {
 namespace {

@@ -1,4 +1,4 @@
-#include "wire/SnmpV3.h"
+#include "tests/wire/SnmpV3.h"
 
 #include <fmt/format.h>
 #include <net-snmp/net-snmp-config.h>

@@ -2,7 +2,7 @@
 // wrong.
 #pragma once
 
-#include "wire/Message.h"
+#include "tests/wire/Message.h"
 
 namespace Wire {
 

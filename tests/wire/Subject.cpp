@@ -1,11 +1,11 @@
-#include "wire/Subject.h"
+#include "tests/wire/Subject.h"
 
 #include <fmt/format.h>
 
 #include <chrono>
 #include <fstream>
 
-#include "support/Network.h"
+#include "tests/support/Network.h"
 
 namespace Wire {
 namespace {

@@ -3,9 +3,9 @@
 
 #include <memory>
 
-#include "e2e/Daemon.h"
-#include "wire/Exchange.h"
-#include "wire/Model.h"
+#include "tests/e2e/Daemon.h"
+#include "tests/wire/Exchange.h"
+#include "tests/wire/Model.h"
 
 namespace Wire {
 

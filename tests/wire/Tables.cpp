@@ -1,4 +1,4 @@
-#include "wire/Tables.h"
+#include "tests/wire/Tables.h"
 
 #include <algorithm>
 #include <cmath>

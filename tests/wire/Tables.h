@@ -9,7 +9,7 @@
 #include <map>
 #include <nlohmann/json.hpp>
 
-#include "wire/Message.h"
+#include "tests/wire/Message.h"
 
 namespace Wire {
 

@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <random>
 
-#include "wire/Settings.h"
+#include "tests/wire/Settings.h"
 
 namespace Wire {
 namespace {

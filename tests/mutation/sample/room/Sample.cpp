@@ -1,4 +1,4 @@
-#include "Sample.h"
+#include "tests/mutation/sample/room/Sample.h"
 
 constexpr int kOne = 1;
 static_assert(kOne == 1, "what does not compile when it is broken is left out");

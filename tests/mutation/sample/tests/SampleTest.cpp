@@ -1,6 +1,6 @@
 #include <array>
 
-#include "Sample.h"
+#include "tests/mutation/sample/room/Sample.h"
 
 int main() {
   std::array numbers{1, 2, 3};

@@ -1,0 +1,26 @@
+// The library's tasks on a daemon's event loop.
+#pragma once
+
+#include <uv.h>
+
+#include "platform/vem/Vem.h"
+#include "runtime/EventLoop.h"
+#include "runtime/UvHandle.h"
+
+namespace Host {
+
+// Gives the scheduler's tasks one slice in each turn of the loop, so that requests are served in between, and
+// lets the loop sleep when nothing is runnable.
+class TaskRunner {
+ public:
+  TaskRunner(Runtime::EventLoop& loop, Zavro::Ptr<Vem::TaskScheduler> scheduler);
+  ~TaskRunner();
+
+ private:
+  void runSlice();
+
+  Zavro::Ptr<Vem::TaskScheduler> scheduler_;
+  Runtime::UvHandle<uv_idle_t> idle_;
+};
+
+}  // namespace Host

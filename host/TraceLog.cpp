@@ -1,0 +1,48 @@
+#include "host/TraceLog.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <charconv>
+#include <stdexcept>
+
+namespace Host {
+
+std::vector<std::pair<std::string, int>> parseTraces(const std::string& text) {
+  std::vector<std::pair<std::string, int>> traces;
+  size_t at = 0;
+  while (at <= text.size()) {
+    size_t comma = std::min(text.find(',', at), text.size());
+    std::string item = text.substr(at, comma - at);
+    at = comma + 1;
+    size_t slash = item.rfind('/');
+    int level = -1;
+    const char* end = item.data() + item.size();
+    const char* digits = slash == std::string::npos ? end : item.data() + slash + 1;
+    auto [after, error] = std::from_chars(digits, end, level);
+    bool good =
+        slash != 0 && error == std::errc() && after == end && level >= 0 && level <= Lumalog::kMaxLevel;
+    if (!good) {
+      throw std::invalid_argument(fmt::format("found \"{}\", expected HANDLE/LEVEL with a level of 0 to {}",
+                                              item, Lumalog::kMaxLevel));
+    }
+    traces.emplace_back(item.substr(0, slash), level);
+  }
+  return traces;
+}
+
+TraceLog::TraceLog(const std::string& program, const TraceOptions& options)
+    : before_(Lumalog::sink()), log_(program, options.to) {
+  for (const auto& [handle, level] : options.levels) Lumalog::levelIs(handle, level);
+  Lumalog::sinkIs(this);
+}
+
+TraceLog::~TraceLog() { Lumalog::sinkIs(before_); }
+
+void TraceLog::trace(std::string_view handle, int level, std::string_view text) {
+  using Runtime::Severity;
+  Severity severity = level <= 0 ? Severity::error : level == 1 ? Severity::information : Severity::detail;
+  log_.write(severity, fmt::format("{}/{} {}", handle, level, text));
+}
+
+}  // namespace Host

@@ -1,0 +1,34 @@
+// Where a daemon's traces go: its log.
+#pragma once
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "platform/lumalog/Lumalog.h"
+#include "runtime/Log.h"
+
+namespace Host {
+
+struct TraceOptions {
+  std::vector<std::pair<std::string, int>> levels;  // by trace handle
+  Runtime::LogTo to = Runtime::LogTo::standardError;
+};
+
+// "HANDLE/LEVEL[,...]"; throws std::invalid_argument with what was found and expected.
+std::vector<std::pair<std::string, int>> parseTraces(const std::string& text);
+
+// The process's trace sink while it lives. Level 0 is logged as error, 1 as information, the rest as
+// debugging detail; which levels there are is settled by the handles, at the levels of the options.
+class TraceLog final : public Lumalog::Sink {
+ public:
+  TraceLog(const std::string& program, const TraceOptions& options);
+  ~TraceLog() override;
+  void trace(std::string_view handle, int level, std::string_view text) override;
+
+ private:
+  Lumalog::Sink* before_;
+  Runtime::Log log_;
+};
+
+}  // namespace Host

@@ -1,9 +1,0 @@
-// What the programs' exit statuses say.
-#pragma once
-
-namespace Host {
-
-// Arguments or a configuration that cannot be used.
-inline constexpr int kUnusable = 2;
-
-}  // namespace Host

@@ -1,0 +1,20 @@
+#include "kelstore/etcd/AccessOptions.h"
+
+namespace Kelstore::Etcd {
+
+void describeAccess(CLI::App& app, Access& access) {
+  auto file = [&app](const char* name, std::string& path, const char* description) {
+    app.add_option(name, path, description)->type_name("FILE");
+  };
+  file("--etcd-ca", access.caFile,
+       "CAs that signed the servers' certificates, PEM; makes it TLS (default, with --etcd-cert: the "
+       "system's)");
+  file("--etcd-cert", access.certFile,
+       "Certificate to show to the servers, PEM; makes it TLS; needs --etcd-key");
+  file("--etcd-key", access.keyFile,
+       "Its key, PEM; refused when others have any right to it; needs --etcd-cert");
+  file("--etcd-credentials", access.credentialsFile,
+       "User and password, {\"user\": ..., \"password\": ...}; refused when others have any right to it");
+}
+
+}  // namespace Kelstore::Etcd

@@ -1,0 +1,73 @@
+#include "programs/trelctl/Client.h"
+
+#include <fmt/format.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+
+namespace TrelCtl {
+namespace {
+
+// A line of an answer: a few dozen rows, or the daemon's status.
+constexpr size_t kMaxAnswerBytes = 64 << 20;
+
+}  // namespace
+
+Client::Client(const std::string& path, int answerMs)
+    : path_(path),
+      answerMs_(answerMs),
+      fd_(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)),
+      lines_(kMaxAnswerBytes) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  std::string problem;
+  if (path.size() >= sizeof address.sun_path) {
+    problem = std::strerror(ENAMETOOLONG);
+  } else {
+    path.copy(address.sun_path, path.size());
+    if (::connect(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+      problem = std::strerror(errno);
+    }
+  }
+  if (problem.empty()) return;
+  ::close(fd_);
+  throw Unreachable(fmt::format("no daemon at {}: {}", path_, problem));
+}
+
+Client::~Client() { ::close(fd_); }
+
+void Client::send(const char* op) {
+  std::string request = Json{{"op", op}}.dump() + "\n";
+  ssize_t sent = ::send(fd_, request.data(), request.size(), MSG_NOSIGNAL);
+  if (sent != static_cast<ssize_t>(request.size())) fail(std::strerror(errno));
+}
+
+Json Client::receive() {
+  std::optional<std::string> line;
+  while (!(line = lines_.takeLine())) {
+    if (lines_.overflown()) fail("the answer is too long");
+    pollfd readable{fd_, POLLIN, 0};
+    int ready = ::poll(&readable, 1, answerMs_);
+    if (ready < 0 && errno == EINTR) continue;
+    if (ready == 0) fail("no answer");
+    std::array<char, 64 * 1024> bytes{};
+    ssize_t count = ::recv(fd_, bytes.data(), bytes.size(), 0);
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) fail(std::strerror(errno));
+    if (count == 0) fail("the daemon closed the connection");
+    lines_.append({bytes.data(), static_cast<size_t>(count)});
+  }
+  Json answer = Json::parse(*line, nullptr, /*allow_exceptions=*/false);
+  if (!answer.is_object() || !answer.contains("ok")) fail("the answer is not one of this protocol");
+  if (answer["ok"] != true) fail(answer.value("error", "the request was refused"));
+  return answer;
+}
+
+void Client::fail(const std::string& why) const { throw Unreachable(fmt::format("{}: {}", path_, why)); }
+
+}  // namespace TrelCtl

@@ -1,0 +1,46 @@
+// The client's side of the control protocol: one connection to a daemon, with deadlines.
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <stdexcept>
+#include <string>
+
+#include "host/control/ControlProtocol.h"
+
+namespace TrelCtl {
+
+using Json = nlohmann::ordered_json;
+
+// The daemon cannot be reached, or does not answer as it should. The text is one line for the operator.
+class Unreachable final : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+class Client {
+ public:
+  // How long the daemon may take for one line. It answers within milliseconds.
+  static constexpr int kAnswerMs = 10'000;
+
+  // Connects; throws Unreachable.
+  explicit Client(const std::string& path, int answerMs = kAnswerMs);
+  ~Client();
+  Client(const Client&) = delete;
+  Client& operator=(const Client&) = delete;
+
+  // Sends a request; throws Unreachable.
+  void send(const char* op);
+  // The next line of the answer; throws Unreachable, also for an answer that is an error.
+  Json receive();
+
+ private:
+  [[noreturn]] void fail(const std::string& why) const;
+
+  std::string path_;
+  int answerMs_;
+  int fd_;
+  Control::LineBuffer lines_;
+};
+
+}  // namespace TrelCtl

@@ -1,0 +1,115 @@
+#include "programs/trelctl/Render.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+namespace TrelCtl {
+namespace {
+
+bool isNumber(const std::string& text) {
+  return !text.empty() && text.find_first_not_of("0123456789.-") == std::string::npos;
+}
+
+// In characters of UTF-8, as fmt pads.
+size_t widthOf(const std::string& text) {
+  return static_cast<size_t>(
+      std::count_if(text.begin(), text.end(), [](char c) { return (c & 0xc0) != 0x80; }));
+}
+
+std::string padded(const std::string& text, size_t width, bool last) {
+  if (isNumber(text) && text != "-") return fmt::format("{:>{}}", text, width);
+  return last ? text : fmt::format("{:<{}}", text, width);
+}
+
+std::string uptime(double seconds) {
+  auto whole = static_cast<uint64_t>(seconds);
+  uint64_t days = whole / 86400;
+  return fmt::format("{}{}:{:02}:{:02}", days == 0 ? "" : fmt::format("{} d ", days), whole / 3600 % 24,
+                     whole / 60 % 60, whole % 60);
+}
+
+std::string section(const char* title, const Json& objects) {
+  if (objects.empty()) return fmt::format("\n{}: none\n", title);
+  return fmt::format("\n{}:\n{}", title, asTable(objects));
+}
+
+// Errors are sentences, which no column is made for: they stand below.
+std::string sectionWithErrors(const char* title, Json objects, const std::string& member) {
+  std::string errors;
+  for (Json& object : objects) {
+    if (!object.at(member).is_null()) {
+      errors +=
+          fmt::format("  {}: {}\n", member == "error" ? "error" : "last error", cell(object.at(member)));
+    }
+    object.erase(member);
+  }
+  return section(title, objects) + errors;
+}
+
+}  // namespace
+
+std::string aligned(const std::vector<std::vector<std::string>>& rows) {
+  std::vector<size_t> widths;
+  for (const auto& row : rows) {
+    widths.resize(std::max(widths.size(), row.size()));
+    for (size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], widthOf(row[i]));
+  }
+  std::string text;
+  for (const auto& row : rows) {
+    text += "  ";
+    for (size_t i = 0; i < row.size(); ++i) {
+      bool last = i + 1 == row.size();
+      text += padded(row[i], widths[i], last) + (last ? "\n" : "  ");
+    }
+  }
+  return text;
+}
+
+std::string cell(const Json& value) {
+  if (value.is_null()) return "-";
+  if (value.is_boolean()) return value.get<bool>() ? "yes" : "no";
+  return value.is_string() ? value.get<std::string>() : value.dump();
+}
+
+std::string asTable(const Json& objects) {
+  std::vector<std::vector<std::string>> rows;
+  for (const Json& object : objects) {
+    if (rows.empty()) {
+      rows.emplace_back();
+      for (const auto& [name, value] : object.items()) rows.back().push_back(name);
+    }
+    std::vector<std::string> row;
+    for (const Json& value : object) row.push_back(cell(value));
+    rows.push_back(std::move(row));
+  }
+  return aligned(rows);
+}
+
+std::string renderStatus(const Json& status) {
+  bool connected = status.at("connected").get<bool>();
+  std::string text = fmt::format("{} {}, member {}, up {}, {} at {}{}, {}\n", cell(status.at("daemon")),
+                                 cell(status.at("version")), cell(status.at("member")),
+                                 uptime(status.at("uptimeSeconds").get<double>()), cell(status.at("mode")),
+                                 cell(status.at("address")), connected ? "" : " (not connected)",
+                                 status.at("ready").get<bool>() ? "ready" : "not ready");
+  text += sectionWithErrors("sources", status.at("sources"), "error");
+  text += section("collectors", status.at("collectors"));
+  if (!status.at("stores").empty()) {
+    text += sectionWithErrors("stores", status.at("stores"), "lastError");
+    text += section("store counters", status.at("storeCounters"));
+    if (!status.at("setAside").empty()) text += section("set aside", status.at("setAside"));
+    text += section("members", status.at("members"));
+  }
+  text += section("pipelines", status.at("pipelines"));
+  text += section("tasks", status.at("tasks"));
+  text += section("tables", status.at("tables"));
+  return text;
+}
+
+std::string renderTable(const std::string& name, const Json& rows) {
+  if (rows.empty()) return fmt::format("{}: empty\n", name);
+  return fmt::format("{}:\n{}", name, asTable(rows));
+}
+
+}  // namespace TrelCtl

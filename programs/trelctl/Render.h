@@ -1,0 +1,23 @@
+// Answers as text for people.
+#pragma once
+
+#include <string>
+
+#include "programs/trelctl/Client.h"
+
+namespace TrelCtl {
+
+// A row of cells each, columns as wide as their widest cell; numbers to the right. The first row is the
+// heading.
+std::string aligned(const std::vector<std::vector<std::string>>& rows);
+
+// The value as it stands in a cell; "-" for null.
+std::string cell(const Json& value);
+
+// Objects that all have the same members, as a table with the members' names as heading.
+std::string asTable(const Json& objects);
+
+std::string renderStatus(const Json& status);
+std::string renderTable(const std::string& name, const Json& rows);
+
+}  // namespace TrelCtl

@@ -1,0 +1,235 @@
+#include "programs/trelctl/StoreCommands.h"
+
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+#include <nlohmann/json.hpp>
+
+#include "kelstore/Codec.h"
+#include "kelstore/etcd/Address.h"
+#include "programs/trelctl/StoreContent.h"
+
+namespace TrelCtl {
+namespace {
+
+namespace Etcd = Kelstore::Etcd;
+using Kelstore::Document;
+using Kelstore::Position;
+
+constexpr const char* kExpectedPath = "expected a path of the state, such as members/1/system";
+// etcd takes requests of up to 1.5 MiB.
+constexpr size_t kMaxTxnBytes = 1 << 20;
+
+void say(const std::string& line) { fmt::print(stderr, "trelctl: {}\n", line); }
+
+template <class Answer>
+Answer orThrow(absl::StatusOr<Answer> answer) {
+  if (!answer.ok()) throw StoreFailed(std::string(answer.status().message()));
+  return *std::move(answer);
+}
+
+struct Store {
+  explicit Store(const StoreOptions& options)
+      : address(Etcd::parseStore(options.store)),
+        keys(address.prefix),
+        client(address.endpoints, options.access) {}
+
+  Etcd::Address address;
+  Etcd::Keys keys;
+  Etcd::Client client;
+};
+
+struct Place {
+  std::vector<std::string> segments;
+  Position position;
+};
+
+// A position that the state model has.
+Place placeOf(const std::string& text) {
+  Place place;
+  if (text.empty()) {
+    place.position = Kelstore::positionOf({});
+    return place;
+  }
+  absl::StatusOr<std::vector<std::string>> segments = Etcd::segmentsOf(text);
+  if (!segments.ok()) throw Unusable(std::string(segments.status().message()));
+  place.segments = *std::move(segments);
+  std::span<const std::string> all = place.segments;
+  for (size_t depth = 1; depth <= all.size(); ++depth) {
+    bool insideValue = place.position.what == Position::What::leaf;
+    place.position = Kelstore::positionOf(all.first(depth));
+    if (place.position.what == Position::What::badKey) {
+      throw Unusable(fmt::format("{}: found \"{}\", expected {}", Kelstore::pathText(all.first(depth)),
+                                 all[depth - 1], place.position.expected));
+    }
+    if (insideValue || place.position.what == Position::What::unknown) {
+      throw Unusable(fmt::format("{}: {}; a \"/\" within a name is spelt %2F", text, kExpectedPath));
+    }
+  }
+  return place;
+}
+
+Etcd::KeyRange rangeOf(const Etcd::Keys& keys, const Place& place) {
+  if (place.position.what == Position::What::leaf) return {keys.key(place.segments), ""};
+  return keys.below(place.segments);
+}
+
+// What is odd in the store; whether values had to be set aside.
+void report(const StoreContent& content) {
+  for (const std::string& warning : content.warnings) say(warning);
+  for (const auto& [key, why] : content.foreign) say(why);
+  for (const auto& [key, why] : content.setAside) say(why);
+}
+
+StoreFailed setAside(const StoreContent& content) {
+  return StoreFailed(fmt::format("{} of {} values cannot be read and are left out", content.setAside.size(),
+                                 content.setAside.size() + content.values.size()));
+}
+
+std::string textOf(const Values& values) { return Kelstore::documentOf(values).dump(2) + "\n"; }
+
+void write(const std::string& text) {
+  if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size() || std::fflush(stdout) != 0) {
+    throw StoreFailed(fmt::format("standard output: {}", std::strerror(errno)));
+  }
+}
+
+// Whole or not at all, where the file is one that can be replaced.
+void write(const std::string& file, const std::string& text) {
+  bool replaced = !std::filesystem::exists(file) || std::filesystem::is_regular_file(file);
+  std::string target = replaced ? fmt::format("{}.{}", file, getpid()) : file;
+  std::ofstream stream(target, std::ios::binary);
+  stream << text;
+  stream.close();
+  std::error_code error(stream ? 0 : errno, std::generic_category());
+  if (!error && replaced) std::filesystem::rename(target, file, error);
+  if (!error) return;
+  std::error_code ignored;
+  if (replaced) std::filesystem::remove(target, ignored);
+  throw StoreFailed(fmt::format("{}: {}", file, error.message()));
+}
+
+std::string contentOf(const std::string& file) {
+  if (file == "-") return {std::istreambuf_iterator<char>(std::cin), {}};
+  auto unreadable = [&file](int error) {
+    return Unusable(fmt::format("{}: {}", file, std::strerror(error)));
+  };
+  if (std::filesystem::is_directory(file)) throw unreadable(EISDIR);
+  std::ifstream stream(file, std::ios::binary);
+  if (!stream) throw unreadable(errno);
+  return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+// All of the document's values but containers, which a store does not keep; throws when one is at fault.
+Values valuesOf(const std::string& file) {
+  Document document = Kelstore::parseDocument(contentOf(file));
+  if (document.unusable) throw Unusable(file + *document.unusable);
+  if (!document.faults.empty()) {
+    std::vector<std::string> lines;
+    for (const Document::Fault& fault : document.faults)
+      lines.push_back(fmt::format("{}: {}", file, fault.text));
+    throw Unusable(std::move(lines));
+  }
+  for (const std::string& warning : document.warnings) say(fmt::format("{}: {}", file, warning));
+  Values values;
+  std::vector<Kelstore::Path> containers;
+  std::set<std::vector<std::string>> filled;
+  for (Kelstore::Snapshot::Entry& entry : document.values) {
+    if (std::holds_alternative<Kelstore::Present>(entry.second)) {
+      containers.push_back(std::move(entry.first));
+      continue;
+    }
+    std::vector<std::string> parent = entry.first.segments();
+    parent.pop_back();
+    filled.insert(std::move(parent));
+    values.insert(std::move(entry));
+  }
+  for (const Kelstore::Path& container : containers) {
+    if (filled.contains(container.segments())) continue;
+    say(fmt::format("{}: {}: found an empty object, which a store does not keep; ignored", file,
+                    container.text()));
+  }
+  return values;
+}
+
+}  // namespace
+
+void checkStore(const std::string& store) { Etcd::parseStore(store); }
+
+void put(const StoreOptions& options, const std::string& path, const std::string& json) {
+  Place place = placeOf(path);
+  if (place.position.what != Position::What::leaf) {
+    throw Unusable(fmt::format("{}: expected the path of a value, such as members/1/system", path));
+  }
+  Document document = Kelstore::parseValue(place.position.path, json);
+  if (document.unusable) throw Unusable(path + *document.unusable);
+  if (!document.faults.empty()) {
+    std::vector<std::string> lines;
+    for (const Document::Fault& fault : document.faults) lines.push_back(fault.text);
+    throw Unusable(std::move(lines));
+  }
+  for (const std::string& warning : document.warnings) say(warning);
+  Store store(options);
+  orThrow(store.client.put(store.keys.key(place.segments),
+                           Kelstore::encode(document.values.front().second).dump()));
+}
+
+void del(const StoreOptions& options, const std::string& path) {
+  Place place = placeOf(path);
+  if (place.segments.empty()) throw Unusable(fmt::format("found no path, {}", kExpectedPath));
+  Store store(options);
+  Etcd::Deletion deletion = orThrow(store.client.del(rangeOf(store.keys, place)));
+  if (deletion.keys == 0 && !deletion.repeated) throw StoreFailed(fmt::format("{}: nothing there", path));
+}
+
+void get(const StoreOptions& options, const std::string& path) {
+  Place place = placeOf(path);
+  Store store(options);
+  StoreContent content = contentOf(store.keys, orThrow(store.client.range(rangeOf(store.keys, place))));
+  report(content);
+  if (content.values.empty() && content.setAside.empty() && !path.empty()) {
+    throw StoreFailed(fmt::format("{}: nothing there", path));
+  }
+  write(textOf(content.values));
+  if (!content.setAside.empty()) throw setAside(content);
+}
+
+void importFrom(const StoreOptions& options, const std::string& file, bool replace) {
+  Values wanted = valuesOf(file);
+  Store store(options);
+  StoreContent now = contentOf(store.keys, orThrow(store.client.range(store.keys.all())));
+  Difference difference = differenceOf(store.keys, now, wanted, replace);
+  size_t done = 0;
+  size_t all = difference.ops.size();
+  for (const auto& transaction :
+       transactionsOf(std::move(difference.ops), Etcd::Client::kMaxTxnOps, kMaxTxnBytes)) {
+    absl::StatusOr<int64_t> revision = store.client.txn(transaction);
+    if (!revision.ok()) {
+      throw StoreFailed(fmt::format("{}; {} of {} changes were made, import again for the rest",
+                                    std::string(revision.status().message()), done, all));
+    }
+    done += transaction.size();
+  }
+  fmt::print("{} written, {} deleted, {} unchanged\n", difference.written, difference.deleted,
+             difference.unchanged);
+}
+
+void exportTo(const StoreOptions& options, const std::string& file) {
+  Store store(options);
+  StoreContent content = contentOf(store.keys, orThrow(store.client.range(store.keys.all())));
+  report(content);
+  if (file.empty() || file == "-") {
+    write(textOf(content.values));
+  } else {
+    write(file, textOf(content.values));
+  }
+  if (!content.setAside.empty()) throw setAside(content);
+}
+
+}  // namespace TrelCtl

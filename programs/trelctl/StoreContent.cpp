@@ -1,0 +1,87 @@
+#include "programs/trelctl/StoreContent.h"
+
+#include <fmt/format.h>
+
+#include <nlohmann/json.hpp>
+
+#include "kelstore/Codec.h"
+
+namespace TrelCtl {
+namespace {
+
+using Kelstore::Document;
+using Kelstore::Path;
+using Kelstore::Etcd::KeyValue;
+using Kelstore::Etcd::Op;
+
+void takeValue(const Path& path, const KeyValue& keyValue, StoreContent& content) {
+  Document document = Kelstore::parseValue(path, keyValue.value);
+  for (std::string& warning : document.warnings) content.warnings.push_back(std::move(warning));
+  if (document.unusable) {
+    content.setAside.emplace_back(keyValue.key, path.text() + *document.unusable);
+  } else if (!document.faults.empty()) {
+    content.setAside.emplace_back(keyValue.key, document.faults.front().text);
+  } else {
+    content.values.emplace(path, std::move(document.values.front().second));
+  }
+}
+
+}  // namespace
+
+StoreContent contentOf(const Kelstore::Etcd::Keys& keys, const Kelstore::Etcd::Listing& listing) {
+  StoreContent content;
+  for (const KeyValue& keyValue : listing.keyValues) {
+    absl::StatusOr<Path> path = keys.path(keyValue.key);
+    if (path.ok()) {
+      takeValue(*path, keyValue, content);
+    } else {
+      auto& where = absl::IsNotFound(path.status()) ? content.foreign : content.setAside;
+      where.emplace_back(keyValue.key, path.status().message());
+    }
+  }
+  return content;
+}
+
+Difference differenceOf(const Kelstore::Etcd::Keys& keys, const StoreContent& now, const Values& wanted,
+                        bool replace) {
+  Difference difference;
+  for (const auto& [path, value] : wanted) {
+    auto found = now.values.find(path);
+    if (found != now.values.end() && found->second == value) {
+      ++difference.unchanged;
+    } else {
+      difference.ops.push_back({Op::What::put, keys.key(path), Kelstore::encode(value).dump()});
+    }
+  }
+  difference.written = difference.ops.size();
+  if (!replace) return difference;
+  std::set<std::string> written;
+  for (const Op& op : difference.ops) written.insert(op.key);
+  auto goes = [&](const std::string& key) { difference.ops.push_back({Op::What::del, key}); };
+  for (const auto& [path, value] : now.values) {
+    if (!wanted.contains(path)) goes(keys.key(path));
+  }
+  for (const auto& [key, why] : now.setAside) {
+    if (!written.contains(key)) goes(key);
+  }
+  difference.deleted = difference.ops.size() - difference.written;
+  return difference;
+}
+
+std::vector<std::vector<Op>> transactionsOf(std::vector<Op>&& ops, size_t maxOps, size_t maxBytes) {
+  std::vector<std::vector<Op>> transactions;
+  size_t bytes = 0;
+  for (Op& op : ops) {
+    size_t size = op.key.size() + op.value.size();
+    bool full = transactions.empty() || transactions.back().size() == maxOps || bytes + size > maxBytes;
+    if (full) {
+      transactions.emplace_back();
+      bytes = 0;
+    }
+    bytes += size;
+    transactions.back().push_back(std::move(op));
+  }
+  return transactions;
+}
+
+}  // namespace TrelCtl

@@ -1,0 +1,112 @@
+#include "programs/trelmemberd/EtcdLeaseStore.h"
+
+namespace Member {
+namespace {
+
+namespace Etcd = Kelstore::Etcd;
+using Kelstore::Kind;
+using Kelstore::Path;
+
+Failure failed(const absl::Status& status) { return {std::string(status.message())}; }
+
+void add(const Etcd::Keys& keys, Etcd::Listing listing, LeaseStore::Holdings& holdings) {
+  for (Etcd::KeyValue& one : listing.keyValues) {
+    if (auto path = keys.path(one.key); path.ok()) {
+      holdings[*std::move(path)] = {std::move(one.value), one.lease, one.modRevision};
+    }
+  }
+}
+
+}  // namespace
+
+EtcdLeaseStore::EtcdLeaseStore(const Etcd::Address& address, const Etcd::Access& access,
+                               const Patience& patience)
+    : keys_(address.prefix),
+      calls_{.mutex = {}, .client = Etcd::Client(address.endpoints, access)},
+      renewals_{.mutex = {},
+                .client = Etcd::Client(address.endpoints, access, {.deadline = patience.renewal})},
+      revocations_{.mutex = {},
+                   .client = Etcd::Client(address.endpoints, access, {.deadline = patience.revocation})} {}
+
+void EtcdLeaseStore::answered(const Etcd::Client& client) {
+  std::lock_guard lock(answeringMutex_);
+  answering_ = client.endpoint();
+}
+
+Result<LeaseStore::Lease> EtcdLeaseStore::grant(std::chrono::seconds ttl) {
+  std::lock_guard lock(calls_.mutex);
+  auto lease = calls_.client.grant(ttl);
+  if (!lease.ok()) return failed(lease.status());
+  answered(calls_.client);
+  return *lease;
+}
+
+Result<bool> EtcdLeaseStore::renew(Lease lease) {
+  std::lock_guard lock(renewals_.mutex);
+  auto left = renewals_.client.keepAliveOnce(lease);
+  if (absl::IsNotFound(left.status())) return false;
+  if (!left.ok()) return failed(left.status());
+  answered(renewals_.client);
+  return true;
+}
+
+Result<std::monostate> EtcdLeaseStore::revoke(Lease lease) {
+  std::lock_guard lock(revocations_.mutex);
+  {
+    std::lock_guard answeringLock(answeringMutex_);
+    revocations_.client.prefer(answering_);
+  }
+  absl::Status status = revocations_.client.revoke(lease);
+  if (!status.ok() && !absl::IsNotFound(status)) return failed(status);
+  return std::monostate();
+}
+
+Result<LeaseStore::Holdings> EtcdLeaseStore::list(uint8_t member,
+                                                  const std::vector<std::string>& interfaces) {
+  std::lock_guard lock(calls_.mutex);
+  Holdings holdings;
+  for (const char* root : {"members", "topology"}) {
+    auto listing = calls_.client.range(keys_.below(std::vector<std::string>{root, std::to_string(member)}));
+    if (!listing.ok()) return failed(listing.status());
+    add(keys_, *std::move(listing), holdings);
+  }
+  for (const std::string& interface : interfaces) {
+    auto listing = calls_.client.get(keys_.key(Path{Kind::interface, interface, ""}));
+    if (!listing.ok()) return failed(listing.status());
+    add(keys_, *std::move(listing), holdings);
+  }
+  answered(calls_.client);
+  return holdings;
+}
+
+Result<LeaseStore::Written> EtcdLeaseStore::write(const std::vector<Change>& changes,
+                                                  const std::vector<Guard>& guards, Lease lease) {
+  using How = Written::How;
+  std::vector<Etcd::Op> ops;
+  for (const Change& change : changes) {
+    std::string key = keys_.key(change.path);
+    if (change.text) {
+      ops.push_back({Etcd::Op::What::put, std::move(key), *change.text, lease});
+    } else {
+      ops.push_back({Etcd::Op::What::del, std::move(key)});
+    }
+  }
+  std::vector<Etcd::Guard> conditions;
+  for (const Guard& guard : guards) conditions.push_back({keys_.key(guard.path), guard.revision});
+  std::lock_guard lock(calls_.mutex);
+  auto revision = calls_.client.txn(ops, conditions);
+  if (revision.ok()) {
+    answered(calls_.client);
+    return Written{How::done, *revision};
+  }
+  if (absl::IsAborted(revision.status())) return Written{How::guardFailed, 0};
+  if (absl::IsNotFound(revision.status())) return Written{How::leaseGone, 0};
+  return failed(revision.status());
+}
+
+std::string EtcdLeaseStore::endpoint() const {
+  std::lock_guard lock(calls_.mutex);
+  return calls_.client.endpoint();
+}
+
+}  // namespace Member

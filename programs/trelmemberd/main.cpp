@@ -1,0 +1,67 @@
+// trelmemberd.
+#include <fmt/format.h>
+#include <csignal>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <stdexcept>
+
+#include "host/TraceLog.h"
+#include "kelstore/Document.h"
+#include "member/LinuxMachine.h"
+#include "member/SuggestedMappings.h"
+#include "platform/lumalog/Lumalog.h"
+#include "platform/zavro/Clock.h"
+#include "programs/trelmemberd/Options.h"
+#include "programs/trelmemberd/Trelmemberd.h"
+#include "runtime/ExitStatus.h"
+
+namespace {
+
+const Lumalog::Handle traceHandle("Member");
+
+int publish(const Member::Options& options, const Member::ParsedConfig& parsed, Runtime::Threads& threads) {
+  Host::TraceLog log("trelmemberd", options.log);
+  for (const std::string& warning : parsed.warnings) traceHandle.trace(1, "{}", warning);
+  // A peer that went away is found out by the write that fails.
+  std::signal(SIGPIPE, SIG_IGN);
+  Zavro::SystemClock clock;
+  try {
+    Member::Trelmemberd daemon(parsed.config, clock, threads);
+    daemon.run();
+  } catch (const std::runtime_error& error) {
+    fmt::print(stderr, "trelmemberd: {}\n", error.what());
+    return Runtime::kUnusable;
+  }
+  return 0;
+}
+
+int printMappings(const Member::Config& config) {
+  Zavro::SystemClock clock;
+  auto suggested =
+      Member::suggestedMappings(std::make_shared<Member::LinuxMachine>(), config.indexFile, clock);
+  if (!suggested.error.empty()) {
+    fmt::print(stderr, "trelmemberd: {}\n", suggested.error);
+    return Runtime::kUnusable;
+  }
+  fmt::print("{}\n", Kelstore::documentOf(suggested.values).dump(2));
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  auto [options, exitCode] = Member::parseOptions(argc, argv);
+  if (exitCode >= 0) return exitCode;
+
+  Member::ParsedConfig parsed = Member::usableConfig(options.config);
+  for (const std::string& error : parsed.errors) fmt::print(stderr, "trelmemberd: {}\n", error);
+  if (options.check) {
+    for (const std::string& warning : parsed.warnings) fmt::print(stderr, "trelmemberd: {}\n", warning);
+  }
+  if (!parsed.errors.empty()) return Runtime::kUnusable;
+  if (options.check) return 0;
+  if (options.mappings) return printMappings(parsed.config);
+
+  Runtime::Threads threads;
+  return threads.exitStatus(publish(options, parsed, threads));
+}

@@ -1,0 +1,108 @@
+#include "programs/trelsnmpd/Daemon.h"
+
+#include "platform/zavro/Assert.h"
+
+#include <csignal>
+#include <nlohmann/json.hpp>
+
+#include "host/StatusReport.h"
+#include "host/TableReport.h"
+#include "kelstore/EmbeddedSource.h"
+#include "kelstore/FileSource.h"
+#include "kelstore/etcd/Address.h"
+#include "member/LinuxMachine.h"
+#include "member/LocalSource.h"
+#include "platform/snmp/AsnConversions.h"
+#include "programs/trelsnmpd/ExampleState.h"
+
+namespace Trelsnmpd {
+namespace {
+
+constexpr std::string_view kFile = "file:";
+
+std::unique_ptr<Kelstore::Source> sourceFor(const std::string& state, const Options& options,
+                                            const EtcdSources* etcd, Kelstore::Store& store, Runtime::Io& io,
+                                            const Zavro::Clock& clock) {
+  if (state == "local") {
+    Member::LocalSource::Settings settings{options.member, options.intervalSeconds, options.indexFile};
+    return std::make_unique<Member::LocalSource>(settings, std::make_shared<Member::LinuxMachine>(), store,
+                                                 io, clock);
+  }
+  if (state.starts_with(kFile)) {
+    return std::make_unique<Kelstore::FileSource>(state.substr(kFile.size()), store, io, clock);
+  }
+  if (state.starts_with(Kelstore::Etcd::kScheme)) {
+    zavroAssert(etcd != nullptr);
+    return etcd->make(state, options.etcd, store, io, clock);
+  }
+  return std::make_unique<Kelstore::EmbeddedSource>(kExampleState, store, clock);
+}
+
+}  // namespace
+
+Daemon::Daemon(const Options& options, const EtcdSources* etcd, const Zavro::Clock& clock,
+               Runtime::Threads& threads)
+    : options_(options),
+      clock_(clock),
+      startedNs_(clock.monotonicNs()),
+      slice_(clock),
+      scheduler_(Zavro::makePtr<Vem::TaskScheduler>(slice_)),
+      tasks_(loop_, scheduler_),
+      terminate_(loop_, SIGTERM, [this] { loop_.stop(); }),
+      interrupt_(loop_, SIGINT, [this] { loop_.stop(); }),
+      systemd_(loop_),
+      io_(loop_, threads),
+      control_(loop_, options.control, [this](const std::string& request) { return answer(request); }) {
+  // A client of the control socket that went away is found out by the write that fails.
+  std::signal(SIGPIPE, SIG_IGN);
+  Vem::TaskSchedulerRoot::schedulerIs(scheduler_);
+  Snmp::agentStartUtcIs(Zavro::Duration(static_cast<double>(clock.utcNs()) / 1e9));
+  error_ = control_.error();
+  if (error_.empty()) start(etcd);
+}
+
+Daemon::~Daemon() {
+  if (cluster_ && snmp_) cluster_->snmpGoesDown();
+  snmp_.reset();
+  cluster_.reset();
+  Vem::TaskSchedulerRoot::schedulerIs(nullptr);
+}
+
+// The sources are followed before SNMP is up, so that the tables are filled soon.
+void Daemon::start(const EtcdSources* etcd) {
+  std::vector<Host::Cluster::MakeSource> sources;
+  for (const std::string& state : options_.states) {
+    sources.push_back([this, etcd, &state](Kelstore::Store& store) {
+      return sourceFor(state, options_, etcd, store, io_, clock_);
+    });
+  }
+  cluster_.emplace(sources, scheduler_);
+  snmp_.emplace(loop_, options_.snmp);
+  error_ = snmp_->error();
+  if (!error_.empty()) return;
+  cluster_->snmpIsUp();
+  untilReady_.emplace(loop_, [this] { tellWhenReady(); });
+}
+
+void Daemon::tellWhenReady() {
+  if (!cluster_->complete()) return;
+  systemd_.ready();
+  untilReady_->stop();
+}
+
+std::unique_ptr<Host::Reply> Daemon::answer(const std::string& request) const {
+  auto json = nlohmann::json::parse(request, nullptr, /*allow_exceptions=*/false);
+  if (!json.is_object() || !json.contains("op") || !json["op"].is_string()) {
+    return Host::errorReply(R"(expected a request such as {"op":"status"})");
+  }
+  const auto& op = json["op"].get_ref<const std::string&>();
+  if (op == Control::kOpTables) return Host::tableReport(cluster_->trelMib());
+  if (op == Control::kOpStatus) {
+    return Host::statusReport(
+        {options_.member, clock_.monotonicNs() - startedNs_, clock_.utcNs(), *snmp_, *cluster_, *scheduler_});
+  }
+  return Host::errorReply(fmt::format("found op \"{}\", expected {} or {}", op.substr(0, 40),
+                                      Control::kOpStatus, Control::kOpTables));
+}
+
+}  // namespace Trelsnmpd

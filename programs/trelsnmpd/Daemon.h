@@ -1,0 +1,59 @@
+// trelsnmpd's parts, put together. Built, run and destroyed on one thread.
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "host/Cluster.h"
+#include "host/ControlServer.h"
+#include "host/SnmpAgent.h"
+#include "host/TaskRunner.h"
+#include "platform/vem/Vem.h"
+#include "programs/trelsnmpd/Options.h"
+#include "runtime/EventLoop.h"
+#include "runtime/Systemd.h"
+#include "runtime/Threads.h"
+#include "runtime/UvIo.h"
+
+namespace Trelsnmpd {
+
+class Daemon {
+ public:
+  // Clock and threads must outlive the daemon; work may be under way on threads when it goes. `etcd` may be
+  // null when no such source is among the options.
+  Daemon(const Options& options, const EtcdSources* etcd, const Zavro::Clock& clock,
+         Runtime::Threads& threads);
+  ~Daemon();
+  Daemon(const Daemon&) = delete;
+  Daemon& operator=(const Daemon&) = delete;
+
+  // One line that says why it cannot run; empty when it can.
+  const std::string& error() const { return error_; }
+  // Serves until SIGTERM or SIGINT. Requires: error() is empty.
+  void run() { loop_.run(); }
+
+ private:
+  void start(const EtcdSources* etcd);
+  std::unique_ptr<Host::Reply> answer(const std::string& request) const;
+  void tellWhenReady();
+
+  const Options options_;
+  const Zavro::Clock& clock_;
+  const uint64_t startedNs_;
+  std::string error_;
+
+  Runtime::EventLoop loop_;
+  Vem::TimeSlice slice_;
+  Zavro::Ptr<Vem::TaskScheduler> scheduler_;
+  Host::TaskRunner tasks_;
+  Runtime::SignalWatch terminate_;
+  Runtime::SignalWatch interrupt_;
+  Runtime::Systemd systemd_;
+  Runtime::UvIo io_;
+  Host::ControlServer control_;
+  std::optional<Host::Cluster> cluster_;
+  std::optional<Host::SnmpAgent> snmp_;
+  std::optional<Runtime::TurnWatch> untilReady_;
+};
+
+}  // namespace Trelsnmpd

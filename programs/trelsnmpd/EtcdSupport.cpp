@@ -1,0 +1,26 @@
+#include "programs/trelsnmpd/EtcdSupport.h"
+
+#include "kelstore/etcd/AccessFiles.h"
+#include "kelstore/etcd/Address.h"
+#include "kelstore/etcd/EtcdSource.h"
+
+namespace Trelsnmpd {
+namespace {
+
+namespace Etcd = Kelstore::Etcd;
+
+}  // namespace
+
+void EtcdSupport::checkName(const std::string& name) const { Etcd::parseStore(name); }
+
+void EtcdSupport::checkFiles(const EtcdOptions& options) const { Etcd::checkAccess(options.access); }
+
+std::unique_ptr<Kelstore::Source> EtcdSupport::make(const std::string& name, const EtcdOptions& options,
+                                                    Kelstore::Store& store, Runtime::Io& io,
+                                                    const Zavro::Clock& clock) const {
+  Etcd::FollowSettings settings{Etcd::parseStore(name), options.access, options.holdSeconds,
+                                options.clearAfterHold, options.auditSeconds};
+  return std::make_unique<Etcd::EtcdSource>(name, settings, store, io, clock);
+}
+
+}  // namespace Trelsnmpd

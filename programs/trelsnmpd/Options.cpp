@@ -1,0 +1,171 @@
+#include "programs/trelsnmpd/Options.h"
+
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "host/TraceOptions.h"
+#include "host/control/ControlProtocol.h"
+#include "kelstore/etcd/AccessOptions.h"
+#include "kelstore/etcd/Address.h"
+#include "runtime/CommandLine.h"
+#include "runtime/StateDirectory.h"
+#include "runtime/Version.h"
+
+namespace Trelsnmpd {
+namespace {
+
+constexpr const char* kProgram = "trelsnmpd";
+constexpr const char* kIndexFile = "/storage-indexes.json";
+
+constexpr uint32_t kMaxHoldSeconds = 30 * 86'400;
+constexpr uint32_t kMaxAuditSeconds = 86'400;
+
+constexpr const char* kDescription =
+    "Serves the state of a switch cluster over SNMP: reachability, links and host resources of every "
+    "member,\n"
+    "as a standalone agent or as AgentX subagent of an existing snmpd.";
+
+constexpr const char* kFooter =
+    "Without options it serves this machine, as member 1 of a built-in example cluster, to this machine:\n"
+    "  trelsnmpd &\n"
+    "  snmpwalk -v2c -c public 127.0.0.1:1161 1.3.6.1.4.1\n"
+    "SNMPv3 boot counts and storage indexes are kept in $STATE_DIRECTORY (systemd), /var/lib/trelsnmpd "
+    "(root) or\n"
+    "$XDG_STATE_HOME/trelsnmpd (~/.local/state/trelsnmpd). Exit status: 0 after SIGTERM or SIGINT, 2 for\n"
+    "unusable arguments or configuration.";
+
+std::string readable(const std::string& path) {
+  return access(path.c_str(), R_OK) == 0 ? "" : fmt::format("{}: {}", path, std::strerror(errno));
+}
+
+void describeEtcd(CLI::App& app, EtcdOptions& options) {
+  app.add_option(
+         "--hold", options.holdSeconds,
+         fmt::format("Seconds for which what a lost store \"etcd:\" said last counts before it is stale, "
+                     "0 to {} (default: {})",
+                     kMaxHoldSeconds, options.holdSeconds))
+      ->type_name("SECONDS")
+      ->check(CLI::Range(0U, kMaxHoldSeconds).description(""));
+  app.add_option_function<std::string>(
+         "--after-hold", [&options](const std::string& text) { options.clearAfterHold = text == "clear"; },
+         "Whether it is served on then, or withdrawn until the store is back (default: keep)")
+      ->type_name("keep|clear")
+      ->check(Runtime::checking([](const std::string& text) {
+        Runtime::oneOf(text, {"keep", "clear"});
+      }));
+  app.add_option("--audit", options.auditSeconds,
+                 fmt::format("Seconds between two audits of a store, each of which reads everything anew and "
+                             "repairs what differs, 1 to {} (default: {})",
+                             kMaxAuditSeconds, options.auditSeconds))
+      ->type_name("SECONDS")
+      ->check(CLI::Range(1U, kMaxAuditSeconds).description(""));
+  Kelstore::Etcd::describeAccess(app, options.access);
+}
+
+void describe(CLI::App& app, Options& options, const EtcdSources* etcd) {
+  app.set_version_flag("--version", std::string("trelsnmpd ") + Runtime::kVersion,
+                       "Print the version and exit");
+  auto* listen = app.add_option(
+      "--listen", options.snmp.listen,
+      fmt::format("Transport address to serve SNMP at (default: {}); repeatable", Host::kDefaultListen));
+  listen->type_name("ADDRESS")->allow_extra_args(false);
+  app.add_option("--agentx", options.snmp.agentx,
+                 "Connect to the master agent at this address instead of listening, such as "
+                 "unix:/run/agentx/master")
+      ->type_name("ADDRESS")
+      ->excludes(listen);
+  app.add_option("--conf", options.snmp.conf,
+                 "File in snmpd.conf syntax: communities, SNMPv3 users, views (default: read-only community "
+                 "\"public\" from loopback, limited to the served tables and \"system\")")
+      ->type_name("FILE");
+  app.add_option(
+         "--state", options.states,
+         "Where the cluster's state comes from: \"local\" (this machine's own figures, as those of "
+         "the member that --member names), \"file:PATH\" (a JSON document, followed as it changes), "
+         "\"etcd:HOST:PORT[,HOST:PORT...]/PREFIX\" (the keys of an etcd cluster below the prefix, followed "
+         "as they change) or \"embedded\" (an example of three switches); repeatable, later sources override "
+         "earlier ones, but the storage mappings of \"local\" yield to all others (default: embedded, "
+         "then local)" +
+             std::string(etcd == nullptr ? ". This program does not have the source \"etcd:\"" : ""))
+      ->type_name("SOURCE")
+      ->allow_extra_args(false)
+      ->check(Runtime::checking([etcd](const std::string& source) { checkSource(source, etcd); }));
+  if (etcd != nullptr) describeEtcd(app, options.etcd);
+  app.add_option("--member", options.member, "Member id of this switch (default: 1)")
+      ->type_name("N")
+      ->check(CLI::Range(0, 255));
+  app.add_option(
+         "--interval", options.intervalSeconds,
+         fmt::format("Seconds between two looks of the source \"local\" at this machine, {} to {} "
+                     "(default: {})",
+                     Member::MachineFigures::kMinIntervalSeconds, Member::MachineFigures::kMaxIntervalSeconds,
+                     Member::MachineFigures::kDefaultIntervalSeconds))
+      ->type_name("SECONDS")
+      ->check(
+          CLI::Range(Member::MachineFigures::kMinIntervalSeconds, Member::MachineFigures::kMaxIntervalSeconds)
+              .description(""));
+  app.add_option("--index-file", options.indexFile,
+                 fmt::format("Where the source \"local\" keeps the storage indexes of its mount points "
+                             "(default: {})",
+                             options.indexFile))
+      ->type_name("PATH")
+      ->check(Runtime::checking([](const std::string& path) {
+        if (path.empty()) throw std::invalid_argument("found nothing, expected a path");
+      }));
+  app.add_option("--toggles", options.toggles, "The TrelCore.json of feature toggles (default: none)")
+      ->type_name("FILE")
+      ->check(CLI::Validator([](std::string& path) { return readable(path); }, ""));
+  app.add_option_function<std::string>(
+         "--trel-mode", [&options](const std::string& text) { options.trelMode = text == "on"; },
+         "Whether this switch is a member of a cluster; off ends the daemon (default: on)")
+      ->type_name("on|off")
+      ->check(Runtime::checking([](const std::string& text) {
+        Runtime::oneOf(text, {"on", "off"});
+      }));
+  app.add_option("--control", options.control,
+                 fmt::format("Unix socket for trelctl (default: {})", options.control))
+      ->type_name("PATH");
+  Host::describeTraces(app, options.log);
+}
+
+}  // namespace
+
+void checkSource(const std::string& source, const EtcdSources* etcd) {
+  constexpr std::string_view kFile = "file:";
+  if (source == "local" || source == "embedded") return;
+  if (source.starts_with(kFile) && source.size() > kFile.size()) return;
+  if (source.starts_with(Kelstore::Etcd::kScheme)) {
+    if (etcd == nullptr) throw std::invalid_argument("this program does not have the source \"etcd:\"");
+    return etcd->checkName(source);
+  }
+  throw std::invalid_argument(fmt::format("found \"{}\", expected local, file:PATH, {}embedded", source,
+                                          etcd == nullptr ? "or " : "etcd:HOST:PORT/PREFIX or "));
+}
+
+ParsedOptions parseOptions(int argc, const char* const* argv, const EtcdSources* etcd) {
+  ParsedOptions parsed;
+  Options& options = parsed.options;
+  options.control = Control::defaultSocketPath();
+  options.indexFile = Runtime::stateDirectory(kProgram) + kIndexFile;
+  CLI::App app(kDescription, kProgram);
+  app.footer(kFooter);
+  describe(app, options, etcd);
+  parsed.exitCode = Runtime::parseCommandLine(app, argc, argv, [&options, etcd] {
+    // It is one machine, as one member.
+    if (std::count(options.states.begin(), options.states.end(), "local") > 1) {
+      throw CLI::ValidationError("--state", "found local twice, expected it once");
+    }
+    try {
+      if (etcd != nullptr) etcd->checkFiles(options.etcd);
+    } catch (const std::invalid_argument& error) {
+      throw CLI::ValidationError(error.what());
+    }
+  });
+  if (options.states.empty()) options.states = {"embedded", "local"};
+  return parsed;
+}
+
+}  // namespace Trelsnmpd

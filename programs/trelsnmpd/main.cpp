@@ -1,0 +1,39 @@
+// trelsnmpd.
+#include <fmt/format.h>
+
+#include "host/TraceLog.h"
+#include "platform/toggles/Toggles.h"
+#include "platform/trel/Mode.h"
+#include "platform/zavro/Clock.h"
+#include "programs/trelsnmpd/Daemon.h"
+#include "programs/trelsnmpd/EtcdSupport.h"
+#include "programs/trelsnmpd/Options.h"
+#include "runtime/ExitStatus.h"
+
+namespace {
+
+int serve(const Trelsnmpd::Options& options, const Trelsnmpd::EtcdSources& etcd, Runtime::Threads& threads) {
+  Host::TraceLog log("trelsnmpd", options.log);
+  if (!options.toggles.empty()) Toggles::fileIs("TrelCore.json", options.toggles);
+  Trel::trelModeIs(options.trelMode);
+
+  Zavro::SystemClock clock;
+  Trelsnmpd::Daemon daemon(options, &etcd, clock, threads);
+  if (!daemon.error().empty()) {
+    fmt::print(stderr, "trelsnmpd: {}\n", daemon.error());
+    return Runtime::kUnusable;
+  }
+  daemon.run();
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  Trelsnmpd::EtcdSupport etcd;
+  auto [options, exitCode] = Trelsnmpd::parseOptions(argc, argv, &etcd);
+  if (exitCode >= 0) return exitCode;
+
+  Runtime::Threads threads;
+  return threads.exitStatus(serve(options, etcd, threads));
+}

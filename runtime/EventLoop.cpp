@@ -1,0 +1,59 @@
+#include "runtime/EventLoop.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <stdexcept>
+#include <string>
+
+namespace Runtime {
+
+EventLoop::EventLoop() {
+  int result = uv_loop_init(&loop_);
+  if (result != 0) throw std::runtime_error(std::string("no event loop: ") + uv_strerror(result));
+}
+
+EventLoop::~EventLoop() {
+  uv_run(&loop_, UV_RUN_DEFAULT);
+  if (uv_loop_close(&loop_) == 0) return;
+  std::fputs("EventLoop: destroyed while something still uses it\n", stderr);
+  std::abort();
+}
+
+Timer::Timer(EventLoop& loop, std::function<void()> elapsed)
+    : elapsed_(std::move(elapsed)),
+      timer_([&](uv_timer_t* timer) { return uv_timer_init(loop.uv(), timer); }) {
+  timer_->data = this;
+}
+
+void Timer::start(uint64_t milliseconds, uint64_t repeatMilliseconds) {
+  auto elapsed = [](uv_timer_t* timer) { static_cast<Timer*>(timer->data)->elapsed_(); };
+  uv_timer_start(timer_.get(), elapsed, milliseconds, repeatMilliseconds);
+}
+
+void Timer::stop() { uv_timer_stop(timer_.get()); }
+
+SignalWatch::SignalWatch(EventLoop& loop, int signal, std::function<void()> received)
+    : received_(std::move(received)),
+      signal_([&](uv_signal_t* handle) { return uv_signal_init(loop.uv(), handle); }) {
+  signal_->data = this;
+  uv_signal_start(
+      signal_.get(), [](uv_signal_t* handle, int) { static_cast<SignalWatch*>(handle->data)->received_(); },
+      signal);
+}
+
+ReadWatch::ReadWatch(EventLoop& loop, int fd, std::function<void()> readable)
+    : readable_(std::move(readable)),
+      poll_([&](uv_poll_t* poll) { return uv_poll_init(loop.uv(), poll, fd); }) {
+  poll_->data = this;
+  // An error is found out by whoever reads.
+  uv_poll_start(poll_.get(), UV_READABLE,
+                [](uv_poll_t* poll, int, int) { static_cast<ReadWatch*>(poll->data)->readable_(); });
+}
+
+TurnWatch::TurnWatch(EventLoop& loop, std::function<void()> turned)
+    : turned_(std::move(turned)), check_([&](uv_check_t* check) { return uv_check_init(loop.uv(), check); }) {
+  check_->data = this;
+  uv_check_start(check_.get(), [](uv_check_t* check) { static_cast<TurnWatch*>(check->data)->turned_(); });
+}
+
+}  // namespace Runtime

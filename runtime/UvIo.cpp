@@ -1,0 +1,161 @@
+#include "runtime/UvIo.h"
+
+#include <filesystem>
+#include <optional>
+
+namespace Runtime {
+namespace {
+
+// The callback is held by value while it runs, since it may destroy the activity.
+class OneShot final : public Io::Activity {
+ public:
+  OneShot(EventLoop& loop, uint64_t milliseconds, std::function<void()> elapsed)
+      : timer_(loop, [elapsed = std::move(elapsed)] {
+          auto call = elapsed;
+          call();
+        }) {
+    timer_.start(milliseconds);
+  }
+
+ private:
+  Timer timer_;
+};
+
+class Watch final : public Io::Activity {
+ public:
+  Watch(EventLoop& loop, const std::string& path, std::function<void()> changed)
+      : loop_(loop),
+        directory_(std::filesystem::path(path).parent_path()),
+        name_(std::filesystem::path(path).filename()),
+        changed_(std::move(changed)),
+        poll_([&](uv_fs_poll_t* poll) { return uv_fs_poll_init(loop.uv(), poll); }),
+        rearm_(loop, [this] {
+          // In another directory there is another file, whatever was noticed of the exchange.
+          if (watchDirectory()) changed_();
+        }) {
+    if (directory_.empty()) directory_ = ".";
+    poll_->data = this;
+    uv_fs_poll_start(
+        poll_.get(), [](uv_fs_poll_t* poll, int, const uv_stat_t*, const uv_stat_t*) { polled(poll); },
+        path.c_str(), static_cast<unsigned>(UvIo::kPollMs));
+    watchDirectory();
+    rearm_.start(UvIo::kPollMs, UvIo::kPollMs);
+  }
+
+ private:
+  static void polled(uv_fs_poll_t* poll) { static_cast<Watch*>(poll->data)->changed_(); }
+
+  static void directoryChanged(uv_fs_event_t* event, const char* file, int, int) {
+    auto* watch = static_cast<Watch*>(event->data);
+    // Without a name it may be any file.
+    if (file == nullptr || watch->name_ == file) watch->changed_();
+  }
+
+  // The directory may come, go and be replaced: it is watched as what stands there now. Returns whether it is
+  // another than before.
+  bool watchDirectory() {
+    struct stat now {};
+    bool there = ::stat(directory_.c_str(), &now) == 0;
+    ino_t inode = there ? now.st_ino : 0;
+    if (inode == inode_) return false;
+    inode_ = inode;
+    event_.reset();
+    if (!there) return true;
+    event_.emplace([this](uv_fs_event_t* event) { return uv_fs_event_init(loop_.uv(), event); });
+    event_->get()->data = this;
+    if (uv_fs_event_start(event_->get(), directoryChanged, directory_.c_str(), 0) != 0) event_.reset();
+    return true;
+  }
+
+  EventLoop& loop_;
+  std::string directory_;
+  std::string name_;
+  std::function<void()> changed_;
+  UvHandle<uv_fs_poll_t> poll_;
+  std::optional<UvHandle<uv_fs_event_t>> event_;
+  ino_t inode_ = 0;
+  Timer rearm_;
+};
+
+class AsyncWaker final : public Io::Waker {
+ public:
+  AsyncWaker(EventLoop& loop, std::function<void()> woken)
+      : woken_(std::move(woken)), async_([&](uv_async_t* async) {
+          return uv_async_init(loop.uv(), async, [](uv_async_t* one) {
+            auto call = static_cast<AsyncWaker*>(one->data)->woken_;
+            call();
+          });
+        }) {
+    async_->data = this;
+  }
+  void wake() override { uv_async_send(async_.get()); }
+
+ private:
+  std::function<void()> woken_;
+  UvHandle<uv_async_t> async_;
+};
+
+}  // namespace
+
+std::unique_ptr<Io::Waker> UvIo::waker(std::function<void()> woken) {
+  return std::make_unique<AsyncWaker>(loop_, std::move(woken));
+}
+
+std::unique_ptr<Io::Activity> UvIo::watch(const std::string& path, std::function<void()> changed) {
+  return std::make_unique<Watch>(loop_, path, std::move(changed));
+}
+
+std::unique_ptr<Io::Activity> UvIo::after(uint64_t milliseconds, std::function<void()> elapsed) {
+  return std::make_unique<OneShot>(loop_, milliseconds, std::move(elapsed));
+}
+
+UvIo::UvIo(EventLoop& loop, Threads& threads)
+    : loop_(loop), threads_(threads), wake_([&](uv_async_t* async) {
+        return uv_async_init(loop.uv(), async,
+                             [](uv_async_t* woken) { static_cast<UvIo*>(woken->data)->finishReturned(); });
+      }) {
+  wake_->data = this;
+  returned_->wake = wake_.get();
+}
+
+UvIo::~UvIo() {
+  std::lock_guard lock(returned_->mutex);
+  returned_->wake = nullptr;
+}
+
+void UvIo::offLoop(std::function<void()> work, std::function<void()> done) {
+  done_.emplace(++lastJob_, std::move(done));
+  waiting_.emplace_back(lastJob_, std::move(work));
+  if (!retry_) startWaiting();
+}
+
+void UvIo::startWaiting() {
+  retry_.reset();
+  while (!waiting_.empty()) {
+    // Captured under names of their own, as clang cannot capture a structured binding.
+    const auto& [number, given] = waiting_.front();
+    bool started = threads_.run([job = number, work = given, returned = returned_] {
+      work();
+      std::lock_guard lock(returned->mutex);
+      returned->jobs.push_back(job);
+      if (returned->wake != nullptr) uv_async_send(returned->wake);
+    });
+    if (!started) {
+      retry_ = after(kRetryMs, [this] { startWaiting(); });
+      return;
+    }
+    waiting_.pop_front();
+  }
+}
+
+// What `done` does may hand over further work, and wait for it on the loop's next turn.
+void UvIo::finishReturned() {
+  std::vector<uint64_t> jobs;
+  {
+    std::lock_guard lock(returned_->mutex);
+    jobs.swap(returned_->jobs);
+  }
+  for (uint64_t job : jobs) done_.extract(job).mapped()();
+}
+
+}  // namespace Runtime

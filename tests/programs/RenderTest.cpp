@@ -1,0 +1,88 @@
+// What trelctl prints for people.
+#include "programs/trelctl/Render.h"
+
+#include <gtest/gtest.h>
+
+namespace TrelCtl {
+namespace {
+
+TEST(RenderTest, TableIsAligned_NumbersToTheRight) {
+  Json rows = Json::parse(R"([{"srcId":1,"state":"reachable","n":10},{"srcId":255,"state":"up","n":null}])");
+  EXPECT_EQ(renderTable("t", rows),
+            "t:\n"
+            "  srcId  state      n\n"
+            "      1  reachable  10\n"
+            "    255  up         -\n");
+}
+
+TEST(RenderTest, TextBeyondAscii_TakesTheRoomOfItsCharacters) {
+  Json rows = Json::parse(R"([{"descr":"/größe","size":1},{"descr":"/data","size":20}])");
+  EXPECT_EQ(renderTable("t", rows),
+            "t:\n"
+            "  descr   size\n"
+            "  /größe     1\n"
+            "  /data     20\n");
+}
+
+TEST(RenderTest, EmptyTable_SaysSo) { EXPECT_EQ(renderTable("t", Json::array()), "t: empty\n"); }
+
+TEST(RenderTest, Status_OneLineAndTheListsWithErrorsBelow) {
+  Json status = Json::parse(R"({"daemon":"trelsnmpd","version":"0.1.0","member":3,"uptimeSeconds":93784.5,
+      "mode":"agentx","address":"unix:/m","connected":false,"ready":false,
+      "sources":[{"name":"file:/x","state":"stale","error":"/x: bad"},{"name":"embedded","state":"current","error":null}],
+      "collectors":[{"name":"users","state":"works","error":null},{"name":"mount /a","state":"hangs","error":"no answer"}],
+      "stores":[],"storeCounters":[],"setAside":[],"members":[],
+      "pipelines":[{"name":"p","ready":true,"idle":false}],"tasks":[],
+      "tables":[{"name":"t","rows":2,"version":7}]})");
+  EXPECT_EQ(renderStatus(status),
+            "trelsnmpd 0.1.0, member 3, up 1 d 2:03:04, agentx at unix:/m (not connected), not ready\n"
+            "\nsources:\n"
+            "  name      state\n"
+            "  file:/x   stale\n"
+            "  embedded  current\n"
+            "  error: /x: bad\n"
+            "\ncollectors:\n"
+            "  name      state  error\n"
+            "  users     works  -\n"
+            "  mount /a  hangs  no answer\n"
+            "\npipelines:\n"
+            "  name  ready  idle\n"
+            "  p     yes    no\n"
+            "\ntasks: none\n"
+            "\ntables:\n"
+            "  name  rows  version\n"
+            "  t        2        7\n");
+}
+
+TEST(RenderTest, Status_StoresWithTheirErrorsBelow_CountersAndMembers) {
+  Json status = Json::parse(R"({"daemon":"trelsnmpd","version":"0.1.0","member":3,"uptimeSeconds":1,
+      "mode":"standalone","address":"udp:1","connected":true,"ready":true,"sources":[],"collectors":[],
+      "stores":[{"source":"etcd:h:1/p","state":"held","endpoint":null,"lastError":"h:1: refused"}],
+      "storeCounters":[{"source":"etcd:h:1/p","revisions":4}],
+      "setAside":[{"source":"etcd:h:1/p","key":"p/sysname","error":"found 1"}],
+      "members":[{"source":"etcd:h:1/p","member":"1","leased":true,"leaseLeft":12,"lastChange":null}],
+      "pipelines":[],"tasks":[],"tables":[]})");
+  EXPECT_EQ(renderStatus(status),
+            "trelsnmpd 0.1.0, member 3, up 0:00:01, standalone at udp:1, ready\n"
+            "\nsources: none\n"
+            "\ncollectors: none\n"
+            "\nstores:\n"
+            "  source      state  endpoint\n"
+            "  etcd:h:1/p  held   -\n"
+            "  last error: h:1: refused\n"
+            "\nstore counters:\n"
+            "  source      revisions\n"
+            "  etcd:h:1/p          4\n"
+            "\nset aside:\n"
+            "  source      key        error\n"
+            "  etcd:h:1/p  p/sysname  found 1\n"
+            "\nmembers:\n"
+            "  source      member  leased  leaseLeft  lastChange\n"
+            "  etcd:h:1/p       1  yes            12  -\n"
+            "\npipelines: none\n"
+            "\ntasks: none\n"
+            "\ntables: none\n");
+}
+
+}  // namespace
+}  // namespace TrelCtl

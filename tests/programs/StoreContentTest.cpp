@@ -1,0 +1,136 @@
+// From keys to a document, and from a document to the changes that a store needs.
+#include "programs/trelctl/StoreContent.h"
+
+#include <gmock/gmock.h>
+
+#include <nlohmann/json.hpp>
+
+namespace TrelCtl {
+namespace {
+
+using Kelstore::Kind;
+using Kelstore::Path;
+using Kelstore::Etcd::Keys;
+using Kelstore::Etcd::Listing;
+using Kelstore::Etcd::Op;
+using testing::ElementsAre;
+using testing::Pair;
+
+const Keys kKeys("p");
+
+Listing listing(const std::vector<std::pair<std::string, std::string>>& entries) {
+  Listing all;
+  for (const auto& [key, value] : entries) {
+    all.keyValues.emplace_back();
+    all.keyValues.back().key = key;
+    all.keyValues.back().value = value;
+  }
+  return all;
+}
+
+Values valuesOf(std::string_view document) {
+  Values values;
+  for (auto& entry : Kelstore::parseDocument(document).values) {
+    if (!std::holds_alternative<Kelstore::Present>(entry.second)) values.insert(std::move(entry));
+  }
+  return values;
+}
+
+std::vector<std::string> rendered(const std::vector<Op>& ops) {
+  std::vector<std::string> texts;
+  for (const Op& op : ops) texts.push_back(op.what == Op::What::put ? op.key + "=" + op.value : "-" + op.key);
+  return texts;
+}
+
+TEST(StoreContentTest, ValuesNestByPath) {
+  StoreContent content = contentOf(
+      kKeys, listing({{"p/interfaces/Backplane1%2F1", R"({"ifIndex": 7})"},
+                      {"p/members/1/processors/2", R"({"load":3})"},
+                      {"p/members/1/storage/%2Fvar%2Flog", R"({"allocationUnits":1,"size":2,"free":3})"},
+                      {"p/sysname", R"("alpha")"}}));
+  EXPECT_EQ(Kelstore::documentOf(content.values), nlohmann::json::parse(R"({
+      "sysname": "alpha",
+      "interfaces": {"Backplane1/1": {"ifIndex": 7}},
+      "members": {"1": {"processors": {"2": {"load": 3}},
+                        "storage": {"/var/log": {"allocationUnits": 1, "size": 2, "free": 3}}}}})"));
+  EXPECT_THAT(content.setAside, ElementsAre());
+  EXPECT_EQ(Kelstore::documentOf({}).dump(), "{}");
+}
+
+TEST(StoreContentTest, BadKeysAndValuesAreSetAside_OtherKeysAreForeign) {
+  StoreContent content = contentOf(kKeys, listing({{"p/members/01/system", "{}"},
+                                                   {"p/members/1/processors/1", R"({"load": 70000})"},
+                                                   {"p/members/1/processors/2", "{"},
+                                                   {"p/members/1/processors/3", R"({"load": 1, "x": 2})"},
+                                                   {"p/notes", "call Bob"}}));
+  EXPECT_THAT(
+      content.setAside,
+      ElementsAre(Pair("p/members/01/system", "members/01: found \"01\", expected a member id, 0 to 255"),
+                  Pair("p/members/1/processors/1",
+                       "members/1/processors/1/load: found 70000, expected an integer from -32768 to "
+                       "32767"),
+                  Pair("p/members/1/processors/2", testing::StartsWith("members/1/processors/2:1:2: "))));
+  EXPECT_THAT(content.foreign, ElementsAre(Pair("p/notes", "notes: unknown, ignored")));
+  EXPECT_THAT(content.warnings, ElementsAre("members/1/processors/3/x: unknown member, ignored"));
+  EXPECT_EQ(content.values.size(), 1u);
+}
+
+TEST(StoreContentTest, OnlyDifferencesAreWritten) {
+  StoreContent now = contentOf(kKeys, listing({{"p/interfaces/a", R"( {"ifIndex" : 1} )"},
+                                               {"p/interfaces/b", R"({"ifIndex":2})"},
+                                               {"p/interfaces/c", R"({"ifIndex":"?"})"},
+                                               {"p/interfaces/d", R"({"ifIndex":4})"}}));
+  Values wanted = valuesOf(R"({"interfaces": {"a": {"ifIndex": 1}, "b": {"ifIndex": 22}, "c": {"ifIndex": 3},
+                                              "e": {"ifIndex": 5}}})");
+  Difference difference = differenceOf(kKeys, now, wanted, false);
+  EXPECT_THAT(rendered(difference.ops),
+              ElementsAre(R"(p/interfaces/b={"ifIndex":22})", R"(p/interfaces/c={"ifIndex":3})",
+                          R"(p/interfaces/e={"ifIndex":5})"));
+  EXPECT_EQ(difference.written, 3u);
+  EXPECT_EQ(difference.deleted, 0u);
+  EXPECT_EQ(difference.unchanged, 1u);
+}
+
+TEST(StoreContentTest, ReplaceDeletesTheRestOfTheState_NothingForeign_NoKeyTwice) {
+  StoreContent now = contentOf(kKeys, listing({{"p/interfaces/a", R"({"ifIndex":1})"},
+                                               {"p/interfaces/b", R"({"ifIndex":"?"})"},
+                                               {"p/interfaces/c", R"({"ifIndex":"?"})"},
+                                               {"p/members/%31/system", "{}"},
+                                               {"p/notes", "x"}}));
+  Difference difference =
+      differenceOf(kKeys, now, valuesOf(R"({"interfaces": {"b": {"ifIndex": 2}}})"), true);
+  EXPECT_THAT(rendered(difference.ops), ElementsAre(R"(p/interfaces/b={"ifIndex":2})", "-p/interfaces/a",
+                                                    "-p/interfaces/c", "-p/members/%31/system"));
+  EXPECT_EQ(difference.written, 1u);
+  EXPECT_EQ(difference.deleted, 3u);
+}
+
+TEST(StoreContentTest, WhatRowsAreComputedFromIsWrittenFirst) {
+  Values wanted = valuesOf(R"({"members": {"1": {"memory": {"free": 1}}}, "interfaces": {"a": {"ifIndex": 1}},
+      "storageMappings": {"memory": {"1": {"index": 1, "type": "1.3.6.1", "description": "RAM"}}}})");
+  Difference difference = differenceOf(kKeys, {}, wanted, false);
+  ASSERT_EQ(difference.ops.size(), 3u);
+  EXPECT_EQ(difference.ops[0].key, "p/storageMappings/memory/1");
+  EXPECT_EQ(difference.ops[1].key, "p/interfaces/a");
+  EXPECT_EQ(difference.ops[2].key, "p/members/1/memory");
+}
+
+TEST(StoreContentTest, TransactionsAreFullButNeverTooLarge) {
+  auto sizes = [](size_t count, size_t valueBytes, size_t maxOps, size_t maxBytes) {
+    std::vector<Op> ops;
+    for (size_t i = 0; i < count; ++i) ops.push_back({Op::What::put, "k", std::string(valueBytes, 'x')});
+    std::vector<size_t> all;
+    for (const auto& transaction : transactionsOf(std::move(ops), maxOps, maxBytes)) {
+      all.push_back(transaction.size());
+    }
+    return all;
+  };
+  EXPECT_THAT(sizes(0, 1, 3, 100), ElementsAre());
+  EXPECT_THAT(sizes(3, 1, 3, 100), ElementsAre(3));
+  EXPECT_THAT(sizes(7, 1, 3, 100), ElementsAre(3, 3, 1));
+  EXPECT_THAT(sizes(5, 9, 100, 20), ElementsAre(2, 2, 1));
+  EXPECT_THAT(sizes(2, 50, 100, 20), ElementsAre(1, 1));
+}
+
+}  // namespace
+}  // namespace TrelCtl

@@ -1,0 +1,92 @@
+// The program's command line and its configuration, which need no store.
+#include <gmock/gmock.h>
+
+#include <nlohmann/json.hpp>
+
+#include "tests/support/Process.h"
+#include "tests/support/TempDir.h"
+
+namespace Member {
+namespace {
+
+using testing::HasSubstr;
+using testing::StartsWith;
+
+class CommandLineTest : public testing::Test {
+ protected:
+  Support::Result run(std::vector<std::string> arguments) {
+    arguments.insert(arguments.begin(), TRELMEMBERD);
+    return Support::run(arguments);
+  }
+  Support::TempDir directory_;
+};
+
+TEST_F(CommandLineTest, Check_GoodConfigurationIsSilent) {
+  auto brief = run({"--check", TREL_EXAMPLES "/trelmemberd.json"});
+  EXPECT_EQ(brief.err + brief.out, "");
+  EXPECT_EQ(brief.status, 0);
+  auto result = run({"--config", TREL_EXAMPLES "/trelmemberd.json", "--check"});
+  EXPECT_EQ(result.err + result.out, "");
+  EXPECT_EQ(result.status, 0);
+}
+
+TEST_F(CommandLineTest, Check_ListsAllErrorsAndWarnings) {
+  std::string path =
+      directory_.write("c", R"({"member": 300, "store": "etcd:h/p", "x": 1, "access": {"cert": "/none"}})");
+  auto result = run({"--check", path});
+  EXPECT_EQ(result.status, 2);
+  EXPECT_THAT(result.err,
+              HasSubstr("trelmemberd: " + path + ": member: found 300, expected an integer from 0 to 255\n"));
+  EXPECT_THAT(result.err, HasSubstr("trelmemberd: " + path + ": store: found"));
+  EXPECT_THAT(result.err, HasSubstr("trelmemberd: " + path + ": access: "));
+  EXPECT_THAT(result.err, HasSubstr("trelmemberd: " + path + ": x: unknown member, ignored\n"));
+  EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 4) << result.err;
+}
+
+TEST_F(CommandLineTest, Check_WarningsAloneAreNoFailure) {
+  std::string path = directory_.write("c", R"({"member": 3, "store": "etcd:h:1/p", "x": 1})");
+  auto result = run({"--check", path});
+  EXPECT_EQ(result.err, "trelmemberd: " + path + ": x: unknown member, ignored\n");
+  EXPECT_EQ(result.status, 0);
+}
+
+TEST_F(CommandLineTest, UnusableConfiguration_EndsWithItsErrors) {
+  std::string path = directory_.write("c", R"({"member": 3})");
+  auto result = run({"--config", path});
+  EXPECT_EQ(result.err, "trelmemberd: " + path +
+                            ": store: found nothing, expected etcd:HOST:PORT[,HOST:PORT...]/PREFIX\n");
+  EXPECT_EQ(result.status, 2);
+}
+
+TEST_F(CommandLineTest, StoreThatIsNoEtcd_IsAnError) {
+  std::string path = directory_.write("c", R"({"member": 3, "store": "file:/x"})");
+  EXPECT_THAT(run({"--check", path}).err, HasSubstr("store: found \"file:/x\", expected etcd:HOST:PORT"));
+}
+
+TEST_F(CommandLineTest, UnusableArguments_OneLine) {
+  for (auto arguments : {std::vector<std::string>{}, {"--config"}, {"--nonsense"}, {"--check"}}) {
+    auto result = run(arguments);
+    EXPECT_EQ(result.status, 2);
+    EXPECT_THAT(result.err, StartsWith("trelmemberd: "));
+    EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
+  }
+}
+
+TEST_F(CommandLineTest, Mappings_AreADocumentWithTheRootInIt) {
+  std::string path = directory_.write("c", R"({"member": 3, "store": "etcd:h:1/p"})");
+  auto result = run({"--config", path, "--mappings"});
+  EXPECT_EQ(result.status, 0) << result.err;
+  auto mappings = nlohmann::json::parse(result.out)["storageMappings"];
+  EXPECT_EQ(mappings["memory"]["1"]["description"], "Physical memory");
+  EXPECT_EQ(mappings["mounts"]["/"]["description"], "/");
+  EXPECT_THAT(run({"--check", "--mappings", path}).err, HasSubstr("excludes"));
+}
+
+TEST_F(CommandLineTest, Version_AndHelp) {
+  EXPECT_THAT(run({"--version"}).out, StartsWith("trelmemberd "));
+  EXPECT_THAT(run({"--help"}).out, HasSubstr("--check"));
+  EXPECT_EQ(run({"--help"}).status, 0);
+}
+
+}  // namespace
+}  // namespace Member

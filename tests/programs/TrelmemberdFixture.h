@@ -1,0 +1,106 @@
+// What the tests of the program share: a real etcd, a client of it, and the program as a process.
+#pragma once
+
+#include <fmt/format.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <map>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <set>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "kelstore/etcd/Client.h"
+#include "tests/support/Etcd.h"
+#include "tests/support/Process.h"
+#include "tests/support/TempDir.h"
+
+namespace Member {
+
+using namespace std::chrono_literals;
+using Kelstore::Etcd::Client;
+using Kelstore::Etcd::KeyValue;
+using Support::Process;
+using Support::waitUntil;
+
+inline constexpr int kTtlSeconds = 3;
+// Keys that are gone much sooner were not left to run out, however busy the machine is.
+inline constexpr int kLongTtlSeconds = 60;
+
+class TrelmemberdTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    etcd_ = std::make_unique<Support::EtcdCluster>();
+    client_ = std::make_unique<Client>(etcd_->endpoints(), Kelstore::Etcd::Access());
+  }
+  static std::string loopback(int neighbour = 2, const std::string& interface = "Backplane1/2") {
+    return fmt::format(R"({{"member": {}, "interface": "{}", "device": "lo", "address": "127.0.0.1"}})",
+                       neighbour, interface);
+  }
+  std::string config(int member, const std::string& neighbours, int ttlSeconds = kTtlSeconds) {
+    return config(member, neighbours, etcd_->endpointList(), ttlSeconds);
+  }
+  std::string config(int member, const std::string& neighbours, const std::string& servers, int ttlSeconds) {
+    return directory_.write(fmt::format("{}.json", member),
+                            fmt::format(R"({{"member": {}, "store": "etcd:{}/trel", "ttl": {},
+                                             "figuresInterval": 1, "neighbours": [{}], "access": {}}})",
+                                        member, servers, ttlSeconds, neighbours, access_.dump()));
+  }
+  std::unique_ptr<Process> start(const std::string& config, const Support::Env& env = {}) {
+    return std::make_unique<Process>(Support::Argv{TRELMEMBERD, "--config", config}, env);
+  }
+  // All keys without the prefix. Throws when the store cannot be read, which is not to pass for an empty one.
+  std::map<std::string, KeyValue> keys() {
+    std::map<std::string, KeyValue> all;
+    auto listing = client_->range({"trel/", "trel0"});
+    if (!listing.ok()) throw std::runtime_error("keys: " + listing.status().ToString());
+    for (KeyValue& one : listing->keyValues) {
+      std::string name = one.key.substr(5);
+      all.emplace(name, std::move(one));
+    }
+    return all;
+  }
+  std::vector<std::string> names() {
+    std::vector<std::string> all;
+    for (const auto& [name, value] : keys()) all.push_back(name);
+    return all;
+  }
+  nlohmann::json value(const std::string& name) {
+    auto all = keys();
+    auto found = all.find(name);
+    return found == all.end() ? nlohmann::json() : nlohmann::json::parse(found->second.value);
+  }
+  bool awaitKey(const std::string& name, Support::Millis deadline = 10s) {
+    return waitUntil([&] { return keys().contains(name); }, deadline);
+  }
+  bool leaseIsGone(int64_t lease) { return absl::IsNotFound(client_->timeToLive(lease).status()); }
+  // Waits until the lease was renewed so many times: the time that it has left rises. Throws when it is gone.
+  bool awaitRenewals(int64_t lease, int count) {
+    auto last = std::chrono::seconds::max();
+    return waitUntil(
+        [&] {
+          auto time = client_->timeToLive(lease);
+          if (!time.ok()) throw std::runtime_error("lease: " + time.status().ToString());
+          if (time->left > std::exchange(last, time->left)) --count;
+          return count <= 0;
+        },
+        30s);
+  }
+  // Those of the keys; 0 among them when one has none.
+  std::set<int64_t> leases() {
+    std::set<int64_t> all;
+    for (const auto& [name, value] : keys()) all.insert(value.lease);
+    return all;
+  }
+
+  Support::TempDir directory_;
+  std::unique_ptr<Support::EtcdCluster> etcd_;
+  std::unique_ptr<Client> client_;
+  nlohmann::json access_ = nlohmann::json::object();  // that processes are configured with
+};
+
+}  // namespace Member

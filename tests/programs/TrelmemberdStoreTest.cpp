@@ -1,0 +1,152 @@
+// The program when its store is away, silent or empty, and when it wants to know who publishes.
+#include <gmock/gmock.h>
+
+#include <array>
+
+#include "programs/trelmemberd/EtcdLeaseStore.h"
+#include "tests/kelstore-etcd/SilentServer.h"
+#include "tests/programs/TrelmemberdFixture.h"
+#include "tests/support/EtcdAccess.h"
+#include "tests/support/Network.h"
+#include "tests/support/Relay.h"
+
+namespace Member {
+namespace {
+
+using testing::HasSubstr;
+
+TEST_F(TrelmemberdTest, StoreIsAwayForAWhile_GoesOnAndIsBack) {
+  auto process = start(config(1, loopback()));
+  ASSERT_TRUE(awaitKey("members/1/system")) << process->err();
+  etcd_->end(0);
+  EXPECT_TRUE(
+      waitUntil([&] { return process->err().find("the store cannot be used") != std::string::npos; }));
+  EXPECT_TRUE(process->running());
+  etcd_->start(0);
+  EXPECT_TRUE(
+      waitUntil([&] { return process->err().find("the store works again") != std::string::npos; }, 20s))
+      << process->err();
+  EXPECT_TRUE(awaitKey("members/1/system"));
+  int64_t revision = keys()["members/1/system"].modRevision;
+  EXPECT_TRUE(waitUntil([&] { return keys()["members/1/system"].modRevision > revision; }));
+}
+
+TEST_F(TrelmemberdTest, StoreComesBackEmpty_EverythingIsWrittenAnew) {
+  auto process = start(config(1, loopback()));
+  ASSERT_TRUE(awaitKey("members/1/system")) << process->err();
+  auto before = names();
+  etcd_->restartEmpty();
+  EXPECT_TRUE(waitUntil([&] { return names() == before; }, 20s)) << process->err();
+  EXPECT_THAT(process->err(), HasSubstr("is gone: everything is written anew"));
+}
+
+TEST_F(TrelmemberdTest, StoreIsAwayAtTheEnd_EndsSoonAllTheSame_AndSaysWhatStays) {
+  auto process = start(config(1, loopback(), kLongTtlSeconds));
+  ASSERT_TRUE(awaitKey("members/1/system")) << process->err();
+  etcd_->process(0)->signal(SIGSTOP);
+  EXPECT_EQ(process->stop(), 0) << process->err();
+  etcd_->process(0)->signal(SIGCONT);
+  EXPECT_THAT(process->err(), HasSubstr("is not given back: "));
+}
+
+TEST_F(TrelmemberdTest, FirstServersAreSilent_TheEndBeginsWithTheOneThatAnswers) {
+  Support::Relay silent(Support::portOf(etcd_->endpoint()));
+  Support::Relay silentToo(Support::portOf(etcd_->endpoint()));
+  for (Support::Relay* relay : {&silent, &silentToo}) relay->freeze();
+  auto servers = fmt::format("{},{},{}", silent.endpoint(), silentToo.endpoint(), etcd_->endpoint());
+  auto process = start(config(1, loopback(), servers, kLongTtlSeconds));
+  ASSERT_TRUE(awaitKey("members/1/system", 20s)) << process->err();
+  EXPECT_EQ(process->stop(), 0) << process->err();
+  EXPECT_TRUE(waitUntil([&] { return keys().empty(); })) << process->err();
+}
+
+// The program has no time to wait for silent servers first; here there is so much of it that it would be
+// seen: each of them takes the connection, and is given five seconds to speak.
+TEST(EtcdLeaseStoreTest, FirstServersAreSilent_TheLeaseIsGivenBackToTheOneThatAnswers) {
+  Support::EtcdCluster etcd;
+  std::array<Kelstore::Etcd::SilentServer, 3> silent;
+  Kelstore::Etcd::Address address{{}, "trel"};
+  for (const auto& server : silent) address.endpoints.push_back(server.endpoint());
+  address.endpoints.push_back(etcd.endpoint());
+  EtcdLeaseStore store(address, {}, {.renewal = 1s, .revocation = 100s});
+  Result<LeaseStore::Lease> granted;
+  ASSERT_TRUE(waitUntil(
+      [&] {
+        granted = store.grant(300s);
+        return std::holds_alternative<LeaseStore::Lease>(granted);
+      },
+      30s));
+  auto lease = std::get<LeaseStore::Lease>(granted);
+  auto begun = std::chrono::steady_clock::now();
+  EXPECT_TRUE(std::holds_alternative<std::monostate>(store.revoke(lease)));
+  EXPECT_LT(std::chrono::steady_clock::now() - begun, 10s);
+  Client client({etcd.endpoint()}, {});
+  EXPECT_TRUE(absl::IsNotFound(client.timeToLive(lease).status()));
+}
+
+TEST_F(TrelmemberdTest, ServerFallsSilentBeforeTheEnd_AnotherOneTakesTheLease) {
+  Support::Relay relay(Support::portOf(etcd_->endpoint()));
+  auto process = start(config(1, loopback(), relay.endpoint() + "," + etcd_->endpoint(), kLongTtlSeconds));
+  ASSERT_TRUE(awaitKey("members/1/system")) << process->err();
+  relay.freeze();
+  EXPECT_EQ(process->stop(), 0) << process->err();
+  EXPECT_TRUE(waitUntil([&] { return keys().empty(); })) << process->err();
+}
+
+// Servers that ask who it is: of the publisher, and of the test.
+class TrelmemberdAccessTest : public TrelmemberdTest {
+ protected:
+  void SetUp() override {}
+  void serversAre(const Support::EtcdOptions& options, const Kelstore::Etcd::Access& access) {
+    etcd_ = std::make_unique<Support::EtcdCluster>(options);
+    client_ = std::make_unique<Client>(etcd_->endpoints(), access);
+  }
+  // Publishes, renews the lease, and gives it back: every kind of call is let in.
+  void expectPublishes() {
+    auto process = start(config(1, loopback(), 9));
+    ASSERT_TRUE(awaitKey("members/1/system")) << process->err();
+    auto lease = leases();
+    EXPECT_TRUE(awaitRenewals(*lease.begin(), 1)) << process->err();
+    EXPECT_EQ(leases(), lease);
+    EXPECT_EQ(process->stop(), 0);
+    EXPECT_THAT(names(), testing::IsEmpty()) << process->err();
+    EXPECT_THAT(process->err(), testing::Not(HasSubstr("cannot be used")));
+  }
+  void expectIsRefused(const std::string& why) {
+    auto process = start(config(1, loopback()));
+    EXPECT_TRUE(waitUntil([&] { return process->err().find("cannot be used: ") != std::string::npos; }));
+    EXPECT_THAT(process->err(), HasSubstr(why));
+    EXPECT_THAT(names(), testing::IsEmpty());
+    EXPECT_EQ(process->stop(), 0) << process->err();
+  }
+};
+
+TEST_F(TrelmemberdAccessTest, ServerWantsACertificate_PublishesWithOneOfItsCaOnly) {
+  Support::Certificates certificates;
+  for (const char* ca : {"ca", "stranger"}) certificates.authority(ca);
+  for (const char* name : {"server", "test", "member"}) certificates.certificate(name, "ca");
+  certificates.certificate("intruder", "stranger");
+  serversAre(certificates.serverOptions("server", "ca"),
+             {certificates.certFile("ca"), certificates.certFile("test"), certificates.keyFile("test")});
+  auto showing = [&](const std::string& name) -> nlohmann::json {
+    return {{"ca", certificates.certFile("ca")},
+            {"cert", certificates.certFile(name)},
+            {"key", certificates.keyFile(name)}};
+  };
+  access_ = showing("member");
+  expectPublishes();
+  access_ = showing("intruder");
+  expectIsRefused(etcd_->endpoint());
+}
+
+TEST_F(TrelmemberdAccessTest, ServerWantsAUser_PublishesWithItsPasswordOnly) {
+  serversAre({}, {.credentialsFile = Support::writeLogin(directory_, "test", "root", "rootpw")});
+  Support::enableAuthentication(*etcd_);
+  access_ = {{"credentials", Support::writeLogin(directory_, "member", "trel", "secret")}};
+  expectPublishes();
+  access_ = {{"credentials", Support::writeLogin(directory_, "wrong", "trel", "wrong")}};
+  expectIsRefused("user \"trel\" of " + directory_.file("wrong") + " was refused");
+}
+
+}  // namespace
+}  // namespace Member
