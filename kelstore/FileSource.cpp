@@ -1,34 +1,12 @@
 #include "kelstore/FileSource.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <cstring>
-
-#include "platform/lumalog/Lumalog.h"
+#include "runtime/File.h"
+#include "runtime/Status.h"
 
 namespace Kelstore {
 namespace {
 
 constexpr uint64_t kNsPerMs = 1'000'000;
-
-class Descriptor {
- public:
-  // Not blocking, since anything may stand at the path, a pipe without a writer among them.
-  explicit Descriptor(const std::string& path)
-      : fd_(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)) {}
-  ~Descriptor() {
-    if (fd_ >= 0) ::close(fd_);
-  }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  int fd() const { return fd_; }
-
- private:
-  int fd_;
-};
 
 uint64_t nanoseconds(const timespec& time) {
   return static_cast<uint64_t>(time.tv_sec) * 1'000'000'000 + static_cast<uint64_t>(time.tv_nsec);
@@ -41,31 +19,6 @@ std::array<uint64_t, 6> signatureOf(const struct stat& file) {
           nanoseconds(file.st_mtim),
           nanoseconds(file.st_ctim),
           file.st_mode};
-}
-
-std::string notAFile(mode_t mode) {
-  const char* found = S_ISDIR(mode) ? "a directory" : S_ISFIFO(mode) ? "a pipe" : "no regular file";
-  return fmt::format("found {}, expected a file", found);
-}
-
-std::string tooLarge(uint64_t size, uint64_t maxBytes) {
-  return fmt::format("found {} bytes, expected at most {}", size, maxBytes);
-}
-
-// The rest of the file, or nothing with errno set.
-bool readAll(int fd, uint64_t sizeHint, uint64_t maxBytes, std::string& text) {
-  text.resize(sizeHint + 1);
-  size_t filled = 0;
-  while (filled <= maxBytes) {
-    ssize_t count = ::read(fd, text.data() + filled, text.size() - filled);
-    if (count < 0 && errno == EINTR) continue;
-    if (count < 0) return false;
-    if (count == 0) break;
-    filled += static_cast<size_t>(count);
-    if (filled == text.size()) text.resize(text.size() * 2);
-  }
-  text.resize(filled);
-  return true;
 }
 
 }  // namespace
@@ -131,25 +84,20 @@ bool FileSource::isFinal(const Attempt& attempt) {
 
 FileSource::Attempt FileSource::attempt(const std::string& path, uint64_t maxBytes, const Snapshot& before) {
   Attempt result;
-  auto failed = [&result](const std::string& error) {
-    result.reading.error = ": " + error;
+  auto failed = [&result](const absl::Status& error) {
+    result.reading.error = ": " + Runtime::textOf(error);
     return std::move(result);
   };
-  Descriptor file(path);
-  struct stat start {};
-  if (file.fd() < 0 || ::fstat(file.fd(), &start) != 0) return failed(std::strerror(errno));
-  result.signature = signatureOf(start);
-  if (!S_ISREG(start.st_mode)) return failed(notAFile(start.st_mode));
-  auto size = static_cast<uint64_t>(start.st_size);
-  if (size > maxBytes) return failed(tooLarge(size, maxBytes));
-  std::string text;
-  if (!readAll(file.fd(), size, maxBytes, text)) return failed(std::strerror(errno));
-  if (text.size() > maxBytes) return failed(tooLarge(text.size(), maxBytes));
-  struct stat end {};
-  if (::fstat(file.fd(), &end) != 0) return failed(std::strerror(errno));
+  absl::StatusOr<Runtime::File> file = Runtime::File::open(path);
+  if (!file.ok()) return failed(file.status());
+  result.signature = signatureOf(file->about());
+  absl::StatusOr<std::string> text = file->content(maxBytes);
+  if (!text.ok()) return failed(text.status());
+  absl::StatusOr<struct stat> end = file->aboutNow();
+  if (!end.ok()) return failed(end.status());
   // What was read while it was written may be half of one state and half of the next, and still parse.
-  if (signatureOf(end) != result.signature) return failed("changed while it was read");
-  result.reading = readingOf(text, before);
+  if (signatureOf(*end) != result.signature) return failed(absl::AbortedError("changed while it was read"));
+  result.reading = readingOf(*text, before);
   return result;
 }
 

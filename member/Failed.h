@@ -1,19 +1,20 @@
 // A failure of the system, in words.
 #pragma once
 
-#include <fmt/format.h>
-
-#include <cstring>
+#include <string>
 #include <string_view>
 
 #include "member/Machine.h"
+#include "runtime/Status.h"
 
 namespace Member {
 
-// "<what>: <what errno means>". On any thread, which strerror() is not for.
-inline Failure failed(std::string_view what, int error) {
-  const char* text = strerrordesc_np(error);
-  return {text == nullptr ? fmt::format("{}: error {}", what, error) : fmt::format("{}: {}", what, text)};
+// "<what>: <what is wrong>".
+inline Failure failed(std::string_view what, const absl::Status& error) {
+  return {Runtime::textOf(Runtime::errorOf(what, error))};
 }
+
+// The same of errno.
+inline Failure failed(std::string_view what, int error) { return failed(what, Runtime::systemError(error)); }
 
 }  // namespace Member

@@ -1,6 +1,7 @@
 #include "member/IndexFile.h"
 
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -11,6 +12,7 @@
 #include <set>
 
 #include "member/Failed.h"
+#include "runtime/File.h"
 #include "runtime/Text.h"
 
 namespace Member {
@@ -19,38 +21,8 @@ namespace {
 using Json = nlohmann::json;
 
 constexpr int kVersion = 1;
-constexpr off_t kMaxBytes = 64 << 20;
+constexpr uint64_t kMaxBytes = 64 << 20;
 constexpr int kMaxSetAside = 100;
-
-class File {
- public:
-  explicit File(int descriptor) : descriptor_(descriptor) {}
-  ~File() { close(); }
-  File(const File&) = delete;
-  File& operator=(const File&) = delete;
-  int get() const { return descriptor_; }
-  bool opened() const { return descriptor_ >= 0; }
-  void close() {
-    if (opened()) ::close(descriptor_);
-    descriptor_ = -1;
-  }
-
- private:
-  int descriptor_;
-};
-
-// The rest of the file; nothing, with errno set, when it cannot be read.
-std::optional<std::string> contentOf(int file) {
-  std::string content;
-  std::array<char, 65536> part{};
-  while (true) {
-    ssize_t count = read(file, part.data(), part.size());
-    if (count < 0 && errno == EINTR) continue;
-    if (count < 0) return std::nullopt;
-    if (count == 0) return content;
-    content.append(part.data(), static_cast<size_t>(count));
-  }
-}
 
 bool writeAll(int file, std::string_view content) {
   while (!content.empty()) {
@@ -99,17 +71,18 @@ Result<std::string> setAside(const std::string& path) {
 }  // namespace
 
 Result<KeptIndexes> readIndexes(const std::string& path) {
-  File file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-  if (!file.opened() && errno == ENOENT) return KeptIndexes();
-  struct stat found {};
-  if (!file.opened() || fstat(file.get(), &found) != 0) return failed(path, errno);
-  if (!S_ISREG(found.st_mode)) return Failure{path + ": found no regular file"};
+  absl::StatusOr<Runtime::File> file = Runtime::File::open(path);
+  if (absl::IsNotFound(file.status())) return KeptIndexes();
+  if (!file.ok()) return failed(path, file.status());
   KeptIndexes kept;
-  std::string damage = fmt::format("found {} bytes, expected at most {}", found.st_size, kMaxBytes);
-  if (found.st_size <= kMaxBytes) {
-    std::optional<std::string> content = contentOf(file.get());
-    if (!content) return failed(path, errno);
+  std::string damage;
+  absl::StatusOr<std::string> content = file->content(kMaxBytes);
+  if (content.ok()) {
     damage = damageOf(*content, kept.indexes);
+  } else if (absl::IsOutOfRange(content.status())) {
+    damage = Runtime::textOf(content.status());
+  } else {
+    return failed(path, content.status());
   }
   if (damage.empty()) return kept;
   Result<std::string> name = setAside(path);
@@ -128,7 +101,7 @@ Result<std::monostate> writeIndexes(const std::string& path, const StorageIndexe
   // Always the same name, so that one that was left behind, as by a loss of power, does not stay.
   std::string fresh = path + ".new";
   unlink(fresh.c_str());
-  File file(open(fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
+  Runtime::Descriptor file(open(fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
   if (!file.opened()) return failed(path, errno);
   std::string content = Json{{"version", kVersion}, {"mounts", indexes}}.dump(2) + "\n";
   bool written = fchmod(file.get(), 0644) == 0 && writeAll(file.get(), content) && fsync(file.get()) == 0 &&
@@ -139,7 +112,7 @@ Result<std::monostate> writeIndexes(const std::string& path, const StorageIndexe
     return failed(path, error);
   }
   // The name, too, is to survive a loss of power.
-  File entry(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  Runtime::Descriptor entry(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (entry.opened()) fsync(entry.get());
   return std::monostate();
 }

@@ -1,6 +1,7 @@
 #include "member/MountTable.h"
 
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <libmount.h>
 #include <sys/statvfs.h>
 #include <sys/sysmacros.h>

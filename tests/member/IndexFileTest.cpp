@@ -128,7 +128,7 @@ TEST_F(IndexFileTest, DamagedAgain_TheOneSetAsideBeforeStays) {
 
 TEST_F(IndexFileTest, SomethingElseStandsThere_ItIsAFailureAndStays) {
   std::filesystem::create_directory(path_);
-  EXPECT_EQ(failureOf(readIndexes(path_)), path_ + ": found no regular file");
+  EXPECT_EQ(failureOf(readIndexes(path_)), path_ + ": found a directory, expected a file");
   EXPECT_THAT(failureOf(writeIndexes(path_, {})), StartsWith(path_ + ": "));
   EXPECT_THAT(files(), ElementsAre("indexes.json"));
 }

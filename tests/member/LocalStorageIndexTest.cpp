@@ -151,7 +151,8 @@ TEST_F(LocalStorageTest, IndexFileThatCannotBeRead_IndexesAreGivenAndTheTroubleI
   mount("/", {4096, 100, 40});
   restart();
   EXPECT_EQ(life_->rows(), "/=1001");
-  EXPECT_THAT(life_->troubles(), ElementsAre("indexes fails: " + indexFile_ + ": found no regular file"));
+  EXPECT_THAT(life_->troubles(),
+              ElementsAre("indexes fails: " + indexFile_ + ": found a directory, expected a file"));
   look();
   EXPECT_TRUE(std::filesystem::is_directory(indexFile_));
 }

@@ -1,0 +1,71 @@
+#include "runtime/File.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "runtime/Status.h"
+
+namespace Runtime {
+namespace {
+
+absl::Status notAFile(mode_t mode) {
+  const char* found = S_ISDIR(mode) ? "a directory" : S_ISFIFO(mode) ? "a pipe" : "no regular file";
+  return absl::FailedPreconditionError(fmt::format("found {}, expected a file", found));
+}
+
+absl::Status tooLarge(uint64_t bytes, uint64_t maxBytes) {
+  return absl::OutOfRangeError(fmt::format("found {} bytes, expected at most {}", bytes, maxBytes));
+}
+
+}  // namespace
+
+Descriptor::~Descriptor() {
+  if (opened()) ::close(fd_);
+}
+
+absl::StatusOr<File> File::open(const std::string& path) {
+  File file(Descriptor(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)));
+  if (!file.descriptor_.opened()) return systemError(errno);
+  absl::StatusOr<struct stat> about = file.aboutNow();
+  if (!about.ok()) return about.status();
+  file.about_ = *about;
+  if (!S_ISREG(about->st_mode)) return notAFile(about->st_mode);
+  return file;
+}
+
+absl::StatusOr<struct stat> File::aboutNow() const {
+  struct stat about {};
+  if (::fstat(descriptor_.get(), &about) != 0) return systemError(errno);
+  return about;
+}
+
+// One byte more than there is to be is asked for, so that the end shows without another round.
+absl::StatusOr<std::string> File::content(uint64_t maxBytes) const {
+  auto size = static_cast<uint64_t>(about_.st_size);
+  if (size > maxBytes) return tooLarge(size, maxBytes);
+  std::string text(size + 1, '\0');
+  size_t filled = 0;
+  while (filled <= maxBytes) {
+    ssize_t count = ::read(descriptor_.get(), text.data() + filled, text.size() - filled);
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) return systemError(errno);
+    if (count == 0) break;
+    filled += static_cast<size_t>(count);
+    if (filled == text.size()) text.resize(text.size() * 2);
+  }
+  text.resize(filled);
+  if (filled > maxBytes) return tooLarge(filled, maxBytes);
+  return text;
+}
+
+absl::StatusOr<std::string> readFile(const std::string& path, uint64_t maxBytes) {
+  absl::StatusOr<File> file = File::open(path);
+  if (!file.ok()) return errorOf(path, file.status());
+  absl::StatusOr<std::string> text = file->content(maxBytes);
+  return text.ok() ? text : errorOf(path, text.status());
+}
+
+}  // namespace Runtime

@@ -1,0 +1,82 @@
+// Files, read whole: what is taken, and what is said of anything else.
+#include "runtime/File.h"
+
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include "runtime/Status.h"
+#include "tests/support/TempDir.h"
+
+namespace Runtime {
+namespace {
+
+class FileTest : public testing::Test {
+ protected:
+  std::string content(const std::string& name, uint64_t maxBytes = 100) const {
+    absl::StatusOr<std::string> text = readFile(dir_.file(name), maxBytes);
+    if (text.ok()) return *text;
+    std::string error = textOf(text.status());
+    return error.substr(dir_.path().string().size() + 1);
+  }
+  Support::TempDir dir_;
+};
+
+TEST_F(FileTest, AllOfIt) {
+  dir_.write("empty", "");
+  EXPECT_EQ(content("empty"), "");
+  std::string text = std::string("a\0b\n", 4) + std::string(96, 'x');
+  dir_.write("full", text);
+  EXPECT_EQ(content("full"), text);
+}
+
+TEST_F(FileTest, Larger_IsNotRead) {
+  dir_.write("large", std::string(101, 'x'));
+  EXPECT_EQ(content("large"), "large: found 101 bytes, expected at most 100");
+}
+
+// As in /proc, where a file's size is 0 whatever it holds.
+TEST_F(FileTest, SizeIsNotWhatItSays_ItIsReadToItsEnd) {
+  EXPECT_GT(readFile("/proc/self/status", 1 << 20)->size(), 500u);
+  EXPECT_TRUE(absl::IsOutOfRange(readFile("/proc/self/status", 100).status()));
+}
+
+TEST_F(FileTest, NotThere_HasACodeOfItsOwn) {
+  EXPECT_EQ(content("absent"), "absent: No such file or directory");
+  EXPECT_TRUE(absl::IsNotFound(File::open(dir_.file("absent")).status()));
+}
+
+TEST_F(FileTest, NoRegularFile_IsNamed_AndNotWaitedFor) {
+  std::filesystem::create_directory(dir_.file("directory"));
+  EXPECT_EQ(content("directory"), "directory: found a directory, expected a file");
+  ASSERT_EQ(mkfifo(dir_.file("pipe").c_str(), 0600), 0);
+  EXPECT_EQ(content("pipe"), "pipe: found a pipe, expected a file");
+  EXPECT_EQ(textOf(readFile("/dev/null", 1).status()), "/dev/null: found no regular file, expected a file");
+  EXPECT_FALSE(absl::IsNotFound(File::open(dir_.file("pipe")).status()));
+}
+
+// Opening a socket fails with ENXIO, which is not the same as nothing being there.
+TEST_F(FileTest, Socket_IsNotTakenForNothing) {
+  int socket = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  dir_.file("socket").copy(address.sun_path, sizeof address.sun_path - 1);
+  ASSERT_EQ(::bind(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+  absl::Status status = File::open(dir_.file("socket")).status();
+  EXPECT_FALSE(status.ok());
+  EXPECT_FALSE(absl::IsNotFound(status));
+  Descriptor closes(socket);
+}
+
+TEST_F(FileTest, ChangesWhileItIsOpen_ThatShows) {
+  std::string path = dir_.write("file", "old");
+  absl::StatusOr<File> file = File::open(path);
+  ASSERT_TRUE(file.ok());
+  EXPECT_EQ(file->aboutNow()->st_size, file->about().st_size);
+  dir_.write("file", "longer");
+  EXPECT_EQ(file->about().st_size, 3);
+  EXPECT_EQ(file->aboutNow()->st_size, 6);
+}
+
+}  // namespace
+}  // namespace Runtime
