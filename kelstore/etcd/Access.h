@@ -14,10 +14,11 @@ struct Access {
   // --etcd-cert, --etcd-key: our own certificate and its key, PEM; both or none.
   std::string certFile = {};
   std::string keyFile = {};
-  // --etcd-credentials: {"user": "...", "password": "..."}. It and the key are refused when others have a
-  // right to them.
+  // --etcd-credentials: {"user": "...", "password": "..."}. It and the key are refused when anybody
+  // but their owner has a right to them.
   std::string credentialsFile = {};
 
+  bool operator==(const Access&) const = default;
   bool tls() const { return !caFile.empty() || !certFile.empty(); }
 };
 

@@ -1,17 +1,12 @@
 #include "kelstore/etcd/AccessFiles.h"
 
-#include <fcntl.h>
 #include <fmt/format.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
-#include <array>
-#include <cerrno>
-#include <cstring>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
-#include "kelstore/Codec.h"
+#include "runtime/File.h"
+#include "runtime/Status.h"
 
 namespace Kelstore::Etcd {
 namespace {
@@ -19,7 +14,7 @@ namespace {
 using Json = nlohmann::json;
 
 constexpr size_t kMaxFileBytes = 1 << 20;
-constexpr mode_t kRightsOfOthers = S_IRWXO;
+constexpr mode_t kRightsOfOthers = S_IRWXG | S_IRWXO;
 
 enum class Holds : uint8_t { whatAllMayKnow, aSecret };
 
@@ -27,42 +22,21 @@ absl::Status wrong(const std::string& path, std::string_view what) {
   return absl::FailedPreconditionError(fmt::format("{}: {}", path, what));
 }
 
-class File {
- public:
-  explicit File(const std::string& path) : fd_(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)) {}
-  ~File() {
-    if (fd_ >= 0) close(fd_);
-  }
-  File(const File&) = delete;
-  File& operator=(const File&) = delete;
-  int fd() const { return fd_; }
-
- private:
-  int fd_;
-};
-
 absl::StatusOr<std::string> content(const std::string& path, Holds holds) {
-  File file(path);
-  struct stat about {};
-  if (file.fd() < 0 || fstat(file.fd(), &about) != 0) return wrong(path, std::strerror(errno));
-  if (!S_ISREG(about.st_mode)) return wrong(path, "not a regular file");
-  if (holds == Holds::aSecret && (about.st_mode & kRightsOfOthers) != 0) {
-    return wrong(path,
-                 fmt::format("found mode {:04o}, expected a file that others have no right to, such as 0600",
-                             about.st_mode & 07777u));
+  absl::StatusOr<Runtime::File> file = Runtime::File::open(path);
+  if (!file.ok()) return wrong(path, Runtime::textOf(file.status()));
+  mode_t mode = file->about().st_mode;
+  if (holds == Holds::aSecret && (mode & kRightsOfOthers) != 0) {
+    return wrong(path, fmt::format("found mode {:04o}, expected a file that nobody but its owner has a right "
+                                   "to, such as 0600",
+                                   mode & 07777u));
   }
-  std::string text;
-  std::array<char, 4096> bytes{};
-  ssize_t count = 0;
-  while (text.size() <= kMaxFileBytes && (count = read(file.fd(), bytes.data(), bytes.size())) > 0) {
-    text.append(bytes.data(), static_cast<size_t>(count));
-  }
-  if (count < 0) return wrong(path, std::strerror(errno));
-  if (text.size() > kMaxFileBytes) return wrong(path, fmt::format("longer than {} bytes", kMaxFileBytes));
+  absl::StatusOr<std::string> text = file->content(kMaxFileBytes);
+  if (!text.ok()) return wrong(path, Runtime::textOf(text.status()));
   return text;
 }
 
-// Appends the file's content; an empty path has none.
+// The file's content; an empty path has none.
 absl::Status pemIs(const std::string& path, Holds holds, std::string& target) {
   if (path.empty()) return absl::OkStatus();
   absl::StatusOr<std::string> text = content(path, holds);

@@ -1,4 +1,5 @@
-// Reads the files that it takes to be let in by etcd.
+// Reads the files that it takes to be let in by etcd. For threads that nobody waits for: the files may be on
+// a file system that hangs.
 #pragma once
 
 #include <absl/status/statusor.h>

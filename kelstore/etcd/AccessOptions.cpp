@@ -12,9 +12,11 @@ void describeAccess(CLI::App& app, Access& access) {
   file("--etcd-cert", access.certFile,
        "Certificate to show to the servers, PEM; makes it TLS; needs --etcd-key");
   file("--etcd-key", access.keyFile,
-       "Its key, PEM; refused when others have any right to it; needs --etcd-cert");
-  file("--etcd-credentials", access.credentialsFile,
-       "User and password, {\"user\": ..., \"password\": ...}; refused when others have any right to it");
+       "Its key, PEM; refused when anybody but its owner has a right to it; needs --etcd-cert");
+  file(
+      "--etcd-credentials", access.credentialsFile,
+      "User and password, {\"user\": ..., \"password\": ...}; refused when anybody but its owner has a right "
+      "to it");
 }
 
 }  // namespace Kelstore::Etcd

@@ -77,33 +77,33 @@ absl::StatusOr<std::shared_ptr<grpc::Channel>> makeChannel(const std::string& en
   return grpc::CreateCustomChannel(endpoint, *credentials, arguments());
 }
 
-absl::StatusOr<std::string> authenticate(const std::string& endpoint,
-                                         const std::shared_ptr<grpc::Channel>& channel, const Access& access,
-                                         std::chrono::system_clock::time_point deadline) {
-  if (access.credentialsFile.empty()) return std::string();
-  absl::StatusOr<Credentials> credentials = readCredentials(access);
+absl::StatusOr<LoggedIn> logIn(const std::string& endpoint, const Access& access,
+                               std::shared_ptr<grpc::Channel> channel, grpc::ClientContext& context,
+                               const std::function<void()>& filesRead) {
+  if (!channel) {
+    auto made = makeChannel(endpoint, access);
+    if (!made.ok()) return made.status();
+    channel = *std::move(made);
+  }
+  absl::StatusOr<Credentials> credentials = Credentials();
+  if (!access.credentialsFile.empty()) credentials = readCredentials(access);
   if (!credentials.ok()) return credentials.status();
-  grpc::ClientContext context;
-  context.set_deadline(deadline);
+  if (filesRead) filesRead();
+  if (credentials->user.empty()) return LoggedIn{std::move(channel), ""};
+
   addMetadata(context, "");
   etcdserverpb::AuthenticateRequest request;
   request.set_name(credentials->user);
   request.set_password(credentials->password);
   etcdserverpb::AuthenticateResponse response;
   grpc::Status status = etcdserverpb::Auth::NewStub(channel)->Authenticate(&context, request, &response);
-  return tokenOf(endpoint, access, credentials->user, status, response.token());
-}
-
-absl::StatusOr<std::string> tokenOf(const std::string& endpoint, const Access& access,
-                                    const std::string& user, const grpc::Status& status,
-                                    const std::string& token) {
-  if (status.ok()) return token;
-  if (says(status, "authentication is not enabled")) return std::string();
-  if (says(status, "authentication failed")) {
-    return absl::UnauthenticatedError(fmt::format("{}: user {} of {} was refused", endpoint,
-                                                  Runtime::inQuotes(user), access.credentialsFile));
-  }
-  return asStatus(endpoint, status);
+  if (status.ok()) return LoggedIn{std::move(channel), response.token()};
+  // Then it asks nobody who they are.
+  if (says(status, "authentication is not enabled")) return LoggedIn{std::move(channel), ""};
+  if (!says(status, "authentication failed")) return asStatus(endpoint, status);
+  return absl::UnauthenticatedError(fmt::format("{}: user {} of {} was refused", endpoint,
+                                                Runtime::inQuotes(credentials->user),
+                                                access.credentialsFile));
 }
 
 void addMetadata(grpc::ClientContext& context, const std::string& token) {

@@ -6,6 +6,7 @@
 #include <grpcpp/client_context.h>
 
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -25,23 +26,24 @@ inline constexpr int kMaxMessageBytes = 64 << 20;
 // the first call on it. FailedPrecondition when a certificate or key cannot be read.
 absl::StatusOr<std::shared_ptr<grpc::Channel>> makeChannel(const std::string& endpoint, const Access& access);
 
-// The token for calls of the user in the credentials file; empty when there is no such file, or when the
-// server asks nobody who they are. FailedPrecondition when the file cannot be used, Unauthenticated when the
-// server refuses the name or the password.
-absl::StatusOr<std::string> authenticate(const std::string& endpoint,
-                                         const std::shared_ptr<grpc::Channel>& channel, const Access& access,
-                                         std::chrono::system_clock::time_point deadline);
+struct LoggedIn {
+  std::shared_ptr<grpc::Channel> channel;
+  std::string token;  // for calls on it; empty: they need none
+};
 
-// The same of the server's answer to the user's name and password.
-absl::StatusOr<std::string> tokenOf(const std::string& endpoint, const Access& access,
-                                    const std::string& user, const grpc::Status& status,
-                                    const std::string& token);
+// A channel to the endpoint, unless there is one already, and a token for the user of the credentials file,
+// when there is such a file. Reads files, calls `filesRead`, and then asks the server, within the context.
+// FailedPrecondition when a file cannot be used, Unauthenticated when the server refuses the name or the
+// password. For threads that may wait.
+absl::StatusOr<LoggedIn> logIn(const std::string& endpoint, const Access& access,
+                               std::shared_ptr<grpc::Channel> channel, grpc::ClientContext& context,
+                               const std::function<void()>& filesRead = {});
 
 // What every call says of itself: its token, and that a server which knows no leader must not answer it from
 // what it remembers, nor let a watch wait for one.
 void addMetadata(grpc::ClientContext& context, const std::string& token);
 
-// Whether the token is not, or no longer, a valid one: authenticate() again.
+// Whether the token is not, or no longer, a valid one: logIn() again.
 bool tokenRefused(const grpc::Status& status);
 
 // Whether the server knew no leader, and so carried out nothing of the call.

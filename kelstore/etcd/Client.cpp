@@ -121,15 +121,13 @@ class Client::Impl {
   }
 
   absl::Status connect(Clock::time_point deadline) {
-    if (!channel_) {
-      auto channel = makeChannel(endpoint(), access_);
-      if (!channel.ok()) return channel.status();
-      channel_ = *std::move(channel);
-    }
-    if (token_) return absl::OkStatus();
-    absl::StatusOr<std::string> token = authenticate(endpoint(), channel_, access_, deadline);
-    if (!token.ok()) return token.status();
-    token_ = *std::move(token);
+    if (channel_ && token_) return absl::OkStatus();
+    grpc::ClientContext context;
+    context.set_deadline(deadline);
+    auto loggedIn = logIn(endpoint(), access_, channel_, context);
+    if (!loggedIn.ok()) return loggedIn.status();
+    channel_ = loggedIn->channel;
+    token_ = loggedIn->token;
     return absl::OkStatus();
   }
 

@@ -14,7 +14,7 @@ constexpr int kErrorLevel = 0;
 }  // namespace
 
 EtcdSource::EtcdSource(std::string name, const FollowSettings& settings, Store& store, Runtime::Io& io,
-                       const Zavro::Clock& clock)
+                       const Zavro::Clock& clock, Runtime::Threads& threads)
     : name_(std::move(name)),
       settings_(settings),
       store_(store),
@@ -23,7 +23,7 @@ EtcdSource::EtcdSource(std::string name, const FollowSettings& settings, Store& 
       layer_(store.layerIs()),
       waker_(io.waker([this] { take(); })),
       handover_([this] { waker_->wake(); }),
-      session_(settings, clock, handover_) {}
+      session_(settings, clock, handover_, threads) {}
 
 EtcdSource::~EtcdSource() {
   if (!thread_.joinable()) return;

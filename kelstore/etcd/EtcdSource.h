@@ -25,11 +25,11 @@ class EtcdSource final : public Source {
   static constexpr uint64_t kPatienceMs = 5'000;     // with the first listing, before the source settles
   static constexpr uint64_t kRetryThreadMs = 1'000;  // when the system has no thread left
 
-  // `name` is what status and log lines call it. Store, io and clock outlive the source; the clock is read on
-  // two threads.
+  // `name` is what status and log lines call it. Store, io, clock and threads outlive the source; the clock
+  // is read on two threads.
   EtcdSource(std::string name, const FollowSettings& settings, Store& store, Runtime::Io& io,
-             const Zavro::Clock& clock);
-  // Does not wait for any server.
+             const Zavro::Clock& clock, Runtime::Threads& threads);
+  // Does not wait for any server, nor for any file.
   ~EtcdSource() override;
 
   void start() override;

@@ -13,6 +13,7 @@
 #include "kelstore/etcd/Feed.h"
 #include "kelstore/etcd/Follower.h"
 #include "kelstore/etcd/Keys.h"
+#include "kelstore/etcd/Login.h"
 #include "kelstore/etcd/rpc.grpc.pb.h"
 
 namespace Kelstore::Etcd {
@@ -61,15 +62,16 @@ PageFailure failureOf(const grpc::Status& status) {
   return messageTooLarge(status) ? PageFailure::tooLarge : PageFailure::other;
 }
 
-// What is called, once, when an operation on the queue is done. Holds what the operation uses.
-using Done = std::function<void(bool ok)>;
+// Holds what the operation uses.
+using Done = Login::Done;
 void* tag(Done done) { return new Done(std::move(done)); }
 
 }  // namespace
 
 class Session::Impl {
  public:
-  Impl(const FollowSettings& settings, const Zavro::Clock& clock, Handover& handover)
+  Impl(const FollowSettings& settings, const Zavro::Clock& clock, Handover& handover,
+       Runtime::Threads& threads)
       : settings_(settings),
         clock_(clock),
         keys_(Keys(settings.address.prefix).all()),
@@ -77,7 +79,8 @@ class Session::Impl {
                    uint64_t{settings.auditSeconds} * 1000},
                   Runtime::unforeseenRandom()),
         feed_(settings.address.endpoints, Keys(settings.address.prefix), settings.clearAfterHold, clock,
-              handover) {}
+              handover),
+        login_(queue_, threads) {}
 
   void run() {
     follower_.start(nowMs());
@@ -163,14 +166,10 @@ class Session::Impl {
 
   void carryOut(const Connect& command) {
     close();
-    const std::string& endpoint = settings_.address.endpoints[command.endpoint];
-    auto channel = makeChannel(endpoint, settings_.access);
-    if (!channel.ok()) return follower_.lost(nowMs(), std::string(channel.status().message()));
     connection_ = std::make_shared<Connection>();
-    connection_->endpoint = endpoint;
-    connection_->channel = *channel;
+    connection_->endpoint = settings_.address.endpoints[command.endpoint];
     leaseAtMs_ = nowMs() + kLeaseLeastMs;
-    if (!settings_.access.credentialsFile.empty()) authenticate(connection_);
+    logIn(connection_);
   }
 
   void carryOut(const ReadPage& command) {
@@ -197,13 +196,14 @@ class Session::Impl {
     connection_->watch.reset();
     connection_.reset();
     waiting_.clear();
-    authenticating_ = false;
+    login_.cancel();
+    loggingIn_ = false;
     leaseAtMs_ = Follower::kNever;
   }
 
   void whenLetIn(std::function<void(const ConnectionPtr&)> call) {
     if (!connection_) return;
-    if (authenticating_) {
+    if (loggingIn_) {
       waiting_.push_back(std::move(call));
     } else {
       call(connection_);
@@ -229,29 +229,22 @@ class Session::Impl {
                          }));
   }
 
-  void authenticate(const ConnectionPtr& connection) {
-    authenticating_ = true;
-    absl::StatusOr<Credentials> credentials = readCredentials(settings_.access);
-    if (!credentials.ok()) {
-      close();
-      return follower_.lost(nowMs(), std::string(credentials.status().message()));
-    }
-    connection->token.clear();
-    etcdserverpb::AuthenticateRequest request;
-    request.set_name(credentials->user);
-    request.set_password(credentials->password);
-    auto call = make<Call<etcdserverpb::AuthenticateResponse>>(connection);
-    call->reader =
-        etcdserverpb::Auth::NewStub(connection->channel)->AsyncAuthenticate(&call->context, request, &queue_);
-    finish(connection, call,
-           [this, connection, user = credentials->user](Call<etcdserverpb::AuthenticateResponse>& done) {
-             auto token =
-                 tokenOf(connection->endpoint, settings_.access, user, done.status, done.response.token());
-             if (!token.ok()) return follower_.lost(nowMs(), std::string(token.status().message()));
-             connection->token = *std::move(token);
-             authenticating_ = false;
-             for (const auto& waiting : std::exchange(waiting_, {})) waiting(connection);
-           });
+  void logIn(const ConnectionPtr& connection) {
+    loggingIn_ = true;
+    absl::Status started = login_.start(
+        connection->endpoint, settings_.access, connection->channel,
+        [this, connection](absl::StatusOr<LoggedIn> result) { loggedIn(connection, std::move(result)); });
+    if (started.ok()) return;
+    close();
+    follower_.lost(nowMs(), std::string(started.message()));
+  }
+
+  void loggedIn(const ConnectionPtr& connection, absl::StatusOr<LoggedIn> result) {
+    if (!result.ok()) return follower_.lost(nowMs(), std::string(result.status().message()));
+    connection->channel = std::move(result->channel);
+    connection->token = std::move(result->token);
+    loggingIn_ = false;
+    for (const auto& call : std::exchange(waiting_, {})) call(connection);
   }
 
   // Whether there is to be another try with a new token.
@@ -272,7 +265,7 @@ class Session::Impl {
         etcdserverpb::KV::NewStub(connection->channel)->AsyncRange(&call->context, request, &queue_);
     finish(connection, call, [this, connection, command](Call<etcdserverpb::RangeResponse>& done) {
       if (renews(connection, done.status)) {
-        authenticate(connection);
+        logIn(connection);
         whenLetIn([this, command](const ConnectionPtr& again) { readPage(again, command); });
       } else if (done.status.ok()) {
         follower_.pageRead(nowMs(), command.number, pageOf(done.response));
@@ -339,7 +332,7 @@ class Session::Impl {
   void askForLease(uint64_t now) {
     leaseAtMs_ = now + std::max<uint64_t>(kLeaseLeastMs, kLeaseRoundMs / std::max<size_t>(feed_.leases(), 1));
     std::optional<int64_t> lease = feed_.nextLease();
-    if (!lease || askingForLease_ || authenticating_ || !connection_) return;
+    if (!lease || askingForLease_ || loggingIn_ || !connection_) return;
     etcdserverpb::LeaseTimeToLiveRequest request;
     request.set_id(*lease);
     auto call = make<Call<etcdserverpb::LeaseTimeToLiveResponse>>(connection_);
@@ -365,14 +358,16 @@ class Session::Impl {
   grpc::Alarm alarm_;
   std::unique_ptr<Done> stop_ = std::make_unique<Done>([this](bool /*ok*/) { stopping_ = true; });
   ConnectionPtr connection_;
-  bool authenticating_ = false;
-  std::vector<std::function<void(const ConnectionPtr&)>> waiting_;  // for the token
+  Login login_;
+  bool loggingIn_ = false;
+  std::vector<std::function<void(const ConnectionPtr&)>> waiting_;  // for the login
   uint64_t leaseAtMs_ = Follower::kNever;
   bool askingForLease_ = false;
 };
 
-Session::Session(const FollowSettings& settings, const Zavro::Clock& clock, Handover& handover)
-    : impl_(std::make_unique<Impl>(settings, clock, handover)) {}
+Session::Session(const FollowSettings& settings, const Zavro::Clock& clock, Handover& handover,
+                 Runtime::Threads& threads)
+    : impl_(std::make_unique<Impl>(settings, clock, handover, threads)) {}
 
 Session::~Session() = default;
 

@@ -10,6 +10,7 @@
 #include "kelstore/etcd/Address.h"
 #include "kelstore/etcd/Handover.h"
 #include "platform/zavro/Clock.h"
+#include "runtime/Threads.h"
 
 namespace Kelstore::Etcd {
 
@@ -23,8 +24,10 @@ struct FollowSettings {
 
 class Session {
  public:
-  // Clock and handover outlive the session; they are used on the thread.
-  Session(const FollowSettings& settings, const Zavro::Clock& clock, Handover& handover);
+  // All but the settings outlive the session; clock and handover are used on its thread. What may hang is
+  // done on one of `threads`, which may still be busy when the session is gone.
+  Session(const FollowSettings& settings, const Zavro::Clock& clock, Handover& handover,
+          Runtime::Threads& threads);
   ~Session();
 
   // Follows the store until stop(). On a thread of its own.

@@ -105,8 +105,8 @@ Result<LeaseStore::Written> EtcdLeaseStore::write(const std::vector<Change>& cha
 }
 
 std::string EtcdLeaseStore::endpoint() const {
-  std::lock_guard lock(calls_.mutex);
-  return calls_.client.endpoint();
+  std::lock_guard lock(answeringMutex_);
+  return answering_;
 }
 
 }  // namespace Member

@@ -46,8 +46,8 @@ class EtcdLeaseStore final : public LeaseStore {
   // These wait for no other call.
   Locked renewals_;
   Locked revocations_;
-  std::mutex answeringMutex_;  // the last one that is locked; guards answering_
-  std::string answering_;      // who answered last
+  mutable std::mutex answeringMutex_;  // the last one that is locked; guards answering_
+  std::string answering_;              // who answered last
 };
 
 }  // namespace Member

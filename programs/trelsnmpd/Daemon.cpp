@@ -22,7 +22,7 @@ constexpr std::string_view kFile = "file:";
 
 std::unique_ptr<Kelstore::Source> sourceFor(const std::string& state, const Options& options,
                                             const EtcdSources* etcd, Kelstore::Store& store, Runtime::Io& io,
-                                            const Zavro::Clock& clock) {
+                                            const Zavro::Clock& clock, Runtime::Threads& threads) {
   if (state == "local") {
     Member::LocalSource::Settings settings{options.member, options.intervalSeconds, options.indexFile};
     return std::make_unique<Member::LocalSource>(settings, std::make_shared<Member::LinuxMachine>(), store,
@@ -33,7 +33,7 @@ std::unique_ptr<Kelstore::Source> sourceFor(const std::string& state, const Opti
   }
   if (state.starts_with(Kelstore::Etcd::kScheme)) {
     zavroAssert(etcd != nullptr);
-    return etcd->make(state, options.etcd, store, io, clock);
+    return etcd->make(state, options.etcd, store, io, clock, threads);
   }
   return std::make_unique<Kelstore::EmbeddedSource>(kExampleState, store, clock);
 }
@@ -44,6 +44,7 @@ Daemon::Daemon(const Options& options, const EtcdSources* etcd, const Zavro::Clo
                Runtime::Threads& threads)
     : options_(options),
       clock_(clock),
+      threads_(threads),
       startedNs_(clock.monotonicNs()),
       slice_(clock),
       scheduler_(Zavro::makePtr<Vem::TaskScheduler>(slice_)),
@@ -73,7 +74,7 @@ void Daemon::start(const EtcdSources* etcd) {
   std::vector<Host::Cluster::MakeSource> sources;
   for (const std::string& state : options_.states) {
     sources.push_back([this, etcd, &state](Kelstore::Store& store) {
-      return sourceFor(state, options_, etcd, store, io_, clock_);
+      return sourceFor(state, options_, etcd, store, io_, clock_, threads_);
     });
   }
   cluster_.emplace(sources, scheduler_);

@@ -39,6 +39,7 @@ class Daemon {
 
   const Options options_;
   const Zavro::Clock& clock_;
+  Runtime::Threads& threads_;
   const uint64_t startedNs_;
   std::string error_;
 

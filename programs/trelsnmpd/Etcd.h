@@ -10,6 +10,7 @@
 #include "kelstore/Store.h"
 #include "kelstore/etcd/Access.h"
 #include "runtime/Io.h"
+#include "runtime/Threads.h"
 
 namespace Trelsnmpd {
 
@@ -27,10 +28,11 @@ class EtcdSources {
   virtual void checkName(const std::string& name) const = 0;
   // The same for the files.
   virtual void checkFiles(const EtcdOptions& options) const = 0;
-  // Requires: both have been checked. Store, io and clock outlive the source.
+  // Requires: both have been checked. Store, io, clock and threads outlive the source.
   virtual std::unique_ptr<Kelstore::Source> make(const std::string& name, const EtcdOptions& options,
                                                  Kelstore::Store& store, Runtime::Io& io,
-                                                 const Zavro::Clock& clock) const = 0;
+                                                 const Zavro::Clock& clock,
+                                                 Runtime::Threads& threads) const = 0;
 };
 
 }  // namespace Trelsnmpd

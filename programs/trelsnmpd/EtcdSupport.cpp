@@ -17,10 +17,11 @@ void EtcdSupport::checkFiles(const EtcdOptions& options) const { Etcd::checkAcce
 
 std::unique_ptr<Kelstore::Source> EtcdSupport::make(const std::string& name, const EtcdOptions& options,
                                                     Kelstore::Store& store, Runtime::Io& io,
-                                                    const Zavro::Clock& clock) const {
+                                                    const Zavro::Clock& clock,
+                                                    Runtime::Threads& threads) const {
   Etcd::FollowSettings settings{Etcd::parseStore(name), options.access, options.holdSeconds,
                                 options.clearAfterHold, options.auditSeconds};
-  return std::make_unique<Etcd::EtcdSource>(name, settings, store, io, clock);
+  return std::make_unique<Etcd::EtcdSource>(name, settings, store, io, clock, threads);
 }
 
 }  // namespace Trelsnmpd

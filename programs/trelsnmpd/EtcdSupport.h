@@ -10,8 +10,8 @@ class EtcdSupport final : public EtcdSources {
   void checkName(const std::string& name) const override;
   void checkFiles(const EtcdOptions& options) const override;
   std::unique_ptr<Kelstore::Source> make(const std::string& name, const EtcdOptions& options,
-                                         Kelstore::Store& store, Runtime::Io& io,
-                                         const Zavro::Clock& clock) const override;
+                                         Kelstore::Store& store, Runtime::Io& io, const Zavro::Clock& clock,
+                                         Runtime::Threads& threads) const override;
 };
 
 }  // namespace Trelsnmpd

@@ -1,6 +1,7 @@
 // Files with certificates and credentials: what is taken, and the line that anything else gets.
 #include "kelstore/etcd/AccessFiles.h"
 
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 
@@ -49,16 +50,19 @@ TEST_F(EtcdAccessTest, CredentialsAreReadEachTime) {
   EXPECT_EQ(readCredentials(access)->user, "other");
 }
 
-TEST_F(EtcdAccessTest, SecretsThatOthersMayReadOrWriteAreRefused) {
-  EXPECT_EQ(credentialsFault(kGood, 0604),
-            "login: found mode 0604, expected a file that others have no right to, such as 0600");
-  EXPECT_EQ(credentialsFault(kGood, 0602),
-            "login: found mode 0602, expected a file that others have no right to, such as 0600");
-  EXPECT_EQ(credentialsFault(kGood, 0640), "nothing");
-  EXPECT_EQ(credentialsFault(kGood, 0400), "nothing");
+TEST_F(EtcdAccessTest, SecretsThatTheGroupOrOthersHaveARightToAreRefused) {
   std::string cert = fileOf("cert", kPem, 0644);
-  EXPECT_EQ(fault({.certFile = cert, .keyFile = fileOf("key", kPem, 0644)}),
-            "key: found mode 0644, expected a file that others have no right to, such as 0600");
+  for (int mode : {0640, 0620, 0610, 0604, 0602, 0601, 0666}) {
+    std::string refused = fmt::format(
+        ": found mode {:04o}, expected a file that nobody but its owner has a right to, such as 0600", mode);
+    EXPECT_EQ(credentialsFault(kGood, static_cast<mode_t>(mode)), "login" + refused);
+    EXPECT_EQ(fault({.certFile = cert, .keyFile = fileOf("key", kPem, static_cast<mode_t>(mode))}),
+              "key" + refused);
+  }
+  for (mode_t mode : {0600, 0400, 0700}) {
+    EXPECT_EQ(credentialsFault(kGood, mode), "nothing");
+    EXPECT_EQ(fault({.certFile = cert, .keyFile = fileOf("key", kPem, mode)}), "nothing");
+  }
 }
 
 TEST_F(EtcdAccessTest, BadCredentialsFilesAreNamed_NothingInThemIsShown) {
@@ -69,12 +73,13 @@ TEST_F(EtcdAccessTest, BadCredentialsFilesAreNamed_NothingInThemIsShown) {
         R"({"user": "trel", "password": "secret", "more": 1})", R"({"user": "trel", "password": "secret)"}) {
     EXPECT_EQ(credentialsFault(bad), kExpected) << bad;
   }
-  EXPECT_EQ(credentialsFault(std::string((1 << 20) + 1, ' ')), "login: longer than 1048576 bytes");
+  EXPECT_EQ(credentialsFault(std::string((1 << 20) + 1, ' ')),
+            "login: found 1048577 bytes, expected at most 1048576");
   EXPECT_EQ(fault({.credentialsFile = directory.file("absent")}), "absent: No such file or directory");
   std::filesystem::create_directory(directory.path() / "dir");
-  EXPECT_EQ(fault({.credentialsFile = directory.file("dir")}), "dir: not a regular file");
+  EXPECT_EQ(fault({.credentialsFile = directory.file("dir")}), "dir: found a directory, expected a file");
   ASSERT_EQ(mkfifo(directory.file("fifo").c_str(), 0600), 0);
-  EXPECT_EQ(fault({.credentialsFile = directory.file("fifo")}), "fifo: not a regular file");
+  EXPECT_EQ(fault({.credentialsFile = directory.file("fifo")}), "fifo: found a pipe, expected a file");
 }
 
 TEST_F(EtcdAccessTest, CertificateAndKeyGoTogether) {

@@ -87,12 +87,12 @@ TEST_F(EtcdAuthTest, TokenRanOut_AnotherOneIsAskedFor) {
   Access access = login("trel", "secret");
   Client client(server->endpoints(), access);
   EXPECT_TRUE(client.put("trel/a", "1").ok());
-  auto channel = makeChannel(server->endpoint(), access);
-  ASSERT_TRUE(channel.ok());
-  auto token = authenticate(server->endpoint(), *channel, access, std::chrono::system_clock::now() + 5s);
-  ASSERT_TRUE(token.ok()) << token.status();
-  ASSERT_NE(*token, "");
-  auto kv = etcdserverpb::KV::NewStub(*channel);
+  grpc::ClientContext login;
+  login.set_deadline(std::chrono::system_clock::now() + 5s);
+  auto loggedIn = logIn(server->endpoint(), access, nullptr, login);
+  ASSERT_TRUE(loggedIn.ok()) << loggedIn.status();
+  ASSERT_NE(loggedIn->token, "");
+  auto kv = etcdserverpb::KV::NewStub(loggedIn->channel);
   // Each use gives the token another second, so that it is left alone for longer and longer.
   Millis pause = 1s;
   bool refused = waitUntil(
@@ -103,7 +103,7 @@ TEST_F(EtcdAuthTest, TokenRanOut_AnotherOneIsAskedFor) {
         request.set_key("trel/a");
         etcdserverpb::RangeResponse response;
         grpc::ClientContext context;
-        addMetadata(context, *token);
+        addMetadata(context, loggedIn->token);
         return tokenRefused(kv->Range(&context, request, &response));
       },
       20s);

@@ -1,6 +1,7 @@
 // The source against real servers: with its own thread, and an event loop that the test turns.
 #include "kelstore/etcd/EtcdSource.h"
 
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 
 #include <filesystem>
@@ -12,6 +13,7 @@
 #include "tests/runtime/ManualIo.h"
 #include "tests/support/Etcd.h"
 #include "tests/support/EtcdAccess.h"
+#include "tests/support/HangingMount.h"
 #include "tests/support/Network.h"
 #include "tests/support/Relay.h"
 #include "tests/support/TempDir.h"
@@ -29,7 +31,7 @@ class EtcdSourceTest : public testing::Test {
   void start(const std::string& endpoints, FollowSettings settings = {}) {
     std::string text = endpoints + "/p";
     settings.address = parseAddress(text);
-    source_.emplace("etcd:" + text, settings, world_.store, io_, clock_);
+    source_.emplace("etcd:" + text, settings, world_.store, io_, clock_, threads_);
     world_.scheduler.neverYield();
     source_->start();
   }
@@ -70,6 +72,7 @@ class EtcdSourceTest : public testing::Test {
   Zavro::SystemClock clock_;
   Zavro::ManualClock ioClock_;
   Runtime::ManualIo io_{ioClock_};
+  Runtime::Threads threads_;
   World world_{0};
   std::string log_;
   std::optional<EtcdSource> source_;
@@ -141,6 +144,16 @@ TEST_F(EtcdSourceTest, NoServer_OthersAreServed_AndItIsCompleteWhenOneComes) {
   EXPECT_EQ(status().state, State::stale);
   EXPECT_THAT(status().error, HasSubstr("refused"));
   EXPECT_EQ(status().store->state, "listing");
+  EXPECT_EQ(index(), 0u);
+
+  Support::EtcdCluster etcd;
+  put(etcd, "p/interfaces/a", ifIndex(1));
+  Support::Relay relay(Support::portOf(etcd.endpoint()), port);
+  ASSERT_TRUE(untilIndex(1)) << status().error;
+  EXPECT_EQ(status().state, State::current);
+  EXPECT_EQ(status().error, "");
+  EXPECT_EQ(status().staleSinceUtcNs, 0u);
+  EXPECT_EQ(status().paths, 1u);
 }
 
 TEST_F(EtcdSourceTest, ServerAcceptsAndNeverAnswers_ItSettlesAfterAWhile) {
@@ -357,6 +370,45 @@ TEST_F(EtcdSourceTlsTest, BothSidesShowACertificateOfTheCa_KeysAreFollowed) {
   put(*etcd_, "p/interfaces/a", ifIndex(2));
   EXPECT_TRUE(untilIndex(2));
   EXPECT_EQ(status().store->lastError, "");
+}
+
+// The kernel keeps whoever opens a file there waiting for as long as the server of its file system is away.
+TEST_F(EtcdSourceTlsTest, FileSystemOfTheFilesHangs_TheStateIsHeld_TheFilesAreNamed_AndItEndsAtOnce) {
+  if (std::string why = Support::enterOwnMounts(); !why.empty()) GTEST_SKIP() << why;
+  Support::TempDir dir;
+  FollowSettings settings;
+  settings.access = {dir.file("ca"), dir.file("cert"), dir.file("key")};
+  std::filesystem::copy(certificates_.certFile("ca"), settings.access.caFile);
+  std::filesystem::copy(certificates_.certFile("client"), settings.access.certFile);
+  std::filesystem::copy(certificates_.keyFile("client"), settings.access.keyFile);
+  Support::Relay relay(Support::portOf(etcd_->endpoint()));
+  start(relay.endpoint(), settings);
+  ASSERT_TRUE(untilIndex(1));
+  std::optional<Support::HangingMount> hangs;
+  auto connectionIsLost = [&] {
+    hangs.emplace(dir.path());
+    relay.cut();
+    relay.heal();
+    return until([&] { return status().error.find("no answer from the file system") != std::string::npos; },
+                 30s);
+  };
+  ASSERT_TRUE(connectionIsLost()) << status().error;
+  EXPECT_EQ(status().error, fmt::format("{}, {}, {}: no answer from the file system", settings.access.caFile,
+                                        settings.access.certFile, settings.access.keyFile));
+  EXPECT_EQ(status().state, State::held);
+  EXPECT_EQ(index(), 1u);
+  hangs.reset();
+  put(*etcd_, "p/interfaces/a", ifIndex(2));
+  ASSERT_TRUE(untilIndex(2));
+  EXPECT_EQ(status().state, State::current);
+
+  ASSERT_TRUE(connectionIsLost()) << status().error;
+  auto begin = std::chrono::steady_clock::now();
+  source_.reset();
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, 1s);
+  EXPECT_TRUE(threads_.busy()) << "and nobody waits for it";
+  hangs.reset();
+  EXPECT_FALSE(threads_.busyFor(10s));
 }
 
 TEST_F(EtcdSourceTlsTest, ServerOfAnotherCa_IsNotListenedTo) {

@@ -53,8 +53,9 @@ bool isOf(pid_t process, uint16_t localPort) {
 
 }  // namespace
 
-Relay::Relay(uint16_t target) : target_(target), listener_(tcpSocket()), wake_(eventfd(0, EFD_CLOEXEC)) {
-  sockaddr_in address = loopback(0);
+Relay::Relay(uint16_t target, uint16_t port)
+    : target_(target), listener_(tcpSocket()), wake_(eventfd(0, EFD_CLOEXEC)) {
+  sockaddr_in address = loopback(port);
   socklen_t length = sizeof address;
   auto* generic = reinterpret_cast<sockaddr*>(&address);
   bool listens = bind(listener_, generic, length) == 0 && listen(listener_, 64) == 0 &&

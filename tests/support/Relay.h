@@ -19,8 +19,8 @@ namespace Support {
 
 class Relay final {
  public:
-  // To the server at this port of 127.0.0.1, be it there already or not.
-  explicit Relay(uint16_t target);
+  // To the server at this port of 127.0.0.1, be it there already or not; from that port, or from a free one.
+  explicit Relay(uint16_t target, uint16_t port = 0);
   ~Relay();
   Relay(const Relay&) = delete;
   Relay& operator=(const Relay&) = delete;
