@@ -4,9 +4,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
-#include <fstream>
 #include <limits>
 #include <map>
 #include <nlohmann/json.hpp>
@@ -15,7 +12,9 @@
 
 #include "kelstore/Codec.h"
 #include "platform/lanix/IntfId.h"
+#include "runtime/File.h"
 #include "runtime/JsonText.h"
+#include "runtime/Status.h"
 #include "runtime/Text.h"
 
 namespace Member {
@@ -298,6 +297,18 @@ json parseStrictly(std::string_view text) {
 
 }  // namespace
 
+std::vector<std::string> fixedDifferences(const Config& before, const Config& now) {
+  std::vector<std::string> names;
+  auto compare = [&names](const char* name, bool same) {
+    if (!same) names.emplace_back(name);
+  };
+  compare("member", before.member == now.member);
+  compare("store", before.store == now.store);
+  compare("access", before.access == now.access);
+  compare("ttl", before.ttlSeconds == now.ttlSeconds);
+  return names;
+}
+
 ParsedConfig parseConfig(std::string_view text, const std::string& path, const CheckStore& checkStore) {
   ParsedConfig parsed;
   try {
@@ -316,20 +327,11 @@ ParsedConfig parseConfig(std::string_view text, const std::string& path, const C
 }
 
 ParsedConfig readConfig(const std::string& path, const CheckStore& checkStore) {
-  errno = 0;
-  std::ifstream file(path, std::ios::binary);
-  std::string text(kMaxFileBytes + 1, '\0');
-  file.read(text.data(), static_cast<std::streamsize>(text.size()));
-  text.resize(static_cast<size_t>(file.gcount()));
-  ParsedConfig parsed;
-  if (!file.eof()) {
-    std::string why = text.size() > kMaxFileBytes
-                          ? fmt::format("found more than {} bytes, expected at most that", kMaxFileBytes)
-                          : std::string(std::strerror(errno));
-    parsed.errors.push_back(fmt::format("{}: {}", path, why));
-    return parsed;
-  }
-  return parseConfig(text, path, checkStore);
+  absl::StatusOr<std::string> text = Runtime::readFile(path, kMaxFileBytes);
+  if (text.ok()) return parseConfig(*text, path, checkStore);
+  ParsedConfig unreadable;
+  unreadable.errors.push_back(Runtime::textOf(text.status()));
+  return unreadable;
 }
 
 }  // namespace Member

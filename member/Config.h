@@ -18,6 +18,7 @@ struct ProbeSettings {
   uint32_t intervalMs = 500;
   uint32_t timeoutMs = 400;  // at most the interval
   Reachability::Settings counting;
+  bool operator==(const ProbeSettings&) const = default;
 };
 
 struct NeighbourConfig {
@@ -29,6 +30,13 @@ struct NeighbourConfig {
   // Published instead of the device's own index; 0: that. The table of backplane interfaces goes by this
   // number alone, so that it must be another one for each interface of the whole cluster.
   uint32_t ifIndex = 0;
+
+  bool operator==(const NeighbourConfig&) const = default;
+  // Whether it is the same neighbour over the same interface, however it is asked.
+  bool isSameLink(const NeighbourConfig& other) const {
+    return member == other.member && interface == other.interface && device == other.device &&
+           address == other.address;
+  }
 };
 
 struct Config {
@@ -47,6 +55,9 @@ struct ParsedConfig {
   std::vector<std::string> errors;    // "PATH: neighbours[1]/address: found ..., expected ..."
   std::vector<std::string> warnings;  // the same, of members that are not known
 };
+
+// The names of what differs and counts for a process from its start to its end.
+std::vector<std::string> fixedDifferences(const Config& before, const Config& now);
 
 // Throws std::invalid_argument, with what was found and expected, when the text is no store's address.
 using CheckStore = std::function<void(const std::string&)>;

@@ -1,6 +1,7 @@
 #include "member/MachineFigures.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "member/Figures.h"
 
@@ -51,8 +52,18 @@ void MachineFigures::start() {
   look(kSecondLookMs);
 }
 
+void MachineFigures::intervalIs(uint32_t seconds) {
+  uint64_t intervalMs = uint64_t{seconds} * 1000;
+  if (intervalMs == std::exchange(intervalMs_, intervalMs)) return;
+  lookAfter(intervalMs_);
+}
+
+void MachineFigures::lookAfter(uint64_t milliseconds) {
+  nextLook_ = io_.after(milliseconds, [this] { look(intervalMs_); });
+}
+
 void MachineFigures::look(uint64_t nextMs) {
-  nextLook_ = io_.after(nextMs, [this] { look(intervalMs_); });
+  lookAfter(nextMs);
   for (const auto& collector : collectors_) collector->collect();
   storage_.look();
 }

@@ -39,6 +39,8 @@ class MachineFigures final {
                  const Zavro::Clock& clock, std::function<void()> told);
 
   void start();
+  // Between two looks from now on; the next one comes after such a time. Requires: it was started.
+  void intervalIs(uint32_t seconds);
   // Whether it was known once how every collector does.
   bool heard() const { return heard_; }
   // Whether the last look is over: no answer is missing, but for those that hang.
@@ -59,11 +61,12 @@ class MachineFigures final {
   void memoryIs(MemoryInUse memory) { memory_ = memory; }
   void processorsIs(std::vector<ProcessorTime> processors);
   void look(uint64_t nextMs);
+  void lookAfter(uint64_t milliseconds);
   void tellSoon();
   void tell();
 
   const std::string member_;
-  const uint64_t intervalMs_;
+  uint64_t intervalMs_;
   std::shared_ptr<Machine> machine_;
   Runtime::Io& io_;
   const Zavro::Clock& clock_;

@@ -1,6 +1,7 @@
 #include "member/Neighbour.h"
 
 #include "platform/lumalog/Lumalog.h"
+#include "platform/zavro/Assert.h"
 
 namespace Member {
 namespace {
@@ -32,6 +33,17 @@ Neighbour::Neighbour(NeighbourConfig config, std::shared_ptr<EchoProbe> probe, R
       io_(io),
       changed_(std::move(changed)),
       reachability_(config_.probe.counting, clock) {}
+
+void Neighbour::configIs(const NeighbourConfig& config) {
+  zavroAssert(config.isSameLink(config_));
+  if (config == config_) return;
+  Reachability::State before = reachability_.state();
+  config_ = config;
+  reachability_.settingsIs(config_.probe.counting);
+  next_.reset();
+  if (reachability_.probing()) ask();
+  tellChange(before);
+}
 
 void Neighbour::deviceIs(std::optional<Device> device) {
   Reachability::State before = reachability_.state();

@@ -26,6 +26,8 @@ class Neighbour final {
   Neighbour(const Neighbour&) = delete;
   Neighbour& operator=(const Neighbour&) = delete;
 
+  // From now on this counts; what is known of the neighbour stays. Requires: it is the same link.
+  void configIs(const NeighbourConfig& config);
   // The device toward it, as it is now; nothing: there is none.
   void deviceIs(std::optional<Device> device);
 
@@ -38,7 +40,7 @@ class Neighbour final {
   void asked(const Result<bool>& answer);
   void tellChange(Reachability::State before);
 
-  const NeighbourConfig config_;
+  NeighbourConfig config_;
   std::shared_ptr<EchoProbe> probe_;
   Runtime::Io& io_;
   std::function<void()> changed_;

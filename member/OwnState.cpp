@@ -17,15 +17,43 @@ OwnState::OwnState(const Config& config, std::shared_ptr<Machine> machine, std::
                    const Links& links, Runtime::Io& io, const Zavro::Clock& clock,
                    std::function<void()> changed)
     : config_(config),
+      probe_(std::move(probe)),
       links_(links),
+      io_(io),
       clock_(clock),
       changed_(std::move(changed)),
       // Which rows mount points have is not this member's to say, so no indexes are kept.
       figures_({config.member, config.figuresIntervalSeconds, ""}, std::move(machine), io, clock,
                [this] { looked(); }) {
+  for (const NeighbourConfig& neighbour : config_.neighbours) neighbours_.push_back(made(neighbour));
+}
+
+std::unique_ptr<Neighbour> OwnState::made(const NeighbourConfig& neighbour) {
+  return std::make_unique<Neighbour>(neighbour, probe_, io_, clock_, [this] { changed_(); });
+}
+
+OwnState::NeighbourChanges OwnState::configIs(const Config& config) {
+  NeighbourChanges changes;
+  config_ = config;
+  auto before = std::exchange(neighbours_, {});
   for (const NeighbourConfig& neighbour : config_.neighbours) {
-    neighbours_.push_back(std::make_unique<Neighbour>(neighbour, probe, io, clock, [this] { changed_(); }));
+    auto found = std::find_if(before.begin(), before.end(),
+                              [&neighbour](const auto& one) { return one->config().isSameLink(neighbour); });
+    if (found == before.end()) {
+      ++changes.added;
+      neighbours_.push_back(made(neighbour));
+    } else {
+      ++((*found)->config() == neighbour ? changes.same : changes.changed);
+      neighbours_.push_back(std::move(*found));
+      before.erase(found);
+    }
   }
+  changes.gone = before.size();
+  // They tell of changes, so that all of them are to be there.
+  for (size_t i = 0; i < neighbours_.size(); ++i) neighbours_[i]->configIs(config_.neighbours[i]);
+  figures_.intervalIs(config_.figuresIntervalSeconds);
+  linksChanged();
+  return changes;
 }
 
 void OwnState::start() {

@@ -23,6 +23,15 @@ class OwnState final {
            const Links& links, Runtime::Io& io, const Zavro::Clock& clock, std::function<void()> changed);
 
   void start();
+  struct NeighbourChanges {
+    size_t same = 0;
+    size_t changed = 0;  // in how they are asked, or shown
+    size_t added = 0;
+    size_t gone = 0;
+  };
+  // Neighbours and intervals are these from now on. What is known of a neighbour stays while its link is the
+  // same. Requires: it was started.
+  NeighbourChanges configIs(const Config& config);
   // The devices may differ from before.
   void linksChanged();
   // Whether entries() has had all that was heard of: until then what is missing may be there all the same.
@@ -31,11 +40,14 @@ class OwnState final {
   std::vector<Kelstore::Snapshot::Entry> entries() const;
 
  private:
+  std::unique_ptr<Neighbour> made(const NeighbourConfig& neighbour);
   void addNeighbours(std::vector<Kelstore::Snapshot::Entry>& entries) const;
   void looked();
 
-  const Config config_;
+  Config config_;
+  std::shared_ptr<EchoProbe> probe_;
   const Links& links_;
+  Runtime::Io& io_;
   const Zavro::Clock& clock_;
   std::function<void()> changed_;
   MachineFigures figures_;

@@ -76,6 +76,16 @@ void Publisher::contentIs(const std::vector<Kelstore::Snapshot::Entry>& entries)
   if (!next_) step();
 }
 
+void Publisher::configured(const std::vector<std::string>& interfaces, uint32_t intervalSeconds) {
+  settings_.intervalSeconds = intervalSeconds;
+  auto& known = settings_.interfaces;
+  for (const std::string& interface : interfaces) {
+    if (std::find(known.begin(), known.end(), interface) != known.end()) continue;
+    known.push_back(interface);
+    listed_ = false;  // what the store has for it is to be seen
+  }
+}
+
 // A pause is cut short by nothing but the end.
 void Publisher::stepAfter(uint64_t milliseconds) {
   next_ = io_.after(milliseconds, [this] {

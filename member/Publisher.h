@@ -41,7 +41,7 @@ class Publisher final {
 
   struct Settings {
     uint8_t member = 1;
-    std::vector<std::string> interfaces;  // the configured ones
+    std::vector<std::string> interfaces;  // the configured ones, and those that were since the start
     uint32_t ttlSeconds = 15;
     uint32_t intervalSeconds = 1;
     Runtime::Random random = Runtime::unforeseenRandom();  // that varies the delays
@@ -56,6 +56,8 @@ class Publisher final {
 
   // All that is to be said from now on; nothing is written before the first call.
   void contentIs(const std::vector<Kelstore::Snapshot::Entry>& entries);
+  // From now on. What stands in the store for interfaces that are configured no longer goes with the content.
+  void configured(const std::vector<std::string>& interfaces, uint32_t intervalSeconds);
   // Writes nothing any more and gives the lease back at once, so that the keys go; then calls `ended`, also
   // when that failed or is not answered in time. Only the first call counts. What is being written meanwhile
   // is refused without the lease, or goes with it.
@@ -99,7 +101,7 @@ class Publisher final {
   void failed(const std::string& error, Trouble trouble);
   void tellEndpoint();
 
-  const Settings settings_;
+  Settings settings_;
   std::shared_ptr<LeaseStore> store_;
   Runtime::Io& io_;
   const Zavro::Clock& clock_;

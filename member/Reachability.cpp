@@ -11,6 +11,19 @@ Reachability::Reachability(const Settings& settings, const Zavro::Clock& clock)
       state_(settings.enabled ? State::unknown : State::disabled),
       lastChangeNs_(clock.utcNs()) {}
 
+void Reachability::settingsIs(const Settings& settings) {
+  bool switchedOn = settings.enabled && !settings_.enabled;
+  settings_ = settings;
+  while (window_.size() > settings_.window) window_.pop_front();
+  if (!settings_.enabled) {
+    forgetEchoes();
+    return stateIs(State::disabled);
+  }
+  if (!switchedOn) return;
+  stateIs(State::unknown);
+  if (auto known = std::exchange(carrier_, std::nullopt)) carrierIs(*known);
+}
+
 void Reachability::carrierIs(Carrier carrier) {
   if (carrier_ == carrier) return;
   std::optional<Carrier> before = std::exchange(carrier_, carrier);

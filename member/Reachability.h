@@ -42,11 +42,14 @@ class Reachability final {
     uint32_t answersUp = 3;     // answered in a row: reachable
     uint32_t window = 20;       // echoes that are looked back at
     uint32_t windowLosses = 2;  // lost among them, and yet answered: degraded
+    bool operator==(const Settings&) const = default;
   };
 
   // The clock outlives this.
   Reachability(const Settings& settings, const Zavro::Clock& clock);
 
+  // From now on these count; what is known stays, unless it is switched on or off by them.
+  void settingsIs(const Settings& settings);
   void carrierIs(Carrier carrier);
   // Ignored unless there is carrier: it was sent before that went.
   void echoIs(Echo echo);
@@ -64,7 +67,7 @@ class Reachability final {
   bool up() const { return state_ == State::reachable || state_ == State::degraded; }
   uint32_t lossesInWindow() const;
 
-  const Settings settings_;
+  Settings settings_;
   const Zavro::Clock& clock_;
   std::optional<Carrier> carrier_;  // nothing: not known yet
   State state_;

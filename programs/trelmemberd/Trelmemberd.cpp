@@ -1,13 +1,16 @@
 #include "programs/trelmemberd/Trelmemberd.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <csignal>
 #include <stdexcept>
+#include <utility>
 
 #include "kelstore/etcd/AccessFiles.h"
 #include "kelstore/etcd/Address.h"
 #include "member/LinuxMachine.h"
+#include "platform/lumalog/Lumalog.h"
 #include "programs/trelmemberd/EtcdLeaseStore.h"
 
 namespace Member {
@@ -15,12 +18,18 @@ namespace {
 
 namespace Etcd = Kelstore::Etcd;
 
+const Lumalog::Handle traceHandle("Member");
+constexpr int kErrorLevel = 0;
+constexpr int kHealthLevel = 1;
+
+std::vector<std::string> interfacesOf(const Config& config) {
+  std::vector<std::string> interfaces;
+  for (const NeighbourConfig& neighbour : config.neighbours) interfaces.push_back(neighbour.interface);
+  return interfaces;
+}
+
 Publisher::Settings settingsOf(const Config& config) {
-  Publisher::Settings settings{config.member, {}, config.ttlSeconds, config.intervalSeconds};
-  for (const NeighbourConfig& neighbour : config.neighbours) {
-    settings.interfaces.push_back(neighbour.interface);
-  }
-  return settings;
+  return {config.member, interfacesOf(config), config.ttlSeconds, config.intervalSeconds};
 }
 
 }  // namespace
@@ -42,9 +51,13 @@ std::shared_ptr<LeaseStore> storeOf(const Config& config) {
   return std::make_shared<EtcdLeaseStore>(Etcd::parseStore(config.store), config.access, patience);
 }
 
-Trelmemberd::Trelmemberd(const Config& config, const Zavro::Clock& clock, Runtime::Threads& threads)
-    : terminate_(loop_, SIGTERM, [this] { end(); }),
+Trelmemberd::Trelmemberd(std::string path, const Config& config, const Zavro::Clock& clock,
+                         Runtime::Threads& threads)
+    : path_(std::move(path)),
+      config_(config),
+      terminate_(loop_, SIGTERM, [this] { end(); }),
       interrupt_(loop_, SIGINT, [this] { end(); }),
+      hangup_(loop_, SIGHUP, [this] { reload(); }),
       systemd_(loop_),
       io_(loop_, threads),
       publisher_(settingsOf(config), storeOf(config), io_, clock, [this] { systemd_.ready(); }),
@@ -56,6 +69,43 @@ Trelmemberd::Trelmemberd(const Config& config, const Zavro::Clock& clock, Runtim
 void Trelmemberd::run() {
   state_.start();
   loop_.run();
+}
+
+// Off the loop, as the files may be on a file system that hangs.
+void Trelmemberd::reload() {
+  reloadAgain_ = reloading_;
+  if (std::exchange(reloading_, true)) return;
+  offLoop_.run([path = path_] { return usableConfig(path); },
+               [this](const ParsedConfig& parsed) {
+                 reloading_ = false;
+                 if (reloadAgain_) return reload();
+                 reloaded(parsed);
+               });
+}
+
+void Trelmemberd::reloaded(const ParsedConfig& parsed) {
+  std::vector<std::string> errors = parsed.errors;
+  if (errors.empty() && parsed.config.member != config_.member) {
+    errors.push_back(fmt::format("{}: member: found {}, expected {}, which this process publishes", path_,
+                                 parsed.config.member, config_.member));
+  }
+  for (const std::string& error : errors) traceHandle.trace(kErrorLevel, "{}", error);
+  if (!errors.empty()) {
+    return traceHandle.trace(kErrorLevel, "{}: not reloaded, the configuration stays as it was", path_);
+  }
+  for (const std::string& warning : parsed.warnings) traceHandle.trace(kHealthLevel, "{}", warning);
+  std::vector<std::string> fixed = fixedDifferences(config_, parsed.config);
+  Config config = parsed.config;
+  config.store = config_.store;
+  config.access = config_.access;
+  config.ttlSeconds = config_.ttlSeconds;
+  config_ = config;
+  publisher_.configured(interfacesOf(config_), config_.intervalSeconds);
+  OwnState::NeighbourChanges changes = state_.configIs(config_);
+  traceHandle.trace(kHealthLevel,
+                    "{}: reloaded: of the neighbours {} are as before, {} changed, {} new, {} gone{}", path_,
+                    changes.same, changes.changed, changes.added, changes.gone,
+                    fixed.empty() ? "" : fmt::format("; it takes a restart for {}", fmt::join(fixed, ", ")));
 }
 
 void Trelmemberd::publish() {

@@ -266,11 +266,26 @@ TEST(ConfigTest, FileThatCannotBeRead_IsAnError) {
   Support::TempDir dir;
   auto errors = [&](const std::string& path) { return readConfig(path, checkStore).errors; };
   EXPECT_THAT(errors(dir.file("none")), ElementsAre(dir.file("none") + ": No such file or directory"));
-  EXPECT_THAT(errors(dir.path()), ElementsAre(dir.path().string() + ": Is a directory"));
+  EXPECT_THAT(errors(dir.path()), ElementsAre(dir.path().string() + ": found a directory, expected a file"));
   EXPECT_THAT(errors(dir.write("large", std::string((1 << 20) + 1, ' '))),
-              ElementsAre(dir.file("large") + ": found more than 1048576 bytes, expected at most that"));
+              ElementsAre(dir.file("large") + ": found 1048577 bytes, expected at most 1048576"));
   std::string good = dir.write("good", R"({"member": 1, "store": "etcd:x"})" + std::string(1 << 19, ' '));
   EXPECT_THAT(errors(good), IsEmpty());
+}
+
+TEST(ConfigTest, WhatCountsFromStartToEnd_IsNamed) {
+  Config before;
+  EXPECT_THAT(fixedDifferences(before, before), IsEmpty());
+  Config now = before;
+  now.intervalSeconds = 9;
+  now.figuresIntervalSeconds = 9;
+  now.neighbours.push_back({2, "Backplane1/2", "bp2", "10.0.0.2", {}});
+  EXPECT_THAT(fixedDifferences(before, now), IsEmpty());
+  now.member = 9;
+  now.store = "etcd:other";
+  now.access.caFile = "ca.pem";
+  now.ttlSeconds = 9;
+  EXPECT_THAT(fixedDifferences(before, now), ElementsAre("member", "store", "access", "ttl"));
 }
 
 TEST(ConfigTest, AnyTextCutAnywhere_IsNoCrash) {

@@ -54,6 +54,39 @@ TEST_F(NeighbourTest, Carrier_AskedAtOnceAndInIntervals) {
                                           "Member/1 member 2 is reachable on bp2, it was initializing"));
 }
 
+TEST_F(NeighbourTest, AnotherIntervalIsConfigured_ItCountsAtOnce_AndTheStateStays) {
+  neighbour_.deviceIs(kUp);
+  io_.advance(2000);
+  ASSERT_EQ(state(), "reachable");
+  int before = changes_;
+  NeighbourConfig slower = config();
+  slower.probe.intervalMs = 10000;
+  slower.probe.timeoutMs = 200;
+  neighbour_.configIs(slower);
+  EXPECT_EQ(state(), "reachable");
+  EXPECT_EQ(changes_, before);
+  io_.work();
+  probe_->asked.clear();
+  io_.advance(9999);
+  EXPECT_EQ(asked(), 0u);
+  io_.advance(1);
+  EXPECT_THAT(probe_->asked, ElementsAre("10.0.0.2 on bp2 within 200"));
+}
+
+TEST_F(NeighbourTest, SwitchedOffInANewConfiguration_ItIsToldAndNothingIsAsked) {
+  neighbour_.deviceIs(kUp);
+  io_.advance(2000);
+  int before = changes_;
+  NeighbourConfig off = config();
+  off.probe.counting.enabled = false;
+  neighbour_.configIs(off);
+  EXPECT_EQ(state(), "disabled");
+  EXPECT_EQ(changes_, before + 1);
+  probe_->asked.clear();
+  io_.advance(5000);
+  EXPECT_EQ(asked(), 0u);
+}
+
 TEST_F(NeighbourTest, DeviceIsToldAgain_IntervalsStayAsTheyAre) {
   neighbour_.deviceIs(kUp);
   for (int i = 0; i < 10; ++i) {

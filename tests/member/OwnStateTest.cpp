@@ -22,8 +22,9 @@ using testing::StartsWith;
 class OwnStateTest : public testing::Test {
  protected:
   explicit OwnStateTest(uint32_t figuresIntervalSeconds = 5)
-      : state_(config(figuresIntervalSeconds), machine_, probe_, links_, io_, clock_,
-               [this] { ++changes_; }) {}
+      : state_(config(figuresIntervalSeconds), machine_, probe_, links_, io_, clock_, [this] { changed(); }) {
+  }
+  virtual void changed() { ++changes_; }
   static Config config(uint32_t figuresIntervalSeconds) {
     Config config;
     config.member = 1;
@@ -166,6 +167,88 @@ TEST_F(OwnStateTest, OneAnswerOfALookComesLate_TheOthersWaitForItUntilItHangs) {
   io_.advance(7500);  // the next look, and the time after which an answer is not waited for any more
   EXPECT_EQ(changes_, before + 2);
   EXPECT_EQ(timeOfSystem(), 1014);
+}
+
+class ConfiguredAnewTest : public OwnStateTest {
+ protected:
+  ConfiguredAnewTest() {
+    links_.deviceIs("bp2", {12, true, true});
+    links_.deviceIs("bp4", {14, true, true});
+    start();
+    io_.advance(3000);
+  }
+  OwnState::NeighbourChanges become(const Config& config) {
+    // A neighbour that is missing for a moment would be deleted from the store.
+    toldWithout_ = 0;
+    watched_ = true;
+    auto changes = state_.configIs(config);
+    watched_ = false;
+    return changes;
+  }
+  void changed() override {
+    OwnStateTest::changed();
+    if (watched_ && entries().size() < 10) ++toldWithout_;
+  }
+
+  Config now_ = config(5);
+  bool watched_ = false;
+  int toldWithout_ = 0;
+};
+
+TEST_F(ConfiguredAnewTest, Neighbours_AreAddedChangedAndRemoved_TheOthersKeepTheirState) {
+  now_.neighbours[0].ifIndex = 2002;
+  now_.neighbours[0].probe.intervalMs = 1000;
+  now_.neighbours[1] = {4, "Backplane1/4", "bp4", "10.0.0.4", {}};
+  auto changes = become(now_);
+  EXPECT_EQ(changes.same, 0u);
+  EXPECT_EQ(changes.changed, 1u);
+  EXPECT_EQ(changes.added, 1u);
+  EXPECT_EQ(changes.gone, 1u);
+  EXPECT_EQ(toldWithout_, 0);
+  EXPECT_THAT(
+      entries(),
+      IsSupersetOf(
+          {R"(interfaces/"Backplane1/2" {"ifIndex":2002})",
+           R"(members/1/reachability/2 {"intf":"Backplane1/2","lastChange":1001000000000,"state":"reachable"})",
+           R"(interfaces/"Backplane1/4" {"ifIndex":14})",
+           R"(members/1/reachability/4 {"intf":"Backplane1/4","lastChange":1003000000000,"state":"initializing"})"}));
+  EXPECT_THAT(entries(), Not(Contains(StartsWith("topology/1/3"))));
+  EXPECT_THAT(entries(), Not(Contains(StartsWith("members/1/reachability/3"))));
+}
+
+TEST_F(ConfiguredAnewTest, SameNeighbourOverAnotherDevice_BeginsAnew) {
+  now_.neighbours[0].device = "bp4";
+  auto changes = become(now_);
+  EXPECT_EQ(changes.same, 1u);
+  EXPECT_EQ(changes.added, 1u);
+  EXPECT_EQ(changes.gone, 1u);
+  EXPECT_THAT(
+      entries(),
+      Contains(
+          R"(members/1/reachability/2 {"intf":"Backplane1/2","lastChange":1003000000000,"state":"initializing"})"));
+}
+
+TEST_F(ConfiguredAnewTest, AnotherInterval_TheNextLookComesAfterThat) {
+  now_.figuresIntervalSeconds = 60;
+  become(now_);
+  int before = changes_;
+  io_.advance(59'000);
+  EXPECT_EQ(changes_, before);
+  io_.advance(1000);
+  EXPECT_EQ(changes_, before + 1);
+  now_.figuresIntervalSeconds = 1;
+  become(now_);
+  before = changes_;
+  io_.advance(3000);
+  EXPECT_EQ(changes_, before + 3);
+}
+
+TEST_F(ConfiguredAnewTest, SameConfiguration_NothingIsAskedSooner) {
+  probe_->asked.clear();
+  auto changes = become(now_);
+  EXPECT_EQ(changes.same, 2u);
+  io_.work();
+  EXPECT_THAT(probe_->asked, IsEmpty());
 }
 
 // Two mounts that are looked at every second and take one and a half to answer, in turn: one of them is

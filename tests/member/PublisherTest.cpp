@@ -24,6 +24,27 @@ TEST_F(PublisherTest, Start_EverythingIsWrittenInOneTransactionUnderOneLease) {
                           "Member/3 writes 4 keys, the first is interfaces/B1"));
 }
 
+TEST_F(PublisherTest, InterfacesAreConfiguredAnew_TheirKeysComeAndGo_UnderTheSameLease) {
+  store_->put(interface("B3"), "{\"ifIndex\":99}", LeaseStore::kNoLease);
+  start();
+  store_->written();
+  content_.erase(interface("B1"));
+  content_[interface("B3")] = Kelstore::Interface{9};
+  publisher_->configured({"B3"}, 5);
+  say();
+  pass(10 * kSecond);
+  EXPECT_EQ(store_->written(), "interfaces/B3; -interfaces/B1; ");
+  EXPECT_EQ(leaseOf(interface("B3")), 101);
+  load(11);
+  pass(0);
+  store_->written();
+  load(12);
+  pass(4999);
+  EXPECT_EQ(store_->written(), "") << "the interval is another one, too";
+  pass(2);
+  EXPECT_EQ(store_->written(), "members/1/processors/1; ");
+}
+
 TEST_F(PublisherTest, NothingIsToBeSaidYet_NothingIsDone) {
   publisher_.emplace(Publisher::Settings{1, {}, 15, 1, kRandom}, store_, io_, clock_, [] {});
   pass(60 * kSecond);

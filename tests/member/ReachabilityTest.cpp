@@ -66,6 +66,54 @@ class ReachabilityTest : public testing::Test {
   }
 };
 
+TEST_F(ReachabilityTest, OtherSettings_WhatIsKnownStays_AndTheyCountFromThenOn) {
+  startIn('R');
+  EXPECT_EQ(after("ll"), "RR");
+  uint64_t changed = lastChange();
+  settings_.lossesDown = 4;
+  reachability_->settingsIs(settings_);
+  EXPECT_EQ(letter(), "R");
+  EXPECT_EQ(lastChange(), changed);
+  EXPECT_EQ(after("ll"), "RU") << "four in a row";
+}
+
+TEST_F(ReachabilityTest, SmallerWindow_WhatFallsOutOfItIsForgotten) {
+  startIn('G');
+  EXPECT_EQ(after("aaa"), "GGG");
+  settings_.window = 3;
+  reachability_->settingsIs(settings_);
+  EXPECT_EQ(after("a"), "R") << "the losses lie further back";
+}
+
+TEST_F(ReachabilityTest, SwitchedOffBySettings_AndOnAgain_ItBeginsWithTheCarrierThatThereIs) {
+  startIn('R');
+  settings_.enabled = false;
+  reachability_->settingsIs(settings_);
+  EXPECT_EQ(letter(), "D");
+  EXPECT_FALSE(reachability_->probing());
+  EXPECT_EQ(after("aaa"), "DDD");
+  settings_.enabled = true;
+  reachability_->settingsIs(settings_);
+  EXPECT_EQ(letter(), "I");
+  EXPECT_TRUE(reachability_->probing());
+  EXPECT_EQ(after("aaa"), "IIR");
+  settings_.enabled = false;
+  reachability_->settingsIs(settings_);
+  EXPECT_EQ(after("d"), "D");
+  settings_.enabled = true;
+  reachability_->settingsIs(settings_);
+  EXPECT_EQ(letter(), "U");
+}
+
+TEST_F(ReachabilityTest, SwitchedOnBySettings_NothingIsKnownOfTheInterface_Unknown) {
+  settings_.enabled = false;
+  anew();
+  EXPECT_EQ(letter(), "D");
+  settings_.enabled = true;
+  reachability_->settingsIs(settings_);
+  EXPECT_EQ(letter(), "?");
+}
+
 TEST_F(ReachabilityTest, NothingIsKnown_Unknown_AndEchoesDoNotCount) {
   EXPECT_EQ(letter(), "?");
   EXPECT_FALSE(reachability_->probing());

@@ -50,6 +50,9 @@ class TrelmemberdTest : public testing::Test {
                                              "figuresInterval": 1, "neighbours": [{}], "access": {}}})",
                                         member, servers, ttlSeconds, neighbours, access_.dump()));
   }
+  bool awaitLine(Process& process, const std::string& text) {
+    return waitUntil([&] { return process.err().find(text) != std::string::npos; });
+  }
   std::unique_ptr<Process> start(const std::string& config, const Support::Env& env = {}) {
     return std::make_unique<Process>(Support::Argv{TRELMEMBERD, "--config", config}, env);
   }

@@ -1,0 +1,143 @@
+// SIGHUP: the configuration is read again, and nothing is lost by it.
+#include <gmock/gmock.h>
+
+#include "tests/programs/TrelmemberdFixture.h"
+#include "tests/support/HangingMount.h"
+
+namespace Member {
+namespace {
+
+using testing::Contains;
+using testing::HasSubstr;
+using testing::Not;
+
+constexpr const char* kThird =
+    R"({"member": 3, "interface": "Backplane1/3", "device": "none", "address": "::1"})";
+
+class TrelmemberdReloadTest : public TrelmemberdTest {
+ protected:
+  void SetUp() override {
+    TrelmemberdTest::SetUp();
+    file_ = config(1, loopback());
+    process_ = start(file_);
+    ASSERT_TRUE(awaitKey("members/1/reachability/2")) << process_->err();
+    // The one on the loopback device may still come to be reachable.
+    ASSERT_TRUE(waitUntil([&] {
+      std::string state = value("members/1/reachability/2")["state"];
+      return state == "reachable" || state == "unknown";
+    })) << process_->err();
+  }
+  void reload() { process_->signal(SIGHUP); }
+  bool reloaded(const std::string& counts) {
+    return awaitLine(*process_, file_ + ": reloaded: of the neighbours " + counts);
+  }
+
+  std::string file_;
+  std::unique_ptr<Process> process_;
+};
+
+TEST_F(TrelmemberdReloadTest, NeighbourIsAddedAndGoesAgain_LeaseAndOtherRowsStay) {
+  auto before = keys();
+  config(1, loopback() + "," + kThird);
+  reload();
+  ASSERT_TRUE(awaitKey("topology/1/3")) << process_->err();
+  EXPECT_TRUE(reloaded("1 are as before, 0 changed, 1 new, 0 gone\n")) << process_->err();
+  EXPECT_EQ(value("members/1/reachability/3")["state"], "unreachable");
+  config(1, loopback());
+  reload();
+  ASSERT_TRUE(waitUntil([&] { return !keys().contains("topology/1/3"); })) << process_->err();
+  EXPECT_TRUE(reloaded("1 are as before, 0 changed, 0 new, 1 gone\n")) << process_->err();
+  EXPECT_THAT(names(), Not(Contains("members/1/reachability/3")));
+
+  auto after = keys();
+  EXPECT_EQ(after["members/1/system"].lease, before["members/1/system"].lease);
+  for (const char* name : {"members/1/reachability/2", "topology/1/2", "interfaces/Backplane1%2F2"}) {
+    EXPECT_EQ(after[name].modRevision, before[name].modRevision) << name;
+  }
+  EXPECT_TRUE(process_->running());
+}
+
+TEST_F(TrelmemberdReloadTest, InterfaceOfANeighbourIsAnother_ItsKeyGoesAndTheNewOneComes) {
+  config(1, loopback(2, "Backplane1/9"));
+  reload();
+  ASSERT_TRUE(awaitKey("interfaces/Backplane1%2F9")) << process_->err();
+  EXPECT_TRUE(waitUntil([&] { return !keys().contains("interfaces/Backplane1%2F2"); })) << process_->err();
+  EXPECT_EQ(value("topology/1/2"), nlohmann::json({{"intf", "Backplane1/9"}}));
+}
+
+TEST_F(TrelmemberdReloadTest, ProbeIsConfiguredAnew_TheStateIsNotLost) {
+  auto before = value("members/1/reachability/2");
+  config(1, R"({"member": 2, "interface": "Backplane1/2", "device": "lo", "address": "127.0.0.1",
+                "ifIndex": 77, "probe": {"intervalMs": 1000}})");
+  reload();
+  ASSERT_TRUE(waitUntil([&] { return value("interfaces/Backplane1%2F2")["ifIndex"] == 77; }))
+      << process_->err();
+  EXPECT_TRUE(reloaded("0 are as before, 1 changed, 0 new, 0 gone\n")) << process_->err();
+  EXPECT_EQ(value("members/1/reachability/2"), before);
+}
+
+TEST_F(TrelmemberdReloadTest, BadConfiguration_IsNamed_AndTheOldOneStaysInForce) {
+  directory_.write("1.json", R"({"member": 1, "ttl": "long"})");
+  reload();
+  ASSERT_TRUE(awaitLine(*process_, file_ + ": not reloaded, the configuration stays as it was"))
+      << process_->err();
+  EXPECT_THAT(process_->err(),
+              HasSubstr(file_ + ": ttl: found \"long\", expected an integer from 2 to 3600"));
+  EXPECT_THAT(process_->err(), HasSubstr(file_ + ": store: found nothing"));
+  int64_t revision = keys()["members/1/system"].modRevision;
+  EXPECT_TRUE(waitUntil([&] { return keys()["members/1/system"].modRevision > revision; }));
+  EXPECT_THAT(names(), Contains("topology/1/2"));
+  config(1, loopback());
+  reload();
+  EXPECT_TRUE(reloaded("1 are as before, 0 changed, 0 new, 0 gone\n")) << process_->err();
+}
+
+TEST_F(TrelmemberdReloadTest, WhatCountsFromTheStart_IsNamed_AndTheRestCounts) {
+  auto before = leases();
+  config(1, loopback() + "," + kThird, etcd_->endpointList() + ",127.0.0.1:1", kLongTtlSeconds);
+  reload();
+  EXPECT_TRUE(reloaded("1 are as before, 0 changed, 1 new, 0 gone; it takes a restart for store, ttl\n"))
+      << process_->err();
+  EXPECT_TRUE(awaitKey("topology/1/3"));
+  EXPECT_EQ(leases(), before);
+}
+
+TEST_F(TrelmemberdReloadTest, AnotherMember_NothingOfItCounts) {
+  std::string other = config(2, loopback(3));
+  std::filesystem::rename(other, file_);
+  reload();
+  ASSERT_TRUE(awaitLine(*process_, file_ + ": member: found 2, expected 1, which this process publishes"))
+      << process_->err();
+  EXPECT_TRUE(awaitLine(*process_, "not reloaded"));
+  EXPECT_THAT(names(), Contains("topology/1/2"));
+  EXPECT_THAT(names(), Not(Contains("topology/1/3")));
+}
+
+// Its directory's file system answers nothing.
+TEST(TrelmemberdHangingFileTest, ReloadHangs_PublishingGoesOn_AndTheEndIsNotHeldUp) {
+  if (std::string why = Support::enterOwnMounts(); !why.empty()) GTEST_SKIP() << why;
+  Support::EtcdCluster etcd;
+  Client client(etcd.endpoints(), {});
+  Support::TempDir directory;
+  std::string file = directory.write(
+      "1.json", fmt::format(R"({{"member": 1, "store": "etcd:{}/trel", "ttl": 60, "figuresInterval": 1}})",
+                            etcd.endpoint()));
+  Process process({TRELMEMBERD, "--config", file});
+  auto revision = [&client] {
+    auto listing = client.get("trel/members/1/system");
+    return !listing.ok() || listing->keyValues.empty() ? 0 : listing->keyValues.front().modRevision;
+  };
+  ASSERT_TRUE(waitUntil([&] { return revision() != 0; })) << process.err();
+  Support::HangingMount hangs(directory.path());
+  process.signal(SIGHUP);
+  int64_t before = revision();
+  EXPECT_TRUE(waitUntil([&] { return revision() > before; })) << process.err();
+  auto begin = std::chrono::steady_clock::now();
+  EXPECT_EQ(process.stop(), 0) << process.err();
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, 5s);
+  EXPECT_EQ(revision(), 0) << "the lease was given back";
+  EXPECT_THAT(process.err(), Not(HasSubstr("reloaded")));
+}
+
+}  // namespace
+}  // namespace Member
