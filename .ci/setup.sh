@@ -6,8 +6,8 @@ set -euo pipefail
 kBuildPackages=(
   g++ cmake ninja-build pkg-config protobuf-compiler protobuf-compiler-grpc
   libabsl-dev libbenchmark-dev libboost-dev libcli11-dev libfmt-dev libgmock-dev libgrpc++-dev libgtest-dev
-  libmnl-dev libmount-dev liboping-dev libproc2-dev libprotobuf-dev librapidcheck-dev libsnmp-dev libspdlog-dev
-  libsystemd-dev libuv1-dev nlohmann-json3-dev
+  libmnl-dev libmount-dev liboping-dev libproc2-dev libprotobuf-dev librapidcheck-dev libsnmp-dev libsystemd-dev
+  libuv1-dev nlohmann-json3-dev
   erlang-snmp # the base MIB modules, which no other package of Debian's main archive has as files
 )
 kManagerPackages=(snmp)

@@ -196,7 +196,7 @@ int SnmpAgent::logged(int /*major*/, int /*minor*/, void* message, void* self) {
   if (text.empty()) return 0;
   int level = levelOf(entry->priority);
   if (agent->pump_) {
-    traceHandle.trace(level, "{}", text);
+    traceHandle.trace({"", text}, level, "{}", text);
     return 0;
   }
   if (level == 0 && agent->firstError_.empty()) agent->firstError_ = text;

@@ -141,25 +141,27 @@ bool serving(const SnmpAgent& snmp, const Cluster& cluster) { return snmp.connec
 
 std::unique_ptr<Reply> statusReport(const StatusInputs& inputs) {
   uint64_t uptimeMs = inputs.uptimeNs / 1'000'000;
-  Json answer{{"ok", true},
-              {"daemon", "trelsnmpd"},
-              {"version", Runtime::kVersion},
-              {"member", inputs.member},
-              {"time", utcTime(inputs.nowUtcNs)},
-              {"uptimeSeconds", static_cast<double>(uptimeMs) / 1000},
-              {"mode", inputs.snmp.subagent() ? "agentx" : "standalone"},
-              {"address", inputs.snmp.address()},
-              {"connected", inputs.snmp.connected()},
-              {"ready", serving(inputs.snmp, inputs.cluster)},
-              {"sources", sourcesOf(inputs.cluster)},
-              {"collectors", collectorsOf(inputs.cluster)},
-              {"stores", storesOf(inputs.cluster, inputs.nowUtcNs)},
-              {"storeCounters", storeCountersOf(inputs.cluster)},
-              {"setAside", setAsideOf(inputs.cluster)},
-              {"members", membersOf(inputs.cluster)},
-              {"pipelines", pipelinesOf(inputs.cluster)},
-              {"tasks", tasksOf(inputs.scheduler)},
-              {"tables", tablesOf(inputs.cluster.trelMib())}};
+  Json answer{
+      {"ok", true},
+      {"daemon", "trelsnmpd"},
+      {"version", Runtime::kVersion},
+      {"member", inputs.member},
+      {"time", utcTime(inputs.nowUtcNs)},
+      {"uptimeSeconds", static_cast<double>(uptimeMs) / 1000},
+      {"mode", inputs.snmp.subagent() ? "agentx" : "standalone"},
+      {"address", inputs.snmp.address()},
+      {"connected", inputs.snmp.connected()},
+      {"ready", serving(inputs.snmp, inputs.cluster)},
+      {"log", {{"waiting", inputs.log.waiting}, {"leftOut", inputs.log.leftOut}, {"lost", inputs.log.lost}}},
+      {"sources", sourcesOf(inputs.cluster)},
+      {"collectors", collectorsOf(inputs.cluster)},
+      {"stores", storesOf(inputs.cluster, inputs.nowUtcNs)},
+      {"storeCounters", storeCountersOf(inputs.cluster)},
+      {"setAside", setAsideOf(inputs.cluster)},
+      {"members", membersOf(inputs.cluster)},
+      {"pipelines", pipelinesOf(inputs.cluster)},
+      {"tasks", tasksOf(inputs.scheduler)},
+      {"tables", tablesOf(inputs.cluster.trelMib())}};
   return lineReply(answer.dump(-1, ' ', false, Json::error_handler_t::replace));
 }
 

@@ -7,6 +7,7 @@
 #include "host/Cluster.h"
 #include "host/ControlServer.h"
 #include "host/SnmpAgent.h"
+#include "runtime/Log.h"
 
 namespace Host {
 
@@ -17,6 +18,7 @@ struct StatusInputs {
   const SnmpAgent& snmp;
   const Cluster& cluster;
   const Vem::TaskScheduler& scheduler;
+  Runtime::Log::State log;
 };
 
 // Whether managers get to see all of the cluster.

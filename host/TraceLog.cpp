@@ -39,10 +39,20 @@ TraceLog::TraceLog(const std::string& program, const TraceOptions& options)
 
 TraceLog::~TraceLog() { Lumalog::sinkIs(before_); }
 
-void TraceLog::trace(std::string_view handle, int level, std::string_view text) {
+void TraceLog::trace(const Lumalog::Line& line) {
   using Runtime::Severity;
-  Severity severity = level <= 0 ? Severity::error : level == 1 ? Severity::information : Severity::detail;
-  log_.write(severity, fmt::format("{}/{} {}", handle, level, text));
+  Severity severity = line.level <= 0   ? Severity::error
+                      : line.level == 1 ? Severity::information
+                                        : Severity::detail;
+  Runtime::LogLine logged{severity, fmt::format("{}/{}", line.handle, line.level), std::string(line.text)};
+  if (severity == Severity::detail) {
+    log_.write(std::move(logged));
+  } else {
+    const auto& [source, key] = line.about;
+    // Lines that are of no key are not to drown in those that are.
+    std::string kind = fmt::format("{} {} {} {}", line.handle, line.format, source, key.empty());
+    log_.write(std::move(logged), {std::move(kind), std::string(key)});
+  }
 }
 
 }  // namespace Host

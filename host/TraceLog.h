@@ -19,12 +19,16 @@ struct TraceOptions {
 std::vector<std::pair<std::string, int>> parseTraces(const std::string& text);
 
 // The process's trace sink while it lives. Level 0 is logged as error, 1 as information, the rest as
-// debugging detail; which levels there are is settled by the handles, at the levels of the options.
+// debugging detail; which levels there are is settled by the handles, at the levels of the options. Of errors
+// and information, what is said from one place in the code of one source, and of that of one key, is bounded
+// (runtime/Thinning.h); detail was asked for, and is told whole.
 class TraceLog final : public Lumalog::Sink {
  public:
   TraceLog(const std::string& program, const TraceOptions& options);
   ~TraceLog() override;
-  void trace(std::string_view handle, int level, std::string_view text) override;
+  void trace(const Lumalog::Line& line) override;
+
+  Runtime::Log::State state() const { return log_.state(); }
 
  private:
   Lumalog::Sink* before_;

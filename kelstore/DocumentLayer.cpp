@@ -51,7 +51,7 @@ void DocumentLayer::readingIs(Reading reading) {
     store_.snapshotIs(layer_, std::move(reading.snapshot), std::move(reading.changed));
   } else {
     std::string error = subject_ + reading.error;
-    if (error != status_.error) traceHandle.trace(kErrorLevel, "{}", error);
+    if (error != status_.error) traceHandle.trace({subject_, ""}, kErrorLevel, "{}", error);
     if (status_.staleSinceUtcNs == 0) status_.staleSinceUtcNs = clock_.utcNs();
     status_.state = SourceStatus::State::stale;
     status_.error = std::move(error);
@@ -71,10 +71,11 @@ void DocumentLayer::tellNews(int level, const std::vector<std::string>& before,
       ++untold;
       continue;
     }
-    traceHandle.trace(level, "{}: {}", subject_, line);
+    // It begins with the path.
+    traceHandle.trace({subject_, line.substr(0, line.find(": "))}, level, "{}: {}", subject_, line);
     ++told;
   }
-  if (untold != 0) traceHandle.trace(level, "{}: {} more like these", subject_, untold);
+  if (untold != 0) traceHandle.trace({subject_, ""}, level, "{}: {} more like these", subject_, untold);
 }
 
 }  // namespace Kelstore

@@ -1,8 +1,13 @@
 #include "runtime/CommandLine.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cstdio>
+
+#include "runtime/Text.h"
 
 namespace Runtime {
 namespace {
@@ -29,13 +34,30 @@ void oneOf(const std::string& text, const std::vector<std::string>& choices) {
   throw std::invalid_argument(fmt::format("found \"{}\", expected {}", text, fmt::join(choices, ", ")));
 }
 
+void complain(std::string_view program, std::string_view what) {
+  // Not fmt::print(), which throws when nothing can be written.
+  std::string line = fmt::format("{}: {}\n", program, escaped(what));
+  std::fwrite(line.data(), 1, line.size(), stderr);
+}
+
+void openStandardStreams() {
+  int null = open("/dev/null", O_RDWR);
+  for (int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    // What the process was given has no such flag. A library's descriptor may: one of gRPC's, which it opens
+    // before main() to see whether it can, and forgets.
+    int flags = fcntl(fd, F_GETFD);
+    if (flags < 0 || (flags & FD_CLOEXEC) != 0) dup2(null, fd);
+  }
+  if (null > STDERR_FILENO) close(null);
+}
+
 int parseCommandLine(CLI::App& app, int argc, const char* const* argv, const std::function<void()>& check) {
   try {
     app.parse(argc, argv);
     check();
   } catch (const CLI::ParseError& error) {
     if (error.get_exit_code() == 0) return app.exit(error);
-    fmt::print(stderr, "{}: {}\n", app.get_name(), firstLine(error.what()));
+    complain(app.get_name(), firstLine(error.what()));
     return kUnusable;
   }
   return -1;

@@ -1,34 +1,223 @@
 #include "runtime/Log.h"
 
-#include <spdlog/sinks/stdout_sinks.h>
-#include <spdlog/sinks/syslog_sink.h>
-#include <spdlog/sinks/systemd_sink.h>
-#include <spdlog/spdlog.h>
+#include <fmt/chrono.h>
+#include <poll.h>
+#include <syslog.h>
+#define SD_JOURNAL_SUPPRESS_LOCATION
+#include <systemd/sd-journal.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <condition_variable>
+#include <csignal>
+#include <ctime>
+#include <mutex>
+#include <system_error>
+#include <utility>
 
 #include "runtime/CommandLine.h"
+#include "runtime/Text.h"
 
 namespace Runtime {
 namespace {
 
-spdlog::sink_ptr sinkFor(LogTo where, const std::string& program) {
-  switch (where) {
-    case LogTo::syslog:
-      return std::make_shared<spdlog::sinks::syslog_sink_st>(program, LOG_PID, LOG_DAEMON,
-                                                             /*enable_formatting=*/true);
-    case LogTo::journal:
-      return std::make_shared<spdlog::sinks::systemd_sink_st>(program, /*enable_formatting=*/true);
-    case LogTo::standardError:
-      break;
-  }
-  return std::make_shared<spdlog::sinks::stderr_sink_st>();
+using SystemTime = std::chrono::system_clock::time_point;
+using SteadyTime = std::chrono::steady_clock::time_point;
+constexpr std::chrono::milliseconds kEndingPatience(500);
+
+struct Dated {
+  SystemTime time;
+  LogLine line;
+};
+
+uint64_t nowMs() {
+  auto now = std::chrono::steady_clock::now().time_since_epoch();
+  return static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::milliseconds>(now).count());
 }
 
-spdlog::level::level_enum levelOf(Severity severity) {
-  if (severity == Severity::error) return spdlog::level::err;
-  return severity == Severity::information ? spdlog::level::info : spdlog::level::debug;
+int priorityOf(Severity severity) {
+  if (severity == Severity::error) return LOG_ERR;
+  return severity == Severity::information ? LOG_INFO : LOG_DEBUG;
+}
+
+std::string textOf(const LogLine& line) { return line.label + ' ' + escaped(line.text); }
+
+// syslog and the journal have times of their own.
+std::string timeText(SystemTime time) {
+  auto sinceEpoch = std::chrono::duration_cast<std::chrono::milliseconds>(time.time_since_epoch()).count();
+  return fmt::format("{:%Y-%m-%dT%H:%M:%S}.{:03}Z", fmt::gmtime(std::chrono::system_clock::to_time_t(time)),
+                     sinceEpoch % 1000);
+}
+
+// Not through stdio, whose locks would hold up the end of the process.
+bool writeToStandardError(std::string_view bytes) {
+  while (!bytes.empty()) {
+    ssize_t count = ::write(STDERR_FILENO, bytes.data(), bytes.size());
+    if (count > 0) {
+      bytes.remove_prefix(static_cast<size_t>(count));
+    } else if (errno == EAGAIN) {
+      pollfd writable{STDERR_FILENO, POLLOUT, 0};
+      ::poll(&writable, 1, -1);
+    } else if (errno != EINTR) {
+      return false;
+    }
+  }
+  return true;
+}
+
+// Lines that are not written yet, where an abort finds them.
+std::atomic<const std::atomic<size_t>*> unwrittenAtAbort;
+
+void onAbort(int number) {
+  if (const std::atomic<size_t>* unwritten = unwrittenAtAbort) {
+    constexpr timespec kStep{0, 5'000'000};
+    auto steps = kEndingPatience / std::chrono::nanoseconds(kStep.tv_nsec);
+    for (; steps != 0 && *unwritten != 0; --steps) nanosleep(&kStep, nullptr);
+  }
+  // The handler is gone with its first call.
+  std::raise(number);
+}
+
+void abortHandlerIs(void (*handler)(int), int flags) {
+  struct sigaction action {};
+  action.sa_handler = handler;
+  action.sa_flags = flags;
+  sigaction(SIGABRT, &action, nullptr);
 }
 
 }  // namespace
+
+class Log::Lines final {
+ public:
+  Lines(std::string program, LogTo to) : program_(std::move(program)), to_(to) {
+    if (to_ == LogTo::syslog) openlog(program_.c_str(), LOG_PID, LOG_DAEMON);
+  }
+  ~Lines() {
+    if (to_ == LogTo::syslog) closelog();
+  }
+  Lines(const Lines&) = delete;
+  Lines& operator=(const Lines&) = delete;
+
+  void add(LogLine line, const Likeness* likeness) {
+    std::lock_guard lock(mutex_);
+    if (likeness == nullptr || thinning_.admits(nowMs(), *likeness, line)) queue(std::move(line));
+  }
+
+  // The thread's. Returns when the end was announced and all is written.
+  void run() {
+    std::unique_lock lock(mutex_);
+    while (!finished_) {
+      sleep(lock);
+      writeOut(lock);
+    }
+  }
+  // Without a thread.
+  void writeOut() {
+    std::unique_lock lock(mutex_);
+    writeOut(lock);
+  }
+
+  void endIs() {
+    std::lock_guard lock(mutex_);
+    ending_ = true;
+    arrived_.notify_one();
+  }
+  // Whether all is written, after some patience.
+  bool finishes() {
+    std::unique_lock lock(mutex_);
+    return ended_.wait_for(lock, kEndingPatience, [this] { return finished_; });
+  }
+
+  State state() const {
+    std::lock_guard lock(mutex_);
+    return {unwritten_, thinning_.leftOut(), lost_};
+  }
+  const std::atomic<size_t>& unwritten() const { return unwritten_; }
+
+ private:
+  void queue(LogLine line) {
+    size_t bytes = sizeof(Dated) + line.label.size() + line.text.size();
+    if (waitingBytes_ + bytes > kMaxWaitingBytes) {
+      ++lost_;
+      ++untoldLost_;
+      return;
+    }
+    waitingBytes_ += bytes;
+    ++unwritten_;
+    waiting_.push_back({std::chrono::system_clock::now(), std::move(line)});
+    arrived_.notify_one();
+  }
+
+  // Until there is something to write, or to say of lines that were left out.
+  void sleep(std::unique_lock<std::mutex>& lock) {
+    auto awake = [this] { return !waiting_.empty() || ending_; };
+    uint64_t next = thinning_.nextMs();
+    if (next == Thinning::kNever) {
+      arrived_.wait(lock, awake);
+    } else {
+      arrived_.wait_until(lock, SteadyTime(std::chrono::milliseconds(next)), awake);
+    }
+  }
+
+  void writeOut(std::unique_lock<std::mutex>& lock) {
+    bool last = ending_;
+    for (LogLine& line : last ? thinning_.all(nowMs()) : thinning_.over(nowMs())) queue(std::move(line));
+    auto taken = std::exchange(waiting_, {});
+    waitingBytes_ = 0;
+    uint64_t gap = std::exchange(untoldLost_, 0);
+    size_t count = taken.size();
+    lock.unlock();
+    bool good = write(std::move(taken), gap);
+    lock.lock();
+    unwritten_ -= count;
+    if (!good) {
+      lost_ += count;
+      untoldLost_ += gap + count;
+    }
+    finished_ = last;
+    if (finished_) ended_.notify_all();
+  }
+
+  // The lines, and how many are lost that came after them.
+  bool write(std::vector<Dated> lines, uint64_t gap) const {
+    if (gap != 0) {
+      std::string text =
+          fmt::format("{} lines are lost here: nobody read the log, or it could not be written", gap);
+      lines.push_back({std::chrono::system_clock::now(), {Severity::error, "Log/0", std::move(text)}});
+    }
+    if (to_ == LogTo::standardError) {
+      std::string bytes;
+      for (const auto& [time, line] : lines) bytes += timeText(time) + ' ' + textOf(line) + '\n';
+      return writeToStandardError(bytes);
+    }
+    bool good = true;
+    for (const auto& [time, line] : lines) {
+      if (to_ == LogTo::syslog) {
+        ::syslog(priorityOf(line.severity), "%s", textOf(line).c_str());
+      } else {
+        good = sd_journal_send("MESSAGE=%s", textOf(line).c_str(), "PRIORITY=%d", priorityOf(line.severity),
+                               "SYSLOG_IDENTIFIER=%s", program_.c_str(), nullptr) == 0 &&
+               good;
+      }
+    }
+    return good;
+  }
+
+  const std::string program_;
+  const LogTo to_;
+  mutable std::mutex mutex_;
+  std::condition_variable arrived_;
+  std::condition_variable ended_;
+  std::vector<Dated> waiting_;
+  size_t waitingBytes_ = 0;
+  std::atomic<size_t> unwritten_ = 0;  // waiting, or being written
+  Thinning thinning_;
+  uint64_t lost_ = 0;
+  uint64_t untoldLost_ = 0;
+  bool ending_ = false;
+  bool finished_ = false;
+};
 
 LogTo logTo(const std::string& name) {
   oneOf(name, {"stderr", "syslog", "journal"});
@@ -36,15 +225,43 @@ LogTo logTo(const std::string& name) {
   return name == "journal" ? LogTo::journal : LogTo::standardError;
 }
 
-Log::Log(const std::string& program, LogTo to)
-    : logger_(std::make_shared<spdlog::logger>(program, sinkFor(to, program))) {
-  logger_->set_level(spdlog::level::trace);
-  // syslog and the journal have times of their own.
-  logger_->set_pattern(to == LogTo::standardError ? "%Y-%m-%dT%H:%M:%S.%eZ %v" : "%v",
-                       spdlog::pattern_time_type::utc);
-  logger_->flush_on(spdlog::level::trace);
+Log::Log(const std::string& program, LogTo to) : lines_(std::make_shared<Lines>(program, to)) {
+  // Signals are for threads that expect them.
+  sigset_t all;
+  sigset_t before;
+  sigfillset(&all);
+  pthread_sigmask(SIG_SETMASK, &all, &before);
+  try {
+    thread_ = std::thread([lines = lines_] { lines->run(); });
+  } catch (const std::system_error&) {
+    // No thread is to be had: whoever writes a line writes it out.
+  }
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  unwrittenAtAbort = &lines_->unwritten();
+  abortHandlerIs(&onAbort, static_cast<int>(SA_RESETHAND));
 }
 
-void Log::write(Severity severity, std::string_view line) { logger_->log(levelOf(severity), "{}", line); }
+Log::~Log() {
+  abortHandlerIs(SIG_DFL, 0);
+  unwrittenAtAbort = nullptr;
+  lines_->endIs();
+  if (!thread_.joinable()) {
+    lines_->writeOut();
+  } else if (lines_->finishes()) {
+    thread_.join();
+  } else {
+    thread_.detach();
+  }
+}
+
+void Log::write(LogLine line) { write(std::move(line), nullptr); }
+void Log::write(LogLine line, const Likeness& likeness) { write(std::move(line), &likeness); }
+
+void Log::write(LogLine line, const Likeness* likeness) {
+  lines_->add(std::move(line), likeness);
+  if (!thread_.joinable()) lines_->writeOut();
+}
+
+Log::State Log::state() const { return lines_->state(); }
 
 }  // namespace Runtime

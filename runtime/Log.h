@@ -1,32 +1,55 @@
-// The process's log: standard error, syslog or the journal. For the event loop's thread.
+// The process's log: standard error, syslog or the journal; one at a time.
+//
+// Whoever writes a line never waits for it: a thread writes them, and what a pipe that is full, a reader that
+// stopped or a socket that is full keeps from being written is held up to a bound and counted beyond. Lines
+// keep their order. None that could be written is lost when the log goes, or in an abort; neither waits for
+// more than half a second.
 #pragma once
 
 #include <cstdint>
 #include <memory>
 #include <string>
-#include <string_view>
+#include <thread>
 
-namespace spdlog {
-class logger;
-}
+#include "runtime/Thinning.h"
 
 namespace Runtime {
 
 enum class LogTo : uint8_t { standardError, syslog, journal };
-enum class Severity : uint8_t { error, information, detail };
 
 // "stderr", "syslog" or "journal"; throws std::invalid_argument for anything else, with what was expected.
 LogTo logTo(const std::string& name);
 
 class Log final {
  public:
+  static constexpr size_t kMaxWaitingBytes = 4 << 20;
+
+  // In lines, since the log was opened.
+  struct State {
+    uint64_t waiting;  // now, to be written
+    uint64_t leftOut;  // like many others
+    uint64_t lost;     // too many were waiting, or they could not be written
+  };
+
   // `program` is the name under which syslog and the journal know it.
   Log(const std::string& program, LogTo to);
-  // One line.
-  void write(Severity severity, std::string_view line);
+  ~Log();
+  Log(const Log&) = delete;
+  Log& operator=(const Log&) = delete;
+
+  // Foreign text may be in it: control characters are escaped.
+  void write(LogLine line);
+  // The same, unless enough has been said that is like it (Thinning.h).
+  void write(LogLine line, const Likeness& likeness);
+
+  State state() const;
 
  private:
-  std::shared_ptr<spdlog::logger> logger_;
+  class Lines;
+  void write(LogLine line, const Likeness* likeness);
+
+  std::shared_ptr<Lines> lines_;  // of the thread as well, which may be stuck when this goes
+  std::thread thread_;
 };
 
 }  // namespace Runtime

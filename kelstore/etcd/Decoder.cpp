@@ -44,8 +44,7 @@ Decoder::Decoded Decoder::decode(std::vector<Change> changes) {
     } else if (absl::IsInvalidArgument(path.status())) {
       isWrong(change.key, std::string(path.status().message()));
     } else if (!std::exchange(toldOfForeignKey_, true)) {
-      tell(kWarningLevel, fmt::format("key {}: not of the state model; such keys are ignored",
-                                      Runtime::shortened(change.key, kMaxKeyText)));
+      tell(kWarningLevel, change.key, "not of the state model; such keys are ignored");
     }
   }
   decoded.changes.assign(std::make_move_iterator(result.begin()), std::make_move_iterator(result.end()));
@@ -71,8 +70,7 @@ std::optional<Value> Decoder::valueOf(const std::string& key, const Path& path, 
   }
   std::string warning = withoutPath(path, document.warnings.front());
   std::string& before = warned_[key];
-  if (warning != before)
-    tell(kWarningLevel, fmt::format("key {}: {}", Runtime::shortened(key, kMaxKeyText), warning));
+  if (warning != before) tell(kWarningLevel, key, warning);
   before = std::move(warning);
   return value;
 }
@@ -80,13 +78,14 @@ std::optional<Value> Decoder::valueOf(const std::string& key, const Path& path, 
 void Decoder::isWrong(const std::string& key, std::string what) {
   std::string& before = setAside_[key];
   if (before == what) return;
-  tell(kErrorLevel, fmt::format("key {}: {}", Runtime::shortened(key, kMaxKeyText), what));
+  tell(kErrorLevel, key, what);
   before = std::move(what);
 }
 
-void Decoder::tell(int level, std::string text) {
+void Decoder::tell(int level, const std::string& key, std::string_view what) {
   if (lines_.size() < kMaxLines) {
-    lines_.push_back({level, std::move(text)});
+    std::string shown = Runtime::shortened(key, kMaxKeyText);
+    lines_.push_back({level, fmt::format("key {}: {}", shown, what), shown});
   } else {
     ++untold_;
   }

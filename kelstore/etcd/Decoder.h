@@ -16,6 +16,7 @@ namespace Kelstore::Etcd {
 struct Line {
   int level = 0;
   std::string text;
+  std::string key{};  // that it is about; empty when about none
 };
 
 // Whether such a path begins with a member that publishes it.
@@ -44,7 +45,7 @@ class Decoder {
  private:
   std::optional<Value> valueOf(const std::string& key, const Path& path, const std::string& text);
   void isWrong(const std::string& key, std::string what);
-  void tell(int level, std::string text);
+  void tell(int level, const std::string& key, std::string_view what);
 
   Keys keys_;
   std::map<std::string, std::string> setAside_;

@@ -51,7 +51,9 @@ void EtcdSource::startThread() {
 
 void EtcdSource::take() {
   Handover::Update update = handover_.take();
-  for (const Line& line : update.lines) traceHandle.trace(line.level, "{}: {}", name_, line.text);
+  for (const Line& line : update.lines) {
+    traceHandle.trace({name_, line.key}, line.level, "{}: {}", name_, line.text);
+  }
   if (update.snapshot != nullptr) {
     if (mirrored()) mirrored_ = taken_;
     taken_ = update.revision;

@@ -12,10 +12,10 @@ constexpr std::string_view kEveryHandle = "*";
 
 class StderrSink final : public Sink {
  public:
-  void trace(std::string_view handle, int level, std::string_view text) override {
+  void trace(const Line& line) override {
     // Not fmt::print(), which throws when standard error is closed or full.
-    std::string line = fmt::format("{}/{} {}\n", handle, level, text);
-    std::fwrite(line.data(), 1, line.size(), stderr);
+    std::string text = fmt::format("{}/{} {}\n", line.handle, line.level, line.text);
+    std::fwrite(text.data(), 1, text.size(), stderr);
   }
 };
 
@@ -63,8 +63,8 @@ Handle::Handle(std::string name) : name_(std::move(name)), level_(registry().lev
 
 Handle::~Handle() { registry().handles.erase(this); }
 
-void Handle::emit(int level, std::string_view text) const {
-  if (Sink* to = registry().sink) to->trace(name_, level, text);
+void Handle::emit(int level, std::string_view text, std::string_view format, const About& about) const {
+  if (Sink* to = registry().sink) to->trace({name_, level, text, format, about});
 }
 
 BlockTimer::BlockTimer(const Handle& handle, std::string_view function, std::string_view text)

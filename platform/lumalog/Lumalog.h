@@ -14,11 +14,26 @@ namespace Lumalog {
 inline constexpr int kMaxLevel = 9;
 inline constexpr int kDefaultLevel = 1;  // errors and one line for each table that is set up
 
-// Receives every enabled trace line, on the tracing thread, without a trailing newline.
+// What a line is about, where a source has any number of things to speak of: for a log that bounds what it
+// says of each. Both may be empty.
+struct About {
+  std::string_view source;  // such as a file; one of a bounded number
+  std::string_view key;     // such as a path in it
+};
+
+struct Line {
+  std::string_view handle;
+  int level;
+  std::string_view text;    // without a trailing newline
+  std::string_view format;  // that the text was made with, the same for all lines from one place
+  About about;
+};
+
+// Receives every enabled trace line, on the tracing thread.
 class Sink {
  public:
   virtual ~Sink() = default;
-  virtual void trace(std::string_view handle, int level, std::string_view text) = 0;
+  virtual void trace(const Line& line) = 0;
 };
 
 // Where traces go; null drops them. The sink must outlive its use. The first sink writes to standard error.
@@ -46,19 +61,25 @@ class Handle {
 
   template <class... Args>
   void trace(int level, fmt::format_string<Args...> format, Args&&... args) const {
-    if (enabled(level)) emit(level, fmt::format(format, std::forward<Args>(args)...));
+    trace(About{}, level, format, std::forward<Args>(args)...);
+  }
+  template <class... Args>
+  void trace(const About& about, int level, fmt::format_string<Args...> format, Args&&... args) const {
+    if (!enabled(level)) return;
+    fmt::string_view made = format;
+    emit(level, fmt::format(format, std::forward<Args>(args)...), {made.data(), made.size()}, about);
   }
 
   // For texts that are composed at run time, such as a pipeline's statements.
   template <class... Args>
   void traceRuntime(int level, std::string_view format, const Args&... args) const {
-    if (enabled(level)) emit(level, fmt::format(fmt::runtime(format), args...));
+    if (enabled(level)) emit(level, fmt::format(fmt::runtime(format), args...), format, {});
   }
 
  private:
   friend void levelIs(std::string_view, int);
   friend void levelsReset();
-  void emit(int level, std::string_view text) const;
+  void emit(int level, std::string_view text, std::string_view format, const About& about) const;
 
   std::string name_;
   int level_;

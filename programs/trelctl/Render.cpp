@@ -4,6 +4,8 @@
 
 #include <algorithm>
 
+#include "runtime/Text.h"
+
 namespace TrelCtl {
 namespace {
 
@@ -69,7 +71,7 @@ std::string aligned(const std::vector<std::vector<std::string>>& rows) {
 std::string cell(const Json& value) {
   if (value.is_null()) return "-";
   if (value.is_boolean()) return value.get<bool>() ? "yes" : "no";
-  return value.is_string() ? value.get<std::string>() : value.dump();
+  return Runtime::escaped(value.is_string() ? value.get<std::string>() : value.dump());
 }
 
 std::string asTable(const Json& objects) {
@@ -77,7 +79,7 @@ std::string asTable(const Json& objects) {
   for (const Json& object : objects) {
     if (rows.empty()) {
       rows.emplace_back();
-      for (const auto& [name, value] : object.items()) rows.back().push_back(name);
+      for (const auto& [name, value] : object.items()) rows.back().push_back(Runtime::escaped(name));
     }
     std::vector<std::string> row;
     for (const Json& value : object) row.push_back(cell(value));
@@ -93,6 +95,11 @@ std::string renderStatus(const Json& status) {
                                  uptime(status.at("uptimeSeconds").get<double>()), cell(status.at("mode")),
                                  cell(status.at("address")), connected ? "" : " (not connected)",
                                  status.at("ready").get<bool>() ? "ready" : "not ready");
+  const Json& log = status.at("log");
+  if (log.at("leftOut") != 0 || log.at("lost") != 0) {
+    text += fmt::format("log: {} lines left out, {} lost, {} waiting\n", cell(log.at("leftOut")),
+                        cell(log.at("lost")), cell(log.at("waiting")));
+  }
   text += sectionWithErrors("sources", status.at("sources"), "error");
   text += section("collectors", status.at("collectors"));
   if (!status.at("stores").empty()) {
@@ -108,8 +115,8 @@ std::string renderStatus(const Json& status) {
 }
 
 std::string renderTable(const std::string& name, const Json& rows) {
-  if (rows.empty()) return fmt::format("{}: empty\n", name);
-  return fmt::format("{}:\n{}", name, asTable(rows));
+  if (rows.empty()) return fmt::format("{}: empty\n", Runtime::escaped(name));
+  return fmt::format("{}:\n{}", Runtime::escaped(name), asTable(rows));
 }
 
 }  // namespace TrelCtl

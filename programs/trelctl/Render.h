@@ -11,7 +11,7 @@ namespace TrelCtl {
 // heading.
 std::string aligned(const std::vector<std::vector<std::string>>& rows);
 
-// The value as it stands in a cell; "-" for null.
+// The value as it stands in a cell, with control characters escaped; "-" for null.
 std::string cell(const Json& value);
 
 // Objects that all have the same members, as a table with the members' names as heading.

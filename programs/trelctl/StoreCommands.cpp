@@ -14,6 +14,7 @@
 #include "kelstore/Codec.h"
 #include "kelstore/etcd/Address.h"
 #include "programs/trelctl/StoreContent.h"
+#include "runtime/CommandLine.h"
 
 namespace TrelCtl {
 namespace {
@@ -26,7 +27,7 @@ constexpr const char* kExpectedPath = "expected a path of the state, such as mem
 // etcd takes requests of up to 1.5 MiB.
 constexpr size_t kMaxTxnBytes = 1 << 20;
 
-void say(const std::string& line) { fmt::print(stderr, "trelctl: {}\n", line); }
+void say(const std::string& line) { Runtime::complain("trelctl", line); }
 
 template <class Answer>
 Answer orThrow(absl::StatusOr<Answer> answer) {

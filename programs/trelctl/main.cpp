@@ -80,8 +80,9 @@ Json tables(const std::string& path) {
   }
 }
 
+// In ASCII alone, as it may end up on a terminal.
 std::string dumped(const Json& json) {
-  return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+  return json.dump(2, ' ', /*ensure_ascii=*/true, Json::error_handler_t::replace) + "\n";
 }
 
 struct Command {
@@ -206,6 +207,7 @@ void describe(CLI::App& app, Command& command) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  Runtime::openStandardStreams();
   Command command;
   StoreCommand store;
   CLI::App app("Shows what a running trelsnmpd knows and does; reads and writes a cluster's store.",
@@ -215,10 +217,10 @@ int main(int argc, char** argv) {
   try {
     return std::max(0, Runtime::parseCommandLine(app, argc, argv, [] {}));
   } catch (const TrelCtl::Unusable& error) {
-    for (const std::string& line : error.lines()) fmt::print(stderr, "trelctl: {}\n", line);
+    for (const std::string& line : error.lines()) Runtime::complain("trelctl", line);
     return Runtime::kUnusable;
   } catch (const std::exception& error) {
-    fmt::print(stderr, "trelctl: {}\n", error.what());
+    Runtime::complain("trelctl", error.what());
     return kFailed;
   }
 }

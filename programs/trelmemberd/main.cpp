@@ -13,7 +13,7 @@
 #include "platform/zavro/Clock.h"
 #include "programs/trelmemberd/Options.h"
 #include "programs/trelmemberd/Trelmemberd.h"
-#include "runtime/ExitStatus.h"
+#include "runtime/CommandLine.h"
 
 namespace {
 
@@ -29,7 +29,7 @@ int publish(const Member::Options& options, const Member::ParsedConfig& parsed, 
     Member::Trelmemberd daemon(options.config, parsed.config, clock, threads);
     daemon.run();
   } catch (const std::runtime_error& error) {
-    fmt::print(stderr, "trelmemberd: {}\n", error.what());
+    Runtime::complain("trelmemberd", error.what());
     return Runtime::kUnusable;
   }
   return 0;
@@ -40,7 +40,7 @@ int printMappings(const Member::Config& config) {
   auto suggested =
       Member::suggestedMappings(std::make_shared<Member::LinuxMachine>(), config.indexFile, clock);
   if (!suggested.error.empty()) {
-    fmt::print(stderr, "trelmemberd: {}\n", suggested.error);
+    Runtime::complain("trelmemberd", suggested.error);
     return Runtime::kUnusable;
   }
   fmt::print("{}\n", Kelstore::documentOf(suggested.values).dump(2));
@@ -50,13 +50,14 @@ int printMappings(const Member::Config& config) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  Runtime::openStandardStreams();
   auto [options, exitCode] = Member::parseOptions(argc, argv);
   if (exitCode >= 0) return exitCode;
 
   Member::ParsedConfig parsed = Member::usableConfig(options.config);
-  for (const std::string& error : parsed.errors) fmt::print(stderr, "trelmemberd: {}\n", error);
+  for (const std::string& error : parsed.errors) Runtime::complain("trelmemberd", error);
   if (options.check) {
-    for (const std::string& warning : parsed.warnings) fmt::print(stderr, "trelmemberd: {}\n", warning);
+    for (const std::string& warning : parsed.warnings) Runtime::complain("trelmemberd", warning);
   }
   if (!parsed.errors.empty()) return Runtime::kUnusable;
   if (options.check) return 0;

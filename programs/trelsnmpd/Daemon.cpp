@@ -40,9 +40,10 @@ std::unique_ptr<Kelstore::Source> sourceFor(const std::string& state, const Opti
 
 }  // namespace
 
-Daemon::Daemon(const Options& options, const EtcdSources* etcd, const Zavro::Clock& clock,
-               Runtime::Threads& threads)
+Daemon::Daemon(const Options& options, const EtcdSources* etcd, const Host::TraceLog& log,
+               const Zavro::Clock& clock, Runtime::Threads& threads)
     : options_(options),
+      log_(log),
       clock_(clock),
       threads_(threads),
       startedNs_(clock.monotonicNs()),
@@ -99,8 +100,8 @@ std::unique_ptr<Host::Reply> Daemon::answer(const std::string& request) const {
   const auto& op = json["op"].get_ref<const std::string&>();
   if (op == Control::kOpTables) return Host::tableReport(cluster_->trelMib());
   if (op == Control::kOpStatus) {
-    return Host::statusReport(
-        {options_.member, clock_.monotonicNs() - startedNs_, clock_.utcNs(), *snmp_, *cluster_, *scheduler_});
+    return Host::statusReport({options_.member, clock_.monotonicNs() - startedNs_, clock_.utcNs(), *snmp_,
+                               *cluster_, *scheduler_, log_.state()});
   }
   return Host::errorReply(fmt::format("found op \"{}\", expected {} or {}", op.substr(0, 40),
                                       Control::kOpStatus, Control::kOpTables));

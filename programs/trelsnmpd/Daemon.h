@@ -8,6 +8,7 @@
 #include "host/ControlServer.h"
 #include "host/SnmpAgent.h"
 #include "host/TaskRunner.h"
+#include "host/TraceLog.h"
 #include "platform/vem/Vem.h"
 #include "programs/trelsnmpd/Options.h"
 #include "runtime/EventLoop.h"
@@ -19,10 +20,10 @@ namespace Trelsnmpd {
 
 class Daemon {
  public:
-  // Clock and threads must outlive the daemon; work may be under way on threads when it goes. `etcd` may be
-  // null when no such source is among the options.
-  Daemon(const Options& options, const EtcdSources* etcd, const Zavro::Clock& clock,
-         Runtime::Threads& threads);
+  // Log, clock and threads must outlive the daemon; work may be under way on threads when it goes. `etcd` may
+  // be null when no such source is among the options.
+  Daemon(const Options& options, const EtcdSources* etcd, const Host::TraceLog& log,
+         const Zavro::Clock& clock, Runtime::Threads& threads);
   ~Daemon();
   Daemon(const Daemon&) = delete;
   Daemon& operator=(const Daemon&) = delete;
@@ -38,6 +39,7 @@ class Daemon {
   void tellWhenReady();
 
   const Options options_;
+  const Host::TraceLog& log_;
   const Zavro::Clock& clock_;
   Runtime::Threads& threads_;
   const uint64_t startedNs_;

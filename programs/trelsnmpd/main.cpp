@@ -1,6 +1,4 @@
 // trelsnmpd.
-#include <fmt/format.h>
-
 #include "host/TraceLog.h"
 #include "platform/toggles/Toggles.h"
 #include "platform/trel/Mode.h"
@@ -8,7 +6,7 @@
 #include "programs/trelsnmpd/Daemon.h"
 #include "programs/trelsnmpd/EtcdSupport.h"
 #include "programs/trelsnmpd/Options.h"
-#include "runtime/ExitStatus.h"
+#include "runtime/CommandLine.h"
 
 namespace {
 
@@ -18,9 +16,9 @@ int serve(const Trelsnmpd::Options& options, const Trelsnmpd::EtcdSources& etcd,
   Trel::trelModeIs(options.trelMode);
 
   Zavro::SystemClock clock;
-  Trelsnmpd::Daemon daemon(options, &etcd, clock, threads);
+  Trelsnmpd::Daemon daemon(options, &etcd, log, clock, threads);
   if (!daemon.error().empty()) {
-    fmt::print(stderr, "trelsnmpd: {}\n", daemon.error());
+    Runtime::complain("trelsnmpd", daemon.error());
     return Runtime::kUnusable;
   }
   daemon.run();
@@ -30,6 +28,7 @@ int serve(const Trelsnmpd::Options& options, const Trelsnmpd::EtcdSources& etcd,
 }  // namespace
 
 int main(int argc, char** argv) {
+  Runtime::openStandardStreams();
   Trelsnmpd::EtcdSupport etcd;
   auto [options, exitCode] = Trelsnmpd::parseOptions(argc, argv, &etcd);
   if (exitCode >= 0) return exitCode;

@@ -86,10 +86,18 @@ std::string Daemon::sourceError() const {
   return error.is_null() ? "" : error.get<std::string>();
 }
 
+// A thread of its own writes it.
+std::string Daemon::log() const {
+  bool written =
+      Support::waitUntil([this] { return !process_->running() || status().at("log").at("waiting") == 0; });
+  if (!written) throw std::runtime_error("the daemon's log is not written");
+  return process_->err();
+}
+
 std::vector<std::string> Daemon::errors() const {
-  std::istringstream log(process_->err());
+  std::istringstream lines(log());
   std::vector<std::string> found;
-  for (std::string time, handle, text; log >> time >> handle && std::getline(log, text);) {
+  for (std::string time, handle, text; lines >> time >> handle && std::getline(lines, text);) {
     if (time.ends_with('Z') && handle.ends_with("/0")) found.push_back(handle + text);
   }
   return found;

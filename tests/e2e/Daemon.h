@@ -48,6 +48,8 @@ class Daemon {
   nlohmann::json status() const;
   // The error of the one source, or empty.
   std::string sourceError() const;
+  // All that it has logged until now.
+  std::string log() const;
   // Lines of the log with errors, without their time: "Kelstore/0 <text>".
   std::vector<std::string> errors() const;
 

@@ -71,7 +71,7 @@ TEST(Start, TraceLevels_WhatTheyAskForIsLogged) {
       .start();
   ASSERT_EQ(daemon.manager().get({"reach.4.2.1"}), "reach.4.2.1 = INTEGER: 4\n");
   EXPECT_THAT(
-      daemon.process().err(),
+      daemon.log(),
       AllOf(
           HasSubstr(" TrelSnmpReachabilityTableSm/7 into( trelMib.trelReachabilityTable[ key ] ): inserting "
                     "k1=(firstId=2, secondId=1), value="),
@@ -145,7 +145,7 @@ TEST(Start, ConfWithAnUnknownWord_IsUsedWithAWarning) {
   std::string conf = daemon.dir().write("trel.conf", "rocommunity public 127.0.0.1\nrocommunitee private\n");
   daemon.stateIs(documentOf(kReports)).with({"--conf", conf}).start();
   EXPECT_EQ(daemon.manager().get({"reach.4.1.2"}), "reach.4.1.2 = INTEGER: 3\n");
-  EXPECT_THAT(daemon.process().err(), HasSubstr(conf + ": line 2: Warning: Unknown token: rocommunitee."));
+  EXPECT_THAT(daemon.log(), HasSubstr(conf + ": line 2: Warning: Unknown token: rocommunitee."));
 }
 
 TEST(Start, PortInUse_SecondEndsWith2_FirstGoesOn) {

@@ -198,12 +198,12 @@ TEST_F(LinkChanges, OneInterfaceOfSeveralLinks_AllAreProcessedInWalkOrder_LastHa
   wiring_.links = {{{3, 1}, "Backplane7"}, {{1, 9}, "Backplane7"}, {{1, 2}, "Backplane7"}};
   daemon_.with({"--trace", "TrelSnmpIfTableSm/7"});
   start();
-  std::string before = daemon_.process().err();
+  std::string before = daemon_.log();
   wiring_.indexes["Backplane7"] = 10;
   edit();
   EXPECT_TRUE(tableIs({{10, {3, 1}}}));
 
-  std::istringstream log(daemon_.process().err().substr(before.size()));
+  std::istringstream log(daemon_.log().substr(before.size()));
   std::vector<std::string> processed;
   for (std::string line; std::getline(log, line);) {
     size_t at = line.find("localMemberId=");

@@ -79,7 +79,7 @@ TEST(EtcdKeysTest, SegmentsThatTheirLevelDoesNotTake) {
 }
 
 TEST(EtcdKeysTest, NamesThatAreNotUtf8) {
-  EXPECT_EQ(read("trel/interfaces/%FF"), "bad: interfaces/\xff: found \"%FF\", expected UTF-8");
+  EXPECT_EQ(read("trel/interfaces/%FF"), "bad: interfaces/\\xff: found \"%FF\", expected UTF-8");
 }
 
 TEST(EtcdKeysTest, WhatIsNoneOfOurBusiness) {

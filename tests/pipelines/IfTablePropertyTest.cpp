@@ -53,13 +53,13 @@ class OrderedModel final : public Lumalog::Sink {
   }
   ~OrderedModel() override { Lumalog::sinkIs(before_); }
 
-  void trace(std::string_view /*handle*/, int /*level*/, std::string_view text) override {
+  void trace(const Lumalog::Line& line) override {
     unsigned local = 0;
     unsigned remote = 0;
     constexpr const char* kMerged =
         "trelIfTableStream = merge( topoConfigStream, ifMibIfIndexStream ): localMemberId=%u "
         "remoteMemberId=%u";
-    if (std::sscanf(std::string(text).c_str(), kMerged, &local, &remote) == 2) process({local, remote});
+    if (std::sscanf(std::string(line.text).c_str(), kMerged, &local, &remote) == 2) process({local, remote});
   }
 
   std::string rows() const {

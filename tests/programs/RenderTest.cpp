@@ -24,11 +24,20 @@ TEST(RenderTest, TextBeyondAscii_TakesTheRoomOfItsCharacters) {
             "  /data     20\n");
 }
 
+TEST(RenderTest, ControlCharacters_AreEscaped_InNamesAndValues) {
+  Json rows = Json::parse(R"([{"de\u001bscr":"a\u0000\u009b\u202eb","size":1}])");
+  EXPECT_EQ(renderTable("t\x7f", rows),
+            "t\\x7f:\n"
+            "  de\\x1bscr           size\n"
+            "  a\\x00\\u009b\\u202eb     1\n");
+  EXPECT_EQ(renderTable("t\n", Json::array()), "t\\x0a: empty\n");
+}
+
 TEST(RenderTest, EmptyTable_SaysSo) { EXPECT_EQ(renderTable("t", Json::array()), "t: empty\n"); }
 
 TEST(RenderTest, Status_OneLineAndTheListsWithErrorsBelow) {
   Json status = Json::parse(R"({"daemon":"trelsnmpd","version":"0.1.0","member":3,"uptimeSeconds":93784.5,
-      "mode":"agentx","address":"unix:/m","connected":false,"ready":false,
+      "mode":"agentx","address":"unix:/m","connected":false,"ready":false,"log":{"waiting":1,"leftOut":20,"lost":3},
       "sources":[{"name":"file:/x","state":"stale","error":"/x: bad"},{"name":"embedded","state":"current","error":null}],
       "collectors":[{"name":"users","state":"works","error":null},{"name":"mount /a","state":"hangs","error":"no answer"}],
       "stores":[],"storeCounters":[],"setAside":[],"members":[],
@@ -36,6 +45,7 @@ TEST(RenderTest, Status_OneLineAndTheListsWithErrorsBelow) {
       "tables":[{"name":"t","rows":2,"version":7}]})");
   EXPECT_EQ(renderStatus(status),
             "trelsnmpd 0.1.0, member 3, up 1 d 2:03:04, agentx at unix:/m (not connected), not ready\n"
+            "log: 20 lines left out, 3 lost, 1 waiting\n"
             "\nsources:\n"
             "  name      state\n"
             "  file:/x   stale\n"
@@ -56,7 +66,8 @@ TEST(RenderTest, Status_OneLineAndTheListsWithErrorsBelow) {
 
 TEST(RenderTest, Status_StoresWithTheirErrorsBelow_CountersAndMembers) {
   Json status = Json::parse(R"({"daemon":"trelsnmpd","version":"0.1.0","member":3,"uptimeSeconds":1,
-      "mode":"standalone","address":"udp:1","connected":true,"ready":true,"sources":[],"collectors":[],
+      "mode":"standalone","address":"udp:1","connected":true,"ready":true,
+      "log":{"waiting":0,"leftOut":0,"lost":0},"sources":[],"collectors":[],
       "stores":[{"source":"etcd:h:1/p","state":"held","endpoint":null,"lastError":"h:1: refused"}],
       "storeCounters":[{"source":"etcd:h:1/p","revisions":4}],
       "setAside":[{"source":"etcd:h:1/p","key":"p/sysname","error":"found 1"}],

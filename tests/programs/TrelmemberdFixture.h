@@ -50,11 +50,14 @@ class TrelmemberdTest : public testing::Test {
                                              "figuresInterval": 1, "neighbours": [{}], "access": {}}})",
                                         member, servers, ttlSeconds, neighbours, access_.dump()));
   }
-  bool awaitLine(Process& process, const std::string& text) {
-    return waitUntil([&] { return process.err().find(text) != std::string::npos; });
-  }
   std::unique_ptr<Process> start(const std::string& config, const Support::Env& env = {}) {
     return std::make_unique<Process>(Support::Argv{TRELMEMBERD, "--config", config}, env);
+  }
+  // Waits until the program's log has the text.
+  static testing::AssertionResult awaitLine(const Process& process, const std::string& text,
+                                            Support::Millis deadline = 10s) {
+    bool said = waitUntil([&] { return process.err().find(text) != std::string::npos; }, deadline);
+    return said ? testing::AssertionSuccess() : testing::AssertionFailure() << process.err();
   }
   // All keys without the prefix. Throws when the store cannot be read, which is not to pass for an empty one.
   std::map<std::string, KeyValue> keys() {

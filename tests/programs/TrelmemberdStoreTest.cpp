@@ -19,13 +19,10 @@ TEST_F(TrelmemberdTest, StoreIsAwayForAWhile_GoesOnAndIsBack) {
   auto process = start(config(1, loopback()));
   ASSERT_TRUE(awaitKey("members/1/system")) << process->err();
   etcd_->end(0);
-  EXPECT_TRUE(
-      waitUntil([&] { return process->err().find("the store cannot be used") != std::string::npos; }));
+  EXPECT_TRUE(awaitLine(*process, "the store cannot be used"));
   EXPECT_TRUE(process->running());
   etcd_->start(0);
-  EXPECT_TRUE(
-      waitUntil([&] { return process->err().find("the store works again") != std::string::npos; }, 20s))
-      << process->err();
+  EXPECT_TRUE(awaitLine(*process, "the store works again", 20s));
   EXPECT_TRUE(awaitKey("members/1/system"));
   int64_t revision = keys()["members/1/system"].modRevision;
   EXPECT_TRUE(waitUntil([&] { return keys()["members/1/system"].modRevision > revision; }));
@@ -37,7 +34,7 @@ TEST_F(TrelmemberdTest, StoreComesBackEmpty_EverythingIsWrittenAnew) {
   auto before = names();
   etcd_->restartEmpty();
   EXPECT_TRUE(waitUntil([&] { return names() == before; }, 20s)) << process->err();
-  EXPECT_THAT(process->err(), HasSubstr("is gone: everything is written anew"));
+  EXPECT_TRUE(awaitLine(*process, "is gone: everything is written anew"));
 }
 
 TEST_F(TrelmemberdTest, StoreIsAwayAtTheEnd_EndsSoonAllTheSame_AndSaysWhatStays) {
@@ -114,7 +111,7 @@ class TrelmemberdAccessTest : public TrelmemberdTest {
   }
   void expectIsRefused(const std::string& why) {
     auto process = start(config(1, loopback()));
-    EXPECT_TRUE(waitUntil([&] { return process->err().find("cannot be used: ") != std::string::npos; }));
+    EXPECT_TRUE(awaitLine(*process, "cannot be used: "));
     EXPECT_THAT(process->err(), HasSubstr(why));
     EXPECT_THAT(names(), testing::IsEmpty());
     EXPECT_EQ(process->stop(), 0) << process->err();

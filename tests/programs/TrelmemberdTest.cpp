@@ -91,7 +91,7 @@ TEST_F(TrelmemberdTest, KilledAndStartedAgain_TakesOverAndNoKeyIsEverMissing) {
     return now.size() == 1 && now != before;
   })) << process->err();
   EXPECT_FALSE(missing);
-  EXPECT_THAT(process->err(), HasSubstr("takes over the keys of an earlier publisher"));
+  EXPECT_TRUE(awaitLine(*process, "takes over the keys of an earlier publisher"));
   ASSERT_TRUE(client_->revoke(*before.begin()).ok());
   EXPECT_GE(keys().size(), count) << "they went with the old lease";
 }
@@ -113,15 +113,14 @@ TEST_F(TrelmemberdTest, SecondPublisherOfTheMember_TheFirstStandsByUntilThatIsGo
   ASSERT_TRUE(awaitKey("members/1/system")) << first->err();
   int64_t lease = *leases().begin();
   auto second = start(config(1, loopback()));
-  ASSERT_TRUE(waitUntil([&] { return first->err().find("stands by") != std::string::npos; }))
-      << first->err() << second->err();
-  EXPECT_THAT(first->err(), HasSubstr("member 1 is published by somebody else too"));
+  ASSERT_TRUE(awaitLine(*first, "stands by")) << second->err();
+  EXPECT_TRUE(awaitLine(*first, "member 1 is published by somebody else too"));
   auto now = leases();
   EXPECT_EQ(now.size(), 1u);
   EXPECT_FALSE(now.contains(lease));
   EXPECT_EQ(second->stop(), 0);
   EXPECT_TRUE(awaitKey("members/1/system")) << first->err();
-  EXPECT_THAT(first->err(), HasSubstr("the other publisher of member 1 is gone"));
+  EXPECT_TRUE(awaitLine(*first, "the other publisher of member 1 is gone"));
 }
 
 TEST_F(TrelmemberdTest, InterfaceOfAnotherMember_IsLeftAloneUntilItIsGone) {
@@ -131,7 +130,7 @@ TEST_F(TrelmemberdTest, InterfaceOfAnotherMember_IsLeftAloneUntilItIsGone) {
   auto process = start(config(1, loopback()));
   ASSERT_TRUE(awaitKey("members/1/system")) << process->err();
   EXPECT_EQ(keys()["interfaces/Backplane1%2F2"].lease, theirs);
-  EXPECT_THAT(process->err(), HasSubstr("interfaces/\"Backplane1/2\" is published by somebody else"));
+  EXPECT_TRUE(awaitLine(*process, "interfaces/\"Backplane1/2\" is published by somebody else"));
   EXPECT_EQ(other->stop(), 0);
   EXPECT_TRUE(awaitKey("interfaces/Backplane1%2F2")) << process->err();
 }

@@ -168,7 +168,7 @@ class Follower final : public Lumalog::Sink {
   // Called after each publication that was in order.
   void onPublication(std::function<void()> callback) { onPublication_ = std::move(callback); }
 
-  void trace(std::string_view handle, int level, std::string_view text) override;
+  void trace(const Lumalog::Line& line) override;
 
  private:
   struct Mirror {

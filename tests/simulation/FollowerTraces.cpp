@@ -107,7 +107,8 @@ constexpr std::string_view kLinkStatement =
 
 }  // namespace
 
-void Follower::trace(std::string_view handle, int level, std::string_view text) {
+void Follower::trace(const Lumalog::Line& line) {
+  auto [handle, level, text, format, about] = line;
   note(handle);
   note(text);
   if (log_) log_(fmt::format("{:{}}{}/{} {}", "", 4 * depth_ + 2, handle, level, text));

@@ -64,10 +64,11 @@ class FollowerTest : public testing::Test {
   void making(PipelineId id) { follower.making(id, {}); }
   // As the pipeline's trace says it.
   void handles(const std::string& key, int neighbour, const std::string& value) {
-    follower.trace("TrelSnmpReachabilityTableSm", 7,
-                   "reachabilityStatusStream = from( reachabilityDir.entityPtr< ReachabilityStatus "
-                   ">[].reachabilityStatus[] ): dirKey=" +
-                       key + " nbr=" + std::to_string(neighbour) + " reachabilityStateOpt=" + value);
+    std::string text =
+        "reachabilityStatusStream = from( reachabilityDir.entityPtr< ReachabilityStatus "
+        ">[].reachabilityStatus[] ): dirKey=" +
+        key + " nbr=" + std::to_string(neighbour) + " reachabilityStateOpt=" + value;
+    follower.trace({"TrelSnmpReachabilityTableSm", 7, text, "", {}});
   }
   void handles(const std::string& key, int neighbour, const Trel::ReachabilityState& record) {
     handles(key, neighbour, "Optional( " + record.text() + " )");

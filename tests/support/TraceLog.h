@@ -20,8 +20,8 @@ class TraceLog final : public Lumalog::Sink {
     Lumalog::levelsReset();
   }
 
-  void trace(std::string_view handle, int level, std::string_view text) override {
-    lines_.push_back(line(handle, level, text));
+  void trace(const Lumalog::Line& traced) override {
+    lines_.push_back(line(traced.handle, traced.level, traced.text));
   }
   // A trace as lines() has it.
   static std::string line(std::string_view handle, int level, std::string_view text) {
