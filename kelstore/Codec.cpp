@@ -76,12 +76,13 @@ class Fields {
     }
   }
   void textIs(const char* name, std::string& target) {
-    std::string expected = fmt::format("a string of at most {} bytes", kMaxTextBytes);
+    std::string expected =
+        fmt::format("a string of at most {} bytes without control characters", kMaxTextBytes);
     const nlohmann::json* json = required(name, expected);
     if (json == nullptr) return;
     std::optional<std::string> text;
     if (json->is_string()) text = json->get<std::string>();
-    if (text && text->size() > kMaxTextBytes) text.reset();
+    if (text && (text->size() > kMaxTextBytes || !Runtime::isPlain(*text))) text.reset();
     take(name, *json, text, expected, target);
   }
   void oidIs(const char* name, Snmp::ObjectIdentifier& target) {

@@ -307,6 +307,24 @@ TEST_P(WrongValue, OneErrorLine_ThatPathKeepsItsValue_OthersAreApplied) {
   EXPECT_THAT(daemon_.errors(), ElementsAre("Kelstore/0 " + daemon_.sourceError()));
 }
 
+TEST_F(StateFile, ControlCharactersInADescription_AreRefused_AndReachNoTerminal) {
+  daemon_.start();
+  std::string before = walk();
+  auto document = nlohmann::ordered_json::parse(documentOf(reports_));
+  document["storageMappings"]["mounts"]["/"] = {
+      {"index", 31}, {"type", "1.3.6.1.2.1.25.2.1.4"}, {"description", "a\x1b[2J\xc2\x9b\xe2\x80\xae"}};
+  daemon_.dir().replace(Daemon::kStateName, document.dump(1));
+  ASSERT_TRUE(errorAppears());
+  EXPECT_THAT(daemon_.sourceError(), HasSubstr("description: found \"a\\x1b[2J\\u009b\\u202e\", expected"));
+  EXPECT_EQ(walk(), before);
+  std::string shown = daemon_.ctl({"status"}).out + daemon_.ctl({"status", "--json"}).out +
+                      daemon_.ctl({"tables"}).out + daemon_.ctl({"--control", "/\x1b[2J", "status"}).err +
+                      daemon_.log();
+  for (const char* control : {"\x1b", "\xc2\x9b", "\xe2\x80\xae"}) {
+    EXPECT_THAT(shown, testing::Not(HasSubstr(control)));
+  }
+}
+
 TEST_F(StateFile, HalfWrittenForAMoment_NothingIsSaidAndTheWholeIsServed) {
   daemon_.start();
   Reports changed = reports_;

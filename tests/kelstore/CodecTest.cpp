@@ -150,8 +150,18 @@ TEST(CodecTest, MappingsNeedAnObjectIdentifierAndAShortDescription) {
             "type: found \"\", expected a dotted object identifier");
   std::string longText(256, 'x');
   EXPECT_THAT(faultsWith(Kind::memoryMapping, "description", '"' + longText + '"'),
-              testing::EndsWith("expected a string of at most 255 bytes"));
+              testing::EndsWith("expected a string of at most 255 bytes without control characters"));
   EXPECT_EQ(faultsWith(Kind::memoryMapping, "description", '"' + longText.substr(1) + '"'), "");
+}
+
+// They would reach terminals by way of whoever shows the table.
+TEST(CodecTest, ControlCharactersInADescription_AreRefused) {
+  for (const char* control :
+       {R"(\u0000)", R"(\u001b)", R"(\n)", R"(\u007f)", R"(\u009b)", R"(\u202e)", R"(\u2066)"}) {
+    std::string found = faultsWith(Kind::mountMapping, "description", std::string("\"a") + control + "b\"");
+    EXPECT_THAT(found, testing::StartsWith("description: found \"a\\")) << control;
+  }
+  EXPECT_EQ(faultsWith(Kind::mountMapping, "description", R"("größe /a\\b")"), "");
 }
 
 TEST(CodecTest, SysnameIsAPlainShortString) {

@@ -109,7 +109,7 @@ json Clusters::mapping() {
                                                          std::string(255, 'd'),
                                                          std::string(127, 'x'),
                                                          std::string(128, 'y'),
-                                                         std::string("a\0b\n\x7f", 5)};
+                                                         "a \\b\"\xc2\xa0~"};
   return {{"index", random_.percent(50) ? random_.of(kKinds) : random_.edge()},
           {"type", type()},
           {"description", random_.of(kDescriptions)}};
