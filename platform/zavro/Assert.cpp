@@ -1,5 +1,8 @@
 #include "platform/zavro/Assert.h"
 
+#include <unistd.h>
+
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 
@@ -10,6 +13,9 @@ void assertFailed(std::string_view expression, std::string_view function, const 
   std::string values = operands.empty() ? std::string() : fmt::format(" [{}]", operands);
   std::string text =
       fmt::format("{}:{}: {}: Assertion `{}' failed.{}\n", file, line, function, expression, values);
+  // A pipe that nobody reads is not to keep a process alive that serves no more.
+  std::signal(SIGALRM, [](int) { std::abort(); });
+  alarm(1);
   // Not fmt::print(), which throws when standard error is closed or full.
   std::fwrite(text.data(), 1, text.size(), stderr);
   std::fflush(stderr);

@@ -11,7 +11,8 @@
 namespace Zavro {
 
 // Writes "<file>:<line>: <function>: Assertion `<expression>' failed." (and " [<operands>]" when there are
-// any) to standard error and aborts. Called directly only by code that composes the expression at run time.
+// any) to standard error and aborts, within a second even when standard error takes nothing. Called directly
+// only by code that composes the expression at run time.
 [[noreturn]] void assertFailed(std::string_view expression, std::string_view function, const char* file,
                                int line, std::string_view operands = {}) noexcept;
 

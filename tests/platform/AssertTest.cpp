@@ -1,5 +1,6 @@
 #include "platform/zavro/Assert.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -41,6 +42,21 @@ TEST(AssertDeathTest, StandardErrorIsClosed_AbortsAllTheSame) {
           checksPlainly();
         } catch (...) {
         }
+      },
+      testing::KilledBySignal(SIGABRT), "");
+}
+
+TEST(AssertDeathTest, NobodyReadsStandardError_AbortsAllTheSame) {
+  EXPECT_EXIT(
+      {
+        int ends[2];
+        if (pipe(ends) != 0) _exit(1);
+        dup2(ends[1], STDERR_FILENO);
+        fcntl(STDERR_FILENO, F_SETFL, O_NONBLOCK);
+        while (write(STDERR_FILENO, "x", 1) == 1) {
+        }
+        fcntl(STDERR_FILENO, F_SETFL, 0);
+        checksPlainly();
       },
       testing::KilledBySignal(SIGABRT), "");
 }
