@@ -119,9 +119,13 @@ class Drawing {
     } else {
       drawDoing(step);
     }
-    bool nests = step.kind < Kind::slice || step.kind >= Kind::walkFirst || step.kind == Kind::pause ||
+    // Drawn for all steps that are made on their own account, so that one does not depend on another's kind.
+    bool draws = step.kind < Kind::slice || step.kind >= Kind::walkFirst || step.kind == Kind::pause ||
                  step.kind == Kind::resume;
-    if (nests && random_.chance(nestPercent_)) step.within = 1 + random_.below(6);
+    if (draws && random_.chance(nestPercent_)) {
+      uint32_t within = 1 + random_.below(6);
+      if (step.kind >= Kind::walkFirst) step.within = within;
+    }
     return step;
   }
 
