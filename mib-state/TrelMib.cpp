@@ -1,5 +1,7 @@
 #include "mib-state/TrelMib.h"
 
+#include "platform/kor/Publication.h"
+
 namespace TrelSnmp {
 namespace {
 
@@ -10,6 +12,11 @@ constexpr std::string_view kTrelProcessorTable = "trelProcessorTable";
 constexpr std::string_view kTrelHrStorageTable = "trelHrStorageTable";
 
 }  // namespace
+
+void TrelMib::publish(const Change& change) {
+  Kor::Publication publication;
+  publisher_.notify(change);
+}
 
 template <class TableType>
 typename TableType::EntryPtr TrelMib::entryUnder(const TableType& table, const typename TableType::Key& key) {
@@ -30,7 +37,7 @@ typename TableType::EntryPtr TrelMib::strictIs(std::string_view name, TableType&
   }
   Zavro::Ptr<Row> row = Zavro::makePtr<Row>(key, fields...);
   table.link(row, place);
-  publisher_.notify({name, row->key(), row});
+  publish({name, row->key(), row});
   return row;
 }
 
@@ -42,7 +49,7 @@ typename TableType::EntryPtr TrelMib::del(std::string_view name, TableType& tabl
   if (row == nullptr) return nullptr;
   typename TableType::EntryPtr entry = TableType::entryOf(*row);
   table.unlink(*row);
-  publisher_.notify({name, key, nullptr});
+  publish({name, key, nullptr});
   return entry;
 }
 
@@ -54,8 +61,6 @@ typename TableType::EntryPtr TrelMib::delAt(std::string_view name, TableType& ta
 
 template <class TableType>
 void TrelMib::delAll(std::string_view name, TableType& table) {
-  // A subscriber may drop the last reference to the object, if it has any.
-  Zavro::Ptr<TrelMib> hold(useCount() > 0 ? this : nullptr);
   for (auto row = table.begin(); row; row.next()) delAt(name, table, row);
 }
 
@@ -152,7 +157,7 @@ Zavro::Ptr<const TrelHrStorageEntry> TrelMib::trelHrStorageTableIs(
     if (place.row->entry() == entry) return entry;
     place.row->entryIs(entry);
   }
-  publisher_.notify({kTrelHrStorageTable, entry->key(), entry});
+  publish({kTrelHrStorageTable, entry->key(), entry});
   return entry;
 }
 

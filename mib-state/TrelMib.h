@@ -15,8 +15,8 @@
 // other values deletes it first. The storage table replaces: the same entry object changes nothing, another
 // one takes its place; a null entry makes Kor::NullArgumentException.
 //
-// Every insertion, replacement and removal is published once, synchronously, after it was made. No value is
-// clamped or checked.
+// Every insertion, replacement and removal is published once, synchronously, after it was made. Whoever hears
+// of it only looks: see platform/kor/Publication.h. No value is clamped or checked.
 #pragma once
 
 #include <string_view>
@@ -95,6 +95,7 @@ class TrelMib final : public Kor::Entity {
   const Kor::Type& korType() const override { return type(); }
 
  private:
+  void publish(const Change& change);
   template <class TableType>
   static typename TableType::EntryPtr entryUnder(const TableType& table, const typename TableType::Key& key);
   template <class TableType, class... Fields>

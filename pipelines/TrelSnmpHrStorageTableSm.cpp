@@ -125,15 +125,10 @@ void TrelSnmpHrStorageTableSm::eventToMemStream(const Kor::String& dirKey, const
     pipelineTrace.trace(kElementLevel, kMemStreamStatement, dirKey, Kor::optText(memInfoOpt));
   }
   Trel::MemberId member = Trel::MemberId::fromString(dirKey);
-  // Each row that is written publishes; if that leads to a newer event for the member, its rows are the ones
-  // that count.
-  UnderWay<Trel::MemberId>::Event event(memoryUnderWay_, member);
   const auto& mappings = storageEntryMappings_->memEntries();
   pipelineTrace.trace(kStepLevel, kMemEntriesFlattened, mappings.size());
-  for (auto at = mappings.begin(); at && !event.overtaken(); at.next()) {
-    const auto* found = at.value();
-    if (found == nullptr) continue;
-    HostResourcesMib::StorageTableEntry mapping = *found;  // what a write leads to may replace the mapping
+  for (auto at = mappings.begin(); at; at.next()) {
+    const HostResourcesMib::StorageTableEntry& mapping = *at.value();
     pipelineTrace.trace(kFlattenedLevel, kFlatteningElement, mapping);
     TrelHrStorageKey key(member.id(), mapping.index);
     intoTrelHrStorageTable(key, memInfoOpt

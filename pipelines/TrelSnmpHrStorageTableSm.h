@@ -80,7 +80,6 @@ class TrelSnmpHrStorageTableSm final : public Pipeline {
   const Zavro::Ptr<const Kor::Dir> hostResourcesDir_;
   const Zavro::Ptr<TrelMib> trelMib_;
   const Mappings storageEntryMappings_;
-  UnderWay<Trel::MemberId> memoryUnderWay_;
   Output<StorageRows> output_;
 };
 

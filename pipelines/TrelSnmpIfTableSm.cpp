@@ -111,18 +111,13 @@ void TrelSnmpIfTableSm::eventToIfMibIfIndexStreamInternal(const Lanix::IntfId& i
   const auto& members = topologyConfig_->topoConfig();
   pipelineTrace.trace(kStepLevel, kMembersFlattened, members.size());
   for (auto member = members.begin(); member; member.next()) {
-    Zavro::Ptr<const Trel::TopoConfig> topoConfig = *member.value();  // held, since processing may replace it
-    const auto& neighbors = topoConfig->neighbor();
+    const auto& neighbors = (*member.value())->neighbor();
     pipelineTrace.trace(kStepLevel, kNeighborsFlattened, neighbors.size());
     for (auto neighbor = neighbors.begin(); neighbor; neighbor.next()) {
       const Lanix::IntfId& neighborIntfId = *neighbor.value();
       if (intfId != neighborIntfId) {
         pipelineTrace.trace(kStepLevel, kSameIntfFilter);
         continue;
-      }
-      if (paused()) {  // by what a pair before led to: the walk starts again later
-        ifMibIfIndexStream_.event(intfId);
-        return;
       }
       eventToTrelIfTableStream(member.key(), neighbor.key());
     }
@@ -132,12 +127,11 @@ void TrelSnmpIfTableSm::eventToIfMibIfIndexStreamInternal(const Lanix::IntfId& i
 void TrelSnmpIfTableSm::eventToTrelIfTableStream(Trel::MemberId local, Trel::MemberId remote) {
   pipelineTrace.trace(kElementLevel, kTrelIfTableStreamStatement, local, remote);
   MemberIdPair pair(local.id(), remote.id());
-  PairEvent event(underWay_, pair);
   std::optional<uint32_t> newIndex = producedIndex(local, remote);
   std::optional<uint32_t> oldIndex = exchangeCached(pair, newIndex);
   pipelineTrace.trace(kStepLevel, kOldAndNewFlattened, 2);
-  intoTrelIfTable(oldIndex != newIndex ? oldIndex : std::nullopt, false, pair, event);
-  if (!event.overtaken()) intoTrelIfTable(newIndex, true, pair, event);
+  intoTrelIfTable(oldIndex != newIndex ? oldIndex : std::nullopt, false, pair);
+  intoTrelIfTable(newIndex, true, pair);
 }
 
 // The index that the pair's link has now, if it is one of a backplane channel interface.
@@ -168,14 +162,14 @@ std::optional<uint32_t> TrelSnmpIfTableSm::exchangeCached(const MemberIdPair& pa
 }
 
 void TrelSnmpIfTableSm::intoTrelIfTable(const std::optional<uint32_t>& ifIndex, bool doInsert,
-                                        const MemberIdPair& pair, const PairEvent& event) {
+                                        const MemberIdPair& pair) {
   if (!ifIndex) {
     pipelineTrace.trace(kStepLevel, kValueFilter);
     return;
   }
   IfRows::Value value{pair.firstId(), pair.secondId()};
   if (doInsert) {
-    output_.write(*ifIndex, value, [&] { return event.overtaken(); });
+    output_.write(*ifIndex, value);
     return;
   }
   // An index whose withdrawal is dropped does not count as seen: if the row there is live, the pair that it
@@ -206,8 +200,8 @@ void TrelSnmpIfTableSm::machinesIs() {
       eventToTopoConfigStream(local, remote, intf != nullptr ? std::optional(*intf) : std::nullopt);
     };
     std::vector<std::unique_ptr<ChildStream>> streams;
-    streams.push_back(std::make_unique<CollectionStream<Trel::TopoConfig::Neighbors>>(
-        "neighbor", member.neighbor(), emit, Emits::notes));
+    streams.push_back(
+        std::make_unique<CollectionStream<Trel::TopoConfig::Neighbors>>("neighbor", member.neighbor(), emit));
     return streams;
   };
   machineAdded(Zavro::makePtr<TopologyConfigSm0>(*this, topologyConfig_, topologyConfig_->topoConfig(),
@@ -217,9 +211,8 @@ void TrelSnmpIfTableSm::machinesIs() {
     eventToIfMibIfIndexStream(intfId, ifIndex != nullptr ? std::optional(*ifIndex) : std::nullopt);
   };
   std::vector<LeafMachine::Input> inputs;
-  inputs.push_back(
-      {kIfMibIfIndexStream, std::make_unique<CollectionStream<IntfSnmp::IfMib::IfIndexes>>(
-                                "ifIndexByIntfId", ifMib_->ifIndexByIntfId(), emit, Emits::notes)});
+  inputs.push_back({kIfMibIfIndexStream, std::make_unique<CollectionStream<IntfSnmp::IfMib::IfIndexes>>(
+                                             "ifIndexByIntfId", ifMib_->ifIndexByIntfId(), emit)});
   machineAdded(Zavro::makePtr<LeafMachine>(*this, "IfMibSm2", ifMib_, std::move(inputs)));
 }
 

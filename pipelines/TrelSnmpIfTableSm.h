@@ -11,7 +11,6 @@
 #include "pipelines/framework/DirMachine.h"
 #include "pipelines/framework/LeafMachine.h"
 #include "pipelines/framework/Output.h"
-#include "pipelines/framework/UnderWay.h"
 #include "platform/trel/Topology.h"
 
 namespace TrelSnmp::Agent {
@@ -83,13 +82,10 @@ class TrelSnmpIfTableSm final : public Pipeline {
   void eventToIfMibIfIndexStreamInternal(const Lanix::IntfId& intfId);
   void eventToTrelIfTableStream(Trel::MemberId local, Trel::MemberId remote);
 
-  using PairEvent = UnderWay<MemberIdPair>::Event;
-
   void withdrawRows();
   std::optional<uint32_t> producedIndex(Trel::MemberId local, Trel::MemberId remote) const;
   std::optional<uint32_t> exchangeCached(const MemberIdPair& pair, const std::optional<uint32_t>& ifIndex);
-  void intoTrelIfTable(const std::optional<uint32_t>& ifIndex, bool doInsert, const MemberIdPair& pair,
-                       const PairEvent& event);
+  void intoTrelIfTable(const std::optional<uint32_t>& ifIndex, bool doInsert, const MemberIdPair& pair);
 
   const Zavro::Ptr<const Trel::TopologyConfig> topologyConfig_;
   const Zavro::Ptr<const IntfSnmp::IfMib> ifMib_;
@@ -97,7 +93,6 @@ class TrelSnmpIfTableSm final : public Pipeline {
   Backlog<TopoConfigStreamCodefKeyType> topoConfigStream_;
   Backlog<IfMibIfIndexStreamCodefKeyType> ifMibIfIndexStream_;
   absl::flat_hash_map<MemberIdPair, uint32_t> cacheAttr0_;
-  UnderWay<MemberIdPair> underWay_;
   Output<IfRows> output_;
 };
 

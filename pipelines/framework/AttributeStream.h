@@ -36,12 +36,11 @@ class AttributeStream final : public ChildStream {
     ScanContext context{machine_->root(), machine, std::move(task), [] { return size_t{1}; }};
     return scan_.run(context, OneElement(), [this](int) {
       handle();
-      return machine_->live() ? InputScan<int>::Step::done : InputScan<int>::Step::gone;
+      return true;
     });
   }
 
   void deleteAll() override { emit_(nullptr); }
-  void endUnused() override {}
 
   void handlePending() override {
     if (std::exchange(pending_, false)) handle();
@@ -65,13 +64,11 @@ class AttributeStream final : public ChildStream {
   };
 
   void handleReactor() {
-    if (!machine_->reacts()) {
+    if (machine_->reacts()) {
+      handle();
+    } else {
       pending_ = true;
-      return;
     }
-    Zavro::Ptr<Pipeline> heldRoot = machine_->root().hold();
-    Zavro::Ptr<ChildMachine> held(machine_);
-    handle();
   }
 
   void handle() {

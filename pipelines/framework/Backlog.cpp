@@ -13,14 +13,17 @@ BacklogBase::~BacklogBase() {
   if (task_) task_->cancel();
 }
 
-void BacklogBase::makeTask() {
+void BacklogBase::start() {
+  generation_ = state().numberIs(name_ + "Generation");
+  doneGen_ = state().numberIs(name_ + "DoneGen");
+  idle_ = state().flagIs(stream_ + "Idle");
   task_ = root_.newTask(root_.name() + "-" + stream_ + "Task", [this] { workOff(); });
 }
 
 void BacklogBase::resume() {
   if (!task_) {
-    while (size() != 0 && !root_.paused()) workOffOne();
-    if (size() == 0) idleIs(true);
+    while (size() != 0) workOffOne();
+    idleIs(true);
     return;
   }
   // Also without keys: the pause may have come before the last run could say that it was done.
@@ -28,7 +31,7 @@ void BacklogBase::resume() {
 }
 
 void BacklogBase::handleInputReady() {
-  if (!root_.initialized() || !root_.inputSmScanState().scans().get(number_)) return;
+  if (!root_.initialized() || !root_.streamScanned(number_)) return;
   const Lumalog::Handle& trace = root_.traceHandle();
   trace.trace(9, "handle{}InputReady", capitalised(name_));
   trace.trace(9, "Inputs for {} ready", name_);
@@ -36,11 +39,11 @@ void BacklogBase::handleInputReady() {
     root_.handleInitialScanDone();
     return;
   }
-  generationIs(doneGen_, generation_ + 2);
+  state().set(doneGen_, generation() + 2);
   if (task_) {
     task_->scheduleTask();
   } else {
-    generationIs(generation_, generation_ + 2);
+    state().set(generation_, generation() + 2);
     if (size() == 0) idleIs(true);
   }
 }
@@ -56,31 +59,21 @@ void BacklogBase::workOff() {
   while (size() != 0) {
     workOffOne();
     ++handled;
-    if (root_.paused() || (size() != 0 && task_->taskShouldYield())) break;
+    if (size() != 0 && task_->taskShouldYield()) break;
   }
   task_->taskWorkCountInc(handled);
   task_->taskWorkPendingIs(size());
-  if (root_.paused()) return;
   if (size() != 0) {
     task_->scheduleTask();
     return;
   }
   idleIs(true);
-  generationIs(generation_, doneGen_);
+  state().set(generation_, doneGen());
   root_.handleOutputs();
 }
 
 void BacklogBase::idleIs(bool idle) {
-  if (idle == idle_) return;
-  idle_ = idle;
-  root_.updateIdle();
-  progress_.notify();
-}
-
-void BacklogBase::generationIs(uint64_t& which, uint64_t value) {
-  if (which == value) return;
-  which = value;
-  progress_.notify();
+  if (state().set(idle_, idle)) root_.updateIdle();
 }
 
 }  // namespace TrelSnmp::Agent

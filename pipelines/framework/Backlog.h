@@ -26,23 +26,20 @@ class BacklogBase {
   size_t number() const { return number_; }
   // The generations step in twos: doneGen is where the stream will be when all that its scan found is worked
   // off, generation where it is.
-  uint64_t generation() const { return generation_; }
-  uint64_t doneGen() const { return doneGen_; }
-  bool idle() const { return idle_; }  // nothing is left to work off
-  bool caughtUp() const { return idle_ && generation_ == doneGen_; }
+  // Published with inputSmScanState(), as the idle flag is.
+  uint64_t generation() const { return state().get(generation_); }
+  uint64_t doneGen() const { return state().get(doneGen_); }
+  bool idle() const { return state().flag(idle_); }  // nothing is left to work off
+  bool caughtUp() const { return idle() && generation() == doneGen(); }
   const Zavro::Ptr<Vem::Task>& task() const { return task_; }
 
   // "handle<Stream>CodefInputReady": called when the pipeline starts and when a stream's scan completes.
   void handleInputReady();
-  // Notifies when a generation or the idle flag changes.
-  [[nodiscard]] Kor::Subscription subscribeProgress(std::function<void()> callback) const {
-    return progress_.subscribe(std::move(callback));
-  }
   virtual size_t size() const = 0;
   virtual std::string bookmarkText() const = 0;
 
   // For the pipeline.
-  void makeTask();
+  void start();
   // Working off rests while the pipeline is paused, and goes on now.
   void resume();
 
@@ -53,19 +50,19 @@ class BacklogBase {
   virtual void workOffOne() = 0;
 
  private:
+  PublishedState& state() const { return root_.inputSmScanState(); }
   void workOff();
   void idleIs(bool idle);
-  void generationIs(uint64_t& which, uint64_t value);
 
   Pipeline& root_;
   const std::string stream_;
   const std::string name_;
   const size_t number_;
   Zavro::Ptr<Vem::Task> task_;
-  uint64_t generation_ = 0;
-  uint64_t doneGen_ = 0;
-  bool idle_ = false;
-  Kor::Notifier<> progress_;
+  // Their places in the state.
+  size_t generation_ = 0;
+  size_t doneGen_ = 0;
+  size_t idle_ = 0;
 };
 
 template <class Key>

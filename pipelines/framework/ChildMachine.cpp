@@ -22,15 +22,8 @@ void ChildMachine::describe() {
   Kor::TypeBuilder<ChildMachine> type(name_);
   type.attribute("smKey", &ChildMachine::smKey)
       .attribute("hasNotificationActive", &ChildMachine::hasNotificationActive)
-      .operation("doInputScan",
-                 [](ChildMachine& m) {
-                   Zavro::Ptr<Pipeline> held = m.root_.hold();
-                   m.doInputScan();
-                 })
-      .operation("doDeleteAll", [](ChildMachine& m) {
-        Zavro::Ptr<Pipeline> held = m.root_.hold();
-        m.doDeleteAll();
-      });
+      .operation("doInputScan", [](ChildMachine& m) { m.doInputScan(); })
+      .operation("doDeleteAll", &ChildMachine::doDeleteAll);
   for (size_t i = 0; i < parts_.size(); ++i) {
     std::string n = std::to_string(parts_[i].number);
     type.attribute("inputScanState" + n,
@@ -49,10 +42,7 @@ void ChildMachine::describe() {
                      auto task = m.parts_[i].task();
                      return !m.root_.synchronous() && task && task->taskShouldYield();
                    })
-        .operation("doInputScan" + n, [i](ChildMachine& m) {
-          Zavro::Ptr<Pipeline> held = m.root_.hold();
-          m.doInputScan(m.parts_[i]);
-        });
+        .operation("doInputScan" + n, [i](ChildMachine& m) { m.doInputScan(m.parts_[i]); });
   }
   type_ = type.build();
   for (const Part& part : parts_) part.input->describe(type_, part.number);
@@ -61,10 +51,8 @@ void ChildMachine::describe() {
 void ChildMachine::hasNotificationActiveIs(bool active) {
   if (active == active_ || !live_) return;
   active_ = active;
-  Zavro::Ptr<ChildMachine> held(this);
-  for (Part& part : parts_) {
-    if (reacts()) part.input->handlePending();
-  }
+  if (!active_) return;
+  for (Part& part : parts_) part.input->handlePending();
   doInputScan();
 }
 
@@ -77,7 +65,7 @@ void ChildMachine::doInputScan() {
 }
 
 void ChildMachine::doInputScan(Part& part) {
-  if (!active_ || !live_) return;
+  if (!reacts()) return;
   if (part.task()) {
     part.scanWanted();
   } else {
@@ -101,12 +89,6 @@ void ChildMachine::stop(bool deleteRows) {
   if (!live_) return;
   live_ = false;
   if (deleteRows) doDeleteAll();
-}
-
-void ChildMachine::endUnused() {
-  live_ = false;
-  if (!root_.initialScanDone()) return;
-  for (Part& part : parts_) part.input->endUnused();
 }
 
 void missedNotifications(const std::string& collection, uint32_t seen, uint32_t now) {

@@ -20,11 +20,8 @@ class ChildStream {
   virtual void subscribe(ChildMachine& machine) = 0;
   // One run of the scan on the parent's task (null: without yielding); true when it is complete.
   virtual bool run(const std::string& machine, Zavro::Ptr<Vem::Task> task) = 0;
-  // Sends an absent element for everything that the stream may have sent. The machine is not live any more.
+  // Sends an absent element for everything that the stream may have sent.
   virtual void deleteAll() = 0;
-  // The machine ends without ever having been active: it sent nothing, but others may have read what it was
-  // to follow.
-  virtual void endUnused() = 0;
   // Handles what changed while the machine was inactive.
   virtual void handlePending() = 0;
   virtual ScanState scanState() const = 0;
@@ -51,10 +48,8 @@ class ChildMachine final : public Kor::Object {
   const std::string& smKey() const { return smKey_; }
   const Zavro::Ptr<const Kor::Object>& entity() const { return entity_; }
 
-  // False once the machine was ended; it then sends nothing more, even when it still stands on the stack.
-  bool live() const { return live_; }
   bool hasNotificationActive() const { return active_; }
-  // Changes are acted on, rather than noted.
+  // Changes are acted on, rather than noted. False once the machine was ended.
   bool reacts() const { return live_ && active_; }
   void hasNotificationActiveIs(bool active);
 
@@ -68,9 +63,6 @@ class ChildMachine final : public Kor::Object {
   void doDeleteAll();
   // Ends the machine, with doDeleteAll() unless the rows are to stay.
   void stop(bool deleteRows);
-  // Ends a machine that was never active.
-  void endUnused();
-
   const Kor::Type& korType() const override { return type_; }
 
  private:

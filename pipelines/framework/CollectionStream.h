@@ -15,24 +15,18 @@ namespace TrelSnmp::Agent {
 // A missed notification is our own bug: which rows to delete is not known any more.
 [[noreturn]] void missedNotifications(const std::string& collection, uint32_t seen, uint32_t now);
 
-// What an element that a stream emits leads to.
-enum class Emits {
-  rows,   // its rows are written with it
-  notes,  // its key is noted; what is written follows from the state of the inputs by then
-};
-
 // The stream of a keyed collection's elements.
 template <class Collection>
 class CollectionStream final : public ChildStream {
  public:
   using Key = typename Collection::Key;
   using Value = typename Collection::Value;
-  // value: null when the element is absent; it lives until emit returns.
+  // value: null when the element is absent.
   using Emit = std::function<void(const Key& key, const Value* value)>;
 
   // name: the collection's attribute name. The collection belongs to the machine's entity.
-  CollectionStream(std::string name, const Collection& collection, Emit emit, Emits emits = Emits::rows)
-      : name_(std::move(name)), collection_(collection), emit_(std::move(emit)), emits_(emits) {}
+  CollectionStream(std::string name, const Collection& collection, Emit emit)
+      : name_(std::move(name)), collection_(collection), emit_(std::move(emit)) {}
 
   void subscribe(ChildMachine& machine) override {
     machine_ = &machine;
@@ -45,26 +39,21 @@ class CollectionStream final : public ChildStream {
     ScanContext context{machine_->root(), machine, std::move(task), [this] { return collection_.size(); }};
     bool complete = scan_.run(context, collection_, [this](const Key& key) {
       handle(key);
-      return machine_->live() ? InputScan<Key>::Step::done : InputScan<Key>::Step::gone;
+      return true;
     });
     if (complete) version_ = collection_.version();
     return complete;
   }
 
   void deleteAll() override {
-    checkVersion();
-    emitAllAbsent();
-  }
-
-  void endUnused() override {
-    checkVersion();
-    // Another stream may have walked this collection while it stood in the input.
-    if (emits_ == Emits::notes) emitAllAbsent();
+    if (version_ != collection_.version()) missedNotifications(name_, version_, collection_.version());
+    std::set<Key> keys = std::exchange(pending_, {});
+    for (auto element = collection_.begin(); element; element.next()) keys.insert(element.key());
+    for (const Key& key : keys) emit_(key, nullptr);
   }
 
   void handlePending() override {
-    // What one leads to may end the machine, or make it inactive again: the rest stays pending then.
-    while (machine_->reacts() && !pending_.empty()) handle(pending_.extract(pending_.begin()).value());
+    for (const Key& key : std::exchange(pending_, {})) handle(key);
   }
 
   ScanState scanState() const override { return scan_.state(); }
@@ -79,43 +68,23 @@ class CollectionStream final : public ChildStream {
 
  private:
   void handleReactor(const Key& key) {
-    if (!machine_->reacts()) {
+    if (machine_->reacts()) {
+      handle(key);
+    } else {
       version_ = collection_.version();
       pending_.insert(key);
-      return;
     }
-    Zavro::Ptr<Pipeline> heldRoot = machine_->root().hold();
-    Zavro::Ptr<ChildMachine> held(machine_);
-    handle(key);
   }
 
   void handle(const Key& key) {
     machine_->root().traceHandle().trace(8, "{}", key);
     version_ = collection_.version();
-    const Value* found = collection_.find(key);
-    if (found == nullptr) {
-      emit_(key, nullptr);
-    } else {
-      Value value = *found;  // what it leads to may replace the element
-      emit_(key, &value);
-    }
-  }
-
-  void checkVersion() const {
-    if (version_ != collection_.version()) missedNotifications(name_, version_, collection_.version());
-  }
-
-  void emitAllAbsent() {
-    // A copy, since what a deletion makes subscribers do may change the collection.
-    std::set<Key> keys = std::exchange(pending_, {});
-    for (auto element = collection_.begin(); element; element.next()) keys.insert(element.key());
-    for (const Key& key : keys) emit_(key, nullptr);
+    emit_(key, collection_.find(key));
   }
 
   const std::string name_;
   const Collection& collection_;
   Emit emit_;
-  const Emits emits_;
   ChildMachine* machine_ = nullptr;
   InputScan<Key> scan_;
   uint32_t version_ = 0;

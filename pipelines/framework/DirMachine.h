@@ -90,9 +90,7 @@ class DirMachine final : public TopMachine {
     if (active == active_) return;
     active_ = active;
     if (active_) handlePending();
-    std::vector<Zavro::Ptr<ChildMachine>> children;
-    for (auto& [key, child] : children_) children.push_back(child);
-    for (auto& child : children) child->hasNotificationActiveIs(active_);
+    for (auto& [key, child] : children_) child->hasNotificationActiveIs(active_);
     if (active_) doInputScan();
   }
 
@@ -109,19 +107,7 @@ class DirMachine final : public TopMachine {
       emitEntity(key, typedEntity(key));
       return;
     }
-    // What a child's deletion makes subscribers do may change the same entry again: the change waits its
-    // turn.
-    auto [under, first] = handling_.try_emplace(key);
-    if (!first) {
-      under->second.changed = true;
-      if (EntityPtr entity = typedEntity(key)) candidate(key, entity);
-      return;
-    }
-    absl::Cleanup handled = [&] { handling_.erase(key); };
-    do {
-      under->second.changed = false;
-      updateChild(key, under->second);
-    } while (under->second.changed);
+    updateChild(key);
   }
 
   const Kor::Type& korType() const override { return type_; }
@@ -148,11 +134,11 @@ class DirMachine final : public TopMachine {
     tasks_.completed(stream);
   }
 
-  typename Scan::Step step(size_t stream, const Key& key) {
+  // False when the entry's child is not finished.
+  bool step(size_t stream, const Key& key) {
     stepTo(stream, key);
-    Zavro::Ptr<ChildMachine> held = child(key);
-    if (statement_.streams[stream].emitEntity || !held) return Scan::Step::done;
-    return held->runScan(stream) || !held->live() ? Scan::Step::done : Scan::Step::unfinished;
+    Zavro::Ptr<ChildMachine> made = child(key);
+    return statement_.streams[stream].emitEntity || !made || made->runScan(stream);
   }
 
   void stepTo(size_t stream, const Key& key) {
@@ -174,26 +160,12 @@ class DirMachine final : public TopMachine {
       pending_.insert(key);
       return;
     }
-    Zavro::Ptr<Pipeline> held = root_.hold();
-    for (size_t i = 0; i < statement_.streams.size(); ++i) {
-      if (!active_) {  // by what the stream before led to
-        pending_.insert(key);
-        return;
-      }
-      handleEntry(i, key);
-    }
+    for (size_t i = 0; i < statement_.streams.size(); ++i) handleEntry(i, key);
   }
 
   void handlePending() {
     for (const Key& key : std::exchange(pending_, {})) handleReactor(key);
   }
-
-  // An entry that is being handled, further up the stack.
-  struct Handling {
-    bool changed = false;  // meanwhile
-    // Follow the entities that have stood under the key since; at most one of them is going to be the child.
-    std::vector<Zavro::Ptr<ChildMachine>> candidates;
-  };
 
   // The entity under the key; null when there is none, or one of another type.
   EntityPtr typedEntity(const Key& key) const {
@@ -201,38 +173,16 @@ class DirMachine final : public TopMachine {
     return found != nullptr ? boost::dynamic_pointer_cast<const Entity>(*found) : nullptr;
   }
 
-  void updateChild(const Key& key, Handling& handling) {
+  void updateChild(const Key& key) {
     EntityPtr entity = typedEntity(key);
     if (!entity && collection_.find(key) != nullptr) root_.traceHandle().trace(1, "{}", statement_.wrongType);
     Zavro::Ptr<ChildMachine> current = child(key);
-    if (!current || current->entity() != entity) {
-      // The successor listens already while the old child's rows go, but acts only when they are gone.
-      Zavro::Ptr<ChildMachine> successor = entity ? candidate(key, entity) : nullptr;
-      if (current) removeChild(key, true);
-      if (handling.changed) return;
-      if (successor) {
-        std::erase(handling.candidates, successor);
-        children_.emplace(key, successor);
-        successor->hasNotificationActiveIs(active_);
-      }
-    }
-    // What the child's scan led to may be a change, too: then one of these is the next child.
-    if (handling.changed) return;
-    for (const auto& unused : std::exchange(handling.candidates, {})) unused->endUnused();
+    if (current && current->entity() == entity) return;
+    if (current) removeChild(key, true);
+    if (entity) addChild(key, entity);
   }
 
-  // A child that follows the entity from now on, or has been doing so, without being active yet.
-  Zavro::Ptr<ChildMachine> candidate(const Key& key, const EntityPtr& entity) {
-    auto& candidates = handling_[key].candidates;
-    for (const auto& made : candidates) {
-      if (made->entity() == entity) return made;
-    }
-    candidates.push_back(newChild(key, entity));
-    return candidates.back();
-  }
-
-  // A child that follows the entity, but is not active yet.
-  Zavro::Ptr<ChildMachine> newChild(const Key& key, const EntityPtr& entity) {
+  void addChild(const Key& key, const EntityPtr& entity) {
     std::vector<ChildMachine::Part> parts;
     auto inputs = statement_.childStreams(key, *entity);
     auto input = inputs.begin();
@@ -241,11 +191,11 @@ class DirMachine final : public TopMachine {
       parts.push_back({i, statement_.streams[i].number, std::move(*input++), [this, i] { return task(i); },
                        [this, i, key] { childScanWanted(i, key); }});
     }
-    auto made = Zavro::makePtr<ChildMachine>(root_, statement_.childMachine, Kor::toText(key), entity,
-                                             std::move(parts));
-    made->hasNotificationActiveIs(false);
-    made->subscribe();
-    return made;
+    auto added = Zavro::makePtr<ChildMachine>(root_, statement_.childMachine, Kor::toText(key), entity,
+                                              std::move(parts));
+    children_.emplace(key, added);
+    added->subscribe();
+    added->doInputScan();
   }
 
   void removeChild(const Key& key, bool deleteRows) {
@@ -265,7 +215,6 @@ class DirMachine final : public TopMachine {
   ScanTasks tasks_;
   // Ordered, so that deletions come in the same order in every run of the process.
   std::map<Key, Zavro::Ptr<ChildMachine>> children_;
-  std::map<Key, Handling> handling_;
   std::optional<std::pair<size_t, Key>> stepping_;
   std::set<Key> pending_;
   uint32_t version_ = 0;  // the collection's change counter when it was last heard of
@@ -280,15 +229,8 @@ void DirMachine<Entity, Collection>::describe() {
   type.attribute(statement_.children, &DirMachine::children)
       .attribute("hasNotificationActive", &DirMachine::hasNotificationActive)
       .attribute("version" + capitalised(statement_.entries), [](const DirMachine& m) { return m.version_; })
-      .operation("doInputScan",
-                 [](DirMachine& m) {
-                   Zavro::Ptr<Pipeline> held = m.root_.hold();
-                   m.doInputScan();
-                 })
-      .operation("doDeleteAll", [](DirMachine& m) {
-        Zavro::Ptr<Pipeline> held = m.root_.hold();
-        m.doDeleteAll();
-      });
+      .operation("doInputScan", &DirMachine::doInputScan)
+      .operation("doDeleteAll", &DirMachine::doDeleteAll);
   for (size_t i = 0; i < scans_.size(); ++i) {
     std::string n = std::to_string(statement_.streams[i].number);
     type.attribute("inputScanBookmark" + n, [i](const DirMachine& m) { return m.inputScanBookmark(i); })
@@ -298,10 +240,7 @@ void DirMachine<Entity, Collection>::describe() {
         .attribute("inTask" + n, [i](const DirMachine& m) { return m.inTask(i); })
         .attribute("shouldYield" + n, [i](const DirMachine& m) { return m.shouldYield(i); })
         .attribute("inputScanComplete" + n, [i](const DirMachine& m) { return m.inputScanComplete(i); })
-        .operation("doInputScan" + n, [i](DirMachine& m) {
-          Zavro::Ptr<Pipeline> held = m.root_.hold();
-          m.runScan(i);
-        });
+        .operation("doInputScan" + n, [i](DirMachine& m) { m.runScan(i); });
   }
   type_ = type.build();
 }

@@ -1,13 +1,11 @@
 #include "pipelines/framework/Output.h"
 
-#include <absl/cleanup/cleanup.h>
-
 #include <algorithm>
 
 namespace TrelSnmp::Agent {
 
 OutputBase::OutputBase(Pipeline& root, std::string name, std::vector<size_t> inputs)
-    : root_(root), name_(std::move(name)), inputs_(std::move(inputs)), number_(root.outputs_.size()) {
+    : root_(root), name_(std::move(name)), inputs_(std::move(inputs)) {
   root_.outputs_.push_back(this);
 }
 
@@ -15,7 +13,8 @@ OutputBase::~OutputBase() {
   if (task_) task_->cancel();
 }
 
-void OutputBase::makeTask() {
+void OutputBase::start() {
+  readyFlag_ = root_.outputState().flagIs(name_ + "Ready");
   task_ = root_.newTask(root_.name() + "-" + name_ + "Task", [this] { handleInputReady(); });
 }
 
@@ -31,7 +30,7 @@ bool OutputBase::inputsScanned() const {
 
 void OutputBase::handleInputReady() {
   if (!root_.initialized() || root_.paused()) return;
-  if (ready_) {
+  if (ready()) {
     trace().trace(9, " already ready, not reconciling.");
     return;
   }
@@ -40,17 +39,12 @@ void OutputBase::handleInputReady() {
     root_.handleInitialScanDone();
     return;
   }
-  if (scanning_) return;  // further up the stack, a deletion led here
   trace().trace(9, "Input scans for {} complete", name_);
-  if (reconciling_) {
-    scanning_ = true;
-    absl::Cleanup over = [this] { scanning_ = false; };
-    if (!deletionScan()) return;
-  }
+  if (reconciling_ && !deletionScan()) return;
   reconciling_ = false;
   forgetSeen();
-  ready_ = true;
-  root_.outputState().outputs().set(number_, true);
+  root_.outputState().set(readyFlag_, true);
+  root_.updateReady();
 }
 
 bool OutputBase::shouldYieldBeforeRow(uint64_t items) const {

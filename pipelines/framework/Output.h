@@ -13,7 +13,6 @@
 
 #include "mib-state/TrelMib.h"
 #include "pipelines/framework/Pipeline.h"
-#include "pipelines/framework/UnderWay.h"
 
 namespace TrelSnmp::Agent {
 
@@ -26,7 +25,7 @@ class OutputBase {
   OutputBase& operator=(const OutputBase&) = delete;
 
   const std::string& name() const { return name_; }
-  bool ready() const { return ready_; }
+  bool ready() const { return root_.outputState().flag(readyFlag_); }
   bool reconciling() const { return reconciling_; }
   bool useBookmark() const { return useBookmark_; }
   const Zavro::Ptr<Vem::Task>& reconciliationTask() const { return task_; }
@@ -35,8 +34,8 @@ class OutputBase {
   // starts, when a stream's scan completes, and by the reconciliation task.
   void handleInputReady();
 
-  // Start-up, in this order.
-  void makeTask();
+  // For the pipeline, in this order.
+  void start();
   void noteStaleRows();
 
   virtual size_t seenSize() const = 0;
@@ -52,7 +51,6 @@ class OutputBase {
   const Lumalog::Handle& trace() const { return root_.traceHandle(); }
   bool shouldYieldBeforeRow(uint64_t items) const;
   void deletionScanYields(uint64_t items, uint64_t deletions);
-  void deletionScanPauses() { useBookmark_ = true; }
   void deletionScanEnds(uint64_t items, uint64_t deletions);
 
  private:
@@ -61,12 +59,10 @@ class OutputBase {
   Pipeline& root_;
   const std::string name_;
   const std::vector<size_t> inputs_;
-  size_t number_;
+  size_t readyFlag_ = 0;
   Zavro::Ptr<Vem::Task> task_;
-  bool ready_ = false;
   bool reconciling_ = false;
   bool useBookmark_ = false;
-  bool scanning_ = false;  // a run of the deletion scan is on the stack
 };
 
 // Rows says how the table is reached:
@@ -86,32 +82,21 @@ class Output final : public OutputBase {
   Output(Pipeline& root, Zavro::Ptr<TrelMib> mib, std::vector<size_t> inputs)
       : OutputBase(root, Rows::kOutput, std::move(inputs)), mib_(std::move(mib)) {}
 
-  // The row under key is to have this value, whatever is there now. Deleting the old row publishes; if that
-  // leads to a newer event for the key, or to what makes overtaken() true, the value is out of date and is
-  // not written.
-  template <class Overtaken>
-  void write(const Key& key, const Value& value, Overtaken overtaken) {
+  // The row under key is to have this value, whatever is there now.
+  void write(const Key& key, const Value& value) {
     if (!root().ownsRows()) return;
-    typename UnderWay<Key>::Event event(underWay_, key);
     noteSeen(key);
     if (trace().enabled(7)) {
       trace().trace(7, "{}: inserting k1={}, value={}", Rows::kInto, key, Rows::text(key, value));
     }
     const auto* row = table().find(key);
-    if (row != nullptr && !Rows::same(*row, value)) {
-      Rows::del(*mib_, key);
-      if (event.overtaken() || overtaken() || !root().ownsRows()) return;
-    }
+    if (row != nullptr && !Rows::same(*row, value)) Rows::del(*mib_, key);
     Rows::insert(*mib_, key, value);
-  }
-  void write(const Key& key, const Value& value) {
-    write(key, value, [] { return false; });
   }
 
   // There is to be no row under key.
   void del(const Key& key) {
     if (!root().ownsRows()) return;
-    typename UnderWay<Key>::Event event(underWay_, key);
     noteSeen(key);
     trace().trace(7, "{}: deleting k1={}", Rows::kInto, key);
     Rows::del(*mib_, key);
@@ -144,11 +129,6 @@ class Output final : public OutputBase {
       if (!seen_.contains(row.key())) {
         Rows::del(*mib_, row.key());
         ++deletions;
-        if (root().paused()) {  // by what the deletion led to; a successor may have taken over
-          bookmark_ = row.key();
-          deletionScanPauses();
-          return false;
-        }
       }
       ++items;
     }
@@ -162,7 +142,6 @@ class Output final : public OutputBase {
   Zavro::Ptr<TrelMib> mib_;
   absl::flat_hash_set<Key> seen_;
   std::optional<Key> bookmark_;
-  UnderWay<Key> underWay_;
 };
 
 }  // namespace TrelSnmp::Agent

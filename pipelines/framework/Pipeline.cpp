@@ -5,6 +5,7 @@
 #include "pipelines/framework/Backlog.h"
 #include "pipelines/framework/Names.h"
 #include "pipelines/framework/Output.h"
+#include "platform/kor/Publication.h"
 #include "platform/zavro/Assert.h"
 
 namespace TrelSnmp::Agent {
@@ -25,7 +26,8 @@ Pipeline::Pipeline(const Lumalog::Handle& traceHandle, const Rvx::SmControl& con
 
 Pipeline::~Pipeline() {
   zavroAssertWith(machines_.empty(), "name={}", name_);
-  if (inputSmScanState_) inputSmScanState_->handleIdle = [] {};
+  if (inputSmScanState_) inputSmScanState_->ends();
+  if (outputState_) outputState_->ends();
 }
 
 void Pipeline::start() {
@@ -40,24 +42,30 @@ void Pipeline::start() {
 
 void Pipeline::handleInitialized() {
   if (initialized_) return;
+  Kor::Publication::expectNone();
   resolveControl();
-  std::vector<std::string> outputNames;
-  for (const OutputBase* output : outputs_) outputNames.push_back(output->name());
-  inputSmScanState_ = Zavro::makePtr<InputSmScanState>(streams_);
-  inputSmScanState_->handleIdle = [this] { updateIdle(); };
-  outputState_ = Zavro::makePtr<OutputState>(outputNames);
+  publishStates();
   describe();
-  for (BacklogBase* backlog : backlogs_) backlog->makeTask();
-  for (OutputBase* output : outputs_) output->makeTask();
   checkArguments();
   processDepends();
   for (OutputBase* output : outputs_) output->noteStaleRows();
-  onScans_ = inputSmScanState_->scans().subscribe([this] { handleInputs(); });
   traceHandle_.trace(9, "create local SMs");
   machinesIs();
   initialized_ = true;
   traceHandle_.trace(9, "initialized");
   handleInputs();
+}
+
+void Pipeline::publishStates() {
+  inputSmScanState_ = Zavro::makePtr<InputSmScanState>("InputSmScanState");
+  for (const std::string& stream : streams_) inputSmScanState_->flagIs(stream + "Scan");
+  idleFlag_ = inputSmScanState_->flagIs("idle");
+  inputSmScanState_->derivedIs(idleFlag_, [this] { return allIdle(); });
+  for (BacklogBase* backlog : backlogs_) backlog->start();
+  outputState_ = Zavro::makePtr<OutputState>("OutputState");
+  for (OutputBase* output : outputs_) output->start();
+  readyFlag_ = outputState_->flagIs("ready");
+  outputState_->derivedIs(readyFlag_, [this] { return allReady(); });
 }
 
 void Pipeline::resolveControl() {
@@ -81,14 +89,10 @@ void Pipeline::checkArguments() const {
 
 Zavro::Ptr<Vem::Task> Pipeline::newTask(const std::string& taskName, std::function<void()> run) {
   if (synchronous_) return nullptr;
-  return Zavro::makePtr<Vem::Task>(taskScheduler_, taskPriority_, taskName, [this, run = std::move(run)] {
-    Zavro::Ptr<Pipeline> held = hold();
-    run();
-  });
+  return Zavro::makePtr<Vem::Task>(taskScheduler_, taskPriority_, taskName, std::move(run));
 }
 
 void Pipeline::handleInputs() {
-  Zavro::Ptr<Pipeline> held = hold();
   for (BacklogBase* backlog : backlogs_) backlog->handleInputReady();
   for (OutputBase* output : outputs_) output->handleInputReady();
 }
@@ -98,38 +102,44 @@ void Pipeline::handleOutputs() {
   for (OutputBase* output : outputs_) output->handleInputReady();
 }
 
+void Pipeline::streamScanCompleted(size_t stream) {
+  if (inputSmScanState_->set(stream, true)) handleInputs();
+}
+
 bool Pipeline::streamReady(size_t stream) const {
-  if (!inputSmScanState_->scans().get(stream)) return false;
+  if (!streamScanned(stream)) return false;
   return std::all_of(backlogs_.begin(), backlogs_.end(), [&](const BacklogBase* backlog) {
     return backlog->number() != stream || !initialScanDone_ || backlog->caughtUp();
   });
 }
 
-void Pipeline::updateIdle() {
-  bool streamsIdle = std::all_of(backlogs_.begin(), backlogs_.end(),
-                                 [](const BacklogBase* backlog) { return backlog->idle(); });
-  inputSmScanState_->idleIs(initialScanDone_ && streamsIdle);
+bool Pipeline::allIdle() const {
+  return initialScanDone_ && std::all_of(backlogs_.begin(), backlogs_.end(),
+                                         [](const BacklogBase* backlog) { return backlog->idle(); });
+}
+
+bool Pipeline::allReady() const {
+  return std::all_of(outputs_.begin(), outputs_.end(),
+                     [](const OutputBase* output) { return output->ready(); });
 }
 
 void Pipeline::handleInitialScanDone() {
   if (initialScanDone_) return;
-  Flags& scans = inputSmScanState_->scans();
-  for (size_t i = 0; i < scans.size(); ++i) {
-    if (scans.get(i)) continue;
+  for (size_t i = 0; i < streams_.size(); ++i) {
+    if (streamScanned(i)) continue;
     traceHandle_.trace(9, " {} scan is false", streams_[i]);
     traceHandle_.trace(9, "Initial scan yielding for child SM {}.", name_);
     return;
   }
   traceHandle_.trace(9, "Initial scan done for child SMs. Now scanning with events triggered.");
   initialScanDone_ = true;
-  scans.clear();
+  for (size_t i = 0; i < streams_.size(); ++i) inputSmScanState_->set(i, false);
   for (auto& machine : machines_) machine->doInputScan();
   updateIdle();
   handleInputs();
 }
 
 void Pipeline::doDeleteAll() {
-  Zavro::Ptr<Pipeline> held = hold();
   for (auto& machine : machines_) machine->doDeleteAll();
 }
 
@@ -141,21 +151,17 @@ void Pipeline::rowsHandedOver() {
 void Pipeline::onZombieReactors() { pausedIs(!hasNotificationActive() || !ownsRows_); }
 
 void Pipeline::pausedIs(bool paused) {
-  Zavro::Ptr<Pipeline> held = hold();
+  Kor::Publication::expectNone();
   paused_ = paused;
-  for (auto& machine : machines_) {
-    machine->hasNotificationActiveIs(!paused);
-    if (paused_ != paused) return;  // what a machine caught up with made somebody pause the pipeline
-  }
+  for (auto& machine : machines_) machine->hasNotificationActiveIs(!paused);
   if (paused) return;
   for (BacklogBase* backlog : backlogs_) backlog->resume();
   handleOutputs();
 }
 
 void Pipeline::stop() {
-  onScans_.reset();
-  // All fall silent before the first deletes: what a deletion makes subscribers do must not start a machine
-  // that is about to go.
+  // Nothing is worked off any more: the inputs are still there, and with them what was withdrawn would come
+  // back.
   pausedIs(true);
   for (auto& machine : machines_) machine->stop(ownsRows_);
   machines_.clear();
@@ -176,8 +182,7 @@ void Pipeline::describe() {
       .operation("handleInitialScanDone", &Pipeline::handleInitialScanDone)
       .operation("doDeleteAll", &Pipeline::doDeleteAll);
   for (size_t i = 0; i < streams_.size(); ++i) {
-    type.attribute(inputSmScanState_->scans().name(i),
-                   [i](const Pipeline& p) { return p.inputSmScanState_->scans().get(i); });
+    type.attribute(streams_[i] + "Scan", [i](const Pipeline& p) { return p.streamScanned(i); });
   }
   for (BacklogBase* backlog : backlogs_) describe(type, backlog);
   for (OutputBase* output : outputs_) describe(type, output);

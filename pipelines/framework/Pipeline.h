@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "pipelines/framework/States.h"
+#include "pipelines/framework/PublishedState.h"
 #include "platform/lumalog/Lumalog.h"
 #include "platform/rvx/SmControl.h"
 #include "platform/zavro/Node.h"
@@ -45,9 +45,9 @@ class Pipeline : public Zavro::Node {
   const Lumalog::Handle& traceHandle() const { return traceHandle_; }
 
   // Every output holds what the inputs imply, and nothing else.
-  bool ready() const { return outputState_ && outputState_->ready(); }
+  bool ready() const { return outputState_ && outputState_->flag(readyFlag_); }
   // Ready, and no scan is under way.
-  bool idle() const { return ready() && (synchronous_ || inputSmScanState_->idle()); }
+  bool idle() const { return ready() && (synchronous_ || inputSmScanState_->flag(idleFlag_)); }
   bool initialized() const { return initialized_; }
   bool initialScanDone() const { return initialScanDone_; }
   bool synchronous() const { return synchronous_; }
@@ -58,9 +58,11 @@ class Pipeline : public Zavro::Node {
   // Takes a copy for inspection; how the pipeline runs was settled when it was made.
   void rivoControlIs(const Rvx::SmControl& control) { rivoControl_ = control; }
 
-  InputSmScanState& inputSmScanState() { return *inputSmScanState_; }
-  OutputState& outputState() { return *outputState_; }
-  const OutputState& outputState() const { return *outputState_; }
+  // "<stream>Scan" for each stream: its scan, with that of every child machine, has completed; "idle": the
+  // initial scan is done and no stream has anything left to work off.
+  InputSmScanState& inputSmScanState() const { return *inputSmScanState_; }
+  // "<output>Ready" for each output, and "ready", their conjunction.
+  OutputState& outputState() const { return *outputState_; }
   const std::vector<Zavro::Ptr<TopMachine>>& machines() const { return machines_; }
   Vem::TaskPriority taskPriority() const { return taskPriority_; }
 
@@ -81,12 +83,14 @@ class Pipeline : public Zavro::Node {
   // Makes a task on the pipeline's scheduler; null in synchronous mode. The task runs only while the pipeline
   // lives.
   Zavro::Ptr<Vem::Task> newTask(const std::string& taskName, std::function<void()> run);
-  // Keeps the pipeline alive over a call that may make somebody drop it. Null while it is being made or
-  // destroyed, when nobody can.
-  Zavro::Ptr<Pipeline> hold() { return Zavro::Ptr<Pipeline>(useCount() != 0 ? this : nullptr); }
+  bool streamScanned(size_t stream) const { return inputSmScanState_->flag(stream); }
   // The stream was scanned, and all that the scan found has been worked off.
   bool streamReady(size_t stream) const;
-  void streamScanCompleted(size_t stream) { inputSmScanState_->scans().set(stream, true); }
+  void streamScanCompleted(size_t stream);
+  void updateIdle() { inputSmScanState_->set(idleFlag_, allIdle()); }
+  void updateReady() { outputState_->set(readyFlag_, allReady()); }
+  // The outputs that still wait for their inputs look again.
+  void handleOutputs();
 
  protected:
   struct PointerArgument {
@@ -121,10 +125,10 @@ class Pipeline : public Zavro::Node {
   void describe();
   void describe(Kor::TypeBuilder<Pipeline>& type, OutputBase* output);
   void describe(Kor::TypeBuilder<Pipeline>& type, BacklogBase* backlog);
+  void publishStates();
   void handleInputs();
-  // The outputs that still wait for their inputs look again.
-  void handleOutputs();
-  void updateIdle();
+  bool allIdle() const;
+  bool allReady() const;
 
   const std::string name_;
   const Lumalog::Handle& traceHandle_;
@@ -134,6 +138,8 @@ class Pipeline : public Zavro::Node {
   std::vector<OutputBase*> outputs_;
   Zavro::Ptr<InputSmScanState> inputSmScanState_;
   Zavro::Ptr<OutputState> outputState_;
+  size_t idleFlag_ = 0;
+  size_t readyFlag_ = 0;
   std::vector<Zavro::Ptr<TopMachine>> machines_;
   Zavro::Ptr<Vem::TaskScheduler> taskScheduler_;
   Vem::TaskPriority taskPriority_;
@@ -143,7 +149,6 @@ class Pipeline : public Zavro::Node {
   bool paused_ = false;
   bool ownsRows_ = true;
   Kor::Type type_;
-  Kor::Subscription onScans_;
 };
 
 }  // namespace TrelSnmp::Agent

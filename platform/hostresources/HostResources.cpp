@@ -36,6 +36,7 @@ std::string MemInfo::text() const {
 }
 
 void HostResources::memInfoIs(Zavro::Ptr<const MemInfo> memInfo) {
+  Kor::Publication::expectNone();
   memInfo_ = std::move(memInfo);
   memInfoNotifier_.notify();
 }

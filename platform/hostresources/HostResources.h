@@ -83,7 +83,10 @@ class HostResources final : public Kor::Entity {
   using Entity::Entity;
 
   const System& system() const { return system_; }
-  void systemIs(const System& system) { system_ = system; }
+  void systemIs(const System& system) {
+    Kor::Publication::expectNone();
+    system_ = system;
+  }
 
   const Processors& processorTable() const { return processorTable_; }
   Processors& processorTable() { return processorTable_; }

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "platform/kor/Notifier.h"
+#include "platform/kor/Publication.h"
 
 namespace Kor {
 
@@ -78,6 +79,7 @@ class Collection {
 
   // Puts the value under the key, replacing one that is there, and notifies, even when the value is the same.
   void set(const Key& key, Value value) {
+    Publication::expectNone();
     // The key may live in the value that goes; that one is destroyed last, by when all is in order.
     Key changedKey = key;
     auto at = map_.lower_bound(changedKey);
@@ -92,6 +94,7 @@ class Collection {
 
   // Removes the element and notifies; does nothing when there is none. Returns whether there was one.
   bool del(const Key& key) {
+    Publication::expectNone();
     auto gone = map_.extract(key);
     if (gone.empty()) return false;
     ++changes_;

@@ -14,16 +14,17 @@ class SubscriberSlot {
   // Not called any more. What the callback holds is released at once, or when the callback returns.
   void leave() {
     active_ = false;
-    if (running_ == 0) drop();
+    if (!running_) drop();
   }
 
  protected:
-  // One for each call of the callback that is under way.
+  // The callback is being called.
   class Running {
    public:
-    explicit Running(SubscriberSlot& slot) : slot_(slot) { ++slot_.running_; }
+    explicit Running(SubscriberSlot& slot) : slot_(slot) { slot_.running_ = true; }
     ~Running() {
-      if (--slot_.running_ == 0 && !slot_.active_) slot_.drop();
+      slot_.running_ = false;
+      if (!slot_.active_) slot_.drop();
     }
     Running(const Running&) = delete;
     Running& operator=(const Running&) = delete;
@@ -35,7 +36,7 @@ class SubscriberSlot {
 
  private:
   bool active_ = true;
-  int running_ = 0;
+  bool running_ = false;
 };
 
 // Unsubscribes when it is destroyed. May outlive what it subscribes to.

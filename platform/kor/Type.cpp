@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "platform/kor/Publication.h"
+
 namespace Kor {
 namespace {
 
@@ -23,6 +25,7 @@ std::string attribute(const Object& object, std::string_view name) {
 }
 
 void attributeIs(Object& object, std::string_view name, std::string_view text) {
+  Publication::expectNone();
   const Type& type = object.korType();
   const Attribute& found = memberNamed(type, type.attributes(), name, "attribute");
   if (!found.set) {
@@ -32,6 +35,7 @@ void attributeIs(Object& object, std::string_view name, std::string_view text) {
 }
 
 void invoke(Object& object, std::string_view operation) {
+  Publication::expectNone();
   const Type& type = object.korType();
   memberNamed(type, type.operations(), operation, "operation").invoke(object);
 }

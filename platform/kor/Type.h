@@ -72,9 +72,9 @@ class Type {
 // The value of an attribute in its text form. Throws NoSuchMemberException.
 std::string attribute(const Object& object, std::string_view name);
 // Sets an attribute from its text form. Throws NoSuchMemberException, or ParseException and leaves it as it
-// was.
+// was. Not from within a Publication.
 void attributeIs(Object& object, std::string_view name, std::string_view text);
-// Runs an operation. Throws NoSuchMemberException.
+// Runs an operation. Throws NoSuchMemberException. Not from within a Publication.
 void invoke(Object& object, std::string_view operation);
 
 // Declares a type in a few lines:

@@ -3,6 +3,7 @@
 
 #include "platform/kor/Entity.h"
 #include "platform/kor/Notifier.h"
+#include "platform/kor/Publication.h"
 
 namespace Snmp {
 
@@ -13,6 +14,7 @@ class Status final : public Kor::Entity {
   bool initialized() const { return initialized_; }
   // Notifies when the flag changes.
   void initializedIs(bool initialized) {
+    Kor::Publication::expectNone();
     if (initialized == initialized_) return;
     initialized_ = initialized;
     notifier_.notify();

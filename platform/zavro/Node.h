@@ -13,9 +13,6 @@ class Node : public Kor::Object {
   void hasNotificationActiveIs(bool active) {
     if (active == notificationActive_) return;
     notificationActive_ = active;
-    // What is evaluated may make the last one who holds the node drop it. Nobody holds one that is being made
-    // or destroyed.
-    Zavro::Ptr<Node> held(useCount() != 0 ? this : nullptr);
     bool before = zombieReactors_;
     korDoZombieReactors(true);
     zombieReactors_ = before;

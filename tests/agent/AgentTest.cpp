@@ -267,6 +267,18 @@ TEST_F(StorageToggles, FileThatCannotBeUsed_CountsAsOn) {
   EXPECT_EXIT(start("{", true), testing::ExitedWithCode(0), "");
 }
 
+TEST_F(AgentDeath, AgentReplacedOrDroppedWithinAPublication_EndsTheProcess) {
+  agentIs();
+  scheduler.drain();
+  const std::function<void()> changes[] = {
+      [&] { reachabilityDir = Zavro::makePtr<Kor::Dir>("other"), agentIs(); }, [&] { root->agentDel(); },
+      [&] { root.reset(); }};
+  for (const auto& change : changes) {
+    auto changing = mib->publisher().subscribe([&](const TrelMib::Change&) { change(); });
+    EXPECT_DEATH(reports("1", 2), "changed during publication");
+  }
+}
+
 TEST_F(AgentDeath, NotInTrelMode_EndsTheProcess) {
   Trel::trelModeIs(false);
   EXPECT_DEATH(agentIs(),

@@ -251,19 +251,6 @@ TEST_F(StorageTableTest, ReplacedThenDeletedUnderAWalk_WalkGoesOnBehindIt) {
   EXPECT_EQ(cursor.key(), TrelHrStorageKey(1, 3));
 }
 
-TEST_F(StorageTableTest, ReplacedWithinItsOwnPublication_BothArePublishedInOrder) {
-  auto second = mount(2);
-  std::vector<Zavro::Ptr<const Kor::ValueEntity>> published;
-  Kor::Subscription replacer =
-      mib_->publisher().subscribe([&](const TrelMib::Change&) { mib_->trelHrStorageTableIs(second); });
-  Kor::Subscription last =
-      mib_->publisher().subscribe([&](const TrelMib::Change& change) { published.push_back(change.entry); });
-  auto first = memory(2);
-  EXPECT_EQ(mib_->trelHrStorageTableIs(first), first);
-  EXPECT_EQ(mib_->trelHrStorageTable({1, 2}), second);
-  EXPECT_THAT(published, ElementsAre(first, second));
-}
-
 TEST_F(TrelMibTest, ReachabilityRows_AreWalkedBySourceThenDestination) {
   for (MemberIdPair key : {MemberIdPair(2, 0), MemberIdPair(1, 5), MemberIdPair(1, 4)}) {
     mib_->trelReachabilityTableIs(key, nullptr, nullptr);
@@ -287,15 +274,6 @@ TEST_F(TrelMibTest, DeletingByOnesOwnFields_ReadsThemFirst) {
   mib_->trelIfTableDel(reader->ifIndex());
   EXPECT_EQ(reader->remoteMemberId(), 2u);
   EXPECT_EQ(reader->useCount(), 1u);
-}
-
-TEST(TrelMibOnTheStack, DelAll_NeedsNobodyWhoCounts) {
-  TrelSnmp::TrelMib mib("mib");
-  mib.trelIfTableIs(7, 1, 2);
-  mib.trelIfTableIs(8, 1, 2);
-  mib.trelIfTableDelAll();
-  EXPECT_TRUE(mib.trelIfTable().empty());
-  EXPECT_EQ(mib.useCount(), 0u);
 }
 
 }  // namespace

@@ -188,21 +188,5 @@ TEST_F(HostResourcesPipeline, SubscriberThatThrows_LeavesThePipelineAbleToGoOn) 
   EXPECT_EQ(world.processorRows(), "[ (1,1)=9 ]");
 }
 
-TEST_F(HostResourcesPipeline, EntityReplacedInsideItsOwnSystemWrite_LastOneStands) {
-  world.load("1", 0, 7);
-  world.startAndDrain();
-  auto last = Zavro::makePtr<HostWorld::Host>("1");
-  last->processorTable().set(9, world.processor(90));
-  bool nested = false;
-  auto subscription = world.mib->publisher().subscribe([&](const TrelMib::Change& change) {
-    if (!change.entry && !std::exchange(nested, true)) world.dir->entityPtrIs(last);
-  });
-  auto first = Zavro::makePtr<HostWorld::Host>("1");
-  first->processorTable().set(1, world.processor(10));
-  world.dir->entityPtrIs(first);
-  EXPECT_EQ(world.mib->trelHrSystemTable(1)->hostResources(), last);
-  EXPECT_EQ(world.processorRows(), "[ (1,9)=90 ]");
-}
-
 }  // namespace
 }  // namespace TrelSnmp::Agent

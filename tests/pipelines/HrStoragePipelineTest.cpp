@@ -249,36 +249,5 @@ TEST_F(HrStoragePipeline, WhileInactive_ChangesWaitUntilItIsActiveAgain) {
   EXPECT_EQ(world.storageRows(), "[ (1,1)=1:600 (1,31)=/:50 ]");
 }
 
-// The first of three memory rows is written; within that the record changes. The rows that are still to come
-// must not bring the old record back.
-TEST_F(HrStoragePipeline, MemoryChangesInsideItsOwnWrite_TheNewerRecordStandsInEveryRow) {
-  for (int32_t kind = 1; kind <= 3; ++kind) world.mapMemory(kind, 1);
-  for (int32_t kind = 1; kind <= 3; ++kind) world.mapMemory(kind, static_cast<uint32_t>(kind));
-  world.remembers("1", 400);
-  world.startStorageAndDrain();
-  auto newest = world.memory(100);
-  bool nested = false;
-  auto subscription = world.mib->publisher().subscribe([&](const TrelMib::Change&) {
-    if (!std::exchange(nested, true)) world.member("1")->memInfoIs(newest);
-  });
-  world.remembers("1", 300);
-  for (uint32_t index = 1; index <= 3; ++index) {
-    auto row =
-        boost::dynamic_pointer_cast<const TrelHrStorageEntryMem>(world.mib->trelHrStorageTable({1, index}));
-    ASSERT_NE(row, nullptr);
-    EXPECT_EQ(row->memInfo(), newest) << index;
-  }
-}
-
-TEST_F(HrStoragePipeline, MappingsChangeInsideAWrite_FlatteningGoesOnWithWhatIsThere) {
-  for (int32_t kind = 1; kind <= 3; ++kind) world.mapMemory(kind, static_cast<uint32_t>(kind));
-  world.joins("1");
-  world.startStorageAndDrain();
-  auto subscription =
-      world.mib->publisher().subscribe([&](const TrelMib::Change&) { world.mappings->memEntries().del(2); });
-  world.remembers("1", 400);
-  EXPECT_EQ(world.storageRows(), "[ (1,1)=1:600 (1,3)=3:1000 ]");
-}
-
 }  // namespace
 }  // namespace TrelSnmp::Agent

@@ -222,63 +222,9 @@ TEST_F(IfTablePipeline, Synchronous_EverythingHappensAtOnce) {
   EXPECT_EQ(world.rows(), "[ ]");
 }
 
-TEST_F(IfTablePipeline, Synchronous_ChangeInsideItsOwnWrite_NewerIndexStands) {
-  world.wires(1, 2, "Backplane1/2");
-  world.indexIs("Backplane1/2", 10);
-  world.start(Rvx::Mode::synchronous);
-  bool nested = false;
-  auto inside = world.mib->publisher().subscribe([&](const TrelMib::Change& change) {
-    if (change.entry || std::exchange(nested, true)) return;
-    world.indexIs("Backplane1/2", 14);
-  });
-  world.indexIs("Backplane1/2", 12);
-  EXPECT_TRUE(nested);
-  EXPECT_EQ(world.rows(), "[ 14=(1,2) ]");
-  EXPECT_EQ(world.sm->cacheAttr0().at({1, 2}), 14U);
-}
-
 // What used to go wrong: between the old child's end and the new one's start nobody listened to the new
 
 // topology.
-
-TEST_F(IfTablePipeline, Synchronous_ReplacedTopologyChangesWhileOldPairsAreWithdrawn_NothingIsMissed) {
-  world.wires(1, 2, "Backplane1/2");
-  world.indexIs("Backplane1/2", 10);
-  world.start(Rvx::Mode::synchronous);
-  int writes = 0;
-  auto inside = world.mib->publisher().subscribe([&](const TrelMib::Change&) {
-    if (++writes == 1)
-      world.topology->topoConfig().set(Trel::MemberId(1), [] {
-        auto replacement = Zavro::makePtr<Trel::TopoConfig>(Trel::MemberId(1));
-        replacement->neighbor().set(Trel::MemberId(2), Lanix::IntfId("Backplane1/2"));
-        return replacement;
-      }());
-    if (writes == 2) world.unwires(1, 2);
-  });
-  world.indexIs("Backplane1/2", 12);
-  EXPECT_GE(writes, 2);
-  EXPECT_EQ(world.rows(), "[ ]");
-  EXPECT_TRUE(world.sm->cacheAttr0().empty());
-}
-
-// The topology between was never followed, but an index that came meanwhile was looked up in it.
-TEST_F(IfTablePipeline, Synchronous_TopologyReplacedAgainWhileOldPairsAreWithdrawn_RowsOfTheOneBetweenGo) {
-  world.wires(1, 2, "Backplane1/2");
-  world.indexIs("Backplane1/2", 10);
-  world.start(Rvx::Mode::synchronous);
-  auto between = Zavro::makePtr<Trel::TopoConfig>(Trel::MemberId(1));
-  between->neighbor().set(Trel::MemberId(5), Lanix::IntfId("Backplane1/5"));
-  bool first = true;
-  auto inside = world.mib->publisher().subscribe([&](const TrelMib::Change& change) {
-    if (change.entry || !std::exchange(first, false)) return;
-    world.indexIs("Backplane1/5", 50);
-    world.joins(1);
-  });
-  takePublished();
-  world.topology->topoConfig().set(Trel::MemberId(1), between);
-  EXPECT_EQ(takePublished(), "-10 +50 -50 ");
-  EXPECT_EQ(world.rows(), "[ ]");
-}
 
 TEST_F(IfTablePipeline, Restart_LiveRowsAreNeverMissingAndStaleOnesGo) {
   world.wires(1, 2, "Backplane1/2");

@@ -4,46 +4,32 @@
 namespace TrelSnmp::Agent {
 namespace {
 
-TEST_F(PipelineFramework, ScanAskedForByNameWhileItRuns_IsNotTakenForComplete) {
-  world.reports("1", 2, State::reachable);
-  world.reports("1", 3, State::reachable);
-  world.start();
-  std::string scanned;
-  auto asking = world.mib->publisher().subscribe([&](const TrelMib::Change&) {
-    Kor::invoke(*world.sm->machines()[0], "doInputScan0");
-    scanned += Kor::attribute(*world.sm, "reachabilityStatusStreamScan") + " ";
-  });
-  world.scheduler.drain();
-  EXPECT_EQ(scanned, "false false ");
-  EXPECT_EQ(world.rows(), "[ (1,2)=reachable (1,3)=reachable ]");
-  EXPECT_TRUE(world.sm->ready());
-}
-
 TEST_F(PipelineFramework, IdleByName_IsDerivedAnewWhileThePipelineLives) {
   world.startAndDrain();
   Zavro::Ptr<InputSmScanState> state(&world.sm->inputSmScanState());
-  state->idleIs(false);
+  constexpr size_t kIdle = 1;  // behind the one stream's flag
+  state->set(kIdle, false);
   EXPECT_EQ(Kor::attribute(*state, "idle"), "false");
   Kor::invoke(*state, "handleIdle");
   EXPECT_EQ(Kor::attribute(*state, "idle"), "true");
   world.sm.reset();
-  state->idleIs(false);
+  state->set(kIdle, false);
   Kor::invoke(*state, "handleIdle");
   EXPECT_EQ(Kor::attribute(*state, "idle"), "false");
 }
 
-TEST(FlagsTest, SameValueAgain_NotifiesNobody) {
-  Flags flags({"first", "second"});
-  int notified = 0;
-  auto subscription = flags.subscribe([&] { ++notified; });
-  flags.set(1, false);
-  EXPECT_EQ(notified, 0);
-  flags.set(1, true);
-  flags.set(1, true);
-  EXPECT_EQ(notified, 1);
-  flags.clear();
-  flags.clear();
-  EXPECT_EQ(notified, 2);
+TEST(PublishedStateTest, ChangesArePublishedByName_SameValueAgainIsNone) {
+  PublishedState state("State");
+  size_t flag = state.flagIs("flag");
+  size_t number = state.numberIs("number");
+  std::string published;
+  auto subscription = state.subscribe([&](const std::string& field) { published += field + " "; });
+  EXPECT_FALSE(state.set(flag, false));
+  EXPECT_TRUE(state.set(number, 2));
+  EXPECT_TRUE(state.set(flag, true));
+  EXPECT_FALSE(state.set(number, 2));
+  EXPECT_EQ(published, "number flag ");
+  EXPECT_EQ(Kor::attribute(state, "flag") + " " + Kor::attribute(state, "number"), "true 2");
 }
 
 TEST(NamesTest, Capitalised_IsAFirstLetterFromAToZ) {
@@ -196,6 +182,26 @@ TEST_F(PipelineDeath, NullArguments_EndTheProcess) {
       "Assertion `trelMib\\(\\) && \"Pointer SM args cannot be null unless they are marked Optional\"");
 }
 
+// A subscriber of the MIB object only looks.
+TEST_F(PipelineDeath, InputOrPipelineChangedWithinAPublication_EndsTheProcess) {
+  const std::pair<const char*, std::function<void()>> changes[] = {
+      {"a record is replaced", [&] { world.reports("1", 2, State::disabled); }},
+      {"a record is withdrawn", [&] { world.withdraws("1", 2); }},
+      {"a member leaves", [&] { world.leaves("1"); }},
+      {"the pipeline is dropped", [&] { world.sm.reset(); }},
+      {"the pipeline is paused", [&] { world.sm->hasNotificationActiveIs(false); }},
+      {"the rows are handed over", [&] { world.sm->rowsHandedOver(); }},
+      {"another pipeline is made", [&] { world.makePipeline(); }},
+      {"an operation is run by name", [&] { Kor::invoke(*world.sm->machines()[0], "doInputScan0"); }},
+  };
+  world.reports("1", 2, State::reachable);
+  world.startAndDrain();
+  for (const auto& [what, change] : changes) {
+    auto changing = world.mib->publisher().subscribe([&, make = change](const TrelMib::Change&) { make(); });
+    EXPECT_DEATH(world.reports("1", 3, State::reachable), "changed during publication") << what;
+  }
+}
+
 TEST_F(PipelineDeath, ChildWithoutEntity_EndsTheProcess) {
   world.startAndDrain();
   std::string name = "EntityPtrSm1";
@@ -214,8 +220,8 @@ TEST_F(PipelineDeath, EntityDeletedBeforeItsChangeWasHeardOf_EndsTheProcess) {
 }
 
 TEST_F(PipelineDeath, MissedNotificationsDuringTheInitialScan_AreNone) {
-  auto& entity = world.joins("1");
-  auto earlier = entity.reachabilityStatus().subscribe([&](const Trel::MemberId&) { world.leaves("1"); });
+  Zavro::Ptr<Trel::ReachabilityStatus> entity(&world.joins("1"));
+  auto earlier = entity->reachabilityStatus().subscribe([&](const Trel::MemberId&) { world.leaves("1"); });
   world.start();
   world.reports("1", 2, State::reachable);
   world.scheduler.drain();

@@ -130,29 +130,4 @@ RC_GTEST_PROP(CollectionPropertyTest, RandomChanges_EqualAMap_AndCursorsMissNoth
   scenario.finishWalks();
 }
 
-// Subscribers that change the collection from within: everybody hears of all changes in one order.
-RC_GTEST_PROP(CollectionPropertyTest, ChangesFromWithinNotifications_AreHeardByAllInTheSameOrder,
-              (const std::vector<Step>& steps)) {
-  Numbers numbers;
-  std::vector<uint8_t> first;
-  std::vector<uint8_t> last;
-  size_t at = 0;
-  auto runNext = [&] {
-    if (at == steps.size()) return;
-    const Step& step = steps[at++];
-    step.kind % 2 == 0 ? numbers.set(step.key, step.value) : static_cast<void>(numbers.del(step.key));
-  };
-  Kor::Subscription a = numbers.subscribe([&](uint8_t key) { first.push_back(key); });
-  Kor::Subscription b = numbers.subscribe([&](uint8_t key) {
-    if (key % 3 == 0) runNext();
-  });
-  Kor::Subscription c = numbers.subscribe([&](uint8_t key) {
-    if (key % 4 == 0) runNext();
-  });
-  Kor::Subscription d = numbers.subscribe([&](uint8_t key) { last.push_back(key); });
-  while (at < steps.size()) runNext();
-  RC_ASSERT(first == last);
-  RC_ASSERT(first.size() == numbers.version());
-}
-
 }  // namespace

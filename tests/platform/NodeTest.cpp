@@ -60,12 +60,4 @@ TEST(NodeTest, FlagThatChangesWithinAnEvaluation_IsEvaluatedAtOnce) {
   EXPECT_EQ(node->log, "active+zombies inactive+zombies ");
 }
 
-TEST(NodeTest, DroppedWithinAnEvaluation_LivesUntilItIsOver) {
-  Zavro::Ptr<Reacting> node = Zavro::makePtr<Reacting>();
-  Reacting* raw = node.get();
-  node->within = [&] { node.reset(); };
-  raw->hasNotificationActiveIs(true);
-  EXPECT_EQ(node, nullptr);
-}
-
 }  // namespace

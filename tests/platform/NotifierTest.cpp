@@ -136,17 +136,6 @@ TEST_F(NotifierTest, WhatACallbackHolds_IsReleasedWithTheNotifier) {
   EXPECT_EQ(held->useCount(), 1u);
 }
 
-TEST_F(NotifierTest, WhatACallbackHolds_IsReleasedAfterItDestroyedTheNotifier) {
-  Zavro::Ptr<Held> held = Zavro::makePtr<Held>();
-  Kor::Subscription a = changes_->subscribe([&, held](int) {
-    changes_.reset();
-    log_ += std::to_string(held->useCount());
-  });
-  changes_->notify(1);
-  EXPECT_EQ(log_, "2");
-  EXPECT_EQ(held->useCount(), 1u);
-}
-
 TEST_F(NotifierTest, CallbackHoldsAnotherSubscription_BothEndTogether) {
   auto b = std::make_shared<Kor::Subscription>(logging("b"));
   Kor::Subscription a = changes_->subscribe([b](int) {});
@@ -154,62 +143,6 @@ TEST_F(NotifierTest, CallbackHoldsAnotherSubscription_BothEndTogether) {
   EXPECT_EQ(changes_->subscribers(), 2u);
   a.reset();
   EXPECT_EQ(changes_->subscribers(), 0u);
-}
-
-TEST_F(NotifierTest, ChangeWithin_ReachesEverybodyAfterTheChangeUnderWay) {
-  Kor::Subscription a = logging("a", [&](int change) {
-    if (change == 1) {
-      changes_->notify(2);
-      log_ += "| ";
-    }
-  });
-  Kor::Subscription b = logging("b");
-  Kor::Subscription c = logging("c");
-  changes_->notify(1);
-  EXPECT_EQ(log_, "a1 b1 c1 a2 b2 c2 | ");
-}
-
-TEST_F(NotifierTest, ChangesWithinChanges_StayInOrderForEverybody) {
-  Kor::Subscription a = logging("a", [&](int change) {
-    if (change == 1) changes_->notify(2);
-  });
-  Kor::Subscription b = logging("b", [&](int change) {
-    if (change < 3) changes_->notify(change + 2);
-  });
-  Kor::Subscription c = logging("c");
-  changes_->notify(1);
-  // b hears of 1 while 2 is on its way, and adds 3 behind it; then 4 from 2.
-  std::string heardByC;
-  for (size_t at = log_.find('c'); at != std::string::npos; at = log_.find('c', at + 1))
-    heardByC += log_[at + 1];
-  EXPECT_EQ(heardByC, "1234");
-  EXPECT_EQ(log_.size(), 3u * 4u * 3u);
-}
-
-TEST_F(NotifierTest, SubscriberWithin_HearsOfTheNextChangeWithin) {
-  Kor::Subscription late;
-  Kor::Subscription a = logging("a", [&](int change) {
-    if (change != 1) return;
-    late = logging("late");
-    changes_->notify(2);
-  });
-  changes_->notify(1);
-  EXPECT_EQ(log_, "a1 a2 late2 ");
-}
-
-TEST_F(NotifierTest, NotifierDestroyedWithin_NobodyElseIsCalled) {
-  Kor::Subscription a = logging("a", [&](int) { changes_.reset(); });
-  Kor::Subscription b = logging("b");
-  changes_->notify(1);
-  EXPECT_EQ(log_, "a1 ");
-}
-
-TEST_F(NotifierTest, NotifierDestroyedTwoChangesDeep_NobodyElseIsCalled) {
-  Kor::Subscription a =
-      logging("a", [&](int change) { change == 1 ? changes_->notify(2) : changes_.reset(); });
-  Kor::Subscription b = logging("b");
-  changes_->notify(1);
-  EXPECT_EQ(log_, "a1 b1 a2 ");
 }
 
 TEST_F(NotifierTest, SubscriberThrows_OthersHearAllTheSame_FirstExceptionReachesTheChanger) {
@@ -225,15 +158,16 @@ TEST_F(NotifierTest, SubscriberThrows_OthersHearAllTheSame_FirstExceptionReaches
   EXPECT_EQ(log_, "a1 b1 c1 a2 b2 c2 c3 ");
 }
 
-TEST_F(NotifierTest, ExceptionOfAChange_LeavesTheCallThatMadeIt_NotTheOneWithin) {
-  Kor::Subscription a = logging("a", [&](int change) {
-    if (change == 1) log_ += thrown<std::runtime_error>([&] { changes_->notify(2); }) + " ";
-  });
-  Kor::Subscription b = logging("b", [](int change) {
-    if (change == 1) throw std::runtime_error("one");
-  });
-  EXPECT_EQ(thrown<std::runtime_error>([&] { changes_->notify(1); }), "one");
-  EXPECT_EQ(log_, "a1 b1 a2 b2 nothing ");
+using NotifierDeathTest = NotifierTest;
+
+TEST_F(NotifierDeathTest, ChangeWithin_EndsTheProcess) {
+  Kor::Subscription a = logging("a", [&](int) { changes_->notify(2); });
+  EXPECT_DEATH(changes_->notify(1), "changed during publication");
+}
+
+TEST_F(NotifierDeathTest, NotifierDestroyedWithin_EndsTheProcess) {
+  Kor::Subscription a = logging("a", [&](int) { changes_.reset(); });
+  EXPECT_DEATH(changes_->notify(1), "destroyed during publication");
 }
 
 TEST(NotifierArgumentsTest, NoneOrSeveral_ReachTheCallback) {

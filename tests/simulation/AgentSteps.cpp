@@ -150,7 +150,6 @@ bool AgentSteps::agentIs(uint32_t bits) {
     return true;
   }
   agentBits_ = bits;
-  noNesting_ = false;
   for (PipelineId id : kAllPipelines) {
     follower_.left(id);
     bind(id);
@@ -165,8 +164,6 @@ void AgentSteps::expectAgent(uint32_t bits) {
   for (PipelineId id : kAllPipelines) {
     Life* life = follower_.current(id);
     if (life != nullptr && life->wiring.mib != wiring.mib) {
-      // Which events are whose could not be told.
-      noNesting_ = true;
       follower_.leaving(id, [this, old] { return agent() != old; });
     }
     if (id != PipelineId::storage || makesStorage()) {
@@ -216,10 +213,7 @@ bool AgentSteps::startSMs() {
     if (life != nullptr && life->wiring.mib != wiring.mib) pipelineDel(id, false);
   }
   for (PipelineId id : made) follower_.making(id, wiring);
-  // They are made one by one, and until its turn the old one of each would handle what is done from within.
-  noNesting_ = made.size() > 1;
   Kor::invoke(*agent(), "startSMs");
-  noNesting_ = false;
   for (PipelineId id : made) bind(id);
   return true;
 }
@@ -243,10 +237,8 @@ bool AgentSteps::pipelineIs(PipelineId id, uint32_t bits, uint32_t mode) {
   if (!same) {
     if (life != nullptr && life->wiring.mib != wiring.mib) leaving = follower_.detached(id);
     follower_.making(id, wiring);
-    noNesting_ = leaving != nullptr;
   }
   setPipeline(id, wiring, mode);
-  noNesting_ = false;
   if (same) {
     if (pipelineOf(*agent(), id) != before) follower_.fail("another pipeline for the same inputs");
     return true;
@@ -337,9 +329,7 @@ bool AgentSteps::stale(const Step& step) {
     if (writes && ownsTable(id, table)) return false;
   }
   follower_.ownWrites(true);
-  noNesting_ = true;
   bool made = state_.stale(step);
-  noNesting_ = false;
   follower_.ownWrites(false);
   return made;
 }

@@ -28,10 +28,6 @@ class AgentSteps {
 
   // False when the step did nothing. Requires: a step from Kind::agentIs to Kind::stale, but Kind::status.
   bool apply(const Step& step);
-  // What is under way rules out that anything is done from within it: whose events are whose could not be
-  // told.
-  bool noNesting() const { return noNesting_; }
-
   void resumeAll();
   // All pipelines go, and the agent.
   void dropAll();
@@ -77,7 +73,6 @@ class AgentSteps {
   uint32_t agentBits_ = 0;
   Zavro::Ptr<Agent> heldAgent_;
   std::array<Detached, kPipelines> detached_;
-  bool noNesting_ = false;
 };
 
 }  // namespace Simulation

@@ -24,7 +24,6 @@ namespace {
 
 using HostResourcesMib::StorageEntryMappings;
 
-constexpr int kDeepest = 3;             // changes from within changes
 constexpr size_t kMostSlices = 100000;  // until all is at rest
 constexpr uint64_t kMsNs = 1'000'000;
 
@@ -93,26 +92,18 @@ class Driver {
   }
 
   void fireArmed() {
-    if (agent_->noNesting() || follower_->depth() >= kDeepest) return;
     for (size_t i = 0; i < armed_.size(); ++i) {
       if (armed_[i].at > follower_->publications()) continue;
       Step step = armed_[i].step;
       armed_.erase(armed_.begin() + static_cast<long>(i--));
-      if (!canNest(step.kind)) continue;
-      size_t frames = follower_->nestedBegins();
       if (apply(step)) ++events_;
-      follower_->nestedEnds(frames);
       if (failed()) return;
     }
   }
 
-  static bool canNest(Kind kind) {
-    return kind < Kind::slice || kind == Kind::pause || kind == Kind::resume || kind >= Kind::walkFirst;
-  }
-
   // False when the step did nothing.
   bool apply(const Step& step) {
-    if (log_) log_(fmt::format("{:{}}== {}", "", 4 * follower_->depth(), step.text()));
+    if (log_) log_("== " + step.text());
     if (step.kind < Kind::clock) {
       stateChanges(step.kind);
       return state_.apply(step);

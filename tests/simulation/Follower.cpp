@@ -120,7 +120,6 @@ void Follower::left(PipelineId id) { dropped(std::move(leaving_[static_cast<size
 void Follower::handedOver(PipelineId id) {
   auto& life = lives_[static_cast<size_t>(id)];
   if (!life) return;
-  for (Frame& frame : frames_) frame.overtaken |= frame.life == life.get();
   buried_.push_back(std::move(life));
 }
 
@@ -130,17 +129,14 @@ std::unique_ptr<Life> Follower::detached(PipelineId id) {
   return std::move(lives_[static_cast<size_t>(id)]);
 }
 
-void Follower::dropping(Life& life) {
-  dropping_[static_cast<size_t>(life.id)] = &life;
-  droppingDepth_ = depth_;
-}
+void Follower::dropping(Life& life) { dropping_[static_cast<size_t>(life.id)] = &life; }
 
 // Rows of members whose system figures were served stay; all others that the pipeline wrote are gone.
 void Follower::dropped(std::unique_ptr<Life> life) {
   if (!life) return;
   Life*& dropping = dropping_[static_cast<size_t>(life->id)];
   if (dropping == life.get()) dropping = nullptr;
-  if (depth_ == 0) popFrames(0);
+  eventIsOver();
   for (const auto& [element, handled] : life->last) {
     if (element.stream == Stream::system) continue;
     fail(fmt::format("{} was dropped, but did not withdraw {}", nameOf(life->id), element.text()));
@@ -156,11 +152,7 @@ void Follower::dropped(std::unique_ptr<Life> life) {
 }
 
 void Follower::paused(PipelineId id) {
-  Life* life = current(id);
-  if (life == nullptr) return;
-  life->active = false;
-  life->pausedIn = depth_ > 0 ? steps_ : 0;
-  for (Frame& frame : frames_) frame.overtaken |= frame.life == life;
+  if (Life* life = current(id)) life->active = false;
 }
 
 void Follower::resumed(PipelineId id) {
@@ -183,8 +175,8 @@ void Follower::stateChanged(PipelineId id) {
 
 Life* Follower::lifeFor(PipelineId id) {
   auto place = static_cast<size_t>(id);
-  if (dropping_[place] != nullptr && depth_ == droppingDepth_) return dropping_[place];
-  bool old = leaving_[place] && depth_ == 0 && stored_();
+  if (dropping_[place] != nullptr) return dropping_[place];
+  bool old = leaving_[place] && stored_();
   return old ? leaving_[place].get() : lives_[place].get();
 }
 
@@ -193,9 +185,7 @@ bool Follower::isGoing(const Life& life) const {
   return dropping_[place] == &life || leaving_[place].get() == &life;
 }
 
-bool Follower::mayHandle(const Life& life) const {
-  return life.active || life.pausedIn == steps_ || isGoing(life);
-}
+bool Follower::mayHandle(const Life& life) const { return life.active || isGoing(life); }
 
 // -- Publications
 
@@ -227,8 +217,8 @@ void Follower::published(size_t set, const TrelSnmp::TrelMib::Change& change) {
                            uint64_t{op.row.x} << 32 | op.row.y};
   note({reinterpret_cast<const char*>(seen), sizeof seen});
   if (log_) {
-    log_(fmt::format("{:{}}{} {} {} {}", "", 4 * depth_ + 2, op.insert ? '+' : '-', nameOf(table),
-                     op.key.text(), op.insert ? op.row.text() : ""));
+    log_(fmt::format("  {} {} {} {}", op.insert ? '+' : '-', nameOf(table), op.key.text(),
+                     op.insert ? op.row.text() : ""));
   }
   if (!failure_.empty()) return;
   if (!ownWrites_ && !justified(set, table, op) && failure_.empty()) {
@@ -240,13 +230,8 @@ void Follower::published(size_t set, const TrelSnmp::TrelMib::Change& change) {
 }
 
 bool Follower::justified(size_t set, TableId table, const Op& op) {
-  for (size_t i = frames_.size(); i > 0; --i) {
-    Frame& frame = frames_[i - 1];
-    if (frame.table != table || frame.life->wiring.mib != set) continue;
-    auto next = nextOp(frame);
-    if (!next || *next != op) continue;
-    popFrames(i);
-    advance(frames_[i - 1], op);
+  if (frame_ && frame_->table == table && frame_->life->wiring.mib == set && nextOp(*frame_) == op) {
+    advance(op);
     return true;
   }
   return !op.insert && (byReconciliation(set, table, op) || byCacheOfDropped(set, op));
@@ -259,8 +244,7 @@ bool Follower::byReconciliation(size_t set, TableId table, const Op& op) {
         (life->outputs.front().table != table && life->outputs.back().table != table))
       continue;
     OutputLife& output = life->output(table);
-    if (!output.reconciling || output.ready || output.seen.contains(op.key) || underWay(*life, op.key))
-      return false;
+    if (!output.reconciling || output.ready || output.seen.contains(op.key)) return false;
     for (const Claim& claim : claims(*life, table)) {
       if (claim.key != op.key || life->remapped.contains(op.key.second)) continue;
       auto cached = life->cache.find(Key{claim.row.x, claim.row.y});
@@ -272,14 +256,6 @@ bool Follower::byReconciliation(size_t set, TableId table, const Op& op) {
     return true;
   }
   return false;
-}
-
-// Whether a link's event is about to write the row.
-bool Follower::underWay(const Life& life, const Key& key) const {
-  return std::any_of(frames_.begin(), frames_.end(), [&](const Frame& frame) {
-    return frame.life == &life && frame.element.stream == Stream::link && !frame.overtaken && frame.row &&
-           frame.key == key;
-  });
 }
 
 bool Follower::byCacheOfDropped(size_t set, const Op& op) {

@@ -8,10 +8,9 @@
 //   no value   the row of its key goes
 //   a link     its old index's row goes if it still names this link; then the new index's row names it
 //
-// So each publication must be the next thing that some event under way has to do, or the removal of a row
-// that no element has claimed since the pipeline started; and each event must have done what it had to,
-// unless another one on the same row overtook it from within its own write. What the events leave behind is
-// compared with the oracle, which knows no events.
+// So each publication must be the next thing that the event under way has to do, or the removal of a row that
+// no element has claimed since the pipeline started; and each event must have done what it had to. What the
+// events leave behind is compared with the oracle, which knows no events.
 #pragma once
 
 #include <absl/container/flat_hash_map.h>
@@ -87,7 +86,6 @@ struct Life {
   Wiring wiring;
   const TrelSnmp::Agent::Pipeline* pipeline = nullptr;  // null while it is being made
   bool active = true;
-  uint64_t pausedIn = 0;  // step; what was under way then goes on to the end of the step
   std::vector<OutputLife> outputs;
   // Elements whose last event had a value: which, and of which entity.
   struct Handled {
@@ -145,11 +143,6 @@ class Follower final : public Lumalog::Sink {
   // What the driver writes by itself until this is called with false.
   void ownWrites(bool own) { ownWrites_ = own; }
 
-  // Something is done from within a publication.
-  size_t nestedBegins();
-  void nestedEnds(size_t frames);
-  int depth() const { return depth_; }
-
   // A step is over. settled: no task is due.
   void stepEnds(bool settled);
 
@@ -195,7 +188,7 @@ class Follower final : public Lumalog::Sink {
     Row row;
     bool operator==(const Op&) const = default;
   };
-  // An event under way: what it has to do, and how far it is.
+  // The event under way: what it has to do, and how far it is.
   struct Frame {
     Life* life;
     Element element;
@@ -206,11 +199,8 @@ class Follower final : public Lumalog::Sink {
     // memory: the kinds of the mappings whose rows are still to be dealt with are those above this one
     std::optional<int32_t> lastKind{};
     uint32_t member = 0;
-    uint32_t mappingVersion = 0;
     int stage = 0;
-    bool overtaken = false;
     bool done = false;
-    int depth = 0;  // of changes within changes, where it began
   };
 
   void published(size_t set, const TrelSnmp::TrelMib::Change& change);
@@ -222,16 +212,11 @@ class Follower final : public Lumalog::Sink {
   void event(const Event& event);
   void linkEvent(uint32_t local, uint32_t remote);
   std::optional<uint64_t> currentValue(const Life& life, const Element& element, uint64_t& entity) const;
-  void push(Frame frame);
   bool ownsOld(const Frame& frame) const;
-  static void seen(const Frame& frame);
-  bool underWay(const Life& life, const Key& key) const;
   std::optional<Op> nextOp(Frame& frame);
-  std::optional<Op> nextMemoryOp(Frame& frame);
-  void advance(Frame& frame, const Op& op);
-  bool sameRows(const Frame& a, const Frame& b) const;
-  void popFinished();
-  void popFrames(size_t down);
+  std::optional<Op> nextMemoryOp(const Frame& frame) const;
+  void advance(const Op& op);
+  void eventIsOver();
   void touch(OutputLife& output, const Key& key, const Element& element);
   Life* lifeFor(PipelineId id);
   bool isGoing(const Life& life) const;
@@ -257,16 +242,13 @@ class Follower final : public Lumalog::Sink {
   std::array<Kor::Subscription, kSets> subscriptions_;
   std::array<std::unique_ptr<Life>, kPipelines> lives_;
   std::array<std::unique_ptr<Life>, kPipelines> leaving_;
-  std::vector<std::unique_ptr<Life>> buried_;  // events of theirs may be under way until the step is over
+  std::vector<std::unique_ptr<Life>> buried_;  // an event of theirs may be under way until the step is over
   std::function<bool()> stored_;
   std::array<Life*, kPipelines> dropping_{};
-  int droppingDepth_ = 0;
-  std::vector<Frame> frames_;
+  std::optional<Frame> frame_;
   std::function<void()> onPublication_ = [] {};
   absl::flat_hash_map<std::string_view, uint32_t> keyPlaces_;
   absl::flat_hash_map<std::string_view, uint32_t> mountPlaces_;
-  int depth_ = 0;
-  bool nestedInStep_ = false;
   bool ownWrites_ = false;
   uint64_t steps_ = 1;
   uint64_t looks_ = 0;

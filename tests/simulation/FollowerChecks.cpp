@@ -6,26 +6,14 @@
 
 namespace Simulation {
 
-size_t Follower::nestedBegins() {
-  ++depth_;
-  nestedInStep_ = true;
-  return frames_.size();
-}
-
-void Follower::nestedEnds(size_t frames) {
-  popFrames(frames);
-  --depth_;
-}
-
 void Follower::stepEnds(bool settled) {
-  popFrames(0);
+  eventIsOver();
   checkMirrors();
   for (auto& life : lives_) {
     if (life && life->pipeline != nullptr && failure_.empty()) checkLife(*life, settled);
   }
   buried_.clear();
   gone_.clear();
-  nestedInStep_ = false;
   ++steps_;
 }
 

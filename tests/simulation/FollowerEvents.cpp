@@ -37,22 +37,21 @@ std::optional<uint64_t> Follower::currentValue(const Life& life, const Element& 
 void Follower::event(const Event& event) {
   Life& life = *event.life;
   const Element& element = event.element;
-  popFinished();
+  eventIsOver();
   life.dirty = true;
   if (!mayHandle(life)) return fail(fmt::format("inactive, but handles {}", element.text()));
   uint64_t entity = kNoRecord;
   std::optional<uint64_t> now = currentValue(life, element, entity);
   if (event.value) {
-    if (event.value != now && !nestedInStep_) {
+    if (event.value != now) {
       return fail(fmt::format("{} is handled with {}, but is {}", element.text(), *event.value,
                               now.value_or(kNoRecord)));
     }
-    // From within a change it may still be the entity before.
-    life.last[element] = {*event.value, nestedInStep_ ? kNoRecord : entity};
+    life.last[element] = {*event.value, entity};
   } else {
     auto handled = life.last.find(element);
     bool ofAnother = handled == life.last.end() || handled->second.entity != entity;
-    if (now && !ofAnother && !nestedInStep_ && !isGoing(life)) {
+    if (now && !ofAnother && !isGoing(life)) {
       return fail(fmt::format("{} is handled as gone, but is {}", element.text(), *now));
     }
     life.last.erase(element);
@@ -73,11 +72,12 @@ void Follower::event(const Event& event) {
     case Stream::memory:
       for (auto kind = mappings.memEntries().begin(); kind; kind.next()) {
         Key key{member, kind.value()->index};
+        if (output.reconciling) output.seen.insert(key);
         touch(output, key, element);
       }
       if (event.value) frame.row = Row{.record = *event.value, .y = kMemoryRow};
-      frame.mappingVersion = mappings.memEntries().version();
-      return push(std::move(frame));
+      frame_ = std::move(frame);
+      return;
     default:
       frame.key = {member, element.stream == Stream::system ? 0 : element.item};
       if (event.value) frame.row = Row{.record = *event.value};
@@ -85,13 +85,13 @@ void Follower::event(const Event& event) {
   }
   if (output.reconciling) output.seen.insert(frame.key);
   touch(output, frame.key, element);
-  push(std::move(frame));
+  frame_ = std::move(frame);
 }
 
 void Follower::linkEvent(uint32_t local, uint32_t remote) {
   Life* life = lifeFor(PipelineId::ifTable);
   if (life == nullptr) return fail("nobody is there to handle a link");
-  popFinished();
+  eventIsOver();
   life->dirty = true;
   if (!mayHandle(*life)) return fail(fmt::format("inactive, but handles link {}.{}", local, remote));
   const Element element{Stream::link, local, remote};
@@ -111,13 +111,11 @@ void Follower::linkEvent(uint32_t local, uint32_t remote) {
     life->cache.erase(cached);
   }
   if (output.reconciling) {
-    // A row that names another link accounts for nothing: that link sees it, or it has to go. One that goes
-    // first may lead to what overtakes the event, which then does not come to the index that it was to write.
-    bool goesFirst = frame.old && ownsOld(frame);
-    if (goesFirst) output.seen.insert(*frame.old);
-    if (frame.row && !goesFirst) output.seen.insert(frame.key);
+    // A row that names another link accounts for nothing: that link sees it, or it has to go.
+    if (frame.old && ownsOld(frame)) output.seen.insert(*frame.old);
+    if (frame.row) output.seen.insert(frame.key);
   }
-  push(std::move(frame));
+  frame_ = std::move(frame);
 }
 
 void Follower::touch(OutputLife& output, const Key& key, const Element& element) {
@@ -126,29 +124,6 @@ void Follower::touch(OutputLife& output, const Key& key, const Element& element)
 }
 
 // -- What an event has to do
-
-void Follower::push(Frame frame) {
-  for (Frame& below : frames_) below.overtaken |= sameRows(below, frame);
-  frame.depth = depth_;
-  if (nextOp(frame)) frames_.push_back(std::move(frame));
-}
-
-// Whether the two may have to do with the same row.
-bool Follower::sameRows(const Frame& a, const Frame& b) const {
-  if (a.life != b.life || a.table != b.table) return false;
-  if (a.element == b.element) return true;
-  if (a.element.stream == Stream::memory || b.element.stream == Stream::memory) return a.member == b.member;
-  auto of = [](const Frame& frame, const std::optional<Key>& key) {
-    return key && (key == frame.key || key == frame.old);
-  };
-  return of(a, b.key) || of(a, b.old);
-}
-
-// The event has come to the row that it is to write.
-void Follower::seen(const Frame& frame) {
-  OutputLife& output = frame.life->output(frame.table);
-  if (output.reconciling && frame.row) output.seen.insert(frame.key);
-}
 
 // Whether the row under a link's old index names this link.
 bool Follower::ownsOld(const Frame& frame) const {
@@ -178,10 +153,9 @@ std::optional<Follower::Op> Follower::nextOp(Frame& frame) {
   return Op{.insert = false, .key = frame.key, .row = {}};
 }
 
-std::optional<Follower::Op> Follower::nextMemoryOp(Frame& frame) {
+std::optional<Follower::Op> Follower::nextMemoryOp(const Frame& frame) const {
   const MirrorTable& table = rows(frame.life->wiring.mib, frame.table);
   const auto& kinds = state_.set(frame.life->wiring.mappings).mappings->memEntries();
-  frame.overtaken |= kinds.version() != frame.mappingVersion;
   for (auto kind = kinds.begin(); kind; kind.next()) {
     if (frame.lastKind && kind.key() <= *frame.lastKind) continue;
     Key key{frame.member, kind.value()->index};
@@ -194,45 +168,31 @@ std::optional<Follower::Op> Follower::nextMemoryOp(Frame& frame) {
 }
 
 // The operation was made; whether there is a next one is seen when it is asked for.
-void Follower::advance(Frame& frame, const Op& op) {
+void Follower::advance(const Op& op) {
+  Frame& frame = *frame_;
   if (frame.element.stream == Stream::memory) {
     const auto& kinds = state_.set(frame.life->wiring.mappings).mappings->memEntries();
     for (auto kind = kinds.begin(); kind; kind.next()) {
       if (frame.lastKind && kind.key() <= *frame.lastKind) continue;
-      if (kind.value()->index != op.key.second) continue;
       frame.lastKind = kind.key();
-      // Mappings may change while the event is under way: only now it is clear which rows it has to do with.
-      OutputLife& output = frame.life->output(frame.table);
-      if (output.reconciling) output.seen.insert(op.key);
-      touch(output, op.key, frame.element);
-      return;
+      if (kind.value()->index == op.key.second) return;
     }
     return;
   }
   bool withdrawn = frame.old && frame.stage == 0;
-  if (!withdrawn) seen(frame);
   ++frame.stage;
   frame.done = op.insert || (!withdrawn && !frame.row);
 }
 
-// An event has come to its end when the next one begins, unless that began within a change of its own.
-void Follower::popFinished() {
-  while (!frames_.empty() && frames_.back().depth >= depth_) popFrames(frames_.size() - 1);
-}
-
-void Follower::popFrames(size_t down) {
-  while (frames_.size() > down) {
-    Frame& frame = frames_.back();
-    if (!frame.overtaken && frame.element.stream == Stream::link) seen(frame);
-    if (failure_.empty()) {
-      auto op = nextOp(frame);
-      if (op && !frame.overtaken) {
-        fail(fmt::format("{} was handled, but row {} of {} was not {}", frame.element.text(), op->key.text(),
-                         nameOf(frame.table), op->insert ? "written: " + op->row.text() : "removed"));
-      }
-    }
-    frames_.pop_back();
+// An event has come to its end when the next one begins, or the step is over.
+void Follower::eventIsOver() {
+  if (!frame_) return;
+  auto op = failure_.empty() ? nextOp(*frame_) : std::nullopt;
+  if (op) {
+    fail(fmt::format("{} was handled, but row {} of {} was not {}", frame_->element.text(), op->key.text(),
+                     nameOf(frame_->table), op->insert ? "written: " + op->row.text() : "removed"));
   }
+  frame_.reset();
 }
 
 }  // namespace Simulation

@@ -111,7 +111,7 @@ void Follower::trace(const Lumalog::Line& line) {
   auto [handle, level, text, format, about] = line;
   note(handle);
   note(text);
-  if (log_) log_(fmt::format("{:{}}{}/{} {}", "", 4 * depth_ + 2, handle, level, text));
+  if (log_) log_(fmt::format("  {}/{} {}", handle, level, text));
   if (level != kStatementLevel || !failure_.empty()) return;
   if (text.starts_with(kLinkStatement)) {
     std::string_view remote = takeLast(text, " remoteMemberId=");

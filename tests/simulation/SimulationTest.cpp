@@ -163,6 +163,21 @@ TEST_F(FollowerTest, PipelineDroppedThatLeavesARow) {
   EXPECT_EQ(follower.failure(), "TrelSnmpReachabilityTableSm was dropped, but did not withdraw 1(0,2)");
 }
 
+// -- What a subscriber must not do
+
+TEST(Simulation, StateChangedWithinAPublication_EndsTheProcess) {
+  for (Kind kind : {Kind::report, Kind::reachLeave, Kind::pause, Kind::agentDel}) {
+    Scenario scenario{.conditions = {},
+                      .steps = {{.kind = Kind::reachJoin},
+                                {.kind = Kind::agentIs},
+                                {.kind = Kind::drain, .item = 50},
+                                {.kind = kind, .key = kind == Kind::pause ? 1U : 0U, .within = 1},
+                                {.kind = Kind::report, .item = 1, .value = 3}}};
+    std::string failure = runIsolated(scenario).failure;
+    EXPECT_NE(failure.find("changed during publication"), std::string::npos) << nameOf(kind) << failure;
+  }
+}
+
 // -- The oracle
 
 TEST(Oracle, DirectoryKeys) {
@@ -237,12 +252,12 @@ TEST(Shrinking, KeepsToTheSortOfFailure) {
 TEST(Scenario, Text_CanBeCompiled) {
   Scenario scenario{
       .conditions = {.storageToggle = true, .memoryToggle = false, .keepRecords = true},
-      .steps = {{.kind = Kind::report, .key = 3, .value = 7}, {.kind = Kind::pause, .within = 2}}};
+      .steps = {{.kind = Kind::report, .key = 3, .value = 7}, {.kind = Kind::walkNext, .within = 2}}};
   EXPECT_EQ(scenario.text(),
             "Scenario{.conditions = {.storageToggle = true, .memoryToggle = false, .keepRecords = true},\n"
             "         .steps = {\n"
             "             {.kind = Kind::report, .key = 3, .value = 7},\n"
-            "             {.kind = Kind::pause, .within = 2},\n"
+            "             {.kind = Kind::walkNext, .within = 2},\n"
             "         }}\n");
 }
 

@@ -99,7 +99,7 @@ struct Step {
   uint32_t item = 0;
   uint32_t value = 0;
   // 0: the step is made by itself. n: it is made from within the n-th change of a row that is published after
-  // this place, if that happens at all.
+  // this place, if that happens at all. Only a walk may be, which changes nothing.
   uint32_t within = 0;
 
   bool operator==(const Step&) const = default;

@@ -1,0 +1,7 @@
+#include "platform/kor/Publication.h"
+
+namespace Kor {
+
+bool Publication::underWay_ = false;
+
+}  // namespace Kor
