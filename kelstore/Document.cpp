@@ -7,7 +7,7 @@
 #include <set>
 #include <unordered_set>
 
-#include "kelstore/Codec.h"
+#include "runtime/JsonFields.h"
 #include "runtime/JsonText.h"
 #include "runtime/Text.h"
 
@@ -139,29 +139,29 @@ class Reader {
   // A value that was not walked into is complete.
   bool wholeValue(json value) {
     if (segments_.empty()) {
-      unusable(0, foundExpected(value, "an object"));
+      unusable(0, Runtime::foundExpected(value, "an object"));
       return false;
     }
     if (next_.what == What::leaf) {
       decodeLeaf(value);
     } else if (next_.what != What::unknown) {
-      fault(foundExpected(value, "an object"));
+      fault(Runtime::foundExpected(value, "an object"));
     }
     leave();
     return true;
   }
 
   void decodeLeaf(const json& value) {
-    Notes notes;
-    std::optional<Value> decoded = decode(next_.path.kind, value, notes);
-    for (const Note& note : notes.warnings) document_.warnings.push_back(textOf(note));
-    for (const Note& note : notes.faults) document_.faults.push_back({segments_, textOf(note)});
+    Runtime::JsonNotes notes;
+    std::optional<Value> decoded = specOf(next_.path.kind).decode(value, notes);
+    for (const Runtime::JsonNote& note : notes.warnings) document_.warnings.push_back(textOf(note));
+    for (const Runtime::JsonNote& note : notes.faults) document_.faults.push_back({segments_, textOf(note)});
     if (decoded) document_.values.emplace_back(next_.path, std::move(*decoded));
   }
 
-  std::string textOf(const Note& note) const {
+  std::string textOf(const Runtime::JsonNote& note) const {
     std::vector<std::string> where = segments_;
-    if (!note.member.empty()) where.push_back(note.member);
+    if (!note.where.empty()) where.push_back(note.where);
     return fmt::format("{}: {}", pathText(where), note.text);
   }
 

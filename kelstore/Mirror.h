@@ -3,31 +3,15 @@
 // A changed value becomes a new record under the same key, and so one notification; an unchanged one is not
 // touched, unless the storage mapping that it stands on changes (StorageMappings.h). A member's entity
 // appears with its first value and leaves its directory, whole, with its last. The system figures alone
-// change in place. On the event loop's thread.
+// change in place. What becomes of each kind of value is in the schema. On the event loop's thread.
 #pragma once
 
 #include <functional>
 #include <string>
-#include <string_view>
 
-#include "kelstore/Path.h"
-#include "kelstore/Value.h"
-#include "platform/intfsnmp/IfMib.h"
-#include "platform/kor/Dir.h"
-#include "platform/kor/Notifier.h"
-#include "platform/trel/Topology.h"
+#include "kelstore/Entities.h"
 
 namespace Kelstore {
-
-// The state as it stands.
-class View {
- public:
-  virtual ~View() = default;
-  // The value that counts at the path, or null. The pointer lives until the state changes.
-  virtual const Value* find(const Path& path) const = 0;
-  // Whether there is a value of that kind whose path's first variable segment is `first`.
-  virtual bool any(Kind kind, std::string_view first) const = 0;
-};
 
 class Mirror {
  public:
@@ -35,32 +19,21 @@ class Mirror {
   Mirror();
 
   // Brings what comes from the path up to date with the view.
-  void apply(const Path& path, const View& view);
+  void apply(const Path& path, const View& view) { specOf(path.kind).apply(entities_, path, view); }
 
-  const Zavro::Ptr<Kor::Dir>& reachabilityDir() const { return reachabilityDir_; }
-  const Zavro::Ptr<Kor::Dir>& hostResourcesDir() const { return hostResourcesDir_; }
-  const Zavro::Ptr<IntfSnmp::IfMib>& ifMib() const { return ifMib_; }
-  const Zavro::Ptr<Trel::TopologyConfig>& topologyConfig() const { return topologyConfig_; }
+  const Zavro::Ptr<Kor::Dir>& reachabilityDir() const { return entities_.reachability; }
+  const Zavro::Ptr<Kor::Dir>& hostResourcesDir() const { return entities_.hostResources; }
+  const Zavro::Ptr<IntfSnmp::IfMib>& ifMib() const { return entities_.ifMib; }
+  const Zavro::Ptr<Trel::TopologyConfig>& topologyConfig() const { return entities_.topologyConfig; }
 
   // The system's name; empty when the state gives none.
-  const std::string& sysname() const { return sysname_; }
+  const std::string& sysname() const { return entities_.sysname; }
   [[nodiscard]] Kor::Subscription subscribeSysname(std::function<void()> callback) const {
-    return sysnameNotifier_.subscribe(std::move(callback));
+    return entities_.sysnameChanged.subscribe(std::move(callback));
   }
 
  private:
-  void applySysname(const Value* value);
-  void applyLink(const Path& path, const View& view);
-  void applyHost(const Path& path, const View& view);
-  void applyReachability(const Path& path, const View& view);
-
-  Zavro::Ptr<Kor::Dir> reachabilityDir_;
-  Zavro::Ptr<Kor::Dir> hostResourcesDir_;
-  Zavro::Ptr<IntfSnmp::IfMib> ifMib_;
-  Zavro::Ptr<Trel::TopologyConfig> topologyConfig_;
-  Zavro::Ptr<HostResourcesMib::StorageEntryMappings> mappings_;
-  std::string sysname_;
-  Kor::Notifier<> sysnameNotifier_;
+  Entities entities_;
 };
 
 }  // namespace Kelstore

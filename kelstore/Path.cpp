@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
-#include <limits>
 
 #include "runtime/Text.h"
 
@@ -16,35 +15,43 @@ enum class Takes : uint8_t { literal, member, u32, s32, name };
 
 struct Segment {
   Takes takes = Takes::literal;
-  std::string_view literal = {};
+  std::string_view text;  // of a literal
 };
 
+// The segments of a kind's path.
 struct Pattern {
   Kind kind;
   bool container;
   std::vector<Segment> segments;
 };
 
+Takes takesOf(std::string_view segment) {
+  if (!segment.starts_with('<')) return Takes::literal;
+  if (segment == "<member>" || segment == "<neighbour>") return Takes::member;
+  if (segment == "<index>") return Takes::u32;
+  if (segment == "<number>") return Takes::s32;
+  return Takes::name;
+}
+
+Pattern patternOf(const KindSpec& spec) {
+  Pattern pattern{spec.kind, spec.container(), {}};
+  for (size_t at = 0; at <= spec.path.size();) {
+    size_t slash = std::min(spec.path.find('/', at), spec.path.size());
+    std::string_view segment = spec.path.substr(at, slash - at);
+    pattern.segments.push_back({takesOf(segment), segment});
+    at = slash + 1;
+  }
+  return pattern;
+}
+
+// In the order of kinds.
 const std::vector<Pattern>& patterns() {
-  constexpr Segment kMember{Takes::member};
-  constexpr Segment kName{Takes::name};
-  auto is = [](std::string_view text) { return Segment{Takes::literal, text}; };
-  static const std::vector<Pattern> table = {
-      {Kind::sysname, false, {is("sysname")}},
-      {Kind::mountMapping, false, {is("storageMappings"), is("mounts"), kName}},
-      {Kind::memoryMapping, false, {is("storageMappings"), is("memory"), {Takes::s32}}},
-      {Kind::interface, false, {is("interfaces"), kName}},
-      {Kind::link, false, {is("topology"), kMember, kMember}},
-      {Kind::system, false, {is("members"), kMember, is("system")}},
-      {Kind::memory, false, {is("members"), kMember, is("memory")}},
-      {Kind::processors, true, {is("members"), kMember, is("processors")}},
-      {Kind::processor, false, {is("members"), kMember, is("processors"), {Takes::u32}}},
-      {Kind::storageAreas, true, {is("members"), kMember, is("storage")}},
-      {Kind::storage, false, {is("members"), kMember, is("storage"), kName}},
-      {Kind::neighbours, true, {is("members"), kMember, is("reachability")}},
-      {Kind::reachability, false, {is("members"), kMember, is("reachability"), kMember}},
-  };
-  return table;
+  static const auto* table = [] {
+    auto* all = new std::vector<Pattern>;
+    for (const KindSpec& spec : allKinds()) all->push_back(patternOf(spec));
+    return all;
+  }();
+  return *table;
 }
 
 // Only the canonical spelling counts, since "1" and "01" would name the same row.
@@ -77,34 +84,44 @@ bool matches(const Pattern& pattern, std::span<const std::string> segments) {
   if (segments.size() > pattern.segments.size()) return false;
   for (size_t i = 0; i < segments.size(); ++i) {
     const Segment& segment = pattern.segments[i];
-    if (segment.takes == Takes::literal && segment.literal != segments[i]) return false;
+    if (segment.takes == Takes::literal && segment.text != segments[i]) return false;
   }
   return true;
 }
 
 Path pathOf(const Pattern& pattern, std::span<const std::string> segments) {
-  Path path{pattern.kind, {}, {}};
-  std::string* next = &path.first;
+  std::array<std::string_view, 2> names;
+  auto* next = names.begin();
   for (size_t i = 0; i < segments.size(); ++i) {
-    if (pattern.segments[i].takes == Takes::literal) continue;
-    *next = segments[i];
-    next = &path.second;
+    if (pattern.segments[i].takes != Takes::literal) *next++ = segments[i];
   }
-  return path;
+  return {pattern.kind, names[0], names[1]};
 }
 
 }  // namespace
 
+Path::Path(Kind ofKind, std::string_view first, std::string_view second) : kind(ofKind) {
+  names_.reserve(first.size() + second.size() + 1);
+  names_ = first;
+  if (second.empty()) return;
+  names_ += '\0';
+  names_ += second;
+}
+
+std::string_view Path::second() const {
+  size_t zero = names_.find('\0');
+  return zero == std::string::npos ? std::string_view() : std::string_view(names_).substr(zero + 1);
+}
+
 std::vector<std::string> Path::segments() const {
-  const Pattern& pattern = patterns()[static_cast<size_t>(kind)];
   std::vector<std::string> all;
-  const std::string* next = &first;
-  for (const Segment& segment : pattern.segments) {
+  std::string_view next = first();
+  for (const Segment& segment : patterns()[static_cast<size_t>(kind)].segments) {
     if (segment.takes == Takes::literal) {
-      all.emplace_back(segment.literal);
+      all.emplace_back(segment.text);
     } else {
-      all.push_back(*next);
-      next = &second;
+      all.emplace_back(next);
+      next = second();
     }
   }
   return all;
@@ -144,6 +161,16 @@ Position positionOf(std::span<const std::string> segments) {
     return position;
   }
   return position;
+}
+
+Walk walk(std::span<const std::string> segments) {
+  using What = Position::What;
+  Walk walk{positionOf({}), 0};
+  while (walk.depth < segments.size() &&
+         (walk.position.what == What::interior || walk.position.what == What::container)) {
+    walk.position = positionOf(segments.first(++walk.depth));
+  }
+  return walk;
 }
 
 }  // namespace Kelstore

@@ -1,46 +1,39 @@
-// The paths of the state model: what may stand where in the cluster's state, whatever source it comes from.
-//
-// Used by the codec, the sources and the mirror. Paths are plain values; their order is the order in which
-// changes are applied, so that what rows are computed from (storage mappings, interface indexes) is there
-// before the rows' own inputs.
+// The paths of the cluster's state: what may stand where, whatever source it comes from. Which paths there
+// are is in the schema (Schema.h).
 #pragma once
 
 #include <compare>
 #include <cstdint>
-#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "kelstore/Schema.h"
+
 namespace Kelstore {
 
-enum class Kind : uint8_t {
-  sysname,
-  mountMapping,   // storageMappings/mounts/<mount point>
-  memoryMapping,  // storageMappings/memory/<S32>
-  interface,      // interfaces/<intfId>
-  link,           // topology/<member>/<neighbour>
-  system,         // members/<key>/system
-  memory,         // members/<key>/memory
-  processors,     // members/<key>/processors: that it is there
-  processor,      // members/<key>/processors/<index>
-  storageAreas,   // members/<key>/storage: that it is there
-  storage,        // members/<key>/storage/<mount point>
-  neighbours,     // members/<key>/reachability: that it is there
-  reachability,   // members/<key>/reachability/<neighbour>
-};
+// A plain value. Paths are ordered by kind, which is the order in which changes are applied, then by their
+// variable segments.
+class Path final {
+ public:
+  Path() = default;
+  // The path's variable segments, as far as there are any. Requires: no zero byte in them.
+  Path(Kind ofKind, std::string_view first, std::string_view second);
 
-struct Path {
-  Kind kind = Kind::sysname;
-  std::string first;   // the path's first variable segment, empty when it has none
-  std::string second;  // and its second
+  std::string_view first() const { return std::string_view(names_).substr(0, names_.find('\0')); }
+  std::string_view second() const;
 
   std::strong_ordering operator<=>(const Path&) const = default;
 
   // All segments, from the root of the tree.
   std::vector<std::string> segments() const;
   std::string text() const;
+
+  Kind kind = Kind::sysname;
+
+ private:
+  std::string names_;  // the first one, and a zero byte and the second where there is one
 };
 
 // Segments separated by "/"; one that contains "/" or a character that would garble a line is quoted.
@@ -49,7 +42,7 @@ std::string pathText(std::span<const std::string> segments);
 // What a position in the tree is.
 struct Position {
   enum class What : uint8_t {
-    unknown,    // nothing of the state model
+    unknown,    // nothing of the state
     badKey,     // a key that its level does not take; `expected` says what it takes
     interior,   // an object of further positions
     container,  // the same, and its being there is a value itself, under `path`
@@ -63,5 +56,13 @@ struct Position {
 // The position of these segments. Requires: the position above it is interior or container, or there are no
 // segments.
 Position positionOf(std::span<const std::string> segments);
+
+// Walks from the root to the position of these segments, or to the first on the way at which it ends: what is
+// not of the state, takes another key, or is a value already; `depth` is how many segments lead there.
+struct Walk {
+  Position position;
+  size_t depth = 0;
+};
+Walk walk(std::span<const std::string> segments);
 
 }  // namespace Kelstore

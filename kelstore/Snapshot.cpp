@@ -1,7 +1,7 @@
 #include "kelstore/Snapshot.h"
 
 #include <algorithm>
-#include <tuple>
+#include <utility>
 
 namespace Kelstore {
 namespace {
@@ -59,26 +59,29 @@ void Snapshot::append(std::vector<Entry> entries) {
 }
 
 template <class Key, class Before>
-const Snapshot::Entry* Snapshot::lowerBound(const Key& key, Before before) const {
+Snapshot::const_iterator Snapshot::lowerBound(const Key& key, Before before) const {
   auto chunk =
       std::partition_point(chunks_.begin(), chunks_.end(),
                            [&](const std::shared_ptr<const Chunk>& one) { return before(one->back(), key); });
-  if (chunk == chunks_.end()) return nullptr;
-  return &*std::lower_bound((*chunk)->begin(), (*chunk)->end(), key, before);
+  if (chunk == chunks_.end()) return end();
+  auto entry = std::lower_bound((*chunk)->begin(), (*chunk)->end(), key, before);
+  return {chunk, static_cast<size_t>(entry - (*chunk)->begin())};
+}
+
+Snapshot::const_iterator Snapshot::from(Kind kind) const {
+  return lowerBound(kind, [](const Entry& entry, Kind wanted) { return entry.first.kind < wanted; });
 }
 
 const Value* Snapshot::find(const Path& path) const {
-  const Entry* found =
-      lowerBound(path, [](const Entry& entry, const Path& wanted) { return entry.first < wanted; });
-  return found == nullptr || found->first != path ? nullptr : &found->second;
+  auto found = lowerBound(path, [](const Entry& entry, const Path& wanted) { return entry.first < wanted; });
+  return found == end() || found->first != path ? nullptr : &found->second;
 }
 
 bool Snapshot::any(Kind kind, std::string_view first) const {
-  const Entry* found = lowerBound(std::tie(kind, first), [](const Entry& entry, const auto& wanted) {
-    std::string_view entryFirst = entry.first.first;
-    return std::tie(entry.first.kind, entryFirst) < wanted;
+  auto found = lowerBound(std::pair(kind, first), [](const Entry& entry, const auto& wanted) {
+    return std::pair(entry.first.kind, entry.first.first()) < wanted;
   });
-  return found != nullptr && found->first.kind == kind && found->first.first == first;
+  return found != end() && found->first.kind == kind && found->first.first() == first;
 }
 
 Snapshot Snapshot::with(std::vector<Change> changes, std::vector<Path>& changed) const {

@@ -13,7 +13,6 @@
 #include <vector>
 
 #include "kelstore/Path.h"
-#include "kelstore/Value.h"
 
 namespace Kelstore {
 
@@ -72,6 +71,11 @@ class Snapshot {
   const Value* find(const Path& path) const;
   // Whether there is a value of that kind whose path's first variable segment is `first`.
   bool any(Kind kind, std::string_view first) const;
+  // Calls visit(path, value) for each value of the kind.
+  template <class Visit>
+  void forEach(Kind kind, Visit visit) const {
+    for (auto at = from(kind); at != end() && at->first.kind == kind; ++at) visit(at->first, at->second);
+  }
 
   // This one with these changes. `changed` becomes the sorted paths at which the two differ. Requires: the
   // changes are sorted by path, and none occurs twice.
@@ -80,7 +84,8 @@ class Snapshot {
  private:
   // The first entry for which before(entry, key) does not hold.
   template <class Key, class Before>
-  const Entry* lowerBound(const Key& key, Before before) const;
+  const_iterator lowerBound(const Key& key, Before before) const;
+  const_iterator from(Kind kind) const;
   void append(std::vector<Entry> entries);
 
   Chunks chunks_;

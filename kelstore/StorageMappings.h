@@ -9,7 +9,7 @@
 #include <cstdint>
 #include <string>
 
-#include "kelstore/Value.h"
+#include "kelstore/Schema.h"
 #include "platform/hostresources/StorageEntryMappings.h"
 #include "platform/kor/Dir.h"
 

@@ -59,9 +59,13 @@ const Value* Store::find(const Path& path) const {
   for (auto at = order_.rbegin(); at != order_.rend(); ++at) {
     const LayerState& layer = layers_[*at];
     if (const Value* value = layer.snapshot->find(path)) return value;
-    if (layer.claims(path.kind, path.first)) break;
+    if (layer.claims(path.kind, path.first())) break;
   }
   return nullptr;
+}
+
+bool Store::any(std::span<const Kind> kinds, std::string_view first) const {
+  return std::any_of(kinds.begin(), kinds.end(), [&](Kind kind) { return any(kind, first); });
 }
 
 bool Store::any(Kind kind, std::string_view first) const {

@@ -61,7 +61,8 @@ class Store final : private View {
   };
 
   const Value* find(const Path& path) const override;
-  bool any(Kind kind, std::string_view first) const override;
+  bool any(std::span<const Kind> kinds, std::string_view first) const override;
+  bool any(Kind kind, std::string_view first) const;
   bool settled() const;
   void schedule();
   void applySlice();

@@ -10,9 +10,9 @@
 #include <set>
 #include <stdexcept>
 
-#include "kelstore/Codec.h"
 #include "platform/lanix/IntfId.h"
 #include "runtime/File.h"
+#include "runtime/JsonFields.h"
 #include "runtime/JsonText.h"
 #include "runtime/Status.h"
 #include "runtime/Text.h"
@@ -21,233 +21,140 @@ namespace Member {
 namespace {
 
 using nlohmann::json;
+using Runtime::JsonBoolean;
+using Runtime::JsonFields;
+using Runtime::JsonInteger;
+using Runtime::JsonNote;
+using Runtime::JsonNotes;
+using Runtime::JsonText;
 
 constexpr size_t kMaxFileBytes = 1 << 20;
 constexpr size_t kMaxInterfaceBytes = 4096;
 constexpr size_t kMaxDeviceBytes = 15;  // IFNAMSIZ, without the end of the string
 
-// What a value has to be, besides a string; throws std::invalid_argument when it is not.
-using CheckText = std::function<void(const std::string&)>;
+bool isPath(const std::string& text) { return !text.empty() && text.find('\0') == std::string::npos; }
 
-void expect(bool good, const std::string& found, std::string_view expected) {
-  if (!good) {
-    throw std::invalid_argument(fmt::format("found {}, expected {}", Runtime::inQuotes(found), expected));
-  }
+bool isInterface(const std::string& text) {
+  return !text.empty() && text.size() <= kMaxInterfaceBytes && Runtime::isPlain(text);
 }
 
-void checkPath(const std::string& text) {
-  expect(!text.empty() && text.find('\0') == std::string::npos, text, "a path");
+bool isDevice(const std::string& text) {
+  return !text.empty() && text.size() <= kMaxDeviceBytes && text != "." && text != ".." &&
+         std::none_of(text.begin(), text.end(), [](unsigned char c) {
+           return c <= ' ' || c == 0x7f || c == '/' || c == ':' || c == '%';
+         });
 }
 
-void checkInterface(const std::string& text) {
-  bool good = !text.empty() && text.size() <= kMaxInterfaceBytes && Runtime::isPlain(text);
-  expect(good, text, "an interface name");
-}
-
-void checkDevice(const std::string& text) {
-  bool good = !text.empty() && text.size() <= kMaxDeviceBytes && text != "." && text != ".." &&
-              std::none_of(text.begin(), text.end(), [](unsigned char c) {
-                return c <= ' ' || c == 0x7f || c == '/' || c == ':' || c == '%';
-              });
-  expect(good, text, "a device name of 1 to 15 bytes");
-}
-
+// With a scope or without.
 bool isAddress(const std::string& text) {
+  std::string bare = text.substr(0, text.find('%'));
   in6_addr parsed{};
-  return inet_pton(AF_INET, text.c_str(), &parsed) == 1 || inet_pton(AF_INET6, text.c_str(), &parsed) == 1;
+  return inet_pton(AF_INET, bare.c_str(), &parsed) == 1 || inet_pton(AF_INET6, bare.c_str(), &parsed) == 1;
 }
 
-// Reads the members of one object, and notes what is wrong with them.
-class Fields {
- public:
-  // `where` is empty for the whole document, "neighbours[1]" for a part of it.
-  Fields(const json& object, std::string where, const std::string& path, ParsedConfig& parsed)
-      : object_(object), where_(std::move(where)), path_(path), parsed_(parsed) {
-    if (!object_.is_object()) {
-      std::string text = Kelstore::foundExpected(object_, "an object");
-      parsed_.errors.push_back(where_.empty() ? fmt::format("{}: {}", path_, text)
-                                              : fmt::format("{}: {}: {}", path_, where_, text));
-    }
-  }
+constexpr JsonText kPath{"a path", isPath};
+constexpr JsonText kInterface{"an interface name", isInterface};
+constexpr JsonText kDevice{"a device name of 1 to 15 bytes", isDevice};
+constexpr JsonText kAddress{"an IPv4 or IPv6 address, such as 10.0.0.2 or fe80::2", isAddress};
 
-  template <class Number>
-  bool number(const char* name, uint32_t min, uint32_t max, Number& target, bool required = false) {
-    std::string expected = fmt::format("an integer from {} to {}", min, max);
-    const json* value = member(name, required, expected);
-    if (value == nullptr) return false;
-    bool whole = value->is_number_unsigned();
-    auto number = whole ? value->get<uint64_t>() : 0;
-    if (!whole || number < min || number > max) {
-      error(name, Kelstore::foundExpected(*value, expected));
-      return false;
-    }
-    target = static_cast<Number>(number);
-    return true;
-  }
-  void boolean(const char* name, bool& target) {
-    const json* value = member(name, false, "");
-    if (value == nullptr) return;
-    if (!value->is_boolean()) return error(name, Kelstore::foundExpected(*value, "true or false"));
-    target = value->get<bool>();
-  }
-  bool text(const char* name, std::string_view expected, const CheckText& check, std::string& target,
-            bool required = false) {
-    const json* value = member(name, required, expected);
-    if (value == nullptr) return false;
-    if (!value->is_string()) {
-      error(name, Kelstore::foundExpected(*value, expected));
-      return false;
-    }
-    try {
-      check(value->get_ref<const std::string&>());
-    } catch (const std::invalid_argument& bad) {
-      error(name, bad.what());
-      return false;
-    }
-    target = value->get<std::string>();
-    return true;
-  }
-  // Null when there is none.
-  const json* array(const char* name) {
-    const json* value = member(name, false, "");
-    if (value == nullptr || value->is_array()) return value;
-    error(name, Kelstore::foundExpected(*value, "an array"));
-    return nullptr;
-  }
-  // Calls read(Fields&) when there is such an object.
-  template <class Read>
-  void object(const char* name, Read read) {
-    const json* value = member(name, false, "");
-    if (value == nullptr) return;
-    Fields inner(*value, place(name), path_, parsed_);
-    read(inner);
-    inner.done();
-  }
+JsonInteger<uint32_t> integer(uint32_t min, uint32_t max) { return {min, max}; }
 
-  // Call it last: what was not asked for is not known.
-  void done() {
-    if (!object_.is_object()) return;
-    for (const auto& [name, value] : object_.items()) {
-      if (!known_.contains(name)) parsed_.warnings.push_back(line(shown(name), "unknown member, ignored"));
-    }
-  }
-  void error(std::string_view name, std::string_view text) { parsed_.errors.push_back(line(name, text)); }
-  void warning(std::string_view name, std::string_view text) { parsed_.warnings.push_back(line(name, text)); }
-  std::string place(std::string_view name) const {
-    return where_.empty() ? std::string(name) : fmt::format("{}/{}", where_, name);
-  }
+// The name of a store.
+struct Store {
+  const CheckStore& check;
 
- private:
-  static std::string shown(const std::string& name) {
-    return name.empty() ? Runtime::inQuotes(name) : Runtime::shortened(name);
+  std::string expected() const { return "etcd:HOST:PORT[,HOST:PORT...]/PREFIX"; }
+  std::optional<std::string> decode(const json& value) const {
+    const auto* text = value.get_ptr<const std::string*>();
+    return text != nullptr && check(*text).ok() ? std::optional(*text) : std::nullopt;
   }
-  const json* member(const char* name, bool required, std::string_view expected) {
-    known_.insert(name);
-    if (!object_.is_object()) return nullptr;
-    auto found = object_.find(name);
-    if (found != object_.end()) return &*found;
-    if (required) error(name, fmt::format("found nothing, expected {}", expected));
-    return nullptr;
+  std::string fault(const json& value) const {
+    const auto* text = value.get_ptr<const std::string*>();
+    return text == nullptr ? Runtime::foundExpected(value, expected()) : Runtime::textOf(check(*text));
   }
-  std::string line(std::string_view name, std::string_view text) const {
-    return fmt::format("{}: {}: {}", path_, place(name), text);
-  }
-
-  const json& object_;
-  const std::string where_;
-  const std::string& path_;
-  ParsedConfig& parsed_;
-  std::set<std::string, std::less<>> known_;
 };
 
-void readProbe(Fields& fields, ProbeSettings& probe) {
-  fields.number("intervalMs", 100, 60000, probe.intervalMs);
-  bool given = fields.number("timeoutMs", 10, 60000, probe.timeoutMs);
+void readProbe(JsonFields& fields, ProbeSettings& probe) {
+  fields.optional("intervalMs", integer(100, 60000), probe.intervalMs);
+  bool given = fields.optional("timeoutMs", integer(10, 60000), probe.timeoutMs);
   if (!given) probe.timeoutMs = std::min(probe.timeoutMs, probe.intervalMs);
   if (probe.timeoutMs > probe.intervalMs) {
-    fields.error("timeoutMs", fmt::format("found {}, expected at most the interval, {}", probe.timeoutMs,
+    fields.fault("timeoutMs", fmt::format("found {}, expected at most the interval, {}", probe.timeoutMs,
                                           probe.intervalMs));
   }
   auto& counting = probe.counting;
-  fields.number("lossesDown", 1, 100, counting.lossesDown);
-  fields.number("answersUp", 1, 100, counting.answersUp);
-  fields.number("window", 1, 1000, counting.window);
-  given = fields.number("windowLosses", 1, 1000, counting.windowLosses);
+  fields.optional("lossesDown", integer(1, 100), counting.lossesDown);
+  fields.optional("answersUp", integer(1, 100), counting.answersUp);
+  fields.optional("window", integer(1, 1000), counting.window);
+  given = fields.optional("windowLosses", integer(1, 1000), counting.windowLosses);
   if (!given) counting.windowLosses = std::min(counting.windowLosses, counting.window);
   if (counting.windowLosses > counting.window) {
-    fields.error("windowLosses", fmt::format("found {}, expected at most the window, {}",
+    fields.fault("windowLosses", fmt::format("found {}, expected at most the window, {}",
                                              counting.windowLosses, counting.window));
   }
 }
 
-void readAddress(Fields& fields, NeighbourConfig& neighbour) {
-  constexpr const char* kExpected = "an IPv4 or IPv6 address, such as 10.0.0.2 or fe80::2";
+void readAddress(JsonFields& fields, NeighbourConfig& neighbour) {
   std::string text;
-  bool given = fields.text(
-      "address", kExpected,
-      [](const std::string& value) { expect(isAddress(value.substr(0, value.find('%'))), value, kExpected); },
-      text, /*required=*/true);
-  if (!given) return;
+  if (!fields.required("address", kAddress, text)) return;
   size_t percent = text.find('%');
   neighbour.address = text.substr(0, percent);
   if (percent == std::string::npos || neighbour.device.empty()) return;
   if (text.substr(percent + 1) != neighbour.device || text.find(':') == std::string::npos) {
-    fields.error("address", fmt::format("found {}, expected no scope but the device, {}",
+    fields.fault("address", fmt::format("found {}, expected no scope but the device, {}",
                                         Runtime::inQuotes(text), Runtime::inQuotes(neighbour.device)));
   }
 }
 
-void readNeighbour(Fields& fields, NeighbourConfig& neighbour) {
-  fields.number("member", 0, 255, neighbour.member, /*required=*/true);
-  bool named = fields.text("interface", "an interface name", checkInterface, neighbour.interface,
-                           /*required=*/true);
+void readNeighbour(JsonFields& fields, NeighbourConfig& neighbour) {
+  fields.required("member", JsonInteger<uint8_t>(), neighbour.member);
+  bool named = fields.required("interface", kInterface, neighbour.interface);
   if (named && !Lanix::BackplaneChannelIntfId::isBackplaneChannelIntfId(Lanix::IntfId(neighbour.interface))) {
     fields.warning("interface", fmt::format("{} is no backplane interface (Backplane and a digit): no "
                                             "interface row will show it",
                                             Runtime::inQuotes(neighbour.interface)));
   }
-  fields.text("device", "a device name of 1 to 15 bytes", checkDevice, neighbour.device, /*required=*/true);
+  fields.required("device", kDevice, neighbour.device);
   readAddress(fields, neighbour);
-  fields.number("ifIndex", 1, std::numeric_limits<uint32_t>::max(), neighbour.ifIndex, /*required=*/false);
-  fields.boolean("enabled", neighbour.probe.counting.enabled);
-  fields.object("probe", [&](Fields& probe) { readProbe(probe, neighbour.probe); });
+  fields.optional("ifIndex", integer(1, std::numeric_limits<uint32_t>::max()), neighbour.ifIndex);
+  fields.optional("enabled", JsonBoolean(), neighbour.probe.counting.enabled);
+  fields.object("probe", [&](JsonFields& probe) { readProbe(probe, neighbour.probe); });
+  fields.done();
 }
+
+std::string placeOf(size_t neighbour) { return fmt::format("neighbours[{}]", neighbour); }
 
 // What may occur once among the neighbours.
 class Once {
  public:
-  Once(const char* name, const std::string& path, ParsedConfig& parsed)
-      : name_(name), path_(path), parsed_(parsed) {}
+  Once(const char* name, JsonNotes& notes) : name_(name), notes_(notes) {}
   void add(size_t index, const std::string& value) {
     auto [first, added] = firsts_.try_emplace(value, index);
     if (added) return;
-    parsed_.errors.push_back(
-        fmt::format("{}: neighbours[{}]/{}: found {}, which neighbours[{}] has too, "
-                    "expected another one",
-                    path_, index, name_, Runtime::shortened(value), first->second));
+    notes_.faults.push_back({fmt::format("{}/{}", placeOf(index), name_),
+                             fmt::format("found {}, which {} has too, expected another one",
+                                         Runtime::shortened(value), placeOf(first->second))});
   }
 
  private:
   const char* name_;
-  const std::string& path_;
-  ParsedConfig& parsed_;
+  JsonNotes& notes_;
   std::map<std::string, size_t> firsts_;
 };
 
-void readNeighbours(const json& array, const std::string& path, ParsedConfig& parsed) {
-  Once members("member", path, parsed);
-  Once interfaces("interface", path, parsed);
-  Once devices("device", path, parsed);
-  Once ifIndexes("ifIndex", path, parsed);
+void readNeighbours(const json& array, JsonNotes& notes, Config& config) {
+  Once members("member", notes);
+  Once interfaces("interface", notes);
+  Once devices("device", notes);
+  Once ifIndexes("ifIndex", notes);
   for (size_t i = 0; i < array.size(); ++i) {
     NeighbourConfig neighbour;
-    size_t errors = parsed.errors.size();
-    Fields fields(array[i], fmt::format("neighbours[{}]", i), path, parsed);
+    size_t faults = notes.faults.size();
+    JsonFields fields(array[i], notes, placeOf(i));
     readNeighbour(fields, neighbour);
-    fields.done();
-    if (parsed.errors.size() == errors) {
-      if (neighbour.member == parsed.config.member) {
-        fields.error("member",
+    if (notes.faults.size() == faults) {
+      if (neighbour.member == config.member) {
+        fields.fault("member",
                      fmt::format("found {}, which is this member, expected another one", neighbour.member));
       }
       members.add(i, std::to_string(neighbour.member));
@@ -255,29 +162,28 @@ void readNeighbours(const json& array, const std::string& path, ParsedConfig& pa
       devices.add(i, neighbour.device);
       if (neighbour.ifIndex != 0) ifIndexes.add(i, std::to_string(neighbour.ifIndex));
     }
-    parsed.config.neighbours.push_back(std::move(neighbour));
+    config.neighbours.push_back(std::move(neighbour));
   }
 }
 
-void readAll(const json& document, const std::string& path, const CheckStore& checkStore,
-             ParsedConfig& parsed) {
-  Config& config = parsed.config;
-  Fields fields(document, "", path, parsed);
-  if (!document.is_object()) return;
-  fields.number("member", 0, 255, config.member, /*required=*/true);
-  fields.text("store", "etcd:HOST:PORT[,HOST:PORT...]/PREFIX", checkStore, config.store, /*required=*/true);
-  fields.object("access", [&](Fields& access) {
-    access.text("ca", "a path", checkPath, config.access.caFile);
-    access.text("cert", "a path", checkPath, config.access.certFile);
-    access.text("key", "a path", checkPath, config.access.keyFile);
-    access.text("credentials", "a path", checkPath, config.access.credentialsFile);
+void readAll(const json& document, const CheckStore& checkStore, JsonNotes& notes, Config& config) {
+  JsonFields fields(document, notes);
+  if (!fields.isObject()) return;
+  fields.required("member", JsonInteger<uint8_t>(), config.member);
+  fields.required("store", Store{checkStore}, config.store);
+  fields.object("access", [&](JsonFields& access) {
+    access.optional("ca", kPath, config.access.caFile);
+    access.optional("cert", kPath, config.access.certFile);
+    access.optional("key", kPath, config.access.keyFile);
+    access.optional("credentials", kPath, config.access.credentialsFile);
   });
-  fields.number("ttl", 2, 3600, config.ttlSeconds);
-  fields.number("interval", 1, 3600, config.intervalSeconds);
-  fields.number("figuresInterval", MachineFigures::kMinIntervalSeconds, MachineFigures::kMaxIntervalSeconds,
-                config.figuresIntervalSeconds);
-  fields.text("indexFile", "a path", checkPath, config.indexFile);
-  if (const json* neighbours = fields.array("neighbours")) readNeighbours(*neighbours, path, parsed);
+  fields.optional("ttl", integer(2, 3600), config.ttlSeconds);
+  fields.optional("interval", integer(1, 3600), config.intervalSeconds);
+  fields.optional("figuresInterval",
+                  integer(MachineFigures::kMinIntervalSeconds, MachineFigures::kMaxIntervalSeconds),
+                  config.figuresIntervalSeconds);
+  fields.optional("indexFile", kPath, config.indexFile);
+  if (const json* neighbours = fields.array("neighbours")) readNeighbours(*neighbours, notes, config);
   fields.done();
 }
 
@@ -293,6 +199,14 @@ json parseStrictly(std::string_view text) {
     }
     return true;
   });
+}
+
+std::vector<std::string> linesOf(const std::vector<JsonNote>& notes, const std::string& path) {
+  std::vector<std::string> lines;
+  for (const auto& [where, text] : notes) {
+    lines.push_back(fmt::format("{}: {}{}{}", path, where, where.empty() ? "" : ": ", text));
+  }
+  return lines;
 }
 
 }  // namespace
@@ -312,7 +226,10 @@ std::vector<std::string> fixedDifferences(const Config& before, const Config& no
 ParsedConfig parseConfig(std::string_view text, const std::string& path, const CheckStore& checkStore) {
   ParsedConfig parsed;
   try {
-    readAll(parseStrictly(text), path, checkStore, parsed);
+    JsonNotes notes;
+    readAll(parseStrictly(text), checkStore, notes, parsed.config);
+    parsed.errors = linesOf(notes.faults, path);
+    parsed.warnings = linesOf(notes.warnings, path);
   } catch (const json::parse_error& error) {
     // The parser counts the character that it stumbled over.
     size_t offset = error.byte > 0 ? error.byte - 1 : 0;

@@ -1,6 +1,8 @@
 // The configuration of a member's publisher: one JSON file (examples/trelmemberd.json).
 #pragma once
 
+#include <absl/status/status.h>
+
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -59,8 +61,8 @@ struct ParsedConfig {
 // The names of what differs and counts for a process from its start to its end.
 std::vector<std::string> fixedDifferences(const Config& before, const Config& now);
 
-// Throws std::invalid_argument, with what was found and expected, when the text is no store's address.
-using CheckStore = std::function<void(const std::string&)>;
+// An error, with what was found and expected, when the text names no store.
+using CheckStore = std::function<absl::Status(const std::string&)>;
 
 // `path` is what messages begin with.
 ParsedConfig parseConfig(std::string_view text, const std::string& path, const CheckStore& checkStore);

@@ -5,7 +5,7 @@
 #include <utility>
 #include <vector>
 
-#include "kelstore/Value.h"
+#include "kelstore/Schema.h"
 #include "member/Machine.h"
 
 namespace Member {

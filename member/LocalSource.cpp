@@ -18,17 +18,7 @@ constexpr int kWarningLevel = 1;
 constexpr const char* kName = "local";
 
 bool isHostResource(Kind kind) {
-  switch (kind) {
-    case Kind::system:
-    case Kind::memory:
-    case Kind::processors:
-    case Kind::processor:
-    case Kind::storageAreas:
-    case Kind::storage:
-      return true;
-    default:
-      return false;
-  }
+  return Kelstore::specOf(kind).entity == Kelstore::MemberEntity::hostResources;
 }
 
 // The storage mappings that sources have, as far as they count.
@@ -36,9 +26,10 @@ class Mappings {
  public:
   // Overrides what was added before.
   void add(const Kelstore::Snapshot& snapshot) {
-    for (const auto& [path, value] : snapshot) {
-      if (path.kind > Kind::memoryMapping) break;  // in the order of kinds
-      if (const auto* mapping = std::get_if<Kelstore::Mapping>(&value)) indexOf_[path] = mapping->index;
+    for (Kind kind : {Kind::mountMapping, Kind::memoryMapping}) {
+      snapshot.forEach(kind, [this](const Path& path, const Kelstore::Value& value) {
+        indexOf_[path] = value.get<Kelstore::Mapping>().index;
+      });
     }
   }
   void added() {

@@ -7,13 +7,11 @@
 #include <tuple>
 #include <utility>
 
-#include "kelstore/Codec.h"
 #include "platform/lumalog/Lumalog.h"
 
 namespace Member {
 namespace {
 
-using Kelstore::Kind;
 using Kelstore::Path;
 
 const Lumalog::Handle traceHandle("Member");
@@ -28,10 +26,8 @@ constexpr double kNsPerSecond = 1e9;
 // One less than a transaction may have, as it may stand on as many keys as it changes and one more.
 constexpr size_t kMaxChanges = LeaseStore::kMaxChanges - 1;
 
-// A container is there in the store while a key below it is.
-bool hasKey(Kind kind) {
-  return kind != Kind::processors && kind != Kind::storageAreas && kind != Kind::neighbours;
-}
+// Whether others may publish such a path as well, and whoever was first does.
+bool isShared(const Path& path) { return Kelstore::specOf(path.kind).owner == Kelstore::Owner::firstMember; }
 
 }  // namespace
 
@@ -70,7 +66,7 @@ void Publisher::call(std::function<Result<Answer>(LeaseStore&)> ask, std::functi
 void Publisher::contentIs(const std::vector<Kelstore::Snapshot::Entry>& entries) {
   Content content;
   for (const auto& [path, value] : entries) {
-    if (hasKey(path.kind)) content[path] = Kelstore::encode(value).dump();
+    if (!Kelstore::specOf(path.kind).container()) content[path] = Kelstore::encode(value).dump();
   }
   content_ = std::move(content);
   if (!next_) step();
@@ -155,7 +151,7 @@ void Publisher::listed(LeaseStore::Holdings holdings) {
 std::set<LeaseStore::Lease> Publisher::otherLeases() const {
   std::set<Lease> others;
   for (const auto& [path, held] : holdings_) {
-    if (path.kind != Kind::interface && held.lease != LeaseStore::kNoLease) others.insert(held.lease);
+    if (!isShared(path) && held.lease != LeaseStore::kNoLease) others.insert(held.lease);
   }
   others.erase(lease_);
   return others;
@@ -241,14 +237,14 @@ std::vector<LeaseStore::Change> Publisher::differences() {
   }
   for (const auto& [path, held] : holdings_) {
     if (content_->contains(path)) continue;
-    if (path.kind != Kind::interface || ours(held.lease)) changes.push_back({path, std::nullopt});
+    if (!isShared(path) || ours(held.lease)) changes.push_back({path, std::nullopt});
   }
   return changes;
 }
 
 // Whether it is an interface's key that lives with a lease of somebody else.
 bool Publisher::foreign(const Path& path) {
-  if (path.kind != Kind::interface) return false;
+  if (!isShared(path)) return false;
   auto held = holdings_.find(path);
   bool others =
       held != holdings_.end() && held->second.lease != LeaseStore::kNoLease && !ours(held->second.lease);
@@ -284,15 +280,15 @@ std::vector<LeaseStore::Guard> Publisher::guards(const std::vector<LeaseStore::C
   };
   auto rank = [this](const auto& entry) {
     const LeaseStore::Held& held = entry.second;
-    return std::tuple(entry.first.kind != Kind::interface, held.lease == lease_, held.revision);
+    return std::tuple(!isShared(entry.first), held.lease == lease_, held.revision);
   };
   auto member = std::max_element(holdings_.begin(), holdings_.end(),
                                  [&rank](const auto& a, const auto& b) { return rank(a) < rank(b); });
-  if (member != holdings_.end() && member->first.kind == Kind::interface) member = holdings_.end();
+  if (member != holdings_.end() && isShared(member->first)) member = holdings_.end();
   if (member != holdings_.end()) guards.push_back({member->first, member->second.revision});
   bool any = member != holdings_.end();
   for (const LeaseStore::Change& change : changes) {
-    if (change.path.kind != Kind::interface && std::exchange(any, true)) continue;
+    if (!isShared(change.path) && std::exchange(any, true)) continue;
     guards.push_back({change.path, revision(change.path)});
   }
   return guards;

@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <nlohmann/json.hpp>
-#include <stdexcept>
 
 #include "runtime/File.h"
 #include "runtime/Status.h"
@@ -78,17 +77,15 @@ absl::StatusOr<Certificates> readCertificates(const Access& access) {
   return certificates;
 }
 
-void checkAccess(const Access& access) {
-  auto check = [](const absl::Status& status) {
-    if (!status.ok()) throw std::invalid_argument(std::string(status.message()));
-  };
+absl::Status checkAccess(const Access& access) {
   if (access.certFile.empty() != access.keyFile.empty()) {
-    throw std::invalid_argument(access.keyFile.empty()
-                                    ? fmt::format("certificate {}: found no key for it", access.certFile)
-                                    : fmt::format("key {}: found no certificate for it", access.keyFile));
+    return absl::FailedPreconditionError(
+        access.keyFile.empty() ? fmt::format("certificate {}: found no key for it", access.certFile)
+                               : fmt::format("key {}: found no certificate for it", access.keyFile));
   }
-  check(readCertificates(access).status());
-  if (!access.credentialsFile.empty()) check(readCredentials(access).status());
+  absl::Status status = readCertificates(access).status();
+  if (!access.credentialsFile.empty()) status.Update(readCredentials(access).status());
+  return status;
 }
 
 }  // namespace Kelstore::Etcd

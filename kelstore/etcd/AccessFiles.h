@@ -24,8 +24,8 @@ struct Certificates {
 absl::StatusOr<Credentials> readCredentials(const Access& access);
 absl::StatusOr<Certificates> readCertificates(const Access& access);
 
-// For the start of a program: throws std::invalid_argument when one of the files cannot be used, or a
-// certificate has no key or a key no certificate.
-void checkAccess(const Access& access);
+// For the start of a program: an error when one of the files cannot be used, or a certificate has no key or a
+// key no certificate.
+absl::Status checkAccess(const Access& access);
 
 }  // namespace Kelstore::Etcd

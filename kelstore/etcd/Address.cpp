@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <charconv>
-#include <stdexcept>
 
 #include "runtime/Text.h"
 
@@ -14,8 +13,8 @@ namespace {
 
 constexpr const char* kForm = "HOST:PORT[,HOST:PORT...]/PREFIX";
 
-[[noreturn]] void fail(std::string_view found, std::string_view expected) {
-  throw std::invalid_argument(fmt::format("found {}, expected {}", Runtime::inQuotes(found), expected));
+absl::Status wrong(std::string_view found, std::string_view expected) {
+  return absl::InvalidArgumentError(fmt::format("found {}, expected {}", Runtime::inQuotes(found), expected));
 }
 
 bool isPort(std::string_view text) {
@@ -37,45 +36,46 @@ bool isHost(std::string_view text) {
   return !text.empty() && std::none_of(text.begin(), text.end(), odd);
 }
 
-void checkEndpoint(std::string_view text) {
+absl::Status checkEndpoint(std::string_view text) {
   size_t colon = text.rfind(':');
-  if (colon == std::string_view::npos) fail(text, "HOST:PORT");
+  if (colon == std::string_view::npos) return wrong(text, "HOST:PORT");
   std::string_view host = text.substr(0, colon);
   std::string_view port = text.substr(colon + 1);
   if (!isHost(host)) {
     bool bareIpv6 = host.find(':') != std::string_view::npos && !host.starts_with('[');
-    fail(text, bareIpv6 ? "HOST:PORT with an IPv6 address in brackets, such as [::1]:2379" : "HOST:PORT");
+    return wrong(text,
+                 bareIpv6 ? "HOST:PORT with an IPv6 address in brackets, such as [::1]:2379" : "HOST:PORT");
   }
-  if (!isPort(port)) fail(text, "HOST:PORT with a port of 1 to 65535");
+  return isPort(port) ? absl::OkStatus() : wrong(text, "HOST:PORT with a port of 1 to 65535");
 }
 
 }  // namespace
 
 std::string Address::text() const { return fmt::format("{}/{}", fmt::join(endpoints, ","), prefix); }
 
-Address parseAddress(std::string_view text) {
+absl::StatusOr<Address> parseAddress(std::string_view text) {
   size_t slash = text.find('/');
-  if (slash == std::string_view::npos || slash == 0) fail(text, kForm);
+  if (slash == std::string_view::npos || slash == 0) return wrong(text, kForm);
   Address address;
   std::string_view endpoints = text.substr(0, slash);
   for (size_t at = 0; at <= endpoints.size();) {
     size_t comma = std::min(endpoints.find(',', at), endpoints.size());
     std::string_view endpoint = endpoints.substr(at, comma - at);
-    checkEndpoint(endpoint);
+    if (absl::Status status = checkEndpoint(endpoint); !status.ok()) return status;
     address.endpoints.emplace_back(endpoint);
     at = comma + 1;
   }
   std::string_view prefix = text.substr(slash + 1);
   while (prefix.ends_with('/')) prefix.remove_suffix(1);
-  if (prefix.empty()) fail(text, fmt::format("{} with a prefix that is not empty", kForm));
+  if (prefix.empty()) return wrong(text, fmt::format("{} with a prefix that is not empty", kForm));
   if (!Runtime::isPlain(prefix) || !Runtime::isUtf8(prefix))
-    fail(text, fmt::format("{} in plain UTF-8 text", kForm));
+    return wrong(text, fmt::format("{} in plain UTF-8 text", kForm));
   address.prefix = prefix;
   return address;
 }
 
-Address parseStore(std::string_view name) {
-  if (!name.starts_with(kScheme)) fail(name, fmt::format("{}{}", kScheme, kForm));
+absl::StatusOr<Address> parseStore(std::string_view name) {
+  if (!name.starts_with(kScheme)) return wrong(name, fmt::format("{}{}", kScheme, kForm));
   return parseAddress(name.substr(kScheme.size()));
 }
 

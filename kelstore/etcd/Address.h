@@ -1,6 +1,8 @@
 // Where a store is: the servers of an etcd cluster, and the prefix of its keys that is ours.
 #pragma once
 
+#include <absl/status/statusor.h>
+
 #include <string>
 #include <string_view>
 #include <vector>
@@ -19,11 +21,11 @@ struct Address {
 
 // The address that `HOST:PORT[,HOST:PORT...]/PREFIX` says; an IPv6 address stands in brackets. The prefix is
 // what follows the first slash, as it is written, but for slashes at its end: with `h:2379/trel` a key is
-// `trel/members/1/system`, with `h:2379//trel` it is `/trel/members/1/system`. Throws std::invalid_argument,
-// which says what was found and what was expected.
-Address parseAddress(std::string_view text);
+// `trel/members/1/system`, with `h:2379//trel` it is `/trel/members/1/system`. An error says what was found
+// and what was expected.
+absl::StatusOr<Address> parseAddress(std::string_view text);
 
 // The same for `etcd:HOST:PORT[,HOST:PORT...]/PREFIX`.
-Address parseStore(std::string_view name);
+absl::StatusOr<Address> parseStore(std::string_view name);
 
 }  // namespace Kelstore::Etcd

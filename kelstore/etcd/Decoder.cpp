@@ -28,8 +28,8 @@ Decoder::Decoded Decoder::decode(std::vector<Change> changes) {
   for (Change& change : changes) {
     absl::StatusOr<Path> path = keys_.path(change.key);
     if (path.ok()) {
-      if (isMembers(path->kind)) {
-        int64_t& lease = decoded.members[path->first];
+      if (specOf(path->kind).entity != MemberEntity::none) {
+        int64_t& lease = decoded.members[std::string(path->first())];
         if (change.lease != 0) lease = change.lease;
       }
       if (!change.value) {

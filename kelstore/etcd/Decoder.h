@@ -19,9 +19,6 @@ struct Line {
   std::string key{};  // that it is about; empty when about none
 };
 
-// Whether such a path begins with a member that publishes it.
-inline bool isMembers(Kind kind) { return kind >= Kind::system; }
-
 class Decoder {
  public:
   // More lines than this at a time are counted only.

@@ -15,11 +15,10 @@ constexpr int kNewsLevel = 1;
 constexpr size_t kErrorsRemembered = 100;
 
 bool holdsAnyOf(const Snapshot& snapshot, const std::string& member) {
-  for (auto kind = static_cast<uint8_t>(Kind::system); kind <= static_cast<uint8_t>(Kind::reachability);
-       ++kind) {
-    if (snapshot.any(static_cast<Kind>(kind), member)) return true;
-  }
-  return false;
+  auto all = allKinds();
+  return std::any_of(all.begin(), all.end(), [&](const KindSpec& spec) {
+    return spec.entity != MemberEntity::none && snapshot.any(spec.kind, member);
+  });
 }
 
 std::vector<Path> pathsOf(const Snapshot& snapshot) {

@@ -78,18 +78,13 @@ absl::StatusOr<Path> Keys::path(std::string_view key) const {
   absl::StatusOr<std::vector<std::string>> segments = segmentsOf(key.substr(prefix_.size() + 1));
   if (!segments.ok()) return segments.status();
   std::span<const std::string> all = *segments;
-  Position position;
-  // A position makes sense only where the one above it is an object.
-  for (size_t depth = 1; depth <= all.size(); ++depth) {
-    position = positionOf(all.first(depth));
-    if (position.what == Position::What::badKey) {
-      return absl::InvalidArgumentError(fmt::format("{}: found {}, expected {}", pathText(all.first(depth)),
-                                                    Runtime::inQuotes(all[depth - 1]), position.expected));
-    }
-    bool leaf = position.what == Position::What::leaf;
-    if (position.what == Position::What::unknown || (leaf && depth < all.size())) {
-      return absl::NotFoundError(fmt::format("{}: unknown, ignored", pathText(all)));
-    }
+  auto [position, depth] = walk(all);
+  if (position.what == Position::What::badKey) {
+    return absl::InvalidArgumentError(fmt::format("{}: found {}, expected {}", pathText(all.first(depth)),
+                                                  Runtime::inQuotes(all[depth - 1]), position.expected));
+  }
+  if (position.what == Position::What::unknown || depth < all.size()) {
+    return absl::NotFoundError(fmt::format("{}: unknown, ignored", pathText(all)));
   }
   if (position.what != Position::What::leaf) {
     return absl::NotFoundError(

@@ -11,7 +11,6 @@
 #include <iterator>
 #include <nlohmann/json.hpp>
 
-#include "kelstore/Codec.h"
 #include "kelstore/etcd/Address.h"
 #include "programs/trelctl/StoreContent.h"
 #include "runtime/CommandLine.h"
@@ -37,7 +36,7 @@ Answer orThrow(absl::StatusOr<Answer> answer) {
 
 struct Store {
   explicit Store(const StoreOptions& options)
-      : address(Etcd::parseStore(options.store)),
+      : address(*Etcd::parseStore(options.store)),
         keys(address.prefix),
         client(address.endpoints, options.access) {}
 
@@ -53,26 +52,21 @@ struct Place {
 
 // A position that the state model has.
 Place placeOf(const std::string& text) {
-  Place place;
-  if (text.empty()) {
-    place.position = Kelstore::positionOf({});
-    return place;
-  }
+  Place place{{}, Kelstore::positionOf({})};
+  if (text.empty()) return place;
   absl::StatusOr<std::vector<std::string>> segments = Etcd::segmentsOf(text);
   if (!segments.ok()) throw Unusable(std::string(segments.status().message()));
   place.segments = *std::move(segments);
   std::span<const std::string> all = place.segments;
-  for (size_t depth = 1; depth <= all.size(); ++depth) {
-    bool insideValue = place.position.what == Position::What::leaf;
-    place.position = Kelstore::positionOf(all.first(depth));
-    if (place.position.what == Position::What::badKey) {
-      throw Unusable(fmt::format("{}: found \"{}\", expected {}", Kelstore::pathText(all.first(depth)),
-                                 all[depth - 1], place.position.expected));
-    }
-    if (insideValue || place.position.what == Position::What::unknown) {
-      throw Unusable(fmt::format("{}: {}; a \"/\" within a name is spelt %2F", text, kExpectedPath));
-    }
+  auto [position, depth] = Kelstore::walk(all);
+  if (position.what == Position::What::badKey) {
+    throw Unusable(fmt::format("{}: found \"{}\", expected {}", Kelstore::pathText(all.first(depth)),
+                               all[depth - 1], position.expected));
   }
+  if (position.what == Position::What::unknown || depth < all.size()) {
+    throw Unusable(fmt::format("{}: {}; a \"/\" within a name is spelt %2F", text, kExpectedPath));
+  }
+  place.position = std::move(position);
   return place;
 }
 
@@ -142,7 +136,7 @@ Values valuesOf(const std::string& file) {
   std::vector<Kelstore::Path> containers;
   std::set<std::vector<std::string>> filled;
   for (Kelstore::Snapshot::Entry& entry : document.values) {
-    if (std::holds_alternative<Kelstore::Present>(entry.second)) {
+    if (entry.second.is<Kelstore::Present>()) {
       containers.push_back(std::move(entry.first));
       continue;
     }
@@ -161,7 +155,10 @@ Values valuesOf(const std::string& file) {
 
 }  // namespace
 
-void checkStore(const std::string& store) { Etcd::parseStore(store); }
+void checkStore(const std::string& store) {
+  absl::Status status = Etcd::parseStore(store).status();
+  if (!status.ok()) throw std::invalid_argument(std::string(status.message()));
+}
 
 void put(const StoreOptions& options, const std::string& path, const std::string& json) {
   Place place = placeOf(path);

@@ -4,8 +4,6 @@
 
 #include <nlohmann/json.hpp>
 
-#include "kelstore/Codec.h"
-
 namespace TrelCtl {
 namespace {
 

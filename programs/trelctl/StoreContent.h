@@ -9,7 +9,6 @@
 
 #include "kelstore/Document.h"
 #include "kelstore/Path.h"
-#include "kelstore/Value.h"
 #include "kelstore/etcd/Client.h"
 #include "kelstore/etcd/Keys.h"
 

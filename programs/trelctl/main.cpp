@@ -131,11 +131,8 @@ CLI::App* storeCommand(CLI::App& app, StoreCommand& command, const char* name, c
   Kelstore::Etcd::Access& access = command.options.access;
   Kelstore::Etcd::describeAccess(*added, access);
   added->callback([&access, run = std::move(run)] {
-    try {
-      Kelstore::Etcd::checkAccess(access);
-    } catch (const std::invalid_argument& error) {
-      throw TrelCtl::Unusable(error.what());
-    }
+    absl::Status status = Kelstore::Etcd::checkAccess(access);
+    if (!status.ok()) throw TrelCtl::Unusable(std::string(status.message()));
     run();
   });
   return added;

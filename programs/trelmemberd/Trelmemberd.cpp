@@ -4,7 +4,6 @@
 #include <fmt/ranges.h>
 
 #include <csignal>
-#include <stdexcept>
 #include <utility>
 
 #include "kelstore/etcd/AccessFiles.h"
@@ -12,6 +11,7 @@
 #include "member/LinuxMachine.h"
 #include "platform/lumalog/Lumalog.h"
 #include "programs/trelmemberd/EtcdLeaseStore.h"
+#include "runtime/Status.h"
 
 namespace Member {
 namespace {
@@ -35,11 +35,10 @@ Publisher::Settings settingsOf(const Config& config) {
 }  // namespace
 
 ParsedConfig usableConfig(const std::string& path) {
-  ParsedConfig parsed = readConfig(path, [](const std::string& store) { Etcd::parseStore(store); });
-  try {
-    Etcd::checkAccess(parsed.config.access);
-  } catch (const std::invalid_argument& error) {
-    parsed.errors.push_back(fmt::format("{}: access: {}", path, error.what()));
+  ParsedConfig parsed =
+      readConfig(path, [](const std::string& store) { return Etcd::parseStore(store).status(); });
+  if (absl::Status status = Etcd::checkAccess(parsed.config.access); !status.ok()) {
+    parsed.errors.push_back(fmt::format("{}: access: {}", path, Runtime::textOf(status)));
   }
   return parsed;
 }
@@ -48,7 +47,7 @@ std::shared_ptr<LeaseStore> storeOf(const Config& config) {
   // A lease is to be given back, or it is to be known why not, before the end waits for it no longer.
   EtcdLeaseStore::Patience patience{std::chrono::milliseconds(config.ttlSeconds * 1000 / 3),
                                     std::chrono::milliseconds(Publisher::kEndingMs * 9 / 10)};
-  return std::make_shared<EtcdLeaseStore>(Etcd::parseStore(config.store), config.access, patience);
+  return std::make_shared<EtcdLeaseStore>(*Etcd::parseStore(config.store), config.access, patience);
 }
 
 Trelmemberd::Trelmemberd(std::string path, const Config& config, const Zavro::Clock& clock,

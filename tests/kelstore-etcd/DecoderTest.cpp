@@ -32,7 +32,7 @@ class DecoderTest : public testing::Test {
 TEST_F(DecoderTest, KeyOfTheStateModel_BecomesItsPathAndValue) {
   EXPECT_THAT(put("interfaces/a", R"({"ifIndex": 7})").changes, ElementsAre(Pair(a_, Interface{7})));
   EXPECT_THAT(put("sysname", R"("cluster")").changes,
-              ElementsAre(Pair(Path{Kind::sysname, {}, {}}, Value("cluster"))));
+              ElementsAre(Pair(Path{Kind::sysname, {}, {}}, Value(std::string("cluster")))));
   EXPECT_THAT(put("members/1/storage/%2Fvar", R"({"allocationUnits": 1, "size": 2, "free": 3})").changes,
               ElementsAre(Pair(Path{Kind::storage, "1", "/var"}, Storage{1, 2, 3})));
   EXPECT_THAT(del("interfaces/a").changes, ElementsAre(Pair(a_, std::nullopt)));

@@ -30,7 +30,7 @@ class EtcdSourceTest : public testing::Test {
  protected:
   void start(const std::string& endpoints, FollowSettings settings = {}) {
     std::string text = endpoints + "/p";
-    settings.address = parseAddress(text);
+    settings.address = *parseAddress(text);
     source_.emplace("etcd:" + text, settings, world_.store, io_, clock_, threads_);
     world_.scheduler.neverYield();
     source_->start();

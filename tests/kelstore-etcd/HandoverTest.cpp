@@ -93,7 +93,7 @@ TEST_F(HandoverTest, BothSidesAtOnce_NothingIsLost) {
   int64_t last = 0;
   for (bool settled = false; !settled;) {
     Handover::Update update = handover_.take();
-    for (const Path& path : update.changed) seen[std::stoul(path.first)] = true;
+    for (const Path& path : update.changed) seen[std::stoul(std::string(path.first()))] = true;
     if (update.snapshot) {
       EXPECT_GT(update.revision, last);
       last = update.revision;

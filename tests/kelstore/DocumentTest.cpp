@@ -5,8 +5,6 @@
 
 #include <nlohmann/json.hpp>
 
-#include "kelstore/Codec.h"
-
 namespace Kelstore {
 namespace {
 
@@ -168,7 +166,7 @@ TEST(DocumentTest, LastGoodValuesStayAtAffectedPathsOnly) {
       before());
   EXPECT_THAT(paths(after), ElementsAre("interfaces/a", "members/1/processors", "members/1/processors/1",
                                         "members/1/processors/2"));
-  EXPECT_EQ(std::get<Interface>(*after.find({Kind::interface, "a", {}})).ifIndex, 1u);
+  EXPECT_EQ(after.find({Kind::interface, "a", {}})->get<Interface>().ifIndex, 1u);
 }
 
 TEST(DocumentTest, MemberIsOfTheWrongType_AllThatItHeldStays) {

@@ -96,7 +96,7 @@ TEST(SnapshotTest, RandomChanges_ItEqualsAMap) {
         auto found = model.find(at(i));
         ASSERT_EQ(value == nullptr, found == model.end());
         ASSERT_TRUE(value == nullptr || *value == found->second);
-        ASSERT_EQ(snapshot.any(Kind::interface, at(i).first), value != nullptr);
+        ASSERT_EQ(snapshot.any(Kind::interface, at(i).first()), value != nullptr);
       }
     }
   }

@@ -4,8 +4,6 @@
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 
-#include <stdexcept>
-
 #include "tests/support/TempDir.h"
 
 namespace Member {
@@ -14,8 +12,8 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-void checkStore(const std::string& text) {
-  if (!text.starts_with("etcd:")) throw std::invalid_argument("found no store");
+absl::Status checkStore(const std::string& text) {
+  return text.starts_with("etcd:") ? absl::OkStatus() : absl::InvalidArgumentError("found no store");
 }
 
 ParsedConfig parsed(std::string_view text) { return parseConfig(text, "m.json", checkStore); }

@@ -36,8 +36,8 @@ class ManualStore final : public LeaseStore {
     Holdings found;
     for (const auto& [path, held] : keys) {
       bool own = path.kind == Kelstore::Kind::interface ? std::find(interfaces.begin(), interfaces.end(),
-                                                                    path.first) != interfaces.end()
-                                                        : path.first == std::to_string(member);
+                                                                    path.first()) != interfaces.end()
+                                                        : path.first() == std::to_string(member);
       if (own) found.emplace(path, held);
     }
     return found;

@@ -5,7 +5,6 @@
 
 #include <nlohmann/json.hpp>
 
-#include "kelstore/Codec.h"
 #include "tests/member/ManualMachine.h"
 #include "tests/member/ManualProbe.h"
 #include "tests/support/TraceLog.h"
@@ -49,7 +48,7 @@ class OwnStateTest : public testing::Test {
   }
   double timeOfSystem() const {
     for (const auto& [path, value] : state_.entries()) {
-      if (path.kind == Kelstore::Kind::system) return std::get<Kelstore::System>(value).currentTimeUtc;
+      if (path.kind == Kelstore::Kind::system) return value.get<Kelstore::System>().currentTimeUtc;
     }
     return -1;
   }

@@ -31,7 +31,7 @@ Listing listing(const std::vector<std::pair<std::string, std::string>>& entries)
 Values valuesOf(std::string_view document) {
   Values values;
   for (auto& entry : Kelstore::parseDocument(document).values) {
-    if (!std::holds_alternative<Kelstore::Present>(entry.second)) values.insert(std::move(entry));
+    if (!entry.second.is<Kelstore::Present>()) values.insert(std::move(entry));
   }
   return values;
 }

@@ -1,36 +1,41 @@
-// Every path of the state model: what is taken, and the line that anything else gets.
+// The schema: for every kind what is taken, and the line that anything else gets; and that the document says
+// the same.
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 
 #include <limits>
 #include <nlohmann/json.hpp>
 
-#include "kelstore/Codec.h"
+#include "kelstore/Path.h"
+#include "kelstore/Schema.h"
+#include "runtime/JsonFields.h"
+#include "tests/support/TempDir.h"
 
 namespace Kelstore {
 namespace {
 
-std::string rendered(const std::vector<Note>& notes) {
+std::string rendered(const std::vector<Runtime::JsonNote>& notes) {
   std::string text;
-  for (const Note& note : notes) {
-    text += (text.empty() ? "" : "; ") + (note.member.empty() ? "" : note.member + ": ") + note.text;
+  for (const Runtime::JsonNote& note : notes) {
+    text += (text.empty() ? "" : "; ") + (note.where.empty() ? "" : note.where + ": ") + note.text;
   }
   return text;
 }
 
 std::string faults(Kind kind, const std::string& json) {
-  Notes notes;
-  auto value = decode(kind, nlohmann::json::parse(json), notes);
+  Runtime::JsonNotes notes;
+  auto value = specOf(kind).decode(nlohmann::json::parse(json), notes);
   EXPECT_EQ(value.has_value(), notes.faults.empty());
   return rendered(notes.faults);
 }
 
 template <class Typed>
 Typed decoded(Kind kind, const std::string& json) {
-  Notes notes;
-  auto value = decode(kind, nlohmann::json::parse(json), notes);
+  Runtime::JsonNotes notes;
+  auto value = specOf(kind).decode(nlohmann::json::parse(json), notes);
   EXPECT_EQ(rendered(notes.faults), "");
   EXPECT_EQ(rendered(notes.warnings), "");
-  return value ? std::get<Typed>(*value) : Typed();
+  return value ? value->template get<Typed>() : Typed();
 }
 
 // A good object of each kind, one member of which is then spoilt.
@@ -55,7 +60,7 @@ std::string faultsWith(Kind kind, const std::string& member, const std::string& 
 constexpr const char* kU32 = "expected an integer from 0 to 4294967295";
 constexpr const char* kU64 = "expected an integer from 0 to 18446744073709551615";
 
-TEST(CodecTest, GoodValuesOfEveryKind) {
+TEST(SchemaTest, GoodValuesOfEveryKind) {
   EXPECT_EQ(decoded<std::string>(Kind::sysname, R"("alpha")"), "alpha");
   EXPECT_EQ(decoded<Interface>(Kind::interface, R"({"ifIndex": 4294967295})"), (Interface{4294967295}));
   EXPECT_EQ(decoded<Link>(Kind::link, kGood.at(Kind::link)), (Link{Lanix::IntfId("Backplane1/1")}));
@@ -74,7 +79,7 @@ TEST(CodecTest, GoodValuesOfEveryKind) {
             (Mapping{Snmp::ObjectIdentifier("1.3.6.1"), "root", 1}));
 }
 
-TEST(CodecTest, AllSixStatesByNameAndByNumber) {
+TEST(SchemaTest, AllSixStatesByNameAndByNumber) {
   const char* names[] = {"unknown", "initializing", "reachable", "degraded", "unreachable", "disabled"};
   for (uint8_t i = 0; i < 6; ++i) {
     auto byName = R"({"lastChange": 0, "state": ")" + std::string(names[i]) + R"("})";
@@ -84,7 +89,7 @@ TEST(CodecTest, AllSixStatesByNameAndByNumber) {
   }
 }
 
-TEST(CodecTest, UnsignedMembersRefuseEverythingElse) {
+TEST(SchemaTest, UnsignedMembersRefuseEverythingElse) {
   const std::vector<std::pair<Kind, std::string>> members = {
       {Kind::interface, "ifIndex"},  {Kind::system, "users"},           {Kind::system, "processes"},
       {Kind::system, "memorySize"},  {Kind::memory, "total"},           {Kind::memory, "free"},
@@ -101,7 +106,7 @@ TEST(CodecTest, UnsignedMembersRefuseEverythingElse) {
   }
 }
 
-TEST(CodecTest, WideAndSignedMembersHaveTheirOwnRanges) {
+TEST(SchemaTest, WideAndSignedMembersHaveTheirOwnRanges) {
   EXPECT_EQ(faultsWith(Kind::storage, "size", "-1"), std::string("size: found -1, ") + kU64);
   EXPECT_EQ(faultsWith(Kind::storage, "free", "18446744073709551616"),
             std::string("free: found 1.8446744073709552e+19, ") + kU64);
@@ -113,7 +118,7 @@ TEST(CodecTest, WideAndSignedMembersHaveTheirOwnRanges) {
   EXPECT_EQ(faultsWith(Kind::processor, "load", "32767"), "");
 }
 
-TEST(CodecTest, SecondsAreNumbersThatSnmpCanCarry) {
+TEST(SchemaTest, SecondsAreNumbersThatSnmpCanCarry) {
   EXPECT_EQ(faultsWith(Kind::system, "uptime", "-0.5"),
             "uptime: found -0.5, expected a number from 0 to 1000000000000000");
   EXPECT_EQ(faultsWith(Kind::system, "uptime", R"("1")"),
@@ -123,7 +128,7 @@ TEST(CodecTest, SecondsAreNumbersThatSnmpCanCarry) {
   EXPECT_EQ(faultsWith(Kind::system, "currentTimeUtc", "2005949145599"), "");
 }
 
-TEST(CodecTest, InterfaceNamesAreNonEmptyPlainStrings) {
+TEST(SchemaTest, InterfaceNamesAreNonEmptyPlainStrings) {
   EXPECT_EQ(faultsWith(Kind::link, "intf", R"("")"), "intf: found \"\", expected an interface name");
   EXPECT_EQ(faultsWith(Kind::link, "intf", "7"), "intf: found 7, expected an interface name");
   EXPECT_EQ(faultsWith(Kind::reachability, "intf", R"("a\u0000b")"),
@@ -131,7 +136,7 @@ TEST(CodecTest, InterfaceNamesAreNonEmptyPlainStrings) {
   EXPECT_EQ(faultsWith(Kind::reachability, "intf", "null"), "intf: found null, expected an interface name");
 }
 
-TEST(CodecTest, UnknownStatesAreRefused) {
+TEST(SchemaTest, UnknownStatesAreRefused) {
   constexpr const char* kExpected =
       ", expected \"unknown\", \"initializing\", \"reachable\", \"degraded\", \"unreachable\", \"disabled\", "
       "or 0 to 5";
@@ -143,7 +148,7 @@ TEST(CodecTest, UnknownStatesAreRefused) {
             std::string("state: found \"Reachable\"") + kExpected);
 }
 
-TEST(CodecTest, MappingsNeedAnObjectIdentifierAndAShortDescription) {
+TEST(SchemaTest, MappingsNeedAnObjectIdentifierAndAShortDescription) {
   EXPECT_EQ(faultsWith(Kind::mountMapping, "type", R"("hrStorageRam")"),
             "type: found \"hrStorageRam\", expected a dotted object identifier");
   EXPECT_EQ(faultsWith(Kind::mountMapping, "type", R"("")"),
@@ -152,10 +157,11 @@ TEST(CodecTest, MappingsNeedAnObjectIdentifierAndAShortDescription) {
   EXPECT_THAT(faultsWith(Kind::memoryMapping, "description", '"' + longText + '"'),
               testing::EndsWith("expected a string of at most 255 bytes without control characters"));
   EXPECT_EQ(faultsWith(Kind::memoryMapping, "description", '"' + longText.substr(1) + '"'), "");
+  EXPECT_EQ(faultsWith(Kind::memoryMapping, "description", R"("")"), "");
 }
 
 // They would reach terminals by way of whoever shows the table.
-TEST(CodecTest, ControlCharactersInADescription_AreRefused) {
+TEST(SchemaTest, ControlCharactersInADescription_AreRefused) {
   for (const char* control :
        {R"(\u0000)", R"(\u001b)", R"(\n)", R"(\u007f)", R"(\u009b)", R"(\u202e)", R"(\u2066)"}) {
     std::string found = faultsWith(Kind::mountMapping, "description", std::string("\"a") + control + "b\"");
@@ -164,7 +170,7 @@ TEST(CodecTest, ControlCharactersInADescription_AreRefused) {
   EXPECT_EQ(faultsWith(Kind::mountMapping, "description", R"("größe /a\\b")"), "");
 }
 
-TEST(CodecTest, SysnameIsAPlainShortString) {
+TEST(SchemaTest, SysnameIsAPlainShortString) {
   constexpr const char* kExpected = ", expected a string of 1 to 255 bytes without control characters";
   EXPECT_EQ(faults(Kind::sysname, "7"), std::string("found 7") + kExpected);
   EXPECT_EQ(faults(Kind::sysname, R"("")"), std::string("found \"\"") + kExpected);
@@ -172,7 +178,7 @@ TEST(CodecTest, SysnameIsAPlainShortString) {
   EXPECT_THAT(faults(Kind::sysname, '"' + std::string(256, 'x') + '"'), testing::HasSubstr("xxx...\""));
 }
 
-TEST(CodecTest, MissingMembersAreNamed_OptionalOnesAreNot) {
+TEST(SchemaTest, MissingMembersAreNamed_OptionalOnesAreNot) {
   EXPECT_EQ(faults(Kind::interface, "{}"), std::string("ifIndex: found nothing, ") + kU32);
   EXPECT_EQ(faults(Kind::reachability, R"({"state": 1})"), std::string("lastChange: found nothing, ") + kU64);
   EXPECT_EQ(faults(Kind::memory, "{}"), "");
@@ -187,7 +193,7 @@ TEST(CodecTest, MissingMembersAreNamed_OptionalOnesAreNot) {
   }
 }
 
-TEST(CodecTest, NoObject_OneFaultForTheWhole) {
+TEST(SchemaTest, NoObject_OneFaultForTheWhole) {
   for (const auto& [kind, good] : kGood) {
     EXPECT_EQ(faults(kind, "7"), "found 7, expected an object");
     EXPECT_EQ(faults(kind, "null"), "found null, expected an object");
@@ -195,33 +201,34 @@ TEST(CodecTest, NoObject_OneFaultForTheWhole) {
   }
 }
 
-TEST(CodecTest, UnknownMembersWarnAndAreIgnored) {
-  Notes notes;
-  auto value = decode(Kind::processor, nlohmann::json::parse(R"({"load": 1, "colour": "red"})"), notes);
+TEST(SchemaTest, UnknownMembersWarnAndAreIgnored) {
+  Runtime::JsonNotes notes;
+  auto value =
+      specOf(Kind::processor).decode(nlohmann::json::parse(R"({"load": 1, "colour": "red"})"), notes);
   EXPECT_TRUE(value);
   EXPECT_EQ(rendered(notes.warnings), "colour: unknown member, ignored");
 }
 
-TEST(CodecTest, EveryFaultOfAValueIsNamed) {
+TEST(SchemaTest, EveryFaultOfAValueIsNamed) {
   EXPECT_EQ(faults(Kind::storage, R"({"allocationUnits": "x", "size": -1})"),
             std::string("allocationUnits: found \"x\", ") + kU32 + "; size: found -1, " + kU64 +
                 "; free: found nothing, " + kU64);
 }
 
-TEST(CodecTest, EncodedValuesDecodeToThemselves) {
+TEST(SchemaTest, EncodedValuesDecodeToThemselves) {
   for (const auto& [kind, good] : kGood) {
-    Notes notes;
-    auto value = decode(kind, nlohmann::json::parse(good), notes);
+    Runtime::JsonNotes notes;
+    auto value = specOf(kind).decode(nlohmann::json::parse(good), notes);
     ASSERT_TRUE(value);
     EXPECT_EQ(encode(*value), nlohmann::json::parse(good));
-    EXPECT_EQ(decode(kind, nlohmann::json::parse(encode(*value).dump()), notes), value) << good;
+    EXPECT_EQ(specOf(kind).decode(nlohmann::json::parse(encode(*value).dump()), notes), value) << good;
     EXPECT_EQ(rendered(notes.warnings), "");
   }
   EXPECT_EQ(encode(std::string("alpha")).dump(), R"("alpha")");
   EXPECT_EQ(encode(Present{}).dump(), "{}");
 }
 
-TEST(CodecTest, WhatIsAbsentIsNotEncoded_NoDigitIsLost) {
+TEST(SchemaTest, WhatIsAbsentIsNotEncoded_NoDigitIsLost) {
   EXPECT_EQ(encode(Memory{}).dump(), "{}");
   Memory some;
   some.available = 3;
@@ -229,8 +236,83 @@ TEST(CodecTest, WhatIsAbsentIsNotEncoded_NoDigitIsLost) {
   Reachability alone{Trel::ReachabilityState::disabled, std::nullopt, std::numeric_limits<uint64_t>::max()};
   EXPECT_EQ(encode(alone).dump(), R"({"lastChange":18446744073709551615,"state":"disabled"})");
   System system{1767225601.123456, 0.1, 1, 2, 3};
-  Notes notes;
-  EXPECT_EQ(decode(Kind::system, nlohmann::json::parse(encode(system).dump()), notes), Value(system));
+  Runtime::JsonNotes notes;
+  EXPECT_EQ(specOf(Kind::system).decode(nlohmann::json::parse(encode(system).dump()), notes), Value(system));
+}
+
+// The kind's path, with something good at each variable segment.
+std::vector<std::string> segmentsOf(const KindSpec& spec) {
+  std::vector<std::string> segments;
+  std::string path(spec.path);
+  for (size_t at = 0; at <= path.size();) {
+    size_t slash = std::min(path.find('/', at), path.size());
+    std::string segment = path.substr(at, slash - at);
+    segments.push_back(segment.starts_with('<') ? "7" : segment);
+    at = slash + 1;
+  }
+  return segments;
+}
+
+TEST(SchemaTest, EveryKindHasAPlaceOfItsOwn) {
+  uint8_t next = 0;
+  for (const KindSpec& spec : allKinds()) {
+    EXPECT_EQ(static_cast<uint8_t>(spec.kind), next++) << spec.path << ": out of order";
+    std::vector<std::string> segments = segmentsOf(spec);
+    Position position = positionOf(segments);
+    EXPECT_EQ(position.what, spec.container() ? Position::What::container : Position::What::leaf)
+        << spec.path;
+    EXPECT_EQ(position.path.kind, spec.kind) << spec.path;
+    EXPECT_EQ(position.path.segments(), segments);
+    Walk way = walk(segments);
+    EXPECT_EQ(way.depth, segments.size());
+    EXPECT_EQ(way.position.path, position.path);
+    EXPECT_EQ(spec.entity == MemberEntity::none, !spec.path.starts_with("members/")) << spec.path;
+  }
+}
+
+TEST(SchemaTest, WalkEndsWhereThePathDoes) {
+  auto depth = [](std::vector<std::string> segments) { return walk(segments).depth; };
+  EXPECT_EQ(walk({}).position.what, Position::What::interior);
+  EXPECT_EQ(depth({"members", "1"}), 2u);
+  EXPECT_EQ(depth({"colour", "red", "1"}), 1u);
+  EXPECT_EQ(depth({"members", "300", "system"}), 2u);
+  EXPECT_EQ(depth({"members", "1", "system", "uptime"}), 3u) << "within a value";
+}
+
+std::string ownerText(Owner owner) {
+  switch (owner) {
+    case Owner::cluster:
+      return "the operator";
+    case Owner::firstMember:
+      return "the member that is the first";
+    case Owner::member:
+      break;
+  }
+  return "the member";
+}
+
+// The tables of the document, as the schema has them.
+std::string tablesOfTheSchema() {
+  std::string text = "| path | published by | meaning |\n|---|---|---|\n";
+  for (const KindSpec& spec : allKinds()) {
+    text += fmt::format("| `{}` | {} | {} |\n", spec.path, ownerText(spec.owner), spec.meaning);
+  }
+  text += "\n| path | field | value | meaning |\n|---|---|---|---|\n";
+  for (const KindSpec& spec : allKinds()) {
+    if (spec.container()) continue;
+    for (const FieldSpec& field : spec.fields()) {
+      text += fmt::format("| `{}` | {} | {} | {}{} |\n", spec.path,
+                          field.name.empty() ? "" : "`" + field.name + "`", field.type, field.meaning,
+                          field.optional ? "; may be left out" : "");
+    }
+  }
+  return text;
+}
+
+TEST(SchemaTest, TablesOfTheDocument_AreTheSchema) {
+  EXPECT_NE(Support::readFile(TREL_DOCS "/state.md").find(tablesOfTheSchema()), std::string::npos)
+      << "docs/state.md is to have these tables:\n"
+      << tablesOfTheSchema();
 }
 
 }  // namespace

@@ -1,0 +1,71 @@
+// The entities that the state becomes, and how one value becomes part of them. On the event loop's thread.
+#pragma once
+
+#include <charconv>
+#include <functional>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "kelstore/Path.h"
+#include "platform/intfsnmp/IfMib.h"
+#include "platform/kor/Dir.h"
+#include "platform/kor/Notifier.h"
+#include "platform/trel/Topology.h"
+
+namespace Kelstore {
+
+// The state as it stands.
+class View {
+ public:
+  virtual ~View() = default;
+  // The value that counts at the path, or null. The pointer lives until the state changes.
+  virtual const Value* find(const Path& path) const = 0;
+  // Whether there is a value of one of these kinds whose path's first variable segment is `first`.
+  virtual bool any(std::span<const Kind> kinds, std::string_view first) const = 0;
+};
+
+struct Entities {
+  Zavro::Ptr<Kor::Dir> reachability;   // a Trel::ReachabilityStatus for each member
+  Zavro::Ptr<Kor::Dir> hostResources;  // a HostResources::HostResources for each member
+  Zavro::Ptr<IntfSnmp::IfMib> ifMib;
+  Zavro::Ptr<Trel::TopologyConfig> topologyConfig;
+  Zavro::Ptr<HostResourcesMib::StorageEntryMappings> mappings;
+  std::string sysname;  // empty when the state gives none
+  Kor::Notifier<> sysnameChanged;
+};
+
+// A path's segment as a collection's key.
+template <class Key>
+Key keyOf(std::string_view segment) {
+  if constexpr (std::is_integral_v<Key>) {
+    Key number{};
+    std::from_chars(segment.data(), segment.data() + segment.size(), number);
+    return number;
+  } else if constexpr (std::is_same_v<Key, Trel::MemberId>) {
+    return Trel::MemberId::fromString(std::string(segment));
+  } else {
+    return Key(segment);
+  }
+}
+
+// The entity of the member that the path begins with, made when it is missing; or null, and it is not there
+// any more, when nothing of it is in the view. Who follows an entity learns from its leaving the directory
+// that all of its elements are gone; they are not removed one by one before. `value`: the one at the path.
+template <class Entity>
+Zavro::Ptr<Entity> memberEntity(Kor::Dir& dir, MemberEntity which, const Path& path, const Value* value,
+                                const View& view, const std::function<void(Entity&)>& appears = {}) {
+  std::string name(path.first());
+  if (value == nullptr && !view.any(kindsIn(which), name)) {
+    dir.entityPtrDel(name);
+    return nullptr;
+  }
+  auto entity = boost::static_pointer_cast<Entity>(dir.entityPtr(name));
+  if (entity) return entity;
+  entity = Zavro::makePtr<Entity>(name);
+  if (appears) appears(*entity);
+  dir.entityPtrIs(entity);
+  return entity;
+}
+
+}  // namespace Kelstore

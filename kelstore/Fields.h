@@ -1,0 +1,168 @@
+// The fields of a value's type: how each is decoded from the member of a JSON object, and encoded. Used by
+// the schema alone.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <tuple>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+#include "kelstore/Schema.h"
+#include "runtime/JsonFields.h"
+#include "runtime/Text.h"
+
+namespace Kelstore {
+
+// What SNMP can carry in a DisplayString or SnmpAdminString (RFC 2579, RFC 3411).
+inline constexpr size_t kMaxTextBytes = 255;
+inline constexpr size_t kMaxNameBytes = 4096;
+
+// Interfaces' names, object identifiers and states, as Runtime::JsonFields takes them.
+struct JsonIntf {
+  std::string expected() const { return "an interface name"; }
+  std::optional<Lanix::IntfId> decode(const nlohmann::json& json) const {
+    const auto* name = json.get_ptr<const std::string*>();
+    bool good = name != nullptr && !name->empty() && name->size() <= kMaxNameBytes && Runtime::isPlain(*name);
+    return good ? std::optional(Lanix::IntfId(*name)) : std::nullopt;
+  }
+};
+
+struct JsonOid {
+  std::string expected() const { return "a dotted object identifier"; }
+  std::optional<Snmp::ObjectIdentifier> decode(const nlohmann::json& json) const {
+    const auto* text = json.get_ptr<const std::string*>();
+    if (text == nullptr) return std::nullopt;
+    Snmp::ObjectIdentifier oid(*text);
+    return oid.subIds() ? std::optional(std::move(oid)) : std::nullopt;
+  }
+};
+
+struct JsonState {
+  using State = Trel::ReachabilityState;
+  std::string expected() const {
+    std::string names;
+    for (uint8_t i = 0; i < State::kStates; ++i) {
+      names += '"' + Trel::stateName(static_cast<State::State>(i)) + "\", ";
+    }
+    return names + "or 0 to " + std::to_string(State::kStates - 1);
+  }
+  std::optional<State::State> decode(const nlohmann::json& json) const {
+    if (const auto* name = json.get_ptr<const std::string*>()) return Trel::stateNamed(*name);
+    auto number = Runtime::JsonInteger<uint8_t>{0, State::kStates - 1}.decode(json);
+    return number ? std::optional(static_cast<State::State>(*number)) : std::nullopt;
+  }
+};
+
+template <size_t kMinBytes>
+bool isShortText(const std::string& text) {
+  return text.size() >= kMinBytes && text.size() <= kMaxTextBytes && Runtime::isPlain(text);
+}
+inline constexpr Runtime::JsonText kText{"a string of at most 255 bytes without control characters",
+                                         isShortText<0>};
+inline constexpr Runtime::JsonText kName{"a string of 1 to 255 bytes without control characters",
+                                         isShortText<1>};
+
+// The JSON type of a field that has none given.
+template <class T>
+constexpr auto jsonType() {
+  if constexpr (std::is_integral_v<T>) {
+    return Runtime::JsonInteger<T>();
+  } else if constexpr (std::is_same_v<T, Lanix::IntfId>) {
+    return JsonIntf();
+  } else if constexpr (std::is_same_v<T, Snmp::ObjectIdentifier>) {
+    return JsonOid();
+  } else if constexpr (std::is_same_v<T, Trel::ReachabilityState::State>) {
+    return JsonState();
+  } else {
+    static_assert(std::is_same_v<T, std::string>);
+    return kText;
+  }
+}
+
+inline nlohmann::json encodedField(const Lanix::IntfId& intf) { return intf.name(); }
+inline nlohmann::json encodedField(const Snmp::ObjectIdentifier& oid) { return oid.text(); }
+inline nlohmann::json encodedField(Trel::ReachabilityState::State state) { return Trel::stateName(state); }
+template <class T>
+requires std::is_arithmetic_v<T> || std::is_same_v<T, std::string> nlohmann::json encodedField(
+    const T& value) {
+  return value;
+}
+
+template <class T>
+struct Plain {
+  using Type = T;
+  static constexpr bool kOptional = false;
+};
+template <class T>
+struct Plain<std::optional<T>> {
+  using Type = T;
+  static constexpr bool kOptional = true;
+};
+
+// An attribute of `Struct`, which may be missing when it is a std::optional.
+template <class Struct, class T, class Type>
+struct Field {
+  static constexpr bool kOptional = Plain<T>::kOptional;
+
+  const char* name;
+  T Struct::*attribute;
+  Type type;
+  std::string_view meaning;  // unit, what absence means, ...
+
+  void decode(Runtime::JsonFields& fields, Struct& value) const {
+    if constexpr (kOptional) {
+      fields.optional(name, type, value.*attribute);
+    } else {
+      fields.required(name, type, value.*attribute);
+    }
+  }
+  void encode(const Struct& value, nlohmann::json& json) const {
+    if constexpr (!kOptional) {
+      json[name] = encodedField(value.*attribute);
+    } else if (value.*attribute) {
+      json[name] = encodedField(*(value.*attribute));
+    }
+  }
+  FieldSpec spec() const { return {name, type.expected(), kOptional, meaning}; }
+};
+
+template <class Struct, class T>
+constexpr auto field(const char* name, T Struct::*attribute, std::string_view meaning) {
+  auto type = jsonType<typename Plain<T>::Type>();
+  return Field<Struct, T, decltype(type)>{name, attribute, std::move(type), meaning};
+}
+template <class Struct, class T, class Type>
+constexpr auto field(const char* name, T Struct::*attribute, Type type, std::string_view meaning) {
+  return Field<Struct, T, Type>{name, attribute, std::move(type), meaning};
+}
+
+// The fields of a type: what the schema says instead of nothing.
+template <class Struct>
+inline constexpr auto kFields = std::tuple<>();
+
+template <class Struct>
+std::optional<Value> decodeObject(const nlohmann::json& json, Runtime::JsonNotes& notes) {
+  size_t before = notes.faults.size();
+  Struct value;
+  Runtime::JsonFields members(json, notes);
+  std::apply([&](const auto&... one) { (one.decode(members, value), ...); }, kFields<Struct>);
+  members.done();
+  return notes.faults.size() == before ? std::optional<Value>(std::move(value)) : std::nullopt;
+}
+
+template <class Struct>
+nlohmann::json encodedObject(const Struct& value) {
+  auto json = nlohmann::json::object();
+  std::apply([&](const auto&... one) { (one.encode(value, json), ...); }, kFields<Struct>);
+  return json;
+}
+
+template <class Struct>
+std::vector<FieldSpec> fieldSpecs() {
+  return std::apply([](const auto&... one) { return std::vector<FieldSpec>{one.spec()...}; },
+                    kFields<Struct>);
+}
+
+}  // namespace Kelstore

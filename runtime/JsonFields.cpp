@@ -1,0 +1,74 @@
+#include "runtime/JsonFields.h"
+
+#include <algorithm>
+
+#include "runtime/Text.h"
+
+namespace Runtime {
+namespace {
+
+std::string described(const nlohmann::json& json) {
+  if (json.is_object()) return "an object";
+  if (json.is_array()) return "an array";
+  if (json.is_string()) return inQuotes(json.get_ref<const std::string&>());
+  return json.dump();
+}
+
+}  // namespace
+
+std::string foundExpected(const nlohmann::json& json, std::string_view expected) {
+  return fmt::format("found {}, expected {}", described(json), expected);
+}
+
+std::optional<double> JsonNumber::decode(const nlohmann::json& json) const {
+  if (!json.is_number()) return std::nullopt;
+  auto number = json.get<double>();
+  if (!(number >= min && number <= max)) return std::nullopt;
+  return number;
+}
+
+std::optional<bool> JsonBoolean::decode(const nlohmann::json& json) const {
+  if (!json.is_boolean()) return std::nullopt;
+  return json.get<bool>();
+}
+
+std::optional<std::string> JsonText::decode(const nlohmann::json& json) const {
+  const auto* text = json.get_ptr<const std::string*>();
+  if (text == nullptr || !good(*text)) return std::nullopt;
+  return *text;
+}
+
+JsonFields::JsonFields(const nlohmann::json& json, JsonNotes& notes, std::string where)
+    : json_(json), notes_(notes), where_(std::move(where)) {
+  if (!isObject()) notes_.faults.push_back({where_, foundExpected(json_, "an object")});
+}
+
+const nlohmann::json* JsonFields::find(std::string_view name) {
+  known_.push_back(name);
+  if (!isObject()) return nullptr;
+  auto found = json_.find(name);
+  return found == json_.end() ? nullptr : &*found;
+}
+
+const nlohmann::json* JsonFields::array(std::string_view name) {
+  const nlohmann::json* json = find(name);
+  if (json == nullptr || json->is_array()) return json;
+  fault(name, foundExpected(*json, "an array"));
+  return nullptr;
+}
+
+void JsonFields::done() {
+  if (!isObject()) return;
+  for (const auto& [name, value] : json_.items()) {
+    if (std::find(known_.begin(), known_.end(), name) == known_.end()) {
+      warning(name, "unknown member, ignored");
+    }
+  }
+}
+
+std::string JsonFields::place(std::string_view name) const {
+  std::string shown = name.empty() ? inQuotes(name) : shortened(name);
+  return where_.empty() ? shown : where_ + "/" + shown;
+}
+
+}  // namespace Runtime
