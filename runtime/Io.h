@@ -29,8 +29,8 @@ class Io {
   virtual ~Io() = default;
   // Calls `woken` on the loop's thread after each wake().
   virtual std::unique_ptr<Waker> waker(std::function<void()> woken) = 0;
-  // Calls `changed` whenever the file may have appeared, changed, been replaced or vanished; calls without a
-  // change are allowed.
+  // Calls `changed` once the file is being watched, and then whenever it may have appeared, changed, been
+  // replaced or vanished; calls without a change are allowed. What is read after a call is no older than it.
   virtual std::unique_ptr<Activity> watch(const std::string& path, std::function<void()> changed) = 0;
   // Calls `elapsed` once.
   virtual std::unique_ptr<Activity> after(uint64_t milliseconds, std::function<void()> elapsed) = 0;

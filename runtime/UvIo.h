@@ -18,10 +18,6 @@ namespace Runtime {
 // called.
 class UvIo final : public Io {
  public:
-  // How often a watched file is looked at, for changes that its directory does not tell of: a directory that
-  // was not there or was replaced, a link to elsewhere, a file system without notification.
-  static constexpr uint64_t kPollMs = 400;
-
   // How long work waits when the system has no thread for it.
   static constexpr uint64_t kRetryMs = 500;
 

@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <thread>
 
+#include "runtime/FileWatch.h"
 #include "tests/runtime/Turning.h"
 #include "tests/support/TempDir.h"
 
@@ -16,6 +17,12 @@ class UvIoTest : public testing::Test {
  protected:
   std::unique_ptr<Io::Activity> watch(const std::string& path) {
     return io_.watch(path, [this] { ++changes_; });
+  }
+  // One that is known to be followed.
+  std::unique_ptr<Io::Activity> followed(const std::string& path) {
+    auto activity = watch(path);
+    EXPECT_TRUE(told());
+    return activity;
   }
   // Whether a change is told from now on.
   bool told() {
@@ -28,11 +35,10 @@ class UvIoTest : public testing::Test {
   Threads threads_;
   UvIo io_{loop_, threads_};
   int changes_ = 0;
-  int size_ = 0;
 };
 
 TEST_F(UvIoTest, FileAppearsChangesIsReplacedAndVanishes_EachIsTold) {
-  auto activity = watch(dir_.file("state.json"));
+  auto activity = followed(dir_.file("state.json"));
   dir_.write("state.json", "a");
   EXPECT_TRUE(told()) << "appears";
   dir_.write("state.json", "b");
@@ -44,7 +50,7 @@ TEST_F(UvIoTest, FileAppearsChangesIsReplacedAndVanishes_EachIsTold) {
 }
 
 TEST_F(UvIoTest, DirectoryAppearsLater_TheFileIsFound) {
-  auto activity = watch(dir_.file("later/state.json"));
+  auto activity = followed(dir_.file("later/state.json"));
   std::filesystem::create_directory(dir_.file("later"));
   dir_.write("later/state.json", "a");
   EXPECT_TRUE(told());
@@ -53,7 +59,7 @@ TEST_F(UvIoTest, DirectoryAppearsLater_TheFileIsFound) {
 TEST_F(UvIoTest, DirectoryIsReplaced_TheNewOneIsFollowed) {
   std::filesystem::create_directory(dir_.file("d"));
   dir_.write("d/state.json", "a");
-  auto activity = watch(dir_.file("d/state.json"));
+  auto activity = followed(dir_.file("d/state.json"));
   std::filesystem::rename(dir_.file("d"), dir_.file("old"));
   std::filesystem::create_directory(dir_.file("d"));
   dir_.write("d/state.json", "other");
@@ -66,22 +72,20 @@ TEST_F(UvIoTest, TargetOfALinkChanges_IsTold) {
   std::filesystem::create_directory(dir_.file("elsewhere"));
   dir_.write("elsewhere/target", "a");
   std::filesystem::create_symlink(dir_.file("elsewhere/target"), dir_.file("state.json"));
-  auto activity = watch(dir_.file("state.json"));
-  // The first look that later ones are compared with is taken on another thread.
-  EXPECT_TRUE(turnUntil(loop_, [&] {
-    dir_.write("elsewhere/target", std::string(static_cast<size_t>(++size_), 'x'));
-    return changes_ > 0;
-  }));
+  auto activity = followed(dir_.file("state.json"));
+  dir_.write("elsewhere/target", "another one");
+  EXPECT_TRUE(told());
 }
 
 TEST_F(UvIoTest, OtherFilesOfTheDirectory_AreNotTold) {
   dir_.write("state.json", "a");
-  auto activity = watch(dir_.file("state.json"));
+  auto activity = followed(dir_.file("state.json"));
+  int before = changes_;
   dir_.write("other", "a");
   bool later = false;
-  auto timer = io_.after(2 * UvIo::kPollMs, [&] { later = true; });
+  auto timer = io_.after(2 * FileWatch::kPollMs, [&] { later = true; });
   EXPECT_TRUE(turnUntil(loop_, [&] { return later; }));
-  EXPECT_EQ(changes_, 0);
+  EXPECT_EQ(changes_, before);
 }
 
 TEST_F(UvIoTest, ActivityIsDestroyed_NothingIsToldAnyMore) {
@@ -89,9 +93,24 @@ TEST_F(UvIoTest, ActivityIsDestroyed_NothingIsToldAnyMore) {
   dir_.write("state.json", "a");
   bool elapsed = false;
   io_.after(1, [&] { ADD_FAILURE() << "destroyed before it elapsed"; }).reset();
-  auto timer = io_.after(2 * UvIo::kPollMs, [&] { elapsed = true; });
+  auto timer = io_.after(2 * FileWatch::kPollMs, [&] { elapsed = true; });
   EXPECT_TRUE(turnUntil(loop_, [&] { return elapsed; }));
   EXPECT_EQ(changes_, 0);
+}
+
+TEST_F(UvIoTest, WatchIsDestroyedByItsOwnCallback) {
+  std::unique_ptr<Io::Activity> activity;
+  int last = 1;
+  auto changed = [&] {
+    if (++changes_ == last) activity.reset();
+  };
+  activity = io_.watch(dir_.file("state.json"), changed);
+  EXPECT_TRUE(turnUntil(loop_, [&] { return activity == nullptr; })) << "once it is watched";
+  last = 3;
+  activity = io_.watch(dir_.file("state.json"), changed);
+  EXPECT_TRUE(told());
+  dir_.write("state.json", "a");
+  EXPECT_TRUE(turnUntil(loop_, [&] { return activity == nullptr; })) << "when something changes";
 }
 
 TEST_F(UvIoTest, LoopIsWokenByAnotherThread_OnItsOwn) {

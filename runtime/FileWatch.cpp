@@ -1,0 +1,120 @@
+#include "runtime/FileWatch.h"
+
+#include <sys/inotify.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+
+namespace Runtime {
+namespace {
+
+constexpr uint32_t kAnyChange = IN_ATTRIB | IN_CREATE | IN_MODIFY | IN_DELETE | IN_DELETE_SELF |
+                                IN_MOVE_SELF | IN_MOVED_FROM | IN_MOVED_TO;
+
+uint64_t nanoseconds(const timespec& time) {
+  return static_cast<uint64_t>(time.tv_sec) * 1'000'000'000 + static_cast<uint64_t>(time.tv_nsec);
+}
+
+}  // namespace
+
+// The notifications of the directory that the file is in. Without them, as when the system has none left,
+// looking has to do.
+class FileWatch::Directory {
+ public:
+  explicit Directory(const std::filesystem::path& file)
+      : path_(file.parent_path().empty() ? "." : file.parent_path().string()),
+        fd_(inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {}
+  ~Directory() {
+    if (fd_ >= 0) close(fd_);
+  }
+  Directory(const Directory&) = delete;
+  Directory& operator=(const Directory&) = delete;
+
+  int fd() const { return fd_; }
+
+  // Which directory stands at the path now; it is the one that notifies from here on. May hang. On one thread
+  // at a time.
+  Signature follow() {
+    struct stat now {};
+    Signature found;
+    if (stat(path_.c_str(), &now) == 0) found = {now.st_dev, now.st_ino};
+    if (found == followed_) return found;
+    if (notifier_ >= 0) inotify_rm_watch(fd_, notifier_);
+    notifier_ = found ? inotify_add_watch(fd_, path_.c_str(), kAnyChange) : -1;
+    followed_ = found;
+    return found;
+  }
+
+ private:
+  const std::string path_;
+  const int fd_;
+  int notifier_ = -1;
+  Signature followed_;
+};
+
+FileWatch::FileWatch(EventLoop& loop, Io& io, const std::string& path, std::function<void()> changed)
+    : path_(path),
+      name_(std::filesystem::path(path).filename()),
+      changed_(std::move(changed)),
+      directory_(std::make_shared<Directory>(path)),
+      timer_(loop, [this] { look(); }),
+      offLoop_(io) {
+  if (directory_->fd() >= 0) notifications_.emplace(loop, directory_->fd(), [this] { notified(); });
+  timer_.start(kPollMs, kPollMs);
+  look();
+}
+
+FileWatch::~FileWatch() = default;
+
+FileWatch::Seen FileWatch::lookAt(Directory& directory, const std::string& path) {
+  // In this order: what changes after the look is notified.
+  Seen seen{directory.follow(), {}};
+  struct stat file {};
+  if (stat(path.c_str(), &file) == 0) {
+    seen.file = {file.st_dev,
+                 file.st_ino,
+                 static_cast<uint64_t>(file.st_size),
+                 nanoseconds(file.st_mtim),
+                 nanoseconds(file.st_ctim),
+                 file.st_mode};
+  }
+  return seen;
+}
+
+void FileWatch::look() {
+  if (looking_) return;
+  looking_ = true;
+  offLoop_.run([directory = directory_, path = path_] { return lookAt(*directory, path); },
+               [this](const Seen& seen) { looked(seen); });
+}
+
+void FileWatch::looked(const Seen& seen) {
+  looking_ = false;
+  bool changed = !told_ || seen.directory != seen_.directory || seen.file != seen_.file;
+  seen_ = seen;
+  told_ = true;
+  if (changed) tell();
+}
+
+// What is left to be read is notified again.
+void FileWatch::notified() {
+  alignas(inotify_event) std::array<char, 4096> bytes{};
+  ssize_t count = read(directory_->fd(), bytes.data(), bytes.size());
+  bool mine = false;
+  for (ssize_t at = 0; at < count;) {
+    const auto* event = reinterpret_cast<const inotify_event*>(bytes.data() + at);
+    // Without a name it is of the directory itself, or notifications were lost.
+    mine = mine || event->len == 0 || name_ == event->name;
+    at += static_cast<ssize_t>(sizeof *event + event->len);
+  }
+  if (mine) tell();
+}
+
+// The callback is held by value while it runs, since it may destroy this.
+void FileWatch::tell() {
+  auto call = changed_;
+  call();
+}
+
+}  // namespace Runtime
