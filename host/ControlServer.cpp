@@ -13,6 +13,8 @@
 #include <filesystem>
 #include <nlohmann/json.hpp>
 
+#include "platform/zavro/Assert.h"
+
 namespace Host {
 namespace {
 
@@ -20,6 +22,7 @@ constexpr int kBacklog = 16;
 const std::string kTooLong =
     fmt::format("found a request of more than {} bytes, expected a line of JSON", Control::kMaxRequestBytes);
 constexpr mode_t kSocketUmask = 0117;  // leaves 0660
+constexpr mode_t kDirectoryMode = 0750;
 
 sockaddr_un addressOf(const std::string& path) {
   sockaddr_un address{};
@@ -28,32 +31,17 @@ sockaddr_un addressOf(const std::string& path) {
   return address;
 }
 
-// Whether somebody listens at the socket.
-bool isAlive(const std::string& path) {
+// Why the socket at the path must not be replaced; empty when its daemon is dead.
+std::string wrongWithSocket(const std::string& path) {
   int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+  if (fd < 0) return std::strerror(errno);
   sockaddr_un address = addressOf(path);
-  int result = ::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address);
-  bool alive = result == 0 || errno == EAGAIN || errno == EINPROGRESS;
+  int error =
+      ::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 ? EISCONN : errno;
   ::close(fd);
-  return alive;
-}
-
-// Makes the path free for a new socket, or says why it cannot.
-std::string cleared(const std::string& path) {
-  if (path.size() >= sizeof(sockaddr_un::sun_path)) {
-    return fmt::format("found a path of {} bytes, expected at most {}", path.size(),
-                       sizeof(sockaddr_un::sun_path) - 1);
-  }
-  struct stat there {};
-  if (::lstat(path.c_str(), &there) != 0) {
-    std::filesystem::path directory = std::filesystem::absolute(path).parent_path();
-    std::error_code failure;
-    std::filesystem::create_directory(directory, failure);
-    return failure ? failure.message() : "";
-  }
-  if (!S_ISSOCK(there.st_mode)) return "found a file that is no socket, expected a socket or nothing";
-  if (isAlive(path)) return "another daemon listens there";
-  return ::unlink(path.c_str()) == 0 ? "" : std::strerror(errno);
+  if (error == ECONNREFUSED) return "";
+  if (error == EISCONN || error == EAGAIN) return "another daemon listens there";
+  return fmt::format("no telling whether a daemon listens there: {}", std::strerror(error));
 }
 
 class LineReply final : public Reply {
@@ -187,33 +175,67 @@ class ControlServer::Client : public std::enable_shared_from_this<Client> {
   bool lastReply_ = false;
 };
 
-ControlServer::ControlServer(Runtime::EventLoop& loop, std::string path, Handler handler)
+ControlServer::ControlServer(Runtime::EventLoop& loop, Runtime::Threads& threads, std::string path,
+                             Handler handler)
     : loop_(loop),
+      threads_(threads),
       path_(std::move(path)),
       handler_(std::move(handler)),
       listener_([&](uv_pipe_t* pipe) { return uv_pipe_init(loop.uv(), pipe, 0); }) {
   listener_->data = this;
-  error_ = cleared(path_);
-  if (error_.empty()) listen();
+  error_ = claim();
+  if (error_.empty()) error_ = bind();
   if (!error_.empty()) error_ = fmt::format("--control {}: {}", path_, error_);
 }
 
 ControlServer::~ControlServer() {
   clients_.clear();
-  if (bound_) ::unlink(path_.c_str());
+  if (!bound_) return;
+  // The lock is kept until the socket is gone, so that it is not the next daemon's.
+  threads_.run([path = path_, lock = lock_] { ::unlink(path.c_str()); });
+}
+
+// Makes the path free for a new socket, or says why it cannot.
+std::string ControlServer::claim() {
+  if (path_.size() >= sizeof(sockaddr_un::sun_path)) {
+    return fmt::format("found a path of {} bytes, expected at most {}", path_.size(),
+                       sizeof(sockaddr_un::sun_path) - 1);
+  }
+  std::string directory = std::filesystem::absolute(path_).parent_path();
+  std::string problem = Runtime::makeDirectory(directory, kDirectoryMode);
+  if (problem.empty()) problem = Runtime::wrongWithDirectory(directory, /*mayBeShared=*/true);
+  if (!problem.empty()) return fmt::format("{}: {}", directory, problem);
+  struct stat there {};
+  bool exists = ::lstat(path_.c_str(), &there) == 0;
+  if (exists && !S_ISSOCK(there.st_mode))
+    return "found a file that is no socket, expected a socket or nothing";
+  if (problem = lock_->take(path_ + ".lock"); !problem.empty()) return problem;
+  if (!exists) return "";
+  if (problem = wrongWithSocket(path_); !problem.empty()) return problem;
+  return ::unlink(path_.c_str()) == 0 ? "" : std::strerror(errno);
+}
+
+// Not by libuv, which would remove the socket on the loop's thread.
+std::string ControlServer::bind() {
+  int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+  if (fd < 0) return std::strerror(errno);
+  sockaddr_un address = addressOf(path_);
+  mode_t before = ::umask(kSocketUmask);
+  bound_ = ::bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+  int error = errno;
+  ::umask(before);
+  int result = bound_ ? uv_pipe_open(listener_.get(), fd) : uv_translate_sys_error(error);
+  if (result == 0) return "";
+  ::close(fd);
+  return uv_strerror(result);
 }
 
 void ControlServer::listen() {
-  mode_t before = ::umask(kSocketUmask);
-  int result = uv_pipe_bind(listener_.get(), path_.c_str());
-  ::umask(before);
-  bound_ = result == 0;
-  auto* stream = reinterpret_cast<uv_stream_t*>(listener_.get());
   auto arrived = [](uv_stream_t* listener, int status) {
     if (status == 0) static_cast<ControlServer*>(listener->data)->accept();
   };
-  if (bound_) result = uv_listen(stream, kBacklog, arrived);
-  if (result != 0) error_ = uv_strerror(result);
+  int result = uv_listen(reinterpret_cast<uv_stream_t*>(listener_.get()), kBacklog, arrived);
+  zavroAssertWith(result == 0, "path={} error={}", path_, uv_strerror(result));
 }
 
 void ControlServer::accept() {

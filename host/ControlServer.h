@@ -11,7 +11,9 @@
 #include <string>
 
 #include "host/control/ControlProtocol.h"
+#include "runtime/Directories.h"
 #include "runtime/EventLoop.h"
+#include "runtime/Threads.h"
 
 namespace Host {
 
@@ -35,15 +37,19 @@ class ControlServer {
   // One more client makes the one that has been quiet for longest go.
   static constexpr size_t kMaxClients = 64;
 
-  // Listens at the path, with mode 0660. Replaces the socket that a dead daemon left; when a living one
-  // listens there, or the path cannot be used, error() says so.
-  ControlServer(Runtime::EventLoop& loop, std::string path, Handler handler);
-  // Removes the socket.
+  // Makes the socket, with mode 0660, in a directory that no other user may write into, and replaces the one
+  // that a dead daemon left. The path is the server's as long as it lives: when another has it, or it cannot
+  // be used, error() says so. Nobody is let in before listen(). Loop and threads outlive this.
+  ControlServer(Runtime::EventLoop& loop, Runtime::Threads& threads, std::string path, Handler handler);
+  // Removes the socket, on a thread, as everything that may hang.
   ~ControlServer();
   ControlServer(const ControlServer&) = delete;
   ControlServer& operator=(const ControlServer&) = delete;
 
-  // One line; empty when it listens.
+  // Requires: error() is empty.
+  void listen();
+
+  // One line; empty when it has its socket.
   const std::string& error() const { return error_; }
   size_t clients() const { return clients_.size(); }
 
@@ -51,14 +57,17 @@ class ControlServer {
   class Client;
   using Clients = std::list<std::shared_ptr<Client>>;
 
-  void listen();
+  std::string claim();
+  std::string bind();
   void accept();
   void remove(const Client& client);
 
   Runtime::EventLoop& loop_;
+  Runtime::Threads& threads_;
   std::string path_;
   Handler handler_;
   std::string error_;
+  std::shared_ptr<Runtime::LockFile> lock_ = std::make_shared<Runtime::LockFile>();
   bool bound_ = false;
   Runtime::UvHandle<uv_pipe_t> listener_;
   Clients clients_;  // the one heard of last comes last

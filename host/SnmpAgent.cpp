@@ -7,7 +7,7 @@
 #include <cstring>
 #include <filesystem>
 
-#include "runtime/StateDirectory.h"
+#include "runtime/Directories.h"
 #include "snmp-modules/NetSnmp.h"
 // Not among those that it includes.
 #include <net-snmp/agent/agent_callbacks.h>

@@ -16,8 +16,7 @@ inline constexpr size_t kMaxRequestBytes = 64 * 1024;
 inline constexpr const char* kOpStatus = "status";
 inline constexpr const char* kOpTables = "tables";
 
-// `trelsnmpd.sock` in the runtime directory: systemd's ($RUNTIME_DIRECTORY), else /run/trelsnmpd for root and
-// $XDG_RUNTIME_DIR for others, else a directory of the user's own in /tmp.
+// `trelsnmpd.sock` in the daemon's runtime directory; throws as Runtime::runtimeDirectory() does.
 std::string defaultSocketPath();
 
 // Cuts a stream of bytes into lines. Holds at most one unfinished line of at most `limit` bytes.

@@ -3,18 +3,48 @@
 #include <fmt/format.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
+#include <optional>
 
 namespace TrelCtl {
 namespace {
 
 // A line of an answer: a few dozen rows, or the daemon's status.
 constexpr size_t kMaxAnswerBytes = 64 << 20;
+
+// The user to whom root gave the directory that the socket is in, as the service manager does: one in a
+// directory that nobody but root may write into.
+std::optional<uid_t> userOfDirectory(const std::string& path) {
+  namespace fs = std::filesystem;
+  std::error_code failure;
+  fs::path directory = fs::canonical(fs::absolute(path).parent_path(), failure);
+  struct stat own {};
+  struct stat above {};
+  if (failure || stat(directory.c_str(), &own) != 0 || stat(directory.parent_path().c_str(), &above) != 0) {
+    return std::nullopt;
+  }
+  bool byRoot = above.st_uid == 0 && (above.st_mode & (S_IWGRP | S_IWOTH)) == 0;
+  return byRoot ? std::optional(own.st_uid) : std::nullopt;
+}
+
+// Empty when whoever listens may be believed.
+std::string wrongWithPeer(int fd, const std::string& path) {
+  ucred peer{};
+  socklen_t size = sizeof peer;
+  if (::getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0) return std::strerror(errno);
+  if (peer.uid == 0 || peer.uid == geteuid() || peer.uid == userOfDirectory(path)) return "";
+  return fmt::format(
+      "found a daemon of the user {}, expected one of root, of this user, or of the user to whom "
+      "root gave the directory",
+      peer.uid);
+}
 
 }  // namespace
 
@@ -34,9 +64,14 @@ Client::Client(const std::string& path, int answerMs)
       problem = std::strerror(errno);
     }
   }
+  if (!problem.empty()) {
+    problem = fmt::format("no daemon at {}: {}", path_, problem);
+  } else if (problem = wrongWithPeer(fd_, path_); !problem.empty()) {
+    problem = fmt::format("{}: {}", path_, problem);
+  }
   if (problem.empty()) return;
   ::close(fd_);
-  throw Unreachable(fmt::format("no daemon at {}: {}", path_, problem));
+  throw Unreachable(problem);
 }
 
 Client::~Client() { ::close(fd_); }

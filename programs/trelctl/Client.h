@@ -23,7 +23,8 @@ class Client {
   // How long the daemon may take for one line. It answers within milliseconds.
   static constexpr int kAnswerMs = 10'000;
 
-  // Connects; throws Unreachable.
+  // Connects to a daemon of root, of this user, or of the user to whom root gave the directory of the socket;
+  // throws Unreachable, also when it is somebody else's.
   explicit Client(const std::string& path, int answerMs = kAnswerMs);
   ~Client();
   Client(const Client&) = delete;

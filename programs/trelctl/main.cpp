@@ -86,17 +86,24 @@ std::string dumped(const Json& json) {
 }
 
 struct Command {
-  std::string control = Control::defaultSocketPath();
+  std::string control;  // empty: the default
   bool json = false;
   double timeoutSeconds = 10;
 
+  std::string socket() const {
+    try {
+      return control.empty() ? Control::defaultSocketPath() : control;
+    } catch (const std::invalid_argument& error) {
+      throw TrelCtl::Unusable(fmt::format("--control: {}", error.what()));
+    }
+  }
   void runStatus() const {
-    Json now = status(control);
+    Json now = status(socket());
     now.erase("ok");
     fmt::print("{}", json ? dumped(now) : TrelCtl::renderStatus(now));
   }
   void runTables() const {
-    Json all = tables(control);
+    Json all = tables(socket());
     if (json) {
       fmt::print("{}", dumped(all));
       return;
@@ -107,7 +114,7 @@ struct Command {
       separator = "\n";
     }
   }
-  void runWait() const { waitUntilReady(control, timeoutSeconds); }
+  void runWait() const { waitUntilReady(socket(), timeoutSeconds); }
 };
 
 // Commands for a cluster's store.
@@ -180,7 +187,7 @@ void describe(CLI::App& app, Command& command) {
   app.require_subcommand(1);
   app.fallthrough();
   app.add_option("--control", command.control,
-                 fmt::format("The daemon's Unix socket (default: {})", command.control))
+                 "The daemon's Unix socket (default: trelsnmpd.sock in its runtime directory)")
       ->type_name("PATH");
 
   auto* statusCommand =

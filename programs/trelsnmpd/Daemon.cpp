@@ -2,6 +2,8 @@
 
 #include "platform/zavro/Assert.h"
 
+#include <fmt/format.h>
+
 #include <csignal>
 #include <nlohmann/json.hpp>
 
@@ -19,6 +21,16 @@ namespace Trelsnmpd {
 namespace {
 
 constexpr std::string_view kFile = "file:";
+
+constexpr mode_t kStateMode = 0700;
+
+// Makes the state directory this process's own. Returns what is wrong, in one line.
+std::string claimState(const std::string& directory, Runtime::LockFile& lock) {
+  std::string problem = Runtime::makeDirectories(directory, kStateMode);
+  if (problem.empty()) problem = Runtime::wrongWithDirectory(directory);
+  if (problem.empty()) problem = lock.take(directory + "/lock");
+  return problem.empty() ? "" : fmt::format("state directory {}: {}", directory, problem);
+}
 
 std::unique_ptr<Kelstore::Source> sourceFor(const std::string& state, const Options& options,
                                             const EtcdSources* etcd, Kelstore::Store& store, Runtime::Io& io,
@@ -40,26 +52,26 @@ std::unique_ptr<Kelstore::Source> sourceFor(const std::string& state, const Opti
 
 }  // namespace
 
-Daemon::Daemon(const Options& options, const EtcdSources* etcd, const Host::TraceLog& log,
+Daemon::Daemon(const Options& options, const EtcdSources* etcd, Host::TraceLog& log,
                const Zavro::Clock& clock, Runtime::Threads& threads)
     : options_(options),
-      log_(log),
       clock_(clock),
       threads_(threads),
       startedNs_(clock.monotonicNs()),
+      log_(log),
       slice_(clock),
       scheduler_(Zavro::makePtr<Vem::TaskScheduler>(slice_)),
       tasks_(loop_, scheduler_),
-      terminate_(loop_, SIGTERM, [this] { loop_.stop(); }),
-      interrupt_(loop_, SIGINT, [this] { loop_.stop(); }),
       systemd_(loop_),
       io_(loop_, threads),
-      control_(loop_, options.control, [this](const std::string& request) { return answer(request); }) {
+      control_(loop_, threads, options.control,
+               [this](const std::string& request) { return answer(request); }) {
   // A client of the control socket that went away is found out by the write that fails.
   std::signal(SIGPIPE, SIG_IGN);
   Vem::TaskSchedulerRoot::schedulerIs(scheduler_);
   Snmp::agentStartUtcIs(Zavro::Duration(static_cast<double>(clock.utcNs()) / 1e9));
   error_ = control_.error();
+  if (error_.empty()) error_ = claimState(options.stateDirectory, stateLock_);
   if (error_.empty()) start(etcd);
 }
 
@@ -84,6 +96,8 @@ void Daemon::start(const EtcdSources* etcd) {
   if (!error_.empty()) return;
   cluster_->snmpIsUp();
   untilReady_.emplace(loop_, [this] { tellWhenReady(); });
+  for (int signal : {SIGTERM, SIGINT}) signals_.emplace_back(loop_, signal, [this] { loop_.stop(); });
+  control_.listen();
 }
 
 void Daemon::tellWhenReady() {

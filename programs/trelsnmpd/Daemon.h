@@ -1,6 +1,7 @@
 // trelsnmpd's parts, put together. Built, run and destroyed on one thread.
 #pragma once
 
+#include <list>
 #include <optional>
 #include <string>
 
@@ -11,6 +12,7 @@
 #include "host/TraceLog.h"
 #include "platform/vem/Vem.h"
 #include "programs/trelsnmpd/Options.h"
+#include "runtime/Directories.h"
 #include "runtime/EventLoop.h"
 #include "runtime/Systemd.h"
 #include "runtime/Threads.h"
@@ -20,10 +22,11 @@ namespace Trelsnmpd {
 
 class Daemon {
  public:
-  // Log, clock and threads must outlive the daemon; work may be under way on threads when it goes. `etcd` may
-  // be null when no such source is among the options.
-  Daemon(const Options& options, const EtcdSources* etcd, const Host::TraceLog& log,
-         const Zavro::Clock& clock, Runtime::Threads& threads);
+  // Makes everything that may hang in the file system, before it watches signals: until then they end the
+  // process. Log, clock and threads must outlive the daemon; work may be under way on threads when it goes.
+  // `etcd` may be null when no such source is among the options.
+  Daemon(const Options& options, const EtcdSources* etcd, Host::TraceLog& log, const Zavro::Clock& clock,
+         Runtime::Threads& threads);
   ~Daemon();
   Daemon(const Daemon&) = delete;
   Daemon& operator=(const Daemon&) = delete;
@@ -39,24 +42,24 @@ class Daemon {
   void tellWhenReady();
 
   const Options options_;
-  const Host::TraceLog& log_;
   const Zavro::Clock& clock_;
   Runtime::Threads& threads_;
   const uint64_t startedNs_;
+  Host::TraceLog& log_;
   std::string error_;
 
+  Runtime::LockFile stateLock_;
   Runtime::EventLoop loop_;
   Vem::TimeSlice slice_;
   Zavro::Ptr<Vem::TaskScheduler> scheduler_;
   Host::TaskRunner tasks_;
-  Runtime::SignalWatch terminate_;
-  Runtime::SignalWatch interrupt_;
   Runtime::Systemd systemd_;
   Runtime::UvIo io_;
   Host::ControlServer control_;
   std::optional<Host::Cluster> cluster_;
   std::optional<Host::SnmpAgent> snmp_;
   std::optional<Runtime::TurnWatch> untilReady_;
+  std::list<Runtime::SignalWatch> signals_;
 };
 
 }  // namespace Trelsnmpd

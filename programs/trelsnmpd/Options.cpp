@@ -11,7 +11,7 @@
 #include "kelstore/etcd/AccessOptions.h"
 #include "kelstore/etcd/Address.h"
 #include "runtime/CommandLine.h"
-#include "runtime/StateDirectory.h"
+#include "runtime/Directories.h"
 #include "runtime/Version.h"
 
 namespace Trelsnmpd {
@@ -32,10 +32,12 @@ constexpr const char* kFooter =
     "Without options it serves this machine, as member 1 of a built-in example cluster, to this machine:\n"
     "  trelsnmpd &\n"
     "  snmpwalk -v2c -c public 127.0.0.1:1161 1.3.6.1.4.1\n"
-    "SNMPv3 boot counts and storage indexes are kept in $STATE_DIRECTORY (systemd), /var/lib/trelsnmpd "
-    "(root) or\n"
-    "$XDG_STATE_HOME/trelsnmpd (~/.local/state/trelsnmpd). Exit status: 0 after SIGTERM or SIGINT, 2 for\n"
-    "unusable arguments or configuration.";
+    "The state directory, for SNMPv3 boot counts and storage indexes, is $STATE_DIRECTORY (systemd),\n"
+    "/var/lib/trelsnmpd (root) or $XDG_STATE_HOME/trelsnmpd (~/.local/state/trelsnmpd); the runtime "
+    "directory\n"
+    "$RUNTIME_DIRECTORY (systemd), /run/trelsnmpd (root) or $XDG_RUNTIME_DIR. Exit status: 0 after SIGTERM "
+    "or\n"
+    "SIGINT, 2 for unusable arguments or configuration.";
 
 std::string readable(const std::string& path) {
   return access(path.c_str(), R_OK) == 0 ? "" : fmt::format("{}: {}", path, std::strerror(errno));
@@ -80,7 +82,8 @@ void describe(CLI::App& app, Options& options, const EtcdSources* etcd) {
   app.add_option("--conf", options.snmp.conf,
                  "File in snmpd.conf syntax: communities, SNMPv3 users, views (default: read-only community "
                  "\"public\" from loopback, limited to the served tables and \"system\")")
-      ->type_name("FILE");
+      ->type_name("FILE")
+      ->excludes("--agentx");
   app.add_option(
          "--state", options.states,
          "Where the cluster's state comes from: \"local\" (this machine's own figures, as those of "
@@ -108,9 +111,8 @@ void describe(CLI::App& app, Options& options, const EtcdSources* etcd) {
           CLI::Range(Member::MachineFigures::kMinIntervalSeconds, Member::MachineFigures::kMaxIntervalSeconds)
               .description(""));
   app.add_option("--index-file", options.indexFile,
-                 fmt::format("Where the source \"local\" keeps the storage indexes of its mount points "
-                             "(default: {})",
-                             options.indexFile))
+                 "Where the source \"local\" keeps the storage indexes of its mount points (default: "
+                 "storage-indexes.json in the state directory)")
       ->type_name("PATH")
       ->check(Runtime::checking([](const std::string& path) {
         if (path.empty()) throw std::invalid_argument("found nothing, expected a path");
@@ -126,7 +128,7 @@ void describe(CLI::App& app, Options& options, const EtcdSources* etcd) {
         Runtime::oneOf(text, {"on", "off"});
       }));
   app.add_option("--control", options.control,
-                 fmt::format("Unix socket for trelctl (default: {})", options.control))
+                 "Unix socket for trelctl (default: trelsnmpd.sock in the runtime directory)")
       ->type_name("PATH");
   Host::describeTraces(app, options.log);
 }
@@ -148,8 +150,6 @@ void checkSource(const std::string& source, const EtcdSources* etcd) {
 ParsedOptions parseOptions(int argc, const char* const* argv, const EtcdSources* etcd) {
   ParsedOptions parsed;
   Options& options = parsed.options;
-  options.control = Control::defaultSocketPath();
-  options.indexFile = Runtime::stateDirectory(kProgram) + kIndexFile;
   CLI::App app(kDescription, kProgram);
   app.footer(kFooter);
   describe(app, options, etcd);
@@ -159,12 +159,15 @@ ParsedOptions parseOptions(int argc, const char* const* argv, const EtcdSources*
       throw CLI::ValidationError("--state", "found local twice, expected it once");
     }
     try {
+      options.stateDirectory = Runtime::stateDirectory(kProgram);
+      if (options.control.empty()) options.control = Control::defaultSocketPath();
       if (etcd != nullptr) etcd->checkFiles(options.etcd);
     } catch (const std::invalid_argument& error) {
       throw CLI::ValidationError(error.what());
     }
   });
   if (options.states.empty()) options.states = {"embedded", "local"};
+  if (options.indexFile.empty()) options.indexFile = options.stateDirectory + kIndexFile;
   return parsed;
 }
 

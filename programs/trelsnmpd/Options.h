@@ -19,6 +19,7 @@ struct Options {
   EtcdOptions etcd;
   uint8_t member = 1;
   uint32_t intervalSeconds = Member::MachineFigures::kDefaultIntervalSeconds;
+  std::string stateDirectory;
   std::string indexFile;
   std::string toggles;  // empty: all toggles at their default
   bool trelMode = true;

@@ -103,6 +103,13 @@ std::vector<std::string> Daemon::errors() const {
   return found;
 }
 
+std::string writingAccess(const std::string& community, const std::string& view) {
+  return fmt::format(
+      "com2sec writer 127.0.0.1 {0}\ngroup writers v1 writer\ngroup writers v2c writer\n"
+      "view all included .1\naccess writers \"\" any noauth prefix {1} {1} none\n",
+      community, view.empty() ? "all" : view);
+}
+
 Support::Result runDaemon(const Support::Argv& arguments) {
   Support::TempDir dir;
   Support::Argv argv = joined({TRELSNMPD}, arguments);

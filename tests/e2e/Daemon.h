@@ -65,6 +65,9 @@ class Daemon {
   std::unique_ptr<Support::Process> process_;
 };
 
+// Lines for --conf by which the community may write, from this machine, all of the view, or everything.
+std::string writingAccess(const std::string& community, const std::string& view = "");
+
 // One that is not to start: runs it with these arguments to its end. Its control socket is its own, unless
 // they name one.
 Support::Result runDaemon(const Support::Argv& arguments);

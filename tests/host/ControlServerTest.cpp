@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -75,15 +76,31 @@ class ManyLines final : public Reply {
   size_t& taken_;
 };
 
+// What somebody else made at the path.
+int boundTo(const std::string& path, int type) {
+  int fd = ::socket(AF_UNIX, type, 0);
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  path.copy(address.sun_path, sizeof address.sun_path - 1);
+  EXPECT_EQ(::bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+  return fd;
+}
+
 class ControlServerTest : public testing::Test {
  protected:
   ControlServerTest() { std::signal(SIGPIPE, SIG_IGN); }
 
   void start() {
-    server_.emplace(loop_, path_, [this](const std::string& request) -> std::unique_ptr<Reply> {
+    server_.emplace(loop_, threads_, path_, [this](const std::string& request) -> std::unique_ptr<Reply> {
       if (request == "many") return std::make_unique<ManyLines>(100'000, taken_);
       return lineReply("<" + request + ">");
     });
+    if (server_->error().empty()) server_->listen();
+  }
+  // The socket is removed on a thread.
+  void end() {
+    server_.reset();
+    EXPECT_FALSE(threads_.busyFor(std::chrono::seconds(10)));
   }
   bool receives(TestClient& client, const std::string& text) {
     return turnUntil(loop_, [&] { return client.received() == text; });
@@ -92,6 +109,7 @@ class ControlServerTest : public testing::Test {
   Support::TempDir dir_;
   std::string path_ = dir_.file("control");
   Runtime::EventLoop loop_;
+  Runtime::Threads threads_;
   size_t taken_ = 0;
   std::optional<ControlServer> server_;
 };
@@ -193,16 +211,12 @@ TEST_F(ControlServerTest, SocketIsForOwnerAndGroupOnly_AndGoesWithTheServer) {
   struct stat socket {};
   ASSERT_EQ(::stat(path_.c_str(), &socket), 0);
   EXPECT_EQ(socket.st_mode & 07777, 0660u);
-  server_.reset();
+  end();
   EXPECT_NE(::stat(path_.c_str(), &socket), 0);
 }
 
 TEST_F(ControlServerTest, SocketOfADeadDaemon_IsReplaced) {
-  int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  path_.copy(address.sun_path, sizeof address.sun_path - 1);
-  ASSERT_EQ(::bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+  int fd = boundTo(path_, SOCK_STREAM);
   ::close(fd);
   start();
   EXPECT_EQ(server_->error(), "");
@@ -212,8 +226,8 @@ TEST_F(ControlServerTest, SocketOfADeadDaemon_IsReplaced) {
 TEST_F(ControlServerTest, SocketOfALivingDaemon_IsLeftAlone) {
   start();
   {
-    ControlServer second(loop_, path_, [](const std::string&) { return lineReply("second"); });
-    EXPECT_EQ(second.error(), "--control " + path_ + ": another daemon listens there");
+    ControlServer second(loop_, threads_, path_, [](const std::string&) { return lineReply("second"); });
+    EXPECT_EQ(second.error(), "--control " + path_ + ": another daemon uses it");
   }
   TestClient client(path_);
   client.send("a\n");
@@ -235,13 +249,65 @@ TEST_F(ControlServerTest, PathTooLongOrNowhere_OneLine) {
   EXPECT_EQ(server_->error(), "--control " + path_ + ": found a path of 108 bytes, expected at most 107");
   path_ = dir_.file("a/b/c");
   start();
-  EXPECT_EQ(server_->error(), "--control " + path_ + ": No such file or directory");
+  EXPECT_EQ(server_->error(), "--control " + path_ + ": " + dir_.file("a/b") + ": No such file or directory");
 }
 
-TEST_F(ControlServerTest, DirectoryOfTheSocketIsMade) {
+TEST_F(ControlServerTest, DirectoryOfTheSocketIsMade_ForOwnerAndGroup) {
   path_ = dir_.file("run/control");
+  mode_t before = ::umask(0);
   start();
+  ::umask(before);
   EXPECT_EQ(server_->error(), "");
+  struct stat made {};
+  ASSERT_EQ(::stat(dir_.file("run").c_str(), &made), 0);
+  EXPECT_EQ(made.st_mode & 07777, 0750u);
+}
+
+TEST_F(ControlServerTest, DirectoryThatOthersMayWriteInto_IsNoPlaceForTheSocket) {
+  ASSERT_EQ(::chmod(dir_.path().c_str(), 0770), 0);
+  start();
+  EXPECT_THAT(server_->error(),
+              testing::StartsWith("--control " + path_ + ": " + dir_.path().string() + ": found mode 0770"));
+  ASSERT_EQ(::chmod(dir_.path().c_str(), 01777), 0);
+  start();
+  EXPECT_EQ(server_->error(), "") << "as in /tmp, where nobody can take away what is not his";
+}
+
+// It used to be taken for one that nobody listens at.
+TEST_F(ControlServerTest, NoDescriptorIsLeftToTryTheSocket_ItIsNotReplaced) {
+  int living = boundTo(path_, SOCK_STREAM);
+  ASSERT_EQ(::listen(living, 1), 0);
+  int next = ::open("/dev/null", O_RDONLY);
+  ::close(next);
+  rlimit before{};
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+  // Enough for the lock, and for one that libuv keeps in reserve.
+  rlimit two{static_cast<rlim_t>(next) + 2, before.rlim_max};
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &two), 0);
+  start();
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
+  EXPECT_EQ(server_->error(), "--control " + path_ + ": Too many open files");
+  EXPECT_TRUE(TestClient(path_).connected());
+  ::close(living);
+}
+
+TEST_F(ControlServerTest, SocketOfAnotherKind_IsNotReplaced) {
+  int living = boundTo(path_, SOCK_DGRAM);
+  start();
+  EXPECT_EQ(
+      server_->error(),
+      "--control " + path_ + ": no telling whether a daemon listens there: Protocol wrong type for socket");
+  struct stat still {};
+  EXPECT_EQ(::lstat(path_.c_str(), &still), 0);
+  ::close(living);
+}
+
+TEST_F(ControlServerTest, LivingListenerThatLocksNothing_IsLeftAlone) {
+  int living = boundTo(path_, SOCK_STREAM);
+  ASSERT_EQ(::listen(living, 1), 0);
+  start();
+  EXPECT_EQ(server_->error(), "--control " + path_ + ": another daemon listens there");
+  ::close(living);
 }
 
 }  // namespace

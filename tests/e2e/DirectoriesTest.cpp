@@ -1,0 +1,168 @@
+// Directories, sockets and locks that another user, or another daemon, has prepared.
+#include <fmt/format.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+
+#include "tests/e2e/Daemon.h"
+#include "tests/support/Network.h"
+
+namespace E2e {
+namespace {
+
+using testing::HasSubstr;
+using testing::StartsWith;
+
+constexpr uid_t kStranger = 4321;
+const Support::Argv kAsStranger = {"setpriv", "--reuid=4321", "--regid=4321", "--clear-groups"};
+
+std::string listen() { return fmt::format("udp:127.0.0.1:{}", Support::freeUdpPort()); }
+
+Support::Argv joined(Support::Argv first, const Support::Argv& second) {
+  first.insert(first.end(), second.begin(), second.end());
+  return first;
+}
+
+mode_t modeOf(const std::string& path) {
+  struct stat found {};
+  return lstat(path.c_str(), &found) == 0 ? found.st_mode & 07777 : 0;
+}
+
+// Refused with status 2 and one line.
+void expectRefusal(const Support::Result& result, const std::string& line) {
+  EXPECT_EQ(result.status, 2) << result.err;
+  EXPECT_EQ(result.err, "trelsnmpd: " + line + "\n");
+}
+
+class Directories : public testing::Test {
+ protected:
+  void needsRoot() const {
+    if (geteuid() != 0) GTEST_SKIP() << "only root can be another user";
+  }
+  void makeStrangers(const std::string& path, mode_t mode) const {
+    std::filesystem::create_directories(path);
+    ASSERT_EQ(chown(path.c_str(), kStranger, kStranger), 0);
+    ASSERT_EQ(chmod(path.c_str(), mode), 0);
+  }
+  // With the state in that directory.
+  Support::Result start(const std::string& state) {
+    return Support::run({TRELSNMPD, "--listen", listen(), "--control", dir_.file("control")},
+                        {"STATE_DIRECTORY=" + state});
+  }
+
+  Support::TempDir dir_;
+  std::string state_ = dir_.file("state");
+};
+
+TEST_F(Directories, UserWithoutHome_NothingInTmpIsUsed) {
+  Support::Argv as = geteuid() == 0 ? kAsStranger : Support::Argv{};
+  Support::Argv bare = joined(as, {"env", "-i", TRELSNMPD, "--listen", listen()});
+  expectRefusal(Support::run(bare),
+                "found no state directory, expected $STATE_DIRECTORY, $XDG_STATE_HOME or $HOME");
+  Support::Argv noRuntime = joined(as, {"env", "-i", "HOME=/nonexistent", TRELSNMPD, "--listen", listen()});
+  expectRefusal(Support::run(noRuntime),
+                "found no runtime directory, expected $RUNTIME_DIRECTORY or $XDG_RUNTIME_DIR");
+  Support::Result tool = Support::run(joined(as, {"env", "-i", TRELCTL, "status"}));
+  EXPECT_EQ(tool.status, 2);
+  EXPECT_EQ(
+      tool.err,
+      "trelctl: --control: found no runtime directory, expected $RUNTIME_DIRECTORY or $XDG_RUNTIME_DIR\n");
+  Support::Result help = Support::run(joined(as, {"env", "-i", TRELSNMPD, "--help"}));
+  EXPECT_EQ(help.status, 0);
+}
+
+// His state would give him access, and have his code run.
+TEST_F(Directories, StateDirectoryThatAStrangerPrepared_IsRefused) {
+  needsRoot();
+  if (IsSkipped()) return;
+  makeStrangers(state_, 0755);
+  dir_.write("state/trelsnmpd.conf", "rwcommunity mine\n");
+  expectRefusal(start(state_),
+                "state directory " + state_ +
+                    ": found a directory of the user 4321, expected one of the user 0 or of root");
+}
+
+TEST_F(Directories, StateDirectoryThatOthersMayWriteInto_OrALinkToOne_IsRefused) {
+  std::filesystem::create_directory(state_);
+  ASSERT_EQ(chmod(state_.c_str(), 0777), 0);
+  expectRefusal(start(state_),
+                "state directory " + state_ +
+                    ": found mode 0777, expected a directory that no other user may write into");
+  std::filesystem::create_directory_symlink(dir_.path(), dir_.file("link"));
+  expectRefusal(start(dir_.file("link")),
+                "state directory " + dir_.file("link") + ": found a symbolic link, expected a directory");
+}
+
+TEST_F(Directories, ThatAreMade_AreTheDaemonsAloneWhateverTheUmask) {
+  std::string control = dir_.file("run/control");
+  Support::Process daemon(
+      {"sh", "-c", "umask 0; exec \"$@\"", "sh", TRELSNMPD, "--listen", listen(), "--control", control},
+      {"STATE_DIRECTORY=" + state_});
+  ASSERT_TRUE(Support::waitUntil([&] {
+    return Support::run({TRELCTL, "--control", control, "status"}).status == 0;
+  })) << daemon.err();
+  EXPECT_EQ(modeOf(state_), 0700u);
+  EXPECT_EQ(modeOf(dir_.file("run")), 0750u);
+  EXPECT_EQ(modeOf(control), 0660u);
+}
+
+TEST_F(Directories, TwoDaemonsWithOneStateDirectory_SecondEndsWithOneLine_FirstGoesOn) {
+  Daemon daemon;
+  daemon.start();
+  std::string state = daemon.dir().file("persistent");
+  expectRefusal(start(state), "state directory " + state + ": another daemon uses it");
+  EXPECT_EQ(daemon.ctl({"wait", "--timeout", "5"}).status, 0);
+  daemon.process().stop(SIGKILL);
+  daemon.start();
+}
+
+// A daemon that cannot find out whether another one lives used to take its socket away.
+TEST_F(Directories, SecondDaemonWithFewDescriptors_LeavesTheSocketOfTheFirst) {
+  Daemon daemon;
+  daemon.start();
+  for (int descriptors = 4; descriptors <= 40; descriptors += 2) {
+    Support::Result second = Support::run({"prlimit", fmt::format("--nofile={0}:{0}", descriptors), TRELSNMPD,
+                                           "--listen", listen(), "--control", daemon.controlPath()},
+                                          {"STATE_DIRECTORY=" + state_});
+    EXPECT_NE(second.status, 0);
+    ASSERT_EQ(daemon.ctl({"status"}).status, 0) << "after one with " << descriptors << " descriptors";
+  }
+}
+
+// The stranger's daemon could tell root's trelctl whatever it likes.
+TEST_F(Directories, SocketOfAStranger_TrelctlDoesNotBelieveIt) {
+  needsRoot();
+  if (IsSkipped()) return;
+  Daemon daemon;
+  makeStrangers(daemon.dir().path(), 0755);
+  daemon.runBy(kAsStranger);
+  daemon.launch();
+  Support::Argv status = {TRELCTL, "--control", daemon.controlPath(), "status"};
+  ASSERT_TRUE(Support::waitUntil([&] { return Support::run(joined(kAsStranger, status)).status == 0; }))
+      << daemon.process().err();
+  Support::Result result = daemon.ctl({"status"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.out, "");
+  EXPECT_THAT(result.err, StartsWith("trelctl: " + daemon.controlPath() +
+                                     ": found a daemon of the user 4321, expected one of "));
+}
+
+// As a service manager gives a runtime directory to the service's user.
+TEST_F(Directories, SocketInADirectoryThatRootGaveToAUser_TrelctlTalksToHim) {
+  needsRoot();
+  if (IsSkipped()) return;
+  ASSERT_EQ(chmod(dir_.path().c_str(), 0755), 0);
+  makeStrangers(dir_.file("run"), 0750);
+  makeStrangers(state_, 0700);
+  std::string control = dir_.file("run/control");
+  Support::Process service(joined(kAsStranger, {TRELSNMPD, "--listen", listen(), "--control", control}),
+                           {"STATE_DIRECTORY=" + state_});
+  Support::Argv status = {TRELCTL, "--control", control, "status"};
+  EXPECT_TRUE(Support::waitUntil([&] { return Support::run(status).status == 0; })) << service.err();
+}
+
+}  // namespace
+}  // namespace E2e

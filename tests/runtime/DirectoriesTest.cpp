@@ -1,0 +1,165 @@
+// Which directories a program calls its own, as they are made and as others left them.
+#include "runtime/Directories.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <map>
+#include <optional>
+
+#include "tests/support/Environment.h"
+#include "tests/support/TempDir.h"
+#include "tests/support/Thrown.h"
+
+namespace Runtime {
+namespace {
+
+using Support::Environment;
+using testing::HasSubstr;
+
+constexpr uid_t kStranger = 4321;
+
+mode_t modeOf(const std::string& path) {
+  struct stat found {};
+  return stat(path.c_str(), &found) == 0 ? found.st_mode & 07777 : 0;
+}
+
+class Umask {
+ public:
+  explicit Umask(mode_t mask) : before_(umask(mask)) {}
+  ~Umask() { umask(before_); }
+  Umask(const Umask&) = delete;
+  Umask& operator=(const Umask&) = delete;
+
+ private:
+  mode_t before_;
+};
+
+const bool kRoot = geteuid() == 0;
+std::string stateOf() { return stateDirectory("someone"); }
+std::string runtimeOf() { return runtimeDirectory("someone"); }
+std::string refusal(std::string (*call)()) {
+  return thrown<std::invalid_argument>([call] { call(); });
+}
+
+TEST(StateDirectoryTest, UnderSystemd_IsTheFirstOfItsDirectories) {
+  Environment systemd{{"STATE_DIRECTORY", "/var/one/:/var/two"}, {"HOME", "/h"}};
+  EXPECT_EQ(stateOf(), "/var/one");
+}
+
+TEST(StateDirectoryTest, Otherwise_IsRootsOrTheUsersOwn) {
+  Environment user{{"STATE_DIRECTORY", nullptr}, {"XDG_STATE_HOME", "/state"}, {"HOME", "/home/u"}};
+  EXPECT_EQ(stateOf(), kRoot ? "/var/lib/someone" : "/state/someone");
+  Environment home{{"XDG_STATE_HOME", nullptr}};
+  EXPECT_EQ(stateOf(), kRoot ? "/var/lib/someone" : "/home/u/.local/state/someone");
+}
+
+TEST(StateDirectoryTest, RelativePath_IsRefused) {
+  Environment relative{{"STATE_DIRECTORY", "state"}};
+  EXPECT_EQ(refusal(stateOf), "found $STATE_DIRECTORY set to \"state\", expected an absolute path");
+}
+
+// Only who is not root needs the environment for it.
+TEST(StateDirectoryTest, NothingInTheEnvironment_IsRefused) {
+  if (kRoot) GTEST_SKIP() << "root has directories of its own";
+  Environment none{{"STATE_DIRECTORY", nullptr},
+                   {"XDG_STATE_HOME", nullptr},
+                   {"HOME", nullptr},
+                   {"RUNTIME_DIRECTORY", nullptr},
+                   {"XDG_RUNTIME_DIR", nullptr}};
+  EXPECT_THAT(refusal(stateOf), HasSubstr("found no state directory, expected $STATE_DIRECTORY"));
+  EXPECT_THAT(refusal(runtimeOf), HasSubstr("found no runtime directory, expected $RUNTIME_DIRECTORY"));
+}
+
+TEST(RuntimeDirectoryTest, IsSystemdsOrRootsOrTheSessions) {
+  Environment systemd{{"RUNTIME_DIRECTORY", "/run/one:/run/two"}, {"XDG_RUNTIME_DIR", "/run/user/7"}};
+  EXPECT_EQ(runtimeOf(), "/run/one");
+  Environment session{{"RUNTIME_DIRECTORY", nullptr}};
+  EXPECT_EQ(runtimeOf(), kRoot ? "/run/someone" : "/run/user/7");
+}
+
+class OwnDirectory : public testing::Test {
+ protected:
+  Support::TempDir dir_;
+  std::string path_ = dir_.file("own");
+};
+
+TEST_F(OwnDirectory, MadeWithItsModeWhateverTheUmask) {
+  for (mode_t mask : {mode_t{0}, mode_t{0077}, mode_t{0777}}) {
+    Umask umask(mask);
+    EXPECT_EQ(makeDirectory(path_, 0750), "");
+    EXPECT_EQ(modeOf(path_), 0750u) << mask;
+    std::filesystem::remove(path_);
+  }
+  Umask umask(0);
+  EXPECT_EQ(makeDirectories(path_ + "/deep/down", 0700), "");
+  EXPECT_EQ(modeOf(path_), 0700u);
+  EXPECT_EQ(modeOf(path_ + "/deep/down"), 0700u);
+  EXPECT_EQ(wrongWithDirectory(path_), "");
+}
+
+TEST_F(OwnDirectory, ParentIsMissing_IsMadeOnlyOnRequest) {
+  EXPECT_EQ(makeDirectory(path_ + "/deep", 0700), "No such file or directory");
+  EXPECT_FALSE(std::filesystem::exists(path_));
+}
+
+TEST_F(OwnDirectory, ThatIsThere_IsLeftAsItIs) {
+  ASSERT_EQ(makeDirectory(path_, 0755), "");
+  EXPECT_EQ(makeDirectories(path_, 0700), "");
+  EXPECT_EQ(modeOf(path_), 0755u);
+  EXPECT_EQ(wrongWithDirectory(path_), "");
+}
+
+TEST_F(OwnDirectory, OthersMayWrite_IsWrong) {
+  ASSERT_EQ(makeDirectory(path_, 0770), "");
+  EXPECT_EQ(wrongWithDirectory(path_),
+            "found mode 0770, expected a directory that no other user may write into");
+  ASSERT_EQ(chmod(path_.c_str(), 0702), 0);
+  EXPECT_THAT(wrongWithDirectory(path_), HasSubstr("found mode 0702"));
+  ASSERT_EQ(chmod(path_.c_str(), 01777), 0);
+  EXPECT_THAT(wrongWithDirectory(path_), HasSubstr("found mode 1777"));
+  EXPECT_EQ(wrongWithDirectory(path_, /*mayBeShared=*/true), "");
+}
+
+TEST_F(OwnDirectory, OfAnotherUser_IsWrong) {
+  if (!kRoot) GTEST_SKIP() << "only root can make a directory of another user";
+  ASSERT_EQ(makeDirectory(path_, 0700), "");
+  ASSERT_EQ(chown(path_.c_str(), kStranger, 0), 0);
+  EXPECT_EQ(wrongWithDirectory(path_),
+            "found a directory of the user 4321, expected one of the user 0 or of root");
+  EXPECT_THAT(wrongWithDirectory(path_, /*mayBeShared=*/true), HasSubstr("of the user 4321"));
+}
+
+TEST_F(OwnDirectory, LinkOrFileOrNothing_IsWrong) {
+  EXPECT_EQ(wrongWithDirectory(path_), "No such file or directory");
+  std::filesystem::create_directory_symlink(dir_.path(), path_);
+  EXPECT_EQ(makeDirectory(path_, 0700), "");
+  EXPECT_EQ(wrongWithDirectory(path_), "found a symbolic link, expected a directory");
+  EXPECT_EQ(wrongWithDirectory(dir_.write("file", "")), "found a file, expected a directory");
+}
+
+TEST_F(OwnDirectory, Locked_NobodyElseGetsTheLockUntilItIsGivenBack) {
+  std::optional<LockFile> first(std::in_place);
+  EXPECT_EQ(first->take(path_), "");
+  EXPECT_EQ(modeOf(path_), 0600u);
+  LockFile second;
+  EXPECT_EQ(second.take(path_), "another daemon uses it");
+  first.reset();
+  LockFile third;
+  EXPECT_EQ(third.take(path_), "");
+}
+
+TEST_F(OwnDirectory, LockThatCannotBeMade_SaysWhy) {
+  LockFile none;
+  EXPECT_EQ(none.take(path_ + "/lock"), path_ + "/lock: No such file or directory");
+  std::filesystem::create_symlink(dir_.file("elsewhere"), path_);
+  LockFile link;
+  EXPECT_THAT(link.take(path_), HasSubstr("symbolic links"));
+  EXPECT_FALSE(std::filesystem::exists(dir_.file("elsewhere")));
+}
+
+}  // namespace
+}  // namespace Runtime
