@@ -1,13 +1,17 @@
 #include "host/SnmpAgent.h"
 
+#include <fcntl.h>
+#include <strings.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <utility>
 
-#include "runtime/Directories.h"
+#include "host/SnmpWords.h"
 #include "snmp-modules/NetSnmp.h"
 // Not among those that it includes.
 #include <net-snmp/agent/agent_callbacks.h>
@@ -18,12 +22,17 @@
 extern "C" {
 void init_system_mib(void);
 void init_sysORTable(void);
+
+// net-snmp would have libwrap read /etc/hosts.allow and hosts.deny for every packet, on the event loop's
+// thread. Who may ask is said in --conf alone, which knows addresses as well.
+int hosts_ctl(char* /*daemon*/, char* /*name*/, char* /*address*/, char* /*user*/) { return 1; }
 }
 
 namespace Host {
 namespace {
 
 constexpr const char* kApplication = "trelsnmpd";
+constexpr const char* kStateName = "/trelsnmpd.conf";
 const Lumalog::Handle traceHandle("NetSnmp");
 
 // How often a subagent makes sure of its master, and tries to reach it again when it is gone.
@@ -34,11 +43,46 @@ constexpr int kMasterTimeoutUs = 500'000;
 
 // What a manager sees without a configuration file: the system group and the served tables, to read, from
 // this machine.
-std::vector<std::string> defaultAccess() {
-  std::string served = fmt::format(".1.3.6.1.4.1.{}.3", TREL_ENTERPRISE_NUMBER);
-  return {"view trelServed included .1.3.6.1.2.1.1", fmt::format("view trelServed included {}.40", served),
-          fmt::format("view trelServed included {}.41", served), "rocommunity public 127.0.0.1 -V trelServed",
-          "rocommunity6 public ::1 -V trelServed"};
+constexpr const char* kDefaultAccess =
+    "view trelServed included .1.3.6.1.2.1.1\n"
+    "view trelServed included .1.3.6.1.4.1.{0}.3.40\n"
+    "view trelServed included .1.3.6.1.4.1.{0}.3.41\n"
+    "rocommunity public 127.0.0.1 -V trelServed\n"
+    "rocommunity6 public ::1 -V trelServed\n";
+
+bool contains(const std::vector<SnmpLine>& lines, const SnmpLine& line) {
+  return std::find(lines.begin(), lines.end(), line) != lines.end();
+}
+
+// Null when there is none.
+usmUser* userMadeBy(const SnmpLine& line) {
+  std::string name = userNamedBy(line);
+  std::array<u_char, 64> engine{};
+  size_t size = snmpv3_get_engineID(engine.data(), engine.size());
+  return name.empty() ? nullptr : usm_get_user(engine.data(), size, name.c_str());
+}
+
+// Whether this life's boots and all users that are to be stored are among the lines.
+bool isWhole(const std::vector<SnmpLine>& lines) {
+  SnmpLine boots{"", "engineBoots", std::to_string(snmpv3_local_snmpEngineBoots())};
+  auto users =
+      std::count_if(lines.begin(), lines.end(), [](const auto& line) { return line.word == "usmUser"; });
+  for (const usmUser* user = usm_get_userList(); user != nullptr; user = user->next) {
+    if (user->userStorageType == ST_NONVOLATILE) --users;
+  }
+  return users == 0 && contains(lines, boots);
+}
+
+// Null when this net-snmp does not know the word.
+const config_line* readerOf(const std::string& word) {
+  const config_line* reader = read_config_get_handlers(kApplication);
+  while (reader != nullptr && strcasecmp(reader->config_token, word.c_str()) != 0) reader = reader->next;
+  return reader;
+}
+
+// Whether net-snmp reads and writes files of its own.
+void persist(bool whether) {
+  netsnmp_ds_set_boolean(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_DONT_PERSIST_STATE, whether ? 0 : 1);
 }
 
 void setFlag(int which) { netsnmp_ds_set_boolean(NETSNMP_DS_APPLICATION_ID, which, 1); }
@@ -60,6 +104,14 @@ std::string onOneLine(std::string_view text) {
   return line;
 }
 
+// net-snmp knows of no file: "(null): line 0: Error: bad mask" becomes "bad mask".
+std::string withoutPosition(const std::string& text) {
+  constexpr std::string_view kPosition = "(null): line 0: ";
+  if (!text.starts_with(kPosition)) return text;
+  size_t end = text.find(": ", kPosition.size());
+  return end == std::string::npos ? text : text.substr(end + 2);
+}
+
 int levelOf(int priority) { return priority <= LOG_ERR ? 0 : priority <= LOG_WARNING ? 1 : 2; }
 
 std::string joined(const std::vector<std::string>& parts) {
@@ -72,17 +124,15 @@ const char* ports() { return netsnmp_ds_get_string(NETSNMP_DS_APPLICATION_ID, NE
 
 }  // namespace
 
-SnmpAgent::SnmpAgent(Runtime::EventLoop& loop, const SnmpOptions& options) : options_(options), loop_(loop) {
+SnmpAgent::SnmpAgent(Runtime::EventLoop& loop, const SnmpOptions& options, const std::string& stateDirectory)
+    : options_(options), directory_(stateDirectory), loop_(loop) {
   snmp_disable_log();
   netsnmp_register_loghandler(NETSNMP_LOGHANDLER_CALLBACK, LOG_DEBUG);
   for (const Callback& callback : callbacks()) {
     snmp_register_callback(callback.major, callback.minor, callback.function, this);
   }
-  if (!options_.conf.empty() && access(options_.conf.c_str(), R_OK) != 0) {
-    error_ = fmt::format("--conf {}: {}", options_.conf, std::strerror(errno));
-    return;
-  }
-  start();
+  error_ = readFiles();
+  if (error_.empty()) start();
 }
 
 SnmpAgent::~SnmpAgent() {
@@ -98,8 +148,10 @@ SnmpAgent::~SnmpAgent() {
   }
 }
 
-std::array<SnmpAgent::Callback, 3> SnmpAgent::callbacks() {
+std::array<SnmpAgent::Callback, 5> SnmpAgent::callbacks() {
   return {{{SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_LOGGING, &SnmpAgent::logged},
+           {SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_PRE_PREMIB_READ_CONFIG, &SnmpAgent::readsEarly},
+           {SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_PRE_READ_CONFIG, &SnmpAgent::reads},
            {SNMP_CALLBACK_APPLICATION, SNMPD_CALLBACK_INDEX_START, &SnmpAgent::connectedIs},
            {SNMP_CALLBACK_APPLICATION, SNMPD_CALLBACK_INDEX_STOP, &SnmpAgent::disconnectedIs}}};
 }
@@ -109,7 +161,21 @@ std::string SnmpAgent::address() const {
   return ports() == nullptr ? "" : ports();
 }
 
-// Settings that are not in any file, before net-snmp reads one.
+// Returns what is wrong with them.
+std::string SnmpAgent::readFiles() {
+  SnmpConf state = readSnmpConf(directory_ + kStateName, SnmpFile::state);
+  if (!state.error.empty()) return state.error;
+  state_ = std::move(state.lines);
+  if (subagent()) return "";
+  SnmpConf access =
+      options_.conf.empty()
+          ? parseSnmpConf("built in", fmt::format(kDefaultAccess, TREL_ENTERPRISE_NUMBER), SnmpFile::access)
+          : readSnmpConf(options_.conf, SnmpFile::access);
+  access_ = std::move(access.lines);
+  return access.error;
+}
+
+// Settings that are not in any file.
 void SnmpAgent::configure() {
   setFlag(NETSNMP_DS_AGENT_NO_ROOT_ACCESS);
   setFlag(NETSNMP_DS_AGENT_DONT_LOG_TCPWRAPPERS_CONNECTS);
@@ -123,28 +189,11 @@ void SnmpAgent::configure() {
   add_to_init_list(without.data());
   // Nothing here needs names for object identifiers, and loading MIB files takes longer than all the rest.
   setenv("MIBS", "", /*overwrite=*/0);
-  openState();
-  if (options_.conf.empty() && !subagent()) {
-    for (const std::string& line : defaultAccess()) netsnmp_config(const_cast<char*>(line.c_str()));
-  } else if (!options_.conf.empty()) {
-    netsnmp_ds_set_string(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_OPTIONALCONFIG, options_.conf.c_str());
-  }
-}
-
-// net-snmp's own search path would bring in /etc/snmp; it gets a path on which only its saved state is. (The
-// switch that stops the saving of state stops the reading of files as well.)
-void SnmpAgent::openState() {
-  std::string directory = Runtime::stateDirectory("trelsnmpd");
-  std::error_code failure;
-  std::filesystem::create_directories(directory, failure);
-  if (failure || access(directory.c_str(), W_OK) != 0) {
-    traceHandle.trace(1, "{}: {}, the SNMPv3 boot count will not survive a restart", directory,
-                      failure ? failure.message() : std::strerror(errno));
-  }
-  unsetenv("SNMPCONFPATH");
+  // No file is read or written by net-snmp itself, wherever it would look for one.
+  persist(false);
   unsetenv("SNMP_PERSISTENT_FILE");
-  set_persistent_directory(directory.c_str());
-  set_configuration_directory((directory + "/conf.d").c_str());
+  set_persistent_directory(directory_.c_str());
+  set_configuration_directory((directory_ + "/conf.d").c_str());
 }
 
 void SnmpAgent::start() {
@@ -163,10 +212,50 @@ void SnmpAgent::start() {
   } else {
     init_sysORTable();
     init_system_mib();
+    refuseToBeWritten();
   }
   init_snmp(kApplication);
-  if (!options_.conf.empty() && !firstError_.empty()) error_ = fmt::format("--conf {}", firstError_);
-  if (error_.empty() && !subagent()) listen();
+  error_ = lineError_.empty() ? store() : lineError_;
+}
+
+// What net-snmp itself has registered by now. It would keep what a manager sets over a restart.
+void SnmpAgent::refuseToBeWritten() {
+  for (auto* context = get_top_context_cache(); context != nullptr; context = context->next) {
+    for (auto* subtree = context->first_subtree; subtree != nullptr; subtree = subtree->next) {
+      if (subtree->reginfo != nullptr) subtree->reginfo->modes &= ~HANDLER_CAN_SET;
+    }
+  }
+}
+
+// net-snmp appends to its file line by line, so it gets another one, which then takes the file's place.
+std::string SnmpAgent::store() {
+  namespace fs = std::filesystem;
+  const std::string fresh = directory_ + "/new";
+  auto failed = [this](const std::string& why) {
+    return fmt::format("{}: SNMPv3 boots cannot be stored: {}", directory_, why);
+  };
+  std::error_code failure;
+  fs::remove_all(fresh, failure);
+  persist(true);
+  set_persistent_directory(fresh.c_str());
+  snmp_call_callbacks(SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_STORE_DATA, nullptr);
+  set_persistent_directory(directory_.c_str());
+  persist(false);
+  SnmpConf stored = readSnmpConf(fresh + kStateName, SnmpFile::state);
+  if (!stored.error.empty()) return failed(stored.error);
+  if (!isWhole(stored.lines)) return failed(firstError_.empty() ? "not all of it was written" : firstError_);
+  fs::rename(fresh + kStateName, directory_ + kStateName, failure);
+  if (failure) return failed(failure.message());
+  fs::remove(fresh, failure);
+  int directory = open(directory_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  bool kept = directory >= 0 && fsync(directory) == 0;
+  std::string why = kept ? "" : failed(std::strerror(errno));
+  if (directory >= 0) close(directory);
+  return why;
+}
+
+void SnmpAgent::serve() {
+  if (!subagent()) listen();
   if (!error_.empty()) return;
   pump_.emplace(loop_);
   for (const auto& [level, text] : held_) traceHandle.trace(level, "{}", text);
@@ -178,10 +267,9 @@ void SnmpAgent::start() {
 }
 
 void SnmpAgent::listen() {
-  if (!options_.listen.empty() || ports() == nullptr) {
-    std::string addresses = options_.listen.empty() ? kDefaultListen : joined(options_.listen);
-    netsnmp_ds_set_string(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_PORTS, addresses.c_str());
-  }
+  std::string addresses = options_.listen.empty() ? kDefaultListen : joined(options_.listen);
+  netsnmp_ds_set_string(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_PORTS, addresses.c_str());
+  firstError_.clear();
   errno = 0;
   if (init_master_agent() == 0) return;
   int reason = errno;
@@ -189,18 +277,87 @@ void SnmpAgent::listen() {
                        reason == 0 ? "" : std::strerror(reason));
 }
 
-int SnmpAgent::logged(int /*major*/, int /*minor*/, void* message, void* self) {
+std::string SnmpAgent::reload(const SnmpConf& conf, std::vector<std::string>& notReloaded) {
+  if (!conf.error.empty()) return conf.error;
+  std::vector<SnmpLine> before = access_;
+  std::string problem = enforce(conf.lines);
+  if (problem.empty()) {
+    notReloaded = Host::notReloaded(before, access_);
+  } else {
+    enforce(before);
+  }
+  return problem;
+}
+
+// Returns the first thing that net-snmp has against them.
+std::string SnmpAgent::enforce(const std::vector<SnmpLine>& lines) {
+  before_ = std::exchange(access_, lines);
+  for (const SnmpLine& line : before_) {
+    usmUser* user = userMadeBy(line);
+    if (user == nullptr || contains(access_, line)) continue;
+    usm_remove_user(user);
+    usm_free_user(user);
+  }
+  lineError_.clear();
+  // Frees what other lines said, and calls back for these.
+  update_config();
+  return lineError_;
+}
+
+// Lines that net-snmp wants to know before all others, such as the engine's ID.
+int SnmpAgent::readsEarly(int /*major*/, int /*minor*/, void* /*unused*/, void* self) {
   auto* agent = static_cast<SnmpAgent*>(self);
+  agent->apply(agent->state_, PREMIB_CONFIG);
+  agent->apply(agent->access_, PREMIB_CONFIG);
+  return 0;
+}
+
+int SnmpAgent::reads(int /*major*/, int /*minor*/, void* /*unused*/, void* self) {
+  auto* agent = static_cast<SnmpAgent*>(self);
+  agent->apply(std::exchange(agent->state_, {}), NORMAL_CONFIG);
+  agent->apply(agent->access_, NORMAL_CONFIG);
+  for (const SnmpLine& line : agent->access_) {
+    // Not to be stored: it is gone when its line is.
+    if (usmUser* user = userMadeBy(line)) user->userStorageType = ST_READONLY;
+  }
+  return 0;
+}
+
+void SnmpAgent::apply(const std::vector<SnmpLine>& lines, int when) {
+  for (const SnmpLine& line : lines) {
+    // Making a user's keys takes milliseconds.
+    if (userMadeBy(line) != nullptr && contains(before_, line)) continue;
+    reading_ = &line;
+    const config_line* reader = readerOf(line.word);
+    std::string rest = line.rest;
+    if (reader == nullptr && when == NORMAL_CONFIG) {
+      told(0, "this net-snmp does not know it");
+    } else if (reader != nullptr && reader->config_time == when) {
+      // By its own name for the word, which some readers compare with regard to case.
+      reader->parse_line(reader->config_token, rest.data());
+    }
+    reading_ = nullptr;
+  }
+}
+
+void SnmpAgent::told(int level, std::string text) {
+  if (reading_ != nullptr) {
+    text = fmt::format("{}: {}: {}", reading_->where, reading_->word, withoutPosition(text));
+    if (level == 0 && lineError_.empty()) lineError_ = text;
+  } else if (level == 0 && firstError_.empty()) {
+    firstError_ = text;
+  }
+  if (!pump_) {
+    held_.emplace_back(level, std::move(text));
+  } else if (reading_ == nullptr || level > 0) {
+    traceHandle.trace({"", text}, level, "{}", text);
+  }
+}
+
+int SnmpAgent::logged(int /*major*/, int /*minor*/, void* message, void* self) {
   const auto* entry = static_cast<const snmp_log_message*>(message);
   std::string text = onOneLine(entry->msg);
-  if (text.empty()) return 0;
-  int level = levelOf(entry->priority);
-  if (agent->pump_) {
-    traceHandle.trace({"", text}, level, "{}", text);
-    return 0;
-  }
-  if (level == 0 && agent->firstError_.empty()) agent->firstError_ = text;
-  agent->held_.emplace_back(level, std::move(text));
+  if (!text.empty()) static_cast<SnmpAgent*>(self)->told(levelOf(entry->priority), std::move(text));
   return 0;
 }
 

@@ -82,8 +82,10 @@ Daemon::~Daemon() {
   Vem::TaskSchedulerRoot::schedulerIs(nullptr);
 }
 
-// The sources are followed before SNMP is up, so that the tables are filled soon.
 void Daemon::start(const EtcdSources* etcd) {
+  snmp_.emplace(loop_, options_.snmp, options_.stateDirectory);
+  error_ = snmp_->error();
+  if (!error_.empty()) return;
   std::vector<Host::Cluster::MakeSource> sources;
   for (const std::string& state : options_.states) {
     sources.push_back([this, etcd, &state](Kelstore::Store& store) {
@@ -91,7 +93,7 @@ void Daemon::start(const EtcdSources* etcd) {
     });
   }
   cluster_.emplace(sources, scheduler_);
-  snmp_.emplace(loop_, options_.snmp);
+  snmp_->serve();
   error_ = snmp_->error();
   if (!error_.empty()) return;
   cluster_->snmpIsUp();

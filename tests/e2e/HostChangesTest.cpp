@@ -289,7 +289,7 @@ TEST_F(HostChanges, ToggleFileThatIsNoJson_IsSaidOnceAndStorageIsServed) {
 }
 
 TEST_F(HostChanges, SetByAWriter_IsNotWritableWhateverTheColumn) {
-  daemon_.with({"--conf", daemon_.dir().write("trel.conf", "rwcommunity public 127.0.0.1\n")});
+  daemon_.with({"--conf", daemon_.dir().write("trel.conf", writingAccess("public"))});
   start();
   for (const Varbind& varbind : hostsTree()) {
     EXPECT_THAT(manager().set(varbind.name, 1), HasSubstr("Reason: notWritable")) << varbind.name;

@@ -66,7 +66,7 @@ class MibAgainstAgent : public testing::Test {
         state["topology"][std::to_string(from)][std::to_string(to)] = {{"intf", interface}};
       }
     }
-    std::string conf = agent_->dir().write("trel.conf", "rwcommunity public 127.0.0.1\n");
+    std::string conf = agent_->dir().write("trel.conf", E2e::writingAccess("public"));
     agent_->stateIs(state.dump()).with({"--conf", conf}).start();
   }
   static void TearDownTestSuite() {

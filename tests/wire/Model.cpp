@@ -4,6 +4,8 @@
 
 #include <algorithm>
 
+#include "tests/e2e/Daemon.h"
+
 namespace Wire {
 namespace {
 
@@ -99,8 +101,8 @@ std::string modelledAccess() {
   std::string lines;
   for (const TableShape& table : tableShapes())
     lines += fmt::format("view tables included {}\n", text(table.root));
-  return lines + fmt::format("rocommunity {} 127.0.0.1 -V tables\nrwcommunity {} 127.0.0.1 -V tables\n",
-                             kReader, kWriter);
+  return lines + fmt::format("rocommunity {} 127.0.0.1 -V tables\n", kReader) +
+         E2e::writingAccess(kWriter, "tables");
 }
 
 std::optional<Message> Model::answerTo(const Message& message) const {

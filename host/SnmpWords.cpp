@@ -1,0 +1,361 @@
+#include "host/SnmpWords.h"
+
+#include <arpa/inet.h>
+#include <fmt/format.h>
+#include <strings.h>
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <span>
+#include <sstream>
+
+#include "runtime/Text.h"
+#include "snmp-modules/NetSnmp.h"
+
+namespace Host {
+namespace {
+
+using Runtime::inQuotes;
+
+// What net-snmp's readers take for one word; they do not look far enough ahead to survive a missing one.
+struct Part {
+  std::string text;  // without quotes
+  size_t at;         // where it begins in the line
+  size_t size;       // there
+};
+
+class Parts {
+ public:
+  explicit Parts(std::string& line) : line_(line) {
+    std::string text(line.size() + 1, '\0');
+    const char* next = nullptr;
+    for (char* at = line.data(); at != nullptr; at = const_cast<char*>(next)) {
+      next = copy_nword(at, text.data(), static_cast<int>(text.size()));
+      auto begin = static_cast<size_t>(at - line.data());
+      size_t end = next == nullptr ? line.size() : static_cast<size_t>(next - line.data());
+      while (end > begin && isspace(static_cast<unsigned char>(line[end - 1])) != 0) --end;
+      parts_.push_back({text.c_str(), begin, end - begin});
+    }
+  }
+
+  size_t count() const { return parts_.size(); }
+  // Empty when there is none.
+  std::string operator[](size_t index) const { return index < count() ? parts_[index].text : ""; }
+  // Puts other text in its place; the parts behind it are lost.
+  void replace(size_t index, const std::string& text) {
+    line_.replace(parts_[index].at, parts_[index].size, text);
+    parts_.erase(parts_.begin() + static_cast<ptrdiff_t>(index), parts_.end());
+  }
+  const std::string& line() const { return line_; }
+  void clearLine() { line_.clear(); }
+
+ private:
+  std::string& line_;
+  std::vector<Part> parts_;
+};
+
+std::string expected(const std::string& found, const char* what) {
+  return fmt::format("found {}, expected {}", found.empty() ? "nothing" : inQuotes(found), what);
+}
+
+bool isAddress(int family, const std::string& text) {
+  in6_addr parsed{};
+  return inet_pton(family, text.c_str(), &parsed) == 1;
+}
+
+std::string anything(Parts& /*parts*/) { return ""; }
+
+// For the name of another module's object, net-snmp would look for the module's file.
+std::string checkOid(const std::string& text) {
+  bool numeric = text.find_first_not_of(".0123456789") == std::string::npos;
+  return numeric && !text.empty() ? "" : expected(text, "a numeric OID");
+}
+
+// NAME TYPE SUBTREE [MASK], cut at blanks only.
+std::string view(Parts& parts) {
+  std::istringstream words(parts.line());
+  std::string name, type, subtree;
+  words >> name >> type >> subtree;
+  return checkOid(subtree);
+}
+
+std::string systemOid(Parts& parts) { return checkOid(parts.line()); }
+
+// The source from which a community counts. What names it is the operator's mistake to make, not the
+// resolver's: a lookup may hang, and may be answered by somebody else.
+std::string checkSource(Parts& parts, size_t index, int family) {
+  std::string text = parts[index];
+  if (text == "localhost") {
+    parts.replace(index, family == AF_INET ? "127.0.0.1" : "::1");
+    return "";
+  }
+  std::string address = text.substr(text.starts_with('!') ? 1 : 0);
+  address.resize(std::min(address.find('/'), address.size()));
+  if (text == "default" || isAddress(family, address)) return "";
+  return expected(
+      text, family == AF_INET
+                ? "\"default\" or an IPv4 address, with /LENGTH for a network; names are not looked up"
+                : "\"default\" or an IPv6 address, with /LENGTH for a network; names are not looked up");
+}
+
+// [OID | -V VIEW]
+std::string checkWhat(Parts& parts, size_t at) {
+  if (parts[at] == "-V") return parts[at + 1].empty() ? "found nothing after -V, expected a view" : "";
+  return parts.count() > at ? checkOid(parts[at]) : "";
+}
+
+// [-v VERSION] COMMUNITY [SOURCE [OID | -V VIEW [CONTEXT]]]
+std::string checkCommunity(Parts& parts, size_t at, int family) {
+  if (parts[at] == "-v") at += 2;
+  if (parts[at].empty()) return "found nothing, expected a community";
+  std::string what = checkWhat(parts, at + 2);
+  std::string source = parts.count() == at + 1 ? "" : checkSource(parts, at + 1, family);
+  return source.empty() ? what : source;
+}
+
+std::string community4(Parts& parts) { return checkCommunity(parts, 0, AF_INET); }
+std::string community6(Parts& parts) { return checkCommunity(parts, 0, AF_INET6); }
+std::string authCommunity(Parts& parts) { return checkCommunity(parts, 1, AF_INET); }
+
+// [-Cn CONTEXT] NAME SOURCE COMMUNITY
+std::string checkCom2Sec(Parts& parts, int family) {
+  size_t at = parts[0] == "-Cn" ? 2 : 0;
+  if (parts.count() < at + 3) return "expected NAME SOURCE COMMUNITY";
+  return family == AF_UNIX ? "" : checkSource(parts, at + 1, family);
+}
+
+std::string com2Sec4(Parts& parts) { return checkCom2Sec(parts, AF_INET); }
+std::string com2Sec6(Parts& parts) { return checkCom2Sec(parts, AF_INET6); }
+std::string com2SecUnix(Parts& parts) { return checkCom2Sec(parts, AF_UNIX); }
+
+// [-s MODEL] USER [LEVEL [OID | -V VIEW [CONTEXT]]]
+std::string checkUserAccess(Parts& parts, size_t at) {
+  if (parts[at] == "-s") at += 2;
+  if (parts[at].empty()) return "found nothing, expected a user";
+  return checkWhat(parts, at + 2);
+}
+
+std::string user(Parts& parts) { return checkUserAccess(parts, 0); }
+std::string authUser(Parts& parts) { return checkUserAccess(parts, 1); }
+
+std::string group(Parts& parts) { return parts.count() < 3 ? "expected NAME MODEL SECURITY-NAME" : ""; }
+
+// A password, or -l or -m with a key. Moves behind it.
+bool takeKey(Parts& parts, size_t& at) {
+  bool isKey = parts[at] == "-l" || parts[at] == "-m";
+  at += isKey ? 2 : 1;
+  return !parts[at - 1].empty();
+}
+
+// NAME [AUTHENTICATION KEY [PRIVACY [KEY]]]
+std::string createUser(Parts& parts) {
+  constexpr size_t kMaxNameBytes = 32;
+  constexpr const char* kForm = "expected NAME [AUTHENTICATION PASSWORD [PRIVACY [PASSWORD]]]";
+  std::string name = parts[0];
+  if (name.empty() || name.starts_with('-')) return fmt::format("found {}, {}", inQuotes(name), kForm);
+  if (name.size() > kMaxNameBytes) return expected(name, "a name of at most 32 bytes");
+  size_t at = 2;
+  if (parts.count() > 1 && !takeKey(parts, at)) return kForm;
+  if (parts.count() <= at) return "";
+  bool key = parts.count() == ++at || takeKey(parts, at);
+  return key && parts.count() <= at ? "" : kForm;
+}
+
+// As net-snmp writes it.
+std::string usmUser(Parts& parts) {
+  constexpr size_t kParts = 11;
+  constexpr size_t kMaxBytes = 66;  // 32 in hexadecimal, with 0x
+  constexpr std::array<size_t, 3> kNames = {2, 3, 4};
+  bool named = std::all_of(kNames.begin(), kNames.end(), [&parts](size_t index) {
+    return !parts[index].empty() && parts[index].size() <= kMaxBytes;
+  });
+  return parts.count() == kParts && named ? "" : "expected a user as this daemon stores it";
+}
+
+std::string number(Parts& parts, int64_t greatest) {
+  std::string text = parts[0];
+  int64_t value = -1;
+  auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+  bool good = parts.count() == 1 && error == std::errc() && end == text.data() + text.size() && value >= 0 &&
+              value <= greatest;
+  return good ? "" : fmt::format("found {}, expected a number from 0 to {}", inQuotes(text), greatest);
+}
+
+std::string count(Parts& parts) { return number(parts, 1'000'000); }
+// One less than what a manager cannot go beyond: each start counts one more.
+std::string boots(Parts& parts) { return number(parts, 2'147'483'646); }
+
+std::string ownEngineId(Parts& parts) {
+  constexpr size_t kMaxBytes = 27;  // 32 with what goes before it
+  return parts.line().size() <= kMaxBytes ? "" : "expected a text of at most 27 bytes";
+}
+
+std::string engineId(Parts& parts) {
+  constexpr size_t kMaxBytes = 66;  // 32 in hexadecimal, with 0x
+  return parts.count() == 1 && parts[0].size() <= kMaxBytes ? ""
+                                                            : "expected an engine ID of at most 32 bytes";
+}
+
+// [udp:]ADDRESS[:PORT] or udp6:[ADDRESS][:PORT]
+bool isSink(const std::string& text) {
+  bool six = text.starts_with("udp6:");
+  std::string address = text.substr(six ? 5 : text.starts_with("udp:") ? 4 : 0);
+  std::string port;
+  if (six && address.starts_with('[') && address.find(']') != std::string::npos) {
+    port = address.substr(address.find(']') + 1);
+    address = address.substr(1, address.find(']') - 1);
+  } else if (size_t colon = address.find(':'); !six && colon != std::string::npos) {
+    port = address.substr(colon);
+    address.resize(colon);
+  }
+  unsigned value = 0;
+  auto [end, error] = std::from_chars(port.data() + (port.empty() ? 0 : 1), port.data() + port.size(), value);
+  bool goodPort = port.empty() || (port.front() == ':' && error == std::errc() &&
+                                   end == port.data() + port.size() && value > 0 && value <= 65'535);
+  return goodPort && isAddress(six ? AF_INET6 : AF_INET, address);
+}
+
+// SINK [COMMUNITY]
+std::string sink(Parts& parts) {
+  if (parts.count() > 2) return "expected ADDRESS[:PORT] [COMMUNITY]";
+  std::string text = parts[0];
+  if (text == "localhost" || text == "127.0.0.1") {
+    // With a port, since net-snmp looks up the name of this machine for the address alone.
+    parts.replace(0, "127.0.0.1:162");
+    return "";
+  }
+  return isSink(text) ? "" : expected(text, "ADDRESS[:PORT] or udp6:[ADDRESS]:PORT; names are not looked up");
+}
+
+// What an earlier release stored of what a manager had set.
+std::string forgotten(Parts& parts) {
+  parts.clearLine();
+  return "";
+}
+
+// When a word counts in a running agent: what it says is replaced, or replaced but not taken back, or said at
+// the start only.
+enum class Counts : uint8_t { always, notWithout, atStart };
+
+struct Word {
+  const char* name;
+  std::string (*check)(Parts&);
+  Counts counts = Counts::always;
+};
+
+constexpr std::array kAccessWords = {
+    Word{"rocommunity", community4},
+    Word{"rocommunity6", community6},
+    Word{"authcommunity", authCommunity},
+    Word{"com2sec", com2Sec4},
+    Word{"com2sec6", com2Sec6},
+    Word{"com2secunix", com2SecUnix},
+    Word{"createUser", createUser},
+    Word{"rouser", user},
+    Word{"authuser", authUser},
+    Word{"authgroup", authUser},
+    Word{"authaccess", anything},
+    Word{"group", group},
+    Word{"view", view},
+    Word{"access", anything},
+    Word{"setaccess", anything},
+    Word{"sysdescr", anything, Counts::notWithout},
+    Word{"sysobjectid", systemOid, Counts::notWithout},
+    Word{"syscontact", anything, Counts::notWithout},
+    Word{"sysname", anything, Counts::notWithout},
+    Word{"syslocation", anything, Counts::notWithout},
+    Word{"sysservices", count, Counts::notWithout},
+    Word{"authtrapenable", anything, Counts::notWithout},
+    Word{"trapcommunity", anything},
+    Word{"trapsink", sink},
+    Word{"trap2sink", sink},
+    Word{"informsink", sink},
+    Word{"engineID", ownEngineId, Counts::atStart},
+    Word{"maxGetbulkRepeats", count, Counts::notWithout},
+    Word{"maxGetbulkResponses", count, Counts::notWithout},
+};
+
+constexpr std::array kStateWords = {
+    Word{"createUser", createUser},  Word{"usmUser", usmUser},       Word{"engineBoots", boots},
+    Word{"oldEngineID", engineId},   Word{"psyscontact", forgotten}, Word{"psysname", forgotten},
+    Word{"psyslocation", forgotten},
+};
+
+std::span<const Word> wordsOf(SnmpFile kind) {
+  if (kind == SnmpFile::access) return kAccessWords;
+  return kStateWords;
+}
+
+struct Instead {
+  const char* name;
+  const char* what;
+};
+
+// Words that an operator may well have in a file, and what there is instead.
+constexpr std::array kInstead = {
+    Instead{"rwcommunity", "nothing is writable, expected rocommunity"},
+    Instead{"rwcommunity6", "nothing is writable, expected rocommunity6"},
+    Instead{"rwuser", "nothing is writable, expected rouser"},
+    Instead{"agentaddress", "not taken here, expected on the command line, as --listen"},
+    Instead{"master", "this daemon is no master agent"},
+    Instead{"agentxsocket", "this daemon is no master agent; --agentx makes it the subagent of one"},
+    Instead{"trapsess", "not taken, expected trapsink, trap2sink or informsink"},
+    Instead{"includefile", "other files are not read, expected their lines here"},
+    Instead{"includedir", "other files are not read, expected their lines here"},
+    Instead{"includesearch", "other files are not read, expected their lines here"},
+};
+
+// What the word is said to be; empty when it is not said.
+std::string lastOf(const std::vector<SnmpLine>& lines, const char* word) {
+  auto found = std::find_if(lines.rbegin(), lines.rend(), [word](const SnmpLine& line) {
+    return strcasecmp(line.word.c_str(), word) == 0;
+  });
+  return found == lines.rend() ? "" : found->rest;
+}
+
+template <class Table>
+auto find(const Table& table, const std::string& name) {
+  return std::find_if(table.begin(), table.end(),
+                      [&name](const auto& entry) { return strcasecmp(entry.name, name.c_str()) == 0; });
+}
+
+}  // namespace
+
+std::string checkSnmpWord(SnmpFile kind, const std::string& word, std::string& rest) {
+  auto words = wordsOf(kind);
+  auto known = find(words, word);
+  if (known == words.end()) {
+    const auto* instead = find(kInstead, word);
+    if (instead != kInstead.end()) return instead->what;
+    return word.starts_with('[') ? "sections are not taken, expected the words without one"
+                                 : "not taken, trelsnmpd(8) lists the words that are";
+  }
+  if (rest.empty()) return "found nothing behind it";
+  Parts parts(rest);
+  return known->check(parts);
+}
+
+std::string userNamedBy(const SnmpLine& line) {
+  std::string rest = line.rest;
+  return strcasecmp(line.word.c_str(), "createUser") == 0 ? Parts(rest)[0] : "";
+}
+
+std::vector<std::string> notReloaded(const std::vector<SnmpLine>& before, const std::vector<SnmpLine>& now) {
+  std::vector<std::string> words;
+  for (const Word& word : kAccessWords) {
+    std::string was = lastOf(before, word.name);
+    std::string is = lastOf(now, word.name);
+    bool ignored = word.counts == Counts::atStart ? was != is : is.empty() && !was.empty();
+    if (word.counts != Counts::always && ignored) words.emplace_back(word.name);
+  }
+  return words;
+}
+
+std::vector<std::string> snmpWords(SnmpFile kind) {
+  std::vector<std::string> names;
+  for (const Word& word : wordsOf(kind)) names.emplace_back(word.name);
+  return names;
+}
+
+}  // namespace Host

@@ -1,0 +1,139 @@
+// What files may tell the daemon, and what nobody may set: files that would run code, open ports or let
+// others write.
+#include <fmt/format.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "tests/e2e/Daemon.h"
+#include "tests/e2e/Reports.h"
+#include "tests/support/Network.h"
+
+namespace E2e {
+namespace {
+
+using testing::HasSubstr;
+using testing::Not;
+using testing::StartsWith;
+
+const Reports kReports = {{{1, 2}, {"reachable", 1002}}, {{2, 1}, {"degraded"}}};
+constexpr const char* kRow = "reach.4.1.2 = INTEGER: 3\n";
+constexpr const char* kSysContact = "1.3.6.1.2.1.1.4.0";
+constexpr const char* kSysName = "1.3.6.1.2.1.1.5.0";
+constexpr const char* kSysLocation = "1.3.6.1.2.1.1.6.0";
+
+class Conf : public testing::Test {
+ protected:
+  // Of a daemon that is given these lines and is not to start.
+  Support::Result refused(const std::string& lines) {
+    std::string conf = dir_.write("trel.conf", lines);
+    Support::Result result =
+        runDaemon({"--listen", fmt::format("udp:127.0.0.1:{}", Support::freeUdpPort()), "--conf", conf});
+    EXPECT_EQ(result.status, 2) << lines;
+    EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
+    EXPECT_THAT(result.err, StartsWith("trelsnmpd: --conf " + conf + ": line ")) << lines;
+    return result;
+  }
+  // Lines in Perl that leave a trace when they are run.
+  std::string perl() const { return fmt::format("open(F, '>', '{}'); close(F);", ran_); }
+  bool anythingRan() const { return std::filesystem::exists(ran_); }
+
+  Support::TempDir dir_;
+  const std::string ran_ = dir_.file("ran");
+};
+
+TEST_F(Conf, LinesThatRunCode_RunNothing_AndAreNamed) {
+  std::string script = dir_.write("init.pl", perl());
+  EXPECT_THAT(refused("rocommunity public\nperlInitFile " + script + "\nperl 1;\n").err,
+              HasSubstr(": line 2: perlInitFile: not taken"));
+  EXPECT_THAT(refused("perl " + perl() + "\n").err, HasSubstr("line 1: perl: "));
+  EXPECT_THAT(refused("\"PERL\" " + perl() + "\n").err, HasSubstr("line 1: PERL: "));
+  EXPECT_THAT(refused("p\\erl " + perl() + "\n").err, HasSubstr("line 1: perl: "));
+  EXPECT_THAT(refused("disablePerl false\n").err, HasSubstr("line 1: disablePerl: "));
+  EXPECT_THAT(refused("[trelsnmpd] perl " + perl() + "\n").err, HasSubstr("line 1: [trelsnmpd]: "));
+  std::string included = dir_.write("more.conf", "perl " + perl() + "\n");
+  EXPECT_THAT(refused("includeFile " + included + "\n").err, HasSubstr("line 1: includeFile: "));
+  EXPECT_THAT(refused("includeDir " + dir_.path().string() + "\n").err, HasSubstr("line 1: includeDir: "));
+  EXPECT_THAT(refused("extend trace /bin/touch " + ran_ + "\n").err, HasSubstr("line 1: extend: "));
+  EXPECT_THAT(refused("pass .1.3.6.1.4.1.1 /bin/touch\n").err, HasSubstr("line 1: pass: "));
+  EXPECT_FALSE(anythingRan());
+}
+
+TEST_F(Conf, LinesThatReachBeyondTheAgent_AreNamed) {
+  EXPECT_THAT(refused("master agentx\n").err, HasSubstr("line 1: master: this daemon is no master agent"));
+  EXPECT_THAT(refused("agentAddress udp:0.0.0.0:1161\n").err,
+              HasSubstr("expected on the command line, as --listen"));
+  EXPECT_THAT(refused("agentuser nobody\n").err, HasSubstr("line 1: agentuser: "));
+  EXPECT_THAT(refused("[snmp] persistentDir /tmp\n").err, HasSubstr("line 1: [snmp]: "));
+  EXPECT_THAT(refused("rwcommunity secret\n").err, HasSubstr("nothing is writable, expected rocommunity"));
+}
+
+// What net-snmp has against a line is found out by trying it.
+TEST_F(Conf, LineThatNetSnmpCannotUse_IsNamed) {
+  EXPECT_THAT(refused("rocommunity public\nview v sideways .1\n").err,
+              HasSubstr(": line 2: view: TYPE must be included/excluded?\n"));
+  EXPECT_THAT(refused("createUser operator SHA-256 short\n").err, HasSubstr("line 1: createUser: "));
+  EXPECT_THAT(refused("createUser operator ROT-13 \"pass phrase\"\n").err, HasSubstr("line 1: createUser: "));
+  EXPECT_THAT(refused("rocommunity public 10.0.0.1/8\n").err, HasSubstr("source/mask mismatch"));
+}
+
+// Files at all the places where net-snmp would look for some.
+TEST_F(Conf, FilesInTheStateDirectory_AreReadOnlyAsFarAsTheDaemonWritesThem) {
+  Daemon daemon;
+  std::filesystem::create_directories(daemon.dir().path() / "persistent" / "conf.d");
+  std::string lines = "rocommunity intruder\nperl " + perl() + "\n";
+  for (const char* name :
+       {"snmp.conf", "agentx.conf", "snmpd.conf", "trelsnmpd.local.conf", "trelsnmpd.0.conf",
+        "snmp.local.conf", "conf.d/trelsnmpd.conf", "conf.d/snmp.conf"}) {
+    daemon.dir().write(std::string("persistent/") + name, lines);
+  }
+  daemon.runBy({"env", "SNMPCONFPATH=" + daemon.dir().file("persistent"),
+                "SNMP_PERSISTENT_FILE=" + daemon.dir().file("persistent/snmpd.conf")});
+  daemon.stateIs(documentOf(kReports)).start();
+  EXPECT_EQ(daemon.manager().get({"reach.4.1.2"}), kRow);
+  EXPECT_THAT(
+      Manager(daemon.address(), {"-v2c", "-c", "intruder", "-t", "1", "-r", "0"}).get({"reach.4.1.2"}),
+      StartsWith("Timeout"));
+  EXPECT_FALSE(anythingRan());
+}
+
+TEST_F(Conf, StateFileThatSaysMore_IsRefused) {
+  Daemon daemon;
+  std::filesystem::create_directory(daemon.dir().path() / "persistent");
+  std::string file = daemon.dir().write("persistent/trelsnmpd.conf",
+                                        "engineBoots 3\nrocommunity intruder\nperl " + perl() + "\n");
+  Support::Process& process = daemon.stateIs("{}").launch();
+  EXPECT_EQ(process.wait(), 2);
+  EXPECT_EQ(process.err(), "trelsnmpd: " + file +
+                               ": line 2: rocommunity: not taken, trelsnmpd(8) lists the words that are\n");
+  EXPECT_FALSE(anythingRan());
+}
+
+class Writable : public testing::TestWithParam<const char*> {};
+INSTANTIATE_TEST_SUITE_P(System, Writable, testing::Values(kSysContact, kSysName, kSysLocation));
+
+// net-snmp would take the value, and keep it over a restart.
+TEST_P(Writable, SetByWhoMayWriteEverything_IsNotWritable_AndNothingIsKept) {
+  Daemon daemon;
+  std::string conf = daemon.dir().write("trel.conf", writingAccess("secret"));
+  daemon.stateIs(documentOf(kReports)).with({"--conf", conf}).start();
+  Manager writer(daemon.address(), {"-v2c", "-c", "secret"});
+  std::string before = writer.get({GetParam()});
+  EXPECT_THAT(writer.set(GetParam(), 's', "intruder"), HasSubstr("Reason: notWritable"));
+  EXPECT_EQ(writer.get({GetParam()}), before);
+  EXPECT_EQ(daemon.process().stop(), 0);
+  EXPECT_THAT(Support::readFile(daemon.dir().file("persistent/trelsnmpd.conf")), Not(HasSubstr("intruder")));
+}
+
+// What an earlier release may have kept.
+TEST_F(Conf, SystemGroupSetEarlier_IsForgotten) {
+  Daemon daemon;
+  std::filesystem::create_directory(daemon.dir().path() / "persistent");
+  daemon.dir().write("persistent/trelsnmpd.conf", "engineBoots 3\npsyscontact intruder\n");
+  daemon.stateIs(documentOf(kReports)).start();
+  EXPECT_THAT(daemon.manager().get({kSysContact}), Not(HasSubstr("intruder")));
+}
+
+}  // namespace
+}  // namespace E2e
