@@ -29,6 +29,8 @@ class TraceLog final : public Lumalog::Sink {
   void trace(const Lumalog::Line& line) override;
 
   Runtime::Log::State state() const { return log_.state(); }
+  // Connects anew to what it logs to, as after SIGHUP.
+  void reopen() { log_.reopen(); }
 
  private:
   Lumalog::Sink* before_;

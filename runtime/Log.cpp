@@ -90,12 +90,8 @@ void abortHandlerIs(void (*handler)(int), int flags) {
 
 class Log::Lines final {
  public:
-  Lines(std::string program, LogTo to) : program_(std::move(program)), to_(to) {
-    if (to_ == LogTo::syslog) openlog(program_.c_str(), LOG_PID, LOG_DAEMON);
-  }
-  ~Lines() {
-    if (to_ == LogTo::syslog) closelog();
-  }
+  Lines(std::string program, LogTo to) : program_(std::move(program)), to_(to) { open(); }
+  ~Lines() { close(); }
   Lines(const Lines&) = delete;
   Lines& operator=(const Lines&) = delete;
 
@@ -123,6 +119,7 @@ class Log::Lines final {
     ending_ = true;
     arrived_.notify_one();
   }
+  void reopen() { reopening_ = true; }
   // Whether all is written, after some patience.
   bool finishes() {
     std::unique_lock lock(mutex_);
@@ -179,8 +176,20 @@ class Log::Lines final {
     if (finished_) ended_.notify_all();
   }
 
+  // syslog() connects with the first line.
+  void open() {
+    if (to_ == LogTo::syslog) openlog(program_.c_str(), LOG_PID, LOG_DAEMON);
+  }
+  void close() {
+    if (to_ == LogTo::syslog) closelog();
+  }
+
   // The lines, and how many are lost that came after them.
-  bool write(std::vector<Dated> lines, uint64_t gap) const {
+  bool write(std::vector<Dated> lines, uint64_t gap) {
+    if (reopening_.exchange(false)) {
+      close();
+      open();
+    }
     if (gap != 0) {
       std::string text =
           fmt::format("{} lines are lost here: nobody read the log, or it could not be written", gap);
@@ -206,6 +215,7 @@ class Log::Lines final {
 
   const std::string program_;
   const LogTo to_;
+  std::atomic<bool> reopening_ = false;
   mutable std::mutex mutex_;
   std::condition_variable arrived_;
   std::condition_variable ended_;
@@ -263,5 +273,6 @@ void Log::write(LogLine line, const Likeness* likeness) {
 }
 
 Log::State Log::state() const { return lines_->state(); }
+void Log::reopen() { lines_->reopen(); }
 
 }  // namespace Runtime

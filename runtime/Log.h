@@ -44,6 +44,9 @@ class Log final {
 
   State state() const;
 
+  // Connects anew to the system's logger, before the next line. Standard error stays what it is.
+  void reopen();
+
  private:
   class Lines;
   void write(LogLine line, const Likeness* likeness);

@@ -50,39 +50,31 @@ std::shared_ptr<LeaseStore> storeOf(const Config& config) {
   return std::make_shared<EtcdLeaseStore>(*Etcd::parseStore(config.store), config.access, patience);
 }
 
-Trelmemberd::Trelmemberd(std::string path, const Config& config, const Zavro::Clock& clock,
-                         Runtime::Threads& threads)
+Trelmemberd::Trelmemberd(std::string path, const Config& config, Host::TraceLog& log,
+                         const Zavro::Clock& clock, Runtime::Threads& threads)
     : path_(std::move(path)),
       config_(config),
+      log_(log),
       terminate_(loop_, SIGTERM, [this] { end(); }),
       interrupt_(loop_, SIGINT, [this] { end(); }),
-      hangup_(loop_, SIGHUP, [this] { reload(); }),
       systemd_(loop_),
       io_(loop_, threads),
       publisher_(settingsOf(config), storeOf(config), io_, clock, [this] { systemd_.ready(); }),
       links_([this] { state_.linksChanged(); }),
       state_(config, std::make_shared<LinuxMachine>(), std::make_shared<PingProbe>(), links_, io_, clock,
              [this] { publish(); }),
-      linkWatch_(loop_, links_.fd(), [this] { links_.readable(); }) {}
+      linkWatch_(loop_, links_.fd(), [this] { links_.readable(); }),
+      reload_(
+          loop_, io_, [path = path_] { return usableConfig(path); },
+          [this](const ParsedConfig& parsed) { reloaded(parsed); }) {}
 
 void Trelmemberd::run() {
   state_.start();
   loop_.run();
 }
 
-// Off the loop, as the files may be on a file system that hangs.
-void Trelmemberd::reload() {
-  reloadAgain_ = reloading_;
-  if (std::exchange(reloading_, true)) return;
-  offLoop_.run([path = path_] { return usableConfig(path); },
-               [this](const ParsedConfig& parsed) {
-                 reloading_ = false;
-                 if (reloadAgain_) return reload();
-                 reloaded(parsed);
-               });
-}
-
 void Trelmemberd::reloaded(const ParsedConfig& parsed) {
+  log_.reopen();
   std::vector<std::string> errors = parsed.errors;
   if (errors.empty() && parsed.config.member != config_.member) {
     errors.push_back(fmt::format("{}: member: found {}, expected {}, which this process publishes", path_,

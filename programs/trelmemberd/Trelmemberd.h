@@ -4,13 +4,14 @@
 #include <memory>
 #include <string>
 
+#include "host/TraceLog.h"
 #include "member/Config.h"
 #include "member/LeaseStore.h"
 #include "member/NetlinkLinks.h"
 #include "member/OwnState.h"
 #include "member/Publisher.h"
 #include "runtime/EventLoop.h"
-#include "runtime/OffLoop.h"
+#include "runtime/Reload.h"
 #include "runtime/Systemd.h"
 #include "runtime/Threads.h"
 #include "runtime/UvIo.h"
@@ -26,36 +27,34 @@ std::shared_ptr<LeaseStore> storeOf(const Config& config);
 
 class Trelmemberd final {
  public:
-  // `path` is the configuration's file. Clock and threads must outlive this; work may be under way on threads
-  // when it goes. Throws std::runtime_error, in one line, when the kernel does not tell of its network
-  // devices.
-  Trelmemberd(std::string path, const Config& config, const Zavro::Clock& clock, Runtime::Threads& threads);
+  // `path` is the configuration's file. Log, clock and threads must outlive this; work may be under way on
+  // threads when it goes. Throws std::runtime_error, in one line, when the kernel does not tell of its
+  // network devices.
+  Trelmemberd(std::string path, const Config& config, Host::TraceLog& log, const Zavro::Clock& clock,
+              Runtime::Threads& threads);
 
   // Publishes until SIGTERM or SIGINT, then gives the lease back. With SIGHUP the configuration is read
   // again.
   void run();
 
  private:
-  void reload();
   void reloaded(const ParsedConfig& parsed);
   void publish();
   void end();
 
   const std::string path_;
   Config config_;  // that is in force
+  Host::TraceLog& log_;
   Runtime::EventLoop loop_;
   Runtime::SignalWatch terminate_;
   Runtime::SignalWatch interrupt_;
-  Runtime::SignalWatch hangup_;
   Runtime::Systemd systemd_;
   Runtime::UvIo io_;
   Publisher publisher_;
   NetlinkLinks links_;
   OwnState state_;
   Runtime::ReadWatch linkWatch_;
-  bool reloading_ = false;
-  bool reloadAgain_ = false;
-  Runtime::OffLoop offLoop_{io_};
+  Runtime::Reload<ParsedConfig> reload_;
 };
 
 }  // namespace Member

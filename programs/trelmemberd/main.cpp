@@ -26,7 +26,7 @@ int publish(const Member::Options& options, const Member::ParsedConfig& parsed, 
   std::signal(SIGPIPE, SIG_IGN);
   Zavro::SystemClock clock;
   try {
-    Member::Trelmemberd daemon(options.config, parsed.config, clock, threads);
+    Member::Trelmemberd daemon(options.config, parsed.config, log, clock, threads);
     daemon.run();
   } catch (const std::runtime_error& error) {
     Runtime::complain("trelmemberd", error.what());

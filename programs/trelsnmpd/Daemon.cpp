@@ -2,7 +2,7 @@
 
 #include "platform/zavro/Assert.h"
 
-#include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <csignal>
 #include <nlohmann/json.hpp>
@@ -14,6 +14,7 @@
 #include "kelstore/etcd/Address.h"
 #include "member/LinuxMachine.h"
 #include "member/LocalSource.h"
+#include "platform/lumalog/Lumalog.h"
 #include "platform/snmp/AsnConversions.h"
 #include "programs/trelsnmpd/ExampleState.h"
 
@@ -21,6 +22,8 @@ namespace Trelsnmpd {
 namespace {
 
 constexpr std::string_view kFile = "file:";
+
+const Lumalog::Handle traceHandle("Daemon");
 
 constexpr mode_t kStateMode = 0700;
 
@@ -30,6 +33,10 @@ std::string claimState(const std::string& directory, Runtime::LockFile& lock) {
   if (problem.empty()) problem = Runtime::wrongWithDirectory(directory);
   if (problem.empty()) problem = lock.take(directory + "/lock");
   return problem.empty() ? "" : fmt::format("state directory {}: {}", directory, problem);
+}
+
+Host::SnmpConf readConf(const std::string& path) {
+  return path.empty() ? Host::SnmpConf{} : Host::readSnmpConf(path, Host::SnmpFile::access);
 }
 
 std::unique_ptr<Kelstore::Source> sourceFor(const std::string& state, const Options& options,
@@ -99,7 +106,22 @@ void Daemon::start(const EtcdSources* etcd) {
   cluster_->snmpIsUp();
   untilReady_.emplace(loop_, [this] { tellWhenReady(); });
   for (int signal : {SIGTERM, SIGINT}) signals_.emplace_back(loop_, signal, [this] { loop_.stop(); });
+  reload_.emplace(
+      loop_, io_, [path = options_.snmp.conf] { return readConf(path); },
+      [this](const Host::SnmpConf& conf) { reloaded(conf); });
   control_.listen();
+}
+
+void Daemon::reloaded(const Host::SnmpConf& conf) {
+  log_.reopen();
+  const std::string& path = options_.snmp.conf;
+  std::vector<std::string> fixed;
+  std::string problem = path.empty() ? "" : snmp_->reload(conf, fixed);
+  if (!problem.empty()) return traceHandle.trace(0, "{}: not reloaded, what was in force stays", problem);
+  fixed.insert(fixed.end(), {"the command line", "--toggles"});
+  std::string what = path.empty() ? "without --conf there is nothing to reload"
+                                  : fmt::format("--conf {}: reloaded: {} lines", path, conf.lines.size());
+  traceHandle.trace(1, "{}; it takes a restart for {}", what, fmt::join(fixed, ", "));
 }
 
 void Daemon::tellWhenReady() {

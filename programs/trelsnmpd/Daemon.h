@@ -14,6 +14,7 @@
 #include "programs/trelsnmpd/Options.h"
 #include "runtime/Directories.h"
 #include "runtime/EventLoop.h"
+#include "runtime/Reload.h"
 #include "runtime/Systemd.h"
 #include "runtime/Threads.h"
 #include "runtime/UvIo.h"
@@ -38,6 +39,7 @@ class Daemon {
 
  private:
   void start(const EtcdSources* etcd);
+  void reloaded(const Host::SnmpConf& conf);
   std::unique_ptr<Host::Reply> answer(const std::string& request) const;
   void tellWhenReady();
 
@@ -60,6 +62,7 @@ class Daemon {
   std::optional<Host::SnmpAgent> snmp_;
   std::optional<Runtime::TurnWatch> untilReady_;
   std::list<Runtime::SignalWatch> signals_;
+  std::optional<Runtime::Reload<Host::SnmpConf>> reload_;
 };
 
 }  // namespace Trelsnmpd

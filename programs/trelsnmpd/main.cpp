@@ -1,4 +1,6 @@
 // trelsnmpd.
+#include <csignal>
+
 #include "host/TraceLog.h"
 #include "platform/toggles/Toggles.h"
 #include "platform/trel/Mode.h"
@@ -29,6 +31,8 @@ int serve(const Trelsnmpd::Options& options, const Trelsnmpd::EtcdSources& etcd,
 
 int main(int argc, char** argv) {
   Runtime::openStandardStreams();
+  // Until there is something to reload.
+  std::signal(SIGHUP, SIG_IGN);
   Trelsnmpd::EtcdSupport etcd;
   auto [options, exitCode] = Trelsnmpd::parseOptions(argc, argv, &etcd);
   if (exitCode >= 0) return exitCode;

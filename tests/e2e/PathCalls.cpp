@@ -1,0 +1,152 @@
+#include "tests/e2e/PathCalls.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <sys/ptrace.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <sys/uio.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+
+#include <array>
+#include <cerrno>
+#include <cstddef>
+#include <cstring>
+#include <map>
+#include <stdexcept>
+
+namespace E2e {
+namespace {
+
+struct Call {
+  const char* name;
+  size_t path;     // which argument it is
+  int flags = -1;  // which argument has AT_EMPTY_PATH, with which nothing is looked up
+};
+
+const std::map<uint64_t, Call>& calls() {
+  static const std::map<uint64_t, Call> all = {
+#ifdef SYS_open
+      {SYS_open, {"open", 0}},
+      {SYS_stat, {"stat", 0}},
+      {SYS_lstat, {"lstat", 0}},
+      {SYS_access, {"access", 0}},
+      {SYS_unlink, {"unlink", 0}},
+      {SYS_rename, {"rename", 0}},
+      {SYS_mkdir, {"mkdir", 0}},
+      {SYS_rmdir, {"rmdir", 0}},
+      {SYS_readlink, {"readlink", 0}},
+      {SYS_chmod, {"chmod", 0}},
+      {SYS_chown, {"chown", 0}},
+      {SYS_creat, {"creat", 0}},
+#endif
+      {SYS_openat, {"openat", 1}},
+      {SYS_openat2, {"openat2", 1}},
+      {SYS_newfstatat, {"newfstatat", 1, 3}},
+      {SYS_statx, {"statx", 1, 2}},
+      {SYS_faccessat, {"faccessat", 1}},
+      {SYS_faccessat2, {"faccessat2", 1}},
+      {SYS_unlinkat, {"unlinkat", 1}},
+      {SYS_renameat2, {"renameat2", 1}},
+      {SYS_mkdirat, {"mkdirat", 1}},
+      {SYS_readlinkat, {"readlinkat", 1}},
+      {SYS_fchmodat, {"fchmodat", 1}},
+      {SYS_fchownat, {"fchownat", 1}},
+      {SYS_statfs, {"statfs", 0}},
+      {SYS_chdir, {"chdir", 0}},
+      {SYS_truncate, {"truncate", 0}},
+      {SYS_inotify_add_watch, {"inotify_add_watch", 1}},
+      {SYS_execve, {"execve", 0}},
+      {SYS_getxattr, {"getxattr", 0}},
+  };
+  return all;
+}
+
+template <class Value>
+Value valueAt(pid_t process, uint64_t address) {
+  Value value{};
+  iovec here{&value, sizeof value};
+  iovec there{reinterpret_cast<void*>(address), sizeof value};
+  process_vm_readv(process, &here, 1, &there, 1, 0);
+  return value;
+}
+
+std::string textAt(pid_t process, uint64_t address) {
+  std::string text;
+  while (text.size() < 4096) {
+    char next = valueAt<char>(process, address + text.size());
+    if (next == '\0') break;
+    text += next;
+  }
+  return text;
+}
+
+}  // namespace
+
+PathCalls::PathCalls(pid_t process) : thread_(process) {
+  std::promise<std::string> begun;
+  std::future<std::string> problem = begun.get_future();
+  tracer_ = std::thread([this, begun = std::move(begun)]() mutable { trace(std::move(begun)); });
+  if (std::string text = problem.get(); !text.empty()) {
+    tracer_.join();
+    throw std::runtime_error("not to be traced: " + text);
+  }
+}
+
+PathCalls::~PathCalls() { end(); }
+
+std::vector<std::string> PathCalls::end() {
+  if (tracer_.joinable()) {
+    // Any thread may send it; the tracer leaves at the stop that it causes.
+    syscall(SYS_tgkill, thread_, thread_, SIGURG);
+    tracer_.join();
+  }
+  return seen_;
+}
+
+void PathCalls::trace(std::promise<std::string> begun) {
+  if (ptrace(PTRACE_SEIZE, thread_, nullptr, PTRACE_O_TRACESYSGOOD | PTRACE_O_TRACEEXIT) != 0 ||
+      ptrace(PTRACE_INTERRUPT, thread_, nullptr, nullptr) != 0) {
+    begun.set_value(std::strerror(errno));
+    return;
+  }
+  begun.set_value("");
+  int signal = 0;
+  while (next(signal)) ptrace(PTRACE_SYSCALL, thread_, nullptr, signal);
+  ptrace(PTRACE_DETACH, thread_, nullptr, 0);
+}
+
+// Waits for the next stop, and leaves the end of the process to who has started it. False when there is no
+// more to be seen.
+bool PathCalls::next(int& signal) {
+  constexpr int kCall = SIGTRAP | 0x80;
+  siginfo_t stop{};
+  if (waitid(P_PID, static_cast<id_t>(thread_), &stop, WSTOPPED | __WALL) != 0) return false;
+  int event = stop.si_status >> 8;
+  signal = event == 0 && stop.si_status != kCall ? stop.si_status : 0;
+  if (stop.si_status == kCall) note();
+  return signal != SIGURG && event != PTRACE_EVENT_EXIT;
+}
+
+void PathCalls::note() {
+  __ptrace_syscall_info info{};
+  if (ptrace(PTRACE_GET_SYSCALL_INFO, thread_, sizeof info, &info) <= 0) return;
+  if (info.op != PTRACE_SYSCALL_INFO_ENTRY) return;
+  ++all_;
+  const auto& arguments = info.entry.args;
+  if (info.entry.nr == SYS_connect) {
+    auto address = valueAt<sockaddr_un>(thread_, arguments[1]);
+    if (address.sun_family != AF_UNIX || address.sun_path[0] == '\0') return;
+    seen_.push_back(
+        fmt::format("connect {}", textAt(thread_, arguments[1] + offsetof(sockaddr_un, sun_path))));
+    return;
+  }
+  auto call = calls().find(info.entry.nr);
+  if (call == calls().end()) return;
+  const auto& [name, path, flags] = call->second;
+  if (flags >= 0 && (arguments[static_cast<size_t>(flags)] & AT_EMPTY_PATH) != 0) return;
+  seen_.push_back(fmt::format("{} {}", name, textAt(thread_, arguments[path])));
+}
+
+}  // namespace E2e

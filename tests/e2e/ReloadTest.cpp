@@ -1,0 +1,157 @@
+// Files that are read again while the daemon runs, with SIGHUP.
+#include <fmt/format.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <sstream>
+
+#include "tests/e2e/Daemon.h"
+#include "tests/e2e/Reports.h"
+
+namespace E2e {
+namespace {
+
+using testing::HasSubstr;
+using testing::Not;
+using testing::StartsWith;
+
+const Reports kReports = {{{1, 2}, {"reachable", 1002}}, {{2, 1}, {"degraded"}}};
+constexpr const char* kRow = "reach.4.1.2 = INTEGER: 3\n";
+constexpr const char* kSysContact = "1.3.6.1.2.1.1.4.0";
+
+class Reload : public testing::Test {
+ protected:
+  Reload() : conf_(daemon_.dir().file("trel.conf")) {
+    daemon_.stateIs(documentOf(kReports)).with({"--conf", conf_});
+  }
+
+  void confIs(const std::string& lines) { daemon_.dir().replace("trel.conf", lines); }
+  // The line that says how it went.
+  std::string reloads() {
+    auto told = [this] { return linesOf(daemon_.process().err(), ": reloaded: ", ": not reloaded, "); };
+    size_t before = told().size();
+    daemon_.process().signal(SIGHUP);
+    if (!Support::waitUntil([&] { return told().size() > before; })) return daemon_.process().err();
+    return told().back();
+  }
+  Manager as(const std::string& community) const {
+    return Manager(daemon_.address(), {"-v2c", "-c", community, "-t", "1", "-r", "0"});
+  }
+  bool isServed(const std::string& community) const { return as(community).get({"reach.4.1.2"}) == kRow; }
+  Manager user(const std::string& name, const std::string& pass) const {
+    return Manager(daemon_.address(),
+                   {"-v3", "-u", name, "-l", "authNoPriv", "-a", "SHA-256", "-A", pass, "-t", "1"});
+  }
+
+  static std::vector<std::string> linesOf(const std::string& log, const std::string& one,
+                                          const std::string& other) {
+    std::vector<std::string> found;
+    std::istringstream in(log);
+    for (std::string line; std::getline(in, line);) {
+      if (line.find(one) != std::string::npos || line.find(other) != std::string::npos) {
+        found.push_back(line.substr(line.find(' ') + 1));
+      }
+    }
+    return found;
+  }
+
+  Daemon daemon_;
+  std::string conf_;
+};
+
+TEST_F(Reload, CommunitiesAndViews_AreThoseOfTheFile) {
+  confIs("rocommunity one 127.0.0.1\n");
+  daemon_.start();
+  EXPECT_TRUE(isServed("one"));
+  confIs(
+      "view system included .1.3.6.1.2.1.1\nrocommunity two 127.0.0.1\nrocommunity one 127.0.0.1 -V system\n"
+      "sysContact them\n");
+  EXPECT_EQ(reloads(), "Daemon/1 --conf " + conf_ +
+                           ": reloaded: 4 lines; it takes a restart for the command line, --toggles");
+  EXPECT_TRUE(isServed("two"));
+  EXPECT_THAT(as("one").get({"reach.4.1.2"}), HasSubstr("No Such"));
+  EXPECT_THAT(as("two").get({kSysContact}), HasSubstr("them"));
+  confIs("rocommunity two 127.0.0.1\n");
+  EXPECT_EQ(reloads(),
+            "Daemon/1 --conf " + conf_ +
+                ": reloaded: 1 lines; it takes a restart for syscontact, the command line, --toggles");
+  EXPECT_FALSE(isServed("one"));
+  EXPECT_TRUE(isServed("two"));
+}
+
+TEST_F(Reload, Users_ComeChangeAndGo) {
+  constexpr const char* kStays = "createUser stays SHA-256 \"first pass\"\nrouser stays auth\n";
+  confIs(std::string(kStays) + "createUser other SHA-256 \"first pass\"\nrouser other auth\n");
+  daemon_.start();
+  EXPECT_EQ(user("stays", "first pass").get({"reach.4.1.2"}), kRow);
+  EXPECT_EQ(user("other", "first pass").get({"reach.4.1.2"}), kRow);
+  confIs(std::string(kStays) + "rouser other auth\ncreateUser other SHA-256 \"second pass\"\n");
+  EXPECT_THAT(reloads(), HasSubstr(": reloaded: 4 lines; "));
+  EXPECT_EQ(user("stays", "first pass").get({"reach.4.1.2"}), kRow);
+  EXPECT_EQ(user("other", "second pass").get({"reach.4.1.2"}), kRow);
+  EXPECT_THAT(user("other", "first pass").get({"reach.4.1.2"}), HasSubstr("Authentication failure"));
+  confIs(std::string(kStays) + "rouser other auth\n");
+  EXPECT_THAT(reloads(), HasSubstr(": reloaded: 3 lines; "));
+  EXPECT_EQ(user("stays", "first pass").get({"reach.4.1.2"}), kRow);
+  EXPECT_THAT(user("other", "second pass").get({"reach.4.1.2"}), HasSubstr("Unknown user name"));
+  // Neither is it there after a restart.
+  EXPECT_EQ(daemon_.process().stop(), 0);
+  EXPECT_THAT(Support::readFile(daemon_.dir().file("persistent/trelsnmpd.conf")), Not(HasSubstr("usmUser")));
+}
+
+TEST_F(Reload, BadFile_LeavesWhatWasInForce_WithOneLine) {
+  constexpr const char* kGood =
+      "rocommunity one 127.0.0.1\ncreateUser operator SHA-256 \"first pass\"\nrouser operator auth\n";
+  confIs(kGood);
+  daemon_.start();
+  // The first is found by reading, the others by trying.
+  for (const char* mistake : {"perl 1;", "view v sideways .1", "createUser another SHA-256 short"}) {
+    confIs(
+        fmt::format("rocommunity two 127.0.0.1\ncreateUser operator SHA-256 \"second pass\"\n{}\n", mistake));
+    EXPECT_THAT(reloads(), AllOf(StartsWith("Daemon/0 --conf " + conf_ + ": line 3: "),
+                                 testing::EndsWith(": not reloaded, what was in force stays")));
+    EXPECT_TRUE(isServed("one"));
+    EXPECT_FALSE(isServed("two"));
+    EXPECT_EQ(user("operator", "first pass").get({"reach.4.1.2"}), kRow);
+  }
+  std::filesystem::remove(conf_);
+  EXPECT_THAT(reloads(), HasSubstr(": No such file or directory: not reloaded, "));
+  EXPECT_TRUE(isServed("one"));
+}
+
+TEST_F(Reload, EngineId_IsNamedAsOneThatStays) {
+  confIs("rocommunity one 127.0.0.1\nengineID first\n");
+  daemon_.start();
+  confIs("rocommunity one 127.0.0.1\nengineID second\n");
+  EXPECT_THAT(reloads(), HasSubstr("; it takes a restart for engineID, the command line, --toggles"));
+}
+
+TEST_F(Reload, AgainAndAgainUnderAWalk_NoRowIsMissing) {
+  confIs("rocommunity one 127.0.0.1\n");
+  Reports mesh = fullMesh(12);
+  daemon_.stateIs(documentOf(mesh));
+  daemon_.start();
+  std::string whole = as("one").walk();
+  for (int i = 0; i < 10; ++i) {
+    daemon_.process().signal(SIGHUP);
+    EXPECT_EQ(as("one").bulkWalk(), whole);
+    EXPECT_THAT(reloads(), HasSubstr(": reloaded: 1 lines; "));
+  }
+  EXPECT_EQ(as("one").walk(), whole);
+}
+
+TEST(ReloadWithoutConf, SaysThatThereIsNothing_AndGoesOn) {
+  Daemon daemon;
+  daemon.stateIs(documentOf(kReports)).start();
+  daemon.process().signal(SIGHUP);
+  EXPECT_TRUE(Support::waitUntil([&] {
+    return daemon.process().err().find(
+               "Daemon/1 without --conf there is nothing to reload; it takes a restart for "
+               "the command line, --toggles\n") != std::string::npos;
+  })) << daemon.process().err();
+  EXPECT_EQ(daemon.manager().get({"reach.4.1.2"}), kRow);
+}
+
+}  // namespace
+}  // namespace E2e
