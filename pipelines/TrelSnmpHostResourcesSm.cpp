@@ -99,14 +99,14 @@ void TrelSnmpHostResourcesSm::machinesIs() {
       {kHrSystemTableStream,
        [this](const Kor::String& dirKey, const Host& host) { eventToHrSystemTableStream(dirKey, host); }},
       {kProcessorTableStream, {}}};
-  statement.childStreams = [this](const Kor::String& dirKey, const HostResources::HostResources& member) {
+  statement.childInputs = [this](const Kor::String& dirKey, const HostResources::HostResources& member) {
     auto emit = [this, dirKey](uint32_t processorIndex, const Processor* processor) {
       eventToProcessorTableStream(dirKey, processorIndex, processor != nullptr ? *processor : nullptr);
     };
-    std::vector<std::unique_ptr<ChildStream>> streams;
-    streams.push_back(
-        std::make_unique<CollectionStream<Processors>>("processorTable", member.processorTable(), emit));
-    return streams;
+    EntityMachine::Inputs inputs;
+    inputs.push_back({kProcessorTableStream, std::make_unique<CollectionStream<Processors>>(
+                                                 "processorTable", member.processorTable(), emit)});
+    return inputs;
   };
   machineAdded(Zavro::makePtr<HostResourcesDirSm0>(*this, hostResourcesDir_, hostResourcesDir_->entities(),
                                                    std::move(statement)));
@@ -116,16 +116,15 @@ void TrelSnmpHostResourcesSm::machinesIs() {
 
 TrelSnmpHostResourcesSm::TrelSnmpHostResourcesSm(Zavro::Ptr<const Kor::Dir> hostResourcesDir,
                                                  Zavro::Ptr<TrelMib> trelMib, const Rvx::SmControl& control)
-    : Pipeline(pipelineTrace, control, {"hrSystemTableStream", "processorTableStream"}),
+    : Pipeline(pipelineTrace, std::move(trelMib), control, {"hrSystemTableStream", "processorTableStream"}),
       hostResourcesDir_(std::move(hostResourcesDir)),
-      trelMib_(std::move(trelMib)),
-      systemOutput_(*this, trelMib_, {kHrSystemTableStream}),
-      processorOutput_(*this, trelMib_, {kProcessorTableStream}) {
+      systemOutput_(*this, {kHrSystemTableStream}),
+      processorOutput_(*this, {kProcessorTableStream}) {
   start();
 }
 
 std::vector<Pipeline::PointerArgument> TrelSnmpHostResourcesSm::pointerArguments() const {
-  return {{"hostResourcesDir", hostResourcesDir_ != nullptr}, {"trelMib", trelMib_ != nullptr}};
+  return {{"hostResourcesDir", hostResourcesDir_.get()}, {"trelMib", trelMib().get()}};
 }
 
 Zavro::Ptr<TrelSnmpHostResourcesSm> trelSnmpHostResourcesSmFactory(

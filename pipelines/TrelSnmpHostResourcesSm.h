@@ -12,7 +12,7 @@ namespace TrelSnmp::Agent {
 namespace RivoCode::TrelSnmpHostResourcesSm {
 
 using HostResourcesDirSm0 = DirMachine<HostResources::HostResources, Kor::Dir::Entities>;
-using EntityPtrSm1 = ChildMachine;
+using EntityPtrSm1 = EntityMachine;
 using InputSmScanState = ::TrelSnmp::Agent::InputSmScanState;
 using OutputState = ::TrelSnmp::Agent::OutputState;
 
@@ -62,7 +62,6 @@ class TrelSnmpHostResourcesSm final : public Pipeline {
   ~TrelSnmpHostResourcesSm() override { stop(); }
 
   const Zavro::Ptr<const Kor::Dir>& hostResourcesDir() const { return hostResourcesDir_; }
-  const Zavro::Ptr<TrelMib>& trelMib() const { return trelMib_; }
   const Output<SystemRows>& trelMibTrelHrSystemTableOutput() const { return systemOutput_; }
   const Output<ProcessorRows>& trelMibTrelProcessorTableOutput() const { return processorOutput_; }
 
@@ -79,7 +78,6 @@ class TrelSnmpHostResourcesSm final : public Pipeline {
   void machinesIs() override;
 
   const Zavro::Ptr<const Kor::Dir> hostResourcesDir_;
-  const Zavro::Ptr<TrelMib> trelMib_;
   Output<SystemRows> systemOutput_;
   Output<ProcessorRows> processorOutput_;
 };

@@ -151,7 +151,6 @@ void TrelSnmpHrStorageTableSm::intoTrelHrStorageTable(const TrelHrStorageKey& ke
 void TrelSnmpHrStorageTableSm::machinesIs() {
   using HostResourcesDirSm0 = RivoCode::TrelSnmpHrStorageTableSm::HostResourcesDirSm0;
   using HostResources::HostResources;
-  using ::HostResources::MemInfo;
   HostResourcesDirSm0::Statement statement;
   statement.machine = "HostResourcesDirSm0";
   statement.childMachine = "EntityPtrSm1";
@@ -161,19 +160,19 @@ void TrelSnmpHrStorageTableSm::machinesIs() {
       "dynamic cast to type ::HostResources::HostResources::RawPtrConst from Kor::Entity::PtrConst failed. ";
   statement.keyTrace = "k: {}";
   statement.streams = {{kMountStream, {}}, {kMemStream, {}}};
-  statement.childStreams = [this](const Kor::String& dirKey, const HostResources& member) {
+  statement.childInputs = [this](const Kor::String& dirKey, const HostResources& member) {
     auto emitMount = [this, dirKey](const Kor::String& mountpt, const Storage* storage) {
       eventToMountStream(dirKey, mountpt, storage != nullptr ? *storage : nullptr);
     };
-    auto emitMem = [this, dirKey](const Memory& memInfo) { eventToMemStream(dirKey, memInfo); };
-    AttributeStream<MemInfo>::Attribute memInfo{
-        "memInfo", [&member] { return member.memInfo(); },
-        [&member](std::function<void()> changed) { return member.subscribeMemInfo(std::move(changed)); }};
-    std::vector<std::unique_ptr<ChildStream>> streams;
-    streams.push_back(std::make_unique<CollectionStream<HostResources::Storage>>(
-        "storageInfoTable", member.storageInfoTable(), emitMount));
-    streams.push_back(std::make_unique<AttributeStream<MemInfo>>(std::move(memInfo), emitMem));
-    return streams;
+    auto emitMem = [this, dirKey](HostResources::MemInfoKey, const Memory* memInfo) {
+      eventToMemStream(dirKey, memInfo != nullptr ? *memInfo : nullptr);
+    };
+    EntityMachine::Inputs inputs;
+    inputs.push_back({kMountStream, std::make_unique<CollectionStream<HostResources::Storage>>(
+                                        "storageInfoTable", member.storageInfoTable(), emitMount)});
+    inputs.push_back({kMemStream, std::make_unique<CollectionStream<HostResources::Memory>>(
+                                      "memInfo", member.memInfoElement(), emitMem)});
+    return inputs;
   };
   machineAdded(Zavro::makePtr<HostResourcesDirSm0>(*this, hostResourcesDir_, hostResourcesDir_->entities(),
                                                    std::move(statement)));
@@ -184,18 +183,17 @@ void TrelSnmpHrStorageTableSm::machinesIs() {
 TrelSnmpHrStorageTableSm::TrelSnmpHrStorageTableSm(Zavro::Ptr<const Kor::Dir> hostResourcesDir,
                                                    Zavro::Ptr<TrelMib> trelMib, Mappings storageEntryMappings,
                                                    const Rvx::SmControl& control)
-    : Pipeline(pipelineTrace, control, {"mountStream", "memStream"}),
+    : Pipeline(pipelineTrace, std::move(trelMib), control, {"mountStream", "memStream"}),
       hostResourcesDir_(std::move(hostResourcesDir)),
-      trelMib_(std::move(trelMib)),
       storageEntryMappings_(std::move(storageEntryMappings)),
-      output_(*this, trelMib_, {kMountStream, kMemStream}) {
+      output_(*this, {kMountStream, kMemStream}) {
   start();
 }
 
 std::vector<Pipeline::PointerArgument> TrelSnmpHrStorageTableSm::pointerArguments() const {
-  return {{"hostResourcesDir", hostResourcesDir_ != nullptr},
-          {"trelMib", trelMib_ != nullptr},
-          {"storageEntryMappings", storageEntryMappings_ != nullptr}};
+  return {{"hostResourcesDir", hostResourcesDir_.get()},
+          {"trelMib", trelMib().get()},
+          {"storageEntryMappings", storageEntryMappings_.get()}};
 }
 
 std::vector<Rvx::RegistryKey> TrelSnmpHrStorageTableSm::derivations(

@@ -2,7 +2,6 @@
 // every member publishes, as far as the storage mappings give them a row.
 #pragma once
 
-#include "pipelines/framework/AttributeStream.h"
 #include "pipelines/framework/CollectionStream.h"
 #include "pipelines/framework/DirMachine.h"
 #include "pipelines/framework/Output.h"
@@ -18,7 +17,7 @@ using StorageRow = Zavro::Ptr<const TrelHrStorageEntry>;
 namespace RivoCode::TrelSnmpHrStorageTableSm {
 
 using HostResourcesDirSm0 = DirMachine<HostResources::HostResources, Kor::Dir::Entities>;
-using EntityPtrSm1 = ChildMachine;
+using EntityPtrSm1 = EntityMachine;
 using InputSmScanState = ::TrelSnmp::Agent::InputSmScanState;
 using OutputState = ::TrelSnmp::Agent::OutputState;
 
@@ -55,7 +54,6 @@ class TrelSnmpHrStorageTableSm final : public Pipeline {
   ~TrelSnmpHrStorageTableSm() override { stop(); }
 
   const Zavro::Ptr<const Kor::Dir>& hostResourcesDir() const { return hostResourcesDir_; }
-  const Zavro::Ptr<TrelMib>& trelMib() const { return trelMib_; }
   const Mappings& storageEntryMappings() const { return storageEntryMappings_; }
   const Output<StorageRows>& trelMibTrelHrStorageTableOutput() const { return output_; }
 
@@ -78,7 +76,6 @@ class TrelSnmpHrStorageTableSm final : public Pipeline {
   void intoTrelHrStorageTable(const TrelHrStorageKey& key, const StorageRow& row);
 
   const Zavro::Ptr<const Kor::Dir> hostResourcesDir_;
-  const Zavro::Ptr<TrelMib> trelMib_;
   const Mappings storageEntryMappings_;
   Output<StorageRows> output_;
 };

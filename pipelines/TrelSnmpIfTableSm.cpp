@@ -174,7 +174,7 @@ void TrelSnmpIfTableSm::intoTrelIfTable(const std::optional<uint32_t>& ifIndex, 
   }
   // An index whose withdrawal is dropped does not count as seen: if the row there is live, the pair that it
   // names sees it; if not, it is a row of an earlier life, and has to go.
-  const TrelIfEntry* old = trelMib_->trelIfTable().find(*ifIndex);
+  const TrelIfEntry* old = trelMib()->trelIfTable().find(*ifIndex);
   if (old == nullptr || !IfRows::same(*old, value)) {
     pipelineTrace.trace(kStepLevel, kOwnershipFilter);
     return;
@@ -195,14 +195,14 @@ void TrelSnmpIfTableSm::machinesIs() {
       "dynamic cast to type ::Trel::TopoConfig::RawPtrConst from Kor::Entity::PtrConst failed.";
   statement.keyTrace = "{}";
   statement.streams = {{kTopoConfigStream, {}}};
-  statement.childStreams = [this](Trel::MemberId local, const Trel::TopoConfig& member) {
+  statement.childInputs = [this](Trel::MemberId local, const Trel::TopoConfig& member) {
     auto emit = [this, local](Trel::MemberId remote, const Lanix::IntfId* intf) {
       eventToTopoConfigStream(local, remote, intf != nullptr ? std::optional(*intf) : std::nullopt);
     };
-    std::vector<std::unique_ptr<ChildStream>> streams;
-    streams.push_back(
-        std::make_unique<CollectionStream<Trel::TopoConfig::Neighbors>>("neighbor", member.neighbor(), emit));
-    return streams;
+    EntityMachine::Inputs inputs;
+    inputs.push_back({kTopoConfigStream, std::make_unique<CollectionStream<Trel::TopoConfig::Neighbors>>(
+                                             "neighbor", member.neighbor(), emit)});
+    return inputs;
   };
   machineAdded(Zavro::makePtr<TopologyConfigSm0>(*this, topologyConfig_, topologyConfig_->topoConfig(),
                                                  std::move(statement)));
@@ -210,10 +210,10 @@ void TrelSnmpIfTableSm::machinesIs() {
   auto emit = [this](const Lanix::IntfId& intfId, const uint32_t* ifIndex) {
     eventToIfMibIfIndexStream(intfId, ifIndex != nullptr ? std::optional(*ifIndex) : std::nullopt);
   };
-  std::vector<LeafMachine::Input> inputs;
+  EntityMachine::Inputs inputs;
   inputs.push_back({kIfMibIfIndexStream, std::make_unique<CollectionStream<IntfSnmp::IfMib::IfIndexes>>(
                                              "ifIndexByIntfId", ifMib_->ifIndexByIntfId(), emit)});
-  machineAdded(Zavro::makePtr<LeafMachine>(*this, "IfMibSm2", ifMib_, std::move(inputs)));
+  machineAdded(Zavro::makePtr<EntityMachine>(*this, "IfMibSm2", ifMib_, std::move(inputs)));
 }
 
 // The root
@@ -221,15 +221,14 @@ void TrelSnmpIfTableSm::machinesIs() {
 TrelSnmpIfTableSm::TrelSnmpIfTableSm(Zavro::Ptr<const Trel::TopologyConfig> topologyConfig,
                                      Zavro::Ptr<const IntfSnmp::IfMib> ifMib, Zavro::Ptr<TrelMib> trelMib,
                                      const Rvx::SmControl& control)
-    : Pipeline(pipelineTrace, control, {"topoConfigStream", "ifMibIfIndexStream"}),
+    : Pipeline(pipelineTrace, std::move(trelMib), control, {"topoConfigStream", "ifMibIfIndexStream"}),
       topologyConfig_(std::move(topologyConfig)),
       ifMib_(std::move(ifMib)),
-      trelMib_(std::move(trelMib)),
       topoConfigStream_(*this, "topoConfigStream", kTopoConfigStream,
                         [this](const auto& key) { processOneTopoConfigStreamElem(key); }),
       ifMibIfIndexStream_(*this, "ifMibIfIndexStream", kIfMibIfIndexStream,
                           [this](const auto& key) { processOneIfMibIfIndexStreamElem(key); }),
-      output_(*this, trelMib_, {kTopoConfigStream, kIfMibIfIndexStream}) {
+      output_(*this, {kTopoConfigStream, kIfMibIfIndexStream}) {
   start();
 }
 
@@ -243,15 +242,13 @@ TrelSnmpIfTableSm::~TrelSnmpIfTableSm() {
 void TrelSnmpIfTableSm::withdrawRows() {
   std::map<MemberIdPair, uint32_t> produced(cacheAttr0_.begin(), cacheAttr0_.end());
   for (const auto& [pair, ifIndex] : produced) {
-    const TrelIfEntry* row = trelMib_->trelIfTable().find(ifIndex);
+    const TrelIfEntry* row = trelMib()->trelIfTable().find(ifIndex);
     if (row != nullptr && IfRows::same(*row, {pair.firstId(), pair.secondId()})) output_.del(ifIndex);
   }
 }
 
 std::vector<Pipeline::PointerArgument> TrelSnmpIfTableSm::pointerArguments() const {
-  return {{"topologyConfig", topologyConfig_ != nullptr},
-          {"ifMib", ifMib_ != nullptr},
-          {"trelMib", trelMib_ != nullptr}};
+  return {{"topologyConfig", topologyConfig_.get()}, {"ifMib", ifMib_.get()}, {"trelMib", trelMib().get()}};
 }
 
 Zavro::Ptr<TrelSnmpIfTableSm> trelSnmpIfTableSmFactory(Zavro::Ptr<const Trel::TopologyConfig> topologyConfig,

@@ -9,7 +9,6 @@
 #include "pipelines/framework/Backlog.h"
 #include "pipelines/framework/CollectionStream.h"
 #include "pipelines/framework/DirMachine.h"
-#include "pipelines/framework/LeafMachine.h"
 #include "pipelines/framework/Output.h"
 #include "platform/trel/Topology.h"
 
@@ -18,8 +17,8 @@ namespace TrelSnmp::Agent {
 namespace RivoCode::TrelSnmpIfTableSm {
 
 using TopologyConfigSm0 = DirMachine<Trel::TopoConfig, Trel::TopologyConfig::Members>;
-using TopoConfigSm1 = ChildMachine;
-using IfMibSm2 = LeafMachine;
+using TopoConfigSm1 = EntityMachine;
+using IfMibSm2 = EntityMachine;
 using InputSmScanState = ::TrelSnmp::Agent::InputSmScanState;
 using OutputState = ::TrelSnmp::Agent::OutputState;
 
@@ -59,7 +58,6 @@ class TrelSnmpIfTableSm final : public Pipeline {
 
   const Zavro::Ptr<const Trel::TopologyConfig>& topologyConfig() const { return topologyConfig_; }
   const Zavro::Ptr<const IntfSnmp::IfMib>& ifMib() const { return ifMib_; }
-  const Zavro::Ptr<TrelMib>& trelMib() const { return trelMib_; }
   const Output<IfRows>& trelMibTrelIfTableOutput() const { return output_; }
   const BacklogBase& topoConfigStreamCodef() const { return topoConfigStream_; }
   const BacklogBase& ifMibIfIndexStreamCodef() const { return ifMibIfIndexStream_; }
@@ -89,7 +87,6 @@ class TrelSnmpIfTableSm final : public Pipeline {
 
   const Zavro::Ptr<const Trel::TopologyConfig> topologyConfig_;
   const Zavro::Ptr<const IntfSnmp::IfMib> ifMib_;
-  const Zavro::Ptr<TrelMib> trelMib_;
   Backlog<TopoConfigStreamCodefKeyType> topoConfigStream_;
   Backlog<IfMibIfIndexStreamCodefKeyType> ifMibIfIndexStream_;
   absl::flat_hash_map<MemberIdPair, uint32_t> cacheAttr0_;

@@ -82,14 +82,15 @@ void TrelSnmpReachabilityTableSm::machinesIs() {
       "dynamic cast to type ::Trel::ReachabilityStatus::RawPtrConst from Kor::Entity::PtrConst failed.";
   statement.keyTrace = "{}";
   statement.streams = {{kReachabilityStatusStream, {}}};
-  statement.childStreams = [this](const Kor::String& dirKey, const Trel::ReachabilityStatus& member) {
+  statement.childInputs = [this](const Kor::String& dirKey, const Trel::ReachabilityStatus& member) {
     auto emit = [this, dirKey](Trel::MemberId nbr, const State* state) {
       eventToReachabilityStatusStream(dirKey, nbr, state != nullptr ? *state : nullptr);
     };
-    std::vector<std::unique_ptr<ChildStream>> streams;
-    streams.push_back(std::make_unique<CollectionStream<Reachability>>("reachabilityStatus",
-                                                                       member.reachabilityStatus(), emit));
-    return streams;
+    EntityMachine::Inputs inputs;
+    inputs.push_back(
+        {kReachabilityStatusStream, std::make_unique<CollectionStream<Reachability>>(
+                                        "reachabilityStatus", member.reachabilityStatus(), emit)});
+    return inputs;
   };
   machineAdded(Zavro::makePtr<ReachabilityDirSm0>(*this, reachabilityDir_, reachabilityDir_->entities(),
                                                   std::move(statement)));
@@ -101,18 +102,15 @@ TrelSnmpReachabilityTableSm::TrelSnmpReachabilityTableSm(Zavro::Ptr<const Kor::D
                                                          Zavro::Ptr<const IntfSnmp::IfMib> ifMib,
                                                          Zavro::Ptr<TrelMib> trelMib,
                                                          const Rvx::SmControl& control)
-    : Pipeline(pipelineTrace, control, {"reachabilityStatusStream"}),
+    : Pipeline(pipelineTrace, std::move(trelMib), control, {"reachabilityStatusStream"}),
       reachabilityDir_(std::move(reachabilityDir)),
       ifMib_(std::move(ifMib)),
-      trelMib_(std::move(trelMib)),
-      output_(*this, trelMib_, {kReachabilityStatusStream}) {
+      output_(*this, {kReachabilityStatusStream}) {
   start();
 }
 
 std::vector<Pipeline::PointerArgument> TrelSnmpReachabilityTableSm::pointerArguments() const {
-  return {{"reachabilityDir", reachabilityDir_ != nullptr},
-          {"ifMib", ifMib_ != nullptr},
-          {"trelMib", trelMib_ != nullptr}};
+  return {{"reachabilityDir", reachabilityDir_.get()}, {"ifMib", ifMib_.get()}, {"trelMib", trelMib().get()}};
 }
 
 Zavro::Ptr<TrelSnmpReachabilityTableSm> trelSnmpReachabilityTableSmFactory(

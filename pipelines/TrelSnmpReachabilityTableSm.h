@@ -14,7 +14,7 @@ class TrelSnmpReachabilityTableSm;
 namespace RivoCode::TrelSnmpReachabilityTableSm {
 
 using ReachabilityDirSm0 = DirMachine<Trel::ReachabilityStatus, Kor::Dir::Entities>;
-using EntityPtrSm1 = ChildMachine;
+using EntityPtrSm1 = EntityMachine;
 using InputSmScanState = ::TrelSnmp::Agent::InputSmScanState;
 using OutputState = ::TrelSnmp::Agent::OutputState;
 
@@ -48,7 +48,6 @@ class TrelSnmpReachabilityTableSm final : public Pipeline {
 
   const Zavro::Ptr<const Kor::Dir>& reachabilityDir() const { return reachabilityDir_; }
   const Zavro::Ptr<const IntfSnmp::IfMib>& ifMib() const { return ifMib_; }
-  const Zavro::Ptr<TrelMib>& trelMib() const { return trelMib_; }
   const Output<ReachabilityRows>& trelMibTrelReachabilityTableOutput() const { return output_; }
 
   // One stream element: member dirKey reports the neighbour nbr, or (null) no longer does. Does nothing while
@@ -63,7 +62,6 @@ class TrelSnmpReachabilityTableSm final : public Pipeline {
 
   const Zavro::Ptr<const Kor::Dir> reachabilityDir_;
   const Zavro::Ptr<const IntfSnmp::IfMib> ifMib_;
-  const Zavro::Ptr<TrelMib> trelMib_;
   Output<ReachabilityRows> output_;
 };
 

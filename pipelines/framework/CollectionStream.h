@@ -1,12 +1,13 @@
-// The stream of a keyed collection's elements, as part of a child machine.
+// The stream of a keyed collection's elements, as part of an entity's machine.
 #pragma once
 
 #include <functional>
 #include <set>
 #include <string>
+#include <type_traits>
 #include <utility>
 
-#include "pipelines/framework/ChildMachine.h"
+#include "pipelines/framework/EntityMachine.h"
 #include "pipelines/framework/Names.h"
 #include "platform/kor/Notifier.h"
 
@@ -15,9 +16,8 @@ namespace TrelSnmp::Agent {
 // A missed notification is our own bug: which rows to delete is not known any more.
 [[noreturn]] void missedNotifications(const std::string& collection, uint32_t seen, uint32_t now);
 
-// The stream of a keyed collection's elements.
 template <class Collection>
-class CollectionStream final : public ChildStream {
+class CollectionStream final : public EntityStream {
  public:
   using Key = typename Collection::Key;
   using Value = typename Collection::Value;
@@ -28,25 +28,28 @@ class CollectionStream final : public ChildStream {
   CollectionStream(std::string name, const Collection& collection, Emit emit)
       : name_(std::move(name)), collection_(collection), emit_(std::move(emit)) {}
 
-  void subscribe(ChildMachine& machine) override {
+  void follow(const Machine& machine, size_t stream) override {
     machine_ = &machine;
+    stream_ = stream;
     // Counted from here on: an entity may vanish before its first scan has run.
     version_ = collection_.version();
     subscription_ = collection_.subscribe([this](const Key& key) { handleReactor(key); });
   }
 
-  bool run(const std::string& machine, Zavro::Ptr<Vem::Task> task) override {
-    ScanContext context{machine_->root(), machine, std::move(task), [this] { return collection_.size(); }};
-    bool complete = scan_.run(context, collection_, [this](const Key& key) {
+  bool runScan() override {
+    auto step = [this](const Key& key) {
       handle(key);
       return true;
-    });
+    };
+    bool complete = scan_.run(*machine_, stream_, collection_, step);
     if (complete) version_ = collection_.version();
     return complete;
   }
 
   void deleteAll() override {
-    if (version_ != collection_.version()) missedNotifications(name_, version_, collection_.version());
+    if (kCounted && version_ != collection_.version()) {
+      missedNotifications(name_, version_, collection_.version());
+    }
     std::set<Key> keys = std::exchange(pending_, {});
     for (auto element = collection_.begin(); element; element.next()) keys.insert(element.key());
     for (const Key& key : keys) emit_(key, nullptr);
@@ -57,18 +60,20 @@ class CollectionStream final : public ChildStream {
   }
 
   ScanState scanState() const override { return scan_.state(); }
+  std::string bookmarkText() const override { return Kor::toText(scan_.bookmark()); }
 
-  void describe(Kor::Type& type, size_t index) const override {
-    type.attributeIs({"inputScanBookmark" + std::to_string(index),
-                      [this](const Kor::Object&) { return Kor::toText(scan_.bookmark()); },
-                      {}});
+  void describe(Kor::Type& type) const override {
+    if (!kCounted) return;
     type.attributeIs(
         {"version" + capitalised(name_), [this](const Kor::Object&) { return Kor::toText(version_); }, {}});
   }
 
  private:
+  // The one element of an attribute needs no key: whether it changed unheard makes no difference.
+  static constexpr bool kCounted = !std::is_empty_v<Key>;
+
   void handleReactor(const Key& key) {
-    if (machine_->reacts()) {
+    if (machine_->hasNotificationActive()) {
       handle(key);
     } else {
       version_ = collection_.version();
@@ -85,7 +90,8 @@ class CollectionStream final : public ChildStream {
   const std::string name_;
   const Collection& collection_;
   Emit emit_;
-  ChildMachine* machine_ = nullptr;
+  const Machine* machine_ = nullptr;
+  size_t stream_ = 0;
   InputScan<Key> scan_;
   uint32_t version_ = 0;
   std::set<Key> pending_;

@@ -2,19 +2,19 @@
 
 namespace TrelSnmp::Agent {
 
-void traceScanYields(const ScanContext& context, uint64_t iterations) {
-  size_t total = context.pending();
-  context.root.traceHandle().trace(8, "{} {} yielding after {} iterations ({} total items)",
-                                   context.root.name(), context.machine, iterations, total);
-  context.task->taskWorkCountInc(iterations);
-  context.task->taskWorkPendingIs(total);
-  context.task->scheduleTask();
+void scanYields(const Machine& machine, size_t stream, uint64_t iterations, size_t total) {
+  machine.root().traceHandle().trace(8, "{} {} yielding after {} iterations ({} total items)",
+                                     machine.root().name(), machine.name(), iterations, total);
+  Zavro::Ptr<Vem::Task> task = machine.task(stream);
+  task->taskWorkCountInc(iterations);
+  task->taskWorkPendingIs(total);
+  task->scheduleTask();
 }
 
-ScanState scanCompleted(const ScanContext& context) {
-  bool initial = !context.root.initialScanDone();
-  context.root.traceHandle().trace(9, "{}{} scan, and parent scan, complete.", context.machine,
-                                   initial ? " initial" : "");
+ScanState scanEnds(const Machine& machine) {
+  bool initial = !machine.root().initialScanDone();
+  machine.root().traceHandle().trace(9, "{}{} scan, and parent scan, complete.", machine.name(),
+                                     initial ? " initial" : "");
   return initial ? ScanState::completeInitial : ScanState::complete;
 }
 

@@ -11,7 +11,6 @@
 #include <string>
 #include <vector>
 
-#include "mib-state/TrelMib.h"
 #include "pipelines/framework/Pipeline.h"
 
 namespace TrelSnmp::Agent {
@@ -78,9 +77,7 @@ class Output final : public OutputBase {
   using Key = typename Table::Key;
   using Value = typename Rows::Value;
 
-  // mib must not be null by the time that the pipeline starts.
-  Output(Pipeline& root, Zavro::Ptr<TrelMib> mib, std::vector<size_t> inputs)
-      : OutputBase(root, Rows::kOutput, std::move(inputs)), mib_(std::move(mib)) {}
+  Output(Pipeline& root, std::vector<size_t> inputs) : OutputBase(root, Rows::kOutput, std::move(inputs)) {}
 
   // The row under key is to have this value, whatever is there now.
   void write(const Key& key, const Value& value) {
@@ -90,8 +87,8 @@ class Output final : public OutputBase {
       trace().trace(7, "{}: inserting k1={}, value={}", Rows::kInto, key, Rows::text(key, value));
     }
     const auto* row = table().find(key);
-    if (row != nullptr && !Rows::same(*row, value)) Rows::del(*mib_, key);
-    Rows::insert(*mib_, key, value);
+    if (row != nullptr && !Rows::same(*row, value)) Rows::del(mib(), key);
+    Rows::insert(mib(), key, value);
   }
 
   // There is to be no row under key.
@@ -99,7 +96,7 @@ class Output final : public OutputBase {
     if (!root().ownsRows()) return;
     noteSeen(key);
     trace().trace(7, "{}: deleting k1={}", Rows::kInto, key);
-    Rows::del(*mib_, key);
+    Rows::del(mib(), key);
   }
 
   // An event concerned the key, whether it led to a write or not: the row is not stale.
@@ -113,7 +110,8 @@ class Output final : public OutputBase {
   std::string bookmarkText() const override { return Kor::optText(bookmark_); }
 
  private:
-  const Table& table() const { return Rows::table(*mib_); }
+  TrelMib& mib() const { return *root().trelMib(); }
+  const Table& table() const { return Rows::table(mib()); }
   bool tableEmpty() const override { return table().empty(); }
 
   bool deletionScan() override {
@@ -127,7 +125,7 @@ class Output final : public OutputBase {
         return false;
       }
       if (!seen_.contains(row.key())) {
-        Rows::del(*mib_, row.key());
+        Rows::del(mib(), row.key());
         ++deletions;
       }
       ++items;
@@ -139,7 +137,6 @@ class Output final : public OutputBase {
 
   void forgetSeen() override { seen_ = {}; }
 
-  Zavro::Ptr<TrelMib> mib_;
   absl::flat_hash_set<Key> seen_;
   std::optional<Key> bookmark_;
 };

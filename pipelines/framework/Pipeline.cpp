@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "pipelines/framework/Backlog.h"
+#include "pipelines/framework/Machine.h"
 #include "pipelines/framework/Names.h"
 #include "pipelines/framework/Output.h"
 #include "platform/kor/Publication.h"
@@ -15,10 +16,11 @@ std::string taskName(const Zavro::Ptr<Vem::Task>& task) { return task ? task->na
 
 }  // namespace
 
-Pipeline::Pipeline(const Lumalog::Handle& traceHandle, const Rvx::SmControl& control,
-                   std::vector<std::string> streams)
+Pipeline::Pipeline(const Lumalog::Handle& traceHandle, Zavro::Ptr<TrelMib> trelMib,
+                   const Rvx::SmControl& control, std::vector<std::string> streams)
     : name_(traceHandle.name()),
       traceHandle_(traceHandle),
+      trelMib_(std::move(trelMib)),
       rivoControl_(control),
       streams_(std::move(streams)),
       taskPriority_(control.priority),
@@ -78,7 +80,7 @@ void Pipeline::resolveControl() {
 
 void Pipeline::checkArguments() const {
   for (const PointerArgument& argument : pointerArguments()) {
-    if (argument.present) continue;
+    if (argument.entity != nullptr) continue;
     Zavro::assertFailed(
         fmt::format("{}() && \"Pointer SM args cannot be null unless they are marked Optional\"",
                     argument.name),
@@ -90,6 +92,11 @@ void Pipeline::checkArguments() const {
 Zavro::Ptr<Vem::Task> Pipeline::newTask(const std::string& taskName, std::function<void()> run) {
   if (synchronous_) return nullptr;
   return Zavro::makePtr<Vem::Task>(taskScheduler_, taskPriority_, taskName, std::move(run));
+}
+
+void Pipeline::machineAdded(Zavro::Ptr<Machine> machine) {
+  machines_.push_back(machine);
+  machine->doInputScan();
 }
 
 void Pipeline::handleInputs() {

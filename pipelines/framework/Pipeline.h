@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "mib-state/TrelMib.h"
 #include "pipelines/framework/PublishedState.h"
 #include "platform/lumalog/Lumalog.h"
 #include "platform/rvx/SmControl.h"
@@ -20,19 +21,8 @@
 namespace TrelSnmp::Agent {
 
 class BacklogBase;
+class Machine;
 class OutputBase;
-
-// A machine at the top of a pipeline's tree: it follows one input and keeps the child machines below it.
-class TopMachine : public Kor::Object {
- public:
-  // Starts or continues the scan of every stream that the machine serves.
-  virtual void doInputScan() = 0;
-  virtual void doDeleteAll() = 0;
-  // While inactive, changes are noted but not acted on; they are when the machine is active again.
-  virtual void hasNotificationActiveIs(bool active) = 0;
-  // Ends the machine: deletes what its children wrote, unless the rows now belong to a successor.
-  virtual void stop(bool deleteRows) = 0;
-};
 
 class Pipeline : public Zavro::Node {
  public:
@@ -54,6 +44,8 @@ class Pipeline : public Zavro::Node {
   // Changes are noted but not acted on, and no task does anything.
   bool paused() const { return paused_; }
 
+  // The MIB state object that the pipeline writes.
+  const Zavro::Ptr<TrelMib>& trelMib() const { return trelMib_; }
   const Rvx::SmControl& rivoControl() const { return rivoControl_; }
   // Takes a copy for inspection; how the pipeline runs was settled when it was made.
   void rivoControlIs(const Rvx::SmControl& control) { rivoControl_ = control; }
@@ -63,7 +55,8 @@ class Pipeline : public Zavro::Node {
   InputSmScanState& inputSmScanState() const { return *inputSmScanState_; }
   // "<output>Ready" for each output, and "ready", their conjunction.
   OutputState& outputState() const { return *outputState_; }
-  const std::vector<Zavro::Ptr<TopMachine>>& machines() const { return machines_; }
+  // Those at the top of the tree.
+  const std::vector<Zavro::Ptr<Machine>>& machines() const { return machines_; }
   Vem::TaskPriority taskPriority() const { return taskPriority_; }
 
   void handleInitialized();
@@ -95,11 +88,11 @@ class Pipeline : public Zavro::Node {
  protected:
   struct PointerArgument {
     const char* name;
-    bool present;
+    const Kor::Entity* entity;
   };
 
   // traceHandle is named after the pipeline and outlives it.
-  Pipeline(const Lumalog::Handle& traceHandle, const Rvx::SmControl& control,
+  Pipeline(const Lumalog::Handle& traceHandle, Zavro::Ptr<TrelMib> trelMib, const Rvx::SmControl& control,
            std::vector<std::string> streams);
 
   void start();
@@ -107,13 +100,14 @@ class Pipeline : public Zavro::Node {
   // Backlogs and outputs announce themselves as they are constructed, in the order of their declaration.
   friend class BacklogBase;
   friend class OutputBase;
-  void machineAdded(Zavro::Ptr<TopMachine> machine) { machines_.push_back(std::move(machine)); }
+  // Adds a machine at the top of the tree and starts its scans.
+  void machineAdded(Zavro::Ptr<Machine> machine);
 
   // The pointers that the pipeline was given, in order of declaration.
   virtual std::vector<PointerArgument> pointerArguments() const = 0;
   // Declares to the runtime what is read but not followed.
   virtual void processDepends() {}
-  // Makes the top machines, each with machineAdded(), and starts their scans.
+  // Makes the machines at the top of the tree, each with machineAdded().
   virtual void machinesIs() = 0;
 
   void onZombieReactors() override;
@@ -132,6 +126,7 @@ class Pipeline : public Zavro::Node {
 
   const std::string name_;
   const Lumalog::Handle& traceHandle_;
+  const Zavro::Ptr<TrelMib> trelMib_;
   Rvx::SmControl rivoControl_;
   const std::vector<std::string> streams_;
   std::vector<BacklogBase*> backlogs_;
@@ -140,7 +135,7 @@ class Pipeline : public Zavro::Node {
   Zavro::Ptr<OutputState> outputState_;
   size_t idleFlag_ = 0;
   size_t readyFlag_ = 0;
-  std::vector<Zavro::Ptr<TopMachine>> machines_;
+  std::vector<Zavro::Ptr<Machine>> machines_;
   Zavro::Ptr<Vem::TaskScheduler> taskScheduler_;
   Vem::TaskPriority taskPriority_;
   bool synchronous_ = kDefaultSynchronous;

@@ -35,12 +35,6 @@ std::string MemInfo::text() const {
                      Kor::optText(amounts_.nonCache));
 }
 
-void HostResources::memInfoIs(Zavro::Ptr<const MemInfo> memInfo) {
-  Kor::Publication::expectNone();
-  memInfo_ = std::move(memInfo);
-  memInfoNotifier_.notify();
-}
-
 const Kor::Type& Processor::type() {
   static const Kor::Type type =
       Kor::TypeBuilder<Processor>("HostResources::Processor").attribute("load", &Processor::load).build();

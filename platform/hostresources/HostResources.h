@@ -80,7 +80,14 @@ class HostResources final : public Kor::Entity {
     bool operator==(const System&) const = default;
   };
 
-  using Entity::Entity;
+  // The key of the one element of what follows.
+  struct MemInfoKey {
+    auto operator<=>(const MemInfoKey&) const = default;
+    std::string text() const { return "memInfo"; }
+  };
+  using Memory = Kor::Collection<MemInfoKey, Zavro::Ptr<const MemInfo>>;
+
+  explicit HostResources(Kor::String name) : Entity(std::move(name)) { memInfo_.set({}, nullptr); }
 
   const System& system() const { return system_; }
   void systemIs(const System& system) {
@@ -95,11 +102,10 @@ class HostResources final : public Kor::Entity {
 
   // The one memory record, null when the member publishes none. Setting it notifies, even when it is the
   // same.
-  const Zavro::Ptr<const MemInfo>& memInfo() const { return memInfo_; }
-  void memInfoIs(Zavro::Ptr<const MemInfo> memInfo);
-  [[nodiscard]] Kor::Subscription subscribeMemInfo(std::function<void()> callback) const {
-    return memInfoNotifier_.subscribe(std::move(callback));
-  }
+  const Zavro::Ptr<const MemInfo>& memInfo() const { return *memInfo_.find(MemInfoKey()); }
+  void memInfoIs(Zavro::Ptr<const MemInfo> memInfo) { memInfo_.set({}, std::move(memInfo)); }
+  // The same, to be followed as a collection of one element, which is always there.
+  const Memory& memInfoElement() const { return memInfo_; }
 
   static const Kor::Type& type();
   const Kor::Type& korType() const override { return type(); }
@@ -108,8 +114,7 @@ class HostResources final : public Kor::Entity {
   System system_;
   Processors processorTable_;
   Storage storageInfoTable_;
-  Zavro::Ptr<const MemInfo> memInfo_;
-  Kor::Notifier<> memInfoNotifier_;
+  Memory memInfo_;
 };
 
 }  // namespace HostResources

@@ -219,8 +219,8 @@ TEST(MirrorTest, MemoryMappingComesChangesAndGoes_MemoryIsAnnouncedAndTakenAwayA
   World world;
   world.says(mapped(""));
   std::vector<bool> there;
-  auto follow =
-      world.host("2")->subscribeMemInfo([&] { there.push_back(world.host("2")->memInfo() != nullptr); });
+  auto follow = world.host("2")->memInfoElement().subscribe(
+      [&](const auto&) { there.push_back(world.host("2")->memInfo() != nullptr); });
   EXPECT_EQ(world.says(mapped("", mapping("1", 1))), "mem[1] 2.memory");
   EXPECT_EQ(world.says(mapped("", mapping("1", 1, "RAM"))), "mem[1] 2.memory");
   EXPECT_EQ(world.says(mapped("", mapping("1", 2))), "2.memory mem[1] 2.memory");

@@ -97,8 +97,8 @@ class World {
           if (!entity) return;
           follow(member + ".cpu", entity->processorTable());
           follow(member + ".storage", entity->storageInfoTable());
-          subscriptions_.push_back(
-              entity->subscribeMemInfo([this, member] { log_.push_back(member + ".memory"); }));
+          subscriptions_.push_back(entity->memInfoElement().subscribe(
+              [this, member](const auto&) { log_.push_back(member + ".memory"); }));
           keep_.push_back(entity);
         }));
     follow("status", mirror.reachabilityDir()->entities());

@@ -151,7 +151,7 @@ TEST_F(PipelineFramework, SynchronousChild_HasNoTask) {
 TEST_F(PipelineFramework, OperationsByName_LeaveWhatIsDoneAsItIs) {
   world.reports("1", 2, State::reachable);
   world.startAndDrain();
-  Zavro::Ptr<TopMachine> machine = world.sm->machines()[0];
+  Zavro::Ptr<Machine> machine = world.sm->machines()[0];
   auto child = dynamic_cast<RivoCode::TrelSnmpReachabilityTableSm::ReachabilityDirSm0&>(*machine).child("1");
   traces.clear();
   for (const char* operation : {"handleInitialized", "handleInitialScanDone"}) {
@@ -204,8 +204,7 @@ TEST_F(PipelineDeath, InputOrPipelineChangedWithinAPublication_EndsTheProcess) {
 
 TEST_F(PipelineDeath, ChildWithoutEntity_EndsTheProcess) {
   world.startAndDrain();
-  std::string name = "EntityPtrSm1";
-  EXPECT_DEATH(Zavro::makePtr<ChildMachine>(*world.sm, name, "1", nullptr, std::vector<ChildMachine::Part>()),
+  EXPECT_DEATH(Zavro::makePtr<EntityMachine>(*world.sm, "EntityPtrSm1", nullptr, EntityMachine::Inputs()),
                "en\\(\\) && \"Sm args can only be null if marked as Optional in the SM type declaration\"");
 }
 

@@ -92,7 +92,7 @@ TEST_F(PipelineFramework, SeenKeys_AreForgottenOnceReconciled) {
 TEST_F(PipelineFramework, MachineHeldBySomebody_ListensNoLongerOnceThePipelineIsGone) {
   world.reports("1", 2, State::reachable);
   world.startAndDrain();
-  Zavro::Ptr<TopMachine> held = world.sm->machines()[0];
+  Zavro::Ptr<Machine> held = world.sm->machines()[0];
   world.sm.reset();
   EXPECT_EQ(world.dir->entities().subscribers(), 0U);
   world.reports("1", 3, State::reachable);

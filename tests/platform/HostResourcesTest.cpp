@@ -96,8 +96,8 @@ TEST(HostResourcesTest, FigureThatIsNoNumber_IsRefusedAndStays) {
 TEST(HostResourcesTest, MemInfo_NotifiesWheneverItIsSet) {
   auto host = Zavro::makePtr<Host>("3");
   std::string log;
-  Kor::Subscription subscription =
-      host->subscribeMemInfo([&] { log += Kor::attribute(*host, "memInfo").substr(0, 8) + " "; });
+  Kor::Subscription subscription = host->memInfoElement().subscribe(
+      [&](const auto&) { log += Kor::attribute(*host, "memInfo").substr(0, 8) + " "; });
   auto info = Zavro::makePtr<const HostResources::MemInfo>(HostResources::MemInfo::Amounts());
   host->memInfoIs(info);
   host->memInfoIs(info);
