@@ -62,14 +62,21 @@ add_custom_command(
   VERBATIM)
 add_custom_target(rooms ALL DEPENDS "${PROJECT_BINARY_DIR}/CMakeFiles/rooms.checked")
 
-# trel_room(NAME [TYPE STATIC|SHARED] SOURCES file... [USES target...] [PRIVATE_USES target...])
+# Most presets compile several files of a target as one, which takes half the time or less. Files that are given as
+# ALONE below are not compiled so, as they use names that others of the target have, too.
+function(trel_alone)
+  set_source_files_properties(${ARGN} PROPERTIES SKIP_UNITY_BUILD_INCLUSION ON)
+endfunction()
+
+# trel_room(NAME [TYPE STATIC|SHARED] SOURCES file... [ALONE file...] [USES target...] [PRIVATE_USES target...])
 # A room is one library, or a few.
 function(trel_room name)
-  cmake_parse_arguments(ROOM "" "TYPE" "SOURCES;USES;PRIVATE_USES" ${ARGN})
+  cmake_parse_arguments(ROOM "" "TYPE" "SOURCES;ALONE;USES;PRIVATE_USES" ${ARGN})
   if(NOT ROOM_TYPE)
     set(ROOM_TYPE STATIC)
   endif()
-  add_library(${name} ${ROOM_TYPE} ${ROOM_SOURCES})
+  add_library(${name} ${ROOM_TYPE} ${ROOM_SOURCES} ${ROOM_ALONE})
+  trel_alone(${ROOM_ALONE})
   target_link_libraries(${name} PUBLIC ${ROOM_USES} PRIVATE ${ROOM_PRIVATE_USES})
   if(TREL_COVERAGE)
     # Without the branches to where another thread makes a function's static variable.
@@ -107,18 +114,19 @@ function(trel_test_headers target)
   target_precompile_headers(${target} REUSE_FROM test-headers)
 endfunction()
 
-# trel_test(NAME SOURCES file... [USES target...] [LABEL unit|e2e] [TIMEOUT seconds] [LONG])
+# trel_test(NAME SOURCES file... [ALONE file...] [USES target...] [LABEL unit|e2e] [TIMEOUT seconds] [LONG])
 # One GoogleTest program and one ctest entry. LONG: it runs so long that its own code is worth optimising, but for
 # sanitizers, with which tests do less and g++ takes longer.
 function(trel_test name)
-  cmake_parse_arguments(T "LONG" "LABEL;TIMEOUT" "SOURCES;USES" ${ARGN})
+  cmake_parse_arguments(T "LONG" "LABEL;TIMEOUT" "SOURCES;ALONE;USES" ${ARGN})
   if(NOT T_LABEL)
     set(T_LABEL unit)
   endif()
   if(NOT T_TIMEOUT)
     set(T_TIMEOUT 120)
   endif()
-  add_executable(${name} ${T_SOURCES})
+  add_executable(${name} ${T_SOURCES} ${T_ALONE})
+  trel_alone(${T_ALONE})
   target_link_libraries(${name} PRIVATE ${T_USES} GTest::gmock GTest::gtest_main)
   trel_leaves_counts(${name})
   add_test(NAME ${name} COMMAND ${name} --gtest_brief=1)

@@ -10,8 +10,8 @@ namespace Kelstore {
 namespace {
 
 const Lumalog::Handle traceHandle("Kelstore");
-constexpr int kErrorLevel = 0;
-constexpr int kWarningLevel = 1;
+using Lumalog::kErrorLevel;
+using Lumalog::kWarningLevel;
 // A document that is wrong throughout is described well enough by its first few lines.
 constexpr size_t kMaxLines = 20;
 

@@ -1,12 +1,11 @@
 #include "member/Collector.h"
 
-#include "platform/lumalog/Lumalog.h"
+#include "member/Trace.h"
 
 namespace Member {
 namespace {
 
-const Lumalog::Handle traceHandle("Member");
-constexpr int kErrorLevel = 0;
+using Lumalog::kErrorLevel;
 constexpr int kRecoveryLevel = 1;
 
 Result<Collector::Take> askSafely(const Collector::Ask& ask) {

@@ -3,7 +3,7 @@
 #include <fmt/format.h>
 
 #include "member/Figures.h"
-#include "platform/lumalog/Lumalog.h"
+#include "member/Trace.h"
 #include "runtime/Text.h"
 
 namespace Member {
@@ -12,8 +12,7 @@ namespace {
 using Kelstore::Kind;
 using Kelstore::Path;
 
-const Lumalog::Handle traceHandle("Member");
-constexpr int kWarningLevel = 1;
+using Lumalog::kWarningLevel;
 
 constexpr const char* kName = "local";
 

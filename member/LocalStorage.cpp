@@ -7,15 +7,14 @@
 #include <cstring>
 
 #include "member/Figures.h"
-#include "platform/lumalog/Lumalog.h"
+#include "member/Trace.h"
 #include "runtime/Text.h"
 
 namespace Member {
 namespace {
 
-const Lumalog::Handle traceHandle("Member");
-constexpr int kErrorLevel = 0;
-constexpr int kWarningLevel = 1;
+using Lumalog::kErrorLevel;
+using Lumalog::kWarningLevel;
 
 constexpr size_t kMaxPathBytes = 4096;  // of a name in the state
 constexpr size_t kMaxDescriptionBytes = 255;

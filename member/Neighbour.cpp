@@ -1,13 +1,12 @@
 #include "member/Neighbour.h"
 
-#include "platform/lumalog/Lumalog.h"
+#include "member/Trace.h"
 #include "platform/zavro/Assert.h"
 
 namespace Member {
 namespace {
 
-const Lumalog::Handle traceHandle("Member");
-constexpr int kErrorLevel = 0;
+using Lumalog::kErrorLevel;
 constexpr int kChangeLevel = 1;
 // Intervals after which an echo should have come to its end, with or without an answer.
 constexpr int kOverdue = 3;

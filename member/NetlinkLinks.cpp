@@ -9,13 +9,12 @@
 #include <stdexcept>
 
 #include "member/Failed.h"
-#include "platform/lumalog/Lumalog.h"
+#include "member/Trace.h"
 
 namespace Member {
 namespace {
 
-const Lumalog::Handle traceHandle("Member");
-constexpr int kErrorLevel = 0;
+using Lumalog::kErrorLevel;
 
 constexpr size_t kBufferBytes = 1 << 15;  // what the kernel fills at most for one answer
 

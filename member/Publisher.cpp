@@ -7,21 +7,19 @@
 #include <tuple>
 #include <utility>
 
-#include "platform/lumalog/Lumalog.h"
+#include "member/Trace.h"
 
 namespace Member {
 namespace {
 
 using Kelstore::Path;
 
-const Lumalog::Handle traceHandle("Member");
-constexpr int kErrorLevel = 0;
+using Lumalog::kErrorLevel;
 constexpr int kHealthLevel = 1;
 constexpr int kWriteLevel = 3;
 
 constexpr uint64_t kMsPerSecond = 1000;
 constexpr uint64_t kNsPerMs = 1'000'000;
-constexpr double kNsPerSecond = 1e9;
 
 // One less than a transaction may have, as it may stand on as many keys as it changes and one more.
 constexpr size_t kMaxChanges = LeaseStore::kMaxChanges - 1;
@@ -363,7 +361,7 @@ void Publisher::worked(Trouble trouble) {
   if (trouble == Trouble::call) backoff_.reset();
   if (trouble_ != trouble) return;
   trouble_.reset();
-  double seconds = static_cast<double>(clock_.monotonicNs() - troubleSinceNs_) / kNsPerSecond;
+  double seconds = static_cast<double>(clock_.monotonicNs() - troubleSinceNs_) / 1e9;
   traceHandle.trace(kHealthLevel, "the store works again, after {:.1f} s", seconds);
 }
 

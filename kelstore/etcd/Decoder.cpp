@@ -5,13 +5,14 @@
 #include <utility>
 
 #include "kelstore/Document.h"
+#include "platform/lumalog/Lumalog.h"
 #include "runtime/Text.h"
 
 namespace Kelstore::Etcd {
 namespace {
 
-constexpr int kErrorLevel = 0;
-constexpr int kWarningLevel = 1;
+using Lumalog::kErrorLevel;
+using Lumalog::kWarningLevel;
 constexpr size_t kMaxKeyText = 200;
 
 // The text without the path that it begins with, which the key says as well.

@@ -9,7 +9,7 @@ namespace Kelstore::Etcd {
 namespace {
 
 const Lumalog::Handle traceHandle("Kelstore");
-constexpr int kErrorLevel = 0;
+using Lumalog::kErrorLevel;
 
 }  // namespace
 

@@ -5,12 +5,13 @@
 #include <algorithm>
 #include <utility>
 
+#include "platform/lumalog/Lumalog.h"
 #include "runtime/Text.h"
 
 namespace Kelstore::Etcd {
 namespace {
 
-constexpr int kErrorLevel = 0;
+using Lumalog::kErrorLevel;
 constexpr int kNewsLevel = 1;
 constexpr size_t kErrorsRemembered = 100;
 

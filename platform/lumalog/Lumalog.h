@@ -11,6 +11,8 @@
 
 namespace Lumalog {
 
+inline constexpr int kErrorLevel = 0;
+inline constexpr int kWarningLevel = 1;
 inline constexpr int kMaxLevel = 9;
 inline constexpr int kDefaultLevel = 1;  // errors and one line for each table that is set up
 

@@ -9,7 +9,7 @@
 #include "kelstore/Document.h"
 #include "member/LinuxMachine.h"
 #include "member/SuggestedMappings.h"
-#include "platform/lumalog/Lumalog.h"
+#include "member/Trace.h"
 #include "platform/zavro/Clock.h"
 #include "programs/trelmemberd/Options.h"
 #include "programs/trelmemberd/Trelmemberd.h"
@@ -17,11 +17,9 @@
 
 namespace {
 
-const Lumalog::Handle traceHandle("Member");
-
 int publish(const Member::Options& options, const Member::ParsedConfig& parsed, Runtime::Threads& threads) {
   Host::TraceLog log("trelmemberd", options.log);
-  for (const std::string& warning : parsed.warnings) traceHandle.trace(1, "{}", warning);
+  for (const std::string& warning : parsed.warnings) Member::traceHandle.trace(1, "{}", warning);
   // A peer that went away is found out by the write that fails.
   std::signal(SIGPIPE, SIG_IGN);
   Zavro::SystemClock clock;
