@@ -8,6 +8,8 @@ set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/bin")
 set(CMAKE_LIBRARY_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/lib")
 set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/lib")
+# Programs find the libraries in ../lib, wherever both are put.
+set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
 
 find_program(TREL_CCACHE ccache)
 if(TREL_CCACHE)
@@ -17,8 +19,22 @@ endif()
 add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror)
 # g++ 12 sees overlapping copies in the assignment of a literal to a std::string when it optimises (GCC bug 105329).
 add_compile_options($<$<NOT:$<CONFIG:Debug>>:-Wno-restrict>)
+# In a file that is compiled together with others it takes what that file has for itself for a header's.
+if(CMAKE_UNITY_BUILD)
+  add_compile_options(-Wno-subobject-linkage)
+endif()
 # Assertion messages and traces name files; they name them as the project does, wherever it was built.
 add_compile_options("-fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=")
+
+# What makes a flaw harder to use; tests/programs/HardeningTest.cpp looks for the effect of each.
+include(CheckPIESupported)
+check_pie_supported(LANGUAGES CXX)
+add_compile_options(-fstack-protector-strong -fstack-clash-protection)
+add_compile_definitions(_GLIBCXX_ASSERTIONS)
+if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64")
+  add_compile_options(-fcf-protection)
+endif()
+add_link_options(-Wl,-z,relro,-z,now -Wl,--as-needed)
 
 set(TREL_SANITIZE "" CACHE STRING "Sanitizers to build with, as -fsanitize= takes them")
 if(TREL_SANITIZE)
@@ -31,6 +47,11 @@ if(TREL_COVERAGE)
   # Atomic: some tests have threads.
   add_compile_options(--coverage -O0 -fprofile-update=atomic)
   add_link_options(--coverage)
+endif()
+
+# Takes optimisation, and replaces what sanitizers watch.
+if(NOT TREL_SANITIZE AND NOT TREL_COVERAGE)
+  add_compile_options("$<$<NOT:$<CONFIG:Debug>>:SHELL:-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=3>")
 endif()
 
 # A process of the target that ends by abort() or _exit() leaves its counts, too, in a coverage build.
@@ -57,10 +78,24 @@ add_custom_command(
   COMMAND "${CMAKE_COMMAND}" -P "${PROJECT_SOURCE_DIR}/cmake/CheckRooms.cmake"
   COMMAND "${CMAKE_COMMAND}" -E touch "${PROJECT_BINARY_DIR}/CMakeFiles/rooms.checked"
   WORKING_DIRECTORY "${PROJECT_SOURCE_DIR}"
-  DEPENDS cmake/CheckRooms.cmake docs/ARCHITECTURE.md ${TREL_SOURCES}
+  DEPENDS cmake/CheckRooms.cmake cmake/RoomTable.cmake docs/ARCHITECTURE.md ${TREL_SOURCES}
   COMMENT "Holding includes against the rooms of docs/ARCHITECTURE.md"
   VERBATIM)
 add_custom_target(rooms ALL DEPENDS "${PROJECT_BINARY_DIR}/CMakeFiles/rooms.checked")
+
+# Lists the targets below the directory, with the rooms in which they are, in targets.txt of the build directory.
+function(trel_list_targets directory)
+  get_property(targets DIRECTORY "${directory}" PROPERTY BUILDSYSTEM_TARGETS)
+  file(RELATIVE_PATH room "${PROJECT_SOURCE_DIR}" "${directory}")
+  string(REGEX REPLACE "/.*" "" room "${room}")
+  foreach(target IN LISTS targets)
+    file(APPEND "${PROJECT_BINARY_DIR}/targets.txt" "${target} ${room}\n")
+  endforeach()
+  get_property(directories DIRECTORY "${directory}" PROPERTY SUBDIRECTORIES)
+  foreach(below IN LISTS directories)
+    trel_list_targets("${below}")
+  endforeach()
+endfunction()
 
 # Most presets compile several files of a target as one, which takes half the time or less. Files that are given as
 # ALONE below are not compiled so, as they use names that others of the target have, too.
@@ -90,7 +125,7 @@ add_custom_target(unit-tests)
 # What a test itself does takes no time worth optimising for, while compiling it does. Nor are its own pointers worth
 # the checks for null and alignment, a third of the time: address 0 is noticed all the same.
 function(trel_compiles_quickly target)
-  target_compile_options(${target} PRIVATE -O0)
+  target_compile_options(${target} PRIVATE "SHELL:-O0 -U_FORTIFY_SOURCE")
   if(TREL_SANITIZE)
     target_compile_options(${target} PRIVATE -fno-sanitize=null,alignment)
   endif()
@@ -112,6 +147,15 @@ function(trel_test_headers target)
     trel_compiles_quickly(test-headers)
   endif()
   target_precompile_headers(${target} REUSE_FROM test-headers)
+endfunction()
+
+# trel_test_support(NAME SOURCES file... [USES target...])
+# What several test programs have in common, compiled once.
+function(trel_test_support name)
+  cmake_parse_arguments(T "" "" "SOURCES;USES" ${ARGN})
+  add_library(${name} STATIC ${T_SOURCES})
+  target_link_libraries(${name} PUBLIC ${T_USES})
+  trel_compiles_quickly(${name})
 endfunction()
 
 # trel_test(NAME SOURCES file... [ALONE file...] [USES target...] [LABEL unit|e2e] [TIMEOUT seconds] [LONG])

@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "kelstore/Path.h"
 #include "kelstore/Schema.h"
 #include "runtime/JsonFields.h"
 #include "runtime/Text.h"
@@ -17,7 +18,6 @@ namespace Kelstore {
 
 // What SNMP can carry in a DisplayString or SnmpAdminString (RFC 2579, RFC 3411).
 inline constexpr size_t kMaxTextBytes = 255;
-inline constexpr size_t kMaxNameBytes = 4096;
 
 // Interfaces' names, object identifiers and states, as Runtime::JsonFields takes them.
 struct JsonIntf {

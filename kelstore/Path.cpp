@@ -9,8 +9,6 @@
 namespace Kelstore {
 namespace {
 
-constexpr size_t kMaxNameBytes = 4096;
-
 enum class Takes : uint8_t { literal, member, u32, s32, name };
 
 struct Segment {

@@ -13,6 +13,9 @@
 
 namespace Kelstore {
 
+// The longest name of an interface, and the longest segment of a path.
+inline constexpr size_t kMaxNameBytes = 4096;
+
 // A plain value. Paths are ordered by kind, which is the order in which changes are applied, then by their
 // variable segments.
 class Path final {

@@ -28,55 +28,17 @@
 #include <vector>
 
 #include "kelstore/etcd/Access.h"
-#include "kelstore/etcd/Keys.h"
+#include "kelstore/etcd/Calls.h"
 
 namespace Kelstore::Etcd {
-
-struct KeyValue {
-  std::string key;
-  std::string value;
-  int64_t createRevision = 0;
-  int64_t modRevision = 0;
-  int64_t lease = 0;  // 0: none
-};
-
-// All keys of a range, in order, as they were at one revision.
-struct Listing {
-  std::vector<KeyValue> keyValues;
-  int64_t revision = 0;
-  uint64_t clusterId = 0;
-};
-
-struct Op {
-  enum class What : uint8_t { put, del };
-  What what = What::put;
-  std::string key;
-  std::string value = {};
-  int64_t lease = 0;  // of a put: the lease that the key goes with; 0: none
-};
-
-struct Deletion {
-  int64_t revision = 0;
-  int64_t keys = 0;
-  bool repeated = false;  // an endpoint that did not answer may have deleted more keys
-};
-
-// What must be so for a transaction to be carried out.
-struct Guard {
-  std::string key;
-  int64_t modRevision = 0;  // 0: there is no such key
-};
 
 struct LeaseTime {
   std::chrono::seconds left{0};
   std::chrono::seconds granted{0};
 };
 
-class Client final {
+class Client final : public Calls {
  public:
-  // As many operations as etcd takes in one transaction unless it is told otherwise.
-  static constexpr size_t kMaxTxnOps = 128;
-
   struct Options {
     std::chrono::milliseconds deadline = std::chrono::seconds(5);  // of one call, all endpoints together
     int64_t pageKeys = 1000;                                       // keys that are asked for at once
@@ -86,20 +48,17 @@ class Client final {
   Client(std::vector<std::string> endpoints, Access access, Options options);
   Client(std::vector<std::string> endpoints, Access access)
       : Client(std::move(endpoints), std::move(access), Options()) {}
-  ~Client();
+  ~Client() override;
 
   // The deadline holds for each page.
-  absl::StatusOr<Listing> range(const KeyRange& keys);
+  absl::StatusOr<Listing> range(const KeyRange& keys) override;
   // A listing of one key or none.
   absl::StatusOr<Listing> get(const std::string& key);
 
-  // These return the revision of the change; where there was nothing to delete, the latest.
-  absl::StatusOr<int64_t> put(const std::string& key, const std::string& value, int64_t lease = 0);
+  absl::StatusOr<int64_t> put(const std::string& key, const std::string& value, int64_t lease = 0) override;
   absl::StatusOr<int64_t> del(const std::string& key);
-  absl::StatusOr<Deletion> del(const KeyRange& keys);
-  // All of them in one revision, or none; none when a guard does not hold. Requires: no key twice, at most
-  // kMaxTxnOps operations and as many guards.
-  absl::StatusOr<int64_t> txn(const std::vector<Op>& ops, const std::vector<Guard>& guards = {});
+  absl::StatusOr<Deletion> del(const KeyRange& keys) override;
+  absl::StatusOr<int64_t> txn(const std::vector<Op>& ops, const std::vector<Guard>& guards = {}) override;
 
   // The new lease's id. etcd may grant more time than was asked for, never less.
   absl::StatusOr<int64_t> grant(std::chrono::seconds ttl);

@@ -2,25 +2,14 @@
 // what comes of it.
 #pragma once
 
-#include <cstdint>
 #include <memory>
-#include <string>
 
-#include "kelstore/etcd/Access.h"
-#include "kelstore/etcd/Address.h"
+#include "kelstore/etcd/FollowSettings.h"
 #include "kelstore/etcd/Handover.h"
 #include "platform/zavro/Clock.h"
 #include "runtime/Threads.h"
 
 namespace Kelstore::Etcd {
-
-struct FollowSettings {
-  Address address;
-  Access access;
-  uint32_t holdSeconds = 300;   // that a lost store's word counts before it is stale
-  bool clearAfterHold = false;  // whether it is withdrawn then
-  uint32_t auditSeconds = 60;
-};
 
 class Session {
  public:

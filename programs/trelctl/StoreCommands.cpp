@@ -12,6 +12,7 @@
 #include <nlohmann/json.hpp>
 
 #include "kelstore/etcd/Address.h"
+#include "kelstore/etcd/Driver.h"
 #include "programs/trelctl/StoreContent.h"
 #include "runtime/CommandLine.h"
 
@@ -38,11 +39,11 @@ struct Store {
   explicit Store(const StoreOptions& options)
       : address(*Etcd::parseStore(options.store)),
         keys(address.prefix),
-        client(address.endpoints, options.access) {}
+        calls(Etcd::driver().calls(address, options.access)) {}
 
   Etcd::Address address;
   Etcd::Keys keys;
-  Etcd::Client client;
+  std::unique_ptr<Etcd::Calls> calls;
 };
 
 struct Place {
@@ -174,22 +175,22 @@ void put(const StoreOptions& options, const std::string& path, const std::string
   }
   for (const std::string& warning : document.warnings) say(warning);
   Store store(options);
-  orThrow(store.client.put(store.keys.key(place.segments),
-                           Kelstore::encode(document.values.front().second).dump()));
+  orThrow(store.calls->put(store.keys.key(place.segments),
+                           Kelstore::encode(document.values.front().second).dump(), 0));
 }
 
 void del(const StoreOptions& options, const std::string& path) {
   Place place = placeOf(path);
   if (place.segments.empty()) throw Unusable(fmt::format("found no path, {}", kExpectedPath));
   Store store(options);
-  Etcd::Deletion deletion = orThrow(store.client.del(rangeOf(store.keys, place)));
+  Etcd::Deletion deletion = orThrow(store.calls->del(rangeOf(store.keys, place)));
   if (deletion.keys == 0 && !deletion.repeated) throw StoreFailed(fmt::format("{}: nothing there", path));
 }
 
 void get(const StoreOptions& options, const std::string& path) {
   Place place = placeOf(path);
   Store store(options);
-  StoreContent content = contentOf(store.keys, orThrow(store.client.range(rangeOf(store.keys, place))));
+  StoreContent content = contentOf(store.keys, orThrow(store.calls->range(rangeOf(store.keys, place))));
   report(content);
   if (content.values.empty() && content.setAside.empty() && !path.empty()) {
     throw StoreFailed(fmt::format("{}: nothing there", path));
@@ -201,13 +202,13 @@ void get(const StoreOptions& options, const std::string& path) {
 void importFrom(const StoreOptions& options, const std::string& file, bool replace) {
   Values wanted = valuesOf(file);
   Store store(options);
-  StoreContent now = contentOf(store.keys, orThrow(store.client.range(store.keys.all())));
+  StoreContent now = contentOf(store.keys, orThrow(store.calls->range(store.keys.all())));
   Difference difference = differenceOf(store.keys, now, wanted, replace);
   size_t done = 0;
   size_t all = difference.ops.size();
   for (const auto& transaction :
-       transactionsOf(std::move(difference.ops), Etcd::Client::kMaxTxnOps, kMaxTxnBytes)) {
-    absl::StatusOr<int64_t> revision = store.client.txn(transaction);
+       transactionsOf(std::move(difference.ops), Etcd::Calls::kMaxTxnOps, kMaxTxnBytes)) {
+    absl::StatusOr<int64_t> revision = store.calls->txn(transaction, {});
     if (!revision.ok()) {
       throw StoreFailed(fmt::format("{}; {} of {} changes were made, import again for the rest",
                                     std::string(revision.status().message()), done, all));
@@ -220,7 +221,7 @@ void importFrom(const StoreOptions& options, const std::string& file, bool repla
 
 void exportTo(const StoreOptions& options, const std::string& file) {
   Store store(options);
-  StoreContent content = contentOf(store.keys, orThrow(store.client.range(store.keys.all())));
+  StoreContent content = contentOf(store.keys, orThrow(store.calls->range(store.keys.all())));
   report(content);
   if (file.empty() || file == "-") {
     write(textOf(content.values));

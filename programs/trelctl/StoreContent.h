@@ -9,7 +9,7 @@
 
 #include "kelstore/Document.h"
 #include "kelstore/Path.h"
-#include "kelstore/etcd/Client.h"
+#include "kelstore/etcd/Calls.h"
 #include "kelstore/etcd/Keys.h"
 
 namespace TrelCtl {

@@ -40,8 +40,9 @@ Host::SnmpConf readConf(const std::string& path) {
 }
 
 std::unique_ptr<Kelstore::Source> sourceFor(const std::string& state, const Options& options,
-                                            const EtcdSources* etcd, Kelstore::Store& store, Runtime::Io& io,
-                                            const Zavro::Clock& clock, Runtime::Threads& threads) {
+                                            const Kelstore::Etcd::Driver* etcd, Kelstore::Store& store,
+                                            Runtime::Io& io, const Zavro::Clock& clock,
+                                            Runtime::Threads& threads) {
   if (state == "local") {
     Member::LocalSource::Settings settings{options.member, options.intervalSeconds, options.indexFile};
     return std::make_unique<Member::LocalSource>(settings, std::make_shared<Member::LinuxMachine>(), store,
@@ -52,14 +53,16 @@ std::unique_ptr<Kelstore::Source> sourceFor(const std::string& state, const Opti
   }
   if (state.starts_with(Kelstore::Etcd::kScheme)) {
     zavroAssert(etcd != nullptr);
-    return etcd->make(state, options.etcd, store, io, clock, threads);
+    Kelstore::Etcd::FollowSettings settings = options.etcd;
+    settings.address = *Kelstore::Etcd::parseStore(state);
+    return etcd->source(state, settings, store, io, clock, threads);
   }
   return std::make_unique<Kelstore::EmbeddedSource>(kExampleState, store, clock);
 }
 
 }  // namespace
 
-Daemon::Daemon(const Options& options, const EtcdSources* etcd, Host::TraceLog& log,
+Daemon::Daemon(const Options& options, const Kelstore::Etcd::Driver* etcd, Host::TraceLog& log,
                const Zavro::Clock& clock, Runtime::Threads& threads)
     : options_(options),
       clock_(clock),
@@ -89,7 +92,7 @@ Daemon::~Daemon() {
   Vem::TaskSchedulerRoot::schedulerIs(nullptr);
 }
 
-void Daemon::start(const EtcdSources* etcd) {
+void Daemon::start(const Kelstore::Etcd::Driver* etcd) {
   snmp_.emplace(loop_, options_.snmp, options_.stateDirectory);
   error_ = snmp_->error();
   if (!error_.empty()) return;

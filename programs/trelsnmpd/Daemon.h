@@ -10,6 +10,7 @@
 #include "host/SnmpAgent.h"
 #include "host/TaskRunner.h"
 #include "host/TraceLog.h"
+#include "kelstore/etcd/Driver.h"
 #include "platform/vem/Vem.h"
 #include "programs/trelsnmpd/Options.h"
 #include "runtime/Directories.h"
@@ -26,8 +27,8 @@ class Daemon {
   // Makes everything that may hang in the file system, before it watches signals: until then they end the
   // process. Log, clock and threads must outlive the daemon; work may be under way on threads when it goes.
   // `etcd` may be null when no such source is among the options.
-  Daemon(const Options& options, const EtcdSources* etcd, Host::TraceLog& log, const Zavro::Clock& clock,
-         Runtime::Threads& threads);
+  Daemon(const Options& options, const Kelstore::Etcd::Driver* etcd, Host::TraceLog& log,
+         const Zavro::Clock& clock, Runtime::Threads& threads);
   ~Daemon();
   Daemon(const Daemon&) = delete;
   Daemon& operator=(const Daemon&) = delete;
@@ -38,8 +39,8 @@ class Daemon {
   void run() { loop_.run(); }
 
  private:
-  void start(const EtcdSources* etcd);
   void reloaded(const Host::SnmpConf& conf);
+  void start(const Kelstore::Etcd::Driver* etcd);
   std::unique_ptr<Host::Reply> answer(const std::string& request) const;
   void tellWhenReady();
 

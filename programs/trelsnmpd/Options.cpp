@@ -8,14 +8,20 @@
 
 #include "host/TraceOptions.h"
 #include "host/control/ControlProtocol.h"
+#include "kelstore/etcd/AccessFiles.h"
 #include "kelstore/etcd/AccessOptions.h"
 #include "kelstore/etcd/Address.h"
 #include "runtime/CommandLine.h"
 #include "runtime/Directories.h"
+#include "runtime/Status.h"
 #include "runtime/Version.h"
 
 namespace Trelsnmpd {
 namespace {
+
+void check(const absl::Status& status) {
+  if (!status.ok()) throw std::invalid_argument(Runtime::textOf(status));
+}
 
 constexpr const char* kProgram = "trelsnmpd";
 constexpr const char* kIndexFile = "/storage-indexes.json";
@@ -43,7 +49,7 @@ std::string readable(const std::string& path) {
   return access(path.c_str(), R_OK) == 0 ? "" : fmt::format("{}: {}", path, std::strerror(errno));
 }
 
-void describeEtcd(CLI::App& app, EtcdOptions& options) {
+void describeEtcd(CLI::App& app, Kelstore::Etcd::FollowSettings& options) {
   app.add_option(
          "--hold", options.holdSeconds,
          fmt::format("Seconds for which what a lost store \"etcd:\" said last counts before it is stale, "
@@ -67,7 +73,7 @@ void describeEtcd(CLI::App& app, EtcdOptions& options) {
   Kelstore::Etcd::describeAccess(app, options.access);
 }
 
-void describe(CLI::App& app, Options& options, const EtcdSources* etcd) {
+void describe(CLI::App& app, Options& options) {
   app.set_version_flag("--version", std::string("trelsnmpd ") + Runtime::kVersion,
                        "Print the version and exit");
   auto* listen = app.add_option(
@@ -91,12 +97,11 @@ void describe(CLI::App& app, Options& options, const EtcdSources* etcd) {
          "\"etcd:HOST:PORT[,HOST:PORT...]/PREFIX\" (the keys of an etcd cluster below the prefix, followed "
          "as they change) or \"embedded\" (an example of three switches); repeatable, later sources override "
          "earlier ones, but the storage mappings of \"local\" yield to all others (default: embedded, "
-         "then local)" +
-             std::string(etcd == nullptr ? ". This program does not have the source \"etcd:\"" : ""))
+         "then local)")
       ->type_name("SOURCE")
       ->allow_extra_args(false)
-      ->check(Runtime::checking([etcd](const std::string& source) { checkSource(source, etcd); }));
-  if (etcd != nullptr) describeEtcd(app, options.etcd);
+      ->check(Runtime::checking(checkSource));
+  describeEtcd(app, options.etcd);
   app.add_option("--member", options.member, "Member id of this switch (default: 1)")
       ->type_name("N")
       ->check(CLI::Range(0, 255));
@@ -135,25 +140,24 @@ void describe(CLI::App& app, Options& options, const EtcdSources* etcd) {
 
 }  // namespace
 
-void checkSource(const std::string& source, const EtcdSources* etcd) {
+void checkSource(const std::string& source) {
   constexpr std::string_view kFile = "file:";
   if (source == "local" || source == "embedded") return;
   if (source.starts_with(kFile) && source.size() > kFile.size()) return;
   if (source.starts_with(Kelstore::Etcd::kScheme)) {
-    if (etcd == nullptr) throw std::invalid_argument("this program does not have the source \"etcd:\"");
-    return etcd->checkName(source);
+    return check(Kelstore::Etcd::parseStore(source).status());
   }
-  throw std::invalid_argument(fmt::format("found \"{}\", expected local, file:PATH, {}embedded", source,
-                                          etcd == nullptr ? "or " : "etcd:HOST:PORT/PREFIX or "));
+  throw std::invalid_argument(
+      fmt::format("found \"{}\", expected local, file:PATH, etcd:HOST:PORT/PREFIX or embedded", source));
 }
 
-ParsedOptions parseOptions(int argc, const char* const* argv, const EtcdSources* etcd) {
+ParsedOptions parseOptions(int argc, const char* const* argv) {
   ParsedOptions parsed;
   Options& options = parsed.options;
   CLI::App app(kDescription, kProgram);
   app.footer(kFooter);
-  describe(app, options, etcd);
-  parsed.exitCode = Runtime::parseCommandLine(app, argc, argv, [&options, etcd] {
+  describe(app, options);
+  parsed.exitCode = Runtime::parseCommandLine(app, argc, argv, [&options] {
     // It is one machine, as one member.
     if (std::count(options.states.begin(), options.states.end(), "local") > 1) {
       throw CLI::ValidationError("--state", "found local twice, expected it once");
@@ -161,7 +165,7 @@ ParsedOptions parseOptions(int argc, const char* const* argv, const EtcdSources*
     try {
       options.stateDirectory = Runtime::stateDirectory(kProgram);
       if (options.control.empty()) options.control = Control::defaultSocketPath();
-      if (etcd != nullptr) etcd->checkFiles(options.etcd);
+      check(Kelstore::Etcd::checkAccess(options.etcd.access));
     } catch (const std::invalid_argument& error) {
       throw CLI::ValidationError(error.what());
     }

@@ -7,8 +7,8 @@
 
 #include "host/SnmpAgent.h"
 #include "host/TraceLog.h"
+#include "kelstore/etcd/FollowSettings.h"
 #include "member/LocalSource.h"
-#include "programs/trelsnmpd/Etcd.h"
 
 namespace Trelsnmpd {
 
@@ -16,7 +16,7 @@ struct Options {
   Host::SnmpOptions snmp;
   // "local" (at most once), "embedded", "file:PATH" or "etcd:HOST:PORT[,HOST:PORT...]/PREFIX"; never empty.
   std::vector<std::string> states;
-  EtcdOptions etcd;
+  Kelstore::Etcd::FollowSettings etcd;  // of every store; without its address
   uint8_t member = 1;
   uint32_t intervalSeconds = Member::MachineFigures::kDefaultIntervalSeconds;
   std::string stateDirectory;
@@ -33,10 +33,9 @@ struct ParsedOptions {
   Options options;
   int exitCode = -1;  // -1: go on
 };
-// `etcd` is null in a program that does not have that source.
-ParsedOptions parseOptions(int argc, const char* const* argv, const EtcdSources* etcd);
+ParsedOptions parseOptions(int argc, const char* const* argv);
 
-// Throws std::invalid_argument unless it names a source that this program has.
-void checkSource(const std::string& source, const EtcdSources* etcd);
+// Throws std::invalid_argument unless it names a source.
+void checkSource(const std::string& source);
 
 }  // namespace Trelsnmpd

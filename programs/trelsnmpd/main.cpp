@@ -1,24 +1,28 @@
 // trelsnmpd.
+#include <algorithm>
 #include <csignal>
+#include <stdexcept>
 
 #include "host/TraceLog.h"
+#include "kelstore/etcd/Driver.h"
 #include "platform/toggles/Toggles.h"
 #include "platform/trel/Mode.h"
 #include "platform/zavro/Clock.h"
 #include "programs/trelsnmpd/Daemon.h"
-#include "programs/trelsnmpd/EtcdSupport.h"
 #include "programs/trelsnmpd/Options.h"
 #include "runtime/CommandLine.h"
 
 namespace {
 
-int serve(const Trelsnmpd::Options& options, const Trelsnmpd::EtcdSources& etcd, Runtime::Threads& threads) {
+bool isEtcd(const std::string& state) { return state.starts_with(Kelstore::Etcd::kScheme); }
+
+int serve(const Trelsnmpd::Options& options, const Kelstore::Etcd::Driver* etcd, Runtime::Threads& threads) {
   Host::TraceLog log("trelsnmpd", options.log);
   if (!options.toggles.empty()) Toggles::fileIs("TrelCore.json", options.toggles);
   Trel::trelModeIs(options.trelMode);
 
   Zavro::SystemClock clock;
-  Trelsnmpd::Daemon daemon(options, &etcd, log, clock, threads);
+  Trelsnmpd::Daemon daemon(options, etcd, log, clock, threads);
   if (!daemon.error().empty()) {
     Runtime::complain("trelsnmpd", daemon.error());
     return Runtime::kUnusable;
@@ -33,10 +37,16 @@ int main(int argc, char** argv) {
   Runtime::openStandardStreams();
   // Until there is something to reload.
   std::signal(SIGHUP, SIG_IGN);
-  Trelsnmpd::EtcdSupport etcd;
-  auto [options, exitCode] = Trelsnmpd::parseOptions(argc, argv, &etcd);
+  auto [options, exitCode] = Trelsnmpd::parseOptions(argc, argv);
   if (exitCode >= 0) return exitCode;
 
+  const Kelstore::Etcd::Driver* etcd = nullptr;
+  try {
+    if (std::any_of(options.states.begin(), options.states.end(), isEtcd)) etcd = &Kelstore::Etcd::driver();
+  } catch (const std::runtime_error& error) {
+    Runtime::complain("trelsnmpd", std::string("--state: ") + error.what());
+    return Runtime::kUnusable;
+  }
   Runtime::Threads threads;
   return threads.exitStatus(serve(options, etcd, threads));
 }

@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <filesystem>
 
-#include "programs/trelsnmpd/EtcdSupport.h"
 #include "tests/support/TempDir.h"
 
 namespace Trelsnmpd {
@@ -15,17 +14,15 @@ namespace {
 using testing::ElementsAre;
 using testing::Pair;
 
-const EtcdSupport kEtcdSupport;
-
-ParsedOptions parsed(std::vector<const char*> arguments, const EtcdSources* etcd = &kEtcdSupport) {
+ParsedOptions parsed(std::vector<const char*> arguments) {
   arguments.insert(arguments.begin(), "trelsnmpd");
-  return parseOptions(static_cast<int>(arguments.size()), arguments.data(), etcd);
+  return parseOptions(static_cast<int>(arguments.size()), arguments.data());
 }
 
 // What a bad command line says.
-std::string refusal(const std::vector<const char*>& arguments, const EtcdSources* etcd = &kEtcdSupport) {
+std::string refusal(const std::vector<const char*>& arguments) {
   testing::internal::CaptureStderr();
-  ParsedOptions result = parsed(arguments, etcd);
+  ParsedOptions result = parsed(arguments);
   std::string text = testing::internal::GetCapturedStderr();
   EXPECT_EQ(result.exitCode, 2);
   EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 1) << text;
@@ -123,7 +120,7 @@ TEST(OptionsTest, Etcd_EveryOption) {
               key.c_str(), "--etcd-credentials", credentials.c_str()});
   ASSERT_EQ(result.exitCode, -1);
   EXPECT_THAT(result.options.states, ElementsAre("etcd:h1:1,[::1]:2/trel", "local"));
-  const EtcdOptions& etcd = result.options.etcd;
+  const Kelstore::Etcd::FollowSettings& etcd = result.options.etcd;
   EXPECT_EQ(etcd.holdSeconds, 0u);
   EXPECT_TRUE(etcd.clearAfterHold);
   EXPECT_EQ(etcd.auditSeconds, 86400u);
@@ -143,12 +140,10 @@ TEST(OptionsTest, Etcd_BadArguments_OneLineEach) {
   EXPECT_THAT(refusal({"--etcd-credentials", "/nowhere"}), testing::HasSubstr("/nowhere"));
 }
 
-TEST(OptionsTest, SourcesThatThisProgramDoesNotHave_AreSaidSo) {
-  EXPECT_EQ(refusal({"--state", "etcd:host:2379/prefix"}, nullptr),
-            "trelsnmpd: --state: this program does not have the source \"etcd:\"\n");
-  EXPECT_EQ(refusal({"--state", "bogus"}, nullptr),
-            "trelsnmpd: --state: found \"bogus\", expected local, file:PATH, or embedded\n");
-  EXPECT_THAT(refusal({"--hold", "1"}, nullptr), testing::HasSubstr("--hold"));
+TEST(OptionsTest, SourcesThatThereAreNot_AreSaidSo) {
+  EXPECT_EQ(
+      refusal({"--state", "bogus"}),
+      "trelsnmpd: --state: found \"bogus\", expected local, file:PATH, etcd:HOST:PORT/PREFIX or embedded\n");
   EXPECT_EQ(
       refusal({"--state", "embedded", "--state", "file:"}),
       "trelsnmpd: --state: found \"file:\", expected local, file:PATH, etcd:HOST:PORT/PREFIX or embedded\n");
@@ -194,11 +189,6 @@ TEST(OptionsTest, HelpAndVersion_GoToStandardOutput) {
     EXPECT_THAT(help, testing::HasSubstr(option));
   }
   for (const char* bound : {"2592000", "86400"}) EXPECT_THAT(help, testing::HasSubstr(bound));
-  EXPECT_THAT(help, testing::Not(testing::HasSubstr("does not have")));
-  testing::internal::CaptureStdout();
-  EXPECT_EQ(parsed({"--help"}, nullptr).exitCode, 0);
-  EXPECT_THAT(testing::internal::GetCapturedStdout(),
-              testing::HasSubstr("does not have the source \"etcd:\""));
 }
 
 }  // namespace

@@ -129,7 +129,7 @@ void Relay::run() {
     poll(fds.data(), fds.size(), static_cast<int>(wait));
     if (fds[0].revents != 0) {
       uint64_t count = 0;
-      static_cast<void>(::read(wake_, &count, sizeof count));
+      [[maybe_unused]] ssize_t taken = ::read(wake_, &count, sizeof count);
     }
     // Whether it was woken or not: what a server says once cut() has returned may be here before the waking.
     // A cut ends connections also when it is healed by now.

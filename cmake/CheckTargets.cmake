@@ -1,0 +1,71 @@
+# cmake -DSCRATCH=DIR -P CheckTargets.cmake: what the targets of a room link to is what the table of
+# docs/ARCHITECTURE.md allows the room, and no rooms stand on each other in a circle. Prints the rooms' picture.
+# Run in the project's directory; DIR is for a build directory of the check's own.
+cmake_policy(VERSION 3.25)
+include("${CMAKE_CURRENT_LIST_DIR}/RoomTable.cmake")
+
+file(WRITE "${SCRATCH}/CMakeGraphVizOptions.cmake"
+  "set(GRAPHVIZ_EXTERNAL_LIBS FALSE)\nset(GRAPHVIZ_GENERATE_PER_TARGET FALSE)\nset(GRAPHVIZ_GENERATE_DEPENDERS FALSE)\n")
+execute_process(
+  COMMAND "${CMAKE_COMMAND}" -G Ninja -S . -B "${SCRATCH}" "--graphviz=${SCRATCH}/targets.dot"
+    -DTREL_ETCD=ON -DTREL_TESTS=ON -DTREL_BENCHMARKS=ON
+  OUTPUT_QUIET COMMAND_ERROR_IS_FATAL ANY)
+
+file(STRINGS "${SCRATCH}/targets.txt" lines)
+foreach(line IN LISTS lines)
+  string(REPLACE " " ";" line "${line}")
+  list(GET line 0 target)
+  list(GET line 1 room_of_${target})
+endforeach()
+
+set(wrong)
+set(arrows)
+file(STRINGS "${SCRATCH}/targets.dot" lines REGEX " // [^ ]+ -> [^ ]+$")
+foreach(line IN LISTS lines)
+  string(REGEX MATCH " // ([^ ]+) -> ([^ ]+)$" line "${line}")
+  set(user "${room_of_${CMAKE_MATCH_1}}")
+  set(used "${room_of_${CMAKE_MATCH_2}}")
+  if(NOT user OR NOT used)
+    string(APPEND wrong "${CMAKE_MATCH_1} -> ${CMAKE_MATCH_2}: not both are targets of a room\n")
+  elseif(NOT user STREQUAL used)
+    list(APPEND arrows "${user} -> ${used}")
+    if(NOT user IN_LIST rooms OR (NOT may_${user} STREQUAL "*" AND NOT used IN_LIST may_${user}))
+      string(APPEND wrong "${CMAKE_MATCH_1} -> ${CMAKE_MATCH_2}: docs/ARCHITECTURE.md does not let ${user}/ use "
+        "${used}/\n")
+    endif()
+  endif()
+endforeach()
+list(SORT arrows)
+list(REMOVE_DUPLICATES arrows)
+if(NOT arrows)
+  message(FATAL_ERROR "${SCRATCH}/targets.dot: found no arrow between rooms")
+endif()
+foreach(arrow IN LISTS arrows)
+  message(STATUS "${arrow}")
+endforeach()
+
+# Rooms that use no other, or that no other uses, are taken away, again and again; circles stay.
+set(left "${arrows}")
+set(count -1)
+while(NOT count EQUAL 0)
+  string(REGEX REPLACE " -> [^;]*" "" users "${left}")
+  string(REGEX REPLACE "[^;]* -> " "" useds "${left}")
+  set(kept)
+  foreach(arrow IN LISTS left)
+    string(REGEX REPLACE " -> .*" "" user "${arrow}")
+    string(REGEX REPLACE ".* -> " "" used "${arrow}")
+    if(used IN_LIST users AND user IN_LIST useds)
+      list(APPEND kept "${arrow}")
+    endif()
+  endforeach()
+  list(LENGTH left before)
+  list(LENGTH kept after)
+  math(EXPR count "${before} - ${after}")
+  set(left "${kept}")
+endwhile()
+foreach(arrow IN LISTS left)
+  string(APPEND wrong "${arrow}: part of a circle\n")
+endforeach()
+if(wrong)
+  message(FATAL_ERROR "${wrong}")
+endif()

@@ -1,0 +1,23 @@
+# The table of docs/ARCHITECTURE.md: | `room/`, ... | what it holds | `room/`, ... |
+# Sets `rooms`, and for each of them may_<room>: the rooms it may use, "*" for every one.
+# Run in the project's directory.
+set(rooms)
+file(STRINGS docs/ARCHITECTURE.md rows REGEX "^\\| `[a-z-]+/`")
+foreach(row IN LISTS rows)
+  string(REGEX MATCH "^\\|([^|]*)\\|[^|]*\\|([^|]*)\\|" row "${row}")
+  set(uses "${CMAKE_MATCH_2}")
+  string(REGEX MATCHALL "`[a-z-]+/`" names "${CMAKE_MATCH_1}")
+  foreach(name IN LISTS names)
+    string(REGEX REPLACE "[`/]" "" name "${name}")
+    list(APPEND rooms "${name}")
+    if(uses MATCHES "everything")
+      set(may_${name} "*")
+    else()
+      string(REGEX MATCHALL "`[a-z-]+/" allowed "${uses}")
+      string(REGEX REPLACE "[`/]" "" may_${name} "${allowed}")
+    endif()
+  endforeach()
+endforeach()
+if(NOT rooms)
+  message(FATAL_ERROR "docs/ARCHITECTURE.md: found no table of rooms")
+endif()
