@@ -3,15 +3,21 @@
 
 set -euo pipefail
 
-kBuildPackages=(
-  g++ cmake ninja-build pkg-config protobuf-compiler protobuf-compiler-grpc
-  libabsl-dev libbenchmark-dev libboost-dev libcli11-dev libfmt-dev libgmock-dev libgrpc++-dev libgtest-dev
-  libmnl-dev libmount-dev liboping-dev libproc2-dev libprotobuf-dev librapidcheck-dev libsnmp-dev libsystemd-dev
-  libuv1-dev nlohmann-json3-dev
+# The agent and its tool, and what a manager asks them with.
+kRunPackages=(
+  g++ cmake ninja-build pkg-config
+  libabsl-dev libboost-dev libcli11-dev libfmt-dev libmnl-dev libmount-dev liboping-dev libproc2-dev libsnmp-dev
+  libsystemd-dev libuv1-dev nlohmann-json3-dev
   erlang-snmp # the base MIB modules, which no other package of Debian's main archive has as files
+  snmp
 )
-kManagerPackages=(snmp)
-kTestPackages=(clang-format clang-tidy etcd-client etcd-server git iproute2 openssl procps smitools snmpd)
+# With what speaks to etcd, with the tests, and with what is checked besides.
+kEtcdPackages=("${kRunPackages[@]}" libgrpc++-dev libprotobuf-dev protobuf-compiler protobuf-compiler-grpc)
+kTestPackages=(
+  "${kEtcdPackages[@]}" libgmock-dev libgtest-dev librapidcheck-dev
+  binutils etcd-client etcd-server git iproute2 openssl procps smitools snmpd
+)
+kCheckPackages=("${kTestPackages[@]}" clang-format clang-tidy libbenchmark-dev python3-clang-14)
 
 say() { printf '%s\n' "$*" >&2; }
 fail() {
@@ -56,11 +62,25 @@ needPackages() {
     fail "apt-get install failed"
 }
 
-# build PRESET TARGET...: configures and builds; silent when there is nothing to do.
+# configure PRESET [PART...]: the agent, with these parts (TREL_ETCD, TREL_TESTS, TREL_BENCHMARKS) and those that the
+# build has already. What other parts take may not be installed.
+configure() {
+  local preset=$1 part options=()
+  shift
+  for part in TREL_ETCD TREL_TESTS TREL_BENCHMARKS; do
+    if [[ " $* " == *" $part "* ]] || grep -qs "^$part:BOOL=ON\$" "build/$preset/CMakeCache.txt"; then
+      options+=("-D$part=ON")
+    else
+      options+=("-D$part=OFF")
+    fi
+  done
+  quietly cmake --preset "$preset" "${options[@]}" || fail "cmake --preset $preset failed"
+}
+
+# build PRESET TARGET...: silent when there is nothing to do.
 build() {
   local preset=$1 steps
   shift
-  quietly cmake --preset "$preset" || fail "cmake --preset $preset failed"
   steps=$(ninja -C "build/$preset" -n "$@" | grep -c '^\[' || true)
   [ "$steps" = 0 ] && return
   say "Building build/$preset ($steps steps)"

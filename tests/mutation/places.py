@@ -366,8 +366,9 @@ def find(tree, rooms, commands):
     seen = {}
     for number, place in enumerate(places, 1):
         place.number = number
-        place.occurrence = seen.get(place.key(), 0)
-        seen[place.key()] = place.occurrence + 1
+        key = place.key()
+        place.occurrence = seen.get(key, 0)
+        seen[key] = place.occurrence + 1
     return places
 
 

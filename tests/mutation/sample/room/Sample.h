@@ -11,4 +11,5 @@ int below(const Numbers& numbers, int limit) {
 }
 
 bool inOrder(int a, int b, int c);
+int alike(int a);
 int unused(int a);
