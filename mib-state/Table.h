@@ -1,5 +1,5 @@
-// One ordered table of the MIB state object: a balanced tree of the rows themselves. TrelMib is its only
-// writer.
+// One ordered table of the MIB state object: a balanced tree of the rows themselves. PublishedTable is its
+// only writer.
 #pragma once
 
 #include <boost/intrusive/set.hpp>
@@ -77,7 +77,8 @@ class Table {
   const Row* find(const Key& key) const { return rowAt(tree_.find(key, KeyOrder())); }
 
  private:
-  friend class TrelMib;
+  template <class>
+  friend class PublishedTable;
 
   struct KeyOrder {
     // Of two rows only the set's assertions ask.

@@ -19,11 +19,7 @@
 // of it only looks: see platform/kor/Publication.h. No value is clamped or checked.
 #pragma once
 
-#include <string_view>
-#include <variant>
-
-#include "mib-state/Table.h"
-#include "platform/kor/Notifier.h"
+#include "mib-state/PublishedTable.h"
 
 namespace TrelSnmp {
 
@@ -38,83 +34,84 @@ class TrelMib final : public Kor::Entity {
   // Where modules find the object, relative to the system's root.
   static constexpr const char* kPath = "snmp/trel/trelMib";
 
-  using RowKey = std::variant<uint32_t, MemberIdPair, ProcessorKey, TrelHrStorageKey>;
-  struct Change {
-    std::string_view table;  // attribute name, such as "trelIfTable"
-    RowKey key;
-    Zavro::Ptr<const Kor::ValueEntity> entry;  // the new row; null for a removal
-  };
-  using Publisher = Kor::Notifier<Change>;
+  using Change = TableChange;
+  using RowKey = decltype(Change::key);
 
   explicit TrelMib(Kor::String name) : Entity(std::move(name)) {}
-  const Publisher& publisher() const { return publisher_; }
+  const TablePublisher& publisher() const { return publisher_; }
 
-  const TrelIfTable& trelIfTable() const { return trelIfTable_; }
-  Zavro::Ptr<const TrelIfEntry> trelIfTable(uint32_t ifIndex) const;
-  Zavro::Ptr<const TrelIfEntry> trelIfTableIs(uint32_t ifIndex, uint32_t localMemberId,
-                                              uint32_t remoteMemberId);
-  Zavro::Ptr<const TrelIfEntry> trelIfTableDel(uint32_t ifIndex);
-  Zavro::Ptr<const TrelIfEntry> trelIfTableDel(const TrelIfTable::Cursor& iterator);
-  void trelIfTableDelAll();
+  using IfEntryPtr = Zavro::Ptr<const TrelIfEntry>;
+  const TrelIfTable& trelIfTable() const { return ifs_.table(); }
+  IfEntryPtr trelIfTable(uint32_t ifIndex) const { return ifs_.entry(ifIndex); }
+  IfEntryPtr trelIfTableIs(uint32_t ifIndex, uint32_t localMemberId, uint32_t remoteMemberId) {
+    return ifs_.is(ifIndex, localMemberId, remoteMemberId);
+  }
+  IfEntryPtr trelIfTableDel(uint32_t ifIndex) { return ifs_.del(ifIndex); }
+  IfEntryPtr trelIfTableDel(const TrelIfTable::Cursor& iterator) { return ifs_.del(iterator); }
+  void trelIfTableDelAll() { ifs_.delAll(); }
 
-  const TrelReachabilityTable& trelReachabilityTable() const { return trelReachabilityTable_; }
-  Zavro::Ptr<const TrelReachabilityEntry> trelReachabilityTable(const MemberIdPair& key) const;
-  Zavro::Ptr<const TrelReachabilityEntry> trelReachabilityTableIs(const MemberIdPair& key,
-                                                                  TrelReachabilityEntry::State state,
-                                                                  TrelReachabilityEntry::IfMib ifMib);
-  Zavro::Ptr<const TrelReachabilityEntry> trelReachabilityTableDel(const MemberIdPair& key);
-  Zavro::Ptr<const TrelReachabilityEntry> trelReachabilityTableDel(
-      const TrelReachabilityTable::Cursor& iterator);
-  void trelReachabilityTableDelAll();
+  using ReachabilityEntryPtr = Zavro::Ptr<const TrelReachabilityEntry>;
+  const TrelReachabilityTable& trelReachabilityTable() const { return reachability_.table(); }
+  ReachabilityEntryPtr trelReachabilityTable(const MemberIdPair& key) const {
+    return reachability_.entry(key);
+  }
+  ReachabilityEntryPtr trelReachabilityTableIs(const MemberIdPair& key,
+                                               const TrelReachabilityEntry::State& state,
+                                               const TrelReachabilityEntry::IfMib& ifMib) {
+    return reachability_.is(key, state, ifMib);
+  }
+  ReachabilityEntryPtr trelReachabilityTableDel(const MemberIdPair& key) { return reachability_.del(key); }
+  ReachabilityEntryPtr trelReachabilityTableDel(const TrelReachabilityTable::Cursor& iterator) {
+    return reachability_.del(iterator);
+  }
+  void trelReachabilityTableDelAll() { reachability_.delAll(); }
 
-  const TrelHrSystemTable& trelHrSystemTable() const { return trelHrSystemTable_; }
-  Zavro::Ptr<const TrelHrSystemEntry> trelHrSystemTable(uint32_t trelMemberId) const;
-  Zavro::Ptr<const TrelHrSystemEntry> trelHrSystemTableIs(uint32_t trelMemberId,
-                                                          TrelHrSystemEntry::Host host);
-  Zavro::Ptr<const TrelHrSystemEntry> trelHrSystemTableDel(uint32_t trelMemberId);
-  Zavro::Ptr<const TrelHrSystemEntry> trelHrSystemTableDel(const TrelHrSystemTable::Cursor& iterator);
-  void trelHrSystemTableDelAll();
+  using HrSystemEntryPtr = Zavro::Ptr<const TrelHrSystemEntry>;
+  const TrelHrSystemTable& trelHrSystemTable() const { return systems_.table(); }
+  HrSystemEntryPtr trelHrSystemTable(uint32_t trelMemberId) const { return systems_.entry(trelMemberId); }
+  HrSystemEntryPtr trelHrSystemTableIs(uint32_t trelMemberId, const TrelHrSystemEntry::Host& host) {
+    return systems_.is(trelMemberId, host);
+  }
+  HrSystemEntryPtr trelHrSystemTableDel(uint32_t trelMemberId) { return systems_.del(trelMemberId); }
+  HrSystemEntryPtr trelHrSystemTableDel(const TrelHrSystemTable::Cursor& iterator) {
+    return systems_.del(iterator);
+  }
+  void trelHrSystemTableDelAll() { systems_.delAll(); }
 
-  const TrelProcessorTable& trelProcessorTable() const { return trelProcessorTable_; }
-  Zavro::Ptr<const TrelProcessorEntry> trelProcessorTable(const ProcessorKey& key) const;
-  Zavro::Ptr<const TrelProcessorEntry> trelProcessorTableIs(const ProcessorKey& key,
-                                                            TrelProcessorEntry::Processor processor);
-  Zavro::Ptr<const TrelProcessorEntry> trelProcessorTableDel(const ProcessorKey& key);
-  Zavro::Ptr<const TrelProcessorEntry> trelProcessorTableDel(const TrelProcessorTable::Cursor& iterator);
-  void trelProcessorTableDelAll();
+  using ProcessorEntryPtr = Zavro::Ptr<const TrelProcessorEntry>;
+  const TrelProcessorTable& trelProcessorTable() const { return processors_.table(); }
+  ProcessorEntryPtr trelProcessorTable(const ProcessorKey& key) const { return processors_.entry(key); }
+  ProcessorEntryPtr trelProcessorTableIs(const ProcessorKey& key,
+                                         const TrelProcessorEntry::Processor& processor) {
+    return processors_.is(key, processor);
+  }
+  ProcessorEntryPtr trelProcessorTableDel(const ProcessorKey& key) { return processors_.del(key); }
+  ProcessorEntryPtr trelProcessorTableDel(const TrelProcessorTable::Cursor& iterator) {
+    return processors_.del(iterator);
+  }
+  void trelProcessorTableDelAll() { processors_.delAll(); }
 
-  const TrelHrStorageTable& trelHrStorageTable() const { return trelHrStorageTable_; }
-  Zavro::Ptr<const TrelHrStorageEntry> trelHrStorageTable(const TrelHrStorageKey& key) const;
+  using HrStorageEntryPtr = Zavro::Ptr<const TrelHrStorageEntry>;
+  const TrelHrStorageTable& trelHrStorageTable() const { return storage_.table(); }
+  HrStorageEntryPtr trelHrStorageTable(const TrelHrStorageKey& key) const { return storage_.entry(key); }
   // Files the entry under its own key.
-  Zavro::Ptr<const TrelHrStorageEntry> trelHrStorageTableIs(Zavro::Ptr<const TrelHrStorageEntry> entry);
-  Zavro::Ptr<const TrelHrStorageEntry> trelHrStorageTableDel(const TrelHrStorageKey& key);
-  Zavro::Ptr<const TrelHrStorageEntry> trelHrStorageTableDel(const TrelHrStorageTable::Cursor& iterator);
-  void trelHrStorageTableDelAll();
+  HrStorageEntryPtr trelHrStorageTableIs(const HrStorageEntryPtr& entry) { return storage_.is(entry); }
+  HrStorageEntryPtr trelHrStorageTableDel(const TrelHrStorageKey& key) { return storage_.del(key); }
+  HrStorageEntryPtr trelHrStorageTableDel(const TrelHrStorageTable::Cursor& iterator) {
+    return storage_.del(iterator);
+  }
+  void trelHrStorageTableDelAll() { storage_.delAll(); }
 
   static const Kor::Type& type();
   const Kor::Type& korType() const override { return type(); }
 
  private:
-  void publish(const Change& change);
-  template <class TableType>
-  static typename TableType::EntryPtr entryUnder(const TableType& table, const typename TableType::Key& key);
-  template <class TableType, class... Fields>
-  typename TableType::EntryPtr strictIs(std::string_view name, TableType& table,
-                                        const typename TableType::Key& key, const Fields&... fields);
-  template <class TableType>
-  typename TableType::EntryPtr del(std::string_view name, TableType& table, typename TableType::Key key);
-  template <class TableType>
-  typename TableType::EntryPtr delAt(std::string_view name, TableType& table,
-                                     const typename TableType::Cursor& iterator);
-  template <class TableType>
-  void delAll(std::string_view name, TableType& table);
-
-  Publisher publisher_;
-  TrelIfTable trelIfTable_;
-  TrelReachabilityTable trelReachabilityTable_;
-  TrelHrSystemTable trelHrSystemTable_;
-  TrelProcessorTable trelProcessorTable_;
-  TrelHrStorageTable trelHrStorageTable_;
+  TablePublisher publisher_;
+  PublishedTable<TrelIfTable> ifs_{"trelIfTable", publisher_};
+  PublishedTable<TrelReachabilityTable> reachability_{"trelReachabilityTable", publisher_};
+  PublishedTable<TrelHrSystemTable> systems_{"trelHrSystemTable", publisher_};
+  PublishedTable<TrelProcessorTable> processors_{"trelProcessorTable", publisher_};
+  PublishedTable<TrelHrStorageTable> storage_{"trelHrStorageTable", publisher_};
 };
 
 Zavro::Ptr<TrelMib> trelMibFactory(const Kor::String& name);

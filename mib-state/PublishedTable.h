@@ -1,0 +1,89 @@
+// A table of the MIB state object as the object writes it: whatever changes is published. The rules of
+// insertion and removal stand at the top of TrelMib.h.
+#pragma once
+
+#include <string_view>
+#include <variant>
+
+#include "mib-state/Table.h"
+#include "platform/kor/Notifier.h"
+#include "platform/kor/Publication.h"
+
+namespace TrelSnmp {
+
+struct TableChange {
+  std::string_view table;  // attribute name, such as "trelIfTable"
+  std::variant<uint32_t, MemberIdPair, ProcessorKey, TrelHrStorageKey> key;
+  Zavro::Ptr<const Kor::ValueEntity> entry;  // the new row; null for a removal
+};
+using TablePublisher = Kor::Notifier<TableChange>;
+
+template <class TableType>
+class PublishedTable {
+ public:
+  using Row = typename TableType::Row;
+  using Key = typename TableType::Key;
+  using EntryPtr = typename TableType::EntryPtr;
+  using Cursor = typename TableType::Cursor;
+
+  PublishedTable(std::string_view name, const TablePublisher& publisher)
+      : name_(name), publisher_(publisher) {}
+
+  const TableType& table() const { return table_; }
+  // The entry under the key, or null.
+  EntryPtr entry(const Key& key) const { return table_.cursorAt(key).entry(); }
+
+  // Inserts a row of these fields, unless there is one under the key, which must have the same.
+  template <class... Fields>
+  EntryPtr is(const Key& key, const Fields&... fields) {
+    auto place = table_.placeOf(key);
+    if (place.row != nullptr) {
+      if (const char* attribute = place.row->differsFrom(fields...)) {
+        throw Kor::MutatorReinstantiationException(Row::type().name(), attribute);
+      }
+      return place.row;
+    }
+    Zavro::Ptr<Row> row = Zavro::makePtr<Row>(key, fields...);
+    table_.link(row, place);
+    publish(row->key(), row);
+    return row;
+  }
+  // Puts the entry into the row under its own key, which holds it from now on.
+  EntryPtr is(const EntryPtr& entry) {
+    if (!entry) throw Kor::NullArgumentException(name_);
+    auto place = table_.placeOf(entry->key());
+    if (place.row == nullptr) {
+      table_.link(Zavro::makePtr<Row>(entry), place);
+    } else {
+      if (place.row->entry() == entry) return entry;
+      place.row->entryIs(entry);
+    }
+    publish(entry->key(), entry);
+    return entry;
+  }
+  // The key is taken by value: it may be that of the very row that goes.
+  EntryPtr del(Key key) {
+    auto* row = table_.findForUpdate(key);
+    if (row == nullptr) return nullptr;
+    EntryPtr entry = TableType::entryOf(*row);
+    table_.unlink(*row);
+    publish(key, nullptr);
+    return entry;
+  }
+  EntryPtr del(const Cursor& iterator) { return iterator ? del(iterator.key()) : nullptr; }
+  void delAll() {
+    for (auto row = table_.begin(); row; row.next()) del(row);
+  }
+
+ private:
+  void publish(const Key& key, Zavro::Ptr<const Kor::ValueEntity> entry) const {
+    Kor::Publication publication;
+    publisher_.notify({name_, key, std::move(entry)});
+  }
+
+  const std::string_view name_;
+  const TablePublisher& publisher_;
+  TableType table_;
+};
+
+}  // namespace TrelSnmp
