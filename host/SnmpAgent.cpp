@@ -137,6 +137,7 @@ SnmpAgent::SnmpAgent(Runtime::EventLoop& loop, const SnmpOptions& options, const
 
 SnmpAgent::~SnmpAgent() {
   pump_.reset();
+  answerSize_.reset();
   // Before the shutdown, which takes what callbacks were registered with for memory of its own and frees it.
   for (const Callback& callback : callbacks()) {
     snmp_unregister_callback(callback.major, callback.minor, callback.function, this, /*matchargs=*/1);
@@ -214,6 +215,7 @@ void SnmpAgent::start() {
     init_system_mib();
     refuseToBeWritten();
   }
+  if (!subagent()) answerSize_.emplace();
   init_snmp(kApplication);
   error_ = lineError_.empty() ? store() : lineError_;
 }

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "host/AnswerSize.h"
 #include "host/SnmpConf.h"
 #include "host/SnmpPump.h"
 #include "runtime/EventLoop.h"
@@ -87,6 +88,7 @@ class SnmpAgent {
   std::vector<SnmpLine> before_;       // in force before
   const SnmpLine* reading_ = nullptr;  // the line that net-snmp is reading
   bool configuring_ = false;
+  std::optional<AnswerSize> answerSize_;
   bool connected_ = false;
   std::optional<SnmpPump> pump_;
   Runtime::EventLoop& loop_;

@@ -154,24 +154,10 @@ TEST_F(MalformedCommunityMessages, BrokenAtRandom) {
 
 class MalformedV3Messages : public MalformedMessages {
  protected:
-  static V3Message discovery() {
-    V3Message message;
-    message.flags = kReportable;
-    message.data = scopedPdu("", "", {PduType::get, 1, 0, 0, {}});
-    return message;
-  }
   // To the engine that the daemon is, at its time now.
   V3Message real(const std::string& flags, PduType type) {
-    V3Message told = decodeV3(asked(encode(discovery())));
-    V3Message message = discovery();
-    message.flags = flags;
-    message.engineId = told.engineId;
-    message.boots = told.boots;
-    message.time = told.time;
-    message.user = flags == kReportable ? kWatcher : kOperator;
-    if (flags == kPrivate) message.salt = "saltsalt";
-    message.data = scopedPdu(told.engineId, "", pdu(type, 1));
-    return message;
+    return requestTo(decodeV3(asked(encode(discovery()))), flags == kReportable ? kWatcher : kOperator, flags,
+                     pdu(type, 1));
   }
   Bytes asked(const Bytes& message) {
     probes_.send(message);
@@ -182,25 +168,13 @@ class MalformedV3Messages : public MalformedMessages {
 
   // How a message is sealed, once it is broken or not.
   using Seal = std::function<Bytes(const V3Message&)>;
-  struct Security {
-    const char* flags;
-    std::function<Bytes(const V3Keys&, const V3Message&)> seal;
-  };
-  static std::vector<Security> allSecurity() {
-    return {{kReportable, [](const V3Keys&, const V3Message& message) { return encode(message); }},
-            {kAuthenticated,
-             [](const V3Keys& keys, const V3Message& message) { return keys.signedMessage(message); }},
-            {kPrivate,
-             [](const V3Keys& keys, const V3Message& message) { return keys.privateMessage(message); }}};
-  }
-
   // Does something with a message of each level of security, which is answered before and after: what is
   // broken by it is otherwise right.
   void forEachSecurity(const std::function<void(const V3Message& message, const Seal& seal)>& act) {
-    for (const Security& security : allSecurity()) {
-      V3Message message = real(security.flags, PduType::getNext);
+    for (const char* flags : {kReportable, kAuthenticated, kPrivate}) {
+      V3Message message = real(flags, PduType::getNext);
       V3Keys keys(kAuthPass, kPrivPass, message.engineId);
-      Seal seal = [&](const V3Message& other) { return security.seal(keys, other); };
+      Seal seal = [&](const V3Message& other) { return keys.sealed(other, flags); };
       expectServed(seal(message));
       act(message, seal);
       if (HasFatalFailure()) return;

@@ -45,6 +45,12 @@ Bytes bigEndian(int64_t value) {
   return bytes;
 }
 
+Bytes vectorOf(const V3Message& message) {
+  Bytes vector = bigEndian(message.boots) + bigEndian(message.time) + message.salt;
+  vector.resize(kVectorBytes);
+  return vector;
+}
+
 }  // namespace
 
 Bytes encode(const V3Message& message) {
@@ -80,6 +86,25 @@ V3Message decodeV3(std::string_view bytes) {
   return message;
 }
 
+V3Message discovery() {
+  V3Message message;
+  message.flags = kReportable;
+  message.data = scopedPdu("", "", {PduType::get, 1, 0, 0, {}});
+  return message;
+}
+
+V3Message requestTo(const V3Message& engine, const Bytes& user, const Bytes& flags, const Pdu& pdu) {
+  V3Message message;
+  message.flags = flags;
+  message.engineId = engine.engineId;
+  message.boots = engine.boots;
+  message.time = engine.time;
+  message.user = user;
+  if (flags == kPrivate) message.salt = "saltsalt";
+  message.data = scopedPdu(engine.engineId, "", pdu);
+  return message;
+}
+
 Bytes scopedPdu(std::string_view contextEngineId, std::string_view contextName, const Pdu& pdu) {
   return tlv(Tag::sequence, octets(contextEngineId) + octets(contextName) + encode(pdu));
 }
@@ -98,9 +123,29 @@ Bytes V3Keys::signedMessage(V3Message message) const {
   return encode(message);
 }
 
+Bytes V3Keys::sealed(const V3Message& message, const Bytes& flags) const {
+  if (flags == kPrivate) return privateMessage(message);
+  return flags == kAuthenticated ? signedMessage(message) : encode(message);
+}
+
+Bytes V3Keys::openedData(const V3Message& message) const {
+  if ((message.flags.at(0) & 2) == 0) return message.data;
+  Bytes vector = vectorOf(message);
+  Bytes key = privKey_.substr(0, kCipherKeyBytes);
+  Bytes cipher(Reader(message.data).next(Tag::octetString));
+  Bytes plain(cipher.size() + kCipherKeyBytes, '\0');
+  size_t length = plain.size();
+  int result =
+      sc_decrypt(usmAESPrivProtocol, OID_LENGTH(usmAESPrivProtocol), unsignedOf(key),
+                 static_cast<u_int>(key.size()), unsignedOf(vector), static_cast<u_int>(vector.size()),
+                 unsignedOf(cipher), static_cast<u_int>(cipher.size()), unsignedOf(plain), &length);
+  if (result != SNMPERR_SUCCESS) throw Malformed("a cipher that is none");
+  plain.resize(length);
+  return plain;
+}
+
 Bytes V3Keys::privateMessage(V3Message message) const {
-  Bytes vector = bigEndian(message.boots) + bigEndian(message.time) + message.salt;
-  vector.resize(kVectorBytes);
+  Bytes vector = vectorOf(message);
   Bytes key = privKey_.substr(0, kCipherKeyBytes);
   Bytes cipher(message.data.size() + kCipherKeyBytes, '\0');
   size_t length = cipher.size();

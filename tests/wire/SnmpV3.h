@@ -28,6 +28,12 @@ Bytes encode(const V3Message& message);
 // Throws Malformed.
 V3Message decodeV3(std::string_view bytes);
 
+// A GET of nothing, in no engine's name: the engine answers with its own, and its time.
+V3Message discovery();
+// A request to the engine that gave this answer, by a user with as much security as the flags say: not sealed
+// yet.
+V3Message requestTo(const V3Message& engine, const Bytes& user, const Bytes& flags, const Pdu& pdu);
+
 Bytes scopedPdu(std::string_view contextEngineId, std::string_view contextName, const Pdu& pdu);
 
 // What a user of HMAC-SHA-256 and AES-128 shares with one engine.
@@ -41,6 +47,11 @@ class V3Keys {
   Bytes signedMessage(V3Message message) const;
   // With data encrypted as well, with the salt that it has.
   Bytes privateMessage(V3Message message) const;
+  // As much of both as these flags say.
+  Bytes sealed(const V3Message& message, const Bytes& flags) const;
+
+  // The scoped PDU of an answer. Throws Malformed when it cannot be decrypted.
+  Bytes openedData(const V3Message& message) const;
 
  private:
   Bytes authKey_;
