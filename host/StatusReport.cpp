@@ -6,7 +6,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "host/TableReport.h"
+#include "snmp-modules/ServedTable.h"
 
 namespace Host {
 namespace {
@@ -129,8 +129,8 @@ Json tasksOf(const Vem::TaskScheduler& scheduler) {
 
 Json tablesOf(const TrelSnmp::TrelMib& mib) {
   Json all = Json::array();
-  for (const TableFigures& table : tableFigures(mib)) {
-    all.push_back({{"name", table.name}, {"rows", table.rows}, {"version", table.version}});
+  for (const TrelSnmp::ServedTable& table : TrelSnmp::servedTables()) {
+    all.push_back({{"name", table.name}, {"rows", table.size(mib)}, {"version", table.version(mib)}});
   }
   return all;
 }

@@ -1,4 +1,4 @@
-// The five tables as an answer to the control request "tables": every served value, in walk order.
+// The tables as an answer to the control request "tables": every served value, in walk order.
 #pragma once
 
 #include <memory>
@@ -11,13 +11,5 @@ namespace Host {
 // Rows that come or go while the answer is under way may be in it or not; no other row is left out or comes
 // twice. The object must outlive the answer.
 std::unique_ptr<Reply> tableReport(const TrelSnmp::TrelMib& mib);
-
-// SNMP name, number of rows and version of each table, in the order of the answer above.
-struct TableFigures {
-  const char* name;
-  size_t rows;
-  uint32_t version;
-};
-std::vector<TableFigures> tableFigures(const TrelSnmp::TrelMib& mib);
 
 }  // namespace Host

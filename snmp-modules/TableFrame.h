@@ -28,7 +28,7 @@ class TableFrame {
   // handler: the exported function of the table that calls handle().
   static void initialize(Netsnmp_Node_Handler* handler, const Zavro::String& context) {
     kModule.initializeTable({.name = kTable.name,
-                             .rootOid = rootOid(),
+                             .rootOid = kTable.rootOid(),
                              .modes = kTable.hasWritableColumn() ? HANDLER_CAN_RWRITE : HANDLER_CAN_RONLY,
                              .index = kTable.index,
                              .columns = columnNumbers(),
@@ -210,11 +210,6 @@ class TableFrame {
   template <class... Args>
   static void trace(int level, fmt::format_string<Args...> format, Args&&... args) {
     kModule.trace().trace(level, format, std::forward<Args>(args)...);
-  }
-
-  static constexpr TableOid rootOid() {
-    auto [a, b, c, d] = kTable.arc;
-    return {1, 3, 6, 1, 4, 1, TREL_ENTERPRISE_NUMBER, a, b, c, d};
   }
 
   // net-snmp takes them as a mutable list and keeps it while the table is registered.

@@ -14,9 +14,6 @@
 
 namespace TrelSnmp {
 
-// An OID as long as those of all tables: the enterprise's seven sub-identifiers and a table's four.
-using TableOid = std::array<oid, 11>;
-
 // What net-snmp is told of a table. What it points at lives as long as the program.
 struct TableRegistration {
   const char* name;

@@ -16,6 +16,7 @@
 #include "snmp-modules/veldaTrelHostResourcesMIB.h"
 
 #include "platform/snmp/AsnConversions.h"
+#include "snmp-modules/ServedTable.h"
 #include "snmp-modules/TableFrame.h"
 
 using Snmp::S32ToAsnIntegerF;
@@ -116,6 +117,12 @@ using ProcessorFrame = TableFrame<kProcessorTable, hostResourcesModule>;
 using StorageFrame = TableFrame<kStorageTable, hostResourcesModule>;
 
 }  // namespace
+
+void describe_veldaTrelHostResourcesMIB(std::vector<ServedTable>& tables) {
+  tables.push_back(servedTable<kHrSystemTable>());
+  tables.push_back(servedTable<kProcessorTable>());
+  tables.push_back(servedTable<kStorageTable>());
+}
 
 void init_veldaTrelHostResourcesMIB(Zavro::String context) {
   Snmp::Config::PtrConst config = Snmp::KelstoreUtil::getSnmpConfig();

@@ -3,8 +3,14 @@
 // default context (the empty string) gets tables.
 #pragma once
 
+#include <vector>
+
 #include "platform/snmp/KelstoreUtil.h"
 #include "platform/zavro/String.h"
+
+namespace TrelSnmp {
+struct ServedTable;
+}
 
 struct netsnmp_mib_handler_s;
 struct netsnmp_handler_registration_s;
@@ -17,6 +23,9 @@ struct netsnmp_request_info_s;
 void init_veldaTrelHostResourcesMIB(Zavro::String context);
 // Undoes init; a context that was never initialised is fine. The tables' counters go with them.
 void unregister_veldaTrelHostResourcesMIB(Zavro::String context);
+
+// Appends what the module's tables serve.
+void describe_veldaTrelHostResourcesMIB(std::vector<TrelSnmp::ServedTable>& tables);
 
 // One table each; init calls them.
 void initialize_table_veldaTrelHrSystemTable(Snmp::Config::PtrConst config, Zavro::String context);

@@ -14,6 +14,7 @@
 
 #include "platform/snmp/AsnConversions.h"
 #include "snmp-modules/ReachabilityStateToAsnUnsigned.h"
+#include "snmp-modules/ServedTable.h"
 #include "snmp-modules/TableFrame.h"
 
 using Snmp::U32ToAsnUnsignedF;
@@ -30,6 +31,11 @@ struct ReachabilityStateToAsnUnsignedF {
   int operator()(const Input& state, unsigned char* buffer, int capacity) const {
     return ReachabilityStateToAsnUnsigned(state, buffer, capacity);
   }
+  static std::string nameOf(uint32_t value) {
+    if (value == 0) return "unrecognized";
+    return value > Trel::ReachabilityState::kStates ? std::to_string(value)
+                                                    : Trel::stateName(static_cast<Input>(value - 1));
+  }
 };
 
 Trel::ReachabilityState::State reachabilityStateOf(const TrelReachabilityEntry& entry) {
@@ -43,7 +49,7 @@ constexpr TableSpec<TrelIfTable, 2> kBaIfTable{
     .arc = {3, 40, 1, 1},
     .keyType = "U32",
     .source = &baIfRows,
-    .index = {{{"veldaTrelBaIfIndex", "baIfIndex", ASN_INTEGER}}},
+    .index = {{{"veldaTrelBaIfIndex", "baIfIndex", ASN_INTEGER, "ifIndex"}}},
     .columns =
         {
             BaIf::of<U32ToAsnUnsignedF, &TrelIfEntry::localMemberId>(  //
@@ -77,6 +83,11 @@ using BaIfFrame = TableFrame<kBaIfTable, trelModule>;
 using ReachabilityFrame = TableFrame<kReachabilityTable, trelModule>;
 
 }  // namespace
+
+void describe_veldaTrelMIB(std::vector<ServedTable>& tables) {
+  tables.push_back(servedTable<kBaIfTable>());
+  tables.push_back(servedTable<kReachabilityTable>());
+}
 
 void init_veldaTrelMIB(Zavro::String context) {
   Snmp::Config::PtrConst config = Snmp::KelstoreUtil::getSnmpConfig();

@@ -1,0 +1,103 @@
+// What the tables serve, for whoever shows or checks them without SNMP: read from the same TableSpecs as the
+// answers to managers.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "snmp-modules/TableSpec.h"
+
+namespace TrelSnmp {
+
+// A column: one of the index, or one that is served.
+struct ServedColumn {
+  unsigned number;  // of its OID
+  const char* name;
+  std::string label;  // such as "destId" of "veldaTrelReachabilityDestId"
+  u_char type;        // ASN.1
+  Shown shown;
+  ValueName nameOf;  // null when it is no enumeration
+  bool ofIndex;
+};
+
+// What a conversion wrote, as net-snmp's varbinds hold it; nothing where it failed, or is refused.
+using Octets = std::optional<std::string>;
+
+// Rows in key order. Those that come or go during a walk may be met or not; no other is left out or met
+// twice. The MIB state object must outlive it.
+class RowWalk {
+ public:
+  virtual ~RowWalk() = default;
+  virtual bool atEnd() const = 0;
+  // A value for each column. Requires: it is not at its end.
+  virtual std::vector<Octets> next() = 0;
+};
+
+struct ServedTable {
+  const char* name;
+  TableOid rootOid;
+  std::vector<ServedColumn> columns;  // those of the index first, in the order of their OIDs
+  size_t (*size)(const TrelMib& mib);
+  uint32_t (*version)(const TrelMib& mib);
+  std::unique_ptr<RowWalk> (*walk)(const TrelMib& mib);
+};
+
+// All tables of all modules, in the order of their OIDs.
+const std::vector<ServedTable>& servedTables();
+
+// "destId" of "veldaTrelReachabilityDestId" in the "veldaTrelReachabilityTable".
+std::string labelOf(std::string_view table, std::string_view column);
+
+template <const auto& kTable>
+class WalkOf final : public RowWalk {
+  using Spec = std::remove_cvref_t<decltype(kTable)>;
+
+ public:
+  explicit WalkOf(const TrelMib& mib) : at_(kTable.source(mib).begin()) {}
+  bool atEnd() const override { return !at_; }
+  std::vector<Octets> next() override {
+    std::vector<Octets> row;
+    for (uint32_t part : partsOf(at_.key())) {
+      row.emplace_back(std::string(reinterpret_cast<const char*>(&part), sizeof part));
+    }
+    for (const auto& column : kTable.columns) row.push_back(octetsOf(column));
+    at_.next();
+    return row;
+  }
+
+ private:
+  Octets octetsOf(const Column<typename Spec::Entry>& column) const {
+    unsigned char buffer[kBufferSize];
+    int length = column.convert(*at_.entry(), buffer, column.capacity);
+    if (length < 0 || (column.lengthFits != nullptr && !column.lengthFits(length))) return std::nullopt;
+    return std::string(reinterpret_cast<const char*>(buffer), static_cast<size_t>(length));
+  }
+
+  typename Spec::Table::Cursor at_;
+};
+
+template <const auto& kTable>
+ServedTable servedTable() {
+  ServedTable table{.name = kTable.name,
+                    .rootOid = kTable.rootOid(),
+                    .columns = {},
+                    .size = [](const TrelMib& mib) { return kTable.source(mib).size(); },
+                    .version = [](const TrelMib& mib) { return kTable.source(mib).version(); },
+                    .walk = [](const TrelMib& mib) -> std::unique_ptr<RowWalk> {
+                      return std::make_unique<WalkOf<kTable>>(mib);
+                    }};
+  for (const IndexColumn& column : kTable.index) {
+    std::string label = column.label != nullptr ? column.label : labelOf(kTable.name, column.name);
+    auto number = static_cast<unsigned>(table.columns.size() + 1);
+    table.columns.push_back({number, column.name, label, column.type, Shown::number, nullptr, true});
+  }
+  for (const auto& column : kTable.columns) {
+    table.columns.push_back({column.number, column.name, labelOf(kTable.name, column.name), column.type,
+                             column.shown, column.nameOf, false});
+  }
+  return table;
+}
+
+}  // namespace TrelSnmp
