@@ -24,7 +24,9 @@ namespace {
 
 using SystemTime = std::chrono::system_clock::time_point;
 using SteadyTime = std::chrono::steady_clock::time_point;
-constexpr std::chrono::milliseconds kEndingPatience(500);
+// What is not written yet is waited for in rounds; one in which no line was written is the last.
+constexpr std::chrono::milliseconds kEndingRound(500);
+constexpr int kEndingRounds = 20;
 
 struct Dated {
   SystemTime time;
@@ -72,8 +74,12 @@ std::atomic<const std::atomic<size_t>*> unwrittenAtAbort;
 void onAbort(int number) {
   if (const std::atomic<size_t>* unwritten = unwrittenAtAbort) {
     constexpr timespec kStep{0, 5'000'000};
-    auto steps = kEndingPatience / std::chrono::nanoseconds(kStep.tv_nsec);
-    for (; steps != 0 && *unwritten != 0; --steps) nanosleep(&kStep, nullptr);
+    size_t before = 0;
+    for (int round = 0; round < kEndingRounds && *unwritten != before; ++round) {
+      before = *unwritten;
+      auto steps = kEndingRound / std::chrono::nanoseconds(kStep.tv_nsec);
+      for (; steps != 0 && *unwritten != 0; --steps) nanosleep(&kStep, nullptr);
+    }
   }
   // The handler is gone with its first call.
   std::raise(number);
@@ -123,7 +129,12 @@ class Log::Lines final {
   // Whether all is written, after some patience.
   bool finishes() {
     std::unique_lock lock(mutex_);
-    return ended_.wait_for(lock, kEndingPatience, [this] { return finished_; });
+    for (int round = 0; round < kEndingRounds; ++round) {
+      size_t before = unwritten_;
+      if (ended_.wait_for(lock, kEndingRound, [this] { return finished_; })) return true;
+      if (unwritten_ == before) return false;
+    }
+    return false;
   }
 
   State state() const {
@@ -163,15 +174,21 @@ class Log::Lines final {
     auto taken = std::exchange(waiting_, {});
     waitingBytes_ = 0;
     uint64_t gap = std::exchange(untoldLost_, 0);
-    size_t count = taken.size();
     lock.unlock();
-    bool good = write(std::move(taken), gap);
-    lock.lock();
-    unwritten_ -= count;
-    if (!good) {
-      lost_ += count;
-      untoldLost_ += gap + count;
+    connectAnew();
+    for (const Dated& line : taken) {
+      bool good = write(line);
+      lock.lock();
+      --unwritten_;
+      if (!good) {
+        ++lost_;
+        ++untoldLost_;
+      }
+      lock.unlock();
     }
+    bool told = gap == 0 || write(lostHere(gap));
+    lock.lock();
+    if (!told) untoldLost_ += gap;
     finished_ = last;
     if (finished_) ended_.notify_all();
   }
@@ -184,33 +201,32 @@ class Log::Lines final {
     if (to_ == LogTo::syslog) closelog();
   }
 
-  // The lines, and how many are lost that came after them.
-  bool write(std::vector<Dated> lines, uint64_t gap) {
-    if (reopening_.exchange(false)) {
-      close();
-      open();
-    }
-    if (gap != 0) {
-      std::string text =
-          fmt::format("{} lines are lost here: nobody read the log, or it could not be written", gap);
-      lines.push_back({std::chrono::system_clock::now(), {Severity::error, "Log/0", std::move(text)}});
-    }
-    if (to_ == LogTo::standardError) {
-      std::string bytes;
-      for (const auto& [time, line] : lines) bytes += timeText(time) + ' ' + textOf(line) + '\n';
-      return writeToStandardError(bytes);
-    }
-    bool good = true;
-    for (const auto& [time, line] : lines) {
-      if (to_ == LogTo::syslog) {
+  void connectAnew() {
+    if (!reopening_.exchange(false)) return;
+    close();
+    open();
+  }
+
+  static Dated lostHere(uint64_t count) {
+    std::string text =
+        fmt::format("{} lines are lost here: nobody read the log, or it could not be written", count);
+    return {std::chrono::system_clock::now(), {Severity::error, "Log/0", std::move(text)}};
+  }
+
+  // Whether it could be written.
+  bool write(const Dated& dated) {
+    const auto& [time, line] = dated;
+    switch (to_) {
+      case LogTo::standardError:
+        return writeToStandardError(timeText(time) + ' ' + textOf(line) + '\n');
+      case LogTo::syslog:
         ::syslog(priorityOf(line.severity), "%s", textOf(line).c_str());
-      } else {
-        good = sd_journal_send("MESSAGE=%s", textOf(line).c_str(), "PRIORITY=%d", priorityOf(line.severity),
-                               "SYSLOG_IDENTIFIER=%s", program_.c_str(), nullptr) == 0 &&
-               good;
-      }
+        return true;
+      case LogTo::journal:
+        return sd_journal_send("MESSAGE=%s", textOf(line).c_str(), "PRIORITY=%d", priorityOf(line.severity),
+                               "SYSLOG_IDENTIFIER=%s", program_.c_str(), nullptr) == 0;
     }
-    return good;
+    return false;
   }
 
   const std::string program_;
