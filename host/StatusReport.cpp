@@ -116,6 +116,16 @@ Json pipelinesOf(const Cluster& cluster) {
   return all;
 }
 
+Json conflictsOf(const Cluster& cluster) {
+  Json all = Json::array();
+  for (const auto& pipeline : cluster.pipelines()) {
+    for (const std::string& conflict : pipeline->conflicts()) {
+      all.push_back({{"pipeline", pipeline->name()}, {"conflict", conflict}});
+    }
+  }
+  return all;
+}
+
 Json tasksOf(const Vem::TaskScheduler& scheduler) {
   Json all = Json::array();
   for (const Vem::Task* task : scheduler.tasks()) {
@@ -160,6 +170,7 @@ std::unique_ptr<Reply> statusReport(const StatusInputs& inputs) {
       {"setAside", setAsideOf(inputs.cluster)},
       {"members", membersOf(inputs.cluster)},
       {"pipelines", pipelinesOf(inputs.cluster)},
+      {"conflicts", conflictsOf(inputs.cluster)},
       {"tasks", tasksOf(inputs.scheduler)},
       {"tables", tablesOf(inputs.cluster.trelMib())}};
   return lineReply(answer.dump(-1, ' ', false, Json::error_handler_t::replace));

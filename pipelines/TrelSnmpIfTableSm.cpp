@@ -11,7 +11,8 @@
 //   it produces another index       the old row is withdrawn before the new one is written
 //   it produces none any more       the row is withdrawn
 // A withdrawal only ever takes a row that names this very pair: another pair may have taken the index
-// meanwhile.
+// meanwhile. When a row was withdrawn, the other pairs that produce its index are processed again, so that
+// one of them has the row.
 //
 // What happens:
 //   a link appears, changes or vanishes          its pair is processed
@@ -20,10 +21,10 @@
 //                                                the order of members, then neighbours
 //   an interface that is no backplane channel    is ignored
 // Changes are noted and processed later, so many changes of one link or interface are processed once. Where
-// two pairs produce one index, the one that is processed later has the row.
+// two pairs produce one index, the one that is processed later has the row; the log and conflicts() say so.
 #include "pipelines/TrelSnmpIfTableSm.h"
 
-#include <map>
+#include <fmt/ranges.h>
 
 namespace TrelSnmp::Agent {
 namespace {
@@ -130,8 +131,13 @@ void TrelSnmpIfTableSm::eventToTrelIfTableStream(Trel::MemberId local, Trel::Mem
   std::optional<uint32_t> newIndex = producedIndex(local, remote);
   std::optional<uint32_t> oldIndex = exchangeCached(pair, newIndex);
   pipelineTrace.trace(kStepLevel, kOldAndNewFlattened, 2);
-  intoTrelIfTable(oldIndex != newIndex ? oldIndex : std::nullopt, false, pair);
+  bool withdrawn = intoTrelIfTable(oldIndex != newIndex ? oldIndex : std::nullopt, false, pair);
   intoTrelIfTable(newIndex, true, pair);
+  if (oldIndex != newIndex) {
+    if (oldIndex) unclaim(*oldIndex, pair);
+    if (newIndex) claim(*newIndex, pair);
+  }
+  if (withdrawn) processClaimants(*oldIndex);
 }
 
 // The index that the pair's link has now, if it is one of a backplane channel interface.
@@ -161,25 +167,74 @@ std::optional<uint32_t> TrelSnmpIfTableSm::exchangeCached(const MemberIdPair& pa
   return before;
 }
 
-void TrelSnmpIfTableSm::intoTrelIfTable(const std::optional<uint32_t>& ifIndex, bool doInsert,
+bool TrelSnmpIfTableSm::intoTrelIfTable(const std::optional<uint32_t>& ifIndex, bool doInsert,
                                         const MemberIdPair& pair) {
   if (!ifIndex) {
     pipelineTrace.trace(kStepLevel, kValueFilter);
-    return;
+    return false;
   }
   IfRows::Value value{pair.firstId(), pair.secondId()};
   if (doInsert) {
     output_.write(*ifIndex, value);
-    return;
+    return false;
   }
   // An index whose withdrawal is dropped does not count as seen: if the row there is live, the pair that it
   // names sees it; if not, it is a row of an earlier life, and has to go.
   const TrelIfEntry* old = trelMib()->trelIfTable().find(*ifIndex);
   if (old == nullptr || !IfRows::same(*old, value)) {
     pipelineTrace.trace(kStepLevel, kOwnershipFilter);
-    return;
+    return false;
   }
   output_.del(*ifIndex);
+  return true;
+}
+
+// Several pairs with one index
+
+void TrelSnmpIfTableSm::claim(uint32_t ifIndex, const MemberIdPair& pair) {
+  std::set<MemberIdPair>& pairs = claimants_[ifIndex];
+  pairs.insert(pair);
+  if (pairs.size() == 1) return;
+  pipelineTrace.trace({"ifIndex", std::to_string(ifIndex)}, Lumalog::kWarningLevel, "{}",
+                      conflict(ifIndex, pairs));
+}
+
+void TrelSnmpIfTableSm::unclaim(uint32_t ifIndex, const MemberIdPair& pair) {
+  auto claimed = claimants_.find(ifIndex);
+  std::set<MemberIdPair>& pairs = claimed->second;
+  pairs.erase(pair);
+  if (pairs.empty()) {
+    claimants_.erase(claimed);
+  } else if (pairs.size() == 1) {
+    pipelineTrace.trace({"ifIndex", std::to_string(ifIndex)}, Lumalog::kWarningLevel,
+                        "ifIndex {} is given to one link only now: {}", ifIndex, *pairs.begin());
+  }
+}
+
+// The row of an index was withdrawn: whoever else produces it has it now.
+void TrelSnmpIfTableSm::processClaimants(uint32_t ifIndex) {
+  auto claimed = claimants_.find(ifIndex);
+  if (claimed == claimants_.end()) return;
+  for (const MemberIdPair& pair : std::set<MemberIdPair>(claimed->second)) {
+    topoConfigStream_.event({Trel::MemberId(static_cast<uint8_t>(pair.firstId())),
+                             Trel::MemberId(static_cast<uint8_t>(pair.secondId()))});
+  }
+}
+
+std::string TrelSnmpIfTableSm::conflict(uint32_t ifIndex, const std::set<MemberIdPair>& pairs) const {
+  const TrelIfEntry* row = trelMib()->trelIfTable().find(ifIndex);
+  std::string shown =
+      row != nullptr ? Kor::toText(MemberIdPair(row->localMemberId(), row->remoteMemberId())) : "none";
+  return fmt::format("ifIndex {} is given to several links: {}; its row shows {}; give each its own index",
+                     ifIndex, fmt::join(pairs, ", "), shown);
+}
+
+std::vector<std::string> TrelSnmpIfTableSm::conflicts() const {
+  std::vector<std::string> all;
+  for (const auto& [ifIndex, pairs] : claimants_) {
+    if (pairs.size() > 1) all.push_back(conflict(ifIndex, pairs));
+  }
+  return all;
 }
 
 // Machines

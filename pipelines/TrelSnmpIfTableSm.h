@@ -4,7 +4,9 @@
 
 #include <absl/container/flat_hash_map.h>
 
+#include <map>
 #include <optional>
+#include <set>
 
 #include "pipelines/framework/Backlog.h"
 #include "pipelines/framework/CollectionStream.h"
@@ -63,6 +65,8 @@ class TrelSnmpIfTableSm final : public Pipeline {
   const BacklogBase& ifMibIfIndexStreamCodef() const { return ifMibIfIndexStream_; }
   // The index last produced for each member pair.
   const absl::flat_hash_map<MemberIdPair, uint32_t>& cacheAttr0() const { return cacheAttr0_; }
+  // The indexes that several links claim.
+  std::vector<std::string> conflicts() const override;
 
   // A link or an index appeared, changed or (nothing) vanished. The value is not kept: what counts is the
   // state at the time of processing. Both do nothing while the initial scan is not done.
@@ -83,13 +87,19 @@ class TrelSnmpIfTableSm final : public Pipeline {
   void withdrawRows();
   std::optional<uint32_t> producedIndex(Trel::MemberId local, Trel::MemberId remote) const;
   std::optional<uint32_t> exchangeCached(const MemberIdPair& pair, const std::optional<uint32_t>& ifIndex);
-  void intoTrelIfTable(const std::optional<uint32_t>& ifIndex, bool doInsert, const MemberIdPair& pair);
+  void claim(uint32_t ifIndex, const MemberIdPair& pair);
+  void unclaim(uint32_t ifIndex, const MemberIdPair& pair);
+  void processClaimants(uint32_t ifIndex);
+  std::string conflict(uint32_t ifIndex, const std::set<MemberIdPair>& claimants) const;
+  // Returns whether a row was withdrawn.
+  bool intoTrelIfTable(const std::optional<uint32_t>& ifIndex, bool doInsert, const MemberIdPair& pair);
 
   const Zavro::Ptr<const Trel::TopologyConfig> topologyConfig_;
   const Zavro::Ptr<const IntfSnmp::IfMib> ifMib_;
   Backlog<TopoConfigStreamCodefKeyType> topoConfigStream_;
   Backlog<IfMibIfIndexStreamCodefKeyType> ifMibIfIndexStream_;
   absl::flat_hash_map<MemberIdPair, uint32_t> cacheAttr0_;
+  std::map<uint32_t, std::set<MemberIdPair>> claimants_;  // the cache's pairs by index
   Output<IfRows> output_;
 };
 

@@ -43,6 +43,8 @@ class Pipeline : public Zavro::Node {
   bool synchronous() const { return synchronous_; }
   // Changes are noted but not acted on, and no task does anything.
   bool paused() const { return paused_; }
+  // What in the inputs contradicts each other, so that rows are missing; a line for each, for operators.
+  virtual std::vector<std::string> conflicts() const { return {}; }
 
   // The MIB state object that the pipeline writes.
   const Zavro::Ptr<TrelMib>& trelMib() const { return trelMib_; }

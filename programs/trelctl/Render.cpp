@@ -109,6 +109,7 @@ std::string renderStatus(const Json& status) {
     text += section("members", status.at("members"));
   }
   text += section("pipelines", status.at("pipelines"));
+  if (!status.at("conflicts").empty()) text += section("conflicts", status.at("conflicts"));
   text += section("tasks", status.at("tasks"));
   text += section("tables", status.at("tables"));
   return text;

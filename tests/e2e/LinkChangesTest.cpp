@@ -269,6 +269,21 @@ TEST_P(IndexBetweenTwoPairs, BothHaveIt_LaterTakesTheRow_EarliersWithdrawalChang
   EXPECT_TRUE(tableIs({{10, second()}}));
 }
 
+TEST_P(IndexBetweenTwoPairs, BothHaveItForAWhile_StatusSaysSo_BothRowsStandAfterwards) {
+  wiring_.indexes = {{interfaceOf(first()), 10}, {interfaceOf(second()), 11}};
+  start();
+  wiring_.indexes[interfaceOf(second())] = 10;
+  edit();
+  EXPECT_TRUE(tableIs({{10, second()}}));
+  ASSERT_EQ(daemon_.status().at("conflicts").size(), 1U);
+  EXPECT_THAT(daemon_.status().at("conflicts")[0].at("conflict").get<std::string>(),
+              HasSubstr("ifIndex 10 is given to several links"));
+  wiring_.indexes[interfaceOf(second())] = 11;
+  edit();
+  EXPECT_TRUE(tableIs({{10, first()}, {11, second()}}));
+  EXPECT_TRUE(daemon_.status().at("conflicts").empty());
+}
+
 TEST_P(IndexBetweenTwoPairs, BothHaveIt_EarlierLinkGoes_RowStays) {
   wiring_.indexes = {{interfaceOf(first()), 10}};
   start();

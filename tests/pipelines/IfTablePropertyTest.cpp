@@ -231,8 +231,8 @@ rc::Gen<Happening> anyHappening() {
       rc::gen::set(&Happening::ifIndex, rc::gen::inRange<uint8_t>(0, 6)));
 }
 
-// What holds in every order of processing: the cache is exactly what the pairs produce, every row names a
-// pair that produces its index, and the streams have caught up.
+// What holds in every order of processing: the cache is exactly what the pairs produce, each index that a
+// pair produces has a row, which names such a pair, and the streams have caught up.
 void checkInvariants(const IfTableWorld& world) {
   auto producers = world.producers();
   std::map<MemberIdPair, uint32_t> produced;
@@ -242,8 +242,14 @@ void checkInvariants(const IfTableWorld& world) {
   const auto& cache = world.sm->cacheAttr0();
   RC_ASSERT((std::map<MemberIdPair, uint32_t>(cache.begin(), cache.end())) == produced);
   for (auto row = world.mib->trelIfTable().begin(); row; row.next()) {
-    RC_ASSERT(producers[row.key()].contains({row.entry()->localMemberId(), row.entry()->remoteMemberId()}));
+    RC_ASSERT(producers.contains(row.key()));
+    RC_ASSERT(
+        producers.at(row.key()).contains({row.entry()->localMemberId(), row.entry()->remoteMemberId()}));
   }
+  RC_ASSERT(world.mib->trelIfTable().size() == producers.size());
+  size_t contended = 0;
+  for (const auto& [ifIndex, pairs] : producers) contended += pairs.size() > 1 ? 1 : 0;
+  RC_ASSERT(world.sm->conflicts().size() == contended);
   RC_ASSERT(world.sm->ready());
   RC_ASSERT(world.sm->idle());
   for (const BacklogBase* stream :

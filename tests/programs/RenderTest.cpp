@@ -41,7 +41,8 @@ TEST(RenderTest, Status_OneLineAndTheListsWithErrorsBelow) {
       "sources":[{"name":"file:/x","state":"stale","error":"/x: bad"},{"name":"embedded","state":"current","error":null}],
       "collectors":[{"name":"users","state":"works","error":null},{"name":"mount /a","state":"hangs","error":"no answer"}],
       "stores":[],"storeCounters":[],"setAside":[],"members":[],
-      "pipelines":[{"name":"p","ready":true,"idle":false}],"tasks":[],
+      "pipelines":[{"name":"p","ready":true,"idle":false}],
+      "conflicts":[{"pipeline":"p","conflict":"index 7 twice"}],"tasks":[],
       "tables":[{"name":"t","rows":2,"version":7}]})");
   EXPECT_EQ(renderStatus(status),
             "trelsnmpd 0.1.0, member 3, up 1 d 2:03:04, agentx at unix:/m (not connected), not ready\n"
@@ -58,6 +59,9 @@ TEST(RenderTest, Status_OneLineAndTheListsWithErrorsBelow) {
             "\npipelines:\n"
             "  name  ready  idle\n"
             "  p     yes    no\n"
+            "\nconflicts:\n"
+            "  pipeline  conflict\n"
+            "  p         index 7 twice\n"
             "\ntasks: none\n"
             "\ntables:\n"
             "  name  rows  version\n"
@@ -72,7 +76,7 @@ TEST(RenderTest, Status_StoresWithTheirErrorsBelow_CountersAndMembers) {
       "storeCounters":[{"source":"etcd:h:1/p","revisions":4}],
       "setAside":[{"source":"etcd:h:1/p","key":"p/sysname","error":"found 1"}],
       "members":[{"source":"etcd:h:1/p","member":"1","leased":true,"leaseLeft":12,"lastChange":null}],
-      "pipelines":[],"tasks":[],"tables":[]})");
+      "pipelines":[],"conflicts":[],"tasks":[],"tables":[]})");
   EXPECT_EQ(renderStatus(status),
             "trelsnmpd 0.1.0, member 3, up 0:00:01, standalone at udp:1, ready\n"
             "\nsources: none\n"
