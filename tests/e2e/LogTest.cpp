@@ -77,7 +77,7 @@ TEST_F(Piped, NobodyReads_SnmpIsAnswered_AndTheDaemonEnds) {
   ASSERT_GE(reading, 0);
   daemon_.start();
   EXPECT_TRUE(answersWhileItsLogIsNotRead(daemon_));
-  EXPECT_EQ(daemon_.process().stop(SIGTERM, 5s), 0);
+  EXPECT_EQ(daemon_.process().stop(), 0);
   close(reading);
 }
 
@@ -111,6 +111,10 @@ TEST_P(WithoutStreams, ServesAndEnds) {
 // A daemon in a mount namespace in which a socket of the test's, which nobody reads, takes log lines.
 class Unread : public testing::TestWithParam<const char*> {
  protected:
+  void SetUp() override {
+    Support::Result tried = Support::run({"unshare", "--mount", "true"});
+    if (tried.status != 0) GTEST_SKIP() << "not allowed here: " << tried.err;
+  }
   Unread() {
     std::filesystem::create_directories(directory_ + "/dev");
     std::filesystem::create_directories(directory_ + "/run/systemd/journal");
@@ -150,7 +154,7 @@ TEST_P(Unread, SocketThatIsFull_SnmpIsAnswered_AndTheDaemonEnds) {
   daemon_.start();
   EXPECT_TRUE(answersWhileItsLogIsNotRead(daemon_));
   EXPECT_THAT(received(), HasSubstr("trelsnmpd"));
-  EXPECT_EQ(daemon_.process().stop(SIGTERM, 5s), 0);
+  EXPECT_EQ(daemon_.process().stop(), 0);
 }
 
 TEST(LogOfAStore, WriterThatSpoilsAKeyAgainAndAgain_AFewLinesAndACount) {
@@ -160,7 +164,7 @@ TEST(LogOfAStore, WriterThatSpoilsAKeyAgainAndAgain_AFewLinesAndACount) {
     etcd.ctl({"put", "trel/" + key, fmt::format(R"({{"load": "{}"}})", value)});
   };
   daemon.with({"--state", "etcd:" + etcd.endpoint() + "/trel"}).start();
-  constexpr int kTimes = 60;
+  constexpr int kTimes = 12;  // all of them well within the minute that counts
   for (int i = 0; i < kTimes; ++i) put("members/1/processors/1", i);
   put("members/1/processors/2", 7);
   ASSERT_TRUE(Support::waitUntil([&] { return daemon.status().at("setAside").size() == 2; }));

@@ -180,7 +180,7 @@ class SnmpV3Lives : public testing::Test {
   std::string answerTo(const std::string& message) const {
     Datagrams sender;
     sender.send(message, Datagrams::at(port()));
-    return sender.receive(Support::Millis(2000));
+    return sender.receive(Support::Millis(10'000));
   }
 
   Daemon daemon_;

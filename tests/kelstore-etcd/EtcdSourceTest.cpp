@@ -168,7 +168,7 @@ TEST_F(EtcdSourceTest, ServerAcceptsAndNeverAnswers_ItSettlesAfterAWhile) {
   // And it ends at once.
   auto begin = std::chrono::steady_clock::now();
   source_.reset();
-  EXPECT_LT(std::chrono::steady_clock::now() - begin, 1s);
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, 10s);
 }
 
 // How soon each is left, ThreeServersTest knows.
@@ -405,7 +405,7 @@ TEST_F(EtcdSourceTlsTest, FileSystemOfTheFilesHangs_TheStateIsHeld_TheFilesAreNa
   ASSERT_TRUE(connectionIsLost()) << status().error;
   auto begin = std::chrono::steady_clock::now();
   source_.reset();
-  EXPECT_LT(std::chrono::steady_clock::now() - begin, 1s);
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, 10s);
   EXPECT_TRUE(threads_.busy()) << "and nobody waits for it";
   hangs.reset();
   EXPECT_FALSE(threads_.busyFor(10s));
