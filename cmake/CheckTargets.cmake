@@ -1,6 +1,6 @@
-# cmake -DSCRATCH=DIR -P CheckTargets.cmake: what the targets of a room link to is what the table of
+# cmake -DSCRATCH=DIR -DBENCHMARKS=ON|OFF -P CheckTargets.cmake: what the targets of a room link to is what the table of
 # docs/ARCHITECTURE.md allows the room, and no rooms stand on each other in a circle. Prints the rooms' picture.
-# Run in the project's directory; DIR is for a build directory of the check's own.
+# Run in the project's directory; DIR is for a build directory of the check's own, with or without the benchmarks.
 cmake_policy(VERSION 3.25)
 include("${CMAKE_CURRENT_LIST_DIR}/RoomTable.cmake")
 
@@ -8,7 +8,7 @@ file(WRITE "${SCRATCH}/CMakeGraphVizOptions.cmake"
   "set(GRAPHVIZ_EXTERNAL_LIBS FALSE)\nset(GRAPHVIZ_GENERATE_PER_TARGET FALSE)\nset(GRAPHVIZ_GENERATE_DEPENDERS FALSE)\n")
 execute_process(
   COMMAND "${CMAKE_COMMAND}" -G Ninja -S . -B "${SCRATCH}" "--graphviz=${SCRATCH}/targets.dot"
-    -DTREL_ETCD=ON -DTREL_TESTS=ON -DTREL_BENCHMARKS=ON
+    -DTREL_ETCD=ON -DTREL_TESTS=ON "-DTREL_BENCHMARKS=${BENCHMARKS}"
   OUTPUT_QUIET COMMAND_ERROR_IS_FATAL ANY)
 
 file(STRINGS "${SCRATCH}/targets.txt" lines)
