@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 
 #include "platform/snmp/AsnConversions.h"
 #include "platform/snmp/KelstoreUtil.h"
@@ -68,6 +69,25 @@ netsnmp_column_info* columnInfo(const TableRegistration& table) {
   return info;
 }
 
+// Between a master and its subagent, net-snmp extends the sign of a sub-identifier from 2^31 on. What looks
+// for rows would then look behind them all.
+int makeNamesUnsigned(netsnmp_mib_handler* /*handler*/, netsnmp_handler_registration* /*registration*/,
+                      netsnmp_agent_request_info* /*info*/, netsnmp_request_info* requests) {
+  for (netsnmp_request_info* request = requests; request != nullptr; request = request->next) {
+    for (oid& subId : std::span(request->requestvb->name, request->requestvb->name_length)) {
+      subId &= std::numeric_limits<uint32_t>::max();
+    }
+  }
+  return SNMP_ERR_NOERROR;
+}
+
+netsnmp_mib_handler* unsignedNamesHandler() {
+  netsnmp_mib_handler* handler = netsnmp_create_handler("unsigned_names", &makeNamesUnsigned);
+  zavroAssert(handler != nullptr);
+  handler->flags |= MIB_HANDLER_AUTO_NEXT;
+  return handler;
+}
+
 netsnmp_iterator_info* iteratorInfo(const TableRegistration& table, Snmp::RegVoid* record,
                                     netsnmp_table_registration_info* tableInfo) {
   auto* info = allocate<netsnmp_iterator_info>();
@@ -106,6 +126,8 @@ void TableModule::initializeTable(const TableRegistration& table, const Zavro::S
   // Only now: a handler injected before the registration would end up behind the iterator, whose hint is the
   // first varbind's alone.
   int injected = netsnmp_inject_handler(registration, netsnmp_get_serialize_handler());
+  if (injected != SNMPERR_SUCCESS) initializeFailed("injected == SNMPERR_SUCCESS", table.name, __LINE__);
+  injected = netsnmp_inject_handler(registration, unsignedNamesHandler());
   if (injected != SNMPERR_SUCCESS) initializeFailed("injected == SNMPERR_SUCCESS", table.name, __LINE__);
   trace_.trace(8, "Initialized table {} in context {}", table.name, quoted(context));
 }

@@ -7,6 +7,7 @@
 
 #include "tests/e2e/Daemon.h"
 #include "tests/e2e/Hosts.h"
+#include "tests/e2e/Links.h"
 #include "tests/e2e/Reports.h"
 #include "tests/support/Network.h"
 
@@ -14,11 +15,15 @@ namespace E2e {
 namespace {
 
 using testing::HasSubstr;
+using testing::IsEmpty;
 using testing::Not;
 using testing::StartsWith;
 using namespace std::chrono_literals;
 
 const Reports kReports = {{{1, 2}, {"reachable", 1002}}, {{2, 1}, {"degraded"}}};
+// AgentX's library reads sub-identifiers from 2^31 on with a sign: rows that follow such a row show it.
+const Links kLinks = {
+    {1002, {1, 2}}, {2147483647, {2, 1}}, {2147483648, {1, 3}}, {2147483649, {3, 1}}, {4294967295, {2, 3}}};
 
 // What Debian's /etc/snmp/snmpd.conf says of masters and views, before anything is added to it.
 constexpr const char* kDebianConf =
@@ -66,6 +71,7 @@ class Agentx : public testing::Test {
  protected:
   Agentx() {
     auto document = nlohmann::json::parse(documentOf(kReports));
+    document.merge_patch(nlohmann::json::parse(documentOf(kLinks)));
     document.merge_patch(nlohmann::json::parse(hostsDocument()));
     daemon_.stateIs(document.dump()).listensAt({"--agentx", master_.socket()});
   }
@@ -77,7 +83,14 @@ class Agentx : public testing::Test {
                  : testing::AssertionFailure() << walked << daemon_.process().err();
   }
   std::string walk() const { return master_.manager().bulkWalk(); }
-  static std::string expected() { return walkOf(treeOf(kReports)) + walkOf(hostsTree()); }
+  static std::vector<Varbind> tree() {
+    std::vector<Varbind> all;
+    for (const auto& part : {treeOf(kLinks), treeOf(kReports), hostsTree()}) {
+      all.insert(all.end(), part.begin(), part.end());
+    }
+    return all;
+  }
+  static std::string expected() { return walkOf(tree()); }
 
   Master master_;
   Daemon daemon_;
@@ -110,6 +123,21 @@ TEST_F(Agentx, GetNextAndGet_AreAsInTheStandaloneAgent) {
             "reach.4.2.1 = INTEGER: 4\nreach.3.2.1 = INTEGER: 0\nreach.4.1.2 = INTEGER: 3\n");
   EXPECT_THAT(manager.get({"reach.4.9.9"}), HasSubstr("No Such Instance"));
   EXPECT_THAT(manager.get({"reach.1.1.2"}), HasSubstr("No Such Object"));
+}
+
+TEST_F(Agentx, EveryInstance_ByGetByGetNextAndByWalk) {
+  master_.start(documentedAdditions());
+  daemon_.start();
+  ASSERT_TRUE(tablesAppear());
+  const Manager& manager = master_.manager();
+  EXPECT_THAT(manager.walk(), StartsWith(expected()));
+  Varbind before{"baif.2", ""};
+  for (const Varbind& varbind : tree()) {
+    EXPECT_EQ(manager.get({varbind.name}), varbind.line());
+    EXPECT_EQ(manager.getNext({before.name}), varbind.line());
+    before = varbind;
+  }
+  EXPECT_THAT(daemon_.errors(), IsEmpty());
 }
 
 TEST_F(Agentx, ChangeInTheState_IsSeenThroughTheMaster) {

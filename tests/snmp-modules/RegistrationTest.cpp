@@ -119,7 +119,8 @@ TEST_P(RegistrationTest, Registration_IsWhatNetSnmpIsMeantToSee) {
     for (const auto* handler = registration->handler; handler != nullptr; handler = handler->next) {
       chain += std::string(" ") + handler->handler_name;
     }
-    EXPECT_NE(chain.find(fmt::format(" serialize bulk_to_next table table_iterator {}_", table.name)),
+    EXPECT_NE(chain.find(
+                  fmt::format(" unsigned_names serialize bulk_to_next table table_iterator {}_", table.name)),
               std::string::npos)
         << chain;
 
