@@ -68,8 +68,18 @@ std::string anything(Parts& /*parts*/) { return ""; }
 
 // For the name of another module's object, net-snmp would look for the module's file.
 std::string checkOid(const std::string& text) {
-  bool numeric = text.find_first_not_of(".0123456789") == std::string::npos;
-  return numeric && !text.empty() ? "" : expected(text, "a numeric OID");
+  constexpr size_t kMaxNumbers = 128;
+  const char* at = text.data() + (text.starts_with('.') ? 1 : 0);
+  const char* end = text.data() + text.size();
+  for (size_t count = 1; count <= kMaxNumbers; ++count) {
+    uint32_t number = 0;
+    auto [next, error] = std::from_chars(at, end, number);
+    if (error != std::errc()) break;
+    if (next == end) return "";
+    if (*next != '.') break;
+    at = next + 1;
+  }
+  return expected(text, "a numeric OID");
 }
 
 // NAME TYPE SUBTREE [MASK], cut at blanks only.
@@ -81,6 +91,17 @@ std::string view(Parts& parts) {
 }
 
 std::string systemOid(Parts& parts) { return checkOid(parts.line()); }
+
+std::string systemText(Parts& parts) {
+  constexpr size_t kMaxBytes = 255;
+  size_t size = parts.line().size();
+  return size <= kMaxBytes ? "" : fmt::format("found {} bytes, expected at most {}", size, kMaxBytes);
+}
+
+std::string oneOrTwo(Parts& parts) {
+  bool good = parts.count() == 1 && (parts[0] == "1" || parts[0] == "2");
+  return good ? "" : expected(parts.line(), "1 (enabled) or 2 (disabled)");
+}
 
 // The source from which a community counts. What names it is the operator's mistake to make, not the
 // resolver's: a lookup may hang, and may be answered by somebody else.
@@ -235,7 +256,7 @@ std::string forgotten(Parts& parts) {
 }
 
 // When a word counts in a running agent: what it says is replaced, or replaced but not taken back, or said at
-// the start only.
+// the start only. net-snmp must have nothing against a line that cannot be taken back: its check is whole.
 enum class Counts : uint8_t { always, notWithout, atStart };
 
 struct Word {
@@ -260,13 +281,13 @@ constexpr std::array kAccessWords = {
     Word{"view", view},
     Word{"access", anything},
     Word{"setaccess", anything},
-    Word{"sysdescr", anything, Counts::notWithout},
+    Word{"sysdescr", systemText, Counts::notWithout},
     Word{"sysobjectid", systemOid, Counts::notWithout},
-    Word{"syscontact", anything, Counts::notWithout},
-    Word{"sysname", anything, Counts::notWithout},
-    Word{"syslocation", anything, Counts::notWithout},
+    Word{"syscontact", systemText, Counts::notWithout},
+    Word{"sysname", systemText, Counts::notWithout},
+    Word{"syslocation", systemText, Counts::notWithout},
     Word{"sysservices", count, Counts::notWithout},
-    Word{"authtrapenable", anything, Counts::notWithout},
+    Word{"authtrapenable", oneOrTwo, Counts::notWithout},
     Word{"trapcommunity", anything},
     Word{"trapsink", sink},
     Word{"trap2sink", sink},
@@ -339,6 +360,11 @@ std::string checkSnmpWord(SnmpFile kind, const std::string& word, std::string& r
 std::string userNamedBy(const SnmpLine& line) {
   std::string rest = line.rest;
   return strcasecmp(line.word.c_str(), "createUser") == 0 ? Parts(rest)[0] : "";
+}
+
+bool canBeTakenBack(const SnmpLine& line) {
+  auto known = find(kAccessWords, line.word);
+  return known == std::end(kAccessWords) || known->counts == Counts::always;
 }
 
 std::vector<std::string> notReloaded(const std::vector<SnmpLine>& before, const std::vector<SnmpLine>& now) {

@@ -15,6 +15,9 @@ std::string checkSnmpWord(SnmpFile kind, const std::string& word, std::string& r
 // The name of the SNMPv3 user that a line makes; empty when it makes none.
 std::string userNamedBy(const SnmpLine& line);
 
+// Whether what the line says is undone by applying all other lines anew.
+bool canBeTakenBack(const SnmpLine& line);
+
 // Of lines that are put in force instead of others, in a running agent, the words for which that changes
 // nothing.
 std::vector<std::string> notReloaded(const std::vector<SnmpLine>& before, const std::vector<SnmpLine>& now);

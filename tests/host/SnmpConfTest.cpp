@@ -232,6 +232,12 @@ TEST(SnmpConf, SinksAndSettings) {
         "trapsink 192.0.2.1:65536", "trapsink udp6:[::1", "trapsink udp6:[::1]162", "trapsink :162"}) {
     EXPECT_THAT(access(line), HasSubstr("trapsink: ")) << line;
   }
+  EXPECT_THAT(access("sysContact " + std::string(255, 'x')), StartsWith("<"));
+  EXPECT_THAT(access("sysContact " + std::string(256, 'x')),
+              HasSubstr("found 256 bytes, expected at most 255"));
+  for (const char* text : {"0", "3", "1 2", "1x", "enable"}) {
+    EXPECT_THAT(access(fmt::format("authtrapenable {}", text)), HasSubstr("expected 1 (enabled) or 2"));
+  }
   EXPECT_THAT(access("engineID abcdefghijklmnopqrstuvwxyz12"),
               HasSubstr("expected a text of at most 27 bytes"));
   for (const char* text : {"-1", "x", "1x", "1 2", "1000001", "99999999999999999999"}) {
