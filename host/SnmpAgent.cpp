@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "host/SnmpWords.h"
+#include "runtime/File.h"
 #include "snmp-modules/NetSnmp.h"
 // Not among those that it includes.
 #include <net-snmp/agent/agent_callbacks.h>
@@ -88,6 +89,12 @@ void persist(bool whether) {
 void setFlag(int which) { netsnmp_ds_set_boolean(NETSNMP_DS_APPLICATION_ID, which, 1); }
 
 void setNumber(int which, int number) { netsnmp_ds_set_int(NETSNMP_DS_APPLICATION_ID, which, number); }
+
+// Whether what is there by now survives the loss of power.
+bool isOnDisk(const std::string& path) {
+  Runtime::Descriptor opened(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  return opened.opened() && fsync(opened.get()) == 0;
+}
 
 // On one line, whatever it was on.
 std::string onOneLine(std::string_view text) {
@@ -246,14 +253,11 @@ std::string SnmpAgent::store() {
   SnmpConf stored = readSnmpConf(fresh + kStateName, SnmpFile::state);
   if (!stored.error.empty()) return failed(stored.error);
   if (!isWhole(stored.lines)) return failed(firstError_.empty() ? "not all of it was written" : firstError_);
+  if (!isOnDisk(fresh + kStateName)) return failed(std::strerror(errno));
   fs::rename(fresh + kStateName, directory_ + kStateName, failure);
   if (failure) return failed(failure.message());
   fs::remove(fresh, failure);
-  int directory = open(directory_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  bool kept = directory >= 0 && fsync(directory) == 0;
-  std::string why = kept ? "" : failed(std::strerror(errno));
-  if (directory >= 0) close(directory);
-  return why;
+  return isOnDisk(directory_) ? "" : failed(std::strerror(errno));
 }
 
 void SnmpAgent::serve() {
@@ -317,7 +321,12 @@ int SnmpAgent::readsEarly(int /*major*/, int /*minor*/, void* /*unused*/, void* 
 int SnmpAgent::reads(int /*major*/, int /*minor*/, void* /*unused*/, void* self) {
   auto* agent = static_cast<SnmpAgent*>(self);
   agent->apply(std::exchange(agent->state_, {}), NORMAL_CONFIG);
-  agent->apply(agent->access_, NORMAL_CONFIG);
+  // What cannot be taken back comes when net-snmp has nothing against the rest.
+  std::vector<SnmpLine> last = agent->access_;
+  auto middle = std::stable_partition(last.begin(), last.end(), canBeTakenBack);
+  agent->apply({last.begin(), middle}, NORMAL_CONFIG);
+  last.erase(last.begin(), middle);
+  if (agent->lineError_.empty()) agent->apply(last, NORMAL_CONFIG);
   for (const SnmpLine& line : agent->access_) {
     // Not to be stored: it is gone when its line is.
     if (usmUser* user = userMadeBy(line)) user->userStorageType = ST_READONLY;

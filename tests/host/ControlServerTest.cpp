@@ -89,6 +89,8 @@ int boundTo(const std::string& path, int type) {
 class ControlServerTest : public testing::Test {
  protected:
   ControlServerTest() { std::signal(SIGPIPE, SIG_IGN); }
+  // No thread of one test opens or closes descriptors under the next.
+  ~ControlServerTest() override { end(); }
 
   void start() {
     server_.emplace(loop_, threads_, path_, [this](const std::string& request) -> std::unique_ptr<Reply> {
