@@ -1,10 +1,9 @@
 #include "programs/trelsnmpd/Options.h"
 
 #include <fmt/format.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cstring>
+#include <string_view>
 
 #include "host/TraceOptions.h"
 #include "host/control/ControlProtocol.h"
@@ -13,7 +12,9 @@
 #include "kelstore/etcd/Address.h"
 #include "runtime/CommandLine.h"
 #include "runtime/Directories.h"
+#include "runtime/File.h"
 #include "runtime/Status.h"
+#include "runtime/Text.h"
 #include "runtime/Version.h"
 
 namespace Trelsnmpd {
@@ -46,7 +47,8 @@ constexpr const char* kFooter =
     "SIGINT, 2 for unusable arguments or configuration.";
 
 std::string readable(const std::string& path) {
-  return access(path.c_str(), R_OK) == 0 ? "" : fmt::format("{}: {}", path, std::strerror(errno));
+  absl::Status status = Runtime::File::open(path).status();
+  return status.ok() ? "" : fmt::format("{}: {}", path, Runtime::textOf(status));
 }
 
 void describeEtcd(CLI::App& app, Kelstore::Etcd::FollowSettings& options) {
@@ -78,8 +80,9 @@ void describe(CLI::App& app, Options& options) {
                        "Print the version and exit");
   auto* listen = app.add_option(
       "--listen", options.snmp.listen,
-      fmt::format("Transport address to serve SNMP at (default: {}); repeatable", Host::kDefaultListen));
-  listen->type_name("ADDRESS")->allow_extra_args(false);
+      fmt::format("Where to serve SNMP over UDP, as udp:ADDRESS:PORT (default: {}); repeatable",
+                  Host::kDefaultListen));
+  listen->type_name("ADDRESS")->allow_extra_args(false)->check(Runtime::checking(checkListen));
   app.add_option("--agentx", options.snmp.agentx,
                  "Connect to the master agent at this address instead of listening, such as "
                  "unix:/run/agentx/master")
@@ -139,6 +142,17 @@ void describe(CLI::App& app, Options& options) {
 }
 
 }  // namespace
+
+void checkListen(const std::string& address) {
+  bool prefixed = address.starts_with("udp:") || address.starts_with("udp6:");
+  std::string_view place(address);
+  if (prefixed) place.remove_prefix(address.find(':') + 1);
+  auto isDigit = [](char c) { return c >= '0' && c <= '9'; };
+  bool named = !place.empty() && place.find_first_of("/,@ ") == std::string_view::npos;
+  if (named && (prefixed || isDigit(place.front()) || place.front() == '[')) return;
+  throw std::invalid_argument(fmt::format("found {}, expected [udp:][ADDRESS:]PORT or udp6:[ADDRESS]:PORT",
+                                          Runtime::inQuotes(address)));
+}
 
 void checkSource(const std::string& source) {
   constexpr std::string_view kFile = "file:";

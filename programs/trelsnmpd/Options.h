@@ -35,6 +35,10 @@ struct ParsedOptions {
 };
 ParsedOptions parseOptions(int argc, const char* const* argv);
 
+// Throws std::invalid_argument unless it is a place for datagrams. A client that does not read its answers
+// would keep the loop waiting, and net-snmp deletes the file that stands in the place of a Unix socket.
+void checkListen(const std::string& address);
+
 // Throws std::invalid_argument unless it names a source.
 void checkSource(const std::string& source);
 

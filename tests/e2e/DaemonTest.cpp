@@ -57,7 +57,7 @@ TEST(Start, WithoutAnyState_ServesTheExampleCluster) {
 TEST(Start, SeveralAddresses_AllAreServed) {
   Daemon daemon;
   std::string second = freeAddress();
-  std::string third = fmt::format("tcp:127.0.0.1:{}", Support::freeUdpPort());
+  std::string third = fmt::format("udp:localhost:{}", Support::freeUdpPort());
   daemon.stateIs(documentOf(kReports)).with({"--listen", second, "--listen", third}).start();
   for (const std::string& address : {daemon.address(), second, third}) {
     EXPECT_EQ(Manager(address).get({"reach.4.1.2"}), "reach.4.1.2 = INTEGER: 3\n") << address;
@@ -77,6 +77,18 @@ TEST(Start, TraceLevels_WhatTheyAskForIsLogged) {
                     "k1=(firstId=2, secondId=1), value="),
           HasSubstr(" veldaTrelMIB/2 veldaTrelReachabilityTable_handler: request GET for column "
                     "veldaTrelReachabilityState, key (firstId=2, secondId=1)\n")));
+}
+
+// net-snmp would put a Unix socket in its place.
+TEST(Start, FileInsteadOfAnAddress_IsRefused_AndStays) {
+  Support::TempDir dir;
+  std::string file = dir.write("trel.conf", "rocommunity public\n");
+  for (const std::string& address : {file, "unix:" + file, "127.0.0.1:1161," + file}) {
+    Support::Result result = runDaemon({"--listen", address});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_THAT(result.err, HasSubstr("--listen: found \"" + address.substr(0, 10)));
+  }
+  EXPECT_EQ(Support::readFile(file), "rocommunity public\n");
 }
 
 TEST(Start, NotATrelSwitch_EndsWithAnAssertion) {

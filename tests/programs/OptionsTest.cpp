@@ -1,6 +1,7 @@
 // The command line: what it sets, and the one line that a bad one gets.
 #include "programs/trelsnmpd/Options.h"
 
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 
 #include <algorithm>
@@ -51,7 +52,7 @@ TEST(OptionsTest, EveryOption) {
   Support::TempDir dir;
   std::string toggles = dir.write("TrelCore.json", "{}");
   ParsedOptions result = parsed({"--listen",     "udp:127.0.0.1:1",
-                                 "--listen",     "tcp:127.0.0.1:2",
+                                 "--listen",     "udp6:[::1]:2",
                                  "--conf",       "c",
                                  "--state",      "embedded",
                                  "--state",      "file:/x",
@@ -67,7 +68,7 @@ TEST(OptionsTest, EveryOption) {
                                  "--log",        "journal"});
   ASSERT_EQ(result.exitCode, -1);
   const Options& options = result.options;
-  EXPECT_THAT(options.snmp.listen, ElementsAre("udp:127.0.0.1:1", "tcp:127.0.0.1:2"));
+  EXPECT_THAT(options.snmp.listen, ElementsAre("udp:127.0.0.1:1", "udp6:[::1]:2"));
   EXPECT_EQ(options.snmp.conf, "c");
   EXPECT_THAT(options.states, ElementsAre("embedded", "file:/x", "local"));
   EXPECT_EQ(options.intervalSeconds, 3600u);
@@ -97,10 +98,29 @@ TEST(OptionsTest, BadArguments_OneLineEach) {
             "trelsnmpd: --state: found local twice, expected it once\n");
   EXPECT_EQ(refusal({"--toggles", "/nowhere"}),
             "trelsnmpd: --toggles: /nowhere: No such file or directory\n");
+  EXPECT_EQ(refusal({"--toggles", "/"}), "trelsnmpd: --toggles: /: found a directory, expected a file\n");
+  EXPECT_EQ(refusal({"--toggles", "/dev/zero"}),
+            "trelsnmpd: --toggles: /dev/zero: found no regular file, expected a file\n");
   EXPECT_EQ(refusal({"--trel-mode", "maybe"}), "trelsnmpd: --trel-mode: found \"maybe\", expected on, off\n");
   EXPECT_EQ(refusal({"--log", "file"}),
             "trelsnmpd: --log: found \"file\", expected stderr, syslog, journal\n");
-  EXPECT_THAT(refusal({"--agentx", "a", "--listen", "b"}), testing::HasSubstr("excludes"));
+  EXPECT_THAT(refusal({"--agentx", "a", "--listen", "1161"}), testing::HasSubstr("excludes"));
+}
+
+// Of places that are not for datagrams, some would take a file away, others keep the loop waiting.
+TEST(OptionsTest, Listen_DatagramsOnly) {
+  for (const char* address :
+       {"1161", "127.0.0.1:1161", "udp:localhost:1161", "[::1]:1161", "udp6:[fe80::1%eth0]:1161"}) {
+    EXPECT_EQ(parsed({"--listen", address}).exitCode, -1) << address;
+  }
+  for (const char* address :
+       {"unix:/x", "/x", "tcp:127.0.0.1:1161", "TCP:127.0.0.1:1161", "tcp6:[::1]:1161", "", "udp:", "udp:/x",
+        "udp:127.0.0.1:1161,unix:/x", "127.0.0.1:1161,/x", "callback:1", "localhost"}) {
+    EXPECT_EQ(refusal({"--listen", address}),
+              fmt::format(
+                  "trelsnmpd: --listen: found \"{}\", expected [udp:][ADDRESS:]PORT or udp6:[ADDRESS]:PORT\n",
+                  address));
+  }
 }
 
 TEST(OptionsTest, Etcd_EveryOption) {
