@@ -1,11 +1,32 @@
 #include "runtime/EventLoop.h"
 
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <stdexcept>
 #include <string>
 
 namespace Runtime {
+namespace {
+
+sigset_t setOf(int signal) {
+  sigset_t set;
+  sigemptyset(&set);
+  sigaddset(&set, signal);
+  return set;
+}
+
+Descriptor signalsOf(int signal) {
+  sigset_t set = setOf(signal);
+  Descriptor signals(signalfd(-1, &set, SFD_NONBLOCK | SFD_CLOEXEC));
+  if (!signals.opened()) throw std::runtime_error("no event loop: the system refuses to tell of signals");
+  return signals;
+}
+
+}  // namespace
 
 EventLoop::EventLoop() {
   int result = uv_loop_init(&loop_);
@@ -48,6 +69,23 @@ ReadWatch::ReadWatch(EventLoop& loop, int fd, std::function<void()> readable)
   // An error is found out by whoever reads.
   uv_poll_start(poll_.get(), UV_READABLE,
                 [](uv_poll_t* poll, int, int) { static_cast<ReadWatch*>(poll->data)->readable_(); });
+}
+
+void holdSignal(int signal) {
+  sigset_t set = setOf(signal);
+  pthread_sigmask(SIG_BLOCK, &set, nullptr);
+  // A signal that is ignored, as whoever started the process may have it, does not even wait.
+  std::signal(signal, SIG_DFL);
+}
+
+HeldSignalWatch::HeldSignalWatch(EventLoop& loop, int signal, std::function<void()> received)
+    : received_(std::move(received)),
+      signals_(signalsOf(signal)),
+      watch_(loop, signals_.get(), [this] { readable(); }) {}
+
+void HeldSignalWatch::readable() {
+  signalfd_siginfo taken{};
+  if (read(signals_.get(), &taken, sizeof taken) == sizeof taken) received_();
 }
 
 TurnWatch::TurnWatch(EventLoop& loop, std::function<void()> turned)

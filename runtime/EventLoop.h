@@ -8,6 +8,7 @@
 #include <memory>
 #include <vector>
 
+#include "runtime/File.h"
 #include "runtime/UvHandle.h"
 
 namespace Runtime {
@@ -59,6 +60,24 @@ class ReadWatch {
  private:
   std::function<void()> readable_;
   UvHandle<uv_poll_t> poll_;
+};
+
+// From now on the signal does not end the process, it waits for a HeldSignalWatch. For main(), before there
+// are threads.
+void holdSignal(int signal);
+
+// Calls back when the process gets a signal that is held, also when it got it before this was there. However
+// a process starts and ends, it is not killed by what it is only asked in between.
+class HeldSignalWatch {
+ public:
+  HeldSignalWatch(EventLoop& loop, int signal, std::function<void()> received);
+
+ private:
+  void readable();
+
+  std::function<void()> received_;
+  Descriptor signals_;
+  ReadWatch watch_;
 };
 
 // Calls back in every turn of the loop, after I/O.

@@ -1,4 +1,5 @@
 // What a daemon does when the process gets SIGHUP: it reads its configuration again. For the loop's thread.
+// Requires: main() holds SIGHUP.
 #pragma once
 
 #include <csignal>
@@ -37,7 +38,7 @@ class Reload final {
   bool reading_ = false;
   bool again_ = false;
   OffLoop offLoop_;
-  SignalWatch hangup_;
+  HeldSignalWatch hangup_;
 };
 
 }  // namespace Runtime

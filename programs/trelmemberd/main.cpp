@@ -1,5 +1,6 @@
 // trelmemberd.
 #include <fmt/format.h>
+
 #include <csignal>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -14,6 +15,7 @@
 #include "programs/trelmemberd/Options.h"
 #include "programs/trelmemberd/Trelmemberd.h"
 #include "runtime/CommandLine.h"
+#include "runtime/EventLoop.h"
 
 namespace {
 
@@ -49,6 +51,7 @@ int printMappings(const Member::Config& config) {
 
 int main(int argc, char** argv) {
   Runtime::openStandardStreams();
+  Runtime::holdSignal(SIGHUP);
   auto [options, exitCode] = Member::parseOptions(argc, argv);
   if (exitCode >= 0) return exitCode;
 

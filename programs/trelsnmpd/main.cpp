@@ -11,6 +11,7 @@
 #include "programs/trelsnmpd/Daemon.h"
 #include "programs/trelsnmpd/Options.h"
 #include "runtime/CommandLine.h"
+#include "runtime/EventLoop.h"
 
 namespace {
 
@@ -35,8 +36,7 @@ int serve(const Trelsnmpd::Options& options, const Kelstore::Etcd::Driver* etcd,
 
 int main(int argc, char** argv) {
   Runtime::openStandardStreams();
-  // Until there is something to reload.
-  std::signal(SIGHUP, SIG_IGN);
+  Runtime::holdSignal(SIGHUP);
   auto [options, exitCode] = Trelsnmpd::parseOptions(argc, argv);
   if (exitCode >= 0) return exitCode;
 

@@ -105,6 +105,7 @@ TEST_F(Hang, ConfAtTheStart_TheDaemonCanBeEnded) {
   daemon_.launch();
   // It has the directory's lock by the time that it reads the file.
   ASSERT_TRUE(waitUntil([&] { return std::filesystem::exists(daemon_.dir().file("persistent/lock")); }));
+  daemon_.process().signal(SIGHUP);
   ends(128 + SIGTERM);
 }
 

@@ -111,12 +111,15 @@ TEST_F(Reload, BadFile_LeavesWhatWasInForce_WithOneLine) {
   daemon_.start();
   // The first is found by reading, the others by trying.
   for (const char* mistake : {"perl 1;", "view v sideways .1", "createUser another SHA-256 short"}) {
-    confIs(
-        fmt::format("rocommunity two 127.0.0.1\ncreateUser operator SHA-256 \"second pass\"\n{}\n", mistake));
-    EXPECT_THAT(reloads(), AllOf(StartsWith("Daemon/0 --conf " + conf_ + ": line 3: "),
+    confIs(fmt::format(
+        "rocommunity two 127.0.0.1\nsysContact them\ncreateUser operator SHA-256 \"second pass\"\n"
+        "{}\n",
+        mistake));
+    EXPECT_THAT(reloads(), AllOf(StartsWith("Daemon/0 --conf " + conf_ + ": line 4: "),
                                  testing::EndsWith(": not reloaded, what was in force stays")));
     EXPECT_TRUE(isServed("one"));
     EXPECT_TRUE(isIgnored("two"));
+    EXPECT_THAT(as("one").get({kSysContact}), Not(HasSubstr("them")));
     EXPECT_EQ(user("operator", "first pass").get({"reach.4.1.2"}), kRow);
   }
   std::filesystem::remove(conf_);
@@ -143,6 +146,19 @@ TEST_F(Reload, AgainAndAgainUnderAWalk_NoRowIsMissing) {
     EXPECT_THAT(reloads(), HasSubstr(": reloaded: 1 lines; "));
   }
   EXPECT_EQ(as("one").walk(), whole);
+}
+
+// Whoever asks for it does not know whether the daemon has begun to end.
+TEST_F(Reload, AskedForAgainAndAgainWhileItEnds_EndsWith0) {
+  confIs("rocommunity one 127.0.0.1\n");
+  daemon_.start();
+  EXPECT_TRUE(daemon_.process().holds(SIGHUP));
+  daemon_.process().signal(SIGTERM);
+  EXPECT_TRUE(Support::waitUntil([this] {
+    for (int i = 0; i < 1000; ++i) daemon_.process().signal(SIGHUP);
+    return !daemon_.process().running();
+  }));
+  EXPECT_EQ(daemon_.process().wait(), 0);
 }
 
 TEST(ReloadWithoutConf, SaysThatThereIsNothing_AndGoesOn) {

@@ -113,6 +113,11 @@ TEST_F(TrelmemberdReloadTest, AnotherMember_NothingOfItCounts) {
   EXPECT_THAT(names(), Not(Contains("topology/1/3")));
 }
 
+// From its start to its end.
+TEST_F(TrelmemberdReloadTest, AskedForAtAnyTime_DoesNotEndTheProcess) {
+  EXPECT_TRUE(process_->holds(SIGHUP));
+}
+
 // Its directory's file system answers nothing.
 TEST(TrelmemberdHangingFileTest, ReloadHangs_PublishingGoesOn_AndTheEndIsNotHeldUp) {
   if (std::string why = Support::enterOwnMounts(); !why.empty()) GTEST_SKIP() << why;

@@ -55,5 +55,22 @@ TEST(SignalWatchTest, SignalArrives_TheLoopHearsOfIt) {
   loop.run();
 }
 
+TEST(HeldSignalWatchTest, SignalBeforeAndAfterAWatch_WaitsForOne) {
+  std::signal(SIGUSR2, SIG_IGN);
+  holdSignal(SIGUSR2);
+  EventLoop loop;
+  int received = 0;
+  for (int watches = 1; watches <= 2; ++watches) {
+    raise(SIGUSR2);
+    HeldSignalWatch watch(loop, SIGUSR2, [&] { ++received; });
+    EXPECT_TRUE(turnUntil(loop, [&] { return received == 2 * watches - 1; }));
+    raise(SIGUSR2);
+    EXPECT_TRUE(turnUntil(loop, [&] { return received == 2 * watches; }));
+  }
+  raise(SIGUSR2);
+  uv_run(loop.uv(), UV_RUN_NOWAIT);
+  EXPECT_EQ(received, 4);
+}
+
 }  // namespace
 }  // namespace Runtime

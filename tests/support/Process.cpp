@@ -12,6 +12,8 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <stdexcept>
 
 namespace Support {
@@ -63,6 +65,18 @@ Process::~Process() {
 
 void Process::signal(int number) const {
   if (!status_) kill(pid_, number);
+}
+
+bool Process::holds(int number) const {
+  for (const auto& thread : std::filesystem::directory_iterator(fmt::format("/proc/{}/task", pid_))) {
+    std::ifstream status(thread.path() / "status");
+    std::string word;
+    while (status >> word && word != "SigBlk:") continue;
+    uint64_t blocked = 0;
+    status >> std::hex >> blocked;
+    if ((blocked >> (number - 1) & 1) == 0) return false;
+  }
+  return true;
 }
 
 std::optional<int> Process::wait(Millis deadline) {

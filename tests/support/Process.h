@@ -33,6 +33,8 @@ class Process final {
   std::string err() const { return content(errFd_); }
 
   void signal(int number) const;
+  // Whether no thread of it can be reached by the signal now: it waits until the process takes it.
+  bool holds(int number) const;
   // Exit status, or 128 and the number of the signal that killed it, as a shell says it; nothing when it
   // still runs at the deadline.
   std::optional<int> wait(Millis deadline = 10s);
