@@ -2,8 +2,8 @@
 //
 // Whoever writes a line never waits for it: a thread writes them, and what a pipe that is full, a reader that
 // stopped or a socket that is full keeps from being written is held up to a bound and counted beyond. Lines
-// keep their order. None that could be written is lost when the log goes, or in an abort: both wait as long as
-// lines are being written, though no longer than half a second for one, and ten seconds for all.
+// keep their order. None that could be written is lost when the log goes, or in an abort: both wait as long
+// as lines are being written, though no longer than half a second for one, and ten seconds for all.
 #pragma once
 
 #include <cstdint>
