@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "platform/kor/Text.h"
+#include "platform/zavro/Assert.h"
 #include "platform/zavro/Exception.h"
 #include "platform/zavro/Ptr.h"
 
@@ -95,13 +96,13 @@ class TypeBuilder {
   template <class Accessor, class Setter>
   TypeBuilder& attribute(std::string name, Accessor accessor, Setter set) {
     type_.attributeIs({std::move(name), reader(accessor),
-                       [set](Object& object, std::string_view text) { set(static_cast<T&>(object), text); }});
+                       [set](Object& object, std::string_view text) { set(self<T>(object), text); }});
     return *this;
   }
   template <class Function>
   TypeBuilder& operation(std::string name, Function function) {
     type_.operationIs(
-        {std::move(name), [function](Object& object) { std::invoke(function, static_cast<T&>(object)); }});
+        {std::move(name), [function](Object& object) { std::invoke(function, self<T>(object)); }});
     return *this;
   }
   TypeBuilder& newEntityForDir(Type::NewEntityForDir make) {
@@ -111,11 +112,16 @@ class TypeBuilder {
   Type build() { return std::move(type_); }
 
  private:
+  // Ends the process when an object shows the type information of a class that it is not of.
+  template <class Self, class AnyObject>
+  static Self& self(AnyObject& object) {
+    auto* self = dynamic_cast<Self*>(&object);
+    zavroAssert(self && "type information of another class");
+    return *self;
+  }
   template <class Accessor>
   static auto reader(Accessor accessor) {
-    return [accessor](const Object& object) {
-      return toText(std::invoke(accessor, static_cast<const T&>(object)));
-    };
+    return [accessor](const Object& object) { return toText(std::invoke(accessor, self<const T>(object))); };
   }
   Type type_;
 };

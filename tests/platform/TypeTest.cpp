@@ -74,4 +74,18 @@ TEST_F(TypeTest, UnknownNames_AreRefusedWithTypeAndName) {
   EXPECT_EQ(error([this] { Kor::invoke(*lamp_, "watts"); }), "Test::Lamp has no operation \"watts\"");
 }
 
+// Its type information is that of another class.
+class Candle final : public Kor::Object {
+ public:
+  const Kor::Type& korType() const override { return Lamp::type(); }
+};
+
+TEST(TypeDeathTest, TypeInformationOfAnotherClass_EndsTheProcess) {
+  auto candle = Zavro::makePtr<Candle>();
+  const char* kAssertion = "Assertion `self && \"type information of another class\"' failed";
+  EXPECT_DEATH(Kor::attribute(*candle, "watts"), kAssertion);
+  EXPECT_DEATH(Kor::attributeIs(*candle, "watts", "60"), kAssertion);
+  EXPECT_DEATH(Kor::invoke(*candle, "flip"), kAssertion);
+}
+
 }  // namespace
