@@ -4,6 +4,7 @@
 
 #include <compare>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -82,4 +83,19 @@ class TrelHrStorageKey final : public PairKey<TrelHrStorageKey> {
   constexpr uint32_t hrStorageIndex() const { return second(); }
 };
 
+// Of every pair key, for the standard's hashed collections.
+struct PairKeyHash {
+  template <class Key>
+  size_t operator()(const Key& key) const noexcept {
+    return std::hash<uint64_t>()(uint64_t{key.first()} << 32U | key.second());
+  }
+};
+
 }  // namespace TrelSnmp
+
+template <>
+struct std::hash<TrelSnmp::MemberIdPair> : TrelSnmp::PairKeyHash {};
+template <>
+struct std::hash<TrelSnmp::ProcessorKey> : TrelSnmp::PairKeyHash {};
+template <>
+struct std::hash<TrelSnmp::TrelHrStorageKey> : TrelSnmp::PairKeyHash {};

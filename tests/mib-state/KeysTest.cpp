@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 
 #include <set>
+#include <unordered_set>
 
 #include "tests/support/Thrown.h"
 
@@ -62,6 +63,16 @@ TYPED_TEST(PairKeyTest, Text_NamesBothParts_AndIsReadBack) {
   EXPECT_EQ(TypeParam(3, 5).text(), this->spelled("3", "5"));
   EXPECT_EQ(TypeParam::fromText(fmt::format(" ( {}=3 ,{}=5 ) ", TypeParam::kFirst, TypeParam::kSecond)),
             TypeParam(3, 5));
+}
+
+TYPED_TEST(PairKeyTest, Keys_AreFoundAgainInAHashedSet) {
+  std::unordered_set<TypeParam> keys = {{0, 0}, {1, 2}, {2, 1}, {UINT32_MAX, UINT32_MAX}};
+  EXPECT_TRUE(keys.contains({2, 1}));
+  EXPECT_FALSE(keys.contains({2, 2}));
+  EXPECT_EQ(keys.size(), 4u);
+  std::set<size_t> hashes;
+  for (const auto& key : keys) hashes.insert(std::hash<TypeParam>()(key));
+  EXPECT_EQ(hashes.size(), keys.size());
 }
 
 TYPED_TEST(PairKeyTest, PartsThatAreNoU32_AreRefused) {
