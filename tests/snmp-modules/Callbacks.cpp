@@ -59,8 +59,10 @@ DirectWalk::~DirectWalk() {
 
 std::string DirectWalk::first(netsnmp_table_request_info* hint) {
   freeLoop();
-  loop_ = hint;
-  return indexText(info_->get_first_data_point(&loop_, &data_, index_, info_));
+  void* slot = hint;
+  const netsnmp_variable_list* index = info_->get_first_data_point(&slot, &data_, index_, info_);
+  loop_ = slot;
+  return indexText(index);
 }
 
 std::string DirectWalk::next() {

@@ -4,7 +4,10 @@
 
 #include <gtest/gtest.h>
 
+#include <stdexcept>
+
 #include "tests/snmp-modules/ModuleTest.h"
+#include "tests/support/Thrown.h"
 
 using namespace TrelSnmp;
 
@@ -20,6 +23,7 @@ class PickyKey : public PairKey<PickyKey> {
   PickyKey() = default;
   PickyKey(uint32_t first, uint32_t second) : PairKey(first, second) {
     if (first == 0) throw Zavro::RangeException("first is 0");
+    if (first == 1) throw std::runtime_error("first is 1");
   }
 };
 class PickyRow : public Zavro::Counted, public TableHook {
@@ -80,6 +84,17 @@ TEST_F(FrameTest, KeyThatRefusesItsParts_IsABadHint) {
             "frameModule/2 pickyTable_get_first_data_point - allocated new loop context B, "
             "hintMatched=false\n"
             "frameModule/2 pickyTableIterationHelper - iterator is at end\n");
+}
+
+// What is wrong with a hint is one thing, and a failure of the program another: that is the host's to see.
+TEST_F(FrameTest, KeyThatFailsOtherwise_ItsExceptionLeavesTheCallback) {
+  DirectWalk walk(kPicky);
+  EXPECT_EQ(thrown<std::runtime_error>([&] { walk.first({{1}, {1}}); }), "first is 1");
+  EXPECT_EQ(golden(log),
+            "frameModule/2 pickyTable_get_first_data_point - *hint = A, number_indexes = 2\n"
+            "frameModule/2 hint component pickyFirst is '1'\n"
+            "frameModule/2 hint component pickySecond is '1'\n");
+  EXPECT_EQ(walk.first({{2}, {1}}), "end");
 }
 
 }  // namespace
