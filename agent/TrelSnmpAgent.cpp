@@ -26,11 +26,18 @@ bool hrMemStorageToggle() {
   return on;
 }
 
-// Runs make while the pipelines are silent, so that no two write one table; if it fails they go on.
-template <class Pipelines, class Make>
-auto makeSuccessor(const Pipelines& pipelines, Make make) {
+// The module is registered for the default context, by this call unless it is so already.
+void registered(const char* module, void (*init)(Zavro::String)) {
+  if (!Snmp::mibContextRegistered(kDefaultContext, module)) init(kDefaultContext);
+}
+
+// Runs make while the nodes that are to be replaced are silent, so that no two write one table; if it fails
+// they go on.
+template <class Make>
+auto makeSuccessor(std::vector<Zavro::Ptr<Zavro::Node>> nodes, Make make) {
+  std::erase_if(nodes, [](const auto& node) { return !node->hasNotificationActive(); });
   auto activeIs = [&](bool active) {
-    for (const auto& pipeline : pipelines) pipeline->hasNotificationActiveIs(active);
+    for (const auto& node : nodes) node->hasNotificationActiveIs(active);
   };
   activeIs(false);
   try {
@@ -47,9 +54,9 @@ template <class Sm, class Make>
 Zavro::Ptr<Sm> keepOrReplace(Zavro::Ptr<Sm>& slot, bool matches, const Rvx::SmControl& control, Make make) {
   if (slot) slot->rivoControlIs(control);
   if (slot && matches) return slot;
-  std::vector<Zavro::Ptr<Sm>> old;
+  std::vector<Zavro::Ptr<Zavro::Node>> old;
   if (slot) old.push_back(slot);
-  Zavro::Ptr<Sm> made = makeSuccessor(old, make);
+  Zavro::Ptr<Sm> made = makeSuccessor(std::move(old), make);
   if (slot && slot->trelMib() == made->trelMib()) slot->rowsHandedOver();
   slot = made;
   made->hasNotificationActiveIs(true);
@@ -108,8 +115,8 @@ void SnmpStatusSm::handleSnmpStatusInitialized() {
   if (mibsInitialized_) return;
   Lumalog::BlockTimer timer(traceHandle, kFunction);
   traceHandle.trace(8, "handleSnmpStatusInitialized");
-  init_veldaTrelMIB(kDefaultContext);
-  init_veldaTrelHostResourcesMIB(kDefaultContext);
+  registered("veldaTrelMIB", init_veldaTrelMIB);
+  registered("veldaTrelHostResourcesMIB", init_veldaTrelHostResourcesMIB);
   mibsInitialized_ = true;
 }
 
@@ -250,6 +257,13 @@ std::vector<Zavro::Ptr<Pipeline>> Agent::pipelines() const {
   return pipelines;
 }
 
+std::vector<Zavro::Ptr<Zavro::Node>> Agent::nodes() const {
+  std::vector<Zavro::Ptr<Zavro::Node>> nodes;
+  if (snmpStatusSm_) nodes.push_back(snmpStatusSm_);
+  for (const auto& pipeline : pipelines()) nodes.push_back(pipeline);
+  return nodes;
+}
+
 void Agent::rowsHandedOver() {
   for (const auto& pipeline : pipelines()) pipeline->rowsHandedOver();
 }
@@ -292,8 +306,8 @@ Zavro::Ptr<Agent> Root::agentIs(Zavro::Ptr<TrelMib> trelMib, Zavro::Ptr<const Sn
   AgentInputs inputs{std::move(trelMib),        std::move(snmpStatus),      std::move(ifMib),
                      std::move(topologyConfig), std::move(reachabilityDir), std::move(hostResourcesDir)};
   if (agent_ && agent_->inputs() == inputs) return agent_;
-  auto old = agent_ ? agent_->pipelines() : std::vector<Zavro::Ptr<Pipeline>>();
-  auto made = makeSuccessor(old, [&] { return Zavro::makePtr<Agent>(std::move(inputs)); });
+  auto old = agent_ ? agent_->nodes() : std::vector<Zavro::Ptr<Zavro::Node>>();
+  auto made = makeSuccessor(std::move(old), [&] { return Zavro::makePtr<Agent>(std::move(inputs)); });
   if (agent_ && agent_->trelMib() == made->trelMib()) agent_->rowsHandedOver();
   agent_ = made;
   return made;

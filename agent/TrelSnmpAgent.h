@@ -16,7 +16,11 @@
 
 namespace TrelSnmp::Agent {
 
-// Watches the SNMP agent's status and registers the MIB modules, once, the first time that it is initialised.
+// Watches the SNMP agent's status and has the MIB modules registered the first time that it is initialised. A
+// module that is registered already, by a watcher before this one, stays as it is and counts as done: a host
+// may replace its agent while managers are served, without a moment in which the tables are gone. The tables
+// stay bound to the MIB state object that stood at TrelMib::kPath when they were registered; a host that puts
+// another one there unregisters the modules before it makes the agent.
 class SnmpStatusSm final : public Zavro::Node {
  public:
   using Status = Zavro::Ptr<const Snmp::Status>;
@@ -84,8 +88,13 @@ class Agent final : public Zavro::Node {
   explicit Agent(AgentInputs inputs);
   ~Agent() override;
 
-  const Zavro::Ptr<TrelMib>& trelMib() const { return inputs_.trelMib; }
   const AgentInputs& inputs() const { return inputs_; }
+  const Zavro::Ptr<TrelMib>& trelMib() const { return inputs_.trelMib; }
+  const Zavro::Ptr<const Snmp::Status>& snmpStatus() const { return inputs_.snmpStatus; }
+  const Zavro::Ptr<const IntfSnmp::IfMib>& ifMib() const { return inputs_.ifMib; }
+  const Zavro::Ptr<const Trel::TopologyConfig>& topologyConfig() const { return inputs_.topologyConfig; }
+  const Zavro::Ptr<const Kor::Dir>& reachabilityDir() const { return inputs_.reachabilityDir; }
+  const Zavro::Ptr<const Kor::Dir>& hostResourcesDir() const { return inputs_.hostResourcesDir; }
   // Run control that pipelines made from now on get; settable through type information only.
   const Rvx::SmControl& rvxSmControl() const { return rvxSmControl_; }
 
@@ -132,6 +141,8 @@ class Agent final : public Zavro::Node {
   }
   // Those that exist, in the order of their creation.
   std::vector<Zavro::Ptr<Pipeline>> pipelines() const;
+  // The watcher and the pipelines that exist, in that order.
+  std::vector<Zavro::Ptr<Zavro::Node>> nodes() const;
   // Another agent serves the same MIB state object from now on: the rows are its.
   void rowsHandedOver();
 
@@ -161,7 +172,7 @@ class Root final : public Kor::Entity {
   bool hasNotificationActive() const { return notificationActive_; }
 
   // The existing agent when each argument is the very same object as its own; otherwise a new agent, which
-  // replaces it once it has been built.
+  // replaces it once it has been built. The replaced one reacts no more, whoever holds it.
   Zavro::Ptr<Agent> agentIs(Zavro::Ptr<TrelMib> trelMib, Zavro::Ptr<const Snmp::Status> snmpStatus,
                             Zavro::Ptr<const IntfSnmp::IfMib> ifMib,
                             Zavro::Ptr<const Trel::TopologyConfig> topologyConfig,

@@ -58,6 +58,16 @@ TEST_F(AgentTest, AnyOtherInput_WholeNewAgent) {
   }
 }
 
+TEST_F(AgentTest, Inputs_AreTheVeryObjectsThatItWasGiven) {
+  auto agent = agentIs();
+  EXPECT_EQ(agent->trelMib(), mib);
+  EXPECT_EQ(agent->snmpStatus(), status);
+  EXPECT_EQ(agent->ifMib(), ifMib);
+  EXPECT_EQ(agent->topologyConfig(), topology);
+  EXPECT_EQ(agent->reachabilityDir(), reachabilityDir);
+  EXPECT_EQ(agent->hostResourcesDir(), hostResourcesDir);
+}
+
 TEST_F(AgentTest, AgentHoldsItsInputsAndLetsThemGo) {
   uint32_t before = reachabilityDir->useCount();
   agentIs();
@@ -224,9 +234,20 @@ class StorageToggles : public AgentTest {
   [[noreturn]] void start(const char* toggles, bool storageStands) {
     exit(standsAs(toggles, storageStands) ? 0 : 1);
   }
+  // Ends the process with the number of complaints about what the toggle file says of the second toggle.
+  [[noreturn]] void startAndCountComplaints(const char* toggles) {
+    exit(static_cast<int>(complaints(toggles)));
+  }
   static constexpr const char* kBothOff = R"({"TrelHrStorageSnmp": false, "TrelHrMemStorage": false})";
 
  private:
+  size_t complaints(const char* toggles) {
+    Support::TempDir dir;
+    Toggles::fileIs("TrelCore.json", dir.write("TrelCore.json", toggles));
+    TraceLog traces{"Toggles"};
+    agentIs();
+    return traces.lines().size();
+  }
   bool standsAs(const char* toggles, bool storageStands) {
     Support::TempDir dir;
     Toggles::fileIs("TrelCore.json", dir.write("TrelCore.json", toggles));
@@ -261,6 +282,14 @@ TEST_F(StorageToggles, MemoryOff_NothingStandsNotEvenTheMappings) {
 
 TEST_F(StorageToggles, BothOff_NothingStands) {
   EXPECT_EXIT(start(kBothOff, false), testing::ExitedWithCode(0), "");
+}
+
+// Reading a toggle that is no boolean costs a complaint.
+TEST_F(StorageToggles, StorageOff_MemoryIsNotRead) {
+  EXPECT_EXIT(startAndCountComplaints(R"({"TrelHrStorageSnmp": true, "TrelHrMemStorage": 7})"),
+              testing::ExitedWithCode(1), "");
+  EXPECT_EXIT(startAndCountComplaints(R"({"TrelHrStorageSnmp": false, "TrelHrMemStorage": 7})"),
+              testing::ExitedWithCode(0), "");
 }
 
 TEST_F(StorageToggles, FileThatCannotBeUsed_CountsAsOn) {
