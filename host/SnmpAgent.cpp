@@ -169,6 +169,13 @@ std::string SnmpAgent::address() const {
   return ports() == nullptr ? "" : ports();
 }
 
+Zavro::Duration SnmpAgent::uptime() const {
+  unsigned long ticks = netsnmp_get_agent_uptime();
+  // Of a master it is the 32 bits that a message holds, the upper ones being their sign.
+  if (subagent()) ticks = static_cast<uint32_t>(ticks);
+  return Zavro::Duration(static_cast<double>(ticks) / 100);
+}
+
 // Returns what is wrong with them.
 std::string SnmpAgent::readFiles() {
   SnmpConf state = readSnmpConf(directory_ + kStateName, SnmpFile::state);

@@ -9,6 +9,7 @@
 #include "host/AnswerSize.h"
 #include "host/SnmpConf.h"
 #include "host/SnmpPump.h"
+#include "platform/zavro/Duration.h"
 #include "runtime/EventLoop.h"
 
 namespace Host {
@@ -48,6 +49,8 @@ class SnmpAgent {
   bool subagent() const { return !options_.agentx.empty(); }
   // Whether a subagent's session with its master is up; always true for a standalone agent.
   bool connected() const { return !subagent() || connected_; }
+  // What sysUpTime says, which is the master's for a subagent that has had an answer from it.
+  Zavro::Duration uptime() const;
   // Where the agent listens, or the master's address.
   std::string address() const;
 

@@ -9,14 +9,14 @@
 #include <cstring>
 #include <limits>
 
+#include "platform/snmp/AgentUptime.h"
+
 namespace Snmp {
 namespace {
 
 constexpr int kFailed = -1;
 constexpr double kTicksPerSecond = 100;
 constexpr double kTicksModulus = 4294967296.0;
-
-Zavro::Duration agentStart;
 
 int writeBytes(const void* bytes, size_t count, unsigned char* buffer, int capacity) {
   if (capacity < 0 || count > static_cast<size_t>(capacity)) return kFailed;
@@ -75,7 +75,8 @@ int SecondsToTimeTicksF::convert(const Zavro::Duration& value, unsigned char* bu
 
 int UtcSecondsToUptimeTimeTicksF::convert(const Zavro::Duration& value, unsigned char* buffer, int capacity) {
   if (!std::isfinite(value.seconds())) return kFailed;
-  return writeTimeTicks(std::fmax(value.seconds() - agentStart.seconds(), 0), buffer, capacity);
+  AgentUptime* uptime = AgentUptime::instance();
+  return writeTimeTicks(uptime != nullptr ? uptime->at(value).seconds() : 0, buffer, capacity);
 }
 
 int SecondsToAsnDateAndTimeF::convert(const Zavro::Duration& value, unsigned char* buffer, int capacity) {
@@ -122,8 +123,5 @@ uint32_t AsnUnsignedToU32::operator()(const long* value) const {
   }
   return static_cast<uint32_t>(*value);
 }
-
-void agentStartUtcIs(Zavro::Duration utc) { agentStart = utc; }
-Zavro::Duration agentStartUtc() { return agentStart; }
 
 }  // namespace Snmp

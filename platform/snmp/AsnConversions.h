@@ -64,8 +64,8 @@ struct SecondsToTimeTicksF : AsnConversion<SecondsToTimeTicksF, Zavro::Duration>
   static int convert(const Zavro::Duration& value, unsigned char* buffer, int capacity);
 };
 
-// TimeStamp (RFC 2579): the agent's uptime at a point in UTC time, modulo 2^32; 0 for a time before the agent
-// started. A non-finite time fails.
+// TimeStamp (RFC 2579): the agent's uptime at a point in UTC time, by AgentUptime::instance(), modulo
+// 2^32; 0 without one. A non-finite time fails.
 struct UtcSecondsToUptimeTimeTicksF : AsnConversion<UtcSecondsToUptimeTimeTicksF, Zavro::Duration> {
   static constexpr const char* kName = "UtcSecondsToUptimeTimeTicks";
   static int convert(const Zavro::Duration& value, unsigned char* buffer, int capacity);
@@ -95,9 +95,5 @@ struct SnmpObjectIdentifierToAsnOidF : AsnConversion<SnmpObjectIdentifierToAsnOi
 struct AsnUnsignedToU32 {
   uint32_t operator()(const long* value) const;
 };
-
-// When the agent started, as a UTC time: the origin of its uptime. The host sets it.
-void agentStartUtcIs(Zavro::Duration utc);
-Zavro::Duration agentStartUtc();
 
 }  // namespace Snmp

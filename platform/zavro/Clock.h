@@ -27,6 +27,8 @@ class ManualClock final : public Clock {
   explicit ManualClock(uint64_t utcNs = 0) : utcNs_(utcNs) {}
   uint64_t monotonicNs() const override { return monotonicNs_; }
   uint64_t utcNs() const override { return utcNs_; }
+  // The time of day is set.
+  void utcNsIs(uint64_t ns) { utcNs_ = ns; }
   void advanceNs(uint64_t ns) {
     monotonicNs_ += ns;
     utcNs_ += ns;

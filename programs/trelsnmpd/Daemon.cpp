@@ -15,7 +15,6 @@
 #include "member/LinuxMachine.h"
 #include "member/LocalSource.h"
 #include "platform/lumalog/Lumalog.h"
-#include "platform/snmp/AsnConversions.h"
 #include "programs/trelsnmpd/ExampleState.h"
 
 namespace Trelsnmpd {
@@ -79,7 +78,6 @@ Daemon::Daemon(const Options& options, const Kelstore::Etcd::Driver* etcd, Host:
   // A client of the control socket that went away is found out by the write that fails.
   std::signal(SIGPIPE, SIG_IGN);
   Vem::TaskSchedulerRoot::schedulerIs(scheduler_);
-  Snmp::agentStartUtcIs(Zavro::Duration(static_cast<double>(clock.utcNs()) / 1e9));
   error_ = control_.error();
   if (error_.empty()) error_ = claimState(options.stateDirectory, stateLock_);
   if (error_.empty()) start(etcd);
@@ -96,6 +94,7 @@ void Daemon::start(const Kelstore::Etcd::Driver* etcd) {
   snmp_.emplace(loop_, options_.snmp, options_.stateDirectory);
   error_ = snmp_->error();
   if (!error_.empty()) return;
+  uptime_.emplace(clock_, [this] { return snmp_->uptime(); });
   std::vector<Host::Cluster::MakeSource> sources;
   for (const std::string& state : options_.states) {
     sources.push_back([this, etcd, &state](Kelstore::Store& store) {

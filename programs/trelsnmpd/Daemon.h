@@ -11,6 +11,7 @@
 #include "host/TaskRunner.h"
 #include "host/TraceLog.h"
 #include "kelstore/etcd/Driver.h"
+#include "platform/snmp/AgentUptime.h"
 #include "platform/vem/Vem.h"
 #include "programs/trelsnmpd/Options.h"
 #include "runtime/Directories.h"
@@ -61,6 +62,7 @@ class Daemon {
   Host::ControlServer control_;
   std::optional<Host::Cluster> cluster_;
   std::optional<Host::SnmpAgent> snmp_;
+  std::optional<Snmp::AgentUptime> uptime_;
   std::optional<Runtime::TurnWatch> untilReady_;
   std::list<Runtime::SignalWatch> signals_;
   std::optional<Runtime::Reload<Host::SnmpConf>> reload_;

@@ -82,6 +82,11 @@ class Agentx : public testing::Test {
     return there ? testing::AssertionSuccess()
                  : testing::AssertionFailure() << walked << daemon_.process().err();
   }
+  uint32_t upTime() const { return master_.manager().upTime(); }
+  static uint64_t utcNs() {
+    auto since = std::chrono::system_clock::now().time_since_epoch();
+    return static_cast<uint64_t>(std::chrono::nanoseconds(since).count());
+  }
   std::string walk() const { return master_.manager().bulkWalk(); }
   static std::vector<Varbind> tree() {
     std::vector<Varbind> all;
@@ -149,6 +154,28 @@ TEST_F(Agentx, ChangeInTheState_IsSeenThroughTheMaster) {
   daemon_.dir().replace(Daemon::kStateName, documentOf(changed));
   EXPECT_TRUE(Support::waitUntil(
       [&] { return master_.manager().get({"reach.4.1.2"}) == "reach.4.1.2 = INTEGER: 5\n"; }, 1s));
+}
+
+// sysUpTime is the master's, so times of last changes go by it.
+TEST_F(Agentx, ChangeAfterTheStart_LastUpdateIsTheMastersUptimeOfTheChange) {
+  constexpr uint32_t kMostDisagreement = 100;  // hundredths of a second
+  master_.start(documentedAdditions());
+  ASSERT_TRUE(Support::waitUntil([&] { return upTime() > 4 * kMostDisagreement; }));
+  daemon_.start();
+  ASSERT_TRUE(tablesAppear());
+  uint32_t before = upTime();
+  Reports changed = kReports;
+  changed[{1, 2}].lastChangeNs = utcNs();
+  uint32_t after = upTime();
+  daemon_.dir().replace(Daemon::kStateName, documentOf(changed));
+  std::string answer;
+  ASSERT_TRUE(Support::waitUntil([&] {
+    answer = master_.manager().get({"reach.5.1.2"});
+    return answer.find("Timeticks: (") != std::string::npos && answer.find("(0)") == std::string::npos;
+  })) << answer;
+  unsigned long ticks = std::stoul(answer.substr(answer.find('(') + 1));
+  EXPECT_GE(ticks + kMostDisagreement, before);
+  EXPECT_LE(ticks, after + kMostDisagreement);
 }
 
 TEST_F(Agentx, WriterThroughTheMaster_SetIsNotWritable) {

@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <nlohmann/json.hpp>
 
-#include "platform/snmp/AsnConversions.h"
+#include "platform/snmp/AgentUptime.h"
 
 namespace Host {
 namespace {
@@ -34,7 +34,8 @@ TEST(TableReportTest, EmptyTables_OneLineEachAndTheEnd) {
 }
 
 TEST(TableReportTest, EveryServedValueOfEveryTable) {
-  Snmp::agentStartUtcIs(Zavro::Duration(100));
+  Zavro::ManualClock clock(200'000'000'000);
+  Snmp::AgentUptime uptime(clock, [] { return Zavro::Duration(100); });
   auto mib = emptyMib();
   mib->trelIfTableIs(4294967295u, 1, 2);
   auto ifMib = Zavro::makePtr<IntfSnmp::IfMib>("ifMib");

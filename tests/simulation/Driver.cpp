@@ -8,7 +8,7 @@
 #include <deque>
 #include <optional>
 
-#include "platform/snmp/AsnConversions.h"
+#include "platform/snmp/AgentUptime.h"
 #include "platform/snmp/KelstoreUtil.h"
 #include "platform/snmp/RegVoidCollByContext.h"
 #include "platform/toggles/Toggles.h"
@@ -50,7 +50,6 @@ class Driver {
     snmpDir_->entityPtrIs(trelDir_);
     stateRoot_->entityPtrIs(snmpDir_);
     Snmp::KelstoreUtil::rootIs(stateRoot_, Zavro::makePtr<const Snmp::Config>("switch-1"));
-    Snmp::agentStartUtcIs(Zavro::Duration(static_cast<double>(kAgentStart)));
   }
   ~Driver() {
     if (!ended_) std::abort();  // run() leaves through end() or not at all
@@ -200,6 +199,10 @@ class Driver {
   const Conditions conditions_;
   const std::function<void(std::string_view)> log_;
   Zavro::ManualClock clock_{kAgentStart * 1'000'000'000};
+  Snmp::AgentUptime uptime_{
+      clock_, [this] {
+        return Zavro::Duration(static_cast<double>(clock_.utcNs() - kAgentStart * 1'000'000'000) / 1e9);
+      }};
   Tasks tasks_{clock_};
   Zavro::Ptr<StorageEntryMappings> mappings_;
   State state_;

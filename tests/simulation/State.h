@@ -47,6 +47,7 @@ class State {
     onMapping_ = std::move(callback);
   }
 
+  uint64_t nowNs() const { return clock_.utcNs(); }
   // The figures of a host, alive or not, by its serial.
   const Host::System& figures(uint64_t host) const { return figures_.at(host); }
 

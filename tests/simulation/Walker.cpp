@@ -322,7 +322,7 @@ std::string Walker::expectedColumn(const Shown& shown, unsigned column) const {
         const uint32_t* index = indexes.find(Lanix::IntfId(shown.interface.value_or("")));
         return integer(index != nullptr ? *index : 0);
       }
-      uint64_t ticks = shown.lastChangeNs / 10'000'000;
+      uint64_t ticks = std::min(shown.lastChangeNs, state_.nowNs()) / 10'000'000;
       uint64_t start = kAgentStart * 100;
       return fmt::format("t:{}", ticks > start ? static_cast<uint32_t>(ticks - start) : 0);
     }

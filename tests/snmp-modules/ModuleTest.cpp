@@ -37,13 +37,11 @@ Database::~Database() {
 
 ModuleTest::ModuleTest() {
   InProcessAgent::instance();
-  Snmp::agentStartUtcIs(Zavro::Duration(kAgentStart));
   for (const ModuleCase& module : allModules()) module.init("");
 }
 
 ModuleTest::~ModuleTest() {
   for (const ModuleCase& module : allModules()) module.unregister("");
-  Snmp::agentStartUtcIs(Zavro::Duration(0));
 }
 
 void ModuleTest::reach(uint32_t src, uint32_t dst, int state, double uptime) {

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "mib-state/TrelMib.h"
+#include "platform/snmp/AgentUptime.h"
 #include "platform/snmp/AsnConversions.h"
 #include "platform/snmp/RegVoidCollByContext.h"
 #include "snmp-modules/veldaTrelHostResourcesMIB.h"
@@ -64,9 +65,13 @@ class ModuleTest : public ::testing::Test {
   void expectTree(const std::string& subtree, const std::vector<std::string>& expected);
 
  private:
+  static constexpr double kUptime = 1000;
+
   void expectGets(const std::vector<std::string>& expected);
   void expectBulk(const std::string& subtree, const std::vector<std::string>& expected);
 
+  Zavro::ManualClock clock_{static_cast<uint64_t>(kAgentStart + kUptime) * 1'000'000'000};
+  Snmp::AgentUptime uptime_{clock_, [] { return Zavro::Duration(kUptime); }};
   Database database_;
 };
 

@@ -158,17 +158,11 @@ json Clusters::report() {
 }
 
 uint64_t Clusters::lastChange() {
-  // Up to where the ticks have turned over, and the last that there is.
+  // Not to come: that reads as the uptime of the moment in which it is read.
   constexpr uint64_t kSecond = 1'000'000'000;
   while (true) {
-    std::vector<uint64_t> times = {0,
-                                   1,
-                                   nowNs() - random_.below(100'000 * kSecond),
-                                   nowNs() + random_.below(100'000 * kSecond),
-                                   nowNs() + random_.below(100'000'000) * kSecond + random_.below(kSecond),
-                                   ~uint64_t{0},
-                                   (uint64_t{1} << 63) - 1,
-                                   uint64_t{1} << 63};
+    std::vector<uint64_t> times = {0, 1, nowNs() - random_.below(100'000 * kSecond),
+                                   nowNs() - random_.below(10 * kSecond)};
     uint64_t time = random_.of(times);
     if (clock_.knows(time)) return time;
   }

@@ -2,10 +2,12 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <chrono>
 #include <fstream>
 
 #include "tests/support/Network.h"
+#include "tests/support/WaitUntil.h"
 
 namespace Wire {
 namespace {
@@ -13,6 +15,11 @@ namespace {
 Value valueOr(const Tree& tree, const Oid& name) {
   auto found = tree.find(name);
   return found == tree.end() ? Value{Tag::noSuchInstance, {}} : found->second;
+}
+
+uint64_t nowNs() {
+  auto since = std::chrono::system_clock::now().time_since_epoch();
+  return static_cast<uint64_t>(std::chrono::nanoseconds(since).count());
 }
 
 }  // namespace
@@ -26,20 +33,28 @@ uint16_t Subject::port() const { return Support::portOf(daemon_.address()); }
 
 // The agent starts at some time between the start of the process and the first answer.
 void Subject::learnStart() {
-  using namespace std::chrono;
-  // Later than anything before the start, which all reads 0.
-  auto later = system_clock::now() + hours(1);
-  auto aroundNs = static_cast<uint64_t>(nanoseconds(later.time_since_epoch()).count());
+  daemon_.stateIs(AgentClock::question(0).dump()).start();
+  // What is before the start reads 0, and what is to come reads as now.
+  uint64_t aroundNs = nowNs();
   nlohmann::json question = AgentClock::question(aroundNs);
-  daemon_.stateIs(question.dump()).start();
+  uint64_t lastNs = AgentClock::lastNs(aroundNs);
+  if (!Support::waitUntil([&] { return nowNs() > lastNs; })) throw std::runtime_error("time stands still");
+  daemon_.dir().replace(E2e::Daemon::kStateName, question.dump());
+  std::vector<uint32_t> ticks;
+  bool told = Support::waitUntil([&] { return std::ranges::count((ticks = changes()), 0u) == 0; });
+  if (!told) throw std::runtime_error("the times of last changes are not served");
+  clock_ = AgentClock::answer(aroundNs, ticks);
+  model_ = std::make_unique<Model>(treeOf(question, clock_));
+}
+
+std::vector<uint32_t> Subject::changes() {
   std::vector<uint32_t> ticks;
   for (const auto& [name, value] : walk()) {
     if (value.tag == Tag::timeTicks && tableOf(name) == &tableShapes()[1]) {
       ticks.push_back(static_cast<uint32_t>(integerOf(value.content)));
     }
   }
-  clock_ = AgentClock::answer(aroundNs, ticks);
-  model_ = std::make_unique<Model>(treeOf(question, clock_));
+  return ticks;
 }
 
 void Subject::becomes(const nlohmann::json& document) {

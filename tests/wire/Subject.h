@@ -35,6 +35,8 @@ class Subject {
 
  private:
   void learnStart();
+  // The times of last changes that are served, in walk order.
+  std::vector<uint32_t> changes();
   std::string reports();
 
   E2e::Daemon daemon_;

@@ -217,6 +217,8 @@ nlohmann::json AgentClock::question(uint64_t aroundUtcNs) {
   return {{"members", {{"1", {{"reachability", reports}}}}}};
 }
 
+uint64_t AgentClock::lastNs(uint64_t aroundUtcNs) { return aroundUtcNs + kQuestions * kQuestionStepNs; }
+
 AgentClock AgentClock::answer(uint64_t aroundUtcNs, const std::vector<uint32_t>& ticks) {
   // The first that is a tick later than the first of all; the tick turned half a step before it.
   auto later = std::find_if(ticks.begin(), ticks.end(), [&](uint32_t t) { return t > ticks.front(); });

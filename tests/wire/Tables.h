@@ -38,6 +38,7 @@ class AgentClock {
 
   // A document whose rows veldaTrelReachabilityLastUpdate tell when the daemon started, and what they tell.
   static nlohmann::json question(uint64_t aroundUtcNs);
+  static uint64_t lastNs(uint64_t aroundUtcNs);  // of the times in it
   static AgentClock answer(uint64_t aroundUtcNs, const std::vector<uint32_t>& ticks);
 
  private:
