@@ -4,6 +4,7 @@
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/time.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -60,8 +61,11 @@ Client::Client(const std::string& path, int answerMs)
     problem = std::strerror(ENAMETOOLONG);
   } else {
     path.copy(address.sun_path, path.size());
+    // A daemon that hangs lets nobody in any more; connecting waits for it as sending does.
+    timeval patience{answerMs / 1000, answerMs % 1000 * 1000};
+    ::setsockopt(fd_, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
     if (::connect(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
-      problem = std::strerror(errno);
+      problem = errno == EAGAIN ? "no answer" : std::strerror(errno);
     }
   }
   if (!problem.empty()) {

@@ -20,7 +20,7 @@ class Unreachable final : public std::runtime_error {
 
 class Client {
  public:
-  // How long the daemon may take for one line. It answers within milliseconds.
+  // How long the daemon may take to let a client in, and for one line. It does so within milliseconds.
   static constexpr int kAnswerMs = 10'000;
 
   // Connects to a daemon of root, of this user, or of the user to whom root gave the directory of the socket;

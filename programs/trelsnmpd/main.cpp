@@ -1,7 +1,9 @@
 // trelsnmpd.
 #include <algorithm>
 #include <csignal>
+#include <optional>
 #include <stdexcept>
+#include <string>
 
 #include "host/TraceLog.h"
 #include "kelstore/etcd/Driver.h"
@@ -23,12 +25,18 @@ int serve(const Trelsnmpd::Options& options, const Kelstore::Etcd::Driver* etcd,
   Trel::trelModeIs(options.trelMode);
 
   Zavro::SystemClock clock;
-  Trelsnmpd::Daemon daemon(options, etcd, log, clock, threads);
-  if (!daemon.error().empty()) {
-    Runtime::complain("trelsnmpd", daemon.error());
+  std::optional<Trelsnmpd::Daemon> daemon;
+  std::string problem;
+  try {
+    problem = daemon.emplace(options, etcd, log, clock, threads).error();
+  } catch (const std::runtime_error& error) {
+    problem = error.what();
+  }
+  if (!problem.empty()) {
+    Runtime::complain("trelsnmpd", problem);
     return Runtime::kUnusable;
   }
-  daemon.run();
+  daemon->run();
   return 0;
 }
 

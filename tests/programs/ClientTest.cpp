@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <list>
 #include <string>
 #include <string_view>
 
@@ -109,6 +110,15 @@ TEST_F(ClientTest, DaemonIsGoneWhenTheRequestIsSent_IsSaid) {
 TEST_F(ClientTest, NoAnswerWithinTheDeadline_IsSaid) {
   Client impatient(path_, /*answerMs=*/20);
   EXPECT_EQ(thrown<Unreachable>([&] { impatient.receive(); }), path_ + ": no answer");
+}
+
+TEST_F(ClientTest, NobodyIsLetInAnyMore_IsNotWaitedForEither) {
+  std::list<Client> waiting;
+  std::string refusal = "nothing";
+  for (int i = 0; i < 100 && refusal == "nothing"; ++i) {
+    refusal = thrown<Unreachable>([&] { waiting.emplace_back(path_, /*answerMs=*/20); });
+  }
+  EXPECT_EQ(refusal, "no daemon at " + path_ + ": no answer");
 }
 
 TEST_F(ClientTest, NobodyListens_OneLineWithThePath) {
