@@ -32,18 +32,21 @@ void registered(const char* module, void (*init)(Zavro::String)) {
 }
 
 // Runs make while the nodes that are to be replaced are silent, so that no two write one table; if it fails
-// they go on.
+// those go on that were not paused, and look what it has left of their rows.
 template <class Make>
-auto makeSuccessor(std::vector<Zavro::Ptr<Zavro::Node>> nodes, Make make) {
-  std::erase_if(nodes, [](const auto& node) { return !node->hasNotificationActive(); });
-  auto activeIs = [&](bool active) {
-    for (const auto& node : nodes) node->hasNotificationActiveIs(active);
-  };
-  activeIs(false);
+auto makeSuccessor(const std::vector<Zavro::Ptr<Zavro::Node>>& nodes, Make make) {
+  std::vector<Zavro::Ptr<Zavro::Node>> active;
+  for (const auto& node : nodes) {
+    if (node->hasNotificationActive()) active.push_back(node);
+    node->hasNotificationActiveIs(false);
+  }
   try {
     return make();
   } catch (...) {
-    activeIs(true);
+    for (const auto& node : nodes) {
+      if (auto* pipeline = dynamic_cast<Pipeline*>(node.get())) pipeline->verifyRows();
+    }
+    for (const auto& node : active) node->hasNotificationActiveIs(true);
     throw;
   }
 }
@@ -264,8 +267,12 @@ std::vector<Zavro::Ptr<Zavro::Node>> Agent::nodes() const {
   return nodes;
 }
 
-void Agent::rowsHandedOver() {
-  for (const auto& pipeline : pipelines()) pipeline->rowsHandedOver();
+void Agent::rowsHandedOverTo(const Agent& successor) {
+  for (const auto& mine : pipelines()) {
+    for (const auto& its : successor.pipelines()) {
+      if (mine->name() == its->name() && mine->trelMib() == its->trelMib()) mine->rowsHandedOver();
+    }
+  }
 }
 
 const Kor::Type& Agent::type() {
@@ -307,8 +314,8 @@ Zavro::Ptr<Agent> Root::agentIs(Zavro::Ptr<TrelMib> trelMib, Zavro::Ptr<const Sn
                      std::move(topologyConfig), std::move(reachabilityDir), std::move(hostResourcesDir)};
   if (agent_ && agent_->inputs() == inputs) return agent_;
   auto old = agent_ ? agent_->nodes() : std::vector<Zavro::Ptr<Zavro::Node>>();
-  auto made = makeSuccessor(std::move(old), [&] { return Zavro::makePtr<Agent>(std::move(inputs)); });
-  if (agent_ && agent_->trelMib() == made->trelMib()) agent_->rowsHandedOver();
+  auto made = makeSuccessor(old, [&] { return Zavro::makePtr<Agent>(std::move(inputs)); });
+  if (agent_) agent_->rowsHandedOverTo(*made);
   agent_ = made;
   return made;
 }

@@ -143,8 +143,9 @@ class Agent final : public Zavro::Node {
   std::vector<Zavro::Ptr<Pipeline>> pipelines() const;
   // The watcher and the pipelines that exist, in that order.
   std::vector<Zavro::Ptr<Zavro::Node>> nodes() const;
-  // Another agent serves the same MIB state object from now on: the rows are its.
-  void rowsHandedOver();
+  // Another agent takes this one's place: each of its pipelines has the rows of the one of its kind here that
+  // writes the same MIB state object.
+  void rowsHandedOverTo(const Agent& successor);
 
   static const Kor::Type& type();
   const Kor::Type& korType() const override { return type(); }

@@ -93,7 +93,12 @@ class Backlog final : public BacklogBase {
     bookmark_ = *next;
     Key key = *next;
     keys_.erase(next);
-    processOne_(key);
+    try {
+      processOne_(key);
+    } catch (...) {
+      keys_.insert(key);  // its turn comes again
+      throw;
+    }
   }
 
   Process processOne_;

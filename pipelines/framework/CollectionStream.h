@@ -46,6 +46,8 @@ class CollectionStream final : public EntityStream {
     return complete;
   }
 
+  void scanAgain() override { scan_.again(); }
+
   void deleteAll() override {
     if (kCounted && version_ != collection_.version()) {
       missedNotifications(name_, version_, collection_.version());
@@ -56,13 +58,24 @@ class CollectionStream final : public EntityStream {
   }
 
   void handlePending() override {
-    for (const Key& key : std::exchange(pending_, {})) handle(key);
+    while (!pending_.empty()) {
+      Key key = *pending_.begin();
+      handle(key);
+      pending_.erase(key);
+    }
   }
 
   ScanState scanState() const override { return scan_.state(); }
   std::string bookmarkText() const override { return Kor::toText(scan_.bookmark()); }
 
-  void describe(Kor::Type& type) const override {
+  void describe(Kor::Type& type, size_t number) override {
+    std::string handler = "handle" + capitalised(name_) + std::to_string(number);
+    type.operationIs({handler, [this](Kor::Object&) {
+                        for (auto at = collection_.begin(); at; at.next()) handle(at.key());
+                      }});
+    type.operationIs({handler + "Reactor", [this](Kor::Object&) {
+                        for (auto at = collection_.begin(); at; at.next()) handleReactor(at.key());
+                      }});
     if (!kCounted) return;
     type.attributeIs(
         {"version" + capitalised(name_), [this](const Kor::Object&) { return Kor::toText(version_); }, {}});

@@ -79,6 +79,11 @@ class DirMachine final : public Machine {
     return true;
   }
 
+  void scansAgain() override {
+    for (auto& scan : scans_) scan.again();
+    for (auto& [key, child] : children_) child->scansAgain();
+  }
+
   void doDeleteAll() override {
     removeChildren(true);
     if (!root().initialScanDone()) return;
@@ -101,7 +106,11 @@ class DirMachine final : public Machine {
  private:
   void activeChanged() override {
     if (hasNotificationActive()) {
-      for (const Key& key : std::exchange(pending_, {})) handleReactor(key);
+      while (!pending_.empty()) {
+        Key key = *pending_.begin();
+        handleReactor(key);
+        pending_.erase(key);
+      }
     }
     for (auto& [key, child] : children_) child->hasNotificationActiveIs(hasNotificationActive());
     doInputScan();
@@ -187,6 +196,17 @@ class DirMachine final : public Machine {
     type.attributeIs({"version" + capitalised(statement_.entries),
                       [this](const Kor::Object&) { return Kor::toText(version_); },
                       {}});
+    for (size_t i = 0; i < streams(); ++i) {
+      std::string handler = "handle" + capitalised(statement_.entries) + std::to_string(number(i));
+      type.operationIs({handler, [this, i](Kor::Object&) {
+                          for (auto entry = collection_.begin(); entry; entry.next())
+                            handleEntry(i, entry.key());
+                        }});
+      type.operationIs({handler + "Reactor", [this](Kor::Object&) {
+                          for (auto entry = collection_.begin(); entry; entry.next())
+                            handleReactor(entry.key());
+                        }});
+    }
   }
 
   const Zavro::Ptr<const Kor::Object> holder_;

@@ -20,7 +20,7 @@ EntityMachine::EntityMachine(Pipeline& root, std::string name, Zavro::Ptr<const 
     makeTasks();
   }
   for (size_t i = 0; i < inputs_.size(); ++i) {
-    inputs_[i].stream->describe(type);
+    inputs_[i].stream->describe(type, number(i));
     inputs_[i].stream->follow(*this, i);
   }
 }
@@ -50,6 +50,10 @@ bool EntityMachine::runScan(size_t stream) {
   if (!hasNotificationActive() || !inputs_[stream].stream->runScan()) return false;
   if (!parent_) scanCompleted(stream);
   return true;
+}
+
+void EntityMachine::scansAgain() {
+  for (Input& input : inputs_) input.stream->scanAgain();
 }
 
 void EntityMachine::doDeleteAll() {

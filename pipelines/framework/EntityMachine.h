@@ -20,13 +20,16 @@ class EntityStream {
   virtual void follow(const Machine& machine, size_t stream) = 0;
   // One run of the scan; true when it is complete.
   virtual bool runScan() = 0;
+  // The next run starts anew.
+  virtual void scanAgain() = 0;
   // Sends an absent element for everything that the stream may have sent.
   virtual void deleteAll() = 0;
   // Handles what changed while the machine was inactive.
   virtual void handlePending() = 0;
   virtual ScanState scanState() const = 0;
   virtual std::string bookmarkText() const = 0;
-  virtual void describe(Kor::Type& type) const = 0;
+  // number: of the pipeline's streams.
+  virtual void describe(Kor::Type& type, size_t number) = 0;
 };
 
 class EntityMachine final : public Machine {
@@ -58,6 +61,7 @@ class EntityMachine final : public Machine {
   std::string bookmarkText(size_t stream) const override { return inputs_[stream].stream->bookmarkText(); }
   Zavro::Ptr<Vem::Task> task(size_t stream) const override;
   bool runScan(size_t stream) override;
+  void scansAgain() override;
 
  private:
   void activeChanged() override;

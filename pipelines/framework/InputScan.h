@@ -39,6 +39,9 @@ class InputScan {
     return true;
   }
 
+  // The next run starts anew.
+  void again() { state_ = ScanState::notStarted; }
+
   // An element that was scanned already has to be scanned again.
   void revisit(const Key& key) {
     if (state_ == ScanState::underWay && key < bookmark_) bookmark_ = key;

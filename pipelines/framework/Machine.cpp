@@ -20,6 +20,14 @@ void Machine::stop(bool deleteRows) {
   type_ = Kor::Type(name_);
 }
 
+void Machine::scanAgain() {
+  for (auto& task : tasks_) dropTask(task);
+  tasks_.clear();
+  makeTasks();
+  scansAgain();
+  doInputScan();
+}
+
 size_t Machine::placeOf(size_t wanted) const {
   size_t place = 0;
   while (number(place) != wanted) ++place;
@@ -63,6 +71,8 @@ void Machine::dropTask(Zavro::Ptr<Vem::Task>& task) {
 Kor::Type& Machine::describe() {
   Kor::TypeBuilder<Machine> type(name_);
   type.attribute("hasNotificationActive", &Machine::hasNotificationActive)
+      .attribute("initialScanDone", &Machine::initialScanDone)
+      .attribute("synchronous", &Machine::synchronous)
       .operation("doInputScan", &Machine::doInputScan)
       .operation("doDeleteAll", &Machine::doDeleteAll);
   for (size_t i = 0; i < streams(); ++i) {

@@ -45,7 +45,13 @@ class Machine : public Kor::Object {
   virtual Zavro::Ptr<Vem::Task> task(size_t stream) const;
   // One run of the stream's scan; true when it is complete.
   virtual bool runScan(size_t stream) = 0;
+  // The next scan of every stream, here and below, starts anew.
+  virtual void scansAgain() = 0;
+  // The same for a machine at the top, which has tasks again, and starts them.
+  void scanAgain();
   bool inputScanComplete(size_t stream) const;
+  bool initialScanDone() const { return root_.initialScanDone(); }
+  bool synchronous() const { return root_.synchronous(); }
   bool inTask(size_t stream) const { return task(stream) && task(stream)->taskCurrentlyRunning(); }
   // False without a task: such a scan runs to its end.
   bool shouldYield(size_t stream) const { return task(stream) && task(stream)->taskShouldYield(); }

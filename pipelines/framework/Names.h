@@ -11,4 +11,10 @@ inline std::string capitalised(std::string name) {
   return name;
 }
 
+// The name with its first letter in lower case.
+inline std::string uncapitalised(std::string name) {
+  if (!name.empty() && name[0] >= 'A' && name[0] <= 'Z') name[0] = static_cast<char>(name[0] - 'A' + 'a');
+  return name;
+}
+
 }  // namespace TrelSnmp::Agent

@@ -15,12 +15,29 @@ OutputBase::~OutputBase() {
 
 void OutputBase::start() {
   readyFlag_ = root_.outputState().flagIs(name_ + "Ready");
+  makeTask();
+}
+
+void OutputBase::makeTask() {
   task_ = root_.newTask(root_.name() + "-" + name_ + "Task", [this] { handleInputReady(); });
+}
+
+void OutputBase::verifyRows() {
+  if (!task_) makeTask();
+  useBookmark_ = false;
+  forgetSeen();
+  noteStaleRows();
+  root_.outputState().set(readyFlag_, false);
 }
 
 void OutputBase::noteStaleRows() {
   reconciling_ = !tableEmpty();
   trace().trace(9, "Reconciling {}: {:}", name_, reconciling_);
+}
+
+void OutputBase::stop() {
+  if (reconciling_ && root_.ownsRows()) deleteUnseen();
+  reconciling_ = false;
 }
 
 bool OutputBase::inputsScanned() const {

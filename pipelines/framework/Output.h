@@ -36,6 +36,10 @@ class OutputBase {
   // For the pipeline, in this order.
   void start();
   void noteStaleRows();
+  // Somebody else may have written: not ready until every row has been verified.
+  void verifyRows();
+  // The pipeline goes: rows of an earlier life that it had not come to verify go with it.
+  void stop();
 
   virtual size_t seenSize() const = 0;
   virtual std::string bookmarkText() const = 0;
@@ -44,6 +48,7 @@ class OutputBase {
   virtual bool tableEmpty() const = 0;
   // Walks the table from where the last run stopped; false when it yielded.
   virtual bool deletionScan() = 0;
+  virtual void deleteUnseen() = 0;
   virtual void forgetSeen() = 0;
 
   Pipeline& root() const { return root_; }
@@ -54,6 +59,7 @@ class OutputBase {
 
  private:
   bool inputsScanned() const;
+  void makeTask();
 
   Pipeline& root_;
   const std::string name_;
@@ -133,6 +139,12 @@ class Output final : public OutputBase {
     bookmark_.reset();
     deletionScanEnds(items, deletions);
     return true;
+  }
+
+  void deleteUnseen() override {
+    for (auto row = table().begin(); row; row.next()) {
+      if (!seen_.contains(row.key())) Rows::del(mib(), row.key());
+    }
   }
 
   void forgetSeen() override { seen_ = {}; }

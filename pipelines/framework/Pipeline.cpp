@@ -1,6 +1,7 @@
 #include "pipelines/framework/Pipeline.h"
 
 #include <algorithm>
+#include <memory>
 
 #include "pipelines/framework/Backlog.h"
 #include "pipelines/framework/Machine.h"
@@ -35,6 +36,7 @@ Pipeline::~Pipeline() {
 void Pipeline::start() {
   try {
     handleInitialized();
+    hasNotificationActiveIs(true);
   } catch (...) {
     ownsRows_ = false;  // whoever had the rows before keeps them
     stop();
@@ -47,12 +49,12 @@ void Pipeline::handleInitialized() {
   Kor::Publication::expectNone();
   resolveControl();
   publishStates();
-  describe();
   checkArguments();
   processDepends();
   for (OutputBase* output : outputs_) output->noteStaleRows();
   traceHandle_.trace(9, "create local SMs");
   machinesIs();
+  describe();
   initialized_ = true;
   traceHandle_.trace(9, "initialized");
   handleInputs();
@@ -91,7 +93,19 @@ void Pipeline::checkArguments() const {
 
 Zavro::Ptr<Vem::Task> Pipeline::newTask(const std::string& taskName, std::function<void()> run) {
   if (synchronous_) return nullptr;
-  return Zavro::makePtr<Vem::Task>(taskScheduler_, taskPriority_, taskName, std::move(run));
+  auto self = std::make_shared<Vem::Task*>(nullptr);
+  auto runAgainAfterThrow = [run = std::move(run), self] {
+    try {
+      run();
+    } catch (...) {
+      (*self)->scheduleTask();
+      throw;
+    }
+  };
+  auto task =
+      Zavro::makePtr<Vem::Task>(taskScheduler_, taskPriority_, taskName, std::move(runAgainAfterThrow));
+  *self = task.get();
+  return task;
 }
 
 void Pipeline::machineAdded(Zavro::Ptr<Machine> machine) {
@@ -155,6 +169,14 @@ void Pipeline::rowsHandedOver() {
   pausedIs(true);
 }
 
+void Pipeline::verifyRows() {
+  for (OutputBase* output : outputs_) output->verifyRows();
+  updateReady();
+  if (!initialScanDone_) return;
+  for (size_t i = 0; i < streams_.size(); ++i) inputSmScanState_->set(i, false);
+  for (auto& machine : machines_) machine->scanAgain();
+}
+
 void Pipeline::onZombieReactors() { pausedIs(!hasNotificationActive() || !ownsRows_); }
 
 void Pipeline::pausedIs(bool paused) {
@@ -172,12 +194,26 @@ void Pipeline::stop() {
   pausedIs(true);
   for (auto& machine : machines_) machine->stop(ownsRows_);
   machines_.clear();
+  for (OutputBase* output : outputs_) output->stop();
 }
 
 void Pipeline::describe() {
   Kor::TypeBuilder<Pipeline> type(type_.name());
-  type.attribute("name", &Pipeline::name)
-      .attribute("rivoControl", [](const Pipeline& p) { return p.rivoControl().text(); })
+  type.attribute("name", &Pipeline::name);
+  for (const PointerArgument& argument : pointerArguments()) {
+    type.attribute(argument.name, [entity = argument.entity](const Pipeline&) { return entity->name(); });
+  }
+  type.attribute("rivoControl", [](const Pipeline& p) { return p.rivoControl().text(); })
+      .attribute("inputSmScanState", [](const Pipeline& p) { return p.inputSmScanState().korType().name(); })
+      .attribute("outputState", [](const Pipeline& p) { return p.outputState().korType().name(); });
+  for (const auto& machine : machines_) {
+    type.attribute(uncapitalised(machine->name()),
+                   [name = machine->name()](const Pipeline&) { return name; });
+  }
+  for (BacklogBase* backlog : backlogs_) describe(type, backlog);
+  for (OutputBase* output : outputs_) describe(type, output);
+  type.attribute("taskScheduler",
+                 [](const Pipeline& p) { return std::string(p.taskScheduler_ ? "TaskScheduler" : "None"); })
       .attribute("taskPriority", &Pipeline::taskPriority)
       .attribute("synchronous", &Pipeline::synchronous)
       .attribute("initialScanDone", &Pipeline::initialScanDone)
@@ -191,8 +227,6 @@ void Pipeline::describe() {
   for (size_t i = 0; i < streams_.size(); ++i) {
     type.attribute(streams_[i] + "Scan", [i](const Pipeline& p) { return p.streamScanned(i); });
   }
-  for (BacklogBase* backlog : backlogs_) describe(type, backlog);
-  for (OutputBase* output : outputs_) describe(type, output);
   type_ = type.build();
 }
 

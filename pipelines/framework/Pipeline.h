@@ -70,6 +70,9 @@ class Pipeline : public Zavro::Node {
   // the rows stay when it is destroyed.
   void rowsHandedOver();
   bool ownsRows() const { return ownsRows_; }
+  // A pipeline that was to take this one's place could not be made, and may have written rows: the inputs are
+  // scanned again, and what they do not imply goes.
+  void verifyRows();
 
   const Kor::Type& korType() const override { return type_; }
 

@@ -151,7 +151,67 @@ TEST_F(AgentTest, SuccessorThatCannotBeMade_ThePredecessorStaysAndGoesOn) {
   EXPECT_TRUE(pipeline->hasNotificationActive());
   EXPECT_EQ(otherDir->useCount(), 1U);
   reports("2", 1);
+  // What used to go wrong: the row that it had written stood for good.
+  EXPECT_NE(mib->trelReachabilityTable({7, 1}), nullptr);
+  scheduler.drain();
   EXPECT_NE(mib->trelReachabilityTable({2, 1}), nullptr);
+  EXPECT_EQ(mib->trelReachabilityTable({7, 1}), nullptr);
+  EXPECT_NE(mib->trelReachabilityTable({1, 2}), nullptr);
+  EXPECT_TRUE(pipeline->idle());
+}
+
+TEST_F(AgentTest, SuccessorThatCannotBeMade_APausedPredecessorStaysPaused) {
+  reports("1", 2);
+  auto agent = agentIs();
+  scheduler.drain();
+  auto pipeline = agent->trelSnmpReachabilityTableSm();
+  pipeline->hasNotificationActiveIs(false);
+  auto otherDir = Zavro::makePtr<Kor::Dir>("other");
+  auto entity = Zavro::makePtr<Trel::ReachabilityStatus>("1");
+  entity->reachabilityStatus().set(Trel::MemberId(2),
+                                   Zavro::makePtr<const State>(State::degraded, std::nullopt, 0));
+  otherDir->entityPtrIs(entity);
+  Rvx::SmControl control;
+  control.mode = Rvx::Mode::synchronous;
+  auto subscription = mib->publisher().subscribe([](const TrelMib::Change& change) {
+    if (change.entry) throw std::runtime_error("subscriber");
+  });
+  EXPECT_THROW(agent->trelSnmpReachabilityTableSmIs(otherDir, ifMib, mib, control), std::runtime_error);
+  EXPECT_FALSE(pipeline->hasNotificationActive());
+  subscription.reset();
+  scheduler.drain();
+  EXPECT_EQ(mib->trelReachabilityTable({1, 2})->reachabilityState()->state(), State::degraded);
+  pipeline->hasNotificationActiveIs(true);
+  scheduler.drain();
+  EXPECT_EQ(mib->trelReachabilityTable({1, 2})->reachabilityState()->state(), State::reachable);
+}
+
+TEST_F(AgentTest, AgentReplaced_EachPipelineLeavesItsRowsToOneThatWritesTheSameMib) {
+  reports("1", 2);
+  linked();
+  auto agent = agentIs();
+  auto other = trelMibFactory("other");
+  agent->trelSnmpReachabilityTableSmIs(reachabilityDir, ifMib, other, Rvx::SmControl());
+  scheduler.drain();
+  ASSERT_NE(other->trelReachabilityTable({1, 2}), nullptr);
+  agent.reset();
+  size_t published = 0;
+  auto subscription = other->publisher().subscribe([&](const TrelMib::Change& change) {
+    if (change.table == "trelReachabilityTable") ++published;
+  });
+  // Another one for the same MIB state object: what the pipeline wrote elsewhere is nobody's, and goes.
+  auto otherTopology = Zavro::makePtr<Trel::TopologyConfig>("other");
+  root->agentIs(mib, status, ifMib, otherTopology, reachabilityDir, hostResourcesDir);
+  scheduler.drain();
+  EXPECT_TRUE(other->trelReachabilityTable().empty());
+  root->agent()->trelSnmpReachabilityTableSmIs(reachabilityDir, ifMib, other, Rvx::SmControl());
+  scheduler.drain();
+  published = 0;
+  // One for the object that the pipeline wrote: its rows are the successor's.
+  root->agentIs(other, status, ifMib, otherTopology, reachabilityDir, hostResourcesDir);
+  scheduler.drain();
+  EXPECT_NE(other->trelReachabilityTable({1, 2}), nullptr);
+  EXPECT_EQ(published, 0U);
 }
 
 TEST_F(AgentTest, PipelineDeleted_IsInactiveAndItsRowsGoWithIt) {

@@ -162,6 +162,23 @@ TEST_F(IfTablePipeline, TwoLinksWithOneIndex_StatusAndLogNameThem) {
   EXPECT_TRUE(traces.contains(line(1, "ifIndex 10 is given to one link only now: (firstId=1, secondId=2)")));
 }
 
+TEST_F(IfTablePipeline, SubscriberThrowsWithinASlice_NoKeyIsLost) {
+  world.startAndDrain();
+  for (uint8_t remote = 2; remote < 5; ++remote) {
+    world.wires(1, remote, fmt::format("Backplane1/{}", remote));
+    world.indexIs(fmt::format("Backplane1/{}", remote), remote);
+  }
+  bool thrown = false;
+  auto throwing = world.mib->publisher().subscribe([&](const TrelMib::Change&) {
+    if (!std::exchange(thrown, true)) throw std::runtime_error("no");
+  });
+  EXPECT_THROW(world.scheduler.drain(), std::runtime_error);
+  EXPECT_GT(world.sm->topoConfigStreamCodef().size() + world.sm->ifMibIfIndexStreamCodef().size(), 3U);
+  world.scheduler.drain();
+  EXPECT_EQ(world.rows(), "[ 2=(1,2) 3=(1,3) 4=(1,4) ]");
+  EXPECT_TRUE(world.sm->idle());
+}
+
 TEST_F(IfTablePipeline, IndexesSwapped_BothRowsStandAfterwards) {
   world.wires(1, 2, "Backplane1/2");
   world.wires(1, 3, "Backplane1/3");

@@ -95,6 +95,57 @@ TEST_F(PipelineFramework, Attributes_ReadByName) {
   EXPECT_EQ(Kor::attribute(world.sm->outputState(), "ready"), "true");
 }
 
+TEST_F(PipelineFramework, Fields_StandInTheirOrder) {
+  world.reports("1", 2, State::reachable);
+  world.startAndDrain();
+  const std::vector<std::pair<std::string, std::string>> expected = {
+      {"reachabilityDir", "reachabilityDir"},
+      {"ifMib", "ifMib"},
+      {"trelMib", "trelMib"},
+      {"rivoControl", world.sm->rivoControl().text()},
+      {"inputSmScanState", "InputSmScanState"},
+      {"outputState", "OutputState"},
+      {"reachabilityDirSm0", "ReachabilityDirSm0"},
+      {"trelMibTrelReachabilityTableOutputSeen", "0"},
+      {"trelMibTrelReachabilityTableOutputBookmark", "None"},
+      {"trelMibTrelReachabilityTableOutputReconciling", "false"},
+      {"trelMibTrelReachabilityTableOutputUseBookmark", "false"},
+      {"trelMibTrelReachabilityTableOutputReconciliationTask",
+       "TrelSnmpReachabilityTableSm-trelMibTrelReachabilityTableOutputTask"},
+      {"taskScheduler", "TaskScheduler"},
+      {"taskPriority", "128"},
+      {"synchronous", "false"},
+      {"initialScanDone", "true"},
+      {"initialized", "true"},
+  };
+  size_t at = 0;
+  for (const auto& attribute : world.sm->korType().attributes()) {
+    if (at == expected.size() || attribute.name != expected[at].first) continue;
+    EXPECT_EQ(Kor::attribute(*world.sm, attribute.name), expected[at].second) << attribute.name;
+    ++at;
+  }
+  EXPECT_EQ(at, expected.size()) << expected[std::min(at, expected.size() - 1)].first;
+}
+
+TEST_F(PipelineFramework, HandlersOfMachines_BringUpToDateByName) {
+  world.reports("1", 2, State::reachable);
+  world.startAndDrain();
+  Zavro::Ptr<Machine> machine = world.sm->machines()[0];
+  auto child = dynamic_cast<RivoCode::TrelSnmpReachabilityTableSm::ReachabilityDirSm0&>(*machine).child("1");
+  EXPECT_EQ(Kor::attribute(*machine, "initialScanDone"), "true");
+  EXPECT_EQ(Kor::attribute(*child, "synchronous"), "false");
+  for (const char* operation : {"handleReachabilityStatus0", "handleReachabilityStatus0Reactor"}) {
+    world.mib->trelReachabilityTableDel({1, 2});
+    Kor::invoke(*child, operation);
+    EXPECT_EQ(world.rows(), "[ (1,2)=reachable ]") << operation;
+  }
+  for (const char* operation : {"handleEntityPtr0", "handleEntityPtr0Reactor"}) {
+    traces.clear();
+    Kor::invoke(*machine, operation);
+    EXPECT_EQ(traces.lines(), Lines{line(8, "1")}) << operation;
+  }
+}
+
 TEST_F(PipelineFramework, ChangesWhileInactive_AreCounted) {
   world.joins("1");
   world.startAndDrain();

@@ -122,6 +122,44 @@ TEST_F(PipelineFramework, SubscriberThrowsDuringConstruction_RowsStay) {
   EXPECT_EQ(world.rows(), "[ (1,2)=reachable (1,3)=reachable ]");
 }
 
+// What used to go wrong: nobody had the rows any more, so they stayed for good.
+TEST_F(PipelineFramework, DroppedBeforeItReconciled_RowsOfAnEarlierLifeGoWithIt) {
+  for (int slices : {0, 1, 2, 3, 4}) {
+    world.reports("1", 2, State::reachable);
+    world.staleRow(1, 2, world.record(State::degraded));
+    world.staleRow(3, 4, world.record(State::reachable));
+    world.start();
+    for (int i = 0; i < slices; ++i) world.scheduler.step();
+    world.sm.reset();
+    EXPECT_EQ(world.rows(), "[ ]") << slices;
+  }
+}
+
+TEST_F(PipelineFramework, SubscriberThrowsWithinASlice_TheScanGoesOn) {
+  for (uint8_t neighbour = 2; neighbour < 6; ++neighbour) world.reports("1", neighbour, State::reachable);
+  int thrown = 0;
+  auto throwing = world.mib->publisher().subscribe([&](const TrelMib::Change&) {
+    if (++thrown == 2) throw std::runtime_error("no");
+  });
+  world.start();
+  EXPECT_THROW(world.scheduler.drain(), std::runtime_error);
+  world.scheduler.drain();
+  EXPECT_EQ(world.rows(), "[ (1,2)=reachable (1,3)=reachable (1,4)=reachable (1,5)=reachable ]");
+  EXPECT_TRUE(world.sm->ready());
+}
+
+TEST_F(PipelineFramework, NeverActivated_IsPausedAllTheSame) {
+  world.sm = world.makePipeline();
+  world.sm->hasNotificationActiveIs(false);
+  world.reports("1", 2, State::reachable);
+  world.scheduler.drain();
+  EXPECT_TRUE(world.sm->paused());
+  EXPECT_EQ(world.rows(), "[ ]");
+  world.sm->hasNotificationActiveIs(true);
+  world.scheduler.drain();
+  EXPECT_EQ(world.rows(), "[ (1,2)=reachable ]");
+}
+
 TEST_F(PipelineFramework, DoDeleteAllBeforeTheInitialScanIsDone_LeavesTheTableToReconciliation) {
   world.reports("1", 2, State::reachable);
   world.staleRow(3, 4, world.record(State::reachable));

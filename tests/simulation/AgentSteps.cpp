@@ -130,13 +130,6 @@ bool AgentSteps::agentIs(uint32_t bits) {
   Zavro::Ptr<A::Agent> before = root_->agent();
   bool same = before && before->inputs() == in;
   if (!same) {
-    // Pipelines that were wired to another MIB state object than their agent's go first.
-    if (before) {
-      for (PipelineId id : kAllPipelines) {
-        Life* life = follower_.current(id);
-        if (life != nullptr && life->wiring.mib != agentWiring(agentBits_).mib) pipelineDel(id, false);
-      }
-    }
     unregister_();
     trelDir_->entityPtrIs("trelMib", in.trelMib);
     expectAgent(bits);
@@ -163,14 +156,11 @@ void AgentSteps::expectAgent(uint32_t bits) {
   const A::Agent* old = agent();
   for (PipelineId id : kAllPipelines) {
     Life* life = follower_.current(id);
-    if (life != nullptr && life->wiring.mib != wiring.mib) {
+    bool made = id != PipelineId::storage || makesStorage();
+    if (life != nullptr && (!made || life->wiring.mib != wiring.mib)) {
       follower_.leaving(id, [this, old] { return agent() != old; });
     }
-    if (id != PipelineId::storage || makesStorage()) {
-      follower_.making(id, wiring);
-    } else {
-      follower_.handedOver(id);
-    }
+    if (made) follower_.making(id, wiring);
   }
 }
 
@@ -203,18 +193,22 @@ bool AgentSteps::startSMs() {
   if (agent() == nullptr) return false;
   Wiring wiring = agentWiring(agentBits_);
   std::vector<PipelineId> made;
+  // Those that are replaced over another MIB state object are held until the new ones are there: so it is
+  // clear whose the events are.
+  std::vector<Detached> leaving;
   for (PipelineId id : kAllPipelines) {
     if (id == PipelineId::storage && !makesStorage()) continue;
     const Life* life = follower_.current(id);
     if (life != nullptr && sameInputs(id, life->wiring, wiring)) continue;
     made.push_back(id);
-    // It would be replaced; here that is done by hand, so that events can be told apart.
-    release(id);
-    if (life != nullptr && life->wiring.mib != wiring.mib) pipelineDel(id, false);
+    releaseOver(id, wiring.mib);
+    if (life != nullptr && life->wiring.mib != wiring.mib)
+      leaving.push_back({pipelineOf(*agent(), id), follower_.detached(id)});
   }
   for (PipelineId id : made) follower_.making(id, wiring);
   Kor::invoke(*agent(), "startSMs");
   for (PipelineId id : made) bind(id);
+  for (Detached& gone : leaving) drop(std::move(gone));
   return true;
 }
 

@@ -148,6 +148,13 @@ void Follower::dropped(std::unique_ptr<Life> life) {
       fail(fmt::format("dropped, but row {} of link {} stands", index, link.text()));
     }
   }
+  for (const OutputLife& output : life->outputs) {
+    if (!output.reconciling) continue;
+    for (const auto& [key, row] : rows(life->wiring.mib, output.table)) {
+      if (!output.seen.contains(key))
+        fail(fmt::format("{} was dropped, but left row {} of an earlier life", nameOf(life->id), key.text()));
+    }
+  }
   buried_.push_back(std::move(life));
 }
 
@@ -234,7 +241,21 @@ bool Follower::justified(size_t set, TableId table, const Op& op) {
     advance(op);
     return true;
   }
-  return !op.insert && (byReconciliation(set, table, op) || byCacheOfDropped(set, op));
+  return !op.insert &&
+         (byEndOfAdopter(set, table, op) || byReconciliation(set, table, op) || byCacheOfDropped(set, op));
+}
+
+// A row that a pipeline had taken over, and that goes with it because nothing has accounted for it since.
+bool Follower::byEndOfAdopter(size_t set, TableId table, const Op& op) {
+  for (size_t place = 0; place < kPipelines; ++place) {
+    for (Life* life : {leaving_[place].get(), dropping_[place]}) {
+      if (life == nullptr || life->wiring.mib != set) continue;
+      for (const OutputLife& output : life->outputs) {
+        if (output.table == table && output.reconciling && !output.seen.contains(op.key)) return true;
+      }
+    }
+  }
+  return false;
 }
 
 // A row that nothing has accounted for since the pipeline started, once all that is there has been looked at.

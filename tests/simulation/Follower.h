@@ -207,6 +207,7 @@ class Follower final : public Lumalog::Sink {
   bool justified(size_t set, TableId table, const Op& op);
   bool byReconciliation(size_t set, TableId table, const Op& op);
   bool byCacheOfDropped(size_t set, const Op& op);
+  bool byEndOfAdopter(size_t set, TableId table, const Op& op);
   void applyToMirror(size_t set, TableId table, const Op& op);
 
   void event(const Event& event);
