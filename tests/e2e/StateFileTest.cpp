@@ -139,12 +139,13 @@ TEST_F(StateFile, RowVanishesBetweenTwoSteps_WalkGoesOnBehindIt) {
   EXPECT_EQ(daemon_.manager().getNext({"reach.4.1.3"}), "reach.4.2.1 = INTEGER: 3\n");
 }
 
+uint64_t utcNs() {
+  auto since = std::chrono::system_clock::now().time_since_epoch();
+  return static_cast<uint64_t>(std::chrono::nanoseconds(since).count());
+}
+
 TEST_F(StateFile, ChangeAfterTheStart_LastUpdateIsTheUptimeOfTheChange) {
   daemon_.start();
-  auto utcNs = [] {
-    auto since = std::chrono::system_clock::now().time_since_epoch();
-    return static_cast<uint64_t>(std::chrono::nanoseconds(since).count());
-  };
   uint32_t before = daemon_.manager().upTime();
   Reports changed = reports_;
   changed[{1, 2}].lastChangeNs = utcNs();
@@ -158,10 +159,26 @@ TEST_F(StateFile, ChangeAfterTheStart_LastUpdateIsTheUptimeOfTheChange) {
   size_t at = answer.find('(');
   ASSERT_NE(at, std::string::npos) << answer;
   unsigned long ticks = std::stoul(answer.substr(at + 1));
-  // sysUpTime and this begin to count within a moment of each other.
-  constexpr unsigned long kMoment = 200;
+  // Two clocks that are read one after the other, and the hundredth that is left out.
+  constexpr unsigned long kMoment = 10;
   EXPECT_GE(ticks + kMoment, before);
   EXPECT_LE(ticks, after + kMoment);
+}
+
+// A member whose clock is ahead.
+TEST_F(StateFile, ChangeToCome_LastUpdateIsTheUptimeNow) {
+  constexpr uint64_t kHourNs = 3'600'000'000'000;
+  Reports ahead = reports_;
+  ahead[{1, 2}].lastChangeNs = utcNs() + kHourNs;
+  daemon_.stateIs(documentOf(ahead)).start();
+  uint32_t before = daemon_.manager().upTime();
+  std::string answer = daemon_.manager().get({"reach.5.1.2"});
+  uint32_t after = daemon_.manager().upTime();
+  size_t at = answer.find('(');
+  ASSERT_NE(at, std::string::npos) << answer;
+  unsigned long ticks = std::stoul(answer.substr(at + 1));
+  EXPECT_GE(ticks, before);
+  EXPECT_LE(ticks, after);
 }
 
 TEST_F(StateFile, SeveralSources_TheLastWins) {
