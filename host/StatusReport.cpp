@@ -27,6 +27,7 @@ Json sourcesOf(const Cluster& cluster) {
     all.push_back({{"name", source.name},
                    {"state", Kelstore::stateName(source.state)},
                    {"paths", source.paths},
+                   {"setAside", source.setAside},
                    {"lastChange", utcTime(source.lastChangeUtcNs)},
                    {"staleSince", utcTime(source.staleSinceUtcNs)},
                    {"error", source.error.empty() ? Json(nullptr) : Json(source.error)}});

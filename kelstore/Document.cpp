@@ -9,6 +9,7 @@
 
 #include "runtime/JsonFields.h"
 #include "runtime/JsonText.h"
+#include "runtime/Memory.h"
 #include "runtime/Text.h"
 
 namespace Kelstore {
@@ -16,6 +17,7 @@ namespace {
 
 // The state model is four levels deep; more than this is no state.
 constexpr size_t kMaxDepth = 64;
+constexpr size_t kValuesBetweenLooks = 1024;
 
 // Follows the parser's events through the positions of the state model. A value is in one of three ways: an
 // object of further positions is walked into; the value of a leaf is collected and decoded; anything else is
@@ -25,8 +27,12 @@ class Reader {
   using json = nlohmann::json;
 
   // The text stands at these segments.
-  Reader(std::string_view text, std::vector<std::string> segments, Document& document)
-      : text_(text), document_(document), segments_(std::move(segments)), next_(positionOf(segments_)) {}
+  Reader(std::string_view text, std::vector<std::string> segments, const Limits& limits, Document& document)
+      : text_(text),
+        limits_(limits),
+        document_(document),
+        segments_(std::move(segments)),
+        next_(positionOf(segments_)) {}
 
   // The interface that json::sax_parse() calls.
   bool null() { return scalar(nullptr); }
@@ -64,19 +70,38 @@ class Reader {
  private:
   using What = Position::What;
 
+  // An object that is walked into.
+  struct Object {
+    std::unordered_set<std::string> names;  // that were found in it, as far as it takes them
+    size_t surplus = 0;                     // values in it that are left out
+    size_t most = 0;                        // how many are taken then
+  };
+
   void enter(const std::string& name) {
     segments_.push_back(name);
     next_ = positionOf(segments_);
-    if (!seen_.back().insert(name).second) {
-      fault("found twice, expected once");
-    } else if (next_.what == What::badKey) {
+    if (next_.what == What::badKey) {
       fault(fmt::format("found {}, expected {}", Runtime::inQuotes(name), next_.expected));
     } else if (next_.what == What::unknown) {
-      document_.warnings.push_back(pathText(segments_) + ": unknown member, ignored");
+      warn(pathText(segments_) + ": unknown member, ignored");
+    } else if (isSurplus(name)) {
+      ++objects_.back().surplus;
+    } else if (!objects_.back().names.insert(name).second) {
+      fault("found twice, expected once");
     } else {
       return;
     }
     next_.what = What::unknown;
+  }
+
+  bool isSurplus(const std::string& name) {
+    if (next_.what != What::leaf) return false;
+    Object& object = objects_.back();
+    size_t most = mostBeside(next_.path.kind, limits_);
+    bool tooManyHere = object.names.size() >= most && !object.names.contains(name);
+    bool tooMany = document_.values.size() >= limits_.values;
+    if (tooManyHere || tooMany) object.most = tooManyHere ? most : limits_.values;
+    return tooManyHere || tooMany;
   }
 
   bool scalar(json value) {
@@ -106,8 +131,8 @@ class Reader {
       inLeaf_ = true;
       leaf_ = std::move(empty);
     } else if (isObject && (next_.what == What::interior || next_.what == What::container)) {
-      if (next_.what == What::container) document_.values.emplace_back(next_.path, Present{});
-      seen_.emplace_back();
+      if (next_.what == What::container) add(Present{});
+      objects_.emplace_back();
     } else {
       ++skipping_;
       skipped_ = std::move(empty);
@@ -125,14 +150,19 @@ class Reader {
       inLeaf_ = false;
       return wholeValue(std::move(leaf_));
     }
-    seen_.pop_back();
+    if (const Object& object = objects_.back(); object.surplus != 0) {
+      document_.surplus.push_back({fmt::format("{}: {} left out, as there are more than {}",
+                                               pathText(segments_), object.surplus, object.most),
+                                   object.surplus});
+    }
+    objects_.pop_back();
     leave();
-    return true;
+    return !hopeless();
   }
 
   void leafMemberIs(json value) {
     if (!leaf_.emplace(leafMember_, std::move(value)).second) {
-      document_.faults.push_back({segments_, textOf({leafMember_, "found twice, expected once"})});
+      fault({leafMember_, "found twice, expected once"});
     }
   }
 
@@ -148,15 +178,21 @@ class Reader {
       fault(Runtime::foundExpected(value, "an object"));
     }
     leave();
-    return true;
+    return !hopeless();
   }
 
   void decodeLeaf(const json& value) {
     Runtime::JsonNotes notes;
     std::optional<Value> decoded = specOf(next_.path.kind).decode(value, notes);
-    for (const Runtime::JsonNote& note : notes.warnings) document_.warnings.push_back(textOf(note));
-    for (const Runtime::JsonNote& note : notes.faults) document_.faults.push_back({segments_, textOf(note)});
-    if (decoded) document_.values.emplace_back(next_.path, std::move(*decoded));
+    for (const Runtime::JsonNote& note : notes.warnings) warn(textOf(note));
+    for (const Runtime::JsonNote& note : notes.faults) fault(note);
+    if (decoded) add(*std::move(decoded));
+  }
+
+  // Memory is looked at now and then, as it costs a little.
+  void add(Value value) {
+    if ((document_.values.size() + 1) % kValuesBetweenLooks == 0) Runtime::needMemoryFor(0);
+    document_.values.emplace_back(next_.path, std::move(value));
   }
 
   std::string textOf(const Runtime::JsonNote& note) const {
@@ -169,8 +205,19 @@ class Reader {
     if (!segments_.empty()) segments_.pop_back();
   }
 
-  void fault(std::string_view text) {
-    document_.faults.push_back({segments_, fmt::format("{}: {}", pathText(segments_), text)});
+  void fault(const Runtime::JsonNote& note) { document_.faults.push_back({segments_, textOf(note)}); }
+  void fault(std::string text) { fault(Runtime::JsonNote{"", std::move(text)}); }
+
+  void warn(std::string text) {
+    if (document_.warnings.size() < limits_.remembered) document_.warnings.push_back(std::move(text));
+  }
+
+  // Whether so much is wrong that reading on serves nobody.
+  bool hopeless() {
+    if (document_.faults.size() <= limits_.remembered) return false;
+    document_.unusable = fmt::format(": found more than {} values that cannot be used, the first is {}",
+                                     limits_.remembered, document_.faults.front().text);
+    return true;
   }
 
   void unusable(size_t offset, std::string_view text) {
@@ -178,10 +225,11 @@ class Reader {
   }
 
   std::string_view text_;
+  const Limits& limits_;
   Document& document_;
-  std::vector<std::string> segments_;                  // where the walk is
-  Position next_;                                      // what is there
-  std::vector<std::unordered_set<std::string>> seen_;  // keys of the objects that are walked into
+  std::vector<std::string> segments_;  // where the walk is
+  Position next_;                      // what is there
+  std::vector<Object> objects_;        // from the root to where the walk is
   size_t depth_ = 0;
   size_t skipping_ = 0;  // open objects and arrays of the value that is skipped
   json skipped_;         // its kind
@@ -201,13 +249,14 @@ bool affected(const std::set<std::vector<std::string>>& prefixes, const Path& pa
   return false;
 }
 
-Document parseAt(std::vector<std::string> segments, std::string_view text) {
+Document parseAt(std::vector<std::string> segments, std::string_view text, const Limits& limits) {
   Document document;
-  Reader reader(text, std::move(segments), document);
+  Reader reader(text, std::move(segments), limits, document);
   nlohmann::json::sax_parse(text.begin(), text.end(), &reader);
   if (document.unusable) {
     document.values.clear();
     document.faults.clear();
+    document.surplus.clear();
     document.warnings.clear();
   }
   return document;
@@ -215,9 +264,9 @@ Document parseAt(std::vector<std::string> segments, std::string_view text) {
 
 }  // namespace
 
-Document parseDocument(std::string_view text) { return parseAt({}, text); }
+Document parseDocument(std::string_view text, const Limits& limits) { return parseAt({}, text, limits); }
 
-Document parseValue(const Path& path, std::string_view text) { return parseAt(path.segments(), text); }
+Document parseValue(const Path& path, std::string_view text) { return parseAt(path.segments(), text, {}); }
 
 nlohmann::json documentOf(const Values& values) {
   auto document = nlohmann::json::object();
@@ -232,7 +281,7 @@ nlohmann::json documentOf(const Values& values) {
 Snapshot withLastGood(Document&& document, const Snapshot& before) {
   std::set<std::vector<std::string>> prefixes;
   for (const Document::Fault& fault : document.faults) prefixes.insert(fault.segments);
-  std::vector<Snapshot::Entry> entries = std::move(document.values);
+  std::deque<Snapshot::Entry> entries = std::move(document.values);
   std::erase_if(entries, [&](const Snapshot::Entry& entry) { return affected(prefixes, entry.first); });
   if (!prefixes.empty()) {
     for (const Snapshot::Entry& entry : before) {

@@ -1,10 +1,12 @@
 #include "kelstore/DocumentLayer.h"
 
 #include <algorithm>
+#include <new>
 #include <set>
 
 #include "kelstore/Document.h"
 #include "platform/lumalog/Lumalog.h"
+#include "runtime/Memory.h"
 
 namespace Kelstore {
 namespace {
@@ -14,20 +16,33 @@ using Lumalog::kErrorLevel;
 using Lumalog::kWarningLevel;
 // A document that is wrong throughout is described well enough by its first few lines.
 constexpr size_t kMaxLines = 20;
+// What the entities and the rows of a value take, more or less.
+constexpr size_t kMirroredBytes = 200;
 
 }  // namespace
 
-Reading readingOf(std::string_view text, const Snapshot& before) {
+Reading readingOf(std::string text, const Snapshot& before, const Limits& limits) try {
   Reading reading;
-  Document document = parseDocument(text);
+  Document document = parseDocument(text, limits);
   if (document.unusable) {
     reading.error = *document.unusable;
     return reading;
   }
-  for (const Document::Fault& fault : document.faults) reading.faults.push_back(fault.text);
+  text = {};
+  for (Document::Fault& fault : document.faults) reading.faults.push_back(std::move(fault.text));
+  reading.setAside = document.faults.size();
+  for (Document::Surplus& surplus : document.surplus) {
+    reading.faults.push_back(std::move(surplus.text));
+    reading.setAside += surplus.values;
+  }
   reading.warnings = std::move(document.warnings);
   reading.snapshot = std::make_shared<const Snapshot>(withLastGood(std::move(document), before));
   reading.changed = differences(before, *reading.snapshot);
+  Runtime::needMemoryFor(reading.changed.size() * kMirroredBytes);
+  return reading;
+} catch (const std::bad_alloc&) {
+  Reading reading;
+  reading.error = ": out of memory, what was read before stays";
   return reading;
 }
 
@@ -47,6 +62,7 @@ void DocumentLayer::readingIs(Reading reading) {
     status_.error = faults_.empty() ? "" : fmt::format("{}: {}", subject_, faults_.front());
     status_.staleSinceUtcNs = 0;
     status_.paths = reading.snapshot->size();
+    status_.setAside = reading.setAside;
     if (!reading.changed.empty()) status_.lastChangeUtcNs = clock_.utcNs();
     store_.snapshotIs(layer_, std::move(reading.snapshot), std::move(reading.changed));
   } else {

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "kelstore/Limits.h"
 #include "kelstore/Source.h"
 #include "kelstore/Store.h"
 #include "platform/zavro/Clock.h"
@@ -17,12 +18,14 @@ struct Reading {
   std::shared_ptr<const Snapshot> snapshot;  // null: unusable, and error says why
   std::vector<Path> changed;
   std::string error;                // of an unusable document: what follows its name
-  std::vector<std::string> faults;  // values that cannot be used
+  std::vector<std::string> faults;  // values that cannot be used, or are too many
+  size_t setAside = 0;              // how many values these are
   std::vector<std::string> warnings;
 };
 
-// Parses the text and holds it against what was there before.
-Reading readingOf(std::string_view text, const Snapshot& before);
+// Parses the text and holds it against what was there before. On any thread. Where the memory for that, or
+// for what becomes of it, is not to be had, the document is unusable.
+Reading readingOf(std::string text, const Snapshot& before, const Limits& limits);
 
 class DocumentLayer {
  public:

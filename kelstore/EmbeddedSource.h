@@ -13,7 +13,7 @@ class EmbeddedSource final : public Source {
   EmbeddedSource(std::string document, Store& store, const Zavro::Clock& clock)
       : document_(std::move(document)), layer_("embedded", "embedded", store, clock) {}
 
-  void start() override { layer_.readingIs(readingOf(document_, *layer_.snapshot())); }
+  void start() override { layer_.readingIs(readingOf(document_, *layer_.snapshot(), {})); }
   SourceStatus status() const override { return layer_.status(); }
 
  private:

@@ -21,12 +21,18 @@ std::array<uint64_t, 6> signatureOf(const struct stat& file) {
           file.st_mode};
 }
 
+absl::StatusOr<std::string> contentOf(const Runtime::File& file, uint64_t maxBytes) try {
+  return file.content(maxBytes);
+} catch (const std::bad_alloc&) {
+  return absl::ResourceExhaustedError("out of memory, what was read before stays");
+}
+
 }  // namespace
 
 FileSource::FileSource(std::string path, Store& store, Runtime::Io& io, const Zavro::Clock& clock,
-                       uint64_t maxBytes)
+                       const Limits& limits)
     : path_(std::move(path)),
-      maxBytes_(maxBytes),
+      limits_(limits),
       io_(io),
       clock_(clock),
       layer_("file:" + path_, path_, store, clock) {}
@@ -52,9 +58,9 @@ void FileSource::read() {
   timer_.reset();
   reading_ = true;
   changedMeanwhile_ = false;
-  offLoop_.run([path = path_, maxBytes = maxBytes_,
-                before = layer_.snapshot()] { return attempt(path, maxBytes, *before); },
-               [this](Attempt attempt) { attempted(std::move(attempt)); });
+  offLoop_.run(
+      [path = path_, limits = limits_, before = layer_.snapshot()] { return attempt(path, limits, *before); },
+      [this](Attempt attempt) { attempted(std::move(attempt)); });
 }
 
 void FileSource::attempted(Attempt attempt) {
@@ -82,7 +88,8 @@ bool FileSource::isFinal(const Attempt& attempt) {
   return (same && lasted >= kConfirmMs * kNsPerMs) || lasted >= kPatienceMs * kNsPerMs;
 }
 
-FileSource::Attempt FileSource::attempt(const std::string& path, uint64_t maxBytes, const Snapshot& before) {
+FileSource::Attempt FileSource::attempt(const std::string& path, const Limits& limits,
+                                        const Snapshot& before) {
   Attempt result;
   auto failed = [&result](const absl::Status& error) {
     result.reading.error = ": " + Runtime::textOf(error);
@@ -91,13 +98,13 @@ FileSource::Attempt FileSource::attempt(const std::string& path, uint64_t maxByt
   absl::StatusOr<Runtime::File> file = Runtime::File::open(path);
   if (!file.ok()) return failed(file.status());
   result.signature = signatureOf(file->about());
-  absl::StatusOr<std::string> text = file->content(maxBytes);
+  absl::StatusOr<std::string> text = contentOf(*file, limits.documentBytes);
   if (!text.ok()) return failed(text.status());
   absl::StatusOr<struct stat> end = file->aboutNow();
   if (!end.ok()) return failed(end.status());
   // What was read while it was written may be half of one state and half of the next, and still parse.
   if (signatureOf(*end) != result.signature) return failed(absl::AbortedError("changed while it was read"));
-  result.reading = readingOf(*text, before);
+  result.reading = readingOf(*std::move(text), before, limits);
   return result;
 }
 

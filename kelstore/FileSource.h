@@ -2,7 +2,8 @@
 //
 // The file is read again when it may have changed and has been quiet for a moment. What cannot be read or
 // parsed is tried again before it counts as bad, since a writer may be half-way through. A file of any size
-// is read and parsed off the event loop; one larger than the limit is refused.
+// is read and parsed off the event loop; one larger than the limit is refused, and one for which there is no
+// memory.
 #pragma once
 
 #include <array>
@@ -17,14 +18,13 @@ namespace Kelstore {
 
 class FileSource final : public Source {
  public:
-  static constexpr uint64_t kDefaultMaxBytes = 64ull << 20;
   static constexpr uint64_t kQuietMs = 40;       // after a change, before the file is read
   static constexpr uint64_t kConfirmMs = 250;    // after a failure, before the file is tried again
   static constexpr uint64_t kPatienceMs = 2000;  // a file that keeps changing and is bad so long is bad
 
   // Store, io and clock outlive the source.
   FileSource(std::string path, Store& store, Runtime::Io& io, const Zavro::Clock& clock,
-             uint64_t maxBytes = kDefaultMaxBytes);
+             const Limits& limits = {});
 
   void start() override;
   SourceStatus status() const override { return layer_.status(); }
@@ -36,7 +36,7 @@ class FileSource final : public Source {
     Reading reading;
     Signature signature{};
   };
-  static Attempt attempt(const std::string& path, uint64_t maxBytes, const Snapshot& before);
+  static Attempt attempt(const std::string& path, const Limits& limits, const Snapshot& before);
 
   void changed();
   void readAfter(uint64_t milliseconds);
@@ -45,7 +45,7 @@ class FileSource final : public Source {
   bool isFinal(const Attempt& attempt);
 
   std::string path_;
-  uint64_t maxBytes_;
+  const Limits limits_;
   Runtime::Io& io_;
   const Zavro::Clock& clock_;
   DocumentLayer layer_;

@@ -1,6 +1,7 @@
 #include "kelstore/Snapshot.h"
 
 #include <algorithm>
+#include <type_traits>
 #include <utility>
 
 namespace Kelstore {
@@ -10,6 +11,9 @@ namespace {
 constexpr size_t kMinChunk = Snapshot::kMaxChunk / 4;
 
 using Change = Snapshot::Change;
+using Entry = Snapshot::Entry;
+
+bool isBefore(const Entry& a, const Entry& b) { return a.first < b.first; }
 using Changes = std::vector<Change>;
 
 // The chunk's entries with the changes that concern it; adds to `changed` where they differ.
@@ -34,12 +38,19 @@ Chunk merged(const Chunk& chunk, Changes::iterator change, Changes::iterator end
 }  // namespace
 
 Snapshot::Snapshot(std::vector<Entry> entries) {
-  std::sort(entries.begin(), entries.end(), [](const Entry& a, const Entry& b) { return a.first < b.first; });
+  std::sort(entries.begin(), entries.end(), isBefore);
   append(std::move(entries));
 }
 
-// Puts the entries behind those that there are.
-void Snapshot::append(std::vector<Entry> entries) {
+Snapshot::Snapshot(std::deque<Entry> entries) {
+  std::sort(entries.begin(), entries.end(), isBefore);
+  append(std::move(entries));
+}
+
+// Puts the entries behind those that there are. What was taken of a deque is freed piece by piece, so that
+// there never are two of all.
+template <class Entries>
+void Snapshot::append(Entries entries) {
   size_ += entries.size();
   if (entries.empty()) return;
   if (!chunks_.empty() && std::min(entries.size(), chunks_.back()->size()) < kMinChunk) {
@@ -48,13 +59,16 @@ void Snapshot::append(std::vector<Entry> entries) {
     chunks_.pop_back();
   }
   size_t pieces = (entries.size() + kMaxChunk - 1) / kMaxChunk;
-  auto at = entries.begin();
-  for (size_t piece = 0; piece < pieces; ++piece) {
-    auto left = static_cast<size_t>(entries.end() - at);
-    auto end = at + static_cast<std::ptrdiff_t>(left / (pieces - piece));
+  chunks_.reserve(chunks_.size() + pieces);
+  size_t left = entries.size();
+  for (auto at = entries.begin(); pieces > 0; --pieces) {
+    size_t size = left / pieces;
+    auto end = at + static_cast<std::ptrdiff_t>(size);
     chunks_.push_back(
         std::make_shared<const Chunk>(std::make_move_iterator(at), std::make_move_iterator(end)));
+    left -= size;
     at = end;
+    if constexpr (std::is_same_v<Entries, std::deque<Entry>>) at = entries.erase(entries.begin(), end);
   }
 }
 
@@ -107,6 +121,7 @@ Snapshot Snapshot::with(std::vector<Change> changes, std::vector<Path>& changed)
 
 std::vector<Path> differences(const Snapshot& before, const Snapshot& after) {
   std::vector<Path> paths;
+  if (before.size() == 0) paths.reserve(after.size());
   auto a = before.begin();
   auto b = after.begin();
   while (a != before.end() || b != after.end()) {

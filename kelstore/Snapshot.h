@@ -5,6 +5,7 @@
 // these chunks cost, however large it is, and replacing one by the other costs next to nothing.
 #pragma once
 
+#include <deque>
 #include <iterator>
 #include <memory>
 #include <optional>
@@ -62,6 +63,8 @@ class Snapshot {
   Snapshot() = default;
   // Requires: no path occurs twice.
   explicit Snapshot(std::vector<Entry> entries);
+  // The same of many, which take no more room at any time than they do at the end.
+  explicit Snapshot(std::deque<Entry> entries);
 
   // In the order of their paths.
   const_iterator begin() const { return {chunks_.begin(), 0}; }
@@ -86,7 +89,8 @@ class Snapshot {
   template <class Key, class Before>
   const_iterator lowerBound(const Key& key, Before before) const;
   const_iterator from(Kind kind) const;
-  void append(std::vector<Entry> entries);
+  template <class Entries>
+  void append(Entries entries);
 
   Chunks chunks_;
   size_t size_ = 0;

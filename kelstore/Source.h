@@ -67,6 +67,7 @@ struct SourceStatus {
   std::string name;  // as given on the command line
   State state = State::loading;
   uint64_t paths = 0;                       // values held
+  uint64_t setAside = 0;                    // values that cannot be used, or are too many
   uint64_t lastChangeUtcNs = 0;             // when they last changed; 0: never
   uint64_t staleSinceUtcNs = 0;             // 0: not stale
   std::string error;                        // one line; empty while the input is good

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <grpc/support/log.h>
 #include <grpcpp/create_channel.h>
+#include <grpcpp/resource_quota.h>
 #include <grpcpp/security/credentials.h>
 
 #include <cstdlib>
@@ -17,6 +18,7 @@ constexpr size_t kMaxMessageText = 300;
 constexpr int kMinReconnectMs = 200;
 constexpr int kMaxReconnectMs = 5000;
 constexpr int kMaxConnectMs = 5000;
+constexpr size_t kMaxBufferedBytes = 2 * kMaxMessageBytes;
 
 template <class Duration>
 int milliseconds(Duration duration) {
@@ -49,6 +51,10 @@ grpc::ChannelArguments arguments() {
   arguments.SetInt(GRPC_ARG_ENABLE_HTTP_PROXY, 0);
   arguments.SetInt(GRPC_ARG_SERVICE_CONFIG_DISABLE_RESOLUTION, 1);
   arguments.SetMaxReceiveMessageSize(kMaxMessageBytes);
+  // A message is received whole before it is found too long.
+  grpc::ResourceQuota quota;
+  quota.Resize(kMaxBufferedBytes);
+  arguments.SetResourceQuota(quota);
   return arguments;
 }
 
@@ -122,7 +128,8 @@ bool refusedWithoutLeader(const grpc::Status& status) {
 
 // The code alone is also that of a server with too much to do.
 bool messageTooLarge(const grpc::Status& status) {
-  return status.error_code() == grpc::StatusCode::RESOURCE_EXHAUSTED && says(status, "larger than max");
+  if (status.error_code() != grpc::StatusCode::RESOURCE_EXHAUSTED) return false;
+  return says(status, "larger than max") || says(status, "Buffers full");
 }
 
 absl::Status asStatus(const std::string& endpoint, const grpc::Status& status) {

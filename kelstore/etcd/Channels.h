@@ -19,8 +19,9 @@ namespace Kelstore::Etcd {
 // connections of those who ask more often than every 5 s, or while no call is open.
 inline constexpr std::chrono::seconds kKeepaliveTime(10);
 inline constexpr std::chrono::seconds kKeepaliveTimeout(5);
-// The longest message that is taken.
-inline constexpr int kMaxMessageBytes = 64 << 20;
+// The longest message that is taken: one value at least, as etcd has none of more than 10 MiB. Whoever reads
+// many asks for fewer at a time when they are more.
+inline constexpr int kMaxMessageBytes = 16 << 20;
 
 // A channel to one endpoint ("host:port"), which shares no connection with another channel; it connects with
 // the first call on it. FailedPrecondition when a certificate or key cannot be read.

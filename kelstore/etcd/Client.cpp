@@ -29,9 +29,10 @@ absl::Status noSuchLease(int64_t lease) {
   return absl::NotFoundError(fmt::format("there is no lease {:x}", lease));
 }
 
-KeyValue taken(Rpc::KeyValue& from) {
-  return {std::move(*from.mutable_key()), std::move(*from.mutable_value()), from.create_revision(),
-          from.mod_revision(), from.lease()};
+KeyValue taken(Rpc::KeyValue& from, size_t valueBytes) {
+  bool large = from.value().size() > valueBytes;
+  return {std::move(*from.mutable_key()), large ? "" : std::move(*from.mutable_value()),
+          from.create_revision(), from.mod_revision(), from.lease()};
 }
 
 }  // namespace
@@ -183,7 +184,9 @@ absl::StatusOr<Listing> Client::range(const KeyRange& keys) {
       listing.clusterId = response.header().cluster_id();
       request.set_revision(listing.revision);
     }
-    for (Rpc::KeyValue& keyValue : *response.mutable_kvs()) listing.keyValues.push_back(taken(keyValue));
+    for (Rpc::KeyValue& keyValue : *response.mutable_kvs()) {
+      listing.keyValues.push_back(taken(keyValue, impl_->options().valueBytes));
+    }
     if (!response.more() || response.kvs().empty()) return listing;
     request.set_key(listing.keyValues.back().key + '\0');
   }

@@ -23,6 +23,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <limits>
 #include <memory>
 #include <string>
 #include <vector>
@@ -42,6 +43,7 @@ class Client final : public Calls {
   struct Options {
     std::chrono::milliseconds deadline = std::chrono::seconds(5);  // of one call, all endpoints together
     int64_t pageKeys = 1000;                                       // keys that are asked for at once
+    size_t valueBytes = std::numeric_limits<size_t>::max();        // larger values are listed as empty
   };
 
   // Connects with the first call. Requires: endpoints is not empty.

@@ -3,6 +3,8 @@
 #pragma once
 
 #include <map>
+#include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -24,32 +26,39 @@ class Decoder {
   // More lines than this at a time are counted only.
   static constexpr size_t kMaxLines = 20;
 
-  explicit Decoder(Keys keys) : keys_(std::move(keys)) {}
+  Decoder(Keys keys, const Limits& limits) : keys_(std::move(keys)), limits_(limits) {}
 
   struct Decoded {
     std::vector<Snapshot::Change> changes;   // sorted, no path twice
     std::map<std::string, int64_t> members;  // whose keys changed; the lease of what they put, or 0
+    std::set<Path> unusable;                 // at which there is something that cannot be used
   };
   // What becomes of the state.
   Decoded decode(std::vector<Change> changes);
-  // What there is to tell of the changes since it was taken last. What goes on being wrong is not told again,
-  // and of keys that are not of the state model only the first is.
+  // What there is to tell of the changes since it was taken last. What goes on being wrong is not told again.
   std::vector<Line> takeLines();
 
-  // The keys whose values, or names, cannot be used, and what is wrong with them, in one line.
+  // How many keys there are whose values, or names, cannot be used.
+  size_t setAsideCount() const { return setAside_.size() + setAsideToo_.size(); }
+  // Those of them that are remembered, and what is wrong with them, in one line.
   const std::map<std::string, std::string>& setAside() const { return setAside_; }
 
  private:
+  void decode(Change change, Decoded& decoded, std::map<Path, std::optional<Value>>& values);
   std::optional<Value> valueOf(const std::string& key, const Path& path, const std::string& text);
-  void isWrong(const std::string& key, std::string what);
+  void noteWrong(const std::string& key, std::string what);
+  void noteRight(const std::string& key);
+  void noteWarning(const std::string& key, std::string warning);
   void tell(int level, const std::string& key, std::string_view what);
 
   Keys keys_;
+  Limits limits_;
   std::map<std::string, std::string> setAside_;
-  std::map<std::string, std::string> warned_;  // the last warning on a key's value
+  std::set<size_t> setAsideToo_;  // hashes of the keys that there is no place for
+  std::map<std::string, std::string>
+      warned_;  // the last warning on a key's value, as far as there is a place
   std::vector<Line> lines_;
   size_t untold_ = 0;
-  bool toldOfForeignKey_ = false;
 };
 
 }  // namespace Kelstore::Etcd

@@ -76,6 +76,7 @@ SourceStatus EtcdSource::status() const {
   if (!listed && store.staleSinceUtcNs == 0) store.staleSinceUtcNs = outOfPatienceUtcNs_;
   status.name = name_;
   status.paths = store_.snapshot(layer_)->size();
+  status.setAside = store.setAside;
   status.lastChangeUtcNs = lastChangeUtcNs_;
   status.staleSinceUtcNs = store.staleSinceUtcNs;
   if (store.staleSinceUtcNs != 0) {

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "platform/lumalog/Lumalog.h"
+#include "runtime/Memory.h"
 #include "runtime/Text.h"
 
 namespace Kelstore::Etcd {
@@ -14,12 +15,19 @@ namespace {
 using Lumalog::kErrorLevel;
 constexpr int kNewsLevel = 1;
 constexpr size_t kErrorsRemembered = 100;
+// What it takes to decode a value and to mirror it, more or less.
+constexpr size_t kDecodedBytes = 500;
 
 bool holdsAnyOf(const Snapshot& snapshot, const std::string& member) {
   auto all = allKinds();
   return std::any_of(all.begin(), all.end(), [&](const KindSpec& spec) {
     return spec.entity != MemberEntity::none && snapshot.any(spec.kind, member);
   });
+}
+
+std::string textOf(const KeyTable::Refused& refused) {
+  return fmt::format("{} left out, as there are more than {}; one is {}", refused.keys, refused.most,
+                     Runtime::shortened(refused.example, Feed::kExampleBytes));
 }
 
 std::vector<Path> pathsOf(const Snapshot& snapshot) {
@@ -31,18 +39,21 @@ std::vector<Path> pathsOf(const Snapshot& snapshot) {
 
 }  // namespace
 
-Feed::Feed(std::vector<std::string> endpoints, Keys keys, bool clearWhenStale, const Zavro::Clock& clock,
-           Handover& handover)
+Feed::Feed(std::vector<std::string> endpoints, Keys keys, const Limits& limits, bool clearWhenStale,
+           const Zavro::Clock& clock, Handover& handover)
     : endpoints_(std::move(endpoints)),
+      keys_(std::move(keys)),
+      limits_(limits),
       clearWhenStale_(clearWhenStale),
       clock_(clock),
       handover_(handover),
-      decoder_(std::move(keys)) {}
+      decoder_(keys_, limits_) {}
 
 void Feed::follow(Follower& follower) {
   for (Batch& batch : follower.takeBatches()) take(std::move(batch));
   noteState(follower);
   noteAudits(follower);
+  noteRefused(follower.refused());
   for (Line& line : decoder_.takeLines()) lines_.push_back(std::move(line));
   bool settles = !settled_ && (follower.complete() || follower.unreached());
   settled_ |= settles;
@@ -50,14 +61,39 @@ void Feed::follow(Follower& follower) {
   handover_.statusIs(statusOf(follower));
 }
 
+void Feed::startsAnew() {
+  decoder_ = Decoder(keys_, limits_);
+  counted_ = {};
+  heardMs_ = 0;
+  if (staleSinceUtcNs_ == 0) staleSinceUtcNs_ = clock_.utcNs();
+}
+
 void Feed::take(Batch batch) {
+  Runtime::needMemoryFor(batch.changes.size() * kDecodedBytes);
   Decoder::Decoded decoded = decoder_.decode(std::move(batch.changes));
+  if (batch.whole) withdrawOthers(decoded);
   std::vector<Path> changed;
   snapshot_ = std::make_shared<const Snapshot>(snapshot_->with(std::move(decoded.changes), changed));
   revision_ = batch.revision;
   noteMembers(decoded.members);
   listed_ = true;
   if (visible_) handover_.give({snapshot_, std::move(changed), revision_, false, {}});
+}
+
+// What was handed over before, and is not there any more.
+void Feed::withdrawOthers(Decoder::Decoded& decoded) const {
+  std::vector<Snapshot::Change> gone;
+  auto next = decoded.changes.begin();
+  for (const auto& [path, value] : *snapshot_) {
+    while (next != decoded.changes.end() && next->first < path) ++next;
+    bool there = next != decoded.changes.end() && next->first == path;
+    if (there || decoded.unusable.contains(path)) continue;
+    gone.emplace_back(path, std::nullopt);
+    if (specOf(path.kind).entity != MemberEntity::none) decoded.members[std::string(path.first())];
+  }
+  auto middle = decoded.changes.insert(decoded.changes.end(), gone.begin(), gone.end());
+  std::inplace_merge(decoded.changes.begin(), middle, decoded.changes.end(),
+                     [](const auto& a, const auto& b) { return a.first < b.first; });
 }
 
 void Feed::noteMembers(const std::map<std::string, int64_t>& leases) {
@@ -131,6 +167,19 @@ void Feed::noteAudits(const Follower& follower) {
   }
 }
 
+// Of each group once, for as long as keys of it are refused.
+void Feed::noteRefused(const KeyTable::AllRefused& refused) {
+  std::erase_if(toldGroups_, [&refused](const std::string& group) { return !refused.contains(group); });
+  for (const auto& [group, keys] : refused) {
+    if (group != kForeignKeys) {
+      if (toldGroups_.insert(group).second) tell(kErrorLevel, group + ": " + textOf(keys));
+    } else if (!std::exchange(toldOfForeignKey_, true)) {
+      tell(kNewsLevel, fmt::format("key {}: not of the state model; such keys are ignored",
+                                   Runtime::shortened(keys.example, kExampleBytes)));
+    }
+  }
+}
+
 StoreStatus Feed::statusOf(const Follower& follower) const {
   StoreStatus status;
   status.state = stateName(state_);
@@ -150,7 +199,15 @@ StoreStatus Feed::statusOf(const Follower& follower) const {
                      {"repairs", counters.repairs},
                      {"relists", counters.relists},
                      {"reconnections", counters.reconnections}};
-  status.setAside = decoder_.setAside().size();
+  status.setAside = decoder_.setAsideCount();
+  uint64_t refusedKeys = 0;
+  for (const auto& [group, refused] : follower.refused()) {
+    if (group == kForeignKeys) continue;
+    refusedKeys += refused.keys;
+    if (status.examples.size() < kExamples) status.examples.push_back({group, textOf(refused)});
+  }
+  status.setAside += refusedKeys;
+  status.counters.emplace_back("refused", refusedKeys);
   for (const auto& [key, error] : decoder_.setAside()) {
     if (status.examples.size() == kExamples) break;
     status.examples.push_back(

@@ -23,11 +23,15 @@ class Feed {
 
   // `clearWhenStale`: what the store said is withdrawn while it is stale. Clock and handover outlive the
   // feed.
-  Feed(std::vector<std::string> endpoints, Keys keys, bool clearWhenStale, const Zavro::Clock& clock,
-       Handover& handover);
+  Feed(std::vector<std::string> endpoints, Keys keys, const Limits& limits, bool clearWhenStale,
+       const Zavro::Clock& clock, Handover& handover);
 
-  // Hands over what the follower came to since the last call.
+  // Hands over what the follower came to since the last call. What it takes to decode it may not be there:
+  // then std::bad_alloc is thrown, and startsAnew() is to be called.
   void follow(Follower& follower);
+  // Another follower is followed from now on, which begins with all keys. What was handed over stays until
+  // then, and is stale.
+  void startsAnew();
 
   // The leases that members' keys have, in turn, for somebody to ask the store about; nothing: there is none.
   std::optional<int64_t> nextLease();
@@ -42,14 +46,18 @@ class Feed {
   };
 
   void take(Batch batch);
+  void withdrawOthers(Decoder::Decoded& decoded) const;
   void noteMembers(const std::map<std::string, int64_t>& leases);
   void visibleIs(bool visible);
   void tell(int level, std::string text);
   void noteState(const Follower& follower);
   void noteAudits(const Follower& follower);
+  void noteRefused(const KeyTable::AllRefused& refused);
   StoreStatus statusOf(const Follower& follower) const;
 
   std::vector<std::string> endpoints_;
+  Keys keys_;
+  Limits limits_;
   bool clearWhenStale_;
   const Zavro::Clock& clock_;
   Handover& handover_;
@@ -60,6 +68,8 @@ class Feed {
   bool listed_ = false;
   Follower::State state_ = Follower::State::listing;
   std::set<std::string> toldErrors_;
+  std::set<std::string> toldGroups_;  // of which keys are refused
+  bool toldOfForeignKey_ = false;
   std::vector<Line> lines_;
   int64_t revision_ = 0;
   Follower::Counters counted_;  // when the audits were looked at last

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 
+#include "kelstore/Limits.h"
 #include "kelstore/etcd/Access.h"
 #include "kelstore/etcd/Address.h"
 
@@ -14,6 +15,7 @@ struct FollowSettings {
   uint32_t holdSeconds = 300;   // that a lost store's word counts before it is stale
   bool clearAfterHold = false;  // whether it is withdrawn then
   uint32_t auditSeconds = 60;
+  Limits limits = {};
 };
 
 }  // namespace Kelstore::Etcd

@@ -46,7 +46,9 @@ void Follower::PageSize::anew() {
 }
 
 Follower::Follower(Settings settings, Runtime::Random random)
-    : settings_(std::move(settings)), backoff_(kFirstRetryMs, kLastRetryMs, std::move(random)) {}
+    : settings_(std::move(settings)),
+      backoff_(kFirstRetryMs, kLastRetryMs, std::move(random)),
+      table_(settings_.groupOf, settings_.keys) {}
 
 Follower::State Follower::state() const {
   if (phase_ == Phase::watching) return State::watching;
@@ -55,6 +57,11 @@ Follower::State Follower::state() const {
 }
 
 void Follower::start(uint64_t nowMs) { connect(nowMs); }
+
+void Follower::startAfter(uint64_t delayMs, uint64_t nowMs, std::string error) {
+  lastError_ = std::move(error);
+  retryAtMs_ = nowMs + delayMs;
+}
 
 void Follower::connect(uint64_t nowMs) {
   retryAtMs_ = kNever;
@@ -66,16 +73,14 @@ void Follower::connect(uint64_t nowMs) {
     return;
   }
   phase_ = Phase::listing;
-  listing_.clear();
+  table_.listingBegins();
+  listFrom_ = settings_.prefix;
   listingAt_ = {};
   pageSize_.anew();
   listOn(nowMs);
 }
 
-void Follower::listOn(uint64_t nowMs) {
-  std::string from = listing_.empty() ? settings_.prefix : keyAfter(listing_.back().key);
-  readPage(nowMs, std::move(from), listingAt_.revision, pageSize_.keys);
-}
+void Follower::listOn(uint64_t nowMs) { readPage(nowMs, listFrom_, listingAt_.revision, pageSize_.keys); }
 
 // With a page. A server that is silent must not keep those behind it from being heard first; should all of
 // them be slow, each has more time in the next round.
@@ -117,7 +122,8 @@ void Follower::listed(uint64_t nowMs, Page page) {
     return lost(nowMs, ofServer("the pages of a listing come from different clusters"));
   }
   pageSize_.worked();
-  std::move(page.records.begin(), page.records.end(), std::back_inserter(listing_));
+  if (!page.records.empty()) listFrom_ = keyAfter(page.records.back().key);
+  table_.listed(std::move(page.records));
   if (page.more) return listOn(nowMs);
 
   if (complete_) ++counters_.relists;
@@ -126,7 +132,8 @@ void Follower::listed(uint64_t nowMs, Page page) {
   clusterId_ = listingAt_.clusterId;
   raftTerm_ = listingAt_.raftTerm;
   newest_ = applied_;
-  batches_.push_back({applied_, table_.becomes(std::exchange(listing_, {}))});
+  bool whole = table_.size() == 0;
+  batches_.push_back({applied_, table_.listingEnds(), whole});
   complete_ = true;
   mustList_ = false;
   openWatch(nowMs);
@@ -257,10 +264,10 @@ bool Follower::applyEvent(const Event& event, std::vector<Change>& changes) {
   if (record.modRevision <= applied_) return false;
   if (event.deleted) {
     if (!table_.del(record.key, record.modRevision)) return false;
-    changes.push_back({record.key, std::nullopt, 0});
+    changes.push_back({record.key, std::nullopt});
   } else {
     if (!table_.put(record)) return false;
-    changes.push_back({record.key, record.value, record.lease});
+    changes.push_back({record.key, record.value, record.lease, record.oversizeBytes});
   }
   return true;
 }
@@ -284,7 +291,6 @@ void Follower::lost(uint64_t nowMs, const std::string& error) {
   ++triedInVain_;
   phase_ = Phase::waiting;
   answerByMs_ = kNever;
-  listing_.clear();
   events_.clear();
   page_ = 0;
   auditEnds(kNever);
@@ -348,7 +354,7 @@ void Follower::auditNext(uint64_t nowMs) {
   if (!auditing_) {
     auditing_ = true;
     auditFrom_ = settings_.prefix;
-    table_.deletionsRemembered();
+    table_.auditBegins();
   }
   auditPageAsked_ = true;
   auditAskedAt_ = {clusterId_, applied_, raftTerm_};
@@ -372,21 +378,22 @@ void Follower::audited(uint64_t nowMs, const Page& page) {
 }
 
 void Follower::auditEnds(uint64_t atMs) {
+  table_.auditEnds(applied_, auditRead_);
   auditing_ = false;
   auditPageAsked_ = false;
   auditRead_ = false;
   auditAtMs_ = atMs;
   suspects_.clear();
-  table_.deletionsForgotten(applied_);
 }
 
 // What differs from a page counts once the revision of the page is applied, or an event that would explain it
 // had time to come.
 void Follower::settleSuspects(uint64_t nowMs) {
-  Batch repaired{applied_, {}};
+  Batch repaired{applied_, {}, false};
   std::erase_if(suspects_, [&](Waiting& one) {
     if (applied_ < one.suspect.revision && nowMs < one.untilMs) return false;
-    if (table_.differs(one.suspect)) repaired.changes.push_back(table_.repair(std::move(one.suspect)));
+    if (!table_.differs(one.suspect)) return true;
+    if (auto change = table_.repair(std::move(one.suspect))) repaired.changes.push_back(*std::move(change));
     return true;
   });
   counters_.repairs += repaired.changes.size();

@@ -56,6 +56,8 @@ class Follower {
     std::vector<std::string> endpoints;  // at least one
     uint64_t holdMs = 300'000;
     uint64_t auditMs = 60'000;
+    KeyTable::GroupOf groupOf = {};      // which keys count together, and how many of them are held
+    size_t keys = KeyTable::kUnlimited;  // that are held in all
   };
   struct Counters {
     uint64_t revisions = 0;      // applied from watches
@@ -89,8 +91,10 @@ class Follower {
   // `random` varies the delays.
   Follower(Settings settings, Runtime::Random random);
 
-  // What happens. Requires: start() first, once.
+  // What happens. Requires: start() or startAfter() first, once.
   void start(uint64_t nowMs);
+  // The same, but after such a time; until then there is this error.
+  void startAfter(uint64_t delayMs, uint64_t nowMs, std::string error);
   // An answer that comes too late, when another page has been asked for, does not count.
   void pageRead(uint64_t nowMs, uint64_t number, Page page);
   void pageFailed(uint64_t nowMs, uint64_t number, PageFailure why, const std::string& error);
@@ -119,6 +123,7 @@ class Follower {
   const std::string& lastError() const { return lastError_; }
   const Counters& counters() const { return counters_; }
   size_t keys() const { return table_.size(); }
+  const KeyTable::AllRefused& refused() const { return table_.refused(); }
 
  private:
   enum class Phase : uint8_t { waiting, listing, resuming, opening, watching };
@@ -202,7 +207,7 @@ class Follower {
   uint64_t page_ = 0;   // that is asked for; 0: none
   uint64_t pages_ = 0;  // that were asked for
   Header listingAt_;
-  std::vector<Record> listing_;
+  std::string listFrom_;       // the next page of the listing
   std::vector<Event> events_;  // of an answer whose last fragment is missing
 
   struct Waiting {

@@ -1,14 +1,46 @@
 #include "kelstore/etcd/KeyTable.h"
 
 #include <algorithm>
-#include <functional>
+#include <utility>
 
 namespace Kelstore::Etcd {
+
+KeyTable::KeyTable(GroupOf groupOf, size_t most)
+    : groupOf_(groupOf ? std::move(groupOf) : [](const std::string&) { return Group(); }), most_(most) {}
 
 // The value counts beside the revision: in a store that was restored from a copy, the same revision may have
 // brought another value.
 KeyTable::Known KeyTable::knownOf(const Record& record) {
   return {record.modRevision, record.lease, std::hash<std::string>()(record.value)};
+}
+
+Change KeyTable::changeOf(Record record) {
+  return {std::move(record.key), std::move(record.value), record.lease, record.oversizeBytes};
+}
+
+bool KeyTable::admits(const Keys& keys, const std::string& key, const Group& group,
+                      AllRefused& refused) const {
+  auto size = keys.sizes.find(group.name);
+  size_t beside = size == keys.sizes.end() ? 0 : size->second;
+  if (beside < group.most && keys.known.size() < most_) return true;
+  Refused& one = refused[group.name];
+  if (one.keys++ == 0) one.example = key;
+  one.most = beside < group.most ? most_ : group.most;
+  return false;
+}
+
+bool KeyTable::add(Keys& keys, const Record& record, AllRefused& refused) const {
+  Group group = groupOf_(record.key);
+  if (!admits(keys, record.key, group, refused)) return false;
+  ++keys.sizes[group.name];
+  keys.known.insert_or_assign(keys.known.end(), record.key, knownOf(record));
+  return true;
+}
+
+void KeyTable::remove(std::map<std::string, Known>::iterator key) {
+  auto size = keys_.sizes.find(groupOf_(key->first).name);
+  if (--size->second == 0) keys_.sizes.erase(size);
+  keys_.known.erase(key);
 }
 
 bool KeyTable::deletedAfter(const std::string& key, int64_t revision) const {
@@ -18,48 +50,64 @@ bool KeyTable::deletedAfter(const std::string& key, int64_t revision) const {
 
 bool KeyTable::put(const Record& record) {
   if (deletedAfter(record.key, record.modRevision)) return false;
-  auto [at, isNew] = keys_.try_emplace(record.key);
-  if (!isNew && at->second.modRevision >= record.modRevision) return false;
+  auto at = keys_.known.find(record.key);
+  if (at == keys_.known.end()) return add(keys_, record, refused_);
+  if (at->second.modRevision >= record.modRevision) return false;
   at->second = knownOf(record);
   return true;
 }
 
+// There are no more deletions to remember than keys: whoever deletes more of them than that within one audit
+// may see a key come back until the next one.
 bool KeyTable::del(const std::string& key, int64_t revision) {
-  if (remembering_ && !deletedAfter(key, revision)) deletions_[key] = revision;
-  auto found = keys_.find(key);
-  if (found == keys_.end() || found->second.modRevision > revision) return false;
-  keys_.erase(found);
+  if (auditing_ && deletions_.size() < most_ && !deletedAfter(key, revision)) deletions_[key] = revision;
+  auto found = keys_.known.find(key);
+  if (found == keys_.known.end() || found->second.modRevision > revision) return false;
+  remove(found);
   return true;
 }
 
-std::vector<Change> KeyTable::becomes(std::vector<Record> all) {
-  std::vector<Change> changes;
-  std::map<std::string, Known> now;
-  for (Record& record : all) {
-    Known known = knownOf(record);
-    auto before = keys_.find(record.key);
-    bool same = before != keys_.end() && before->second == known;
-    if (before != keys_.end()) keys_.erase(before);
-    now.insert_or_assign(now.end(), record.key, known);
-    if (!same) changes.push_back({std::move(record.key), std::move(record.value), record.lease});
-  }
-  // What is left was not listed.
-  for (const auto& [key, known] : keys_) changes.push_back({key, std::nullopt, 0});
-  keys_ = std::move(now);
-  deletions_.clear();
-  return changes;
+void KeyTable::listingBegins() {
+  listedKeys_ = {};
+  listedRefused_ = {};
+  listedChanges_ = {};
 }
 
-void KeyTable::deletionsForgotten(int64_t applied) {
-  remembering_ = false;
+void KeyTable::listed(std::vector<Record> page) {
+  for (Record& record : page) {
+    if (!add(listedKeys_, record, listedRefused_)) continue;
+    auto before = keys_.known.find(record.key);
+    bool same = before != keys_.known.end() && before->second == knownOf(record);
+    if (!same) listedChanges_.push_back(changeOf(std::move(record)));
+  }
+}
+
+std::vector<Change> KeyTable::listingEnds() {
+  for (const auto& [key, known] : keys_.known) {
+    if (!listedKeys_.known.contains(key)) listedChanges_.push_back({key, std::nullopt});
+  }
+  keys_ = std::exchange(listedKeys_, {});
+  refused_ = std::exchange(listedRefused_, {});
+  deletions_.clear();
+  return std::exchange(listedChanges_, {});
+}
+
+void KeyTable::auditBegins() {
+  auditing_ = true;
+  auditRefused_.clear();
+}
+
+void KeyTable::auditEnds(int64_t applied, bool complete) {
+  if (auditing_ && complete) refused_ = std::exchange(auditRefused_, {});
+  auditing_ = false;
   std::erase_if(deletions_, [applied](const auto& deletion) { return deletion.second <= applied; });
 }
 
-std::vector<KeyTable::Suspect> KeyTable::compare(const std::string& from, const Page& page) const {
+std::vector<KeyTable::Suspect> KeyTable::compare(const std::string& from, const Page& page) {
   std::vector<Suspect> suspects;
   int64_t revision = page.header.revision;
-  auto end = page.more ? keys_.upper_bound(page.records.back().key) : keys_.end();
-  auto known = keys_.lower_bound(from);
+  auto end = page.more ? keys_.known.upper_bound(page.records.back().key) : keys_.known.end();
+  auto known = keys_.known.lower_bound(from);
   auto missingBefore = [&](const std::string* key) {
     for (; known != end && (key == nullptr || known->first < *key); ++known) {
       Suspect suspect{known->first, std::nullopt, revision};
@@ -68,7 +116,11 @@ std::vector<KeyTable::Suspect> KeyTable::compare(const std::string& from, const 
   };
   for (const Record& found : page.records) {
     missingBefore(&found.key);
-    if (known != end && known->first == found.key) ++known;
+    if (known != end && known->first == found.key) {
+      ++known;
+    } else if (!admits(keys_, found.key, groupOf_(found.key), auditRefused_)) {
+      continue;
+    }
     Suspect suspect{found.key, found, revision};
     if (differs(suspect)) suspects.push_back(std::move(suspect));
   }
@@ -77,20 +129,25 @@ std::vector<KeyTable::Suspect> KeyTable::compare(const std::string& from, const 
 }
 
 bool KeyTable::differs(const Suspect& suspect) const {
-  auto known = keys_.find(suspect.key);
-  if (known == keys_.end()) return suspect.found && !deletedAfter(suspect.key, suspect.revision);
+  auto known = keys_.known.find(suspect.key);
+  if (known == keys_.known.end()) return suspect.found && !deletedAfter(suspect.key, suspect.revision);
   if (known->second.modRevision > suspect.revision) return false;
   return !suspect.found || knownOf(*suspect.found) != known->second;
 }
 
-Change KeyTable::repair(Suspect suspect) {
+std::optional<Change> KeyTable::repair(Suspect suspect) {
+  auto known = keys_.known.find(suspect.key);
   if (!suspect.found) {
-    keys_.erase(suspect.key);
+    if (known != keys_.known.end()) remove(known);
     deletions_[suspect.key] = suspect.revision;
-    return {std::move(suspect.key), std::nullopt, 0};
+    return Change{std::move(suspect.key), std::nullopt};
   }
-  keys_[suspect.key] = knownOf(*suspect.found);
-  return {std::move(suspect.key), std::move(suspect.found->value), suspect.found->lease};
+  if (known != keys_.known.end()) {
+    known->second = knownOf(*suspect.found);
+  } else if (!add(keys_, *suspect.found, auditRefused_)) {
+    return std::nullopt;
+  }
+  return changeOf(*std::move(suspect.found));
 }
 
 }  // namespace Kelstore::Etcd

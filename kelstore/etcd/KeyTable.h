@@ -1,8 +1,13 @@
-// What a follower knows of every key: enough to tell whether something that it hears is new.
+// What a follower knows of every key: enough to tell whether something that it hears is new. Of keys that
+// count together it holds so many and no more; what is refused is counted.
 #pragma once
 
+#include <functional>
+#include <limits>
 #include <map>
+#include <optional>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "kelstore/etcd/Messages.h"
@@ -11,6 +16,22 @@ namespace Kelstore::Etcd {
 
 class KeyTable {
  public:
+  static constexpr size_t kUnlimited = std::numeric_limits<size_t>::max();
+
+  // Keys that count together.
+  struct Group {
+    std::string name;
+    size_t most = kUnlimited;
+  };
+  using GroupOf = std::function<Group(const std::string& key)>;
+  struct Refused {
+    size_t keys = 0;
+    size_t most = 0;      // that are held beside them
+    std::string example;  // one of them
+  };
+  // By the group's name.
+  using AllRefused = std::map<std::string, Refused>;
+
   // A key of which a page says something else than the table.
   struct Suspect {
     std::string key;
@@ -18,25 +39,35 @@ class KeyTable {
     int64_t revision = 0;         // that the page was read at
   };
 
-  size_t size() const { return keys_.size(); }
-  // Takes over one event. False when the table has it already, or something newer.
+  // By default all keys are one group, without a limit. `most`: keys of all groups.
+  explicit KeyTable(GroupOf groupOf = {}, size_t most = kUnlimited);
+
+  size_t size() const { return keys_.known.size(); }
+  // As the last listing or audit counted them, and since then each time that one came.
+  const AllRefused& refused() const { return refused_; }
+  // Takes over one event. False when the table has it already, or something newer, or refuses the key.
   bool put(const Record& record);
   bool del(const std::string& key, int64_t revision);
-  // Takes over a whole listing; the changes that lead there.
-  std::vector<Change> becomes(std::vector<Record> all);
 
-  // From now on until deletionsForgotten(), deletions are remembered, so that a page that was read before one
-  // is known to be older. Repaired ones always are, as events from before them may still come:
-  // until deletionsForgotten() is told that these were applied.
-  void deletionsRemembered() { remembering_ = true; }
-  void deletionsForgotten(int64_t applied);
+  // Takes over a whole listing, page by page, from the first key on; then the changes that lead there. One
+  // that is begun anew takes the place of one that did not end.
+  void listingBegins();
+  void listed(std::vector<Record> page);
+  std::vector<Change> listingEnds();
+
+  // From now on until auditEnds(), deletions are remembered, so that a page that was read before one is known
+  // to be older. Repaired ones always are, as events from before them may still come: until auditEnds() is
+  // told that these were applied.
+  void auditBegins();
+  // `complete`: all pages were compared.
+  void auditEnds(int64_t applied, bool complete);
   // The keys from `from` on, as far as the page reaches, of which it says something else. What is newer than
   // the page is none of them.
-  std::vector<Suspect> compare(const std::string& from, const Page& page) const;
+  std::vector<Suspect> compare(const std::string& from, const Page& page);
   // Whether the table still says something else.
   bool differs(const Suspect& suspect) const;
-  // Takes over what the page said.
-  Change repair(Suspect suspect);
+  // Takes over what the page said; nothing when the key is refused.
+  std::optional<Change> repair(Suspect suspect);
 
  private:
   struct Known {
@@ -45,12 +76,31 @@ class KeyTable {
     size_t valueHash = 0;
     bool operator==(const Known&) const = default;
   };
+  // Keys, and how many of each group there are.
+  struct Keys {
+    std::map<std::string, Known> known;
+    std::unordered_map<std::string, size_t> sizes;
+  };
   static Known knownOf(const Record& record);
+  static Change changeOf(Record record);
+  // Whether there is room for the key; else it is counted.
+  bool admits(const Keys& keys, const std::string& key, const Group& group, AllRefused& refused) const;
+  bool add(Keys& keys, const Record& record, AllRefused& refused) const;
+  void remove(std::map<std::string, Known>::iterator key);
   bool deletedAfter(const std::string& key, int64_t revision) const;
 
-  std::map<std::string, Known> keys_;
-  bool remembering_ = false;
+  GroupOf groupOf_;
+  size_t most_;
+  Keys keys_;
+  AllRefused refused_;
+  bool auditing_ = false;
+  AllRefused auditRefused_;                   // so far
   std::map<std::string, int64_t> deletions_;  // the revision of each; of a repaired one, the page's
+
+  // The listing under way.
+  Keys listedKeys_;
+  AllRefused listedRefused_;
+  std::vector<Change> listedChanges_;
 };
 
 // The least key after this one.

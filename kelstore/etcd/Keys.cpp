@@ -99,4 +99,16 @@ absl::StatusOr<Path> Keys::path(std::string_view key) const {
   return position.path;
 }
 
+KeyTable::GroupOf Keys::groups(const Limits& limits) const {
+  return [keys = *this, limits](const std::string& key) -> KeyTable::Group {
+    if (key.size() > limits.keyBytes) return {kLongKeys, 0};
+    absl::StatusOr<Path> path = keys.path(key);
+    if (absl::IsNotFound(path.status())) return {kForeignKeys, 0};
+    if (!path.ok()) return {kMisspeltKeys, limits.remembered};
+    std::vector<std::string> beside = path->segments();
+    if (beside.size() > 1) beside.pop_back();
+    return {pathText(beside), mostBeside(path->kind, limits)};
+  };
+}
+
 }  // namespace Kelstore::Etcd

@@ -13,7 +13,9 @@
 #include <utility>
 #include <vector>
 
+#include "kelstore/Limits.h"
 #include "kelstore/Path.h"
+#include "kelstore/etcd/KeyTable.h"
 
 namespace Kelstore::Etcd {
 
@@ -43,9 +45,19 @@ class Keys {
   // is one line that begins with the path, as far as it is known.
   absl::StatusOr<Path> path(std::string_view key) const;
 
+  // Which keys count together: those beside each other. Keys that are not of the state are none at all, and
+  // of those that have another spelling than they are to have, some are held to show them.
+  KeyTable::GroupOf groups(const Limits& limits) const;
+
  private:
   std::string prefix_;
 };
+
+// The names of groups that are none of the state's: keys that have nothing to do with it, that are longer
+// than is taken, and that are not spelt as they are to be.
+inline constexpr const char* kForeignKeys = "";
+inline constexpr const char* kLongKeys = "keys that are too long";
+inline constexpr const char* kMisspeltKeys = "keys in another spelling";
 
 // How a segment is spelt within a key.
 std::string encodedSegment(std::string_view segment);

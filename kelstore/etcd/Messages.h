@@ -19,7 +19,15 @@ struct Record {
   std::string key;
   std::string value;
   int64_t modRevision = 0;
-  int64_t lease = 0;  // 0: none
+  int64_t lease = 0;         // 0: none
+  size_t oversizeBytes = 0;  // of a value that is too large to be taken, and left out
+
+  // Leaves the value out when it is larger.
+  void cutTo(size_t valueBytes) {
+    if (value.size() <= valueBytes) return;
+    oversizeBytes = value.size();
+    value = {};
+  }
 };
 
 // A part of the keys, in their order.
@@ -56,12 +64,14 @@ struct Change {
   std::string key;
   std::optional<std::string> value;  // nothing: the key is gone
   int64_t lease = 0;
+  size_t oversizeBytes = 0;  // as above
 };
 
 // The changes of whole revisions, in their order; a key may occur more than once.
 struct Batch {
   int64_t revision = 0;  // all that happened up to this one has been told
   std::vector<Change> changes;
+  bool whole = false;  // these are all keys that there are; nothing is known of what was told before
 };
 
 }  // namespace Kelstore::Etcd

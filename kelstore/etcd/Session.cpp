@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <new>
 #include <utility>
 
 #include "kelstore/etcd/Channels.h"
@@ -15,6 +16,7 @@
 #include "kelstore/etcd/Keys.h"
 #include "kelstore/etcd/Login.h"
 #include "kelstore/etcd/rpc.grpc.pb.h"
+#include "runtime/Memory.h"
 
 namespace Kelstore::Etcd {
 namespace {
@@ -28,21 +30,23 @@ Header headerOf(const etcdserverpb::ResponseHeader& header) {
   return {header.cluster_id(), header.revision(), header.raft_term()};
 }
 
-Record recordOf(etcdserverpb::KeyValue& keyValue) {
-  return {std::move(*keyValue.mutable_key()), std::move(*keyValue.mutable_value()), keyValue.mod_revision(),
-          keyValue.lease()};
+Record recordOf(etcdserverpb::KeyValue& keyValue, size_t valueBytes) {
+  Record record{std::move(*keyValue.mutable_key()), std::move(*keyValue.mutable_value()),
+                keyValue.mod_revision(), keyValue.lease()};
+  record.cutTo(valueBytes);
+  return record;
 }
 
-Page pageOf(etcdserverpb::RangeResponse& response) {
+Page pageOf(etcdserverpb::RangeResponse& response, size_t valueBytes) {
   Page page{headerOf(response.header()), {}, response.more()};
   page.records.reserve(static_cast<size_t>(response.kvs_size()));
   for (etcdserverpb::KeyValue& keyValue : *response.mutable_kvs()) {
-    page.records.push_back(recordOf(keyValue));
+    page.records.push_back(recordOf(keyValue, valueBytes));
   }
   return page;
 }
 
-WatchResponse watchResponseOf(etcdserverpb::WatchResponse& response) {
+WatchResponse watchResponseOf(etcdserverpb::WatchResponse& response, size_t valueBytes) {
   WatchResponse result;
   result.header = headerOf(response.header());
   result.created = response.created();
@@ -52,7 +56,7 @@ WatchResponse watchResponseOf(etcdserverpb::WatchResponse& response) {
   result.cancelReason = response.cancel_reason();
   for (etcdserverpb::Event& event : *response.mutable_events()) {
     bool deleted = event.type() == etcdserverpb::Event::DELETE;
-    result.events.push_back({recordOf(*event.mutable_kv()), deleted});
+    result.events.push_back({recordOf(*event.mutable_kv(), valueBytes), deleted});
   }
   return result;
 }
@@ -75,22 +79,19 @@ class Session::Impl {
       : settings_(settings),
         clock_(clock),
         keys_(Keys(settings.address.prefix).all()),
-        follower_({keys_.first, settings.address.endpoints, uint64_t{settings.holdSeconds} * 1000,
-                   uint64_t{settings.auditSeconds} * 1000},
-                  Runtime::unforeseenRandom()),
-        feed_(settings.address.endpoints, Keys(settings.address.prefix), settings.clearAfterHold, clock,
-              handover),
+        follower_(followerSettings(), Runtime::unforeseenRandom()),
+        feed_(settings.address.endpoints, Keys(settings.address.prefix), settings.limits,
+              settings.clearAfterHold, clock, handover),
         login_(queue_, threads) {}
 
   void run() {
     follower_.start(nowMs());
     while (!stopping_) {
-      carryOut();
-      feed_.follow(follower_);
-      waitOnce();
-      uint64_t now = nowMs();
-      if (now >= follower_.wakeAtMs()) follower_.elapsed(now);
-      if (now >= leaseAtMs_) askForLease(now);
+      try {
+        turn();
+      } catch (const std::bad_alloc&) {
+        outOfMemory();
+      }
     }
     close();
     queue_.Shutdown();
@@ -137,7 +138,33 @@ class Session::Impl {
     std::unique_ptr<grpc::ClientAsyncResponseReader<Response>> reader;
   };
 
+  Follower::Settings followerSettings() const {
+    return {keys_.first,
+            settings_.address.endpoints,
+            uint64_t{settings_.holdSeconds} * 1000,
+            uint64_t{settings_.auditSeconds} * 1000,
+            Keys(settings_.address.prefix).groups(settings_.limits),
+            settings_.limits.values};
+  }
+
   uint64_t nowMs() const { return clock_.monotonicNs() / kNsPerMs; }
+
+  void turn() {
+    carryOut();
+    feed_.follow(follower_);
+    waitOnce();
+    uint64_t now = nowMs();
+    if (now >= follower_.wakeAtMs()) follower_.elapsed(now);
+    if (now >= leaseAtMs_) askForLease(now);
+  }
+
+  // What is known of the keys may be half of what it is to be: all are read again.
+  void outOfMemory() {
+    close();
+    follower_ = Follower(followerSettings(), Runtime::unforeseenRandom());
+    follower_.startAfter(Follower::kLastRetryMs, nowMs(), "out of memory, what was read before stays");
+    feed_.startsAnew();
+  }
 
   void waitOnce() {
     uint64_t now = nowMs();
@@ -268,7 +295,8 @@ class Session::Impl {
         logIn(connection);
         whenLetIn([this, command](const ConnectionPtr& again) { readPage(again, command); });
       } else if (done.status.ok()) {
-        follower_.pageRead(nowMs(), command.number, pageOf(done.response));
+        Runtime::needMemoryFor(0);
+        follower_.pageRead(nowMs(), command.number, pageOf(done.response, settings_.limits.valueBytes));
       } else {
         follower_.pageFailed(nowMs(), command.number, failureOf(done.status),
                              std::string(asStatus(connection->endpoint, done.status).message()));
@@ -315,7 +343,7 @@ class Session::Impl {
     watch->stream->Read(&watch->response, tag([this, connection, watch](bool ok) {
       if (connection->left) return;
       if (!ok) return finishWatch(connection, watch);
-      follower_.watchSaid(nowMs(), watchResponseOf(watch->response));
+      follower_.watchSaid(nowMs(), watchResponseOf(watch->response, settings_.limits.valueBytes));
       readNext(connection, watch);
     }));
   }

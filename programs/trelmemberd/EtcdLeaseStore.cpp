@@ -1,5 +1,7 @@
 #include "programs/trelmemberd/EtcdLeaseStore.h"
 
+#include "kelstore/Limits.h"
+
 namespace Member {
 namespace {
 
@@ -22,7 +24,10 @@ void add(const Etcd::Keys& keys, Etcd::Listing listing, LeaseStore::Holdings& ho
 EtcdLeaseStore::EtcdLeaseStore(const Etcd::Address& address, const Etcd::Access& access,
                                const Patience& patience)
     : keys_(address.prefix),
-      calls_{.mutex = {}, .client = Etcd::Client(address.endpoints, access)},
+      // What is larger than any value of ours is not ours.
+      calls_{
+          .mutex = {},
+          .client = Etcd::Client(address.endpoints, access, {.valueBytes = Kelstore::Limits().valueBytes})},
       renewals_{.mutex = {},
                 .client = Etcd::Client(address.endpoints, access, {.deadline = patience.renewal})},
       revocations_{.mutex = {},

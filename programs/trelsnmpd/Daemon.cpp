@@ -48,11 +48,13 @@ std::unique_ptr<Kelstore::Source> sourceFor(const std::string& state, const Opti
                                                  io, clock);
   }
   if (state.starts_with(kFile)) {
-    return std::make_unique<Kelstore::FileSource>(state.substr(kFile.size()), store, io, clock);
+    return std::make_unique<Kelstore::FileSource>(state.substr(kFile.size()), store, io, clock,
+                                                  options.limits);
   }
   if (state.starts_with(Kelstore::Etcd::kScheme)) {
     zavroAssert(etcd != nullptr);
     Kelstore::Etcd::FollowSettings settings = options.etcd;
+    settings.limits = options.limits;
     settings.address = *Kelstore::Etcd::parseStore(state);
     return etcd->source(state, settings, store, io, clock, threads);
   }

@@ -51,6 +51,21 @@ std::string readable(const std::string& path) {
   return status.ok() ? "" : fmt::format("{}: {}", path, Runtime::textOf(status));
 }
 
+void describeLimits(CLI::App& app, Kelstore::Limits& limits) {
+  std::string defaults;
+  for (const Kelstore::LimitSpec& spec : Kelstore::allLimits()) {
+    defaults += fmt::format("{}{}={}", defaults.empty() ? "" : ",", spec.name, limits.*spec.limit);
+  }
+  app.add_option_function<std::string>(
+         "--limit",
+         [&limits](const std::string& text) {
+           absl::Status status = Kelstore::limitsAre(text, limits);
+           if (!status.ok()) throw CLI::ValidationError("--limit", Runtime::textOf(status));
+         },
+         fmt::format("How much of what a source says is taken (default: {})", defaults))
+      ->type_name("NAME=NUMBER[,...]");
+}
+
 void describeEtcd(CLI::App& app, Kelstore::Etcd::FollowSettings& options) {
   app.add_option(
          "--hold", options.holdSeconds,
@@ -105,6 +120,7 @@ void describe(CLI::App& app, Options& options) {
       ->allow_extra_args(false)
       ->check(Runtime::checking(checkSource));
   describeEtcd(app, options.etcd);
+  describeLimits(app, options.limits);
   app.add_option("--member", options.member, "Member id of this switch (default: 1)")
       ->type_name("N")
       ->check(CLI::Range(0, 255));

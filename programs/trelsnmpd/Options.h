@@ -7,6 +7,7 @@
 
 #include "host/SnmpAgent.h"
 #include "host/TraceLog.h"
+#include "kelstore/Limits.h"
 #include "kelstore/etcd/FollowSettings.h"
 #include "member/LocalSource.h"
 
@@ -16,7 +17,8 @@ struct Options {
   Host::SnmpOptions snmp;
   // "local" (at most once), "embedded", "file:PATH" or "etcd:HOST:PORT[,HOST:PORT...]/PREFIX"; never empty.
   std::vector<std::string> states;
-  Kelstore::Etcd::FollowSettings etcd;  // of every store; without its address
+  Kelstore::Etcd::FollowSettings etcd;  // of every store; without its address and limits
+  Kelstore::Limits limits;              // of what each source says
   uint8_t member = 1;
   uint32_t intervalSeconds = Member::MachineFigures::kDefaultIntervalSeconds;
   std::string stateDirectory;

@@ -18,6 +18,11 @@ class DecoderTest : public testing::Test {
     return decoder_.decode({{"p/" + key, value, lease}});
   }
   Decoder::Decoded del(const std::string& key) { return decoder_.decode({{"p/" + key, std::nullopt, 0}}); }
+  static Limits limits() {
+    Limits limits;
+    limits.remembered = 50;
+    return limits;
+  }
   std::vector<std::string> lines() {
     std::vector<std::string> texts;
     for (const Line& line : decoder_.takeLines())
@@ -25,7 +30,7 @@ class DecoderTest : public testing::Test {
     return texts;
   }
 
-  Decoder decoder_{Keys("p")};
+  Decoder decoder_{Keys("p"), limits()};
   const Path a_{Kind::interface, "a", {}};
 };
 
@@ -87,14 +92,14 @@ TEST_F(DecoderTest, BadKey_IsSetAside_UntilItIsGone) {
   EXPECT_FALSE(decoder_.setAside().contains("p/interfaces/%61"));
 }
 
-TEST_F(DecoderTest, KeysThatAreNotOfTheStateModel_AreIgnoredWithOneWarning) {
-  EXPECT_THAT(put("colour", "red").changes, IsEmpty());
-  EXPECT_THAT(lines(), ElementsAre("1 key p/colour: not of the state model; such keys are ignored"));
-  put("colour", "blue");
-  put("members/1/mood", "good");
-  del("members/1/mood");
-  EXPECT_THAT(lines(), IsEmpty());
-  EXPECT_THAT(decoder_.setAside(), IsEmpty());
+TEST_F(DecoderTest, ValueThatIsTooLarge_IsSetAsideWithItsSize) {
+  auto decoded = decoder_.decode({{"p/interfaces/a", "", 0, 1'000'000}});
+  EXPECT_THAT(decoded.changes, IsEmpty());
+  EXPECT_THAT(decoded.unusable, ElementsAre(a_));
+  EXPECT_THAT(lines(),
+              ElementsAre("0 key p/interfaces/a: found a value of 1000000 bytes, expected at most 4096"));
+  put("interfaces/a", R"({"ifIndex": 1})");
+  EXPECT_EQ(decoder_.setAsideCount(), 0u);
 }
 
 TEST_F(DecoderTest, UnknownMemberOfAValue_IsIgnoredWithOneWarning) {
@@ -110,7 +115,20 @@ TEST_F(DecoderTest, WrongThroughout_TwentyLinesAndTheirNumber) {
   auto told = lines();
   ASSERT_EQ(told.size(), 21u);
   EXPECT_EQ(told.back(), "0 80 more like these");
-  EXPECT_EQ(decoder_.setAside().size(), 100u);
+  EXPECT_EQ(decoder_.setAsideCount(), 100u);
+}
+
+TEST_F(DecoderTest, MoreIsWrongThanIsRemembered_AllOfItIsCounted) {
+  for (int i = 0; i < 100; ++i) put(fmt::format("interfaces/i{}", i), "x");
+  EXPECT_EQ(decoder_.setAside().size(), 50u);
+  EXPECT_EQ(decoder_.setAsideCount(), 100u);
+  lines();
+  put("interfaces/i99", "x");
+  EXPECT_THAT(lines(), IsEmpty()) << "it was told";
+  for (int i = 0; i < 99; ++i) put(fmt::format("interfaces/i{}", i), R"({"ifIndex": 1})");
+  EXPECT_EQ(decoder_.setAsideCount(), 1u);
+  del("interfaces/i99");
+  EXPECT_EQ(decoder_.setAsideCount(), 0u);
 }
 
 TEST_F(DecoderTest, MembersWhoseKeysChange_AreToldWithTheirLease) {

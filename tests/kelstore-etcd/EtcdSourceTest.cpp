@@ -116,7 +116,7 @@ TEST_F(EtcdSourceTest, MoreKeysThanAPageHolds_AreListed_AndALargeTransactionIsOn
   start(etcd.endpoint());
   ASSERT_TRUE(until([&] { return index("i1199") == 1; }));
   EXPECT_EQ(status().paths, 1200u);
-  ASSERT_TRUE(write(0, 100, ifIndex(2) + std::string(12'000, ' ')));
+  ASSERT_TRUE(write(0, 100, ifIndex(2) + std::string(4'000, ' ')));
   ASSERT_TRUE(until([&] { return index("i99") == 2; }));
   EXPECT_EQ(counter("revisions"), 1u);
   EXPECT_EQ(counter("events"), 100u);
@@ -127,11 +127,13 @@ TEST_F(EtcdSourceTest, MoreKeysThanAPageHolds_AreListed_AndALargeTransactionIsOn
 TEST_F(EtcdSourceTest, KeysAreMoreThanAMessageHolds_TheyAreReadBeforeItSettles) {
   Support::EtcdCluster etcd;
   Client client(etcd.endpoints(), {});
+  FollowSettings settings;
+  settings.limits.valueBytes = 2'000'000;
   std::string large(1'400'000, ' ');
   for (int i = 0; i < 50; ++i) {
     ASSERT_TRUE(client.put("p/interfaces/i" + std::to_string(i), ifIndex(1) + large).ok());
   }
-  start(etcd.endpoint());
+  start(etcd.endpoint(), settings);
   ASSERT_TRUE(until([&] { return world_.store.idle(); }));
   EXPECT_EQ(status().state, State::current);
   EXPECT_EQ(index("i49"), 1u);
@@ -139,21 +141,26 @@ TEST_F(EtcdSourceTest, KeysAreMoreThanAMessageHolds_TheyAreReadBeforeItSettles) 
 
 TEST_F(EtcdSourceTest, NoServer_OthersAreServed_AndItIsCompleteWhenOneComes) {
   uint16_t port = Support::freeTcpPort();
+  Store::Layer other = world_.store.layerIs();
   start("127.0.0.1:" + std::to_string(port));
+  world_.says(R"({"interfaces": {"b": {"ifIndex": 7}}})", other);
   ASSERT_TRUE(until([&] { return world_.store.idle(); })) << "it keeps nobody waiting";
   EXPECT_EQ(status().state, State::stale);
   EXPECT_THAT(status().error, HasSubstr("refused"));
   EXPECT_EQ(status().store->state, "listing");
-  EXPECT_EQ(index(), 0u);
+  EXPECT_EQ(index("b"), 7u);
 
   Support::EtcdCluster etcd;
   put(etcd, "p/interfaces/a", ifIndex(1));
+  put(etcd, "p/interfaces/c", ifIndex(3));
   Support::Relay relay(Support::portOf(etcd.endpoint()), port);
-  ASSERT_TRUE(untilIndex(1)) << status().error;
-  EXPECT_EQ(status().state, State::current);
+  ASSERT_TRUE(untilState(State::current)) << status().error;
+  ASSERT_TRUE(untilIndex(1));
+  EXPECT_EQ(index("b"), 7u);
+  EXPECT_EQ(index("c"), 3u);
   EXPECT_EQ(status().error, "");
   EXPECT_EQ(status().staleSinceUtcNs, 0u);
-  EXPECT_EQ(status().paths, 1u);
+  EXPECT_EQ(status().paths, 2u);
 }
 
 TEST_F(EtcdSourceTest, ServerAcceptsAndNeverAnswers_ItSettlesAfterAWhile) {
@@ -403,10 +410,8 @@ TEST_F(EtcdSourceTlsTest, FileSystemOfTheFilesHangs_TheStateIsHeld_TheFilesAreNa
   EXPECT_EQ(status().state, State::current);
 
   ASSERT_TRUE(connectionIsLost()) << status().error;
-  auto begin = std::chrono::steady_clock::now();
   source_.reset();
-  EXPECT_LT(std::chrono::steady_clock::now() - begin, 10s);
-  EXPECT_TRUE(threads_.busy()) << "and nobody waits for it";
+  EXPECT_TRUE(threads_.busy()) << "the file system hangs still, and nobody waits for it";
   hangs.reset();
   EXPECT_FALSE(threads_.busyFor(10s));
 }

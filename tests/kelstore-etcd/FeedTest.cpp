@@ -99,8 +99,16 @@ class FeedTest : public testing::Test {
   std::vector<std::string> lines_;
   Zavro::ManualClock clock_{1'000'000'000'000};
   Handover handover_{[] {}};
-  Follower follower_{{"p/", {"h0:1", "h1:1"}, kHoldMs, 60'000}, [] { return 0.0; }};
-  Feed feed_{{"h0:1", "h1:1"}, Keys("p"), clears_, clock_, handover_};
+  static Limits limits() {
+    Limits limits;
+    limits.rows = 3;
+    return limits;
+  }
+  static Follower newFollower() {
+    return {{"p/", {"h0:1", "h1:1"}, kHoldMs, 60'000, Keys("p").groups(limits())}, [] { return 0.0; }};
+  }
+  Follower follower_ = newFollower();
+  Feed feed_{{"h0:1", "h1:1"}, Keys("p"), limits(), clears_, clock_, handover_};
 };
 
 class ClearingFeedTest : public FeedTest {
@@ -167,6 +175,75 @@ TEST_F(FeedTest, ValueTurnsBad_TheLastGoodOneStays_AndItsKeyIsShown) {
   event({"p/interfaces/a", "", 12, 0}, true);
   EXPECT_EQ(take(), "-interfaces/a") << "the value that had stayed";
   EXPECT_EQ(status().setAside, 0u);
+}
+
+TEST_F(FeedTest, TooManyKeysOfOneMember_AreRefusedCountedAndShown_OthersAreServed) {
+  watching();
+  for (int i = 2; i <= 10; ++i) {
+    event({fmt::format("p/members/1/processors/{}", i), R"({"load": 1})", 10 + i, 77});
+  }
+  event({"p/members/2/processors/1", R"({"load": 1})", 30, 78});
+  EXPECT_EQ(take(), "members/1/processors/2 members/1/processors/3 members/2/processors/1");
+  EXPECT_THAT(lines_, ElementsAre("0 members/1/processors: 1 left out, as there are more than 3; one is "
+                                  "p/members/1/processors/4"));
+  EXPECT_EQ(status().setAside, 7u);
+  EXPECT_EQ(counter("refused"), 7u);
+  ASSERT_EQ(status().examples.size(), 1u);
+  EXPECT_EQ(status().examples[0].key, "members/1/processors");
+  EXPECT_EQ(status().examples[0].error,
+            "7 left out, as there are more than 3; one is p/members/1/processors/4");
+}
+
+TEST_F(FeedTest, KeysThatAreTooLong_AreRefused) {
+  watching();
+  event({"p/interfaces/" + std::string(1024, 'a'), R"({"ifIndex": 1})", 11, 0});
+  EXPECT_EQ(take(), "");
+  EXPECT_EQ(status().setAside, 1u);
+  EXPECT_EQ(status().examples.at(0).key, "keys that are too long");
+}
+
+TEST_F(FeedTest, KeysThatAreNotOfTheState_AreIgnoredWithOneLine) {
+  watching();
+  event({"p/colour", "red", 11, 0});
+  EXPECT_EQ(take(), "");
+  EXPECT_THAT(lines_, ElementsAre("1 key p/colour: not of the state model; such keys are ignored"));
+  event({"p/colour", "blue", 12, 0});
+  event({"p/members/1/mood", "good", 13, 0});
+  event({"p/members/1/mood", "", 14, 0}, true);
+  take();
+  EXPECT_THAT(lines_, IsEmpty());
+  EXPECT_EQ(status().setAside, 0u);
+  EXPECT_EQ(follower_.keys(), 2u) << "they take no room";
+}
+
+// As after there was no memory for what was told.
+TEST_F(FeedTest, StartsAnew_WhatWasToldIsStale_ThenWhatIsNotThereAnyMoreGoes) {
+  watching();
+  event({"p/interfaces/b", R"({"ifIndex": 2})", 11, 0});
+  event({"p/interfaces/c", R"({"ifIndex": 3})", 12, 0});
+  take();
+  follower_ = newFollower();
+  follower_.startAfter(1000, now(), "out of memory");
+  feed_.startsAnew();
+  follows();
+  EXPECT_EQ(take(), "");
+  EXPECT_THAT(lines_, ElementsAre("0 out of memory"));
+  EXPECT_EQ(status().staleSinceUtcNs, clock_.utcNs());
+  EXPECT_EQ(status().lastError, "out of memory");
+  advance(999);
+  EXPECT_EQ(follower_.pageAsked(), 0u);
+  advance(1);
+  listed({{"p/interfaces/a", R"({"ifIndex": 1})", 3, 0},
+          {"p/interfaces/b", R"({"ifIndex": 9})", 13, 0},
+          {"p/interfaces/c", "bad", 14, 0},
+          {"p/interfaces/d", R"({"ifIndex": 4})", 15, 0}},
+         20);
+  EXPECT_EQ(take(), "interfaces/b interfaces/d -members/1/processors/1");
+  EXPECT_THAT(status().members, IsEmpty());
+  EXPECT_EQ(status().setAside, 1u);
+  created(20);
+  EXPECT_EQ(status().staleSinceUtcNs, 0u);
+  EXPECT_EQ(status().state, "watching");
 }
 
 TEST_F(FeedTest, StoreIsLost_HeldThenStale_EachSinceItBegan_AndToldOnce) {

@@ -1,11 +1,14 @@
 // A followed file, on a real file system, with time and notifications driven by hand.
 #include "kelstore/FileSource.h"
 
+#include <fmt/format.h>
 #include <gmock/gmock.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <filesystem>
+#include <fstream>
 #include <optional>
 
 #include "tests/kelstore/World.h"
@@ -23,8 +26,8 @@ constexpr uint64_t kLong = 60'000;
 
 class FileSourceTest : public testing::Test {
  protected:
-  void start(uint64_t maxBytes = FileSource::kDefaultMaxBytes) {
-    source_.emplace(file_, world_.store, io_, clock_, maxBytes);
+  void start(const Limits& limits = {}) {
+    source_.emplace(file_, world_.store, io_, clock_, limits);
     source_->start();
   }
   // The file may have changed; time passes until everything that can follow has followed.
@@ -278,7 +281,7 @@ TEST_F(FileSourceTest, NotReadable_OneLine) {
 
 TEST_F(FileSourceTest, LargerThanTheLimit_OneLineAndTheLastGoodStateStays) {
   dir_.write("state.json", ifIndexes("1"));
-  start(100);
+  start({.documentBytes = 100});
   settled();
   dir_.write("state.json", ifIndexes("2") + std::string(100, ' '));
   EXPECT_EQ(changed(), "");
@@ -294,6 +297,67 @@ TEST_F(FileSourceTest, AHundredMegabytes_OneLineWithoutReadingThem) {
   settled();
   EXPECT_THAT(told(), ElementsAre("Kelstore/0 state.json: found 104857600 bytes, expected at most 67108864"));
 }
+
+TEST_F(FileSourceTest, MoreRowsThanAreTaken_TheOthersAreServed_AndWhatIsLeftOutIsCounted) {
+  auto interfaces = [](int count) {
+    std::string text;
+    for (int i = 1; i <= count; ++i)
+      text += fmt::format("{}\"i{}\": {{\"ifIndex\": {}}}", i == 1 ? "" : ", ", i, i);
+    return "{\"sysname\": \"x\", \"interfaces\": {" + text + "}}";
+  };
+  dir_.write("state.json", interfaces(5));
+  start({.clusterRows = 2});
+  EXPECT_EQ(settled(), "sysname=x ifIndex[i1] ifIndex[i2]");
+  EXPECT_EQ(state(), SourceStatus::State::partial);
+  EXPECT_EQ(source_->status().setAside, 3u);
+  EXPECT_THAT(told(), ElementsAre("Kelstore/0 state.json: interfaces: 3 left out, as there are more than 2"));
+  dir_.write("state.json", interfaces(2));
+  EXPECT_EQ(changed(), "");
+  EXPECT_EQ(state(), SourceStatus::State::current);
+  EXPECT_EQ(source_->status().setAside, 0u);
+}
+
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+// Limits the process's address space to so much more than it has, for as long as it lives.
+class LittleMemory {
+ public:
+  explicit LittleMemory(size_t bytes) {
+    getrlimit(RLIMIT_AS, &before_);
+    size_t pages = 0;
+    std::ifstream("/proc/self/statm") >> pages;
+    rlimit now{pages * static_cast<size_t>(sysconf(_SC_PAGESIZE)) + bytes, before_.rlim_max};
+    setrlimit(RLIMIT_AS, &now);
+  }
+  ~LittleMemory() { setrlimit(RLIMIT_AS, &before_); }
+
+ private:
+  rlimit before_{};
+};
+
+TEST_F(FileSourceTest, NoMemoryForTheDocument_OneLine_AndTheLastGoodStateStays) {
+  dir_.write("state.json", ifIndexes("1"));
+  start();
+  settled();
+  std::string text;
+  for (int member = 0; member < 50; ++member) {
+    text += fmt::format("{}\"{}\": {{\"processors\": {{", member == 0 ? "" : ", ", member);
+    for (int i = 1; i <= 4000; ++i) text += fmt::format("{}\"{}\": {{\"load\": 1}}", i == 1 ? "" : ", ", i);
+    text += "}}";
+  }
+  dir_.write("state.json", "{\"members\": {" + text + "}}");
+  for (size_t megabytes : {1, 34, 40, 50}) {
+    LittleMemory little(megabytes << 20);
+    EXPECT_EQ(changed(), "") << megabytes;
+    EXPECT_EQ(state(), SourceStatus::State::stale);
+    EXPECT_THAT(source_->status().error,
+                testing::EndsWith("state.json: out of memory, what was read before stays"));
+  }
+  EXPECT_THAT(told(), ElementsAre("Kelstore/0 state.json: out of memory, what was read before stays"));
+  changed();
+  EXPECT_EQ(state(), SourceStatus::State::current);
+  EXPECT_EQ(world_.host("49")->processorTable().size(), 4000u);
+}
+#endif
 
 TEST_F(FileSourceTest, ChangesWhileItIsRead_IsReadAgain) {
   dir_.write("state.json", ifIndexes("1"));
