@@ -177,6 +177,7 @@ void Publisher::waitForOther() {
 }
 
 void Publisher::write() {
+  noteForeign();
   std::vector<LeaseStore::Change> changes = differences();
   if (changes.empty()) {
     if (std::exchange(fresh_, false)) worked(Trouble::call);
@@ -225,13 +226,13 @@ void Publisher::written(const std::vector<LeaseStore::Change>& changes, const Le
   step();
 }
 
-std::vector<LeaseStore::Change> Publisher::differences() {
+std::vector<LeaseStore::Change> Publisher::differences() const {
   std::vector<LeaseStore::Change> changes;
   for (const auto& [path, text] : *content_) {
     auto held = holdings_.find(path);
     bool there = held != holdings_.end();
     if (there && held->second.lease == lease_ && held->second.text == text) continue;
-    if (!foreign(path)) changes.push_back({path, text});
+    if (!isForeign(path)) changes.push_back({path, text});
   }
   for (const auto& [path, held] : holdings_) {
     if (content_->contains(path)) continue;
@@ -241,21 +242,23 @@ std::vector<LeaseStore::Change> Publisher::differences() {
 }
 
 // Whether it is an interface's key that lives with a lease of somebody else.
-bool Publisher::foreign(const Path& path) {
+bool Publisher::isForeign(const Path& path) const {
   if (!isShared(path)) return false;
   auto held = holdings_.find(path);
-  bool others =
-      held != holdings_.end() && held->second.lease != LeaseStore::kNoLease && !ours(held->second.lease);
-  if (!others) {
-    foreign_.erase(path);
-    return false;
+  return held != holdings_.end() && held->second.lease != LeaseStore::kNoLease && !ours(held->second.lease);
+}
+
+// Tells of each once, for as long as it is somebody else's, and has it looked at again.
+void Publisher::noteForeign() {
+  std::erase_if(foreign_, [this](const Path& path) { return !isForeign(path); });
+  for (const auto& [path, text] : *content_) {
+    if (!isForeign(path)) continue;
+    if (foreign_.insert(path).second) {
+      traceHandle.trace(kErrorLevel, "{} is published by somebody else, under lease {:x}: it is left alone",
+                        path.text(), holdings_.at(path).lease);
+    }
+    if (!relist_) relist_ = io_.after(settings_.ttlSeconds * kMsPerSecond, [this] { lookAgain(); });
   }
-  if (foreign_.insert(path).second) {
-    traceHandle.trace(kErrorLevel, "{} is published by somebody else, under lease {:x}: it is left alone",
-                      path.text(), held->second.lease);
-  }
-  if (!relist_) relist_ = io_.after(settings_.ttlSeconds * kMsPerSecond, [this] { lookAgain(); });
-  return true;
 }
 
 // What was somebody else's may be so no longer.

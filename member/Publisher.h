@@ -85,11 +85,12 @@ class Publisher final {
   void giveBack();
   void over(const std::string& error);
 
-  std::vector<LeaseStore::Change> differences();
+  std::vector<LeaseStore::Change> differences() const;
   std::vector<LeaseStore::Guard> guards(const std::vector<LeaseStore::Change>& changes) const;
   std::set<Lease> otherLeases() const;
   bool ours(Lease lease) const { return lease == lease_ || predecessors_.contains(lease); }
-  bool foreign(const Kelstore::Path& path);
+  bool isForeign(const Kelstore::Path& path) const;
+  void noteForeign();
   void lookAgain();
 
   // Calls the store; then `take` is called with the answer, or the failure is dealt with.
