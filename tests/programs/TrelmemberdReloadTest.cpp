@@ -1,8 +1,11 @@
 // SIGHUP: the configuration is read again, and nothing is lost by it.
 #include <gmock/gmock.h>
 
+#include <optional>
+
 #include "tests/programs/TrelmemberdFixture.h"
 #include "tests/support/HangingMount.h"
+#include "tests/support/PathCalls.h"
 
 namespace Member {
 namespace {
@@ -120,6 +123,30 @@ TEST_F(TrelmemberdReloadTest, AnotherMember_NothingOfItCounts) {
 // From its start to its end.
 TEST_F(TrelmemberdReloadTest, AskedForAtAnyTime_DoesNotEndTheProcess) {
   EXPECT_TRUE(process_->holds(SIGHUP));
+}
+
+// A file system that does not answer holds up whoever looks something up in it.
+TEST_F(TrelmemberdReloadTest, LoopLooksNothingUpInAFileSystem) {
+  std::optional<Support::PathCalls> calls;
+  try {
+    calls.emplace(process_->pid());
+  } catch (const std::runtime_error& error) {
+    GTEST_SKIP() << error.what();
+  }
+  config(1, loopback() + "," + kThird);
+  reload();
+  ASSERT_TRUE(awaitKey("topology/1/3", 30s)) << process_->err();
+  for (int round = 0; round < 3; ++round) {
+    int64_t before = keys()["members/1/system"].modRevision;
+    ASSERT_TRUE(waitUntil([&] { return keys()["members/1/system"].modRevision > before; }, 30s))
+        << process_->err();
+  }
+  process_->signal(SIGTERM);
+  EXPECT_TRUE(waitUntil([&] { return !process_->running(); }, 30s)) << process_->err();
+  // The kernel's word on the clock's speed, for which gRPC asks once, comes from no file system that may
+  // hang.
+  EXPECT_THAT(calls->end(), testing::Each(testing::StartsWith("openat /sys/devices/system/cpu/")));
+  EXPECT_GT(calls->all(), 100u);
 }
 
 // Its directory's file system answers nothing.

@@ -1,4 +1,4 @@
-#include "tests/e2e/PathCalls.h"
+#include "tests/support/PathCalls.h"
 
 #include <fcntl.h>
 #include <fmt/format.h>
@@ -16,7 +16,7 @@
 #include <map>
 #include <stdexcept>
 
-namespace E2e {
+namespace Support {
 namespace {
 
 struct Call {
@@ -149,4 +149,4 @@ void PathCalls::note() {
   seen_.push_back(fmt::format("{} {}", name, textAt(thread_, arguments[path])));
 }
 
-}  // namespace E2e
+}  // namespace Support

@@ -8,7 +8,7 @@
 #include <thread>
 #include <vector>
 
-namespace E2e {
+namespace Support {
 
 // Traces the first thread of a process that the test has started, without its other threads.
 class PathCalls final {
@@ -35,4 +35,4 @@ class PathCalls final {
   std::thread tracer_;  // the only thread that may ask
 };
 
-}  // namespace E2e
+}  // namespace Support
