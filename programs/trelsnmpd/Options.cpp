@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <regex>
 #include <string_view>
 
 #include "host/TraceOptions.h"
@@ -102,6 +103,7 @@ void describe(CLI::App& app, Options& options) {
                  "Connect to the master agent at this address instead of listening, such as "
                  "unix:/run/agentx/master")
       ->type_name("ADDRESS")
+      ->check(Runtime::checking(checkMaster))
       ->excludes(listen);
   app.add_option("--conf", options.snmp.conf,
                  "File in snmpd.conf syntax: communities, SNMPv3 users, views (default: read-only community "
@@ -168,6 +170,13 @@ void checkListen(const std::string& address) {
   if (named && (prefixed || isDigit(place.front()) || place.front() == '[')) return;
   throw std::invalid_argument(fmt::format("found {}, expected [udp:][ADDRESS:]PORT or udp6:[ADDRESS]:PORT",
                                           Runtime::inQuotes(address)));
+}
+
+void checkMaster(const std::string& address) {
+  static const std::regex here(R"((unix:)?/.+|tcp:127(\.[0-9]{1,3}){3}:[0-9]{1,5}|tcp6:\[::1\]:[0-9]{1,5})");
+  if (std::regex_match(address, here)) return;
+  throw std::invalid_argument(fmt::format(
+      "found {}, expected unix:/PATH, tcp:127.0.0.1:PORT or tcp6:[::1]:PORT", Runtime::inQuotes(address)));
 }
 
 void checkSource(const std::string& source) {

@@ -41,6 +41,10 @@ ParsedOptions parseOptions(int argc, const char* const* argv);
 // would keep the loop waiting, and net-snmp deletes the file that stands in the place of a Unix socket.
 void checkListen(const std::string& address);
 
+// Throws std::invalid_argument unless it is a place on this machine. net-snmp looks names up, and waits for a
+// machine that does not answer, on the loop.
+void checkMaster(const std::string& address);
+
 // Throws std::invalid_argument unless it names a source.
 void checkSource(const std::string& source);
 

@@ -104,7 +104,7 @@ TEST(OptionsTest, BadArguments_OneLineEach) {
   EXPECT_EQ(refusal({"--trel-mode", "maybe"}), "trelsnmpd: --trel-mode: found \"maybe\", expected on, off\n");
   EXPECT_EQ(refusal({"--log", "file"}),
             "trelsnmpd: --log: found \"file\", expected stderr, syslog, journal\n");
-  EXPECT_THAT(refusal({"--agentx", "a", "--listen", "1161"}), testing::HasSubstr("excludes"));
+  EXPECT_THAT(refusal({"--agentx", "unix:/a", "--listen", "1161"}), testing::HasSubstr("excludes"));
 }
 
 // Of places that are not for datagrams, some would take a file away, others keep the loop waiting.
@@ -120,6 +120,21 @@ TEST(OptionsTest, Listen_DatagramsOnly) {
               fmt::format(
                   "trelsnmpd: --listen: found \"{}\", expected [udp:][ADDRESS:]PORT or udp6:[ADDRESS]:PORT\n",
                   address));
+  }
+}
+
+TEST(OptionsTest, Agentx_AMasterOfThisMachine) {
+  for (const char* address :
+       {"unix:/run/agentx/master", "/run/agentx/master", "tcp:127.0.0.1:705", "tcp6:[::1]:705"}) {
+    EXPECT_EQ(parsed({"--agentx", address}).options.snmp.agentx, address);
+  }
+  for (const char* address :
+       {"unix:", "unix:master", "tcp:localhost:705", "tcp:192.0.2.1:705", "tcp:127.0.0.1",
+        "tcp6:[2001:db8::1]:705", "udp:127.0.0.1:705", "127.0.0.1:705", "master.example:705"}) {
+    EXPECT_EQ(refusal({"--agentx", address}),
+              fmt::format("trelsnmpd: --agentx: found \"{}\", expected unix:/PATH, tcp:127.0.0.1:PORT or "
+                          "tcp6:[::1]:PORT\n",
+                          address));
   }
 }
 
