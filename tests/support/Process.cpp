@@ -73,7 +73,7 @@ bool Process::holds(int number) const {
     std::string word;
     while (status >> word && word != "SigBlk:") continue;
     uint64_t blocked = 0;
-    status >> std::hex >> blocked;
+    if (!(status >> std::hex >> blocked)) continue;  // it ended meanwhile
     if ((blocked >> (number - 1) & 1) == 0) return false;
   }
   return true;
