@@ -1,5 +1,6 @@
-# cmake -P CheckRooms.cmake: every include of a room's sources is one that the table of docs/ARCHITECTURE.md
-# allows, and carries its room. Run in the project's directory.
+# cmake -DCHECKED=FILE -P CheckRooms.cmake: every include of a room's sources is one that the table of
+# docs/ARCHITECTURE.md allows, and carries its room. Makes FILE then, and FILE.d, which names the sources as make does.
+# Run in the project's directory.
 cmake_policy(VERSION 3.25)
 
 include("${CMAKE_CURRENT_LIST_DIR}/RoomTable.cmake")
@@ -30,3 +31,7 @@ endforeach()
 if(wrong)
   message(FATAL_ERROR "${wrong}")
 endif()
+list(TRANSFORM sources PREPEND "${CMAKE_CURRENT_SOURCE_DIR}/")
+list(JOIN sources " \\\n  " sources)
+file(WRITE "${CHECKED}.d" "${CHECKED}: ${sources}\n")
+file(TOUCH "${CHECKED}")

@@ -70,20 +70,16 @@ set(TREL_GENERATED "${PROJECT_BINARY_DIR}/generated")
 include_directories("${PROJECT_SOURCE_DIR}")
 include_directories(SYSTEM "${TREL_GENERATED}")
 set(TREL_ROOMS platform mib-state pipelines snmp-modules agent runtime kelstore member host programs tests)
-set(TREL_SOURCES)
-foreach(room IN LISTS TREL_ROOMS)
-  file(GLOB_RECURSE sources CONFIGURE_DEPENDS RELATIVE "${PROJECT_SOURCE_DIR}" "${room}/*.h" "${room}/*.cpp")
-  list(APPEND TREL_SOURCES ${sources})
-endforeach()
+set(TREL_CHECKED "${PROJECT_BINARY_DIR}/CMakeFiles/rooms.checked")
 add_custom_command(
-  OUTPUT "${PROJECT_BINARY_DIR}/CMakeFiles/rooms.checked"
-  COMMAND "${CMAKE_COMMAND}" -P "${PROJECT_SOURCE_DIR}/cmake/CheckRooms.cmake"
-  COMMAND "${CMAKE_COMMAND}" -E touch "${PROJECT_BINARY_DIR}/CMakeFiles/rooms.checked"
+  OUTPUT "${TREL_CHECKED}"
+  COMMAND "${CMAKE_COMMAND}" "-DCHECKED=${TREL_CHECKED}" -P "${PROJECT_SOURCE_DIR}/cmake/CheckRooms.cmake"
   WORKING_DIRECTORY "${PROJECT_SOURCE_DIR}"
-  DEPENDS cmake/CheckRooms.cmake cmake/RoomTable.cmake docs/ARCHITECTURE.md ${TREL_SOURCES}
+  DEPENDS cmake/CheckRooms.cmake cmake/RoomTable.cmake docs/ARCHITECTURE.md
+  DEPFILE "${TREL_CHECKED}.d"
   COMMENT "Holding includes against the rooms of docs/ARCHITECTURE.md"
   VERBATIM)
-add_custom_target(rooms ALL DEPENDS "${PROJECT_BINARY_DIR}/CMakeFiles/rooms.checked")
+add_custom_target(rooms ALL DEPENDS "${TREL_CHECKED}")
 
 # Lists the targets below the directory, with the rooms in which they are, in targets.txt of the build directory.
 function(trel_list_targets directory)
