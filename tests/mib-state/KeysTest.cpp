@@ -66,10 +66,12 @@ TYPED_TEST(PairKeyTest, Text_NamesBothParts_AndIsReadBack) {
 }
 
 TYPED_TEST(PairKeyTest, Keys_AreFoundAgainInAHashedSet) {
-  std::unordered_set<TypeParam> keys = {{0, 0}, {1, 2}, {2, 1}, {UINT32_MAX, UINT32_MAX}};
+  std::unordered_set<TypeParam> keys = {{0, 0}, {0, 1},    {1, 0},    {1, 2},
+                                        {2, 1}, {kMax, 0}, {0, kMax}, {kMax, kMax}};
   EXPECT_TRUE(keys.contains({2, 1}));
   EXPECT_FALSE(keys.contains({2, 2}));
-  EXPECT_EQ(keys.size(), 4u);
+  EXPECT_EQ(keys.size(), 8u);
+  // Some keys differ in the one part only, some in the other, some in which part is which.
   std::set<size_t> hashes;
   for (const auto& key : keys) hashes.insert(std::hash<TypeParam>()(key));
   EXPECT_EQ(hashes.size(), keys.size());
