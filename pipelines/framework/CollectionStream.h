@@ -48,6 +48,10 @@ class CollectionStream final : public EntityStream {
 
   void scanAgain() override { scan_.again(); }
 
+  void sendAll() override {
+    for (auto element = collection_.begin(); element; element.next()) emit_(element.key(), element.value());
+  }
+
   void deleteAll() override {
     if (kCounted && version_ != collection_.version()) {
       missedNotifications(name_, version_, collection_.version());

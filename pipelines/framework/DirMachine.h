@@ -206,6 +206,10 @@ class DirMachine final : public Machine {
                           for (auto entry = collection_.begin(); entry; entry.next())
                             handleReactor(entry.key());
                         }});
+      if (statement_.streams[i].emitEntity) continue;
+      type.operationIs({"onChildEvent" + std::to_string(number(i)), [this, i](Kor::Object&) {
+                          for (auto& [key, child] : children_) child->sendAll(child->placeOf(number(i)));
+                        }});
     }
   }
 

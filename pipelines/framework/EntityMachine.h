@@ -22,6 +22,8 @@ class EntityStream {
   virtual bool runScan() = 0;
   // The next run starts anew.
   virtual void scanAgain() = 0;
+  // Sends every element that is there.
+  virtual void sendAll() = 0;
   // Sends an absent element for everything that the stream may have sent.
   virtual void deleteAll() = 0;
   // Handles what changed while the machine was inactive.
@@ -52,6 +54,9 @@ class EntityMachine final : public Machine {
                 std::optional<Parent> parent = {});
 
   const Zavro::Ptr<const Kor::Object>& entity() const { return entity_; }
+
+  // Sends every element that the stream has now.
+  void sendAll(size_t stream) { inputs_[stream].stream->sendAll(); }
 
   void doInputScan() override;
   void doDeleteAll() override;

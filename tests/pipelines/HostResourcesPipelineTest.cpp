@@ -159,6 +159,17 @@ TEST_F(HostResourcesPipeline, DoDeleteAllByName_DeletesEveryRowThatCanBeAccounte
             "0");
 }
 
+TEST_F(HostResourcesPipeline, OnChildEventByName_IsOfTheStreamThatIsInsideChildren) {
+  world.load("1", 0, 7);
+  world.startAndDrain();
+  world.mib->trelProcessorTableDel({1, 0});
+  world.mib->trelHrSystemTableDel(1);
+  HostPublications published(*world.mib);
+  Kor::invoke(*world.sm->machines()[0], "onChildEvent1");
+  EXPECT_EQ(published.take(), "+processor(1,0) ");
+  EXPECT_THROW(Kor::invoke(*world.sm->machines()[0], "onChildEvent0"), Kor::NoSuchMemberException);
+}
+
 TEST_F(HostResourcesPipeline, Dropped_TakesTheProcessorRowsAlongAndLeavesTheSystemRows) {
   world.load("1", 0, 7);
   world.startAndDrain();

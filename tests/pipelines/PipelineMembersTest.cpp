@@ -1,4 +1,6 @@
 // What pipelines and their machines show and do by name, what they are made of, and what ends the process.
+#include <algorithm>
+
 #include "tests/pipelines/PipelineFrameworkFixture.h"
 
 namespace TrelSnmp::Agent {
@@ -143,6 +145,24 @@ TEST_F(PipelineFramework, HandlersOfMachines_BringUpToDateByName) {
     traces.clear();
     Kor::invoke(*machine, operation);
     EXPECT_EQ(traces.lines(), Lines{line(8, "1")}) << operation;
+  }
+}
+
+TEST_F(PipelineFramework, OnChildEventByName_SendsEveryElementOfEveryChildAgain) {
+  world.reports("1", 2, State::reachable);
+  world.reports("1", 3, State::degraded);
+  world.reports("2", 1, State::reachable);
+  world.startAndDrain();
+  Zavro::Ptr<Machine> machine = world.sm->machines()[0];
+  const std::string rows = world.rows();
+  for (TrelSnmp::MemberIdPair key : {TrelSnmp::MemberIdPair{1, 2}, {1, 3}, {2, 1}}) {
+    world.mib->trelReachabilityTableDel(key);
+  }
+  traces.clear();
+  Kor::invoke(*machine, "onChildEvent0");
+  EXPECT_EQ(world.rows(), rows);
+  for (const char* handled : {"1", "2", "3"}) {
+    EXPECT_EQ(std::count(traces.lines().begin(), traces.lines().end(), line(8, handled)), 0) << handled;
   }
 }
 
