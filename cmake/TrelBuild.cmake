@@ -143,7 +143,10 @@ function(trel_test_headers target)
       <gmock/gmock.h> <gtest/gtest.h> <fmt/format.h> <nlohmann/json.hpp> <algorithm> <functional> <map> <memory> <string>
       <vector>)
     trel_compiles_quickly(test-headers)
+    target_compile_options(test-headers PRIVATE -pthread)
   endif()
+  # As some tests use what is compiled so, all are: headers that were parsed otherwise are refused.
+  target_compile_options(${target} PRIVATE -pthread)
   target_precompile_headers(${target} REUSE_FROM test-headers)
 endfunction()
 
