@@ -262,8 +262,8 @@ std::vector<Zavro::Ptr<Pipeline>> Agent::pipelines() const {
 
 std::vector<Zavro::Ptr<Zavro::Node>> Agent::nodes() const {
   std::vector<Zavro::Ptr<Zavro::Node>> nodes;
-  if (snmpStatusSm_) nodes.push_back(snmpStatusSm_);
-  for (const auto& pipeline : pipelines()) nodes.push_back(pipeline);
+  if (snmpStatusSm_) nodes.emplace_back(snmpStatusSm_);
+  for (const auto& pipeline : pipelines()) nodes.emplace_back(pipeline);
   return nodes;
 }
 

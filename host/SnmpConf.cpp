@@ -30,7 +30,7 @@ std::string parseLine(std::string_view text, SnmpFile kind, SnmpLine& line) {
   if (at == nullptr) return "";
   std::string word(copy.size() + 1, '\0');
   const char* rest = copy_nword(at, word.data(), static_cast<int>(word.size()));
-  line.word = word.c_str();
+  line.word = word.substr(0, word.find('\0'));
   if (line.word.empty()) return "found an empty word";
   line.rest = rest == nullptr ? "" : rest;
   line.rest.resize(line.rest.find_last_not_of(" \t\v\f\r") + 1);

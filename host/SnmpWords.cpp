@@ -35,7 +35,7 @@ class Parts {
       auto begin = static_cast<size_t>(at - line.data());
       size_t end = next == nullptr ? line.size() : static_cast<size_t>(next - line.data());
       while (end > begin && isspace(static_cast<unsigned char>(line[end - 1])) != 0) --end;
-      parts_.push_back({text.c_str(), begin, end - begin});
+      parts_.push_back({text.substr(0, text.find('\0')), begin, end - begin});
     }
   }
 

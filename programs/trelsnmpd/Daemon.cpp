@@ -20,8 +20,6 @@
 namespace Trelsnmpd {
 namespace {
 
-constexpr std::string_view kFile = "file:";
-
 const Lumalog::Handle traceHandle("Daemon");
 
 constexpr mode_t kStateMode = 0700;
@@ -47,8 +45,8 @@ std::unique_ptr<Kelstore::Source> sourceFor(const std::string& state, const Opti
     return std::make_unique<Member::LocalSource>(settings, std::make_shared<Member::LinuxMachine>(), store,
                                                  io, clock);
   }
-  if (state.starts_with(kFile)) {
-    return std::make_unique<Kelstore::FileSource>(state.substr(kFile.size()), store, io, clock,
+  if (state.starts_with(kFileScheme)) {
+    return std::make_unique<Kelstore::FileSource>(state.substr(kFileScheme.size()), store, io, clock,
                                                   options.limits);
   }
   if (state.starts_with(Kelstore::Etcd::kScheme)) {
@@ -99,7 +97,7 @@ void Daemon::start(const Kelstore::Etcd::Driver* etcd) {
   uptime_.emplace(clock_, [this] { return snmp_->uptime(); });
   std::vector<Host::Cluster::MakeSource> sources;
   for (const std::string& state : options_.states) {
-    sources.push_back([this, etcd, &state](Kelstore::Store& store) {
+    sources.emplace_back([this, etcd, &state](Kelstore::Store& store) {
       return sourceFor(state, options_, etcd, store, io_, clock_, threads_);
     });
   }

@@ -180,9 +180,8 @@ void checkMaster(const std::string& address) {
 }
 
 void checkSource(const std::string& source) {
-  constexpr std::string_view kFile = "file:";
   if (source == "local" || source == "embedded") return;
-  if (source.starts_with(kFile) && source.size() > kFile.size()) return;
+  if (source.starts_with(kFileScheme) && source.size() > kFileScheme.size()) return;
   if (source.starts_with(Kelstore::Etcd::kScheme)) {
     return check(Kelstore::Etcd::parseStore(source).status());
   }

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "host/SnmpAgent.h"
@@ -12,6 +13,9 @@
 #include "member/LocalSource.h"
 
 namespace Trelsnmpd {
+
+// What a source that is a document begins with.
+inline constexpr std::string_view kFileScheme = "file:";
 
 struct Options {
   Host::SnmpOptions snmp;
