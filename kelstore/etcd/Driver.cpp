@@ -3,15 +3,30 @@
 #include <dlfcn.h>
 #include <fmt/format.h>
 
+#include <filesystem>
 #include <stdexcept>
 
+#include "kelstore/Limits.h"
 #include "runtime/Version.h"
 
 namespace Kelstore::Etcd {
+namespace {
+
+// From where this program's libTrelKelstore.so is, or else from where the loader looks; with a sanitizer, it
+// looks where its own libraries are. Never closed: gRPC's threads run in it.
+void* load(const char* library) {
+  Dl_info beside{};
+  if (dladdr(reinterpret_cast<const void*>(&allLimits), &beside) != 0) {
+    std::filesystem::path path = std::filesystem::path(beside.dli_fname).replace_filename(library);
+    if (void* handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL); handle != nullptr) return handle;
+  }
+  return dlopen(library, RTLD_NOW | RTLD_LOCAL);
+}
+
+}  // namespace
 
 const Driver& driver(const char* library) {
-  // Never closed: gRPC's threads run in it.
-  void* handle = dlopen(library, RTLD_NOW | RTLD_LOCAL);
+  void* handle = load(library);
   if (handle == nullptr) {
     throw std::runtime_error(fmt::format(
         "etcd takes a library that cannot be loaded: {}; install it beside libTrelKelstore.so", dlerror()));
