@@ -44,7 +44,7 @@ auto makeSuccessor(const std::vector<Zavro::Ptr<Zavro::Node>>& nodes, Make make)
     return make();
   } catch (...) {
     for (const auto& node : nodes) {
-      if (auto* pipeline = dynamic_cast<Pipeline*>(node.get())) pipeline->verifyRows();
+      if (auto* pipeline = dynamic_cast<Pipeline*>(node.get())) pipeline->takesRowsBack();
     }
     for (const auto& node : active) node->hasNotificationActiveIs(true);
     throw;
@@ -52,7 +52,7 @@ auto makeSuccessor(const std::vector<Zavro::Ptr<Zavro::Node>>& nodes, Make make)
 }
 
 // Keeps the pipeline in slot when its inputs match, else puts a new one in its place. The old one goes only
-// when the new one has been built, and leaves it the rows.
+// when the new one has been built.
 template <class Sm, class Make>
 Zavro::Ptr<Sm> keepOrReplace(Zavro::Ptr<Sm>& slot, bool matches, const Rvx::SmControl& control, Make make) {
   if (slot) slot->rivoControlIs(control);
@@ -60,7 +60,6 @@ Zavro::Ptr<Sm> keepOrReplace(Zavro::Ptr<Sm>& slot, bool matches, const Rvx::SmCo
   std::vector<Zavro::Ptr<Zavro::Node>> old;
   if (slot) old.push_back(slot);
   Zavro::Ptr<Sm> made = makeSuccessor(std::move(old), make);
-  if (slot && slot->trelMib() == made->trelMib()) slot->rowsHandedOver();
   slot = made;
   made->hasNotificationActiveIs(true);
   return made;
@@ -267,14 +266,6 @@ std::vector<Zavro::Ptr<Zavro::Node>> Agent::nodes() const {
   return nodes;
 }
 
-void Agent::rowsHandedOverTo(const Agent& successor) {
-  for (const auto& mine : pipelines()) {
-    for (const auto& its : successor.pipelines()) {
-      if (mine->name() == its->name() && mine->trelMib() == its->trelMib()) mine->rowsHandedOver();
-    }
-  }
-}
-
 const Kor::Type& Agent::type() {
   static const auto name = [](const auto& entity) { return entity ? entity->name() : "None"; };
   static const Kor::Type type =
@@ -315,7 +306,6 @@ Zavro::Ptr<Agent> Root::agentIs(Zavro::Ptr<TrelMib> trelMib, Zavro::Ptr<const Sn
   if (agent_ && agent_->inputs() == inputs) return agent_;
   auto old = agent_ ? agent_->nodes() : std::vector<Zavro::Ptr<Zavro::Node>>();
   auto made = makeSuccessor(old, [&] { return Zavro::makePtr<Agent>(std::move(inputs)); });
-  if (agent_) agent_->rowsHandedOverTo(*made);
   agent_ = made;
   return made;
 }

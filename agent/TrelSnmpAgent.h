@@ -105,8 +105,8 @@ class Agent final : public Zavro::Node {
 
   // The ...Is operations keep what exists when all its inputs are the very same objects; otherwise they make
   // a new one, which takes the old one's place and its rows. The ...Del operations detach what exists,
-  // deactivate it and hand it to the caller (null if none); a pipeline's rows go when the caller drops it, so
-  // it is to be dropped before another one is made for the same MIB state object.
+  // deactivate it and hand it to the caller (null if none); a pipeline's rows go when the caller drops it,
+  // unless another one was made for the same MIB state object meanwhile: then they are that one's.
   Zavro::Ptr<SnmpStatusSm> snmpStatusSmIs(const SnmpStatusSm::Status& snmpStatus);
   Zavro::Ptr<SnmpStatusSm> snmpStatusSmDel();
   Zavro::Ptr<TrelSnmpIfTableSm> trelSnmpIfTableSmIs(
@@ -143,9 +143,6 @@ class Agent final : public Zavro::Node {
   std::vector<Zavro::Ptr<Pipeline>> pipelines() const;
   // The watcher and the pipelines that exist, in that order.
   std::vector<Zavro::Ptr<Zavro::Node>> nodes() const;
-  // Another agent takes this one's place: each of its pipelines has the rows of the one of its kind here that
-  // writes the same MIB state object.
-  void rowsHandedOverTo(const Agent& successor);
 
   static const Kor::Type& type();
   const Kor::Type& korType() const override { return type(); }

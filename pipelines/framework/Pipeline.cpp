@@ -1,6 +1,7 @@
 #include "pipelines/framework/Pipeline.h"
 
 #include <algorithm>
+#include <map>
 #include <memory>
 
 #include "pipelines/framework/Backlog.h"
@@ -14,6 +15,13 @@ namespace TrelSnmp::Agent {
 namespace {
 
 std::string taskName(const Zavro::Ptr<Vem::Task>& task) { return task ? task->name() : "None"; }
+
+// Whose the rows are, by MIB state object and name of pipeline. It outlives every pipeline.
+using Owners = std::map<std::pair<const TrelMib*, std::string>, Pipeline*>;
+Owners& owners() {
+  static Owners& owners = *new Owners;
+  return owners;
+}
 
 }  // namespace
 
@@ -29,18 +37,38 @@ Pipeline::Pipeline(const Lumalog::Handle& traceHandle, Zavro::Ptr<TrelMib> trelM
 
 Pipeline::~Pipeline() {
   zavroAssertWith(machines_.empty(), "name={}", name_);
+  ownsRowsIs(false);
   if (inputSmScanState_) inputSmScanState_->ends();
   if (outputState_) outputState_->ends();
 }
 
 void Pipeline::start() {
+  Pipeline* before = rowsOwner();
+  ownsRowsIs(true);
   try {
     handleInitialized();
     hasNotificationActiveIs(true);
   } catch (...) {
-    ownsRows_ = false;  // whoever had the rows before keeps them
+    ownsRowsIs(false);
     stop();
+    if (before != nullptr) before->takesRowsBack();
     throw;
+  }
+}
+
+Pipeline* Pipeline::rowsOwner() const {
+  auto owner = owners().find({trelMib_.get(), name_});
+  return owner == owners().end() ? nullptr : owner->second;
+}
+
+void Pipeline::ownsRowsIs(bool owns) {
+  if (owns == ownsRows_) return;
+  if (Pipeline* before = rowsOwner()) before->ownsRows_ = false;
+  ownsRows_ = owns;
+  if (!owns) {
+    owners().erase({trelMib_.get(), name_});
+  } else if (Pipeline* before = std::exchange(owners()[{trelMib_.get(), name_}], this)) {
+    before->pausedIs(true);
   }
 }
 
@@ -164,17 +192,16 @@ void Pipeline::doDeleteAll() {
   for (auto& machine : machines_) machine->doDeleteAll();
 }
 
-void Pipeline::rowsHandedOver() {
-  ownsRows_ = false;
-  pausedIs(true);
-}
-
-void Pipeline::verifyRows() {
+void Pipeline::takesRowsBack() {
+  if (rowsOwner() != nullptr) return;
+  ownsRowsIs(true);
   for (OutputBase* output : outputs_) output->verifyRows();
   updateReady();
-  if (!initialScanDone_) return;
-  for (size_t i = 0; i < streams_.size(); ++i) inputSmScanState_->set(i, false);
-  for (auto& machine : machines_) machine->scanAgain();
+  if (initialScanDone_) {
+    for (size_t i = 0; i < streams_.size(); ++i) inputSmScanState_->set(i, false);
+    for (auto& machine : machines_) machine->scanAgain();
+  }
+  onZombieReactors();
 }
 
 void Pipeline::onZombieReactors() { pausedIs(!hasNotificationActive() || !ownsRows_); }

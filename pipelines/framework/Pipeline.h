@@ -66,13 +66,13 @@ class Pipeline : public Zavro::Node {
   // Deletes every row that the pipeline can account for, and its child machines.
   void doDeleteAll();
 
-  // The rows now belong to a pipeline that takes this one's place: this one reacts and writes no more, and
-  // the rows stay when it is destroyed.
-  void rowsHandedOver();
+  // Of the pipelines of one name that are given one MIB state object, the one that was made last owns the
+  // rows. Another one reacts and writes no more, whoever holds it, and the rows stay when it is destroyed.
   bool ownsRows() const { return ownsRows_; }
-  // A pipeline that was to take this one's place could not be made, and may have written rows: the inputs are
-  // scanned again, and what they do not imply goes.
-  void verifyRows();
+  // A pipeline that was to take this one's place could not be made, and may have written rows: they are this
+  // one's again, the inputs are scanned again, and what they do not imply goes. Nothing when the rows are
+  // somebody's.
+  void takesRowsBack();
 
   const Kor::Type& korType() const override { return type_; }
 
@@ -118,6 +118,8 @@ class Pipeline : public Zavro::Node {
   void onZombieReactors() override;
 
  private:
+  Pipeline* rowsOwner() const;
+  void ownsRowsIs(bool owns);
   void pausedIs(bool paused);
   void resolveControl();
   void checkArguments() const;
@@ -147,7 +149,7 @@ class Pipeline : public Zavro::Node {
   bool initialScanDone_ = false;
   bool initialized_ = false;
   bool paused_ = false;
-  bool ownsRows_ = true;
+  bool ownsRows_ = false;
   Kor::Type type_;
 };
 

@@ -105,7 +105,6 @@ struct HostWorld {
   void replace(Zavro::Ptr<Sm>& slot, Rvx::Mode mode) const {
     if (slot) slot->hasNotificationActiveIs(false);
     Zavro::Ptr<Sm> made = make(static_cast<const Sm*>(nullptr), mode);
-    if (slot) slot->rowsHandedOver();
     slot = made;
     made->hasNotificationActiveIs(true);
   }

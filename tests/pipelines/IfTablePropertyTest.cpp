@@ -198,7 +198,6 @@ class Run {
     if (!world_.sm || !rules_.restarts) return;
     world_.sm->hasNotificationActiveIs(false);
     auto successor = world_.makePipeline(rules_.mode);
-    world_.sm->rowsHandedOver();
     world_.sm = successor;
     successor->hasNotificationActiveIs(true);
   }

@@ -261,7 +261,6 @@ TEST_F(PipelineDeath, InputOrPipelineChangedWithinAPublication_EndsTheProcess) {
       {"a member leaves", [&] { world.leaves("1"); }},
       {"the pipeline is dropped", [&] { world.sm.reset(); }},
       {"the pipeline is paused", [&] { world.sm->hasNotificationActiveIs(false); }},
-      {"the rows are handed over", [&] { world.sm->rowsHandedOver(); }},
       {"another pipeline is made", [&] { world.makePipeline(); }},
       {"an operation is run by name", [&] { Kor::invoke(*world.sm->machines()[0], "doInputScan0"); }},
   };

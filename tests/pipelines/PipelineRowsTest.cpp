@@ -1,5 +1,5 @@
-// Which rows of a pipeline stand: those of an earlier life are reconciled; it is dropped, or hands its rows
-// over.
+// Which rows of a pipeline stand: those of an earlier life are reconciled; it is dropped, or another takes
+// its place; something is thrown.
 #include "tests/pipelines/PipelineFrameworkFixture.h"
 
 namespace TrelSnmp::Agent {
@@ -170,16 +170,63 @@ TEST_F(PipelineFramework, DoDeleteAllBeforeTheInitialScanIsDone_LeavesTheTableTo
   EXPECT_EQ(world.rows(), "[ (1,2)=reachable ]");
 }
 
-TEST_F(PipelineFramework, RowsHandedOver_NeitherActivationNorAnEventWritesAgain) {
+TEST_F(PipelineFramework, SuccessorOnTheSameTable_TheFormerOneNeitherWritesNorDeletes) {
   world.reports("1", 2, State::reachable);
   world.startAndDrain();
-  world.sm->rowsHandedOver();
-  world.reports("1", 3, State::reachable);
+  auto successor = world.makePipeline();
+  world.scheduler.drain();
+  successor->hasNotificationActiveIs(false);
   world.sm->hasNotificationActiveIs(false);
   world.sm->hasNotificationActiveIs(true);
+  world.reports("1", 3, State::reachable);
   world.scheduler.drain();
   EXPECT_TRUE(world.sm->paused());
+  EXPECT_FALSE(world.sm->ownsRows());
   EXPECT_EQ(world.rows(), "[ (1,2)=reachable ]");
+  world.sm.reset();
+  EXPECT_EQ(world.rows(), "[ (1,2)=reachable ]");
+  successor->hasNotificationActiveIs(true);
+  world.scheduler.drain();
+  EXPECT_EQ(world.rows(), "[ (1,2)=reachable (1,3)=reachable ]");
+  successor.reset();
+  EXPECT_EQ(world.rows(), "[ ]");
+}
+
+TEST_F(PipelineFramework, AnotherPipelineOnAnotherTable_EachHasItsRows) {
+  world.reports("1", 2, State::reachable);
+  world.startAndDrain();
+  auto otherMib = trelMibFactory("other");
+  auto other = trelSnmpReachabilityTableSmFactory(world.dir, world.ifMib, otherMib, world.control());
+  world.reports("1", 3, State::reachable);
+  world.scheduler.drain();
+  EXPECT_EQ(world.rows(), "[ (1,2)=reachable (1,3)=reachable ]");
+  EXPECT_EQ(otherMib->trelReachabilityTable().size(), 2U);
+  world.sm.reset();
+  EXPECT_EQ(world.rows(), "[ ]");
+  EXPECT_EQ(otherMib->trelReachabilityTable().size(), 2U);
+}
+
+TEST_F(PipelineFramework, SuccessorCannotBeMade_WhoeverHadTheRowsHasThemAgain) {
+  world.reports("1", 2, State::reachable);
+  world.reports("1", 3, State::reachable);
+  world.startAndDrain();
+  auto otherIfMib = Zavro::makePtr<IntfSnmp::IfMib>("other");
+  auto throwing = world.mib->publisher().subscribe([](const TrelMib::Change& change) {
+    if (change.entry != nullptr && std::get<MemberIdPair>(change.key).secondId() == 3)
+      throw std::runtime_error("no");
+  });
+  EXPECT_THROW(trelSnmpReachabilityTableSmFactory(world.dir, otherIfMib, world.mib,
+                                                  world.control(Rvx::Mode::synchronous)),
+               std::runtime_error);
+  throwing.reset();
+  world.reports("1", 4, State::reachable);
+  world.scheduler.drain();
+  EXPECT_EQ(world.rows(), "[ (1,2)=reachable (1,3)=reachable (1,4)=reachable ]");
+  for (auto row = world.mib->trelReachabilityTable().begin(); row; row.next())
+    EXPECT_EQ(row.entry()->ifMib(), world.ifMib);
+  EXPECT_TRUE(world.sm->ready());
+  world.sm.reset();
+  EXPECT_EQ(world.rows(), "[ ]");
 }
 
 }  // namespace

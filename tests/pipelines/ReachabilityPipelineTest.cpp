@@ -240,13 +240,12 @@ TEST_F(ReachabilityPipeline, DroppedPipeline_HoldsNothingAndFollowsNothing) {
   EXPECT_TRUE(world.scheduler.get()->tasks().empty());
 }
 
-TEST_F(ReachabilityPipeline, RowsHandedOver_StayForTheSuccessor) {
+TEST_F(ReachabilityPipeline, Replaced_RowsStayForTheSuccessor) {
   world.reports("1", 2, State::reachable);
   world.startAndDrain();
   auto old = world.sm;
   old->hasNotificationActiveIs(false);
   world.start();
-  old->rowsHandedOver();
   Publications published(*world.mib);
   old.reset();
   world.scheduler.drain();

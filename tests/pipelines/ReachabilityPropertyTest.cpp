@@ -136,7 +136,6 @@ class Run {
     if (!world_.sm) return;
     world_.sm->hasNotificationActiveIs(false);
     auto successor = world_.makePipeline(mode_);
-    world_.sm->rowsHandedOver();
     world_.sm = successor;
     successor->hasNotificationActiveIs(true);
   }

@@ -116,6 +116,13 @@ A::AgentInputs AgentSteps::inputs(uint32_t bits) const {
           of(3).topology, of(4).reachabilityDir, of(5).hostResourcesDir};
 }
 
+// A pipeline that is held has its rows no more when another is made for the same MIB state object.
+void AgentSteps::making(PipelineId id, const Wiring& wiring) {
+  Detached& held = detached_[static_cast<size_t>(id)];
+  if (held.life && held.life->wiring.mib == wiring.mib) follower_.handedOver(std::move(held.life));
+  follower_.making(id, wiring);
+}
+
 void AgentSteps::bind(PipelineId id) {
   if (follower_.current(id) == nullptr) return;
   auto pipeline = pipelineOf(*agent(), id);
@@ -125,7 +132,6 @@ void AgentSteps::bind(PipelineId id) {
 
 bool AgentSteps::agentIs(uint32_t bits) {
   agentRelease();
-  for (PipelineId id : kAllPipelines) release(id);
   A::AgentInputs in = inputs(bits);
   Zavro::Ptr<A::Agent> before = root_->agent();
   bool same = before && before->inputs() == in;
@@ -160,7 +166,7 @@ void AgentSteps::expectAgent(uint32_t bits) {
     if (life != nullptr && (!made || life->wiring.mib != wiring.mib)) {
       follower_.leaving(id, [this, old] { return agent() != old; });
     }
-    if (made) follower_.making(id, wiring);
+    if (made) making(id, wiring);
   }
 }
 
@@ -201,11 +207,10 @@ bool AgentSteps::startSMs() {
     const Life* life = follower_.current(id);
     if (life != nullptr && sameInputs(id, life->wiring, wiring)) continue;
     made.push_back(id);
-    releaseOver(id, wiring.mib);
     if (life != nullptr && life->wiring.mib != wiring.mib)
       leaving.push_back({pipelineOf(*agent(), id), follower_.detached(id)});
   }
-  for (PipelineId id : made) follower_.making(id, wiring);
+  for (PipelineId id : made) making(id, wiring);
   Kor::invoke(*agent(), "startSMs");
   for (PipelineId id : made) bind(id);
   for (Detached& gone : leaving) drop(std::move(gone));
@@ -224,13 +229,12 @@ bool AgentSteps::pipelineIs(PipelineId id, uint32_t bits, uint32_t mode) {
   Life* life = follower_.current(id);
   bool same = life != nullptr && sameInputs(id, life->wiring, wiring);
   auto before = pipelineOf(*agent(), id);
-  if (!same) releaseOver(id, wiring.mib);
   // For another MIB state object, the old pipeline is held until the new one is there: so it is clear whose
   // the events are.
   std::unique_ptr<Life> leaving;
   if (!same) {
     if (life != nullptr && life->wiring.mib != wiring.mib) leaving = follower_.detached(id);
-    follower_.making(id, wiring);
+    making(id, wiring);
   }
   setPipeline(id, wiring, mode);
   if (same) {
@@ -282,21 +286,18 @@ bool AgentSteps::release(PipelineId id) {
   return true;
 }
 
-// What was detached goes before another pipeline is made for the same MIB state object.
-void AgentSteps::releaseOver(PipelineId id, size_t mib) {
-  const Detached& held = detached_[static_cast<size_t>(id)];
-  if (held.pipeline && held.life->wiring.mib == mib) release(id);
-}
-
 void AgentSteps::drop(Detached gone) {
   if (gone.pipeline->useCount() != 1)
-    follower_.fail(fmt::format("{} is held by somebody", nameOf(gone.life->id)));
-  follower_.dropping(*gone.life);
+    follower_.fail(fmt::format("{} is held by somebody", gone.pipeline->name()));
+  if (gone.life) follower_.dropping(*gone.life);
   gone.pipeline.reset();
   follower_.dropped(std::move(gone.life));
 }
 
 bool AgentSteps::pause(PipelineId id, bool pause) {
+  // One that is held and has no rows any more does nothing, active or not.
+  const Detached& held = detached_[static_cast<size_t>(id)];
+  if (held.pipeline && !held.life) held.pipeline->hasNotificationActiveIs(!pause);
   Life* life = follower_.current(id);
   if (life == nullptr || life->pipeline == nullptr || life->active != pause || agent() == nullptr)
     return false;
@@ -318,8 +319,7 @@ bool AgentSteps::stale(const Step& step) {
   for (PipelineId id : kAllPipelines) {
     const Life* life = follower_.current(id);
     const Detached& held = detached_[static_cast<size_t>(id)];
-    bool writes =
-        (life != nullptr && life->wiring.mib == set) || (held.pipeline && held.life->wiring.mib == set);
+    bool writes = (life != nullptr && life->wiring.mib == set) || (held.life && held.life->wiring.mib == set);
     if (writes && ownsTable(id, table)) return false;
   }
   follower_.ownWrites(true);

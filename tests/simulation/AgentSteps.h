@@ -39,7 +39,7 @@ class AgentSteps {
   // A pipeline that was taken from the agent and is still held.
   struct Detached {
     Zavro::Ptr<Pipeline> pipeline;
-    std::unique_ptr<Life> life;
+    std::unique_ptr<Life> life;  // null once another pipeline has its rows
   };
 
   // The agent that stands, held or not.
@@ -49,6 +49,7 @@ class AgentSteps {
 
   bool agentIs(uint32_t bits);
   void expectAgent(uint32_t bits);
+  void making(PipelineId id, const Wiring& wiring);
   void bind(PipelineId id);
   bool agentDel(bool hold);
   bool agentRelease();
@@ -58,7 +59,6 @@ class AgentSteps {
   void setPipeline(PipelineId id, const Wiring& wiring, uint32_t mode);
   bool pipelineDel(PipelineId id, bool hold);
   bool release(PipelineId id);
-  void releaseOver(PipelineId id, size_t mib);
   void drop(Detached gone);
   bool pause(PipelineId id, bool pause);
   bool stale(const Step& step);

@@ -133,6 +133,7 @@ class Follower final : public Lumalog::Sink {
   void dropped(PipelineId id) { dropped(std::move(lives_[static_cast<size_t>(id)])); }
   // The pipeline that stood for it is silent from now on; its rows stay.
   void handedOver(PipelineId id);
+  void handedOver(std::unique_ptr<Life> life) { buried_.push_back(std::move(life)); }
   void paused(PipelineId id);
   void resumed(PipelineId id);
   Life* current(PipelineId id) { return lives_[static_cast<size_t>(id)].get(); }
