@@ -130,13 +130,23 @@ void TrelSnmpIfTableSm::eventToTrelIfTableStream(Trel::MemberId local, Trel::Mem
   MemberIdPair pair(local.id(), remote.id());
   std::optional<uint32_t> newIndex = producedIndex(local, remote);
   std::optional<uint32_t> oldIndex = exchangeCached(pair, newIndex);
-  pipelineTrace.trace(kStepLevel, kOldAndNewFlattened, 2);
-  bool withdrawn = intoTrelIfTable(oldIndex != newIndex ? oldIndex : std::nullopt, false, pair);
-  intoTrelIfTable(newIndex, true, pair);
-  if (oldIndex != newIndex) {
-    if (oldIndex) unclaim(*oldIndex, pair);
-    if (newIndex) claim(*newIndex, pair);
+  try {
+    exchangeRows(oldIndex != newIndex ? oldIndex : std::nullopt, newIndex, pair);
+  } catch (...) {
+    // The pair has its turn again, and then both rows are dealt with.
+    if (oldIndex) cacheAttr0_[pair] = *oldIndex;
+    if (!oldIndex) cacheAttr0_.erase(pair);
+    throw;
   }
+}
+
+void TrelSnmpIfTableSm::exchangeRows(const std::optional<uint32_t>& oldIndex,
+                                     const std::optional<uint32_t>& newIndex, const MemberIdPair& pair) {
+  pipelineTrace.trace(kStepLevel, kOldAndNewFlattened, 2);
+  bool withdrawn = intoTrelIfTable(oldIndex, false, pair);
+  intoTrelIfTable(newIndex, true, pair);
+  if (oldIndex) unclaim(*oldIndex, pair);
+  if (newIndex) claim(*newIndex, pair);
   if (withdrawn) processClaimants(*oldIndex);
 }
 
@@ -183,7 +193,7 @@ bool TrelSnmpIfTableSm::intoTrelIfTable(const std::optional<uint32_t>& ifIndex, 
   const TrelIfEntry* old = trelMib()->trelIfTable().find(*ifIndex);
   if (old == nullptr || !IfRows::same(*old, value)) {
     pipelineTrace.trace(kStepLevel, kOwnershipFilter);
-    return false;
+    return old == nullptr;
   }
   output_.del(*ifIndex);
   return true;
@@ -193,16 +203,15 @@ bool TrelSnmpIfTableSm::intoTrelIfTable(const std::optional<uint32_t>& ifIndex, 
 
 void TrelSnmpIfTableSm::claim(uint32_t ifIndex, const MemberIdPair& pair) {
   std::set<MemberIdPair>& pairs = claimants_[ifIndex];
-  pairs.insert(pair);
-  if (pairs.size() == 1) return;
+  if (!pairs.insert(pair).second || pairs.size() == 1) return;
   pipelineTrace.trace({"ifIndex", std::to_string(ifIndex)}, Lumalog::kWarningLevel, "{}",
                       conflict(ifIndex, pairs));
 }
 
 void TrelSnmpIfTableSm::unclaim(uint32_t ifIndex, const MemberIdPair& pair) {
   auto claimed = claimants_.find(ifIndex);
+  if (claimed == claimants_.end() || claimed->second.erase(pair) == 0) return;
   std::set<MemberIdPair>& pairs = claimed->second;
-  pairs.erase(pair);
   if (pairs.empty()) {
     claimants_.erase(claimed);
   } else if (pairs.size() == 1) {

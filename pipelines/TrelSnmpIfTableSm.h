@@ -91,7 +91,10 @@ class TrelSnmpIfTableSm final : public Pipeline {
   void unclaim(uint32_t ifIndex, const MemberIdPair& pair);
   void processClaimants(uint32_t ifIndex);
   std::string conflict(uint32_t ifIndex, const std::set<MemberIdPair>& claimants) const;
-  // Returns whether a row was withdrawn.
+  // What the pair writes when its index changes; oldIndex: none when it stays.
+  void exchangeRows(const std::optional<uint32_t>& oldIndex, const std::optional<uint32_t>& newIndex,
+                    const MemberIdPair& pair);
+  // Returns whether it leaves the index of a withdrawal without a row.
   bool intoTrelIfTable(const std::optional<uint32_t>& ifIndex, bool doInsert, const MemberIdPair& pair);
 
   const Zavro::Ptr<const Trel::TopologyConfig> topologyConfig_;

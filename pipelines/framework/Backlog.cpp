@@ -50,7 +50,7 @@ void BacklogBase::handleInputReady() {
 
 void BacklogBase::scheduleWork() {
   idleIs(false);
-  if (!root_.paused()) task_->scheduleTask();
+  if (task_ && !root_.paused()) task_->scheduleTask();
 }
 
 void BacklogBase::workOff() {

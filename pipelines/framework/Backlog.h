@@ -1,6 +1,7 @@
 // A coalescing stream: events only note their key, and a task works the keys off later, in slices. Several
 // changes of one key before its turn are worked off once, so what is worked off is the state as it is by
-// then. In a synchronous pipeline every key is worked off at once.
+// then. In a synchronous pipeline every key is worked off at once; one that something was thrown at has its
+// turn again after the next.
 #pragma once
 
 #include <functional>
@@ -75,7 +76,8 @@ class Backlog final : public BacklogBase {
 
   void event(const Key& key) {
     if (root().synchronous() && !root().paused()) {
-      processOne_(key);
+      process(key);
+      if (size() != 0) resume();
       return;
     }
     keys_.insert(key);
@@ -91,12 +93,16 @@ class Backlog final : public BacklogBase {
     auto next = bookmark_ ? keys_.upper_bound(*bookmark_) : keys_.begin();
     if (next == keys_.end()) next = keys_.begin();
     bookmark_ = *next;
-    Key key = *next;
-    keys_.erase(next);
+    process(*bookmark_);
+  }
+
+  void process(Key key) {
+    keys_.erase(key);
     try {
       processOne_(key);
     } catch (...) {
       keys_.insert(key);  // its turn comes again
+      scheduleWork();
       throw;
     }
   }

@@ -5,7 +5,6 @@
 #include <set>
 #include <string>
 #include <type_traits>
-#include <utility>
 
 #include "pipelines/framework/EntityMachine.h"
 #include "pipelines/framework/Names.h"
@@ -56,9 +55,9 @@ class CollectionStream final : public EntityStream {
     if (kCounted && version_ != collection_.version()) {
       missedNotifications(name_, version_, collection_.version());
     }
-    std::set<Key> keys = std::exchange(pending_, {});
-    for (auto element = collection_.begin(); element; element.next()) keys.insert(element.key());
-    for (const Key& key : keys) emit_(key, nullptr);
+    for (auto element = collection_.begin(); element; element.next()) pending_.insert(element.key());
+    for (const Key& key : pending_) emit_(key, nullptr);
+    pending_.clear();
   }
 
   void handlePending() override {
@@ -92,6 +91,7 @@ class CollectionStream final : public EntityStream {
   void handleReactor(const Key& key) {
     if (machine_->hasNotificationActive()) {
       handle(key);
+      handlePending();
     } else {
       version_ = collection_.version();
       pending_.insert(key);
@@ -101,7 +101,12 @@ class CollectionStream final : public EntityStream {
   void handle(const Key& key) {
     machine_->root().traceHandle().trace(8, "{}", key);
     version_ = collection_.version();
-    emit_(key, collection_.find(key));
+    try {
+      emit_(key, collection_.find(key));
+    } catch (...) {
+      pending_.insert(key);  // its turn comes again, after the next event
+      throw;
+    }
   }
 
   const std::string name_;
@@ -111,7 +116,7 @@ class CollectionStream final : public EntityStream {
   size_t stream_ = 0;
   InputScan<Key> scan_;
   uint32_t version_ = 0;
-  std::set<Key> pending_;
+  std::set<Key> pending_;  // changed while the machine was inactive, or not handled to the end
   Kor::Subscription subscription_;
 };
 

@@ -105,13 +105,7 @@ class DirMachine final : public Machine {
 
  private:
   void activeChanged() override {
-    if (hasNotificationActive()) {
-      while (!pending_.empty()) {
-        Key key = *pending_.begin();
-        handleReactor(key);
-        pending_.erase(key);
-      }
-    }
+    if (hasNotificationActive()) handlePending();
     for (auto& [key, child] : children_) child->hasNotificationActiveIs(hasNotificationActive());
     doInputScan();
   }
@@ -147,7 +141,27 @@ class DirMachine final : public Machine {
       pending_.insert(key);
       return;
     }
-    for (size_t i = 0; i < streams(); ++i) handleEntry(i, key);
+    pending_.erase(key);
+    handleChanged(key);
+    handlePending();
+  }
+
+  void handlePending() {
+    while (!pending_.empty()) {
+      Key key = *pending_.begin();
+      handleChanged(key);
+      pending_.erase(key);
+    }
+  }
+
+  void handleChanged(const Key& key) {
+    version_ = collection_.version();
+    try {
+      for (size_t i = 0; i < streams(); ++i) handleEntry(i, key);
+    } catch (...) {
+      pending_.insert(key);  // its turn comes again, after the next event
+      throw;
+    }
   }
 
   // The entity under the key; null when there is none, or one of another type.
@@ -162,7 +176,11 @@ class DirMachine final : public Machine {
       root().traceHandle().trace(1, "{}", statement_.wrongType);
     auto current = children_.find(key);
     if (current != children_.end()) {
-      if (current->second->entity() == entity) return;
+      if (current->second->entity() == entity) {
+        // What was thrown may have cut its scan short, which no task goes on with.
+        if (root().synchronous() && !stepping_) current->second->doInputScan();
+        return;
+      }
       removeChild(current, true);
     }
     if (entity) addChild(key, entity);
@@ -181,9 +199,9 @@ class DirMachine final : public Machine {
   using Children = std::map<Key, Zavro::Ptr<EntityMachine>>;
 
   void removeChild(typename Children::iterator at, bool deleteRows) {
-    Zavro::Ptr<EntityMachine> removed = std::move(at->second);
+    Zavro::Ptr<EntityMachine> removed = at->second;
+    removed->stop(deleteRows);  // it stays, with its rows, when something is thrown
     children_.erase(at);
-    removed->stop(deleteRows);
   }
   void removeChildren(bool deleteRows) {
     while (!children_.empty()) removeChild(children_.begin(), deleteRows);
@@ -219,8 +237,8 @@ class DirMachine final : public Machine {
   std::vector<InputScan<Key>> scans_;
   Children children_;
   std::optional<std::pair<size_t, Key>> stepping_;
-  std::set<Key> pending_;
-  uint32_t version_ = 0;  // the collection's change counter when it was last heard of
+  std::set<Key> pending_;  // changed while it was inactive, or not handled to the end
+  uint32_t version_ = 0;   // the collection's change counter when it was last heard of
   Kor::Subscription subscription_;
 };
 

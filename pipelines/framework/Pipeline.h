@@ -36,8 +36,8 @@ class Pipeline : public Zavro::Node {
 
   // Every output holds what the inputs imply, and nothing else.
   bool ready() const { return outputState_ && outputState_->flag(readyFlag_); }
-  // Ready, and no scan is under way.
-  bool idle() const { return ready() && (synchronous_ || inputSmScanState_->flag(idleFlag_)); }
+  // Ready, no scan is under way, and no key is left to work off.
+  bool idle() const { return ready() && inputSmScanState_->flag(idleFlag_); }
   bool initialized() const { return initialized_; }
   bool initialScanDone() const { return initialScanDone_; }
   bool synchronous() const { return synchronous_; }

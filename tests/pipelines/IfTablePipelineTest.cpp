@@ -179,6 +179,45 @@ TEST_F(IfTablePipeline, SubscriberThrowsWithinASlice_NoKeyIsLost) {
   EXPECT_TRUE(world.sm->idle());
 }
 
+TEST_F(IfTablePipeline, SubscriberThrowsWithinASynchronousEvent_TheKeyHasItsTurnAfterTheNext) {
+  for (uint8_t remote = 2; remote < 4; ++remote) {
+    world.wires(1, remote, fmt::format("Backplane1/{}", remote));
+    world.indexIs(fmt::format("Backplane1/{}", remote), remote);
+  }
+  world.start(Rvx::Mode::synchronous);
+  int throws = 1;
+  auto throwing = world.mib->publisher().subscribe([&](const TrelMib::Change&) {
+    if (throws-- > 0) throw std::runtime_error("no");
+  });
+  EXPECT_THROW(world.indexIs("Backplane1/2", 20), std::runtime_error);
+  EXPECT_EQ(world.rows(), "[ 3=(1,3) ]");
+  EXPECT_FALSE(world.sm->idle());
+  world.indexIs("Backplane1/3", 30);
+  EXPECT_EQ(world.rows(), "[ 20=(1,2) 30=(1,3) ]");
+  EXPECT_TRUE(world.sm->idle());
+  world.indexIs("Backplane1/2", 30);
+  EXPECT_EQ(world.sm->conflicts().size(), 1U);
+  world.indexDel("Backplane1/2");
+  EXPECT_EQ(world.rows(), "[ 30=(1,3) ]");
+  EXPECT_EQ(world.sm->conflicts().size(), 0U);
+}
+
+TEST_F(IfTablePipeline, SubscriberThrowsAtAWithdrawal_AnotherLinkOfThatIndexHasTheRowAllTheSame) {
+  world.start(Rvx::Mode::synchronous);
+  for (uint8_t remote = 2; remote < 4; ++remote) {
+    world.wires(1, remote, fmt::format("Backplane1/{}", remote));
+    world.indexIs(fmt::format("Backplane1/{}", remote), 10);
+  }
+  int throws = 1;
+  auto throwing = world.mib->publisher().subscribe([&](const TrelMib::Change&) {
+    if (throws-- > 0) throw std::runtime_error("no");
+  });
+  EXPECT_THROW(world.indexIs("Backplane1/3", 11), std::runtime_error);
+  EXPECT_EQ(world.rows(), "[ ]");
+  world.indexIs("Ethernet1", 99);
+  EXPECT_EQ(world.rows(), "[ 10=(1,2) 11=(1,3) ]");
+}
+
 TEST_F(IfTablePipeline, IndexesSwapped_BothRowsStandAfterwards) {
   world.wires(1, 2, "Backplane1/2");
   world.wires(1, 3, "Backplane1/3");

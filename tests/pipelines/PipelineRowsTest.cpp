@@ -229,5 +229,43 @@ TEST_F(PipelineFramework, SuccessorCannotBeMade_WhoeverHadTheRowsHasThemAgain) {
   EXPECT_EQ(world.rows(), "[ ]");
 }
 
+TEST_F(PipelineFramework, SubscriberThrowsWithinAnEvent_TheElementHasItsTurnAfterTheNext) {
+  for (Rvx::Mode mode : {Rvx::Mode::synchronous, Rvx::Mode::pipelineDefault}) {
+    world.reports("1", 2, State::reachable);
+    world.start(mode);
+    world.scheduler.drain();
+    bool throws = true;
+    auto throwing = world.mib->publisher().subscribe([&](const TrelMib::Change&) {
+      if (std::exchange(throws, false)) throw std::runtime_error("no");
+    });
+    EXPECT_THROW(world.reports("1", 2, State::degraded), std::runtime_error);
+    EXPECT_EQ(world.rows(), "[ ]");
+    world.reports("1", 3, State::reachable);
+    EXPECT_EQ(world.rows(), "[ (1,2)=degraded (1,3)=reachable ]");
+    world.leaves("1");
+    world.sm.reset();
+  }
+}
+
+TEST_F(PipelineFramework, SubscriberThrowsWhenAMemberComesOrGoes_ItsRowsFollowWithTheNextEvent) {
+  world.start(Rvx::Mode::synchronous);
+  bool throws = true;
+  auto throwing = world.mib->publisher().subscribe([&](const TrelMib::Change&) {
+    if (std::exchange(throws, false)) throw std::runtime_error("no");
+  });
+  auto comes = Zavro::makePtr<Trel::ReachabilityStatus>("1");
+  for (uint8_t neighbour = 2; neighbour < 5; ++neighbour)
+    comes->reachabilityStatus().set(Trel::MemberId(neighbour), world.record(State::reachable));
+  EXPECT_THROW(world.dir->entityPtrIs("1", comes), std::runtime_error);
+  EXPECT_EQ(world.rows(), "[ (1,2)=reachable ]");
+  world.joins("7");
+  EXPECT_EQ(world.rows(), "[ (1,2)=reachable (1,3)=reachable (1,4)=reachable ]");
+  throws = true;
+  EXPECT_THROW(world.leaves("1"), std::runtime_error);
+  EXPECT_EQ(world.rows(), "[ (1,3)=reachable (1,4)=reachable ]");
+  world.leaves("7");
+  EXPECT_EQ(world.rows(), "[ ]");
+}
+
 }  // namespace
 }  // namespace TrelSnmp::Agent
