@@ -172,7 +172,7 @@ void Follower::resumed(PipelineId id) {
 void Follower::remapped(size_t set, uint32_t index) {
   for (auto* lives : {&lives_, &leaving_}) {
     auto& life = (*lives)[static_cast<size_t>(PipelineId::storage)];
-    if (life && life->wiring.mappings == set) life->remapped.insert(index);
+    if (life && life->wiring.mappings == set) life->remapped[index] = life->events;
   }
 }
 
@@ -267,7 +267,7 @@ bool Follower::byReconciliation(size_t set, TableId table, const Op& op) {
     OutputLife& output = life->output(table);
     if (!output.reconciling || output.ready || output.seen.contains(op.key)) return false;
     for (const Claim& claim : claims(*life, table)) {
-      if (claim.key != op.key || life->remapped.contains(op.key.second)) continue;
+      if (claim.key != op.key || mappedAnew(*life, table, op.key)) continue;
       auto cached = life->cache.find(Key{claim.row.x, claim.row.y});
       bool pending =
           table == TableId::baIf && (cached == life->cache.end() || cached->second != op.key.first);

@@ -72,12 +72,13 @@ struct OutputLife {
   bool reconciling = false;  // rows of an earlier life may be left
   bool ready = false;        // as it was at the last look
   absl::flat_hash_set<Key> seen{};
-  // The element that had to do with each key; several when a second one had.
-  struct Toucher {
-    Element first;
-    bool several = false;
+  // The last event that had to do with each key.
+  struct Touch {
+    Element element;
+    bool wrote;      // or withdrew
+    uint64_t event;  // Life::events
   };
-  absl::flat_hash_map<Key, Toucher> touchers{};
+  absl::flat_hash_map<Key, Touch> touches{};
 };
 
 // What is known of a pipeline, from its construction to its end.
@@ -94,8 +95,10 @@ struct Life {
   };
   absl::flat_hash_map<Element, Handled> last;
   absl::flat_hash_map<Key, uint32_t> cache;  // by link: the index that its last event gave it
-  absl::flat_hash_set<uint32_t> remapped;    // storage indexes whose mappings changed in this life
-  bool dirty = true;                         // something happened since the last look
+  // Storage indexes whose mappings changed in this life: after how many events.
+  absl::flat_hash_map<uint32_t, uint64_t> remapped;
+  uint64_t events = 0;
+  bool dirty = true;  // something happened since the last look
 
   OutputLife& output(TableId table);
 };
@@ -137,7 +140,8 @@ class Follower final : public Lumalog::Sink {
   void paused(PipelineId id);
   void resumed(PipelineId id);
   Life* current(PipelineId id) { return lives_[static_cast<size_t>(id)].get(); }
-  // The mappings of a set change; rows under this index may be of the mapping before from now on.
+  // The mappings of a set change; each row under this index may be of the mapping before until an event has
+  // to do with it.
   void remapped(size_t set, uint32_t index);
   // The inputs of such pipelines changed.
   void stateChanged(PipelineId id);
@@ -219,7 +223,8 @@ class Follower final : public Lumalog::Sink {
   std::optional<Op> nextMemoryOp(const Frame& frame) const;
   void advance(const Op& op);
   void eventIsOver();
-  void touch(OutputLife& output, const Key& key, const Element& element);
+  void touch(Life& life, TableId table, const Key& key, const Element& element, bool wrote);
+  bool mappedAnew(const Life& life, TableId table, const Key& key) const;
   Life* lifeFor(PipelineId id);
   bool isGoing(const Life& life) const;
   bool mayHandle(const Life& life) const;
@@ -228,6 +233,7 @@ class Follower final : public Lumalog::Sink {
   void checkLife(Life& life, bool settled);
   void checkOutput(Life& life, OutputLife& output);
   void checkRows(const Life& life, const OutputLife& output, const Claims& claims);
+  void checkLacking(const Life& life, const OutputLife& output, const Claim& claim);
   void checkEvents(const Life& life, TableId table);
   void checkLinks(const Life& life);
   bool outputReady(const Life& life, TableId table) const;

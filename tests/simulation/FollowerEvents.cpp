@@ -39,6 +39,7 @@ void Follower::event(const Event& event) {
   const Element& element = event.element;
   eventIsOver();
   life.dirty = true;
+  ++life.events;
   if (!mayHandle(life)) return fail(fmt::format("inactive, but handles {}", element.text()));
   uint64_t entity = kNoRecord;
   std::optional<uint64_t> now = currentValue(life, element, entity);
@@ -73,7 +74,7 @@ void Follower::event(const Event& event) {
       for (auto kind = mappings.memEntries().begin(); kind; kind.next()) {
         Key key{member, kind.value()->index};
         if (output.reconciling) output.seen.insert(key);
-        touch(output, key, element);
+        touch(life, frame.table, key, element, event.value.has_value());
       }
       if (event.value) frame.row = Row{.record = *event.value, .y = kMemoryRow};
       frame_ = std::move(frame);
@@ -84,7 +85,7 @@ void Follower::event(const Event& event) {
       if (event.value && element.stream == Stream::reachability) frame.row->x = life.wiring.ifMib;
   }
   if (output.reconciling) output.seen.insert(frame.key);
-  touch(output, frame.key, element);
+  touch(life, frame.table, frame.key, element, event.value.has_value());
   frame_ = std::move(frame);
 }
 
@@ -93,6 +94,7 @@ void Follower::linkEvent(uint32_t local, uint32_t remote) {
   if (life == nullptr) return fail("nobody is there to handle a link");
   eventIsOver();
   life->dirty = true;
+  ++life->events;
   if (!mayHandle(*life)) return fail(fmt::format("inactive, but handles link {}.{}", local, remote));
   const Element element{Stream::link, local, remote};
   const Key link{local, remote};
@@ -106,21 +108,32 @@ void Follower::linkEvent(uint32_t local, uint32_t remote) {
     frame.key = {*index, 0};
     frame.row = Row{.x = local, .y = remote};
     life->cache[link] = *index;
-    touch(output, frame.key, element);
+    touch(*life, frame.table, frame.key, element, true);
   } else if (cached != life->cache.end()) {
     life->cache.erase(cached);
   }
+  // A row that names another link stays, and accounts for nothing: that link sees it, or it has to go.
+  bool withdraws = frame.old && ownsOld(frame);
+  if (withdraws) touch(*life, frame.table, *frame.old, element, false);
   if (output.reconciling) {
-    // A row that names another link accounts for nothing: that link sees it, or it has to go.
-    if (frame.old && ownsOld(frame)) output.seen.insert(*frame.old);
+    if (withdraws) output.seen.insert(*frame.old);
     if (frame.row) output.seen.insert(frame.key);
   }
   frame_ = std::move(frame);
 }
 
-void Follower::touch(OutputLife& output, const Key& key, const Element& element) {
-  auto [at, isNew] = output.touchers.try_emplace(key, OutputLife::Toucher{element});
-  if (!isNew && at->second.first != element) at->second.several = true;
+void Follower::touch(Life& life, TableId table, const Key& key, const Element& element, bool wrote) {
+  life.output(table).touches.insert_or_assign(key, OutputLife::Touch{element, wrote, life.events});
+}
+
+// Whether the mappings of the row's index changed, and no event has had to do with the row since.
+bool Follower::mappedAnew(const Life& life, TableId table, const Key& key) const {
+  if (table != TableId::storage) return false;
+  auto remapped = life.remapped.find(key.second);
+  if (remapped == life.remapped.end()) return false;
+  const auto& touches = life.outputs.front().touches;
+  auto touch = touches.find(key);
+  return touch == touches.end() || touch->second.event <= remapped->second;
 }
 
 // -- What an event has to do

@@ -65,7 +65,8 @@ Claims reachabilityClaims(const Kor::Dir& reachabilityDir, const IntfSnmp::IfMib
     if (reach == nullptr) continue;
     for (auto neighbour = reach->reachabilityStatus().begin(); neighbour; neighbour.next()) {
       claims.push_back({{memberOf(entry.key()), neighbour.key().id()},
-                        {.record = serial(neighbour.value()->get()), .x = interfaces}});
+                        {.record = serial(neighbour.value()->get()), .x = interfaces},
+                        valueOf(neighbour.value()->get())});
     }
   }
   return sorted(std::move(claims));
@@ -75,7 +76,8 @@ Claims systemClaims(const Kor::Dir& hostResourcesDir) {
   Claims claims;
   for (auto entry = hostResourcesDir.entities().begin(); entry; entry.next()) {
     const auto* host = hostAt(hostResourcesDir, entry.key());
-    if (host != nullptr) claims.push_back({{memberOf(entry.key()), 0}, {.record = serial(host)}});
+    if (host != nullptr)
+      claims.push_back({{memberOf(entry.key()), 0}, {.record = serial(host)}, valueOf(host)});
   }
   return sorted(std::move(claims));
 }
@@ -86,8 +88,9 @@ Claims processorClaims(const Kor::Dir& hostResourcesDir) {
     const auto* host = hostAt(hostResourcesDir, entry.key());
     if (host == nullptr) continue;
     for (auto processor = host->processorTable().begin(); processor; processor.next()) {
+      const auto* record = processor.value()->get();
       claims.push_back(
-          {{memberOf(entry.key()), processor.key()}, {.record = serial(processor.value()->get())}});
+          {{memberOf(entry.key()), processor.key()}, {.record = serial(record)}, valueOf(record)});
     }
   }
   return sorted(std::move(claims));
@@ -100,16 +103,19 @@ Claims storageClaims(const Kor::Dir& hostResourcesDir,
     const auto* host = hostAt(hostResourcesDir, entry.key());
     if (host == nullptr) continue;
     uint32_t member = memberOf(entry.key());
-    auto claim = [&](const HostResourcesMib::StorageTableEntry& mapping, uint64_t record, StorageKind kind) {
-      claims.push_back({{member, mapping.index}, {.record = record, .x = serial(mapping), .y = kind}});
+    auto claim = [&](const HostResourcesMib::StorageTableEntry& mapping, const auto* record,
+                     StorageKind kind) {
+      claims.push_back({{member, mapping.index},
+                        {.record = serial(record), .x = serial(mapping), .y = kind},
+                        valueOf(record)});
     };
     for (auto mount = host->storageInfoTable().begin(); mount; mount.next()) {
       const auto* mapping = mappings.mountEntries().find(mount.key());
-      if (mapping != nullptr) claim(*mapping, serial(mount.value()->get()), kMountRow);
+      if (mapping != nullptr) claim(*mapping, mount.value()->get(), kMountRow);
     }
     if (!host->memInfo()) continue;
     for (auto kind = mappings.memEntries().begin(); kind; kind.next()) {
-      claim(*kind.value(), serial(host->memInfo().get()), kMemoryRow);
+      claim(*kind.value(), host->memInfo().get(), kMemoryRow);
     }
   }
   return sorted(std::move(claims));

@@ -16,6 +16,8 @@ namespace Simulation {
 struct Claim {
   Key key;
   Row row;
+  uint64_t nested = 0;  // nestedIn()
+  bool operator==(const Claim&) const = default;
 };
 // In the order of keys.
 using Claims = std::vector<Claim>;

@@ -3,7 +3,9 @@
 #include <fmt/format.h>
 
 #include <array>
+#include <bit>
 #include <charconv>
+#include <initializer_list>
 #include <stdexcept>
 
 #include "tests/simulation/Random.h"
@@ -22,6 +24,12 @@ uint64_t numberAtEnd(std::string_view text) {
   uint64_t number = kNoRecord;
   if (mark != std::string_view::npos)
     std::from_chars(text.data() + mark + 1, text.data() + text.size(), number);
+  return number;
+}
+
+uint64_t mixedAll(std::initializer_list<uint64_t> parts) {
+  uint64_t number = 0;
+  for (uint64_t part : parts) number = mixed(number + part);
   return number;
 }
 
@@ -54,12 +62,9 @@ uint64_t serial(const HostResources::StorageInfo* record) {
 uint64_t serial(const HostResources::MemInfo* record) {
   if (record == nullptr) return kNoRecord;
   const auto& amounts = record->amounts();
-  uint64_t number = 0;
-  for (const auto& amount :
-       {amounts.total, amounts.free, amounts.available, amounts.nonBuffer, amounts.nonCache}) {
-    number = mixed(number + (amount ? *amount : kNoRecord));
-  }
-  return number;
+  auto part = [](const std::optional<uint32_t>& amount) { return amount ? *amount : kNoRecord; };
+  return mixedAll({part(amounts.total), part(amounts.free), part(amounts.available), part(amounts.nonBuffer),
+                   part(amounts.nonCache)});
 }
 
 uint64_t serial(const Kor::Entity* entity) {
@@ -108,6 +113,44 @@ Row rowOf(const TrelSnmp::TrelHrStorageEntry& entry) {
     row.y = kMemoryRow;
   }
   return row;
+}
+
+uint64_t valueOf(const Trel::ReachabilityState* record) {
+  if (record == nullptr) return kNoRecord;
+  uint64_t number = mixedAll({record->state(), record->lastChangeNs()});
+  if (!record->backplaneChannelIntfId()) return number;
+  for (char character : record->backplaneChannelIntfId()->name())
+    number = mixedAll({number, static_cast<unsigned char>(character)});
+  return number;
+}
+
+uint64_t valueOf(const HostResources::Processor* record) { return serial(record); }
+
+uint64_t valueOf(const HostResources::StorageInfo* record) {
+  if (record == nullptr) return kNoRecord;
+  return mixedAll({record->allocationUnits(), record->size(), record->free()});
+}
+
+uint64_t valueOf(const HostResources::MemInfo* record) { return serial(record); }
+
+uint64_t valueOf(const HostResources::HostResources* host) {
+  if (host == nullptr) return kNoRecord;
+  const auto& figures = host->system();
+  return mixedAll({std::bit_cast<uint64_t>(figures.systemUptime),
+                   std::bit_cast<uint64_t>(figures.currentTimeUtc), figures.systemNumUsers,
+                   figures.systemProcesses, figures.memorySize});
+}
+
+uint64_t nestedIn(const TrelSnmp::TrelIfEntry&) { return 0; }
+uint64_t nestedIn(const TrelSnmp::TrelReachabilityEntry& entry) {
+  return valueOf(entry.reachabilityState().get());
+}
+uint64_t nestedIn(const TrelSnmp::TrelHrSystemEntry& entry) { return valueOf(entry.hostResources().get()); }
+uint64_t nestedIn(const TrelSnmp::TrelProcessorEntry& entry) { return valueOf(entry.processor().get()); }
+uint64_t nestedIn(const TrelSnmp::TrelHrStorageEntry& entry) {
+  if (&entry.korType() == &TrelSnmp::TrelHrStorageEntryMount::korTypeInfo())
+    return valueOf(static_cast<const TrelSnmp::TrelHrStorageEntryMount&>(entry).storageInfo().get());
+  return valueOf(static_cast<const TrelSnmp::TrelHrStorageEntryMem&>(entry).memInfo().get());
 }
 
 Key keyOf(uint32_t key) { return {key, 0}; }

@@ -208,6 +208,21 @@ TEST(Oracle, TwoDirectoryKeysThatSpellOneMember_ClaimOneRowTwice) {
   EXPECT_EQ(claims[1].key, (Key{1, 0}));
 }
 
+TEST(Oracle, RecordsOfOneSerial_DifferByTheirValues) {
+  using Reach = Trel::ReachabilityState;
+  Reach reachable(Reach::reachable, std::nullopt, 9);
+  Reach degraded(Reach::degraded, std::nullopt, 9);
+  Reach elsewhere(Reach::reachable, Lanix::IntfId("Backplane1/1"), 9);
+  EXPECT_EQ(serial(&reachable), serial(&degraded));
+  EXPECT_NE(valueOf(&reachable), valueOf(&degraded));
+  EXPECT_NE(valueOf(&reachable), valueOf(&elsewhere));
+  HostResources::StorageInfo storage(512, 100, 5);
+  HostResources::StorageInfo fuller(512, 100, 4);
+  EXPECT_EQ(serial(&storage), serial(&fuller));
+  EXPECT_NE(valueOf(&storage), valueOf(&fuller));
+  EXPECT_EQ(valueOf(&storage), valueOf(Zavro::makePtr<HostResources::StorageInfo>(512U, 100U, 5U).get()));
+}
+
 // -- Failures
 
 TEST(Isolated, ProcessThatDies_IsAFailureWithWhatItSaid) {
