@@ -1,15 +1,14 @@
 // The MIB state object's tables beside the bare ordered trees that they stand on: a std::map of the same
 // keys, and an intrusive tree of nodes that hold only the key. Beyond the tree, a table counts references to
 // its rows, compares values, counts changes and publishes them.
-#include <algorithm>
 #include <boost/intrusive/set.hpp>
 #include <map>
 #include <numeric>
-#include <random>
 #include <vector>
 
 #include "bench/Ratio.h"
 #include "tests/mib-state/TableTraits.h"
+#include "tests/support/Random.h"
 
 namespace {
 
@@ -21,7 +20,7 @@ const std::vector<uint32_t>& shuffled() {
   static const std::vector<uint32_t> numbers = [] {
     std::vector<uint32_t> order(kRows);
     std::iota(order.begin(), order.end(), 0u);
-    std::shuffle(order.begin(), order.end(), std::mt19937(1));
+    Support::Random(1).shuffle(order);
     return order;
   }();
   return numbers;

@@ -5,9 +5,10 @@
 #include <cstdint>
 #include <map>
 #include <nlohmann/json.hpp>
-#include <random>
 #include <string>
 #include <vector>
+
+#include "tests/support/Random.h"
 
 class RandomCluster {
  public:
@@ -25,7 +26,7 @@ class RandomCluster {
  private:
   using Json = nlohmann::json;
 
-  unsigned below(unsigned bound) { return std::uniform_int_distribution<unsigned>(0, bound - 1)(random_); }
+  unsigned below(unsigned bound) { return random_.below(bound); }
   std::string anyMember() { return std::to_string(1 + below(members_)); }
   std::string anyMount();
   void joins(const std::string& member);
@@ -43,7 +44,7 @@ class RandomCluster {
   void expectStorage(Walk& walk) const;
   void expectMemory(Walk& walk, uint32_t member, const Json& memory) const;
 
-  std::mt19937 random_;
+  Support::Random random_;
   const unsigned members_;
   Json state_;
 };

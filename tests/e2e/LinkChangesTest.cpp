@@ -4,16 +4,15 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <numeric>
-#include <random>
 #include <set>
 #include <sstream>
 #include <thread>
 
 #include "tests/e2e/Daemon.h"
 #include "tests/e2e/Links.h"
+#include "tests/support/Random.h"
 
 namespace E2e {
 namespace {
@@ -366,7 +365,7 @@ class WalkWhileIndexesMove : public LinkChanges {
   void shuffle() {
     std::vector<int> order(kMoving);
     std::iota(order.begin(), order.end(), 1);
-    std::shuffle(order.begin(), order.end(), random_);
+    random_.shuffle(order);
     for (int i = 0; i < kMoving; ++i) {
       std::string interface = movingInterface(order[static_cast<size_t>(i)]);
       if (i % 3 == 2) {
@@ -425,7 +424,7 @@ class WalkWhileIndexesMove : public LinkChanges {
 
   Links lasting_;
   std::set<uint32_t> moving_;  // in between the lasting ones
-  std::mt19937 random_{1};
+  Support::Random random_{1};
 };
 
 TEST_F(WalkWhileIndexesMove, NoLoopNoRowTwice_RowsThatLastAreAllThere) {

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "kelstore/etcd/Client.h"
-#include "tests/wire/Random.h"
+#include "tests/support/Random.h"
 
 namespace Faults {
 
@@ -49,7 +49,7 @@ class Writer {
   nlohmann::json report(int member, int neighbour);
 
   Kelstore::Etcd::Client client_;
-  Wire::Random random_;
+  Support::Random random_;
   nlohmann::json lasting_;
   std::atomic<uint64_t> written_ = 0;
   std::atomic<int64_t> revision_ = 0;

@@ -5,9 +5,9 @@
 #include <algorithm>
 #include <deque>
 #include <optional>
-#include <random>
 
 #include "tests/kelstore-etcd/Answers.h"
+#include "tests/support/Random.h"
 
 namespace Kelstore::Etcd {
 namespace {
@@ -57,9 +57,10 @@ struct Faults {
 class Simulation {
  public:
   Simulation(uint32_t seed, Faults faults)
-      : engine_(seed), faults_(faults), follower_({"k", Names(1 + random(3), "h:1"), 20'000, 10'000}, [this] {
-          return static_cast<double>(random(1000)) / 1000;
-        }) {
+      : random_(seed),
+        faults_(faults),
+        follower_({"k", Names(1 + random_.below(3), "h:1"), 20'000, 10'000},
+                  [this] { return static_cast<double>(random_.below(1000)) / 1000; }) {
     for (uint32_t i = 0; i < 8; ++i) store_.write({{stable(i), "0"}}, 0);
     firstRevision_ = store_.revision();
     follower_.start(now_);
@@ -67,7 +68,7 @@ class Simulation {
   }
 
   void step() {
-    switch (random(12)) {
+    switch (random_.below(12)) {
       case 0:
       case 1:
       case 2:
@@ -78,19 +79,19 @@ class Simulation {
         return deliver();
       case 6:
       case 7:
-        return answerPage(random(12) == 0);
+        return answerPage(random_.below(12) == 0);
       case 8:
-        if (random(6) == 0) loseConnection();
+        if (random_.below(6) == 0) loseConnection();
         return;
       case 9:
-        if (random(6) == 0)
-          store_.compacted = store_.revision() - random(static_cast<uint32_t>(store_.revision()));
+        if (random_.below(6) == 0)
+          store_.compacted = store_.revision() - random_.below(static_cast<uint32_t>(store_.revision()));
         return;
       case 10:
-        if (faults_.restores && random(10) == 0) restore();
+        if (faults_.restores && random_.below(10) == 0) restore();
         return;
       default:
-        return advance(random(3000));
+        return advance(random_.below(3000));
     }
   }
 
@@ -117,20 +118,19 @@ class Simulation {
     for (const auto& [key, record] : content) values[key] = record.value;
     return values;
   }
-  uint32_t random(uint32_t below) { return static_cast<uint32_t>(engine_() % below); }
 
   void write() {
     std::map<std::string, std::optional<std::string>> changes;
-    for (uint32_t i = 1 + random(4); i > 0; --i) {
-      if (random(3) == 0) {
-        changes[stable(random(8))] = std::to_string(random(100));
+    for (uint32_t i = 1 + random_.below(4); i > 0; --i) {
+      if (random_.below(3) == 0) {
+        changes[stable(random_.below(8))] = std::to_string(random_.below(100));
       } else {
-        auto& change = changes["k/" + std::to_string(random(12))];
+        auto& change = changes["k/" + std::to_string(random_.below(12))];
         change.reset();
-        if (random(2) == 0) change = std::to_string(random(100));
+        if (random_.below(2) == 0) change = std::to_string(random_.below(100));
       }
     }
-    store_.write(changes, random(3));
+    store_.write(changes, random_.below(3));
     offer();
   }
 
@@ -145,10 +145,10 @@ class Simulation {
     WatchResponse response;
     for (; *watchFrom_ <= store_.revision(); ++*watchFrom_) {
       for (const Event& event : store_.events[static_cast<size_t>(*watchFrom_)]) {
-        bool lost = faults_.loses && random(10) == 0;
+        bool lost = faults_.loses && random_.below(10) == 0;
         everLost_ |= lost;
         if (lost) continue;
-        if (!response.events.empty() && random(3) == 0) {
+        if (!response.events.empty() && random_.below(3) == 0) {
           response.fragment = true;
           response.header = store_.header();
           answers_.push_back(std::exchange(response, {}));
@@ -159,7 +159,7 @@ class Simulation {
     if (response.events.empty()) return;
     response.header = store_.header();
     answers_.push_back(response);
-    if (random(8) == 0) answers_.push_back(response);
+    if (random_.below(8) == 0) answers_.push_back(response);
   }
 
   void deliver() {
@@ -189,7 +189,7 @@ class Simulation {
     if (at < store_.compacted || at > store_.revision()) return std::nullopt;
     Page page{store_.header(), {}, false};
     const Content& content = store_.content(at);
-    size_t limit = std::min<size_t>(static_cast<size_t>(asked.limit), 1 + random(12));
+    size_t limit = std::min<size_t>(static_cast<size_t>(asked.limit), 1 + random_.below(12));
     for (auto i = content.lower_bound(asked.from); i != content.end(); ++i) {
       page.more = page.records.size() == limit;
       if (page.more) break;
@@ -207,15 +207,15 @@ class Simulation {
   void restore() {
     everLost_ = true;
     int64_t least = std::max(firstRevision_, store_.compacted);
-    store_.restore(least + random(static_cast<uint32_t>(store_.revision() - least + 1)));
-    if (random(3) == 0) ++store_.clusterId;
+    store_.restore(least + random_.below(static_cast<uint32_t>(store_.revision() - least + 1)));
+    if (random_.below(3) == 0) ++store_.clusterId;
     loseConnection();
   }
 
   // Events that are not lost are not on their way for longer than the audit waits for them.
   void advance(uint64_t ms) {
     for (uint64_t end = now_ + ms; now_ < end;) {
-      uint64_t step = std::min<uint64_t>(end - now_, 1 + random(1000));
+      uint64_t step = std::min<uint64_t>(end - now_, 1 + random_.below(1000));
       now_ += step;
       overdueMs_ = answers_.empty() ? 0 : overdueMs_ + step;
       if (overdueMs_ > 1500) {
@@ -241,7 +241,7 @@ class Simulation {
   // What the server reads at once may still be overtaken by what the watch says.
   void carryOut(const ReadPage& page) {
     page_ = page;
-    read_ = random(2) == 0 ? read(page) : std::nullopt;
+    read_ = random_.below(2) == 0 ? read(page) : std::nullopt;
   }
   void carryOut(const OpenWatch& watch) {
     watchFrom_ = watch.fromRevision;
@@ -250,7 +250,7 @@ class Simulation {
     offer();
   }
   void carryOut(const RequestProgress& /*request*/) {
-    answers_.insert(answers_.begin() + random(static_cast<uint32_t>(answers_.size()) + 1),
+    answers_.insert(answers_.begin() + random_.below(static_cast<uint32_t>(answers_.size()) + 1),
                     watchEvents(store_.header()));
   }
 
@@ -268,7 +268,7 @@ class Simulation {
     EXPECT_EQ(shown_, valuesOf(store_.content(batch.revision)));
   }
 
-  std::mt19937 engine_;
+  Support::Random random_;
   Faults faults_;
   ModelStore store_;
   Follower follower_;

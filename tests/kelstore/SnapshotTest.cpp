@@ -4,7 +4,8 @@
 #include <gmock/gmock.h>
 
 #include <map>
-#include <random>
+
+#include "tests/support/Random.h"
 
 namespace Kelstore {
 namespace {
@@ -56,20 +57,19 @@ TEST(SnapshotTest, NoChange_EverythingIsShared) {
 TEST(SnapshotTest, RandomChanges_ItEqualsAMap) {
   for (uint32_t seed = 1; seed <= 20; ++seed) {
     SCOPED_TRACE(seed);
-    std::mt19937 engine(seed);
-    auto random = [&engine](uint32_t below) { return static_cast<uint32_t>(engine() % below); };
-    uint32_t keys = 1 + random(3000);
+    Support::Random random(seed);
+    uint32_t keys = 1 + random.below(3000);
     std::map<Path, Value> model;
     Snapshot snapshot;
     for (int round = 0; round < 60; ++round) {
       std::map<Path, std::optional<Value>> changes;
       // Now and then most of it goes, or comes.
-      bool wholesale = random(10) == 0;
-      uint32_t removing = random(2) == 0 ? 9 : 2;
-      for (uint32_t i = wholesale ? keys : random(20); i > 0; --i) {
-        auto& change = changes[at(random(keys))];
+      bool wholesale = random.below(10) == 0;
+      uint32_t removing = random.below(2) == 0 ? 9 : 2;
+      for (uint32_t i = wholesale ? keys : random.below(20); i > 0; --i) {
+        auto& change = changes[at(random.below(keys))];
         change.reset();
-        if (random(10) >= removing) change = Interface{random(3)};
+        if (random.below(10) >= removing) change = Interface{random.below(3)};
       }
       std::vector<Path> expected;
       for (const auto& [path, value] : changes) {
@@ -91,7 +91,7 @@ TEST(SnapshotTest, RandomChanges_ItEqualsAMap) {
       ASSERT_TRUE(std::equal(
           snapshot.begin(), snapshot.end(), model.begin(), model.end(),
           [](const auto& a, const auto& b) { return a.first == b.first && a.second == b.second; }));
-      for (uint32_t i = 0; i < keys; i += 1 + random(50)) {
+      for (uint32_t i = 0; i < keys; i += 1 + random.below(50)) {
         const Value* value = snapshot.find(at(i));
         auto found = model.find(at(i));
         ASSERT_EQ(value == nullptr, found == model.end());

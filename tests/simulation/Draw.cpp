@@ -4,8 +4,8 @@
 #include <array>
 #include <vector>
 
-#include "tests/simulation/Random.h"
 #include "tests/simulation/Universe.h"
+#include "tests/support/Random.h"
 
 namespace Simulation {
 namespace {
@@ -42,10 +42,10 @@ constexpr std::array kWeights = {
 };
 
 // Some of the places below count.
-std::vector<uint32_t> some(Random& random, size_t count, uint32_t most) {
+std::vector<uint32_t> some(Support::Random& random, size_t count, uint32_t most) {
   std::vector<uint32_t> places(count);
   for (uint32_t i = 0; i < count; ++i) places[i] = i;
-  for (size_t i = count; i > 1; --i) std::swap(places[i - 1], places[random.below(static_cast<uint32_t>(i))]);
+  random.shuffle(places);
   places.resize(std::min<size_t>(count, 1 + random.below(most)));
   return places;
 }
@@ -53,7 +53,7 @@ std::vector<uint32_t> some(Random& random, size_t count, uint32_t most) {
 class Drawing {
  public:
   explicit Drawing(uint64_t seed) : random_(seed) {
-    aliases_ = random_.chance(40);
+    aliases_ = random_.percent(40);
     keys_ = some(random_, aliases_ ? kKeys.size() : kPlainKeys, 7);
     members_ = some(random_, kMembers.size(), 6);
     interfaces_ = some(random_, kInterfaces.size(), 8);
@@ -63,12 +63,12 @@ class Drawing {
     kinds_ = some(random_, kMemoryKinds.size(), 5);
     storageIndexes_ = some(random_, kStorageIndexes.size(), 8);
     // One index for each interface and each mapping, or whichever.
-    indexesCollide_ = random_.chance(40);
-    nestPercent_ = random_.chance(50) ? 0 : random_.chance(70) ? 8 : 25;
-    otherSetPercent_ = random_.chance(50) ? 0 : 25;
+    indexesCollide_ = random_.percent(40);
+    nestPercent_ = random_.percent(50) ? 0 : random_.percent(70) ? 8 : 25;
+    otherSetPercent_ = random_.percent(50) ? 0 : 25;
     yieldMode_ = random_.below(kYieldModes + 1);
     for (const Weight& weight : kWeights) {
-      uint32_t factor = random_.chance(12) ? 0 : random_.chance(20) ? 1 : 5;
+      uint32_t factor = random_.percent(12) ? 0 : random_.percent(20) ? 1 : 5;
       total_ += weight.weight * factor;
       ends_.push_back(total_);
     }
@@ -77,14 +77,14 @@ class Drawing {
   std::vector<Step> steps() {
     std::vector<Step> steps;
     // Often there is a cluster before there is an agent, and sometimes rows.
-    uint32_t before = random_.chance(70) ? random_.below(60) : 0;
+    uint32_t before = random_.percent(70) ? random_.below(60) : 0;
     while (steps.size() < before) {
       Step step = draw();
       if (step.kind < Kind::clock || step.kind == Kind::stale) steps.push_back(step);
     }
     steps.push_back({.kind = Kind::agentIs, .value = agentBits()});
-    if (random_.chance(75)) steps.push_back({.kind = Kind::status, .value = 1});
-    if (random_.chance(60))
+    if (random_.percent(75)) steps.push_back({.kind = Kind::status, .value = 1});
+    if (random_.percent(60))
       steps.push_back({.kind = Kind::drain, .key = mode(), .item = 400, .value = any()});
     size_t count = 200 + random_.below(1800);
     while (steps.size() < count) steps.push_back(draw());
@@ -92,17 +92,15 @@ class Drawing {
   }
 
  private:
-  uint32_t any() { return static_cast<uint32_t>(random_.next() >> 40); }
-  uint32_t of(const std::vector<uint32_t>& places) {
-    return places[random_.below(static_cast<uint32_t>(places.size()))];
-  }
+  uint32_t any() { return static_cast<uint32_t>(random_.any() >> 40); }
+  uint32_t of(const std::vector<uint32_t>& places) { return random_.of(places); }
   uint32_t mode() { return yieldMode_ < kYieldModes ? yieldMode_ : random_.below(kYieldModes); }
-  uint32_t set() { return random_.chance(otherSetPercent_) ? 1 : 0; }
+  uint32_t set() { return random_.percent(otherSetPercent_) ? 1 : 0; }
   // Mostly the first set's.
   uint32_t agentBits() {
     uint32_t bits = 0;
     for (uint32_t bit = 0; bit < 6; ++bit) bits |= set() << bit;
-    return random_.chance(70) ? bits & ~1U : bits;
+    return random_.percent(70) ? bits & ~1U : bits;
   }
   Kind kind() {
     if (total_ == 0) return Kind::slice;
@@ -122,7 +120,7 @@ class Drawing {
     // Drawn for all steps that are made on their own account, so that one does not depend on another's kind.
     bool draws = step.kind < Kind::slice || step.kind >= Kind::walkFirst || step.kind == Kind::pause ||
                  step.kind == Kind::resume;
-    if (draws && random_.chance(nestPercent_)) {
+    if (draws && random_.percent(nestPercent_)) {
       uint32_t within = 1 + random_.below(6);
       if (step.kind >= Kind::walkFirst) step.within = within;
     }
@@ -191,7 +189,7 @@ class Drawing {
   void drawDoing(Step& step) {
     switch (step.kind) {
       case Kind::clock:
-        step.value = random_.below(random_.chance(80) ? 10'000 : 100'000'000);
+        step.value = random_.below(random_.percent(80) ? 10'000 : 100'000'000);
         break;
       case Kind::slice:
         step.item = random_.below(8);
@@ -249,7 +247,7 @@ class Drawing {
   static constexpr uint32_t kTables_ = 5;
   static constexpr uint32_t kMounts_ = kMounts.size();
 
-  Random random_;
+  Support::Random random_;
   bool aliases_;
   std::vector<uint32_t> keys_, members_, interfaces_, ifIndexes_, processors_, mounts_, kinds_,
       storageIndexes_;
@@ -268,7 +266,7 @@ Conditions conditionsOf(uint64_t seed) {
   uint64_t group = seed / kSeedsOfGroup % 8;
   return {.storageToggle = group != 5 && group != 7,
           .memoryToggle = group != 6 && group != 7,
-          .keepRecords = mixed(seed) % 2 == 0};
+          .keepRecords = Support::mixed(seed) % 2 == 0};
 }
 
 Scenario scenarioOf(uint64_t seed) {

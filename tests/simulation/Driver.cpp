@@ -14,10 +14,10 @@
 #include "platform/toggles/Toggles.h"
 #include "tests/simulation/AgentSteps.h"
 #include "tests/simulation/Follower.h"
-#include "tests/simulation/Random.h"
 #include "tests/simulation/Tasks.h"
 #include "tests/simulation/Walks.h"
 #include "tests/support/BareAgent.h"
+#include "tests/support/Random.h"
 
 namespace Simulation {
 namespace {
@@ -139,11 +139,11 @@ class Driver {
   static YieldMode yieldModeIn(const Step& step) { return static_cast<YieldMode>(step.key % kYieldModes); }
 
   bool drain(const Step& step) {
-    Random random(step.value);
+    Support::Random random(step.value);
     bool any = false;
     for (uint32_t i = 0; i < step.item && !failed(); ++i) {
-      auto draw = static_cast<uint32_t>(random.next());
-      if (!tasks_.slice(static_cast<uint32_t>(random.next()), yieldModeIn(step), draw)) break;
+      auto draw = static_cast<uint32_t>(random.any());
+      if (!tasks_.slice(static_cast<uint32_t>(random.any()), yieldModeIn(step), draw)) break;
       any = true;
       ++events_;
       follower_->stepEnds(tasks_.settled());

@@ -4,8 +4,8 @@
 
 #include <algorithm>
 
-#include "tests/simulation/Random.h"
 #include "tests/simulation/Universe.h"
+#include "tests/support/Random.h"
 
 namespace Simulation {
 namespace {

@@ -8,7 +8,7 @@
 #include <initializer_list>
 #include <stdexcept>
 
-#include "tests/simulation/Random.h"
+#include "tests/support/Random.h"
 
 namespace Simulation {
 namespace {
@@ -29,7 +29,7 @@ uint64_t numberAtEnd(std::string_view text) {
 
 uint64_t mixedAll(std::initializer_list<uint64_t> parts) {
   uint64_t number = 0;
-  for (uint64_t part : parts) number = mixed(number + part);
+  for (uint64_t part : parts) number = Support::mixed(number + part);
   return number;
 }
 

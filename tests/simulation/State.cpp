@@ -3,7 +3,7 @@
 #include <fmt/format.h>
 
 #include "tests/simulation/Places.h"
-#include "tests/simulation/Random.h"
+#include "tests/support/Random.h"
 
 namespace Simulation {
 namespace {
@@ -39,14 +39,14 @@ State::State(const Conditions& conditions, Zavro::ManualClock& clock,
 
 Zavro::Ptr<const Trel::ReachabilityState> State::reachability(uint32_t draw) {
   using Record = Trel::ReachabilityState;
-  Random random(draw);
+  Support::Random random(draw);
   auto state = static_cast<Record::State>(random.below(Record::kStates + 1));  // one that has no name, too
   std::optional<Lanix::IntfId> intf;
-  if (random.chance(70)) intf = interfaceAt(random.below(kInterfaces.size()));
+  if (random.percent(70)) intf = interfaceAt(random.below(kInterfaces.size()));
   // Mostly now, sometimes long ago or in a distant future; the serial stands below the resolution of a tick.
   uint64_t tick = clock_.utcNs() / kTickNs;
-  if (random.chance(10))
-    tick = random.chance(50) ? random.below(1000) : ~uint64_t{0} / kTickNs - 1 - random.below(1000);
+  if (random.percent(10))
+    tick = random.percent(50) ? random.below(1000) : ~uint64_t{0} / kTickNs - 1 - random.below(1000);
   return kept(Zavro::makePtr<const Record>(state, intf, tick * kTickNs + ++lastSerial_));
 }
 
@@ -56,20 +56,20 @@ Zavro::Ptr<const HostResources::Processor> State::processor() {
 }
 
 Zavro::Ptr<const HostResources::StorageInfo> State::storage(uint32_t draw) {
-  Random random(draw);
-  uint64_t size = (random.next() >> random.below(44)) << 20 | ++lastSerial_;
-  uint64_t free = random.chance(20) ? random.next() : random.next() % size;
+  Support::Random random(draw);
+  uint64_t size = (random.any() >> random.below(44)) << 20 | ++lastSerial_;
+  uint64_t free = random.percent(20) ? random.any() : random.any() % size;
   return kept(
-      Zavro::makePtr<const HostResources::StorageInfo>(static_cast<uint32_t>(random.next()), size, free));
+      Zavro::makePtr<const HostResources::StorageInfo>(static_cast<uint32_t>(random.any()), size, free));
 }
 
 Zavro::Ptr<const HostResources::MemInfo> State::memInfo(uint32_t draw) {
-  Random random(draw);
+  Support::Random random(draw);
   HostResources::MemInfo::Amounts amounts;
   auto amount = [&](uint32_t absent) {
-    return random.chance(absent) ? std::nullopt : std::optional(static_cast<uint32_t>(random.next()));
+    return random.percent(absent) ? std::nullopt : std::optional(static_cast<uint32_t>(random.any()));
   };
-  amounts.total = random.chance(10) ? std::optional(0U) : amount(15);
+  amounts.total = random.percent(10) ? std::optional(0U) : amount(15);
   amounts.free = amount(30);
   amounts.available = amount(30);
   amounts.nonBuffer = amount(30);
@@ -99,7 +99,7 @@ Zavro::Ptr<Kor::Entity> State::wrongEntity() {
 // -- Rows of an earlier life
 
 bool State::stale(const Step& step) {
-  Random random(step.value);
+  Support::Random random(step.value);
   TrelSnmp::TrelMib& mib = *sets_[step.set % kSets].mib;
   const InputSet& in = sets_[random.below(kSets)];
   // Half of the rows are what a pipeline would write, as far as one can be found.
@@ -120,13 +120,13 @@ bool State::stale(const Step& step) {
       const auto* record = reach != nullptr ? reach->reachabilityStatus().find(neighbour) : nullptr;
       if (mib.trelReachabilityTable(pair)) return false;
       mib.trelReachabilityTableIs(
-          pair, record != nullptr && random.chance(70) ? *record : reachability(step.value), in.ifMib);
+          pair, record != nullptr && random.percent(70) ? *record : reachability(step.value), in.ifMib);
       return true;
     }
     case TableId::system: {
       const Host* host = hostAt(*in.hostResourcesDir, std::to_string(member));
       if (mib.trelHrSystemTable(member)) return false;
-      mib.trelHrSystemTableIs(member, host != nullptr && random.chance(70) ? host : newHost().get());
+      mib.trelHrSystemTableIs(member, host != nullptr && random.percent(70) ? host : newHost().get());
       return true;
     }
     case TableId::processor: {
@@ -135,14 +135,14 @@ bool State::stale(const Step& step) {
       const auto* record =
           host != nullptr ? host->processorTable().find(processorKey.processorIndex()) : nullptr;
       if (mib.trelProcessorTable(processorKey)) return false;
-      mib.trelProcessorTableIs(processorKey, record != nullptr && random.chance(70) ? *record : processor());
+      mib.trelProcessorTableIs(processorKey, record != nullptr && random.percent(70) ? *record : processor());
       return true;
     }
     default: {
       TrelSnmp::TrelHrStorageKey storageKey(member, kStorageIndexes[random.below(kStorageIndexes.size())]);
       if (mib.trelHrStorageTable(storageKey)) return false;
       auto mapped = mapping(storageKey.hrStorageIndex());
-      if (random.chance(50)) {
+      if (random.percent(50)) {
         mib.trelHrStorageTableIs(Zavro::makePtr<const TrelSnmp::TrelHrStorageEntryMount>(
             storageKey, mapped.type, mapped.description, storage(step.value)));
       } else {

@@ -1,6 +1,6 @@
 #include "tests/simulation/Places.h"
-#include "tests/simulation/Random.h"
 #include "tests/simulation/State.h"
+#include "tests/support/Random.h"
 
 namespace Simulation {
 namespace {
@@ -31,10 +31,10 @@ bool State::apply(const Step& step) {
 // -- What members report of their neighbours
 
 void State::draw(Reach& reach, uint32_t value) {
-  Random random(value);
+  Support::Random random(value);
   for (uint32_t count = random.below(5); count > 0; --count) {
     auto neighbour = memberAt(random.below(kMembers.size()));
-    reach.reachabilityStatus().set(neighbour, reachability(static_cast<uint32_t>(random.next())));
+    reach.reachabilityStatus().set(neighbour, reachability(static_cast<uint32_t>(random.any())));
   }
 }
 
@@ -111,7 +111,7 @@ bool State::applyReach(const Step& step, const InputSet& in) {
 // -- Links and interface indexes
 
 void State::draw(Trel::TopoConfig& config, uint32_t value) {
-  Random random(value);
+  Support::Random random(value);
   for (uint32_t count = random.below(4); count > 0; --count) {
     auto neighbour = memberAt(random.below(kMembers.size()));
     config.neighbor().set(neighbour, interfaceAt(random.below(kInterfaces.size())));
@@ -159,15 +159,15 @@ bool State::applyTopology(const Step& step, const InputSet& in) {
 // -- Hosts
 
 void State::draw(Host& host, uint32_t value) {
-  Random random(value);
+  Support::Random random(value);
   for (uint32_t count = random.below(4); count > 0; --count) {
     host.processorTable().set(processorAt(random.below(kProcessors.size())), processor());
   }
   for (uint32_t count = random.below(4); count > 0; --count) {
     auto mount = mountAt(random.below(kMounts.size()));
-    host.storageInfoTable().set(mount, storage(static_cast<uint32_t>(random.next())));
+    host.storageInfoTable().set(mount, storage(static_cast<uint32_t>(random.any())));
   }
-  if (random.chance(60)) host.memInfoIs(memInfo(static_cast<uint32_t>(random.next())));
+  if (random.percent(60)) host.memInfoIs(memInfo(static_cast<uint32_t>(random.any())));
 }
 
 bool State::applyHost(const Step& step, const InputSet& in) {
@@ -178,15 +178,15 @@ bool State::applyHost(const Step& step, const InputSet& in) {
   if (!host) return false;
   uint32_t processorIndex = processorAt(step.item);
   const std::string mountPoint = mountAt(step.item);
-  Random random(step.value);
+  Support::Random random(step.value);
   switch (step.kind) {
     case Kind::figures: {
       Host::System figures{.systemUptime = random.below(0xffffffff) / 100.0,
                            .currentTimeUtc = static_cast<double>(clock_.utcNs() / 100'000'000) / 10.0,
-                           .systemNumUsers = static_cast<uint32_t>(random.next()),
-                           .systemProcesses = static_cast<uint32_t>(random.next()),
-                           .memorySize = static_cast<uint32_t>(random.next())};
-      if (random.chance(10)) figures.systemUptime = -1;
+                           .systemNumUsers = static_cast<uint32_t>(random.any()),
+                           .systemProcesses = static_cast<uint32_t>(random.any()),
+                           .memorySize = static_cast<uint32_t>(random.any())};
+      if (random.percent(10)) figures.systemUptime = -1;
       host->systemIs(figures);
       figures_[serial(host.get())] = figures;
       return true;

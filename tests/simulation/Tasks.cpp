@@ -9,9 +9,9 @@ bool Tasks::Yields::shouldYield() {
     case YieldMode::always:
       return true;
     case YieldMode::sometimes:
-      return random_.chance(40);
+      return random_.percent(40);
     case YieldMode::rarely:
-      return random_.chance(5);
+      return random_.percent(5);
     default:
       clock_.advanceNs(random_.below(3'000'000));
       return slice_.shouldYield();

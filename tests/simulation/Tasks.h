@@ -3,8 +3,8 @@
 
 #include "platform/vem/Vem.h"
 #include "platform/zavro/Clock.h"
-#include "tests/simulation/Random.h"
 #include "tests/simulation/Step.h"
+#include "tests/support/Random.h"
 
 namespace Simulation {
 
@@ -25,7 +25,7 @@ class Tasks {
     explicit Yields(Zavro::ManualClock& clock) : clock_(clock), slice_(clock) {}
     void are(YieldMode mode, uint64_t draw) {
       mode_ = mode;
-      random_ = Random(draw);
+      random_ = Support::Random(draw);
     }
     void sliceStarts() override { slice_.sliceStarts(); }
     bool shouldYield() override;
@@ -34,7 +34,7 @@ class Tasks {
     Zavro::ManualClock& clock_;
     Vem::TimeSlice slice_;
     YieldMode mode_ = YieldMode::never;
-    Random random_{0};
+    Support::Random random_{0};
   };
 
   Yields yields_;

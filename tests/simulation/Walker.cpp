@@ -8,8 +8,8 @@
 #include "platform/snmp/RegVoidCollByContext.h"
 #include "snmp-modules/veldaTrelHostResourcesMIB.h"
 #include "snmp-modules/veldaTrelMIB.h"
-#include "tests/simulation/Random.h"
 #include "tests/simulation/Universe.h"
+#include "tests/support/Random.h"
 
 namespace Simulation {
 namespace {
@@ -141,28 +141,28 @@ std::optional<Shown> Walker::shownAt(const Key& key) const {
 
 // The index of a row that is there, of one that is not, or of no row at all.
 std::vector<SnmpTest::Component> Walker::hint(uint32_t draw, std::optional<Key>& exact) {
-  Random random(draw);
+  Support::Random random(draw);
   const auto& types = served(table_).index;
   const auto& table = follower_.rows(set_, table_);
   Key key{random.below(4), types.size() == 2 ? random.below(4) : 0};
-  if (!table.empty() && random.chance(70)) {
-    key = std::next(table.begin(), random.below(static_cast<uint32_t>(table.size())))->first;
+  if (!table.empty() && random.percent(70)) {
+    key = random.of(table).first;
   }
-  if (random.chance(20)) {
+  if (random.percent(20)) {
     // One beside it, also beyond what fits.
-    (types.size() == 1 || random.chance(50) ? key.first : key.second) += random.chance(50) ? 1U : ~0U;
+    (types.size() == 1 || random.percent(50) ? key.first : key.second) += random.percent(50) ? 1U : ~0U;
   }
   std::vector<SnmpTest::Component> components = {{key.first, types[0]}};
   if (types.size() == 2) components.push_back({key.second, types[1]});
   if (table.contains(key)) exact = key;
-  SnmpTest::Component& one = components[random.below(static_cast<uint32_t>(components.size()))];
+  SnmpTest::Component& one = random.of(components);
   switch (random.below(12)) {
     case 0:
       one.type = one.type == ASN_INTEGER ? ASN_UNSIGNED : ASN_INTEGER;
       exact.reset();
       break;
     case 1:
-      one.value = random.chance(50) ? -1 : 0x100000000;
+      one.value = random.percent(50) ? -1 : 0x100000000;
       exact.reset();
       break;
     case 2:
@@ -280,14 +280,13 @@ bool Walker::drop(uint32_t draw) {
 
 bool Walker::read(uint32_t draw) {
   if (held_.empty()) return false;
-  Random random(draw);
-  Held& held = held_[random.below(static_cast<uint32_t>(held_.size()))];
+  Support::Random random(draw);
+  Held& held = random.of(held_);
   const auto& columns = served(table_).columns;
   // Sometimes one that is not served.
-  unsigned column =
-      random.chance(5) ? random.below(9) : columns[random.below(static_cast<uint32_t>(columns.size()))];
+  unsigned column = random.percent(5) ? random.below(9) : random.of(columns);
   bool isServed = std::find(columns.begin(), columns.end(), column) != columns.end();
-  bool set = random.chance(3);
+  bool set = random.percent(3);
   std::string got = SnmpTest::handle(served(table_).handler, set ? MODE_SET_RESERVE1 : MODE_GET,
                                      {{.column = column, .dataContext = held.context}});
   follower_.note(got);

@@ -4,11 +4,11 @@
 
 #include <algorithm>
 #include <map>
-#include <random>
 
 #include "tests/pipelines/IfTableWorld.h"
 #include "tests/snmp-modules/Callbacks.h"
 #include "tests/snmp-modules/ModuleTest.h"
+#include "tests/support/Random.h"
 
 namespace SnmpTest {
 namespace {
@@ -115,7 +115,7 @@ class ManyPairs : public MovingIndexTest {
     int b = (a + 1 + any() % (kMoving - 1)) % kMoving;
     std::string first = intfOf(a);
     std::string second = intfOf(b);
-    if (random_() % 2 == 0) {
+    if (random_.percent(50)) {
       uint32_t index = indexOf(first);
       world_.indexIs(first, indexOf(second));
       world_.indexIs(second, index);
@@ -144,7 +144,7 @@ class ManyPairs : public MovingIndexTest {
     world_.wires(local, remote, intf);
     world_.indexIs(intf, ifIndex);
   }
-  int any() { return static_cast<int>(random_() % kMoving); }
+  int any() { return static_cast<int>(random_.below(kMoving)); }
   std::string intfOf(int n) const {
     return world_.member(2)->neighbor().find(Trel::MemberId(static_cast<uint8_t>(n)))->name();
   }
@@ -152,7 +152,7 @@ class ManyPairs : public MovingIndexTest {
     return *world_.ifMib->ifIndexByIntfId().find(Lanix::IntfId(intf));
   }
 
-  std::mt19937 random_{1};
+  Support::Random random_{1};
 };
 
 TEST_F(ManyPairs, OneSwapAtATime_NoIndexIsMissingForMoreThanOneStep) {

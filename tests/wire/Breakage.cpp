@@ -162,15 +162,15 @@ void breakElements(const Bytes& message, const Take& take) {
   breakElement(elements.at(0), elements.at(0), take);
 }
 
-Bytes brokenSomewhere(Bytes message, Random& random) {
+Bytes brokenSomewhere(Bytes message, Support::Random& random) {
   for (uint64_t count = random.from(1, 6); count > 0 && !message.empty(); --count) {
-    size_t at = random.below(message.size());
+    size_t at = random.from(0, message.size() - 1);
     switch (random.below(6)) {
       case 0:
         message.erase(at, random.from(1, 4));
         break;
       case 1:
-        message.insert(at, message.substr(random.below(message.size()), random.from(1, 8)));
+        message.insert(at, message.substr(random.from(0, message.size() - 1), random.from(1, 8)));
         break;
       case 2:
         message[at] = octet(static_cast<uint8_t>(message[at]) ^ 1u << random.below(8));

@@ -3,8 +3,8 @@
 
 #include <functional>
 
+#include "tests/support/Random.h"
 #include "tests/wire/Ber.h"
-#include "tests/wire/Random.h"
 
 namespace Wire {
 
@@ -20,7 +20,7 @@ void breakOctets(const Bytes& message, const Take& take);
 void breakElements(const Bytes& message, const Take& take);
 
 // A few octets are something else, missing or doubled, wherever.
-Bytes brokenSomewhere(Bytes message, Random& random);
+Bytes brokenSomewhere(Bytes message, Support::Random& random);
 
 // Whether it is one element, of elements as far as they are constructed.
 bool isWellFormed(std::string_view message);

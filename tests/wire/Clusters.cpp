@@ -71,7 +71,7 @@ json Clusters::any() {
   document["interfaces"] = interfaces();
   addLinks(document);
   document["storageMappings"] = mappings();
-  for (uint64_t count = random_.below(7); count > 0; --count) document["members"][memberId()] = member();
+  for (uint32_t count = random_.below(7); count > 0; --count) document["members"][memberId()] = member();
   return document;
 }
 
@@ -161,8 +161,8 @@ uint64_t Clusters::lastChange() {
   // Not to come: that reads as the uptime of the moment in which it is read.
   constexpr uint64_t kSecond = 1'000'000'000;
   while (true) {
-    std::vector<uint64_t> times = {0, 1, nowNs() - random_.below(100'000 * kSecond),
-                                   nowNs() - random_.below(10 * kSecond)};
+    std::vector<uint64_t> times = {0, 1, nowNs() - random_.from(0, 100'000 * kSecond),
+                                   nowNs() - random_.from(0, 10 * kSecond)};
     uint64_t time = random_.of(times);
     if (clock_.knows(time)) return time;
   }

@@ -3,7 +3,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "tests/wire/Random.h"
+#include "tests/support/Random.h"
 #include "tests/wire/Tables.h"
 
 namespace Wire {
@@ -33,7 +33,7 @@ class Clusters {
   // Of the first, with some of what is below it as in the second.
   nlohmann::json mixed(const nlohmann::json& first, const nlohmann::json& second);
 
-  Random random_;
+  Support::Random random_;
   AgentClock clock_;
   nlohmann::json last_;
 };

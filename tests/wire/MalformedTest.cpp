@@ -44,7 +44,7 @@ class MalformedMessages : public testing::Test {
 
   Oid instance() {
     const Tree& tree = subject_.model().tree();
-    return std::next(tree.begin(), static_cast<std::ptrdiff_t>(random_.below(tree.size())))->first;
+    return random_.of(tree).first;
   }
   Pdu pdu(PduType type, size_t count) {
     Pdu made{type, static_cast<int32_t>(random_.edge()), 0, type == PduType::getBulk ? 5 : 0, {}};
@@ -86,7 +86,7 @@ class MalformedMessages : public testing::Test {
   }
 
   Subject subject_{access()};
-  Random random_;
+  Support::Random random_;
   // Apart from what is broken, so that answers to that do not come in between.
   Exchange probes_;
   Message probe_;

@@ -89,7 +89,7 @@ void Requests::addBounds(Pdu& pdu) {
 }
 
 Oid Requests::name(const Tree& tree) {
-  uint64_t kind = random_.below(100);
+  uint32_t kind = random_.below(100);
   Oid name = kind < 80 ? around(tree) : kind < 90 ? prefix() : outside();
   // As long as a name can be, or one more or less.
   if (random_.percent(2)) name = stretched(name, random_.from(127, 128));
@@ -99,11 +99,11 @@ Oid Requests::name(const Tree& tree) {
 
 // An instance, or something near one.
 Oid Requests::around(const Tree& tree) {
-  const TableShape& table = tableShapes()[random_.below(tableShapes().size())];
-  Oid name = joined(table.root, {1, static_cast<uint32_t>(random_.below(table.lastColumn + 2))});
+  const TableShape& table = random_.of(tableShapes());
+  Oid name = joined(table.root, {1, random_.below(table.lastColumn + 2)});
   for (size_t i = 0; i < table.indexes; ++i) name.push_back(random_.edge());
   if (!tree.empty() && random_.percent(85)) {
-    name = std::next(tree.begin(), static_cast<std::ptrdiff_t>(random_.below(tree.size())))->first;
+    name = random_.of(tree).first;
   }
   if (random_.percent(50)) return name;
   size_t root = tableShapes()[0].root.size();
@@ -126,8 +126,8 @@ Oid Requests::around(const Tree& tree) {
 
 // Up to a table, an entry or a column, and a step aside.
 Oid Requests::prefix() {
-  const TableShape& table = tableShapes()[random_.below(tableShapes().size())];
-  Oid name = joined(table.root, {1, static_cast<uint32_t>(random_.from(0, table.lastColumn + 1)), 0});
+  const TableShape& table = random_.of(tableShapes());
+  Oid name = joined(table.root, {1, random_.below(table.lastColumn + 2), 0});
   name.resize(random_.from(1, name.size()));
   // The first two are encoded as one.
   if (name.size() > 2 && random_.percent(50)) name.back() = subId(name.back());

@@ -2,8 +2,8 @@
 // around the tables.
 #pragma once
 
+#include "tests/support/Random.h"
 #include "tests/wire/Model.h"
-#include "tests/wire/Random.h"
 
 namespace Wire {
 
@@ -27,7 +27,7 @@ class Requests {
   Oid stretched(Oid name, size_t length);
   uint32_t subId(uint32_t near);
 
-  Random random_;
+  Support::Random random_;
   uint64_t nextId_;
 };
 

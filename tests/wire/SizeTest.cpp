@@ -3,7 +3,7 @@
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
-#include "tests/wire/Random.h"
+#include "tests/support/Random.h"
 #include "tests/wire/Settings.h"
 #include "tests/wire/SnmpV3.h"
 #include "tests/wire/Subject.h"
@@ -58,13 +58,13 @@ class Sizes : public testing::Test {
 
   Oid name() {
     const Tree& tree = subject_.model().tree();
-    return std::next(tree.begin(), static_cast<std::ptrdiff_t>(random_.below(tree.size())))->first;
+    return random_.of(tree).first;
   }
   Pdu request(PduType type, size_t varbinds) {
     Pdu made{type, ++requestId_, 0, 0, {}};
     if (type == PduType::getBulk) {
-      made.first = static_cast<int64_t>(random_.below(3));
-      made.second = static_cast<int64_t>(random_.below(120));
+      made.first = random_.below(3);
+      made.second = random_.below(120);
     }
     Value value = type == PduType::set ? integerValue(1) : Value();
     for (; varbinds > 0; --varbinds) made.varbinds.push_back({name(), value});
@@ -90,7 +90,7 @@ class Sizes : public testing::Test {
   }
 
   Subject subject_{access()};
-  Random random_;
+  Support::Random random_;
   // Apart from what may go without an answer.
   Exchange probes_;
   int64_t requestId_ = 0;
