@@ -3,9 +3,8 @@
 #include <fmt/format.h>
 
 #include <array>
-#include <ctime>
-#include <optional>
 
+#include "tests/oracle/Document.h"
 #include "tests/snmp-modules/InProcessAgent.h"
 
 namespace {
@@ -29,13 +28,6 @@ const Json* find(const Json& object, std::initializer_list<std::string> path) {
   return at;
 }
 
-bool backplane(const std::string& intf) {
-  constexpr std::string_view kPrefix = "Backplane";
-  return intf.starts_with(kPrefix) && intf.size() > kPrefix.size() && isdigit(intf[kPrefix.size()]) != 0;
-}
-
-std::string integer(int64_t value) { return fmt::format("i:{}", static_cast<int32_t>(value)); }
-std::string gauge(uint32_t value) { return fmt::format("u:{}", value); }
 std::string octets(std::string text) {
   netsnmp_variable_list varbind{};
   varbind.type = ASN_OCTET_STR;
@@ -43,18 +35,23 @@ std::string octets(std::string text) {
   varbind.val_len = text.size();
   return SnmpTest::valueIn(varbind);
 }
-std::string objectIdentifier(const std::string& dotted) { return "o:" + dotted; }
 
-// Of RFC 2579, in UTC.
-std::string dateAndTime(double utc) {
-  auto seconds = static_cast<time_t>(utc);
-  std::tm tm{};
-  gmtime_r(&seconds, &tm);
-  int year = tm.tm_year + 1900;
-  auto octet = [](int value) { return static_cast<char>(value); };
-  return octets({octet(year / 256), octet(year % 256), octet(tm.tm_mon + 1), octet(tm.tm_mday),
-                 octet(tm.tm_hour), octet(tm.tm_min), octet(tm.tm_sec),
-                 octet(static_cast<int>((utc - static_cast<double>(seconds)) * 10)), '+', 0, 0});
+std::string asAnswered(const Oracle::Column& column) {
+  using Oracle::Column;
+  switch (column.type) {
+    case Column::integer:
+      return fmt::format("i:{}", column.number);
+    case Column::gauge:
+      return fmt::format("u:{}", column.number);
+    case Column::ticks:
+      return fmt::format("t:{}", column.number);
+    case Column::instant:
+      return "t:0";  // before the agent's start
+    case Column::octets:
+      return octets(column.text);
+    default:
+      return "o:" + column.text;
+  }
 }
 
 }  // namespace
@@ -236,114 +233,6 @@ void RandomCluster::changeMapping() {
 
 RandomCluster::Walk RandomCluster::expected() const {
   Walk walk;
-  expectInterfaces(walk);
-  expectReachability(walk);
-  expectSystems(walk);
-  expectProcessors(walk);
-  expectStorage(walk);
+  for (const auto& [name, column] : Oracle::walkOf(Oracle::stateOf(state_))) walk[name] = asAnswered(column);
   return walk;
-}
-
-void RandomCluster::expectInterfaces(Walk& walk) const {
-  const Json* topology = find(state_, {"topology"});
-  if (topology == nullptr) return;
-  for (const auto& [local, neighbours] : topology->items()) {
-    for (const auto& [remote, link] : neighbours.items()) {
-      std::string intf = link["intf"];
-      const Json* index = find(state_, {"interfaces", intf, "ifIndex"});
-      if (index == nullptr || !backplane(intf)) continue;
-      walk[{40, 1, 1, 1, 2, index->get<uint32_t>()}] = integer(number(local));
-      walk[{40, 1, 1, 1, 3, index->get<uint32_t>()}] = integer(number(remote));
-    }
-  }
-}
-
-void RandomCluster::expectReachability(Walk& walk) const {
-  for (const auto& [member, host] : state_["members"].items()) {
-    const Json* reported = find(host, {"reachability"});
-    if (reported == nullptr) continue;
-    for (const auto& [neighbour, record] : reported->items()) {
-      uint32_t state = 0;
-      while (record["state"] != kStates[state]) ++state;
-      uint32_t ifIndex = 0;
-      if (record.contains("intf")) {
-        const Json* index = find(state_, {"interfaces", record["intf"], "ifIndex"});
-        if (index != nullptr) ifIndex = index->get<uint32_t>();
-      }
-      walk[{40, 1, 2, 1, 3, number(member), number(neighbour)}] = integer(ifIndex);
-      walk[{40, 1, 2, 1, 4, number(member), number(neighbour)}] = integer(state + 1);
-      walk[{40, 1, 2, 1, 5, number(member), number(neighbour)}] = "t:0";
-    }
-  }
-}
-
-void RandomCluster::expectSystems(Walk& walk) const {
-  for (const auto& [member, host] : state_["members"].items()) {
-    if (!host.contains("system") && !host.contains("processors") && !host.contains("storage") &&
-        !host.contains("memory")) {
-      continue;
-    }
-    const Json system = host.value("system", Json::object());
-    uint32_t id = number(member);
-    double uptime = system.value("uptime", 0.0);
-    walk[{41, 1, 1, 1, 2, id}] =
-        fmt::format("t:{}", static_cast<uint32_t>(static_cast<uint64_t>(uptime * 100)));
-    walk[{41, 1, 1, 1, 3, id}] = dateAndTime(system.value("currentTimeUtc", 0.0));
-    walk[{41, 1, 1, 1, 4, id}] = gauge(system.value("users", 0U));
-    walk[{41, 1, 1, 1, 5, id}] = gauge(system.value("processes", 0U));
-    walk[{41, 1, 1, 1, 6, id}] = integer(system.value("memorySize", 0U));
-  }
-}
-
-void RandomCluster::expectProcessors(Walk& walk) const {
-  for (const auto& [member, host] : state_["members"].items()) {
-    const Json* processors = find(host, {"processors"});
-    if (processors == nullptr) continue;
-    for (const auto& [index, record] : processors->items()) {
-      walk[{41, 1, 2, 1, 3, number(member), number(index)}] = integer(record["load"].get<int>());
-    }
-  }
-}
-
-void RandomCluster::expectStorage(Walk& walk) const {
-  for (const auto& [member, host] : state_["members"].items()) {
-    const Json* storage = find(host, {"storage"});
-    if (storage != nullptr) {
-      for (const auto& [mount, record] : storage->items()) {
-        const Json* mapping = find(state_, {"storageMappings", "mounts", mount});
-        if (mapping == nullptr) continue;
-        std::vector<uint32_t> row = {41, 1, 3, 1, 0, number(member), (*mapping)["index"]};
-        auto column = [&](uint32_t c) -> std::string& { return walk[(row[4] = c, row)]; };
-        auto size = static_cast<uint32_t>(record["size"].get<uint64_t>());
-        column(3) = objectIdentifier((*mapping)["type"]);
-        column(4) = octets((*mapping)["description"]);
-        column(5) = integer(record["allocationUnits"].get<uint32_t>());
-        column(6) = integer(size);
-        column(7) = integer(size - static_cast<uint32_t>(record["free"].get<uint64_t>()));
-      }
-    }
-    if (const Json* memory = find(host, {"memory"})) expectMemory(walk, number(member), *memory);
-  }
-}
-
-void RandomCluster::expectMemory(Walk& walk, uint32_t member, const Json& memory) const {
-  const Json* mappings = find(state_, {"storageMappings", "memory"});
-  if (mappings == nullptr) return;
-  static const std::map<uint32_t, std::string> kAmounts = {
-      {1, "free"}, {100, "available"}, {2, "nonBuffer"}, {3, "nonCache"}};
-  for (const auto& [kind, mapping] : mappings->items()) {
-    uint32_t index = mapping["index"];
-    uint32_t total = memory.value("total", 0U);
-    uint32_t used = 0;
-    if (auto amount = kAmounts.find(index); total != 0 && amount != kAmounts.end()) {
-      used = total - memory.value(amount->second, 0U);
-    }
-    std::vector<uint32_t> row = {41, 1, 3, 1, 0, member, index};
-    auto column = [&](uint32_t c) -> std::string& { return walk[(row[4] = c, row)]; };
-    column(3) = objectIdentifier(mapping["type"]);
-    column(4) = octets(mapping["description"]);
-    column(5) = integer(1024);
-    column(6) = integer(total);
-    column(7) = integer(used);
-  }
 }

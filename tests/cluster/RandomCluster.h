@@ -1,5 +1,4 @@
-// A cluster whose state changes at random, as a state document, and what a manager must see of it: the five
-// tables stated anew, from the document alone.
+// A cluster whose state changes at random, as a state document, and what a manager must see of it.
 #pragma once
 
 #include <cstdint>
@@ -36,13 +35,6 @@ class RandomCluster {
   void changeHost(const std::string& member);
   void changeMapping();
   Json anyMemory();
-
-  void expectInterfaces(Walk& walk) const;
-  void expectReachability(Walk& walk) const;
-  void expectSystems(Walk& walk) const;
-  void expectProcessors(Walk& walk) const;
-  void expectStorage(Walk& walk) const;
-  void expectMemory(Walk& walk, uint32_t member, const Json& memory) const;
 
   Support::Random random_;
   const unsigned members_;

@@ -34,6 +34,11 @@ size_t lengthOf(std::string_view& rest) {
 
 }  // namespace
 
+Oid joined(Oid name, const Oid& more) {
+  name.insert(name.end(), more.begin(), more.end());
+  return name;
+}
+
 Bytes lengthBytes(size_t length) {
   if (length < kLongForm) return Bytes(1, octet(length));
   Bytes reversed;

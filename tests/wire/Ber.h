@@ -13,6 +13,8 @@ namespace Wire {
 // Octets.
 using Bytes = std::string;
 using Oid = std::vector<uint32_t>;
+// A name, and what follows below it.
+Oid joined(Oid name, const Oid& more);
 
 namespace Tag {
 inline constexpr uint8_t integer = 0x02;

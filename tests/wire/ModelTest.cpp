@@ -11,11 +11,7 @@ namespace {
 
 using nlohmann::json;
 
-Oid oid(size_t table, const Oid& more) {
-  Oid name = tableShapes()[table].root;
-  name.insert(name.end(), more.begin(), more.end());
-  return name;
-}
+Oid oid(size_t table, const Oid& more) { return joined(tableShapes()[table].root, more); }
 
 // Interfaces 5 and 7 join member 1 with members 2 and 3.
 Model links() {

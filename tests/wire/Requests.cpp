@@ -7,11 +7,6 @@ namespace {
 
 constexpr uint64_t kMaxVarbinds = 30;
 
-Oid joined(Oid oid, const Oid& more) {
-  oid.insert(oid.end(), more.begin(), more.end());
-  return oid;
-}
-
 }  // namespace
 
 const std::vector<Value>& valuesOfEveryType() {

@@ -1,8 +1,4 @@
-// What the five tables hold for a state document: worked out from the document alone, without a line of the
-// library's, so that the two can disagree.
-//
-// Requires of a document: no two rows claim one index of a table (which of them would win depends on the
-// order of events), and every value is usable.
+// The five tables as a manager sees them: where they stand, and every instance of them for a state document.
 #pragma once
 
 #include <array>
@@ -46,7 +42,8 @@ class AgentClock {
   double startUtc_;
 };
 
-// Every instance, in walk order.
+// Every instance, in walk order. Requires: no two rows claim one index of a table, and every value can be
+// used.
 using Tree = std::map<Oid, Value>;
 Tree treeOf(const nlohmann::json& document, const AgentClock& clock);
 
