@@ -1,9 +1,10 @@
-// What a daemon does when the process gets SIGHUP: it reads its configuration again. For the loop's thread.
-// Requires: main() holds SIGHUP.
+// What a daemon does when the process gets SIGHUP: it opens its log anew and reads its configuration again.
+// For the loop's thread. Requires: main() holds SIGHUP.
 #pragma once
 
 #include <csignal>
 #include <functional>
+#include <memory>
 #include <utility>
 
 #include "runtime/EventLoop.h"
@@ -14,29 +15,58 @@ namespace Runtime {
 template <class Config>
 class Reload final {
  public:
-  // At each signal calls `read` on a thread, as the file may be on a file system that hangs, and then `take`
-  // on the loop. Of signals that come meanwhile, one more reading takes care. Loop and io outlive this.
-  Reload(EventLoop& loop, Io& io, std::function<Config()> read, std::function<void(const Config&)> take)
-      : read_(std::move(read)),
-        take_(std::move(take)),
-        offLoop_(io),
-        hangup_(loop, SIGHUP, [this] { asked(); }) {}
+  // How long a reading takes before somebody is told.
+  static constexpr uint64_t kPatienceMs = 2000;
+
+  struct Steps {
+    std::function<void()> asked;   // at each signal, at once
+    std::function<Config()> read;  // on a thread, as the file may be on a file system that hangs
+    std::function<void()> waits;   // a reading takes longer than kPatienceMs
+    std::function<void(const Config&)> configured;  // with what was read
+  };
+
+  // The steps are called on the loop, but for `read`. A signal that comes while a reading is under way has
+  // one more follow it; `waits` is called once for the reading, and again a patience after such a signal.
+  // Loop and io outlive this.
+  Reload(EventLoop& loop, Io& io, Steps steps)
+      : io_(io), steps_(std::move(steps)), offLoop_(io), hangup_(loop, SIGHUP, [this] { asked(); }) {}
 
  private:
   void asked() {
+    steps_.asked();
     again_ = reading_;
-    if (std::exchange(reading_, true)) return;
-    offLoop_.run(read_, [this](const Config& config) {
-      reading_ = false;
-      if (again_) return asked();
-      take_(config);
+    bePatient();
+    if (!reading_) read();
+  }
+
+  void bePatient() {
+    if (patience_) return;
+    patience_ = io_.after(kPatienceMs, [this] {
+      patience_.reset();
+      steps_.waits();
     });
   }
 
-  std::function<Config()> read_;
-  std::function<void(const Config&)> take_;
+  void read() {
+    reading_ = true;
+    offLoop_.run(steps_.read, [this](const Config& config) { answered(config); });
+  }
+
+  // Also when more was asked meanwhile: who is asked without pause is to get somewhere.
+  void answered(const Config& config) {
+    reading_ = false;
+    patience_.reset();
+    steps_.configured(config);
+    if (!std::exchange(again_, false)) return;
+    bePatient();
+    read();
+  }
+
+  Io& io_;
+  Steps steps_;
   bool reading_ = false;
   bool again_ = false;
+  std::unique_ptr<Io::Activity> patience_;
   OffLoop offLoop_;
   HeldSignalWatch hangup_;
 };

@@ -64,17 +64,23 @@ Trelmemberd::Trelmemberd(std::string path, const Config& config, Host::TraceLog&
       state_(config, std::make_shared<LinuxMachine>(), std::make_shared<PingProbe>(), links_, io_, clock,
              [this] { publish(); }),
       linkWatch_(loop_, links_.fd(), [this] { links_.readable(); }),
-      reload_(
-          loop_, io_, [path = path_] { return usableConfig(path); },
-          [this](const ParsedConfig& parsed) { reloaded(parsed); }) {}
+      reload_(loop_, io_,
+              {[this] { log_.reopen(); }, [path = path_] { return usableConfig(path); },
+               [this] { reloadWaits(); }, [this](const ParsedConfig& parsed) { reloaded(parsed); }}) {}
 
 void Trelmemberd::run() {
   state_.start();
   loop_.run();
 }
 
+void Trelmemberd::reloadWaits() const {
+  traceHandle.trace(kErrorLevel,
+                    "{}: not reloaded yet, still waiting for it or a file that it names; the configuration "
+                    "stays as it was",
+                    path_);
+}
+
 void Trelmemberd::reloaded(const ParsedConfig& parsed) {
-  log_.reopen();
   std::vector<std::string> errors = parsed.errors;
   if (errors.empty() && parsed.config.member != config_.member) {
     errors.push_back(fmt::format("{}: member: found {}, expected {}, which this process publishes", path_,

@@ -38,6 +38,7 @@ class Trelmemberd final {
   void run();
 
  private:
+  void reloadWaits() const;
   void reloaded(const ParsedConfig& parsed);
   void publish();
   void end();

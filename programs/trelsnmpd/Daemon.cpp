@@ -108,14 +108,19 @@ void Daemon::start(const Kelstore::Etcd::Driver* etcd) {
   cluster_->snmpIsUp();
   untilReady_.emplace(loop_, [this] { tellWhenReady(); });
   for (int signal : {SIGTERM, SIGINT}) signals_.emplace_back(loop_, signal, [this] { loop_.stop(); });
-  reload_.emplace(
-      loop_, io_, [path = options_.snmp.conf] { return readConf(path); },
-      [this](const Host::SnmpConf& conf) { reloaded(conf); });
+  reload_.emplace(loop_, io_,
+                  Runtime::Reload<Host::SnmpConf>::Steps{
+                      [this] { log_.reopen(); }, [path = options_.snmp.conf] { return readConf(path); },
+                      [this] { reloadWaits(); }, [this](const Host::SnmpConf& conf) { reloaded(conf); }});
   control_.listen();
 }
 
+void Daemon::reloadWaits() const {
+  traceHandle.trace(0, "--conf {}: not reloaded yet, still waiting for the file; what was in force stays",
+                    options_.snmp.conf);
+}
+
 void Daemon::reloaded(const Host::SnmpConf& conf) {
-  log_.reopen();
   const std::string& path = options_.snmp.conf;
   std::vector<std::string> fixed;
   std::string problem = path.empty() ? "" : snmp_->reload(conf, fixed);

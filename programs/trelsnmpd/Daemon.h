@@ -40,6 +40,7 @@ class Daemon {
   void run() { loop_.run(); }
 
  private:
+  void reloadWaits() const;
   void reloaded(const Host::SnmpConf& conf);
   void start(const Kelstore::Etcd::Driver* etcd);
   std::unique_ptr<Host::Reply> answer(const std::string& request) const;

@@ -84,6 +84,10 @@ TEST_F(Hang, ConfThatIsReadAgain_WhatWasInForceIsServed) {
   daemon_.process().signal(SIGHUP);
   EXPECT_TRUE(answers());
   EXPECT_EQ(daemon_.ctl({"status"}).status, 0);
+  EXPECT_TRUE(waitUntil([&] {
+    return daemon_.process().err().find(
+               "--conf " + conf + ": not reloaded yet, still waiting for the file") != std::string::npos;
+  }));
   hanging.reset();
   EXPECT_TRUE(waitUntil([&] { return daemon_.process().err().find("reloaded") != std::string::npos; }));
   hanging.emplace(place_);

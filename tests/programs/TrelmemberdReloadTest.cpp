@@ -168,9 +168,12 @@ TEST(TrelmemberdHangingFileTest, ReloadHangs_PublishingGoesOn_AndTheEndIsNotHeld
   process.signal(SIGHUP);
   int64_t before = revision();
   EXPECT_TRUE(waitUntil([&] { return revision() > before; })) << process.err();
+  EXPECT_TRUE(waitUntil([&] {
+    return process.err().find(file + ": not reloaded yet, still waiting for it") != std::string::npos;
+  })) << process.err();
   EXPECT_EQ(process.stop(), 0) << process.err();
   EXPECT_EQ(revision(), 0) << "the lease was given back";
-  EXPECT_THAT(process.err(), Not(HasSubstr("reloaded")));
+  EXPECT_THAT(process.err(), Not(HasSubstr(": reloaded: ")));
 }
 
 }  // namespace
