@@ -202,8 +202,8 @@ std::string ControlServer::claim() {
                        sizeof(sockaddr_un::sun_path) - 1);
   }
   std::string directory = std::filesystem::absolute(path_).parent_path();
-  std::string problem = Runtime::makeDirectory(directory, kDirectoryMode);
-  if (problem.empty()) problem = Runtime::wrongWithDirectory(directory, /*mayBeShared=*/true);
+  std::string problem =
+      Runtime::claimDirectory(directory, {.mode = kDirectoryMode, .withParents = false, .mayBeShared = true});
   if (!problem.empty()) return fmt::format("{}: {}", directory, problem);
   struct stat there {};
   bool exists = ::lstat(path_.c_str(), &there) == 0;
@@ -220,10 +220,11 @@ std::string ControlServer::bind() {
   int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
   if (fd < 0) return std::strerror(errno);
   sockaddr_un address = addressOf(path_);
-  mode_t before = ::umask(kSocketUmask);
-  bound_ = ::bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+  {
+    Runtime::Umask umask(kSocketUmask);
+    bound_ = ::bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+  }
   int error = errno;
-  ::umask(before);
   int result = bound_ ? uv_pipe_open(listener_.get(), fd) : uv_translate_sys_error(error);
   if (result == 0) return "";
   ::close(fd);

@@ -6,11 +6,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstdlib>
-#include <filesystem>
+#include <deque>
 #include <stdexcept>
 
+#include "runtime/File.h"
 #include "runtime/Status.h"
 #include "runtime/Text.h"
 
@@ -38,6 +41,96 @@ std::string systemdDirectory(const char* name) {
   return first;
 }
 
+struct stat aboutOf(const Descriptor& opened) {
+  struct stat about {};
+  fstat(opened.get(), &about);
+  return about;
+}
+
+bool isOurs(const struct stat& about) { return about.st_uid == geteuid() || about.st_uid == 0; }
+bool isClosed(const struct stat& about) { return (about.st_mode & kWritableByOthers) == 0; }
+
+std::deque<std::string> namesIn(std::string_view path) {
+  std::deque<std::string> names;
+  while (!path.empty()) {
+    size_t end = std::min(path.find('/'), path.size());
+    if (end > 0) names.emplace_back(path.substr(0, end));
+    path.remove_prefix(std::min(end + 1, path.size()));
+  }
+  return names;
+}
+
+// Goes down a path name by name, each looked up in the directory that the one before it is, so that nobody
+// exchanges one under way.
+class Way final {
+ public:
+  Way(const std::string& path, const DirectoryTerms& terms) : terms_(terms) { leadsTo(path); }
+
+  // Returns what is in the way.
+  std::string go() {
+    std::string problem;
+    while (problem.empty() && here_.opened() && !names_.empty()) problem = step();
+    if (problem.empty() && !here_.opened()) problem = textOf(systemError(errno));
+    return problem;
+  }
+  struct stat end() const {
+    return aboutOf(here_);
+  }
+
+ private:
+  static constexpr int kMaxLinks = 40;
+  static constexpr int kLookedAt = O_PATH | O_NOFOLLOW | O_CLOEXEC;
+
+  void leadsTo(const std::string& path) {
+    std::deque<std::string> names = namesIn(path);
+    names_.insert(names_.begin(), names.begin(), names.end());
+    if (path.starts_with('/')) {
+      here_ = Descriptor(open("/", kLookedAt));
+    } else if (!here_.opened()) {
+      here_ = Descriptor(open(".", kLookedAt));
+    }
+  }
+
+  std::string step() {
+    std::string name = names_.front();
+    names_.pop_front();
+    Descriptor next(openat(here_.get(), name.c_str(), kLookedAt));
+    if (!next.opened() && errno == ENOENT && (terms_.withParents || names_.empty())) next = made(name);
+    if (!next.opened()) return textOf(systemError(errno));
+    mode_t mode = aboutOf(next).st_mode;
+    if (S_ISLNK(mode)) return follow(name, next);
+    if (!S_ISDIR(mode)) return "found a file, expected a directory";
+    here_ = std::move(next);
+    return "";
+  }
+
+  Descriptor made(const std::string& name) const {
+    Umask none(0);
+    bool made = mkdirat(here_.get(), name.c_str(), terms_.mode) == 0 || errno == EEXIST;
+    return Descriptor(made ? openat(here_.get(), name.c_str(), kLookedAt) : -1);
+  }
+
+  std::string follow(const std::string& name, const Descriptor& link) {
+    struct stat holder = aboutOf(here_);
+    if (!isOurs(holder) || !isClosed(holder)) {
+      return fmt::format("found a symbolic link {} that another user may have made, expected a directory",
+                         inQuotes(name));
+    }
+    if (++links_ > kMaxLinks) return textOf(systemError(ELOOP));
+    std::string target(PATH_MAX, '\0');
+    ssize_t size = readlinkat(link.get(), "", target.data(), target.size());
+    if (size < 0) return textOf(systemError(errno));
+    target.resize(static_cast<size_t>(size));
+    leadsTo(target);
+    return "";
+  }
+
+  const DirectoryTerms terms_;
+  Descriptor here_;
+  std::deque<std::string> names_;
+  int links_ = 0;
+};
+
 }  // namespace
 
 std::string stateDirectory(const std::string& program) {
@@ -56,36 +149,24 @@ std::string runtimeDirectory(const std::string& program) {
   throw std::invalid_argument("found no runtime directory, expected $RUNTIME_DIRECTORY or $XDG_RUNTIME_DIR");
 }
 
-std::string wrongWithDirectory(const std::string& path, bool mayBeShared) {
-  struct stat found {};
-  if (lstat(path.c_str(), &found) != 0) return textOf(systemError(errno));
-  if (S_ISLNK(found.st_mode)) return "found a symbolic link, expected a directory";
-  if (!S_ISDIR(found.st_mode)) return "found a file, expected a directory";
-  if (found.st_uid != geteuid() && found.st_uid != 0) {
+std::string claimDirectory(const std::string& path, const DirectoryTerms& terms) {
+  Way way(path, terms);
+  if (std::string problem = way.go(); !problem.empty()) return problem;
+  struct stat found = way.end();
+  if (!isOurs(found)) {
     return fmt::format("found a directory of the user {}, expected one of the user {} or of root",
                        found.st_uid, geteuid());
   }
-  bool shared = mayBeShared && (found.st_mode & S_ISVTX) != 0;
-  if ((found.st_mode & kWritableByOthers) != 0 && !shared) {
+  bool shared = terms.mayBeShared && (found.st_mode & S_ISVTX) != 0;
+  if (!isClosed(found) && !shared) {
     return fmt::format("found mode {:04o}, expected a directory that no other user may write into",
                        found.st_mode & 07777u);
   }
   return "";
 }
 
-std::string makeDirectory(const std::string& path, mode_t mode) {
-  struct stat found {};
-  if (lstat(path.c_str(), &found) == 0) return "";
-  // The umask may have taken rights away.
-  bool made = mkdir(path.c_str(), mode) == 0 && chmod(path.c_str(), mode) == 0;
-  return made ? "" : textOf(systemError(errno));
-}
-
-std::string makeDirectories(const std::string& path, mode_t mode) {
-  std::string parent = std::filesystem::path(path).parent_path();
-  std::string problem = parent.empty() || parent == path ? "" : makeDirectories(parent, mode);
-  return problem.empty() ? makeDirectory(path, mode) : problem;
-}
+Umask::Umask(mode_t mask) : before_(umask(mask)) {}
+Umask::~Umask() { umask(before_); }
 
 LockFile::~LockFile() {
   if (fd_ >= 0) close(fd_);

@@ -18,16 +18,28 @@ std::string stateDirectory(const std::string& program);
 // $XDG_RUNTIME_DIR for others. The same otherwise.
 std::string runtimeDirectory(const std::string& program);
 
-// What is wrong with the directory, or empty when it is one, no link to one, belongs to this user or root,
-// and no other may write into it. With the sticky bit, `mayBeShared` lets others write: they cannot touch
-// what is not theirs.
-std::string wrongWithDirectory(const std::string& path, bool mayBeShared = false);
+struct DirectoryTerms {
+  mode_t mode;               // of those that are made, whatever the umask is
+  bool withParents = false;  // those above it are made as well
+  bool mayBeShared = false;  // with the sticky bit, others may write: they cannot touch what is not theirs
+};
 
-// Makes the directory unless something stands there, with this mode whatever the umask is. Returns what is
-// wrong, or empty.
-std::string makeDirectory(const std::string& path, mode_t mode);
-// The same with those above it that are missing.
-std::string makeDirectories(const std::string& path, mode_t mode);
+// Makes the directory unless something stands there. Returns what is wrong, or empty when it is a directory
+// that belongs to this user or root, and no other may write into it. A symbolic link on the way is followed
+// when only this user and root can have put it there. Requires: no other thread makes files meanwhile.
+std::string claimDirectory(const std::string& path, const DirectoryTerms& terms);
+
+// The process's umask while this lives.
+class Umask final {
+ public:
+  explicit Umask(mode_t mask);
+  ~Umask();
+  Umask(const Umask&) = delete;
+  Umask& operator=(const Umask&) = delete;
+
+ private:
+  const mode_t before_;
+};
 
 // A lock that the system gives back when the process ends, however it ends. The file stays, so that nobody
 // locks one that is not the next one's.

@@ -26,8 +26,8 @@ constexpr mode_t kStateMode = 0700;
 
 // Makes the state directory this process's own. Returns what is wrong, in one line.
 std::string claimState(const std::string& directory, Runtime::LockFile& lock) {
-  std::string problem = Runtime::makeDirectories(directory, kStateMode);
-  if (problem.empty()) problem = Runtime::wrongWithDirectory(directory);
+  std::string problem =
+      Runtime::claimDirectory(directory, {.mode = kStateMode, .withParents = true, .mayBeShared = false});
   if (problem.empty()) problem = lock.take(directory + "/lock");
   return problem.empty() ? "" : fmt::format("state directory {}: {}", directory, problem);
 }

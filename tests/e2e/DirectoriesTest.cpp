@@ -101,15 +101,17 @@ TEST_F(Directories, StateDirectoryThatAStrangerPrepared_IsRefused) {
                     ": found a directory of the user 4321, expected one of the user 0 or of root");
 }
 
-TEST_F(Directories, StateDirectoryThatOthersMayWriteInto_OrALinkToOne_IsRefused) {
+TEST_F(Directories, StateDirectoryThatOthersMayWriteInto_OrALinkThatTheyMayHaveMade_IsRefused) {
   std::filesystem::create_directory(state_);
   ASSERT_EQ(chmod(state_.c_str(), 0777), 0);
   expectRefusal(start(state_),
                 "state directory " + state_ +
                     ": found mode 0777, expected a directory that no other user may write into");
-  std::filesystem::create_directory_symlink(dir_.path(), dir_.file("link"));
-  expectRefusal(start(dir_.file("link")),
-                "state directory " + dir_.file("link") + ": found a symbolic link, expected a directory");
+  std::filesystem::create_directory_symlink(dir_.path(), state_ + "/link");
+  expectRefusal(start(state_ + "/link"),
+                "state directory " + state_ +
+                    "/link: found a symbolic link \"link\" that another user may have made, expected a "
+                    "directory");
 }
 
 TEST_F(Directories, ThatAreMade_AreTheDaemonsAloneWhateverTheUmask) {

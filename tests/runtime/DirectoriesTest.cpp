@@ -27,17 +27,6 @@ mode_t modeOf(const std::string& path) {
   return stat(path.c_str(), &found) == 0 ? found.st_mode & 07777 : 0;
 }
 
-class Umask {
- public:
-  explicit Umask(mode_t mask) : before_(umask(mask)) {}
-  ~Umask() { umask(before_); }
-  Umask(const Umask&) = delete;
-  Umask& operator=(const Umask&) = delete;
-
- private:
-  mode_t before_;
-};
-
 const bool kRoot = geteuid() == 0;
 
 // Root is somebody else while it lives; everybody else stays who they are.
@@ -96,8 +85,18 @@ TEST(RuntimeDirectoryTest, IsSystemdsOrRootsOrTheSessions) {
   EXPECT_EQ(runtimeOf(), kRoot ? "/run/someone" : "/run/user/7");
 }
 
+constexpr DirectoryTerms kAlone{.mode = 0700, .withParents = true, .mayBeShared = false};
+
 class OwnDirectory : public testing::Test {
  protected:
+  void make(const std::string& path, mode_t mode) const {
+    std::filesystem::create_directories(path);
+    ASSERT_EQ(chmod(path.c_str(), mode), 0);
+  }
+  static void link(const std::string& from, const std::string& to) {
+    std::filesystem::create_directory_symlink(to, from);
+  }
+
   Support::TempDir dir_;
   std::string path_ = dir_.file("own");
 };
@@ -105,55 +104,97 @@ class OwnDirectory : public testing::Test {
 TEST_F(OwnDirectory, MadeWithItsModeWhateverTheUmask) {
   for (mode_t mask : {mode_t{0}, mode_t{0077}, mode_t{0777}}) {
     Umask umask(mask);
-    EXPECT_EQ(makeDirectory(path_, 0750), "");
+    EXPECT_EQ(claimDirectory(path_, {.mode = 0750}), "");
     EXPECT_EQ(modeOf(path_), 0750u) << mask;
     std::filesystem::remove(path_);
   }
-  Umask umask(0);
-  EXPECT_EQ(makeDirectories(path_ + "/deep/down", 0700), "");
+  {
+    Umask umask(0);
+    EXPECT_EQ(claimDirectory(path_ + "//deep/./down/", kAlone), "");
+  }
   EXPECT_EQ(modeOf(path_), 0700u);
   EXPECT_EQ(modeOf(path_ + "/deep/down"), 0700u);
-  EXPECT_EQ(wrongWithDirectory(path_), "");
+}
+
+TEST_F(OwnDirectory, RelativePath_IsFromWhereTheProcessIs) {
+  std::string before = std::filesystem::current_path();
+  std::filesystem::current_path(dir_.path());
+  EXPECT_EQ(claimDirectory("own/deep/..", kAlone), "");
+  std::filesystem::current_path(before);
+  EXPECT_EQ(modeOf(path_ + "/deep"), 0700u);
 }
 
 TEST_F(OwnDirectory, ParentIsMissing_IsMadeOnlyOnRequest) {
-  EXPECT_EQ(makeDirectory(path_ + "/deep", 0700), "No such file or directory");
+  EXPECT_EQ(claimDirectory(path_ + "/deep", {.mode = 0700}), "No such file or directory");
   EXPECT_FALSE(std::filesystem::exists(path_));
 }
 
 TEST_F(OwnDirectory, ThatIsThere_IsLeftAsItIs) {
-  ASSERT_EQ(makeDirectory(path_, 0755), "");
-  EXPECT_EQ(makeDirectories(path_, 0700), "");
+  make(path_, 0755);
+  EXPECT_EQ(claimDirectory(path_, kAlone), "");
   EXPECT_EQ(modeOf(path_), 0755u);
-  EXPECT_EQ(wrongWithDirectory(path_), "");
 }
 
 TEST_F(OwnDirectory, OthersMayWrite_IsWrong) {
-  ASSERT_EQ(makeDirectory(path_, 0770), "");
-  EXPECT_EQ(wrongWithDirectory(path_),
+  make(path_, 0770);
+  EXPECT_EQ(claimDirectory(path_, kAlone),
             "found mode 0770, expected a directory that no other user may write into");
-  ASSERT_EQ(chmod(path_.c_str(), 0702), 0);
-  EXPECT_THAT(wrongWithDirectory(path_), HasSubstr("found mode 0702"));
-  ASSERT_EQ(chmod(path_.c_str(), 01777), 0);
-  EXPECT_THAT(wrongWithDirectory(path_), HasSubstr("found mode 1777"));
-  EXPECT_EQ(wrongWithDirectory(path_, /*mayBeShared=*/true), "");
+  make(path_, 0702);
+  EXPECT_THAT(claimDirectory(path_, kAlone), HasSubstr("found mode 0702"));
+  make(path_, 01777);
+  EXPECT_THAT(claimDirectory(path_, kAlone), HasSubstr("found mode 1777"));
+  EXPECT_EQ(claimDirectory(path_, {.mode = 0700, .withParents = false, .mayBeShared = true}), "");
 }
 
 TEST_F(OwnDirectory, OfAnotherUser_IsWrong) {
   if (!kRoot) GTEST_SKIP() << "only root can make a directory of another user";
-  ASSERT_EQ(makeDirectory(path_, 0700), "");
+  make(path_, 0700);
   ASSERT_EQ(chown(path_.c_str(), kStranger, 0), 0);
-  EXPECT_EQ(wrongWithDirectory(path_),
-            "found a directory of the user 4321, expected one of the user 0 or of root");
-  EXPECT_THAT(wrongWithDirectory(path_, /*mayBeShared=*/true), HasSubstr("of the user 4321"));
+  for (bool mayBeShared : {false, true}) {
+    EXPECT_EQ(claimDirectory(path_, {.mode = 0700, .withParents = false, .mayBeShared = mayBeShared}),
+              "found a directory of the user 4321, expected one of the user 0 or of root");
+  }
 }
 
-TEST_F(OwnDirectory, LinkOrFileOrNothing_IsWrong) {
-  EXPECT_EQ(wrongWithDirectory(path_), "No such file or directory");
-  std::filesystem::create_directory_symlink(dir_.path(), path_);
-  EXPECT_EQ(makeDirectory(path_, 0700), "");
-  EXPECT_EQ(wrongWithDirectory(path_), "found a symbolic link, expected a directory");
-  EXPECT_EQ(wrongWithDirectory(dir_.write("file", "")), "found a file, expected a directory");
+TEST_F(OwnDirectory, FileAnywhereInThePath_IsWrong) {
+  std::string file = dir_.write("file", "");
+  EXPECT_EQ(claimDirectory(file, kAlone), "found a file, expected a directory");
+  EXPECT_EQ(claimDirectory(file + "/deep", kAlone), "found a file, expected a directory");
+}
+
+// As /var/run is, and what systemd makes of a state directory for a user that lives as long as the service.
+TEST_F(OwnDirectory, LinkThatOnlyThisUserOrRootCanHaveMade_IsFollowed) {
+  make(dir_.file("private"), 0700);
+  link(path_, "private/own");
+  EXPECT_EQ(claimDirectory(path_, kAlone), "");
+  EXPECT_EQ(modeOf(dir_.file("private/own")), 0700u);
+  EXPECT_TRUE(std::filesystem::is_symlink(path_));
+  link(dir_.file("absolute"), dir_.file("private"));
+  EXPECT_EQ(claimDirectory(dir_.file("absolute/own/deep"), kAlone), "");
+  EXPECT_EQ(modeOf(dir_.file("private/own/deep")), 0700u);
+  // What it leads to is looked at all the same.
+  make(dir_.file("private/own"), 0770);
+  EXPECT_THAT(claimDirectory(path_, kAlone), HasSubstr("found mode 0770"));
+  link(dir_.file("round"), "round");
+  EXPECT_EQ(claimDirectory(dir_.file("round"), kAlone), "Too many levels of symbolic links");
+}
+
+TEST_F(OwnDirectory, LinkThatAnotherUserMayHaveMade_IsWrong_WhereverItStandsInThePath) {
+  make(path_, 0700);
+  make(dir_.file("shared"), 01777);
+  link(dir_.file("shared/link"), path_);
+  constexpr const char* kWrong =
+      "found a symbolic link \"link\" that another user may have made, expected a directory";
+  EXPECT_EQ(claimDirectory(dir_.file("shared/link"), kAlone), kWrong);
+  EXPECT_EQ(claimDirectory(dir_.file("shared/link/deep"), kAlone), kWrong);
+  EXPECT_FALSE(std::filesystem::exists(path_ + "/deep"));
+  make(dir_.file("shared"), 0770);
+  EXPECT_EQ(claimDirectory(dir_.file("shared/link"), kAlone), kWrong);
+  if (!kRoot) return;
+  make(dir_.file("shared"), 0755);
+  EXPECT_EQ(claimDirectory(dir_.file("shared/link"), kAlone), "");
+  ASSERT_EQ(chown(dir_.file("shared").c_str(), kStranger, 0), 0);
+  EXPECT_EQ(claimDirectory(dir_.file("shared/link"), kAlone), kWrong);
 }
 
 TEST_F(OwnDirectory, Locked_NobodyElseGetsTheLockUntilItIsGivenBack) {
