@@ -27,7 +27,8 @@ Rvx::SmControl synchronous() {
 using Record = Zavro::Ptr<const Trel::ReachabilityState>;
 
 Record record(uint32_t n) {
-  auto state = static_cast<Trel::ReachabilityState::State>(n % Trel::ReachabilityState::kStates);
+  auto state =
+      static_cast<Trel::ReachabilityState::State>(n % Kor::kNames<Trel::ReachabilityState::State>.size());
   return Zavro::makePtr<const Trel::ReachabilityState>(state, std::nullopt, n);
 }
 

@@ -19,7 +19,7 @@ namespace Kelstore {
 // What SNMP can carry in a DisplayString or SnmpAdminString (RFC 2579, RFC 3411).
 inline constexpr size_t kMaxTextBytes = 255;
 
-// Interfaces' names, object identifiers and states, as Runtime::JsonFields takes them.
+// Interfaces' names, object identifiers and enumerations, as Runtime::JsonFields takes them.
 struct JsonIntf {
   std::string expected() const { return "an interface name"; }
   std::optional<Lanix::IntfId> decode(const nlohmann::json& json) const {
@@ -39,19 +39,19 @@ struct JsonOid {
   }
 };
 
-struct JsonState {
-  using State = Trel::ReachabilityState;
+// By name, or by number.
+template <Kor::Named Enum>
+struct JsonEnum {
+  static constexpr size_t kLast = Kor::kNames<Enum>.size() - 1;
   std::string expected() const {
     std::string names;
-    for (uint8_t i = 0; i < State::kStates; ++i) {
-      names += '"' + Trel::stateName(static_cast<State::State>(i)) + "\", ";
-    }
-    return names + "or 0 to " + std::to_string(State::kStates - 1);
+    for (std::string_view name : Kor::kNames<Enum>) names += fmt::format("\"{}\", ", name);
+    return names + "or 0 to " + std::to_string(kLast);
   }
-  std::optional<State::State> decode(const nlohmann::json& json) const {
-    if (const auto* name = json.get_ptr<const std::string*>()) return Trel::stateNamed(*name);
-    auto number = Runtime::JsonInteger<uint8_t>{0, State::kStates - 1}.decode(json);
-    return number ? std::optional(static_cast<State::State>(*number)) : std::nullopt;
+  std::optional<Enum> decode(const nlohmann::json& json) const {
+    if (const auto* name = json.get_ptr<const std::string*>()) return Kor::named<Enum>(*name);
+    auto number = Runtime::JsonInteger<uint8_t>{0, kLast}.decode(json);
+    return number ? std::optional(static_cast<Enum>(*number)) : std::nullopt;
   }
 };
 
@@ -73,8 +73,8 @@ constexpr auto jsonType() {
     return JsonIntf();
   } else if constexpr (std::is_same_v<T, Snmp::ObjectIdentifier>) {
     return JsonOid();
-  } else if constexpr (std::is_same_v<T, Trel::ReachabilityState::State>) {
-    return JsonState();
+  } else if constexpr (Kor::Named<T>) {
+    return JsonEnum<T>();
   } else {
     static_assert(std::is_same_v<T, std::string>);
     return kText;
@@ -83,7 +83,10 @@ constexpr auto jsonType() {
 
 inline nlohmann::json encodedField(const Lanix::IntfId& intf) { return intf.name(); }
 inline nlohmann::json encodedField(const Snmp::ObjectIdentifier& oid) { return oid.text(); }
-inline nlohmann::json encodedField(Trel::ReachabilityState::State state) { return Trel::stateName(state); }
+template <Kor::Named Enum>
+nlohmann::json encodedField(Enum value) {
+  return Kor::nameOf(value);
+}
 template <class T>
 requires std::is_arithmetic_v<T> || std::is_same_v<T, std::string> nlohmann::json encodedField(
     const T& value) {

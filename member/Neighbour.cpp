@@ -91,8 +91,8 @@ void Neighbour::asked(const Result<bool>& answer) {
 void Neighbour::tellChange(Reachability::State before) {
   Reachability::State now = reachability_.state();
   if (now == before) return;
-  traceHandle.trace(kChangeLevel, "member {} is {} on {}, it was {}", config_.member, Trel::stateName(now),
-                    config_.device, Trel::stateName(before));
+  traceHandle.trace(kChangeLevel, "member {} is {} on {}, it was {}", config_.member, Kor::nameOf(now),
+                    config_.device, Kor::nameOf(before));
   changed_();
 }
 

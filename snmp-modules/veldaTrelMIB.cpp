@@ -13,7 +13,6 @@
 #include "snmp-modules/veldaTrelMIB.h"
 
 #include "platform/snmp/AsnConversions.h"
-#include "snmp-modules/ReachabilityStateToAsnUnsigned.h"
 #include "snmp-modules/ServedTable.h"
 #include "snmp-modules/TableFrame.h"
 
@@ -25,17 +24,8 @@ namespace {
 
 TableModule trelModule("veldaTrelMIB");
 
-struct ReachabilityStateToAsnUnsignedF {
-  using Input = Trel::ReachabilityState::State;
+struct ReachabilityStateToAsnUnsignedF : Snmp::EnumToAsnUnsignedF<Trel::ReachabilityState::State> {
   static constexpr const char* kName = "ReachabilityStateToAsnUnsigned";
-  int operator()(const Input& state, unsigned char* buffer, int capacity) const {
-    return ReachabilityStateToAsnUnsigned(state, buffer, capacity);
-  }
-  static std::string nameOf(uint32_t value) {
-    if (value == 0) return "unrecognized";
-    return value > Trel::ReachabilityState::kStates ? std::to_string(value)
-                                                    : Trel::stateName(static_cast<Input>(value - 1));
-  }
 };
 
 Trel::ReachabilityState::State reachabilityStateOf(const TrelReachabilityEntry& entry) {

@@ -7,6 +7,7 @@
 
 #include <cstdint>
 
+#include "platform/kor/EnumNames.h"
 #include "platform/snmp/ObjectIdentifier.h"
 #include "platform/zavro/Duration.h"
 #include "platform/zavro/Exception.h"
@@ -55,6 +56,24 @@ struct U32ToAsnUnsignedF : AsnConversion<U32ToAsnUnsignedF, uint32_t> {
 struct S32ToAsnIntegerF : AsnConversion<S32ToAsnIntegerF, int32_t> {
   static constexpr const char* kName = "S32ToAsnInteger";
   static int convert(const int32_t& value, unsigned char* buffer, int capacity);
+};
+
+// INTEGER of an enumeration whose values have names: 1 for the first of them, and 0 for a value that is none
+// of them, as SNMP's enumerations begin with 1.
+template <Kor::Named Enum>
+struct EnumToAsnUnsignedF {
+  using Input = Enum;
+  static constexpr const char* kName = "EnumToAsnUnsigned";
+  int operator()(const Enum& value, unsigned char* buffer, int capacity) const {
+    auto ordinal = static_cast<uint32_t>(value);
+    return U32ToAsnUnsignedF()(ordinal < Kor::kNames<Enum>.size() ? ordinal + 1 : 0, buffer, capacity);
+  }
+  // What the number stands for; the number itself when it is none of these.
+  static std::string nameOf(uint32_t number) {
+    if (number == 0) return "unrecognized";
+    return number > Kor::kNames<Enum>.size() ? std::to_string(number)
+                                             : Kor::nameOf(static_cast<Enum>(number - 1));
+  }
 };
 
 // TimeTicks (RFC 2578, section 7.1.8): hundredths of a second, modulo 2^32. A negative or non-finite length

@@ -7,6 +7,7 @@
 
 #include "platform/kor/Collection.h"
 #include "platform/kor/Entity.h"
+#include "platform/kor/EnumNames.h"
 #include "platform/lanix/IntfId.h"
 #include "platform/trel/MemberId.h"
 
@@ -16,7 +17,10 @@ namespace Trel {
 class ReachabilityState final : public Kor::ValueEntity {
  public:
   enum State : uint8_t { unknown, initializing, reachable, degraded, unreachable, disabled };
-  static constexpr uint8_t kStates = 6;
+  friend constexpr auto namesOf(State /*state*/) {
+    return std::to_array<std::string_view>(
+        {"unknown", "initializing", "reachable", "degraded", "unreachable", "disabled"});
+  }
 
   // lastChangeNs: when the state last changed, in nanoseconds since 1970-01-01 UTC.
   ReachabilityState(State state, std::optional<Lanix::IntfId> backplaneChannelIntfId, uint64_t lastChangeNs)
@@ -39,11 +43,6 @@ class ReachabilityState final : public Kor::ValueEntity {
   std::optional<Lanix::IntfId> backplaneChannelIntfId_;
   uint64_t lastChangeNs_;
 };
-
-// The state's name, or its number for a value that has none.
-std::string stateName(ReachabilityState::State state);
-// The state of that name, or nothing.
-std::optional<ReachabilityState::State> stateNamed(std::string_view name);
 
 // All that one member reports; named by the member's id.
 class ReachabilityStatus final : public Kor::Entity {

@@ -23,7 +23,7 @@ class NeighbourTest : public testing::Test {
     config.probe.timeoutMs = 300;
     return config;
   }
-  std::string state() const { return Trel::stateName(neighbour_.reachability().state()); }
+  std::string state() const { return Kor::nameOf(neighbour_.reachability().state()); }
   size_t asked() const { return probe_->asked.size(); }
 
   Zavro::ManualClock clock_{1'000'000'000'000};

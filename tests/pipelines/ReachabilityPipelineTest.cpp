@@ -39,7 +39,8 @@ TEST_F(ReachabilityPipeline, MembersReport_EachPairIsItsOwnRow) {
 }
 
 TEST_F(ReachabilityPipeline, EveryState_ReachesTheTable) {
-  for (uint8_t s = 0; s < State::kStates; ++s) world.reports("1", s, static_cast<State::State>(s));
+  for (uint8_t s = 0; s < Kor::kNames<State::State>.size(); ++s)
+    world.reports("1", s, static_cast<State::State>(s));
   world.startAndDrain();
   EXPECT_EQ(
       world.rows(),

@@ -36,7 +36,7 @@ std::ostream& operator<<(std::ostream& out, const Happening& h) {
   static constexpr const char* kNames[] = {"reports",    "reannounces",   "withdraws", "leaves",
                                            "joinsEmpty", "replacedAlike", "wrongType", "restarts"};
   return out << kNames[h.kind] << " " << int{h.member} << "->" << int{h.neighbour} << " "
-             << Trel::stateName(static_cast<State::State>(h.state));
+             << Kor::nameOf(static_cast<State::State>(h.state));
 }
 
 // Member keys: two numbers that sort otherwise as text ("10" before "2"), and one that is no number.
@@ -161,7 +161,7 @@ rc::Gen<Happening> anyHappening() {
                                 [](int kind) { return static_cast<Happening::Kind>(kind); })),
       rc::gen::set(&Happening::member, rc::gen::inRange<uint8_t>(0, 4)),
       rc::gen::set(&Happening::neighbour, rc::gen::inRange<uint8_t>(0, 4)),
-      rc::gen::set(&Happening::state, rc::gen::inRange<uint8_t>(0, State::kStates)));
+      rc::gen::set(&Happening::state, rc::gen::inRange<uint8_t>(0, Kor::kNames<State::State>.size())));
 }
 
 void tableEqualsInputs(Rvx::Mode mode) {

@@ -92,7 +92,7 @@ struct ReachabilityWorld {
 
  private:
   static std::string rowText(const MemberIdPair& key, State::State state) {
-    return fmt::format("({},{})={} ", key.firstId(), key.secondId(), Trel::stateName(state));
+    return fmt::format("({},{})={} ", key.firstId(), key.secondId(), Kor::nameOf(state));
   }
 };
 

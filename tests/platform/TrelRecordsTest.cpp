@@ -56,21 +56,21 @@ TEST(ModeTest, IsOnUntilTheHostSaysOtherwise) {
 TEST(ReachabilityTest, States_AreNumberedInOrder_AndNamed) {
   const std::vector<std::string> names = {"unknown",  "initializing", "reachable",
                                           "degraded", "unreachable",  "disabled"};
-  ASSERT_EQ(names.size(), ReachabilityState::kStates);
+  ASSERT_EQ(names.size(), Kor::kNames<ReachabilityState::State>.size());
   for (uint8_t number = 0; number < names.size(); ++number) {
     auto state = static_cast<ReachabilityState::State>(number);
-    EXPECT_EQ(Trel::stateName(state), names[number]);
-    EXPECT_EQ(Trel::stateNamed(names[number]), state);
+    EXPECT_EQ(Kor::nameOf(state), names[number]);
+    EXPECT_EQ(Kor::named<Trel::ReachabilityState::State>(names[number]), state);
   }
   EXPECT_EQ(ReachabilityState::unknown, 0);
   EXPECT_EQ(ReachabilityState::disabled, 5);
 }
 
 TEST(ReachabilityTest, NumbersWithoutAName_ReadAsNumbers_UnknownNamesAsNothing) {
-  EXPECT_EQ(Trel::stateName(static_cast<ReachabilityState::State>(6)), "6");
-  EXPECT_EQ(Trel::stateName(static_cast<ReachabilityState::State>(255)), "255");
+  EXPECT_EQ(Kor::nameOf(static_cast<ReachabilityState::State>(6)), "6");
+  EXPECT_EQ(Kor::nameOf(static_cast<ReachabilityState::State>(255)), "255");
   for (const char* name : {"", "Reachable", "reachable ", "up", "2"}) {
-    EXPECT_EQ(Trel::stateNamed(name), std::nullopt) << name;
+    EXPECT_EQ(Kor::named<Trel::ReachabilityState::State>(name), std::nullopt) << name;
   }
 }
 

@@ -40,7 +40,8 @@ State::State(const Conditions& conditions, Zavro::ManualClock& clock,
 Zavro::Ptr<const Trel::ReachabilityState> State::reachability(uint32_t draw) {
   using Record = Trel::ReachabilityState;
   Support::Random random(draw);
-  auto state = static_cast<Record::State>(random.below(Record::kStates + 1));  // one that has no name, too
+  auto state = static_cast<Record::State>(
+      random.below(Kor::kNames<Record::State>.size() + 1));  // one that has no name, too
   std::optional<Lanix::IntfId> intf;
   if (random.percent(70)) intf = interfaceAt(random.below(kInterfaces.size()));
   // Mostly now, sometimes long ago or in a distant future; the serial stands below the resolution of a tick.

@@ -315,7 +315,9 @@ std::string Walker::expectedColumn(const Shown& shown, unsigned column) const {
     case TableId::baIf:
       return integer(column == 2 ? row.x : row.y);
     case TableId::reachability: {
-      if (column == 4) return integer(shown.state < Trel::ReachabilityState::kStates ? shown.state + 1 : 0);
+      if (column == 4)
+        return integer(shown.state < Kor::kNames<Trel::ReachabilityState::State>.size() ? shown.state + 1
+                                                                                        : 0);
       if (column == 3) {
         const auto& indexes = state_.set(row.x).ifMib->ifIndexByIntfId();
         const uint32_t* index = indexes.find(Lanix::IntfId(shown.interface.value_or("")));

@@ -1,0 +1,41 @@
+// Names of an enumeration's values. They are stated once, beside the enumeration, in the order of its values,
+// which count from 0:
+//
+//   enum State : uint8_t { unknown, running };
+//   friend constexpr auto namesOf(State) { return std::to_array<std::string_view>({"unknown", "running"}); }
+#pragma once
+
+#include <algorithm>
+#include <array>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <type_traits>
+
+namespace Kor {
+
+template <class Enum>
+concept Named = std::is_enum_v<Enum> && requires(Enum value) {
+  namesOf(value);
+};
+
+// By value.
+template <Named Enum>
+inline constexpr auto kNames = namesOf(Enum{});
+
+// The value's name, or its number when it has none.
+template <Named Enum>
+std::string nameOf(Enum value) {
+  auto ordinal = static_cast<size_t>(value);
+  return ordinal < kNames<Enum>.size() ? std::string(kNames<Enum>[ordinal]) : std::to_string(ordinal);
+}
+
+// The value of that name, or nothing.
+template <Named Enum>
+std::optional<Enum> named(std::string_view name) {
+  const auto* found = std::find(kNames<Enum>.begin(), kNames<Enum>.end(), name);
+  if (found == kNames<Enum>.end()) return std::nullopt;
+  return static_cast<Enum>(found - kNames<Enum>.begin());
+}
+
+}  // namespace Kor
