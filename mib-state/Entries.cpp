@@ -82,18 +82,6 @@ const Kor::Type& TrelReachabilityEntry::type() {
   return type;
 }
 
-const char* TrelProcessorEntry::differsFrom(const Processor& processor) const {
-  return processor_ != processor ? "processor" : nullptr;
-}
-
-const Kor::Type& TrelProcessorEntry::type() {
-  static const Kor::Type type = Kor::TypeBuilder<TrelProcessorEntry>("TrelSnmp::TrelProcessorEntry")
-                                    .attribute("key", &TrelProcessorEntry::key)
-                                    .attribute("processor", &TrelProcessorEntry::processor)
-                                    .build();
-  return type;
-}
-
 const char* TrelHrSystemEntry::differsFrom(const Host& hostResources) const {
   return hostResources_ != hostResources ? "hostResources" : nullptr;
 }

@@ -1,12 +1,13 @@
-// Rows of the MIB state object's tables. A row is immutable: a change is a new row. Some columns are computed
-// from the platform's records each time they are read. Null records are allowed unless a method says
-// otherwise.
+// Rows of the MIB state object's tables, and the list of these tables. A row is immutable: a change is a new
+// row. Some columns are computed from the platform's records each time they are read. Null records are
+// allowed unless a method says otherwise. kTable is the table's name.
 #pragma once
 
-#include <boost/intrusive/set.hpp>
 #include <cstdint>
+#include <variant>
 
 #include "mib-state/Keys.h"
+#include "mib-state/Table.h"
 #include "platform/hostresources/HostResources.h"
 #include "platform/intfsnmp/IfMib.h"
 #include "platform/kor/Entity.h"
@@ -15,13 +16,43 @@
 
 namespace TrelSnmp {
 
-// What makes an object a node of a table's tree. A row unlinked from its table may live on with those who
-// hold it.
-using TableHook = boost::intrusive::set_base_hook<boost::intrusive::optimize_size<true>>;
+// A row that is a key and one record. Entry says in kType what its type is called, and in kRecord its record.
+template <class Entry, class KeyType, class RecordType>
+class RecordEntry : public Kor::ValueEntity, public TableHook {
+ public:
+  using Key = KeyType;
+  using Record = Zavro::Ptr<const RecordType>;
+  RecordEntry(Key key, Record record) : key_(key), record_(std::move(record)) {}
+
+  const Key& key() const { return key_; }
+  const Record& record() const { return record_; }
+  // What that method of the record says; 0 of its type without a record.
+  template <auto Figure>
+  auto figure() const {
+    return record_ ? std::invoke(Figure, *record_) : decltype(std::invoke(Figure, *record_)){};
+  }
+
+  // The attribute in which this row differs from one with that record; null when they are equal.
+  const char* differsFrom(const Record& record) const { return record_ != record ? Entry::kRecord : nullptr; }
+
+  static const Kor::Type& type() {
+    static const Kor::Type type = Kor::TypeBuilder<Entry>(Entry::kType)
+                                      .attribute("key", &Entry::key)
+                                      .attribute(Entry::kRecord, &Entry::record)
+                                      .build();
+    return type;
+  }
+  const Kor::Type& korType() const override { return type(); }
+
+ private:
+  Key key_;
+  Record record_;
+};
 
 // Backplane interface table: an interface and the two members that it joins.
 class TrelIfEntry final : public Kor::ValueEntity, public TableHook {
  public:
+  static constexpr const char* kTable = "trelIfTable";
   using Key = uint32_t;
   TrelIfEntry(uint32_t ifIndex, uint32_t localMemberId, uint32_t remoteMemberId)
       : ifIndex_(ifIndex), localMemberId_(localMemberId), remoteMemberId_(remoteMemberId) {}
@@ -46,6 +77,7 @@ class TrelIfEntry final : public Kor::ValueEntity, public TableHook {
 // Reachability table: what one member says of one neighbour.
 class TrelReachabilityEntry final : public Kor::ValueEntity, public TableHook {
  public:
+  static constexpr const char* kTable = "trelReachabilityTable";
   using Key = MemberIdPair;
   using State = Zavro::Ptr<const Trel::ReachabilityState>;
   using IfMib = Zavro::Ptr<const IntfSnmp::IfMib>;
@@ -73,28 +105,21 @@ class TrelReachabilityEntry final : public Kor::ValueEntity, public TableHook {
 };
 
 // Processor table.
-class TrelProcessorEntry final : public Kor::ValueEntity, public TableHook {
+class TrelProcessorEntry final
+    : public RecordEntry<TrelProcessorEntry, ProcessorKey, HostResources::Processor> {
  public:
-  using Key = ProcessorKey;
-  using Processor = Zavro::Ptr<const HostResources::Processor>;
-  TrelProcessorEntry(Key key, Processor processor) : key_(key), processor_(std::move(processor)) {}
-
-  const Key& key() const { return key_; }
-  const Processor& processor() const { return processor_; }
-
-  const char* differsFrom(const Processor& processor) const;
-
-  static const Kor::Type& type();
-  const Kor::Type& korType() const override { return type(); }
-
- private:
-  Key key_;
-  Processor processor_;
+  static constexpr const char* kTable = "trelProcessorTable";
+  static constexpr const char* kType = "TrelSnmp::TrelProcessorEntry";
+  static constexpr const char* kRecord = "processor";
+  using Processor = Record;
+  using RecordEntry::RecordEntry;
+  const Processor& processor() const { return record(); }
 };
 
 // System table. The figures are read through the member's entity, which changes them in place.
 class TrelHrSystemEntry final : public Kor::ValueEntity, public TableHook {
  public:
+  static constexpr const char* kTable = "trelHrSystemTable";
   using Key = uint32_t;
   using Host = Zavro::Ptr<const HostResources::HostResources>;
   TrelHrSystemEntry(uint32_t trelMemberId, Host hostResources)
@@ -193,6 +218,7 @@ inline constexpr auto TrelHrStorageEntryMemIs = &trelHrStorageEntryMemFactory;
 // tree.
 class KorTrelHrStorageTable final : public Zavro::Counted, public TableHook {
  public:
+  static constexpr const char* kTable = "trelHrStorageTable";
   using Key = TrelHrStorageKey;
   using Entry = Zavro::Ptr<const TrelHrStorageEntry>;
   explicit KorTrelHrStorageTable(Entry entry) : key_(entry->key()), entry_(std::move(entry)) {}
@@ -204,5 +230,18 @@ class KorTrelHrStorageTable final : public Zavro::Counted, public TableHook {
   Key key_;
   Entry entry_;
 };
+
+using TrelIfTable = Table<TrelIfEntry>;
+using TrelReachabilityTable = Table<TrelReachabilityEntry>;
+using TrelHrSystemTable = Table<TrelHrSystemEntry>;
+using TrelProcessorTable = Table<TrelProcessorEntry>;
+using TrelHrStorageTable = Table<KorTrelHrStorageTable, TrelHrStorageEntry>;
+
+// All tables, in the order in which they are listed by name.
+template <template <class...> class List>
+using TablesIn =
+    List<TrelIfTable, TrelReachabilityTable, TrelHrSystemTable, TrelProcessorTable, TrelHrStorageTable>;
+// The keys of all of them.
+using RowKey = std::variant<uint32_t, MemberIdPair, ProcessorKey, TrelHrStorageKey>;
 
 }  // namespace TrelSnmp

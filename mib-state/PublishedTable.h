@@ -3,9 +3,8 @@
 #pragma once
 
 #include <string_view>
-#include <variant>
 
-#include "mib-state/Table.h"
+#include "mib-state/Entries.h"
 #include "platform/kor/Notifier.h"
 #include "platform/kor/Publication.h"
 
@@ -13,7 +12,7 @@ namespace TrelSnmp {
 
 struct TableChange {
   std::string_view table;  // attribute name, such as "trelIfTable"
-  std::variant<uint32_t, MemberIdPair, ProcessorKey, TrelHrStorageKey> key;
+  RowKey key;
   Zavro::Ptr<const Kor::ValueEntity> entry;  // the new row; null for a removal
 };
 using TablePublisher = Kor::Notifier<TableChange>;
@@ -26,8 +25,9 @@ class PublishedTable {
   using EntryPtr = typename TableType::EntryPtr;
   using Cursor = typename TableType::Cursor;
 
-  PublishedTable(std::string_view name, const TablePublisher& publisher)
-      : name_(name), publisher_(publisher) {}
+  static constexpr const char* kName = Row::kTable;
+
+  explicit PublishedTable(const TablePublisher& publisher) : publisher_(publisher) {}
 
   const TableType& table() const { return table_; }
   // The entry under the key, or null.
@@ -50,7 +50,7 @@ class PublishedTable {
   }
   // Puts the entry into the row under its own key, which holds it from now on.
   EntryPtr is(const EntryPtr& entry) {
-    if (!entry) throw Kor::NullArgumentException(name_);
+    if (!entry) throw Kor::NullArgumentException(kName);
     auto place = table_.placeOf(entry->key());
     if (place.row == nullptr) {
       table_.link(Zavro::makePtr<Row>(entry), place);
@@ -78,10 +78,9 @@ class PublishedTable {
  private:
   void publish(const Key& key, Zavro::Ptr<const Kor::ValueEntity> entry) const {
     Kor::Publication publication;
-    publisher_.notify({name_, key, std::move(entry)});
+    publisher_.notify({kName, key, std::move(entry)});
   }
 
-  const std::string_view name_;
   const TablePublisher& publisher_;
   TableType table_;
 };

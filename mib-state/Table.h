@@ -5,9 +5,13 @@
 #include <boost/intrusive/set.hpp>
 #include <cstdint>
 
-#include "mib-state/Entries.h"
+#include "platform/zavro/Ptr.h"
 
 namespace TrelSnmp {
+
+// What makes an object a node of a table's tree. A row unlinked from its table may live on with those who
+// hold it.
+using TableHook = boost::intrusive::set_base_hook<boost::intrusive::optimize_size<true>>;
 
 // Row is a counted object with a TableHook and a key(); Entry is what readers see of it: the row itself, or
 // what the row holds.

@@ -1,25 +1,27 @@
 #include "mib-state/TrelMib.h"
 
 namespace TrelSnmp {
+namespace {
+
+template <class... Tables>
+struct Description {
+  static Kor::Type type() {
+    Kor::TypeBuilder<TrelMib> type("TrelSnmp::TrelMib");
+    type.attribute("name", &TrelMib::name);
+    (type.attribute(PublishedTable<Tables>::kName,
+                    [](const TrelMib& mib) { return mib.of<Tables>().table().size(); }),
+     ...);
+    (type.operation(PublishedTable<Tables>::kName + std::string("DelAll"),
+                    [](TrelMib& mib) { mib.of<Tables>().delAll(); }),
+     ...);
+    return type.build();
+  }
+};
+
+}  // namespace
 
 const Kor::Type& TrelMib::type() {
-  static const auto rows = [](auto table) {
-    return [table](const TrelMib& mib) { return (mib.*table).table().size(); };
-  };
-  static const Kor::Type type =
-      Kor::TypeBuilder<TrelMib>("TrelSnmp::TrelMib")
-          .attribute("name", &TrelMib::name)
-          .attribute("trelIfTable", rows(&TrelMib::ifs_))
-          .attribute("trelReachabilityTable", rows(&TrelMib::reachability_))
-          .attribute("trelHrSystemTable", rows(&TrelMib::systems_))
-          .attribute("trelProcessorTable", rows(&TrelMib::processors_))
-          .attribute("trelHrStorageTable", rows(&TrelMib::storage_))
-          .operation("trelIfTableDelAll", &TrelMib::trelIfTableDelAll)
-          .operation("trelReachabilityTableDelAll", &TrelMib::trelReachabilityTableDelAll)
-          .operation("trelHrSystemTableDelAll", &TrelMib::trelHrSystemTableDelAll)
-          .operation("trelProcessorTableDelAll", &TrelMib::trelProcessorTableDelAll)
-          .operation("trelHrStorageTableDelAll", &TrelMib::trelHrStorageTableDelAll)
-          .build();
+  static const Kor::Type type = TablesIn<Description>::type();
   return type;
 }
 

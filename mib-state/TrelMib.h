@@ -23,11 +23,11 @@
 
 namespace TrelSnmp {
 
-using TrelIfTable = Table<TrelIfEntry>;
-using TrelReachabilityTable = Table<TrelReachabilityEntry>;
-using TrelHrSystemTable = Table<TrelHrSystemEntry>;
-using TrelProcessorTable = Table<TrelProcessorEntry>;
-using TrelHrStorageTable = Table<KorTrelHrStorageTable, TrelHrStorageEntry>;
+// A published table of each of these types.
+template <class... Tables>
+struct PublishedTables : PublishedTable<Tables>... {
+  explicit PublishedTables(const TablePublisher& publisher) : PublishedTable<Tables>(publisher)... {}
+};
 
 class TrelMib final : public Kor::Entity {
  public:
@@ -35,83 +35,105 @@ class TrelMib final : public Kor::Entity {
   static constexpr const char* kPath = "snmp/trel/trelMib";
 
   using Change = TableChange;
-  using RowKey = decltype(Change::key);
+  using RowKey = TrelSnmp::RowKey;
 
   explicit TrelMib(Kor::String name) : Entity(std::move(name)) {}
   const TablePublisher& publisher() const { return publisher_; }
 
-  using IfEntryPtr = Zavro::Ptr<const TrelIfEntry>;
-  const TrelIfTable& trelIfTable() const { return ifs_.table(); }
-  IfEntryPtr trelIfTable(uint32_t ifIndex) const { return ifs_.entry(ifIndex); }
-  IfEntryPtr trelIfTableIs(uint32_t ifIndex, uint32_t localMemberId, uint32_t remoteMemberId) {
-    return ifs_.is(ifIndex, localMemberId, remoteMemberId);
+  // The table of that type, with the operations above. The first five have them by name, too.
+  template <class TableType>
+  const PublishedTable<TableType>& of() const {
+    return tables_;
   }
-  IfEntryPtr trelIfTableDel(uint32_t ifIndex) { return ifs_.del(ifIndex); }
-  IfEntryPtr trelIfTableDel(const TrelIfTable::Cursor& iterator) { return ifs_.del(iterator); }
-  void trelIfTableDelAll() { ifs_.delAll(); }
+  template <class TableType>
+  PublishedTable<TableType>& of() {
+    return tables_;
+  }
+
+  using IfEntryPtr = Zavro::Ptr<const TrelIfEntry>;
+  const TrelIfTable& trelIfTable() const { return of<TrelIfTable>().table(); }
+  IfEntryPtr trelIfTable(uint32_t ifIndex) const { return of<TrelIfTable>().entry(ifIndex); }
+  IfEntryPtr trelIfTableIs(uint32_t ifIndex, uint32_t localMemberId, uint32_t remoteMemberId) {
+    return of<TrelIfTable>().is(ifIndex, localMemberId, remoteMemberId);
+  }
+  IfEntryPtr trelIfTableDel(uint32_t ifIndex) { return of<TrelIfTable>().del(ifIndex); }
+  IfEntryPtr trelIfTableDel(const TrelIfTable::Cursor& iterator) { return of<TrelIfTable>().del(iterator); }
+  void trelIfTableDelAll() { of<TrelIfTable>().delAll(); }
 
   using ReachabilityEntryPtr = Zavro::Ptr<const TrelReachabilityEntry>;
-  const TrelReachabilityTable& trelReachabilityTable() const { return reachability_.table(); }
+  const TrelReachabilityTable& trelReachabilityTable() const { return of<TrelReachabilityTable>().table(); }
   ReachabilityEntryPtr trelReachabilityTable(const MemberIdPair& key) const {
-    return reachability_.entry(key);
+    return of<TrelReachabilityTable>().entry(key);
   }
   ReachabilityEntryPtr trelReachabilityTableIs(const MemberIdPair& key,
                                                const TrelReachabilityEntry::State& state,
                                                const TrelReachabilityEntry::IfMib& ifMib) {
-    return reachability_.is(key, state, ifMib);
+    return of<TrelReachabilityTable>().is(key, state, ifMib);
   }
-  ReachabilityEntryPtr trelReachabilityTableDel(const MemberIdPair& key) { return reachability_.del(key); }
+  ReachabilityEntryPtr trelReachabilityTableDel(const MemberIdPair& key) {
+    return of<TrelReachabilityTable>().del(key);
+  }
   ReachabilityEntryPtr trelReachabilityTableDel(const TrelReachabilityTable::Cursor& iterator) {
-    return reachability_.del(iterator);
+    return of<TrelReachabilityTable>().del(iterator);
   }
-  void trelReachabilityTableDelAll() { reachability_.delAll(); }
+  void trelReachabilityTableDelAll() { of<TrelReachabilityTable>().delAll(); }
 
   using HrSystemEntryPtr = Zavro::Ptr<const TrelHrSystemEntry>;
-  const TrelHrSystemTable& trelHrSystemTable() const { return systems_.table(); }
-  HrSystemEntryPtr trelHrSystemTable(uint32_t trelMemberId) const { return systems_.entry(trelMemberId); }
+  const TrelHrSystemTable& trelHrSystemTable() const { return of<TrelHrSystemTable>().table(); }
+  HrSystemEntryPtr trelHrSystemTable(uint32_t trelMemberId) const {
+    return of<TrelHrSystemTable>().entry(trelMemberId);
+  }
   HrSystemEntryPtr trelHrSystemTableIs(uint32_t trelMemberId, const TrelHrSystemEntry::Host& host) {
-    return systems_.is(trelMemberId, host);
+    return of<TrelHrSystemTable>().is(trelMemberId, host);
   }
-  HrSystemEntryPtr trelHrSystemTableDel(uint32_t trelMemberId) { return systems_.del(trelMemberId); }
+  HrSystemEntryPtr trelHrSystemTableDel(uint32_t trelMemberId) {
+    return of<TrelHrSystemTable>().del(trelMemberId);
+  }
   HrSystemEntryPtr trelHrSystemTableDel(const TrelHrSystemTable::Cursor& iterator) {
-    return systems_.del(iterator);
+    return of<TrelHrSystemTable>().del(iterator);
   }
-  void trelHrSystemTableDelAll() { systems_.delAll(); }
+  void trelHrSystemTableDelAll() { of<TrelHrSystemTable>().delAll(); }
 
   using ProcessorEntryPtr = Zavro::Ptr<const TrelProcessorEntry>;
-  const TrelProcessorTable& trelProcessorTable() const { return processors_.table(); }
-  ProcessorEntryPtr trelProcessorTable(const ProcessorKey& key) const { return processors_.entry(key); }
+  const TrelProcessorTable& trelProcessorTable() const { return of<TrelProcessorTable>().table(); }
+  ProcessorEntryPtr trelProcessorTable(const ProcessorKey& key) const {
+    return of<TrelProcessorTable>().entry(key);
+  }
   ProcessorEntryPtr trelProcessorTableIs(const ProcessorKey& key,
                                          const TrelProcessorEntry::Processor& processor) {
-    return processors_.is(key, processor);
+    return of<TrelProcessorTable>().is(key, processor);
   }
-  ProcessorEntryPtr trelProcessorTableDel(const ProcessorKey& key) { return processors_.del(key); }
+  ProcessorEntryPtr trelProcessorTableDel(const ProcessorKey& key) {
+    return of<TrelProcessorTable>().del(key);
+  }
   ProcessorEntryPtr trelProcessorTableDel(const TrelProcessorTable::Cursor& iterator) {
-    return processors_.del(iterator);
+    return of<TrelProcessorTable>().del(iterator);
   }
-  void trelProcessorTableDelAll() { processors_.delAll(); }
+  void trelProcessorTableDelAll() { of<TrelProcessorTable>().delAll(); }
 
   using HrStorageEntryPtr = Zavro::Ptr<const TrelHrStorageEntry>;
-  const TrelHrStorageTable& trelHrStorageTable() const { return storage_.table(); }
-  HrStorageEntryPtr trelHrStorageTable(const TrelHrStorageKey& key) const { return storage_.entry(key); }
-  // Files the entry under its own key.
-  HrStorageEntryPtr trelHrStorageTableIs(const HrStorageEntryPtr& entry) { return storage_.is(entry); }
-  HrStorageEntryPtr trelHrStorageTableDel(const TrelHrStorageKey& key) { return storage_.del(key); }
-  HrStorageEntryPtr trelHrStorageTableDel(const TrelHrStorageTable::Cursor& iterator) {
-    return storage_.del(iterator);
+  const TrelHrStorageTable& trelHrStorageTable() const { return of<TrelHrStorageTable>().table(); }
+  HrStorageEntryPtr trelHrStorageTable(const TrelHrStorageKey& key) const {
+    return of<TrelHrStorageTable>().entry(key);
   }
-  void trelHrStorageTableDelAll() { storage_.delAll(); }
+  // Files the entry under its own key.
+  HrStorageEntryPtr trelHrStorageTableIs(const HrStorageEntryPtr& entry) {
+    return of<TrelHrStorageTable>().is(entry);
+  }
+  HrStorageEntryPtr trelHrStorageTableDel(const TrelHrStorageKey& key) {
+    return of<TrelHrStorageTable>().del(key);
+  }
+  HrStorageEntryPtr trelHrStorageTableDel(const TrelHrStorageTable::Cursor& iterator) {
+    return of<TrelHrStorageTable>().del(iterator);
+  }
+  void trelHrStorageTableDelAll() { of<TrelHrStorageTable>().delAll(); }
 
   static const Kor::Type& type();
   const Kor::Type& korType() const override { return type(); }
 
  private:
   TablePublisher publisher_;
-  PublishedTable<TrelIfTable> ifs_{"trelIfTable", publisher_};
-  PublishedTable<TrelReachabilityTable> reachability_{"trelReachabilityTable", publisher_};
-  PublishedTable<TrelHrSystemTable> systems_{"trelHrSystemTable", publisher_};
-  PublishedTable<TrelProcessorTable> processors_{"trelProcessorTable", publisher_};
-  PublishedTable<TrelHrStorageTable> storage_{"trelHrStorageTable", publisher_};
+  TablesIn<PublishedTables> tables_{publisher_};
 };
 
 Zavro::Ptr<TrelMib> trelMibFactory(const Kor::String& name);

@@ -25,8 +25,8 @@ class TableFrame {
   using Counter = Snmp::OrderedTableIteratorCounterTypes;
 
  public:
-  // handler: the exported function of the table that calls handle().
-  static void initialize(Netsnmp_Node_Handler* handler, const Zavro::String& context) {
+  // handler: handle(), or a function that calls it.
+  static void initialize(const Zavro::String& context, Netsnmp_Node_Handler* handler = &handle) {
     kModule.initializeTable({.name = kTable.name,
                              .rootOid = kTable.rootOid(),
                              .modes = kTable.hasWritableColumn() ? HANDLER_CAN_RWRITE : HANDLER_CAN_RONLY,
@@ -37,7 +37,8 @@ class TableFrame {
                             context);
   }
 
-  static int handle(netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
+  static int handle(netsnmp_mib_handler* /*handler*/, netsnmp_handler_registration* /*registration*/,
+                    netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
     trace(2, "{}_handler", kTable.name);
     trace(2, "{}_handler: request mode {}", kTable.name, info->mode);
     for (netsnmp_request_info* request = requests; request != nullptr; request = request->next) {

@@ -132,7 +132,9 @@ struct TableSpec {
   const char* name;
   std::array<oid, 4> arc;  // below the enterprise's
   const char* keyType;     // as traces name it
-  const Table& (*source)(const TrelMib& mib);
+  const Table& (*source)(const TrelMib& mib) = [](const TrelMib& mib) -> const Table& {
+    return mib.of<TableType>().table();
+  };
   std::array<IndexColumn, kKeyParts<Key>> index;
   std::array<Column<Entry>, kColumns> columns;
 

@@ -43,13 +43,11 @@ auto figureOf(const TrelHrSystemEntry& entry) {
 constexpr int kDateCapacity = 11;
 bool isDateLength(int length) { return length == 8 || length == kDateCapacity; }
 
-const TrelHrSystemTable& hrSystemRows(const TrelMib& mib) { return mib.trelHrSystemTable(); }
 using HrSystem = Column<TrelHrSystemEntry>;
 constexpr TableSpec<TrelHrSystemTable, 5> kHrSystemTable{
     .name = "veldaTrelHrSystemTable",
     .arc = {3, 41, 1, 1},
     .keyType = "U32",
-    .source = &hrSystemRows,
     .index = {{{"veldaTrelHrSystemMemberId", "trelMemberId", ASN_INTEGER}}},
     .columns =
         {
@@ -68,32 +66,25 @@ constexpr TableSpec<TrelHrSystemTable, 5> kHrSystemTable{
         },
 };
 
-int16_t loadOf(const TrelProcessorEntry& entry) {
-  return entry.processor() ? entry.processor()->load() : int16_t{0};
-}
-
-const TrelProcessorTable& processorRows(const TrelMib& mib) { return mib.trelProcessorTable(); }
 constexpr TableSpec<TrelProcessorTable, 1> kProcessorTable{
     .name = "veldaTrelProcessorTable",
     .arc = {3, 41, 1, 2},
     .keyType = "TrelSnmp::ProcessorKey",
-    .source = &processorRows,
     .index = {{{"veldaTrelProcessorMemberId", "trelMemberId", ASN_INTEGER},
                {"veldaTrelProcessorIndex", "processorIndex", ASN_UNSIGNED}}},
-    .columns = {Column<TrelProcessorEntry>::of<S32ToAsnIntegerF, &loadOf>(  //
+    .columns = {Column<TrelProcessorEntry>::of<
+        S32ToAsnIntegerF, &TrelProcessorEntry::figure<&HostResources::Processor::load>>(  //
         3, "veldaTrelProcessorLoad", ASN_INTEGER, "load")},
 };
 
 constexpr int kDescrCapacity = 255;
 bool isDescrLength(int length) { return length <= kDescrCapacity; }
 
-const TrelHrStorageTable& storageRows(const TrelMib& mib) { return mib.trelHrStorageTable(); }
 using Storage = Column<TrelHrStorageEntry>;
 constexpr TableSpec<TrelHrStorageTable, 5> kStorageTable{
     .name = "veldaTrelStorageTable",
     .arc = {3, 41, 1, 3},
     .keyType = "TrelSnmp::TrelHrStorageKey",
-    .source = &storageRows,
     .index = {{{"veldaTrelStorageMemberId", "trelMemberId", ASN_INTEGER},
                {"veldaTrelStorageIndex", "hrStorageIndex", ASN_INTEGER}}},
     .columns =
@@ -136,31 +127,28 @@ void init_veldaTrelHostResourcesMIB(Zavro::String context) {
 void unregister_veldaTrelHostResourcesMIB(Zavro::String context) { hostResourcesModule.unregister(context); }
 
 void initialize_table_veldaTrelHrSystemTable(Snmp::Config::PtrConst /*config*/, Zavro::String context) {
-  HrSystemFrame::initialize(&veldaTrelHrSystemTable_handler, context);
+  HrSystemFrame::initialize(context, &veldaTrelHrSystemTable_handler);
 }
 
 void initialize_table_veldaTrelProcessorTable(Snmp::Config::PtrConst /*config*/, Zavro::String context) {
-  ProcessorFrame::initialize(&veldaTrelProcessorTable_handler, context);
+  ProcessorFrame::initialize(context, &veldaTrelProcessorTable_handler);
 }
 
 void initialize_table_veldaTrelStorageTable(Snmp::Config::PtrConst /*config*/, Zavro::String context) {
-  StorageFrame::initialize(&veldaTrelStorageTable_handler, context);
+  StorageFrame::initialize(context, &veldaTrelStorageTable_handler);
 }
 
-int veldaTrelHrSystemTable_handler(netsnmp_mib_handler* /*handler*/,
-                                   netsnmp_handler_registration* /*registration*/,
+int veldaTrelHrSystemTable_handler(netsnmp_mib_handler* handler, netsnmp_handler_registration* registration,
                                    netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
-  return HrSystemFrame::handle(info, requests);
+  return HrSystemFrame::handle(handler, registration, info, requests);
 }
 
-int veldaTrelProcessorTable_handler(netsnmp_mib_handler* /*handler*/,
-                                    netsnmp_handler_registration* /*registration*/,
+int veldaTrelProcessorTable_handler(netsnmp_mib_handler* handler, netsnmp_handler_registration* registration,
                                     netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
-  return ProcessorFrame::handle(info, requests);
+  return ProcessorFrame::handle(handler, registration, info, requests);
 }
 
-int veldaTrelStorageTable_handler(netsnmp_mib_handler* /*handler*/,
-                                  netsnmp_handler_registration* /*registration*/,
+int veldaTrelStorageTable_handler(netsnmp_mib_handler* handler, netsnmp_handler_registration* registration,
                                   netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
-  return StorageFrame::handle(info, requests);
+  return StorageFrame::handle(handler, registration, info, requests);
 }

@@ -32,13 +32,11 @@ Trel::ReachabilityState::State reachabilityStateOf(const TrelReachabilityEntry& 
   return entry.reachabilityState() ? entry.reachabilityState()->state() : Trel::ReachabilityState::unknown;
 }
 
-const TrelIfTable& baIfRows(const TrelMib& mib) { return mib.trelIfTable(); }
 using BaIf = Column<TrelIfEntry>;
 constexpr TableSpec<TrelIfTable, 2> kBaIfTable{
     .name = "veldaTrelBaIfTable",
     .arc = {3, 40, 1, 1},
     .keyType = "U32",
-    .source = &baIfRows,
     .index = {{{"veldaTrelBaIfIndex", "baIfIndex", ASN_INTEGER, "ifIndex"}}},
     .columns =
         {
@@ -49,13 +47,11 @@ constexpr TableSpec<TrelIfTable, 2> kBaIfTable{
         },
 };
 
-const TrelReachabilityTable& reachabilityRows(const TrelMib& mib) { return mib.trelReachabilityTable(); }
 using Reach = Column<TrelReachabilityEntry>;
 constexpr TableSpec<TrelReachabilityTable, 3> kReachabilityTable{
     .name = "veldaTrelReachabilityTable",
     .arc = {3, 40, 1, 2},
     .keyType = "TrelSnmp::MemberIdPair",
-    .source = &reachabilityRows,
     .index = {{{"veldaTrelReachabilitySrcId", "srcId", ASN_INTEGER},
                {"veldaTrelReachabilityDestId", "dstId", ASN_INTEGER}}},
     .columns =
@@ -90,21 +86,20 @@ void init_veldaTrelMIB(Zavro::String context) {
 void unregister_veldaTrelMIB(Zavro::String context) { trelModule.unregister(context); }
 
 void initialize_table_veldaTrelBaIfTable(Snmp::Config::PtrConst /*config*/, Zavro::String context) {
-  BaIfFrame::initialize(&veldaTrelBaIfTable_handler, context);
+  BaIfFrame::initialize(context, &veldaTrelBaIfTable_handler);
 }
 
 void initialize_table_veldaTrelReachabilityTable(Snmp::Config::PtrConst /*config*/, Zavro::String context) {
-  ReachabilityFrame::initialize(&veldaTrelReachabilityTable_handler, context);
+  ReachabilityFrame::initialize(context, &veldaTrelReachabilityTable_handler);
 }
 
-int veldaTrelBaIfTable_handler(netsnmp_mib_handler* /*handler*/,
-                               netsnmp_handler_registration* /*registration*/,
+int veldaTrelBaIfTable_handler(netsnmp_mib_handler* handler, netsnmp_handler_registration* registration,
                                netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
-  return BaIfFrame::handle(info, requests);
+  return BaIfFrame::handle(handler, registration, info, requests);
 }
 
-int veldaTrelReachabilityTable_handler(netsnmp_mib_handler* /*handler*/,
-                                       netsnmp_handler_registration* /*registration*/,
+int veldaTrelReachabilityTable_handler(netsnmp_mib_handler* handler,
+                                       netsnmp_handler_registration* registration,
                                        netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
-  return ReachabilityFrame::handle(info, requests);
+  return ReachabilityFrame::handle(handler, registration, info, requests);
 }

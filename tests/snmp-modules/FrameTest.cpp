@@ -50,10 +50,6 @@ constexpr TableSpec<PickyTable, 1> kPickyTable{
                                                                                 "value")},
 };
 using PickyFrame = TableFrame<kPickyTable, frameModule>;
-int pickyHandler(netsnmp_mib_handler* /*handler*/, netsnmp_handler_registration* /*registration*/,
-                 netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
-  return PickyFrame::handle(info, requests);
-}
 
 const std::string kPicky = fmt::format(".1.3.6.1.4.1.{}.3.99.1.1", TREL_ENTERPRISE_NUMBER);
 
@@ -61,7 +57,7 @@ class FrameTest : public ::testing::Test {
  protected:
   FrameTest() {
     InProcessAgent::instance();
-    PickyFrame::initialize(&pickyHandler, "");
+    PickyFrame::initialize("");
     log.clear();
   }
   ~FrameTest() override { frameModule.unregister(""); }
