@@ -47,11 +47,6 @@ std::string TrelSnmpHostResourcesSm::SystemRows::text(uint32_t /*member*/, const
   return Kor::toText(host);
 }
 
-std::string TrelSnmpHostResourcesSm::ProcessorRows::text(const ProcessorKey& key,
-                                                         const Processor& processor) {
-  return fmt::format("({}, {})", key, processor);
-}
-
 // Events from outside
 
 void TrelSnmpHostResourcesSm::eventToHrSystemTableStream(const Kor::String& dirKey, const Host& hrOpt) {
@@ -86,26 +81,19 @@ void TrelSnmpHostResourcesSm::eventToProcessorTableStream(const Kor::String& dir
 
 void TrelSnmpHostResourcesSm::machinesIs() {
   using HostResourcesDirSm0 = RivoCode::TrelSnmpHostResourcesSm::HostResourcesDirSm0;
-  using Processors = HostResources::HostResources::Processors;
-  HostResourcesDirSm0::Statement statement;
-  statement.machine = "HostResourcesDirSm0";
-  statement.childMachine = "EntityPtrSm1";
-  statement.entries = "entityPtr";
-  statement.children = "childSmEntityPtrHostResourcesHostResourcesPtrConst";
-  statement.wrongType =
-      "dynamic cast to type ::HostResources::HostResources::RawPtrConst from Kor::Entity::PtrConst failed. ";
+  auto statement = directoryStatement<HostResources::HostResources>("hostResourcesDir");
+  statement.wrongType += ' ';
   statement.keyTrace = "k: {}";
   statement.streams = {
       {kHrSystemTableStream,
        [this](const Kor::String& dirKey, const Host& host) { eventToHrSystemTableStream(dirKey, host); }},
       {kProcessorTableStream, {}}};
   statement.childInputs = [this](const Kor::String& dirKey, const HostResources::HostResources& member) {
-    auto emit = [this, dirKey](uint32_t processorIndex, const Processor* processor) {
-      eventToProcessorTableStream(dirKey, processorIndex, processor != nullptr ? *processor : nullptr);
-    };
     EntityMachine::Inputs inputs;
-    inputs.push_back({kProcessorTableStream, std::make_unique<CollectionStream<Processors>>(
-                                                 "processorTable", member.processorTable(), emit)});
+    inputs.push_back(recordsInput(kProcessorTableStream, "processorTable", member.processorTable(),
+                                  [this, dirKey](uint32_t processorIndex, const Processor& processor) {
+                                    eventToProcessorTableStream(dirKey, processorIndex, processor);
+                                  }));
     return inputs;
   };
   machineAdded(Zavro::makePtr<HostResourcesDirSm0>(*this, hostResourcesDir_, hostResourcesDir_->entities(),

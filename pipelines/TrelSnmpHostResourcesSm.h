@@ -5,13 +5,13 @@
 #include "pipelines/framework/CollectionStream.h"
 #include "pipelines/framework/DirMachine.h"
 #include "pipelines/framework/Output.h"
-#include "platform/kor/Dir.h"
+#include "platform/trel/MemberId.h"
 
 namespace TrelSnmp::Agent {
 
 namespace RivoCode::TrelSnmpHostResourcesSm {
 
-using HostResourcesDirSm0 = DirMachine<HostResources::HostResources, Kor::Dir::Entities>;
+using HostResourcesDirSm0 = DirectoryMachine<HostResources::HostResources>;
 using EntityPtrSm1 = EntityMachine;
 using InputSmScanState = ::TrelSnmp::Agent::InputSmScanState;
 using OutputState = ::TrelSnmp::Agent::OutputState;
@@ -23,36 +23,17 @@ class TrelSnmpHostResourcesSm final : public Pipeline {
   using Host = Zavro::Ptr<const HostResources::HostResources>;
   using Processor = Zavro::Ptr<const HostResources::Processor>;
 
-  struct SystemRows {
-    using Table = TrelHrSystemTable;
+  struct SystemRows : TableRows<TrelHrSystemTable> {
     using Value = Host;
-    static constexpr const char* kOutput = "trelMibTrelHrSystemTableOutput";
-    static constexpr const char* kInto = "into( trelMib.trelHrSystemTable[ key ] )";
-    static const Table& table(const TrelMib& mib) { return mib.trelHrSystemTable(); }
     static bool same(const TrelHrSystemEntry& entry, const Host& host) {
       return entry.hostResources() == host;
     }
     static void insert(TrelMib& mib, uint32_t member, const Host& host) {
       mib.trelHrSystemTableIs(member, host);
     }
-    static void del(TrelMib& mib, uint32_t member) { mib.trelHrSystemTableDel(member); }
     static std::string text(uint32_t member, const Host& host);
   };
-  struct ProcessorRows {
-    using Table = TrelProcessorTable;
-    using Value = Processor;
-    static constexpr const char* kOutput = "trelMibTrelProcessorTableOutput";
-    static constexpr const char* kInto = "into( trelMib.trelProcessorTable[ key ] )";
-    static const Table& table(const TrelMib& mib) { return mib.trelProcessorTable(); }
-    static bool same(const TrelProcessorEntry& entry, const Processor& processor) {
-      return entry.processor() == processor;
-    }
-    static void insert(TrelMib& mib, const ProcessorKey& key, const Processor& processor) {
-      mib.trelProcessorTableIs(key, processor);
-    }
-    static void del(TrelMib& mib, const ProcessorKey& key) { mib.trelProcessorTableDel(key); }
-    static std::string text(const ProcessorKey& key, const Processor& processor);
-  };
+  using ProcessorRows = RecordRows<TrelProcessorTable>;
   using TrelMibTrelHrSystemTableOutputKeyType = uint32_t;
   using TrelMibTrelProcessorTableOutputKeyType = ProcessorKey;
 

@@ -151,27 +151,20 @@ void TrelSnmpHrStorageTableSm::intoTrelHrStorageTable(const TrelHrStorageKey& ke
 void TrelSnmpHrStorageTableSm::machinesIs() {
   using HostResourcesDirSm0 = RivoCode::TrelSnmpHrStorageTableSm::HostResourcesDirSm0;
   using HostResources::HostResources;
-  HostResourcesDirSm0::Statement statement;
-  statement.machine = "HostResourcesDirSm0";
-  statement.childMachine = "EntityPtrSm1";
-  statement.entries = "entityPtr";
-  statement.children = "childSmEntityPtrHostResourcesHostResourcesPtrConst";
-  statement.wrongType =
-      "dynamic cast to type ::HostResources::HostResources::RawPtrConst from Kor::Entity::PtrConst failed. ";
+  auto statement = directoryStatement<HostResources>("hostResourcesDir");
+  statement.wrongType += ' ';
   statement.keyTrace = "k: {}";
   statement.streams = {{kMountStream, {}}, {kMemStream, {}}};
   statement.childInputs = [this](const Kor::String& dirKey, const HostResources& member) {
-    auto emitMount = [this, dirKey](const Kor::String& mountpt, const Storage* storage) {
-      eventToMountStream(dirKey, mountpt, storage != nullptr ? *storage : nullptr);
-    };
-    auto emitMem = [this, dirKey](HostResources::MemInfoKey, const Memory* memInfo) {
-      eventToMemStream(dirKey, memInfo != nullptr ? *memInfo : nullptr);
-    };
     EntityMachine::Inputs inputs;
-    inputs.push_back({kMountStream, std::make_unique<CollectionStream<HostResources::Storage>>(
-                                        "storageInfoTable", member.storageInfoTable(), emitMount)});
-    inputs.push_back({kMemStream, std::make_unique<CollectionStream<HostResources::Memory>>(
-                                      "memInfo", member.memInfoElement(), emitMem)});
+    inputs.push_back(recordsInput(kMountStream, "storageInfoTable", member.storageInfoTable(),
+                                  [this, dirKey](const Kor::String& mountpt, const Storage& storage) {
+                                    eventToMountStream(dirKey, mountpt, storage);
+                                  }));
+    inputs.push_back(recordsInput(kMemStream, "memInfo", member.memInfoElement(),
+                                  [this, dirKey](HostResources::MemInfoKey, const Memory& memInfo) {
+                                    eventToMemStream(dirKey, memInfo);
+                                  }));
     return inputs;
   };
   machineAdded(Zavro::makePtr<HostResourcesDirSm0>(*this, hostResourcesDir_, hostResourcesDir_->entities(),

@@ -6,7 +6,6 @@
 #include "pipelines/framework/DirMachine.h"
 #include "pipelines/framework/Output.h"
 #include "platform/hostresources/StorageEntryMappings.h"
-#include "platform/kor/Dir.h"
 #include "platform/rvx/Registry.h"
 #include "platform/trel/MemberId.h"
 
@@ -16,7 +15,7 @@ using StorageRow = Zavro::Ptr<const TrelHrStorageEntry>;
 
 namespace RivoCode::TrelSnmpHrStorageTableSm {
 
-using HostResourcesDirSm0 = DirMachine<HostResources::HostResources, Kor::Dir::Entities>;
+using HostResourcesDirSm0 = DirectoryMachine<HostResources::HostResources>;
 using EntityPtrSm1 = EntityMachine;
 using InputSmScanState = ::TrelSnmp::Agent::InputSmScanState;
 using OutputState = ::TrelSnmp::Agent::OutputState;
@@ -33,17 +32,12 @@ class TrelSnmpHrStorageTableSm final : public Pipeline {
   using Memory = Zavro::Ptr<const HostResources::MemInfo>;
   using Mappings = Zavro::Ptr<const HostResourcesMib::StorageEntryMappings>;
 
-  struct StorageRows {
-    using Table = TrelHrStorageTable;
+  struct StorageRows : TableRows<TrelHrStorageTable> {
     using Value = StorageRow;
-    static constexpr const char* kOutput = "trelMibTrelHrStorageTableOutput";
-    static constexpr const char* kInto = "into( trelMib.trelHrStorageTable[ key ] )";
-    static const Table& table(const TrelMib& mib) { return mib.trelHrStorageTable(); }
     // The table replaces a row whole: none has to go first.
     static bool same(const KorTrelHrStorageTable& /*holder*/, const Value& /*row*/) { return true; }
     // The process ends when the row's own key is another one.
     static void insert(TrelMib& mib, const TrelHrStorageKey& key, const Value& row);
-    static void del(TrelMib& mib, const TrelHrStorageKey& key) { mib.trelHrStorageTableDel(key); }
     static std::string text(const TrelHrStorageKey& key, const Value& row);
   };
   using TrelMibTrelHrStorageTableOutputKeyType = TrelHrStorageKey;

@@ -37,18 +37,14 @@ class TrelSnmpIfTableSm final : public Pipeline {
   using IfMibIfIndexStreamCodefKeyType = Lanix::IntfId;
   using TrelMibTrelIfTableOutputKeyType = uint32_t;
 
-  struct IfRows {
-    using Table = TrelIfTable;
+  struct IfRows : TableRows<TrelIfTable> {
     struct Value {
       uint32_t localMemberId;
       uint32_t remoteMemberId;
     };
-    static constexpr const char* kOutput = "trelMibTrelIfTableOutput";
     static constexpr const char* kInto = "into( trelMib.trelIfTable[ ifIndex ] )";
-    static const Table& table(const TrelMib& mib) { return mib.trelIfTable(); }
     static bool same(const TrelIfEntry& entry, const Value& value);
     static void insert(TrelMib& mib, uint32_t ifIndex, const Value& value);
-    static void del(TrelMib& mib, uint32_t ifIndex) { mib.trelIfTableDel(ifIndex); }
     static std::string text(uint32_t ifIndex, const Value& value);
   };
 

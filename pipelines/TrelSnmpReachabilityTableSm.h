@@ -2,67 +2,70 @@
 // of its neighbours.
 #pragma once
 
-#include "pipelines/framework/CollectionStream.h"
-#include "pipelines/framework/DirMachine.h"
-#include "pipelines/framework/Output.h"
-#include "platform/kor/Dir.h"
+#include "pipelines/framework/MemberTablePipeline.h"
+#include "platform/trel/Reachability.h"
 
 namespace TrelSnmp::Agent {
 
-class TrelSnmpReachabilityTableSm;
-
 namespace RivoCode::TrelSnmpReachabilityTableSm {
 
-using ReachabilityDirSm0 = DirMachine<Trel::ReachabilityStatus, Kor::Dir::Entities>;
+using ReachabilityDirSm0 = DirectoryMachine<Trel::ReachabilityStatus>;
 using EntityPtrSm1 = EntityMachine;
 using InputSmScanState = ::TrelSnmp::Agent::InputSmScanState;
 using OutputState = ::TrelSnmp::Agent::OutputState;
 
 }  // namespace RivoCode::TrelSnmpReachabilityTableSm
 
-class TrelSnmpReachabilityTableSm final : public Pipeline {
- public:
-  using State = Zavro::Ptr<const Trel::ReachabilityState>;
-
-  struct ReachabilityRows {
-    using Table = TrelReachabilityTable;
-    struct Value {
-      State state;
-      Zavro::Ptr<const IntfSnmp::IfMib> ifMib;
-    };
-    static constexpr const char* kOutput = "trelMibTrelReachabilityTableOutput";
-    static constexpr const char* kInto = "into( trelMib.trelReachabilityTable[ key ] )";
-    static const Table& table(const TrelMib& mib) { return mib.trelReachabilityTable(); }
-    static bool same(const TrelReachabilityEntry& entry, const Value& value);
-    static void insert(TrelMib& mib, const MemberIdPair& key, const Value& value);
-    static void del(TrelMib& mib, const MemberIdPair& key) { mib.trelReachabilityTableDel(key); }
-    static std::string text(const MemberIdPair& key, const Value& value);
+struct ReachabilityRows : TableRows<TrelReachabilityTable> {
+  struct Value {
+    Zavro::Ptr<const Trel::ReachabilityState> state;
+    Zavro::Ptr<const IntfSnmp::IfMib> ifMib;
   };
+  static bool same(const TrelReachabilityEntry& entry, const Value& value);
+  static void insert(TrelMib& mib, const MemberIdPair& key, const Value& value);
+  static std::string text(const MemberIdPair& key, const Value& value);
+};
+
+struct ReachabilityOfMembers {
+  using Entity = Trel::ReachabilityStatus;
+  using Rows = ReachabilityRows;
+  using State = Zavro::Ptr<const Trel::ReachabilityState>;
+  static const Lumalog::Handle kTrace;
+  static constexpr const char* kDirectory = "reachabilityDir";
+  static constexpr const char* kCollection = "reachabilityStatus";
+  static constexpr const char* kStream = "reachabilityStatusStream";
+  static constexpr const char* kStatement =
+      "reachabilityStatusStream = from( reachabilityDir.entityPtr< ReachabilityStatus "
+      ">[].reachabilityStatus[] ): dirKey={} nbr={} reachabilityStateOpt={}";
+
+  static const auto& records(const Entity& member) { return member.reachabilityStatus(); }
+  Rows::Value rowOf(const State& state) const { return {state, ifMib}; }
+  std::vector<Pipeline::PointerArgument> arguments() const { return {{"ifMib", ifMib.get()}}; }
+
+  Zavro::Ptr<const IntfSnmp::IfMib> ifMib;
+};
+
+class TrelSnmpReachabilityTableSm final : public MemberTablePipeline<ReachabilityOfMembers> {
+ public:
+  using State = ReachabilityOfMembers::State;
   using TrelMibTrelReachabilityTableOutputKeyType = MemberIdPair;
 
   // None of the pointers may be null: the process ends otherwise.
   TrelSnmpReachabilityTableSm(Zavro::Ptr<const Kor::Dir> reachabilityDir,
                               Zavro::Ptr<const IntfSnmp::IfMib> ifMib, Zavro::Ptr<TrelMib> trelMib,
                               const Rvx::SmControl& control);
-  ~TrelSnmpReachabilityTableSm() override { stop(); }
 
-  const Zavro::Ptr<const Kor::Dir>& reachabilityDir() const { return reachabilityDir_; }
-  const Zavro::Ptr<const IntfSnmp::IfMib>& ifMib() const { return ifMib_; }
-  const Output<ReachabilityRows>& trelMibTrelReachabilityTableOutput() const { return output_; }
+  const Zavro::Ptr<const Kor::Dir>& reachabilityDir() const { return directory(); }
+  const Zavro::Ptr<const IntfSnmp::IfMib>& ifMib() const { return what().ifMib; }
+  const Output<ReachabilityRows>& trelMibTrelReachabilityTableOutput() const { return output(); }
 
   // One stream element: member dirKey reports the neighbour nbr, or (null) no longer does. Does nothing while
   // the initial scan is not done.
   void eventToReachabilityStatusStream(const Kor::String& dirKey, Trel::MemberId nbr,
-                                       const State& reachabilityStateOpt);
-  void handleTrelMibTrelReachabilityTableOutputInputReady() { output_.handleInputReady(); }
-
- private:
-  std::vector<PointerArgument> pointerArguments() const override;
-  void machinesIs() override;
-
-  const Zavro::Ptr<const Kor::Dir> reachabilityDir_;
-  const Zavro::Ptr<const IntfSnmp::IfMib> ifMib_;
-  Output<ReachabilityRows> output_;
+                                       const State& reachabilityStateOpt) {
+    eventToStream(dirKey, nbr, reachabilityStateOpt);
+  }
+  void handleTrelMibTrelReachabilityTableOutputInputReady() { handleOutputInputReady(); }
 };
 
 Zavro::Ptr<TrelSnmpReachabilityTableSm> trelSnmpReachabilityTableSmFactory(

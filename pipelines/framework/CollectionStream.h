@@ -120,4 +120,15 @@ class CollectionStream final : public EntityStream {
   Kor::Subscription subscription_;
 };
 
+// The input of a collection of counted records. emit gets the key of one, and the record, or null when it is
+// absent.
+template <class Collection, class Emit>
+EntityMachine::Input recordsInput(size_t number, const char* name, const Collection& collection, Emit emit) {
+  auto emitOrNull = [emit = std::move(emit)](const typename Collection::Key& key,
+                                             const typename Collection::Value* record) {
+    emit(key, record != nullptr ? *record : nullptr);
+  };
+  return {number, std::make_unique<CollectionStream<Collection>>(name, collection, std::move(emitOrNull))};
+}
+
 }  // namespace TrelSnmp::Agent

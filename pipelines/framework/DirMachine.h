@@ -12,6 +12,7 @@
 
 #include "pipelines/framework/EntityMachine.h"
 #include "pipelines/framework/Names.h"
+#include "platform/kor/Dir.h"
 
 namespace TrelSnmp::Agent {
 
@@ -241,5 +242,24 @@ class DirMachine final : public Machine {
   uint32_t version_ = 0;   // the collection's change counter when it was last heard of
   Kor::Subscription subscription_;
 };
+
+// Over a directory of members' entities.
+template <class Entity>
+using DirectoryMachine = DirMachine<Entity, Kor::Dir::Entities>;
+
+// The names that such a machine has, and its traces, by what the pipeline calls the directory.
+template <class Entity>
+typename DirectoryMachine<Entity>::Statement directoryStatement(const std::string& directory) {
+  const std::string& type = Entity::type().name();
+  typename DirectoryMachine<Entity>::Statement statement;
+  statement.machine = capitalised(directory) + "Sm0";
+  statement.childMachine = "EntityPtrSm1";
+  statement.entries = "entityPtr";
+  statement.children = "childSmEntityPtr" + withoutColons(type) + "PtrConst";
+  statement.wrongType =
+      fmt::format("dynamic cast to type ::{}::RawPtrConst from Kor::Entity::PtrConst failed.", type);
+  statement.keyTrace = "{}";
+  return statement;
+}
 
 }  // namespace TrelSnmp::Agent

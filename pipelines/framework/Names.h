@@ -17,4 +17,10 @@ inline std::string uncapitalised(std::string name) {
   return name;
 }
 
+// The name of a type without what separates namespaces.
+inline std::string withoutColons(std::string name) {
+  std::erase(name, ':');
+  return name;
+}
+
 }  // namespace TrelSnmp::Agent

@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "pipelines/framework/Names.h"
 #include "pipelines/framework/Pipeline.h"
 
 namespace TrelSnmp::Agent {
@@ -76,6 +77,32 @@ class OutputBase {
 //   kOutput, kInto                                         the output's name and its statement
 //   table(mib), insert(mib, key, value), del(mib, key), text(key, value)
 //   same(row, value)                                       insert() takes the value with the row in its place
+// TableRows has what follows from the table, RecordRows all of it for a table whose rows are one record.
+template <class TableType>
+struct TableRows {
+  using Table = TableType;
+  static constexpr const char* kTable = Table::Row::kTable;
+  inline static const std::string kOutput = "trelMib" + capitalised(kTable) + "Output";
+  inline static const std::string kInto = fmt::format("into( trelMib.{}[ key ] )", kTable);
+  static const Table& table(const TrelMib& mib) { return mib.of<Table>().table(); }
+  static void del(TrelMib& mib, const typename Table::Key& key) { mib.of<Table>().del(key); }
+};
+
+template <class TableType>
+struct RecordRows : TableRows<TableType> {
+  using Key = typename TableType::Key;
+  using Value = typename TableType::Row::Record;
+  static bool same(const typename TableType::Row& row, const Value& record) {
+    return row.differsFrom(record) == nullptr;
+  }
+  static void insert(TrelMib& mib, const Key& key, const Value& record) {
+    mib.of<TableType>().is(key, record);
+  }
+  static std::string text(const Key& key, const Value& record) {
+    return fmt::format("({}, {})", key, record);
+  }
+};
+
 template <class Rows>
 class Output final : public OutputBase {
  public:

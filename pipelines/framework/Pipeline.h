@@ -28,6 +28,11 @@ class Pipeline : public Zavro::Node {
  public:
   static constexpr bool kDefaultSynchronous = false;
 
+  struct PointerArgument {
+    const char* name;
+    const Kor::Entity* entity;
+  };
+
   ~Pipeline() override;
 
   const std::string& name() const { return name_; }  // such as "TrelSnmpReachabilityTableSm"
@@ -91,11 +96,6 @@ class Pipeline : public Zavro::Node {
   void handleOutputs();
 
  protected:
-  struct PointerArgument {
-    const char* name;
-    const Kor::Entity* entity;
-  };
-
   // traceHandle is named after the pipeline and outlives it.
   Pipeline(const Lumalog::Handle& traceHandle, Zavro::Ptr<TrelMib> trelMib, const Rvx::SmControl& control,
            std::vector<std::string> streams);
