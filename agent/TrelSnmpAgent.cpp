@@ -1,6 +1,7 @@
 #include "agent/TrelSnmpAgent.h"
 
 #include <algorithm>
+#include <tuple>
 
 #include "platform/toggles/Toggles.h"
 #include "platform/trel/Mode.h"
@@ -154,14 +155,24 @@ void Derivations::add(const Rvx::RegistryKey& key) {
   keys_.push_back(key);
 }
 
-Agent::Agent(AgentInputs inputs) : inputs_(std::move(inputs)) { startSMs(); }
+// In the order of their creation; null when there is none.
+struct Agent::Pipelines {
+  std::tuple<Zavro::Ptr<TrelSnmpIfTableSm>, Zavro::Ptr<TrelSnmpReachabilityTableSm>,
+             Zavro::Ptr<TrelSnmpHostResourcesSm>, Zavro::Ptr<TrelSnmpHrStorageTableSm>>
+      all;
+  template <class Sm>
+  Zavro::Ptr<Sm>& of() {
+    return std::get<Zavro::Ptr<Sm>>(all);
+  }
+};
+
+Agent::Agent(AgentInputs inputs) : inputs_(std::move(inputs)), pipelines_(std::make_unique<Pipelines>()) {
+  startSMs();
+}
 
 Agent::~Agent() {
   snmpStatusSmDel();
-  trelSnmpIfTableSmDel();
-  trelSnmpReachabilityTableSmDel();
-  trelSnmpHostResourcesSmDel();
-  trelSnmpHrStorageTableSmDel();
+  std::apply([](auto&... pipeline) { (detach(pipeline), ...); }, pipelines_->all);
 }
 
 void Agent::startSMs() {
@@ -200,19 +211,21 @@ Zavro::Ptr<TrelSnmpIfTableSm> Agent::trelSnmpIfTableSmIs(
     const Zavro::Ptr<const Trel::TopologyConfig>& topologyConfig,
     const Zavro::Ptr<const IntfSnmp::IfMib>& ifMib, const Zavro::Ptr<TrelMib>& trelMib,
     const Rvx::SmControl& control) {
-  auto& slot = trelSnmpIfTableSm_;
+  auto& slot = pipelines_->of<TrelSnmpIfTableSm>();
   bool matches = slot && slot->topologyConfig() == topologyConfig && slot->ifMib() == ifMib &&
                  slot->trelMib() == trelMib;
   return keepOrReplace(slot, matches, control,
                        [&] { return trelSnmpIfTableSmFactory(topologyConfig, ifMib, trelMib, control); });
 }
 
-Zavro::Ptr<TrelSnmpIfTableSm> Agent::trelSnmpIfTableSmDel() { return detach(trelSnmpIfTableSm_); }
+Zavro::Ptr<TrelSnmpIfTableSm> Agent::trelSnmpIfTableSmDel() {
+  return detach(pipelines_->of<TrelSnmpIfTableSm>());
+}
 
 Zavro::Ptr<TrelSnmpReachabilityTableSm> Agent::trelSnmpReachabilityTableSmIs(
     const Zavro::Ptr<const Kor::Dir>& reachabilityDir, const Zavro::Ptr<const IntfSnmp::IfMib>& ifMib,
     const Zavro::Ptr<TrelMib>& trelMib, const Rvx::SmControl& control) {
-  auto& slot = trelSnmpReachabilityTableSm_;
+  auto& slot = pipelines_->of<TrelSnmpReachabilityTableSm>();
   bool matches = slot && slot->reachabilityDir() == reachabilityDir && slot->ifMib() == ifMib &&
                  slot->trelMib() == trelMib;
   return keepOrReplace(slot, matches, control, [&] {
@@ -221,26 +234,26 @@ Zavro::Ptr<TrelSnmpReachabilityTableSm> Agent::trelSnmpReachabilityTableSmIs(
 }
 
 Zavro::Ptr<TrelSnmpReachabilityTableSm> Agent::trelSnmpReachabilityTableSmDel() {
-  return detach(trelSnmpReachabilityTableSm_);
+  return detach(pipelines_->of<TrelSnmpReachabilityTableSm>());
 }
 
 Zavro::Ptr<TrelSnmpHostResourcesSm> Agent::trelSnmpHostResourcesSmIs(
     const Zavro::Ptr<const Kor::Dir>& hostResourcesDir, const Zavro::Ptr<TrelMib>& trelMib,
     const Rvx::SmControl& control) {
-  auto& slot = trelSnmpHostResourcesSm_;
+  auto& slot = pipelines_->of<TrelSnmpHostResourcesSm>();
   bool matches = slot && slot->hostResourcesDir() == hostResourcesDir && slot->trelMib() == trelMib;
   return keepOrReplace(slot, matches, control,
                        [&] { return trelSnmpHostResourcesSmFactory(hostResourcesDir, trelMib, control); });
 }
 
 Zavro::Ptr<TrelSnmpHostResourcesSm> Agent::trelSnmpHostResourcesSmDel() {
-  return detach(trelSnmpHostResourcesSm_);
+  return detach(pipelines_->of<TrelSnmpHostResourcesSm>());
 }
 
 Zavro::Ptr<TrelSnmpHrStorageTableSm> Agent::trelSnmpHrStorageTableSmIs(
     const Zavro::Ptr<const Kor::Dir>& hostResourcesDir, const Zavro::Ptr<TrelMib>& trelMib,
     const TrelSnmpHrStorageTableSm::Mappings& storageEntryMappings, const Rvx::SmControl& control) {
-  auto& slot = trelSnmpHrStorageTableSm_;
+  auto& slot = pipelines_->of<TrelSnmpHrStorageTableSm>();
   bool matches = slot && slot->hostResourcesDir() == hostResourcesDir && slot->trelMib() == trelMib &&
                  slot->storageEntryMappings() == storageEntryMappings;
   return keepOrReplace(slot, matches, control, [&] {
@@ -249,12 +262,29 @@ Zavro::Ptr<TrelSnmpHrStorageTableSm> Agent::trelSnmpHrStorageTableSmIs(
 }
 
 Zavro::Ptr<TrelSnmpHrStorageTableSm> Agent::trelSnmpHrStorageTableSmDel() {
-  return detach(trelSnmpHrStorageTableSm_);
+  return detach(pipelines_->of<TrelSnmpHrStorageTableSm>());
+}
+
+const Zavro::Ptr<TrelSnmpIfTableSm>& Agent::trelSnmpIfTableSm() const {
+  return pipelines_->of<TrelSnmpIfTableSm>();
+}
+
+const Zavro::Ptr<TrelSnmpReachabilityTableSm>& Agent::trelSnmpReachabilityTableSm() const {
+  return pipelines_->of<TrelSnmpReachabilityTableSm>();
+}
+
+const Zavro::Ptr<TrelSnmpHostResourcesSm>& Agent::trelSnmpHostResourcesSm() const {
+  return pipelines_->of<TrelSnmpHostResourcesSm>();
+}
+
+const Zavro::Ptr<TrelSnmpHrStorageTableSm>& Agent::trelSnmpHrStorageTableSm() const {
+  return pipelines_->of<TrelSnmpHrStorageTableSm>();
 }
 
 std::vector<Zavro::Ptr<Pipeline>> Agent::pipelines() const {
-  std::vector<Zavro::Ptr<Pipeline>> pipelines = {trelSnmpIfTableSm_, trelSnmpReachabilityTableSm_,
-                                                 trelSnmpHostResourcesSm_, trelSnmpHrStorageTableSm_};
+  auto pipelines =
+      std::apply([](const auto&... pipeline) { return std::vector<Zavro::Ptr<Pipeline>>{pipeline...}; },
+                 pipelines_->all);
   std::erase(pipelines, nullptr);
   return pipelines;
 }

@@ -3,6 +3,7 @@
 // Everything runs on the host's event loop thread.
 #pragma once
 
+#include <memory>
 #include <vector>
 
 #include "pipelines/TrelSnmpHostResourcesSm.h"
@@ -128,17 +129,11 @@ class Agent final : public Zavro::Node {
   Zavro::Ptr<TrelSnmpHrStorageTableSm> trelSnmpHrStorageTableSmDel();
 
   const Zavro::Ptr<SnmpStatusSm>& snmpStatusSm() const { return snmpStatusSm_; }
-  const Zavro::Ptr<TrelSnmpIfTableSm>& trelSnmpIfTableSm() const { return trelSnmpIfTableSm_; }
-  const Zavro::Ptr<TrelSnmpReachabilityTableSm>& trelSnmpReachabilityTableSm() const {
-    return trelSnmpReachabilityTableSm_;
-  }
-  const Zavro::Ptr<TrelSnmpHostResourcesSm>& trelSnmpHostResourcesSm() const {
-    return trelSnmpHostResourcesSm_;
-  }
+  const Zavro::Ptr<TrelSnmpIfTableSm>& trelSnmpIfTableSm() const;
+  const Zavro::Ptr<TrelSnmpReachabilityTableSm>& trelSnmpReachabilityTableSm() const;
+  const Zavro::Ptr<TrelSnmpHostResourcesSm>& trelSnmpHostResourcesSm() const;
   // Null when the toggles say so.
-  const Zavro::Ptr<TrelSnmpHrStorageTableSm>& trelSnmpHrStorageTableSm() const {
-    return trelSnmpHrStorageTableSm_;
-  }
+  const Zavro::Ptr<TrelSnmpHrStorageTableSm>& trelSnmpHrStorageTableSm() const;
   // Those that exist, in the order of their creation.
   std::vector<Zavro::Ptr<Pipeline>> pipelines() const;
   // The watcher and the pipelines that exist, in that order.
@@ -148,14 +143,13 @@ class Agent final : public Zavro::Node {
   const Kor::Type& korType() const override { return type(); }
 
  private:
+  struct Pipelines;
+
   void startStorageTableSm();
 
   const AgentInputs inputs_;
   Zavro::Ptr<SnmpStatusSm> snmpStatusSm_;
-  Zavro::Ptr<TrelSnmpIfTableSm> trelSnmpIfTableSm_;
-  Zavro::Ptr<TrelSnmpReachabilityTableSm> trelSnmpReachabilityTableSm_;
-  Zavro::Ptr<TrelSnmpHostResourcesSm> trelSnmpHostResourcesSm_;
-  Zavro::Ptr<TrelSnmpHrStorageTableSm> trelSnmpHrStorageTableSm_;
+  const std::unique_ptr<Pipelines> pipelines_;
   Derivations derivations_;
   Rvx::SmControl rvxSmControl_;
 };
