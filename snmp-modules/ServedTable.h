@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "snmp-modules/TableSpec.h"
+#include "snmp-modules/TableFrame.h"
 
 namespace TrelSnmp {
 
@@ -42,6 +42,9 @@ struct ServedTable {
   size_t (*size)(const TrelMib& mib);
   uint32_t (*version)(const TrelMib& mib);
   std::unique_ptr<RowWalk> (*walk)(const TrelMib& mib);
+  // As the table's module registers it, and as net-snmp then calls it.
+  void (*initialize)(const Zavro::String& context);
+  Netsnmp_Node_Handler* handler;
 };
 
 // All tables of all modules, in the order of their OIDs.
@@ -78,16 +81,20 @@ class WalkOf final : public RowWalk {
   typename Spec::Table::Cursor at_;
 };
 
-template <const auto& kTable>
+// Frame: the table's TableFrame.
+template <class Frame>
 ServedTable servedTable() {
+  constexpr const auto& kTable = Frame::kSpec;
   ServedTable table{.name = kTable.name,
                     .rootOid = kTable.rootOid(),
                     .columns = {},
                     .size = [](const TrelMib& mib) { return kTable.source(mib).size(); },
                     .version = [](const TrelMib& mib) { return kTable.source(mib).version(); },
                     .walk = [](const TrelMib& mib) -> std::unique_ptr<RowWalk> {
-                      return std::make_unique<WalkOf<kTable>>(mib);
-                    }};
+                      return std::make_unique<WalkOf<Frame::kSpec>>(mib);
+                    },
+                    .initialize = [](const Zavro::String& context) { Frame::initialize(context); },
+                    .handler = &Frame::handle};
   for (const IndexColumn& column : kTable.index) {
     std::string label = column.label != nullptr ? column.label : labelOf(kTable.name, column.name);
     auto number = static_cast<unsigned>(table.columns.size() + 1);

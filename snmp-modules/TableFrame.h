@@ -25,6 +25,8 @@ class TableFrame {
   using Counter = Snmp::OrderedTableIteratorCounterTypes;
 
  public:
+  static constexpr const auto& kSpec = kTable;
+
   // handler: handle(), or a function that calls it.
   static void initialize(const Zavro::String& context, Netsnmp_Node_Handler* handler = &handle) {
     kModule.initializeTable({.name = kTable.name,

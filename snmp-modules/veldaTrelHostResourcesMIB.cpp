@@ -110,9 +110,9 @@ using StorageFrame = TableFrame<kStorageTable, hostResourcesModule>;
 }  // namespace
 
 void describe_veldaTrelHostResourcesMIB(std::vector<ServedTable>& tables) {
-  tables.push_back(servedTable<kHrSystemTable>());
-  tables.push_back(servedTable<kProcessorTable>());
-  tables.push_back(servedTable<kStorageTable>());
+  tables.push_back(servedTable<HrSystemFrame>());
+  tables.push_back(servedTable<ProcessorFrame>());
+  tables.push_back(servedTable<StorageFrame>());
 }
 
 void init_veldaTrelHostResourcesMIB(Zavro::String context) {

@@ -71,8 +71,8 @@ using ReachabilityFrame = TableFrame<kReachabilityTable, trelModule>;
 }  // namespace
 
 void describe_veldaTrelMIB(std::vector<ServedTable>& tables) {
-  tables.push_back(servedTable<kBaIfTable>());
-  tables.push_back(servedTable<kReachabilityTable>());
+  tables.push_back(servedTable<BaIfFrame>());
+  tables.push_back(servedTable<ReachabilityFrame>());
 }
 
 void init_veldaTrelMIB(Zavro::String context) {

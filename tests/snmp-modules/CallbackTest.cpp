@@ -183,7 +183,8 @@ TEST_P(CallbackOfEveryTable, DataContext_OutlivesLoopAndRow) {
   EXPECT_EQ(golden(log), own(2, "_free_loop_context_at_end A"));
   table().removeAll(mib());
   const ColumnCase& column = table().columns.back();
-  EXPECT_EQ(handle(table().handler, MODE_GET, {{column.number, data}}), fmt::format("0: {}", column.value));
+  EXPECT_EQ(handle(table().served().handler, MODE_GET, {{column.number, data}}),
+            fmt::format("0: {}", column.value));
   log.clear();
   walk.freeData(data);
   EXPECT_EQ(golden(log), own(2, "_free_data_context A"));

@@ -38,7 +38,7 @@ class FailingConversions {
 class HandlerOfEveryTable : public EveryTableTest {
  protected:
   std::string handled(int mode, const std::vector<ColumnRequest>& requests) {
-    return handle(table().handler, mode, requests);
+    return handle(table().served().handler, mode, requests);
   }
   std::string calledLines(int mode = MODE_GET) const {
     return own(2, "_handler") + own(2, fmt::format("_handler: request mode {}", mode));

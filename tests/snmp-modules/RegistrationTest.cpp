@@ -329,7 +329,7 @@ TEST_P(RegistrationDeathTest, NoServedObject_EndsTheProcess) {
   Database database(nullptr);
   EXPECT_DEATH(module().init(""), notFound(tables().front()));
   for (const TableCase& table : tables()) {
-    EXPECT_DEATH(table.initialize(Snmp::KelstoreUtil::getSnmpConfig(), ""), notFound(table));
+    EXPECT_DEATH(table.served().initialize(""), notFound(table));
   }
 }
 
@@ -340,7 +340,7 @@ TEST_P(RegistrationDeathTest, NoDatabaseAtAll_EndsTheProcess) {
 TEST_P(RegistrationDeathTest, ServedObjectOfAnotherType_EndsTheProcess) {
   Database database(Zavro::makePtr<Kor::Dir>("trelMib"));
   for (const TableCase& table : tables()) {
-    EXPECT_DEATH(table.initialize(nullptr, ""),
+    EXPECT_DEATH(table.served().initialize(""),
                  "snmp/trel/trelMib does not appear to be of type TrelSnmp::TrelMib\\.\n.*" +
                      failedCheck(table, "ptr"));
   }
@@ -351,7 +351,7 @@ TEST_P(RegistrationDeathTest, TableRegisteredTwice_EndsTheProcess) {
   module().init("");
   EXPECT_DEATH(module().init(""), failedCheck(tables().front(), "result == MIB_REGISTERED_OK"));
   for (const TableCase& table : tables()) {
-    EXPECT_DEATH(table.initialize(nullptr, ""), failedCheck(table, "result == MIB_REGISTERED_OK"));
+    EXPECT_DEATH(table.served().initialize(""), failedCheck(table, "result == MIB_REGISTERED_OK"));
   }
   module().unregister("");
 }

@@ -2,8 +2,10 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <ostream>
 
+#include "platform/zavro/Assert.h"
 #include "snmp-modules/veldaTrelHostResourcesMIB.h"
 #include "snmp-modules/veldaTrelMIB.h"
 
@@ -19,8 +21,6 @@ TableCase baIfTable() {
       .name = "veldaTrelBaIfTable",
       .at = "1",
       .arc = "3.40.1.1",
-      .initialize = &initialize_table_veldaTrelBaIfTable,
-      .handler = &veldaTrelBaIfTable_handler,
       .modes = HANDLER_CAN_GETANDGETNEXT,
       .index = {{"veldaTrelBaIfIndex", "baIfIndex", "", ASN_INTEGER}},
       .columns = {{2, "veldaTrelBaIfLocalMemberId", "i:11", kNumber, "localMemberId"},
@@ -35,8 +35,6 @@ TableCase reachabilityTable() {
       .name = "veldaTrelReachabilityTable",
       .at = "2",
       .arc = "3.40.1.2",
-      .initialize = &initialize_table_veldaTrelReachabilityTable,
-      .handler = &veldaTrelReachabilityTable_handler,
       .modes = HANDLER_CAN_GETANDGETNEXT,
       .index = {{"veldaTrelReachabilitySrcId", "srcId", "firstId", ASN_INTEGER},
                 {"veldaTrelReachabilityDestId", "dstId", "secondId", ASN_INTEGER}},
@@ -60,8 +58,6 @@ TableCase hrSystemTable() {
       .name = "veldaTrelHrSystemTable",
       .at = "hr.1",
       .arc = "3.41.1.1",
-      .initialize = &initialize_table_veldaTrelHrSystemTable,
-      .handler = &veldaTrelHrSystemTable_handler,
       .modes = HANDLER_CAN_RWRITE,
       .index = {{"veldaTrelHrSystemMemberId", "trelMemberId", "", ASN_INTEGER}},
       .columns = {{2, "veldaTrelHrSystemUpTime", "t:1234", "SecondsToTimeTicks", "systemUptime"},
@@ -89,8 +85,6 @@ TableCase processorTable() {
       .name = "veldaTrelProcessorTable",
       .at = "hr.2",
       .arc = "3.41.1.2",
-      .initialize = &initialize_table_veldaTrelProcessorTable,
-      .handler = &veldaTrelProcessorTable_handler,
       .modes = HANDLER_CAN_GETANDGETNEXT,
       .index = {{"veldaTrelProcessorMemberId", "trelMemberId", "trelMemberId", ASN_INTEGER},
                 {"veldaTrelProcessorIndex", "processorIndex", "processorIndex", ASN_UNSIGNED}},
@@ -109,8 +103,6 @@ TableCase storageTable() {
       .name = "veldaTrelStorageTable",
       .at = "hr.3",
       .arc = "3.41.1.3",
-      .initialize = &initialize_table_veldaTrelStorageTable,
-      .handler = &veldaTrelStorageTable_handler,
       .modes = HANDLER_CAN_GETANDGETNEXT,
       .index = {{"veldaTrelStorageMemberId", "trelMemberId", "trelMemberId", ASN_INTEGER},
                 {"veldaTrelStorageIndex", "hrStorageIndex", "hrStorageIndex", ASN_INTEGER}},
@@ -131,6 +123,15 @@ TableCase storageTable() {
 }
 
 }  // namespace
+
+const TrelSnmp::ServedTable& TableCase::served() const {
+  const auto& all = TrelSnmp::servedTables();
+  auto found = std::find_if(all.begin(), all.end(), [this](const TrelSnmp::ServedTable& one) {
+    return one.name == std::string_view(name);
+  });
+  zavroAssertWith(found != all.end(), "table={}", name);
+  return *found;
+}
 
 std::string TableCase::indexText(const RowParts& row) const {
   return index.size() == 1 ? fmt::format("{}", row[0]) : fmt::format("{}.{}", row[0], row[1]);

@@ -9,7 +9,7 @@
 
 #include "mib-state/TrelMib.h"
 #include "platform/snmp/KelstoreUtil.h"
-#include "snmp-modules/NetSnmp.h"
+#include "snmp-modules/ServedTable.h"
 
 namespace SnmpTest {
 
@@ -38,14 +38,14 @@ struct TableCase {
   const char* name;
   const char* at;   // where it stands, for InProcessAgent and DirectWalk
   const char* arc;  // below the enterprise number
-  void (*initialize)(Snmp::Config::PtrConst config, Zavro::String context);
-  Netsnmp_Node_Handler* handler;
   int modes;
   std::vector<IndexCase> index;
   std::vector<ColumnCase> columns;
   void (*add)(TrelSnmp::TrelMib& mib, const RowParts& row);
   void (*removeAll)(TrelSnmp::TrelMib& mib);
 
+  // How its module registers and serves it.
+  const TrelSnmp::ServedTable& served() const;
   // "7" or "7.8"
   std::string indexText(const RowParts& row) const;
   // "7" or "(firstId=7, secondId=8)"
