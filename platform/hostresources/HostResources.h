@@ -7,7 +7,6 @@
 
 #include "platform/kor/Collection.h"
 #include "platform/kor/Entity.h"
-#include "platform/zavro/Duration.h"
 
 namespace HostResources {
 
@@ -15,7 +14,7 @@ namespace HostResources {
 class Processor final : public Kor::ValueEntity {
  public:
   explicit Processor(int16_t load) : load_(load) {}
-  int16_t load() const { return load_; }  // percent of the last interval, -1 when not known
+  int16_t load() const { return load_; }  // percent in the last interval; -1 when unknown
   std::string text() const { return fmt::format("(load={})", load_); }
   static const Kor::Type& type();
   const Kor::Type& korType() const override { return type(); }
@@ -80,7 +79,7 @@ class HostResources final : public Kor::Entity {
     bool operator==(const System&) const = default;
   };
 
-  // The key of the one element of what follows.
+  // The only key of Memory.
   struct MemInfoKey {
     auto operator<=>(const MemInfoKey&) const = default;
     std::string text() const { return "memInfo"; }
@@ -100,11 +99,10 @@ class HostResources final : public Kor::Entity {
   const Storage& storageInfoTable() const { return storageInfoTable_; }
   Storage& storageInfoTable() { return storageInfoTable_; }
 
-  // The one memory record, null when the member publishes none. Setting it notifies, even when it is the
-  // same.
+  // The member's memory; null when it publishes none. Setting it notifies, also when it is the same record.
   const Zavro::Ptr<const MemInfo>& memInfo() const { return *memInfo_.find(MemInfoKey()); }
   void memInfoIs(Zavro::Ptr<const MemInfo> memInfo) { memInfo_.set({}, std::move(memInfo)); }
-  // The same, to be followed as a collection of one element, which is always there.
+  // The same as a collection, for subscribers. It always has one element.
   const Memory& memInfoElement() const { return memInfo_; }
 
   static const Kor::Type& type();

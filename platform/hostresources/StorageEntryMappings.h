@@ -1,4 +1,5 @@
-// Which row of the storage table a mount point or a kind of memory gets, and how the row is described.
+// The storage mappings: the index, type and description of the storage table's row for a mount point or a
+// kind of memory.
 #pragma once
 
 #include <cstdint>
@@ -25,7 +26,7 @@ class StorageEntryMappings final : public Kor::Entity {
  public:
   static constexpr const char* kTypeName = "HostResourcesMib::StorageEntryMappings";
   using MountEntries = Kor::Collection<Kor::String, StorageTableEntry>;  // by mount point
-  using MemEntries = Kor::Collection<int32_t, StorageTableEntry>;
+  using MemEntries = Kor::Collection<int32_t, StorageTableEntry>;        // by a number that only orders them
 
   StorageEntryMappings() : Entity("storageEntryMappings") {}
   const MountEntries& mountEntries() const { return mountEntries_; }

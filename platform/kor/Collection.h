@@ -17,21 +17,21 @@ inline constexpr uint32_t kCollectionVersionMask = (1u << 23) - 1;
 
 template <class KeyType, class ValueType>
 class Collection {
-  // Elements lie side by side: walks over tens of thousands of them are what some changes cost.
+  // A B-tree keeps elements side by side: some changes walk over tens of thousands of them.
   using Map = absl::btree_map<KeyType, ValueType, std::less<>>;
 
  public:
   using Key = KeyType;
   using Value = ValueType;
 
-  // A position that stays usable whatever happens to the collection: next() goes to the first element whose
-  // key is greater than the key it stood at, which may be gone by then. The collection must outlive it.
+  // A position that stays valid while the collection changes: next() moves to the first element with a
+  // greater key, also when the current element was removed. The collection must outlive the cursor.
   class Cursor {
    public:
     explicit operator bool() const { return valid_; }
     const Key& key() const { return key_; }  // Requires: *this is true.
-    // The value under the key now, or null when the element is gone. The pointer lives until the collection
-    // changes.
+    // The current value under key(), or null when the element was removed. Valid until the collection
+    // changes. Requires: *this is true.
     const Value* value() const {
       return changes_ == collection_->changes_ ? &position_->second : collection_->find(key_);
     }
@@ -60,7 +60,7 @@ class Collection {
     bool valid_ = false;
   };
 
-  // The value under the key, or null. The pointer lives until the collection changes.
+  // The value under the key, or null. Valid until the collection changes.
   template <class LookupKey>
   const Value* find(const LookupKey& key) const {
     auto found = map_.find(key);
@@ -77,10 +77,10 @@ class Collection {
   // From the first element whose key is not less than key.
   Cursor from(const Key& key) const { return Cursor(*this, map_.lower_bound(key)); }
 
-  // Puts the value under the key, replacing one that is there, and notifies, even when the value is the same.
+  // Inserts or replaces the value under the key, and notifies, also when the value is equal.
   void set(const Key& key, Value value) {
     Publication::expectNone();
-    // The key may live in the value that goes; that one is destroyed last, by when all is in order.
+    // Copied: the key may be part of the value that is replaced. That value is destroyed on return.
     Key changedKey = key;
     auto at = map_.lower_bound(changedKey);
     if (at != map_.end() && !map_.key_comp()(changedKey, at->first)) {
@@ -102,7 +102,7 @@ class Collection {
     return true;
   }
 
-  // The callback gets the key of the element that appeared, changed or vanished.
+  // The callback gets the key of the element that was inserted, replaced or removed.
   [[nodiscard]] Subscription subscribe(typename Notifier<Key>::Callback callback) const {
     return notifier_.subscribe(std::move(callback));
   }

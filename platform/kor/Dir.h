@@ -26,15 +26,14 @@ class Dir final : public Entity {
   ConstIterator entityPtrIteratorConst(const String& name) const { return entities_.from(name); }
   const Entities& entities() const { return entities_; }
 
-  // Puts the entity under a name (its own when none is given), replacing one that is there. Requires: not
-  // null.
+  // Inserts or replaces the entity under a name (its own when none is given). Requires: not null.
   void entityPtrIs(Zavro::Ptr<Entity> entity);
   void entityPtrIs(const String& name, Zavro::Ptr<Entity> entity);
   // Removes the entity of that name and returns it, or null when there is none.
   Zavro::Ptr<Entity> entityPtrDel(const String& name);
 
-  // Makes an entity of the type through the type's generic constructor and puts it under the name. Throws
-  // NewEntityArgumentsException when the type refuses the arguments or directories do not make such entities.
+  // Creates an entity with the type's generic constructor and inserts it under the name. Throws
+  // NewEntityArgumentsException when the type has no such constructor, or it refuses the arguments.
   Zavro::Ptr<Entity> newEntity(const Type& type, const String& name,
                                const std::vector<std::string>& arguments = {});
 
@@ -45,7 +44,8 @@ class Dir final : public Entity {
   Entities entities_;
 };
 
-// The entity at a path of names separated by "/", or null when a name is missing or stands for no directory.
+// The entity at a path of names separated by "/"; null when a name is missing, or is not a directory on the
+// way.
 Zavro::Ptr<Entity> entityAt(const Dir& root, std::string_view path);
 
 }  // namespace Kor

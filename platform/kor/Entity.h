@@ -21,22 +21,23 @@ class Entity : public Object {
   const String& name() const { return name_; }
   virtual std::string text() const { return name_; }
 
-  // Singletons: at most one entity of a type in the process, under the type's name.
-  //
+  // Singletons: at most one entity of a type in the process, by the type's name.
+
   // The singleton, or null when there is none.
   static Zavro::Ptr<Entity> singletonExists(std::string_view typeName);
-  // The singleton, made on first use with the maker that was registered for the type.
-  // Requires: singletonTypeIs(typeName, ...) was called.
+  // The singleton, created on first use. Requires: singletonTypeIs() was called for the type.
   static Zavro::Ptr<Entity> singletonIs(std::string_view typeName);
+  // Registers the function that creates the type's singleton.
   static void singletonTypeIs(std::string_view typeName, std::function<Zavro::Ptr<Entity>()> make);
-  // Forgets the singleton; the next singletonIs() makes a new one.
+  // Releases the singleton; the next singletonIs() creates a new one.
   static void singletonDel(std::string_view typeName);
 
  private:
   String name_;
 };
 
-// An insert found an element with other values under its key. Names the type and the differing attribute.
+// An insertion found an element with other values under its key. The message names the type and the attribute
+// that differs.
 class MutatorReinstantiationException final : public Zavro::Exception {
  public:
   MutatorReinstantiationException(std::string_view type, std::string_view attribute)

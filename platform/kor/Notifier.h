@@ -1,10 +1,10 @@
-// Synchronous change notification. A subscriber hears of every change made after it subscribed, before the
-// call that made the change returns, once; subscribers are called in the order of subscription.
+// Synchronous change notification: notify() calls every subscriber once, in the order of subscription, before
+// it returns.
 //
-// Within a notification subscribers may come and go: a new one does not hear of the change under way, one
-// that left is not called any more. What is being notified of does not change again, and is not destroyed,
-// until everybody has heard of it: the process ends otherwise. When a subscriber throws, the others are
-// called all the same, and then the first exception leaves the call that made the change.
+// Subscribers may be added and removed during a notification: a new one is not called for that change, a
+// removed one is not called any more. A second change, or the destruction of the notifier, during a
+// notification ends the process. When a subscriber throws, the others are still called; then the first
+// exception leaves notify().
 #pragma once
 
 #include <exception>
@@ -31,7 +31,7 @@ class Notifier {
     for (const auto& slot : slots_) slot->leave();
   }
 
-  // Const, since whoever may read a thing may follow it.
+  // Const: read access to an object is enough to follow its changes.
   [[nodiscard]] Subscription subscribe(Callback callback) const {
     sweep();
     slots_.push_back(std::make_shared<Slot>(std::move(callback)));
@@ -42,7 +42,7 @@ class Notifier {
     zavroAssert(!notifying_ && "changed during publication");
     notifying_ = true;
     std::exception_ptr error;
-    // Those that subscribe meanwhile stand behind.
+    // The count is taken first: subscribers that are added meanwhile are not called.
     for (size_t i = 0, count = slots_.size(); i < count; ++i) {
       std::shared_ptr<Slot> slot = slots_[i];
       try {
@@ -72,12 +72,12 @@ class Notifier {
     }
 
    private:
-    // Emptied before what it held is destroyed, which may lead back here.
+    // Emptied first: destroying the callback may call drop() again.
     void drop() override { Callback gone = std::exchange(callback_, nullptr); }
     Callback callback_;
   };
 
-  // Not during a notification, which counts places.
+  // Erases nothing during a notification, which walks the list by index.
   void sweep() const {
     if (!notifying_) std::erase_if(slots_, [](const auto& slot) { return !slot->active(); });
   }

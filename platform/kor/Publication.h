@@ -1,6 +1,6 @@
-// The publication of a change that others only look at. Whoever hears of it reads, notes what there is to do
-// and schedules it. Changing anything within it, be it what is published or what that was derived from, is a
-// bug of whoever does it and ends the process.
+// A scope during which a change is published and nothing may change: a subscriber reads, notes what there is
+// to do, and schedules a task for it. Changing the published object, or what it was derived from, ends the
+// process.
 #pragma once
 
 #include "platform/zavro/Assert.h"
@@ -9,7 +9,7 @@ namespace Kor {
 
 class Publication {
  public:
-  // Begins one, which lasts as long as the object.
+  // The publication lasts as long as this object. They do not nest.
   Publication() {
     expectNone();
     underWay_ = true;
@@ -18,7 +18,7 @@ class Publication {
   Publication(const Publication&) = delete;
   Publication& operator=(const Publication&) = delete;
 
-  // Said first by whatever changes.
+  // Called first by every function that changes something: ends the process during a publication.
   static void expectNone() { zavroAssert(!underWay_ && "changed during publication"); }
 
  private:

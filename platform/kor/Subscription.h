@@ -1,4 +1,4 @@
-// What a subscriber of a Kor::Notifier holds: as long as it lives, changes are heard of.
+// A subscription to a Kor::Notifier: the callback is called as long as the Subscription exists.
 #pragma once
 
 #include <memory>
@@ -11,14 +11,14 @@ class SubscriberSlot {
  public:
   virtual ~SubscriberSlot() = default;
   bool active() const { return active_; }
-  // Not called any more. What the callback holds is released at once, or when the callback returns.
+  // Ends the subscription. The callback is destroyed now, or, if it is running, when it returns.
   void leave() {
     active_ = false;
     if (!running_) drop();
   }
 
  protected:
-  // The callback is being called.
+  // The callback is running as long as this object exists.
   class Running {
    public:
     explicit Running(SubscriberSlot& slot) : slot_(slot) { slot_.running_ = true; }
@@ -39,7 +39,7 @@ class SubscriberSlot {
   bool running_ = false;
 };
 
-// Unsubscribes when it is destroyed. May outlive what it subscribes to.
+// Unsubscribes when it is destroyed. May outlive the notifier.
 class Subscription {
  public:
   Subscription() = default;

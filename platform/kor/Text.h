@@ -1,4 +1,4 @@
-// The text form of values: what traces show and what attributes read as.
+// The text form of values, as traces and attributes show it.
 //
 // A type has a text form when it offers `std::string text() const`; such a type, and a Zavro::Ptr to one,
 // formats with "{}". A null pointer formats as "None".
@@ -36,8 +36,7 @@ std::string optText(const std::optional<T>& value) {
   return value ? fmt::format("Optional( {} )", *value) : "None";
 }
 
-// Text that does not spell a value of the wanted type. The message names what was found and what was
-// expected.
+// A text is not a value of the expected type. The message names what was found and what was expected.
 class ParseException final : public Zavro::Exception {
  public:
   using Zavro::Exception::Exception;
@@ -48,7 +47,7 @@ uint32_t u32FromText(std::string_view text);
 // The whole of text as a finite decimal number; throws ParseException.
 double doubleFromText(std::string_view text);
 
-// Where an attribute stands in its composite.
+// The position of an attribute in its composite.
 enum class AttrPlace { first, inner, last };
 
 // Readers of a composite's text form "(<name>=<value>, <name>=<value>)". desAttrPre() consumes what stands

@@ -1,11 +1,10 @@
-// Type information: what an object's attributes and operations are called, so that it can be inspected and
-// driven by name, through the control socket and in tests.
+// Type information: the names of an object's attributes and operations, by which a host or a test inspects
+// and drives it.
 #pragma once
 
 #include <functional>
 #include <string>
 #include <string_view>
-#include <type_traits>
 #include <vector>
 
 #include "platform/kor/Text.h"
@@ -30,7 +29,7 @@ class NoSuchMemberException final : public Zavro::Exception {
   using Zavro::Exception::Exception;
 };
 
-// A directory's generic constructor was given arguments that the type does not take.
+// A type's generic constructor refuses its arguments, or the type has none.
 class NewEntityArgumentsException final : public Zavro::Exception {
  public:
   using Zavro::Exception::Exception;
@@ -61,7 +60,7 @@ class Type {
   void attributeIs(Attribute attribute) { attributes_.push_back(std::move(attribute)); }
   void operationIs(Operation operation) { operations_.push_back(std::move(operation)); }
 
-  // Makes an entity of this type for a directory; empty when directories do not make such entities.
+  // The generic constructor, for Dir::newEntity(); empty when the type has none.
   NewEntityForDir newEntityForDir;
 
  private:
@@ -72,10 +71,10 @@ class Type {
 
 // The value of an attribute in its text form. Throws NoSuchMemberException.
 std::string attribute(const Object& object, std::string_view name);
-// Sets an attribute from its text form. Throws NoSuchMemberException, or ParseException and leaves it as it
-// was. Not from within a Publication.
+// Sets an attribute from its text form. Throws NoSuchMemberException or ParseException; the attribute keeps
+// its value then. Requires: no Publication is in progress.
 void attributeIs(Object& object, std::string_view name, std::string_view text);
-// Runs an operation. Throws NoSuchMemberException. Not from within a Publication.
+// Runs an operation. Throws NoSuchMemberException. Requires: no Publication is in progress.
 void invoke(Object& object, std::string_view operation);
 
 // Declares a type in a few lines:
@@ -92,7 +91,7 @@ class TypeBuilder {
     type_.attributeIs({std::move(name), reader(accessor), {}});
     return *this;
   }
-  // set(T&, std::string_view) throws ParseException for text that it cannot take.
+  // set(T&, std::string_view) throws ParseException for text that is no value of the attribute.
   template <class Accessor, class Setter>
   TypeBuilder& attribute(std::string name, Accessor accessor, Setter set) {
     type_.attributeIs({std::move(name), reader(accessor),
@@ -112,7 +111,7 @@ class TypeBuilder {
   Type build() { return std::move(type_); }
 
  private:
-  // Ends the process when an object shows the type information of a class that it is not of.
+  // Ends the process when korType() returned the type information of another class.
   template <class Self, class AnyObject>
   static Self& self(AnyObject& object) {
     auto* self = dynamic_cast<Self*>(&object);

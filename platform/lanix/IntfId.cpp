@@ -5,8 +5,8 @@
 
 namespace Lanix {
 
-// The names that ids hold. A name's first and its last holder come and go under the lock, so that none is
-// found here that is about to be destroyed.
+// The interned names. A name gets its first holder, and loses its last one, under the lock, so that intern()
+// never returns a name that is about to be destroyed.
 class IntfId::Names {
  public:
   static Names& all() {
@@ -14,7 +14,7 @@ class IntfId::Names {
     return *names;
   }
 
-  boost::intrusive_ptr<const Name> kept(std::string_view text) {
+  boost::intrusive_ptr<const Name> intern(std::string_view text) {
     std::lock_guard lock(mutex_);
     auto found = names_.find(text);
     if (found != names_.end()) return found->second;
@@ -26,7 +26,7 @@ class IntfId::Names {
   void dropLast(const Name* name) {
     {
       std::lock_guard lock(mutex_);
-      // Somebody may have asked for it again meanwhile.
+      // intern() may have returned it again meanwhile.
       if (name->holders.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
       names_.erase(name->text);
     }
@@ -49,7 +49,7 @@ void IntfId::Name::release() const {
 }
 
 IntfId::IntfId(std::string_view name) {
-  if (!name.empty()) name_ = Names::all().kept(name);
+  if (!name.empty()) name_ = Names::all().intern(name);
 }
 
 const std::string& IntfId::empty() {

@@ -10,12 +10,12 @@
 
 namespace Lanix {
 
-// Each name is kept once in the process, for as long as an id holds it: an id is as wide as a pointer, and
-// two are compared for equality without a look at their names. Ids may be made, copied and dropped on any
-// thread, and outlive every static object.
+// An interned name: equal ids share one copy of it, which lives as long as one of them. An id is as large as
+// a pointer, and equality compares pointers. Ids may be created, copied and destroyed on any thread, also
+// during static destruction.
 class IntfId {
  public:
-  IntfId() = default;  // the empty name, which no interface has
+  IntfId() = default;  // the empty name; no interface has it
   explicit IntfId(std::string_view name);
   const std::string& name() const { return name_ ? name_->text : empty(); }
   const std::string& text() const { return name(); }

@@ -19,8 +19,8 @@ class StderrSink final : public Sink {
   }
 };
 
-// Handles are objects of static storage in many files: the registry is made by the first and never destroyed,
-// so that the last may still leave it.
+// Created by the first handle and never destroyed: handles are static objects of many files, and deregister
+// during static destruction.
 struct Registry {
   std::set<Handle*> handles;
   std::map<std::string, int, std::less<>> levels;

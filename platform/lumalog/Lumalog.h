@@ -1,5 +1,5 @@
-// Tracing. Every source has a handle of its own with numbered levels, 0 (errors) to 9 (lifecycle detail); a
-// handle passes on the levels up to its own. A line is formatted only when its level is enabled.
+// Tracing. Each source of traces has its own handle. Levels go from 0 (errors) to 9 (lifecycle detail); a
+// handle emits the levels up to its own. A line is formatted only when its level is enabled.
 #pragma once
 
 #include <fmt/format.h>
@@ -14,20 +14,19 @@ namespace Lumalog {
 inline constexpr int kErrorLevel = 0;
 inline constexpr int kWarningLevel = 1;
 inline constexpr int kMaxLevel = 9;
-inline constexpr int kDefaultLevel = 1;  // errors and one line for each table that is set up
+inline constexpr int kDefaultLevel = 1;  // errors, warnings, and one line for each registered table
 
-// What a line is about, where a source has any number of things to speak of: for a log that bounds what it
-// says of each. Both may be empty.
+// What a line is about, for a log that limits the lines about each thing. Both may be empty.
 struct About {
-  std::string_view source;  // such as a file; one of a bounded number
-  std::string_view key;     // such as a path in it
+  std::string_view source;  // such as a file; there are few
+  std::string_view key;     // such as a path in the file; there may be any number
 };
 
 struct Line {
   std::string_view handle;
   int level;
   std::string_view text;    // without a trailing newline
-  std::string_view format;  // that the text was made with, the same for all lines from one place
+  std::string_view format;  // the text's format string, the same for all lines from one place in the code
   About about;
 };
 
@@ -38,17 +37,17 @@ class Sink {
   virtual void trace(const Line& line) = 0;
 };
 
-// Where traces go; null drops them. The sink must outlive its use. The first sink writes to standard error.
+// Sets where traces go; null discards them. The sink must outlive its use. Default: standard error.
 void sinkIs(Sink* sink);
 Sink* sink();
 
-// Sets the level of the handle of that name, whether it exists already or is made later. -1 silences it. The
-// name "*" means every handle that has no setting of its own.
+// Sets the level of the handle of that name, which may be created later. -1 silences it. "*" means every
+// handle without a setting of its own.
 void levelIs(std::string_view handle, int level);
-// Forgets every levelIs().
+// Undoes every levelIs().
 void levelsReset();
 
-// The clock of block timers; it must outlive its use. The first one is the system's.
+// Sets the clock of block timers, which must outlive its use. Default: the system's.
 void clockIs(const Zavro::Clock* clock);
 
 class Handle {
@@ -72,7 +71,7 @@ class Handle {
     emit(level, fmt::format(format, std::forward<Args>(args)...), {made.data(), made.size()}, about);
   }
 
-  // For texts that are composed at run time, such as a pipeline's statements.
+  // For format strings that are not known at compile time, such as a pipeline's statements.
   template <class... Args>
   void traceRuntime(int level, std::string_view format, const Args&... args) const {
     if (enabled(level)) emit(level, fmt::format(fmt::runtime(format), args...), format, {});
@@ -100,7 +99,7 @@ class BlockTimer {
   const Handle& handle_;
   std::string_view function_;
   uint64_t startNs_ = 0;
-  bool enabled_;  // as it was at entry: without an entry there is no time to tell
+  bool enabled_;  // at entry
 };
 
 }  // namespace Lumalog

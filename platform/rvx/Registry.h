@@ -1,5 +1,5 @@
-// The registry of declared derivations: which collection is derived from which. It is data for inspection;
-// nothing is scheduled by it.
+// The registry of declared derivations: which collection is derived from which. For inspection only; it
+// schedules nothing.
 #pragma once
 
 #include <map>
@@ -10,7 +10,7 @@
 
 namespace Rvx {
 
-// "targetPath of target follows sourcePath of source". Holds both nodes.
+// "targetPath of target is derived from sourcePath of source". Keeps both objects alive.
 class RegistryKey {
  public:
   static RegistryKey make(Zavro::Ptr<const Kor::Object> source, std::string sourcePath,
@@ -40,14 +40,12 @@ class GlobalState {
   // The process's one registry.
   static GlobalState& get();
 
-  // A key stays until it was deleted as often as it was added.
+  // A key stays until it has been deleted as often as it was added.
   void addToRegistry(const RegistryKey& key) { ++keys_[key]; }
   void delFromRegistry(const RegistryKey& key);
   bool checkRegistry(const RegistryKey& key) const { return keys_.contains(key); }
   // The keys, and how often each was added.
   const std::map<RegistryKey, size_t>& registry() const { return keys_; }
-  // Forgets every key, and with them the references that they hold.
-  void registryDelAll() { keys_.clear(); }
 
  private:
   std::map<RegistryKey, size_t> keys_;

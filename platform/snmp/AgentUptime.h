@@ -1,4 +1,4 @@
-// When something happened, by the agent's uptime. Used by conversions, on the agent's thread.
+// From UTC time to the agent's uptime. The conversions use it, on the agent's thread.
 #pragma once
 
 #include <functional>
@@ -8,27 +8,28 @@
 
 namespace Snmp {
 
-// While one lives, the conversions go by it: one at a time.
+// Requires: no other instance exists.
 class AgentUptime {
  public:
-  // `now` tells the agent's uptime, by a clock that does not step, as sysUpTime does.
+  // now returns the agent's uptime (sysUpTime), by a clock that does not step. The clock must outlive this
+  // object.
   AgentUptime(const Zavro::Clock& clock, std::function<Zavro::Duration()> now);
   ~AgentUptime();
   AgentUptime(const AgentUptime&) = delete;
   AgentUptime& operator=(const AgentUptime&) = delete;
 
-  // Null when there is none.
+  // The one instance, or null.
   static AgentUptime* instance();
 
-  // The uptime at a UTC time: at least 0, and at most what it is now, though the clocks of members disagree.
-  // An answer stays while the time of day and the uptime go on together within a second. When either of them
-  // is set, answers go by what both say then.
+  // The agent's uptime at a UTC time, limited to the range from 0 to the current uptime, since the clocks of
+  // members may disagree. Equal times give equal results until the time of day or the uptime is set: when the
+  // two have moved apart by more than a second, results follow their new difference.
   Zavro::Duration at(Zavro::Duration utc);
 
  private:
   const Zavro::Clock& clock_;
   std::function<Zavro::Duration()> now_;
-  double startUtc_;  // when the uptime was 0
+  double startUtc_;  // UTC time at which the uptime was 0
 };
 
 }  // namespace Snmp

@@ -30,7 +30,7 @@ int writeU32(uint32_t value, unsigned char* buffer, int capacity) {
 
 // Requires: seconds is not negative.
 int writeTimeTicks(double seconds, unsigned char* buffer, int capacity) {
-  // Whole ticks, but for what the binary form of a decimal fraction falls short of one.
+  // The addend makes up for decimal fractions whose binary form is slightly too small.
   double ticks = std::floor(seconds * kTicksPerSecond + 1e-3);
   if (!std::isfinite(ticks)) return kFailed;
   return writeU32(static_cast<uint32_t>(std::fmod(ticks, kTicksModulus)), buffer, capacity);
@@ -81,7 +81,7 @@ int UtcSecondsToUptimeTimeTicksF::convert(const Zavro::Duration& value, unsigned
 
 int SecondsToAsnDateAndTimeF::convert(const Zavro::Duration& value, unsigned char* buffer, int capacity) {
   constexpr int64_t kTenthsPerDay = 864000;
-  // Beyond every year that 16 bits can name, and well within what the calendar arithmetic can count.
+  // Beyond the year 65535, and far from overflowing the calendar arithmetic.
   constexpr double kBound = 3e12;
   if (!(std::fabs(value.seconds()) < kBound)) return kFailed;
   auto tenths = static_cast<int64_t>(std::floor(value.seconds() * 10 + 1e-4));

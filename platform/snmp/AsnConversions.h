@@ -1,4 +1,4 @@
-// From the platform's values to what net-snmp puts on the wire, and back.
+// Conversions from the platform's values to net-snmp's varbinds, and back.
 //
 // Each conversion writes one value into the caller's buffer of `capacity` bytes and returns the number of
 // bytes written, or a negative number when the value or the capacity does not allow it; nothing is written
@@ -15,8 +15,8 @@
 
 namespace Snmp {
 
-// A conversion whose implementation can be exchanged while a Substitute of it lives, so that a caller's
-// handling of failures can be shown. Self::kName is what traces call it.
+// Base of the conversions. While a Substitute exists it replaces the implementation: tests make conversions
+// fail with it. Self::kName is the conversion's name in traces.
 template <class Self, class InputType>
 class AsnConversion {
  public:
@@ -83,8 +83,8 @@ struct SecondsToTimeTicksF : AsnConversion<SecondsToTimeTicksF, Zavro::Duration>
   static int convert(const Zavro::Duration& value, unsigned char* buffer, int capacity);
 };
 
-// TimeStamp (RFC 2579): the agent's uptime at a point in UTC time, by AgentUptime::instance(), modulo
-// 2^32; 0 without one. A non-finite time fails.
+// TimeStamp (RFC 2579): the agent's uptime at a point in UTC time, in hundredths of a second, modulo 2^32; 0
+// when there is no AgentUptime. A non-finite time fails.
 struct UtcSecondsToUptimeTimeTicksF : AsnConversion<UtcSecondsToUptimeTimeTicksF, Zavro::Duration> {
   static constexpr const char* kName = "UtcSecondsToUptimeTimeTicks";
   static int convert(const Zavro::Duration& value, unsigned char* buffer, int capacity);
@@ -104,7 +104,7 @@ struct StringToAsnOctetStringF : AsnConversion<StringToAsnOctetStringF, Zavro::S
 };
 
 // OBJECT IDENTIFIER: the sub-identifiers as net-snmp `oid` values, the result being their length in bytes.
-// Text that spells no object identifier fails.
+// Text that is no object identifier fails.
 struct SnmpObjectIdentifierToAsnOidF : AsnConversion<SnmpObjectIdentifierToAsnOidF, ObjectIdentifier> {
   static constexpr const char* kName = "SnmpObjectIdentifierToAsnOid";
   static int convert(const ObjectIdentifier& value, unsigned char* buffer, int capacity);

@@ -1,4 +1,4 @@
-// Where SNMP modules find the agent's configuration and the entities that they serve.
+// Where SNMP modules find the agent's configuration and the entity that they serve.
 #pragma once
 
 #include <string>
@@ -8,8 +8,7 @@
 
 namespace Snmp {
 
-// The SNMP agent's configuration, as far as modules see it. It names no state-database path for any context
-// but the default one.
+// The SNMP agent's configuration, as far as modules need it.
 class Config final : public Kor::Entity {
  public:
   using PtrConst = Zavro::Ptr<const Config>;
@@ -24,8 +23,8 @@ class Config final : public Kor::Entity {
 
 class KelstoreUtil {
  public:
-  // Sets the root of the state database and the configuration; null forgets them. The host does this before
-  // it reports the SNMP agent initialised.
+  // Sets the root of the state database and the configuration; null releases them. The host calls this before
+  // it reports the SNMP agent as initialised.
   static void rootIs(Zavro::Ptr<const Kor::Dir> root, Config::PtrConst config);
 
   static Config::PtrConst getSnmpConfig();
@@ -35,7 +34,7 @@ class KelstoreUtil {
   static std::string absolutePath(std::string_view path);
 };
 
-// Modules announce each context in which they were initialised.
+// The SNMP contexts in which each module was initialised. Modules maintain this themselves.
 void registerMibContext(const std::string& context, const std::string& module);
 void unregisterMibContext(const std::string& context, const std::string& module);
 bool mibContextRegistered(const std::string& context, const std::string& module);

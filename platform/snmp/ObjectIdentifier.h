@@ -4,7 +4,6 @@
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace Snmp {
@@ -14,13 +13,12 @@ class ObjectIdentifier {
   static constexpr size_t kMaxSubIds = 128;  // RFC 2578, section 3.5
 
   ObjectIdentifier() = default;  // empty
-  // Any text is taken; whether it spells an object identifier shows in subIds().
+  // Accepts any text; subIds() checks it.
   explicit ObjectIdentifier(std::string dotted) : dotted_(std::move(dotted)) {}
 
   const std::string& text() const { return dotted_; }
-  // The sub-identifiers, or nothing when the text is not 2 to 128 decimal numbers below 2^32 separated by
-  // dots (one leading dot is allowed) whose first is at most 2 and whose second is at most 39 below a first
-  // of 0 or 1.
+  // The sub-identifiers. Nothing unless the text is 2 to 128 decimal numbers below 2^32, separated by dots,
+  // with at most one leading dot; the first at most 2, and the second at most 39 when the first is 0 or 1.
   std::optional<std::vector<uint32_t>> subIds() const;
 
   bool operator==(const ObjectIdentifier&) const = default;

@@ -1,4 +1,4 @@
-// What a registered table is bound to: for each context and table the served object and the table's counters.
+// The records of registered tables: for each SNMP context and table, the served object and counters.
 #pragma once
 
 #include <array>
@@ -20,7 +20,7 @@ enum class OrderedTableIteratorCounterTypes : uint8_t {
   advanced = 5,
 };
 
-// How often the walks of one table took each turn.
+// Counts the steps of one table's walks, by kind.
 class TableCounters {
  public:
   static constexpr size_t kKinds = 6;
@@ -56,8 +56,8 @@ class RegVoidCollByContext final : public Kor::Entity {
 
   RegVoidCollByContext() : Entity("regVoidCollByContext") {}
 
-  // Stores a record that points at object, replacing one of the same context and table, and returns it. The
-  // record lives until it is replaced or deleted; it belongs to the collection.
+  // Stores a record that refers to object, replacing one of the same context and table. The collection owns
+  // the returned record; it lives until it is replaced or deleted.
   RegVoid* addRegVoid(const std::string& context, const std::string& table, Zavro::Ptr<Kor::Entity> object);
   // Null when there is none.
   RegVoid* regVoid(const std::string& context, const std::string& table);

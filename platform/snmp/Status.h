@@ -1,4 +1,5 @@
-// Whether the SNMP agent of this process is up. The host sets it, the agent's status watcher follows it.
+// Whether the SNMP agent of this process is initialised. The host sets it, the agent's status watcher follows
+// it.
 #pragma once
 
 #include "platform/kor/Entity.h"

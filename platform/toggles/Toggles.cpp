@@ -21,18 +21,18 @@ std::map<std::string, std::string>& paths() {
   return *instance;
 }
 
-// What was complained of since a file was last named.
-std::set<std::string>& told() {
+// The faults that were traced since the last fileIs().
+std::set<std::string>& traced() {
   static auto* instance = new std::set<std::string>;
   return *instance;
 }
 
-// One line for each fault, however many toggles are read of the file.
+// Traces each fault once, however many toggles are read from the file.
 void complain(const std::string& line) {
-  if (told().insert(line).second) traceHandle.trace(0, "{}", line);
+  if (traced().insert(line).second) traceHandle.trace(0, "{}", line);
 }
 
-// The file's bytes; nothing, and errno says why, when it cannot be opened or read (as a directory cannot).
+// The file's bytes; nothing, with the reason in errno, when it cannot be opened or read, such as a directory.
 std::optional<std::string> contents(const std::string& path) {
   std::ifstream in(path);
   std::ostringstream bytes;
@@ -62,7 +62,7 @@ std::optional<nlohmann::json> document(const std::string& path) {
 
 void fileIs(const std::string& file, const std::string& path) {
   paths()[file] = path;
-  told().clear();
+  traced().clear();
 }
 
 bool getToggleState(const std::string& name, const std::string& file, bool defaultState) {

@@ -1,4 +1,4 @@
-// A member of the cluster.
+// The id of a cluster member, 0 to 255.
 #pragma once
 
 #include <compare>
@@ -12,7 +12,7 @@ class MemberId {
  public:
   constexpr MemberId() = default;
   constexpr explicit MemberId(uint8_t id) : id_(id) {}
-  // Decimal digits that spell 0 to 255; any other text yields member 0. Never throws.
+  // From a decimal number of 0 to 255, with or without leading zeros; any other text yields member 0.
   static MemberId fromString(std::string_view text);
 
   constexpr uint8_t id() const { return id_; }

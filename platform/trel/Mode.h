@@ -3,7 +3,7 @@
 
 namespace Trel {
 
-// True unless the host said otherwise.
+// Default: true.
 bool trelMode();
 void trelModeIs(bool on);
 

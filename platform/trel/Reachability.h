@@ -29,7 +29,7 @@ class ReachabilityState final : public Kor::ValueEntity {
         lastChangeNs_(lastChangeNs) {}
 
   State state() const { return state_; }
-  // The interface toward the neighbour, where it is known.
+  // The interface toward the neighbour, if it is known.
   const std::optional<Lanix::IntfId>& backplaneChannelIntfId() const { return backplaneChannelIntfId_; }
   uint64_t lastChangeNs() const { return lastChangeNs_; }
 
@@ -44,7 +44,7 @@ class ReachabilityState final : public Kor::ValueEntity {
   uint64_t lastChangeNs_;
 };
 
-// All that one member reports; named by the member's id.
+// All that one member reports, by neighbour; named by the member's id.
 class ReachabilityStatus final : public Kor::Entity {
  public:
   using Reachability = Kor::Collection<MemberId, Zavro::Ptr<const ReachabilityState>>;

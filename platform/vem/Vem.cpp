@@ -42,8 +42,8 @@ bool Task::taskCurrentlyRunning() const { return scheduler_->running_ == this; }
 void Task::cancel() {
   unqueue();
   cancelled_ = true;
-  if (taskCurrentlyRunning()) return;  // runOne() drops what it is running
-  // Last, since the callback may hold the last reference to the task.
+  if (taskCurrentlyRunning()) return;  // runSlice() destroys the callback later
+  // Last, since the callback may own the last reference to the task.
   std::function<void()> gone = std::exchange(run_, nullptr);
 }
 
@@ -57,7 +57,7 @@ TaskScheduler::~TaskScheduler() = default;
 bool TaskScheduler::runOne() {
   zavroAssert(running_ == nullptr);
   if (queue_.empty()) return false;
-  give(*queue_.begin()->second);
+  runSlice(*queue_.begin()->second);
   return true;
 }
 
@@ -65,13 +65,12 @@ bool TaskScheduler::run(const Task& task) {
   zavroAssert(running_ == nullptr);
   auto found = queue_.find({task.priority_, task.sequence_});
   if (found == queue_.end() || found->second != &task) return false;
-  give(*found->second);
+  runSlice(*found->second);
   return true;
 }
 
-void TaskScheduler::give(Task& next) {
-  // Held, since the task may be dropped by what it does; and with it the scheduler, which its last task
-  // holds.
+void TaskScheduler::runSlice(Task& next) {
+  // The task may drop all other references to itself, and with them the last one to this scheduler.
   Zavro::Ptr<Task> task(&next);
   task->unqueue();
   struct Running {

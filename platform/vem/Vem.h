@@ -18,7 +18,7 @@ namespace Vem {
 using TaskPriority = uint8_t;
 inline constexpr TaskPriority kDefaultPriority = 128;
 
-// Decides when a running task has had its share.
+// Decides when a running task should yield.
 class YieldPolicy {
  public:
   virtual ~YieldPolicy() = default;
@@ -26,7 +26,7 @@ class YieldPolicy {
   virtual bool shouldYield() = 0;
 };
 
-// Yes once the slice has lasted for the budget. The clock must outlive the policy.
+// Yields once the slice has lasted for the budget. The clock must outlive the policy.
 class TimeSlice final : public YieldPolicy {
  public:
   static constexpr uint64_t kDefaultBudgetNs = 5'000'000;
@@ -43,12 +43,12 @@ class TimeSlice final : public YieldPolicy {
 
 class TaskScheduler;
 
-// Belongs to those who hold it: the scheduler does not keep a task alive, and a task that is destroyed leaves
-// the queue. While it runs it is held.
+// The scheduler does not keep its tasks alive: a task that is destroyed leaves the queue. A task is kept
+// alive while it runs.
 class Task final : public Zavro::Counted {
  public:
-  // run is called once for each time that the task was scheduled; it is dropped by cancel(). Requires: a
-  // scheduler and a run.
+  // run is called once for each time that the task was queued; cancel() destroys it. Requires: neither
+  // scheduler nor run is null.
   Task(Zavro::Ptr<TaskScheduler> scheduler, TaskPriority priority, std::string name,
        std::function<void()> run);
   ~Task() override;
@@ -56,15 +56,15 @@ class Task final : public Zavro::Counted {
   const std::string& name() const { return name_; }
   TaskPriority priority() const { return priority_; }
 
-  // Queues the task, behind those of its priority; does nothing when it is queued already or was cancelled.
+  // Queues the task behind those of its priority. Does nothing when it is queued already, or was cancelled.
   void scheduleTask();
-  // Whether the slice under way is used up; true when the task is not the one that runs.
+  // Whether the current slice is used up; true when the task is not running.
   bool taskShouldYield() const;
   bool taskCurrentlyRunning() const;
-  // Takes the task out of the queue for good. Allowed while it runs; the run goes on to its end.
+  // Removes the task from the queue for good. A run in progress continues to its end.
   void cancel();
 
-  // What the task did and has left to do, in items of its own kind; the scheduler shows it to operators.
+  // Work counters for operators (`trelctl status`), in items of the task's own kind.
   void taskWorkCountInc(uint64_t items) { workCount_ += items; }
   void taskWorkPendingIs(uint64_t items) { workPending_ = items; }
   uint64_t workCount() const { return workCount_; }
@@ -92,16 +92,16 @@ class TaskScheduler final : public Zavro::Counted {
   explicit TaskScheduler(YieldPolicy& policy) : policy_(policy) {}
   ~TaskScheduler() override;
 
-  // Gives the first task of the queue one slice; false when the queue is empty. Not reentrant. An exception
-  // of the task leaves this call, after which the scheduler goes on as usual.
+  // Runs the first task of the queue for one slice; false when the queue is empty. Not reentrant. An
+  // exception of the task leaves this call; the scheduler remains usable.
   bool runOne();
-  // Gives that task one slice although others may stand before it, as somebody does who tries every order;
-  // false when it is not queued. Otherwise as runOne().
+  // As runOne(), but runs the given task, wherever it is in the queue; false when it is not queued. For tests
+  // of other orders.
   bool run(const Task& task);
   bool runnable() const { return !queue_.empty(); }
 
-  // Called whenever the queue stops being empty, so that the host can arrange for a later runOne(). One
-  // callback. It says nothing of what is queued already: that is runnable()'s to tell.
+  // Sets the one callback, which is called whenever the queue stops being empty, so that the host can arrange
+  // for a later runOne(). It is not called for tasks that are queued already; see runnable().
   void onRunnable(std::function<void()> callback) { onRunnable_ = std::move(callback); }
 
   // Every task that exists, in order of creation, for inspection.
@@ -109,7 +109,7 @@ class TaskScheduler final : public Zavro::Counted {
 
  private:
   friend class Task;
-  void give(Task& next);
+  void runSlice(Task& next);
   using Place = std::pair<TaskPriority, uint64_t>;
 
   YieldPolicy& policy_;
@@ -120,12 +120,12 @@ class TaskScheduler final : public Zavro::Counted {
   std::function<void()> onRunnable_;
 };
 
-// The process's scheduler, for pipelines that were given none.
+// The process's scheduler, for pipelines that were not given one.
 class TaskSchedulerRoot {
  public:
-  // The scheduler that was set, else one with time slices of the default budget on the system's clock.
+  // The scheduler that was set, or else one with time slices of the default budget on the system's clock.
   static Zavro::Ptr<TaskScheduler> findOrCreateScheduler();
-  // Sets it; null lets the next findOrCreateScheduler() make one.
+  // Sets the scheduler; after null the next findOrCreateScheduler() creates one.
   static void schedulerIs(Zavro::Ptr<TaskScheduler> scheduler);
 };
 

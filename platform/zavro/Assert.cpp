@@ -5,6 +5,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <string>
 
 namespace Zavro {
 
@@ -13,7 +14,7 @@ void assertFailed(std::string_view expression, std::string_view function, const 
   std::string values = operands.empty() ? std::string() : fmt::format(" [{}]", operands);
   std::string text =
       fmt::format("{}:{}: {}: Assertion `{}' failed.{}\n", file, line, function, expression, values);
-  // A pipe that nobody reads is not to keep a process alive that serves no more.
+  // Writing to a full pipe that nobody reads must not keep the process alive.
   std::signal(SIGALRM, [](int) { std::abort(); });
   alarm(1);
   // Not fmt::print(), which throws when standard error is closed or full.

@@ -5,14 +5,13 @@
 
 #include <fmt/format.h>
 
-#include <string>
 #include <string_view>
 
 namespace Zavro {
 
 // Writes "<file>:<line>: <function>: Assertion `<expression>' failed." (and " [<operands>]" when there are
-// any) to standard error and aborts, within a second even when standard error takes nothing. Called directly
-// only by code that composes the expression at run time.
+// any) to standard error and aborts, within a second also when nobody reads standard error. Call it directly
+// only where the expression is composed at run time; use the macros otherwise.
 [[noreturn]] void assertFailed(std::string_view expression, std::string_view function, const char* file,
                                int line, std::string_view operands = {}) noexcept;
 

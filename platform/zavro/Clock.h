@@ -1,5 +1,4 @@
-// Where time comes from. Nothing outside platform/, kelstore/ and member/ reads a clock in any other way, so
-// that a test holds time still.
+// Clocks. The library reads time through this interface only, so that tests can control it.
 #pragma once
 
 #include <cstdint>
@@ -9,7 +8,7 @@ namespace Zavro {
 class Clock {
  public:
   virtual ~Clock() = default;
-  // Nanoseconds on a clock that never steps back; only differences mean anything.
+  // Nanoseconds on a clock that never steps; only differences are meaningful.
   virtual uint64_t monotonicNs() const = 0;
   // Nanoseconds since 1970-01-01 00:00:00 UTC.
   virtual uint64_t utcNs() const = 0;
@@ -21,13 +20,13 @@ class SystemClock final : public Clock {
   uint64_t utcNs() const override;
 };
 
-// Moves only when told.
+// For tests: moves only when told.
 class ManualClock final : public Clock {
  public:
   explicit ManualClock(uint64_t utcNs = 0) : utcNs_(utcNs) {}
   uint64_t monotonicNs() const override { return monotonicNs_; }
   uint64_t utcNs() const override { return utcNs_; }
-  // The time of day is set.
+  // Sets the time of day; the monotonic clock does not change.
   void utcNsIs(uint64_t ns) { utcNs_ = ns; }
   void advanceNs(uint64_t ns) {
     monotonicNs_ += ns;

@@ -1,4 +1,4 @@
-// A length of time, or a point in UTC time as the length since 1970-01-01 00:00:00 UTC, in seconds.
+// A length of time in seconds. A point in time is the length since 1970-01-01 00:00:00 UTC.
 #pragma once
 
 #include <compare>

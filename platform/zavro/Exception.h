@@ -1,4 +1,4 @@
-// Exceptions that a caller is promised. Nothing else is thrown, and nothing is thrown through a C callback.
+// Exceptions that functions document. Other errors are returned, or are assertions (Assert.h).
 #pragma once
 
 #include <stdexcept>
@@ -10,7 +10,7 @@ class Exception : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-// A number does not fit the type that it was to become.
+// A number is out of the range of the type that it is converted to.
 class RangeException final : public Exception {
  public:
   using Exception::Exception;

@@ -1,4 +1,4 @@
-// Nodes of the reactive runtime: objects that react to changes, and only while they are notification-active.
+// Nodes of the reactive runtime: objects that react to changes while they are notification-active.
 #pragma once
 
 #include "platform/kor/Type.h"
@@ -8,8 +8,8 @@ namespace Zavro {
 class Node : public Kor::Object {
  public:
   bool hasNotificationActive() const { return notificationActive_; }
-  // Turns reacting on or off. A change of the flag pulses the zombie-reactors flag, so that what was set
-  // aside while the node was inactive is evaluated again.
+  // Turns reacting on or off. A change of the flag pulses the zombie-reactors flag, so that reactors that
+  // were pending while the node was inactive are evaluated.
   void hasNotificationActiveIs(bool active) {
     if (active == notificationActive_) return;
     notificationActive_ = active;
@@ -20,8 +20,8 @@ class Node : public Kor::Object {
   bool hasZombieReactors() const { return zombieReactors_; }
 
  protected:
-  // Sets the zombie-reactors flag. Each time that it is set to true, also from within an evaluation, pending
-  // reactors are evaluated again.
+  // Sets the zombie-reactors flag. Each time it is set to true, also during an evaluation, onZombieReactors()
+  // evaluates pending reactors.
   void korDoZombieReactors(bool on) {
     zombieReactors_ = on;
     if (on) onZombieReactors();

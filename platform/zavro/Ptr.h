@@ -1,5 +1,4 @@
-// Counted references. Everything that is shared is shared through Zavro::Ptr, and what is shared is immutable
-// or belongs to the event loop's thread.
+// Counted pointers. A shared object is immutable, or belongs to the event loop's thread.
 #pragma once
 
 #include <atomic>
@@ -12,13 +11,13 @@ namespace Zavro {
 template <class T>
 using Ptr = boost::intrusive_ptr<T>;
 
-// True once the process runs threads that may touch counted objects; counting is atomic only from then on.
-// Set it before the first such thread starts.
+// Whether other threads may use counted objects; reference counts are atomic only then. Set it before the
+// first such thread starts. Default: false.
 bool threadsActive();
 void threadsActiveIs(bool active);
 
-// Base of all counted objects. The count starts at 0 and is 1 as soon as makePtr() returns; the object is
-// destroyed with its last reference.
+// Base of all counted objects. The count starts at 0, and is 1 when makePtr() returns; the last reference
+// destroys the object.
 class Counted {
  public:
   Counted() = default;
