@@ -7,7 +7,7 @@ namespace {
 
 constexpr double kNsPerSecond = 1000000000.0;
 
-// Storage indexes that the memory kinds of a member stand under.
+// Storage indexes of the kinds of memory.
 constexpr uint32_t kPhysicalMemory = 1;
 constexpr uint32_t kUnreclaimableMemory = 100;
 constexpr uint32_t kBuffers = 2;
@@ -23,14 +23,14 @@ Kor::TypeBuilder<Entry> storageTypeBuilder(const char* name) {
   return builder;
 }
 
-// How a figure reads that a mount entry has only with its record.
+// A figure of a mount entry as text: "None" without a storage record.
 auto figureOrNone(uint32_t (TrelHrStorageEntryMount::*figure)() const) {
   return [figure](const TrelHrStorageEntryMount& e) {
     return e.storageInfo() ? std::to_string((e.*figure)()) : "None";
   };
 }
 
-// How an attribute that references an entity reads.
+// A reference to an entity as text.
 template <class T>
 std::string nameOrNone(const Zavro::Ptr<const T>& entity) {
   return entity ? entity->name() : "None";

@@ -62,7 +62,7 @@ class TrelIfEntry final : public Kor::ValueEntity, public TableHook {
   uint32_t localMemberId() const { return localMemberId_; }    // member at this end of the link
   uint32_t remoteMemberId() const { return remoteMemberId_; }  // member at the far end
 
-  // The first attribute in which this row differs from such a one; null when they are equal.
+  // The name of the first attribute that differs from these values; null when all are equal.
   const char* differsFrom(uint32_t localMemberId, uint32_t remoteMemberId) const;
 
   static const Kor::Type& type();
@@ -74,7 +74,7 @@ class TrelIfEntry final : public Kor::ValueEntity, public TableHook {
   uint32_t remoteMemberId_;
 };
 
-// Reachability table: what one member says of one neighbour.
+// Reachability table: what one member reports of one neighbour.
 class TrelReachabilityEntry final : public Kor::ValueEntity, public TableHook {
  public:
   static constexpr const char* kTable = "trelReachabilityTable";
@@ -90,7 +90,7 @@ class TrelReachabilityEntry final : public Kor::ValueEntity, public TableHook {
 
   // When the state last changed, in seconds since 1970-01-01 UTC; 0 without a state record.
   double lastUpdated() const;
-  // ifIndex of the backplane interface toward the neighbour; 0 when it is not known or has no index.
+  // ifIndex of the backplane interface toward the neighbour; 0 when the interface is unknown or has no index.
   uint32_t baIfIndex() const;
 
   const char* differsFrom(const State& state, const IfMib& ifMib) const;
@@ -104,7 +104,7 @@ class TrelReachabilityEntry final : public Kor::ValueEntity, public TableHook {
   IfMib ifMib_;
 };
 
-// Processor table.
+// Processor table: one processor of a member.
 class TrelProcessorEntry final
     : public RecordEntry<TrelProcessorEntry, ProcessorKey, HostResources::Processor> {
  public:
@@ -116,7 +116,7 @@ class TrelProcessorEntry final
   const Processor& processor() const { return record(); }
 };
 
-// System table. The figures are read through the member's entity, which changes them in place.
+// System table: one member. The figures are read from the member's entity, which changes them in place.
 class TrelHrSystemEntry final : public Kor::ValueEntity, public TableHook {
  public:
   static constexpr const char* kTable = "trelHrSystemTable";
@@ -170,8 +170,7 @@ class TrelHrStorageEntryMount final : public TrelHrStorageEntry {
 
   const Info& storageInfo() const { return storageInfo_; }
   uint32_t allocationUnits() const override;  // 0 without a record
-  // The low 32 bits, wrapping; a free amount larger than the total wraps too. Requires: storageInfo() is not
-  // null.
+  // Both modulo 2^32; used() is the size less the free amount. Requires: storageInfo() is not null.
   uint32_t size() const override;
   uint32_t used() const override;
 
@@ -191,8 +190,8 @@ class TrelHrStorageEntryMem final : public TrelHrStorageEntry {
   const Info& memInfo() const { return memInfo_; }
   uint32_t allocationUnits() const override { return 1024; }  // memory is counted in KiB
   uint32_t size() const override;                             // the total, 0 when it is absent
-  // The total less the amount that the storage index stands for (1 free, 100 available, 2 non-buffer, 3
-  // non-cache), wrapping; the total when that amount is absent; 0 without a total or for any other index.
+  // The total less the amount for the storage index (1 free, 2 nonBuffer, 3 nonCache, 100 available), modulo
+  // 2^32. An absent amount counts as 0. 0 without a total, and for any other index.
   uint32_t used() const override;
 
   static const Kor::Type& korTypeInfo();
@@ -202,7 +201,7 @@ class TrelHrStorageEntryMem final : public TrelHrStorageEntry {
   Info memInfo_;
 };
 
-// The only ways to make storage entries.
+// Create storage entries. Each function has two names.
 Zavro::Ptr<const TrelHrStorageEntryMount> trelHrStorageEntryMountFactory(TrelHrStorageKey key,
                                                                          Snmp::ObjectIdentifier type,
                                                                          Kor::String descr,
@@ -214,7 +213,7 @@ Zavro::Ptr<const TrelHrStorageEntryMem> trelHrStorageEntryMemFactory(TrelHrStora
 inline constexpr auto TrelHrStorageEntryMountIs = &trelHrStorageEntryMountFactory;
 inline constexpr auto TrelHrStorageEntryMemIs = &trelHrStorageEntryMemFactory;
 
-// A node of the storage table: it holds the entry, so that the entry can be swapped without touching the
+// A node of the storage table. It holds the entry, so that the entry can be replaced without a change of the
 // tree.
 class KorTrelHrStorageTable final : public Zavro::Counted, public TableHook {
  public:

@@ -1,4 +1,4 @@
-// Keys of the MIB state object's tables. Their order, unsigned and lexicographic, is the order of an SNMP
+// The keys of the MIB state object's tables. Their order, unsigned and lexicographic, is the order of an SNMP
 // walk.
 #pragma once
 
@@ -13,8 +13,7 @@
 
 namespace TrelSnmp {
 
-// What the three two-part keys share. Key names its parts with kFirst and kSecond. Every value, 0 included,
-// is a valid part.
+// Base of the keys of two parts, which Key names with kFirst and kSecond. Every 32-bit value is valid.
 template <class Key>
 class PairKey {
  public:
@@ -52,7 +51,7 @@ class PairKey {
   uint32_t second_ = 0;
 };
 
-// Reachability table: the member that observes, and the neighbour that it observes.
+// Reachability table: the member that reports, and the neighbour that it reports on.
 class MemberIdPair final : public PairKey<MemberIdPair> {
  public:
   static constexpr std::string_view kFirst = "firstId";
@@ -83,7 +82,7 @@ class TrelHrStorageKey final : public PairKey<TrelHrStorageKey> {
   constexpr uint32_t hrStorageIndex() const { return second(); }
 };
 
-// Of every pair key, for the standard's hashed collections.
+// For the standard library's hashed containers.
 struct PairKeyHash {
   template <class Key>
   size_t operator()(const Key& key) const noexcept {

@@ -1,5 +1,5 @@
-// A table of the MIB state object as the object writes it: whatever changes is published. The rules of
-// insertion and removal stand at the top of TrelMib.h.
+// A table of the MIB state object, to be written: every change is published. The rules of insertion and
+// removal are at the top of TrelMib.h.
 #pragma once
 
 #include <string_view>
@@ -33,7 +33,7 @@ class PublishedTable {
   // The entry under the key, or null.
   EntryPtr entry(const Key& key) const { return table_.cursorAt(key).entry(); }
 
-  // Inserts a row of these fields, unless there is one under the key, which must have the same.
+  // Inserts a row with these fields. A row that is there already must have the same fields, and stays.
   template <class... Fields>
   EntryPtr is(const Key& key, const Fields&... fields) {
     auto place = table_.placeOf(key);
@@ -48,7 +48,7 @@ class PublishedTable {
     publish(row->key(), row);
     return row;
   }
-  // Puts the entry into the row under its own key, which holds it from now on.
+  // Inserts the entry under its own key, or replaces the one that is there.
   EntryPtr is(const EntryPtr& entry) {
     if (!entry) throw Kor::NullArgumentException(kName);
     auto place = table_.placeOf(entry->key());
@@ -61,7 +61,7 @@ class PublishedTable {
     publish(entry->key(), entry);
     return entry;
   }
-  // The key is taken by value: it may be that of the very row that goes.
+  // By value: the key may be part of the row that is deleted.
   EntryPtr del(Key key) {
     auto* row = table_.findForUpdate(key);
     if (row == nullptr) return nullptr;

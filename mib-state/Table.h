@@ -13,8 +13,8 @@ namespace TrelSnmp {
 // hold it.
 using TableHook = boost::intrusive::set_base_hook<boost::intrusive::optimize_size<true>>;
 
-// Row is a counted object with a TableHook and a key(); Entry is what readers see of it: the row itself, or
-// what the row holds.
+// Row is a counted object with a TableHook and a key(). Entry is what readers get: the row itself, or what the
+// row holds.
 template <class RowType, class EntryType = RowType>
 class Table {
  public:
@@ -23,8 +23,8 @@ class Table {
   using Key = typename Row::Key;
   using EntryPtr = Zavro::Ptr<const Entry>;
 
-  // A position in the table that stays usable whatever happens to the table: it holds its entry, and when the
-  // table changed it goes on at the first key greater than the entry's. The table must outlive it.
+  // A position that stays valid while the table changes: it keeps its entry alive, and next() moves to the
+  // first greater key. The table must outlive the cursor.
   class Cursor {
    public:
     Cursor() = default;
@@ -32,7 +32,7 @@ class Table {
     const Key& key() const { return entry_->key(); }              // Requires: *this is true.
     const EntryPtr& entry() const { return entry_; }
     const Table* table() const { return table_; }
-    uint32_t version() const { return static_cast<uint32_t>(changes_); }  // the table's, when it got here
+    uint32_t version() const { return static_cast<uint32_t>(changes_); }  // the table's, at the last move
 
     // Requires: *this is true.
     void next() {
@@ -50,7 +50,7 @@ class Table {
     }
 
     const Table* table_ = nullptr;
-    const Row* row_ = nullptr;  // valid while the table has changed no further
+    const Row* row_ = nullptr;  // valid while changes_ is the table's
     EntryPtr entry_;
     uint64_t changes_ = 0;
   };
@@ -85,7 +85,7 @@ class Table {
   friend class PublishedTable;
 
   struct KeyOrder {
-    // Of two rows only the set's assertions ask.
+    // Used by the set's assertions only.
     bool operator()(const Row& a, const Row& b) const { return a.key() < b.key(); }
     bool operator()(const Key& a, const Row& b) const { return a < b.key(); }
     bool operator()(const Row& a, const Key& b) const { return a.key() < b; }
@@ -109,9 +109,9 @@ class Table {
     return found == tree_.end() ? nullptr : &*found;
   }
 
-  // The row under a key, or where one would go; good until the table changes.
+  // The row under a key, or the position to insert one. Valid until the table changes.
   struct Place {
-    Row* row;  // null: there is none
+    Row* row;  // null when there is none
     typename Tree::insert_commit_data where;
   };
   Place placeOf(const Key& key) {
@@ -121,7 +121,7 @@ class Table {
     return place;
   }
 
-  // Requires: the place of the row's key, with no row. The tree holds one reference to each of its rows.
+  // Requires: place is that of the row's key, and has no row. The tree owns one reference to each row.
   void link(Zavro::Ptr<Row> row, const Place& place) {
     tree_.insert_commit(*row.detach(), place.where);
     ++size_;
@@ -136,7 +136,7 @@ class Table {
 
   Tree tree_;
   size_t size_ = 0;
-  uint64_t changes_ = 0;  // 64 bits, so that a cursor is not taken in by a wrap
+  uint64_t changes_ = 0;  // 64 bits: a wrap would make a cursor's row_ look valid
 };
 
 }  // namespace TrelSnmp

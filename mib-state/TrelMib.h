@@ -1,22 +1,23 @@
-// The one object in which the view of the whole cluster is kept, at "snmp/trel/trelMib" of the state
-// database. The pipelines write it, the SNMP modules read it, all on the event loop's thread.
+// The MIB state object: the rows of the five SNMP tables, for the whole cluster. It is at "snmp/trel/trelMib"
+// in the state database. The pipelines write it and the SNMP modules read it, on the event loop's thread.
 //
 // For each table <t>:
 //   <t>()              the table, for lookup by key and for ordered iteration
 //   <t>(key)           the row under the key, or null
 //   <t>Is(...)         inserts; see below
 //   <t>Del(key)        removes the row and returns it, or null (and publishes nothing) when there is none
-//   <t>Del(iterator)   the same for the row under the iterator's key; the iterator stays usable (past the end
-//                      there is no row: null)
+//   <t>Del(iterator)   the same for the row under the iterator's key, null past the end; the iterator stays
+//                      valid
 //   <t>DelAll()        removes every row, one by one in key order
 //
-// Inserting into the four strict tables: an equal row is returned as it is and nothing is published; a row
-// with other values makes Kor::MutatorReinstantiationException and stays as it is. Whoever wants a row with
-// other values deletes it first. The storage table replaces: the same entry object changes nothing, another
-// one takes its place; a null entry makes Kor::NullArgumentException.
+// Insertion into the interface, reachability, system and processor tables: when the key has an equal row,
+// that row is returned and nothing is published; when its row has other values, it stays and
+// Kor::MutatorReinstantiationException is thrown. To change a row, delete it and insert the new one.
+// Insertion into the storage table replaces: the same entry object changes nothing, another one takes its
+// place; a null entry throws Kor::NullArgumentException.
 //
-// Every insertion, replacement and removal is published once, synchronously, after it was made. Whoever hears
-// of it only looks: see platform/kor/Publication.h. No value is clamped or checked.
+// Every insertion, replacement and removal is published once, synchronously, after it was made. Subscribers
+// must not change anything (platform/kor/Publication.h). Values are neither checked nor clamped.
 #pragma once
 
 #include "mib-state/PublishedTable.h"
@@ -31,7 +32,7 @@ struct PublishedTables : PublishedTable<Tables>... {
 
 class TrelMib final : public Kor::Entity {
  public:
-  // Where modules find the object, relative to the system's root.
+  // The object's path in the state database, relative to the system's root.
   static constexpr const char* kPath = "snmp/trel/trelMib";
 
   using Change = TableChange;
@@ -116,7 +117,7 @@ class TrelMib final : public Kor::Entity {
   HrStorageEntryPtr trelHrStorageTable(const TrelHrStorageKey& key) const {
     return of<TrelHrStorageTable>().entry(key);
   }
-  // Files the entry under its own key.
+  // Inserts the entry under its own key.
   HrStorageEntryPtr trelHrStorageTableIs(const HrStorageEntryPtr& entry) {
     return of<TrelHrStorageTable>().is(entry);
   }
