@@ -8,7 +8,7 @@
 //
 // What happens to rows:
 //   a member's entity appears       its system row is inserted, and a row for each of its processors
-//   the same entity is announced    nothing
+//   it is set again                 nothing
 //   it is replaced                  the system row is deleted and inserted with the new entity; all processor
 //                                   rows are deleted and the new entity's inserted
 //   it vanishes                     its system row is deleted, then its processor rows
@@ -16,10 +16,9 @@
 //   its record is replaced          the row is deleted and inserted with the new record
 //   an entity of another type       is traced and counts as absent
 //
-// The two tables are filled by two streams, each with a scan of its own, so one may be ready, its stale rows
-// gone, while the other is still being scanned. A pipeline that is dropped takes the processor rows along,
-// which its machines below the directory wrote; system rows stay, until a successor verifies them or
-// doDeleteAll() was called before.
+// Each table is filled by a stream with a scan of its own, so one may be ready while the other is still being
+// scanned. When the pipeline is destroyed, the processor rows are deleted, which child machines wrote. The
+// system rows stay for a successor to verify, unless doDeleteAll() was called before.
 //
 // Two directory keys may spell the same member ("3" and "03"): the later event on a row wins.
 #include "pipelines/TrelSnmpHostResourcesSm.h"

@@ -46,8 +46,8 @@ class TrelSnmpHostResourcesSm final : public Pipeline {
   const Output<SystemRows>& trelMibTrelHrSystemTableOutput() const { return systemOutput_; }
   const Output<ProcessorRows>& trelMibTrelProcessorTableOutput() const { return processorOutput_; }
 
-  // One element of a stream: member dirKey publishes this, or (null) no longer does. Both do nothing while
-  // the initial scan is not done.
+  // One stream element of member dirKey; null when the member no longer publishes it. Both do nothing before
+  // the initial scan is done.
   void eventToHrSystemTableStream(const Kor::String& dirKey, const Host& hrOpt);
   void eventToProcessorTableStream(const Kor::String& dirKey, uint32_t processorIndex,
                                    const Processor& processorOpt);

@@ -3,8 +3,8 @@
 // point) and the attribute memInfo (one record, or none).
 //
 // What is looked up, but not followed: the storage mappings, which give a mount point or a kind of memory its
-// row's index, type and description. A mapping that changes changes no row; rows follow it when their record
-// is announced again, or at the next start.
+// row's index, type and description. A change of a mapping alone changes no row here, so whoever changes a
+// mapping sets the records that it concerns again (kelstore/StorageMappings.h does).
 //
 // What is written: trelHrStorageTable, keyed by (member, index of the mapping).
 //
@@ -12,8 +12,8 @@
 //   a file system's record appears, is replaced     the row of its mapping is written, replacing one that is
 //                                                   there
 //   it vanishes                                     the row of its mapping is deleted
-//   a file system without mapping                   is ignored, also when it vanishes: a row of an
-//                                                   earlier life is left to reconciliation
+//   a file system without mapping                   is ignored, also when it vanishes; a stale row of it is
+//                                                   left to reconciliation
 //   a memory record appears, is replaced            one row for each memory mapping is written
 //   it vanishes                                     the row of each memory mapping is deleted
 //   a member's entity vanishes                      its mapped file systems' rows are deleted, then the
@@ -25,6 +25,8 @@
 // same member ("3" and "03"), and two mappings the same index: the later event on a row wins.
 #include "pipelines/TrelSnmpHrStorageTableSm.h"
 
+#include "platform/trel/MemberId.h"
+#include "platform/trel/MemberId.h"
 #include "platform/zavro/Assert.h"
 
 namespace TrelSnmp::Agent {
@@ -58,7 +60,7 @@ constexpr int kFlattenedLevel = 9;
 namespace RivoCode::TrelSnmpHrStorageTableSm {
 namespace {
 
-// cast, record: what the assertion calls the pointer that must not be null, and the record's type.
+// cast, record: the names of the pointer and of its type in the assertion.
 StorageRow castToRow(const StorageRow& made, const char* cast, const char* record) {
   if (!made) {
     Zavro::assertFailed(fmt::format("{} && \"dynamic cast to TrelSnmp::TrelHrStorageEntry::PtrConst from "

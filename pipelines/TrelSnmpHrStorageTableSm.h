@@ -1,5 +1,5 @@
 // The storage pipeline: keeps TrelMib's trelHrStorageTable equal to the file systems and the memory that
-// every member publishes, as far as the storage mappings give them a row.
+// every member publishes and that have a storage mapping.
 #pragma once
 
 #include "pipelines/framework/CollectionStream.h"
@@ -7,7 +7,6 @@
 #include "pipelines/framework/Output.h"
 #include "platform/hostresources/StorageEntryMappings.h"
 #include "platform/rvx/Registry.h"
-#include "platform/trel/MemberId.h"
 
 namespace TrelSnmp::Agent {
 
@@ -20,7 +19,7 @@ using EntityPtrSm1 = EntityMachine;
 using InputSmScanState = ::TrelSnmp::Agent::InputSmScanState;
 using OutputState = ::TrelSnmp::Agent::OutputState;
 
-// A made record as what the table holds. The process ends when there is none.
+// The entry as a row of the table. Ends the process when it is null.
 StorageRow rowOf(const Zavro::Ptr<const TrelHrStorageEntryMount>& made);
 StorageRow rowOf(const Zavro::Ptr<const TrelHrStorageEntryMem>& made);
 
@@ -34,9 +33,9 @@ class TrelSnmpHrStorageTableSm final : public Pipeline {
 
   struct StorageRows : TableRows<TrelHrStorageTable> {
     using Value = StorageRow;
-    // The table replaces a row whole: none has to go first.
+    // The table replaces a row: none has to be deleted first.
     static bool same(const KorTrelHrStorageTable& /*holder*/, const Value& /*row*/) { return true; }
-    // The process ends when the row's own key is another one.
+    // Ends the process when the row's own key differs from key.
     static void insert(TrelMib& mib, const TrelHrStorageKey& key, const Value& row);
     static std::string text(const TrelHrStorageKey& key, const Value& row);
   };
@@ -51,13 +50,13 @@ class TrelSnmpHrStorageTableSm final : public Pipeline {
   const Mappings& storageEntryMappings() const { return storageEntryMappings_; }
   const Output<StorageRows>& trelMibTrelHrStorageTableOutput() const { return output_; }
 
-  // "The mappings' mountEntries follow every member's file systems, their memEntries every member's memory":
-  // what the pipeline looks up without following it.
+  // The derivations of the mappings, which the pipeline reads but does not follow: their mountEntries from
+  // every member's file systems, their memEntries from every member's memory.
   static std::vector<Rvx::RegistryKey> derivations(const Zavro::Ptr<const Kor::Dir>& hostResourcesDir,
                                                    const Mappings& storageEntryMappings);
 
-  // One element of a stream: member dirKey publishes this, or (null) no longer does. Both do nothing while
-  // the initial scan is not done.
+  // One stream element of member dirKey; null when the member no longer publishes it. Both do nothing before
+  // the initial scan is done.
   void eventToMountStream(const Kor::String& dirKey, const Kor::String& mountpt, const Storage& storageOpt);
   void eventToMemStream(const Kor::String& dirKey, const Memory& memInfoOpt);
   void handleTrelMibTrelHrStorageTableOutputInputReady() { output_.handleInputReady(); }

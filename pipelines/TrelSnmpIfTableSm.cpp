@@ -5,14 +5,13 @@
 // the far end. A row exists for index I when some link's interface is a backplane channel interface whose
 // index is I.
 //
-// Both inputs lead to one computation per member pair: which index does the pair produce now, and which did
-// it produce last (kept in a cache)?
-//   the pair produces an index      its row is written; a row of another pair under that index goes first
-//   it produces another index       the old row is withdrawn before the new one is written
-//   it produces none any more       the row is withdrawn
-// A withdrawal only ever takes a row that names this very pair: another pair may have taken the index
-// meanwhile. When a row was withdrawn, the other pairs that produce its index are processed again, so that
-// one of them has the row.
+// Both inputs lead to one computation for each member pair: which index does the pair produce now, and which
+// did it produce last (kept in a cache)?
+//   the pair produces an index      its row is written; a row of another pair under that index is deleted
+//   first it produces another index       the old row is withdrawn before the new one is written it produces
+//   none any more       the row is withdrawn
+// A withdrawal deletes a row only if it names this pair: another pair may have the index by then. After a
+// withdrawal the other pairs that produce the index are processed again, so that one of them gets the row.
 //
 // What happens:
 //   a link appears, changes or vanishes          its pair is processed
@@ -20,8 +19,8 @@
 //   an index is assigned, changes or vanishes    every pair whose link uses the interface is processed, in
 //                                                the order of members, then neighbours
 //   an interface that is no backplane channel    is ignored
-// Changes are noted and processed later, so many changes of one link or interface are processed once. Where
-// two pairs produce one index, the one that is processed later has the row; the log and conflicts() say so.
+// Changes are queued by key, so several changes of one link or interface are processed once. When two pairs
+// produce the same index, the pair that is processed last has the row; the log and conflicts() report it.
 #include "pipelines/TrelSnmpIfTableSm.h"
 
 #include <fmt/ranges.h>
@@ -133,7 +132,7 @@ void TrelSnmpIfTableSm::eventToTrelIfTableStream(Trel::MemberId local, Trel::Mem
   try {
     exchangeRows(oldIndex != newIndex ? oldIndex : std::nullopt, newIndex, pair);
   } catch (...) {
-    // The pair has its turn again, and then both rows are dealt with.
+    // The pair stays queued. Its next turn needs the old index again, to handle both rows.
     if (oldIndex) cacheAttr0_[pair] = *oldIndex;
     if (!oldIndex) cacheAttr0_.erase(pair);
     throw;
@@ -159,7 +158,7 @@ std::optional<uint32_t> TrelSnmpIfTableSm::producedIndex(Trel::MemberId local, T
   return ifIndex != nullptr ? std::optional(*ifIndex) : std::nullopt;
 }
 
-// Keeps the index, or that there is none, as the pair's last; returns what it was before.
+// Stores the index, or that there is none, as the pair's last one; returns the one before.
 std::optional<uint32_t> TrelSnmpIfTableSm::exchangeCached(const MemberIdPair& pair,
                                                           const std::optional<uint32_t>& ifIndex) {
   std::optional<uint32_t> before;
@@ -188,8 +187,8 @@ bool TrelSnmpIfTableSm::intoTrelIfTable(const std::optional<uint32_t>& ifIndex, 
     output_.write(*ifIndex, value);
     return false;
   }
-  // An index whose withdrawal is dropped does not count as seen: if the row there is live, the pair that it
-  // names sees it; if not, it is a row of an earlier life, and has to go.
+  // A withdrawal that ends here does not mark the index as seen: a valid row's own pair marks it, and a stale
+  // row has to be deleted by reconciliation.
   const TrelIfEntry* old = trelMib()->trelIfTable().find(*ifIndex);
   if (old == nullptr || !IfRows::same(*old, value)) {
     pipelineTrace.trace(kStepLevel, kOwnershipFilter);
@@ -220,7 +219,7 @@ void TrelSnmpIfTableSm::unclaim(uint32_t ifIndex, const MemberIdPair& pair) {
   }
 }
 
-// The row of an index was withdrawn: whoever else produces it has it now.
+// The row of an index was withdrawn: another pair that produces the index gets one.
 void TrelSnmpIfTableSm::processClaimants(uint32_t ifIndex) {
   auto claimed = claimants_.find(ifIndex);
   if (claimed == claimants_.end()) return;
@@ -301,8 +300,8 @@ TrelSnmpIfTableSm::~TrelSnmpIfTableSm() {
   if (ownsRows()) withdrawRows();
 }
 
-// Deletes every row that names the pair which produced it, as the cache has it: the inputs are still there,
-// so processing the pairs again would leave the rows where they are.
+// Deletes the rows that the pairs of the cache wrote. Processing the pairs again would not delete them, since
+// the inputs are still there.
 void TrelSnmpIfTableSm::withdrawRows() {
   std::map<MemberIdPair, uint32_t> produced(cacheAttr0_.begin(), cacheAttr0_.end());
   for (const auto& [pair, ifIndex] : produced) {

@@ -59,13 +59,13 @@ class TrelSnmpIfTableSm final : public Pipeline {
   const Output<IfRows>& trelMibTrelIfTableOutput() const { return output_; }
   const BacklogBase& topoConfigStreamCodef() const { return topoConfigStream_; }
   const BacklogBase& ifMibIfIndexStreamCodef() const { return ifMibIfIndexStream_; }
-  // The index last produced for each member pair.
+  // The index that each member pair produced last.
   const absl::flat_hash_map<MemberIdPair, uint32_t>& cacheAttr0() const { return cacheAttr0_; }
-  // The indexes that several links claim.
+  // One line for each index that several links produce.
   std::vector<std::string> conflicts() const override;
 
-  // A link or an index appeared, changed or (nothing) vanished. The value is not kept: what counts is the
-  // state at the time of processing. Both do nothing while the initial scan is not done.
+  // A link or an index was added, changed or (nothing) removed. Only the key is queued: processing reads the
+  // state at that time. Both do nothing before the initial scan is done.
   void eventToTopoConfigStream(Trel::MemberId local, Trel::MemberId remote,
                                const std::optional<Lanix::IntfId>& intf);
   void eventToIfMibIfIndexStream(const Lanix::IntfId& intfId, const std::optional<uint32_t>& ifIndex);
@@ -87,10 +87,10 @@ class TrelSnmpIfTableSm final : public Pipeline {
   void unclaim(uint32_t ifIndex, const MemberIdPair& pair);
   void processClaimants(uint32_t ifIndex);
   std::string conflict(uint32_t ifIndex, const std::set<MemberIdPair>& claimants) const;
-  // What the pair writes when its index changes; oldIndex: none when it stays.
+  // Moves the pair's row. oldIndex: nothing when the index stays the same.
   void exchangeRows(const std::optional<uint32_t>& oldIndex, const std::optional<uint32_t>& newIndex,
                     const MemberIdPair& pair);
-  // Returns whether it leaves the index of a withdrawal without a row.
+  // Writes (doInsert) or withdraws the pair's row. Returns whether the index of a withdrawal has no row now.
   bool intoTrelIfTable(const std::optional<uint32_t>& ifIndex, bool doInsert, const MemberIdPair& pair);
 
   const Zavro::Ptr<const Trel::TopologyConfig> topologyConfig_;
@@ -98,7 +98,7 @@ class TrelSnmpIfTableSm final : public Pipeline {
   Backlog<TopoConfigStreamCodefKeyType> topoConfigStream_;
   Backlog<IfMibIfIndexStreamCodefKeyType> ifMibIfIndexStream_;
   absl::flat_hash_map<MemberIdPair, uint32_t> cacheAttr0_;
-  std::map<uint32_t, std::set<MemberIdPair>> claimants_;  // the cache's pairs by index
+  std::map<uint32_t, std::set<MemberIdPair>> claimants_;  // the pairs of the cache by index
   Output<IfRows> output_;
 };
 

@@ -59,8 +59,8 @@ class TrelSnmpReachabilityTableSm final : public MemberTablePipeline<Reachabilit
   const Zavro::Ptr<const IntfSnmp::IfMib>& ifMib() const { return what().ifMib; }
   const Output<ReachabilityRows>& trelMibTrelReachabilityTableOutput() const { return output(); }
 
-  // One stream element: member dirKey reports the neighbour nbr, or (null) no longer does. Does nothing while
-  // the initial scan is not done.
+  // One stream element: the state of neighbour nbr as member dirKey reports it; null when it no longer does.
+  // Does nothing before the initial scan is done.
   void eventToReachabilityStatusStream(const Kor::String& dirKey, Trel::MemberId nbr,
                                        const State& reachabilityStateOpt) {
     eventToStream(dirKey, nbr, reachabilityStateOpt);

@@ -17,16 +17,16 @@ void BacklogBase::start() {
   generation_ = state().numberIs(name_ + "Generation");
   doneGen_ = state().numberIs(name_ + "DoneGen");
   idle_ = state().flagIs(stream_ + "Idle");
-  task_ = root_.newTask(root_.name() + "-" + stream_ + "Task", [this] { workOff(); });
+  task_ = root_.newTask(root_.name() + "-" + stream_ + "Task", [this] { processKeys(); });
 }
 
 void BacklogBase::resume() {
   if (!task_) {
-    while (size() != 0) workOffOne();
+    while (size() != 0) processNext();
     idleIs(true);
     return;
   }
-  // Also without keys: the pause may have come before the last run could say that it was done.
+  // Also without keys: the last run, which would have set idle and the generation, may not have come.
   if (!caughtUp()) task_->scheduleTask();
 }
 
@@ -53,11 +53,11 @@ void BacklogBase::scheduleWork() {
   if (task_ && !root_.paused()) task_->scheduleTask();
 }
 
-void BacklogBase::workOff() {
+void BacklogBase::processKeys() {
   if (root_.paused()) return;
   uint64_t handled = 0;
   while (size() != 0) {
-    workOffOne();
+    processNext();
     ++handled;
     if (size() != 0 && task_->taskShouldYield()) break;
   }

@@ -1,7 +1,7 @@
-// A coalescing stream: events only note their key, and a task works the keys off later, in slices. Several
-// changes of one key before its turn are worked off once, so what is worked off is the state as it is by
-// then. In a synchronous pipeline every key is worked off at once; one that something was thrown at has its
-// turn again after the next.
+// A coalescing stream: an event only queues its key, and a task processes the queued keys later, in slices.
+// Several changes of one key are processed once, with the state at that time. A synchronous pipeline
+// processes each key at once. A key whose processing throws stays queued: for the task's next run or, in a
+// synchronous pipeline, until the next event.
 #pragma once
 
 #include <functional>
@@ -16,7 +16,7 @@ namespace TrelSnmp::Agent {
 
 class BacklogBase {
  public:
-  // stream: such as "topoConfigStream"; number: the stream's number in the pipeline.
+  // stream: its name, such as "topoConfigStream"; number: its number in the pipeline.
   BacklogBase(Pipeline& root, std::string stream, size_t number);
   virtual ~BacklogBase();
   BacklogBase(const BacklogBase&) = delete;
@@ -25,12 +25,11 @@ class BacklogBase {
   const std::string& stream() const { return stream_; }
   const std::string& name() const { return name_; }  // "<stream>Codef"
   size_t number() const { return number_; }
-  // The generations step in twos: doneGen is where the stream will be when all that its scan found is worked
-  // off, generation where it is.
-  // Published with inputSmScanState(), as the idle flag is.
+  // Generations advance by 2. A completed scan sets doneGen() to the generation that the stream reaches when
+  // all queued keys have been processed. These and the idle flag are published with inputSmScanState().
   uint64_t generation() const { return state().get(generation_); }
   uint64_t doneGen() const { return state().get(doneGen_); }
-  bool idle() const { return state().flag(idle_); }  // nothing is left to work off
+  bool idle() const { return state().flag(idle_); }  // all queued keys were processed
   bool caughtUp() const { return idle() && generation() == doneGen(); }
   const Zavro::Ptr<Vem::Task>& task() const { return task_; }
 
@@ -41,18 +40,18 @@ class BacklogBase {
 
   // For the pipeline.
   void start();
-  // Working off rests while the pipeline is paused, and goes on now.
+  // Processing stops while the pipeline is paused; this continues it.
   void resume();
 
  protected:
   Pipeline& root() const { return root_; }
   void scheduleWork();
-  // Works off one key; only while size() is not 0.
-  virtual void workOffOne() = 0;
+  // Requires: size() is not 0.
+  virtual void processNext() = 0;
 
  private:
   PublishedState& state() const { return root_.inputSmScanState(); }
-  void workOff();
+  void processKeys();
   void idleIs(bool idle);
 
   Pipeline& root_;
@@ -60,7 +59,7 @@ class BacklogBase {
   const std::string name_;
   const size_t number_;
   Zavro::Ptr<Vem::Task> task_;
-  // Their places in the state.
+  // Places of the published fields.
   size_t generation_ = 0;
   size_t doneGen_ = 0;
   size_t idle_ = 0;
@@ -88,8 +87,8 @@ class Backlog final : public BacklogBase {
   std::string bookmarkText() const override { return Kor::optText(bookmark_); }
 
  private:
-  // Goes round the keys in their order, so that none waits for one that keeps changing.
-  void workOffOne() override {
+  // Takes the keys in turn, so that a key that keeps changing does not hold up the others.
+  void processNext() override {
     auto next = bookmark_ ? keys_.upper_bound(*bookmark_) : keys_.begin();
     if (next == keys_.end()) next = keys_.begin();
     bookmark_ = *next;
@@ -101,15 +100,15 @@ class Backlog final : public BacklogBase {
     try {
       processOne_(key);
     } catch (...) {
-      keys_.insert(key);  // its turn comes again
+      keys_.insert(key);
       scheduleWork();
       throw;
     }
   }
 
   Process processOne_;
-  std::set<Key> keys_;           // ordered, so that every run of the process works them off alike
-  std::optional<Key> bookmark_;  // the key that was worked off last
+  std::set<Key> keys_;           // ordered, so that every run of the program takes them in the same order
+  std::optional<Key> bookmark_;  // the key that was processed last
 };
 
 }  // namespace TrelSnmp::Agent

@@ -12,7 +12,7 @@
 
 namespace TrelSnmp::Agent {
 
-// A missed notification is our own bug: which rows to delete is not known any more.
+// Ends the process: after a missed notification it is not known which rows to delete.
 [[noreturn]] void missedNotifications(const std::string& collection, uint32_t seen, uint32_t now);
 
 template <class Collection>
@@ -30,7 +30,7 @@ class CollectionStream final : public EntityStream {
   void follow(const Machine& machine, size_t stream) override {
     machine_ = &machine;
     stream_ = stream;
-    // Counted from here on: an entity may vanish before its first scan has run.
+    // Set here already: the entity may vanish before its first scan has run.
     version_ = collection_.version();
     subscription_ = collection_.subscribe([this](const Key& key) { handleReactor(key); });
   }
@@ -85,7 +85,7 @@ class CollectionStream final : public EntityStream {
   }
 
  private:
-  // The one element of an attribute needs no key: whether it changed unheard makes no difference.
+  // An attribute is a single element without a key: a missed notification leaves no unknown rows.
   static constexpr bool kCounted = !std::is_empty_v<Key>;
 
   void handleReactor(const Key& key) {
@@ -104,7 +104,7 @@ class CollectionStream final : public EntityStream {
     try {
       emit_(key, collection_.find(key));
     } catch (...) {
-      pending_.insert(key);  // its turn comes again, after the next event
+      pending_.insert(key);  // handled again after the next event
       throw;
     }
   }
@@ -116,7 +116,7 @@ class CollectionStream final : public EntityStream {
   size_t stream_ = 0;
   InputScan<Key> scan_;
   uint32_t version_ = 0;
-  std::set<Key> pending_;  // changed while the machine was inactive, or not handled to the end
+  std::set<Key> pending_;  // changed while the machine was inactive, or their handling threw
   Kor::Subscription subscription_;
 };
 

@@ -1,5 +1,5 @@
 // The machine at the top of a tree: it follows a keyed collection of entities (a directory, or a collection
-// of entities within one) and keeps one child machine for each entity of the expected type.
+// in an entity) and keeps one child machine for each entity of the expected type.
 #pragma once
 
 #include <absl/cleanup/cleanup.h>
@@ -25,8 +25,8 @@ class DirMachine final : public Machine {
 
   struct Stream {
     size_t number;  // of the pipeline's streams
-    // The stream's elements are the entities themselves (null: absent). When empty they are inside child
-    // machines.
+    // Called for each element when the entities themselves are the stream's elements (null: absent). Empty
+    // when the elements are inside the entities: child machines emit them.
     std::function<void(const Key&, const EntityPtr&)> emitEntity;
   };
 
@@ -35,14 +35,14 @@ class DirMachine final : public Machine {
     std::string childMachine;  // "EntityPtrSm1"
     std::string entries;       // attribute name of the entries, "entityPtr"
     std::string children;      // attribute name of the children, "childSm..."
-    std::string wrongType;     // the trace for an entity of another type, which counts as absent
-    std::string keyTrace;      // the trace for an entry that is handled, with one placeholder
+    std::string wrongType;     // trace for an entity of another type, which counts as absent
+    std::string keyTrace;      // trace for an entry that is handled, with a placeholder for the key
     std::vector<Stream> streams;
     // The inputs of a new child, one for each stream that has no emitEntity, in order.
     std::function<EntityMachine::Inputs(const Key&, const Entity&)> childInputs;
   };
 
-  // Follows the collection from here on. holder owns the collection.
+  // Subscribes to the collection. holder: the object that the collection belongs to.
   DirMachine(Pipeline& root, Zavro::Ptr<const Kor::Object> holder, const Collection& collection,
              Statement statement)
       : Machine(root, statement.machine),
@@ -80,9 +80,9 @@ class DirMachine final : public Machine {
     return true;
   }
 
-  void scansAgain() override {
+  void resetScans() override {
     for (auto& scan : scans_) scan.again();
-    for (auto& [key, child] : children_) child->scansAgain();
+    for (auto& [key, child] : children_) child->resetScans();
   }
 
   void doDeleteAll() override {
@@ -94,7 +94,7 @@ class DirMachine final : public Machine {
     }
   }
 
-  // "handle<Entry><stream>": brings what the stream has of the entry up to date.
+  // "handle<Entry><stream>": emits the entry, or creates, replaces or removes its child machine.
   void handleEntry(size_t stream, const Key& key) {
     root().traceHandle().traceRuntime(8, statement_.keyTrace, key);
     if (const auto& emitEntity = statement_.streams[stream].emitEntity) {
@@ -116,7 +116,7 @@ class DirMachine final : public Machine {
     removeChildren(deleteRows);
   }
 
-  // False when the entry's child is not finished.
+  // False when the scan of the entry's child is incomplete.
   bool step(size_t stream, const Key& key) {
     stepTo(stream, key);
     Zavro::Ptr<EntityMachine> made = child(key);
@@ -129,9 +129,9 @@ class DirMachine final : public Machine {
     handleEntry(stream, key);
   }
 
-  // A child wants to be scanned on the stream's task.
+  // A child is to be scanned on the stream's task.
   void childScanWanted(size_t stream, const Key& key) {
-    if (stepping_ == std::pair(stream, key)) return;  // the step that made the child goes on to scan it
+    if (stepping_ == std::pair(stream, key)) return;  // the step that created the child scans it next
     scans_[stream].revisit(key);
     startScan(stream);
   }
@@ -160,7 +160,7 @@ class DirMachine final : public Machine {
     try {
       for (size_t i = 0; i < streams(); ++i) handleEntry(i, key);
     } catch (...) {
-      pending_.insert(key);  // its turn comes again, after the next event
+      pending_.insert(key);  // handled again after the next event
       throw;
     }
   }
@@ -178,7 +178,7 @@ class DirMachine final : public Machine {
     auto current = children_.find(key);
     if (current != children_.end()) {
       if (current->second->entity() == entity) {
-        // What was thrown may have cut its scan short, which no task goes on with.
+        // An exception may have ended the child's scan early; without tasks nothing else continues it.
         if (root().synchronous() && !stepping_) current->second->doInputScan();
         return;
       }
@@ -196,12 +196,12 @@ class DirMachine final : public Machine {
     added->doInputScan();
   }
 
-  // Ordered, so that deletions come in the same order in every run of the process.
+  // Ordered, so that deletions come in the same order in every run of the program.
   using Children = std::map<Key, Zavro::Ptr<EntityMachine>>;
 
   void removeChild(typename Children::iterator at, bool deleteRows) {
     Zavro::Ptr<EntityMachine> removed = at->second;
-    removed->stop(deleteRows);  // it stays, with its rows, when something is thrown
+    removed->stop(deleteRows);  // if this throws, the child stays
     children_.erase(at);
   }
   void removeChildren(bool deleteRows) {
@@ -238,8 +238,8 @@ class DirMachine final : public Machine {
   std::vector<InputScan<Key>> scans_;
   Children children_;
   std::optional<std::pair<size_t, Key>> stepping_;
-  std::set<Key> pending_;  // changed while it was inactive, or not handled to the end
-  uint32_t version_ = 0;   // the collection's change counter when it was last heard of
+  std::set<Key> pending_;  // changed while the machine was inactive, or their handling threw
+  uint32_t version_ = 0;   // the collection's change counter at the last notification
   Kor::Subscription subscription_;
 };
 

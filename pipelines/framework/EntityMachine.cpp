@@ -52,7 +52,7 @@ bool EntityMachine::runScan(size_t stream) {
   return true;
 }
 
-void EntityMachine::scansAgain() {
+void EntityMachine::resetScans() {
   for (Input& input : inputs_) input.stream->scanAgain();
 }
 

@@ -1,11 +1,12 @@
-// The scan of one input collection, in runs that end when the scheduler says so and resume at a bookmark.
+// The scan of one input collection, in runs that end when the scheduler asks to yield and resume at a
+// bookmark.
 #pragma once
 
 #include "pipelines/framework/Machine.h"
 
 namespace TrelSnmp::Agent {
 
-// What the end of a run does that does not depend on the kind of key.
+// The parts of a run's end that do not depend on the type of key.
 void scanYields(const Machine& machine, size_t stream, uint64_t iterations, size_t total);
 ScanState scanEnds(const Machine& machine);
 
@@ -15,9 +16,9 @@ class InputScan {
   ScanState state() const { return state_; }
   const Key& bookmark() const { return bookmark_; }
 
-  // Runs step(key) for the elements from the bookmark or the start on, at least one, until the scheduler
-  // wants the thread back from the machine's stream. A step that returns false is taken again by the next
-  // run. True when the scan is complete.
+  // Calls step(key) for each element from the bookmark, or the beginning, until the scheduler asks the
+  // stream's task to yield; at least one element in each run. A step that returns false ends the run and is
+  // repeated by the next one. True when the scan is complete.
   template <class Collection, class StepFunction>
   bool run(const Machine& machine, size_t stream, const Collection& collection, StepFunction step) {
     if (completeFor(state_, machine.root().initialScanDone())) return true;
@@ -39,10 +40,10 @@ class InputScan {
     return true;
   }
 
-  // The next run starts anew.
+  // The next run starts from the beginning.
   void again() { state_ = ScanState::notStarted; }
 
-  // An element that was scanned already has to be scanned again.
+  // Moves the bookmark of a scan under way back to the key, if the scan has passed it.
   void revisit(const Key& key) {
     if (state_ == ScanState::underWay && key < bookmark_) bookmark_ = key;
   }

@@ -24,7 +24,7 @@ void Machine::scanAgain() {
   for (auto& task : tasks_) dropTask(task);
   tasks_.clear();
   makeTasks();
-  scansAgain();
+  resetScans();
   doInputScan();
 }
 

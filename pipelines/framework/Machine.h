@@ -1,4 +1,4 @@
-// A machine of a pipeline's tree: what those at its top and those below have in common.
+// Base of the machines of a pipeline's tree: those at its top, and their children.
 #pragma once
 
 #include <string>
@@ -12,9 +12,9 @@ enum class ScanState : uint8_t {
   notStarted = 0,
   underWay = 1,  // the next run resumes at the bookmark
   complete = 2,
-  completeInitial = 3,  // complete as long as the pipeline's initial scan is not done; then scanned again
+  completeInitial = 3,  // complete until the pipeline's initial scan is done; then scanned again
 };
-// Whether a scan in this state has nothing to do, now that the pipeline's initial scan is done or not.
+// Whether a scan in this state has nothing left to do.
 bool completeFor(ScanState state, bool initialScanDone);
 
 class Machine : public Kor::Object {
@@ -23,31 +23,31 @@ class Machine : public Kor::Object {
   const std::string& name() const { return name_; }  // such as "ReachabilityDirSm0"
 
   bool hasNotificationActive() const { return active_; }
-  // While inactive, changes are noted but not acted on; they are when the machine is active again.
+  // While inactive, changes are kept; they are handled when the machine is active again.
   void hasNotificationActiveIs(bool active);
   // Starts or continues the scan of every stream that the machine serves.
   virtual void doInputScan() = 0;
-  // Deletes every row that the machine's input produced; nothing while the pipeline's initial scan is not
+  // Deletes every row that the machine's input produced. There are none before the pipeline's initial scan is
   // done.
   virtual void doDeleteAll() = 0;
-  // Ends the machine, which then follows nothing and offers nothing by name. The rows that it and those below
-  // it wrote go with it, unless they are a successor's now.
+  // Ends the machine: its subscriptions, tasks and children, and its attributes and operations by name. With
+  // deleteRows, also the rows that it and its children wrote, unless another pipeline owns them now.
   void stop(bool deleteRows);
 
-  // The machine's streams, by their places in it.
+  // The number of streams. `stream` below is a place among them, from 0.
   virtual size_t streams() const = 0;
-  virtual size_t number(size_t stream) const = 0;  // of the pipeline's streams
-  size_t placeOf(size_t number) const;             // Requires: one of the machine's numbers.
+  virtual size_t number(size_t stream) const = 0;  // the stream's number in the pipeline
+  size_t placeOf(size_t number) const;             // Requires: the number of one of the machine's streams.
   virtual ScanState inputScanState(size_t stream) const = 0;
   virtual std::string bookmarkText(size_t stream) const = 0;
-  // The task that runs the stream's scan. A machine at the top of the tree has one for each stream until the
-  // scan that triggers events is complete; null then, and in a synchronous pipeline.
+  // The task that runs the stream's scan: null in a synchronous pipeline, and after the scan that emits
+  // events is complete. A child has its parent's.
   virtual Zavro::Ptr<Vem::Task> task(size_t stream) const;
   // One run of the stream's scan; true when it is complete.
   virtual bool runScan(size_t stream) = 0;
-  // The next scan of every stream, here and below, starts anew.
-  virtual void scansAgain() = 0;
-  // The same for a machine at the top, which has tasks again, and starts them.
+  // The next scan of every stream, here and in the children, starts from the beginning.
+  virtual void resetScans() = 0;
+  // For a machine at the top: scans every stream again, on new tasks.
   void scanAgain();
   bool inputScanComplete(size_t stream) const;
   bool initialScanDone() const { return root_.initialScanDone(); }
@@ -60,13 +60,13 @@ class Machine : public Kor::Object {
 
  protected:
   Machine(Pipeline& root, std::string name);
-  // For the constructors of machines: names what all machines have.
+  // For constructors: declares the attributes and operations that all machines have.
   Kor::Type& describe();
-  // For those at the top.
+  // For machines at the top.
   void makeTasks();
   // Runs the stream's scan: on its task, or at once when it has none.
   void startScan(size_t stream);
-  // The stream's scan is complete, with that of every machine below.
+  // The stream's scan is complete, with that of every child.
   void scanCompleted(size_t stream);
 
  private:

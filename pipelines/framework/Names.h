@@ -1,4 +1,4 @@
-// How names are made from the names that a pipeline declares.
+// Parts of the names that are composed from a pipeline's declared names.
 #pragma once
 
 #include <string>

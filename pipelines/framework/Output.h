@@ -1,8 +1,8 @@
 // An output of a pipeline: one table of the MIB state object, written by rules that all pipelines share.
 //
-// A row with another value is deleted and inserted anew, never changed in place. While rows of an earlier
-// life of the table may be stale ("reconciling"), the keys of all events are remembered; when the inputs have
-// been scanned, a walk in slices deletes the rows whose keys were not seen.
+// A row whose value changes is deleted and inserted, never changed in place. Rows that are in the table at
+// the start may be stale. The output then reconciles: it remembers the keys of all events, and when the
+// inputs have been scanned, a walk in slices deletes the rows whose keys were not seen.
 #pragma once
 
 #include <absl/container/flat_hash_set.h>
@@ -37,9 +37,9 @@ class OutputBase {
   // For the pipeline, in this order.
   void start();
   void noteStaleRows();
-  // Somebody else may have written: not ready until every row has been verified.
+  // Another pipeline may have written rows: reconciles again, and is not ready until that is done.
   void verifyRows();
-  // The pipeline goes: rows of an earlier life that it had not come to verify go with it.
+  // The pipeline ends: deletes the rows whose keys were not seen, if it is reconciling and owns the rows.
   void stop();
 
   virtual size_t seenSize() const = 0;
@@ -47,7 +47,7 @@ class OutputBase {
 
  protected:
   virtual bool tableEmpty() const = 0;
-  // Walks the table from where the last run stopped; false when it yielded.
+  // Deletes stale rows, from where the last run stopped; false when it yielded.
   virtual bool deletionScan() = 0;
   virtual void deleteUnseen() = 0;
   virtual void forgetSeen() = 0;
@@ -71,7 +71,7 @@ class OutputBase {
   bool useBookmark_ = false;
 };
 
-// Rows says how the table is reached:
+// Rows describes access to the table:
 //   using Table = ...;                                     the table of TrelMib
 //   using Value = ...;                                     what an event carries beside the key
 //   kOutput, kInto                                         the output's name and its statement
@@ -112,7 +112,7 @@ class Output final : public OutputBase {
 
   Output(Pipeline& root, std::vector<size_t> inputs) : OutputBase(root, Rows::kOutput, std::move(inputs)) {}
 
-  // The row under key is to have this value, whatever is there now.
+  // Writes the row, whatever the table has under the key.
   void write(const Key& key, const Value& value) {
     if (!root().ownsRows()) return;
     noteSeen(key);
@@ -124,7 +124,7 @@ class Output final : public OutputBase {
     Rows::insert(mib(), key, value);
   }
 
-  // There is to be no row under key.
+  // Deletes the row, if there is one.
   void del(const Key& key) {
     if (!root().ownsRows()) return;
     noteSeen(key);
@@ -132,13 +132,6 @@ class Output final : public OutputBase {
     Rows::del(mib(), key);
   }
 
-  // An event concerned the key, whether it led to a write or not: the row is not stale.
-  void noteSeen(const Key& key) {
-    if (reconciling()) seen_.insert(key);
-  }
-
-  const absl::flat_hash_set<Key>& seen() const { return seen_; }
-  const std::optional<Key>& bookmark() const { return bookmark_; }
   size_t seenSize() const override { return seen_.size(); }
   std::string bookmarkText() const override { return Kor::optText(bookmark_); }
 
@@ -146,6 +139,10 @@ class Output final : public OutputBase {
   TrelMib& mib() const { return *root().trelMib(); }
   const Table& table() const { return Rows::table(mib()); }
   bool tableEmpty() const override { return table().empty(); }
+
+  void noteSeen(const Key& key) {
+    if (reconciling()) seen_.insert(key);
+  }
 
   bool deletionScan() override {
     uint64_t items = 0;

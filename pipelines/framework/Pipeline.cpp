@@ -16,7 +16,7 @@ namespace {
 
 std::string taskName(const Zavro::Ptr<Vem::Task>& task) { return task ? task->name() : "None"; }
 
-// Whose the rows are, by MIB state object and name of pipeline. It outlives every pipeline.
+// The owner of the rows, by MIB state object and name of pipeline. Never destroyed.
 using Owners = std::map<std::pair<const TrelMib*, std::string>, Pipeline*>;
 Owners& owners() {
   static Owners& owners = *new Owners;
@@ -216,8 +216,7 @@ void Pipeline::pausedIs(bool paused) {
 }
 
 void Pipeline::stop() {
-  // Nothing is worked off any more: the inputs are still there, and with them what was withdrawn would come
-  // back.
+  // Paused first: the inputs are still there, so processing a queued key would write rows again.
   pausedIs(true);
   for (auto& machine : machines_) machine->stop(ownsRows_);
   machines_.clear();

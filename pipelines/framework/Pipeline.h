@@ -1,12 +1,13 @@
 // The root of a table pipeline: a reactive state machine that keeps tables of the MIB state object equal to a
-// function of its inputs. It scans its inputs once without writing, to build its tree of child machines; when
-// every stream has been scanned so, it scans again and writes; when that is complete, rows of an earlier life
-// that were not written again are deleted; from then on it reacts to changes.
+// function of its inputs. At the start it
+//   1. scans its inputs without writing, to create its tree of machines (the initial scan);
+//   2. scans them again and writes rows; changes write rows, too, from here on;
+//   3. deletes the rows that were in its tables before and have not been written again.
 //
-// A pipeline is a final class that derives from this one, declares its streams and outputs, makes its
-// machines in machinesIs() and calls start() at the end of its constructor and stop() first in its
-// destructor. It reacts from its construction on; made notification-inactive, it pauses. Everything runs on
-// the event loop's thread; long scans are cut into slices of Vem tasks unless the pipeline is synchronous.
+// A pipeline is a final class that derives from this one. It declares its streams and outputs, creates its
+// machines in machinesIs(), and calls start() at the end of its constructor and stop() first in its
+// destructor. While it is notification-inactive, it pauses. Everything runs on the event loop's thread; long
+// scans are cut into slices of Vem tasks unless the pipeline is synchronous.
 #pragma once
 
 #include <string>
@@ -39,60 +40,58 @@ class Pipeline : public Zavro::Node {
   std::string text() const { return name_; }
   const Lumalog::Handle& traceHandle() const { return traceHandle_; }
 
-  // Every output holds what the inputs imply, and nothing else.
+  // Every output has written what the inputs imply, and deleted stale rows.
   bool ready() const { return outputState_ && outputState_->flag(readyFlag_); }
-  // Ready, no scan is under way, and no key is left to work off.
+  // Ready, the initial scan is done, and no key is queued.
   bool idle() const { return ready() && inputSmScanState_->flag(idleFlag_); }
   bool initialized() const { return initialized_; }
   bool initialScanDone() const { return initialScanDone_; }
   bool synchronous() const { return synchronous_; }
-  // Changes are noted but not acted on, and no task does anything.
+  // Changes are kept and tasks do nothing, until the pipeline is active again.
   bool paused() const { return paused_; }
-  // What in the inputs contradicts each other, so that rows are missing; a line for each, for operators.
+  // Contradictions in the inputs, because of which rows are missing: one line each, for operators.
   virtual std::vector<std::string> conflicts() const { return {}; }
 
   // The MIB state object that the pipeline writes.
   const Zavro::Ptr<TrelMib>& trelMib() const { return trelMib_; }
   const Rvx::SmControl& rivoControl() const { return rivoControl_; }
-  // Takes a copy for inspection; how the pipeline runs was settled when it was made.
+  // Stores a copy for inspection. How the pipeline runs does not change after its construction.
   void rivoControlIs(const Rvx::SmControl& control) { rivoControl_ = control; }
 
-  // "<stream>Scan" for each stream: its scan, with that of every child machine, has completed; "idle": the
-  // initial scan is done and no stream has anything left to work off.
+  // "<stream>Scan" for each stream: its scan, with that of every child machine, is complete. "idle": the
+  // initial scan is done and no key is queued.
   InputSmScanState& inputSmScanState() const { return *inputSmScanState_; }
   // "<output>Ready" for each output, and "ready", their conjunction.
   OutputState& outputState() const { return *outputState_; }
-  // Those at the top of the tree.
+  // The machines at the top of the tree.
   const std::vector<Zavro::Ptr<Machine>>& machines() const { return machines_; }
   Vem::TaskPriority taskPriority() const { return taskPriority_; }
 
   void handleInitialized();
   void handleInitialScanDone();
-  // Deletes every row that the pipeline can account for, and its child machines.
+  // Deletes every row that the inputs account for, and all child machines.
   void doDeleteAll();
 
-  // Of the pipelines of one name that are given one MIB state object, the one that was made last owns the
-  // rows. Another one reacts and writes no more, whoever holds it, and the rows stay when it is destroyed.
+  // Of the pipelines with one name and one MIB state object, the one that was created last owns the rows. The
+  // others are paused, and delete no rows when they are destroyed.
   bool ownsRows() const { return ownsRows_; }
-  // A pipeline that was to take this one's place could not be made, and may have written rows: they are this
-  // one's again, the inputs are scanned again, and what they do not imply goes. Nothing when the rows are
-  // somebody's.
+  // Called when a successor's constructor threw, possibly after it wrote rows. If no pipeline owns the rows,
+  // this one owns them again, scans its inputs again, and deletes the rows that they do not imply.
   void takesRowsBack();
 
   const Kor::Type& korType() const override { return type_; }
 
-  // For machines and outputs.
-  //
-  // Makes a task on the pipeline's scheduler; null in synchronous mode. The task runs only while the pipeline
-  // lives.
+  // For machines and outputs:
+
+  // A new task on the pipeline's scheduler; null in synchronous mode. A run that throws is repeated.
   Zavro::Ptr<Vem::Task> newTask(const std::string& taskName, std::function<void()> run);
   bool streamScanned(size_t stream) const { return inputSmScanState_->flag(stream); }
-  // The stream was scanned, and all that the scan found has been worked off.
+  // The stream was scanned, and every key that the scan queued has been processed.
   bool streamReady(size_t stream) const;
   void streamScanCompleted(size_t stream);
   void updateIdle() { inputSmScanState_->set(idleFlag_, allIdle()); }
   void updateReady() { outputState_->set(readyFlag_, allReady()); }
-  // The outputs that still wait for their inputs look again.
+  // Outputs that wait for their inputs check them again.
   void handleOutputs();
 
  protected:
@@ -102,7 +101,7 @@ class Pipeline : public Zavro::Node {
 
   void start();
   void stop();
-  // Backlogs and outputs announce themselves as they are constructed, in the order of their declaration.
+  // Backlogs and outputs add themselves in their constructors, in the order of their declaration.
   friend class BacklogBase;
   friend class OutputBase;
   // Adds a machine at the top of the tree and starts its scans.
@@ -110,9 +109,9 @@ class Pipeline : public Zavro::Node {
 
   // The pointers that the pipeline was given, in order of declaration.
   virtual std::vector<PointerArgument> pointerArguments() const = 0;
-  // Declares to the runtime what is read but not followed.
+  // Checks that the inputs that are read, but not followed, are declared as derivations (Rvx::GlobalState).
   virtual void processDepends() {}
-  // Makes the machines at the top of the tree, each with machineAdded().
+  // Creates the machines at the top of the tree, each with machineAdded().
   virtual void machinesIs() = 0;
 
   void onZombieReactors() override;

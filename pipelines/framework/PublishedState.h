@@ -1,5 +1,5 @@
-// What a pipeline publishes of how far it is, as named flags and numbers: InputSmScanState says which input
-// streams have been scanned and worked off, OutputState which outputs are ready.
+// A pipeline's published progress, as named flags and numbers: InputSmScanState says which input streams have
+// been scanned and processed, OutputState which outputs are ready.
 #pragma once
 
 #include <cstdint>
@@ -16,17 +16,17 @@ class PublishedState final : public Kor::Object {
  public:
   explicit PublishedState(std::string type) : type_(std::move(type)) {}
 
-  // A new field, which is false or 0 at first and an attribute of that name. Returns its place.
+  // Adds a field, which is an attribute of that name and starts as false or 0. Returns its place.
   size_t flagIs(const std::string& name) { return fieldIs(name, true); }
   size_t numberIs(const std::string& name) { return fieldIs(name, false); }
-  // "handle<Field>" by name: derives the field anew.
+  // Adds the operation "handle<Field>", which sets the field to derive(). For one field only.
   void derivedIs(size_t place, std::function<uint64_t()> derive);
-  // Nothing is derived any more: what it was derived from is gone.
+  // The operation does nothing from now on: derive() must not be called any more.
   void ends() { derive_ = {}; }
 
   uint64_t get(size_t place) const { return fields_[place].value; }
   bool flag(size_t place) const { return get(place) != 0; }
-  // Publishes when the value differs from the one before, and returns whether it does.
+  // Notifies when the value changes; returns whether it does.
   bool set(size_t place, uint64_t value);
 
   // The callback gets the name of the field that changed.
