@@ -1,4 +1,4 @@
-// net-snmp's headers, which compile in this order only.
+// net-snmp's headers. They compile in this order only.
 #pragma once
 
 // clang-format off

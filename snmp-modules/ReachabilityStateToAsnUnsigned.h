@@ -1,4 +1,4 @@
-// How VELDA-TREL-MIB numbers the reachability states.
+// The numbers of the reachability states in VELDA-TREL-MIB.
 #pragma once
 
 #include "platform/trel/Reachability.h"

@@ -1,5 +1,5 @@
-// What the tables serve, for whoever shows or checks them without SNMP: read from the same TableSpecs as the
-// answers to managers.
+// The served tables for readers without SNMP: `trelctl tables`, and the test of the MIB modules. Made from
+// the same TableSpecs as the answers to managers.
 #pragma once
 
 #include <memory>
@@ -11,34 +11,34 @@
 
 namespace TrelSnmp {
 
-// A column: one of the index, or one that is served.
+// A column of the index, or a served one.
 struct ServedColumn {
-  unsigned number;  // of its OID
+  unsigned number;  // sub-identifier below the table's entry
   const char* name;
   std::string label;  // such as "destId" of "veldaTrelReachabilityDestId"
   u_char type;        // ASN.1
   Shown shown;
-  ValueName nameOf;  // null when it is no enumeration
+  ValueName nameOf;  // null when the column is no enumeration
   bool ofIndex;
 };
 
-// What a conversion wrote, as net-snmp's varbinds hold it; nothing where it failed, or is refused.
+// A value as net-snmp's varbinds hold it; nothing when its conversion failed, or its length is not allowed.
 using Octets = std::optional<std::string>;
 
-// Rows in key order. Those that come or go during a walk may be met or not; no other is left out or met
-// twice. The MIB state object must outlive it.
+// Walks the rows in key order. A row that is inserted or deleted meanwhile may or may not be visited; every
+// other row is visited once. The MIB state object must outlive the walk.
 class RowWalk {
  public:
   virtual ~RowWalk() = default;
   virtual bool atEnd() const = 0;
-  // A value for each column. Requires: it is not at its end.
+  // The values of the next row, one for each column. Requires: not atEnd().
   virtual std::vector<Octets> next() = 0;
 };
 
 struct ServedTable {
   const char* name;
   TableOid rootOid;
-  std::vector<ServedColumn> columns;  // those of the index first, in the order of their OIDs
+  std::vector<ServedColumn> columns;  // in the order of their OIDs; those of the index come first
   size_t (*size)(const TrelMib& mib);
   uint32_t (*version)(const TrelMib& mib);
   std::unique_ptr<RowWalk> (*walk)(const TrelMib& mib);

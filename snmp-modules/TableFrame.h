@@ -1,10 +1,9 @@
-// The callbacks of a table that is served through net-snmp's sorted table iterator: they walk a table of the
-// MIB state object in key order and answer requests for its columns, as a TableSpec states them. Table
-// modules instantiate it; net-snmp calls it, on the agent's thread.
+// The callbacks of a table for net-snmp's sorted table iterator: they walk a table of the MIB state object in
+// key order and answer requests for its columns, as its TableSpec states. Table modules instantiate them;
+// net-snmp calls them, on the agent's thread.
 //
-// A request's own index is the hint from which a walk starts, so that it costs one lookup. Loop and data
-// contexts are positions in the table that hold their row: the row stays readable when it is removed while
-// net-snmp still works on it.
+// The index in a request is the hint from which a walk starts, so a request costs one lookup. Loop and data
+// contexts are cursors that hold their row: it can be read after its removal, as long as net-snmp needs it.
 #pragma once
 
 #include <optional>
@@ -116,7 +115,7 @@ class TableFrame {
     return index;
   }
 
-  // The key parts that the hint holds, or nothing when it is not a whole index of this table.
+  // The key parts in the hint; nothing when the hint is not a complete index of this table.
   static std::optional<Parts> hintedParts(const netsnmp_table_request_info* hint) {
     if (hint == nullptr || hint->number_indexes != std::tuple_size_v<Parts>) return std::nullopt;
     Parts parts{};
@@ -127,7 +126,7 @@ class TableFrame {
     return std::nullopt;
   }
 
-  // A new context at that row, or null.
+  // A new context at the row with this index, or null.
   static Context* contextAt(const Parts& parts, netsnmp_iterator_info* info) {
     Context* context = nullptr;
     try {
@@ -145,7 +144,7 @@ class TableFrame {
     return context;
   }
 
-  // Answers one request for a column. A result ends the handler's call.
+  // Answers one request for a column. A result other than nothing is returned by the handler at once.
   static std::optional<int> get(netsnmp_request_info* request) {
     auto* context = static_cast<Context*>(netsnmp_extract_iterator_context(request));
     if (context == nullptr || !*context) {
@@ -165,7 +164,7 @@ class TableFrame {
     return SNMP_ERR_GENERR;
   }
 
-  // Converts the column's value into the varbind. False, and traced, when it cannot be.
+  // Converts the column's value into the varbind. False when that fails, which is traced.
   template <class Column>
   static bool store(const Column& column, const typename Spec::Entry& entry, netsnmp_variable_list* varbind) {
     unsigned char buffer[kBufferSize];
@@ -215,7 +214,7 @@ class TableFrame {
     kModule.trace().trace(level, format, std::forward<Args>(args)...);
   }
 
-  // net-snmp takes them as a mutable list and keeps it while the table is registered.
+  // net-snmp takes a mutable list, and reads it as long as the table is registered.
   static std::span<unsigned> columnNumbers() {
     static auto numbers = [] {
       std::array<unsigned, std::tuple_size_v<decltype(Spec::columns)>> list{};

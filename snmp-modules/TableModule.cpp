@@ -15,7 +15,7 @@ namespace {
 
 constexpr size_t kOidTextSize = 200;
 
-// Memory that net-snmp's registrations are made of, zeroed, to be given back with free().
+// Zeroed memory for net-snmp's registration data, which net-snmp frees with free().
 template <class T>
 T* allocate() {
   auto* memory = static_cast<T*>(std::calloc(1, sizeof(T)));
@@ -25,14 +25,14 @@ T* allocate() {
 
 Zavro::String quoted(const Zavro::String& context) { return '"' + context + '"'; }
 
-// A failed check inside a table's initialize function, whose name the operator can search for.
+// Reports a failed check under the name of the table's initialize function.
 [[noreturn]] void initializeFailed(const char* expression, const char* table, int line) {
   Zavro::String function =
       fmt::format("void initialize_table_{}(Snmp::Config::PtrConst, Kor::String)", table);
   Zavro::assertFailed(expression, function, static_cast<const char*>(__FILE__), line);
 }
 
-// The object that all tables serve.
+// The MIB state object.
 Zavro::Ptr<TrelMib> servedObject(const char* table) {
   Zavro::Ptr<Kor::Entity> e = Snmp::KelstoreUtil::getEntityRelative(TrelMib::kPath);
   if (!e) {
@@ -69,8 +69,8 @@ netsnmp_column_info* columnInfo(const TableRegistration& table) {
   return info;
 }
 
-// Between a master and its subagent, net-snmp extends the sign of a sub-identifier from 2^31 on. What looks
-// for rows would then look behind them all.
+// Between an AgentX master and its subagent, net-snmp sign-extends a sub-identifier of 2^31 or more. The
+// table iterator would then search behind all rows.
 int makeNamesUnsigned(netsnmp_mib_handler* /*handler*/, netsnmp_handler_registration* /*registration*/,
                       netsnmp_agent_request_info* /*info*/, netsnmp_request_info* requests) {
   for (netsnmp_request_info* request = requests; request != nullptr; request = request->next) {
@@ -123,8 +123,8 @@ void TableModule::initializeTable(const TableRegistration& table, const Zavro::S
   columnInfos_[context].push_back(columns);
   int result = netsnmp_register_table_iterator(registration, iterator);
   if (result != MIB_REGISTERED_OK) initializeFailed("result == MIB_REGISTERED_OK", table.name, __LINE__);
-  // Only now: a handler injected before the registration would end up behind the iterator, whose hint is the
-  // first varbind's alone.
+  // Only now: a handler that is injected before the registration ends up behind the iterator. The serialising
+  // handler has to come first, since the iterator takes the hint of all varbinds from the first one.
   int injected = netsnmp_inject_handler(registration, netsnmp_get_serialize_handler());
   if (injected != SNMPERR_SUCCESS) initializeFailed("injected == SNMPERR_SUCCESS", table.name, __LINE__);
   injected = netsnmp_inject_handler(registration, unsignedNamesHandler());
@@ -158,7 +158,7 @@ void TableModule::unregister(const Zavro::String& context) {
     netsnmp_unregister_handler(registration);
   }
   registrations_.erase(context);
-  // net-snmp owns all of a table's registration but these, and reads them until then.
+  // net-snmp frees all registration data but these, which it has read until now.
   for (netsnmp_column_info* columns : columnInfos_[context]) std::free(columns);
   columnInfos_.erase(context);
   Snmp::unregisterMibContext(context, name());
@@ -196,8 +196,8 @@ void TableModule::writeIndex(const char* table, std::span<const IndexColumn> ind
     uint32_t value = 0;
     if (Snmp::U32ToAsnUnsignedF()(parts[i], buffer, sizeof buffer) != sizeof value) continue;
     std::memcpy(&value, buffer, sizeof value);
-    // net-snmp extends the sign of a four-byte INTEGER. It compares indexes as unsigned longs, so that a row
-    // from 2^31 on would then never be found.
+    // Written as a long: net-snmp sign-extends a four-byte INTEGER, and compares indexes as unsigned longs,
+    // so it would never find a row with an index of 2^31 or more.
     long widened = value;
     snmp_set_var_typed_value(varbind, index[i].type, &widened, sizeof widened);
   }

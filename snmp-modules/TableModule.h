@@ -1,9 +1,8 @@
-// A MIB module: a group of tables that are registered with the SNMP agent, and withdrawn, together, for one
-// SNMP context. One object of static storage in each module's file; it does what its tables share and does
-// not depend on a row's type. All calls come on the agent's thread.
+// A MIB module: a group of tables that are registered with the SNMP agent, and unregistered, together, for
+// one SNMP context. It has the code of the tables that does not depend on a row's type. Each module's file
+// has one static object. All calls are on the agent's thread.
 #pragma once
 
-#include <array>
 #include <map>
 #include <span>
 #include <vector>
@@ -14,7 +13,7 @@
 
 namespace TrelSnmp {
 
-// What net-snmp is told of a table. What it points at lives as long as the program.
+// What a table is registered with. Its pointers refer to static storage.
 struct TableRegistration {
   const char* name;
   TableOid rootOid;
@@ -33,17 +32,16 @@ class TableModule {
   const Lumalog::Handle& trace() const { return trace_; }
 
   // Registers a table for the default context and binds it to the MIB state object; for any other context it
-  // only says that it does not. Ends the process when the object is not where it should be or net-snmp
-  // refuses the table.
+  // only traces. Ends the process when there is no TrelMib at TrelMib::kPath, or net-snmp refuses the table.
   void initializeTable(const TableRegistration& table, const Zavro::String& context);
-  // Withdraws all tables of a context, of which there may be none, and frees what was registered for them.
+  // Unregisters all tables of a context, which may have none, and frees their registration data.
   void unregister(const Zavro::String& context);
 
-  // Converts the components of a request's index, in order, into parts, and returns how many were found
-  // before the first that was out of range. A component that is missing or of another type is not counted.
+  // Converts the components of a request's index, in order, into parts. Stops at the first component that is
+  // out of range. Returns how many were converted; one that is missing or of another type does not count.
   size_t readHint(const char* table, std::span<const IndexColumn> index,
                   const netsnmp_variable_list* varbinds, std::span<uint32_t> parts) const;
-  // Writes the components of a row's index into varbinds.
+  // Writes the components of a row's index into the varbinds of an index.
   void writeIndex(const char* table, std::span<const IndexColumn> index, std::span<const uint32_t> parts,
                   netsnmp_variable_list* varbinds) const;
 

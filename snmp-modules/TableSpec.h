@@ -1,5 +1,5 @@
-// What a table module states of one of its tables: names, index and columns, in the order of the OIDs. All
-// else (registration, walking, answering) is the frame's (TableFrame.h, TableModule.h).
+// The declaration of a table: names, index and columns, in the order of the OIDs. TableFrame.h and
+// TableModule.h register the table, walk its rows and answer requests.
 #pragma once
 
 #include <array>
@@ -13,15 +13,15 @@
 
 namespace TrelSnmp {
 
-// Conversions get a buffer of this size unless a column says otherwise.
+// Size in bytes of the buffer of a conversion, unless the column states another one.
 inline constexpr int kBufferSize = 1024;
 
 // A component of a table's index.
 struct IndexColumn {
-  const char* name;             // of the column, such as "veldaTrelBaIfIndex"
-  const char* field;            // of the key, as traces name it
+  const char* name;             // such as "veldaTrelBaIfIndex"
+  const char* field;            // the key's field in traces
   u_char type;                  // ASN.1 type of its varbind
-  const char* label = nullptr;  // in reports; null: the name without the table's
+  const char* label = nullptr;  // in reports; null: the name without the table's prefix
 };
 
 // How a report shows what a conversion writes.
@@ -36,7 +36,7 @@ constexpr Shown shownAs() {
   return std::is_integral_v<Input> && std::is_signed_v<Input> ? Shown::signedNumber : Shown::number;
 }
 
-// The name of an enumeration's value; the number of one that has none.
+// The name of a value of an enumeration; its number when it has no name.
 using ValueName = std::string (*)(uint32_t value);
 template <class Conversion>
 constexpr ValueName valueName() {
@@ -56,16 +56,16 @@ struct Column {
   unsigned number;
   const char* name;       // such as "veldaTrelBaIfLocalMemberId"
   u_char type;            // ASN.1 type of the served value
-  const char* field;      // what it is read from, as failure traces name it
-  const char* operation;  // of the conversion, as failure traces name it
-  Convert convert;        // bytes written, or a negative number
+  const char* field;      // the source in failure traces
+  const char* operation;  // the conversion in failure traces
+  Convert convert;        // returns the bytes written, or a negative number
   Shown shown;
   ValueName nameOf;
   int capacity = kBufferSize;
-  LengthFits lengthFits = nullptr;  // refuses a length that the conversion returned; null takes every length
-  bool writable = false;            // where the object comes from; here a SET is refused in its own words
+  LengthFits lengthFits = nullptr;  // whether the length of a value is allowed; null allows every length
+  bool writable = false;  // writable in HOST-RESOURCES-MIB; a SET is refused here with its own trace
 
-  // The column whose value is Source (a member function or a lambda without captures) put through Conversion.
+  // A column whose value is that of Source (a function or member function), converted with Conversion.
   template <class Conversion, auto Source>
   static constexpr Column of(unsigned number, const char* name, u_char type, const char* field) {
     return {number,
@@ -97,7 +97,7 @@ struct Column {
   }
 };
 
-// Index components of a key: a number, or a pair of numbers.
+// The index components of a key: a number, or a pair of numbers.
 template <class Key>
 inline constexpr size_t kKeyParts = requires(const Key& key) {
   key.second();
@@ -120,7 +120,7 @@ Key keyOf(const KeyParts<Key>& parts) {
   return std::make_from_tuple<Key>(parts);
 }
 
-// As long as the OIDs of all tables: the enterprise's seven sub-identifiers and a table's four.
+// A table's OID: the enterprise's seven sub-identifiers and the four of TableSpec::arc.
 using TableOid = std::array<oid, 11>;
 
 template <class TableType, size_t kColumns>
@@ -130,8 +130,8 @@ struct TableSpec {
   using Key = typename Table::Key;
 
   const char* name;
-  std::array<oid, 4> arc;  // below the enterprise's
-  const char* keyType;     // as traces name it
+  std::array<oid, 4> arc;  // the table's OID below the enterprise
+  const char* keyType;     // in traces
   const Table& (*source)(const TrelMib& mib) = [](const TrelMib& mib) -> const Table& {
     return mib.of<TableType>().table();
   };

@@ -1,18 +1,18 @@
-// How every member's host is doing: the quantities of HOST-RESOURCES-MIB (RFC 2790), by member.
+// The host resources of every member: the objects of HOST-RESOURCES-MIB (RFC 2790), indexed by member.
 //
-// veldaTrelHrSystemTable, ENT.3.41.1.1: one row for each member, from TrelMib's trelHrSystemTable, by member
-// id. The figures are those of the member's host resources at the moment of the request; a row without host
-// resources reads as 0 throughout, its date as that of the time 0. The table is registered for SET, to refuse
-// it in its own words for the date, which is writable in RFC 2790 and not here.
+// veldaTrelHrSystemTable, ENT.3.41.1.1: one row for each member, from TrelMib's trelHrSystemTable, indexed by
+// member id. The values are those at the time of the request; without host resources all are 0, and the date
+// is 1970-01-01. The table is registered for SET, to trace a SET of the date, which is writable in RFC 2790,
+// in its own words; it is refused as any other.
 //
-// veldaTrelProcessorTable, ENT.3.41.1.2: one row for each processor, from trelProcessorTable, by member id
-// and processor index. A row without a processor record reads as load 0.
+// veldaTrelProcessorTable, ENT.3.41.1.2: one row for each processor, from trelProcessorTable, indexed by
+// member id and processor index. The load is 0 without a processor record.
 //
 // veldaTrelStorageTable, ENT.3.41.1.3: one row for each file system and kind of memory, from
-// trelHrStorageTable, by member id and storage index. What a row's kind computes is served as it is.
+// trelHrStorageTable, indexed by member id and storage index.
 //
-// Numbers of users and processes are Gauge32 and the processor index is Unsigned32; all other numbers are
-// INTEGER on the wire, as managers expect them, although most are unsigned here.
+// The numbers of users and processes are Gauge32, the processor index is Unsigned32, the uptime is TimeTicks.
+// All other numbers are INTEGER on the wire, as in RFC 2790, although most are unsigned here.
 #include "snmp-modules/veldaTrelHostResourcesMIB.h"
 
 #include "platform/snmp/AsnConversions.h"
@@ -33,7 +33,7 @@ TableModule hostResourcesModule("veldaTrelHostResourcesMIB");
 
 using Figures = HostResources::HostResources::System;
 
-// One of a member's system figures.
+// A system figure of the member; 0 without host resources.
 template <auto Figure>
 auto figureOf(const TrelHrSystemEntry& entry) {
   return entry.hostResources() ? entry.hostResources()->system().*Figure : Figures().*Figure;

@@ -1,6 +1,6 @@
 // The MIB module veldaTrelHostResourcesMIB: the host resources of every member as SNMP tables. The agent
 // process calls init and unregister, on its own thread, for each SNMP context that it serves; only the
-// default context (the empty string) gets tables.
+// default context (the empty string) has tables.
 #pragma once
 
 #include <vector>
@@ -17,22 +17,22 @@ struct netsnmp_handler_registration_s;
 struct netsnmp_agent_request_info_s;
 struct netsnmp_request_info_s;
 
-// Registers the three tables and announces the context. Requires: net-snmp's agent is initialised, and the
-// MIB state object is at TrelSnmp::TrelMib::kPath; the process ends otherwise, or when a table of the context
-// is registered already.
+// Registers the three tables, and the context with Snmp::registerMibContext(). Ends the process when the MIB
+// state object is not at TrelSnmp::TrelMib::kPath, or a table is registered already. Requires: net-snmp's
+// agent is initialised.
 void init_veldaTrelHostResourcesMIB(Zavro::String context);
-// Undoes init; a context that was never initialised is fine. The tables' counters go with them.
+// Undoes init, and deletes the tables' counters. Does nothing for a context that was not initialised.
 void unregister_veldaTrelHostResourcesMIB(Zavro::String context);
 
-// Appends what the module's tables serve.
+// Appends the module's tables.
 void describe_veldaTrelHostResourcesMIB(std::vector<TrelSnmp::ServedTable>& tables);
 
-// One table each; init calls them.
+// Register one table each; init calls them.
 void initialize_table_veldaTrelHrSystemTable(Snmp::Config::PtrConst config, Zavro::String context);
 void initialize_table_veldaTrelProcessorTable(Snmp::Config::PtrConst config, Zavro::String context);
 void initialize_table_veldaTrelStorageTable(Snmp::Config::PtrConst config, Zavro::String context);
 
-// Answer requests of which net-snmp's table iterator has found the rows (Netsnmp_Node_Handler).
+// The tables' handlers (Netsnmp_Node_Handler): called when net-snmp's table iterator has found the rows.
 int veldaTrelHrSystemTable_handler(netsnmp_mib_handler_s* handler,
                                    netsnmp_handler_registration_s* registration,
                                    netsnmp_agent_request_info_s* info, netsnmp_request_info_s* requests);

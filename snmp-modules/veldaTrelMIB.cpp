@@ -1,15 +1,14 @@
-// Which member is wired to which, and which member reaches which.
+// The cluster's topology and reachability.
 //
 // veldaTrelBaIfTable, ENT.3.40.1.1: one row for each backplane interface that links two members, from
-// TrelMib's trelIfTable, by ifIndex.
+// TrelMib's trelIfTable, indexed by ifIndex.
 //
-// veldaTrelReachabilityTable, ENT.3.40.1.2: one row for each ordered pair of members, what the first reports
-// of the second, from TrelMib's trelReachabilityTable, by source and destination member. A row without a
-// state record reads as state 1 (unknown), with interface index and last update 0; so does an interface that
-// is not known.
+// veldaTrelReachabilityTable, ENT.3.40.1.2: one row for each member and neighbour that it reports on, from
+// TrelMib's trelReachabilityTable, indexed by reporting (source) and reported (destination) member. Without a
+// state record the state is 1, unknown(1), and interface index and last update are 0. The interface index is
+// also 0 when the interface is unknown.
 //
-// Member ids, interface indexes and states are INTEGER on the wire, as managers expect them, although they
-// are unsigned here.
+// Member ids, interface indexes and states are INTEGER on the wire, although they are unsigned here.
 #include "snmp-modules/veldaTrelMIB.h"
 
 #include "platform/snmp/AsnConversions.h"
