@@ -1,4 +1,5 @@
-// libTrelSnmp.so is made of the rooms that it is linked from; this file gives it a source of its own.
+// libTrelSnmp.so consists of the rooms that are linked into it. This file is its own source, which CMake
+// wants.
 #include "agent/TrelSnmpAgent.h"
 
 static_assert(std::is_same_v<decltype(TrelSnmp::Agent::rootFactory("")), Zavro::Ptr<TrelSnmp::Agent::Root>>,

@@ -17,7 +17,7 @@ const Lumalog::Handle traceHandle("TrelSnmpAgent");
 constexpr const char* kDefaultContext = "";
 constexpr const char* kToggleFile = "TrelCore.json";
 
-// Each is read when it is first needed, and stays as it was read for the life of the process.
+// Each toggle is read when it is first needed, once in the life of the process.
 bool hrStorageToggle() {
   static const bool on = Toggles::getToggleState("TrelHrStorageSnmp", kToggleFile, true);
   return on;
@@ -27,13 +27,13 @@ bool hrMemStorageToggle() {
   return on;
 }
 
-// The module is registered for the default context, by this call unless it is so already.
+// Registers the module for the default context, unless it is registered already.
 void registered(const char* module, void (*init)(Zavro::String)) {
   if (!Snmp::mibContextRegistered(kDefaultContext, module)) init(kDefaultContext);
 }
 
-// Runs make while the nodes that are to be replaced are silent, so that no two write one table; if it fails
-// those go on that were not paused, and look what it has left of their rows.
+// Calls make() while the nodes that it replaces are inactive, so that no two write one table. If it throws,
+// those that were active continue, and pipelines check their rows.
 template <class Make>
 auto makeSuccessor(const std::vector<Zavro::Ptr<Zavro::Node>>& nodes, Make make) {
   std::vector<Zavro::Ptr<Zavro::Node>> active;
@@ -52,8 +52,7 @@ auto makeSuccessor(const std::vector<Zavro::Ptr<Zavro::Node>>& nodes, Make make)
   }
 }
 
-// Keeps the pipeline in slot when its inputs match, else puts a new one in its place. The old one goes only
-// when the new one has been built.
+// Keeps the pipeline in slot when its inputs match; otherwise replaces it when the new one has been created.
 template <class Sm, class Make>
 Zavro::Ptr<Sm> keepOrReplace(Zavro::Ptr<Sm>& slot, bool matches, const Rvx::SmControl& control, Make make) {
   if (slot) slot->rivoControlIs(control);
@@ -200,7 +199,7 @@ void Agent::startStorageTableSm() {
 Zavro::Ptr<SnmpStatusSm> Agent::snmpStatusSmIs(const SnmpStatusSm::Status& snmpStatus) {
   if (snmpStatusSm_ && snmpStatusSm_->snmpStatus() == snmpStatus) return snmpStatusSm_;
   auto made = SnmpStatusSm::SnmpStatusSmIs(snmpStatus);
-  snmpStatusSmDel();  // whoever still holds the old one holds one that does nothing
+  snmpStatusSmDel();  // inactive from now on, even if somebody holds it
   snmpStatusSm_ = std::move(made);
   return snmpStatusSm_;
 }

@@ -1,6 +1,6 @@
-// The spine of the library. The host creates one Root, gives it the inputs and the MIB state object with
-// agentIs(), and keeps it for as long as the cluster is to be served; the Root creates everything else.
-// Everything runs on the host's event loop thread.
+// The top of the library. The host creates one Root, passes the inputs and the MIB state object to agentIs(),
+// and keeps the Root as long as the cluster is served; the Root creates everything else. Everything runs on
+// the host's event loop thread.
 #pragma once
 
 #include <memory>
@@ -17,26 +17,26 @@
 
 namespace TrelSnmp::Agent {
 
-// Watches the SNMP agent's status and has the MIB modules registered the first time that it is initialised. A
-// module that is registered already, by a watcher before this one, stays as it is and counts as done: a host
-// may replace its agent while managers are served, without a moment in which the tables are gone. The tables
-// stay bound to the MIB state object that stood at TrelMib::kPath when they were registered; a host that puts
-// another one there unregisters the modules before it makes the agent.
+// Watches the SNMP agent's status, and registers the MIB modules the first time that it is initialised. A
+// module that an earlier watcher registered stays registered, so that a host can replace its agent without
+// taking the tables away from managers. The tables remain bound to the MIB state object that was at
+// TrelMib::kPath when they were registered: a host that puts another one there unregisters the modules before
+// it creates the agent.
 class SnmpStatusSm final : public Zavro::Node {
  public:
   using Status = Zavro::Ptr<const Snmp::Status>;
 
-  // Evaluates the status at once.
+  // Subscribes to the status and evaluates it.
   explicit SnmpStatusSm(Status snmpStatus);
 
   const Status& snmpStatus() const { return snmpStatus_; }
-  // Watches another record from now on and evaluates it (while inactive: once it is active), unless it is the
-  // same object.
+  // Watches another record and evaluates it; while inactive, when the watcher is active again. Does nothing
+  // for the same object.
   void snmpStatusIs(Status snmpStatus);
   bool mibsInitialized() const { return mibsInitialized_; }
   void handleSnmpStatusInitialized();
 
-  // A new watcher, notification-active.
+  // Creates a notification-active watcher.
   static Zavro::Ptr<SnmpStatusSm> SnmpStatusSmIs(Status snmpStatus);
 
   static const Kor::Type& type();
@@ -44,7 +44,7 @@ class SnmpStatusSm final : public Zavro::Node {
 
  private:
   void watch();
-  // Acts on the status, or notes that it is to when the watcher is active again.
+  // Handles the status now, or, while inactive, when the watcher is active again.
   void evaluate();
   void onZombieReactors() override;
 
@@ -56,7 +56,7 @@ class SnmpStatusSm final : public Zavro::Node {
 
 Zavro::Ptr<SnmpStatusSm> snmpStatusSmFactory(SnmpStatusSm::Status snmpStatus);
 
-// What the agent is given. Each pipeline reads its inputs and writes the MIB state object only.
+// What an agent is created with. Pipelines read the others and write the MIB state object.
 struct AgentInputs {
   Zavro::Ptr<TrelMib> trelMib;
   Zavro::Ptr<const Snmp::Status> snmpStatus;
@@ -67,21 +67,22 @@ struct AgentInputs {
   bool operator==(const AgentInputs&) const = default;  // the very same objects
 };
 
-// The derivations that an agent declared: taken back when it goes, also when it goes while it is being made.
+// The derivations that an agent declared. They are withdrawn with the agent, also when its constructor
+// throws.
 class Derivations {
  public:
   Derivations() = default;
   ~Derivations();
   Derivations(const Derivations&) = delete;
   Derivations& operator=(const Derivations&) = delete;
-  // Declares one, unless this agent has done so.
+  // Declares a derivation, unless this agent has declared it already.
   void add(const Rvx::RegistryKey& key);
 
  private:
   std::vector<Rvx::RegistryKey> keys_;
 };
 
-// Makes the status watcher and the pipelines when it is constructed. The pipelines start at once; only the
+// Creates the status watcher and the pipelines in its constructor. The pipelines start at once; only the
 // registration of the MIB modules waits for the SNMP agent. Ends the process when the switch is not in Trel
 // mode.
 class Agent final : public Zavro::Node {
@@ -96,18 +97,19 @@ class Agent final : public Zavro::Node {
   const Zavro::Ptr<const Trel::TopologyConfig>& topologyConfig() const { return inputs_.topologyConfig; }
   const Zavro::Ptr<const Kor::Dir>& reachabilityDir() const { return inputs_.reachabilityDir; }
   const Zavro::Ptr<const Kor::Dir>& hostResourcesDir() const { return inputs_.hostResourcesDir; }
-  // Run control that pipelines made from now on get; settable through type information only.
+  // The run control of pipelines that are created from now on. It can be set by name only
+  // (platform/kor/Type.h).
   const Rvx::SmControl& rvxSmControl() const { return rvxSmControl_; }
 
-  // Makes what is missing, in a fixed order. The storage pipeline is made only when the toggles
-  // "TrelHrStorageSnmp" and "TrelHrMemStorage" of "TrelCore.json" are both on; they are read once in the life
-  // of the process, the second only when the first is on.
+  // Creates what is missing, in a fixed order. The storage pipeline is created only when the toggles
+  // "TrelHrStorageSnmp" and "TrelHrMemStorage" of "TrelCore.json" are both on. Each is read at most once in
+  // the life of the process, the second only when the first is on.
   void startSMs();
 
-  // The ...Is operations keep what exists when all its inputs are the very same objects; otherwise they make
-  // a new one, which takes the old one's place and its rows. The ...Del operations detach what exists,
-  // deactivate it and hand it to the caller (null if none); a pipeline's rows go when the caller drops it,
-  // unless another one was made for the same MIB state object meanwhile: then they are that one's.
+  // The ...Is operations keep what exists when its inputs are the same objects; otherwise they create a new
+  // one, which takes over the rows of the old one. The ...Del operations deactivate what exists and return it
+  // (null if none). A pipeline's rows are deleted when the caller releases it, unless another pipeline was
+  // created for the same MIB state object meanwhile and owns them.
   Zavro::Ptr<SnmpStatusSm> snmpStatusSmIs(const SnmpStatusSm::Status& snmpStatus);
   Zavro::Ptr<SnmpStatusSm> snmpStatusSmDel();
   Zavro::Ptr<TrelSnmpIfTableSm> trelSnmpIfTableSmIs(
@@ -132,7 +134,7 @@ class Agent final : public Zavro::Node {
   const Zavro::Ptr<TrelSnmpIfTableSm>& trelSnmpIfTableSm() const;
   const Zavro::Ptr<TrelSnmpReachabilityTableSm>& trelSnmpReachabilityTableSm() const;
   const Zavro::Ptr<TrelSnmpHostResourcesSm>& trelSnmpHostResourcesSm() const;
-  // Null when the toggles say so.
+  // Null unless both toggles are on.
   const Zavro::Ptr<TrelSnmpHrStorageTableSm>& trelSnmpHrStorageTableSm() const;
   // Those that exist, in the order of their creation.
   std::vector<Zavro::Ptr<Pipeline>> pipelines() const;
@@ -154,7 +156,7 @@ class Agent final : public Zavro::Node {
   Rvx::SmControl rvxSmControl_;
 };
 
-// The entity that the host creates in its own directory. Owns at most one agent.
+// The entity that the host creates. Owns at most one agent.
 class Root final : public Kor::Entity {
  public:
   explicit Root(Kor::String name) : Entity(std::move(name)) {}
@@ -163,14 +165,15 @@ class Root final : public Kor::Entity {
   const Zavro::Ptr<Agent>& agent() const { return agent_; }
   bool hasNotificationActive() const { return notificationActive_; }
 
-  // The existing agent when each argument is the very same object as its own; otherwise a new agent, which
-  // replaces it once it has been built. The replaced one reacts no more, whoever holds it.
+  // Returns the existing agent when each argument is the same object as its own. Otherwise creates an agent
+  // and replaces the existing one, which reacts to nothing any more, even if somebody holds it. When the
+  // constructor throws, the existing agent continues.
   Zavro::Ptr<Agent> agentIs(Zavro::Ptr<TrelMib> trelMib, Zavro::Ptr<const Snmp::Status> snmpStatus,
                             Zavro::Ptr<const IntfSnmp::IfMib> ifMib,
                             Zavro::Ptr<const Trel::TopologyConfig> topologyConfig,
                             Zavro::Ptr<const Kor::Dir> reachabilityDir,
                             Zavro::Ptr<const Kor::Dir> hostResourcesDir);
-  // Detaches the agent and hands it to the caller, null if there is none.
+  // Releases the agent to the caller; null if there is none.
   Zavro::Ptr<Agent> agentDel();
 
   static const Kor::Type& type();
