@@ -154,7 +154,7 @@ void Derivations::add(const Rvx::RegistryKey& key) {
   keys_.push_back(key);
 }
 
-// In the order of their creation; null when there is none.
+// In the order of creation; null where there is none.
 struct Agent::Pipelines {
   std::tuple<Zavro::Ptr<TrelSnmpIfTableSm>, Zavro::Ptr<TrelSnmpReachabilityTableSm>,
              Zavro::Ptr<TrelSnmpHostResourcesSm>, Zavro::Ptr<TrelSnmpHrStorageTableSm>>

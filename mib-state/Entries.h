@@ -1,6 +1,6 @@
-// Rows of the MIB state object's tables, and the list of these tables. A row is immutable: a change is a new
-// row. Some columns are computed from the platform's records each time they are read. Null records are
-// allowed unless a method says otherwise. kTable is the table's name.
+// The rows of the MIB state object's tables, and the list of these tables. A row is immutable: a change is a
+// new row. Some columns are computed from the platform's records each time they are read. A record may be
+// null unless a method says otherwise. kTable is the table's name.
 #pragma once
 
 #include <cstdint>
@@ -16,7 +16,8 @@
 
 namespace TrelSnmp {
 
-// A row that is a key and one record. Entry says in kType what its type is called, and in kRecord its record.
+// Base of rows that consist of a key and one record. Entry::kType is the type's name, Entry::kRecord the
+// attribute name of the record.
 template <class Entry, class KeyType, class RecordType>
 class RecordEntry : public Kor::ValueEntity, public TableHook {
  public:
@@ -26,13 +27,13 @@ class RecordEntry : public Kor::ValueEntity, public TableHook {
 
   const Key& key() const { return key_; }
   const Record& record() const { return record_; }
-  // What that method of the record says; 0 of its type without a record.
+  // The result of the record's method Figure; 0 without a record.
   template <auto Figure>
   auto figure() const {
     return record_ ? std::invoke(Figure, *record_) : decltype(std::invoke(Figure, *record_)){};
   }
 
-  // The attribute in which this row differs from one with that record; null when they are equal.
+  // kRecord when this row has another record; null when it is the same.
   const char* differsFrom(const Record& record) const { return record_ != record ? Entry::kRecord : nullptr; }
 
   static const Kor::Type& type() {
@@ -236,11 +237,11 @@ using TrelHrSystemTable = Table<TrelHrSystemEntry>;
 using TrelProcessorTable = Table<TrelProcessorEntry>;
 using TrelHrStorageTable = Table<KorTrelHrStorageTable, TrelHrStorageEntry>;
 
-// All tables, in the order in which they are listed by name.
+// List of all tables, in the order in which attributes and reports list them.
 template <template <class...> class List>
 using TablesIn =
     List<TrelIfTable, TrelReachabilityTable, TrelHrSystemTable, TrelProcessorTable, TrelHrStorageTable>;
-// The keys of all of them.
+// A key of any table.
 using RowKey = std::variant<uint32_t, MemberIdPair, ProcessorKey, TrelHrStorageKey>;
 
 }  // namespace TrelSnmp

@@ -9,12 +9,11 @@
 
 namespace TrelSnmp {
 
-// What makes an object a node of a table's tree. A row unlinked from its table may live on with those who
-// hold it.
+// Base of the nodes of a table's tree. A row may outlive its removal: whoever holds it keeps it alive.
 using TableHook = boost::intrusive::set_base_hook<boost::intrusive::optimize_size<true>>;
 
-// Row is a counted object with a TableHook and a key(). Entry is what readers get: the row itself, or what the
-// row holds.
+// Row is a counted object with a TableHook and a key(). Entry is what readers get: the row itself, or what
+// the row holds.
 template <class RowType, class EntryType = RowType>
 class Table {
  public:

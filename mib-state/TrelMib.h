@@ -24,7 +24,7 @@
 
 namespace TrelSnmp {
 
-// A published table of each of these types.
+// A published table of each type.
 template <class... Tables>
 struct PublishedTables : PublishedTable<Tables>... {
   explicit PublishedTables(const TablePublisher& publisher) : PublishedTable<Tables>(publisher)... {}
@@ -41,7 +41,7 @@ class TrelMib final : public Kor::Entity {
   explicit TrelMib(Kor::String name) : Entity(std::move(name)) {}
   const TablePublisher& publisher() const { return publisher_; }
 
-  // The table of that type, with the operations above. The first five have them by name, too.
+  // The table of that type, with the operations above. Five tables also have operations of their own names.
   template <class TableType>
   const PublishedTable<TableType>& of() const {
     return tables_;

@@ -26,7 +26,6 @@
 #include "pipelines/TrelSnmpHrStorageTableSm.h"
 
 #include "platform/trel/MemberId.h"
-#include "platform/trel/MemberId.h"
 #include "platform/zavro/Assert.h"
 
 namespace TrelSnmp::Agent {

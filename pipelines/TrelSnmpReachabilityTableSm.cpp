@@ -5,8 +5,8 @@
 // What is written: trelReachabilityTable, one row for each (member, neighbour), keyed by the two ids. A row
 // holds the neighbour's record and the interface MIB; its columns are computed from both when they are read.
 //
-// What happens to rows is what happens to those of every such pipeline (framework/MemberTablePipeline.h).
-// When a member's entity vanishes, what others report of that member stays.
+// framework/MemberTablePipeline.h says what happens to rows. When a member's entity vanishes, the rows in
+// which others report of that member stay.
 #include "pipelines/TrelSnmpReachabilityTableSm.h"
 
 namespace TrelSnmp::Agent {

@@ -42,7 +42,7 @@ struct ServedTable {
   size_t (*size)(const TrelMib& mib);
   uint32_t (*version)(const TrelMib& mib);
   std::unique_ptr<RowWalk> (*walk)(const TrelMib& mib);
-  // As the table's module registers it, and as net-snmp then calls it.
+  // How the table's module registers it, and the handler that net-snmp calls.
   void (*initialize)(const Zavro::String& context);
   Netsnmp_Node_Handler* handler;
 };

@@ -26,7 +26,7 @@ class TableFrame {
  public:
   static constexpr const auto& kSpec = kTable;
 
-  // handler: handle(), or a function that calls it.
+  // Registers the table. handler: handle(), or a function that calls it.
   static void initialize(const Zavro::String& context, Netsnmp_Node_Handler* handler = &handle) {
     kModule.initializeTable({.name = kTable.name,
                              .rootOid = kTable.rootOid(),

@@ -120,7 +120,7 @@ class CollectionStream final : public EntityStream {
   Kor::Subscription subscription_;
 };
 
-// The input of a collection of counted records. emit gets the key of one, and the record, or null when it is
+// An input that follows a collection of counted records. emit gets a key and its record, or null when it is
 // absent.
 template <class Collection, class Emit>
 EntityMachine::Input recordsInput(size_t number, const char* name, const Collection& collection, Emit emit) {

@@ -243,11 +243,11 @@ class DirMachine final : public Machine {
   Kor::Subscription subscription_;
 };
 
-// Over a directory of members' entities.
+// A machine for a directory of members' entities.
 template <class Entity>
 using DirectoryMachine = DirMachine<Entity, Kor::Dir::Entities>;
 
-// The names that such a machine has, and its traces, by what the pipeline calls the directory.
+// The names and traces of such a machine. directory: the pipeline's name for it.
 template <class Entity>
 typename DirectoryMachine<Entity>::Statement directoryStatement(const std::string& directory) {
   const std::string& type = Entity::type().name();

@@ -1,11 +1,11 @@
-// A pipeline of the plainest kind, to derive from or to use as it is: in a directory every member has an
-// entity, by the member's id, and in each of these there is a collection of records. Each record is a row of
-// one table, by the two numbers of the member and of the record's key.
+// The simplest kind of pipeline, to derive from or to use as it is. A directory has an entity for each
+// member, named by the member's id, and each entity has a collection of records. Each record is a row of one
+// table, keyed by the member's id and the record's key.
 //
 // What happens to rows:
 //   a record appears in a member's collection     its row is inserted
 //   it is replaced                                the row is deleted and inserted with the new record
-//   the same record is announced again            nothing
+//   the same record is set again                  nothing
 //   it vanishes from the collection               its row is deleted
 //   a member's entity vanishes                    the rows of all its records are deleted
 //   the entity is replaced                        the same, and the new entity's rows are inserted
@@ -21,14 +21,14 @@
 
 namespace TrelSnmp::Agent {
 
-// What says the rest:
-//   Entity, Rows                       a member's entity, and how rows are written (Output.h)
-//   kTrace                             the trace handle, which has the pipeline's name
-//   kDirectory, kCollection, kStream   names, as type information has them
-//   kStatement                         the trace of a record: of the directory's key, its own key, and itself
+// What describes the rest:
+//   Entity, Rows                       the type of a member's entity, and access to the table (Output.h)
+//   kTrace                             the trace handle, named after the pipeline
+//   kDirectory, kCollection, kStream   names for type information
+//   kStatement                         the trace of a record, with its directory key, key and value
 //   records(entity)                    the collection
-//   rowOf(record)                      what Rows takes, where that is not the record itself
-//   arguments()                        further entities that are read, where there are any
+//   rowOf(record)                      optional: the value for Rows, if it is not the record itself
+//   arguments()                        optional: further entities that are read
 template <class What>
 class MemberTablePipeline : public Pipeline {
  public:
@@ -53,8 +53,8 @@ class MemberTablePipeline : public Pipeline {
   const What& what() const { return what_; }
   const Output<Rows>& output() const { return output_; }
 
-  // One stream element: the member has this record, or (null) no longer does. Does nothing while the initial
-  // scan is not done.
+  // One stream element: a record of the member, or null when it no longer has one. Does nothing before the
+  // initial scan is done.
   void eventToStream(const Kor::String& dirKey, const RecordKey& recordKey, const Record& recordOpt) {
     if (!initialScanDone()) return;
     if (What::kTrace.enabled(7)) {

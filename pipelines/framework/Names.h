@@ -17,7 +17,7 @@ inline std::string uncapitalised(std::string name) {
   return name;
 }
 
-// The name of a type without what separates namespaces.
+// The name of a type without colons.
 inline std::string withoutColons(std::string name) {
   std::erase(name, ':');
   return name;

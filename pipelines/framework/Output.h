@@ -76,8 +76,9 @@ class OutputBase {
 //   using Value = ...;                                     what an event carries beside the key
 //   kOutput, kInto                                         the output's name and its statement
 //   table(mib), insert(mib, key, value), del(mib, key), text(key, value)
-//   same(row, value)                                       insert() takes the value with the row in its place
-// TableRows has what follows from the table, RecordRows all of it for a table whose rows are one record.
+//   same(row, value)                                       whether insert() takes the value while the row
+//   exists
+// TableRows has the parts that depend on the table only; RecordRows has all for rows of one record.
 template <class TableType>
 struct TableRows {
   using Table = TableType;

@@ -1,5 +1,5 @@
-// Names of an enumeration's values. They are stated once, beside the enumeration, in the order of its values,
-// which count from 0:
+// Names of an enumeration's values, declared beside the enumeration in the order of its values, which begin
+// with 0:
 //
 //   enum State : uint8_t { unknown, running };
 //   friend constexpr auto namesOf(State) { return std::to_array<std::string_view>({"unknown", "running"}); }
@@ -19,7 +19,7 @@ concept Named = std::is_enum_v<Enum> && requires(Enum value) {
   namesOf(value);
 };
 
-// By value.
+// The names, indexed by value.
 template <Named Enum>
 inline constexpr auto kNames = namesOf(Enum{});
 

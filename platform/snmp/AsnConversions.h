@@ -58,8 +58,8 @@ struct S32ToAsnIntegerF : AsnConversion<S32ToAsnIntegerF, int32_t> {
   static int convert(const int32_t& value, unsigned char* buffer, int capacity);
 };
 
-// INTEGER of an enumeration whose values have names: 1 for the first of them, and 0 for a value that is none
-// of them, as SNMP's enumerations begin with 1.
+// INTEGER of an enumeration whose values have names: 1 for the first one, since SNMP enumerations begin with
+// 1; 0 for a value without a name.
 template <Kor::Named Enum>
 struct EnumToAsnUnsignedF {
   using Input = Enum;
@@ -68,7 +68,7 @@ struct EnumToAsnUnsignedF {
     auto ordinal = static_cast<uint32_t>(value);
     return U32ToAsnUnsignedF()(ordinal < Kor::kNames<Enum>.size() ? ordinal + 1 : 0, buffer, capacity);
   }
-  // What the number stands for; the number itself when it is none of these.
+  // The name of the served number; the number itself when it has none.
   static std::string nameOf(uint32_t number) {
     if (number == 0) return "unrecognized";
     return number > Kor::kNames<Enum>.size() ? std::to_string(number)
