@@ -141,9 +141,9 @@ constexpr auto field(const char* name, T Struct::*attribute, Type type, std::str
   return Field<Struct, T, Type>{name, attribute, std::move(type), meaning};
 }
 
-// The fields of a type: what the schema says instead of nothing.
+// The fields of a type, a tuple that the schema states for each.
 template <class Struct>
-inline constexpr auto kFields = std::tuple<>();
+inline constexpr auto kFields = nullptr;
 
 template <class Struct>
 std::optional<Value> decodeObject(const nlohmann::json& json, Runtime::JsonNotes& notes) {
