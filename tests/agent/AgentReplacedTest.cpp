@@ -2,6 +2,7 @@
 // replaced, and when the successor cannot be made.
 #include <stdexcept>
 
+#include "snmp-modules/ServedTable.h"
 #include "tests/agent/AgentFixture.h"
 
 namespace TrelSnmp::Agent {
@@ -44,7 +45,7 @@ class AgentReplaced : public AgentTest {
         traces.lines().begin(), traces.lines().end(),
         [](const std::string& line) { return line.find("/8 Initialized table ") != std::string::npos; }));
   }
-  static constexpr size_t kTables = 5;
+  const size_t kTables = servedTables().size();
 };
 
 TEST_F(AgentReplaced, WhileSomebodyHoldsTheOldOne_ModulesAreRegisteredOnce) {
