@@ -1,6 +1,7 @@
 #include "kelstore/etcd/AccessFiles.h"
 
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include <nlohmann/json.hpp>
 
@@ -21,14 +22,23 @@ absl::Status wrong(const std::string& path, std::string_view what) {
   return absl::FailedPreconditionError(fmt::format("{}: {}", path, what));
 }
 
+// What another user may read, or has put there.
+std::string wrongWithSecret(const struct stat& about) {
+  if (about.st_uid != geteuid() && about.st_uid != 0) {
+    return fmt::format("found a file of the user {}, expected one of the user {} or of root", about.st_uid,
+                       geteuid());
+  }
+  if ((about.st_mode & kRightsOfOthers) == 0) return "";
+  return fmt::format(
+      "found mode {:04o}, expected a file that nobody but its owner has a right to, such as 0600",
+      about.st_mode & 07777u);
+}
+
 absl::StatusOr<std::string> content(const std::string& path, Holds holds) {
   absl::StatusOr<Runtime::File> file = Runtime::File::open(path);
   if (!file.ok()) return wrong(path, Runtime::textOf(file.status()));
-  mode_t mode = file->about().st_mode;
-  if (holds == Holds::aSecret && (mode & kRightsOfOthers) != 0) {
-    return wrong(path, fmt::format("found mode {:04o}, expected a file that nobody but its owner has a right "
-                                   "to, such as 0600",
-                                   mode & 07777u));
+  if (std::string problem = wrongWithSecret(file->about()); holds == Holds::aSecret && !problem.empty()) {
+    return wrong(path, problem);
   }
   absl::StatusOr<std::string> text = file->content(kMaxFileBytes);
   if (!text.ok()) return wrong(path, Runtime::textOf(text.status()));

@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "runtime/Status.h"
 #include "tests/support/TempDir.h"
@@ -62,6 +63,20 @@ TEST_F(EtcdAccessTest, SecretsThatTheGroupOrOthersHaveARightToAreRefused) {
     EXPECT_EQ(credentialsFault(kGood, mode), "nothing");
     EXPECT_EQ(fault({.certFile = cert, .keyFile = fileOf("key", kPem, mode)}), "nothing");
   }
+}
+
+// He decides as whom we speak, and reads it whatever its mode is.
+TEST_F(EtcdAccessTest, SecretsOfAnotherUserAreRefused) {
+  if (geteuid() != 0) GTEST_SKIP() << "only root can make a file of another user";
+  std::string cert = fileOf("cert", kPem, 0644);
+  std::string key = fileOf("key", kPem);
+  std::string login = fileOf("login", kGood);
+  for (const std::string& secret : {key, login}) ASSERT_EQ(chown(secret.c_str(), 4321, 0), 0);
+  constexpr const char* kRefused = ": found a file of the user 4321, expected one of the user 0 or of root";
+  EXPECT_EQ(fault({.certFile = cert, .keyFile = key}), std::string("key") + kRefused);
+  EXPECT_EQ(fault({.credentialsFile = login}), std::string("login") + kRefused);
+  ASSERT_EQ(chown(cert.c_str(), 4321, 0), 0);
+  EXPECT_EQ(fault({.caFile = cert}), "nothing") << "what all may know";
 }
 
 TEST_F(EtcdAccessTest, BadCredentialsFilesAreNamed_NothingInThemIsShown) {
