@@ -24,6 +24,7 @@ std::vector<std::pair<std::string, int>> parseTraces(const std::string& text);
 // (runtime/Thinning.h); detail was asked for, and is told whole.
 class TraceLog final : public Lumalog::Sink {
  public:
+  // Throws std::runtime_error, in one line, when the log cannot be written.
   TraceLog(const std::string& program, const TraceOptions& options);
   ~TraceLog() override;
   void trace(const Lumalog::Line& line) override;

@@ -13,6 +13,7 @@
 #include <csignal>
 #include <ctime>
 #include <mutex>
+#include <stdexcept>
 #include <system_error>
 #include <utility>
 
@@ -113,11 +114,6 @@ class Log::Lines final {
       sleep(lock);
       writeOut(lock);
     }
-  }
-  // Without a thread.
-  void writeOut() {
-    std::unique_lock lock(mutex_);
-    writeOut(lock);
   }
 
   void endIs() {
@@ -252,41 +248,40 @@ LogTo logTo(const std::string& name) {
 }
 
 Log::Log(const std::string& program, LogTo to) : lines_(std::make_shared<Lines>(program, to)) {
+  startThread();
+  unwrittenAtAbort = &lines_->unwritten();
+  abortHandlerIs(&onAbort, static_cast<int>(SA_RESETHAND));
+}
+
+void Log::startThread() {
   // Signals are for threads that expect them.
   sigset_t all;
   sigset_t before;
   sigfillset(&all);
   pthread_sigmask(SIG_SETMASK, &all, &before);
+  std::string problem;
   try {
     thread_ = std::thread([lines = lines_] { lines->run(); });
-  } catch (const std::system_error&) {
-    // No thread is to be had: whoever writes a line writes it out.
+  } catch (const std::system_error& error) {
+    problem = error.code().message();
   }
   pthread_sigmask(SIG_SETMASK, &before, nullptr);
-  unwrittenAtAbort = &lines_->unwritten();
-  abortHandlerIs(&onAbort, static_cast<int>(SA_RESETHAND));
+  if (!problem.empty()) throw std::runtime_error("no thread to write the log: " + problem);
 }
 
 Log::~Log() {
   abortHandlerIs(SIG_DFL, 0);
   unwrittenAtAbort = nullptr;
   lines_->endIs();
-  if (!thread_.joinable()) {
-    lines_->writeOut();
-  } else if (lines_->finishes()) {
+  if (lines_->finishes()) {
     thread_.join();
   } else {
     thread_.detach();
   }
 }
 
-void Log::write(LogLine line) { write(std::move(line), nullptr); }
-void Log::write(LogLine line, const Likeness& likeness) { write(std::move(line), &likeness); }
-
-void Log::write(LogLine line, const Likeness* likeness) {
-  lines_->add(std::move(line), likeness);
-  if (!thread_.joinable()) lines_->writeOut();
-}
+void Log::write(LogLine line) { lines_->add(std::move(line), nullptr); }
+void Log::write(LogLine line, const Likeness& likeness) { lines_->add(std::move(line), &likeness); }
 
 Log::State Log::state() const { return lines_->state(); }
 void Log::reopen() { lines_->reopen(); }

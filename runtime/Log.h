@@ -31,7 +31,8 @@ class Log final {
     uint64_t lost;     // too many were waiting, or they could not be written
   };
 
-  // `program` is the name under which syslog and the journal know it.
+  // `program` is the name under which syslog and the journal know it. Throws std::runtime_error, in one line,
+  // when the system has no thread for it.
   Log(const std::string& program, LogTo to);
   ~Log();
   Log(const Log&) = delete;
@@ -49,7 +50,7 @@ class Log final {
 
  private:
   class Lines;
-  void write(LogLine line, const Likeness* likeness);
+  void startThread();
 
   std::shared_ptr<Lines> lines_;  // of the thread as well, which may be stuck when this goes
   std::thread thread_;

@@ -20,12 +20,12 @@
 namespace {
 
 int publish(const Member::Options& options, const Member::ParsedConfig& parsed, Runtime::Threads& threads) {
-  Host::TraceLog log("trelmemberd", options.log);
-  for (const std::string& warning : parsed.warnings) Member::traceHandle.trace(1, "{}", warning);
   // A peer that went away is found out by the write that fails.
   std::signal(SIGPIPE, SIG_IGN);
   Zavro::SystemClock clock;
   try {
+    Host::TraceLog log("trelmemberd", options.log);
+    for (const std::string& warning : parsed.warnings) Member::traceHandle.trace(1, "{}", warning);
     Member::Trelmemberd daemon(options.config, parsed.config, log, clock, threads);
     daemon.run();
   } catch (const std::runtime_error& error) {

@@ -19,25 +19,26 @@ namespace {
 
 bool isEtcd(const std::string& state) { return state.starts_with(Kelstore::Etcd::kScheme); }
 
+// Throws std::runtime_error, in one line, when the system refuses what it takes.
 int serve(const Trelsnmpd::Options& options, const Kelstore::Etcd::Driver* etcd, Runtime::Threads& threads) {
   Host::TraceLog log("trelsnmpd", options.log);
   if (!options.toggles.empty()) Toggles::fileIs("TrelCore.json", options.toggles);
   Trel::trelModeIs(options.trelMode);
 
   Zavro::SystemClock clock;
-  std::optional<Trelsnmpd::Daemon> daemon;
-  std::string problem;
+  Trelsnmpd::Daemon daemon(options, etcd, log, clock, threads);
+  if (!daemon.error().empty()) throw std::runtime_error(daemon.error());
+  daemon.run();
+  return 0;
+}
+
+int served(const Trelsnmpd::Options& options, const Kelstore::Etcd::Driver* etcd, Runtime::Threads& threads) {
   try {
-    problem = daemon.emplace(options, etcd, log, clock, threads).error();
+    return serve(options, etcd, threads);
   } catch (const std::runtime_error& error) {
-    problem = error.what();
-  }
-  if (!problem.empty()) {
-    Runtime::complain("trelsnmpd", problem);
+    Runtime::complain("trelsnmpd", error.what());
     return Runtime::kUnusable;
   }
-  daemon->run();
-  return 0;
 }
 
 }  // namespace
@@ -56,5 +57,5 @@ int main(int argc, char** argv) {
     return Runtime::kUnusable;
   }
   Runtime::Threads threads;
-  return threads.exitStatus(serve(options, etcd, threads));
+  return threads.exitStatus(served(options, etcd, threads));
 }

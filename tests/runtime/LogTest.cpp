@@ -8,10 +8,14 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <pthread.h>
+
 #include <algorithm>
 #include <array>
 #include <csignal>
+#include <stdexcept>
 
+#include "tests/support/Thrown.h"
 #include "tests/support/WaitUntil.h"
 
 namespace Runtime {
@@ -147,6 +151,19 @@ TEST(LogTest, LikeLines_AreThinned_AndCountedWhenTheLogGoes) {
               testing::ElementsAre("Source/1 bad 0", "Source/1 bad 1", "Source/1 bad 2", "Source/1 bad 3",
                                    "Source/1 bad 4", "Source/1 other",
                                    "Source/1 7 more like this in the last 0 s left out, the last: bad 11"));
+}
+
+// Whoever writes a line would have to write it out.
+TEST(LogTest, NoThreadForIt_ThereIsNoLog) {
+  pthread_attr_t before;
+  ASSERT_EQ(pthread_getattr_default_np(&before), 0);
+  pthread_attr_t tooLarge;
+  ASSERT_EQ(pthread_attr_init(&tooLarge), 0);
+  ASSERT_EQ(pthread_attr_setstacksize(&tooLarge, size_t{1} << 48), 0);
+  ASSERT_EQ(pthread_setattr_default_np(&tooLarge), 0);
+  EXPECT_EQ(thrown<std::runtime_error>([] { Log("program", LogTo::standardError); }),
+            "no thread to write the log: Resource temporarily unavailable");
+  ASSERT_EQ(pthread_setattr_default_np(&before), 0);
 }
 
 TEST(LogDeathTest, Abort_LosesNoLine) {
