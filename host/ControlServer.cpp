@@ -13,8 +13,6 @@
 #include <filesystem>
 #include <nlohmann/json.hpp>
 
-#include "platform/zavro/Assert.h"
-
 namespace Host {
 namespace {
 
@@ -231,12 +229,12 @@ std::string ControlServer::bind() {
   return uv_strerror(result);
 }
 
-void ControlServer::listen() {
+std::string ControlServer::listen() {
   auto arrived = [](uv_stream_t* listener, int status) {
     if (status == 0) static_cast<ControlServer*>(listener->data)->accept();
   };
   int result = uv_listen(reinterpret_cast<uv_stream_t*>(listener_.get()), kBacklog, arrived);
-  zavroAssertWith(result == 0, "path={} error={}", path_, uv_strerror(result));
+  return result == 0 ? "" : fmt::format("--control {}: {}", path_, uv_strerror(result));
 }
 
 void ControlServer::accept() {

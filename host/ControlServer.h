@@ -46,8 +46,8 @@ class ControlServer {
   ControlServer(const ControlServer&) = delete;
   ControlServer& operator=(const ControlServer&) = delete;
 
-  // Requires: error() is empty.
-  void listen();
+  // Returns why it cannot, in one line, or empty. Requires: error() is empty.
+  std::string listen();
 
   // One line; empty when it has its socket.
   const std::string& error() const { return error_; }

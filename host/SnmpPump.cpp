@@ -1,11 +1,12 @@
 #include "host/SnmpPump.h"
 
-#include "platform/zavro/Assert.h"
-
+#include <fmt/format.h>
 #include <sys/epoll.h>
-#include <unistd.h>
 
 #include <array>
+#include <cerrno>
+#include <cstring>
+#include <stdexcept>
 
 #include "snmp-modules/NetSnmp.h"
 // Not among those that it includes.
@@ -36,17 +37,22 @@ uint64_t milliseconds(const timeval& time) {
   return static_cast<uint64_t>(time.tv_sec) * 1000 + (static_cast<uint64_t>(time.tv_usec) + 999) / 1000;
 }
 
+Runtime::Descriptor epollSet() {
+  Runtime::Descriptor set(epoll_create1(EPOLL_CLOEXEC));
+  if (!set.opened()) throw std::runtime_error(fmt::format("no wait for SNMP: {}", std::strerror(errno)));
+  return set;
+}
+
 }  // namespace
 
 SnmpPump::SnmpPump(Runtime::EventLoop& loop)
-    : epoll_(epoll_create1(EPOLL_CLOEXEC)),
+    : epoll_(epollSet()),
       prepare_([&](uv_prepare_t* prepare) { return uv_prepare_init(loop.uv(), prepare); }),
-      poll_([&](uv_poll_t* poll) { return uv_poll_init(loop.uv(), poll, epoll_); }),
+      poll_([&](uv_poll_t* poll) { return uv_poll_init(loop.uv(), poll, epoll_.get()); }),
       deadline_(loop, [] {
         snmp_timeout();
         run_alarms();
       }) {
-  zavroAssert(epoll_ >= 0);
   prepare_->data = this;
   poll_->data = this;
   uv_prepare_start(prepare_.get(),
@@ -55,10 +61,8 @@ SnmpPump::SnmpPump(Runtime::EventLoop& loop)
                 [](uv_poll_t* poll, int, int) { static_cast<SnmpPump*>(poll->data)->receive(); });
 }
 
-SnmpPump::~SnmpPump() {
-  uv_poll_stop(poll_.get());
-  close(epoll_);
-}
+// Before the set is closed.
+SnmpPump::~SnmpPump() { uv_poll_stop(poll_.get()); }
 
 // Before the loop waits: which sockets there are now, and until when to wait at most.
 void SnmpPump::prepare() {
@@ -82,14 +86,14 @@ void SnmpPump::prepare() {
 
 void SnmpPump::follow(const std::set<int>& descriptors) {
   for (int fd : followed_) {
-    if (!descriptors.contains(fd)) epoll_ctl(epoll_, EPOLL_CTL_DEL, fd, nullptr);
+    if (!descriptors.contains(fd)) epoll_ctl(epoll_.get(), EPOLL_CTL_DEL, fd, nullptr);
   }
   // One that is followed already is refused, which is cheaper than to find out whether it is the same socket.
   for (int fd : descriptors) {
     epoll_event event{};
     event.events = EPOLLIN;
     event.data.fd = fd;
-    epoll_ctl(epoll_, EPOLL_CTL_ADD, fd, &event);
+    epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, fd, &event);
   }
   followed_ = descriptors;
 }
@@ -97,7 +101,7 @@ void SnmpPump::follow(const std::set<int>& descriptors) {
 void SnmpPump::receive() {
   for (int reads = 0; reads < kMaxReadsPerTurn; ++reads) {
     std::array<epoll_event, 64> events{};
-    int count = epoll_wait(epoll_, events.data(), static_cast<int>(events.size()), 0);
+    int count = epoll_wait(epoll_.get(), events.data(), static_cast<int>(events.size()), 0);
     if (count <= 0) break;
     DescriptorSet readable;
     for (int i = 0; i < count; ++i) readable.insert(events[static_cast<size_t>(i)].data.fd);

@@ -10,6 +10,7 @@ namespace Host {
 
 class SnmpPump {
  public:
+  // Throws std::runtime_error, in one line, when the system refuses what it takes.
   explicit SnmpPump(Runtime::EventLoop& loop);
   ~SnmpPump();
   SnmpPump(const SnmpPump&) = delete;
@@ -22,7 +23,7 @@ class SnmpPump {
 
   // net-snmp opens and closes sockets as it likes, and a number may stand for another socket in the next
   // turn. An epoll set of our own forgets a socket when it is closed; the loop waits for the set.
-  int epoll_;
+  Runtime::Descriptor epoll_;
   std::set<int> followed_;
   Runtime::UvHandle<uv_prepare_t> prepare_;
   Runtime::UvHandle<uv_poll_t> poll_;

@@ -1,11 +1,15 @@
 #include "runtime/EventLoop.h"
 
+#include <sys/eventfd.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
 
+#include <array>
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <stdexcept>
 #include <string>
 
@@ -22,13 +26,23 @@ sigset_t setOf(int signal) {
 Descriptor signalsOf(int signal) {
   sigset_t set = setOf(signal);
   Descriptor signals(signalfd(-1, &set, SFD_NONBLOCK | SFD_CLOEXEC));
-  if (!signals.opened()) throw std::runtime_error("no event loop: the system refuses to tell of signals");
+  if (!signals.opened()) throw std::runtime_error(std::string("no event loop: ") + std::strerror(errno));
   return signals;
+}
+
+// libuv ends the process where it has too few for the first loop.
+void needDescriptors() {
+  std::array<Descriptor, 8> spare;
+  for (Descriptor& one : spare) {
+    one = Descriptor(eventfd(0, EFD_CLOEXEC));
+    if (!one.opened()) throw std::runtime_error(std::string("no event loop: ") + std::strerror(errno));
+  }
 }
 
 }  // namespace
 
 EventLoop::EventLoop() {
+  needDescriptors();
   int result = uv_loop_init(&loop_);
   if (result != 0) throw std::runtime_error(std::string("no event loop: ") + uv_strerror(result));
 }

@@ -15,6 +15,7 @@ namespace Runtime {
 
 class EventLoop {
  public:
+  // Throws std::runtime_error, in one line, when the system refuses what it takes.
   EventLoop();
   // Closes the loop. Requires: whatever uses the loop is gone.
   ~EventLoop();

@@ -112,7 +112,7 @@ void Daemon::start(const Kelstore::Etcd::Driver* etcd) {
                   Runtime::Reload<Host::SnmpConf>::Steps{
                       [this] { log_.reopen(); }, [path = options_.snmp.conf] { return readConf(path); },
                       [this] { reloadWaits(); }, [this](const Host::SnmpConf& conf) { reloaded(conf); }});
-  control_.listen();
+  error_ = control_.listen();
 }
 
 void Daemon::reloadWaits() const {

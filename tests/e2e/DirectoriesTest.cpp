@@ -151,6 +151,29 @@ TEST_F(Directories, SecondDaemonWithFewDescriptors_LeavesTheSocketOfTheFirst) {
   }
 }
 
+// With a few more than it takes to start it may have none for a client, nor for the files that it reads.
+TEST_F(Directories, FewDescriptors_StartsAndSaysWhatItLacks_OrEndsWithOneLine) {
+  bool serves = false;
+  for (int descriptors = 3; descriptors <= 64 && !serves; ++descriptors) {
+    Support::Process daemon({"prlimit", fmt::format("--nofile={0}:{0}", descriptors), TRELSNMPD, "--listen",
+                             listen(), "--control", dir_.file("control")},
+                            {"STATE_DIRECTORY=" + state_});
+    bool lacks = false;
+    ASSERT_TRUE(Support::waitUntil([&] {
+      serves = Support::run({TRELCTL, "--control", dir_.file("control"), "status"}).status == 0;
+      lacks = daemon.err().find(": Too many open files") != std::string::npos;
+      return serves || lacks || !daemon.running();
+    })) << descriptors
+        << ": " << daemon.err();
+    int status = serves || lacks ? daemon.stop().value_or(-1) : daemon.wait().value_or(-1);
+    if (status == 0) continue;
+    // Without any, it cannot even be loaded.
+    EXPECT_TRUE(status == 2 || status == 127) << descriptors << ": " << status;
+    EXPECT_THAT(daemon.err(), testing::ContainsRegex("(^|\n)[^\n]*: [^\n]+\n$"));
+  }
+  EXPECT_TRUE(serves);
+}
+
 // The stranger's daemon could tell root's trelctl whatever it likes.
 TEST_F(Directories, SocketOfAStranger_TrelctlDoesNotBelieveIt) {
   needsRoot();

@@ -97,7 +97,8 @@ class ControlServerTest : public testing::Test {
       if (request == "many") return std::make_unique<ManyLines>(100'000, taken_);
       return lineReply("<" + request + ">");
     });
-    if (server_->error().empty()) server_->listen();
+    if (!server_->error().empty()) return;
+    EXPECT_EQ(server_->listen(), "");
   }
   // The socket is removed on a thread.
   void end() {
@@ -276,6 +277,21 @@ TEST_F(ControlServerTest, DirectoryThatOthersMayWriteInto_IsNoPlaceForTheSocket)
 }
 
 // It used to be taken for one that nobody listens at.
+// As where the system has no memory left.
+TEST_F(ControlServerTest, SystemDoesNotLetItListen_SaysSo) {
+  server_.emplace(loop_, threads_, path_, [](const std::string& request) { return lineReply(request); });
+  int datagrams = ::socket(AF_INET, SOCK_DGRAM, 0);
+  for (int fd = 0; fd < datagrams; ++fd) {
+    sockaddr_un address{};
+    socklen_t size = sizeof address;
+    bool isServers = ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size) == 0 &&
+                     address.sun_family == AF_UNIX && path_ == address.sun_path;
+    if (isServers) ::dup2(datagrams, fd);
+  }
+  ::close(datagrams);
+  EXPECT_EQ(server_->listen(), "--control " + path_ + ": operation not supported on socket");
+}
+
 TEST_F(ControlServerTest, TooFewDescriptorsToTryTheSocket_ItIsNotReplaced) {
   int living = boundTo(path_, SOCK_STREAM);
   ASSERT_EQ(::listen(living, 8), 0);
