@@ -40,6 +40,14 @@ const std::map<uint64_t, Call>& calls() {
       {SYS_chmod, {"chmod", 0}},
       {SYS_chown, {"chown", 0}},
       {SYS_creat, {"creat", 0}},
+      {SYS_symlink, {"symlink", 1}},
+      {SYS_link, {"link", 1}},
+      {SYS_lchown, {"lchown", 0}},
+      {SYS_mknod, {"mknod", 0}},
+      {SYS_utime, {"utime", 0}},
+      {SYS_utimes, {"utimes", 0}},
+      {SYS_futimesat, {"futimesat", 1}},
+      {SYS_renameat, {"renameat", 1}},
 #endif
       {SYS_openat, {"openat", 1}},
       {SYS_openat2, {"openat2", 1}},
@@ -58,7 +66,24 @@ const std::map<uint64_t, Call>& calls() {
       {SYS_truncate, {"truncate", 0}},
       {SYS_inotify_add_watch, {"inotify_add_watch", 1}},
       {SYS_execve, {"execve", 0}},
+      {SYS_execveat, {"execveat", 1, 4}},
+      {SYS_chroot, {"chroot", 0}},
+      {SYS_mount, {"mount", 1}},
+      {SYS_umount2, {"umount2", 0}},
+      {SYS_mknodat, {"mknodat", 1}},
+      {SYS_symlinkat, {"symlinkat", 2}},
+      {SYS_linkat, {"linkat", 3}},
+      {SYS_utimensat, {"utimensat", 1}},
+      {SYS_name_to_handle_at, {"name_to_handle_at", 1, 4}},
+      {SYS_fanotify_mark, {"fanotify_mark", 4}},
       {SYS_getxattr, {"getxattr", 0}},
+      {SYS_lgetxattr, {"lgetxattr", 0}},
+      {SYS_setxattr, {"setxattr", 0}},
+      {SYS_lsetxattr, {"lsetxattr", 0}},
+      {SYS_listxattr, {"listxattr", 0}},
+      {SYS_llistxattr, {"llistxattr", 0}},
+      {SYS_removexattr, {"removexattr", 0}},
+      {SYS_lremovexattr, {"lremovexattr", 0}},
   };
   return all;
 }
@@ -80,6 +105,33 @@ std::string textAt(pid_t process, uint64_t address) {
     text += next;
   }
   return text;
+}
+
+const char* nameOfSocketCall(uint64_t number) {
+  switch (number) {
+    case SYS_connect:
+      return "connect";
+    case SYS_bind:
+      return "bind";
+    case SYS_sendto:
+      return "sendto";
+    case SYS_sendmsg:
+      return "sendmsg";
+    case SYS_sendmmsg:
+      return "sendmmsg";
+    default:
+      return nullptr;
+  }
+}
+
+// Where a call has the address of the socket that it is to reach; 0 when it has none. Of several messages,
+// the first one's.
+uint64_t addressOf(pid_t process, const __ptrace_syscall_info& info) {
+  uint64_t number = info.entry.nr;
+  const auto& arguments = info.entry.args;
+  if (number == SYS_connect || number == SYS_bind) return arguments[1];
+  if (number == SYS_sendto) return arguments[4];
+  return reinterpret_cast<uint64_t>(valueAt<msghdr>(process, arguments[1]).msg_name);
 }
 
 }  // namespace
@@ -135,18 +187,19 @@ void PathCalls::note() {
   if (info.op != PTRACE_SYSCALL_INFO_ENTRY) return;
   ++all_;
   const auto& arguments = info.entry.args;
-  if (info.entry.nr == SYS_connect) {
-    auto address = valueAt<sockaddr_un>(thread_, arguments[1]);
-    if (address.sun_family != AF_UNIX || address.sun_path[0] == '\0') return;
-    seen_.push_back(
-        fmt::format("connect {}", textAt(thread_, arguments[1] + offsetof(sockaddr_un, sun_path))));
+  if (const char* name = nameOfSocketCall(info.entry.nr)) {
+    uint64_t address = addressOf(thread_, info);
+    auto socket = valueAt<sockaddr_un>(thread_, address);
+    if (address == 0 || socket.sun_family != AF_UNIX || socket.sun_path[0] == '\0') return;
+    seen_.push_back(fmt::format("{} {}", name, textAt(thread_, address + offsetof(sockaddr_un, sun_path))));
     return;
   }
   auto call = calls().find(info.entry.nr);
   if (call == calls().end()) return;
   const auto& [name, path, flags] = call->second;
   if (flags >= 0 && (arguments[static_cast<size_t>(flags)] & AT_EMPTY_PATH) != 0) return;
-  seen_.push_back(fmt::format("{} {}", name, textAt(thread_, arguments[path])));
+  // Without a path it is about the descriptor.
+  if (arguments[path] != 0) seen_.push_back(fmt::format("{} {}", name, textAt(thread_, arguments[path])));
 }
 
 }  // namespace Support
