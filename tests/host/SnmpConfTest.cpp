@@ -127,7 +127,9 @@ TEST(SnmpConf, WordsWithAReplacement_SayWhich) {
             "F: line 1: agentAddress: not taken here, expected on the command line, as --listen");
   EXPECT_EQ(access("master agentx"), "F: line 1: master: this daemon is no master agent");
   EXPECT_THAT(access("agentXSocket /x"), HasSubstr("--agentx makes it the subagent of one"));
-  EXPECT_THAT(access("trapsess -v3 h"), HasSubstr("expected trapsink, trap2sink or informsink"));
+  EXPECT_THAT(access("trapsess -v3 h"), HasSubstr("expected trapsink or trap2sink"));
+  // net-snmp keeps each until it is answered or tried six times, and looks through all of them in each turn.
+  EXPECT_THAT(access("informsink 192.0.2.1"), HasSubstr("pile up for a receiver that does not answer"));
   for (const char* include : {"includeFile /x", "includeDir /x", "includeSearch x"}) {
     EXPECT_THAT(access(include), HasSubstr("other files are not read, expected their lines here"));
   }
@@ -218,7 +220,7 @@ TEST(SnmpConf, Users) {
 }
 
 TEST(SnmpConf, SinksAndSettings) {
-  for (const char* line : {"trapsink 192.0.2.1", "trap2sink 192.0.2.1:162 a", "informsink udp:192.0.2.1:162",
+  for (const char* line : {"trapsink 192.0.2.1", "trap2sink 192.0.2.1:162 a", "trap2sink udp:192.0.2.1:162",
                            "trap2sink udp6:[2001:db8::1]:162", "trap2sink udp6:2001:db8::1",
                            "authtrapenable 1", "trapcommunity a", "engineID abcdefghijklmnopqrstuvwxyz1",
                            "sysContact me", "maxGetbulkRepeats 10", "sysServices 72"}) {
