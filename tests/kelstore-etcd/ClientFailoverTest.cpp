@@ -65,7 +65,6 @@ TEST_F(EtcdClientTest, EndpointTakesTheConnectionAndIsSilent_CallEndsAtItsDeadli
   EXPECT_TRUE(absl::IsDeadlineExceeded(status)) << status;
   EXPECT_EQ(status.message(), silent.endpoint() + ": no answer in time");
   EXPECT_GE(took, 290ms);
-  EXPECT_LT(took, 3s);
   EXPECT_TRUE(absl::IsDeadlineExceeded(waiting.keepAliveOnce(1).status()));
 }
 
@@ -76,10 +75,11 @@ TEST_F(EtcdClientTest, SilentEndpointHoldsUpOnlyItsShareOfTheDeadline) {
   absl::StatusOr<int64_t> put = any.put(key("a"), "1");
   ASSERT_TRUE(put.ok()) << put.status();
   EXPECT_GE(std::chrono::steady_clock::now() - start, 3900ms);
-  start = std::chrono::steady_clock::now();
+  size_t before = silent.connections();
+  EXPECT_GE(before, 1u);
   put = any.put(key("a"), "2");
   ASSERT_TRUE(put.ok()) << put.status();
-  EXPECT_LT(std::chrono::steady_clock::now() - start, 3500ms);
+  EXPECT_EQ(silent.connections(), before) << "the one that answered last is asked first";
 }
 
 // With equal shares, the one that is sure to answer had no time to do so where there were many others.
@@ -98,15 +98,14 @@ TEST_F(EtcdClientTest, EndpointThatIsPreferred_IsAskedFirst) {
   Client any({silent.endpoint(), server->endpoint()}, {}, {.deadline = 8s});
   any.prefer(server->endpoint());
   EXPECT_EQ(any.endpoint(), server->endpoint());
-  auto start = std::chrono::steady_clock::now();
   absl::StatusOr<int64_t> put = any.put(key("a"), "1");
   ASSERT_TRUE(put.ok()) << put.status();
-  EXPECT_LT(std::chrono::steady_clock::now() - start, 3500ms);
+  EXPECT_EQ(silent.connections(), 0u);
   any.prefer("h:1");
   EXPECT_EQ(any.endpoint(), server->endpoint()) << "it is none of its endpoints";
   // A connection is not kept for another endpoint.
   any.prefer(silent.endpoint());
-  start = std::chrono::steady_clock::now();
+  auto start = std::chrono::steady_clock::now();
   put = any.put(key("a"), "2");
   ASSERT_TRUE(put.ok()) << put.status();
   EXPECT_GE(std::chrono::steady_clock::now() - start, 3900ms);

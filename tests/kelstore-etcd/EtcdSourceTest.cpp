@@ -172,10 +172,8 @@ TEST_F(EtcdSourceTest, ServerAcceptsAndNeverAnswers_ItSettlesAfterAWhile) {
   EXPECT_EQ(status().state, State::stale);
   EXPECT_EQ(status().staleSinceUtcNs, status().store->staleSinceUtcNs);
   EXPECT_EQ(status().error, "its keys have not been read yet");
-  // And it ends at once.
-  auto begin = std::chrono::steady_clock::now();
+  // And it ends, though the server never will.
   source_.reset();
-  EXPECT_LT(std::chrono::steady_clock::now() - begin, 10s);
 }
 
 // How soon each is left, ThreeServersTest knows.

@@ -1,4 +1,4 @@
-// A server that clients can connect to, and that never says a word.
+// A server that clients can connect to, and that never says a word. For one thread.
 #pragma once
 
 #include <arpa/inet.h>
@@ -8,12 +8,13 @@
 
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace Kelstore::Etcd {
 
 class SilentServer {
  public:
-  SilentServer() : fd_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+  SilentServer() : fd_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
@@ -24,14 +25,24 @@ class SilentServer {
     if (!listens) throw std::runtime_error("cannot listen");
     port_ = ntohs(address.sin_port);
   }
-  ~SilentServer() { close(fd_); }
+  ~SilentServer() {
+    for (int connection : connections_) close(connection);
+    close(fd_);
+  }
   SilentServer(const SilentServer&) = delete;
   SilentServer& operator=(const SilentServer&) = delete;
   std::string endpoint() const { return fmt::format("127.0.0.1:{}", port_); }
 
+  // How many were made to it so far; it keeps them open.
+  size_t connections() {
+    for (int one; (one = accept4(fd_, nullptr, nullptr, SOCK_CLOEXEC)) >= 0;) connections_.push_back(one);
+    return connections_.size();
+  }
+
  private:
   int fd_;
   uint16_t port_ = 0;
+  std::vector<int> connections_;
 };
 
 }  // namespace Kelstore::Etcd

@@ -180,7 +180,6 @@ TEST_F(EchoTest, NobodyHasTheAddress_LostAfterTheTimeout) {
   EXPECT_EQ(ask("10.1.0.3"), "lost");
   auto took = std::chrono::steady_clock::now() - start;
   EXPECT_GE(took, 290ms);
-  EXPECT_LE(took, 5s);
   EXPECT_EQ(ask("fe80::3"), "lost");
 }
 

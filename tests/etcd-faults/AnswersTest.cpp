@@ -1,10 +1,8 @@
-// How long a manager waits for an answer: while the store is there and idle, while it is out of reach, and
-// while a hundred thousand keys are loaded. What the daemon does for its store takes nothing from what it
-// does for managers.
+// A manager is answered whatever goes on with the store: while it is out of reach, and while a hundred
+// thousand keys are loaded. How long it waits is measured in bench/.
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <atomic>
 #include <thread>
 
@@ -21,10 +19,7 @@ namespace Faults {
 namespace {
 
 using namespace std::chrono_literals;
-using nlohmann::json;
-using Support::Millis;
 using Support::waitUntil;
-using Micros = std::chrono::microseconds;
 
 // GETs of one instance, one after the other, until it is stopped.
 class Prober {
@@ -36,62 +31,37 @@ class Prober {
   }
   ~Prober() { stop(); }
 
-  size_t answers() const { return count_; }
+  size_t answers() const { return answers_; }
   void stop() {
     ends_ = true;
     if (thread_.joinable()) thread_.join();
-    std::sort(took_.begin(), took_.end());
   }
-  // Of the time that an answer took, once it is stopped. Requires: there are answers.
-  Micros percentile(size_t percent) const { return took_[(took_.size() - 1) * percent / 100]; }
   size_t unanswered() const { return unanswered_; }
 
  private:
   void run() {
     while (!ends_) {
       ++request_.pdu.requestId;
-      auto start = std::chrono::steady_clock::now();
-      bool answered = exchange_.ask(request_).has_value();
-      took_.push_back(std::chrono::duration_cast<Micros>(std::chrono::steady_clock::now() - start));
-      unanswered_ += answered ? 0 : 1;
-      ++count_;
+      ++(exchange_.ask(request_) ? answers_ : unanswered_);
       std::this_thread::sleep_for(1ms);
     }
   }
 
   Wire::Exchange exchange_;
   Wire::Message request_;
-  std::vector<Micros> took_;
-  size_t unanswered_ = 0;
-  std::atomic<size_t> count_ = 0;
+  std::atomic<size_t> answers_ = 0;
+  std::atomic<size_t> unanswered_ = 0;
   std::atomic<bool> ends_ = false;
   std::thread thread_;
 };
 
-class EtcdLatencyTest : public testing::Test {
+class EtcdAnswersTest : public testing::Test {
  protected:
-  EtcdLatencyTest()
+  EtcdAnswersTest()
       : writer(cluster.endpoints(), {}, 1),
         relay(Support::portOf(cluster.endpoint())),
         follower(relay.endpoint(), {"--audit", "3600"}),
         name(follower.expected(writer.lasting()).begin()->first) {}
-
-  // Judged against the same machine at the same time, more or less: it may be busy with other things.
-  void expectUsual(const Prober& now, const char* when) {
-    Prober usual(follower.port(), name);
-    ASSERT_TRUE(waitUntil([&] { return usual.answers() >= 300; }, 60s));
-    usual.stop();
-    auto show = [](const char* what, const Prober& prober) {
-      fmt::print("  {}: {} answers, p50 {} us, p90 {} us, p99 {} us\n", what, prober.answers(),
-                 prober.percentile(50).count(), prober.percentile(90).count(), prober.percentile(99).count());
-    };
-    show("idle", usual);
-    show(when, now);
-    EXPECT_EQ(now.unanswered(), 0u);
-    // A task's slice and the chunk of changes taken at once are milliseconds; a stall is not.
-    EXPECT_LT(now.percentile(50), usual.percentile(50) * 3 + 5ms);
-    EXPECT_LT(now.percentile(99), usual.percentile(99) * 3 + 50ms);
-  }
 
   Support::EtcdCluster cluster;
   Writer writer;
@@ -100,7 +70,7 @@ class EtcdLatencyTest : public testing::Test {
   Wire::Oid name;
 };
 
-TEST_F(EtcdLatencyTest, StoreIsOutOfReach) {
+TEST_F(EtcdAnswersTest, StoreIsOutOfReach) {
   relay.cut();
   ASSERT_TRUE(waitUntil([&] { return follower.state() == "held"; }, 20s));
   Prober prober(follower.port(), name);
@@ -109,12 +79,12 @@ TEST_F(EtcdLatencyTest, StoreIsOutOfReach) {
   relay.freeze();
   EXPECT_TRUE(waitUntil([&] { return prober.answers() >= 1500; }, 30s));
   prober.stop();
+  EXPECT_EQ(prober.unanswered(), 0u);
   relay.heal();
   EXPECT_TRUE(waitUntil([&] { return follower.state() == "watching"; }, 30s));
-  expectUsual(prober, "out of reach");
 }
 
-TEST_F(EtcdLatencyTest, HundredThousandKeysAreLoaded) {
+TEST_F(EtcdAnswersTest, HundredThousandKeysAreLoaded) {
   Support::TempDir directory;
   std::string file = directory.write("many.json", Support::hundredThousandProcessors(100).dump());
   std::string store = fmt::format("etcd:{}/{}", cluster.endpoint(), kPrefix);
@@ -126,7 +96,8 @@ TEST_F(EtcdLatencyTest, HundredThousandKeysAreLoaded) {
     EXPECT_TRUE(waitUntil([&] { return paths() > 100'000; }, 60s)) << follower.daemon().status().dump(1);
     follower.daemon().waitUntilReady();
     prober.stop();
-    expectUsual(prober, "100,000 keys by watch");
+    EXPECT_GT(prober.answers(), 0u);
+    EXPECT_EQ(prober.unanswered(), 0u);
   }
   {
     // And once more, as one listing.
@@ -144,7 +115,8 @@ TEST_F(EtcdLatencyTest, HundredThousandKeysAreLoaded) {
     EXPECT_TRUE(waitUntil([&] { return paths() < 100'000; }, 60s));
     follower.daemon().waitUntilReady();
     prober.stop();
-    expectUsual(prober, "100,000 keys listed");
+    EXPECT_GT(prober.answers(), 0u);
+    EXPECT_EQ(prober.unanswered(), 0u);
     EXPECT_EQ(follower.daemon().status().at("sources").at(0).at("state"), "current");
   }
 }
