@@ -8,20 +8,13 @@
 #include <vector>
 
 #include "kelstore/etcd/Keys.h"
+#include "kelstore/etcd/Messages.h"
 
 namespace Kelstore::Etcd {
 
-struct KeyValue {
-  std::string key;
-  std::string value;
-  int64_t createRevision = 0;
-  int64_t modRevision = 0;
-  int64_t lease = 0;  // 0: none
-};
-
 // All keys of a range, in order, as they were at one revision.
 struct Listing {
-  std::vector<KeyValue> keyValues;
+  std::vector<Record> records;
   int64_t revision = 0;
   uint64_t clusterId = 0;
 };

@@ -7,6 +7,7 @@
 #include <grpcpp/security/credentials.h>
 
 #include <cstdlib>
+#include <utility>
 
 #include "kelstore/etcd/rpc.grpc.pb.h"
 #include "runtime/Text.h"
@@ -73,6 +74,12 @@ bool says(const grpc::Status& status, std::string_view text) {
   return status.error_message().find(text) != std::string::npos;
 }
 
+// Whether the token is not, or no longer, a valid one.
+bool tokenRefused(const grpc::Status& status) {
+  return status.error_code() == grpc::StatusCode::UNAUTHENTICATED ||
+         says(status, "revision of auth store is old") || says(status, "user name is empty");
+}
+
 }  // namespace
 
 absl::StatusOr<std::shared_ptr<grpc::Channel>> makeChannel(const std::string& endpoint,
@@ -117,19 +124,14 @@ void addMetadata(grpc::ClientContext& context, const std::string& token) {
   if (!token.empty()) context.AddMetadata("token", token);
 }
 
-bool tokenRefused(const grpc::Status& status) {
-  return status.error_code() == grpc::StatusCode::UNAUTHENTICATED ||
-         says(status, "revision of auth store is old") || says(status, "user name is empty");
+bool TokenRenewal::dueAfter(const Access& access, const grpc::Status& status) {
+  if (status.ok()) renewed_ = false;
+  bool renewable = !access.credentialsFile.empty() && tokenRefused(status);
+  return renewable && !std::exchange(renewed_, true);
 }
 
 bool refusedWithoutLeader(const grpc::Status& status) {
   return status.error_code() == grpc::StatusCode::UNAVAILABLE && says(status, "etcdserver: no leader");
-}
-
-// The code alone is also that of a server with too much to do.
-bool messageTooLarge(const grpc::Status& status) {
-  if (status.error_code() != grpc::StatusCode::RESOURCE_EXHAUSTED) return false;
-  return says(status, "larger than max") || says(status, "Buffers full");
 }
 
 absl::Status asStatus(const std::string& endpoint, const grpc::Status& status) {

@@ -44,14 +44,19 @@ absl::StatusOr<LoggedIn> logIn(const std::string& endpoint, const Access& access
 // what it remembers, nor let a watch wait for one.
 void addMetadata(grpc::ClientContext& context, const std::string& token);
 
-// Whether the token is not, or no longer, a valid one: logIn() again.
-bool tokenRefused(const grpc::Status& status);
+// Whether a call whose token was refused is to be made once more, after another logIn(). One object for a
+// call, or for the calls of a connection.
+class TokenRenewal final {
+ public:
+  // `status` is what the call came to. Never true twice without a call in between that came to success.
+  bool dueAfter(const Access& access, const grpc::Status& status);
+
+ private:
+  bool renewed_ = false;
+};
 
 // Whether the server knew no leader, and so carried out nothing of the call.
 bool refusedWithoutLeader(const grpc::Status& status);
-
-// Whether the answer is more than a message may hold.
-bool messageTooLarge(const grpc::Status& status);
 
 // The same code, with a message of one line that begins with the endpoint.
 absl::Status asStatus(const std::string& endpoint, const grpc::Status& status);

@@ -2,11 +2,16 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <functional>
+#include <optional>
+#include <utility>
 
 #include "kelstore/etcd/Channels.h"
+#include "kelstore/etcd/Endpoints.h"
+#include "kelstore/etcd/KeyTable.h"
+#include "kelstore/etcd/RpcMessages.h"
 #include "kelstore/etcd/rpc.grpc.pb.h"
+#include "runtime/Status.h"
 
 namespace Kelstore::Etcd {
 namespace {
@@ -29,12 +34,6 @@ absl::Status noSuchLease(int64_t lease) {
   return absl::NotFoundError(fmt::format("there is no lease {:x}", lease));
 }
 
-KeyValue taken(Rpc::KeyValue& from, size_t valueBytes) {
-  bool large = from.value().size() > valueBytes;
-  return {std::move(*from.mutable_key()), large ? "" : std::move(*from.mutable_value()),
-          from.create_revision(), from.mod_revision(), from.lease()};
-}
-
 }  // namespace
 
 class Client::Impl {
@@ -46,12 +45,9 @@ class Client::Impl {
       : endpoints_(std::move(endpoints)), access_(std::move(access)), options_(options) {}
 
   const Options& options() const { return options_; }
-  const std::string& endpoint() const { return endpoints_[current_]; }
+  const std::string& endpoint() const { return endpoints_.current(); }
   void prefer(const std::string& endpoint) {
-    auto found = std::find(endpoints_.begin(), endpoints_.end(), endpoint);
-    if (found == endpoints_.end() || *found == this->endpoint()) return;
-    current_ = static_cast<size_t>(found - endpoints_.begin());
-    channel_.reset();
+    if (endpoints_.prefer(endpoint)) channel_.reset();
   }
 
   absl::Status call(const Attempt& attempt) {
@@ -74,13 +70,31 @@ class Client::Impl {
         status = callHere(deadline, attempt);
       }
       if (!isElsewhere(status.code())) return status;
-      failures += fmt::format("{}{}", failures.empty() ? "" : "; ", std::string(status.message()));
+      failures += fmt::format("{}{}", failures.empty() ? "" : "; ", Runtime::textOf(status));
       repeated_ |= mayBeDone_;
       // A channel that failed waits before it connects again, and fails calls meanwhile; a new one does not.
       channel_.reset();
-      current_ = (current_ + 1) % endpoints_.size();
+      endpoints_.next();
     }
     return {status.code(), failures};
+  }
+
+  // The page, or why there is none.
+  struct PageOr {
+    absl::StatusOr<Page> page;
+    std::optional<PageFailure> failure;
+  };
+  PageOr page(const Rpc::RangeRequest& request) {
+    Rpc::RangeResponse response;
+    PageFailure failure = PageFailure::other;
+    absl::Status status = call([&](const Channel& channel, grpc::ClientContext& context) {
+      response.Clear();
+      grpc::Status end = Rpc::KV::NewStub(channel)->Range(&context, request, &response);
+      failure = end.ok() ? PageFailure::other : failureOf(end);
+      return end;
+    });
+    if (!status.ok()) return {status, failure};
+    return {pageOf(response, options_.valueBytes), std::nullopt};
   }
 
   // Whether an attempt of the last call, but for the one that was answered, may have been carried out.
@@ -105,20 +119,19 @@ class Client::Impl {
   }
 
   absl::Status callHere(Clock::time_point deadline, const Attempt& attempt) {
-    grpc::Status status;
-    for (int tries = 0; tries < 2; ++tries) {
+    TokenRenewal renewal;
+    while (true) {
       mayBeDone_ = false;
       absl::Status ready = connect(deadline);
       if (!ready.ok()) return ready;
       grpc::ClientContext context;
       context.set_deadline(deadline);
       addMetadata(context, *token_);
-      status = attempt(channel_, context);
+      grpc::Status status = attempt(channel_, context);
       mayBeDone_ = !status.ok() && mayBeDone(status);
-      if (access_.credentialsFile.empty() || !tokenRefused(status)) break;
+      if (!renewal.dueAfter(access_, status)) return asStatus(endpoint(), status);
       token_.reset();
     }
-    return asStatus(endpoint(), status);
   }
 
   absl::Status connect(Clock::time_point deadline) {
@@ -132,10 +145,9 @@ class Client::Impl {
     return absl::OkStatus();
   }
 
-  const std::vector<std::string> endpoints_;
+  Endpoints endpoints_;
   const Access access_;
   const Options options_;
-  size_t current_ = 0;
   Channel channel_;
   std::optional<std::string> token_;  // empty: calls need none
   bool mayBeDone_ = false;            // what the last attempt, which failed, was to do
@@ -153,42 +165,29 @@ const std::string& Client::endpoint() const { return impl_->endpoint(); }
 
 absl::StatusOr<Listing> Client::range(const KeyRange& keys) {
   Listing listing;
-  Rpc::RangeRequest request;
-  Rpc::RangeResponse response;
-  auto begin = [&] {
-    listing = {};
-    request.set_key(keys.first);
-    request.set_range_end(keys.end);
-    request.set_revision(0);
-  };
-  begin();
-  request.set_limit(impl_->options().pageKeys);
+  std::string from = keys.first;
+  PageSize size(impl_->options().pageKeys);
   for (int tries = 1;;) {
-    absl::Status status = impl_->unary<Rpc::KV>(&Rpc::KV::Stub::Range, request, response);
-    if (absl::IsResourceExhausted(status) && request.limit() > 1) {
-      // The page is more than a message may hold.
-      request.set_limit(request.limit() / 2);
-      continue;
-    }
-    bool otherCluster =
-        status.ok() && listing.revision != 0 && response.header().cluster_id() != listing.clusterId;
-    if ((otherCluster || absl::IsOutOfRange(status)) && tries < kListingTries) {
+    auto [page, failure] = impl_->page(rangeRequest(from, keys.end, listing.revision, size.keys()));
+    if (failure == PageFailure::tooLarge && size.failed(*failure)) continue;
+    bool otherCluster = page.ok() && listing.revision != 0 && page->header.clusterId != listing.clusterId;
+    if ((otherCluster || failure == PageFailure::noRevision) && tries < kListingTries) {
       ++tries;
-      begin();
+      listing = {};
+      from = keys.first;
       continue;
     }
-    if (!status.ok()) return status;
+    if (!page.ok()) return page.status();
     if (otherCluster) return absl::UnavailableError("the endpoints are of different clusters");
+    size.worked();
     if (listing.revision == 0) {
-      listing.revision = response.header().revision();
-      listing.clusterId = response.header().cluster_id();
-      request.set_revision(listing.revision);
+      listing.revision = page->header.revision;
+      listing.clusterId = page->header.clusterId;
     }
-    for (Rpc::KeyValue& keyValue : *response.mutable_kvs()) {
-      listing.keyValues.push_back(taken(keyValue, impl_->options().valueBytes));
-    }
-    if (!response.more() || response.kvs().empty()) return listing;
-    request.set_key(listing.keyValues.back().key + '\0');
+    bool last = !page->more || page->records.empty();
+    std::move(page->records.begin(), page->records.end(), std::back_inserter(listing.records));
+    if (last) return listing;
+    from = keyAfter(listing.records.back().key);
   }
 }
 

@@ -30,6 +30,7 @@
 
 #include "kelstore/etcd/Access.h"
 #include "kelstore/etcd/Calls.h"
+#include "kelstore/etcd/PageSize.h"
 
 namespace Kelstore::Etcd {
 
@@ -42,8 +43,8 @@ class Client final : public Calls {
  public:
   struct Options {
     std::chrono::milliseconds deadline = std::chrono::seconds(5);  // of one call, all endpoints together
-    int64_t pageKeys = 1000;                                       // keys that are asked for at once
-    size_t valueBytes = std::numeric_limits<size_t>::max();        // larger values are listed as empty
+    int64_t pageKeys = PageSize::kUsual;                           // keys that are asked for at once, at most
+    size_t valueBytes = std::numeric_limits<size_t>::max();        // larger values are left out
   };
 
   // Connects with the first call. Requires: endpoints is not empty.

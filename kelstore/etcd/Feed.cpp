@@ -39,10 +39,9 @@ std::vector<Path> pathsOf(const Snapshot& snapshot) {
 
 }  // namespace
 
-Feed::Feed(std::vector<std::string> endpoints, Keys keys, const Limits& limits, bool clearWhenStale,
-           const Zavro::Clock& clock, Handover& handover)
-    : endpoints_(std::move(endpoints)),
-      keys_(std::move(keys)),
+Feed::Feed(Keys keys, const Limits& limits, bool clearWhenStale, const Zavro::Clock& clock,
+           Handover& handover)
+    : keys_(std::move(keys)),
       limits_(limits),
       clearWhenStale_(clearWhenStale),
       clock_(clock),
@@ -129,8 +128,7 @@ void Feed::noteState(const Follower& follower) {
   if (std::exchange(heardMs_, follower.heardMs()) != follower.heardMs()) heardUtcNs_ = clock_.utcNs();
   if (watches) {
     if (before != State::watching) {
-      tell(kNewsLevel,
-           fmt::format("follows {} from revision {}", endpoints_[follower.endpoint()], follower.revision()));
+      tell(kNewsLevel, fmt::format("follows {} from revision {}", follower.endpoint(), follower.revision()));
     }
     toldErrors_.clear();
     heldSinceUtcNs_ = 0;
@@ -183,7 +181,7 @@ void Feed::noteRefused(const KeyTable::AllRefused& refused) {
 StoreStatus Feed::statusOf(const Follower& follower) const {
   StoreStatus status;
   status.state = stateName(state_);
-  if (follower.connected()) status.endpoint = endpoints_[follower.endpoint()];
+  if (follower.connected()) status.endpoint = follower.endpoint();
   status.revision = follower.revision();
   status.storeRevision = follower.storeRevision();
   status.heardUtcNs = heardUtcNs_;

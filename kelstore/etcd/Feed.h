@@ -23,8 +23,7 @@ class Feed {
 
   // `clearWhenStale`: what the store said is withdrawn while it is stale. Clock and handover outlive the
   // feed.
-  Feed(std::vector<std::string> endpoints, Keys keys, const Limits& limits, bool clearWhenStale,
-       const Zavro::Clock& clock, Handover& handover);
+  Feed(Keys keys, const Limits& limits, bool clearWhenStale, const Zavro::Clock& clock, Handover& handover);
 
   // Hands over what the follower came to since the last call. What it takes to decode it may not be there:
   // then std::bad_alloc is thrown, and startsAnew() is to be called.
@@ -55,7 +54,6 @@ class Feed {
   void noteRefused(const KeyTable::AllRefused& refused);
   StoreStatus statusOf(const Follower& follower) const;
 
-  std::vector<std::string> endpoints_;
   Keys keys_;
   Limits limits_;
   bool clearWhenStale_;

@@ -24,29 +24,9 @@ const char* stateName(Follower::State state) {
   return "stale";
 }
 
-void Follower::PageSize::worked() {
-  repeatedInARow = 0;
-  if (++workedInARow % kRaisedAfter == 0) most = std::min(bound, 2 * most);
-  keys = std::min(most, 2 * keys);
-}
-
-bool Follower::PageSize::failed(PageFailure why) {
-  workedInARow = 0;
-  if (why != PageFailure::tooLarge && why != PageFailure::late) return ++repeatedInARow <= kPageRepeats;
-  if (keys == 1) return false;
-  most = keys / 2;
-  keys = std::max<int64_t>(1, keys / 8);
-  return true;
-}
-
-void Follower::PageSize::anew() {
-  most = bound;
-  workedInARow = 0;
-  repeatedInARow = 0;
-}
-
 Follower::Follower(Settings settings, Runtime::Random random)
     : settings_(std::move(settings)),
+      endpoints_(settings_.endpoints),
       backoff_(kFirstRetryMs, kLastRetryMs, std::move(random)),
       table_(settings_.groupOf, settings_.keys) {}
 
@@ -66,7 +46,7 @@ void Follower::startAfter(uint64_t delayMs, uint64_t nowMs, std::string error) {
 void Follower::connect(uint64_t nowMs) {
   retryAtMs_ = kNever;
   answered_ = false;
-  commands_.emplace_back(Connect{endpoint_});
+  commands_.emplace_back(Connect{endpoints_.current()});
   if (!mustList_) {
     phase_ = Phase::resuming;
     readPage(nowMs, settings_.prefix, applied_, 1);
@@ -80,13 +60,13 @@ void Follower::connect(uint64_t nowMs) {
   listOn(nowMs);
 }
 
-void Follower::listOn(uint64_t nowMs) { readPage(nowMs, listFrom_, listingAt_.revision, pageSize_.keys); }
+void Follower::listOn(uint64_t nowMs) { readPage(nowMs, listFrom_, listingAt_.revision, pageSize_.keys()); }
 
 // With a page. A server that is silent must not keep those behind it from being heard first; should all of
 // them be slow, each has more time in the next round.
 uint64_t Follower::patienceMs() const {
-  if (complete_ || answered_ || settings_.endpoints.size() == 1) return kAnswerMs;
-  uint64_t rounds = std::min<uint64_t>(failures_ / settings_.endpoints.size(), 10);
+  if (complete_ || answered_ || endpoints_.size() == 1) return kAnswerMs;
+  uint64_t rounds = std::min<uint64_t>(failures_ / endpoints_.size(), 10);
   return std::min(kAnswerMs, kFirstAnswerMs << rounds);
 }
 
@@ -295,7 +275,7 @@ void Follower::lost(uint64_t nowMs, const std::string& error) {
   page_ = 0;
   auditEnds(kNever);
   commands_.emplace_back(Disconnect{});
-  endpoint_ = (endpoint_ + 1) % settings_.endpoints.size();
+  endpoints_.next();
   retryAtMs_ = nowMs + retryDelayMs();
 }
 
@@ -309,7 +289,7 @@ void Follower::forgetFailures(uint64_t nowMs) {
 
 // Other servers are tried almost at once; when none is left, time passes.
 uint64_t Follower::retryDelayMs() {
-  bool othersLeft = ++failures_ % settings_.endpoints.size() != 0;
+  bool othersLeft = ++failures_ % endpoints_.size() != 0;
   return othersLeft ? backoff_.variedMs(kFailoverMs) : backoff_.nextMs();
 }
 
@@ -358,7 +338,7 @@ void Follower::auditNext(uint64_t nowMs) {
   }
   auditPageAsked_ = true;
   auditAskedAt_ = {clusterId_, applied_, raftTerm_};
-  readPage(nowMs, auditFrom_, 0, auditSize_.keys);
+  readPage(nowMs, auditFrom_, 0, auditSize_.keys());
 }
 
 void Follower::audited(uint64_t nowMs, const Page& page) {

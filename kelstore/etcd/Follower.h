@@ -20,15 +20,17 @@
 #include <variant>
 #include <vector>
 
+#include "kelstore/etcd/Endpoints.h"
 #include "kelstore/etcd/KeyTable.h"
 #include "kelstore/etcd/Messages.h"
+#include "kelstore/etcd/PageSize.h"
 #include "runtime/Backoff.h"
 
 namespace Kelstore::Etcd {
 
 // Commands, to be carried out in order.
 struct Connect {  // leaving whatever connection there is, with all that is under way on it
-  size_t endpoint;
+  std::string endpoint;
 };
 struct Disconnect {};
 struct ReadPage {  // answered by pageRead() or pageFailed(), with its number
@@ -80,10 +82,7 @@ class Follower {
   static constexpr uint64_t kFirstRetryMs = 250;     // when all were tried; doubled each time
   static constexpr uint64_t kLastRetryMs = 10'000;   // up to this
   static constexpr uint64_t kStableMs = 10'000;      // a watch that lasted so long starts these anew
-  static constexpr int64_t kPageKeys = 1000;
   static constexpr int64_t kAuditPageKeys = 500;
-  static constexpr int kRaisedAfter = 16;             // pages in a row, before larger ones are tried again
-  static constexpr int kPageRepeats = 3;              // of a page that fails, but not by its size
   static constexpr uint64_t kAuditPauseMs = 50;       // between two pages
   static constexpr uint64_t kResumedAuditMs = 2'000;  // after a watch was resumed, before the first audit
   static constexpr uint64_t kGraceMs = 3'000;         // for an event on its way to overtake the audit
@@ -113,13 +112,13 @@ class Follower {
   State state() const;
   bool complete() const { return complete_; }  // all keys have been listed once
   // Every server was tried in vain, none of them left before its time; nothing is known yet.
-  bool unreached() const { return !complete_ && triedInVain_ >= settings_.endpoints.size(); }
+  bool unreached() const { return !complete_ && triedInVain_ >= endpoints_.size(); }
   // Whether it listens to a server, or reads from it.
   bool connected() const { return phase_ == Phase::watching || (phase_ != Phase::waiting && answered_); }
-  size_t endpoint() const { return endpoint_; }      // that it turns to
-  int64_t revision() const { return applied_; }      // up to which all is applied
-  int64_t storeRevision() const { return newest_; }  // the highest that a server told
-  uint64_t heardMs() const { return heardMs_; }      // when a server said something last
+  const std::string& endpoint() const { return endpoints_.current(); }  // that it turns to
+  int64_t revision() const { return applied_; }                         // up to which all is applied
+  int64_t storeRevision() const { return newest_; }                     // the highest that a server told
+  uint64_t heardMs() const { return heardMs_; }                         // when a server said something last
   const std::string& lastError() const { return lastError_; }
   const Counters& counters() const { return counters_; }
   size_t keys() const { return table_.size(); }
@@ -127,24 +126,6 @@ class Follower {
 
  private:
   enum class Phase : uint8_t { waiting, listing, resuming, opening, watching };
-
-  // How many keys to ask for: fewer when they are too many or do not come, since a slow link carries a
-  // smaller page in time; then more again, up to half of what failed, and beyond once some pages worked. A
-  // page that fails for another reason is asked for again as it is, a few times.
-  struct PageSize {
-    explicit PageSize(int64_t atMost) : keys(atMost), most(atMost), bound(atMost) {}
-    int64_t keys;
-    int64_t most;
-    int64_t bound;
-    int workedInARow = 0;
-    int repeatedInARow = 0;
-
-    void worked();
-    // False when there is no hope left.
-    bool failed(PageFailure why);
-    // With another server, whose link may carry more.
-    void anew();
-  };
 
   void connect(uint64_t nowMs);
   uint64_t patienceMs() const;
@@ -164,7 +145,7 @@ class Follower {
   void heard(uint64_t nowMs, const Header& header);
   uint64_t retryDelayMs();
   // What the server does, as an error.
-  std::string ofServer(const std::string& what) const { return settings_.endpoints[endpoint_] + ": " + what; }
+  std::string ofServer(const std::string& what) const { return endpoint() + ": " + what; }
 
   void forgetFailures(uint64_t nowMs);
 
@@ -174,6 +155,7 @@ class Follower {
   void settleSuspects(uint64_t nowMs);
 
   Settings settings_;
+  Endpoints endpoints_;
   Runtime::Backoff backoff_;
   std::vector<Command> commands_;
   std::vector<Batch> batches_;
@@ -183,7 +165,6 @@ class Follower {
   bool mustList_ = true;
   bool answered_ = false;  // the listing under way has its first page
   bool stale_ = false;
-  size_t endpoint_ = 0;
   uint64_t failures_ = 0;     // in a row
   uint64_t triedInVain_ = 0;  // the same, since a server was left that may only be slow
   uint64_t relistsInARow_ = 0;
@@ -203,7 +184,7 @@ class Follower {
   uint64_t raftTerm_ = 0;
   int64_t applied_ = 0;
   int64_t newest_ = 0;
-  PageSize pageSize_{kPageKeys};
+  PageSize pageSize_{PageSize::kUsual};
   uint64_t page_ = 0;   // that is asked for; 0: none
   uint64_t pages_ = 0;  // that were asked for
   Header listingAt_;

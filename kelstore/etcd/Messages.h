@@ -1,4 +1,4 @@
-// What an etcd server says, as far as followers care, and what they make of it. Plain values, so that what is
+// What an etcd server says, as far as we care, and what followers make of it. Plain values, so that what is
 // decided with them is tested without a server.
 #pragma once
 
@@ -15,6 +15,7 @@ struct Header {
   uint64_t raftTerm = 0;
 };
 
+// What stands under a key.
 struct Record {
   std::string key;
   std::string value;

@@ -15,8 +15,10 @@
 #include "kelstore/etcd/Follower.h"
 #include "kelstore/etcd/Keys.h"
 #include "kelstore/etcd/Login.h"
+#include "kelstore/etcd/RpcMessages.h"
 #include "kelstore/etcd/rpc.grpc.pb.h"
 #include "runtime/Memory.h"
+#include "runtime/Status.h"
 
 namespace Kelstore::Etcd {
 namespace {
@@ -25,46 +27,6 @@ constexpr uint64_t kNsPerMs = 1'000'000;
 // Every lease is asked after once in such a time, but not more than so often all together.
 constexpr uint64_t kLeaseRoundMs = 5'000;
 constexpr uint64_t kLeaseLeastMs = 100;
-
-Header headerOf(const etcdserverpb::ResponseHeader& header) {
-  return {header.cluster_id(), header.revision(), header.raft_term()};
-}
-
-Record recordOf(etcdserverpb::KeyValue& keyValue, size_t valueBytes) {
-  Record record{std::move(*keyValue.mutable_key()), std::move(*keyValue.mutable_value()),
-                keyValue.mod_revision(), keyValue.lease()};
-  record.cutTo(valueBytes);
-  return record;
-}
-
-Page pageOf(etcdserverpb::RangeResponse& response, size_t valueBytes) {
-  Page page{headerOf(response.header()), {}, response.more()};
-  page.records.reserve(static_cast<size_t>(response.kvs_size()));
-  for (etcdserverpb::KeyValue& keyValue : *response.mutable_kvs()) {
-    page.records.push_back(recordOf(keyValue, valueBytes));
-  }
-  return page;
-}
-
-WatchResponse watchResponseOf(etcdserverpb::WatchResponse& response, size_t valueBytes) {
-  WatchResponse result;
-  result.header = headerOf(response.header());
-  result.created = response.created();
-  result.canceled = response.canceled();
-  result.fragment = response.fragment();
-  result.compactRevision = response.compact_revision();
-  result.cancelReason = response.cancel_reason();
-  for (etcdserverpb::Event& event : *response.mutable_events()) {
-    bool deleted = event.type() == etcdserverpb::Event::DELETE;
-    result.events.push_back({recordOf(*event.mutable_kv(), valueBytes), deleted});
-  }
-  return result;
-}
-
-PageFailure failureOf(const grpc::Status& status) {
-  if (status.error_code() == grpc::StatusCode::OUT_OF_RANGE) return PageFailure::noRevision;
-  return messageTooLarge(status) ? PageFailure::tooLarge : PageFailure::other;
-}
 
 // Holds what the operation uses.
 using Done = Login::Done;
@@ -80,8 +42,7 @@ class Session::Impl {
         clock_(clock),
         keys_(Keys(settings.address.prefix).all()),
         follower_(followerSettings(), Runtime::unforeseenRandom()),
-        feed_(settings.address.endpoints, Keys(settings.address.prefix), settings.limits,
-              settings.clearAfterHold, clock, handover),
+        feed_(Keys(settings.address.prefix), settings.limits, settings.clearAfterHold, clock, handover),
         login_(queue_, threads) {}
 
   void run() {
@@ -124,7 +85,7 @@ class Session::Impl {
     std::shared_ptr<grpc::Channel> channel;
     std::string token;
     bool left = false;
-    bool renewed = false;  // the token, since a call succeeded last
+    TokenRenewal renewal;
     std::vector<std::weak_ptr<grpc::ClientContext>> contexts;
     WatchPtr watch;
   };
@@ -194,7 +155,7 @@ class Session::Impl {
   void carryOut(const Connect& command) {
     close();
     connection_ = std::make_shared<Connection>();
-    connection_->endpoint = settings_.address.endpoints[command.endpoint];
+    connection_->endpoint = command.endpoint;
     leaseAtMs_ = nowMs() + kLeaseLeastMs;
     logIn(connection_);
   }
@@ -263,35 +224,25 @@ class Session::Impl {
         [this, connection](absl::StatusOr<LoggedIn> result) { loggedIn(connection, std::move(result)); });
     if (started.ok()) return;
     close();
-    follower_.lost(nowMs(), std::string(started.message()));
+    follower_.lost(nowMs(), Runtime::textOf(started));
   }
 
   void loggedIn(const ConnectionPtr& connection, absl::StatusOr<LoggedIn> result) {
-    if (!result.ok()) return follower_.lost(nowMs(), std::string(result.status().message()));
+    if (!result.ok()) return follower_.lost(nowMs(), Runtime::textOf(result.status()));
     connection->channel = std::move(result->channel);
     connection->token = std::move(result->token);
     loggingIn_ = false;
     for (const auto& call : std::exchange(waiting_, {})) call(connection);
   }
 
-  // Whether there is to be another try with a new token.
-  bool renews(const ConnectionPtr& connection, const grpc::Status& status) {
-    bool renewable = !settings_.access.credentialsFile.empty() && tokenRefused(status);
-    if (status.ok()) connection->renewed = false;
-    return renewable && !std::exchange(connection->renewed, true);
-  }
-
   void readPage(const ConnectionPtr& connection, const ReadPage& command) {
-    etcdserverpb::RangeRequest request;
-    request.set_key(command.from);
-    request.set_range_end(keys_.end);
-    request.set_revision(command.revision);
-    request.set_limit(command.limit);
+    etcdserverpb::RangeRequest request =
+        rangeRequest(command.from, keys_.end, command.revision, command.limit);
     auto call = make<Call<etcdserverpb::RangeResponse>>(connection);
     call->reader =
         etcdserverpb::KV::NewStub(connection->channel)->AsyncRange(&call->context, request, &queue_);
     finish(connection, call, [this, connection, command](Call<etcdserverpb::RangeResponse>& done) {
-      if (renews(connection, done.status)) {
+      if (connection->renewal.dueAfter(settings_.access, done.status)) {
         logIn(connection);
         whenLetIn([this, command](const ConnectionPtr& again) { readPage(again, command); });
       } else if (done.status.ok()) {
@@ -299,7 +250,7 @@ class Session::Impl {
         follower_.pageRead(nowMs(), command.number, pageOf(done.response, settings_.limits.valueBytes));
       } else {
         follower_.pageFailed(nowMs(), command.number, failureOf(done.status),
-                             std::string(asStatus(connection->endpoint, done.status).message()));
+                             Runtime::textOf(asStatus(connection->endpoint, done.status)));
       }
     });
   }
@@ -352,8 +303,8 @@ class Session::Impl {
     watch->stream->Finish(&watch->status, tag([this, connection, watch](bool /*ok*/) {
       if (connection->left) return;
       absl::Status status = asStatus(connection->endpoint, watch->status);
-      follower_.lost(nowMs(), status.ok() ? connection->endpoint + ": the watch was ended"
-                                          : std::string(status.message()));
+      follower_.lost(nowMs(),
+                     status.ok() ? connection->endpoint + ": the watch was ended" : Runtime::textOf(status));
     }));
   }
 

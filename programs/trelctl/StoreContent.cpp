@@ -9,16 +9,16 @@ namespace {
 
 using Kelstore::Document;
 using Kelstore::Path;
-using Kelstore::Etcd::KeyValue;
 using Kelstore::Etcd::Op;
+using Kelstore::Etcd::Record;
 
-void takeValue(const Path& path, const KeyValue& keyValue, StoreContent& content) {
-  Document document = Kelstore::parseValue(path, keyValue.value);
+void takeValue(const Path& path, const Record& record, StoreContent& content) {
+  Document document = Kelstore::parseValue(path, record.value);
   for (std::string& warning : document.warnings) content.warnings.push_back(std::move(warning));
   if (document.unusable) {
-    content.setAside.emplace_back(keyValue.key, path.text() + *document.unusable);
+    content.setAside.emplace_back(record.key, path.text() + *document.unusable);
   } else if (!document.faults.empty()) {
-    content.setAside.emplace_back(keyValue.key, document.faults.front().text);
+    content.setAside.emplace_back(record.key, document.faults.front().text);
   } else {
     content.values.emplace(path, std::move(document.values.front().second));
   }
@@ -28,13 +28,13 @@ void takeValue(const Path& path, const KeyValue& keyValue, StoreContent& content
 
 StoreContent contentOf(const Kelstore::Etcd::Keys& keys, const Kelstore::Etcd::Listing& listing) {
   StoreContent content;
-  for (const KeyValue& keyValue : listing.keyValues) {
-    absl::StatusOr<Path> path = keys.path(keyValue.key);
+  for (const Record& record : listing.records) {
+    absl::StatusOr<Path> path = keys.path(record.key);
     if (path.ok()) {
-      takeValue(*path, keyValue, content);
+      takeValue(*path, record, content);
     } else {
       auto& where = absl::IsNotFound(path.status()) ? content.foreign : content.setAside;
-      where.emplace_back(keyValue.key, path.status().message());
+      where.emplace_back(record.key, path.status().message());
     }
   }
   return content;

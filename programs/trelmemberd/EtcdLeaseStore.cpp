@@ -12,7 +12,7 @@ using Kelstore::Path;
 Failure failed(const absl::Status& status) { return {std::string(status.message())}; }
 
 void add(const Etcd::Keys& keys, Etcd::Listing listing, LeaseStore::Holdings& holdings) {
-  for (Etcd::KeyValue& one : listing.keyValues) {
+  for (Etcd::Record& one : listing.records) {
     if (auto path = keys.path(one.key); path.ok()) {
       holdings[*std::move(path)] = {std::move(one.value), one.lease, one.modRevision};
     }

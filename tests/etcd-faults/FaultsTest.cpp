@@ -198,7 +198,7 @@ class EtcdFaultsTest : public testing::Test {
     ASSERT_TRUE(listing.ok()) << listing.status();
     EXPECT_TRUE(follower().becomes(documentOf(*listing), *revision, within));
     auto took = std::chrono::duration_cast<Millis>(std::chrono::steady_clock::now() - start);
-    fmt::print("  equal after {} ms, {} keys, revision {}\n", took.count(), listing->keyValues.size(),
+    fmt::print("  equal after {} ms, {} keys, revision {}\n", took.count(), listing->records.size(),
                *revision);
     settledIn_ = took;
     settledAt_ = *revision;

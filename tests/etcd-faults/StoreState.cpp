@@ -10,10 +10,10 @@ using nlohmann::json;
 
 json documentOf(const Kelstore::Etcd::Listing& listing) {
   json document = json::object();
-  for (const auto& keyValue : listing.keyValues) {
+  for (const auto& record : listing.records) {
     json* place = &document;
     std::string segment;
-    std::string path = keyValue.key.substr(std::string(kPrefix).size() + 1);
+    std::string path = record.key.substr(std::string(kPrefix).size() + 1);
     for (size_t at = 0; at <= path.size(); ++at) {
       if (at == path.size() || path[at] == '/') {
         place = &(*place)[segment];
@@ -25,7 +25,7 @@ json documentOf(const Kelstore::Etcd::Listing& listing) {
         segment += path[at];
       }
     }
-    *place = json::parse(keyValue.value);
+    *place = json::parse(record.value);
   }
   return document;
 }

@@ -104,13 +104,13 @@ TEST_F(EtcdAuthTest, TokenRanOut_AnotherOneIsAskedFor) {
         etcdserverpb::RangeResponse response;
         grpc::ClientContext context;
         addMetadata(context, loggedIn->token);
-        return tokenRefused(kv->Range(&context, request, &response));
+        return TokenRenewal().dueAfter(access, kv->Range(&context, request, &response));
       },
       20s);
   ASSERT_TRUE(refused);
   absl::StatusOr<int64_t> put = client.put("trel/a", "2");
   ASSERT_TRUE(put.ok()) << put.status();
-  EXPECT_EQ(client.get("trel/a")->keyValues[0].value, "2");
+  EXPECT_EQ(client.get("trel/a")->records[0].value, "2");
 }
 
 TEST_F(EtcdAuthTest, ServerRestartsAndForgetsItsTokens_CallGoesThrough) {

@@ -169,8 +169,8 @@ TEST(EtcdClientClusterTest, EndpointsOfDifferentClusters_NoListingMixesThem) {
   absl::StatusOr<Listing> listing = client.range({"k/", "k0"});
   cutter.join();
   ASSERT_TRUE(listing.ok()) << listing.status();
-  EXPECT_EQ(listing->keyValues.size(), 100u);
-  for (const KeyValue& keyValue : listing->keyValues) EXPECT_EQ(keyValue.value, "other");
+  EXPECT_EQ(listing->records.size(), 100u);
+  for (const Record& record : listing->records) EXPECT_EQ(record.value, "other");
 }
 
 TEST(EtcdClientClusterTest, NodeIsIsolated_ItSaysThatItHasNoLeader) {

@@ -17,7 +17,7 @@ namespace Kelstore::Etcd {
 inline std::vector<std::string> texts(const absl::StatusOr<Listing>& listing) {
   if (!listing.ok()) return {std::string(listing.status().message())};
   std::vector<std::string> all;
-  for (const KeyValue& keyValue : listing->keyValues) all.push_back(keyValue.key + "=" + keyValue.value);
+  for (const Record& record : listing->records) all.push_back(record.key + "=" + record.value);
   return all;
 }
 

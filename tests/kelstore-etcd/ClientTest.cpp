@@ -23,10 +23,10 @@ TEST_F(EtcdClientTest, PutGetDelete_EachChangeIsARevision) {
   absl::StatusOr<int64_t> put = client.put(key("a"), "1");
   ASSERT_TRUE(put.ok()) << put.status();
   EXPECT_THAT(texts(client.get(key("a"))), ElementsAre(key("a") + "=1"));
-  EXPECT_EQ(client.get(key("a"))->keyValues[0].modRevision, *put);
+  EXPECT_EQ(client.get(key("a"))->records[0].modRevision, *put);
   EXPECT_EQ(client.get(key("a"))->revision, *put);
   EXPECT_EQ(*client.put(key("a"), "2"), *put + 1);
-  EXPECT_EQ(client.get(key("a"))->keyValues[0].createRevision, *put);
+  EXPECT_EQ(client.get(key("a"))->records[0].modRevision, *put + 1);
   EXPECT_EQ(*client.del(key("a")), *put + 2);
   EXPECT_THAT(texts(client.get(key("a"))), ElementsAre());
   EXPECT_EQ(*client.del(key("a")), *put + 2);  // nothing there: no change
@@ -51,8 +51,8 @@ TEST_F(EtcdClientTest, Transaction_OneRevisionOrNothing) {
   absl::StatusOr<int64_t> revision = client.txn(ops);
   ASSERT_TRUE(revision.ok()) << revision.status();
   absl::StatusOr<Listing> listing = client.range(keys.all());
-  ASSERT_EQ(listing->keyValues.size(), Client::kMaxTxnOps - 1);
-  for (const KeyValue& keyValue : listing->keyValues) EXPECT_EQ(keyValue.modRevision, *revision);
+  ASSERT_EQ(listing->records.size(), Client::kMaxTxnOps - 1);
+  for (const Record& record : listing->records) EXPECT_EQ(record.modRevision, *revision);
   EXPECT_EQ(listing->revision, *revision);
 
   ops.push_back({.key = key("one too many"), .value = "x"});
@@ -103,12 +103,12 @@ TEST_F(EtcdClientTest, PagedRange_IsOfOneRevision) {
   bool whole = true;
   bool seen = waitUntil([&] {
     absl::StatusOr<Listing> listing = paging.range(keys.all());
-    whole = whole && listing.ok() && listing->keyValues.size() == 100;
+    whole = whole && listing.ok() && listing->records.size() == 100;
     if (!whole) return true;
-    for (const KeyValue& keyValue : listing->keyValues) {
-      whole = whole && keyValue.value == listing->keyValues[0].value;
+    for (const Record& record : listing->records) {
+      whole = whole && record.value == listing->records[0].value;
     }
-    valuesSeen.insert(listing->keyValues[0].value);
+    valuesSeen.insert(listing->records[0].value);
     return !whole || valuesSeen.size() >= 5;
   });
   done = true;
@@ -122,8 +122,8 @@ TEST_F(EtcdClientTest, PageLongerThanAMessageMayBe_IsAskedForInParts) {
   for (int i = 0; i < 70; ++i) ASSERT_TRUE(client.put(key(fmt::format("{:02}", i)), large).ok());
   absl::StatusOr<Listing> listing = client.range(keys.all());
   ASSERT_TRUE(listing.ok()) << listing.status();
-  ASSERT_EQ(listing->keyValues.size(), 70u);
-  for (const KeyValue& keyValue : listing->keyValues) EXPECT_EQ(keyValue.value.size(), large.size());
+  ASSERT_EQ(listing->records.size(), 70u);
+  for (const Record& record : listing->records) EXPECT_EQ(record.value.size(), large.size());
   ASSERT_TRUE(client.del(keys.all()).ok());
 }
 
@@ -133,7 +133,7 @@ TEST_F(EtcdClientTest, LeaseIsGrantedKeptAliveAndRevoked) {
   ASSERT_TRUE(client.put(key("a"), "1", *lease).ok());
   ASSERT_TRUE(client.txn({{.key = key("b"), .value = "2", .lease = *lease}}).ok());
   ASSERT_TRUE(client.put(key("c"), "3").ok());
-  EXPECT_EQ(client.get(key("a"))->keyValues[0].lease, *lease);
+  EXPECT_EQ(client.get(key("a"))->records[0].lease, *lease);
   EXPECT_EQ(client.timeToLive(*lease)->granted, 60s);
   ASSERT_TRUE(waitUntil([&] { return client.timeToLive(*lease)->left < 59s; }));
   EXPECT_EQ(*client.keepAliveOnce(*lease), 60s);
@@ -154,7 +154,7 @@ TEST_F(EtcdClientTest, LeaseIsGrantedKeptAliveAndRevoked) {
 TEST_F(EtcdClientTest, LeaseThatNobodyKeepsAlive_GoesWithItsKeys) {
   absl::StatusOr<int64_t> lease = client.grant(1s);
   ASSERT_TRUE(client.put(key("a"), "1", *lease).ok());
-  EXPECT_TRUE(waitUntil([&] { return client.range(keys.all())->keyValues.empty(); }));
+  EXPECT_TRUE(waitUntil([&] { return client.range(keys.all())->records.empty(); }));
   EXPECT_TRUE(absl::IsNotFound(client.keepAliveOnce(*lease).status()));
 }
 
@@ -194,9 +194,9 @@ TEST_F(EtcdCompactionTest, BetweenTwoPages_ListingBeginsAgain) {
   absl::StatusOr<Listing> listing = paging.range(keys.all());
   compactor.join();
   ASSERT_TRUE(listing.ok()) << listing.status();
-  EXPECT_EQ(listing->keyValues.size(), 50u);
+  EXPECT_EQ(listing->records.size(), 50u);
   EXPECT_EQ(listing->revision, compacted);
-  EXPECT_EQ(listing->keyValues[0].value, "y");
+  EXPECT_EQ(listing->records[0].value, "y");
 }
 
 TEST_F(EtcdCompactionTest, AgainAndAgain_ListingGivesUp) {

@@ -108,7 +108,7 @@ class FeedTest : public testing::Test {
     return {{"p/", {"h0:1", "h1:1"}, kHoldMs, 60'000, Keys("p").groups(limits())}, [] { return 0.0; }};
   }
   Follower follower_ = newFollower();
-  Feed feed_{{"h0:1", "h1:1"}, Keys("p"), limits(), clears_, clock_, handover_};
+  Feed feed_{Keys("p"), limits(), clears_, clock_, handover_};
 };
 
 class ClearingFeedTest : public FeedTest {

@@ -159,7 +159,7 @@ TEST_F(AuditTest, DifferenceBehindTheLastKeyOfAPage_IsTheNextPagesConcern) {
 TEST_F(AuditTest, AnotherHistory_ThereIsANewListing) {
   commands();
   page(at(9), {record("p/a", "1", 3)});
-  EXPECT_THAT(commands(), ElementsAre("connect 0", "read p/ at 0 x1000"));
+  EXPECT_THAT(commands(), ElementsAre("connect h0:1", "read p/ at 0 x1000"));
   EXPECT_EQ(follower_.counters().repairs, 0u);
   EXPECT_THAT(batches(), IsEmpty());
 }
@@ -167,7 +167,7 @@ TEST_F(AuditTest, AnotherHistory_ThereIsANewListing) {
 // It was asked for smaller and smaller, and the audits to come had no larger pages for hours.
 TEST_F(AuditTest, PageFailsButNotByItsSize_TheWatchGoesOn_ItIsAskedForAgainAsItIs) {
   commands();
-  for (int i = 0; i < Follower::kPageRepeats; ++i) {
+  for (int i = 0; i < PageSize::kRepeats; ++i) {
     follower_.pageFailed(now_, follower_.pageAsked(), PageFailure::other, "too many requests");
     EXPECT_EQ(follower_.state(), State::watching);
     EXPECT_EQ(follower_.lastError(), "too many requests");
@@ -181,7 +181,7 @@ TEST_F(AuditTest, PageFailsButNotByItsSize_TheWatchGoesOn_ItIsAskedForAgainAsItI
 }
 
 TEST_F(AuditTest, PageFailsAgainAndAgain_TheNextAuditComes) {
-  for (int i = 0; i <= Follower::kPageRepeats; ++i) {
+  for (int i = 0; i <= PageSize::kRepeats; ++i) {
     EXPECT_EQ(follower_.counters().auditFailures, 0u);
     follower_.pageFailed(now_, follower_.pageAsked(), PageFailure::other, "too many requests");
     commands();

@@ -20,7 +20,7 @@ TEST_F(FollowerTest, StoreIsLost_WhatItSaidIsHeld_AndTheWatchIsResumed) {
   EXPECT_EQ(follower_.lastError(), "broken");
   EXPECT_THAT(commands(), ElementsAre("disconnect"));
   advance(Follower::kFirstRetryMs);
-  EXPECT_THAT(commands(), ElementsAre("connect 0", "read p/ at 11 x1"));
+  EXPECT_THAT(commands(), ElementsAre("connect h0:1", "read p/ at 11 x1"));
   page(at(15), {record("p/a", "7", 11)}, true);
   EXPECT_THAT(commands(), ElementsAre("watch 12"));
   EXPECT_EQ(follower_.state(), State::held);
@@ -35,7 +35,7 @@ TEST_F(FollowerTest, RevisionIsCompactedMeanwhile_OnlyTheDifferenceIsTold) {
   reconnecting();
   commands();
   follower_.pageFailed(now_, follower_.pageAsked(), PageFailure::noRevision, "compacted");
-  EXPECT_THAT(commands(), ElementsAre("connect 0", "read p/ at 0 x1000"));
+  EXPECT_THAT(commands(), ElementsAre("connect h0:1", "read p/ at 0 x1000"));
   EXPECT_EQ(follower_.state(), State::held);
   page(at(30), {record("p/a", "1", 3), record("p/b", "9", 25)}, true);
   EXPECT_EQ(follower_.state(), State::listing);
@@ -65,7 +65,7 @@ TEST_F(FollowerTest, OnlyTheLeaseOfAKeyChanged_IsTold) {
 TEST_F(FollowerTest, WatchIsCompacted_ThereIsANewListing) {
   watching();
   canceled(20);
-  EXPECT_THAT(commands(), ElementsAre("connect 0", "read p/ at 0 x1000"));
+  EXPECT_THAT(commands(), ElementsAre("connect h0:1", "read p/ at 0 x1000"));
   EXPECT_EQ(follower_.state(), State::held);
 }
 
@@ -78,7 +78,7 @@ TEST_F(FollowerTest, WatchIsCompactedAgainAndAgain_TimePassesInBetween) {
   canceled(30);
   EXPECT_THAT(commands(), ElementsAre("disconnect"));
   advance(Follower::kFirstRetryMs);
-  EXPECT_THAT(commands(), ElementsAre("connect 0", "read p/ at 0 x1000"));
+  EXPECT_THAT(commands(), ElementsAre("connect h0:1", "read p/ at 0 x1000"));
 }
 
 TEST_F(FollowerTest, WatchIsCompactedAgainMuchLater_IsAnsweredAtOnce) {
@@ -89,7 +89,7 @@ TEST_F(FollowerTest, WatchIsCompactedAgainMuchLater_IsAnsweredAtOnce) {
   now_ += Follower::kStableMs;
   commands();
   canceled(30);
-  EXPECT_THAT(commands(), ElementsAre("connect 0", "read p/ at 0 x1000"));
+  EXPECT_THAT(commands(), ElementsAre("connect h0:1", "read p/ at 0 x1000"));
 }
 
 TEST_F(FollowerTest, WatchIsRefused_TheReasonIsShown_AndThereIsANewListingLater) {
@@ -99,7 +99,7 @@ TEST_F(FollowerTest, WatchIsRefused_TheReasonIsShown_AndThereIsANewListingLater)
   EXPECT_EQ(follower_.state(), State::held);
   EXPECT_THAT(commands(), ElementsAre("disconnect"));
   advance(Follower::kFirstRetryMs);
-  EXPECT_THAT(commands(), ElementsAre("connect 0", "read p/ at 0 x1000"));
+  EXPECT_THAT(commands(), ElementsAre("connect h0:1", "read p/ at 0 x1000"));
 }
 
 // Where the new server tells of another cluster, an older revision or an older term.
@@ -112,7 +112,7 @@ TEST_F(FollowerTest, ResumedAtAnotherHistory_ThereIsANewListing) {
     reconnecting();
     commands();
     page(header, {});
-    EXPECT_THAT(commands(), ElementsAre("connect 0", "read p/ at 0 x1000"));
+    EXPECT_THAT(commands(), ElementsAre("connect h0:1", "read p/ at 0 x1000"));
     page(header, {record("p/a", "other", 3)});
     EXPECT_THAT(batches(), ElementsAre(fmt::format("{}: p/a=other -p/b", header.revision)));
     created(header);
@@ -131,7 +131,7 @@ TEST_F(FollowerTest, WatchIsAnotherCluster_OrAnOlderRevision_ThereIsANewListing)
     page(at(10), {});
     commands();
     created(header);
-    EXPECT_THAT(commands(), ElementsAre("connect 0", "read p/ at 0 x1000"));
+    EXPECT_THAT(commands(), ElementsAre("connect h0:1", "read p/ at 0 x1000"));
     EXPECT_EQ(follower_.lastError(), "h0:1: tells of another cluster or of an older history");
   }
 }
@@ -284,7 +284,7 @@ TEST_F(ThreeServersTest, LostServer_TheOthersAreTriedAtOnce_ThenTimePasses) {
     follower_.lost(now_, "refused");
     delays.push_back(follower_.wakeAtMs() - now_);
     advance(delays.back());
-    EXPECT_EQ(commands().at(1), fmt::format("connect {}", (i + 1) % 3));
+    EXPECT_EQ(commands().at(1), fmt::format("connect h{}:1", (i + 1) % 3));
   }
   EXPECT_THAT(delays, ElementsAre(25, 25, 125, 25, 25, 250));
 }
@@ -293,9 +293,9 @@ TEST_F(ThreeServersTest, ListingGoesOnAtTheNextServer) {
   follower_.start(now_);
   follower_.lost(now_, "refused");
   advance(Follower::kFailoverMs);
-  EXPECT_THAT(commands(), ElementsAre("connect 0", "read p/ at 0 x1000", "disconnect", "connect 1",
+  EXPECT_THAT(commands(), ElementsAre("connect h0:1", "read p/ at 0 x1000", "disconnect", "connect h1:1",
                                       "read p/ at 0 x1000"));
-  EXPECT_EQ(follower_.endpoint(), 1u);
+  EXPECT_EQ(follower_.endpoint(), "h1:1");
 }
 
 // How long each of so many servers in turn is listened to in vain, in seconds.
@@ -340,7 +340,7 @@ TEST_F(ThreeServersTest, SomethingIsKnown_SilentServersHaveAllTheTime) {
 // A server that is slow is not out of reach: it is asked again.
 TEST_F(ThreeServersTest, ServersAreLeftBeforeTheirTime_TheyWereNotTriedInVain) {
   follower_.start(now_);
-  while (follower_.endpoint() != 2) advance(1);
+  while (follower_.endpoint() != "h2:1") advance(1);
   EXPECT_EQ(follower_.lastError(), "h1:1: no answer for 1 s");
   advance(Follower::kFailoverMs);
   follower_.lost(now_, "refused");

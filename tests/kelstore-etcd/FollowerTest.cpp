@@ -11,7 +11,7 @@ using testing::IsEmpty;
 
 TEST_F(FollowerTest, Start_AllKeysAreReadFromTheFirstServer) {
   follower_.start(now_);
-  EXPECT_THAT(commands(), ElementsAre("connect 0", "read p/ at 0 x1000"));
+  EXPECT_THAT(commands(), ElementsAre("connect h0:1", "read p/ at 0 x1000"));
   EXPECT_EQ(follower_.state(), State::listing);
   EXPECT_FALSE(follower_.complete());
   EXPECT_FALSE(follower_.connected());
@@ -49,7 +49,7 @@ TEST_F(FollowerTest, ListingIsCompactedMeanwhile_ItBeginsAnew) {
   page(at(10), {record("p/a", "1", 3)}, true);
   commands();
   follower_.pageFailed(now_, follower_.pageAsked(), PageFailure::noRevision, "compacted");
-  EXPECT_THAT(commands(), ElementsAre("connect 0", "read p/ at 0 x1000"));
+  EXPECT_THAT(commands(), ElementsAre("connect h0:1", "read p/ at 0 x1000"));
   page(at(20), {record("p/b", "2", 15)});
   EXPECT_THAT(batches(), ElementsAre("20: p/b=2"));
 }
@@ -66,7 +66,7 @@ TEST_F(FollowerTest, ListingBreaksHalfway_NothingOfItIsTold) {
 TEST_F(FollowerTest, PageSaysThereIsMoreButHoldsNoKey_IsNotAskedForEver) {
   follower_.start(now_);
   page(at(10), {}, true);
-  EXPECT_THAT(commands(), ElementsAre("connect 0", "read p/ at 0 x1000", "disconnect"));
+  EXPECT_THAT(commands(), ElementsAre("connect h0:1", "read p/ at 0 x1000", "disconnect"));
   EXPECT_EQ(follower_.lastError(), "h0:1: found no keys, expected a page of them");
 }
 
@@ -87,7 +87,7 @@ TEST_F(FollowerTest, NoAnswerToAPage_TheNextIsSmaller) {
   EXPECT_THAT(commands(), ElementsAre("disconnect"));
   EXPECT_EQ(follower_.lastError(), "h0:1: no answer for 10 s");
   advance(Follower::kFirstRetryMs);
-  EXPECT_THAT(commands(), ElementsAre("connect 0", "read p/ at 0 x125"));
+  EXPECT_THAT(commands(), ElementsAre("connect h0:1", "read p/ at 0 x125"));
   page(at(10), {record("p/a", "1", 3)}, true);
   EXPECT_THAT(commands(), ElementsAre("read p/a+ at 10 x250"));
 }
@@ -220,7 +220,7 @@ TEST_F(FollowerTest, LostBetweenFragments_TheRevisionIsAskedForAgain) {
   says(at(12), {put("p/a", "7", 11)});
   says(at(12), {put("p/a", "8", 12)}, true);
   reconnecting();
-  EXPECT_THAT(commands(), ElementsAre("disconnect", "connect 0", "read p/ at 11 x1"));
+  EXPECT_THAT(commands(), ElementsAre("disconnect", "connect h0:1", "read p/ at 11 x1"));
   page(at(12), {});
   EXPECT_THAT(commands(), ElementsAre("watch 12"));
   created(at(12));

@@ -21,9 +21,9 @@ const Keys kKeys("p");
 Listing listing(const std::vector<std::pair<std::string, std::string>>& entries) {
   Listing all;
   for (const auto& [key, value] : entries) {
-    all.keyValues.emplace_back();
-    all.keyValues.back().key = key;
-    all.keyValues.back().value = value;
+    all.records.emplace_back();
+    all.records.back().key = key;
+    all.records.back().value = value;
   }
   return all;
 }

@@ -23,7 +23,7 @@ namespace Member {
 
 using namespace std::chrono_literals;
 using Kelstore::Etcd::Client;
-using Kelstore::Etcd::KeyValue;
+using Kelstore::Etcd::Record;
 using Support::Process;
 using Support::waitUntil;
 
@@ -60,11 +60,11 @@ class TrelmemberdTest : public testing::Test {
     return said ? testing::AssertionSuccess() : testing::AssertionFailure() << process.err();
   }
   // All keys without the prefix. Throws when the store cannot be read, which is not to pass for an empty one.
-  std::map<std::string, KeyValue> keys() {
-    std::map<std::string, KeyValue> all;
+  std::map<std::string, Record> keys() {
+    std::map<std::string, Record> all;
     auto listing = client_->range({"trel/", "trel0"});
     if (!listing.ok()) throw std::runtime_error("keys: " + listing.status().ToString());
-    for (KeyValue& one : listing->keyValues) {
+    for (Record& one : listing->records) {
       std::string name = one.key.substr(5);
       all.emplace(name, std::move(one));
     }

@@ -161,7 +161,7 @@ TEST(TrelmemberdHangingFileTest, ReloadHangs_PublishingGoesOn_AndTheEndIsNotHeld
   Process process({TRELMEMBERD, "--config", file});
   auto revision = [&client] {
     auto listing = client.get("trel/members/1/system");
-    return !listing.ok() || listing->keyValues.empty() ? 0 : listing->keyValues.front().modRevision;
+    return !listing.ok() || listing->records.empty() ? 0 : listing->records.front().modRevision;
   };
   ASSERT_TRUE(waitUntil([&] { return revision() != 0; })) << process.err();
   Support::HangingMount hangs(directory.path());

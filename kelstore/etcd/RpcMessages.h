@@ -1,0 +1,28 @@
+// Requests and answers as gRPC carries them, from and to the plain values of Messages.h: for the blocking
+// client and the follower's thread.
+#pragma once
+
+#include <grpcpp/support/status.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include "kelstore/etcd/Messages.h"
+#include "kelstore/etcd/rpc.pb.h"
+
+namespace Kelstore::Etcd {
+
+// At most `limit` keys from `from` up to, not including, `end`; an empty `end`: the key `from` alone.
+// Revision 0: the latest.
+etcdserverpb::RangeRequest rangeRequest(const std::string& from, const std::string& end, int64_t revision,
+                                        int64_t limit);
+
+// These take the texts out of what they are given. Values of more than `valueBytes` are left out.
+Page pageOf(etcdserverpb::RangeResponse& response, size_t valueBytes);
+WatchResponse watchResponseOf(etcdserverpb::WatchResponse& response, size_t valueBytes);
+
+// Why there is no page. Requires: the status is not OK.
+PageFailure failureOf(const grpc::Status& status);
+
+}  // namespace Kelstore::Etcd
