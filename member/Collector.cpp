@@ -1,6 +1,7 @@
 #include "member/Collector.h"
 
 #include "member/Trace.h"
+#include "runtime/Status.h"
 
 namespace Member {
 namespace {
@@ -8,11 +9,11 @@ namespace {
 using Lumalog::kErrorLevel;
 constexpr int kRecoveryLevel = 1;
 
-Result<Collector::Take> askSafely(const Collector::Ask& ask) {
+absl::StatusOr<Collector::Take> askSafely(const Collector::Ask& ask) {
   try {
     return ask();
   } catch (const std::exception& error) {
-    return Failure{error.what()};
+    return absl::UnknownError(error.what());
   }
 }
 
@@ -30,17 +31,17 @@ void Collector::collect() {
   askedUtcNs_ = clock_.utcNs();
   patience_ = io_.after(kPatienceMs, [this] { hangs(); });
   offLoop_.run([ask = ask_] { return askSafely(ask); },
-               [this](Result<Take> answer) { answered(std::move(answer)); });
+               [this](absl::StatusOr<Take> answer) { answered(std::move(answer)); });
 }
 
-void Collector::answered(Result<Take> answer) {
+void Collector::answered(absl::StatusOr<Take> answer) {
   patience_.reset();
   asking_ = false;
-  if (auto* failure = std::get_if<Failure>(&answer)) {
-    fails(std::move(failure->text));
-  } else {
+  if (answer.ok()) {
     works();
-    std::get<Take>(answer)();
+    (*answer)();
+  } else {
+    fails(Runtime::textOf(answer.status()));
   }
   told_();
 }

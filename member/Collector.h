@@ -22,7 +22,7 @@ class Collector final {
   // What is to be done on the loop with an answer.
   using Take = std::function<void()>;
   // Asks, on another thread.
-  using Ask = std::function<Result<Take>()>;
+  using Ask = std::function<absl::StatusOr<Take>()>;
 
   // How long a question may remain without an answer before it counts as hanging.
   static constexpr uint64_t kPatienceMs = 3000;
@@ -44,7 +44,7 @@ class Collector final {
   const Kelstore::CollectorStatus& status() const { return status_; }
 
  private:
-  void answered(Result<Take> answer);
+  void answered(absl::StatusOr<Take> answer);
   void hangs();
   void works();
   void fails(std::string error);
@@ -63,11 +63,11 @@ class Collector final {
 // A question whose answer is handed to `take`, on the loop. What `ask` holds lives as long as a question
 // hangs.
 template <class Answer>
-Collector::Ask asking(std::function<Result<Answer>()> ask, std::function<void(Answer)> take) {
-  return [ask = std::move(ask), take = std::move(take)]() -> Result<Collector::Take> {
-    Result<Answer> answer = ask();
-    if (auto* failure = std::get_if<Failure>(&answer)) return std::move(*failure);
-    return Collector::Take([take, value = std::get<Answer>(std::move(answer))] { take(value); });
+Collector::Ask asking(std::function<absl::StatusOr<Answer>()> ask, std::function<void(Answer)> take) {
+  return [ask = std::move(ask), take = std::move(take)]() -> absl::StatusOr<Collector::Take> {
+    absl::StatusOr<Answer> answer = ask();
+    if (!answer.ok()) return answer.status();
+    return Collector::Take([take, value = *std::move(answer)] { take(value); });
   };
 }
 

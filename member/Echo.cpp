@@ -16,10 +16,11 @@ struct Destroy {
   void operator()(pingobj_t* ping) const { ping_destroy(ping); }
 };
 
-Failure failedIn(const EchoTarget& target, pingobj_t* ping) {
+absl::Status failedIn(const EchoTarget& target, pingobj_t* ping) {
   std::string_view why = ping_get_error(ping);
   const char* hint = why == strerrordesc_np(EPERM) ? " (it takes CAP_NET_RAW)" : "";
-  return {fmt::format("echo to {} on {}: {}{}", target.address, target.device, why, hint)};
+  return absl::UnavailableError(
+      fmt::format("echo to {} on {}: {}{}", target.address, target.device, why, hint));
 }
 
 // liboping makes identifiers from numbers that all its objects share.
@@ -33,9 +34,9 @@ int addHost(pingobj_t* ping, const std::string& address) {
 
 // Made anew for each request, since its socket is bound to the device that has the name now. Answers to an
 // earlier request have another identifier.
-Result<bool> PingProbe::ask(const EchoTarget& target) {
+absl::StatusOr<bool> PingProbe::ask(const EchoTarget& target) {
   std::unique_ptr<pingobj_t, Destroy> ping(ping_construct());
-  if (!ping) return Failure{"echo: out of memory"};
+  if (!ping) return absl::ResourceExhaustedError("echo: out of memory");
   double seconds = std::chrono::duration<double>(target.timeout).count();
   std::string device = target.device;
   bool set = ping_setopt(ping.get(), PING_OPT_TIMEOUT, &seconds) == 0 &&

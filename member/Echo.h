@@ -19,13 +19,13 @@ class EchoProbe {
   virtual ~EchoProbe() = default;
   // Waits for the answer, for as long as the target's timeout: whether there was one. Fails when the request
   // cannot be sent. On any thread; several targets at the same time.
-  virtual Result<bool> ask(const EchoTarget& target) = 0;
+  virtual absl::StatusOr<bool> ask(const EchoTarget& target) = 0;
 };
 
 // ICMP and ICMPv6, by liboping. Needs CAP_NET_RAW.
 class PingProbe final : public EchoProbe {
  public:
-  Result<bool> ask(const EchoTarget& target) override;
+  absl::StatusOr<bool> ask(const EchoTarget& target) override;
 };
 
 }  // namespace Member

@@ -19,9 +19,9 @@ struct KeptIndexes {
 // What is kept; nothing when there is no file. A file that is damaged, or of a version that is not known, is
 // set aside as "<path>.damaged" (or, if there is one already, "<path>.damaged.2" and so on) and never
 // overwritten. Fails when there is a file that can be neither read nor set aside.
-Result<KeptIndexes> readIndexes(const std::string& path);
+absl::StatusOr<KeptIndexes> readIndexes(const std::string& path);
 
 // Replaces the file at once, or not at all; makes its directory where that is missing.
-Result<std::monostate> writeIndexes(const std::string& path, const StorageIndexes::ByMountPoint& indexes);
+absl::Status writeIndexes(const std::string& path, const StorageIndexes::ByMountPoint& indexes);
 
 }  // namespace Member

@@ -1,8 +1,11 @@
 // What the publisher needs of the cluster's store: keys that live as long as a lease.
 //
 // Every call waits for its answer, for a bounded time, on whatever thread it is made. A call that fails may
-// have been carried out all the same. renew() and revoke() may be called while another call waits.
+// have been carried out all the same. renew() and revoke() may be called while another call waits. Errors are
+// one line; their codes count where it is said.
 #pragma once
+
+#include <absl/status/statusor.h>
 
 #include <chrono>
 #include <cstdint>
@@ -12,7 +15,6 @@
 #include <vector>
 
 #include "kelstore/Path.h"
-#include "member/Machine.h"
 
 namespace Member {
 
@@ -38,22 +40,19 @@ class LeaseStore {
     Kelstore::Path path;
     int64_t revision = 0;  // 0: there is no such key
   };
-  struct Written {
-    enum class How : uint8_t { done, guardFailed, leaseGone };
-    How how = How::done;
-    int64_t revision = 0;  // of the change
-  };
 
   virtual ~LeaseStore() = default;
-  virtual Result<Lease> grant(std::chrono::seconds ttl) = 0;
-  // False: there is no such lease any more.
-  virtual Result<bool> renew(Lease lease) = 0;
-  virtual Result<std::monostate> revoke(Lease lease) = 0;
+  virtual absl::StatusOr<Lease> grant(std::chrono::seconds ttl) = 0;
+  // NotFound: there is no such lease any more.
+  virtual absl::Status renew(Lease lease) = 0;
+  // There may be no such lease any more.
+  virtual absl::Status revoke(Lease lease) = 0;
   // The keys below members/<member> and topology/<member>, and those of the interfaces.
-  virtual Result<Holdings> list(uint8_t member, const std::vector<std::string>& interfaces) = 0;
-  // All changes in one revision, or none of them. Requires: no path twice, at most kMaxChanges.
-  virtual Result<Written> write(const std::vector<Change>& changes, const std::vector<Guard>& guards,
-                                Lease lease) = 0;
+  virtual absl::StatusOr<Holdings> list(uint8_t member, const std::vector<std::string>& interfaces) = 0;
+  // All changes in one revision, which is returned, or none of them. Aborted: a guard does not hold.
+  // NotFound: there is no such lease any more. Requires: no path twice, at most kMaxChanges.
+  virtual absl::StatusOr<int64_t> write(const std::vector<Change>& changes, const std::vector<Guard>& guards,
+                                        Lease lease) = 0;
   // Who answered last, for people to read.
   virtual std::string endpoint() const = 0;
 

@@ -16,13 +16,17 @@
 #include <memory>
 #include <string_view>
 
-#include "member/Failed.h"
+#include "runtime/Status.h"
 
 namespace Member {
 namespace {
 
+using Runtime::errorOf;
+
 // libproc2 returns errors as negative numbers of errno.
-Failure failedIn(std::string_view what, int result) { return failed(what, result < 0 ? -result : errno); }
+absl::Status failedIn(std::string_view what, int result) {
+  return errorOf(what, result < 0 ? -result : errno);
+}
 
 struct Close {
   void operator()(DIR* directory) const { closedir(directory); }
@@ -42,7 +46,7 @@ bool isSession(const utmpx& entry) {
 
 }  // namespace
 
-Result<double> LinuxMachine::uptime() {
+absl::StatusOr<double> LinuxMachine::uptime() {
   double seconds = 0;
   double idle = 0;
   int result = procps_uptime(&seconds, &idle);
@@ -50,11 +54,11 @@ Result<double> LinuxMachine::uptime() {
   return seconds;
 }
 
-Result<uint32_t> LinuxMachine::users() {
+absl::StatusOr<uint32_t> LinuxMachine::users() {
   // Those who read entries are not told why there are none.
   int file = open(files_.utmp.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
   if (file < 0 && errno == ENOENT) return 0u;
-  if (file < 0) return failed(files_.utmp, errno);
+  if (file < 0) return errorOf(files_.utmp, errno);
   close(file);
   utmpxname(files_.utmp.c_str());
   setutxent();
@@ -65,20 +69,20 @@ Result<uint32_t> LinuxMachine::users() {
 }
 
 // Counted here, since libproc2 holds on to 256 KiB for every thread on which it lists processes.
-Result<uint32_t> LinuxMachine::processes() {
+absl::StatusOr<uint32_t> LinuxMachine::processes() {
   std::unique_ptr<DIR, Close> directory(opendir(files_.proc.c_str()));
-  if (!directory) return failed(files_.proc, errno);
+  if (!directory) return errorOf(files_.proc, errno);
   uint32_t processes = 0;
   while (true) {
     errno = 0;
     const dirent* entry = readdir(directory.get());
-    if (entry == nullptr && errno != 0) return failed(files_.proc, errno);
+    if (entry == nullptr && errno != 0) return errorOf(files_.proc, errno);
     if (entry == nullptr) return processes;
     processes += isNumber(entry->d_name) ? 1 : 0;
   }
 }
 
-Result<MemoryInUse> LinuxMachine::memory() {
+absl::StatusOr<MemoryInUse> LinuxMachine::memory() {
   meminfo_info* opened = nullptr;
   int result = procps_meminfo_new(&opened);
   if (result < 0) return failedIn("/proc/meminfo", result);
@@ -86,12 +90,12 @@ Result<MemoryInUse> LinuxMachine::memory() {
   std::array items = {MEMINFO_MEM_TOTAL, MEMINFO_MEM_FREE, MEMINFO_MEM_AVAILABLE, MEMINFO_MEM_BUFFERS,
                       MEMINFO_MEM_CACHED};
   const meminfo_stack* stack = procps_meminfo_select(info.get(), items.data(), items.size());
-  if (stack == nullptr) return failed("/proc/meminfo", errno);
+  if (stack == nullptr) return errorOf("/proc/meminfo", errno);
   auto kib = [stack](size_t item) { return stack->head[item].result.ul_int; };
   return MemoryInUse{kib(0), kib(1), kib(2), kib(3), kib(4)};
 }
 
-Result<std::vector<ProcessorTime>> LinuxMachine::processors() {
+absl::StatusOr<std::vector<ProcessorTime>> LinuxMachine::processors() {
   stat_info* opened = nullptr;
   int result = procps_stat_new(&opened);
   if (result < 0) return failedIn("/proc/stat", result);
@@ -101,7 +105,7 @@ Result<std::vector<ProcessorTime>> LinuxMachine::processors() {
                       STAT_TIC_SOFTIRQ, STAT_TIC_STOLEN, STAT_TIC_IDLE, STAT_TIC_IOWAIT};
   constexpr size_t kFirstIdle = 7;
   const stat_reaped* all = procps_stat_reap(info.get(), STAT_REAP_CPUS_ONLY, items.data(), items.size());
-  if (all == nullptr) return failed("/proc/stat", errno);
+  if (all == nullptr) return errorOf("/proc/stat", errno);
   std::vector<ProcessorTime> processors;
   for (int i = 0; i < all->cpus->total; ++i) {
     const stat_result* head = all->cpus->stacks[i]->head;

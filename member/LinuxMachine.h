@@ -20,15 +20,15 @@ class LinuxMachine final : public Machine {
   LinuxMachine() = default;
   explicit LinuxMachine(Files files) : files_(std::move(files)) {}
 
-  Result<double> uptime() override;
+  absl::StatusOr<double> uptime() override;
   // As who(1) counts them. Where no database is kept, there are none.
-  Result<uint32_t> users() override;
-  Result<uint32_t> processes() override;
-  Result<MemoryInUse> memory() override;
-  Result<std::vector<ProcessorTime>> processors() override;
-  Result<std::vector<Mount>> mounts() override { return realMounts(files_.mounts, files_.sys); }
+  absl::StatusOr<uint32_t> users() override;
+  absl::StatusOr<uint32_t> processes() override;
+  absl::StatusOr<MemoryInUse> memory() override;
+  absl::StatusOr<std::vector<ProcessorTime>> processors() override;
+  absl::StatusOr<std::vector<Mount>> mounts() override { return realMounts(files_.mounts, files_.sys); }
   // As df(1) says it.
-  Result<Room> room(const Mount& mount) override { return roomOf(mount); }
+  absl::StatusOr<Room> room(const Mount& mount) override { return roomOf(mount); }
 
  private:
   Files files_;

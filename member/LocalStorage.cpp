@@ -145,9 +145,10 @@ void LocalStorage::keptAre(KeptIndexes kept) {
 void LocalStorage::keepIndexes() {
   if (!keptRead_ || keeper_->asking() || indexes_.all() == attempted_) return;
   attempted_ = indexes_.all();
-  keeper_->askIs(asking<std::monostate>(
-      [path = indexFile_, indexes = attempted_] { return writeIndexes(path, indexes); },
-      [this, indexes = attempted_](auto) { kept_ = indexes; }));
+  keeper_->askIs([this, path = indexFile_, indexes = attempted_]() -> absl::StatusOr<Collector::Take> {
+    if (absl::Status written = writeIndexes(path, indexes); !written.ok()) return written;
+    return Collector::Take([this, indexes] { kept_ = indexes; });
+  });
   keeper_->collect();
 }
 

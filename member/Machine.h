@@ -5,20 +5,13 @@
 // question may take long; it may never be answered.
 #pragma once
 
+#include <absl/status/statusor.h>
+
 #include <cstdint>
 #include <string>
-#include <variant>
 #include <vector>
 
 namespace Member {
-
-// Why there is no answer: one line, such as "/run/utmp: Permission denied".
-struct Failure {
-  std::string text;
-};
-
-template <class Answer>
-using Result = std::variant<Answer, Failure>;
 
 // In KiB.
 struct MemoryInUse {
@@ -53,21 +46,22 @@ struct Room {
   uint64_t free = 0;  // in units
 };
 
+// Errors are one line, such as "/run/utmp: Permission denied".
 class Machine {
  public:
   virtual ~Machine() = default;
   // Seconds since the machine started.
-  virtual Result<double> uptime() = 0;
+  virtual absl::StatusOr<double> uptime() = 0;
   // Sessions of users that are logged in.
-  virtual Result<uint32_t> users() = 0;
-  virtual Result<uint32_t> processes() = 0;
-  virtual Result<MemoryInUse> memory() = 0;
+  virtual absl::StatusOr<uint32_t> users() = 0;
+  virtual absl::StatusOr<uint32_t> processes() = 0;
+  virtual absl::StatusOr<MemoryInUse> memory() = 0;
   // The processors that are online, by number.
-  virtual Result<std::vector<ProcessorTime>> processors() = 0;
+  virtual absl::StatusOr<std::vector<ProcessorTime>> processors() = 0;
   // The mounted file systems that hold data, each at one mount point.
-  virtual Result<std::vector<Mount>> mounts() = 0;
+  virtual absl::StatusOr<std::vector<Mount>> mounts() = 0;
   // May be asked for several mounts at the same time. Of no size when it is not to be reached under its name.
-  virtual Result<Room> room(const Mount& mount) = 0;
+  virtual absl::StatusOr<Room> room(const Mount& mount) = 0;
 };
 
 }  // namespace Member

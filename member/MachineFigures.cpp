@@ -26,7 +26,7 @@ MachineFigures::MachineFigures(const Settings& settings, std::shared_ptr<Machine
 }
 
 template <class Answer>
-void MachineFigures::collectorIs(std::string name, Result<Answer> (Machine::*question)(),
+void MachineFigures::collectorIs(std::string name, absl::StatusOr<Answer> (Machine::*question)(),
                                  void (MachineFigures::*take)(Answer)) {
   auto ask = asking<Answer>([machine = machine_, question] { return ((*machine).*question)(); },
                             [this, take](Answer answer) { (this->*take)(std::move(answer)); });

@@ -53,7 +53,7 @@ class MachineFigures final {
 
  private:
   template <class Answer>
-  void collectorIs(std::string name, Result<Answer> (Machine::*question)(),
+  void collectorIs(std::string name, absl::StatusOr<Answer> (Machine::*question)(),
                    void (MachineFigures::*take)(Answer));
   void uptimeIs(double seconds) { uptimeSeconds_ = seconds; }
   void usersIs(uint32_t users) { users_ = users; }

@@ -14,7 +14,7 @@
 #include <memory>
 #include <string_view>
 
-#include "member/Failed.h"
+#include "runtime/Status.h"
 
 namespace Member {
 namespace {
@@ -100,11 +100,11 @@ uint64_t mountIdOf(int file) {
 
 }  // namespace
 
-Result<std::vector<Mount>> realMounts(const std::string& mountInfo, const std::string& sys) {
+absl::StatusOr<std::vector<Mount>> realMounts(const std::string& mountInfo, const std::string& sys) {
   std::unique_ptr<libmnt_table, Free> table(mnt_new_table());
-  if (!table) return failed(mountInfo, ENOMEM);
+  if (!table) return Runtime::errorOf(mountInfo, ENOMEM);
   int result = mnt_table_parse_file(table.get(), mountInfo.c_str());
-  if (result != 0) return failed(mountInfo, -result);
+  if (result != 0) return Runtime::errorOf(mountInfo, -result);
   std::map<dev_t, Line> byDevice;
   for (const auto& [target, fs] : topmost(table.get())) {
     if (!holdsData(fs)) continue;
@@ -121,17 +121,17 @@ Result<std::vector<Mount>> realMounts(const std::string& mountInfo, const std::s
 }
 
 // The name may be gone by now, or stand for another file system, or the mount may be covered by one above it.
-Result<Room> roomOf(const Mount& mount) {
+absl::StatusOr<Room> roomOf(const Mount& mount) {
   int file = open(mount.point.c_str(), O_PATH | O_CLOEXEC);
   if (file < 0 && (errno == ENOENT || errno == ENOTDIR)) return Room();
-  if (file < 0) return failed(mount.point, errno);
+  if (file < 0) return Runtime::errorOf(mount.point, errno);
   struct statvfs figures {};
   int result = fstatvfs(file, &figures);
   int error = errno;
   uint64_t id = mountIdOf(file);
   close(file);
   if (id != 0 && id != mount.id) return Room();
-  if (result != 0) return failed(mount.point, error);
+  if (result != 0) return Runtime::errorOf(mount.point, error);
   return Room{figures.f_frsize, figures.f_blocks, figures.f_bfree};
 }
 

@@ -12,9 +12,9 @@ namespace Member {
 // something that is yet to be mounted. Of several mounts on one another, the one on top; of several of one
 // file system, the one of the most of it, or else the oldest. `mountInfo` is a file such as
 // /proc/self/mountinfo, `sys` where sysfs is mounted.
-Result<std::vector<Mount>> realMounts(const std::string& mountInfo, const std::string& sys);
+absl::StatusOr<std::vector<Mount>> realMounts(const std::string& mountInfo, const std::string& sys);
 
 // May hang, as long as the file system does.
-Result<Room> roomOf(const Mount& mount);
+absl::StatusOr<Room> roomOf(const Mount& mount);
 
 }  // namespace Member

@@ -2,6 +2,7 @@
 
 #include "member/Trace.h"
 #include "platform/zavro/Assert.h"
+#include "runtime/Status.h"
 
 namespace Member {
 namespace {
@@ -17,10 +18,9 @@ Carrier carrierOf(const std::optional<Device>& device) {
   return device->carrier ? Carrier::up : Carrier::down;
 }
 
-Echo echoOf(const Result<bool>& answer) {
-  const bool* answered = std::get_if<bool>(&answer);
-  if (answered == nullptr) return Echo::notSent;
-  return *answered ? Echo::answered : Echo::lost;
+Echo echoOf(const absl::StatusOr<bool>& answer) {
+  if (!answer.ok()) return Echo::notSent;
+  return *answer ? Echo::answered : Echo::lost;
 }
 
 }  // namespace
@@ -62,27 +62,26 @@ void Neighbour::deviceIs(std::optional<Device> device) {
 void Neighbour::ask() {
   next_ = io_.after(config_.probe.intervalMs, [this] { ask(); });
   if (asking_) {
-    if (++overdue_ >= kOverdue) asked(Failure{"an echo does not come to its end"});
+    if (++overdue_ >= kOverdue) asked(absl::DeadlineExceededError("an echo does not come to its end"));
     return;
   }
   asking_ = true;
   overdue_ = 0;
   EchoTarget target{config_.address, config_.device, std::chrono::milliseconds(config_.probe.timeoutMs)};
   offLoop_.run([probe = probe_, target] { return probe->ask(target); },
-               [this, round = round_](const Result<bool>& answer) {
+               [this, round = round_](const absl::StatusOr<bool>& answer) {
                  asking_ = false;
                  if (round == round_) asked(answer);
                });
 }
 
-void Neighbour::asked(const Result<bool>& answer) {
-  const auto* failure = std::get_if<Failure>(&answer);
-  if (failure != nullptr && !toldFailure_) {
-    traceHandle.trace(kErrorLevel, "member {}: {}", config_.member, failure->text);
-  } else if (failure == nullptr && toldFailure_) {
+void Neighbour::asked(const absl::StatusOr<bool>& answer) {
+  if (!answer.ok() && !toldFailure_) {
+    traceHandle.trace(kErrorLevel, "member {}: {}", config_.member, Runtime::textOf(answer.status()));
+  } else if (answer.ok() && toldFailure_) {
     traceHandle.trace(kChangeLevel, "member {}: echoes can be sent again", config_.member);
   }
-  toldFailure_ = failure != nullptr;
+  toldFailure_ = !answer.ok();
   Reachability::State before = reachability_.state();
   reachability_.echoIs(echoOf(answer));
   tellChange(before);

@@ -37,7 +37,7 @@ class Neighbour final {
 
  private:
   void ask();
-  void asked(const Result<bool>& answer);
+  void asked(const absl::StatusOr<bool>& answer);
   void tellChange(Reachability::State before);
 
   NeighbourConfig config_;

@@ -8,8 +8,8 @@
 #include <cerrno>
 #include <stdexcept>
 
-#include "member/Failed.h"
 #include "member/Trace.h"
+#include "runtime/Status.h"
 
 namespace Member {
 namespace {
@@ -44,10 +44,10 @@ int attributeIs(const nlattr* attribute, void* target) {
 
 NetlinkLinks::NetlinkLinks(std::function<void()> changed)
     : changed_(std::move(changed)), socket_(mnl_socket_open2(NETLINK_ROUTE, SOCK_CLOEXEC | SOCK_NONBLOCK)) {
-  if (!socket_) throw std::runtime_error(failed("netlink", errno).text);
+  if (!socket_) throw std::runtime_error(Runtime::textOf(Runtime::errorOf("netlink", errno)));
   // Told of changes before asked for all, so that none falls between.
   if (mnl_socket_bind(socket_.get(), RTMGRP_LINK, MNL_SOCKET_AUTOPID) < 0) {
-    throw std::runtime_error(failed("netlink", errno).text);
+    throw std::runtime_error(Runtime::textOf(Runtime::errorOf("netlink", errno)));
   }
   askForAll();
 }
@@ -152,7 +152,7 @@ void NetlinkLinks::takeLink(const nlmsghdr* message) {
 void NetlinkLinks::told(int error) {
   if (error == lastError_) return;
   lastError_ = error;
-  traceHandle.trace(kErrorLevel, "{}", failed("netlink", error).text);
+  traceHandle.trace(kErrorLevel, "{}", Runtime::textOf(Runtime::errorOf("netlink", error)));
 }
 
 }  // namespace Member

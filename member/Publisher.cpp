@@ -4,15 +4,13 @@
 
 #include <algorithm>
 #include <nlohmann/json.hpp>
-#include <tuple>
 #include <utility>
 
 #include "member/Trace.h"
+#include "runtime/Status.h"
 
 namespace Member {
 namespace {
-
-using Kelstore::Path;
 
 using Lumalog::kErrorLevel;
 constexpr int kHealthLevel = 1;
@@ -24,42 +22,19 @@ constexpr uint64_t kNsPerMs = 1'000'000;
 // One less than a transaction may have, as it may stand on as many keys as it changes and one more.
 constexpr size_t kMaxChanges = LeaseStore::kMaxChanges - 1;
 
-// Whether others may publish such a path as well, and whoever was first does.
-bool isShared(const Path& path) { return Kelstore::specOf(path.kind).owner == Kelstore::Owner::firstMember; }
-
 }  // namespace
 
 Publisher::Publisher(Settings settings, std::shared_ptr<LeaseStore> store, Runtime::Io& io,
-                     const Zavro::Clock& clock, std::function<void()> published)
+                     const Zavro::Clock& clock, Listener listener)
     : settings_(std::move(settings)),
       store_(std::move(store)),
       io_(io),
       clock_(clock),
-      published_(std::move(published)) {}
-
-template <class Answer>
-void Publisher::offLoop(std::function<Result<Answer>(LeaseStore&)> ask,
-                        std::function<void(Result<Answer>)> done) {
-  offLoop_.run([store = store_, ask = std::move(ask)] { return ask(*store); }, std::move(done));
+      listener_(std::move(listener)) {
+  tellStatus();
 }
 
-template <class Answer>
-void Publisher::call(std::function<Result<Answer>(LeaseStore&)> ask, std::function<void(Answer)> take) {
-  calling_ = true;
-  offLoop<Answer>(std::move(ask), [this, take = std::move(take)](Result<Answer> answer) {
-    calling_ = false;
-    if (auto* failure = std::get_if<Failure>(&answer)) {
-      // It may have been carried out.
-      listed_ = false;
-      failed(failure->text, Trouble::call);
-      if (ended_) return step();
-      stepAfter(backoff_.nextMs());
-    } else {
-      tellEndpoint();
-      take(std::get<Answer>(std::move(answer)));
-    }
-  });
-}
+// From outside.
 
 void Publisher::contentIs(const std::vector<Kelstore::Snapshot::Entry>& entries) {
   Content content;
@@ -67,7 +42,7 @@ void Publisher::contentIs(const std::vector<Kelstore::Snapshot::Entry>& entries)
     if (!Kelstore::specOf(path.kind).container()) content[path] = Kelstore::encode(value).dump();
   }
   content_ = std::move(content);
-  if (!next_) step();
+  if (state_ == State::silent || state_ == State::published) step();
 }
 
 void Publisher::configured(const std::vector<std::string>& interfaces, uint32_t intervalSeconds) {
@@ -76,83 +51,94 @@ void Publisher::configured(const std::vector<std::string>& interfaces, uint32_t 
   for (const std::string& interface : interfaces) {
     if (std::find(known.begin(), known.end(), interface) != known.end()) continue;
     known.push_back(interface);
-    listed_ = false;  // what the store has for it is to be seen
+    holdings_.reset();  // what the store has for it is to be seen
   }
 }
 
-// A pause is cut short by nothing but the end.
-void Publisher::stepAfter(uint64_t milliseconds) {
-  next_ = io_.after(milliseconds, [this] {
-    next_.reset();
-    step();
-  });
+void Publisher::end(std::function<void()> ended) {
+  if (ending()) return;
+  ended_ = std::move(ended);
+  endByNs_ = clock_.monotonicNs() + kEndingMs * kNsPerMs;
+  nextRenewal_.reset();
+  if (owners_.self == LeaseStore::kNoLease && callUnderWay()) return enter(State::leaving, kEndingMs);
+  giveBack();
+}
+
+// The state.
+
+void Publisher::enter(State state, uint64_t forMs) {
+  timer_.reset();
+  if (forMs != 0) timer_ = io_.after(forMs, [this] { elapsed(); });
+  state_ = state;
+  tellStatus();
+}
+
+void Publisher::elapsed() {
+  if (state_ == State::standingBy) return look();
+  if (ending()) {
+    return over(absl::DeadlineExceededError(fmt::format("no answer for {} s", kEndingMs / kMsPerSecond)));
+  }
+  step();
+}
+
+bool Publisher::callUnderWay() const {
+  return state_ == State::granting || state_ == State::listing || state_ == State::writing ||
+         state_ == State::looking;
 }
 
 void Publisher::step() {
-  if (calling_) return;
-  if (ended_) return givingBack_ ? void() : giveBack();
-  if (!content_) return;
-  if (!standingBy_ && lease_ == LeaseStore::kNoLease) return takeLease();
-  if (!listed_) return list();
+  if (state_ == State::leaving) return giveBack();
+  if (owners_.self == LeaseStore::kNoLease) return takeLease();
+  if (!holdings_ || clock_.monotonicNs() >= lookAgainNs_) return list();
   write();
 }
 
+// The lease, and whose keys there are.
+
 void Publisher::takeLease() {
+  enter(State::granting);
   call<Lease>(
       [ttl = settings_.ttlSeconds](LeaseStore& store) { return store.grant(std::chrono::seconds(ttl)); },
-      [this](Lease lease) {
-        traceHandle.trace(kHealthLevel, "lease {:x} was granted, for {} s", lease, settings_.ttlSeconds);
-        lease_ = lease;
-        takingOver_ = true;
-        listed_ = false;
-        renewAfter(settings_.ttlSeconds * kMsPerSecond / 3);
-        step();
-      });
+      [this](Lease lease) { granted(lease); });
+}
+
+void Publisher::granted(Lease lease) {
+  traceHandle.trace(kHealthLevel, "lease {:x} was granted, for {} s", lease, settings_.ttlSeconds);
+  owners_ = {lease};
+  holdings_.reset();
+  if (!ending()) renewAfter(renewalMs());
+  step();
 }
 
 void Publisher::list() {
+  readInState(State::listing, [this, lease = owners_.self](LeaseStore::Holdings holdings) {
+    // Without the lease under which it was asked for it says nothing.
+    if (lease != owners_.self) return step();
+    listed(std::move(holdings));
+  });
+}
+
+void Publisher::readInState(State state, std::function<void(LeaseStore::Holdings)> take) {
+  enter(state);
   call<LeaseStore::Holdings>([member = settings_.member, interfaces = settings_.interfaces](
                                  LeaseStore& store) { return store.list(member, interfaces); },
-                             [this, lease = lease_](LeaseStore::Holdings holdings) {
-                               // Without the lease under which it was asked for it says nothing.
-                               if (lease != lease_) return step();
-                               listed(std::move(holdings));
-                             });
+                             std::move(take));
 }
 
 void Publisher::listed(LeaseStore::Holdings holdings) {
-  holdings_ = std::move(holdings);
-  std::set<Lease> others = otherLeases();
-  if (standingBy_) {
-    if (!others.empty()) return waitForOther();
-    traceHandle.trace(kHealthLevel, "the other publisher of member {} is gone", settings_.member);
-    standingBy_ = false;
-    return step();
-  }
-  if (takingOver_) {
-    takingOver_ = false;
-    predecessors_ = others;
+  std::set<Lease> others = otherLeases(holdings, owners_.self);
+  if (!owners_.predecessors) {
+    owners_.predecessors = others;
     for (Lease other : others) {
       traceHandle.trace(kHealthLevel, "takes over the keys of an earlier publisher, lease {:x}", other);
     }
   }
   for (Lease other : others) {
-    if (!predecessors_.contains(other)) return standBy(other);
+    if (!owners_.are(other)) return standBy(other);
   }
-  listed_ = true;
-  fresh_ = true;
-  nextLook_ = io_.after(kLookAgainSeconds * kMsPerSecond, [this] { lookAgain(); });
+  holdings_ = std::move(holdings);
+  lookAgainNs_ = clock_.monotonicNs() + kLookAgainSeconds * kMsPerSecond * kNsPerMs;
   step();
-}
-
-// The leases of others with which keys of this member go.
-std::set<LeaseStore::Lease> Publisher::otherLeases() const {
-  std::set<Lease> others;
-  for (const auto& [path, held] : holdings_) {
-    if (!isShared(path) && held.lease != LeaseStore::kNoLease) others.insert(held.lease);
-  }
-  others.erase(lease_);
-  return others;
 }
 
 void Publisher::standBy(Lease other) {
@@ -160,203 +146,181 @@ void Publisher::standBy(Lease other) {
                     "member {} is published by somebody else too, under lease {:x}: this one stands by until "
                     "the other's keys are gone",
                     settings_.member, other);
-  standingBy_ = true;
-  offLoop<std::monostate>([lease = lease_](LeaseStore& store) { return store.revoke(lease); },
-                          [](const Result<std::monostate>&) {});
-  lease_ = LeaseStore::kNoLease;
+  offLoop_.run([store = store_, lease = owners_.self] { return store->revoke(lease); }, [](const auto&) {});
+  owners_ = {};
   nextRenewal_.reset();
-  waitForOther();
+  waitForOther(other);
 }
 
 // The store has just been read, and nothing else is asked of it meanwhile.
-void Publisher::waitForOther() {
-  if (ended_) return step();
+void Publisher::waitForOther(Lease other) {
   worked(Trouble::call);
   worked(Trouble::renewal);
-  stepAfter(settings_.ttlSeconds * kMsPerSecond);
+  rival_ = other;
+  enter(State::standingBy, settings_.ttlSeconds * kMsPerSecond);
 }
 
-void Publisher::write() {
-  noteForeign();
-  std::vector<LeaseStore::Change> changes = differences();
-  if (changes.empty()) {
-    if (std::exchange(fresh_, false)) worked(Trouble::call);
-    if (published_) std::exchange(published_, {})();
-    return;
-  }
-  uint64_t nowNs = clock_.monotonicNs();
-  if (!writing_ && nowNs < writableNs_) return stepAfter((writableNs_ - nowNs) / kNsPerMs + 1);
-  writableNs_ = nowNs + settings_.intervalSeconds * kMsPerSecond * kNsPerMs;
-  writing_ = changes.size() > kMaxChanges;
-  if (writing_) changes.resize(kMaxChanges);
-  traceHandle.trace(kWriteLevel, "writes {} keys, the first is {}", changes.size(), changes[0].path.text());
-  call<LeaseStore::Written>([changes, guards = guards(changes), lease = lease_](
-                                LeaseStore& store) { return store.write(changes, guards, lease); },
-                            [this, changes, lease = lease_](LeaseStore::Written result) {
-                              if (lease != lease_) return step();
-                              written(changes, result);
-                            });
+void Publisher::look() {
+  readInState(State::looking, [this](const LeaseStore::Holdings& holdings) { looked(holdings); });
 }
 
-void Publisher::written(const std::vector<LeaseStore::Change>& changes, const LeaseStore::Written& result) {
-  switch (result.how) {
-    case LeaseStore::Written::How::leaseGone:
-      return leaseIsGone();
-    case LeaseStore::Written::How::guardFailed:
-      // Somebody else wrote: to be seen who, and what.
-      listed_ = false;
-      writing_ = false;
-      return step();
-    case LeaseStore::Written::How::done:
-      break;
-  }
-  worked(Trouble::call);
-  if (result.revision < std::exchange(revision_, result.revision)) {
-    // It is not the store that it was.
-    listed_ = false;
-    return step();
-  }
-  for (const LeaseStore::Change& change : changes) {
-    if (change.text) {
-      holdings_[change.path] = {*change.text, lease_, result.revision};
-    } else {
-      holdings_.erase(change.path);
-    }
-  }
+void Publisher::looked(const LeaseStore::Holdings& holdings) {
+  if (ending()) return step();
+  std::set<Lease> others = otherLeases(holdings, LeaseStore::kNoLease);
+  if (!others.empty()) return waitForOther(*others.begin());
+  traceHandle.trace(kHealthLevel, "the other publisher of member {} is gone", settings_.member);
   step();
 }
 
-std::vector<LeaseStore::Change> Publisher::differences() const {
-  std::vector<LeaseStore::Change> changes;
-  for (const auto& [path, text] : *content_) {
-    auto held = holdings_.find(path);
-    bool there = held != holdings_.end();
-    if (there && held->second.lease == lease_ && held->second.text == text) continue;
-    if (!isForeign(path)) changes.push_back({path, text});
+// Writing.
+
+void Publisher::write() {
+  noteForeign();
+  std::vector<LeaseStore::Change> changes = differences(*content_, *holdings_, owners_);
+  if (changes.empty()) {
+    worked(Trouble::call);
+    enter(State::published, msUntil(lookAgainNs_));
+    if (listener_.published) std::exchange(listener_.published, {})();
+    return;
   }
-  for (const auto& [path, held] : holdings_) {
-    if (content_->contains(path)) continue;
-    if (!isShared(path) || ours(held.lease)) changes.push_back({path, std::nullopt});
-  }
-  return changes;
+  uint64_t nowNs = clock_.monotonicNs();
+  if (nowNs < writableNs_) return enter(State::pausing, msUntil(writableNs_));
+  writableNs_ = nowNs + settings_.intervalSeconds * kMsPerSecond * kNsPerMs;
+  bool more = changes.size() > kMaxChanges;
+  if (more) changes.resize(kMaxChanges);
+  traceHandle.trace(kWriteLevel, "writes {} keys, the first is {}", changes.size(), changes[0].path.text());
+  enter(State::writing);
+  call<int64_t>([changes, guards = guards(changes, *holdings_, owners_.self),
+                 lease = owners_.self](LeaseStore& store) { return store.write(changes, guards, lease); },
+                [this, changes, more, lease = owners_.self](int64_t revision) {
+                  if (lease != owners_.self) return step();
+                  // The rest follows at once.
+                  if (more) writableNs_ = 0;
+                  written(changes, revision);
+                  step();
+                },
+                [this, lease = owners_.self](const absl::Status& error) {
+                  if (absl::IsAborted(error) || absl::IsNotFound(error)) {
+                    tellEndpoint();
+                    if (lease == owners_.self) writeRefused(error);
+                    return step();
+                  }
+                  callFailed(error);
+                });
 }
 
-// Whether it is an interface's key that lives with a lease of somebody else.
-bool Publisher::isForeign(const Path& path) const {
-  if (!isShared(path)) return false;
-  auto held = holdings_.find(path);
-  return held != holdings_.end() && held->second.lease != LeaseStore::kNoLease && !ours(held->second.lease);
+void Publisher::writeRefused(const absl::Status& error) {
+  if (absl::IsNotFound(error)) return leaseIsGone();
+  // Somebody else wrote: to be seen who, and what.
+  holdings_.reset();
+}
+
+void Publisher::written(const std::vector<LeaseStore::Change>& changes, int64_t revision) {
+  worked(Trouble::call);
+  // It is not the store that it was.
+  if (revision < std::exchange(revision_, revision)) return holdings_.reset();
+  if (!holdings_) return;
+  for (const LeaseStore::Change& change : changes) {
+    if (change.text) {
+      (*holdings_)[change.path] = {*change.text, owners_.self, revision};
+    } else {
+      holdings_->erase(change.path);
+    }
+  }
 }
 
 // Tells of each once, for as long as it is somebody else's, and has it looked at again.
 void Publisher::noteForeign() {
-  std::erase_if(foreign_, [this](const Path& path) { return !isForeign(path); });
+  auto foreign = [this](const Kelstore::Path& path) { return isForeign(path, *holdings_, owners_); };
+  std::erase_if(foreign_, [&foreign](const Kelstore::Path& path) { return !foreign(path); });
   for (const auto& [path, text] : *content_) {
-    if (!isForeign(path)) continue;
+    if (!foreign(path)) continue;
     if (foreign_.insert(path).second) {
       traceHandle.trace(kErrorLevel, "{} is published by somebody else, under lease {:x}: it is left alone",
-                        path.text(), holdings_.at(path).lease);
+                        path.text(), holdings_->at(path).lease);
     }
-    if (!relist_) relist_ = io_.after(settings_.ttlSeconds * kMsPerSecond, [this] { lookAgain(); });
+    lookAgainNs_ =
+        std::min(lookAgainNs_, clock_.monotonicNs() + settings_.ttlSeconds * kMsPerSecond * kNsPerMs);
   }
 }
 
-// What was somebody else's may be so no longer.
-void Publisher::lookAgain() {
-  relist_.reset();
-  nextLook_.reset();
-  if (lease_ == LeaseStore::kNoLease) return;  // it will be read anyway
-  listed_ = false;
-  if (!next_) step();
-}
-
-// Every transaction stands on the key of this member that this publisher wrote last, so that it fails when
-// another publisher of this member has written, or the store is not what it was; and on the interfaces' keys
-// that it changes.
-std::vector<LeaseStore::Guard> Publisher::guards(const std::vector<LeaseStore::Change>& changes) const {
-  std::vector<LeaseStore::Guard> guards;
-  auto revision = [this](const Path& path) {
-    auto held = holdings_.find(path);
-    return held == holdings_.end() ? 0 : held->second.revision;
-  };
-  auto rank = [this](const auto& entry) {
-    const LeaseStore::Held& held = entry.second;
-    return std::tuple(!isShared(entry.first), held.lease == lease_, held.revision);
-  };
-  auto member = std::max_element(holdings_.begin(), holdings_.end(),
-                                 [&rank](const auto& a, const auto& b) { return rank(a) < rank(b); });
-  if (member != holdings_.end() && isShared(member->first)) member = holdings_.end();
-  if (member != holdings_.end()) guards.push_back({member->first, member->second.revision});
-  bool any = member != holdings_.end();
-  for (const LeaseStore::Change& change : changes) {
-    if (!isShared(change.path) && std::exchange(any, true)) continue;
-    guards.push_back({change.path, revision(change.path)});
-  }
-  return guards;
-}
+// Renewals go on whatever the state is.
 
 void Publisher::renewAfter(uint64_t milliseconds) {
   nextRenewal_ = io_.after(milliseconds, [this] { renew(); });
 }
 
 void Publisher::renew() {
-  uint64_t intervalMs = settings_.ttlSeconds * kMsPerSecond / 3;
-  renewAfter(intervalMs);
+  renewAfter(renewalMs());
   if (renewing_) return;
   renewing_ = true;
-  offLoop<bool>([lease = lease_](LeaseStore& store) { return store.renew(lease); },
-                [this, intervalMs, lease = lease_](const Result<bool>& answer) {
-                  renewing_ = false;
-                  if (lease != lease_ || ended_) return;
-                  if (const auto* failure = std::get_if<Failure>(&answer)) {
-                    failed(failure->text, Trouble::renewal);
-                    return renewAfter(std::min(intervalMs, kMsPerSecond));
-                  }
-                  worked(Trouble::renewal);
-                  if (!std::get<bool>(answer)) leaseIsGone();
-                });
+  offLoop_.run([store = store_, lease = owners_.self] { return store->renew(lease); },
+               [this, lease = owners_.self](const absl::Status& answer) {
+                 renewing_ = false;
+                 if (lease == owners_.self && !ending()) renewed(answer);
+               });
+}
+
+void Publisher::renewed(const absl::Status& answer) {
+  if (!answer.ok() && !absl::IsNotFound(answer)) {
+    failed(answer, Trouble::renewal);
+    return renewAfter(std::min(renewalMs(), kMsPerSecond));
+  }
+  worked(Trouble::renewal);
+  if (answer.ok()) return;
+  leaseIsGone();
+  if (!callUnderWay()) step();
 }
 
 // Its keys went with it.
 void Publisher::leaseIsGone() {
-  traceHandle.trace(kErrorLevel, "lease {:x} is gone: everything is written anew, under another one", lease_);
-  lease_ = LeaseStore::kNoLease;
-  writing_ = false;
+  traceHandle.trace(kErrorLevel, "lease {:x} is gone: everything is written anew, under another one",
+                    owners_.self);
+  owners_ = {};
   writableNs_ = 0;
   nextRenewal_.reset();
-  next_.reset();
-  step();
 }
 
-void Publisher::end(std::function<void()> ended) {
-  if (ended_) return;
-  ended_ = std::move(ended);
-  ending_ =
-      io_.after(kEndingMs, [this] { over(fmt::format("no answer for {} s", kEndingMs / kMsPerSecond)); });
-  next_.reset();
-  nextRenewal_.reset();
-  if (lease_ != LeaseStore::kNoLease) return giveBack();
-  step();
-}
+// The end.
 
 void Publisher::giveBack() {
-  givingBack_ = true;
-  if (lease_ == LeaseStore::kNoLease) return over({});
-  offLoop<std::monostate>([lease = lease_](LeaseStore& store) { return store.revoke(lease); },
-                          [this](const Result<std::monostate>& answer) {
-                            const auto* failure = std::get_if<Failure>(&answer);
-                            over(failure != nullptr ? failure->text : "");
-                          });
+  if (owners_.self == LeaseStore::kNoLease) return over(absl::OkStatus());
+  enter(State::givingBack, msUntil(endByNs_));
+  offLoop_.run([store = store_, lease = owners_.self] { return store->revoke(lease); },
+               [this](const absl::Status& answer) { over(answer); });
 }
 
 // What is answered later is of no interest any more.
-void Publisher::over(const std::string& error) {
-  if (!ending_) return;
-  ending_.reset();
-  if (lease_ != LeaseStore::kNoLease && !error.empty()) {
-    traceHandle.trace(kErrorLevel, "lease {:x} is not given back: {}", lease_, error);
+void Publisher::over(const absl::Status& error) {
+  if (state_ == State::ended) return;
+  enter(State::ended);
+  if (owners_.self != LeaseStore::kNoLease && !error.ok()) {
+    traceHandle.trace(kErrorLevel, "lease {:x} is not given back: {}", owners_.self, Runtime::textOf(error));
   }
   ended_();
+}
+
+// The store, and how it does.
+
+template <class Answer>
+void Publisher::call(std::function<absl::StatusOr<Answer>(LeaseStore&)> ask, std::function<void(Answer)> take,
+                     std::function<void(const absl::Status&)> fail) {
+  offLoop_.run([store = store_, ask = std::move(ask)] { return ask(*store); },
+               [this, take = std::move(take), fail = std::move(fail)](absl::StatusOr<Answer> answer) {
+                 if (ending() && state_ != State::leaving) return;
+                 if (!answer.ok()) return fail ? fail(answer.status()) : callFailed(answer.status());
+                 tellEndpoint();
+                 take(*std::move(answer));
+               });
+}
+
+void Publisher::callFailed(const absl::Status& error) {
+  if (ending()) return step();
+  // It may have been carried out.
+  holdings_.reset();
+  writableNs_ = 0;
+  failed(error, Trouble::call);
+  enter(state_ == State::looking ? State::standingBy : State::retrying, backoff_.nextMs());
 }
 
 // A store that can be read but not written does not work, nor does one that takes no renewals.
@@ -366,13 +330,16 @@ void Publisher::worked(Trouble trouble) {
   trouble_.reset();
   double seconds = static_cast<double>(clock_.monotonicNs() - troubleSinceNs_) / 1e9;
   traceHandle.trace(kHealthLevel, "the store works again, after {:.1f} s", seconds);
+  tellStatus();
 }
 
-void Publisher::failed(const std::string& error, Trouble trouble) {
+void Publisher::failed(const absl::Status& error, Trouble trouble) {
   if (trouble_) return;
   trouble_ = trouble;
+  error_ = Runtime::textOf(error);
   troubleSinceNs_ = clock_.monotonicNs();
-  traceHandle.trace(kErrorLevel, "the store cannot be used: {}; it is tried again and again", error);
+  traceHandle.trace(kErrorLevel, "the store cannot be used: {}; it is tried again and again", error_);
+  tellStatus();
 }
 
 void Publisher::tellEndpoint() {
@@ -380,6 +347,32 @@ void Publisher::tellEndpoint() {
   if (endpoint == endpoint_) return;
   endpoint_ = std::move(endpoint);
   traceHandle.trace(kHealthLevel, "connected to {}", endpoint_);
+}
+
+void Publisher::tellStatus() {
+  std::string now = status();
+  if (now == status_) return;
+  status_ = std::move(now);
+  listener_.statusIs(status_);
+}
+
+std::string Publisher::status() const {
+  if (ending()) return "ending";
+  if (trouble_) return fmt::format("the store cannot be used: {}", error_);
+  if (state_ == State::silent) return "waiting for this machine's figures";
+  if (state_ == State::standingBy || state_ == State::looking) {
+    return fmt::format("standing by, as another publisher has member {}, under lease {:x}", settings_.member,
+                       rival_);
+  }
+  if (owners_.self == LeaseStore::kNoLease) return "asking the store for a lease";
+  return fmt::format("publishing member {}, under lease {:x}", settings_.member, owners_.self);
+}
+
+uint64_t Publisher::renewalMs() const { return settings_.ttlSeconds * kMsPerSecond / 3; }
+
+uint64_t Publisher::msUntil(uint64_t whenNs) const {
+  uint64_t nowNs = clock_.monotonicNs();
+  return whenNs <= nowNs ? 1 : (whenNs - nowNs + kNsPerMs - 1) / kNsPerMs;
 }
 
 }  // namespace Member

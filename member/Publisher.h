@@ -16,7 +16,6 @@
 #pragma once
 
 #include <functional>
-#include <map>
 #include <memory>
 #include <optional>
 #include <set>
@@ -24,6 +23,7 @@
 #include <vector>
 
 #include "kelstore/Snapshot.h"
+#include "member/Differences.h"
 #include "member/LeaseStore.h"
 #include "platform/zavro/Clock.h"
 #include "runtime/Backoff.h"
@@ -39,6 +39,22 @@ class Publisher final {
   static constexpr uint64_t kLastRetryMs = 5000;  // up to this
   static constexpr uint64_t kEndingMs = 2000;     // how long the end waits for the store
 
+  // Each has at most one call of the store under way, besides renewals, or one timer.
+  enum class State : uint8_t {
+    silent,      // nothing is to be said yet
+    granting,    // a lease is asked for
+    listing,     // what the store holds is read
+    writing,     // a transaction is under way
+    pausing,     // the next one waits for its interval
+    published,   // all that is to be said stands in the store, which is looked at again after a while
+    retrying,    // a call failed, and some time passes
+    standingBy,  // another publisher has this member; some time passes
+    looking,     // the same, and the store is read to see whether it still has
+    leaving,     // it ends, as soon as the call under way has shown whether there is a lease
+    givingBack,  // it ends, and the lease is given back
+    ended,
+  };
+
   struct Settings {
     uint8_t member = 1;
     std::vector<std::string> interfaces;  // the configured ones, and those that were since the start
@@ -47,10 +63,15 @@ class Publisher final {
     Runtime::Random random = Runtime::unforeseenRandom();  // that varies the delays
   };
 
-  // `published` is called on the loop when all that is to be said stands in the store, once. Io and clock
-  // outlive this; the store may be in use for longer, by a call that waits.
+  // Who is told, on the loop.
+  struct Listener {
+    std::function<void()> published;                   // once, when all that is to be said stands there
+    std::function<void(const std::string&)> statusIs;  // one line for the operator, whenever it is another
+  };
+
+  // Io and clock outlive this; the store may be in use for longer, by a call that waits.
   Publisher(Settings settings, std::shared_ptr<LeaseStore> store, Runtime::Io& io, const Zavro::Clock& clock,
-            std::function<void()> published);
+            Listener listener);
   Publisher(const Publisher&) = delete;
   Publisher& operator=(const Publisher&) = delete;
 
@@ -63,77 +84,87 @@ class Publisher final {
   // is refused without the lease, or goes with it.
   void end(std::function<void()> ended);
 
+  State state() const { return state_; }
+
  private:
   using Lease = LeaseStore::Lease;
-  using Content = std::map<Kelstore::Path, std::string>;
   // What does not work.
   enum class Trouble : uint8_t { call, renewal };
 
-  // What is to be done next: one call of the store, or a pause.
+  // The only place where the state changes. With a time, elapsed() is called then, unless a state is entered
+  // before.
+  void enter(State state, uint64_t forMs = 0);
+  void elapsed();
+  bool callUnderWay() const;
+  bool ending() const { return state_ >= State::leaving; }
+  // Does what is to be done next. Requires: no call is under way, or it has just been answered.
   void step();
-  void stepAfter(uint64_t milliseconds);
+
   void takeLease();
+  void granted(Lease lease);
   void list();
+  void readInState(State state, std::function<void(LeaseStore::Holdings)> take);
   void listed(LeaseStore::Holdings holdings);
   void standBy(Lease other);
-  void waitForOther();
+  void waitForOther(Lease other);
+  void look();
+  void looked(const LeaseStore::Holdings& holdings);
   void write();
-  void written(const std::vector<LeaseStore::Change>& changes, const LeaseStore::Written& result);
+  void written(const std::vector<LeaseStore::Change>& changes, int64_t revision);
+  void writeRefused(const absl::Status& error);
+  void giveBack();
+  void over(const absl::Status& error);
+
   void renewAfter(uint64_t milliseconds);
   void renew();
+  void renewed(const absl::Status& answer);
   void leaseIsGone();
-  void giveBack();
-  void over(const std::string& error);
-
-  std::vector<LeaseStore::Change> differences() const;
-  std::vector<LeaseStore::Guard> guards(const std::vector<LeaseStore::Change>& changes) const;
-  std::set<Lease> otherLeases() const;
-  bool ours(Lease lease) const { return lease == lease_ || predecessors_.contains(lease); }
-  bool isForeign(const Kelstore::Path& path) const;
   void noteForeign();
-  void lookAgain();
 
-  // Calls the store; then `take` is called with the answer, or the failure is dealt with.
+  // Calls the store; then `take` is called with the answer, or `fail` with the error, unless either comes
+  // after the end.
   template <class Answer>
-  void call(std::function<Result<Answer>(LeaseStore&)> ask, std::function<void(Answer)> take);
-  template <class Answer>
-  void offLoop(std::function<Result<Answer>(LeaseStore&)> ask, std::function<void(Result<Answer>)> done);
+  void call(std::function<absl::StatusOr<Answer>(LeaseStore&)> ask, std::function<void(Answer)> take,
+            std::function<void(const absl::Status&)> fail = {});
+  void callFailed(const absl::Status& error);
   void worked(Trouble trouble);
-  void failed(const std::string& error, Trouble trouble);
+  void failed(const absl::Status& error, Trouble trouble);
   void tellEndpoint();
+  void tellStatus();
+  std::string status() const;
+
+  uint64_t renewalMs() const;
+  uint64_t msUntil(uint64_t whenNs) const;  // at least 1
 
   Settings settings_;
   std::shared_ptr<LeaseStore> store_;
   Runtime::Io& io_;
   const Zavro::Clock& clock_;
-  std::function<void()> published_;
+  Listener listener_;
   std::function<void()> ended_;
   std::optional<Content> content_;
 
-  bool calling_ = false;  // but for renew() and revoke()
-  std::unique_ptr<Runtime::Io::Activity> next_;
-  Lease lease_ = LeaseStore::kNoLease;
-  std::set<Lease> predecessors_;  // of the keys that were there when the lease was taken
-  bool takingOver_ = false;       // they are not known yet
-  bool standingBy_ = false;
-  bool listed_ = false;                            // whether what the store holds is known
-  bool fresh_ = false;                             // and nothing was written since it was learnt
-  LeaseStore::Holdings holdings_;                  // that
-  std::set<Kelstore::Path> foreign_;               // interfaces that are left alone, of which was told
-  std::unique_ptr<Runtime::Io::Activity> relist_;  // sooner, for these
-  std::unique_ptr<Runtime::Io::Activity> nextLook_;
-  int64_t revision_ = 0;  // of the last transaction
-  bool givingBack_ = false;
-  std::unique_ptr<Runtime::Io::Activity> ending_;  // until it is over
-  bool writing_ = false;                           // what is being written did not fit one transaction
-  uint64_t writableNs_ = 0;                        // when the next transaction may be made
+  State state_ = State::silent;
+  std::unique_ptr<Runtime::Io::Activity> timer_;  // of the state
+
+  Owners owners_;  // of the keys: the lease that it has, if any, and those it takes over from
   std::unique_ptr<Runtime::Io::Activity> nextRenewal_;
-  bool renewing_ = false;
+  bool renewing_ = false;  // a call that no other waits for
+
+  std::optional<LeaseStore::Holdings> holdings_;  // what the store holds, as far as it is known
+  uint64_t lookAgainNs_ = 0;                      // when that is to be read again
+  std::set<Kelstore::Path> foreign_;              // interfaces that are left alone, of which was told
+  int64_t revision_ = 0;                          // of the last transaction
+  uint64_t writableNs_ = 0;                       // when the next transaction may be made
+  Lease rival_ = LeaseStore::kNoLease;            // of the publisher for which it stands by
+  uint64_t endByNs_ = 0;
 
   Runtime::Backoff backoff_{kFirstRetryMs, kLastRetryMs, settings_.random};
   std::optional<Trouble> trouble_;
+  std::string error_;  // of the trouble
   uint64_t troubleSinceNs_ = 0;
   std::string endpoint_;  // of which was told
+  std::string status_;    // of which was told
   Runtime::OffLoop offLoop_{io_};
 };
 

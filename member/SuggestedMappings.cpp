@@ -48,9 +48,9 @@ class NoLoop final : public Runtime::Io {
 
 }  // namespace
 
-SuggestedMappings suggestedMappings(std::shared_ptr<Machine> machine, const std::string& indexFile,
-                                    const Zavro::Clock& clock) {
-  SuggestedMappings suggested;
+absl::StatusOr<Kelstore::Values> suggestedMappings(std::shared_ptr<Machine> machine,
+                                                   const std::string& indexFile, const Zavro::Clock& clock) {
+  Kelstore::Values suggested;
   NoLoop io;
   LocalStorage storage(std::move(machine), indexFile, io, clock, [] {});
   storage.start();
@@ -58,17 +58,18 @@ SuggestedMappings suggestedMappings(std::shared_ptr<Machine> machine, const std:
   storage.look();
   io.workAll();
   for (auto& [memory, mapping] : memoryMappings()) {
-    suggested.values[{Kind::memoryMapping, std::to_string(memory), ""}] = std::move(mapping);
+    suggested[{Kind::memoryMapping, std::to_string(memory), ""}] = std::move(mapping);
   }
   for (auto& [point, mapping] : storage.mappings([](uint32_t, const std::string&) { return false; })) {
-    suggested.values[{Kind::mountMapping, point, ""}] = std::move(mapping);
+    suggested[{Kind::mountMapping, point, ""}] = std::move(mapping);
   }
   storage.keepIndexes();
   io.workAll();
   // A mount of which nothing is known is left out, and was told of.
   for (const Collector* collector : storage.collectors()) {
     bool essential = collector->status().name == "mounts" || collector->status().name == "indexes";
-    if (essential && !collector->status().error.empty()) suggested.error = collector->status().error;
+    const std::string& error = collector->status().error;
+    if (essential && !error.empty()) return absl::UnavailableError(error);
   }
   return suggested;
 }

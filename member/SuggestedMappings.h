@@ -2,6 +2,8 @@
 // they are the whole cluster's, so no member publishes them.
 #pragma once
 
+#include <absl/status/statusor.h>
+
 #include <memory>
 #include <string>
 
@@ -11,15 +13,10 @@
 
 namespace Member {
 
-struct SuggestedMappings {
-  Kelstore::Values values;
-  std::string error;  // one line, when they cannot be told
-};
-
 // Those of the kinds of memory, and of the file systems that are mounted now. Mount points have the indexes
 // that the file keeps for them, and new ones are kept there; an empty path: nowhere. Waits for each answer of
-// the machine.
-SuggestedMappings suggestedMappings(std::shared_ptr<Machine> machine, const std::string& indexFile,
-                                    const Zavro::Clock& clock);
+// the machine. An error is one line.
+absl::StatusOr<Kelstore::Values> suggestedMappings(std::shared_ptr<Machine> machine,
+                                                   const std::string& indexFile, const Zavro::Clock& clock);
 
 }  // namespace Member

@@ -13,6 +13,8 @@ absl::Status systemError(int error);
 
 // The same error with the message "<what>: <message>".
 absl::Status errorOf(std::string_view what, const absl::Status& error);
+// The same of errno.
+inline absl::Status errorOf(std::string_view what, int error) { return errorOf(what, systemError(error)); }
 
 inline std::string textOf(const absl::Status& error) { return std::string(error.message()); }
 

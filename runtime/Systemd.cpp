@@ -2,6 +2,8 @@
 
 #include <systemd/sd-daemon.h>
 
+#include "runtime/Text.h"
+
 namespace Runtime {
 
 Systemd::Systemd(EventLoop& loop) {
@@ -15,5 +17,10 @@ Systemd::Systemd(EventLoop& loop) {
 Systemd::~Systemd() { sd_notify(0, "STOPPING=1"); }
 
 void Systemd::ready() const { sd_notify(0, "READY=1"); }
+
+void Systemd::statusIs(const std::string& line) const {
+  // A line end would begin another message.
+  sd_notify(0, ("STATUS=" + escaped(line)).c_str());
+}
 
 }  // namespace Runtime

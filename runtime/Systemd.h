@@ -2,6 +2,7 @@
 #pragma once
 
 #include <memory>
+#include <string>
 
 #include "runtime/EventLoop.h"
 
@@ -13,6 +14,8 @@ class Systemd {
   explicit Systemd(EventLoop& loop);
   ~Systemd();  // tells that the daemon stops
   void ready() const;
+  // Shows one line, until another is shown, beside the daemon's name (systemctl status).
+  void statusIs(const std::string& line) const;
 
  private:
   std::unique_ptr<Timer> watchdog_;

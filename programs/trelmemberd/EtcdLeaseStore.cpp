@@ -9,8 +9,6 @@ namespace Etcd = Kelstore::Etcd;
 using Kelstore::Kind;
 using Kelstore::Path;
 
-Failure failed(const absl::Status& status) { return {std::string(status.message())}; }
-
 void add(const Etcd::Keys& keys, Etcd::Listing listing, LeaseStore::Holdings& holdings) {
   for (Etcd::Record& one : listing.records) {
     if (auto path = keys.path(one.key); path.ok()) {
@@ -38,55 +36,50 @@ void EtcdLeaseStore::answered(const Etcd::Client& client) {
   answering_ = client.endpoint();
 }
 
-Result<LeaseStore::Lease> EtcdLeaseStore::grant(std::chrono::seconds ttl) {
+absl::StatusOr<LeaseStore::Lease> EtcdLeaseStore::grant(std::chrono::seconds ttl) {
   std::lock_guard lock(calls_.mutex);
   auto lease = calls_.client.grant(ttl);
-  if (!lease.ok()) return failed(lease.status());
-  answered(calls_.client);
-  return *lease;
+  if (lease.ok()) answered(calls_.client);
+  return lease;
 }
 
-Result<bool> EtcdLeaseStore::renew(Lease lease) {
+absl::Status EtcdLeaseStore::renew(Lease lease) {
   std::lock_guard lock(renewals_.mutex);
-  auto left = renewals_.client.keepAliveOnce(lease);
-  if (absl::IsNotFound(left.status())) return false;
-  if (!left.ok()) return failed(left.status());
-  answered(renewals_.client);
-  return true;
+  absl::Status status = renewals_.client.keepAliveOnce(lease).status();
+  if (status.ok()) answered(renewals_.client);
+  return status;
 }
 
-Result<std::monostate> EtcdLeaseStore::revoke(Lease lease) {
+absl::Status EtcdLeaseStore::revoke(Lease lease) {
   std::lock_guard lock(revocations_.mutex);
   {
     std::lock_guard answeringLock(answeringMutex_);
     revocations_.client.prefer(answering_);
   }
   absl::Status status = revocations_.client.revoke(lease);
-  if (!status.ok() && !absl::IsNotFound(status)) return failed(status);
-  return std::monostate();
+  return absl::IsNotFound(status) ? absl::OkStatus() : status;
 }
 
-Result<LeaseStore::Holdings> EtcdLeaseStore::list(uint8_t member,
-                                                  const std::vector<std::string>& interfaces) {
+absl::StatusOr<LeaseStore::Holdings> EtcdLeaseStore::list(uint8_t member,
+                                                          const std::vector<std::string>& interfaces) {
   std::lock_guard lock(calls_.mutex);
   Holdings holdings;
   for (const char* root : {"members", "topology"}) {
     auto listing = calls_.client.range(keys_.below(std::vector<std::string>{root, std::to_string(member)}));
-    if (!listing.ok()) return failed(listing.status());
+    if (!listing.ok()) return listing.status();
     add(keys_, *std::move(listing), holdings);
   }
   for (const std::string& interface : interfaces) {
     auto listing = calls_.client.get(keys_.key(Path{Kind::interface, interface, ""}));
-    if (!listing.ok()) return failed(listing.status());
+    if (!listing.ok()) return listing.status();
     add(keys_, *std::move(listing), holdings);
   }
   answered(calls_.client);
   return holdings;
 }
 
-Result<LeaseStore::Written> EtcdLeaseStore::write(const std::vector<Change>& changes,
-                                                  const std::vector<Guard>& guards, Lease lease) {
-  using How = Written::How;
+absl::StatusOr<int64_t> EtcdLeaseStore::write(const std::vector<Change>& changes,
+                                              const std::vector<Guard>& guards, Lease lease) {
   std::vector<Etcd::Op> ops;
   for (const Change& change : changes) {
     std::string key = keys_.key(change.path);
@@ -100,13 +93,8 @@ Result<LeaseStore::Written> EtcdLeaseStore::write(const std::vector<Change>& cha
   for (const Guard& guard : guards) conditions.push_back({keys_.key(guard.path), guard.revision});
   std::lock_guard lock(calls_.mutex);
   auto revision = calls_.client.txn(ops, conditions);
-  if (revision.ok()) {
-    answered(calls_.client);
-    return Written{How::done, *revision};
-  }
-  if (absl::IsAborted(revision.status())) return Written{How::guardFailed, 0};
-  if (absl::IsNotFound(revision.status())) return Written{How::leaseGone, 0};
-  return failed(revision.status());
+  if (revision.ok()) answered(calls_.client);
+  return revision;
 }
 
 std::string EtcdLeaseStore::endpoint() const {

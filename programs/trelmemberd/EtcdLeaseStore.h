@@ -22,14 +22,14 @@ class EtcdLeaseStore final : public LeaseStore {
   EtcdLeaseStore(const Kelstore::Etcd::Address& address, const Kelstore::Etcd::Access& access,
                  const Patience& patience);
 
-  Result<Lease> grant(std::chrono::seconds ttl) override;
-  Result<bool> renew(Lease lease) override;
+  absl::StatusOr<Lease> grant(std::chrono::seconds ttl) override;
+  absl::Status renew(Lease lease) override;
   // Begins with the server that did last what it was asked.
-  Result<std::monostate> revoke(Lease lease) override;
+  absl::Status revoke(Lease lease) override;
   // Keys whose path is none of the state model, or is not spelt as it is to be, are left out.
-  Result<Holdings> list(uint8_t member, const std::vector<std::string>& interfaces) override;
-  Result<Written> write(const std::vector<Change>& changes, const std::vector<Guard>& guards,
-                        Lease lease) override;
+  absl::StatusOr<Holdings> list(uint8_t member, const std::vector<std::string>& interfaces) override;
+  absl::StatusOr<int64_t> write(const std::vector<Change>& changes, const std::vector<Guard>& guards,
+                                Lease lease) override;
   std::string endpoint() const override;
 
  private:

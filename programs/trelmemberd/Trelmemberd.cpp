@@ -9,7 +9,7 @@
 #include "kelstore/etcd/AccessFiles.h"
 #include "kelstore/etcd/Address.h"
 #include "member/LinuxMachine.h"
-#include "platform/lumalog/Lumalog.h"
+#include "member/Trace.h"
 #include "programs/trelmemberd/EtcdLeaseStore.h"
 #include "runtime/Status.h"
 
@@ -18,8 +18,7 @@ namespace {
 
 namespace Etcd = Kelstore::Etcd;
 
-const Lumalog::Handle traceHandle("Member");
-constexpr int kErrorLevel = 0;
+using Lumalog::kErrorLevel;
 constexpr int kHealthLevel = 1;
 
 std::vector<std::string> interfacesOf(const Config& config) {
@@ -59,7 +58,9 @@ Trelmemberd::Trelmemberd(std::string path, const Config& config, Host::TraceLog&
       interrupt_(loop_, SIGINT, [this] { end(); }),
       systemd_(loop_),
       io_(loop_, threads),
-      publisher_(settingsOf(config), storeOf(config), io_, clock, [this] { systemd_.ready(); }),
+      publisher_(
+          settingsOf(config), storeOf(config), io_, clock,
+          {[this] { systemd_.ready(); }, [this](const std::string& line) { systemd_.statusIs(line); }}),
       links_([this] { state_.linksChanged(); }),
       state_(config, std::make_shared<LinuxMachine>(), std::make_shared<PingProbe>(), links_, io_, clock,
              [this] { publish(); }),

@@ -16,6 +16,7 @@
 #include "programs/trelmemberd/Trelmemberd.h"
 #include "runtime/CommandLine.h"
 #include "runtime/EventLoop.h"
+#include "runtime/Status.h"
 
 namespace {
 
@@ -39,11 +40,11 @@ int printMappings(const Member::Config& config) {
   Zavro::SystemClock clock;
   auto suggested =
       Member::suggestedMappings(std::make_shared<Member::LinuxMachine>(), config.indexFile, clock);
-  if (!suggested.error.empty()) {
-    Runtime::complain("trelmemberd", suggested.error);
+  if (!suggested.ok()) {
+    Runtime::complain("trelmemberd", Runtime::textOf(suggested.status()));
     return Runtime::kUnusable;
   }
-  fmt::print("{}\n", Kelstore::documentOf(suggested.values).dump(2));
+  fmt::print("{}\n", Kelstore::documentOf(*suggested).dump(2));
   return 0;
 }
 

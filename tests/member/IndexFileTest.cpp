@@ -21,12 +21,14 @@ class IndexFileTest : public testing::Test {
  protected:
   KeptIndexes read() {
     auto result = readIndexes(path_);
-    if (const auto* failure = std::get_if<Failure>(&result)) ADD_FAILURE() << failure->text;
-    return std::get<KeptIndexes>(result);
+    EXPECT_TRUE(result.ok()) << result.status();
+    return *result;
   }
-  static std::string failureOf(const auto& result) {
-    const auto* failure = std::get_if<Failure>(&result);
-    return failure == nullptr ? "none" : failure->text;
+  static std::string failureOf(const absl::Status& result) {
+    return result.ok() ? "none" : std::string(result.message());
+  }
+  static std::string failureOf(const absl::StatusOr<KeptIndexes>& result) {
+    return failureOf(result.status());
   }
   // Names in the directory.
   std::vector<std::string> files() const {

@@ -18,18 +18,17 @@ namespace {
 using testing::HasSubstr;
 
 template <class Answer>
-Answer answered(Result<Answer> result) {
-  if (const auto* failure = std::get_if<Failure>(&result)) {
-    ADD_FAILURE() << failure->text;
+Answer answered(absl::StatusOr<Answer> result) {
+  if (!result.ok()) {
+    ADD_FAILURE() << result.status();
     return {};
   }
-  return std::get<Answer>(std::move(result));
+  return *std::move(result);
 }
 
 template <class Answer>
-std::string failureOf(const Result<Answer>& result) {
-  const auto* failure = std::get_if<Failure>(&result);
-  return failure == nullptr ? "none" : failure->text;
+std::string failureOf(const absl::StatusOr<Answer>& result) {
+  return result.ok() ? "none" : std::string(result.status().message());
 }
 
 struct sysinfo machineInfo() {

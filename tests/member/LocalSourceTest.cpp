@@ -134,7 +134,7 @@ TEST_F(LocalSourceTest, UnchangedValues_AreWrittenOnce) {
 
 TEST_F(LocalSourceTest, MemoryChanges_OneNotification) {
   startAndPass(0);
-  std::get<MemoryInUse>(machine_->memoryInUse).free = 2999;
+  machine_->memoryInUse->free = 2999;
   EXPECT_EQ(pass(kSecond), "7.memory");
 }
 
@@ -164,7 +164,7 @@ TEST_F(LocalSourceTest, EarlierSourceKnowsTheMember_OnlyItsReachabilityStays) {
 
 TEST_F(LocalSourceTest, CollectorFails_WhatWasKnownStays_AndItIsToldOnce) {
   startAndPass(0);
-  machine_->userCount = Failure{"/run/utmp: Permission denied"};
+  machine_->userCount = absl::UnknownError("/run/utmp: Permission denied");
   machine_->processCount = 140u;
   pass(kSecond);
   EXPECT_EQ(system(), (Kelstore::System{1000.5, 1001, 2, 140, 8000}));
@@ -178,7 +178,7 @@ TEST_F(LocalSourceTest, CollectorFails_WhatWasKnownStays_AndItIsToldOnce) {
 
 TEST_F(LocalSourceTest, CollectorRecovers_ItsFiguresFollowAgain) {
   startAndPass(0);
-  machine_->userCount = Failure{"broken"};
+  machine_->userCount = absl::UnknownError("broken");
   pass(kSecond);
   machine_->userCount = 5u;
   pass(5 * kSecond);
@@ -190,7 +190,7 @@ TEST_F(LocalSourceTest, CollectorRecovers_ItsFiguresFollowAgain) {
 }
 
 TEST_F(LocalSourceTest, CollectorFailsFromTheStart_TheOthersAreServed) {
-  machine_->memoryInUse = Failure{"/proc/meminfo: Permission denied"};
+  machine_->memoryInUse = absl::UnknownError("/proc/meminfo: Permission denied");
   start();
   EXPECT_EQ(passFirst(0), " host[7] 7.cpu[1] 7.cpu[2]");
   EXPECT_EQ(system().memorySize, 0u);
@@ -198,12 +198,12 @@ TEST_F(LocalSourceTest, CollectorFailsFromTheStart_TheOthersAreServed) {
 }
 
 TEST_F(LocalSourceTest, EveryCollectorFails_NothingIsServedAndTheSourceIsHeard) {
-  machine_->uptimeSeconds = Failure{"no"};
-  machine_->userCount = Failure{"no"};
-  machine_->processCount = Failure{"no"};
-  machine_->memoryInUse = Failure{"no"};
-  machine_->times = Failure{"no"};
-  machine_->mounted = Failure{"no"};
+  machine_->uptimeSeconds = absl::UnknownError("no");
+  machine_->userCount = absl::UnknownError("no");
+  machine_->processCount = absl::UnknownError("no");
+  machine_->memoryInUse = absl::UnknownError("no");
+  machine_->times = absl::UnknownError("no");
+  machine_->mounted = absl::UnknownError("no");
   start();
   EXPECT_EQ(passFirst(0), "");
   EXPECT_EQ(source_->status().state, SourceState::partial);

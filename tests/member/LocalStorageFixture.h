@@ -93,7 +93,7 @@ class LocalStorageTest : public testing::Test {
   void unmount(const std::string& point) {
     std::erase_if(table(), [&](const Mount& mount) { return mount.point == point; });
   }
-  std::vector<Mount>& table() { return std::get<std::vector<Mount>>(machine_->mounted); }
+  std::vector<Mount>& table() { return *machine_->mounted; }
   // The process ends and starts again.
   Life& restart(const std::string& others = "{}") {
     life_.reset();

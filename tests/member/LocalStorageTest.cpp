@@ -76,7 +76,7 @@ TEST_F(LocalStorageTest, Unmounted_ItsFiguresAndItsMappingGo_ItsIndexIsKeptForIt
 TEST_F(LocalStorageTest, FailsAfterItHadFigures_MappingStays) {
   mount("/net", {4096, 10, 1});
   restart();
-  machine_->rooms["/net"] = Failure{"/net: Stale file handle"};
+  machine_->rooms["/net"] = absl::UnknownError("/net: Stale file handle");
   look();
   EXPECT_EQ(life_->rows(), "/net=1001");
 }
@@ -158,7 +158,7 @@ TEST_F(LocalStorageTest, AnotherIsMountedWhileTheOldOneHangs_ItIsThereAtOnce_The
 TEST_F(LocalStorageTest, MountFails_ItsFiguresStay) {
   mount("/net", {4096, 10, 1});
   restart();
-  machine_->rooms["/net"] = Failure{"/net: Stale file handle"};
+  machine_->rooms["/net"] = absl::UnknownError("/net: Stale file handle");
   look();
   EXPECT_EQ(life_->figures(), "/net=10/1");
   EXPECT_THAT(life_->troubles(), ElementsAre("mount /net fails: /net: Stale file handle"));
@@ -167,7 +167,7 @@ TEST_F(LocalStorageTest, MountFails_ItsFiguresStay) {
 TEST_F(LocalStorageTest, TableOfMountsFails_TheMountsThatAreKnownAreLookedAtAllTheSame) {
   mount("/", {4096, 100, 40});
   restart();
-  machine_->mounted = Failure{"/proc/self/mountinfo: Permission denied"};
+  machine_->mounted = absl::UnknownError("/proc/self/mountinfo: Permission denied");
   machine_->rooms["/"] = Room{4096, 100, 20};
   look();
   EXPECT_EQ(life_->figures(), "/=100/20");

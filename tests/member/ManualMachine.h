@@ -12,23 +12,23 @@ namespace Member {
 
 class ManualMachine final : public Machine {
  public:
-  Result<double> uptime() override { return answer("uptime", uptimeSeconds); }
-  Result<uint32_t> users() override { return answer("users", userCount); }
-  Result<uint32_t> processes() override { return answer("processes", processCount); }
-  Result<MemoryInUse> memory() override { return answer("memory", memoryInUse); }
-  Result<std::vector<ProcessorTime>> processors() override { return answer("processors", times); }
-  Result<std::vector<Mount>> mounts() override { return answer("mounts", mounted); }
-  Result<Room> room(const Mount& mount) override {
-    return answer("mount " + mount.point, rooms[mount.point]);
+  absl::StatusOr<double> uptime() override { return answer("uptime", uptimeSeconds); }
+  absl::StatusOr<uint32_t> users() override { return answer("users", userCount); }
+  absl::StatusOr<uint32_t> processes() override { return answer("processes", processCount); }
+  absl::StatusOr<MemoryInUse> memory() override { return answer("memory", memoryInUse); }
+  absl::StatusOr<std::vector<ProcessorTime>> processors() override { return answer("processors", times); }
+  absl::StatusOr<std::vector<Mount>> mounts() override { return answer("mounts", mounted); }
+  absl::StatusOr<Room> room(const Mount& mount) override {
+    return answer("mount " + mount.point, rooms.try_emplace(mount.point, Room()).first->second);
   }
 
-  Result<double> uptimeSeconds = 1000.5;
-  Result<uint32_t> userCount = 2u;
-  Result<uint32_t> processCount = 130u;
-  Result<MemoryInUse> memoryInUse = MemoryInUse{8000, 3000, 5000, 500, 1500};
-  Result<std::vector<ProcessorTime>> times = std::vector<ProcessorTime>{{0, 100, 1000}, {1, 0, 1000}};
-  Result<std::vector<Mount>> mounted = std::vector<Mount>();
-  std::map<std::string, Result<Room>> rooms;  // by mount point
+  absl::StatusOr<double> uptimeSeconds = 1000.5;
+  absl::StatusOr<uint32_t> userCount = 2u;
+  absl::StatusOr<uint32_t> processCount = 130u;
+  absl::StatusOr<MemoryInUse> memoryInUse = MemoryInUse{8000, 3000, 5000, 500, 1500};
+  absl::StatusOr<std::vector<ProcessorTime>> times = std::vector<ProcessorTime>{{0, 100, 1000}, {1, 0, 1000}};
+  absl::StatusOr<std::vector<Mount>> mounted = std::vector<Mount>();
+  std::map<std::string, absl::StatusOr<Room>> rooms;  // by mount point
 
   std::set<std::string> hanging;
   std::map<std::string, int> asked;  // how often

@@ -12,14 +12,14 @@ namespace Member {
 
 class ManualProbe final : public EchoProbe {
  public:
-  Result<bool> ask(const EchoTarget& target) override {
+  absl::StatusOr<bool> ask(const EchoTarget& target) override {
     asked.push_back(target.address + " on " + target.device + " within " +
                     std::to_string(target.timeout.count()));
     if (hanging) throw Runtime::ManualIo::Hangs();
     return answer;
   }
 
-  Result<bool> answer = true;
+  absl::StatusOr<bool> answer = true;
   bool hanging = false;
   std::vector<std::string> asked;
 };

@@ -16,23 +16,23 @@ namespace Member {
 
 class ManualStore final : public LeaseStore {
  public:
-  Result<Lease> grant(std::chrono::seconds ttl) override {
-    if (auto failure = called("grant")) return *failure;
+  absl::StatusOr<Lease> grant(std::chrono::seconds ttl) override {
+    if (absl::Status failure = called("grant"); !failure.ok()) return failure;
     leases.insert(++lastLease);
     ttlSeconds = ttl.count();
     return lastLease;
   }
-  Result<bool> renew(Lease lease) override {
-    if (auto failure = called("renew")) return *failure;
-    return leases.contains(lease);
+  absl::Status renew(Lease lease) override {
+    if (absl::Status failure = called("renew"); !failure.ok()) return failure;
+    return leases.contains(lease) ? absl::OkStatus() : absl::NotFoundError("no such lease");
   }
-  Result<std::monostate> revoke(Lease lease) override {
-    if (auto failure = called("revoke")) return *failure;
+  absl::Status revoke(Lease lease) override {
+    if (absl::Status failure = called("revoke"); !failure.ok()) return failure;
     expire(lease);
-    return std::monostate();
+    return absl::OkStatus();
   }
-  Result<Holdings> list(uint8_t member, const std::vector<std::string>& interfaces) override {
-    if (auto failure = called("list")) return *failure;
+  absl::StatusOr<Holdings> list(uint8_t member, const std::vector<std::string>& interfaces) override {
+    if (absl::Status failure = called("list"); !failure.ok()) return failure;
     Holdings found;
     for (const auto& [path, held] : keys) {
       bool own = path.kind == Kelstore::Kind::interface ? std::find(interfaces.begin(), interfaces.end(),
@@ -42,16 +42,16 @@ class ManualStore final : public LeaseStore {
     }
     return found;
   }
-  Result<Written> write(const std::vector<Change>& changes, const std::vector<Guard>& guards,
-                        Lease lease) override {
-    if (auto failure = called("write")) return *failure;
+  absl::StatusOr<int64_t> write(const std::vector<Change>& changes, const std::vector<Guard>& guards,
+                                Lease lease) override {
+    if (absl::Status failure = called("write"); !failure.ok()) return failure;
     if (beforeWrite) std::exchange(beforeWrite, {})();
-    if (!leases.contains(lease)) return Written{Written::How::leaseGone, 0};
+    if (!leases.contains(lease)) return absl::NotFoundError("no such lease");
     for (const Guard& guard : guards) {
       auto held = keys.find(guard.path);
       if ((held == keys.end() ? 0 : held->second.revision) != guard.revision) {
         log += "refused; ";
-        return Written{Written::How::guardFailed, 0};
+        return absl::AbortedError("guard");
       }
     }
     ++revision;
@@ -65,7 +65,7 @@ class ManualStore final : public LeaseStore {
       }
     }
     if (answerInstead) return *answerInstead;
-    return Written{Written::How::done, revision};
+    return revision;
   }
   std::string endpoint() const override { return "h:1"; }
 
@@ -103,14 +103,14 @@ class ManualStore final : public LeaseStore {
   std::set<std::string> hanging;      // the same
   std::function<void()> beforeWrite;  // once
   // To writes that are carried out.
-  std::optional<Result<Written>> answerInstead;
+  std::optional<absl::StatusOr<int64_t>> answerInstead;
 
  private:
-  std::optional<Failure> called(const std::string& name) {
+  absl::Status called(const std::string& name) {
     ++calls[name];
     if (hanging.contains(name)) throw Runtime::ManualIo::Hangs();
-    if (failing.contains(name) || failing.contains("all")) return Failure{name + " failed"};
-    return std::nullopt;
+    if (failing.contains(name) || failing.contains("all")) return absl::UnknownError(name + " failed");
+    return absl::OkStatus();
   }
 
   std::string log;

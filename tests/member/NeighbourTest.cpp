@@ -169,7 +169,7 @@ TEST_F(NeighbourTest, EchoesAreLost_Unreachable) {
 }
 
 TEST_F(NeighbourTest, EchoesCannotBeSent_ToldOnceAndWhenTheyCanAgain) {
-  probe_->answer = Failure{"echo to 10.0.0.2 on bp2: Operation not permitted"};
+  probe_->answer = absl::UnknownError("echo to 10.0.0.2 on bp2: Operation not permitted");
   neighbour_.deviceIs(kUp);
   io_.advance(60000);
   EXPECT_EQ(state(), "unknown");

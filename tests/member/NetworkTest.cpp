@@ -156,9 +156,9 @@ class EchoTest : public NetworkTest {
   }
   // "answered", "lost", or why it was not sent.
   std::string ask(const std::string& address, const std::string& device = "bp") {
-    Result<bool> answer = probe_.ask({address, device, 300ms});
-    if (const auto* failure = std::get_if<Failure>(&answer)) return failure->text;
-    return std::get<bool>(answer) ? "answered" : "lost";
+    absl::StatusOr<bool> answer = probe_.ask({address, device, 300ms});
+    if (!answer.ok()) return std::string(answer.status().message());
+    return *answer ? "answered" : "lost";
   }
 
   // Until the first answer: the kernel takes its time to use a cable that has just been plugged in.

@@ -286,7 +286,7 @@ class MountsInTurnTest : public OwnStateTest {
 TEST_F(MountsInTurnTest, OneIsAlwaysWaitedFor_FiguresFollowAllTheSame) {
   std::set<std::string> seen;
   pass(20, [&] {
-    machine_->uptimeSeconds = std::get<double>(machine_->uptimeSeconds) + 1;
+    machine_->uptimeSeconds = *machine_->uptimeSeconds + 1;
     for (const std::string& entry : entries()) {
       if (entry.starts_with("members/1/system")) seen.insert(entry);
     }

@@ -24,10 +24,12 @@ inline const Runtime::Random kRandom = [] { return 0.5; };
 class PublisherTest : public testing::Test {
  protected:
   void start() {
-    publisher_.emplace(Publisher::Settings{1, {"B1", "B2"}, 15, 1, kRandom}, store_, io_, clock_,
-                       [this] { ++published_; });
+    publisher_.emplace(Publisher::Settings{1, {"B1", "B2"}, 15, 1, kRandom}, store_, io_, clock_, listener());
     say();
     pass(0);
+  }
+  Publisher::Listener listener() {
+    return {[this] { ++published_; }, [this](const std::string& line) { statuses_.push_back(line); }};
   }
   // What is to be said, as it stands in content_.
   void say() {
@@ -62,6 +64,7 @@ class PublisherTest : public testing::Test {
       {processor("2"), Kelstore::Processor{20}},
   };
   int published_ = 0;
+  std::vector<std::string> statuses_;  // all that were told
   std::optional<Publisher> publisher_;
   TraceLog trace_{{"Member"}};
 };

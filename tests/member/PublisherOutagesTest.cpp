@@ -135,7 +135,7 @@ TEST_F(PublisherTest, WriteWasCarriedOutButNotAnswered_IsNotWrittenTwice) {
   start();
   store_->written();
   pass(2 * kSecond);
-  store_->answerInstead = Failure{"no answer"};
+  store_->answerInstead = absl::UnknownError("no answer");
   load(11);
   pass(0);
   EXPECT_EQ(store_->written(), "members/1/processors/1; ");
@@ -148,7 +148,7 @@ TEST_F(PublisherTest, WriteWasCarriedOutButNotAnswered_IsNotWrittenTwice) {
 // The answer is lost, and the repetition finds the keys that the guards stand on changed by the first time.
 TEST_F(PublisherTest, WriteWasCarriedOutAndItsRepetitionRefused_ItIsSeenThatAllIsWritten) {
   using Leases = std::set<LeaseStore::Lease>;
-  store_->answerInstead = LeaseStore::Written{LeaseStore::Written::How::guardFailed, 0};
+  store_->answerInstead = absl::AbortedError("guard");
   store_->put(processor("9"), "left behind", kOther);
   start();
   EXPECT_EQ(published_, 1);

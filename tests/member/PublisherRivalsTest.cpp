@@ -195,7 +195,7 @@ TEST_F(StandingByTest, EndsWhileTheStoreIsBeingRead_IsOverWithTheAnswer) {
 TEST_F(PublisherTest, TwoPublishersOfOneMember_TheLaterOneGoesOn) {
   start();
   pass(3 * kSecond);
-  Publisher later({1, {"B1", "B2"}, 15, 1}, store_, io_, clock_, [] {});
+  Publisher later({1, {"B1", "B2"}, 15, 1}, store_, io_, clock_, listener());
   std::vector<Kelstore::Snapshot::Entry> entries(content_.begin(), content_.end());
   later.contentIs(entries);
   pass(0);

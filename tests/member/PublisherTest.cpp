@@ -46,7 +46,7 @@ TEST_F(PublisherTest, InterfacesAreConfiguredAnew_TheirKeysComeAndGo_UnderTheSam
 }
 
 TEST_F(PublisherTest, NothingIsToBeSaidYet_NothingIsDone) {
-  publisher_.emplace(Publisher::Settings{1, {}, 15, 1, kRandom}, store_, io_, clock_, [] {});
+  publisher_.emplace(Publisher::Settings{1, {}, 15, 1, kRandom}, store_, io_, clock_, listener());
   pass(60 * kSecond);
   EXPECT_THAT(store_->calls, IsEmpty());
 }

@@ -29,9 +29,12 @@ class SuggestedMappingsTest : public testing::Test {
   // Indexes by mount point.
   std::map<std::string, int> indexes(const std::string& file = "") {
     auto suggested = suggestedMappings(machine_, file, clock_);
-    EXPECT_EQ(suggested.error, "");
+    if (!suggested.ok()) {
+      ADD_FAILURE() << suggested.status();
+      return {};
+    }
     std::map<std::string, int> all;
-    auto document = Kelstore::documentOf(suggested.values);
+    auto document = Kelstore::documentOf(*suggested);
     EXPECT_EQ(document["storageMappings"]["memory"].size(), 4u);
     for (const auto& [point, mapping] : document["storageMappings"]["mounts"].items()) {
       EXPECT_EQ(mapping["type"], "1.3.6.1.2.1.25.2.1.4");
@@ -61,15 +64,17 @@ TEST_F(SuggestedMappingsTest, IndexesThatWereKept_AreGivenAgain) {
 }
 
 TEST_F(SuggestedMappingsTest, MountThatCannotBeAsked_IsLeftOut) {
-  machine_->rooms["/var"] = Failure{"/var: Input/output error"};
+  machine_->rooms["/var"] = absl::UnknownError("/var: Input/output error");
   EXPECT_THAT(indexes(), ElementsAre(Pair("/", 1001)));
 }
 
 TEST_F(SuggestedMappingsTest, MountsCannotBeListedOrIndexesNotKept_IsAnError) {
   Support::TempDir dir;
-  auto error = [&](const std::string& file) { return suggestedMappings(machine_, file, clock_).error; };
+  auto error = [&](const std::string& file) {
+    return std::string(suggestedMappings(machine_, file, clock_).status().message());
+  };
   EXPECT_THAT(error(dir.write("no-directory", "") + "/indexes.json"), testing::HasSubstr("no-directory"));
-  machine_->mounted = Failure{"/proc/self/mountinfo: Permission denied"};
+  machine_->mounted = absl::UnknownError("/proc/self/mountinfo: Permission denied");
   EXPECT_EQ(error(""), "/proc/self/mountinfo: Permission denied");
 }
 

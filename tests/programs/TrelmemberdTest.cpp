@@ -13,6 +13,7 @@ namespace {
 using testing::Contains;
 using testing::HasSubstr;
 using testing::IsSupersetOf;
+using testing::StartsWith;
 
 TEST_F(TrelmemberdTest, Publishes_AllOfTheMemberUnderOneLease) {
   auto process = start(config(1, loopback()));
@@ -145,14 +146,18 @@ TEST_F(TrelmemberdTest, Ready_IsToldOnceEverythingIsPublished) {
   timeval patience{10, 0};
   setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
   auto told = [&] {
-    char bytes[64];
+    char bytes[256];
     ssize_t count = ::recv(socket, bytes, sizeof bytes, 0);
     return std::string(bytes, count < 0 ? 0 : static_cast<size_t>(count));
   };
   auto process = start(config(1, loopback()), {"NOTIFY_SOCKET=" + path});
+  EXPECT_EQ(told(), "STATUS=waiting for this machine's figures") << process->err();
+  EXPECT_EQ(told(), "STATUS=asking the store for a lease") << process->err();
+  EXPECT_THAT(told(), StartsWith("STATUS=publishing member 1, under lease "));
   EXPECT_EQ(told(), "READY=1") << process->err();
   EXPECT_THAT(names(), Contains("members/1/system"));
   EXPECT_EQ(process->stop(), 0);
+  EXPECT_EQ(told(), "STATUS=ending");
   EXPECT_EQ(told(), "STOPPING=1");
   ::close(socket);
 }

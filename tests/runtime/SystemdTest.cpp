@@ -44,12 +44,14 @@ class SystemdTest : public testing::Test {
   EventLoop loop_;
 };
 
-TEST_F(SystemdTest, ReadyAndStopping_AreToldWhenTheyAre) {
+TEST_F(SystemdTest, ReadyStatusAndStopping_AreToldWhenTheyAre) {
   {
     Systemd systemd(loop_);
     EXPECT_EQ(told(), "");
     systemd.ready();
     EXPECT_EQ(told(), "READY=1");
+    systemd.statusIs("stands by\nREADY=0");
+    EXPECT_EQ(told(), "STATUS=stands by\\x0aREADY=0") << "one line, whatever it holds";
     EXPECT_EQ(told(), "");
   }
   EXPECT_EQ(told(), "STOPPING=1");
