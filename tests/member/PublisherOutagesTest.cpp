@@ -131,6 +131,19 @@ TEST_F(PublisherTest, StoreIsBack_OnlyTheDifferenceIsWritten) {
   EXPECT_THAT(store_->content(), Contains("members/1/processors/1={\"load\":12}@101"));
 }
 
+// It used to wait for an interval that had begun with the write that failed.
+TEST_F(PublisherTest, StoreIsBack_WhatDiffersIsWritten_HoweverLongTheIntervalIs) {
+  start();
+  pass(2 * kSecond);
+  publisher_->configured({}, 3600);
+  store_->failing = {"write"};
+  load(11);
+  pass(5 * kSecond);
+  store_->failing.clear();
+  pass(6 * kSecond);
+  EXPECT_THAT(store_->content(), Contains("members/1/processors/1={\"load\":11}@101"));
+}
+
 TEST_F(PublisherTest, WriteWasCarriedOutButNotAnswered_IsNotWrittenTwice) {
   start();
   store_->written();
