@@ -1,5 +1,7 @@
 #include "kelstore/Path.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <array>
 #include <charconv>
@@ -169,6 +171,11 @@ Walk walk(std::span<const std::string> segments) {
     walk.position = positionOf(segments.first(++walk.depth));
   }
   return walk;
+}
+
+std::string badKeyText(std::span<const std::string> segments, const Walk& walk) {
+  return fmt::format("{}: found {}, expected {}", pathText(segments.first(walk.depth)),
+                     Runtime::inQuotes(segments[walk.depth - 1]), walk.position.expected);
 }
 
 }  // namespace Kelstore

@@ -68,4 +68,7 @@ struct Walk {
 };
 Walk walk(std::span<const std::string> segments);
 
+// Of a walk that ended at a bad key, what is wrong: "members/x: found "x", expected a member id, 0 to 255".
+std::string badKeyText(std::span<const std::string> segments, const Walk& walk);
+
 }  // namespace Kelstore

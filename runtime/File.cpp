@@ -42,14 +42,18 @@ absl::StatusOr<struct stat> File::aboutNow() const {
   return about;
 }
 
-// One byte more than there is to be is asked for, so that the end shows without another round.
 absl::StatusOr<std::string> File::content(uint64_t maxBytes) const {
   auto size = static_cast<uint64_t>(about_.st_size);
   if (size > maxBytes) return tooLarge(size, maxBytes);
-  std::string text(size + 1, '\0');
+  return readAll(descriptor_.get(), maxBytes, size);
+}
+
+// One byte more than there is to be is asked for, so that the end shows without another round.
+absl::StatusOr<std::string> readAll(int descriptor, uint64_t maxBytes, uint64_t expected) {
+  std::string text(expected + 1, '\0');
   size_t filled = 0;
   while (filled <= maxBytes) {
-    ssize_t count = ::read(descriptor_.get(), text.data() + filled, text.size() - filled);
+    ssize_t count = ::read(descriptor, text.data() + filled, text.size() - filled);
     if (count < 0 && errno == EINTR) continue;
     if (count < 0) return systemError(errno);
     if (count == 0) break;

@@ -51,6 +51,10 @@ class File final {
   struct stat about_ {};
 };
 
+// What an open descriptor yields up to its end, as of a pipe, for which this waits; an error when it is more.
+// `expected`: about how much that is, so that room for it is made at once.
+absl::StatusOr<std::string> readAll(int descriptor, uint64_t maxBytes, uint64_t expected = 0);
+
 // The content of the file at the path; errors begin with the path.
 absl::StatusOr<std::string> readFile(const std::string& path, uint64_t maxBytes);
 

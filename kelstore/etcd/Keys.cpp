@@ -78,12 +78,10 @@ absl::StatusOr<Path> Keys::path(std::string_view key) const {
   absl::StatusOr<std::vector<std::string>> segments = segmentsOf(key.substr(prefix_.size() + 1));
   if (!segments.ok()) return segments.status();
   std::span<const std::string> all = *segments;
-  auto [position, depth] = walk(all);
-  if (position.what == Position::What::badKey) {
-    return absl::InvalidArgumentError(fmt::format("{}: found {}, expected {}", pathText(all.first(depth)),
-                                                  Runtime::inQuotes(all[depth - 1]), position.expected));
-  }
-  if (position.what == Position::What::unknown || depth < all.size()) {
+  Walk end = walk(all);
+  const Position& position = end.position;
+  if (position.what == Position::What::badKey) return absl::InvalidArgumentError(badKeyText(all, end));
+  if (position.what == Position::What::unknown || end.depth < all.size()) {
     return absl::NotFoundError(fmt::format("{}: unknown, ignored", pathText(all)));
   }
   if (position.what != Position::What::leaf) {

@@ -1,5 +1,6 @@
 #include "programs/trelctl/StoreCommands.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
 #include <unistd.h>
 
@@ -7,14 +8,14 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <iostream>
-#include <iterator>
 #include <nlohmann/json.hpp>
 
 #include "kelstore/etcd/Address.h"
 #include "kelstore/etcd/Driver.h"
 #include "programs/trelctl/StoreContent.h"
 #include "runtime/CommandLine.h"
+#include "runtime/File.h"
+#include "runtime/Status.h"
 
 namespace TrelCtl {
 namespace {
@@ -31,7 +32,7 @@ void say(const std::string& line) { Runtime::complain("trelctl", line); }
 
 template <class Answer>
 Answer orThrow(absl::StatusOr<Answer> answer) {
-  if (!answer.ok()) throw StoreFailed(std::string(answer.status().message()));
+  if (!answer.ok()) throw StoreFailed(Runtime::textOf(answer.status()));
   return *std::move(answer);
 }
 
@@ -56,18 +57,15 @@ Place placeOf(const std::string& text) {
   Place place{{}, Kelstore::positionOf({})};
   if (text.empty()) return place;
   absl::StatusOr<std::vector<std::string>> segments = Etcd::segmentsOf(text);
-  if (!segments.ok()) throw Unusable(std::string(segments.status().message()));
+  if (!segments.ok()) throw Unusable(Runtime::textOf(segments.status()));
   place.segments = *std::move(segments);
   std::span<const std::string> all = place.segments;
-  auto [position, depth] = Kelstore::walk(all);
-  if (position.what == Position::What::badKey) {
-    throw Unusable(fmt::format("{}: found \"{}\", expected {}", Kelstore::pathText(all.first(depth)),
-                               all[depth - 1], position.expected));
-  }
-  if (position.what == Position::What::unknown || depth < all.size()) {
+  Kelstore::Walk end = Kelstore::walk(all);
+  if (end.position.what == Position::What::badKey) throw Unusable(Kelstore::badKeyText(all, end));
+  if (end.position.what == Position::What::unknown || end.depth < all.size()) {
     throw Unusable(fmt::format("{}: {}; a \"/\" within a name is spelt %2F", text, kExpectedPath));
   }
-  place.position = std::move(position);
+  place.position = std::move(end.position);
   return place;
 }
 
@@ -112,14 +110,12 @@ void write(const std::string& file, const std::string& text) {
 }
 
 std::string contentOf(const std::string& file) {
-  if (file == "-") return {std::istreambuf_iterator<char>(std::cin), {}};
-  auto unreadable = [&file](int error) {
-    return Unusable(fmt::format("{}: {}", file, std::strerror(error)));
-  };
-  if (std::filesystem::is_directory(file)) throw unreadable(EISDIR);
-  std::ifstream stream(file, std::ios::binary);
-  if (!stream) throw unreadable(errno);
-  return {std::istreambuf_iterator<char>(stream), {}};
+  // A pipe will do as well.
+  Runtime::Descriptor opened(file == "-" ? ::dup(STDIN_FILENO) : ::open(file.c_str(), O_RDONLY | O_CLOEXEC));
+  if (!opened.opened()) throw Unusable(Runtime::textOf(Runtime::errorOf(file, errno)));
+  absl::StatusOr<std::string> text = Runtime::readAll(opened.get(), Kelstore::Limits().documentBytes);
+  if (!text.ok()) throw Unusable(Runtime::textOf(Runtime::errorOf(file, text.status())));
+  return *std::move(text);
 }
 
 // All of the document's values but containers, which a store does not keep; throws when one is at fault.
@@ -158,7 +154,7 @@ Values valuesOf(const std::string& file) {
 
 void checkStore(const std::string& store) {
   absl::Status status = Etcd::parseStore(store).status();
-  if (!status.ok()) throw std::invalid_argument(std::string(status.message()));
+  if (!status.ok()) throw std::invalid_argument(Runtime::textOf(status));
 }
 
 void put(const StoreOptions& options, const std::string& path, const std::string& json) {
@@ -211,7 +207,7 @@ void importFrom(const StoreOptions& options, const std::string& file, bool repla
     absl::StatusOr<int64_t> revision = store.calls->txn(transaction, {});
     if (!revision.ok()) {
       throw StoreFailed(fmt::format("{}; {} of {} changes were made, import again for the rest",
-                                    std::string(revision.status().message()), done, all));
+                                    Runtime::textOf(revision.status()), done, all));
     }
     done += transaction.size();
   }

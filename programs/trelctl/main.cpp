@@ -12,6 +12,7 @@
 #include "programs/trelctl/Render.h"
 #include "programs/trelctl/StoreCommands.h"
 #include "runtime/CommandLine.h"
+#include "runtime/Status.h"
 #include "runtime/Version.h"
 
 namespace {
@@ -139,7 +140,7 @@ CLI::App* storeCommand(CLI::App& app, StoreCommand& command, const char* name, c
   Kelstore::Etcd::describeAccess(*added, access);
   added->callback([&access, run = std::move(run)] {
     absl::Status status = Kelstore::Etcd::checkAccess(access);
-    if (!status.ok()) throw TrelCtl::Unusable(std::string(status.message()));
+    if (!status.ok()) throw TrelCtl::Unusable(Runtime::textOf(status));
     run();
   });
   return added;

@@ -197,6 +197,7 @@ TEST_F(StoreCommandsTest, ImportListsEveryFault_NothingIsWritten) {
   EXPECT_THAT(fault(2, {"import", directory.write("bad.json", "{\n  x")}), StartsWith(file + ":2:3: "));
   EXPECT_EQ(fault(2, {"import", directory.file("absent.json")}),
             directory.file("absent.json") + ": No such file or directory\n");
+  EXPECT_EQ(fault(2, {"del", "members/x"}), "members/x: found \"x\", expected a member id, 0 to 255\n");
   EXPECT_EQ(fault(2, {"import", directory.path()}), directory.path().string() + ": Is a directory\n");
   EXPECT_EQ(ctl({"export"}), "{}\n");
 }

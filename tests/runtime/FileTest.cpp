@@ -1,9 +1,11 @@
 // Files, read whole: what is taken, and what is said of anything else.
 #include "runtime/File.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/un.h>
+#include <unistd.h>
 
 #include "runtime/Status.h"
 #include "tests/support/TempDir.h"
@@ -39,6 +41,20 @@ TEST_F(FileTest, Larger_IsNotRead) {
 TEST_F(FileTest, SizeIsNotWhatItSays_ItIsReadToItsEnd) {
   EXPECT_GT(readFile("/proc/self/status", 1 << 20)->size(), 500u);
   EXPECT_TRUE(absl::IsOutOfRange(readFile("/proc/self/status", 100).status()));
+}
+
+TEST_F(FileTest, Pipe_IsReadToItsEnd_ByThoseWhoWaitForIt) {
+  auto pipeWith = [](std::string_view text) {
+    int ends[2];
+    EXPECT_EQ(::pipe2(ends, O_CLOEXEC), 0);
+    EXPECT_EQ(::write(ends[1], text.data(), text.size()), static_cast<ssize_t>(text.size()));
+    ::close(ends[1]);
+    return Descriptor(ends[0]);
+  };
+  std::string text(100, 'x');
+  EXPECT_EQ(*readAll(pipeWith(text).get(), 100), text);
+  EXPECT_EQ(*readAll(pipeWith("").get(), 100), "");
+  EXPECT_TRUE(absl::IsOutOfRange(readAll(pipeWith(text).get(), 99).status()));
 }
 
 TEST_F(FileTest, NotThere_HasACodeOfItsOwn) {
