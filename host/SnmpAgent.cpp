@@ -1,5 +1,8 @@
 #include "host/SnmpAgent.h"
 
+#include "platform/zavro/Assert.h"
+
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <strings.h>
 #include <unistd.h>
@@ -27,6 +30,28 @@ void init_sysORTable(void);
 // net-snmp would have libwrap read /etc/hosts.allow and hosts.deny for every packet, on the event loop's
 // thread. Who may ask is said in --conf alone, which knows addresses as well.
 int hosts_ctl(char* /*daemon*/, char* /*name*/, char* /*address*/, char* /*user*/) { return 1; }
+
+// net-snmp waits here for each answer of a master, on the event loop's thread: a master that stops answering
+// while the tables are registered would be waited for once for each of them. After the first answer that does
+// not come nothing more is asked, and the next look at the master finds it gone, until a session is opened
+// anew.
+int snmp_synch_response_cb(netsnmp_session* session, netsnmp_pdu* pdu, netsnmp_pdu** response,
+                           snmp_callback input) {
+  static const auto ask =
+      reinterpret_cast<decltype(&snmp_synch_response_cb)>(dlsym(RTLD_NEXT, "snmp_synch_response_cb"));
+  static bool gone = false;
+  constexpr int kOpenSession = 1;  // of AgentX's protocol, for which no header is installed
+  zavroAssert(ask != nullptr);
+  if (pdu->command == kOpenSession) gone = false;
+  if (gone) {
+    snmp_free_pdu(pdu);
+    *response = nullptr;
+    return STAT_TIMEOUT;
+  }
+  int status = ask(session, pdu, response, input);
+  gone = status == STAT_TIMEOUT;
+  return status;
+}
 }
 
 namespace Host {

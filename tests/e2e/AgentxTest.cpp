@@ -3,8 +3,17 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <filesystem>
+#include <arpa/inet.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <filesystem>
+#include <vector>
+
+#include "runtime/File.h"
 #include "tests/e2e/Daemon.h"
 #include "tests/e2e/Hosts.h"
 #include "tests/e2e/Links.h"
@@ -217,6 +226,70 @@ TEST_F(Agentx, SubagentEnds_MasterGoesOnWithoutTheTables) {
   EXPECT_EQ(daemon_.process().stop(), 0);
   EXPECT_TRUE(Support::waitUntil([&] { return walk().find("reach.") == std::string::npos; }, 20s));
   EXPECT_THAT(master_.manager().getNext({".1.3.6.1.2.1.1"}), StartsWith(".1.3.6.1.2.1.1.1.0"));
+}
+
+// A master that answers the first few messages of each connection, all of them well, and then nothing more.
+class FallingSilent {
+ public:
+  FallingSilent(const std::string& path, size_t answers)
+      : answers_(answers), listener_(::socket(AF_UNIX, SOCK_STREAM, 0)) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    EXPECT_EQ(::bind(listener_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    EXPECT_EQ(::listen(listener_.get(), 8), 0);
+    timeval deadline{30, 0};
+    EXPECT_EQ(::setsockopt(listener_.get(), SOL_SOCKET, SO_RCVTIMEO, &deadline, sizeof deadline), 0);
+  }
+
+  // How many messages came on the next connection until its other end closed it.
+  size_t serve() const {
+    Runtime::Descriptor client(::accept(listener_.get(), nullptr, nullptr));
+    size_t messages = 0;
+    for (std::array<char, 20> header{}; whole(client, header); ++messages) {
+      uint32_t size = 0;
+      std::memcpy(&size, &header[16], sizeof size);
+      if ((header[2] & 0x10) != 0) size = ntohl(size);
+      std::vector<char> body(size);
+      if (!whole(client, body)) break;
+      if (messages < answers_) answer(client, header);
+    }
+    return messages;
+  }
+
+ private:
+  template <class Bytes>
+  static bool whole(const Runtime::Descriptor& client, Bytes& bytes) {
+    return ::recv(client.get(), bytes.data(), bytes.size(), MSG_WAITALL) == ssize_t(bytes.size());
+  }
+  // A response without an error, in the order of bytes that was asked in.
+  static void answer(const Runtime::Descriptor& client, std::array<char, 20> header) {
+    bool networkOrder = (header[2] & 0x10) != 0;
+    header[1] = 18;
+    header[4] = 1;  // the session
+    header[16] = header[17] = header[18] = header[19] = 0;
+    header[networkOrder ? 19 : 16] = 8;
+    std::array<char, 28> response{};
+    std::copy(header.begin(), header.end(), response.begin());
+    ::send(client.get(), response.data(), response.size(), MSG_NOSIGNAL);
+  }
+
+  const size_t answers_;
+  Runtime::Descriptor listener_;
+};
+
+// For each message that it is asked the whole daemon would wait.
+TEST(AgentxHang, MasterFallsSilentAtTheStart_IsAskedNothingMoreBeforeTheNextSession) {
+  Daemon daemon;
+  std::string socket = daemon.dir().file("master");
+  for (size_t answers : {0, 1, 3}) {
+    FallingSilent master(socket, answers);
+    daemon.listensAt({"--agentx", "unix:" + socket}).launch();
+    EXPECT_EQ(master.serve(), answers + 1);
+    EXPECT_EQ(master.serve(), answers + 1) << "in the next session";
+    EXPECT_EQ(daemon.process().stop(), 0);
+    std::filesystem::remove(socket);
+  }
 }
 
 }  // namespace
