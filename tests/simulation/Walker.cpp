@@ -287,7 +287,7 @@ bool Walker::read(uint32_t draw) {
   unsigned column = random.percent(5) ? random.below(9) : random.of(columns);
   bool isServed = std::find(columns.begin(), columns.end(), column) != columns.end();
   bool set = random.percent(3);
-  std::string got = SnmpTest::handle(served(table_).served().handler, set ? MODE_SET_RESERVE1 : MODE_GET,
+  std::string got = SnmpTest::handle(served(table_).handler, set ? MODE_SET_RESERVE1 : MODE_GET,
                                      {{.column = column, .dataContext = held.context}});
   follower_.note(got);
   std::string expected;
