@@ -47,8 +47,8 @@ struct Host {
 };
 struct Mapping {
   uint32_t index = 0;
-  std::string type;  // "1.3.6"
-  std::string description;
+  std::string type = {};  // "1.3.6"
+  std::string description = {};
 };
 
 // Of what is keyed by directory, two keys may spell one member.

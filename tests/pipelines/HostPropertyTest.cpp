@@ -6,6 +6,7 @@
 #include <deque>
 #include <set>
 
+#include "tests/oracle/Entities.h"
 #include "tests/pipelines/HostWorld.h"
 #include "tests/pipelines/PropertyRuns.h"
 
@@ -68,6 +69,14 @@ std::ostream& operator<<(std::ostream& out, const Happening& h) {
 const char* const kMembers[] = {"1", "10", "2", "x"};
 const char* const kMountpts[] = {"/", "/home", "/var", "/var/log"};
 
+// Every row that shows it tells it from others, by its size at least.
+HostWorld::Memory memoryOf(uint32_t figure) {
+  HostResources::MemInfo::Amounts amounts;
+  amounts.total = 1000 + figure;
+  amounts.free = figure;
+  return Zavro::makePtr<HostResources::MemInfo>(amounts);
+}
+
 void applyToInputs(HostWorld& world, const Happening& h) {
   const std::string key = kMembers[h.member];
   const std::string mountpt = kMountpts[h.index];
@@ -94,7 +103,7 @@ void applyToInputs(HostWorld& world, const Happening& h) {
       if (host != nullptr) host->storageInfoTable().del(mountpt);
       break;
     case Happening::memoryChanges:
-      if (canPublish) world.remembers(key, h.value);
+      if (canPublish) world.host(key)->memInfoIs(memoryOf(h.value));
       break;
     case Happening::memoryVanishes:
       if (host != nullptr) host->memInfoIs(nullptr);
@@ -142,7 +151,7 @@ void applyWithOwnIndexes(HostWorld& world, const Happening& h) {
   }
 }
 
-// What tells a memory record from others. Most rows make 0 of it, whatever record they show.
+// What tells a memory record from others.
 uint32_t figureOf(const HostWorld::Memory& record) { return record ? record->amounts().free.value_or(0) : 0; }
 
 using StorageRows = std::map<TrelHrStorageKey, std::string>;
@@ -162,28 +171,6 @@ std::string textOf(const StorageRows& rows) {
   std::string text = "[ ";
   for (const auto& [key, row] : rows) text += row;
   return text + "]";
-}
-
-// The rows that the inputs imply, when each mapping has its own index.
-StorageRows storageRowsImplied(const HostWorld& world) {
-  StorageRows implied;
-  for (auto entry = world.dir->entities().begin(); entry; entry.next()) {
-    HostWorld::Host* host = world.member(entry.key());
-    if (host == nullptr) continue;
-    for (uint32_t i = 0; i < 4; ++i) {
-      const auto* storage = host->storageInfoTable().find(std::string_view(kMountpts[i]));
-      if (storage != nullptr && world.mappings->mountEntries().find(std::string_view(kMountpts[i]))) {
-        TrelHrStorageKey key(HostWorld::id(entry.key()), indexOfMount(i));
-        auto used = static_cast<uint32_t>((*storage)->size() - (*storage)->free());
-        implied[key] = HostWorld::storageText(key, kMountpts[i], used);
-      }
-      if (host->memInfo() && world.mappings->memEntries().find(static_cast<int32_t>(i))) {
-        TrelHrStorageKey key(HostWorld::id(entry.key()), indexOfMemory(i));
-        implied[key] = HostWorld::storageText(key, std::to_string(i), figureOf(host->memInfo()));
-      }
-    }
-  }
-  return implied;
 }
 
 // Plays happenings against one pipeline, at its yields.
@@ -267,8 +254,10 @@ void systemAndProcessorTablesEqualInputs(Rvx::Mode mode) {
   Run<TrelSnmpHostResourcesSm> run(world, world.sm, mode);
   run.play(happenings, *rc::gen::arbitrary<std::vector<bool>>());
   Lumalog::levelsReset();
-  RC_ASSERT(world.systemRows() == world.systemRowsImplied());
-  RC_ASSERT(world.processorRows() == world.processorRowsImplied());
+  RC_ASSERT(Oracle::textOf(Oracle::rowsIn(world.mib->trelHrSystemTable())) ==
+            Oracle::textOf(Oracle::systemRows(*world.dir)));
+  RC_ASSERT(Oracle::textOf(Oracle::rowsIn(world.mib->trelProcessorTable())) ==
+            Oracle::textOf(Oracle::processorRows(*world.dir)));
   RC_ASSERT(world.sm->ready());
   RC_ASSERT(world.sm->idle());
 }
@@ -298,7 +287,8 @@ void storageTableEqualsInputs(Rvx::Mode mode) {
   run.play(happenings, *rc::gen::arbitrary<std::vector<bool>>());
   Lumalog::levelsReset();
 
-  RC_ASSERT(textOf(storageRowsOf(world)) == textOf(storageRowsImplied(world)));
+  RC_ASSERT(Oracle::textOf(Oracle::rowsIn(world.mib->trelHrStorageTable())) ==
+            Oracle::textOf(Oracle::storageRows(*world.dir, *world.mappings)));
   RC_ASSERT(world.storageSm->ready());
   RC_ASSERT(world.storageSm->idle());
 }
@@ -325,16 +315,17 @@ void storageTableWhileMappingsChange() {
   }
   Run<TrelSnmpHrStorageTableSm> run(world, world.storageSm, Rvx::Mode::asynchronous);
   run.play(happenings, *rc::gen::arbitrary<std::vector<bool>>());
-  StorageRows shown = storageRowsOf(world);
-  StorageRows implied = storageRowsImplied(world);
-  for (StorageRows* rows : {&shown, &implied}) {
-    std::erase_if(*rows, [&](const auto& row) { return changed.contains(row.first.hrStorageIndex()); });
+  Oracle::Rows shown = Oracle::rowsIn(world.mib->trelHrStorageTable());
+  Oracle::Rows implied = Oracle::storageRows(*world.dir, *world.mappings);
+  for (Oracle::Rows* rows : {&shown, &implied}) {
+    std::erase_if(*rows, [&](const auto& row) { return changed.contains(row.first.second); });
   }
-  RC_ASSERT(textOf(shown) == textOf(implied));
+  RC_ASSERT(Oracle::textOf(shown) == Oracle::textOf(implied));
   world.scheduler.yieldWhen([] { return false; });
   world.startStorageAndDrain();
   Lumalog::levelsReset();
-  RC_ASSERT(textOf(storageRowsOf(world)) == textOf(storageRowsImplied(world)));
+  RC_ASSERT(Oracle::textOf(Oracle::rowsIn(world.mib->trelHrStorageTable())) ==
+            Oracle::textOf(Oracle::storageRows(*world.dir, *world.mappings)));
   RC_ASSERT(world.storageSm->idle());
 }
 

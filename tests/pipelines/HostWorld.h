@@ -1,7 +1,6 @@
 // What members publish of their hosts as a test sets it up, and the three tables as a test compares them.
 #pragma once
 
-#include <map>
 #include <memory>
 #include <string>
 
@@ -39,9 +38,17 @@ struct HostWorld {
   }
 
   Host* member(const std::string& key) const { return dynamic_cast<Host*>(dir->entityPtr(key).get()); }
+  // Each has a number of users of its own, which tells a row of one from a row of another.
+  Zavro::Ptr<Host> newHost(const std::string& key) const {
+    auto entity = Zavro::makePtr<Host>(key);
+    Host::System figures;
+    figures.systemNumUsers = ++hosts_;
+    entity->systemIs(figures);
+    return entity;
+  }
   // Puts a new entity under the key, whatever is there.
   Host& joins(const std::string& key) {
-    auto entity = Zavro::makePtr<Host>(key);
+    auto entity = newHost(key);
     dir->entityPtrIs(key, entity);
     return *entity;
   }
@@ -50,7 +57,7 @@ struct HostWorld {
   Zavro::Ptr<Host> host(const std::string& key) const {
     Zavro::Ptr<Host> entity(member(key));
     if (!entity) {
-      entity = Zavro::makePtr<Host>(key);
+      entity = newHost(key);
       dir->entityPtrIs(key, entity);
     }
     return entity;
@@ -59,7 +66,7 @@ struct HostWorld {
   void replacedAlike(const std::string& key) {
     Zavro::Ptr<Host> old(member(key));
     if (!old) return;
-    auto entity = Zavro::makePtr<Host>(key);
+    auto entity = newHost(key);
     for (auto at = old->processorTable().begin(); at; at.next())
       entity->processorTable().set(at.key(), *at.value());
     for (auto at = old->storageInfoTable().begin(); at; at.next()) {
@@ -133,39 +140,14 @@ struct HostWorld {
     }
     return text + "]";
   }
-  // The same, as the inputs imply it, when no two keys spell one member.
-  std::string systemRowsImplied() const {
-    std::map<uint32_t, const Host*> implied;
-    for (auto entry = dir->entities().begin(); entry; entry.next()) {
-      if (Host* entity = member(entry.key())) implied[id(entry.key())] = entity;
-    }
-    std::string text = "[ ";
-    for (const auto& [key, entity] : implied) {
-      auto row = mib->trelHrSystemTable(key);
-      text += fmt::format("{}{} ", key, row && row->hostResources() != entity ? "!" : "");
-    }
-    return text + "]";
-  }
-  std::string processorRowsImplied() const {
-    std::map<ProcessorKey, Processor> implied;
-    for (auto entry = dir->entities().begin(); entry; entry.next()) {
-      Host* entity = member(entry.key());
-      if (entity == nullptr) continue;
-      for (auto at = entity->processorTable().begin(); at; at.next()) {
-        implied[{id(entry.key()), at.key()}] = *at.value();
-      }
-    }
-    std::string text = "[ ";
-    for (const auto& [key, record] : implied) text += processorText(key, record);
-    return text + "]";
-  }
-
   static uint32_t id(const std::string& key) { return Trel::MemberId::fromString(key).id(); }
   static std::string storageText(const TrelHrStorageKey& key, const std::string& descr, uint32_t used) {
     return fmt::format("({},{})={}:{} ", key.trelMemberId(), key.hrStorageIndex(), descr, used);
   }
 
  private:
+  mutable uint32_t hosts_ = 0;
+
   Zavro::Ptr<TrelSnmpHostResourcesSm> make(const TrelSnmpHostResourcesSm*, Rvx::Mode mode) const {
     return trelSnmpHostResourcesSmFactory(dir, mib, control(mode));
   }

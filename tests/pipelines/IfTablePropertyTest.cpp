@@ -5,7 +5,9 @@
 
 #include <cstdio>
 #include <deque>
+#include <set>
 
+#include "tests/oracle/Entities.h"
 #include "tests/pipelines/IfTableWorld.h"
 #include "tests/pipelines/PropertyRuns.h"
 
@@ -41,6 +43,16 @@ struct Rules {
   bool restarts = false;   // over a table with stale rows
 };
 
+// Which pairs produce each index, as the inputs stand.
+std::map<uint32_t, std::set<MemberIdPair>> producersIn(const IfTableWorld& world) {
+  std::map<uint32_t, std::set<MemberIdPair>> pairs;
+  for (const auto& [key, columns] : Oracle::interfaceRows(*world.topology, *world.ifMib)) {
+    auto member = [&](size_t column) { return static_cast<uint32_t>(columns[column].number); };
+    pairs[key.first].insert({member(0), member(1)});
+  }
+  return pairs;
+}
+
 // The table by the ownership rule, one processed pair after the other. It follows the order of processing,
 // which it reads off the traces, and takes all else from the inputs.
 class OrderedModel final : public Lumalog::Sink {
@@ -70,10 +82,8 @@ class OrderedModel final : public Lumalog::Sink {
 
  private:
   void process(const MemberIdPair& pair) {
-    std::optional<uint32_t> produced;
-    for (const auto& [ifIndex, pairs] : world_.producers()) {
-      if (pairs.contains(pair)) produced = ifIndex;
-    }
+    std::optional<uint32_t> produced =
+        Oracle::indexOfLink(*world_.topology, *world_.ifMib, Oracle::keyOf(pair));
     auto last = last_.find(pair);
     if (last != last_.end() && last->second != produced) {
       auto row = table_.find(last->second);
@@ -233,7 +243,7 @@ rc::Gen<Happening> anyHappening() {
 // What holds in every order of processing: the cache is exactly what the pairs produce, each index that a
 // pair produces has a row, which names such a pair, and the streams have caught up.
 void checkInvariants(const IfTableWorld& world) {
-  auto producers = world.producers();
+  auto producers = producersIn(world);
   std::map<MemberIdPair, uint32_t> produced;
   for (const auto& [ifIndex, pairs] : producers) {
     for (const MemberIdPair& pair : pairs) produced[pair] = ifIndex;
@@ -260,7 +270,7 @@ void checkInvariants(const IfTableWorld& world) {
 
 std::string rowsByDefinition(const IfTableWorld& world) {
   std::string text = "[ ";
-  for (const auto& [ifIndex, pairs] : world.producers()) {
+  for (const auto& [ifIndex, pairs] : producersIn(world)) {
     text += fmt::format("{}=({},{}) ", ifIndex, pairs.begin()->firstId(), pairs.begin()->secondId());
   }
   return text + "]";

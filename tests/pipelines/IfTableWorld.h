@@ -1,7 +1,6 @@
 // A cluster's wiring and interface indexes as a test sets them up, and the table as a test compares it.
 #pragma once
 
-#include <set>
 #include <string>
 
 #include "pipelines/TrelSnmpIfTableSm.h"
@@ -62,23 +61,6 @@ struct IfTableWorld {
           fmt::format("{}=({},{}) ", row.key(), row.entry()->localMemberId(), row.entry()->remoteMemberId());
     }
     return text + "]";
-  }
-
-  // Which pairs produce each index, as the inputs stand: the table by definition, stated without the
-  // pipeline.
-  std::map<uint32_t, std::set<MemberIdPair>> producers() const {
-    std::map<uint32_t, std::set<MemberIdPair>> result;
-    for (auto m = topology->topoConfig().begin(); m; m.next()) {
-      const auto& neighbors = (*topology->topoConfig().find(m.key()))->neighbor();
-      for (auto n = neighbors.begin(); n; n.next()) {
-        const Lanix::IntfId& intf = *neighbors.find(n.key());
-        bool backplane = intf.name().size() > 9 && intf.name().substr(0, 9) == "Backplane" &&
-                         std::string("0123456789").find(intf.name()[9]) != std::string::npos;
-        const uint32_t* ifIndex = ifMib->ifIndexByIntfId().find(intf);
-        if (backplane && ifIndex != nullptr) result[*ifIndex].insert({m.key().id(), n.key().id()});
-      }
-    }
-    return result;
   }
 };
 

@@ -73,22 +73,6 @@ struct ReachabilityWorld {
     }
     return text + "]";
   }
-  // The same, as the inputs imply it. Where two keys spell one member, the later in the order of keys counts.
-  std::string rowsImplied() const {
-    std::map<MemberIdPair, State::State> implied;
-    for (auto entry = dir->entities().begin(); entry; entry.next()) {
-      Trel::ReachabilityStatus* entity = member(entry.key());
-      if (entity == nullptr) continue;
-      const auto& reported = entity->reachabilityStatus();
-      for (auto neighbour = reported.begin(); neighbour; neighbour.next()) {
-        implied[{Trel::MemberId::fromString(entry.key()).id(), neighbour.key().id()}] =
-            (*reported.find(neighbour.key()))->state();
-      }
-    }
-    std::string text = "[ ";
-    for (const auto& [key, state] : implied) text += rowText(key, state);
-    return text + "]";
-  }
 
  private:
   static std::string rowText(const MemberIdPair& key, State::State state) {

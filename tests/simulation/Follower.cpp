@@ -266,11 +266,9 @@ bool Follower::byReconciliation(size_t set, TableId table, const Op& op) {
       continue;
     OutputLife& output = life->output(table);
     if (!output.reconciling || output.ready || output.seen.contains(op.key)) return false;
-    for (const Claim& claim : claims(*life, table)) {
-      if (claim.key != op.key || mappedAnew(*life, table, op.key)) continue;
-      auto cached = life->cache.find(Key{claim.row.x, claim.row.y});
-      bool pending =
-          table == TableId::baIf && (cached == life->cache.end() || cached->second != op.key.first);
+    for (const auto& [key, columns] : claims(*life, table)) {
+      if (key != Oracle::Pair(op.key.first, op.key.second) || mappedAnew(*life, table, op.key)) continue;
+      bool pending = table == TableId::baIf && !life->handled(columns, op.key.first);
       if (!pending)
         fail(fmt::format("row {} of {} has a source, but is reconciled away", op.key.text(), nameOf(table)));
     }

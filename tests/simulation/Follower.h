@@ -25,7 +25,7 @@
 #include <vector>
 
 #include "agent/TrelSnmpAgent.h"
-#include "tests/simulation/Oracle.h"
+#include "tests/oracle/Entities.h"
 #include "tests/simulation/State.h"
 
 namespace Simulation {
@@ -95,6 +95,12 @@ struct Life {
   };
   absl::flat_hash_map<Element, Handled> last;
   absl::flat_hash_map<Key, uint32_t> cache;  // by link: the index that its last event gave it
+  // Whether the last event of the link that a row shows gave it that index.
+  bool handled(const Oracle::Columns& link, uint32_t index) const {
+    auto cached =
+        cache.find(Key{static_cast<uint32_t>(link[0].number), static_cast<uint32_t>(link[1].number)});
+    return cached != cache.end() && cached->second == index;
+  }
   // Storage indexes whose mappings changed in this life: after how many events.
   absl::flat_hash_map<uint32_t, uint64_t> remapped;
   uint64_t events = 0;
@@ -232,12 +238,12 @@ class Follower final : public Lumalog::Sink {
   void checkMirrors();
   void checkLife(Life& life, bool settled);
   void checkOutput(Life& life, OutputLife& output);
-  void checkRows(const Life& life, const OutputLife& output, const Claims& claims);
-  void checkLacking(const Life& life, const OutputLife& output, const Claim& claim);
+  void checkRows(const Life& life, const OutputLife& output, const Oracle::Rows& claims);
+  void checkLacking(const Life& life, const OutputLife& output, const Key& key);
   void checkEvents(const Life& life, TableId table);
   void checkLinks(const Life& life);
   bool outputReady(const Life& life, TableId table) const;
-  Claims claims(const Life& life, TableId table) const;
+  Oracle::Rows claims(const Life& life, TableId table) const;
   std::unique_ptr<Life> newLife(PipelineId id, const Wiring& wiring);
 
   State& state_;

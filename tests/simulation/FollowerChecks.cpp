@@ -75,20 +75,21 @@ bool Follower::outputReady(const Life& life, TableId table) const {
   }
 }
 
-Claims Follower::claims(const Life& life, TableId table) const {
+Oracle::Rows Follower::claims(const Life& life, TableId table) const {
   const Wiring& of = life.wiring;
   const Kor::Dir& hosts = *state_.set(of.hostResourcesDir).hostResourcesDir;
   switch (table) {
     case TableId::baIf:
-      return interfaceClaims(*state_.set(of.topology).topology, *state_.set(of.ifMib).ifMib);
+      return Oracle::interfaceRows(*state_.set(of.topology).topology, *state_.set(of.ifMib).ifMib);
     case TableId::reachability:
-      return reachabilityClaims(*state_.set(of.reachabilityDir).reachabilityDir, *state_.set(of.ifMib).ifMib);
+      return Oracle::reachabilityRows(*state_.set(of.reachabilityDir).reachabilityDir,
+                                      *state_.set(of.ifMib).ifMib);
     case TableId::system:
-      return systemClaims(hosts);
+      return Oracle::systemRows(hosts);
     case TableId::processor:
-      return processorClaims(hosts);
+      return Oracle::processorRows(hosts);
     default:
-      return storageClaims(hosts, *state_.set(of.mappings).mappings);
+      return Oracle::storageRows(hosts, *state_.set(of.mappings).mappings);
   }
 }
 
@@ -189,17 +190,16 @@ void Follower::checkLinks(const Life& life) {
   const Trel::TopologyConfig& topology = *state_.set(life.wiring.topology).topology;
   const IntfSnmp::IfMib& ifMib = *state_.set(life.wiring.ifMib).ifMib;
   size_t alive = 0;
-  for (const Claim& claim : claims(life, TableId::baIf)) {
+  for (const auto& [key, columns] : claims(life, TableId::baIf)) {
     ++alive;
-    auto cached = life.cache.find(Key{claim.row.x, claim.row.y});
-    if (cached == life.cache.end() || cached->second != claim.key.first) {
-      fail(fmt::format("idle, but has not handled link {}.{} with index {}", claim.row.x, claim.row.y,
-                       claim.key.first));
+    if (!life.handled(columns, key.first)) {
+      fail(fmt::format("idle, but has not handled link {}.{} with index {}", columns[0].number,
+                       columns[1].number, key.first));
     }
   }
   if (life.cache.size() == alive) return;
   for (const auto& [link, index] : life.cache) {
-    if (indexOfLink(topology, ifMib, link.first, link.second) != index) {
+    if (Oracle::indexOfLink(topology, ifMib, {link.first, link.second}) != index) {
       fail(fmt::format("idle, but has not withdrawn link {} with index {}", link.text(), index));
     }
   }
@@ -207,34 +207,32 @@ void Follower::checkLinks(const Life& life) {
 
 // Each row shows one of the claims on its key, down to the values of the records behind it, and a claimed row
 // that is not there was withdrawn by another element that had claimed it, too.
-void Follower::checkRows(const Life& life, const OutputLife& output, const Claims& claims) {
+void Follower::checkRows(const Life& life, const OutputLife& output, const Oracle::Rows& claims) {
   withTable(*state_.set(life.wiring.mib).mib, output.table, [&](const auto& table) {
-    auto claim = claims.begin();
-    for (auto at = table.begin(); at && failure_.empty(); at.next()) {
-      const Key key = keyOf(at.key());
-      for (; claim != claims.end() && claim->key < key; ++claim) checkLacking(life, output, *claim);
-      auto first = claim;
-      while (claim != claims.end() && claim->key == key) ++claim;
-      const Claim shown{key, rowOf(*at.entry()), nestedIn(*at.entry())};
-      if (mappedAnew(life, output.table, key) || std::find(first, claim, shown) != claim) continue;
-      if (first == claim)
+    const Oracle::Rows shown = Oracle::rowsIn(table);
+    for (const auto& row : shown) {
+      const Key key{row.first.first, row.first.second};
+      auto [first, last] = claims.equal_range(row.first);
+      if (mappedAnew(life, output.table, key) || std::find(first, last, row) != last) continue;
+      if (first == last)
         return fail(fmt::format("{} has row {}, which has no source", nameOf(output.table), key.text()));
-      fail(fmt::format("row {} of {} shows {} (values {:x}) instead of {} (values {:x})", key.text(),
-                       nameOf(output.table), shown.row.text(), shown.nested, first->row.text(),
-                       first->nested));
+      return fail(fmt::format("a row of {} shows {} instead of {}", nameOf(output.table),
+                              Oracle::textOf({row}), Oracle::textOf({*first})));
     }
-    for (; claim != claims.end(); ++claim) checkLacking(life, output, *claim);
+    for (const auto& [key, columns] : claims) {
+      if (!shown.contains(key)) checkLacking(life, output, {key.first, key.second});
+    }
   });
 }
 
 // A link whose index another one gave up is processed again; elsewhere a withdrawal takes the row along,
 // whoever else claims it.
-void Follower::checkLacking(const Life& life, const OutputLife& output, const Claim& claim) {
-  if (mappedAnew(life, output.table, claim.key)) return;
-  auto touch = output.touches.find(claim.key);
+void Follower::checkLacking(const Life& life, const OutputLife& output, const Key& key) {
+  if (mappedAnew(life, output.table, key)) return;
+  auto touch = output.touches.find(key);
   bool withdrawn = output.table != TableId::baIf && touch != output.touches.end() && !touch->second.wrote &&
                    !life.last.contains(touch->second.element);
-  if (!withdrawn) fail(fmt::format("{} lacks row {}", nameOf(output.table), claim.key.text()));
+  if (!withdrawn) fail(fmt::format("{} lacks row {}", nameOf(output.table), key.text()));
 }
 
 }  // namespace Simulation

@@ -58,7 +58,7 @@ void Follower::event(const Event& event) {
     life.last.erase(element);
   }
 
-  uint32_t member = memberOf(kKeys[element.key]);
+  uint32_t member = Oracle::memberOf(kKeys[element.key]);
   Frame frame{.life = &life, .element = element, .table = tableOf(element.stream), .member = member};
   OutputLife& output = life.output(frame.table);
   const auto& mappings = *state_.set(life.wiring.mappings).mappings;
@@ -99,8 +99,8 @@ void Follower::linkEvent(uint32_t local, uint32_t remote) {
   const Element element{Stream::link, local, remote};
   const Key link{local, remote};
   OutputLife& output = life->outputs.front();
-  auto index = indexOfLink(*state_.set(life->wiring.topology).topology, *state_.set(life->wiring.ifMib).ifMib,
-                           local, remote);
+  auto index = Oracle::indexOfLink(*state_.set(life->wiring.topology).topology,
+                                   *state_.set(life->wiring.ifMib).ifMib, {local, remote});
   auto cached = life->cache.find(link);
   Frame frame{.life = life, .element = element, .table = TableId::baIf};
   if (cached != life->cache.end() && cached->second != index) frame.old = Key{cached->second, 0};

@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <array>
-#include <bit>
 #include <charconv>
 #include <initializer_list>
 #include <stdexcept>
@@ -115,48 +114,6 @@ Row rowOf(const TrelSnmp::TrelHrStorageEntry& entry) {
   return row;
 }
 
-uint64_t valueOf(const Trel::ReachabilityState* record) {
-  if (record == nullptr) return kNoRecord;
-  uint64_t number = mixedAll({record->state(), record->lastChangeNs()});
-  if (!record->backplaneChannelIntfId()) return number;
-  for (char character : record->backplaneChannelIntfId()->name())
-    number = mixedAll({number, static_cast<unsigned char>(character)});
-  return number;
-}
-
-uint64_t valueOf(const HostResources::Processor* record) { return serial(record); }
-
-uint64_t valueOf(const HostResources::StorageInfo* record) {
-  if (record == nullptr) return kNoRecord;
-  return mixedAll({record->allocationUnits(), record->size(), record->free()});
-}
-
-uint64_t valueOf(const HostResources::MemInfo* record) { return serial(record); }
-
-uint64_t valueOf(const HostResources::HostResources* host) {
-  if (host == nullptr) return kNoRecord;
-  const auto& figures = host->system();
-  return mixedAll({std::bit_cast<uint64_t>(figures.systemUptime),
-                   std::bit_cast<uint64_t>(figures.currentTimeUtc), figures.systemNumUsers,
-                   figures.systemProcesses, figures.memorySize});
-}
-
-uint64_t nestedIn(const TrelSnmp::TrelIfEntry&) { return 0; }
-uint64_t nestedIn(const TrelSnmp::TrelReachabilityEntry& entry) {
-  return valueOf(entry.reachabilityState().get());
-}
-uint64_t nestedIn(const TrelSnmp::TrelHrSystemEntry& entry) { return valueOf(entry.hostResources().get()); }
-uint64_t nestedIn(const TrelSnmp::TrelProcessorEntry& entry) { return valueOf(entry.processor().get()); }
-uint64_t nestedIn(const TrelSnmp::TrelHrStorageEntry& entry) {
-  if (&entry.korType() == &TrelSnmp::TrelHrStorageEntryMount::korTypeInfo())
-    return valueOf(static_cast<const TrelSnmp::TrelHrStorageEntryMount&>(entry).storageInfo().get());
-  return valueOf(static_cast<const TrelSnmp::TrelHrStorageEntryMem&>(entry).memInfo().get());
-}
-
-Key keyOf(uint32_t key) { return {key, 0}; }
-Key keyOf(const TrelSnmp::MemberIdPair& key) { return {key.firstId(), key.secondId()}; }
-Key keyOf(const TrelSnmp::ProcessorKey& key) { return {key.trelMemberId(), key.processorIndex()}; }
-Key keyOf(const TrelSnmp::TrelHrStorageKey& key) { return {key.trelMemberId(), key.hrStorageIndex()}; }
 Key keyOf(const TrelSnmp::TrelMib::RowKey& key) {
   return std::visit([](const auto& part) { return keyOf(part); }, key);
 }

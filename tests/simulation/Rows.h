@@ -8,6 +8,7 @@
 
 #include "mib-state/TrelMib.h"
 #include "platform/hostresources/StorageEntryMappings.h"
+#include "tests/oracle/Entities.h"
 
 namespace Simulation {
 
@@ -60,23 +61,11 @@ Row rowOf(const TrelSnmp::TrelHrSystemEntry& entry);
 Row rowOf(const TrelSnmp::TrelProcessorEntry& entry);
 Row rowOf(const TrelSnmp::TrelHrStorageEntry& entry);
 
-// All that a record holds, mixed into one number.
-uint64_t valueOf(const Trel::ReachabilityState* record);
-uint64_t valueOf(const HostResources::Processor* record);
-uint64_t valueOf(const HostResources::StorageInfo* record);
-uint64_t valueOf(const HostResources::MemInfo* record);
-uint64_t valueOf(const HostResources::HostResources* host);
-// The same of the record behind a row; 0 where there is none.
-uint64_t nestedIn(const TrelSnmp::TrelIfEntry& entry);
-uint64_t nestedIn(const TrelSnmp::TrelReachabilityEntry& entry);
-uint64_t nestedIn(const TrelSnmp::TrelHrSystemEntry& entry);
-uint64_t nestedIn(const TrelSnmp::TrelProcessorEntry& entry);
-uint64_t nestedIn(const TrelSnmp::TrelHrStorageEntry& entry);
-
-Key keyOf(uint32_t key);
-Key keyOf(const TrelSnmp::MemberIdPair& key);
-Key keyOf(const TrelSnmp::ProcessorKey& key);
-Key keyOf(const TrelSnmp::TrelHrStorageKey& key);
+template <class TableKey>
+Key keyOf(const TableKey& key) {
+  auto [first, second] = Oracle::keyOf(key);
+  return {first, second};
+}
 Key keyOf(const TrelSnmp::TrelMib::RowKey& key);
 
 // Calls visit(const auto& table) for the table of the MIB state object.

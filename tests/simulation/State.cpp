@@ -89,6 +89,7 @@ Zavro::Ptr<State::Reach> State::newReach() {
 
 Zavro::Ptr<State::Host> State::newHost() {
   auto host = kept(Zavro::makePtr<Host>(named("host", ++lastSerial_)));
+  host->systemIs({.systemProcesses = lastSerial_});  // tells it from others
   figures_[serial(host.get())] = host->system();
   return host;
 }
