@@ -41,7 +41,6 @@ constexpr Millis kPrompt = 10s;
 constexpr Millis kAfterPause = 15s;
 // A server that is gone is noticed at once, one that has lost the others within seconds, silence after 15 s.
 constexpr Millis kNoticed = 25s;
-constexpr Millis kUnusualWalk = 3s;
 
 const std::string kFirst = std::string(kPrefix) + "/";
 
@@ -128,13 +127,11 @@ class EtcdFaultsTest : public testing::Test {
   }
   void TearDown() override {
     world->writer.pause();
-    fmt::print("  {} walks meanwhile, the longest so far took {} ms\n", world->walker->walks() - walksBefore_,
-               world->walker->longestWalk().count());
+    fmt::print("  {} walks meanwhile\n", world->walker->walks() - walksBefore_);
     EXPECT_GE(world->walker->walks() - walksBefore_, 10u);
     for (auto& door : world->doors) door->heal();
     world->cluster.rejoin();
     EXPECT_EQ(world->walker->complaints(), "");
-    EXPECT_LT(world->walker->longestWalk(), kUnusualWalk);
     // All is mended by following, nothing by chance.
     EXPECT_EQ(follower().counters().at("repairs"), 0);
   }

@@ -19,7 +19,6 @@ Walker::~Walker() {
 void Walker::run() {
   constexpr Millis kBetweenWalks(10);
   while (!ends_) {
-    auto start = std::chrono::steady_clock::now();
     try {
       Wire::Tree tree = Wire::treeServed(exchange_, Wire::kReader);
       size_t missing = 0;
@@ -35,8 +34,6 @@ void Walker::run() {
     } catch (const std::runtime_error& error) {
       complain(error.what());
     }
-    auto took = std::chrono::duration_cast<Millis>(std::chrono::steady_clock::now() - start);
-    if (took.count() > longestMs_) longestMs_ = took.count();
     ++walks_;
     std::this_thread::sleep_for(kBetweenWalks);
   }

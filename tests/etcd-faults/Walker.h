@@ -15,13 +15,12 @@ namespace Faults {
 
 class Walker {
  public:
-  // Walks from now on. `lasting`: the instances that every walk must find.
+  // Walks from now on. `lasting`: the instances that every walk must find. A request that is asked three
+  // times and not answered is a complaint, as is an instance that is missing.
   Walker(uint16_t port, std::set<Wire::Oid> lasting);
   ~Walker();
 
   uint64_t walks() const { return walks_; }
-  // Of any walk so far.
-  Support::Millis longestWalk() const { return Support::Millis(longestMs_); }
   // What was wrong since this was asked last; empty when nothing was. Once a whole walk was made that began
   // after the call.
   std::string complaints();
@@ -34,7 +33,6 @@ class Walker {
   const std::set<Wire::Oid> lasting_;
   std::atomic<bool> ends_ = false;
   std::atomic<uint64_t> walks_ = 0;
-  std::atomic<int64_t> longestMs_ = 0;
   std::mutex mutex_;
   std::string complaints_;
   std::thread thread_;
