@@ -255,7 +255,7 @@ void largeStart(size_t keys) {
   {
     Client client(etcd.endpoints(), {});
     auto begin = Clock::now();
-    auto listing = client.range(Kelstore::Etcd::Keys("trel").all());
+    auto listing = client.range(Kelstore::Etcd::KeySpace("trel").all());
     require(listing.ok() && listing->records.size() == keys, "not all keys");
     fmt::print("{} keys: read by a bare client in {:.0f} ms\n", keys, ms(Clock::now() - begin));
   }

@@ -22,7 +22,7 @@ std::string hostname() {
 
 Cluster::Cluster(const std::vector<MakeSource>& sources, Zavro::Ptr<Vem::TaskScheduler> scheduler)
     : hostname_(hostname()),
-      store_(std::move(scheduler), mirror_),
+      layers_(std::move(scheduler), mirror_),
       root_(Zavro::makePtr<Kor::Dir>("root")),
       trelMib_(TrelSnmp::trelMibFactory("trelMib")),
       status_(Zavro::makePtr<Snmp::Status>("snmpStatus")),
@@ -30,7 +30,7 @@ Cluster::Cluster(const std::vector<MakeSource>& sources, Zavro::Ptr<Vem::TaskSch
   mountTrelMib();
   sysnameIs();
   sysnameSubscription_ = mirror_.subscribeSysname([this] { sysnameIs(); });
-  for (const MakeSource& make : sources) sources_.push_back(make(store_));
+  for (const MakeSource& make : sources) sources_.push_back(make(layers_));
   for (const auto& source : sources_) source->start();
   agentRoot_->agentIs(trelMib_, status_, mirror_.ifMib(), mirror_.topologyConfig(), mirror_.reachabilityDir(),
                       mirror_.hostResourcesDir());
@@ -65,7 +65,7 @@ void Cluster::snmpGoesDown() {
 
 bool Cluster::complete() const {
   auto pipelinesNow = pipelines();
-  return status_->initialized() && store_.idle() &&
+  return status_->initialized() && layers_.idle() &&
          std::all_of(pipelinesNow.begin(), pipelinesNow.end(),
                      [](const auto& pipeline) { return pipeline->ready() && pipeline->idle(); });
 }

@@ -8,16 +8,16 @@
 #include <vector>
 
 #include "agent/TrelSnmpAgent.h"
+#include "kelstore/LayeredState.h"
 #include "kelstore/Mirror.h"
 #include "kelstore/Source.h"
-#include "kelstore/Store.h"
 
 namespace Host {
 
 class Cluster {
  public:
-  // Makes a source that fills the store.
-  using MakeSource = std::function<std::unique_ptr<Kelstore::Source>(Kelstore::Store&)>;
+  // Makes a source that fills a layer.
+  using MakeSource = std::function<std::unique_ptr<Kelstore::Source>(Kelstore::LayeredState&)>;
 
   // Makes everything and starts to follow the sources; a later one overrides an earlier.
   Cluster(const std::vector<MakeSource>& sources, Zavro::Ptr<Vem::TaskScheduler> scheduler);
@@ -44,7 +44,7 @@ class Cluster {
 
   std::string hostname_;
   Kelstore::Mirror mirror_;
-  Kelstore::Store store_;
+  Kelstore::LayeredState layers_;
   std::vector<std::unique_ptr<Kelstore::Source>> sources_;
   Zavro::Ptr<Kor::Dir> root_;
   Zavro::Ptr<TrelSnmp::TrelMib> trelMib_;

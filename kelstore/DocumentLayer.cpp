@@ -46,8 +46,9 @@ Reading readingOf(std::string text, const Snapshot& before, const Limits& limits
   return reading;
 }
 
-DocumentLayer::DocumentLayer(std::string name, std::string subject, Store& store, const Zavro::Clock& clock)
-    : subject_(std::move(subject)), store_(store), clock_(clock), layer_(store.layerIs()) {
+DocumentLayer::DocumentLayer(std::string name, std::string subject, LayeredState& layers,
+                             const Zavro::Clock& clock)
+    : subject_(std::move(subject)), layers_(layers), clock_(clock), layer_(layers.layerIs()) {
   status_.name = std::move(name);
 }
 
@@ -64,7 +65,7 @@ void DocumentLayer::readingIs(Reading reading) {
     status_.paths = reading.snapshot->size();
     status_.setAside = reading.setAside;
     if (!reading.changed.empty()) status_.lastChangeUtcNs = clock_.utcNs();
-    store_.snapshotIs(layer_, std::move(reading.snapshot), std::move(reading.changed));
+    layers_.snapshotIs(layer_, std::move(reading.snapshot), std::move(reading.changed));
   } else {
     std::string error = subject_ + reading.error;
     if (error != status_.error) traceHandle.trace({subject_, ""}, kErrorLevel, "{}", error);
@@ -72,7 +73,7 @@ void DocumentLayer::readingIs(Reading reading) {
     status_.state = SourceStatus::State::stale;
     status_.error = std::move(error);
   }
-  store_.settledIs(layer_);
+  layers_.settledIs(layer_);
 }
 
 // One line for each that was not there before: what goes on being wrong is not told again with every change.

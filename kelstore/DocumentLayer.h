@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
+#include "kelstore/LayeredState.h"
 #include "kelstore/Limits.h"
 #include "kelstore/Source.h"
-#include "kelstore/Store.h"
 #include "platform/zavro/Clock.h"
 
 namespace Kelstore {
@@ -29,10 +29,10 @@ Reading readingOf(std::string text, const Snapshot& before, const Limits& limits
 
 class DocumentLayer {
  public:
-  // `subject` is what messages begin with, such as the file's path. Store and clock outlive the layer.
-  DocumentLayer(std::string name, std::string subject, Store& store, const Zavro::Clock& clock);
+  // `subject` is what messages begin with, such as the file's path. Layers and clock outlive the layer.
+  DocumentLayer(std::string name, std::string subject, LayeredState& layers, const Zavro::Clock& clock);
 
-  const std::shared_ptr<const Snapshot>& snapshot() const { return store_.snapshot(layer_); }
+  const std::shared_ptr<const Snapshot>& snapshot() const { return layers_.snapshot(layer_); }
   // Takes over what was read, or keeps what is there when it is unusable. Settles the layer.
   void readingIs(Reading reading);
   SourceStatus status() const { return status_; }
@@ -41,9 +41,9 @@ class DocumentLayer {
   void tellNews(int level, const std::vector<std::string>& before, const std::vector<std::string>& now) const;
 
   std::string subject_;
-  Store& store_;
+  LayeredState& layers_;
   const Zavro::Clock& clock_;
-  Store::Layer layer_;
+  LayeredState::Layer layer_;
   SourceStatus status_;
   std::vector<std::string> faults_;
   std::vector<std::string> warnings_;

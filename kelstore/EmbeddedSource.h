@@ -9,9 +9,9 @@ namespace Kelstore {
 
 class EmbeddedSource final : public Source {
  public:
-  // Store and clock outlive the source.
-  EmbeddedSource(std::string document, Store& store, const Zavro::Clock& clock)
-      : document_(std::move(document)), layer_("embedded", "embedded", store, clock) {}
+  // Layers and clock outlive the source.
+  EmbeddedSource(std::string document, LayeredState& layers, const Zavro::Clock& clock)
+      : document_(std::move(document)), layer_("embedded", "embedded", layers, clock) {}
 
   void start() override { layer_.readingIs(readingOf(document_, *layer_.snapshot(), {})); }
   SourceStatus status() const override { return layer_.status(); }

@@ -29,13 +29,13 @@ absl::StatusOr<std::string> contentOf(const Runtime::File& file, uint64_t maxByt
 
 }  // namespace
 
-FileSource::FileSource(std::string path, Store& store, Runtime::Io& io, const Zavro::Clock& clock,
+FileSource::FileSource(std::string path, LayeredState& layers, Runtime::Io& io, const Zavro::Clock& clock,
                        const Limits& limits)
     : path_(std::move(path)),
       limits_(limits),
       io_(io),
       clock_(clock),
-      layer_("file:" + path_, path_, store, clock) {}
+      layer_("file:" + path_, path_, layers, clock) {}
 
 void FileSource::start() {
   watch_ = io_.watch(path_, [this] { changed(); });

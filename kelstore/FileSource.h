@@ -22,8 +22,8 @@ class FileSource final : public Source {
   static constexpr uint64_t kConfirmMs = 250;    // after a failure, before the file is tried again
   static constexpr uint64_t kPatienceMs = 2000;  // a file that keeps changing and is bad so long is bad
 
-  // Store, io and clock outlive the source.
-  FileSource(std::string path, Store& store, Runtime::Io& io, const Zavro::Clock& clock,
+  // Layers, io and clock outlive the source.
+  FileSource(std::string path, LayeredState& layers, Runtime::Io& io, const Zavro::Clock& clock,
              const Limits& limits = {});
 
   void start() override;

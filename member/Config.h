@@ -11,7 +11,7 @@
 
 #include "kelstore/etcd/Access.h"
 #include "member/MachineFigures.h"
-#include "member/Reachability.h"
+#include "member/NeighbourReachability.h"
 
 namespace Member {
 
@@ -19,7 +19,7 @@ namespace Member {
 struct ProbeSettings {
   uint32_t intervalMs = 500;
   uint32_t timeoutMs = 400;  // at most the interval
-  Reachability::Settings counting;
+  NeighbourReachability::Settings counting;
   bool operator==(const ProbeSettings&) const = default;
 };
 

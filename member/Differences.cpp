@@ -47,9 +47,9 @@ std::vector<LeaseStore::Change> differences(const Content& content, const Holdin
   return changes;
 }
 
-std::vector<LeaseStore::Guard> guards(const std::vector<LeaseStore::Change>& changes,
-                                      const Holdings& holdings, LeaseStore::Lease self) {
-  std::vector<LeaseStore::Guard> guards;
+std::vector<LeaseStore::Precondition> preconditions(const std::vector<LeaseStore::Change>& changes,
+                                                    const Holdings& holdings, LeaseStore::Lease self) {
+  std::vector<LeaseStore::Precondition> preconditions;
   auto rank = [self](const auto& entry) {
     const LeaseStore::Held& held = entry.second;
     return std::tuple(!isShared(entry.first), held.lease == self, held.revision);
@@ -57,13 +57,13 @@ std::vector<LeaseStore::Guard> guards(const std::vector<LeaseStore::Change>& cha
   auto last = std::max_element(holdings.begin(), holdings.end(),
                                [&rank](const auto& a, const auto& b) { return rank(a) < rank(b); });
   bool any = last != holdings.end() && !isShared(last->first);
-  if (any) guards.push_back({last->first, last->second.revision});
+  if (any) preconditions.push_back({last->first, last->second.revision});
   for (const LeaseStore::Change& change : changes) {
     if (!isShared(change.path) && std::exchange(any, true)) continue;
     auto held = holdings.find(change.path);
-    guards.push_back({change.path, held == holdings.end() ? 0 : held->second.revision});
+    preconditions.push_back({change.path, held == holdings.end() ? 0 : held->second.revision});
   }
-  return guards;
+  return preconditions;
 }
 
 }  // namespace Member

@@ -38,7 +38,8 @@ std::vector<LeaseStore::Change> differences(const Content& content, const LeaseS
 // What the changes stand on: the key of this member that this publisher wrote last, so that they fail when
 // another publisher of this member has written, or the store is not what it was; and the interfaces' keys
 // among them. At most one more than there are changes.
-std::vector<LeaseStore::Guard> guards(const std::vector<LeaseStore::Change>& changes,
-                                      const LeaseStore::Holdings& holdings, LeaseStore::Lease self);
+std::vector<LeaseStore::Precondition> preconditions(const std::vector<LeaseStore::Change>& changes,
+                                                    const LeaseStore::Holdings& holdings,
+                                                    LeaseStore::Lease self);
 
 }  // namespace Member

@@ -36,7 +36,7 @@ class LeaseStore {
     std::optional<std::string> text;  // nothing: the key is deleted
   };
   // The key is as it was at its last change.
-  struct Guard {
+  struct Precondition {
     Kelstore::Path path;
     int64_t revision = 0;  // 0: there is no such key
   };
@@ -49,10 +49,10 @@ class LeaseStore {
   virtual absl::Status revoke(Lease lease) = 0;
   // The keys below members/<member> and topology/<member>, and those of the interfaces.
   virtual absl::StatusOr<Holdings> list(uint8_t member, const std::vector<std::string>& interfaces) = 0;
-  // All changes in one revision, which is returned, or none of them. Aborted: a guard does not hold.
+  // All changes in one revision, which is returned, or none of them. Aborted: a precondition does not hold.
   // NotFound: there is no such lease any more. Requires: no path twice, at most kMaxChanges.
-  virtual absl::StatusOr<int64_t> write(const std::vector<Change>& changes, const std::vector<Guard>& guards,
-                                        Lease lease) = 0;
+  virtual absl::StatusOr<int64_t> write(const std::vector<Change>& changes,
+                                        const std::vector<Precondition>& preconditions, Lease lease) = 0;
   // Who answered last, for people to read.
   virtual std::string endpoint() const = 0;
 

@@ -48,14 +48,14 @@ class Mappings {
 
 }  // namespace
 
-LocalSource::LocalSource(const Settings& settings, std::shared_ptr<Machine> machine, Kelstore::Store& store,
-                         Runtime::Io& io, const Zavro::Clock& clock)
-    : store_(store),
+LocalSource::LocalSource(const Settings& settings, std::shared_ptr<Machine> machine,
+                         Kelstore::LayeredState& layers, Runtime::Io& io, const Zavro::Clock& clock)
+    : layers_(layers),
       clock_(clock),
-      layer_(store.layerIs([own = std::to_string(settings.member)](Kind kind, std::string_view first) {
+      layer_(layers.layerIs([own = std::to_string(settings.member)](Kind kind, std::string_view first) {
         return isHostResource(kind) && first == own;
       })),
-      mappingsLayer_(store.lowestLayerIs()),
+      mappingsLayer_(layers.lowestLayerIs()),
       figures_(settings, std::move(machine), io, clock, [this] { publish(); }) {}
 
 void LocalSource::publish() {
@@ -64,22 +64,22 @@ void LocalSource::publish() {
   figures_.storage().keepIndexes();
   if (settled_ || !figures_.heard()) return;
   settled_ = true;
-  for (auto layer : {layer_, mappingsLayer_}) store_.settledIs(layer);
+  for (auto layer : {layer_, mappingsLayer_}) layers_.settledIs(layer);
 }
 
-void LocalSource::publish(Kelstore::Store::Layer layer, Kelstore::Snapshot snapshot) {
-  auto before = store_.snapshot(layer);
+void LocalSource::publish(Kelstore::LayeredState::Layer layer, Kelstore::Snapshot snapshot) {
+  auto before = layers_.snapshot(layer);
   auto now = std::make_shared<const Kelstore::Snapshot>(std::move(snapshot));
   auto changed = Kelstore::differences(*before, *now);
   if (changed.empty()) return;
   lastChangeUtcNs_ = clock_.utcNs();
-  store_.snapshotIs(layer, std::move(now), std::move(changed));
+  layers_.snapshotIs(layer, std::move(now), std::move(changed));
 }
 
 Kelstore::Snapshot LocalSource::mappings() {
   Mappings others;
-  for (Kelstore::Store::Layer layer = 0; layer < store_.layers(); ++layer) {
-    if (layer != mappingsLayer_) others.add(*store_.snapshot(layer));
+  for (Kelstore::LayeredState::Layer layer = 0; layer < layers_.layers(); ++layer) {
+    if (layer != mappingsLayer_) others.add(*layers_.snapshot(layer));
   }
   others.added();
   std::vector<Kelstore::Snapshot::Entry> entries;
@@ -107,7 +107,7 @@ Kelstore::SourceStatus LocalSource::status() const {
   Kelstore::SourceStatus status;
   status.name = kName;
   status.state = settled_ ? State::current : State::loading;
-  status.paths = store_.snapshot(layer_)->size() + store_.snapshot(mappingsLayer_)->size();
+  status.paths = layers_.snapshot(layer_)->size() + layers_.snapshot(mappingsLayer_)->size();
   status.lastChangeUtcNs = lastChangeUtcNs_;
   for (const Collector* collector : figures_.collectors()) {
     const Kelstore::CollectorStatus& one = collector->status();

@@ -9,8 +9,8 @@
 #include <memory>
 #include <set>
 
+#include "kelstore/LayeredState.h"
 #include "kelstore/Source.h"
-#include "kelstore/Store.h"
 #include "member/MachineFigures.h"
 
 namespace Member {
@@ -19,8 +19,8 @@ class LocalSource final : public Kelstore::Source {
  public:
   using Settings = MachineFigures::Settings;
 
-  // Store, io and clock outlive the source; the machine may be in use for longer, by a question that hangs.
-  LocalSource(const Settings& settings, std::shared_ptr<Machine> machine, Kelstore::Store& store,
+  // Layers, io and clock outlive the source; the machine may be in use for longer, by a question that hangs.
+  LocalSource(const Settings& settings, std::shared_ptr<Machine> machine, Kelstore::LayeredState& layers,
               Runtime::Io& io, const Zavro::Clock& clock);
 
   void start() override { figures_.start(); }
@@ -29,14 +29,14 @@ class LocalSource final : public Kelstore::Source {
 
  private:
   void publish();
-  void publish(Kelstore::Store::Layer layer, Kelstore::Snapshot snapshot);
+  void publish(Kelstore::LayeredState::Layer layer, Kelstore::Snapshot snapshot);
   Kelstore::Snapshot mappings();
 
-  Kelstore::Store& store_;
+  Kelstore::LayeredState& layers_;
   const Zavro::Clock& clock_;
-  const Kelstore::Store::Layer layer_;
+  const Kelstore::LayeredState::Layer layer_;
   // The mappings are below what other sources say, so that a mapping of theirs is respected.
-  const Kelstore::Store::Layer mappingsLayer_;
+  const Kelstore::LayeredState::Layer mappingsLayer_;
   bool settled_ = false;
   uint64_t lastChangeUtcNs_ = 0;
   std::set<int32_t> leftOut_;  // kinds of memory whose index is another source's, of which was told

@@ -36,7 +36,7 @@ Neighbour::Neighbour(NeighbourConfig config, std::shared_ptr<EchoProbe> probe, R
 void Neighbour::configIs(const NeighbourConfig& config) {
   zavroAssert(config.isSameLink(config_));
   if (config == config_) return;
-  Reachability::State before = reachability_.state();
+  NeighbourReachability::State before = reachability_.state();
   config_ = config;
   reachability_.settingsIs(config_.probe.counting);
   next_.reset();
@@ -45,7 +45,7 @@ void Neighbour::configIs(const NeighbourConfig& config) {
 }
 
 void Neighbour::deviceIs(std::optional<Device> device) {
-  Reachability::State before = reachability_.state();
+  NeighbourReachability::State before = reachability_.state();
   if (device != device_) ++round_;
   device_ = device;
   reachability_.carrierIs(carrierOf(device_));
@@ -82,13 +82,13 @@ void Neighbour::asked(const absl::StatusOr<bool>& answer) {
     traceHandle.trace(kChangeLevel, "member {}: echoes can be sent again", config_.member);
   }
   toldFailure_ = !answer.ok();
-  Reachability::State before = reachability_.state();
+  NeighbourReachability::State before = reachability_.state();
   reachability_.echoIs(echoOf(answer));
   tellChange(before);
 }
 
-void Neighbour::tellChange(Reachability::State before) {
-  Reachability::State now = reachability_.state();
+void Neighbour::tellChange(NeighbourReachability::State before) {
+  NeighbourReachability::State now = reachability_.state();
   if (now == before) return;
   traceHandle.trace(kChangeLevel, "member {} is {} on {}, it was {}", config_.member, Kor::nameOf(now),
                     config_.device, Kor::nameOf(before));

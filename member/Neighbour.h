@@ -11,7 +11,7 @@
 #include "member/Config.h"
 #include "member/Echo.h"
 #include "member/Links.h"
-#include "member/Reachability.h"
+#include "member/NeighbourReachability.h"
 #include "runtime/Io.h"
 #include "runtime/OffLoop.h"
 
@@ -33,19 +33,19 @@ class Neighbour final {
 
   const NeighbourConfig& config() const { return config_; }
   const std::optional<Device>& device() const { return device_; }
-  const Reachability& reachability() const { return reachability_; }
+  const NeighbourReachability& reachability() const { return reachability_; }
 
  private:
   void ask();
   void asked(const absl::StatusOr<bool>& answer);
-  void tellChange(Reachability::State before);
+  void tellChange(NeighbourReachability::State before);
 
   NeighbourConfig config_;
   std::shared_ptr<EchoProbe> probe_;
   Runtime::Io& io_;
   std::function<void()> changed_;
   std::optional<Device> device_;
-  Reachability reachability_;
+  NeighbourReachability reachability_;
   std::unique_ptr<Runtime::Io::Activity> next_;
   uint64_t round_ = 0;  // a new one with each change of the device; answers of earlier ones do not count
   bool asking_ = false;

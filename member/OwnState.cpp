@@ -101,7 +101,7 @@ void OwnState::addNeighbours(std::vector<Entry>& entries) const {
   std::string own = std::to_string(config_.member);
   for (const auto& neighbour : neighbours_) {
     const NeighbourConfig& config = neighbour->config();
-    const Reachability& reachability = neighbour->reachability();
+    const NeighbourReachability& reachability = neighbour->reachability();
     std::string member = std::to_string(config.member);
     Lanix::IntfId intf(config.interface);
     if (neighbour->device()) {

@@ -190,23 +190,24 @@ void Publisher::write() {
   if (more) changes.resize(kMaxChanges);
   traceHandle.trace(kWriteLevel, "writes {} keys, the first is {}", changes.size(), changes[0].path.text());
   enter(State::writing);
-  call<int64_t>([changes, guards = guards(changes, *holdings_, owners_.self),
-                 lease = owners_.self](LeaseStore& store) { return store.write(changes, guards, lease); },
-                [this, changes, more, lease = owners_.self](int64_t revision) {
-                  if (lease != owners_.self) return step();
-                  // The rest follows at once.
-                  if (more) writableNs_ = 0;
-                  written(changes, revision);
-                  step();
-                },
-                [this, lease = owners_.self](const absl::Status& error) {
-                  if (absl::IsAborted(error) || absl::IsNotFound(error)) {
-                    tellEndpoint();
-                    if (lease == owners_.self) writeRefused(error);
-                    return step();
-                  }
-                  callFailed(error);
-                });
+  call<int64_t>(
+      [changes, preconditions = preconditions(changes, *holdings_, owners_.self),
+       lease = owners_.self](LeaseStore& store) { return store.write(changes, preconditions, lease); },
+      [this, changes, more, lease = owners_.self](int64_t revision) {
+        if (lease != owners_.self) return step();
+        // The rest follows at once.
+        if (more) writableNs_ = 0;
+        written(changes, revision);
+        step();
+      },
+      [this, lease = owners_.self](const absl::Status& error) {
+        if (absl::IsAborted(error) || absl::IsNotFound(error)) {
+          tellEndpoint();
+          if (lease == owners_.self) writeRefused(error);
+          return step();
+        }
+        callFailed(error);
+      });
 }
 
 void Publisher::writeRefused(const absl::Status& error) {

@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <variant>
 
-#include "mib-state/Keys.h"
+#include "mib-state/RowKeys.h"
 #include "mib-state/Table.h"
 #include "platform/hostresources/HostResources.h"
 #include "platform/intfsnmp/IfMib.h"

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "kelstore/etcd/Keys.h"
+#include "kelstore/etcd/KeySpace.h"
 #include "kelstore/etcd/Messages.h"
 
 namespace Kelstore::Etcd {
@@ -34,7 +34,7 @@ struct Deletion {
 };
 
 // What must be so for a transaction to be carried out.
-struct Guard {
+struct Precondition {
   std::string key;
   int64_t modRevision = 0;  // 0: there is no such key
 };
@@ -51,9 +51,10 @@ class Calls {
   // These return the revision of the change; where there was nothing to delete, the latest.
   virtual absl::StatusOr<int64_t> put(const std::string& key, const std::string& value, int64_t lease) = 0;
   virtual absl::StatusOr<Deletion> del(const KeyRange& keys) = 0;
-  // All of them in one revision, or none; none when a guard does not hold. Requires: no key twice, at most
-  // kMaxTxnOps operations and as many guards.
-  virtual absl::StatusOr<int64_t> txn(const std::vector<Op>& ops, const std::vector<Guard>& guards) = 0;
+  // All of them in one revision, or none; none when a precondition does not hold. Requires: no key twice, at
+  // most kMaxTxnOps operations and as many preconditions.
+  virtual absl::StatusOr<int64_t> txn(const std::vector<Op>& ops,
+                                      const std::vector<Precondition>& preconditions) = 0;
 };
 
 }  // namespace Kelstore::Etcd

@@ -220,14 +220,15 @@ absl::StatusOr<Deletion> Client::del(const KeyRange& keys) {
   return Deletion{response.header().revision(), response.deleted(), impl_->repeated()};
 }
 
-absl::StatusOr<int64_t> Client::txn(const std::vector<Op>& ops, const std::vector<Guard>& guards) {
+absl::StatusOr<int64_t> Client::txn(const std::vector<Op>& ops,
+                                    const std::vector<Precondition>& preconditions) {
   Rpc::TxnRequest request;
-  for (const Guard& guard : guards) {
+  for (const Precondition& precondition : preconditions) {
     Rpc::Compare& compare = *request.add_compare();
     compare.set_result(Rpc::Compare::EQUAL);
     compare.set_target(Rpc::Compare::MOD);
-    compare.set_key(guard.key);
-    compare.set_mod_revision(guard.modRevision);
+    compare.set_key(precondition.key);
+    compare.set_mod_revision(precondition.modRevision);
   }
   for (const Op& op : ops) {
     Rpc::RequestOp& added = *request.add_success();

@@ -4,8 +4,8 @@
 // the others, in turn, when that one does not answer. Where there are others, the first has half of the time,
 // and each of them an equal share of what is left of it. A call that an endpoint left unanswered may have
 // been carried out all the same, and be carried out twice. What is in the store then is the same; but the
-// revision is that of the second time, which finds nothing left to delete, and the guards of a transaction no
-// longer as they were. A lease that nobody knows of runs out.
+// revision is that of the second time, which finds nothing left to delete, and the preconditions of a
+// transaction no longer as they were. A lease that nobody knows of runs out.
 //
 // Nothing is thrown. Errors are one line, and their code says what to do:
 //   Unavailable, DeadlineExceeded  no endpoint answers, or the cluster has no leader: again later
@@ -13,7 +13,7 @@
 //   PermissionDenied               the user may not do that
 //   FailedPrecondition             a file of `Access` cannot be used, or the server cannot do this now
 //   NotFound                       there is no such lease
-//   Aborted                        a guard of a transaction does not hold
+//   Aborted                        a precondition of a transaction does not hold
 //   anything else                  etcd does not take the request as it is
 //
 // For one thread at a time; a thread that is not to wait for another's calls has a client of its own.
@@ -61,7 +61,8 @@ class Client final : public Calls {
   absl::StatusOr<int64_t> put(const std::string& key, const std::string& value, int64_t lease = 0) override;
   absl::StatusOr<int64_t> del(const std::string& key);
   absl::StatusOr<Deletion> del(const KeyRange& keys) override;
-  absl::StatusOr<int64_t> txn(const std::vector<Op>& ops, const std::vector<Guard>& guards = {}) override;
+  absl::StatusOr<int64_t> txn(const std::vector<Op>& ops,
+                              const std::vector<Precondition>& preconditions = {}) override;
 
   // The new lease's id. etcd may grant more time than was asked for, never less.
   absl::StatusOr<int64_t> grant(std::chrono::seconds ttl);

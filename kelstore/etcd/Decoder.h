@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "kelstore/Snapshot.h"
-#include "kelstore/etcd/Keys.h"
+#include "kelstore/etcd/KeySpace.h"
 #include "kelstore/etcd/Messages.h"
 
 namespace Kelstore::Etcd {
@@ -26,7 +26,7 @@ class Decoder {
   // More lines than this at a time are counted only.
   static constexpr size_t kMaxLines = 20;
 
-  Decoder(Keys keys, const Limits& limits) : keys_(std::move(keys)), limits_(limits) {}
+  Decoder(KeySpace keys, const Limits& limits) : keys_(std::move(keys)), limits_(limits) {}
 
   struct Decoded {
     std::vector<Snapshot::Change> changes;   // sorted, no path twice
@@ -51,7 +51,7 @@ class Decoder {
   void noteWarning(const std::string& key, std::string warning);
   void tell(int level, const std::string& key, std::string_view what);
 
-  Keys keys_;
+  KeySpace keys_;
   Limits limits_;
   std::map<std::string, std::string> setAside_;
   std::set<size_t> setAsideToo_;  // hashes of the keys that there is no place for

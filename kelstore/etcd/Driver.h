@@ -5,8 +5,8 @@
 #include <memory>
 #include <string>
 
+#include "kelstore/LayeredState.h"
 #include "kelstore/Source.h"
-#include "kelstore/Store.h"
 #include "kelstore/etcd/Access.h"
 #include "kelstore/etcd/Calls.h"
 #include "kelstore/etcd/FollowSettings.h"
@@ -22,7 +22,7 @@ class Driver {
   // A source that is called `name`. All references outlive it, but for the settings; the clock is read on two
   // threads.
   virtual std::unique_ptr<Source> source(const std::string& name, const FollowSettings& settings,
-                                         Store& store, Runtime::Io& io, const Zavro::Clock& clock,
+                                         LayeredState& layers, Runtime::Io& io, const Zavro::Clock& clock,
                                          Runtime::Threads& threads) const = 0;
   // Calls to these servers. Connects with the first one.
   virtual std::unique_ptr<Calls> calls(const Address& address, const Access& access) const = 0;

@@ -9,10 +9,10 @@ namespace {
 
 class GrpcDriver final : public Driver {
  public:
-  std::unique_ptr<Source> source(const std::string& name, const FollowSettings& settings, Store& store,
-                                 Runtime::Io& io, const Zavro::Clock& clock,
+  std::unique_ptr<Source> source(const std::string& name, const FollowSettings& settings,
+                                 LayeredState& layers, Runtime::Io& io, const Zavro::Clock& clock,
                                  Runtime::Threads& threads) const override {
-    return std::make_unique<EtcdSource>(name, settings, store, io, clock, threads);
+    return std::make_unique<EtcdSource>(name, settings, layers, io, clock, threads);
   }
   std::unique_ptr<Calls> calls(const Address& address, const Access& access) const override {
     return std::make_unique<Client>(address.endpoints, access);

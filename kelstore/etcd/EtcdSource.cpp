@@ -13,17 +13,17 @@ using Lumalog::kErrorLevel;
 
 }  // namespace
 
-EtcdSource::EtcdSource(std::string name, const FollowSettings& settings, Store& store, Runtime::Io& io,
-                       const Zavro::Clock& clock, Runtime::Threads& threads)
+EtcdSource::EtcdSource(std::string name, const FollowSettings& settings, LayeredState& layers,
+                       Runtime::Io& io, const Zavro::Clock& clock, Runtime::Threads& threads)
     : name_(std::move(name)),
       settings_(settings),
-      store_(store),
+      layers_(layers),
       io_(io),
       clock_(clock),
-      layer_(store.layerIs()),
+      layer_(layers.layerIs()),
       waker_(io.waker([this] { take(); })),
-      handover_([this] { waker_->wake(); }),
-      session_(settings, clock, handover_, threads) {}
+      mailbox_([this] { waker_->wake(); }),
+      session_(settings, clock, mailbox_, threads) {}
 
 EtcdSource::~EtcdSource() {
   if (!thread_.joinable()) return;
@@ -35,7 +35,7 @@ void EtcdSource::start() {
   patience_ = io_.after(kPatienceMs, [this] {
     settled_ = true;
     outOfPatienceUtcNs_ = clock_.utcNs();
-    store_.settledIs(layer_);
+    layers_.settledIs(layer_);
   });
   startThread();
 }
@@ -50,7 +50,7 @@ void EtcdSource::startThread() {
 }
 
 void EtcdSource::take() {
-  Handover::Update update = handover_.take();
+  Mailbox::Update update = mailbox_.take();
   for (const Line& line : update.lines) {
     traceHandle.trace({name_, line.key}, line.level, "{}: {}", name_, line.text);
   }
@@ -58,24 +58,24 @@ void EtcdSource::take() {
     if (mirrored()) mirrored_ = taken_;
     taken_ = update.revision;
     if (!update.changed.empty()) lastChangeUtcNs_ = clock_.utcNs();
-    handover_.discard(store_.snapshot(layer_));
-    store_.snapshotIs(layer_, std::move(update.snapshot), std::move(update.changed));
+    mailbox_.discard(layers_.snapshot(layer_));
+    layers_.snapshotIs(layer_, std::move(update.snapshot), std::move(update.changed));
   }
   if (!update.settled || settled_) return;
   settled_ = true;
   patience_.reset();
-  store_.settledIs(layer_);
+  layers_.settledIs(layer_);
 }
 
 SourceStatus EtcdSource::status() const {
   using State = SourceStatus::State;
   SourceStatus status;
-  StoreStatus store = handover_.status();
+  StoreStatus store = mailbox_.status();
   store.mirroredRevision = mirrored() ? taken_ : mirrored_;
   bool listed = store.revision != 0;
   if (!listed && store.staleSinceUtcNs == 0) store.staleSinceUtcNs = outOfPatienceUtcNs_;
   status.name = name_;
-  status.paths = store_.snapshot(layer_)->size();
+  status.paths = layers_.snapshot(layer_)->size();
   status.setAside = store.setAside;
   status.lastChangeUtcNs = lastChangeUtcNs_;
   status.staleSinceUtcNs = store.staleSinceUtcNs;

@@ -11,9 +11,9 @@
 #include <string>
 #include <thread>
 
+#include "kelstore/LayeredState.h"
 #include "kelstore/Source.h"
-#include "kelstore/Store.h"
-#include "kelstore/etcd/Handover.h"
+#include "kelstore/etcd/Mailbox.h"
 #include "kelstore/etcd/Session.h"
 #include "platform/zavro/Clock.h"
 #include "runtime/Io.h"
@@ -25,9 +25,9 @@ class EtcdSource final : public Source {
   static constexpr uint64_t kPatienceMs = 5'000;     // with the first listing, before the source settles
   static constexpr uint64_t kRetryThreadMs = 1'000;  // when the system has no thread left
 
-  // `name` is what status and log lines call it. Store, io, clock and threads outlive the source; the clock
+  // `name` is what status and log lines call it. Layers, io, clock and threads outlive the source; the clock
   // is read on two threads.
-  EtcdSource(std::string name, const FollowSettings& settings, Store& store, Runtime::Io& io,
+  EtcdSource(std::string name, const FollowSettings& settings, LayeredState& layers, Runtime::Io& io,
              const Zavro::Clock& clock, Runtime::Threads& threads);
   // Does not wait for any server, nor for any file.
   ~EtcdSource() override;
@@ -38,23 +38,23 @@ class EtcdSource final : public Source {
  private:
   void startThread();
   void take();
-  bool mirrored() const { return store_.idle(); }
+  bool mirrored() const { return layers_.idle(); }
 
   std::string name_;
   FollowSettings settings_;
-  Store& store_;
+  LayeredState& layers_;
   Runtime::Io& io_;
   const Zavro::Clock& clock_;
-  Store::Layer layer_;
+  LayeredState::Layer layer_;
   bool settled_ = false;
   uint64_t outOfPatienceUtcNs_ = 0;  // 0: it settled before
   uint64_t lastChangeUtcNs_ = 0;
-  int64_t taken_ = 0;     // revision that the store was given
+  int64_t taken_ = 0;     // revision that the layer was given
   int64_t mirrored_ = 0;  // the one before, once it was mirrored
   std::unique_ptr<Runtime::Io::Activity> patience_;
   std::unique_ptr<Runtime::Io::Activity> retry_;
   std::unique_ptr<Runtime::Io::Waker> waker_;
-  Handover handover_;
+  Mailbox mailbox_;
   Session session_;
   std::thread thread_;
 };

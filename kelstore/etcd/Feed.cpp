@@ -39,25 +39,25 @@ std::vector<Path> pathsOf(const Snapshot& snapshot) {
 
 }  // namespace
 
-Feed::Feed(Keys keys, const Limits& limits, bool clearWhenStale, const Zavro::Clock& clock,
-           Handover& handover)
+Feed::Feed(KeySpace keys, const Limits& limits, bool clearWhenStale, const Zavro::Clock& clock,
+           Mailbox& mailbox)
     : keys_(std::move(keys)),
       limits_(limits),
       clearWhenStale_(clearWhenStale),
       clock_(clock),
-      handover_(handover),
+      mailbox_(mailbox),
       decoder_(keys_, limits_) {}
 
 void Feed::follow(Follower& follower) {
   for (Batch& batch : follower.takeBatches()) take(std::move(batch));
   noteState(follower);
-  noteAudits(follower);
+  noteResyncs(follower);
   noteRefused(follower.refused());
   for (Line& line : decoder_.takeLines()) lines_.push_back(std::move(line));
   bool settles = !settled_ && (follower.complete() || follower.unreached());
   settled_ |= settles;
-  if (settles || !lines_.empty()) handover_.give({nullptr, {}, 0, settles, std::exchange(lines_, {})});
-  handover_.statusIs(statusOf(follower));
+  if (settles || !lines_.empty()) mailbox_.give({nullptr, {}, 0, settles, std::exchange(lines_, {})});
+  mailbox_.statusIs(statusOf(follower));
 }
 
 void Feed::startsAnew() {
@@ -76,7 +76,7 @@ void Feed::take(Batch batch) {
   revision_ = batch.revision;
   noteMembers(decoded.members);
   listed_ = true;
-  if (visible_) handover_.give({snapshot_, std::move(changed), revision_, false, {}});
+  if (visible_) mailbox_.give({snapshot_, std::move(changed), revision_, false, {}});
 }
 
 // What was handed over before, and is not there any more.
@@ -98,7 +98,7 @@ void Feed::withdrawOthers(Decoder::Decoded& decoded) const {
 void Feed::noteMembers(const std::map<std::string, int64_t>& leases) {
   for (const auto& [name, lease] : leases) {
     if (!holdsAnyOf(*snapshot_, name)) {
-      if (members_.erase(name) != 0) handover_.memberDel(name);
+      if (members_.erase(name) != 0) mailbox_.memberDel(name);
       continue;
     }
     Member& member = members_[name];
@@ -109,14 +109,14 @@ void Feed::noteMembers(const std::map<std::string, int64_t>& leases) {
       member.status.leased = true;
       member.status.leaseLeftSeconds.reset();
     }
-    handover_.memberIs(member.status);
+    mailbox_.memberIs(member.status);
   }
 }
 
 void Feed::visibleIs(bool visible) {
   if (visible == std::exchange(visible_, visible)) return;
   auto shown = visible ? snapshot_ : std::make_shared<const Snapshot>();
-  handover_.give({std::move(shown), pathsOf(*snapshot_), revision_, false, {}});
+  mailbox_.give({std::move(shown), pathsOf(*snapshot_), revision_, false, {}});
 }
 
 void Feed::tell(int level, std::string text) { lines_.push_back({level, std::move(text)}); }
@@ -150,18 +150,18 @@ void Feed::noteState(const Follower& follower) {
   }
 }
 
-void Feed::noteAudits(const Follower& follower) {
+void Feed::noteResyncs(const Follower& follower) {
   const Follower::Counters before = std::exchange(counted_, follower.counters());
-  if (counted_.auditFailures != before.auditFailures && !std::exchange(auditsFail_, true)) {
-    tell(kErrorLevel, "the audit failed: " + follower.lastError());
+  if (counted_.resyncFailures != before.resyncFailures && !std::exchange(resyncsFail_, true)) {
+    tell(kErrorLevel, "the resync failed: " + follower.lastError());
   }
-  if (counted_.audits != before.audits && std::exchange(auditsFail_, false)) {
-    tell(kNewsLevel, "audits work again");
+  if (counted_.resyncs != before.resyncs && std::exchange(resyncsFail_, false)) {
+    tell(kNewsLevel, "resyncs work again");
   }
   uint64_t repaired = counted_.repairs - before.repairs;
   if (repaired != 0) {
     tell(kErrorLevel,
-         fmt::format("the audit found {} keys that differed from the store, and repaired them", repaired));
+         fmt::format("the resync found {} keys that differed from the store, and repaired them", repaired));
   }
 }
 
@@ -192,8 +192,8 @@ StoreStatus Feed::statusOf(const Follower& follower) const {
   status.counters = {{"revisions", counters.revisions},
                      {"events", counters.events},
                      {"dropped", counters.dropped},
-                     {"audits", counters.audits},
-                     {"auditFailures", counters.auditFailures},
+                     {"resyncs", counters.resyncs},
+                     {"resyncFailures", counters.resyncFailures},
                      {"repairs", counters.repairs},
                      {"relists", counters.relists},
                      {"reconnections", counters.reconnections}};
@@ -234,7 +234,7 @@ void Feed::leaseIs(int64_t lease, std::optional<uint64_t> secondsLeft) {
   for (auto& [name, member] : members_) {
     if (member.lease != lease) continue;
     member.status.leaseLeftSeconds = secondsLeft.value_or(0);
-    handover_.memberIs(member.status);
+    mailbox_.memberIs(member.status);
   }
 }
 

@@ -10,7 +10,7 @@
 
 #include "kelstore/etcd/Decoder.h"
 #include "kelstore/etcd/Follower.h"
-#include "kelstore/etcd/Handover.h"
+#include "kelstore/etcd/Mailbox.h"
 #include "platform/zavro/Clock.h"
 
 namespace Kelstore::Etcd {
@@ -21,9 +21,9 @@ class Feed {
   static constexpr size_t kExamples = 20;
   static constexpr size_t kExampleBytes = 200;  // of the key, and of what is wrong with it
 
-  // `clearWhenStale`: what the store said is withdrawn while it is stale. Clock and handover outlive the
+  // `clearWhenStale`: what the store said is withdrawn while it is stale. Clock and mailbox outlive the
   // feed.
-  Feed(Keys keys, const Limits& limits, bool clearWhenStale, const Zavro::Clock& clock, Handover& handover);
+  Feed(KeySpace keys, const Limits& limits, bool clearWhenStale, const Zavro::Clock& clock, Mailbox& mailbox);
 
   // Hands over what the follower came to since the last call. What it takes to decode it may not be there:
   // then std::bad_alloc is thrown, and startsAnew() is to be called.
@@ -50,15 +50,15 @@ class Feed {
   void visibleIs(bool visible);
   void tell(int level, std::string text);
   void noteState(const Follower& follower);
-  void noteAudits(const Follower& follower);
+  void noteResyncs(const Follower& follower);
   void noteRefused(const KeyTable::AllRefused& refused);
   StoreStatus statusOf(const Follower& follower) const;
 
-  Keys keys_;
+  KeySpace keys_;
   Limits limits_;
   bool clearWhenStale_;
   const Zavro::Clock& clock_;
-  Handover& handover_;
+  Mailbox& mailbox_;
   Decoder decoder_;
   std::shared_ptr<const Snapshot> snapshot_ = std::make_shared<const Snapshot>();
   bool visible_ = true;
@@ -70,8 +70,8 @@ class Feed {
   bool toldOfForeignKey_ = false;
   std::vector<Line> lines_;
   int64_t revision_ = 0;
-  Follower::Counters counted_;  // when the audits were looked at last
-  bool auditsFail_ = false;
+  Follower::Counters counted_;  // when the resyncs were looked at last
+  bool resyncsFail_ = false;
   uint64_t heardMs_ = 0;
   uint64_t heardUtcNs_ = 0;
   uint64_t heldSinceUtcNs_ = 0;

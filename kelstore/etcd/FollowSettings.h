@@ -14,7 +14,7 @@ struct FollowSettings {
   Access access = {};
   uint32_t holdSeconds = 300;   // that a lost store's word counts before it is stale
   bool clearAfterHold = false;  // whether it is withdrawn then
-  uint32_t auditSeconds = 60;
+  uint32_t resyncSeconds = 60;
   Limits limits = {};
 };
 

@@ -89,9 +89,9 @@ void Follower::pageRead(uint64_t nowMs, uint64_t number, Page page) {
   } else if (phase_ == Phase::resuming) {
     if (foreign(page.header)) return relist(nowMs, ofServer(kForeign));
     openWatch(nowMs);
-  } else if (auditPageAsked_) {
-    auditPageAsked_ = false;
-    audited(nowMs, page);
+  } else if (resyncPageAsked_) {
+    resyncPageAsked_ = false;
+    resynced(nowMs, page);
   }
 }
 
@@ -107,7 +107,7 @@ void Follower::listed(uint64_t nowMs, Page page) {
   if (page.more) return listOn(nowMs);
 
   if (complete_) ++counters_.relists;
-  auditEnds(kNever);
+  resyncEnds(kNever);
   applied_ = listingAt_.revision;
   clusterId_ = listingAt_.clusterId;
   raftTerm_ = listingAt_.raftTerm;
@@ -133,16 +133,16 @@ void Follower::pageFailed(uint64_t nowMs, uint64_t number, PageFailure why, cons
     lastError_ = error;
     return listOn(nowMs);
   }
-  if (!auditPageAsked_) return;
+  if (!resyncPageAsked_) return;
   // The watch goes on; were the store lost, it would be told there.
   lastError_ = error;
-  auditPageAsked_ = false;
-  if (auditSize_.failed(why)) {
-    auditAtMs_ = nowMs + kAuditPauseMs;
+  resyncPageAsked_ = false;
+  if (resyncSize_.failed(why)) {
+    resyncAtMs_ = nowMs + kResyncPauseMs;
   } else {
-    ++counters_.auditFailures;
-    auditSize_ = PageSize(kAuditPageKeys);
-    auditEnds(nowMs + settings_.auditMs);
+    ++counters_.resyncFailures;
+    resyncSize_ = PageSize(kResyncPageKeys);
+    resyncEnds(nowMs + settings_.resyncMs);
   }
 }
 
@@ -204,7 +204,7 @@ void Follower::watches(uint64_t nowMs) {
   answerByMs_ = kNever;
   watchingSinceMs_ = nowMs;
   // A restored store whose revisions have overtaken ours by now looks like the one that was lost.
-  auditAtMs_ = nowMs + (resumed ? std::min(kResumedAuditMs, settings_.auditMs) : settings_.auditMs);
+  resyncAtMs_ = nowMs + (resumed ? std::min(kResumedResyncMs, settings_.resyncMs) : settings_.resyncMs);
 }
 
 // Of the fragments so far, all revisions but the last are whole. They are applied at once: an answer may hold
@@ -259,7 +259,7 @@ void Follower::relist(uint64_t nowMs, const std::string& why) {
   if (relistsInARow_++ > 0) return lost(nowMs, why);
   lastError_ = why;
   if (complete_ && lostSinceMs_ == kNever) lostSinceMs_ = nowMs;
-  auditEnds(kNever);
+  resyncEnds(kNever);
   connect(nowMs);
 }
 
@@ -273,7 +273,7 @@ void Follower::lost(uint64_t nowMs, const std::string& error) {
   answerByMs_ = kNever;
   events_.clear();
   page_ = 0;
-  auditEnds(kNever);
+  resyncEnds(kNever);
   commands_.emplace_back(Disconnect{});
   endpoints_.next();
   retryAtMs_ = nowMs + retryDelayMs();
@@ -299,7 +299,7 @@ void Follower::elapsed(uint64_t nowMs) {
   if (nowMs >= answerByMs_) {
     uint64_t patience = patienceMs();
     std::string error = ofServer("no answer for " + std::to_string(patience / 1000) + " s");
-    if (!auditPageAsked_ && phase_ != Phase::listing) return lost(nowMs, error);
+    if (!resyncPageAsked_ && phase_ != Phase::listing) return lost(nowMs, error);
     pageFailed(nowMs, page_, PageFailure::late, error);
     if (patience < kAnswerMs) triedInVain_ = 0;
     return;
@@ -314,7 +314,7 @@ void Follower::elapsed(uint64_t nowMs) {
     askedForProgress_ = true;
     commands_.emplace_back(RequestProgress{});
   }
-  if (nowMs >= auditAtMs_ && !auditPageAsked_ && !auditRead_) auditNext(nowMs);
+  if (nowMs >= resyncAtMs_ && !resyncPageAsked_ && !resyncRead_) resyncNext(nowMs);
   settleSuspects(nowMs);
 }
 
@@ -323,46 +323,46 @@ uint64_t Follower::wakeAtMs() const {
   if (lostSinceMs_ != kNever && !stale_) at = std::min(at, lostSinceMs_ + settings_.holdMs);
   if (phase_ != Phase::watching) return at;
   at = std::min(at, watchHeardMs_ + (askedForProgress_ ? kSilenceMs : kQuietMs));
-  if (!auditPageAsked_ && !auditRead_) at = std::min(at, auditAtMs_);
+  if (!resyncPageAsked_ && !resyncRead_) at = std::min(at, resyncAtMs_);
   for (const Waiting& one : suspects_) at = std::min(at, one.untilMs);
   return at;
 }
 
-// Begins an audit, or goes on with the one under way. Each page is read at the revision that is the latest
-// then, so that no compaction ends an audit; it is compared by itself.
-void Follower::auditNext(uint64_t nowMs) {
-  if (!auditing_) {
-    auditing_ = true;
-    auditFrom_ = settings_.prefix;
-    table_.auditBegins();
+// Begins a resync, or goes on with the one under way. Each page is read at the revision that is the latest
+// then, so that no compaction ends a resync; it is compared by itself.
+void Follower::resyncNext(uint64_t nowMs) {
+  if (!resyncing_) {
+    resyncing_ = true;
+    resyncFrom_ = settings_.prefix;
+    table_.resyncBegins();
   }
-  auditPageAsked_ = true;
-  auditAskedAt_ = {clusterId_, applied_, raftTerm_};
-  readPage(nowMs, auditFrom_, 0, auditSize_.keys());
+  resyncPageAsked_ = true;
+  resyncAskedAt_ = {clusterId_, applied_, raftTerm_};
+  readPage(nowMs, resyncFrom_, 0, resyncSize_.keys());
 }
 
-void Follower::audited(uint64_t nowMs, const Page& page) {
+void Follower::resynced(uint64_t nowMs, const Page& page) {
   // What came on the watch since it was asked for may have overtaken it.
-  if (older(page.header, auditAskedAt_)) return relist(nowMs, ofServer(kForeign));
-  auditSize_.worked();
-  for (KeyTable::Suspect& suspect : table_.compare(auditFrom_, page)) {
+  if (older(page.header, resyncAskedAt_)) return relist(nowMs, ofServer(kForeign));
+  resyncSize_.worked();
+  for (KeyTable::Suspect& suspect : table_.compare(resyncFrom_, page)) {
     suspects_.push_back({std::move(suspect), nowMs + kGraceMs});
   }
   if (page.more) {
-    auditFrom_ = keyAfter(page.records.back().key);
-    auditAtMs_ = nowMs + kAuditPauseMs;
+    resyncFrom_ = keyAfter(page.records.back().key);
+    resyncAtMs_ = nowMs + kResyncPauseMs;
   } else {
-    auditRead_ = true;
+    resyncRead_ = true;
   }
   settleSuspects(nowMs);
 }
 
-void Follower::auditEnds(uint64_t atMs) {
-  table_.auditEnds(applied_, auditRead_);
-  auditing_ = false;
-  auditPageAsked_ = false;
-  auditRead_ = false;
-  auditAtMs_ = atMs;
+void Follower::resyncEnds(uint64_t atMs) {
+  table_.resyncEnds(applied_, resyncRead_);
+  resyncing_ = false;
+  resyncPageAsked_ = false;
+  resyncRead_ = false;
+  resyncAtMs_ = atMs;
   suspects_.clear();
 }
 
@@ -378,9 +378,9 @@ void Follower::settleSuspects(uint64_t nowMs) {
   });
   counters_.repairs += repaired.changes.size();
   if (!repaired.changes.empty()) batches_.push_back(std::move(repaired));
-  if (!auditRead_ || !suspects_.empty()) return;
-  ++counters_.audits;
-  auditEnds(nowMs + settings_.auditMs);
+  if (!resyncRead_ || !suspects_.empty()) return;
+  ++counters_.resyncs;
+  resyncEnds(nowMs + settings_.resyncMs);
 }
 
 }  // namespace Kelstore::Etcd

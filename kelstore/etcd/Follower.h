@@ -10,7 +10,7 @@
 //
 // Watches of etcd 3.4 may lose events or tell them twice, and its answers to progress requests overtake
 // events. So an answer without events never moves the revision on; what is told twice is dropped; and the
-// audit reads everything again, page by page, and repairs what differs.
+// resync reads everything again, page by page, and repairs what differs.
 #pragma once
 
 #include <cstdint>
@@ -57,19 +57,19 @@ class Follower {
     std::string prefix;                  // what all keys begin with
     std::vector<std::string> endpoints;  // at least one
     uint64_t holdMs = 300'000;
-    uint64_t auditMs = 60'000;
+    uint64_t resyncMs = 60'000;
     KeyTable::GroupOf groupOf = {};      // which keys count together, and how many of them are held
     size_t keys = KeyTable::kUnlimited;  // that are held in all
   };
   struct Counters {
-    uint64_t revisions = 0;      // applied from watches
-    uint64_t events = 0;         // heard from watches
-    uint64_t dropped = 0;        // of these, old or told twice
-    uint64_t audits = 0;         // come to their end
-    uint64_t auditFailures = 0;  // given up, since a page failed again and again
-    uint64_t repairs = 0;        // keys that an audit found different
-    uint64_t relists = 0;        // listings after the first
-    uint64_t reconnections = 0;  // after the store had been lost
+    uint64_t revisions = 0;       // applied from watches
+    uint64_t events = 0;          // heard from watches
+    uint64_t dropped = 0;         // of these, old or told twice
+    uint64_t resyncs = 0;         // come to their end
+    uint64_t resyncFailures = 0;  // given up, since a page failed again and again
+    uint64_t repairs = 0;         // keys that a resync found different
+    uint64_t relists = 0;         // listings after the first
+    uint64_t reconnections = 0;   // after the store had been lost
   };
 
   static constexpr uint64_t kNever = std::numeric_limits<uint64_t>::max();
@@ -82,10 +82,10 @@ class Follower {
   static constexpr uint64_t kFirstRetryMs = 250;     // when all were tried; doubled each time
   static constexpr uint64_t kLastRetryMs = 10'000;   // up to this
   static constexpr uint64_t kStableMs = 10'000;      // a watch that lasted so long starts these anew
-  static constexpr int64_t kAuditPageKeys = 500;
-  static constexpr uint64_t kAuditPauseMs = 50;       // between two pages
-  static constexpr uint64_t kResumedAuditMs = 2'000;  // after a watch was resumed, before the first audit
-  static constexpr uint64_t kGraceMs = 3'000;         // for an event on its way to overtake the audit
+  static constexpr int64_t kResyncPageKeys = 500;
+  static constexpr uint64_t kResyncPauseMs = 50;       // between two pages
+  static constexpr uint64_t kResumedResyncMs = 2'000;  // after a watch was resumed, before the first resync
+  static constexpr uint64_t kGraceMs = 3'000;          // for an event on its way to overtake the resync
 
   // `random` varies the delays.
   Follower(Settings settings, Runtime::Random random);
@@ -149,9 +149,9 @@ class Follower {
 
   void forgetFailures(uint64_t nowMs);
 
-  void auditNext(uint64_t nowMs);
-  void audited(uint64_t nowMs, const Page& page);
-  void auditEnds(uint64_t atMs);
+  void resyncNext(uint64_t nowMs);
+  void resynced(uint64_t nowMs, const Page& page);
+  void resyncEnds(uint64_t atMs);
   void settleSuspects(uint64_t nowMs);
 
   Settings settings_;
@@ -195,13 +195,13 @@ class Follower {
     KeyTable::Suspect suspect;
     uint64_t untilMs;
   };
-  uint64_t auditAtMs_ = kNever;  // the next audit, or the next page of the one under way
-  bool auditing_ = false;
-  bool auditPageAsked_ = false;
-  bool auditRead_ = false;  // its last page is there
-  PageSize auditSize_{kAuditPageKeys};
-  Header auditAskedAt_;  // what was known when its page was asked for
-  std::string auditFrom_;
+  uint64_t resyncAtMs_ = kNever;  // the next resync, or the next page of the one under way
+  bool resyncing_ = false;
+  bool resyncPageAsked_ = false;
+  bool resyncRead_ = false;  // its last page is there
+  PageSize resyncSize_{kResyncPageKeys};
+  Header resyncAskedAt_;  // what was known when its page was asked for
+  std::string resyncFrom_;
   std::vector<Waiting> suspects_;
 };
 

@@ -44,8 +44,8 @@ void KeyTable::remove(std::map<std::string, Known>::iterator key) {
 }
 
 bool KeyTable::deletedAfter(const std::string& key, int64_t revision) const {
-  auto deletion = deletions_.find(key);
-  return deletion != deletions_.end() && deletion->second > revision;
+  auto deletion = tombstones_.find(key);
+  return deletion != tombstones_.end() && deletion->second > revision;
 }
 
 bool KeyTable::put(const Record& record) {
@@ -57,10 +57,10 @@ bool KeyTable::put(const Record& record) {
   return true;
 }
 
-// There are no more deletions to remember than keys: whoever deletes more of them than that within one audit
+// There are no more deletions to remember than keys: whoever deletes more of them than that within one resync
 // may see a key come back until the next one.
 bool KeyTable::del(const std::string& key, int64_t revision) {
-  if (auditing_ && deletions_.size() < most_ && !deletedAfter(key, revision)) deletions_[key] = revision;
+  if (resyncing_ && tombstones_.size() < most_ && !deletedAfter(key, revision)) tombstones_[key] = revision;
   auto found = keys_.known.find(key);
   if (found == keys_.known.end() || found->second.modRevision > revision) return false;
   remove(found);
@@ -88,19 +88,19 @@ std::vector<Change> KeyTable::listingEnds() {
   }
   keys_ = std::exchange(listedKeys_, {});
   refused_ = std::exchange(listedRefused_, {});
-  deletions_.clear();
+  tombstones_.clear();
   return std::exchange(listedChanges_, {});
 }
 
-void KeyTable::auditBegins() {
-  auditing_ = true;
-  auditRefused_.clear();
+void KeyTable::resyncBegins() {
+  resyncing_ = true;
+  resyncRefused_.clear();
 }
 
-void KeyTable::auditEnds(int64_t applied, bool complete) {
-  if (auditing_ && complete) refused_ = std::exchange(auditRefused_, {});
-  auditing_ = false;
-  std::erase_if(deletions_, [applied](const auto& deletion) { return deletion.second <= applied; });
+void KeyTable::resyncEnds(int64_t applied, bool complete) {
+  if (resyncing_ && complete) refused_ = std::exchange(resyncRefused_, {});
+  resyncing_ = false;
+  std::erase_if(tombstones_, [applied](const auto& deletion) { return deletion.second <= applied; });
 }
 
 std::vector<KeyTable::Suspect> KeyTable::compare(const std::string& from, const Page& page) {
@@ -118,7 +118,7 @@ std::vector<KeyTable::Suspect> KeyTable::compare(const std::string& from, const 
     missingBefore(&found.key);
     if (known != end && known->first == found.key) {
       ++known;
-    } else if (!admits(keys_, found.key, groupOf_(found.key), auditRefused_)) {
+    } else if (!admits(keys_, found.key, groupOf_(found.key), resyncRefused_)) {
       continue;
     }
     Suspect suspect{found.key, found, revision};
@@ -139,12 +139,12 @@ std::optional<Change> KeyTable::repair(Suspect suspect) {
   auto known = keys_.known.find(suspect.key);
   if (!suspect.found) {
     if (known != keys_.known.end()) remove(known);
-    deletions_[suspect.key] = suspect.revision;
+    tombstones_[suspect.key] = suspect.revision;
     return Change{std::move(suspect.key), std::nullopt};
   }
   if (known != keys_.known.end()) {
     known->second = knownOf(*suspect.found);
-  } else if (!add(keys_, *suspect.found, auditRefused_)) {
+  } else if (!add(keys_, *suspect.found, resyncRefused_)) {
     return std::nullopt;
   }
   return changeOf(*std::move(suspect.found));

@@ -43,7 +43,7 @@ class KeyTable {
   explicit KeyTable(GroupOf groupOf = {}, size_t most = kUnlimited);
 
   size_t size() const { return keys_.known.size(); }
-  // As the last listing or audit counted them, and since then each time that one came.
+  // As the last listing or resync counted them, and since then each time that one came.
   const AllRefused& refused() const { return refused_; }
   // Takes over one event. False when the table has it already, or something newer, or refuses the key.
   bool put(const Record& record);
@@ -55,12 +55,12 @@ class KeyTable {
   void listed(std::vector<Record> page);
   std::vector<Change> listingEnds();
 
-  // From now on until auditEnds(), deletions are remembered, so that a page that was read before one is known
-  // to be older. Repaired ones always are, as events from before them may still come: until auditEnds() is
-  // told that these were applied.
-  void auditBegins();
+  // From now on until resyncEnds(), a deletion leaves a tombstone, so that a page that was read before it is
+  // known to be older. A repaired deletion always does, as events from before it may still come: until
+  // resyncEnds() is told that these were applied.
+  void resyncBegins();
   // `complete`: all pages were compared.
-  void auditEnds(int64_t applied, bool complete);
+  void resyncEnds(int64_t applied, bool complete);
   // The keys from `from` on, as far as the page reaches, of which it says something else. What is newer than
   // the page is none of them.
   std::vector<Suspect> compare(const std::string& from, const Page& page);
@@ -93,9 +93,9 @@ class KeyTable {
   size_t most_;
   Keys keys_;
   AllRefused refused_;
-  bool auditing_ = false;
-  AllRefused auditRefused_;                   // so far
-  std::map<std::string, int64_t> deletions_;  // the revision of each; of a repaired one, the page's
+  bool resyncing_ = false;
+  AllRefused resyncRefused_;                   // so far
+  std::map<std::string, int64_t> tombstones_;  // the revision of each; of a repaired one, the page's
 
   // The listing under way.
   Keys listedKeys_;

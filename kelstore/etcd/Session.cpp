@@ -13,7 +13,7 @@
 #include "kelstore/etcd/Channels.h"
 #include "kelstore/etcd/Feed.h"
 #include "kelstore/etcd/Follower.h"
-#include "kelstore/etcd/Keys.h"
+#include "kelstore/etcd/KeySpace.h"
 #include "kelstore/etcd/Login.h"
 #include "kelstore/etcd/RpcMessages.h"
 #include "kelstore/etcd/rpc.grpc.pb.h"
@@ -36,13 +36,12 @@ void* tag(Done done) { return new Done(std::move(done)); }
 
 class Session::Impl {
  public:
-  Impl(const FollowSettings& settings, const Zavro::Clock& clock, Handover& handover,
-       Runtime::Threads& threads)
+  Impl(const FollowSettings& settings, const Zavro::Clock& clock, Mailbox& mailbox, Runtime::Threads& threads)
       : settings_(settings),
         clock_(clock),
-        keys_(Keys(settings.address.prefix).all()),
+        keys_(KeySpace(settings.address.prefix).all()),
         follower_(followerSettings(), Runtime::unforeseenRandom()),
-        feed_(Keys(settings.address.prefix), settings.limits, settings.clearAfterHold, clock, handover),
+        feed_(KeySpace(settings.address.prefix), settings.limits, settings.clearAfterHold, clock, mailbox),
         login_(queue_, threads) {}
 
   void run() {
@@ -103,8 +102,8 @@ class Session::Impl {
     return {keys_.first,
             settings_.address.endpoints,
             uint64_t{settings_.holdSeconds} * 1000,
-            uint64_t{settings_.auditSeconds} * 1000,
-            Keys(settings_.address.prefix).groups(settings_.limits),
+            uint64_t{settings_.resyncSeconds} * 1000,
+            KeySpace(settings_.address.prefix).groups(settings_.limits),
             settings_.limits.values};
   }
 
@@ -344,9 +343,9 @@ class Session::Impl {
   bool askingForLease_ = false;
 };
 
-Session::Session(const FollowSettings& settings, const Zavro::Clock& clock, Handover& handover,
+Session::Session(const FollowSettings& settings, const Zavro::Clock& clock, Mailbox& mailbox,
                  Runtime::Threads& threads)
-    : impl_(std::make_unique<Impl>(settings, clock, handover, threads)) {}
+    : impl_(std::make_unique<Impl>(settings, clock, mailbox, threads)) {}
 
 Session::~Session() = default;
 

@@ -5,7 +5,7 @@
 #include <memory>
 
 #include "kelstore/etcd/FollowSettings.h"
-#include "kelstore/etcd/Handover.h"
+#include "kelstore/etcd/Mailbox.h"
 #include "platform/zavro/Clock.h"
 #include "runtime/Threads.h"
 
@@ -13,9 +13,9 @@ namespace Kelstore::Etcd {
 
 class Session {
  public:
-  // All but the settings outlive the session; clock and handover are used on its thread. What may hang is
+  // All but the settings outlive the session; clock and mailbox are used on its thread. What may hang is
   // done on one of `threads`, which may still be busy when the session is gone.
-  Session(const FollowSettings& settings, const Zavro::Clock& clock, Handover& handover,
+  Session(const FollowSettings& settings, const Zavro::Clock& clock, Mailbox& mailbox,
           Runtime::Threads& threads);
   ~Session();
 

@@ -10,7 +10,7 @@
 #include <string>
 
 #include "pipelines/framework/Pipeline.h"
-#include "platform/kor/Text.h"
+#include "platform/kor/TextForm.h"
 
 namespace TrelSnmp::Agent {
 

@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/kor/Text.h"
+#include "platform/kor/TextForm.h"
 #include "platform/zavro/Assert.h"
 #include "platform/zavro/Exception.h"
 #include "platform/zavro/Ptr.h"
@@ -80,7 +80,8 @@ void invoke(Object& object, std::string_view operation);
 // Declares a type in a few lines:
 //   static const Type type = TypeBuilder<Root>("TrelSnmp::Agent::Root").attribute("name",
 //   &Root::name).build();
-// An accessor's value needs a text form (kor/Text.h) or must be a bool, a number, a string or a Zavro::Ptr.
+// An accessor's value needs a text form (kor/TextForm.h) or must be a bool, a number, a string or a
+// Zavro::Ptr.
 template <class T>
 class TypeBuilder {
  public:

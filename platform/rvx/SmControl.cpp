@@ -2,7 +2,7 @@
 
 #include <limits>
 
-#include "platform/kor/Text.h"
+#include "platform/kor/TextForm.h"
 
 namespace Rvx {
 

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "programs/trelctl/Client.h"
+#include "programs/trelctl/ControlClient.h"
 
 namespace TrelCtl {
 

@@ -43,7 +43,7 @@ struct Store {
         calls(Etcd::driver().calls(address, options.access)) {}
 
   Etcd::Address address;
-  Etcd::Keys keys;
+  Etcd::KeySpace keys;
   std::unique_ptr<Etcd::Calls> calls;
 };
 
@@ -69,7 +69,7 @@ Place placeOf(const std::string& text) {
   return place;
 }
 
-Etcd::KeyRange rangeOf(const Etcd::Keys& keys, const Place& place) {
+Etcd::KeyRange rangeOf(const Etcd::KeySpace& keys, const Place& place) {
   if (place.position.what == Position::What::leaf) return {keys.key(place.segments), ""};
   return keys.below(place.segments);
 }

@@ -26,7 +26,7 @@ void takeValue(const Path& path, const Record& record, StoreContent& content) {
 
 }  // namespace
 
-StoreContent contentOf(const Kelstore::Etcd::Keys& keys, const Kelstore::Etcd::Listing& listing) {
+StoreContent contentOf(const Kelstore::Etcd::KeySpace& keys, const Kelstore::Etcd::Listing& listing) {
   StoreContent content;
   for (const Record& record : listing.records) {
     absl::StatusOr<Path> path = keys.path(record.key);
@@ -40,7 +40,7 @@ StoreContent contentOf(const Kelstore::Etcd::Keys& keys, const Kelstore::Etcd::L
   return content;
 }
 
-Difference differenceOf(const Kelstore::Etcd::Keys& keys, const StoreContent& now, const Values& wanted,
+Difference differenceOf(const Kelstore::Etcd::KeySpace& keys, const StoreContent& now, const Values& wanted,
                         bool replace) {
   Difference difference;
   for (const auto& [path, value] : wanted) {

@@ -10,7 +10,7 @@
 #include "kelstore/Document.h"
 #include "kelstore/Path.h"
 #include "kelstore/etcd/Calls.h"
-#include "kelstore/etcd/Keys.h"
+#include "kelstore/etcd/KeySpace.h"
 
 namespace TrelCtl {
 
@@ -26,7 +26,7 @@ struct StoreContent {
   std::vector<std::string> warnings;  // members of values that the state model does not have
 };
 
-StoreContent contentOf(const Kelstore::Etcd::Keys& keys, const Kelstore::Etcd::Listing& listing);
+StoreContent contentOf(const Kelstore::Etcd::KeySpace& keys, const Kelstore::Etcd::Listing& listing);
 
 struct Difference {
   std::vector<Kelstore::Etcd::Op> ops;
@@ -38,7 +38,7 @@ struct Difference {
 // What makes the store hold these values; with `replace`, and nothing else of the state. Values are written
 // in the order of their paths, so that what rows are computed from is there first; what goes, goes after
 // that.
-Difference differenceOf(const Kelstore::Etcd::Keys& keys, const StoreContent& now, const Values& wanted,
+Difference differenceOf(const Kelstore::Etcd::KeySpace& keys, const StoreContent& now, const Values& wanted,
                         bool replace);
 
 // The operations in as many transactions as it takes: at most `maxOps` and about `maxBytes` each.

@@ -8,7 +8,7 @@
 
 #include "kelstore/etcd/AccessFiles.h"
 #include "kelstore/etcd/AccessOptions.h"
-#include "programs/trelctl/Client.h"
+#include "programs/trelctl/ControlClient.h"
 #include "programs/trelctl/Render.h"
 #include "programs/trelctl/StoreCommands.h"
 #include "runtime/CommandLine.h"
@@ -17,14 +17,14 @@
 
 namespace {
 
-using TrelCtl::Client;
+using TrelCtl::ControlClient;
 using TrelCtl::Json;
 
 constexpr int kFailed = 1;
 constexpr int kRetryMs = 50;
 
-Json status(const std::string& path, int answerMs = Client::kAnswerMs) {
-  Client client(path, answerMs);
+Json status(const std::string& path, int answerMs = ControlClient::kAnswerMs) {
+  ControlClient client(path, answerMs);
   client.send(Control::kOpStatus);
   return client.receive();
 }
@@ -54,7 +54,7 @@ void waitUntilReady(const std::string& path, double timeoutSeconds) {
     std::string problem;
     try {
       auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
-      Json now = status(path, static_cast<int>(std::clamp<int64_t>(left, 1, Client::kAnswerMs)));
+      Json now = status(path, static_cast<int>(std::clamp<int64_t>(left, 1, ControlClient::kAnswerMs)));
       if (now.at("ready") == true) return;
       problem = missing(now);
     } catch (const TrelCtl::Unreachable& error) {
@@ -69,7 +69,7 @@ void waitUntilReady(const std::string& path, double timeoutSeconds) {
 
 // Table name to rows, in the daemon's order.
 Json tables(const std::string& path) {
-  Client client(path);
+  ControlClient client(path);
   client.send(Control::kOpTables);
   Json all = Json::object();
   while (true) {

@@ -9,7 +9,7 @@ namespace Etcd = Kelstore::Etcd;
 using Kelstore::Kind;
 using Kelstore::Path;
 
-void add(const Etcd::Keys& keys, Etcd::Listing listing, LeaseStore::Holdings& holdings) {
+void add(const Etcd::KeySpace& keys, Etcd::Listing listing, LeaseStore::Holdings& holdings) {
   for (Etcd::Record& one : listing.records) {
     if (auto path = keys.path(one.key); path.ok()) {
       holdings[*std::move(path)] = {std::move(one.value), one.lease, one.modRevision};
@@ -79,7 +79,7 @@ absl::StatusOr<LeaseStore::Holdings> EtcdLeaseStore::list(uint8_t member,
 }
 
 absl::StatusOr<int64_t> EtcdLeaseStore::write(const std::vector<Change>& changes,
-                                              const std::vector<Guard>& guards, Lease lease) {
+                                              const std::vector<Precondition>& preconditions, Lease lease) {
   std::vector<Etcd::Op> ops;
   for (const Change& change : changes) {
     std::string key = keys_.key(change.path);
@@ -89,8 +89,9 @@ absl::StatusOr<int64_t> EtcdLeaseStore::write(const std::vector<Change>& changes
       ops.push_back({Etcd::Op::What::del, std::move(key)});
     }
   }
-  std::vector<Etcd::Guard> conditions;
-  for (const Guard& guard : guards) conditions.push_back({keys_.key(guard.path), guard.revision});
+  std::vector<Etcd::Precondition> conditions;
+  for (const Precondition& precondition : preconditions)
+    conditions.push_back({keys_.key(precondition.path), precondition.revision});
   std::lock_guard lock(calls_.mutex);
   auto revision = calls_.client.txn(ops, conditions);
   if (revision.ok()) answered(calls_.client);

@@ -7,7 +7,7 @@
 
 #include "kelstore/etcd/Address.h"
 #include "kelstore/etcd/Client.h"
-#include "kelstore/etcd/Keys.h"
+#include "kelstore/etcd/KeySpace.h"
 #include "member/LeaseStore.h"
 
 namespace Member {
@@ -28,8 +28,8 @@ class EtcdLeaseStore final : public LeaseStore {
   absl::Status revoke(Lease lease) override;
   // Keys whose path is none of the state model, or is not spelt as it is to be, are left out.
   absl::StatusOr<Holdings> list(uint8_t member, const std::vector<std::string>& interfaces) override;
-  absl::StatusOr<int64_t> write(const std::vector<Change>& changes, const std::vector<Guard>& guards,
-                                Lease lease) override;
+  absl::StatusOr<int64_t> write(const std::vector<Change>& changes,
+                                const std::vector<Precondition>& preconditions, Lease lease) override;
   std::string endpoint() const override;
 
  private:
@@ -41,7 +41,7 @@ class EtcdLeaseStore final : public LeaseStore {
 
   void answered(const Kelstore::Etcd::Client& client);
 
-  const Kelstore::Etcd::Keys keys_;
+  const Kelstore::Etcd::KeySpace keys_;
   Locked calls_;
   // These wait for no other call.
   Locked renewals_;

@@ -10,8 +10,8 @@
 #include "platform/toggles/Toggles.h"
 #include "platform/trel/Mode.h"
 #include "platform/zavro/Clock.h"
-#include "programs/trelsnmpd/Daemon.h"
-#include "programs/trelsnmpd/Options.h"
+#include "programs/trelsnmpd/Trelsnmpd.h"
+#include "programs/trelsnmpd/TrelsnmpdOptions.h"
 #include "runtime/CommandLine.h"
 #include "runtime/EventLoop.h"
 

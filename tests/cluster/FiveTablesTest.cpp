@@ -5,8 +5,8 @@
 
 #include "agent/TrelSnmpAgent.h"
 #include "kelstore/Document.h"
+#include "kelstore/LayeredState.h"
 #include "kelstore/Mirror.h"
-#include "kelstore/Store.h"
 #include "platform/snmp/KelstoreUtil.h"
 #include "platform/snmp/RegVoidCollByContext.h"
 #include "snmp-modules/veldaTrelHostResourcesMIB.h"
@@ -82,7 +82,7 @@ class FiveTables : public testing::TestWithParam<unsigned> {
   void SetUp() override {
     Lumalog::levelIs("*", -1);
     SnmpTest::InProcessAgent::instance();
-    layer_ = store_.layerIs();
+    layer_ = layers_.layerIs();
     scheduler_.yieldWhen([this] { return ++asked_ % 7 == 0; });
     auto snmpDir = Zavro::makePtr<Kor::Dir>("snmp");
     auto trelDir = Zavro::makePtr<Kor::Dir>("trel");
@@ -115,20 +115,20 @@ class FiveTables : public testing::TestWithParam<unsigned> {
   void settle() {
     Kelstore::Document document = Kelstore::parseDocument(cluster_.document());
     ASSERT_TRUE(document.faults.empty()) << document.faults.front().text;
-    auto before = store_.snapshot(layer_);
+    auto before = layers_.snapshot(layer_);
     auto after =
         std::make_shared<const Kelstore::Snapshot>(Kelstore::withLastGood(std::move(document), *before));
-    store_.snapshotIs(layer_, after, Kelstore::differences(*before, *after));
-    store_.settledIs(layer_);
+    layers_.snapshotIs(layer_, after, Kelstore::differences(*before, *after));
+    layers_.settledIs(layer_);
     scheduler_.drain();
-    ASSERT_TRUE(store_.idle());
+    ASSERT_TRUE(layers_.idle());
   }
 
   DrivenScheduler scheduler_;
   unsigned asked_ = 0;
   Kelstore::Mirror mirror_;
-  Kelstore::Store store_{scheduler_.get(), mirror_};
-  Kelstore::Store::Layer layer_ = 0;
+  Kelstore::LayeredState layers_{scheduler_.get(), mirror_};
+  Kelstore::LayeredState::Layer layer_ = 0;
   RandomCluster cluster_{GetParam(), GetParam()};
   Zavro::Ptr<Kor::Dir> stateRoot_ = Zavro::makePtr<Kor::Dir>("switch-1");
   Zavro::Ptr<TrelMib> mib_ = trelMibFactory("trelMib");

@@ -60,7 +60,7 @@ class EtcdAnswersTest : public testing::Test {
   EtcdAnswersTest()
       : writer(cluster.endpoints(), {}, 1),
         relay(Support::portOf(cluster.endpoint())),
-        follower(relay.endpoint(), {"--audit", "3600"}),
+        follower(relay.endpoint(), {"--resync", "3600"}),
         name(follower.expected(writer.lasting()).begin()->first) {}
 
   Support::EtcdCluster cluster;

@@ -3,7 +3,7 @@
 // model of the tables has it that knows neither the library nor etcd; no row that was there all along was
 // ever missing from a walk; and unless all had to be read anew, each revision was applied once.
 //
-// The audit is put off, so that it mends nothing; but in the last test, where nothing else can.
+// The resync is put off, so that it mends nothing; but in the last test, where nothing else can.
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <grpcpp/create_channel.h>
@@ -92,7 +92,7 @@ class EtcdFaultsTest : public testing::Test {
       cluster.saveSnapshot(snapshot);
       follower = std::make_unique<Following>(
           fmt::format("{},{},{}", doors[0]->endpoint(), doors[1]->endpoint(), doors[2]->endpoint()),
-          Support::Argv{"--audit", "3600", "--etcd-credentials", followerLogin});
+          Support::Argv{"--resync", "3600", "--etcd-credentials", followerLogin});
       walker = std::make_unique<Walker>(follower->port(), namesOf(follower->expected(writer.lasting())));
     }
     std::string login(const std::string& user, const std::string& password) {
@@ -363,13 +363,13 @@ TEST_F(EtcdFaultsTest, LinkToAllNodesIsSlow) {
 
 // The server, or what is between, keeps one deletion to itself: nothing shows that it is missing but the
 // keys.
-TEST(EtcdAuditTest, DeletionIsLostInSilence_TheAuditRepairsIt) {
+TEST(EtcdResyncTest, DeletionIsLostInSilence_TheResyncRepairsIt) {
   EtcdCluster cluster;
   Writer writer(cluster.endpoints(), {}, kSeed);
   Kelstore::Etcd::Client client(cluster.endpoints(), {});
   LossyProxy proxy(cluster.endpoint());
-  constexpr int kAuditSeconds = 3;
-  Following follower(proxy.endpoint(), {"--audit", std::to_string(kAuditSeconds)});
+  constexpr int kResyncSeconds = 3;
+  Following follower(proxy.endpoint(), {"--resync", std::to_string(kResyncSeconds)});
   Walker walker(follower.port(), namesOf(follower.expected(writer.lasting())));
   std::string key = kFirst + "members/77/processors/1";
   ASSERT_TRUE(client.put(key, R"({"load": 1})").ok());
@@ -386,7 +386,7 @@ TEST(EtcdAuditTest, DeletionIsLostInSilence_TheAuditRepairsIt) {
   EXPECT_EQ(follower.counters().at("repairs"), 0);
   EXPECT_EQ(follower.served().size(), follower.expected(before).size());
 
-  EXPECT_TRUE(follower.becomes(document(), *after, Millis(1s * kAuditSeconds) + kPrompt));
+  EXPECT_TRUE(follower.becomes(document(), *after, Millis(1s * kResyncSeconds) + kPrompt));
   EXPECT_TRUE(waitUntil([&] { return follower.counters().at("repairs") == 1; }));
   EXPECT_EQ(follower.counters().at("relists"), 0);
   writer.goOn();
@@ -394,29 +394,29 @@ TEST(EtcdAuditTest, DeletionIsLostInSilence_TheAuditRepairsIt) {
   writer.pause();
   after = client.put(kFirst + "sysname", "\"end\"");
   EXPECT_TRUE(follower.becomes(document(), *after, kPrompt));
-  // Nothing of what was on its way during an audit was taken for a loss.
+  // Nothing of what was on its way during a resync was taken for a loss.
   EXPECT_EQ(follower.counters().at("repairs"), 1);
   EXPECT_EQ(walker.complaints(), "");
 }
 
 // The watch overtakes the pages that are read meanwhile: that is no loss, however often all is read anew.
-TEST(EtcdAuditTest, LinkIsSlow_WhatIsOnItsWayDuringAnAuditIsNoLoss) {
+TEST(EtcdResyncTest, LinkIsSlow_WhatIsOnItsWayDuringAResyncIsNoLoss) {
   EtcdCluster cluster;
   Writer writer(cluster.endpoints(), {}, kSeed);
   Kelstore::Etcd::Client client(cluster.endpoints(), {});
   Support::Relay door(Support::portOf(cluster.endpoint()));
-  Following follower(door.endpoint(), {"--audit", "1"});
+  Following follower(door.endpoint(), {"--resync", "1"});
   Walker walker(follower.port(), namesOf(follower.expected(writer.lasting())));
   door.slow(150ms, 200'000);
   writer.goOn();
-  int64_t before = follower.counters().at("audits");
+  int64_t before = follower.counters().at("resyncs");
   EXPECT_TRUE(waitUntil(
-      [&] { return follower.counters().at("audits") >= before + 8 && writer.written() > 500; }, 60s));
+      [&] { return follower.counters().at("resyncs") >= before + 8 && writer.written() > 500; }, 60s));
   writer.pause();
   absl::StatusOr<int64_t> end = client.put(kFirst + "sysname", "\"end\"");
   ASSERT_TRUE(end.ok()) << end.status();
   EXPECT_TRUE(follower.becomes(documentOf(*client.range(kAll)), *end, kPrompt));
-  for (const char* counter : {"repairs", "relists", "reconnections", "auditFailures"}) {
+  for (const char* counter : {"repairs", "relists", "reconnections", "resyncFailures"}) {
     EXPECT_EQ(follower.counters().at(counter), 0) << counter;
   }
   EXPECT_EQ(walker.complaints(), "");

@@ -88,11 +88,11 @@ TEST_F(EtcdLimitsTest, ThreeHundredValuesOfAMegabyte_AreSetAside_AndTakeNoMemory
   size_t usual = usualMegabytes();
   std::string megabyte = "{" + std::string(1 << 20, ' ') + "}";
   for (int i = 0; i < 150; ++i) put(fmt::format("members/7/storage/{}", i), megabyte);
-  Following follower(etcd_.endpoint(), {"--audit", "3"});
+  Following follower(etcd_.endpoint(), {"--resync", "3"});
   for (int i = 150; i < 300; ++i) put(fmt::format("members/7/storage/{}", i), megabyte);
   ASSERT_TRUE(waitUntil([&] { return source(follower).at("setAside") == 300; }, 60s)) << source(follower);
-  int64_t audits = follower.counters().at("audits");
-  ASSERT_TRUE(waitUntil([&] { return follower.counters().at("audits") > audits + 1; }, 60s));
+  int64_t resyncs = follower.counters().at("resyncs");
+  ASSERT_TRUE(waitUntil([&] { return follower.counters().at("resyncs") > resyncs + 1; }, 60s));
   EXPECT_EQ(source(follower).at("setAside"), 300);
   EXPECT_EQ(source(follower).at("state"), "partial");
   EXPECT_THAT(shown(follower),
@@ -104,7 +104,7 @@ TEST_F(EtcdLimitsTest, ThreeHundredValuesOfAMegabyte_AreSetAside_AndTakeNoMemory
 
 TEST_F(EtcdLimitsTest, ThirtyThousandProcessorsOfOneMember_SoManyAreServedAndNoMore_OthersAreUntouched) {
   for (int i = 1; i <= 20'000; i += 100) writeProcessors(i, 100);
-  Following follower(etcd_.endpoint(), {"--audit", "3"});
+  Following follower(etcd_.endpoint(), {"--resync", "3"});
   for (int i = 20'001; i <= 30'000; i += 100) writeProcessors(i, 100);
   put("members/9/processors/1", R"({"load": 9})");
   ASSERT_TRUE(waitUntil([&] { return rows(follower, 9) == 1; }, 60s));
@@ -132,7 +132,7 @@ TEST_F(EtcdLimitsTest, ThirtyThousandProcessorsOfOneMember_SoManyAreServedAndNoM
 }
 
 TEST_F(EtcdLimitsTest, KeysThatAreNotOfTheState_TakeNoMemory) {
-  Following follower(etcd_.endpoint(), {"--audit", "3600"});
+  Following follower(etcd_.endpoint(), {"--resync", "3600"});
   size_t before = peakMegabytes(follower.daemon());
   std::string rest(900, 'x');
   for (int i = 0; i < 20'000; i += 100) {

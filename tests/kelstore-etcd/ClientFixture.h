@@ -36,7 +36,7 @@ class EtcdClientTest : public testing::Test {
 
   inline static std::unique_ptr<Support::EtcdCluster> server;
   std::string prefix;
-  Keys keys;
+  KeySpace keys;
   Client client;
 };
 

@@ -64,7 +64,7 @@ TEST_F(EtcdClientTest, Transaction_OneRevisionOrNothing) {
   EXPECT_EQ(client.range(keys.all())->revision, *revision);
 }
 
-TEST_F(EtcdClientTest, TransactionWithGuards_NothingUnlessAllHold) {
+TEST_F(EtcdClientTest, TransactionWithPreconditions_NothingUnlessAllHold) {
   absl::StatusOr<int64_t> revision = client.put(key("a"), "1");
   ASSERT_TRUE(revision.ok());
   const std::vector<Op> ops = {{.key = key("b"), .value = "2"}};

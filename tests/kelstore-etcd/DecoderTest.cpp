@@ -30,7 +30,7 @@ class DecoderTest : public testing::Test {
     return texts;
   }
 
-  Decoder decoder_{Keys("p"), limits()};
+  Decoder decoder_{KeySpace("p"), limits()};
   const Path a_{Kind::interface, "a", {}};
 };
 

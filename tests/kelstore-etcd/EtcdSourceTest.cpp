@@ -31,7 +31,7 @@ class EtcdSourceTest : public testing::Test {
   void start(const std::string& endpoints, FollowSettings settings = {}) {
     std::string text = endpoints + "/p";
     settings.address = *parseAddress(text);
-    source_.emplace("etcd:" + text, settings, world_.store, io_, clock_, threads_);
+    source_.emplace("etcd:" + text, settings, world_.layers, io_, clock_, threads_);
     world_.scheduler.neverYield();
     source_->start();
   }
@@ -86,7 +86,7 @@ TEST_F(EtcdSourceTest, KeysAreListedAndFollowed) {
   EXPECT_EQ(status().state, State::loading);
   ASSERT_TRUE(untilState(State::current));
   ASSERT_TRUE(untilIndex(1));
-  EXPECT_TRUE(world_.store.idle());
+  EXPECT_TRUE(world_.layers.idle());
   EXPECT_EQ(status().store->endpoint, etcd.endpoint());
   EXPECT_EQ(status().paths, 1u);
   EXPECT_EQ(status().name, "etcd:" + etcd.endpoint() + "/p");
@@ -134,17 +134,17 @@ TEST_F(EtcdSourceTest, KeysAreMoreThanAMessageHolds_TheyAreReadBeforeItSettles) 
     ASSERT_TRUE(client.put("p/interfaces/i" + std::to_string(i), ifIndex(1) + large).ok());
   }
   start(etcd.endpoint(), settings);
-  ASSERT_TRUE(until([&] { return world_.store.idle(); }));
+  ASSERT_TRUE(until([&] { return world_.layers.idle(); }));
   EXPECT_EQ(status().state, State::current);
   EXPECT_EQ(index("i49"), 1u);
 }
 
 TEST_F(EtcdSourceTest, NoServer_OthersAreServed_AndItIsCompleteWhenOneComes) {
   uint16_t port = Support::freeTcpPort();
-  Store::Layer other = world_.store.layerIs();
+  LayeredState::Layer other = world_.layers.layerIs();
   start("127.0.0.1:" + std::to_string(port));
   world_.says(R"({"interfaces": {"b": {"ifIndex": 7}}})", other);
-  ASSERT_TRUE(until([&] { return world_.store.idle(); })) << "it keeps nobody waiting";
+  ASSERT_TRUE(until([&] { return world_.layers.idle(); })) << "it keeps nobody waiting";
   EXPECT_EQ(status().state, State::stale);
   EXPECT_THAT(status().error, HasSubstr("refused"));
   EXPECT_EQ(status().store->state, "listing");
@@ -166,9 +166,9 @@ TEST_F(EtcdSourceTest, NoServer_OthersAreServed_AndItIsCompleteWhenOneComes) {
 TEST_F(EtcdSourceTest, ServerAcceptsAndNeverAnswers_ItSettlesAfterAWhile) {
   SilentServer hung;
   start(hung.endpoint());
-  EXPECT_FALSE(world_.store.idle());
+  EXPECT_FALSE(world_.layers.idle());
   io_.advance(EtcdSource::kPatienceMs);
-  EXPECT_TRUE(world_.store.idle());
+  EXPECT_TRUE(world_.layers.idle());
   EXPECT_EQ(status().state, State::stale);
   EXPECT_EQ(status().staleSinceUtcNs, status().store->staleSinceUtcNs);
   EXPECT_EQ(status().error, "its keys have not been read yet");
@@ -335,10 +335,10 @@ TEST_F(EtcdSourceAuthTest, PasswordIsWrong_ThenMended) {
 }
 
 TEST_F(EtcdSourceAuthTest, TokenExpires_ItIsRenewed) {
-  settings_.auditSeconds = 3;
+  settings_.resyncSeconds = 3;
   start(etcd_.endpoint(), settings_);
   ASSERT_TRUE(untilIndex(1));
-  ASSERT_TRUE(until([&] { return counter("audits") >= 2; }, 30s));
+  ASSERT_TRUE(until([&] { return counter("resyncs") >= 2; }, 30s));
   EXPECT_EQ(counter("reconnections"), 0u);
   EXPECT_EQ(status().store->lastError, "");
 }

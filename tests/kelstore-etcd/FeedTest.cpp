@@ -74,7 +74,7 @@ class FeedTest : public testing::Test {
 
   // What the loop finds: changed paths, "-" where nothing is any more, and lines.
   std::string take() {
-    Handover::Update update = handover_.take();
+    Mailbox::Update update = mailbox_.take();
     std::string text;
     for (const Path& path : update.changed) {
       bool there = update.snapshot->find(path) != nullptr;
@@ -85,7 +85,7 @@ class FeedTest : public testing::Test {
     settled_ |= update.settled;
     return text;
   }
-  StoreStatus status() const { return handover_.status(); }
+  StoreStatus status() const { return mailbox_.status(); }
   uint64_t counter(const std::string& name) const {
     for (const auto& [key, count] : status().counters) {
       if (key == name) return count;
@@ -98,17 +98,17 @@ class FeedTest : public testing::Test {
   bool settled_ = false;
   std::vector<std::string> lines_;
   Zavro::ManualClock clock_{1'000'000'000'000};
-  Handover handover_{[] {}};
+  Mailbox mailbox_{[] {}};
   static Limits limits() {
     Limits limits;
     limits.rows = 3;
     return limits;
   }
   static Follower newFollower() {
-    return {{"p/", {"h0:1", "h1:1"}, kHoldMs, 60'000, Keys("p").groups(limits())}, [] { return 0.0; }};
+    return {{"p/", {"h0:1", "h1:1"}, kHoldMs, 60'000, KeySpace("p").groups(limits())}, [] { return 0.0; }};
   }
   Follower follower_ = newFollower();
-  Feed feed_{Keys("p"), limits(), clears_, clock_, handover_};
+  Feed feed_{KeySpace("p"), limits(), clears_, clock_, mailbox_};
 };
 
 class ClearingFeedTest : public FeedTest {
@@ -299,30 +299,30 @@ TEST_F(ClearingFeedTest, StoreIsBackWithOtherContent_TheOldOneIsNotShownAgain) {
   EXPECT_EQ(take(), "interfaces/b");
 }
 
-TEST_F(FeedTest, AuditRepairs_ItIsTold) {
+TEST_F(FeedTest, ResyncRepairs_ItIsTold) {
   watching();
   advance(60'000);  // the silence is a loss
   resumed();
   take();
-  advance(Follower::kResumedAuditMs);
+  advance(Follower::kResumedResyncMs);
   follower_.pageRead(now(), follower_.pageAsked(),
                      {at(10), {{"p/interfaces/a", R"({"ifIndex": 9})", 5, 0}}, false});
   follows();
   EXPECT_EQ(take(), "interfaces/a -members/1/processors/1");
   EXPECT_THAT(lines_,
-              ElementsAre("0 the audit found 2 keys that differed from the store, and repaired them"));
+              ElementsAre("0 the resync found 2 keys that differed from the store, and repaired them"));
   EXPECT_EQ(counter("repairs"), 2u);
 }
 
 // One that failed each time left no trace but the standing count of those that worked.
-TEST_F(FeedTest, AuditsFail_ItIsToldOnce_AndWhenTheyWorkAgain) {
+TEST_F(FeedTest, ResyncsFail_ItIsToldOnce_AndWhenTheyWorkAgain) {
   watching();
-  auto audit = [this](const std::string& error) {
+  auto resync = [this](const std::string& error) {
     do {
       follower_.watchSaid(now(), watchEvents(at(10)));
       advance(500);
     } while (follower_.pageAsked() == 0);
-    for (; !error.empty() && follower_.pageAsked() != 0; advance(Follower::kAuditPauseMs)) {
+    for (; !error.empty() && follower_.pageAsked() != 0; advance(Follower::kResyncPauseMs)) {
       follower_.pageFailed(now(), follower_.pageAsked(), PageFailure::other, error);
     }
     if (error.empty()) {
@@ -332,15 +332,15 @@ TEST_F(FeedTest, AuditsFail_ItIsToldOnce_AndWhenTheyWorkAgain) {
     take();
     return lines_;
   };
-  EXPECT_THAT(audit(""), IsEmpty());
-  EXPECT_THAT(audit("h0:1: too many requests"), ElementsAre("0 the audit failed: h0:1: too many requests"));
-  EXPECT_THAT(audit("h0:1: no space"), IsEmpty());
-  EXPECT_EQ(counter("auditFailures"), 2u);
-  EXPECT_EQ(counter("audits"), 1u);
-  EXPECT_THAT(audit(""), ElementsAre("1 audits work again"));
-  EXPECT_THAT(audit(""), IsEmpty());
-  EXPECT_THAT(audit("h0:1: no space"), ElementsAre("0 the audit failed: h0:1: no space"));
-  EXPECT_EQ(counter("auditFailures"), 3u);
+  EXPECT_THAT(resync(""), IsEmpty());
+  EXPECT_THAT(resync("h0:1: too many requests"), ElementsAre("0 the resync failed: h0:1: too many requests"));
+  EXPECT_THAT(resync("h0:1: no space"), IsEmpty());
+  EXPECT_EQ(counter("resyncFailures"), 2u);
+  EXPECT_EQ(counter("resyncs"), 1u);
+  EXPECT_THAT(resync(""), ElementsAre("1 resyncs work again"));
+  EXPECT_THAT(resync(""), IsEmpty());
+  EXPECT_THAT(resync("h0:1: no space"), ElementsAre("0 the resync failed: h0:1: no space"));
+  EXPECT_EQ(counter("resyncFailures"), 3u);
   EXPECT_EQ(status().state, "watching");
 }
 

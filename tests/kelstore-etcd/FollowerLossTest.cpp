@@ -177,12 +177,12 @@ TEST_F(FollowerTest, WatchGoesSilentAfterItTold_ItIsResumed) {
   EXPECT_EQ(commands().back(), "read p/ at 4000 x1");
 }
 
-TEST_F(FollowerTest, PagesOfAnAudit_DoNotHideTheSilenceOfTheWatch) {
+TEST_F(FollowerTest, PagesOfAResync_DoNotHideTheSilenceOfTheWatch) {
   watching();
   reconnecting();
   page(at(10), {});
   created(at(10));
-  advance(Follower::kResumedAuditMs);
+  advance(Follower::kResumedResyncMs);
   while (follower_.state() == State::watching && now_ < 2'000'000) {
     page(at(10), {record("p/a", "1", 3)}, true);
     advance(1000);

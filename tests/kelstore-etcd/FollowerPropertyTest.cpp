@@ -95,7 +95,7 @@ class Simulation {
     }
   }
 
-  // No more faults: what is under way comes to its end, and an audit sees all of it.
+  // No more faults: what is under way comes to its end, and a resync sees all of it.
   void heal() {
     faults_ = {};
     for (uint64_t end = now_ + 60'000; now_ < end;) {
@@ -212,7 +212,7 @@ class Simulation {
     loseConnection();
   }
 
-  // Events that are not lost are not on their way for longer than the audit waits for them.
+  // Events that are not lost are not on their way for longer than the resync waits for them.
   void advance(uint64_t ms) {
     for (uint64_t end = now_ + ms; now_ < end;) {
       uint64_t step = std::min<uint64_t>(end - now_, 1 + random_.below(1000));
@@ -307,7 +307,7 @@ class FollowerPropertyTest : public testing::Test {
       sum.relists += counters.relists;
       sum.dropped += counters.dropped;
       sum.reconnections += counters.reconnections;
-      sum.audits += counters.audits;
+      sum.resyncs += counters.resyncs;
     }
     return sum;
   }
@@ -319,10 +319,10 @@ TEST_F(FollowerPropertyTest, NothingIsLost_WhatIsShownIsAlwaysOneRevision) {
   EXPECT_GT(sum.relists, 0u);
   EXPECT_GT(sum.dropped, 0u);
   EXPECT_GT(sum.reconnections, 0u);
-  EXPECT_GT(sum.audits, 0u);
+  EXPECT_GT(sum.resyncs, 0u);
 }
 
-TEST_F(FollowerPropertyTest, EventsAreLost_TheAuditRepairsThem) {
+TEST_F(FollowerPropertyTest, EventsAreLost_TheResyncRepairsThem) {
   EXPECT_GT(run({.loses = true}).repairs, 0u);
 }
 

@@ -1,4 +1,4 @@
-// How many keys of a group are held, and that one whose group has room again is found by the next audit.
+// How many keys of a group are held, and that one whose group has room again is found by the next resync.
 #include "kelstore/etcd/KeyTable.h"
 
 #include <fmt/format.h>
@@ -39,16 +39,16 @@ class KeyTableTest : public testing::Test {
     }
     return all;
   }
-  // An audit that reads these keys, in one page; what it repairs.
-  std::vector<std::string> audit(const std::vector<std::string>& keys, int64_t revision) {
-    table_.auditBegins();
+  // A resync that reads these keys, in one page; what it repairs.
+  std::vector<std::string> resync(const std::vector<std::string>& keys, int64_t revision) {
+    table_.resyncBegins();
     Page page{{1, revision, 1}, {}, false};
     for (const std::string& key : keys) page.records.push_back(record(key, "v", 1));
     std::vector<Change> changes;
     for (KeyTable::Suspect& suspect : table_.compare("", page)) {
       if (auto change = table_.repair(std::move(suspect))) changes.push_back(*std::move(change));
     }
-    table_.auditEnds(revision, true);
+    table_.resyncEnds(revision, true);
     return texts(changes);
   }
 
@@ -79,30 +79,30 @@ TEST_F(KeyTableTest, Event_IsRefusedWhileItsGroupIsFull) {
   EXPECT_TRUE(table_.put(record("a4", "v", 7)));
 }
 
-TEST_F(KeyTableTest, AKeyGoes_TheNextAuditFindsOneThatWasRefused) {
+TEST_F(KeyTableTest, AKeyGoes_TheNextResyncFindsOneThatWasRefused) {
   listing({{"a1", "a2", "a3", "a4"}});
-  EXPECT_THAT(audit({"a1", "a2", "a3", "a4"}, 5), IsEmpty());
+  EXPECT_THAT(resync({"a1", "a2", "a3", "a4"}, 5), IsEmpty());
   EXPECT_THAT(refused(), ElementsAre("a: 2 beyond 2, such as a3"));
   table_.del("a1", 6);
-  EXPECT_THAT(audit({"a2", "a3", "a4"}, 7), ElementsAre("a3"));
+  EXPECT_THAT(resync({"a2", "a3", "a4"}, 7), ElementsAre("a3"));
   EXPECT_THAT(refused(), ElementsAre("a: 1 beyond 2, such as a4"));
   table_.del("a2", 8);
   table_.del("a3", 9);
-  EXPECT_THAT(audit({"a4"}, 10), ElementsAre("a4"));
+  EXPECT_THAT(resync({"a4"}, 10), ElementsAre("a4"));
   EXPECT_THAT(refused(), IsEmpty());
 }
 
 // The keys that a page has more than one of are found missing together.
-TEST_F(KeyTableTest, AuditFindsMoreThanThereIsRoomFor_NoMoreAreHeld) {
+TEST_F(KeyTableTest, ResyncFindsMoreThanThereIsRoomFor_NoMoreAreHeld) {
   listing({{"a1"}});
-  EXPECT_THAT(audit({"a1", "a2", "a3", "a4"}, 5), ElementsAre("a2"));
+  EXPECT_THAT(resync({"a1", "a2", "a3", "a4"}, 5), ElementsAre("a2"));
   EXPECT_EQ(table_.size(), 2u);
   EXPECT_THAT(refused(), ElementsAre("a: 2 beyond 2, such as a3"));
 }
 
-TEST_F(KeyTableTest, DeletionsWithinAnAudit_AreRememberedWithoutEnd_ButForTheLimit) {
+TEST_F(KeyTableTest, DeletionsWithinAResync_AreRememberedWithoutEnd_ButForTheLimit) {
   listing({{"a1"}});
-  table_.auditBegins();
+  table_.resyncBegins();
   for (int i = 0; i < 100; ++i) table_.del(fmt::format("b{}", i), 10 + i);
   Page page{{1, 5, 1}, {record("b0", "v", 1), record("b99", "v", 1)}, false};
   auto suspects = table_.compare("b", page);

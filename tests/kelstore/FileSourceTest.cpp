@@ -27,7 +27,7 @@ constexpr uint64_t kLong = 60'000;
 class FileSourceTest : public testing::Test {
  protected:
   void start(const Limits& limits = {}) {
-    source_.emplace(file_, world_.store, io_, clock_, limits);
+    source_.emplace(file_, world_.layers, io_, clock_, limits);
     source_->start();
   }
   // The file may have changed; time passes until everything that can follow has followed.
@@ -234,7 +234,7 @@ TEST_F(FileSourceTest, NoFileAtStart_OneLine_AndItIsReadWhenItAppears) {
   start();
   settled();
   EXPECT_THAT(told(), ElementsAre("Kelstore/0 state.json: No such file or directory"));
-  EXPECT_TRUE(world_.store.idle());
+  EXPECT_TRUE(world_.layers.idle());
   dir_.write("state.json", ifIndexes("1"));
   EXPECT_EQ(changed(), "ifIndex[a]");
   EXPECT_EQ(state(), SourceStatus::State::current);

@@ -1,4 +1,4 @@
-// A store and a mirror under a driven scheduler, with everything that the mirror's entities notify written
+// Layers and a mirror under a driven scheduler, with everything that the mirror's entities notify written
 // down.
 #pragma once
 
@@ -8,33 +8,33 @@
 #include <vector>
 
 #include "kelstore/Document.h"
+#include "kelstore/LayeredState.h"
 #include "kelstore/Mirror.h"
-#include "kelstore/Store.h"
 #include "tests/support/DrivenScheduler.h"
 
 namespace Kelstore {
 
 class World {
  public:
-  explicit World(size_t layers = 1) : store(scheduler.get(), mirror) {
-    for (size_t i = 0; i < layers; ++i) store.layerIs();
+  explicit World(size_t count = 1) : layers(scheduler.get(), mirror) {
+    for (size_t i = 0; i < count; ++i) layers.layerIs();
     clearMappings();
     followAll();
   }
   ~World() { clearMappings(); }
 
   // The layer says what the document says, and all of it is applied. Returns the notifications.
-  std::string says(const std::string& document, Store::Layer layer = 0) {
+  std::string says(const std::string& document, LayeredState::Layer layer = 0) {
     submit(document, layer);
-    store.settledIs(layer);
+    layers.settledIs(layer);
     return drained();
   }
-  void submit(const std::string& document, Store::Layer layer = 0) {
+  void submit(const std::string& document, LayeredState::Layer layer = 0) {
     Document parsed = parseDocument(document);
-    auto before = store.snapshot(layer);
+    auto before = layers.snapshot(layer);
     auto after = std::make_shared<const Snapshot>(withLastGood(std::move(parsed), *before));
     auto changed = differences(*before, *after);
-    store.snapshotIs(layer, after, std::move(changed));
+    layers.snapshotIs(layer, after, std::move(changed));
   }
   std::string drained() {
     scheduler.drain();
@@ -61,7 +61,7 @@ class World {
 
   DrivenScheduler scheduler;
   Mirror mirror;
-  Store store;
+  LayeredState layers;
 
  private:
   static void clearMappings() {

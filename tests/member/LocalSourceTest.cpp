@@ -23,10 +23,10 @@ class LocalSourceTest : public testing::Test {
  protected:
   // Member 7, beside what an earlier source says.
   void start(const std::string& earlier = "{}", uint32_t intervalSeconds = 5) {
-    auto below = world_.store.layerIs();
-    source_.emplace(LocalSource::Settings{7, intervalSeconds, ""}, machine_, world_.store, io_, clock_);
+    auto below = world_.layers.layerIs();
+    source_.emplace(LocalSource::Settings{7, intervalSeconds, ""}, machine_, world_.layers, io_, clock_);
     world_.submit(earlier, below);
-    world_.store.settledIs(below);
+    world_.layers.settledIs(below);
     source_->start();
   }
   // What is notified while so much time passes.
@@ -207,7 +207,7 @@ TEST_F(LocalSourceTest, EveryCollectorFails_NothingIsServedAndTheSourceIsHeard) 
   start();
   EXPECT_EQ(passFirst(0), "");
   EXPECT_EQ(source_->status().state, SourceState::partial);
-  EXPECT_TRUE(world_.store.idle());
+  EXPECT_TRUE(world_.layers.idle());
 }
 
 TEST_F(LocalSourceTest, CollectorHangs_TheOthersGoOn_ItIsNotAskedAgain_AndItsFiguresStay) {

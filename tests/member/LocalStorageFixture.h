@@ -12,18 +12,18 @@
 
 namespace Member {
 
-// A process: a store and its sources, of which the first two are what others say and the last is local, as
+// A process: its layers and sources, of which the first two are what others say and the last is local, as
 // member 7.
 class Life {
  public:
   Life(std::shared_ptr<ManualMachine> machine, Zavro::ManualClock& clock, const std::string& indexFile,
        const std::string& others = "{}", bool indexesHang = false, const std::string& earlier = "{}")
       : io(clock), world(0) {
-    auto first = world.store.layerIs();
-    others_ = world.store.layerIs();
+    auto first = world.layers.layerIs();
+    others_ = world.layers.layerIs();
     world.submit(earlier, first);
-    world.store.settledIs(first);
-    source.emplace(LocalSource::Settings{7, 5, indexFile}, std::move(machine), world.store, io, clock);
+    world.layers.settledIs(first);
+    source.emplace(LocalSource::Settings{7, 5, indexFile}, std::move(machine), world.layers, io, clock);
     says(others);
     source->start();
     if (indexesHang) io.hangFirst();  // it is what is asked for first
@@ -79,7 +79,7 @@ class Life {
   std::optional<LocalSource> source;
 
  private:
-  Kelstore::Store::Layer others_;
+  Kelstore::LayeredState::Layer others_;
 };
 
 class LocalStorageTest : public testing::Test {

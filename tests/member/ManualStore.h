@@ -1,5 +1,5 @@
-// A store of leased keys as the test has it: keys go with their leases, revisions count, guards count; calls
-// fail, or are not answered, when the test says so.
+// A store of leased keys as the test has it: keys go with their leases, revisions count, preconditions count;
+// calls fail, or are not answered, when the test says so.
 #pragma once
 
 #include <fmt/format.h>
@@ -42,16 +42,16 @@ class ManualStore final : public LeaseStore {
     }
     return found;
   }
-  absl::StatusOr<int64_t> write(const std::vector<Change>& changes, const std::vector<Guard>& guards,
-                                Lease lease) override {
+  absl::StatusOr<int64_t> write(const std::vector<Change>& changes,
+                                const std::vector<Precondition>& preconditions, Lease lease) override {
     if (absl::Status failure = called("write"); !failure.ok()) return failure;
     if (beforeWrite) std::exchange(beforeWrite, {})();
     if (!leases.contains(lease)) return absl::NotFoundError("no such lease");
-    for (const Guard& guard : guards) {
-      auto held = keys.find(guard.path);
-      if ((held == keys.end() ? 0 : held->second.revision) != guard.revision) {
+    for (const Precondition& precondition : preconditions) {
+      auto held = keys.find(precondition.path);
+      if ((held == keys.end() ? 0 : held->second.revision) != precondition.revision) {
         log += "refused; ";
-        return absl::AbortedError("guard");
+        return absl::AbortedError("precondition");
       }
     }
     ++revision;

@@ -158,10 +158,11 @@ TEST_F(PublisherTest, WriteWasCarriedOutButNotAnswered_IsNotWrittenTwice) {
   EXPECT_THAT(trace_.lines(), Contains(HasSubstr("the store works again")));
 }
 
-// The answer is lost, and the repetition finds the keys that the guards stand on changed by the first time.
+// The answer is lost, and the repetition finds the keys that the preconditions stand on changed by the first
+// time.
 TEST_F(PublisherTest, WriteWasCarriedOutAndItsRepetitionRefused_ItIsSeenThatAllIsWritten) {
   using Leases = std::set<LeaseStore::Lease>;
-  store_->answerInstead = absl::AbortedError("guard");
+  store_->answerInstead = absl::AbortedError("precondition");
   store_->put(processor("9"), "left behind", kOther);
   start();
   EXPECT_EQ(published_, 1);

@@ -5,7 +5,7 @@
 
 #include <optional>
 
-#include "platform/kor/Text.h"
+#include "platform/kor/TextForm.h"
 #include "tests/support/TraceLog.h"
 
 namespace {

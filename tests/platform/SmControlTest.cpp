@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/kor/Text.h"
+#include "platform/kor/TextForm.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "platform/kor/Text.h"
+#include "platform/kor/TextForm.h"
 
 #include <gtest/gtest.h>
 

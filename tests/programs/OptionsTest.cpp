@@ -1,5 +1,5 @@
 // The command line: what it sets, and the one line that a bad one gets.
-#include "programs/trelsnmpd/Options.h"
+#include "programs/trelsnmpd/TrelsnmpdOptions.h"
 
 #include <fmt/format.h>
 #include <gmock/gmock.h>
@@ -42,7 +42,7 @@ TEST(OptionsTest, NoArguments_TheDefaults) {
   EXPECT_EQ(options.member, 1);
   EXPECT_EQ(options.etcd.holdSeconds, 300u);
   EXPECT_FALSE(options.etcd.clearAfterHold);
-  EXPECT_EQ(options.etcd.auditSeconds, 60u);
+  EXPECT_EQ(options.etcd.resyncSeconds, 60u);
   EXPECT_TRUE(options.trelMode);
   EXPECT_EQ(options.log.to, Runtime::LogTo::standardError);
   EXPECT_THAT(options.control, testing::EndsWith("/trelsnmpd.sock"));
@@ -151,14 +151,14 @@ TEST(OptionsTest, Etcd_EveryOption) {
   std::string credentials = secret("credentials", R"({"user": "u", "password": "p"})");
   ParsedOptions result =
       parsed({"--state", "etcd:h1:1,[::1]:2/trel", "--state", "local", "--hold", "0", "--after-hold", "clear",
-              "--audit", "86400", "--etcd-ca", ca.c_str(), "--etcd-cert", cert.c_str(), "--etcd-key",
+              "--resync", "86400", "--etcd-ca", ca.c_str(), "--etcd-cert", cert.c_str(), "--etcd-key",
               key.c_str(), "--etcd-credentials", credentials.c_str()});
   ASSERT_EQ(result.exitCode, -1);
   EXPECT_THAT(result.options.states, ElementsAre("etcd:h1:1,[::1]:2/trel", "local"));
   const Kelstore::Etcd::FollowSettings& etcd = result.options.etcd;
   EXPECT_EQ(etcd.holdSeconds, 0u);
   EXPECT_TRUE(etcd.clearAfterHold);
-  EXPECT_EQ(etcd.auditSeconds, 86400u);
+  EXPECT_EQ(etcd.resyncSeconds, 86400u);
   EXPECT_EQ(etcd.access.caFile, ca);
   EXPECT_EQ(etcd.access.certFile, cert);
   EXPECT_EQ(etcd.access.keyFile, key);
@@ -169,7 +169,7 @@ TEST(OptionsTest, Etcd_BadArguments_OneLineEach) {
   EXPECT_THAT(refusal({"--state", "etcd:h1:1"}), testing::StartsWith("trelsnmpd: --state: found "));
   EXPECT_THAT(refusal({"--state", "etcd:"}), testing::StartsWith("trelsnmpd: --state: found "));
   EXPECT_THAT(refusal({"--hold", "-1"}), testing::HasSubstr("--hold: "));
-  EXPECT_THAT(refusal({"--audit", "0"}), testing::HasSubstr("--audit: "));
+  EXPECT_THAT(refusal({"--resync", "0"}), testing::HasSubstr("--resync: "));
   EXPECT_EQ(refusal({"--after-hold", "drop"}),
             "trelsnmpd: --after-hold: found \"drop\", expected keep, clear\n");
   EXPECT_THAT(refusal({"--etcd-credentials", "/nowhere"}), testing::HasSubstr("/nowhere"));
@@ -215,7 +215,7 @@ TEST(OptionsTest, HelpAndVersion_GoToStandardOutput) {
                              "--log",
                              "--hold",
                              "--after-hold",
-                             "--audit",
+                             "--resync",
                              "--etcd-ca",
                              "--etcd-cert",
                              "--etcd-key",

@@ -10,13 +10,13 @@ namespace {
 
 using Kelstore::Kind;
 using Kelstore::Path;
-using Kelstore::Etcd::Keys;
+using Kelstore::Etcd::KeySpace;
 using Kelstore::Etcd::Listing;
 using Kelstore::Etcd::Op;
 using testing::ElementsAre;
 using testing::Pair;
 
-const Keys kKeys("p");
+const KeySpace kKeys("p");
 
 Listing listing(const std::vector<std::pair<std::string, std::string>>& entries) {
   Listing all;

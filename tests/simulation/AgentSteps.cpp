@@ -119,15 +119,15 @@ A::AgentInputs AgentSteps::inputs(uint32_t bits) const {
 // A pipeline that is held has its rows no more when another is made for the same MIB state object.
 void AgentSteps::making(PipelineId id, const Wiring& wiring) {
   Detached& held = detached_[static_cast<size_t>(id)];
-  if (held.life && held.life->wiring.mib == wiring.mib) follower_.handedOver(std::move(held.life));
-  follower_.making(id, wiring);
+  if (held.life && held.life->wiring.mib == wiring.mib) observer_.handedOver(std::move(held.life));
+  observer_.making(id, wiring);
 }
 
 void AgentSteps::bind(PipelineId id) {
-  if (follower_.current(id) == nullptr) return;
+  if (observer_.current(id) == nullptr) return;
   auto pipeline = pipelineOf(*agent(), id);
-  if (!pipeline) return follower_.fail(fmt::format("{} was not made", nameOf(id)));
-  follower_.made(id, pipeline.get());
+  if (!pipeline) return observer_.fail(fmt::format("{} was not made", nameOf(id)));
+  observer_.made(id, pipeline.get());
 }
 
 bool AgentSteps::agentIs(uint32_t bits) {
@@ -145,26 +145,26 @@ bool AgentSteps::agentIs(uint32_t bits) {
   auto after = root_->agentIs(in.trelMib, in.snmpStatus, in.ifMib, in.topologyConfig, in.reachabilityDir,
                               in.hostResourcesDir);
   if (same) {
-    if (after.get() != beforeRaw) follower_.fail("another agent for the same inputs");
+    if (after.get() != beforeRaw) observer_.fail("another agent for the same inputs");
     return true;
   }
   agentBits_ = bits;
   for (PipelineId id : kAllPipelines) {
-    follower_.left(id);
+    observer_.left(id);
     bind(id);
   }
   return true;
 }
 
-// Tells the follower of the pipelines that a new agent makes, and of those that it replaces.
+// Tells the observer of the pipelines that a new agent makes, and of those that it replaces.
 void AgentSteps::expectAgent(uint32_t bits) {
   Wiring wiring = agentWiring(bits);
   const A::Agent* old = agent();
   for (PipelineId id : kAllPipelines) {
-    Life* life = follower_.current(id);
+    Life* life = observer_.current(id);
     bool made = id != PipelineId::storage || makesStorage();
     if (life != nullptr && (!made || life->wiring.mib != wiring.mib)) {
-      follower_.leaving(id, [this, old] { return agent() != old; });
+      observer_.leaving(id, [this, old] { return agent() != old; });
     }
     if (made) making(id, wiring);
   }
@@ -181,10 +181,10 @@ bool AgentSteps::agentDel(bool hold) {
 bool AgentSteps::agentRelease() {
   if (!heldAgent_) return false;
   for (PipelineId id : kAllPipelines) {
-    if (Life* life = follower_.current(id)) follower_.dropping(*life);
+    if (Life* life = observer_.current(id)) observer_.dropping(*life);
   }
   heldAgent_.reset();
-  for (PipelineId id : kAllPipelines) follower_.dropped(id);
+  for (PipelineId id : kAllPipelines) observer_.dropped(id);
   return true;
 }
 
@@ -204,11 +204,11 @@ bool AgentSteps::startSMs() {
   std::vector<Detached> leaving;
   for (PipelineId id : kAllPipelines) {
     if (id == PipelineId::storage && !makesStorage()) continue;
-    const Life* life = follower_.current(id);
+    const Life* life = observer_.current(id);
     if (life != nullptr && sameInputs(id, life->wiring, wiring)) continue;
     made.push_back(id);
     if (life != nullptr && life->wiring.mib != wiring.mib)
-      leaving.push_back({pipelineOf(*agent(), id), follower_.detached(id)});
+      leaving.push_back({pipelineOf(*agent(), id), observer_.detached(id)});
   }
   for (PipelineId id : made) making(id, wiring);
   Kor::invoke(*agent(), "startSMs");
@@ -226,19 +226,19 @@ bool AgentSteps::pipelineIs(PipelineId id, uint32_t bits, uint32_t mode) {
                 .reachabilityDir = bit(3),
                 .hostResourcesDir = bit(4),
                 .mappings = bit(5)};
-  Life* life = follower_.current(id);
+  Life* life = observer_.current(id);
   bool same = life != nullptr && sameInputs(id, life->wiring, wiring);
   auto before = pipelineOf(*agent(), id);
   // For another MIB state object, the old pipeline is held until the new one is there: so it is clear whose
   // the events are.
   std::unique_ptr<Life> leaving;
   if (!same) {
-    if (life != nullptr && life->wiring.mib != wiring.mib) leaving = follower_.detached(id);
+    if (life != nullptr && life->wiring.mib != wiring.mib) leaving = observer_.detached(id);
     making(id, wiring);
   }
   setPipeline(id, wiring, mode);
   if (same) {
-    if (pipelineOf(*agent(), id) != before) follower_.fail("another pipeline for the same inputs");
+    if (pipelineOf(*agent(), id) != before) observer_.fail("another pipeline for the same inputs");
     return true;
   }
   bind(id);
@@ -275,7 +275,7 @@ bool AgentSteps::pipelineDel(PipelineId id, bool hold) {
   if (agent() == nullptr || held.pipeline) return false;
   auto pipeline = takePipeline(*agent(), id);
   if (!pipeline) return false;
-  held = {std::move(pipeline), follower_.detached(id)};
+  held = {std::move(pipeline), observer_.detached(id)};
   return hold || release(id);
 }
 
@@ -288,26 +288,26 @@ bool AgentSteps::release(PipelineId id) {
 
 void AgentSteps::drop(Detached gone) {
   if (gone.pipeline->useCount() != 1)
-    follower_.fail(fmt::format("{} is held by somebody", gone.pipeline->name()));
-  if (gone.life) follower_.dropping(*gone.life);
+    observer_.fail(fmt::format("{} is held by somebody", gone.pipeline->name()));
+  if (gone.life) observer_.dropping(*gone.life);
   gone.pipeline.reset();
-  follower_.dropped(std::move(gone.life));
+  observer_.dropped(std::move(gone.life));
 }
 
 bool AgentSteps::pause(PipelineId id, bool pause) {
   // One that is held and has no rows any more does nothing, active or not.
   const Detached& held = detached_[static_cast<size_t>(id)];
   if (held.pipeline && !held.life) held.pipeline->hasNotificationActiveIs(!pause);
-  Life* life = follower_.current(id);
+  Life* life = observer_.current(id);
   if (life == nullptr || life->pipeline == nullptr || life->active != pause || agent() == nullptr)
     return false;
   auto pipeline = pipelineOf(*agent(), id);
   if (pipeline.get() != life->pipeline) return false;
   if (pause) {
     pipeline->hasNotificationActiveIs(false);
-    follower_.paused(id);
+    observer_.paused(id);
   } else {
-    follower_.resumed(id);
+    observer_.resumed(id);
     pipeline->hasNotificationActiveIs(true);
   }
   return true;
@@ -317,14 +317,14 @@ bool AgentSteps::stale(const Step& step) {
   size_t set = step.set % kSets;
   auto table = static_cast<TableId>(step.key % kTables);
   for (PipelineId id : kAllPipelines) {
-    const Life* life = follower_.current(id);
+    const Life* life = observer_.current(id);
     const Detached& held = detached_[static_cast<size_t>(id)];
     bool writes = (life != nullptr && life->wiring.mib == set) || (held.life && held.life->wiring.mib == set);
     if (writes && ownsTable(id, table)) return false;
   }
-  follower_.ownWrites(true);
+  observer_.ownWrites(true);
   bool made = state_.stale(step);
-  follower_.ownWrites(false);
+  observer_.ownWrites(false);
   return made;
 }
 

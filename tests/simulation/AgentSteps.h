@@ -1,4 +1,4 @@
-// The steps of a run that make, replace, pause and drop the agent and its pipelines. Each tells the follower
+// The steps of a run that make, replace, pause and drop the agent and its pipelines. Each tells the observer
 // beforehand what is going to be whose.
 #pragma once
 
@@ -7,7 +7,7 @@
 #include <memory>
 
 #include "agent/TrelSnmpAgent.h"
-#include "tests/simulation/Follower.h"
+#include "tests/simulation/Observer.h"
 #include "tests/simulation/State.h"
 #include "tests/simulation/Step.h"
 
@@ -17,11 +17,11 @@ class AgentSteps {
  public:
   // trelDir: gets the MIB state object of the agent. unregister: takes back what SNMP was given of the one
   // before.
-  AgentSteps(const Conditions& conditions, State& state, Follower& follower, Zavro::Ptr<Kor::Dir> trelDir,
+  AgentSteps(const Conditions& conditions, State& state, Observer& observer, Zavro::Ptr<Kor::Dir> trelDir,
              Zavro::Ptr<Vem::TaskScheduler> scheduler, std::function<void()> unregister)
       : conditions_(conditions),
         state_(state),
-        follower_(follower),
+        observer_(observer),
         trelDir_(std::move(trelDir)),
         scheduler_(std::move(scheduler)),
         unregister_(std::move(unregister)) {}
@@ -65,7 +65,7 @@ class AgentSteps {
 
   const Conditions& conditions_;
   State& state_;
-  Follower& follower_;
+  Observer& observer_;
   const Zavro::Ptr<Kor::Dir> trelDir_;
   const Zavro::Ptr<Vem::TaskScheduler> scheduler_;
   const std::function<void()> unregister_;

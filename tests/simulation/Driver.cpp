@@ -13,7 +13,7 @@
 #include "platform/snmp/RegVoidCollByContext.h"
 #include "platform/toggles/Toggles.h"
 #include "tests/simulation/AgentSteps.h"
-#include "tests/simulation/Follower.h"
+#include "tests/simulation/Observer.h"
 #include "tests/simulation/Tasks.h"
 #include "tests/simulation/Walks.h"
 #include "tests/support/BareAgent.h"
@@ -39,13 +39,13 @@ class Driver {
         log_(log),
         mappings_(mappings()),
         state_(conditions_, clock_, mappings_) {
-    follower_ = std::make_unique<Follower>(state_, log);
-    follower_->onPublication([this] { fireArmed(); });
-    state_.onMapping([this](size_t set, uint32_t index) { follower_->remapped(set, index); });
+    observer_ = std::make_unique<Observer>(state_, log);
+    observer_->onPublication([this] { fireArmed(); });
+    state_.onMapping([this](size_t set, uint32_t index) { observer_->remapped(set, index); });
     Lumalog::clockIs(&clock_);
     Vem::TaskSchedulerRoot::schedulerIs(tasks_.scheduler());
-    walks_.emplace(state_, *follower_, trelDir_);
-    agent_.emplace(conditions_, state_, *follower_, trelDir_, tasks_.scheduler(),
+    walks_.emplace(state_, *observer_, trelDir_);
+    agent_.emplace(conditions_, state_, *observer_, trelDir_, tasks_.scheduler(),
                    [this] { walks_->unregister(); });
     snmpDir_->entityPtrIs(trelDir_);
     stateRoot_->entityPtrIs(snmpDir_);
@@ -64,7 +64,7 @@ class Driver {
     }
     if (!failed()) end();
     ended_ = true;
-    outcome.failure = follower_ ? follower_->failure() : failure_;
+    outcome.failure = observer_ ? observer_->failure() : failure_;
     outcome.events = events_;
     outcome.publications = publications_;
     outcome.digest = digest_;
@@ -76,23 +76,23 @@ class Driver {
     return boost::static_pointer_cast<StorageEntryMappings>(
         Kor::Entity::singletonIs(StorageEntryMappings::kTypeName));
   }
-  bool failed() const { return !follower_->failure().empty(); }
+  bool failed() const { return !observer_->failure().empty(); }
 
   // -- Steps
 
   void make(const Step& step) {
     if (step.within != 0) {
-      armed_.push_back({follower_->publications() + step.within, step});
+      armed_.push_back({observer_->publications() + step.within, step});
       return;
     }
     if (!apply(step)) return;
     ++events_;
-    follower_->stepEnds(tasks_.settled());
+    observer_->stepEnds(tasks_.settled());
   }
 
   void fireArmed() {
     for (size_t i = 0; i < armed_.size(); ++i) {
-      if (armed_[i].at > follower_->publications()) continue;
+      if (armed_[i].at > observer_->publications()) continue;
       Step step = armed_[i].step;
       armed_.erase(armed_.begin() + static_cast<long>(i--));
       if (apply(step)) ++events_;
@@ -125,12 +125,12 @@ class Driver {
 
   void stateChanges(Kind kind) {
     if (kind <= Kind::reachOutside) {
-      follower_->stateChanged(PipelineId::reachability);
+      observer_->stateChanged(PipelineId::reachability);
     } else if (kind <= Kind::ifIndexDel) {
-      follower_->stateChanged(PipelineId::ifTable);
+      observer_->stateChanged(PipelineId::ifTable);
     } else {
-      follower_->stateChanged(PipelineId::host);
-      follower_->stateChanged(PipelineId::storage);
+      observer_->stateChanged(PipelineId::host);
+      observer_->stateChanged(PipelineId::storage);
     }
   }
 
@@ -146,14 +146,14 @@ class Driver {
       if (!tasks_.slice(static_cast<uint32_t>(random.any()), yieldModeIn(step), draw)) break;
       any = true;
       ++events_;
-      follower_->stepEnds(tasks_.settled());
+      observer_->stepEnds(tasks_.settled());
     }
     return any;
   }
 
   void rest() {
     for (size_t i = 0; !failed() && !tasks_.settled(); ++i) {
-      if (i == kMostSlices) return follower_->fail("the tasks do not come to an end");
+      if (i == kMostSlices) return observer_->fail("the tasks do not come to an end");
       drain({.kind = Kind::drain,
              .key = static_cast<uint32_t>(YieldMode::rarely),
              .item = 100,
@@ -166,19 +166,19 @@ class Driver {
   void end() {
     agent_->resumeAll();
     rest();
-    for (PipelineId id : kAllPipelines) follower_->stateChanged(id);
-    follower_->stepEnds(true);
+    for (PipelineId id : kAllPipelines) observer_->stateChanged(id);
+    observer_->stepEnds(true);
     if (failed()) return;
     agent_->dropAll();
-    follower_->stepEnds(false);
+    observer_->stepEnds(false);
     walks_->unregister();
     walks_.reset();
     agent_.reset();
     if (failed()) return;
     if (!tasks_.scheduler()->tasks().empty()) {
-      return follower_->fail(fmt::format("task {} is left", tasks_.scheduler()->tasks().front()->name()));
+      return observer_->fail(fmt::format("task {} is left", tasks_.scheduler()->tasks().front()->name()));
     }
-    if (!Rvx::GlobalState::get().registry().empty()) return follower_->fail("declared derivations are left");
+    if (!Rvx::GlobalState::get().registry().empty()) return observer_->fail("declared derivations are left");
     endOfProcessWide();
   }
 
@@ -188,9 +188,9 @@ class Driver {
     Kor::Entity::singletonDel(Snmp::RegVoidCollByContext::kTypeName);
     Kor::Entity::singletonDel(StorageEntryMappings::kTypeName);
     trelDir_->entityPtrDel("trelMib");
-    publications_ = follower_->publications();
-    digest_ = follower_->digest();
-    follower_.reset();
+    publications_ = observer_->publications();
+    digest_ = observer_->digest();
+    observer_.reset();
     failure_ = state_.leftovers();
     if (tasks_.scheduler()->useCount() != 1) failure_ += "references to the scheduler are left; ";
     if (mappings_->useCount() != 1) failure_ += "references to the mappings are left; ";
@@ -206,7 +206,7 @@ class Driver {
   Tasks tasks_{clock_};
   Zavro::Ptr<StorageEntryMappings> mappings_;
   State state_;
-  std::unique_ptr<Follower> follower_;
+  std::unique_ptr<Observer> observer_;
   Zavro::Ptr<Kor::Dir> stateRoot_ = Zavro::makePtr<Kor::Dir>("switch-1");
   Zavro::Ptr<Kor::Dir> snmpDir_ = Zavro::makePtr<Kor::Dir>("snmp");
   Zavro::Ptr<Kor::Dir> trelDir_ = Zavro::makePtr<Kor::Dir>("trel");

@@ -1,5 +1,5 @@
 // That the simulation sees a fault in each stream: every pipeline runs as it is, and what it does to one
-// stream is tampered with behind the follower's back.
+// stream is tampered with behind the observer's back.
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "tests/simulation/Follower.h"
+#include "tests/simulation/Observer.h"
 
 namespace Simulation {
 namespace {
@@ -58,19 +58,19 @@ class SabotageTest : public testing::TestWithParam<Sabotaged>, protected Lumalog
   void SetUp() override {
     Lumalog::sinkIs(this);
     for (const Step& step : GetParam().before) ASSERT_TRUE(state.apply(step)) << step.text();
-    follower.making(GetParam().pipeline, {});
+    observer.making(GetParam().pipeline, {});
     pipeline = made();
-    follower.made(GetParam().pipeline, pipeline.get());
+    observer.made(GetParam().pipeline, pipeline.get());
     ASSERT_EQ(afterStep(), "");
     ASSERT_TRUE(rows().empty());
   }
 
   std::string afterStep() {
-    follower.stepEnds(true);
-    return follower.failure();
+    observer.stepEnds(true);
+    return observer.failure();
   }
   void change() {
-    follower.stateChanged(GetParam().pipeline);
+    observer.stateChanged(GetParam().pipeline);
     heard.clear();
     ASSERT_TRUE(state.apply(GetParam().change));
   }
@@ -82,7 +82,7 @@ class SabotageTest : public testing::TestWithParam<Sabotaged>, protected Lumalog
     return rows().empty() ? Key{} : rows().begin()->first;
   }
   TableId table() const { return tableOf(GetParam().element.stream); }
-  const Follower::MirrorTable& rows() const { return follower.rows(0, table()); }
+  const Observer::MirrorTable& rows() const { return observer.rows(0, table()); }
   void erase(const Key& key) {
     TrelSnmp::TrelMib& mib = *state.set(0).mib;
     switch (table()) {
@@ -105,20 +105,20 @@ class SabotageTest : public testing::TestWithParam<Sabotaged>, protected Lumalog
   // Says once more what the pipeline said of the last change.
   void repeatTraces() {
     for (const std::string& text : std::exchange(heard, {})) {
-      follower.trace({nameOf(GetParam().pipeline), kStatementLevel, text, "", {}});
+      observer.trace({nameOf(GetParam().pipeline), kStatementLevel, text, "", {}});
     }
   }
 
   Zavro::ManualClock clock{kAgentStart * 1'000'000'000};
   State state{{}, clock, Zavro::makePtr<HostResourcesMib::StorageEntryMappings>()};
-  Follower follower{state, {}};
+  Observer observer{state, {}};
   std::vector<std::string> heard;    // of the last change: what it says of events
   Zavro::Ptr<A::Pipeline> pipeline;  // last, for it is heard while it goes
 
  private:
   void trace(const Lumalog::Line& line) override {
     if (line.level == kStatementLevel) heard.emplace_back(line.text);
-    follower.trace(line);
+    observer.trace(line);
   }
   Zavro::Ptr<A::Pipeline> made() const {
     const InputSet& in = state.set(0);
@@ -143,14 +143,14 @@ TEST_P(SabotageTest, ChangeThatThePipelineSleepsThrough) {
   const Element& element = GetParam().element;
   std::string which =
       element.stream == Stream::link ? fmt::format("link {}.{}", element.key, element.item) : element.text();
-  EXPECT_NE(afterStep().find("has not handled " + which), std::string::npos) << follower.failure();
+  EXPECT_NE(afterStep().find("has not handled " + which), std::string::npos) << observer.failure();
 }
 
 TEST_P(SabotageTest, EventWithoutItsWrite) {
   Key key = changed();
-  follower.ownWrites(true);
+  observer.ownWrites(true);
   erase(key);
-  follower.ownWrites(false);
+  observer.ownWrites(false);
   repeatTraces();
   std::string expected = fmt::format("{} was handled, but row {} of {} was not written",
                                      GetParam().element.text(), key.text(), nameOf(table()));
@@ -161,14 +161,14 @@ TEST_P(SabotageTest, WriteWithoutItsEvent) {
   Lumalog::sinkIs(nullptr);
   change();
   Lumalog::sinkIs(this);
-  EXPECT_NE(follower.failure().find("of " + std::string(nameOf(table())) + " is written"), std::string::npos)
-      << follower.failure();
+  EXPECT_NE(observer.failure().find("of " + std::string(nameOf(table())) + " is written"), std::string::npos)
+      << observer.failure();
 }
 
 TEST_P(SabotageTest, RowThatGoesWithoutAReason) {
   Key key = changed();
   erase(key);
-  EXPECT_EQ(follower.failure(),
+  EXPECT_EQ(observer.failure(),
             fmt::format("row {} of {} goes without a reason", key.text(), nameOf(table())));
 }
 

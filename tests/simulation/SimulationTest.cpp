@@ -8,8 +8,8 @@
 
 #include "tests/simulation/Campaign.h"
 #include "tests/simulation/Draw.h"
-#include "tests/simulation/Follower.h"
 #include "tests/simulation/Isolated.h"
+#include "tests/simulation/Observer.h"
 #include "tests/simulation/Shrink.h"
 #include "tests/support/TempDir.h"
 #include "tests/support/Thrown.h"
@@ -58,16 +58,16 @@ TEST(Simulation, Seeds_DrawEveryKindOfStep) {
 
 // -- What it notices
 
-class FollowerTest : public testing::Test {
+class ObserverTest : public testing::Test {
  protected:
-  void making(PipelineId id) { follower.making(id, {}); }
+  void making(PipelineId id) { observer.making(id, {}); }
   // As the pipeline's trace says it.
   void handles(const std::string& key, int neighbour, const std::string& value) {
     std::string text =
         "reachabilityStatusStream = from( reachabilityDir.entityPtr< ReachabilityStatus "
         ">[].reachabilityStatus[] ): dirKey=" +
         key + " nbr=" + std::to_string(neighbour) + " reachabilityStateOpt=" + value;
-    follower.trace({"TrelSnmpReachabilityTableSm", 7, text, "", {}});
+    observer.trace({"TrelSnmpReachabilityTableSm", 7, text, "", {}});
   }
   void handles(const std::string& key, int neighbour, const Trel::ReachabilityState& record) {
     handles(key, neighbour, "Optional( " + record.text() + " )");
@@ -83,16 +83,16 @@ class FollowerTest : public testing::Test {
     mib().trelReachabilityTableIs({1, 2}, &record, state.set(0).ifMib);
   }
   std::string afterStep() {
-    follower.stepEnds(false);
-    return follower.failure();
+    observer.stepEnds(false);
+    return observer.failure();
   }
 
   Zavro::ManualClock clock{kAgentStart * 1'000'000'000};
   State state{{}, clock, Zavro::makePtr<HostResourcesMib::StorageEntryMappings>()};
-  Follower follower{state, {}};
+  Observer observer{state, {}};
 };
 
-TEST_F(FollowerTest, EventAndItsWrite_AreFine) {
+TEST_F(ObserverTest, EventAndItsWrite_AreFine) {
   making(PipelineId::reachability);
   const auto& record = report();
   handles("1", 2, record);
@@ -102,20 +102,20 @@ TEST_F(FollowerTest, EventAndItsWrite_AreFine) {
   EXPECT_EQ(afterStep(), "");
 }
 
-TEST_F(FollowerTest, WriteWithoutEvent) {
+TEST_F(ObserverTest, WriteWithoutEvent) {
   making(PipelineId::reachability);
   write(report());
   EXPECT_EQ(afterStep().substr(0, 45), "row (1,2) of trelReachabilityTable is written");
 }
 
-TEST_F(FollowerTest, EventWithoutWrite) {
+TEST_F(ObserverTest, EventWithoutWrite) {
   making(PipelineId::reachability);
   handles("1", 2, report());
   EXPECT_EQ(afterStep().substr(0, 71),
             "1(0,2) was handled, but row (1,2) of trelReachabilityTable was not writ");
 }
 
-TEST_F(FollowerTest, EventWithoutItsSecondHalf) {
+TEST_F(ObserverTest, EventWithoutItsSecondHalf) {
   making(PipelineId::reachability);
   const auto& record = report();
   handles("1", 2, record);
@@ -129,37 +129,37 @@ TEST_F(FollowerTest, EventWithoutItsSecondHalf) {
             "1(0,2) was handled, but row (1,2) of trelReachabilityTable was not writ");
 }
 
-TEST_F(FollowerTest, RemovalOfALiveRow) {
+TEST_F(ObserverTest, RemovalOfALiveRow) {
   making(PipelineId::reachability);
   const auto& record = report();
   handles("1", 2, record);
   write(record);
   handles("1", 2, "None");
-  EXPECT_EQ(follower.failure().substr(0, 34), "1(0,2) is handled as gone, but is ");
+  EXPECT_EQ(observer.failure().substr(0, 34), "1(0,2) is handled as gone, but is ");
 }
 
-TEST_F(FollowerTest, EventWithAnotherRecordThanTheStateHas) {
+TEST_F(ObserverTest, EventWithAnotherRecordThanTheStateHas) {
   making(PipelineId::reachability);
   report();
   Trel::ReachabilityState other(Trel::ReachabilityState::reachable, std::nullopt, 99);
   handles("1", 2, other);
-  EXPECT_EQ(follower.failure().substr(0, 33), "1(0,2) is handled with 99, but is");
+  EXPECT_EQ(observer.failure().substr(0, 33), "1(0,2) is handled with 99, but is");
 }
 
-TEST_F(FollowerTest, EventOfAPausedPipeline) {
+TEST_F(ObserverTest, EventOfAPausedPipeline) {
   making(PipelineId::reachability);
-  follower.paused(PipelineId::reachability);
+  observer.paused(PipelineId::reachability);
   handles("1", 2, report());
-  EXPECT_EQ(follower.failure(), "inactive, but handles 1(0,2)");
+  EXPECT_EQ(observer.failure(), "inactive, but handles 1(0,2)");
 }
 
-TEST_F(FollowerTest, PipelineDroppedThatLeavesARow) {
+TEST_F(ObserverTest, PipelineDroppedThatLeavesARow) {
   making(PipelineId::reachability);
   const auto& record = report();
   handles("1", 2, record);
   write(record);
-  follower.dropped(PipelineId::reachability);
-  EXPECT_EQ(follower.failure(), "TrelSnmpReachabilityTableSm was dropped, but did not withdraw 1(0,2)");
+  observer.dropped(PipelineId::reachability);
+  EXPECT_EQ(observer.failure(), "TrelSnmpReachabilityTableSm was dropped, but did not withdraw 1(0,2)");
 }
 
 // -- What a subscriber must not do

@@ -70,8 +70,8 @@ const char* kGeneralError = "error 5";
 
 }  // namespace
 
-Walker::Walker(Follower& follower, const State& state, size_t set, TableId table)
-    : follower_(follower), state_(state), set_(set), table_(table), walk_(served(table).at) {}
+Walker::Walker(Observer& observer, const State& state, size_t set, TableId table)
+    : observer_(observer), state_(state), set_(set), table_(table), walk_(served(table).at) {}
 
 Walker::~Walker() {
   for (size_t i = 0; i < held_.size(); ++i) {
@@ -92,11 +92,11 @@ void Walker::expectCounted(const Counters& before, std::initializer_list<Turn> k
   Counters expected = before;
   for (Turn kind : kinds) ++expected[static_cast<size_t>(kind)];
   if (counters() != expected)
-    follower_.fail(fmt::format("a walk of {} is counted wrongly", served(table_).name));
+    observer_.fail(fmt::format("a walk of {} is counted wrongly", served(table_).name));
 }
 
 std::optional<Shown> Walker::shownAt(const Key& key) const {
-  Shown shown{.table = table_, .key = key, .row = follower_.rows(set_, table_).at(key).row};
+  Shown shown{.table = table_, .key = key, .row = observer_.rows(set_, table_).at(key).row};
   const TrelSnmp::TrelMib& mib = *state_.set(set_).mib;
   if (table_ == TableId::reachability) {
     const auto& record = *mib.trelReachabilityTable({key.first, key.second})->reachabilityState();
@@ -143,7 +143,7 @@ std::optional<Shown> Walker::shownAt(const Key& key) const {
 std::vector<SnmpTest::Component> Walker::hint(uint32_t draw, std::optional<Key>& exact) {
   Support::Random random(draw);
   const auto& types = served(table_).index;
-  const auto& table = follower_.rows(set_, table_);
+  const auto& table = observer_.rows(set_, table_);
   Key key{random.below(4), types.size() == 2 ? random.below(4) : 0};
   if (!table.empty() && random.percent(70)) {
     key = random.of(table).first;
@@ -196,7 +196,7 @@ void Walker::first(uint32_t draw) {
     }
     got = walk_.first(components);
   }
-  const auto& table = follower_.rows(set_, table_);
+  const auto& table = observer_.rows(set_, table_);
   if (exact) {
     expectCounted(before, {Turn::hintMatched});
   } else if (wholeHint) {
@@ -205,7 +205,7 @@ void Walker::first(uint32_t draw) {
     expectCounted(before, {Turn::startedAtFirst});
   }
   begun_ = true;
-  begunAt_ = follower_.steps();
+  begunAt_ = observer_.steps();
   visited_.clear();
   // The data context that the walk took along stays with its row until the walk moves on.
   stand(got, exact ? exact : table.empty() ? std::nullopt : std::optional(table.begin()->first));
@@ -216,7 +216,7 @@ bool Walker::next() {
   Counters before = counters();
   bool wasAtEnd = !at_;
   std::string got = walk_.next();
-  const auto& table = follower_.rows(set_, table_);
+  const auto& table = observer_.rows(set_, table_);
   std::optional<Key> expected;
   if (at_) {
     auto after = table.upper_bound(at_->key);
@@ -231,18 +231,18 @@ bool Walker::next() {
 
 // The walk has got somewhere.
 void Walker::stand(const std::string& got, std::optional<Key> expected) {
-  follower_.looked();
-  follower_.note(got);
+  observer_.looked();
+  observer_.note(got);
   std::string text = expected ? indexText(*expected, served(table_).index.size()) : "end";
   if (got != text) {
     at_.reset();
-    return follower_.fail(
+    return observer_.fail(
         fmt::format("a walk of {} gets to {} instead of {}", served(table_).name, got, text));
   }
   at_ = expected ? shownAt(*expected) : std::nullopt;
   if (!at_) return;
   if (!visited_.empty() && !(visited_.back() < at_->key)) {
-    follower_.fail(fmt::format("a walk of {} does not advance at {}", served(table_).name, got));
+    observer_.fail(fmt::format("a walk of {} does not advance at {}", served(table_).name, got));
   }
   visited_.push_back(at_->key);
 }
@@ -251,12 +251,12 @@ void Walker::stand(const std::string& got, std::optional<Key> expected) {
 void Walker::visitedAll() {
   if (visited_.empty()) return;
   auto visited = visited_.begin();
-  const auto& table = follower_.rows(set_, table_);
+  const auto& table = observer_.rows(set_, table_);
   for (auto row = table.lower_bound(visited_.front()); row != table.end(); ++row) {
     while (visited != visited_.end() && *visited < row->first) ++visited;
     bool seen = visited != visited_.end() && *visited == row->first;
     if (!seen && row->second.born < begunAt_) {
-      follower_.fail(fmt::format("a walk of {} missed {}", served(table_).name, row->first.text()));
+      observer_.fail(fmt::format("a walk of {} missed {}", served(table_).name, row->first.text()));
     }
   }
 }
@@ -289,7 +289,7 @@ bool Walker::read(uint32_t draw) {
   bool set = random.percent(3);
   std::string got = SnmpTest::handle(served(table_).handler, set ? MODE_SET_RESERVE1 : MODE_GET,
                                      {{.column = column, .dataContext = held.context}});
-  follower_.note(got);
+  observer_.note(got);
   std::string expected;
   if (set) {
     expected = "0: error 17";
@@ -302,7 +302,7 @@ bool Walker::read(uint32_t draw) {
     expected = (expected == kGeneralError ? "5: " : "0: ") + expected;
   }
   if (got != expected) {
-    follower_.fail(fmt::format("column {} of a held row {} of {} reads {} instead of {}", column,
+    observer_.fail(fmt::format("column {} of a held row {} of {} reads {} instead of {}", column,
                                held.shown ? held.shown->key.text() : "past the end", served(table_).name, got,
                                expected));
   }

@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "platform/snmp/RegVoidCollByContext.h"
-#include "tests/simulation/Follower.h"
+#include "tests/simulation/Observer.h"
 #include "tests/snmp-modules/Callbacks.h"
 
 namespace Simulation {
@@ -35,7 +35,7 @@ struct Shown {
 class Walker {
  public:
   // set: whose MIB state object is registered.
-  Walker(Follower& follower, const State& state, size_t set, TableId table);
+  Walker(Observer& observer, const State& state, size_t set, TableId table);
   ~Walker();
   Walker(const Walker&) = delete;
   Walker& operator=(const Walker&) = delete;
@@ -65,7 +65,7 @@ class Walker {
   std::string expectedColumn(const Shown& shown, unsigned column) const;
   std::vector<SnmpTest::Component> hint(uint32_t draw, std::optional<Key>& exact);
 
-  Follower& follower_;
+  Observer& observer_;
   const State& state_;
   const size_t set_;
   const TableId table_;

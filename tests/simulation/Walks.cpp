@@ -39,7 +39,7 @@ bool Walks::first(const Step& step, std::unique_ptr<Walker>& walker) {
   if (!walker || walker->table() != table) {
     walker.reset();
     size_t served = trelDir_->entityPtr("trelMib") == state_.set(0).mib ? 0 : 1;
-    walker = std::make_unique<Walker>(follower_, state_, served, table);
+    walker = std::make_unique<Walker>(observer_, state_, served, table);
   }
   walker->first(step.value);
   return true;

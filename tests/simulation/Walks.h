@@ -4,7 +4,7 @@
 #include <array>
 #include <memory>
 
-#include "tests/simulation/Follower.h"
+#include "tests/simulation/Observer.h"
 #include "tests/simulation/State.h"
 #include "tests/simulation/Step.h"
 #include "tests/simulation/Walker.h"
@@ -14,8 +14,8 @@ namespace Simulation {
 class Walks {
  public:
   // trelDir: has the MIB state object that is served.
-  Walks(State& state, Follower& follower, Zavro::Ptr<Kor::Dir> trelDir)
-      : state_(state), follower_(follower), trelDir_(std::move(trelDir)) {}
+  Walks(State& state, Observer& observer, Zavro::Ptr<Kor::Dir> trelDir)
+      : state_(state), observer_(observer), trelDir_(std::move(trelDir)) {}
 
   // False when the step did nothing. Requires: a step from Kind::walkFirst on.
   bool apply(const Step& step);
@@ -26,7 +26,7 @@ class Walks {
   bool first(const Step& step, std::unique_ptr<Walker>& walker);
 
   State& state_;
-  Follower& follower_;
+  Observer& observer_;
   const Zavro::Ptr<Kor::Dir> trelDir_;
   std::array<std::unique_ptr<Walker>, 4> walkers_;
 };

@@ -1,4 +1,4 @@
-#include "programs/trelctl/Client.h"
+#include "programs/trelctl/ControlClient.h"
 
 #include <fmt/format.h>
 #include <poll.h>
@@ -49,7 +49,7 @@ std::string wrongWithPeer(int fd, const std::string& path) {
 
 }  // namespace
 
-Client::Client(const std::string& path, int answerMs)
+ControlClient::ControlClient(const std::string& path, int answerMs)
     : path_(path),
       answerMs_(answerMs),
       fd_(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)),
@@ -78,15 +78,15 @@ Client::Client(const std::string& path, int answerMs)
   throw Unreachable(problem);
 }
 
-Client::~Client() { ::close(fd_); }
+ControlClient::~ControlClient() { ::close(fd_); }
 
-void Client::send(const char* op) {
+void ControlClient::send(const char* op) {
   std::string request = Json{{"op", op}}.dump() + "\n";
   ssize_t sent = ::send(fd_, request.data(), request.size(), MSG_NOSIGNAL);
   if (sent != static_cast<ssize_t>(request.size())) fail(std::strerror(errno));
 }
 
-Json Client::receive() {
+Json ControlClient::receive() {
   std::optional<std::string> line;
   while (!(line = lines_.takeLine())) {
     if (lines_.overflown()) fail("the answer is too long");
@@ -107,6 +107,8 @@ Json Client::receive() {
   return answer;
 }
 
-void Client::fail(const std::string& why) const { throw Unreachable(fmt::format("{}: {}", path_, why)); }
+void ControlClient::fail(const std::string& why) const {
+  throw Unreachable(fmt::format("{}: {}", path_, why));
+}
 
 }  // namespace TrelCtl

@@ -25,10 +25,10 @@ struct KeyRange {
   std::string end;
 };
 
-class Keys {
+class KeySpace {
  public:
   // The prefix without a slash at its end.
-  explicit Keys(std::string prefix) : prefix_(std::move(prefix)) {}
+  explicit KeySpace(std::string prefix) : prefix_(std::move(prefix)) {}
 
   // Requires: the path is no container's.
   std::string key(const Path& path) const { return key(path.segments()); }

@@ -13,7 +13,7 @@
 #include "kelstore/etcd/Driver.h"
 #include "platform/snmp/AgentUptime.h"
 #include "platform/vem/Vem.h"
-#include "programs/trelsnmpd/Options.h"
+#include "programs/trelsnmpd/TrelsnmpdOptions.h"
 #include "runtime/Directories.h"
 #include "runtime/EventLoop.h"
 #include "runtime/Reload.h"

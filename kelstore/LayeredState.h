@@ -16,15 +16,15 @@
 
 namespace Kelstore {
 
-class Store final : private View {
+class LayeredState final : private View {
  public:
   using Layer = size_t;
   // Whether a layer alone speaks for the paths of that kind whose first variable segment is `first`.
   using Claim = std::function<bool(Kind kind, std::string_view first)>;
 
-  // The mirror must outlive the store.
-  Store(Zavro::Ptr<Vem::TaskScheduler> scheduler, Mirror& mirror);
-  ~Store() override;
+  // The mirror must outlive the layers.
+  LayeredState(Zavro::Ptr<Vem::TaskScheduler> scheduler, Mirror& mirror);
+  ~LayeredState() override;
 
   // A new layer over those that there are. Nothing is mirrored before every layer has settled once, so that
   // the order in which sources are heard first does not show. What layers below it say of a path that it

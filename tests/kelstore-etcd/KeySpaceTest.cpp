@@ -1,5 +1,5 @@
 // Keys of a store: one for every path, one path for every key.
-#include "kelstore/etcd/Keys.h"
+#include "kelstore/etcd/KeySpace.h"
 
 #include <gmock/gmock.h>
 
@@ -8,7 +8,7 @@ namespace {
 
 using testing::StartsWith;
 
-const Keys kKeys("trel");
+const KeySpace kKeys("trel");
 
 std::string read(std::string_view key) {
   auto path = kKeys.path(key);
@@ -19,7 +19,7 @@ std::string read(std::string_view key) {
   return code + std::string(path.status().message());
 }
 
-TEST(EtcdKeysTest, EveryKindOfValueHasItsKey) {
+TEST(EtcdKeySpaceTest, EveryKindOfValueHasItsKey) {
   const std::vector<std::pair<Path, std::string>> all = {
       {{Kind::sysname, "", ""}, "trel/sysname"},
       {{Kind::mountMapping, "/var/log", ""}, "trel/storageMappings/mounts/%2Fvar%2Flog"},
@@ -40,7 +40,7 @@ TEST(EtcdKeysTest, EveryKindOfValueHasItsKey) {
   }
 }
 
-TEST(EtcdKeysTest, EveryByteOfANameComesBack) {
+TEST(EtcdKeySpaceTest, EveryByteOfANameComesBack) {
   EXPECT_EQ(encodedSegment("aZ09-._~"), "aZ09-._~");
   EXPECT_EQ(encodedSegment("a b%/:\"@\xc3\xa9"), "a%20b%25%2F%3A%22%40%C3%A9");
   for (const char* name : {"a b", "%2F", "%", "/mnt/caf\xc3\xa9", "..", "{\"x\"}", "+", "\\"}) {
@@ -51,7 +51,7 @@ TEST(EtcdKeysTest, EveryByteOfANameComesBack) {
   }
 }
 
-TEST(EtcdKeysTest, OtherSpellingsOfAPathAreToldAsSuch) {
+TEST(EtcdKeySpaceTest, OtherSpellingsOfAPathAreToldAsSuch) {
   EXPECT_EQ(read("trel/members/1/storage/%2fvar"),
             "bad: members/1/storage/\"/var\": found \"%2fvar\", expected \"%2Fvar\"");
   EXPECT_EQ(read("trel/members/%31/system"), "bad: members/1: found \"%31\", expected \"1\"");
@@ -62,7 +62,7 @@ TEST(EtcdKeysTest, OtherSpellingsOfAPathAreToldAsSuch) {
   EXPECT_EQ(read("trel/interfaces/%+1"), "bad: interfaces/%+1: found \"%+1\", expected \"%25%2B1\"");
 }
 
-TEST(EtcdKeysTest, SegmentsThatTheirLevelDoesNotTake) {
+TEST(EtcdKeySpaceTest, SegmentsThatTheirLevelDoesNotTake) {
   EXPECT_EQ(read("trel/members/01/system"), "bad: members/01: found \"01\", expected a member id, 0 to 255");
   EXPECT_EQ(read("trel/members/256/system"),
             "bad: members/256: found \"256\", expected a member id, 0 to 255");
@@ -78,11 +78,11 @@ TEST(EtcdKeysTest, SegmentsThatTheirLevelDoesNotTake) {
   EXPECT_THAT(read("trel/interfaces/" + std::string(4097, 'a')), StartsWith("bad: interfaces/aaa"));
 }
 
-TEST(EtcdKeysTest, NamesThatAreNotUtf8) {
+TEST(EtcdKeySpaceTest, NamesThatAreNotUtf8) {
   EXPECT_EQ(read("trel/interfaces/%FF"), "bad: interfaces/\\xff: found \"%FF\", expected UTF-8");
 }
 
-TEST(EtcdKeysTest, WhatIsNoneOfOurBusiness) {
+TEST(EtcdKeySpaceTest, WhatIsNoneOfOurBusiness) {
   EXPECT_EQ(read("trel/colour"), "unknown: colour: unknown, ignored");
   EXPECT_EQ(read("trel/members/1/fans/1"), "unknown: members/1/fans/1: unknown, ignored");
   EXPECT_EQ(read("trel/members/1/system/uptime"), "unknown: members/1/system/uptime: unknown, ignored");
@@ -93,7 +93,7 @@ TEST(EtcdKeysTest, WhatIsNoneOfOurBusiness) {
   EXPECT_EQ(read("trel"), "unknown: found \"trel\", expected a key below \"trel\"");
 }
 
-TEST(EtcdKeysTest, RangesHoldWhatIsBelowAndNothingBeside) {
+TEST(EtcdKeySpaceTest, RangesHoldWhatIsBelowAndNothingBeside) {
   auto holds = [](const KeyRange& range, const std::string& key) {
     return range.first <= key && key < range.end;
   };
@@ -111,7 +111,7 @@ TEST(EtcdKeysTest, RangesHoldWhatIsBelowAndNothingBeside) {
   EXPECT_EQ(mount.first, "trel/members/1/storage/%2Fvar/");
 }
 
-TEST(EtcdKeysTest, SegmentsOfATypedPath) {
+TEST(EtcdKeySpaceTest, SegmentsOfATypedPath) {
   EXPECT_THAT(*segmentsOf("members/1/storage/%2Fvar"),
               testing::ElementsAre("members", "1", "storage", "/var"));
   EXPECT_EQ(segmentsOf("members//storage")->at(1), "");

@@ -1,12 +1,12 @@
 // What an event has to do to its table.
 #include <fmt/format.h>
 
-#include "tests/simulation/Follower.h"
+#include "tests/simulation/Observer.h"
 #include "tests/simulation/Universe.h"
 
 namespace Simulation {
 
-std::optional<uint64_t> Follower::currentValue(const Life& life, const Element& element,
+std::optional<uint64_t> Observer::currentValue(const Life& life, const Element& element,
                                                uint64_t& entity) const {
   std::string_view key = kKeys[element.key];
   auto found = [](const auto* value) {
@@ -34,7 +34,7 @@ std::optional<uint64_t> Follower::currentValue(const Life& life, const Element& 
   }
 }
 
-void Follower::event(const Event& event) {
+void Observer::event(const Event& event) {
   Life& life = *event.life;
   const Element& element = event.element;
   eventIsOver();
@@ -89,7 +89,7 @@ void Follower::event(const Event& event) {
   frame_ = std::move(frame);
 }
 
-void Follower::linkEvent(uint32_t local, uint32_t remote) {
+void Observer::linkEvent(uint32_t local, uint32_t remote) {
   Life* life = lifeFor(PipelineId::ifTable);
   if (life == nullptr) return fail("nobody is there to handle a link");
   eventIsOver();
@@ -122,12 +122,12 @@ void Follower::linkEvent(uint32_t local, uint32_t remote) {
   frame_ = std::move(frame);
 }
 
-void Follower::touch(Life& life, TableId table, const Key& key, const Element& element, bool wrote) {
+void Observer::touch(Life& life, TableId table, const Key& key, const Element& element, bool wrote) {
   life.output(table).touches.insert_or_assign(key, OutputLife::Touch{element, wrote, life.events});
 }
 
 // Whether the mappings of the row's index changed, and no event has had to do with the row since.
-bool Follower::mappedAnew(const Life& life, TableId table, const Key& key) const {
+bool Observer::mappedAnew(const Life& life, TableId table, const Key& key) const {
   if (table != TableId::storage) return false;
   auto remapped = life.remapped.find(key.second);
   if (remapped == life.remapped.end()) return false;
@@ -139,13 +139,13 @@ bool Follower::mappedAnew(const Life& life, TableId table, const Key& key) const
 // -- What an event has to do
 
 // Whether the row under a link's old index names this link.
-bool Follower::ownsOld(const Frame& frame) const {
+bool Observer::ownsOld(const Frame& frame) const {
   const MirrorTable& table = rows(frame.life->wiring.mib, frame.table);
   auto at = table.find(*frame.old);
   return at != table.end() && at->second.row == Row{.x = frame.element.key, .y = frame.element.item};
 }
 
-std::optional<Follower::Op> Follower::nextOp(Frame& frame) {
+std::optional<Observer::Op> Observer::nextOp(Frame& frame) {
   if (frame.done) return std::nullopt;
   const MirrorTable& table = rows(frame.life->wiring.mib, frame.table);
   if (frame.element.stream == Stream::memory) return nextMemoryOp(frame);
@@ -166,7 +166,7 @@ std::optional<Follower::Op> Follower::nextOp(Frame& frame) {
   return Op{.insert = false, .key = frame.key, .row = {}};
 }
 
-std::optional<Follower::Op> Follower::nextMemoryOp(const Frame& frame) const {
+std::optional<Observer::Op> Observer::nextMemoryOp(const Frame& frame) const {
   const MirrorTable& table = rows(frame.life->wiring.mib, frame.table);
   const auto& kinds = state_.set(frame.life->wiring.mappings).mappings->memEntries();
   for (auto kind = kinds.begin(); kind; kind.next()) {
@@ -181,7 +181,7 @@ std::optional<Follower::Op> Follower::nextMemoryOp(const Frame& frame) const {
 }
 
 // The operation was made; whether there is a next one is seen when it is asked for.
-void Follower::advance(const Op& op) {
+void Observer::advance(const Op& op) {
   Frame& frame = *frame_;
   if (frame.element.stream == Stream::memory) {
     const auto& kinds = state_.set(frame.life->wiring.mappings).mappings->memEntries();
@@ -198,7 +198,7 @@ void Follower::advance(const Op& op) {
 }
 
 // An event has come to its end when the next one begins, or the step is over.
-void Follower::eventIsOver() {
+void Observer::eventIsOver() {
   if (!frame_) return;
   auto op = failure_.empty() ? nextOp(*frame_) : std::nullopt;
   if (op) {

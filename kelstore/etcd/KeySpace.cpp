@@ -1,4 +1,4 @@
-#include "kelstore/etcd/Keys.h"
+#include "kelstore/etcd/KeySpace.h"
 
 #include <fmt/format.h>
 
@@ -58,19 +58,19 @@ absl::StatusOr<std::vector<std::string>> segmentsOf(std::string_view text) {
   return segments;
 }
 
-std::string Keys::key(std::span<const std::string> segments) const {
+std::string KeySpace::key(std::span<const std::string> segments) const {
   std::string key = prefix_;
   for (const std::string& segment : segments) key += "/" + encodedSegment(segment);
   return key;
 }
 
-KeyRange Keys::below(std::span<const std::string> segments) const {
+KeyRange KeySpace::below(std::span<const std::string> segments) const {
   std::string stem = key(segments);
   // '0' comes right after '/'.
   return {stem + '/', stem + '0'};
 }
 
-absl::StatusOr<Path> Keys::path(std::string_view key) const {
+absl::StatusOr<Path> KeySpace::path(std::string_view key) const {
   if (!key.starts_with(prefix_ + "/")) {
     return absl::NotFoundError(
         fmt::format("found {}, expected a key below {}", Runtime::inQuotes(key), Runtime::inQuotes(prefix_)));
@@ -97,7 +97,7 @@ absl::StatusOr<Path> Keys::path(std::string_view key) const {
   return position.path;
 }
 
-KeyTable::GroupOf Keys::groups(const Limits& limits) const {
+KeyTable::GroupOf KeySpace::groups(const Limits& limits) const {
   return [keys = *this, limits](const std::string& key) -> KeyTable::Group {
     if (key.size() > limits.keyBytes) return {kLongKeys, 0};
     absl::StatusOr<Path> path = keys.path(key);

@@ -109,11 +109,11 @@ struct Life {
   OutputLife& output(TableId table);
 };
 
-class Follower final : public Lumalog::Sink {
+class Observer final : public Lumalog::Sink {
  public:
   // log: gets a line for each trace and publication; may be empty.
-  Follower(State& state, std::function<void(std::string_view)> log);
-  ~Follower() override;
+  Observer(State& state, std::function<void(std::string_view)> log);
+  ~Observer() override;
 
   // The first thing that was wrong; empty while all is well.
   const std::string& failure() const { return failure_; }

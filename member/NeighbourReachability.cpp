@@ -1,17 +1,17 @@
-#include "member/Reachability.h"
+#include "member/NeighbourReachability.h"
 
 #include <algorithm>
 #include <utility>
 
 namespace Member {
 
-Reachability::Reachability(const Settings& settings, const Zavro::Clock& clock)
+NeighbourReachability::NeighbourReachability(const Settings& settings, const Zavro::Clock& clock)
     : settings_(settings),
       clock_(clock),
       state_(settings.enabled ? State::unknown : State::disabled),
       lastChangeNs_(clock.utcNs()) {}
 
-void Reachability::settingsIs(const Settings& settings) {
+void NeighbourReachability::settingsIs(const Settings& settings) {
   bool switchedOn = settings.enabled && !settings_.enabled;
   settings_ = settings;
   while (window_.size() > settings_.window) window_.pop_front();
@@ -24,7 +24,7 @@ void Reachability::settingsIs(const Settings& settings) {
   if (auto known = std::exchange(carrier_, std::nullopt)) carrierIs(*known);
 }
 
-void Reachability::carrierIs(Carrier carrier) {
+void NeighbourReachability::carrierIs(Carrier carrier) {
   if (carrier_ == carrier) return;
   std::optional<Carrier> before = std::exchange(carrier_, carrier);
   forgetEchoes();
@@ -41,7 +41,7 @@ void Reachability::carrierIs(Carrier carrier) {
   }
 }
 
-void Reachability::echoIs(Echo echo) {
+void NeighbourReachability::echoIs(Echo echo) {
   if (!probing()) return;
   inRow_ = echo == last_ ? inRow_ + 1 : 1;
   last_ = echo;
@@ -62,7 +62,7 @@ void Reachability::echoIs(Echo echo) {
   }
 }
 
-void Reachability::answered() {
+void NeighbourReachability::answered() {
   if (state_ == State::unknown) stateIs(State::initializing);
   if (!up()) {
     if (inRow_ < settings_.answersUp) return;
@@ -74,18 +74,18 @@ void Reachability::answered() {
   if (losses == 0) stateIs(State::reachable);
 }
 
-void Reachability::stateIs(State state) {
+void NeighbourReachability::stateIs(State state) {
   if (state_ == state) return;
   state_ = state;
   lastChangeNs_ = clock_.utcNs();
 }
 
-void Reachability::forgetEchoes() {
+void NeighbourReachability::forgetEchoes() {
   inRow_ = 0;
   window_.clear();
 }
 
-uint32_t Reachability::lossesInWindow() const {
+uint32_t NeighbourReachability::lossesInWindow() const {
   return static_cast<uint32_t>(std::count(window_.begin(), window_.end(), true));
 }
 

@@ -1,5 +1,5 @@
 // Every transition between the six states, and what does not change the state.
-#include "member/Reachability.h"
+#include "member/NeighbourReachability.h"
 
 #include <gtest/gtest.h>
 
@@ -40,8 +40,8 @@ class ReachabilityTest : public testing::Test {
   uint64_t lastChange() const { return (reachability_->lastChangeNs() - kStartNs) / kStepNs; }
 
   Zavro::ManualClock clock_{kStartNs};
-  Reachability::Settings settings_{true, 3, 3, 6, 2};
-  std::optional<Reachability> reachability_{std::in_place, settings_, clock_};
+  NeighbourReachability::Settings settings_{true, 3, 3, 6, 2};
+  std::optional<NeighbourReachability> reachability_{std::in_place, settings_, clock_};
 
  private:
   void take(char step) {

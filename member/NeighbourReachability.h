@@ -32,7 +32,7 @@ enum class Carrier : uint8_t { missing, switchedOff, down, up };
 
 enum class Echo : uint8_t { answered, lost, notSent };
 
-class Reachability final {
+class NeighbourReachability final {
  public:
   using State = Trel::ReachabilityState::State;
 
@@ -46,7 +46,7 @@ class Reachability final {
   };
 
   // The clock outlives this.
-  Reachability(const Settings& settings, const Zavro::Clock& clock);
+  NeighbourReachability(const Settings& settings, const Zavro::Clock& clock);
 
   // From now on these count; what is known stays, unless it is switched on or off by them.
   void settingsIs(const Settings& settings);

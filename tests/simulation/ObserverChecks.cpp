@@ -3,12 +3,12 @@
 
 #include <algorithm>
 
-#include "tests/simulation/Follower.h"
+#include "tests/simulation/Observer.h"
 #include "tests/simulation/Universe.h"
 
 namespace Simulation {
 
-void Follower::stepEnds(bool settled) {
+void Observer::stepEnds(bool settled) {
   eventIsOver();
   checkMirrors();
   for (auto& life : lives_) {
@@ -19,7 +19,7 @@ void Follower::stepEnds(bool settled) {
   ++steps_;
 }
 
-void Follower::checkMirrors() {
+void Observer::checkMirrors() {
   for (size_t set = 0; set < kSets && failure_.empty(); ++set) {
     Mirror& mirror = mirrors_[set];
     for (size_t place = 0; place < kTables; ++place) {
@@ -50,7 +50,7 @@ void Follower::checkMirrors() {
   }
 }
 
-bool Follower::outputReady(const Life& life, TableId table) const {
+bool Observer::outputReady(const Life& life, TableId table) const {
   namespace A = TrelSnmp::Agent;
   const auto& pipeline = *life.pipeline;
   switch (table) {
@@ -75,7 +75,7 @@ bool Follower::outputReady(const Life& life, TableId table) const {
   }
 }
 
-Oracle::Rows Follower::claims(const Life& life, TableId table) const {
+Oracle::Rows Observer::claims(const Life& life, TableId table) const {
   const Wiring& of = life.wiring;
   const Kor::Dir& hosts = *state_.set(of.hostResourcesDir).hostResourcesDir;
   switch (table) {
@@ -93,7 +93,7 @@ Oracle::Rows Follower::claims(const Life& life, TableId table) const {
   }
 }
 
-void Follower::checkLife(Life& life, bool settled) {
+void Observer::checkLife(Life& life, bool settled) {
   bool allReady = true;
   for (OutputLife& output : life.outputs) {
     bool ready = outputReady(life, output.table);
@@ -132,7 +132,7 @@ void Follower::checkLife(Life& life, bool settled) {
   }
 }
 
-void Follower::checkOutput(Life& life, OutputLife& output) {
+void Observer::checkOutput(Life& life, OutputLife& output) {
   if (output.table == TableId::baIf) {
     checkLinks(life);
   } else {
@@ -142,7 +142,7 @@ void Follower::checkOutput(Life& life, OutputLife& output) {
 }
 
 // Every element was handled as it is now.
-void Follower::checkEvents(const Life& life, TableId table) {
+void Observer::checkEvents(const Life& life, TableId table) {
   size_t alive = 0;
   auto expectHandled = [&](Stream stream, std::string_view key, uint32_t item, uint64_t value) {
     ++alive;
@@ -186,7 +186,7 @@ void Follower::checkEvents(const Life& life, TableId table) {
     fail(fmt::format("{} is ready, but {} elements have not been withdrawn", nameOf(life.id), known - alive));
 }
 
-void Follower::checkLinks(const Life& life) {
+void Observer::checkLinks(const Life& life) {
   const Trel::TopologyConfig& topology = *state_.set(life.wiring.topology).topology;
   const IntfSnmp::IfMib& ifMib = *state_.set(life.wiring.ifMib).ifMib;
   size_t alive = 0;
@@ -207,7 +207,7 @@ void Follower::checkLinks(const Life& life) {
 
 // Each row shows one of the claims on its key, down to the values of the records behind it, and a claimed row
 // that is not there was withdrawn by another element that had claimed it, too.
-void Follower::checkRows(const Life& life, const OutputLife& output, const Oracle::Rows& claims) {
+void Observer::checkRows(const Life& life, const OutputLife& output, const Oracle::Rows& claims) {
   withTable(*state_.set(life.wiring.mib).mib, output.table, [&](const auto& table) {
     const Oracle::Rows shown = Oracle::rowsIn(table);
     for (const auto& row : shown) {
@@ -227,7 +227,7 @@ void Follower::checkRows(const Life& life, const OutputLife& output, const Oracl
 
 // A link whose index another one gave up is processed again; elsewhere a withdrawal takes the row along,
 // whoever else claims it.
-void Follower::checkLacking(const Life& life, const OutputLife& output, const Key& key) {
+void Observer::checkLacking(const Life& life, const OutputLife& output, const Key& key) {
   if (mappedAnew(life, output.table, key)) return;
   auto touch = output.touches.find(key);
   bool withdrawn = output.table != TableId::baIf && touch != output.touches.end() && !touch->second.wrote &&

@@ -15,7 +15,7 @@ uint32_t shown(const World& world) {
   return value == nullptr ? 0 : *value;
 }
 
-TEST(StoreTest, LaterLayerWins_AndItsWithdrawalBringsTheEarlierBack) {
+TEST(LayeredStateTest, LaterLayerWins_AndItsWithdrawalBringsTheEarlierBack) {
   World world(2);
   world.says(ifIndex(1), 0);
   world.says(ifIndex(2), 1);
@@ -27,7 +27,7 @@ TEST(StoreTest, LaterLayerWins_AndItsWithdrawalBringsTheEarlierBack) {
   EXPECT_EQ(world.says("{}", 0), "-ifIndex[Backplane1/1]");
 }
 
-TEST(StoreTest, WithdrawnValueEqualsTheEarlierOne_NothingIsNotified) {
+TEST(LayeredStateTest, WithdrawnValueEqualsTheEarlierOne_NothingIsNotified) {
   World world(2);
   world.says(ifIndex(7), 0);
   world.says(ifIndex(7), 1);
@@ -36,7 +36,7 @@ TEST(StoreTest, WithdrawnValueEqualsTheEarlierOne_NothingIsNotified) {
   EXPECT_EQ(world.says("{}", 1), "");
 }
 
-TEST(StoreTest, MemberIsHeldByTwoLayers_ItStaysUntilBothWithdrawIt) {
+TEST(LayeredStateTest, MemberIsHeldByTwoLayers_ItStaysUntilBothWithdrawIt) {
   World world(2);
   world.says(R"({"members": {"3": {"processors": {"1": {"load": 1}}}}})", 0);
   world.says(R"({"members": {"3": {"processors": {"2": {"load": 2}}}}})", 1);
@@ -45,14 +45,14 @@ TEST(StoreTest, MemberIsHeldByTwoLayers_ItStaysUntilBothWithdrawIt) {
 }
 
 // A layer over that of World's first one, which alone speaks for the processors of member 3.
-Store::Layer claimingLayer(World& world) {
-  return world.store.layerIs(
+LayeredState::Layer claimingLayer(World& world) {
+  return world.layers.layerIs(
       [](Kind kind, std::string_view first) { return kind == Kind::processor && first == "3"; });
 }
 
-TEST(StoreTest, ClaimedPath_WhatLowerLayersSayThereDoesNotCount) {
+TEST(LayeredStateTest, ClaimedPath_WhatLowerLayersSayThereDoesNotCount) {
   World world(1);
-  Store::Layer upper = claimingLayer(world);
+  LayeredState::Layer upper = claimingLayer(world);
   world.says(R"({"members": {"3": {"processors": {"1": {"load": 1}, "2": {"load": 1}}},
                              "4": {"processors": {"1": {"load": 1}}}}})",
              0);
@@ -62,21 +62,21 @@ TEST(StoreTest, ClaimedPath_WhatLowerLayersSayThereDoesNotCount) {
   EXPECT_EQ(world.says(R"({"members": {"3": {"processors": {}}}})", upper), "-3.cpu[2]");
 }
 
-TEST(StoreTest, ClaimedElementOfALowerLayer_DoesNotAppear_WhatIsNotClaimedDoes) {
+TEST(LayeredStateTest, ClaimedElementOfALowerLayer_DoesNotAppear_WhatIsNotClaimedDoes) {
   World world(1);
-  Store::Layer upper = claimingLayer(world);
+  LayeredState::Layer upper = claimingLayer(world);
   world.submit(R"({"members": {"3": {"processors": {"1": {"load": 1}}}}})", 0);
-  world.store.settledIs(0);
+  world.layers.settledIs(0);
   // That there are processors is not claimed, so the member is there, without the one.
   EXPECT_EQ(world.says("{}", upper), "host[3]");
   EXPECT_TRUE(world.host("3")->processorTable().empty());
   EXPECT_EQ(world.says("{}", 0), "-host[3]");
 }
 
-TEST(StoreTest, LowestLayer_CountsWhereNoOtherSaysSomething) {
+TEST(LayeredStateTest, LowestLayer_CountsWhereNoOtherSaysSomething) {
   World world(2);
-  Store::Layer lowest = world.store.lowestLayerIs();
-  world.store.settledIs(lowest);
+  LayeredState::Layer lowest = world.layers.lowestLayerIs();
+  world.layers.settledIs(lowest);
   world.says(ifIndex(1), 0);
   world.says(ifIndex(2), 1);
   EXPECT_EQ(world.says(ifIndex(9), lowest), "");
@@ -86,50 +86,50 @@ TEST(StoreTest, LowestLayer_CountsWhereNoOtherSaysSomething) {
   EXPECT_EQ(shown(world), 9u);
 }
 
-TEST(StoreTest, LayerAboveAClaim_WinsAsEver) {
+TEST(LayeredStateTest, LayerAboveAClaim_WinsAsEver) {
   World world(1);
-  Store::Layer claiming = claimingLayer(world);
-  Store::Layer top = world.store.layerIs();
+  LayeredState::Layer claiming = claimingLayer(world);
+  LayeredState::Layer top = world.layers.layerIs();
   world.submit(R"({"members": {"3": {"processors": {"1": {"load": 1}}}}})", claiming);
-  for (Store::Layer layer : {Store::Layer{0}, claiming}) world.store.settledIs(layer);
+  for (LayeredState::Layer layer : {LayeredState::Layer{0}, claiming}) world.layers.settledIs(layer);
   world.says(R"({"members": {"3": {"processors": {"1": {"load": 7}}}}})", top);
   EXPECT_EQ((*world.host("3")->processorTable().find(1u))->load(), 7);
 }
 
-TEST(StoreTest, NothingIsMirroredBeforeEveryLayerSettled) {
+TEST(LayeredStateTest, NothingIsMirroredBeforeEveryLayerSettled) {
   World world(2);
   EXPECT_EQ(world.says(ifIndex(1), 0), "");
-  EXPECT_FALSE(world.store.idle());
+  EXPECT_FALSE(world.layers.idle());
   world.submit(ifIndex(2), 1);
   EXPECT_EQ(world.drained(), "");
-  world.store.settledIs(1);
+  world.layers.settledIs(1);
   EXPECT_EQ(world.drained(), "ifIndex[Backplane1/1]");
   EXPECT_EQ(shown(world), 2u);
-  EXPECT_TRUE(world.store.idle());
+  EXPECT_TRUE(world.layers.idle());
 }
 
-TEST(StoreTest, MappingsOfALaterLayerComeBeforeStorageOfAnEarlier) {
+TEST(LayeredStateTest, MappingsOfALaterLayerComeBeforeStorageOfAnEarlier) {
   World world(2);
   world.says(R"({"members": {"1": {"storage": {"/": {"allocationUnits": 1, "size": 1, "free": 1}}}}})", 0);
   world.submit(
       R"({"storageMappings": {"mounts": {"/": {"index": 1, "type": "1.3", "description": "root"}}}})", 1);
-  world.store.settledIs(1);
+  world.layers.settledIs(1);
   EXPECT_EQ(world.drained(), "mount[/] host[1] 1.storage[/]");
 }
 
-TEST(StoreTest, TaskYieldsAfterEveryPath_EachStepAppliesOne) {
+TEST(LayeredStateTest, TaskYieldsAfterEveryPath_EachStepAppliesOne) {
   World world;
   world.submit(R"({"interfaces": {"a": {"ifIndex": 1}, "b": {"ifIndex": 2}, "c": {"ifIndex": 3}}})");
-  world.store.settledIs(0);
+  world.layers.settledIs(0);
   std::vector<std::string> steps;
   world.scheduler.drain([&] { steps.push_back(world.takeLog()); });
   EXPECT_THAT(steps, testing::ElementsAre("ifIndex[a]", "ifIndex[b]", "ifIndex[c]"));
 }
 
-TEST(StoreTest, ChangesBetweenSteps_TheMirrorEndsAsTheLastSnapshotSays) {
+TEST(LayeredStateTest, ChangesBetweenSteps_TheMirrorEndsAsTheLastSnapshotSays) {
   World world;
   world.submit(R"({"interfaces": {"a": {"ifIndex": 1}, "b": {"ifIndex": 2}, "c": {"ifIndex": 3}}})");
-  world.store.settledIs(0);
+  world.layers.settledIs(0);
   world.scheduler.step();
   world.submit(R"({"interfaces": {"b": {"ifIndex": 9}}})");
   world.scheduler.drain();
@@ -137,27 +137,27 @@ TEST(StoreTest, ChangesBetweenSteps_TheMirrorEndsAsTheLastSnapshotSays) {
   EXPECT_EQ(world.mirror.ifMib()->ifIndexByIntfId().size(), 1u);
 }
 
-TEST(StoreTest, ChangesComeFasterThanTheyAreApplied_APathThatKeepsChangingTakesNoMoreRoom) {
+TEST(LayeredStateTest, ChangesComeFasterThanTheyAreApplied_APathThatKeepsChangingTakesNoMoreRoom) {
   World world;
   world.submit(R"({"interfaces": {"a": {"ifIndex": 1}, "b": {"ifIndex": 2}, "c": {"ifIndex": 3}}})");
   for (int i = 0; i < 1000; ++i) {
     world.submit(R"({"interfaces": {"b": {"ifIndex": )" + std::to_string(i) + "}}}");
     world.submit(R"({"interfaces": {"a": {"ifIndex": )" + std::to_string(i) + "}}}");
-    ASSERT_LE(world.store.pending(), 6u);
+    ASSERT_LE(world.layers.pending(), 6u);
   }
-  world.store.settledIs(0);
+  world.layers.settledIs(0);
   EXPECT_EQ(world.drained(), "ifIndex[a]");
-  EXPECT_EQ(world.store.pending(), 0u);
+  EXPECT_EQ(world.layers.pending(), 0u);
 }
 
-TEST(StoreTest, ManyBatchesOfAllSizes_EveryPathIsApplied) {
+TEST(LayeredStateTest, ManyBatchesOfAllSizes_EveryPathIsApplied) {
   World world;
   std::string all;
   for (int i = 0; i < 300; ++i) {
     all += (all.empty() ? "" : ", ") + fmt::format(R"("i{}": {{"ifIndex": {}}})", i, i);
     if (i % 3 != 1) world.submit(R"({"interfaces": {)" + all + "}}");
     if (i % 7 == 0) world.scheduler.step();
-    if (i == 5) world.store.settledIs(0);
+    if (i == 5) world.layers.settledIs(0);
   }
   world.submit(R"({"interfaces": {)" + all + "}}");
   world.drained();

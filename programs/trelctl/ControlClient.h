@@ -18,17 +18,17 @@ class Unreachable final : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-class Client {
+class ControlClient {
  public:
   // How long the daemon may take to let a client in, and for one line. It does so within milliseconds.
   static constexpr int kAnswerMs = 10'000;
 
   // Connects to a daemon of root, of this user, or of the user to whom root gave the directory of the socket;
   // throws Unreachable, also when it is somebody else's.
-  explicit Client(const std::string& path, int answerMs = kAnswerMs);
-  ~Client();
-  Client(const Client&) = delete;
-  Client& operator=(const Client&) = delete;
+  explicit ControlClient(const std::string& path, int answerMs = kAnswerMs);
+  ~ControlClient();
+  ControlClient(const ControlClient&) = delete;
+  ControlClient& operator=(const ControlClient&) = delete;
 
   // Sends a request; throws Unreachable.
   void send(const char* op);

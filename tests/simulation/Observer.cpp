@@ -1,4 +1,4 @@
-#include "tests/simulation/Follower.h"
+#include "tests/simulation/Observer.h"
 
 #include <fmt/format.h>
 
@@ -52,7 +52,7 @@ OutputLife& Life::output(TableId table) {
   return outputs.size() == 1 || outputs.front().table == table ? outputs.front() : outputs.back();
 }
 
-Follower::Follower(State& state, std::function<void(std::string_view)> log)
+Observer::Observer(State& state, std::function<void(std::string_view)> log)
     : state_(state), log_(std::move(log)) {
   for (uint32_t i = 0; i < kKeys.size(); ++i) keyPlaces_[kKeys[i]] = i;
   for (uint32_t i = 0; i < kMounts.size(); ++i) mountPlaces_[kMounts[i]] = i;
@@ -65,17 +65,17 @@ Follower::Follower(State& state, std::function<void(std::string_view)> log)
   Lumalog::sinkIs(this);
 }
 
-Follower::~Follower() {
+Observer::~Observer() {
   Lumalog::sinkIs(nullptr);
   Lumalog::levelsReset();
 }
 
-void Follower::fail(std::string what) {
+void Observer::fail(std::string what) {
   if (log_) log_("!! " + what);
   if (failure_.empty()) failure_ = std::move(what);
 }
 
-void Follower::note(std::string_view what) {
+void Observer::note(std::string_view what) {
   uint64_t hash = digest_ ^ what.size();
   while (what.size() >= sizeof(uint64_t)) {
     uint64_t word = 0;
@@ -90,7 +90,7 @@ void Follower::note(std::string_view what) {
 
 // -- The lives of pipelines
 
-std::unique_ptr<Life> Follower::newLife(PipelineId id, const Wiring& wiring) {
+std::unique_ptr<Life> Observer::newLife(PipelineId id, const Wiring& wiring) {
   auto life = std::make_unique<Life>();
   life->id = id;
   life->wiring = wiring;
@@ -100,39 +100,39 @@ std::unique_ptr<Life> Follower::newLife(PipelineId id, const Wiring& wiring) {
   return life;
 }
 
-void Follower::making(PipelineId id, const Wiring& wiring) {
+void Observer::making(PipelineId id, const Wiring& wiring) {
   handedOver(id);
   lives_[static_cast<size_t>(id)] = newLife(id, wiring);
 }
 
-void Follower::made(PipelineId id, const TrelSnmp::Agent::Pipeline* pipeline) {
+void Observer::made(PipelineId id, const TrelSnmp::Agent::Pipeline* pipeline) {
   current(id)->pipeline = pipeline;
 }
 
-void Follower::leaving(PipelineId id, std::function<bool()> stored) {
+void Observer::leaving(PipelineId id, std::function<bool()> stored) {
   auto place = static_cast<size_t>(id);
   leaving_[place] = std::move(lives_[place]);
   stored_ = std::move(stored);
 }
 
-void Follower::left(PipelineId id) { dropped(std::move(leaving_[static_cast<size_t>(id)])); }
+void Observer::left(PipelineId id) { dropped(std::move(leaving_[static_cast<size_t>(id)])); }
 
-void Follower::handedOver(PipelineId id) {
+void Observer::handedOver(PipelineId id) {
   auto& life = lives_[static_cast<size_t>(id)];
   if (!life) return;
   buried_.push_back(std::move(life));
 }
 
-std::unique_ptr<Life> Follower::detached(PipelineId id) {
+std::unique_ptr<Life> Observer::detached(PipelineId id) {
   Life* life = current(id);
   if (life != nullptr) paused(id);
   return std::move(lives_[static_cast<size_t>(id)]);
 }
 
-void Follower::dropping(Life& life) { dropping_[static_cast<size_t>(life.id)] = &life; }
+void Observer::dropping(Life& life) { dropping_[static_cast<size_t>(life.id)] = &life; }
 
 // Rows of members whose system figures were served stay; all others that the pipeline wrote are gone.
-void Follower::dropped(std::unique_ptr<Life> life) {
+void Observer::dropped(std::unique_ptr<Life> life) {
   if (!life) return;
   Life*& dropping = dropping_[static_cast<size_t>(life->id)];
   if (dropping == life.get()) dropping = nullptr;
@@ -158,45 +158,45 @@ void Follower::dropped(std::unique_ptr<Life> life) {
   buried_.push_back(std::move(life));
 }
 
-void Follower::paused(PipelineId id) {
+void Observer::paused(PipelineId id) {
   if (Life* life = current(id)) life->active = false;
 }
 
-void Follower::resumed(PipelineId id) {
+void Observer::resumed(PipelineId id) {
   if (Life* life = current(id)) {
     life->active = true;
     life->dirty = true;
   }
 }
 
-void Follower::remapped(size_t set, uint32_t index) {
+void Observer::remapped(size_t set, uint32_t index) {
   for (auto* lives : {&lives_, &leaving_}) {
     auto& life = (*lives)[static_cast<size_t>(PipelineId::storage)];
     if (life && life->wiring.mappings == set) life->remapped[index] = life->events;
   }
 }
 
-void Follower::stateChanged(PipelineId id) {
+void Observer::stateChanged(PipelineId id) {
   if (Life* life = current(id)) life->dirty = true;
 }
 
-Life* Follower::lifeFor(PipelineId id) {
+Life* Observer::lifeFor(PipelineId id) {
   auto place = static_cast<size_t>(id);
   if (dropping_[place] != nullptr) return dropping_[place];
   bool old = leaving_[place] && stored_();
   return old ? leaving_[place].get() : lives_[place].get();
 }
 
-bool Follower::isGoing(const Life& life) const {
+bool Observer::isGoing(const Life& life) const {
   auto place = static_cast<size_t>(life.id);
   return dropping_[place] == &life || leaving_[place].get() == &life;
 }
 
-bool Follower::mayHandle(const Life& life) const { return life.active || isGoing(life); }
+bool Observer::mayHandle(const Life& life) const { return life.active || isGoing(life); }
 
 // -- Publications
 
-void Follower::published(size_t set, const TrelSnmp::TrelMib::Change& change) {
+void Observer::published(size_t set, const TrelSnmp::TrelMib::Change& change) {
   ++publications_;
   TableId table = tableNamed(change.table);
   Op op{.insert = change.entry != nullptr, .key = keyOf(change.key), .row = {}};
@@ -236,7 +236,7 @@ void Follower::published(size_t set, const TrelSnmp::TrelMib::Change& change) {
   if (failure_.empty()) onPublication_();
 }
 
-bool Follower::justified(size_t set, TableId table, const Op& op) {
+bool Observer::justified(size_t set, TableId table, const Op& op) {
   if (frame_ && frame_->table == table && frame_->life->wiring.mib == set && nextOp(*frame_) == op) {
     advance(op);
     return true;
@@ -246,7 +246,7 @@ bool Follower::justified(size_t set, TableId table, const Op& op) {
 }
 
 // A row that a pipeline had taken over, and that goes with it because nothing has accounted for it since.
-bool Follower::byEndOfAdopter(size_t set, TableId table, const Op& op) {
+bool Observer::byEndOfAdopter(size_t set, TableId table, const Op& op) {
   for (size_t place = 0; place < kPipelines; ++place) {
     for (Life* life : {leaving_[place].get(), dropping_[place]}) {
       if (life == nullptr || life->wiring.mib != set) continue;
@@ -259,7 +259,7 @@ bool Follower::byEndOfAdopter(size_t set, TableId table, const Op& op) {
 }
 
 // A row that nothing has accounted for since the pipeline started, once all that is there has been looked at.
-bool Follower::byReconciliation(size_t set, TableId table, const Op& op) {
+bool Observer::byReconciliation(size_t set, TableId table, const Op& op) {
   for (auto& life : lives_) {
     if (!life || life->wiring.mib != set ||
         (life->outputs.front().table != table && life->outputs.back().table != table))
@@ -277,7 +277,7 @@ bool Follower::byReconciliation(size_t set, TableId table, const Op& op) {
   return false;
 }
 
-bool Follower::byCacheOfDropped(size_t set, const Op& op) {
+bool Observer::byCacheOfDropped(size_t set, const Op& op) {
   constexpr auto kPlace = static_cast<size_t>(PipelineId::ifTable);
   for (Life* life : {dropping_[kPlace], leaving_[kPlace].get()}) {
     if (life == nullptr || life->wiring.mib != set) continue;
@@ -290,7 +290,7 @@ bool Follower::byCacheOfDropped(size_t set, const Op& op) {
   return false;
 }
 
-void Follower::applyToMirror(size_t set, TableId table, const Op& op) {
+void Observer::applyToMirror(size_t set, TableId table, const Op& op) {
   Mirror& mirror = mirrors_[set];
   auto place = static_cast<size_t>(table);
   MirrorTable& rows = mirror.tables[place];

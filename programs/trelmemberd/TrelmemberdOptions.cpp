@@ -1,4 +1,4 @@
-#include "programs/trelmemberd/Options.h"
+#include "programs/trelmemberd/TrelmemberdOptions.h"
 
 #include "host/TraceOptions.h"
 #include "runtime/CommandLine.h"

@@ -9,7 +9,7 @@
 #include <string_view>
 #include <utility>
 
-#include "platform/kor/Text.h"
+#include "platform/kor/TextForm.h"
 
 namespace TrelSnmp {
 

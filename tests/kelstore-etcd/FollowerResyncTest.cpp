@@ -11,9 +11,9 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-class AuditTest : public FollowerTest {
+class ResyncTest : public FollowerTest {
  protected:
-  AuditTest() {
+  ResyncTest() {
     watching();
     advanceHearing(60'000);
   }
@@ -26,10 +26,10 @@ class AuditTest : public FollowerTest {
   }
 };
 
-TEST_F(AuditTest, NothingDiffers_NothingIsToldAndTheNextComesInTime) {
+TEST_F(ResyncTest, NothingDiffers_NothingIsToldAndTheNextComesInTime) {
   EXPECT_THAT(commands(), ElementsAre("read p/ at 0 x500"));
   page(at(10), {record("p/a", "1", 3), record("p/b", "2", 5)});
-  EXPECT_EQ(follower_.counters().audits, 1u);
+  EXPECT_EQ(follower_.counters().resyncs, 1u);
   EXPECT_EQ(follower_.counters().repairs, 0u);
   EXPECT_THAT(batches(), IsEmpty());
   advanceHearing(59'000);
@@ -38,26 +38,26 @@ TEST_F(AuditTest, NothingDiffers_NothingIsToldAndTheNextComesInTime) {
   EXPECT_THAT(commands(), ElementsAre("read p/ at 0 x500"));
 }
 
-TEST_F(AuditTest, ReadsPageByPage_WithPausesInBetween) {
+TEST_F(ResyncTest, ReadsPageByPage_WithPausesInBetween) {
   commands();
   page(at(10), {record("p/a", "1", 3)}, true);
   EXPECT_THAT(commands(), IsEmpty());
-  advance(Follower::kAuditPauseMs);
+  advance(Follower::kResyncPauseMs);
   EXPECT_THAT(commands(), ElementsAre("read p/a+ at 0 x500"));
-  EXPECT_EQ(follower_.counters().audits, 0u);
+  EXPECT_EQ(follower_.counters().resyncs, 0u);
   page(at(10), {record("p/b", "2", 5)});
-  EXPECT_EQ(follower_.counters().audits, 1u);
+  EXPECT_EQ(follower_.counters().resyncs, 1u);
   EXPECT_EQ(follower_.counters().repairs, 0u);
 }
 
-TEST_F(AuditTest, LostEvents_AreRepairedAndCounted) {
+TEST_F(ResyncTest, LostEvents_AreRepairedAndCounted) {
   // Of these, neither the change of a, the deletion of b nor the appearance of c was told.
   page(at(15), {record("p/a", "9", 13), record("p/c", "3", 15)});
   EXPECT_THAT(batches(), IsEmpty()) << "they may be on their way";
   advance(Follower::kGraceMs);
   EXPECT_THAT(batches(), ElementsAre("10: p/a=9 -p/b p/c=3"));
   EXPECT_EQ(follower_.counters().repairs, 3u);
-  EXPECT_EQ(follower_.counters().audits, 1u);
+  EXPECT_EQ(follower_.counters().resyncs, 1u);
   EXPECT_EQ(follower_.revision(), 10) << "what else may have happened is still to be asked for";
   // An event that comes after all is nothing new.
   says(at(15), {put("p/a", "9", 13), del("p/b", 14), put("p/c", "3", 15)});
@@ -65,7 +65,7 @@ TEST_F(AuditTest, LostEvents_AreRepairedAndCounted) {
   EXPECT_EQ(follower_.counters().dropped, 3u);
 }
 
-TEST_F(AuditTest, RevisionOfThePageIsApplied_WhatDiffersIsRepairedAtOnce) {
+TEST_F(ResyncTest, RevisionOfThePageIsApplied_WhatDiffersIsRepairedAtOnce) {
   says(at(16), {put("p/d", "4", 16)});
   page(at(16), {record("p/a", "9", 13), record("p/b", "2", 5), record("p/d", "4", 16)});
   EXPECT_THAT(batches(), ElementsAre("16: p/d=4", "16: p/a=9"));
@@ -73,17 +73,17 @@ TEST_F(AuditTest, RevisionOfThePageIsApplied_WhatDiffersIsRepairedAtOnce) {
 }
 
 // They showed the key again until the event of its deletion came.
-TEST_F(AuditTest, EventsFromBeforeARepairedDeletion_BringNothingBack) {
+TEST_F(ResyncTest, EventsFromBeforeARepairedDeletion_BringNothingBack) {
   page(at(100), {record("p/a", "1", 3)});
   advance(Follower::kGraceMs);
   EXPECT_THAT(batches(), ElementsAre("10: -p/b"));
-  // Also not when the watch breaks before they come, and when the next audit has ended.
+  // Also not when the watch breaks before they come, and when the next resync has ended.
   reconnecting();
   page(at(100), {});
   created(at(100));
-  advance(Follower::kResumedAuditMs);
+  advance(Follower::kResumedResyncMs);
   page(at(100), {record("p/a", "1", 3)});
-  EXPECT_EQ(follower_.counters().audits, 2u);
+  EXPECT_EQ(follower_.counters().resyncs, 2u);
   says(at(100), {put("p/b", "3", 93)});
   says(at(100), {del("p/b", 95)});
   says(at(100), {put("p/b", "4", 97), del("p/b", 99)});
@@ -94,7 +94,7 @@ TEST_F(AuditTest, EventsFromBeforeARepairedDeletion_BringNothingBack) {
   EXPECT_THAT(batches(), ElementsAre("101: p/b=5"));
 }
 
-TEST_F(AuditTest, DeletionIsRepaired_InAnotherHistoryTheKeyIsNew) {
+TEST_F(ResyncTest, DeletionIsRepaired_InAnotherHistoryTheKeyIsNew) {
   page(at(15), {record("p/a", "1", 3)});
   advance(Follower::kGraceMs);
   batches();
@@ -106,17 +106,17 @@ TEST_F(AuditTest, DeletionIsRepaired_InAnotherHistoryTheKeyIsNew) {
   EXPECT_THAT(batches(), ElementsAre("12:", "13: p/b=9"));
 }
 
-TEST_F(AuditTest, EventsAreOnTheirWay_NothingIsRepaired) {
+TEST_F(ResyncTest, EventsAreOnTheirWay_NothingIsRepaired) {
   page(at(15), {record("p/a", "9", 13), record("p/c", "3", 15)});
   says(at(15), {put("p/a", "9", 13), del("p/b", 14), put("p/c", "3", 15)});
   EXPECT_THAT(batches(), ElementsAre("15: p/a=9 -p/b p/c=3"));
   advance(Follower::kGraceMs);
   EXPECT_THAT(batches(), IsEmpty());
   EXPECT_EQ(follower_.counters().repairs, 0u);
-  EXPECT_EQ(follower_.counters().audits, 1u);
+  EXPECT_EQ(follower_.counters().resyncs, 1u);
 }
 
-TEST_F(AuditTest, PageIsOlderThanWhatIsKnown_NothingIsTakenBack) {
+TEST_F(ResyncTest, PageIsOlderThanWhatIsKnown_NothingIsTakenBack) {
   says(at(14), {put("p/a", "9", 12), del("p/b", 13), put("p/c", "3", 14)});
   batches();
   page(at(11), {record("p/a", "1", 3), record("p/b", "2", 5)});
@@ -126,14 +126,14 @@ TEST_F(AuditTest, PageIsOlderThanWhatIsKnown_NothingIsTakenBack) {
   // It was overtaken, that is all.
   EXPECT_EQ(follower_.state(), State::watching);
   EXPECT_EQ(follower_.counters().relists, 0u);
-  EXPECT_EQ(follower_.counters().audits, 1u);
+  EXPECT_EQ(follower_.counters().resyncs, 1u);
 }
 
-// A page that nobody waited for any more was taken for the next audit's first one, and all keys before it for
-// deleted.
-TEST_F(AuditTest, PageComesAfterItsAudit_DoesNotCount) {
+// A page that nobody waited for any more was taken for the next resync's first one, and all keys before it
+// for deleted.
+TEST_F(ResyncTest, PageComesAfterItsResync_DoesNotCount) {
   page(at(10), {record("p/a", "1", 3)}, true);
-  advance(Follower::kAuditPauseMs);
+  advance(Follower::kResyncPauseMs);
   uint64_t late = follower_.pageAsked();
   advanceHearing(Follower::kAnswerMs);
   while (follower_.pageAsked() == 0 || follower_.pageAsked() == late) advanceHearing(1'000);
@@ -143,20 +143,20 @@ TEST_F(AuditTest, PageComesAfterItsAudit_DoesNotCount) {
   EXPECT_EQ(follower_.counters().repairs, 0u);
 }
 
-TEST_F(AuditTest, PageHasTheRevisionButAnotherValue_IsRepaired) {
+TEST_F(ResyncTest, PageHasTheRevisionButAnotherValue_IsRepaired) {
   page(at(10), {record("p/a", "other", 3), record("p/b", "2", 5)});
   EXPECT_THAT(batches(), ElementsAre("10: p/a=other"));
 }
 
-TEST_F(AuditTest, DifferenceBehindTheLastKeyOfAPage_IsTheNextPagesConcern) {
+TEST_F(ResyncTest, DifferenceBehindTheLastKeyOfAPage_IsTheNextPagesConcern) {
   page(at(10), {record("p/a", "1", 3)}, true);
   EXPECT_THAT(batches(), IsEmpty());
-  advance(Follower::kAuditPauseMs);
+  advance(Follower::kResyncPauseMs);
   page(at(10), {});
   EXPECT_THAT(batches(), ElementsAre("10: -p/b"));
 }
 
-TEST_F(AuditTest, AnotherHistory_ThereIsANewListing) {
+TEST_F(ResyncTest, AnotherHistory_ThereIsANewListing) {
   commands();
   page(at(9), {record("p/a", "1", 3)});
   EXPECT_THAT(commands(), ElementsAre("connect h0:1", "read p/ at 0 x1000"));
@@ -164,48 +164,48 @@ TEST_F(AuditTest, AnotherHistory_ThereIsANewListing) {
   EXPECT_THAT(batches(), IsEmpty());
 }
 
-// It was asked for smaller and smaller, and the audits to come had no larger pages for hours.
-TEST_F(AuditTest, PageFailsButNotByItsSize_TheWatchGoesOn_ItIsAskedForAgainAsItIs) {
+// It was asked for smaller and smaller, and the resyncs to come had no larger pages for hours.
+TEST_F(ResyncTest, PageFailsButNotByItsSize_TheWatchGoesOn_ItIsAskedForAgainAsItIs) {
   commands();
   for (int i = 0; i < PageSize::kRepeats; ++i) {
     follower_.pageFailed(now_, follower_.pageAsked(), PageFailure::other, "too many requests");
     EXPECT_EQ(follower_.state(), State::watching);
     EXPECT_EQ(follower_.lastError(), "too many requests");
     EXPECT_THAT(commands(), IsEmpty());
-    advance(Follower::kAuditPauseMs);
+    advance(Follower::kResyncPauseMs);
     EXPECT_THAT(commands(), ElementsAre("read p/ at 0 x500"));
   }
   page(at(10), {record("p/a", "1", 3), record("p/b", "2", 5)});
-  EXPECT_EQ(follower_.counters().audits, 1u);
-  EXPECT_EQ(follower_.counters().auditFailures, 0u);
+  EXPECT_EQ(follower_.counters().resyncs, 1u);
+  EXPECT_EQ(follower_.counters().resyncFailures, 0u);
 }
 
-TEST_F(AuditTest, PageFailsAgainAndAgain_TheNextAuditComes) {
+TEST_F(ResyncTest, PageFailsAgainAndAgain_TheNextResyncComes) {
   for (int i = 0; i <= PageSize::kRepeats; ++i) {
-    EXPECT_EQ(follower_.counters().auditFailures, 0u);
+    EXPECT_EQ(follower_.counters().resyncFailures, 0u);
     follower_.pageFailed(now_, follower_.pageAsked(), PageFailure::other, "too many requests");
     commands();
-    advance(Follower::kAuditPauseMs);
+    advance(Follower::kResyncPauseMs);
   }
   EXPECT_THAT(commands(), IsEmpty());
   EXPECT_EQ(follower_.state(), State::watching);
-  EXPECT_EQ(follower_.counters().auditFailures, 1u);
+  EXPECT_EQ(follower_.counters().resyncFailures, 1u);
   advanceHearing(60'000);
   EXPECT_THAT(commands(), ElementsAre("read p/ at 0 x500"));
   page(at(10), {record("p/a", "1", 3), record("p/b", "2", 5)});
-  EXPECT_EQ(follower_.counters().audits, 1u);
-  EXPECT_EQ(follower_.counters().auditFailures, 1u);
+  EXPECT_EQ(follower_.counters().resyncs, 1u);
+  EXPECT_EQ(follower_.counters().resyncFailures, 1u);
 }
 
-// Each audit began with the page that had been too large in the one before.
-TEST_F(AuditTest, PageWasTooLarge_TheNextAuditBeginsWithTheSizeThatWorked) {
+// Each resync began with the page that had been too large in the one before.
+TEST_F(ResyncTest, PageWasTooLarge_TheNextResyncBeginsWithTheSizeThatWorked) {
   commands();
   follower_.pageFailed(now_, follower_.pageAsked(), PageFailure::tooLarge, "too large");
-  advance(Follower::kAuditPauseMs);
+  advance(Follower::kResyncPauseMs);
   Texts asked = commands();
   for (std::string key : {"p/a", "p/aa", "p/aaa"}) {
     page(at(10), {record(key, "1", 3)}, true);
-    advance(Follower::kAuditPauseMs);
+    advance(Follower::kResyncPauseMs);
     asked.push_back(commands().back());
   }
   EXPECT_THAT(asked, ElementsAre("read p/ at 0 x62", "read p/a+ at 0 x124", "read p/aa+ at 0 x248",
@@ -215,20 +215,20 @@ TEST_F(AuditTest, PageWasTooLarge_TheNextAuditBeginsWithTheSizeThatWorked) {
   EXPECT_THAT(commands(), ElementsAre("read p/ at 0 x250"));
 }
 
-TEST_F(AuditTest, PageOfOneKeyIsTooLarge_TheNextAuditComes) {
+TEST_F(ResyncTest, PageOfOneKeyIsTooLarge_TheNextResyncComes) {
   for (int i = 0; i < 4; ++i) {
-    EXPECT_EQ(follower_.counters().auditFailures, 0u);
+    EXPECT_EQ(follower_.counters().resyncFailures, 0u);
     follower_.pageFailed(now_, follower_.pageAsked(), PageFailure::tooLarge, "too large");
     commands();
-    advance(Follower::kAuditPauseMs);
+    advance(Follower::kResyncPauseMs);
   }
-  EXPECT_EQ(follower_.counters().auditFailures, 1u);
+  EXPECT_EQ(follower_.counters().resyncFailures, 1u);
   advanceHearing(60'000);
   EXPECT_THAT(commands(), ElementsAre("read p/ at 0 x500"));
 }
 
-// With pages of three keys for all of it, an audit took half an hour.
-TEST_F(FollowerTest, PagesOfALongAuditWereLate_ItIsShortAllTheSame) {
+// With pages of three keys for all of it, a resync took half an hour.
+TEST_F(FollowerTest, PagesOfALongResyncWereLate_ItIsShortAllTheSame) {
   std::vector<Record> all;
   for (int i = 0; i < 100'000; ++i) all.push_back(record(fmt::format("p/{:05}", i), "1", 3));
   follower_.start(now_);
@@ -242,7 +242,7 @@ TEST_F(FollowerTest, PagesOfALongAuditWereLate_ItIsShortAllTheSame) {
       advance(std::min<uint64_t>(end - now_, 1'000));
     }
   };
-  while (follower_.counters().audits == 0) {
+  while (follower_.counters().resyncs == 0) {
     for (const Command& command : follower_.takeCommands()) {
       const auto* asked = std::get_if<ReadPage>(&command);
       if (asked == nullptr) continue;
@@ -256,21 +256,21 @@ TEST_F(FollowerTest, PagesOfALongAuditWereLate_ItIsShortAllTheSame) {
       auto end = first + std::min<int64_t>(asked->limit, all.end() - first);
       page(at(10), {first, end}, end != all.end());
     }
-    hearing(Follower::kAuditPauseMs);
+    hearing(Follower::kResyncPauseMs);
   }
   EXPECT_EQ(late, 3);
   EXPECT_EQ(follower_.counters().repairs, 0u);
   EXPECT_LE(now_ - began, 3 * Follower::kAnswerMs + 20'000);
 }
 
-TEST_F(AuditTest, PageIsNotAnswered_TheWatchGoesOn) {
+TEST_F(ResyncTest, PageIsNotAnswered_TheWatchGoesOn) {
   commands();
   advanceHearing(Follower::kAnswerMs);
   EXPECT_EQ(follower_.state(), State::watching);
   EXPECT_EQ(follower_.lastError(), "h0:1: no answer for 10 s");
 }
 
-TEST_F(AuditTest, StoreIsLostMeanwhile_TheAuditBeginsAnewSoonAfter) {
+TEST_F(ResyncTest, StoreIsLostMeanwhile_TheResyncBeginsAnewSoonAfter) {
   page(at(15), {record("p/a", "9", 13)}, true);
   reconnecting();
   advance(Follower::kGraceMs);
@@ -278,7 +278,7 @@ TEST_F(AuditTest, StoreIsLostMeanwhile_TheAuditBeginsAnewSoonAfter) {
   page(at(15), {});
   created(at(15));
   commands();
-  advance(Follower::kResumedAuditMs);
+  advance(Follower::kResumedResyncMs);
   EXPECT_THAT(commands(), ElementsAre("read p/ at 0 x500"));
 }
 

@@ -1,4 +1,4 @@
-#include "programs/trelsnmpd/Daemon.h"
+#include "programs/trelsnmpd/Trelsnmpd.h"
 
 #include "platform/zavro/Assert.h"
 
@@ -37,16 +37,16 @@ Host::SnmpConf readConf(const std::string& path) {
 }
 
 std::unique_ptr<Kelstore::Source> sourceFor(const std::string& state, const Options& options,
-                                            const Kelstore::Etcd::Driver* etcd, Kelstore::Store& store,
-                                            Runtime::Io& io, const Zavro::Clock& clock,
-                                            Runtime::Threads& threads) {
+                                            const Kelstore::Etcd::Driver* etcd,
+                                            Kelstore::LayeredState& layers, Runtime::Io& io,
+                                            const Zavro::Clock& clock, Runtime::Threads& threads) {
   if (state == "local") {
     Member::LocalSource::Settings settings{options.member, options.intervalSeconds, options.indexFile};
-    return std::make_unique<Member::LocalSource>(settings, std::make_shared<Member::LinuxMachine>(), store,
+    return std::make_unique<Member::LocalSource>(settings, std::make_shared<Member::LinuxMachine>(), layers,
                                                  io, clock);
   }
   if (state.starts_with(kFileScheme)) {
-    return std::make_unique<Kelstore::FileSource>(state.substr(kFileScheme.size()), store, io, clock,
+    return std::make_unique<Kelstore::FileSource>(state.substr(kFileScheme.size()), layers, io, clock,
                                                   options.limits);
   }
   if (state.starts_with(Kelstore::Etcd::kScheme)) {
@@ -54,9 +54,9 @@ std::unique_ptr<Kelstore::Source> sourceFor(const std::string& state, const Opti
     Kelstore::Etcd::FollowSettings settings = options.etcd;
     settings.limits = options.limits;
     settings.address = *Kelstore::Etcd::parseStore(state);
-    return etcd->source(state, settings, store, io, clock, threads);
+    return etcd->source(state, settings, layers, io, clock, threads);
   }
-  return std::make_unique<Kelstore::EmbeddedSource>(kExampleState, store, clock);
+  return std::make_unique<Kelstore::EmbeddedSource>(kExampleState, layers, clock);
 }
 
 }  // namespace
@@ -97,8 +97,8 @@ void Daemon::start(const Kelstore::Etcd::Driver* etcd) {
   uptime_.emplace(clock_, [this] { return snmp_->uptime(); });
   std::vector<Host::Cluster::MakeSource> sources;
   for (const std::string& state : options_.states) {
-    sources.emplace_back([this, etcd, &state](Kelstore::Store& store) {
-      return sourceFor(state, options_, etcd, store, io_, clock_, threads_);
+    sources.emplace_back([this, etcd, &state](Kelstore::LayeredState& layers) {
+      return sourceFor(state, options_, etcd, layers, io_, clock_, threads_);
     });
   }
   cluster_.emplace(sources, scheduler_);

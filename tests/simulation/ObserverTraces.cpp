@@ -3,7 +3,7 @@
 
 #include <charconv>
 
-#include "tests/simulation/Follower.h"
+#include "tests/simulation/Observer.h"
 
 namespace Simulation {
 namespace {
@@ -107,7 +107,7 @@ constexpr std::string_view kLinkStatement =
 
 }  // namespace
 
-void Follower::trace(const Lumalog::Line& line) {
+void Observer::trace(const Lumalog::Line& line) {
   auto [handle, level, text, format, about] = line;
   note(handle);
   note(text);

@@ -16,7 +16,7 @@
 
 namespace Kelstore::Etcd {
 
-class Handover {
+class Mailbox {
  public:
   struct Update {
     std::shared_ptr<const Snapshot> snapshot;  // null: the state is as it was
@@ -29,7 +29,7 @@ class Handover {
   static constexpr size_t kMaxLines = 100;
 
   // `wake` is called on the follower's thread.
-  explicit Handover(std::function<void()> wake) : wake_(std::move(wake)) {}
+  explicit Mailbox(std::function<void()> wake) : wake_(std::move(wake)) {}
 
   // The follower's side. One thread.
   void give(Update update);

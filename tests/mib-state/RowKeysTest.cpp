@@ -1,4 +1,4 @@
-#include "mib-state/Keys.h"
+#include "mib-state/RowKeys.h"
 
 #include <absl/container/flat_hash_set.h>
 #include <absl/hash/hash_testing.h>

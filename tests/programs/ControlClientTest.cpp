@@ -1,5 +1,5 @@
 // trelctl's side of the control protocol, against daemons that do and do not keep to it.
-#include "programs/trelctl/Client.h"
+#include "programs/trelctl/ControlClient.h"
 
 #include <gtest/gtest.h>
 #include <sys/socket.h>
@@ -63,7 +63,7 @@ class ClientTest : public testing::Test {
   Support::TempDir dir_;
   std::string path_ = dir_.file("control");
   FakeDaemon daemon_{path_};
-  Client client_{path_};
+  ControlClient client_{path_};
 };
 
 TEST_F(ClientTest, Request_IsOneLineWithItsOperation) {
@@ -108,12 +108,12 @@ TEST_F(ClientTest, DaemonIsGoneWhenTheRequestIsSent_IsSaid) {
 }
 
 TEST_F(ClientTest, NoAnswerWithinTheDeadline_IsSaid) {
-  Client impatient(path_, /*answerMs=*/20);
+  ControlClient impatient(path_, /*answerMs=*/20);
   EXPECT_EQ(thrown<Unreachable>([&] { impatient.receive(); }), path_ + ": no answer");
 }
 
 TEST_F(ClientTest, NobodyIsLetInAnyMore_IsNotWaitedForEither) {
-  std::list<Client> waiting;
+  std::list<ControlClient> waiting;
   std::string refusal = "nothing";
   for (int i = 0; i < 100 && refusal == "nothing"; ++i) {
     refusal = thrown<Unreachable>([&] { waiting.emplace_back(path_, /*answerMs=*/20); });
@@ -123,10 +123,10 @@ TEST_F(ClientTest, NobodyIsLetInAnyMore_IsNotWaitedForEither) {
 
 TEST_F(ClientTest, NobodyListens_OneLineWithThePath) {
   std::string nowhere = dir_.file("nowhere");
-  EXPECT_EQ(thrown<Unreachable>([&] { Client client(nowhere); }),
+  EXPECT_EQ(thrown<Unreachable>([&] { ControlClient client(nowhere); }),
             "no daemon at " + nowhere + ": No such file or directory");
   std::string tooLong = dir_.file(std::string(200, 'x'));
-  EXPECT_EQ(thrown<Unreachable>([&] { Client client(tooLong); }),
+  EXPECT_EQ(thrown<Unreachable>([&] { ControlClient client(tooLong); }),
             "no daemon at " + tooLong + ": File name too long");
 }
 

@@ -1,4 +1,4 @@
-#include "kelstore/Store.h"
+#include "kelstore/LayeredState.h"
 
 #include <algorithm>
 #include <iterator>
@@ -7,26 +7,27 @@
 
 namespace Kelstore {
 
-Store::Store(Zavro::Ptr<Vem::TaskScheduler> scheduler, Mirror& mirror) : mirror_(mirror) {
+LayeredState::LayeredState(Zavro::Ptr<Vem::TaskScheduler> scheduler, Mirror& mirror) : mirror_(mirror) {
   task_ = Zavro::makePtr<Vem::Task>(std::move(scheduler), Vem::kDefaultPriority, "kelstore-mirror",
                                     [this] { applySlice(); });
 }
 
-Store::~Store() { task_->cancel(); }
+LayeredState::~LayeredState() { task_->cancel(); }
 
-Store::Layer Store::layerIs(Claim claim) {
+LayeredState::Layer LayeredState::layerIs(Claim claim) {
   layers_.emplace_back().claim = std::move(claim);
   order_.push_back(layers_.size() - 1);
   return order_.back();
 }
 
-Store::Layer Store::lowestLayerIs() {
+LayeredState::Layer LayeredState::lowestLayerIs() {
   layers_.emplace_back();
   order_.insert(order_.begin(), layers_.size() - 1);
   return order_.front();
 }
 
-void Store::snapshotIs(Layer layer, std::shared_ptr<const Snapshot> snapshot, std::vector<Path> changed) {
+void LayeredState::snapshotIs(Layer layer, std::shared_ptr<const Snapshot> snapshot,
+                              std::vector<Path> changed) {
   zavroAssert(snapshot != nullptr);
   layers_[layer].snapshot = std::move(snapshot);
   if (!changed.empty()) add(std::move(changed));
@@ -35,7 +36,7 @@ void Store::snapshotIs(Layer layer, std::shared_ptr<const Snapshot> snapshot, st
 
 // Batches are joined as they grow alike, so that there are few of them and a path that keeps changing takes
 // no more room, however far the mirror is behind.
-void Store::add(std::vector<Path> changed) {
+void LayeredState::add(std::vector<Path> changed) {
   while (!batches_.empty() && batches_.back().size() <= 2 * changed.size()) {
     Batch last = std::move(batches_.back());
     batches_.pop_back();
@@ -50,12 +51,12 @@ void Store::add(std::vector<Path> changed) {
   batches_.push_back({std::move(changed), 0});
 }
 
-void Store::settledIs(Layer layer) {
+void LayeredState::settledIs(Layer layer) {
   layers_[layer].settled = true;
   schedule();
 }
 
-const Value* Store::find(const Path& path) const {
+const Value* LayeredState::find(const Path& path) const {
   for (auto at = order_.rbegin(); at != order_.rend(); ++at) {
     const LayerState& layer = layers_[*at];
     if (const Value* value = layer.snapshot->find(path)) return value;
@@ -64,11 +65,11 @@ const Value* Store::find(const Path& path) const {
   return nullptr;
 }
 
-bool Store::any(std::span<const Kind> kinds, std::string_view first) const {
+bool LayeredState::any(std::span<const Kind> kinds, std::string_view first) const {
   return std::any_of(kinds.begin(), kinds.end(), [&](Kind kind) { return any(kind, first); });
 }
 
-bool Store::any(Kind kind, std::string_view first) const {
+bool LayeredState::any(Kind kind, std::string_view first) const {
   for (auto at = order_.rbegin(); at != order_.rend(); ++at) {
     const LayerState& layer = layers_[*at];
     if (layer.snapshot->any(kind, first)) return true;
@@ -77,16 +78,16 @@ bool Store::any(Kind kind, std::string_view first) const {
   return false;
 }
 
-bool Store::settled() const {
+bool LayeredState::settled() const {
   return std::all_of(layers_.begin(), layers_.end(), [](const LayerState& layer) { return layer.settled; });
 }
 
-void Store::schedule() {
+void LayeredState::schedule() {
   task_->taskWorkPendingIs(pending());
   if (!batches_.empty() && settled()) task_->scheduleTask();
 }
 
-void Store::applySlice() {
+void LayeredState::applySlice() {
   uint64_t applied = 0;
   while (!batches_.empty()) {
     Path path = takeFirst();
@@ -99,7 +100,7 @@ void Store::applySlice() {
 }
 
 // The first path of all batches: what others build on comes first, also when it came with a later batch.
-Path Store::takeFirst() {
+Path LayeredState::takeFirst() {
   auto first = std::min_element(batches_.begin(), batches_.end(), [](const Batch& a, const Batch& b) {
     return a.paths[a.next] < b.paths[b.next];
   });
@@ -108,7 +109,7 @@ Path Store::takeFirst() {
   return path;
 }
 
-size_t Store::pending() const {
+size_t LayeredState::pending() const {
   size_t paths = 0;
   for (const Batch& batch : batches_) paths += batch.size();
   return paths;

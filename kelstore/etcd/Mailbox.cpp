@@ -1,4 +1,4 @@
-#include "kelstore/etcd/Handover.h"
+#include "kelstore/etcd/Mailbox.h"
 
 #include <algorithm>
 #include <iterator>
@@ -8,7 +8,7 @@ namespace Kelstore::Etcd {
 
 // What was left is taken back and joined with the update; the loop finds nothing in the meantime, and is
 // woken again.
-void Handover::give(Update update) {
+void Mailbox::give(Update update) {
   Update before;
   {
     std::lock_guard lock(mutex_);
@@ -39,34 +39,34 @@ void Handover::give(Update update) {
   wake_();
 }
 
-Handover::Update Handover::take() {
+Mailbox::Update Mailbox::take() {
   std::lock_guard lock(mutex_);
   return std::exchange(pending_, {});
 }
 
-void Handover::discard(std::shared_ptr<const Snapshot> snapshot) {
+void Mailbox::discard(std::shared_ptr<const Snapshot> snapshot) {
   std::lock_guard lock(mutex_);
   discarded_.push_back(std::move(snapshot));
 }
 
-void Handover::statusIs(StoreStatus status) {
+void Mailbox::statusIs(StoreStatus status) {
   std::vector<std::shared_ptr<const Snapshot>> discarded;
   std::lock_guard lock(mutex_);
   discarded.swap(discarded_);
   std::swap(status_, status);
 }
 
-void Handover::memberIs(const MemberStatus& status) {
+void Mailbox::memberIs(const MemberStatus& status) {
   std::lock_guard lock(mutex_);
   members_[status.member] = status;
 }
 
-void Handover::memberDel(const std::string& member) {
+void Mailbox::memberDel(const std::string& member) {
   std::lock_guard lock(mutex_);
   members_.erase(member);
 }
 
-StoreStatus Handover::status() const {
+StoreStatus Mailbox::status() const {
   std::lock_guard lock(mutex_);
   StoreStatus status = status_;
   for (const auto& [name, member] : members_) status.members.push_back(member);

@@ -1,4 +1,4 @@
-#include "programs/trelsnmpd/Options.h"
+#include "programs/trelsnmpd/TrelsnmpdOptions.h"
 
 #include <fmt/format.h>
 
@@ -29,7 +29,7 @@ constexpr const char* kProgram = "trelsnmpd";
 constexpr const char* kIndexFile = "/storage-indexes.json";
 
 constexpr uint32_t kMaxHoldSeconds = 30 * 86'400;
-constexpr uint32_t kMaxAuditSeconds = 86'400;
+constexpr uint32_t kMaxResyncSeconds = 86'400;
 
 constexpr const char* kDescription =
     "Serves the state of a switch cluster over SNMP: reachability, links and host resources of every "
@@ -82,12 +82,13 @@ void describeEtcd(CLI::App& app, Kelstore::Etcd::FollowSettings& options) {
       ->check(Runtime::checking([](const std::string& text) {
         Runtime::oneOf(text, {"keep", "clear"});
       }));
-  app.add_option("--audit", options.auditSeconds,
-                 fmt::format("Seconds between two audits of a store, each of which reads everything anew and "
-                             "repairs what differs, 1 to {} (default: {})",
-                             kMaxAuditSeconds, options.auditSeconds))
+  app.add_option(
+         "--resync", options.resyncSeconds,
+         fmt::format("Seconds between two resyncs of a store, each of which reads everything anew and "
+                     "repairs what differs, 1 to {} (default: {})",
+                     kMaxResyncSeconds, options.resyncSeconds))
       ->type_name("SECONDS")
-      ->check(CLI::Range(1U, kMaxAuditSeconds).description(""));
+      ->check(CLI::Range(1U, kMaxResyncSeconds).description(""));
   Kelstore::Etcd::describeAccess(app, options.access);
 }
 
