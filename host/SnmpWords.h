@@ -22,7 +22,7 @@ bool canBeTakenBack(const SnmpLine& line);
 // nothing.
 std::vector<std::string> notReloaded(const std::vector<SnmpLine>& before, const std::vector<SnmpLine>& now);
 
-// What each file takes, for a test that compares it with what net-snmp knows.
+// The words that the file may have. A test compares them with the manual page.
 std::vector<std::string> snmpWords(SnmpFile kind);
 
 }  // namespace Host

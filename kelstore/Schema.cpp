@@ -216,7 +216,7 @@ auto& neighboursOf(Trel::ReachabilityStatus& status) { return status.reachabilit
 
 using Entity = MemberEntity;
 
-constexpr std::array<KindSpec, 13> kKinds = {{
+constexpr auto kKinds = std::to_array<KindSpec>({
     {Kind::sysname, "sysname", Owner::cluster, Entity::none, "the system's name, in traces", decodeSysname,
      [] {
        return std::vector<FieldSpec>{{"", kName.expected(), false, ""}};
@@ -224,8 +224,7 @@ constexpr std::array<KindSpec, 13> kKinds = {{
      applySysname},
     {Kind::mountMapping, "storageMappings/mounts/<mount point>", Owner::cluster, Entity::none,
      "the row of `veldaTrelStorageTable` that a mount point has, the same for every member; a row follows "
-     "its "
-     "mapping at once",
+     "its mapping at once",
      decodeObject<Mapping>, fieldSpecs<Mapping>, applyMountMapping},
     {Kind::memoryMapping, "storageMappings/memory/<number>", Owner::cluster, Entity::none,
      "the same of a kind of memory; its index says which", decodeObject<Mapping>, fieldSpecs<Mapping>,
@@ -256,16 +255,24 @@ constexpr std::array<KindSpec, 13> kKinds = {{
     {Kind::reachability, "members/<member>/reachability/<neighbour>", Owner::member, Entity::reachability,
      "what a member says of a neighbour: a row of `veldaTrelReachabilityTable`", decodeObject<Reachability>,
      fieldSpecs<Reachability>, applyElement<Reachability, reachabilityOf, neighboursOf>},
-}};
+});
+
+constexpr bool inOrder() {
+  for (size_t i = 0; i < kKinds.size(); ++i) {
+    if (kKinds[i].kind != static_cast<Kind>(i)) return false;
+  }
+  return true;
+}
+static_assert(inOrder(), "a kind is looked up by its number");
 
 }  // namespace
 
 std::span<const KindSpec> allKinds() { return kKinds; }
 
 const KindSpec& specOf(Kind kind) {
-  const KindSpec& spec = kKinds[static_cast<size_t>(kind)];
-  zavroAssert(spec.kind == kind);
-  return spec;
+  auto number = static_cast<size_t>(kind);
+  zavroAssert(number < kKinds.size());
+  return kKinds[number];
 }
 
 std::span<const Kind> kindsIn(MemberEntity entity) {

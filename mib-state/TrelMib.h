@@ -1,4 +1,4 @@
-// The MIB state object: the rows of the five SNMP tables, for the whole cluster. It is at "snmp/trel/trelMib"
+// The MIB state object: the rows of the SNMP tables, for the whole cluster. It is at "snmp/trel/trelMib"
 // in the state database. The pipelines write it and the SNMP modules read it, on the event loop's thread.
 //
 // For each table <t>:

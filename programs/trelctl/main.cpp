@@ -196,8 +196,7 @@ void describe(CLI::App& app, Command& command) {
   statusCommand->add_flag("--json", command.json, "Print one JSON object");
   statusCommand->callback([&command] { command.runStatus(); });
 
-  auto* tablesCommand =
-      app.add_subcommand("tables", "Show the five tables as they are served, in walk order");
+  auto* tablesCommand = app.add_subcommand("tables", "Show the tables as they are served, in walk order");
   tablesCommand->add_flag("--json", command.json, "Print one JSON object: table name to list of rows");
   tablesCommand->callback([&command] { command.runTables(); });
 

@@ -1,6 +1,7 @@
 // What files in the syntax of snmpd.conf may say, and what their lines become.
 #include "host/SnmpConf.h"
 
+#include <absl/strings/ascii.h>
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -8,6 +9,9 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <regex>
+#include <set>
+#include <sstream>
 
 #include "host/SnmpWords.h"
 #include "tests/support/TempDir.h"
@@ -25,6 +29,32 @@ std::string rendered(const SnmpConf& conf) {
 }
 std::string access(std::string_view text) { return rendered(parseSnmpConf("F", text, SnmpFile::access)); }
 std::string state(std::string_view text) { return rendered(parseSnmpConf("F", text, SnmpFile::state)); }
+
+// The directives that the manual page lists, in lower case: what stands after each ".TP" of their section.
+std::set<std::string> documentedWords() {
+  std::istringstream page(Support::readFile(TREL_DOCS "/trelsnmpd.8"));
+  std::set<std::string> words;
+  bool within = false;
+  std::string before;
+  for (std::string line; std::getline(page, line); before = line) {
+    if (line.starts_with("is a comment.")) within = true;
+    if (line.starts_with(".SH")) within = false;
+    if (!within || before != ".TP") continue;
+    std::string names =
+        std::regex_replace(line.substr(line.find(' ')), std::regex(R"(\\f[BI][A-Z]+\\fR)"), "");
+    for (std::sregex_iterator name(names.begin(), names.end(), std::regex("[A-Za-z0-9]+")), end; name != end;
+         ++name) {
+      words.insert(absl::AsciiStrToLower(name->str()));
+    }
+  }
+  return words;
+}
+
+TEST(SnmpConf, ManualPageListsTheDirectivesThatAreTaken) {
+  std::set<std::string> taken;
+  for (const std::string& word : snmpWords(SnmpFile::access)) taken.insert(absl::AsciiStrToLower(word));
+  EXPECT_EQ(documentedWords(), taken);
+}
 
 TEST(SnmpConf, LinesAreCutAsNetSnmpCutsThem) {
   EXPECT_EQ(access(""), "");
