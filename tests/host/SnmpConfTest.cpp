@@ -40,10 +40,10 @@ std::set<std::string> documentedWords() {
     if (line.starts_with("is a comment.")) within = true;
     if (line.starts_with(".SH")) within = false;
     if (!within || before != ".TP") continue;
-    std::string names =
-        std::regex_replace(line.substr(line.find(' ')), std::regex(R"(\\f[BI][A-Z]+\\fR)"), "");
-    for (std::sregex_iterator name(names.begin(), names.end(), std::regex("[A-Za-z0-9]+")), end; name != end;
-         ++name) {
+    static const std::regex kArgument(R"(\\f[BI][A-Z]+\\fR)");
+    static const std::regex kName("[A-Za-z0-9]+");
+    std::string names = std::regex_replace(line.substr(line.find(' ')), kArgument, "");
+    for (std::sregex_iterator name(names.begin(), names.end(), kName), end; name != end; ++name) {
       words.insert(absl::AsciiStrToLower(name->str()));
     }
   }
