@@ -171,7 +171,9 @@ Agent::Agent(AgentInputs inputs) : inputs_(std::move(inputs)), pipelines_(std::m
 
 Agent::~Agent() {
   snmpStatusSmDel();
-  std::apply([](auto&... pipeline) { (detach(pipeline), ...); }, pipelines_->all);
+  // One after the other: within one expression, what detach() returns would live until the last is detached.
+  auto end = [](auto& pipeline) { detach(pipeline); };
+  std::apply([&end](auto&... pipeline) { (end(pipeline), ...); }, pipelines_->all);
 }
 
 void Agent::startSMs() {

@@ -176,6 +176,19 @@ TEST_F(AgentTest, AgentReplacedForAnotherMib_TheOldMibIsEmptied) {
   EXPECT_EQ(otherMib->trelReachabilityTable().size(), 1U);
 }
 
+TEST_F(AgentTest, AgentGoes_PipelinesEndInTheOrderInWhichTheyWereMade) {
+  reports("1", 2);
+  linked();
+  agentIs();
+  scheduler.drain();
+  std::vector<std::string> emptied;
+  auto subscription = mib->publisher().subscribe([&](const TrelMib::Change& change) {
+    if (!change.entry) emptied.emplace_back(change.table);
+  });
+  root->agentDel();
+  EXPECT_EQ(emptied, (std::vector<std::string>{"trelIfTable", "trelReachabilityTable"}));
+}
+
 TEST_F(AgentTest, RootGoes_ItFallsSilentBeforeItReleasesItsAgent) {
   reports("1", 2);
   agentIs();
