@@ -2,9 +2,7 @@
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <gmock/gmock.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <fstream>
@@ -12,6 +10,7 @@
 #include "tests/e2e/Daemon.h"
 #include "tests/e2e/Reports.h"
 #include "tests/support/Etcd.h"
+#include "tests/support/SystemLogger.h"
 
 namespace E2e {
 namespace {
@@ -108,44 +107,19 @@ TEST_P(WithoutStreams, ServesAndEnds) {
   EXPECT_EQ(daemon.process().stop(), 0);
 }
 
-// A daemon in a mount namespace in which a socket of the test's, which nobody reads, takes log lines.
+// A daemon whose lines go to a socket of the test's, which reads what it wants to.
 class Unread : public testing::TestWithParam<const char*> {
  protected:
   void SetUp() override {
-    Support::Result tried = Support::run({"unshare", "--mount", "true"});
-    if (tried.status != 0) GTEST_SKIP() << "not allowed here: " << tried.err;
-  }
-  Unread() {
-    std::filesystem::create_directories(directory_ + "/dev");
-    std::filesystem::create_directories(directory_ + "/run/systemd/journal");
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    bool isSyslog = std::string_view(GetParam()) == "syslog";
-    std::string path = directory_ + (isSyslog ? "/dev/log" : "/run/systemd/journal/socket");
-    path.copy(address.sun_path, sizeof address.sun_path - 1);
-    EXPECT_EQ(bind(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0) << path;
-    // The directories are the test's own: it is left with them, whatever the namespace does.
-    const char* inNamespace = R"(cd "$0" || exit
-for device in null urandom random zero; do : > dev/$device; mount --bind /dev/$device dev/$device || exit; done
-mount --rbind dev /dev && mount --rbind run /run && cd / && exec "$@")";
-    daemon_.runBy({"unshare", "--mount", "/bin/sh", "-c", inNamespace, directory_})
+    if (std::string why = Support::SystemLogger::notAllowed(); !why.empty()) GTEST_SKIP() << why;
+    daemon_.runBy(logger_.runner())
         .stateIs(documentOf(kReports))
         .with(kTalkative)
-        .with({"--log", GetParam()});
-  }
-  ~Unread() override { close(socket_); }
-
-  // The next message; empty when none is there.
-  std::string received() const {
-    std::string message(8192, '\0');
-    ssize_t size = recv(socket_, message.data(), message.size(), MSG_DONTWAIT);
-    message.resize(static_cast<size_t>(std::max<ssize_t>(size, 0)));
-    return message;
+        .with({"--log", GetParam(), "--conf", daemon_.dir().write("trel.conf", "rocommunity public\n")});
   }
 
   Daemon daemon_;
-  std::string directory_ = daemon_.dir().file("namespace");
-  int socket_ = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  Support::SystemLogger logger_{daemon_.dir().file("namespace"), GetParam()};
 };
 INSTANTIATE_TEST_SUITE_P(To, Unread, testing::Values("syslog", "journal"),
                          [](const auto& to) { return std::string(to.param); });
@@ -153,7 +127,24 @@ INSTANTIATE_TEST_SUITE_P(To, Unread, testing::Values("syslog", "journal"),
 TEST_P(Unread, SocketThatIsFull_SnmpIsAnswered_AndTheDaemonEnds) {
   daemon_.start();
   EXPECT_TRUE(answersWhileItsLogIsNotRead(daemon_));
-  EXPECT_THAT(received(), HasSubstr("trelsnmpd"));
+  EXPECT_THAT(logger_.received(), HasSubstr("trelsnmpd"));
+  EXPECT_EQ(daemon_.process().stop(), 0);
+}
+
+// Who is connected with the socket before would write to it on and on.
+TEST_P(Unread, LoggerStartsAnew_LinesAfterSighupGoToIt) {
+  daemon_.start();
+  ASSERT_TRUE(Support::waitUntil([&] { return !logger_.received().empty(); }));
+  logger_.startAnew();
+  daemon_.process().signal(SIGHUP);
+  std::string before;
+  std::string anew;
+  EXPECT_TRUE(Support::waitUntil([&] {
+    before += logger_.receivedBefore();
+    anew += logger_.received();
+    return count(anew, ": reloaded: ") == 1;
+  })) << before;
+  EXPECT_EQ(count(before, ": reloaded: "), 0u);
   EXPECT_EQ(daemon_.process().stop(), 0);
 }
 

@@ -1,11 +1,13 @@
-// SIGHUP: the configuration is read again, and nothing is lost by it.
+// SIGHUP: the configuration is read again, and nothing is lost by it; the log is opened anew.
 #include <gmock/gmock.h>
 
 #include <optional>
 
 #include "tests/programs/TrelmemberdFixture.h"
+#include "tests/support/EtcdAccess.h"
 #include "tests/support/HangingMount.h"
 #include "tests/support/PathCalls.h"
+#include "tests/support/SystemLogger.h"
 
 namespace Member {
 namespace {
@@ -149,6 +151,30 @@ TEST_F(TrelmemberdReloadTest, LoopLooksNothingUpInAFileSystem) {
   EXPECT_GT(calls->all(), 100u);
 }
 
+// A daemon that is connected with the logger before would write to it on and on.
+class TrelmemberdLogTest : public TrelmemberdTest, public testing::WithParamInterface<const char*> {};
+INSTANTIATE_TEST_SUITE_P(To, TrelmemberdLogTest, testing::Values("syslog", "journal"),
+                         [](const auto& to) { return std::string(to.param); });
+
+TEST_P(TrelmemberdLogTest, LoggerStartsAnew_LinesAfterSighupGoToIt) {
+  if (std::string why = Support::SystemLogger::notAllowed(); !why.empty()) GTEST_SKIP() << why;
+  Support::SystemLogger logger(directory_.file("namespace"), GetParam());
+  Support::Argv command = logger.runner();
+  std::string file = config(1, loopback(), kLongTtlSeconds);
+  command.insert(command.end(), {TRELMEMBERD, "--config", file, "--log", GetParam()});
+  Process process(command);
+  ASSERT_TRUE(awaitKey("members/1/system")) << process.err();
+  auto reloads = [&] {
+    process.signal(SIGHUP);
+    std::string lines;
+    return waitUntil([&] { return (lines += logger.received()).find(": reloaded: ") != std::string::npos; });
+  };
+  ASSERT_TRUE(reloads());
+  logger.startAnew();
+  EXPECT_TRUE(reloads());
+  EXPECT_EQ(process.stop(), 0);
+}
+
 // Its directory's file system answers nothing.
 TEST(TrelmemberdHangingFileTest, ReloadHangs_PublishingGoesOn_AndTheEndIsNotHeldUp) {
   if (std::string why = Support::enterOwnMounts(); !why.empty()) GTEST_SKIP() << why;
@@ -174,6 +200,45 @@ TEST(TrelmemberdHangingFileTest, ReloadHangs_PublishingGoesOn_AndTheEndIsNotHeld
   EXPECT_EQ(process.stop(), 0) << process.err();
   EXPECT_EQ(revision(), 0) << "the lease was given back";
   EXPECT_THAT(process.err(), Not(HasSubstr(": reloaded: ")));
+}
+
+// The connection is there, but giving back the lease takes one of its own, and the files with it.
+TEST(TrelmemberdHangingFileTest, CertificateAndKeyHang_PublishingGoesOn_AndTheEndIsNotHeldUp) {
+  if (std::string why = Support::enterOwnMounts(); !why.empty()) GTEST_SKIP() << why;
+  Support::Certificates certificates;
+  certificates.authority("ca");
+  for (const char* name : {"server", "member"}) certificates.certificate(name, "ca");
+  Support::EtcdCluster etcd(certificates.serverOptions("server", "ca"));
+  Support::TempDir directory;
+  std::filesystem::create_directory(directory.file("hangs"));
+  Client client(etcd.endpoints(), {certificates.certFile("ca"), certificates.certFile("member"),
+                                   certificates.keyFile("member")});
+  std::string cert = directory.file("hangs/cert");
+  std::string key = directory.file("hangs/key");
+  std::filesystem::copy(certificates.certFile("member"), cert);
+  std::filesystem::copy(certificates.keyFile("member"), key);
+  nlohmann::json config = {{"member", 1},
+                           {"store", fmt::format("etcd:{}/trel", etcd.endpoint())},
+                           {"ttl", 60},
+                           {"figuresInterval", 1},
+                           {"access", {{"ca", certificates.certFile("ca")}, {"cert", cert}, {"key", key}}}};
+  std::string file = directory.write("1.json", config.dump());
+  Process process({TRELMEMBERD, "--config", file});
+  auto revision = [&client] {
+    auto listing = client.get("trel/members/1/system");
+    return !listing.ok() || listing->records.empty() ? 0 : listing->records.front().modRevision;
+  };
+  ASSERT_TRUE(waitUntil([&] { return revision() != 0; })) << process.err();
+  Support::HangingMount hangs(directory.file("hangs"));
+  process.signal(SIGHUP);
+  int64_t before = revision();
+  EXPECT_TRUE(waitUntil([&] { return revision() > before; })) << process.err();
+  EXPECT_TRUE(waitUntil([&] {
+    return process.err().find(file + ": not reloaded yet, still waiting for it or a file that it names") !=
+           std::string::npos;
+  })) << process.err();
+  EXPECT_EQ(process.stop(), 0) << process.err();
+  EXPECT_THAT(process.err(), HasSubstr(" is not given back: no answer for 2 s\n"));
 }
 
 }  // namespace
