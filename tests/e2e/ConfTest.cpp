@@ -110,18 +110,46 @@ TEST_F(Conf, StateFileThatSaysMore_IsRefused) {
   EXPECT_FALSE(anythingRan());
 }
 
-class Writable : public testing::TestWithParam<const char*> {};
-INSTANTIATE_TEST_SUITE_P(System, Writable, testing::Values(kSysContact, kSysName, kSysLocation));
+// What could be set, to a value that would be taken.
+struct Settable {
+  const char* name;
+  std::string oid;
+  char type;
+  const char* value;
+};
+
+std::string nameOf(const testing::TestParamInfo<Settable>& settable) { return settable.param.name; }
+
+// The one with such a status column, of a row that is not there: "intruder" and what goes before it.
+std::string rowToCreate(const std::string& column, const std::string& before) {
+  return "1.3.6.1.6.3." + column + "." + before + ".8.105.110.116.114.117.100.101.114";
+}
+
+class Writable : public testing::TestWithParam<Settable> {};
+INSTANTIATE_TEST_SUITE_P(System, Writable,
+                         testing::Values(Settable{"sysContact", kSysContact, 's', "intruder"},
+                                         Settable{"sysName", kSysName, 's', "intruder"},
+                                         Settable{"sysLocation", kSysLocation, 's', "intruder"}),
+                         nameOf);
+// Of net-snmp's own modules, which are not served, and are not to be writable when they ever are.
+// createAndWait(5): a user, and the group of one, of whom nothing else is known yet.
+INSTANTIATE_TEST_SUITE_P(
+    Snmp, Writable,
+    testing::Values(Settable{"snmpSetSerialNo", "1.3.6.1.6.3.1.1.6.1.0", 'i', "1"},
+                    Settable{"usmUserStatus", rowToCreate("15.1.2.2.1.13", "6.128.0.31.136.4.97"), 'i', "5"},
+                    Settable{"vacmSecurityToGroupStatus", rowToCreate("16.1.2.1.5", "2"), 'i', "5"}),
+    nameOf);
 
 // net-snmp would take the value, and keep it over a restart.
 TEST_P(Writable, SetByWhoMayWriteEverything_IsNotWritable_AndNothingIsKept) {
+  const auto& [name, oid, type, value] = GetParam();
   Daemon daemon;
   std::string conf = daemon.dir().write("trel.conf", writingAccess("secret"));
   daemon.stateIs(documentOf(kReports)).with({"--conf", conf}).start();
   Manager writer(daemon.address(), {"-v2c", "-c", "secret"});
-  std::string before = writer.get({GetParam()});
-  EXPECT_THAT(writer.set(GetParam(), 's', "intruder"), HasSubstr("Reason: notWritable"));
-  EXPECT_EQ(writer.get({GetParam()}), before);
+  std::string before = writer.get({oid});
+  EXPECT_THAT(writer.set(oid, type, value), HasSubstr("Reason: notWritable"));
+  EXPECT_EQ(writer.get({oid}), before);
   EXPECT_EQ(daemon.process().stop(), 0);
   EXPECT_THAT(Support::readFile(daemon.dir().file("persistent/trelsnmpd.conf")), Not(HasSubstr("intruder")));
 }
