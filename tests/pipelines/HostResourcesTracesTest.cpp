@@ -1,6 +1,9 @@
 // How the pipeline of the system and the processor table scans: its tasks, its traces, its attributes, and
 // what ends the process.
+#include <gmock/gmock.h>
+
 #include "tests/pipelines/HostFixture.h"
+#include "tests/support/Reflection.h"
 #include "tests/support/TraceLog.h"
 
 namespace TrelSnmp::Agent {
@@ -185,6 +188,13 @@ TEST_F(HostResourcesPipeline, Attributes_ReadByName) {
   EXPECT_EQ(Kor::attribute(*child, "inputScanComplete1"), "true");
   EXPECT_EQ(Kor::attribute(*child, "inTask1"), "false");
   EXPECT_EQ(Kor::attribute(*child, "shouldYield1"), "false");
+  EXPECT_THAT(operationNames(dirSm.korType()),
+              testing::ElementsAre("doInputScan", "doDeleteAll", "doInputScan0", "doInputScan1",
+                                   "handleEntityPtr0", "handleEntityPtr0Reactor", "handleEntityPtr1",
+                                   "handleEntityPtr1Reactor", "onChildEvent1"));
+  EXPECT_THAT(operationNames(child->korType()),
+              testing::ElementsAre("doInputScan", "doDeleteAll", "doInputScan1", "handleProcessorTable1",
+                                   "handleProcessorTable1Reactor"));
 }
 
 using HostResourcesDeath = HostResourcesPipeline;

@@ -1,5 +1,8 @@
 // How the storage pipeline scans: its tasks, its traces, its attributes, and what ends the process.
+#include <gmock/gmock.h>
+
 #include "tests/pipelines/HostFixture.h"
+#include "tests/support/Reflection.h"
 #include "tests/support/TraceLog.h"
 
 namespace TrelSnmp::Agent {
@@ -168,6 +171,14 @@ TEST_F(HrStoragePipeline, Attributes_ReadByName) {
   EXPECT_EQ(Kor::attribute(*child, "versionStorageInfoTable"), "1");
   EXPECT_EQ(Kor::attribute(*child, "inputScanState0"), "2");
   EXPECT_EQ(Kor::attribute(*child, "inputScanState1"), "2");
+  EXPECT_THAT(operationNames(members.korType()),
+              testing::ElementsAre("doInputScan", "doDeleteAll", "doInputScan0", "doInputScan1",
+                                   "handleEntityPtr0", "handleEntityPtr0Reactor", "onChildEvent0",
+                                   "handleEntityPtr1", "handleEntityPtr1Reactor", "onChildEvent1"));
+  EXPECT_THAT(operationNames(child->korType()),
+              testing::ElementsAre("doInputScan", "doDeleteAll", "doInputScan0", "doInputScan1",
+                                   "handleStorageInfoTable0", "handleStorageInfoTable0Reactor",
+                                   "handleMemInfo1", "handleMemInfo1Reactor"));
 }
 
 using HrStorageDeath = HrStoragePipeline;
