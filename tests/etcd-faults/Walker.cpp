@@ -18,7 +18,7 @@ Walker::~Walker() {
 
 void Walker::run() {
   constexpr Millis kBetweenWalks(10);
-  while (!ends_) {
+  do {
     try {
       Wire::Tree tree = Wire::treeServed(exchange_, Wire::kReader);
       size_t missing = 0;
@@ -35,8 +35,7 @@ void Walker::run() {
       complain(error.what());
     }
     ++walks_;
-    std::this_thread::sleep_for(kBetweenWalks);
-  }
+  } while (!Support::waitUntil([this] { return ends_.load(); }, kBetweenWalks));
 }
 
 void Walker::complain(const std::string& text) {

@@ -1,4 +1,4 @@
-// A manager that walks the five tables without a pause, and complains when a row that is always to be there
+// A manager that walks the five tables again and again, and complains when a row that is always to be there
 // is missing, or an answer takes too long.
 #pragma once
 

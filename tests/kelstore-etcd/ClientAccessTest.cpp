@@ -3,8 +3,6 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <thread>
-
 #include "kelstore/etcd/Channels.h"
 #include "kelstore/etcd/Client.h"
 #include "kelstore/etcd/rpc.grpc.pb.h"
@@ -95,10 +93,12 @@ TEST_F(EtcdAuthTest, TokenRanOut_AnotherOneIsAskedFor) {
   auto kv = etcdserverpb::KV::NewStub(loggedIn->channel);
   // Each use gives the token another second, so that it is left alone for longer and longer.
   Millis pause = 1s;
+  auto next = std::chrono::steady_clock::now() + pause;
   bool refused = waitUntil(
       [&] {
-        std::this_thread::sleep_for(pause);
+        if (std::chrono::steady_clock::now() < next) return false;
         pause += 500ms;
+        next = std::chrono::steady_clock::now() + pause;
         etcdserverpb::RangeRequest request;
         request.set_key("trel/a");
         etcdserverpb::RangeResponse response;
