@@ -175,6 +175,12 @@ TEST_P(TrelmemberdLogTest, LoggerStartsAnew_LinesAfterSighupGoToIt) {
   EXPECT_EQ(process.stop(), 0);
 }
 
+// Of member 1's figures; 0 when there are none.
+int64_t systemRevision(Client& client) {
+  auto listing = client.get("trel/members/1/system");
+  return !listing.ok() || listing->records.empty() ? 0 : listing->records.front().modRevision;
+}
+
 // Its directory's file system answers nothing.
 TEST(TrelmemberdHangingFileTest, ReloadHangs_PublishingGoesOn_AndTheEndIsNotHeldUp) {
   if (std::string why = Support::enterOwnMounts(); !why.empty()) GTEST_SKIP() << why;
@@ -185,10 +191,7 @@ TEST(TrelmemberdHangingFileTest, ReloadHangs_PublishingGoesOn_AndTheEndIsNotHeld
       "1.json", fmt::format(R"({{"member": 1, "store": "etcd:{}/trel", "ttl": 60, "figuresInterval": 1}})",
                             etcd.endpoint()));
   Process process({TRELMEMBERD, "--config", file});
-  auto revision = [&client] {
-    auto listing = client.get("trel/members/1/system");
-    return !listing.ok() || listing->records.empty() ? 0 : listing->records.front().modRevision;
-  };
+  auto revision = [&client] { return systemRevision(client); };
   ASSERT_TRUE(waitUntil([&] { return revision() != 0; })) << process.err();
   Support::HangingMount hangs(directory.path());
   process.signal(SIGHUP);
@@ -224,10 +227,7 @@ TEST(TrelmemberdHangingFileTest, CertificateAndKeyHang_PublishingGoesOn_AndTheEn
                            {"access", {{"ca", certificates.certFile("ca")}, {"cert", cert}, {"key", key}}}};
   std::string file = directory.write("1.json", config.dump());
   Process process({TRELMEMBERD, "--config", file});
-  auto revision = [&client] {
-    auto listing = client.get("trel/members/1/system");
-    return !listing.ok() || listing->records.empty() ? 0 : listing->records.front().modRevision;
-  };
+  auto revision = [&client] { return systemRevision(client); };
   ASSERT_TRUE(waitUntil([&] { return revision() != 0; })) << process.err();
   Support::HangingMount hangs(directory.file("hangs"));
   process.signal(SIGHUP);
