@@ -5,6 +5,7 @@
 #include <fmt/chrono.h>
 
 #include <nlohmann/json.hpp>
+#include <vector>
 
 #include "snmp-modules/ServedTable.h"
 
@@ -21,9 +22,11 @@ Json utcTime(uint64_t utcNs) {
   return fmt::format("{:%Y-%m-%dT%H:%M:%S}.{:03}Z", fmt::gmtime(seconds), utcNs % kNsPerSecond / 1'000'000);
 }
 
-Json sourcesOf(const Cluster& cluster) {
+using Sources = std::vector<Kelstore::SourceStatus>;
+
+Json sourcesOf(const Sources& sources) {
   Json all = Json::array();
-  for (const Kelstore::SourceStatus& source : cluster.sources()) {
+  for (const Kelstore::SourceStatus& source : sources) {
     all.push_back({{"name", source.name},
                    {"state", Kelstore::stateName(source.state)},
                    {"paths", source.paths},
@@ -35,9 +38,9 @@ Json sourcesOf(const Cluster& cluster) {
   return all;
 }
 
-Json collectorsOf(const Cluster& cluster) {
+Json collectorsOf(const Sources& sources) {
   Json all = Json::array();
-  for (const Kelstore::SourceStatus& source : cluster.sources()) {
+  for (const Kelstore::SourceStatus& source : sources) {
     for (const Kelstore::CollectorStatus& collector : source.collectors) {
       all.push_back({{"source", source.name},
                      {"name", collector.name},
@@ -51,17 +54,17 @@ Json collectorsOf(const Cluster& cluster) {
 
 // Calls add(source's name, the store's status) for each source that is a store.
 template <class Add>
-Json storesWith(const Cluster& cluster, Add add) {
+Json storesWith(const Sources& sources, Add add) {
   Json all = Json::array();
-  for (const Kelstore::SourceStatus& source : cluster.sources()) {
+  for (const Kelstore::SourceStatus& source : sources) {
     if (source.store) add(all, source.name, *source.store);
   }
   return all;
 }
 
-Json storesOf(const Cluster& cluster, uint64_t nowUtcNs) {
+Json storesOf(const Sources& sources, uint64_t nowUtcNs) {
   return storesWith(
-      cluster, [nowUtcNs](Json& all, const std::string& name, const Kelstore::StoreStatus& store) {
+      sources, [nowUtcNs](Json& all, const std::string& name, const Kelstore::StoreStatus& store) {
         Json heardSecondsAgo;
         if (store.heardUtcNs != 0 && nowUtcNs >= store.heardUtcNs) {
           uint64_t ms = (nowUtcNs - store.heardUtcNs) / 1'000'000;
@@ -80,8 +83,8 @@ Json storesOf(const Cluster& cluster, uint64_t nowUtcNs) {
       });
 }
 
-Json storeCountersOf(const Cluster& cluster) {
-  return storesWith(cluster, [](Json& all, const std::string& name, const Kelstore::StoreStatus& store) {
+Json storeCountersOf(const Sources& sources) {
+  return storesWith(sources, [](Json& all, const std::string& name, const Kelstore::StoreStatus& store) {
     Json counters{{"source", name}};
     for (const auto& [counter, count] : store.counters) counters[counter] = count;
     counters["setAside"] = store.setAside;
@@ -89,16 +92,16 @@ Json storeCountersOf(const Cluster& cluster) {
   });
 }
 
-Json setAsideOf(const Cluster& cluster) {
-  return storesWith(cluster, [](Json& all, const std::string& name, const Kelstore::StoreStatus& store) {
+Json setAsideOf(const Sources& sources) {
+  return storesWith(sources, [](Json& all, const std::string& name, const Kelstore::StoreStatus& store) {
     for (const auto& [key, error] : store.examples) {
       all.push_back({{"source", name}, {"key", key}, {"error", error}});
     }
   });
 }
 
-Json membersOf(const Cluster& cluster) {
-  return storesWith(cluster, [](Json& all, const std::string& name, const Kelstore::StoreStatus& store) {
+Json membersOf(const Sources& sources) {
+  return storesWith(sources, [](Json& all, const std::string& name, const Kelstore::StoreStatus& store) {
     for (const Kelstore::MemberStatus& member : store.members) {
       all.push_back({{"source", name},
                      {"member", member.member},
@@ -152,6 +155,8 @@ bool serving(const SnmpAgent& snmp, const Cluster& cluster) { return snmp.connec
 
 std::unique_ptr<Reply> statusReport(const StatusInputs& inputs) {
   uint64_t uptimeMs = inputs.uptimeNs / 1'000'000;
+  // One look at the sources, so that what is said of one fits together.
+  const Sources sources = inputs.cluster.sources();
   Json answer{
       {"ok", true},
       {"daemon", "trelsnmpd"},
@@ -164,12 +169,12 @@ std::unique_ptr<Reply> statusReport(const StatusInputs& inputs) {
       {"connected", inputs.snmp.connected()},
       {"ready", serving(inputs.snmp, inputs.cluster)},
       {"log", {{"waiting", inputs.log.waiting}, {"leftOut", inputs.log.leftOut}, {"lost", inputs.log.lost}}},
-      {"sources", sourcesOf(inputs.cluster)},
-      {"collectors", collectorsOf(inputs.cluster)},
-      {"stores", storesOf(inputs.cluster, inputs.nowUtcNs)},
-      {"storeCounters", storeCountersOf(inputs.cluster)},
-      {"setAside", setAsideOf(inputs.cluster)},
-      {"members", membersOf(inputs.cluster)},
+      {"sources", sourcesOf(sources)},
+      {"collectors", collectorsOf(sources)},
+      {"stores", storesOf(sources, inputs.nowUtcNs)},
+      {"storeCounters", storeCountersOf(sources)},
+      {"setAside", setAsideOf(sources)},
+      {"members", membersOf(sources)},
       {"pipelines", pipelinesOf(inputs.cluster)},
       {"conflicts", conflictsOf(inputs.cluster)},
       {"tasks", tasksOf(inputs.scheduler)},

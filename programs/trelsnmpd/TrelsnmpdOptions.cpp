@@ -102,7 +102,7 @@ void describe(CLI::App& app, Options& options) {
   listen->type_name("ADDRESS")->allow_extra_args(false)->check(Runtime::checking(checkListen));
   app.add_option("--agentx", options.snmp.agentx,
                  "Connect to the master agent at this address instead of listening, such as "
-                 "unix:/run/agentx/master")
+                 "unix:/var/agentx/master")
       ->type_name("ADDRESS")
       ->check(Runtime::checking(checkMaster))
       ->excludes(listen);

@@ -33,10 +33,9 @@ std::string Following::endpoint() const {
   return status.at("state") == "watching" && status.at("endpoint").is_string() ? status.at("endpoint") : "";
 }
 
-std::map<std::string, int64_t> Following::counters() const {
+std::map<std::string, int64_t> Following::countersIn(const nlohmann::json& status) {
   std::map<std::string, int64_t> all;
-  nlohmann::json counters = daemon_.status().at("storeCounters").at(0);
-  for (const auto& [name, value] : counters.items()) {
+  for (const auto& [name, value] : status.at("storeCounters").at(0).items()) {
     if (value.is_number()) all[name] = value;
   }
   return all;

@@ -25,11 +25,13 @@ class Following {
   uint16_t port() const;
 
   // What it says of the store.
-  nlohmann::json store() const { return daemon_.status().at("stores").at(0); }
+  nlohmann::json status() const { return daemon_.status(); }
+  nlohmann::json store() const { return status().at("stores").at(0); }
   std::string state() const { return store().at("state"); }
   // Of the server that it listens to; empty: none.
   std::string endpoint() const;
-  std::map<std::string, int64_t> counters() const;
+  std::map<std::string, int64_t> counters() const { return countersIn(status()); }
+  static std::map<std::string, int64_t> countersIn(const nlohmann::json& status);
 
   // What it has to serve for a state document, and what it serves.
   Wire::Tree expected(const nlohmann::json& document) const { return Wire::treeOf(document, clock_); }

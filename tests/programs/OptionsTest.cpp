@@ -125,7 +125,7 @@ TEST(OptionsTest, Listen_DatagramsOnly) {
 
 TEST(OptionsTest, Agentx_AMasterOfThisMachine) {
   for (const char* address :
-       {"unix:/run/agentx/master", "/run/agentx/master", "tcp:127.0.0.1:705", "tcp6:[::1]:705"}) {
+       {"unix:/var/agentx/master", "/var/agentx/master", "tcp:127.0.0.1:705", "tcp6:[::1]:705"}) {
     EXPECT_EQ(parsed({"--agentx", address}).options.snmp.agentx, address);
   }
   for (const char* address :
