@@ -160,6 +160,53 @@ TEST_F(AgentTest, SuccessorThatCannotBeMade_ThePredecessorStaysAndGoesOn) {
   EXPECT_TRUE(pipeline->idle());
 }
 
+// Whichever of its writes it fails at, the predecessor's rows are what its inputs say, and no other.
+TEST_F(AgentTest, SuccessorFailsAtEachOfItsWritesInTurn_ThePredecessorsRowsStand) {
+  reports("1", 2);
+  reports("2", 1);
+  reports("4", 1);
+  auto agent = agentIs();
+  scheduler.drain();
+  auto pipeline = agent->trelSnmpReachabilityTableSm();
+  auto otherDir = Zavro::makePtr<Kor::Dir>("other");
+  for (const char* member : {"1", "3", "4"}) {
+    auto entity = Zavro::makePtr<Trel::ReachabilityStatus>(member);
+    for (uint8_t neighbour : std::initializer_list<uint8_t>{1, 5}) {
+      entity->reachabilityStatus().set(Trel::MemberId(neighbour),
+                                       Zavro::makePtr<const State>(State::degraded, std::nullopt, 0));
+    }
+    otherDir->entityPtrIs(entity);
+  }
+  Rvx::SmControl control;
+  control.mode = Rvx::Mode::synchronous;
+  using Keys = std::vector<MemberIdPair>;
+  auto keys = [this] {
+    Keys all;
+    for (auto row = mib->trelReachabilityTable().begin(); row; row.next()) all.push_back(row.key());
+    return all;
+  };
+  const Keys before = keys();
+  size_t failures = 0;
+  for (bool made = false; !made;) {
+    size_t writes = 0;
+    auto subscription = mib->publisher().subscribe([&](const TrelMib::Change&) {
+      if (++writes > failures) throw std::runtime_error("subscriber");
+    });
+    try {
+      agent->trelSnmpReachabilityTableSmIs(otherDir, ifMib, mib, control);
+      made = true;
+    } catch (const std::runtime_error&) {
+      ++failures;
+      subscription.reset();
+      scheduler.drain();
+      EXPECT_EQ(agent->trelSnmpReachabilityTableSm(), pipeline);
+      EXPECT_EQ(keys(), before) << "after write " << failures;
+    }
+  }
+  EXPECT_GE(failures, 6U);
+  EXPECT_EQ(keys().size(), 6U);
+}
+
 TEST_F(AgentTest, SuccessorThatCannotBeMade_APausedPredecessorStaysPaused) {
   reports("1", 2);
   auto agent = agentIs();
