@@ -34,8 +34,9 @@ uint16_t Subject::port() const { return Support::portOf(daemon_.address()); }
 // The agent starts at some time between the start of the process and the first answer.
 void Subject::learnStart() {
   daemon_.stateIs(AgentClock::question(0).dump()).start();
-  // What is before the start reads 0, and what is to come reads as now.
-  uint64_t aroundNs = nowNs();
+  // What is before the start, or in its first tick, reads 0, and what is to come reads as now.
+  constexpr uint64_t kTwoTicksNs = 20'000'000;
+  uint64_t aroundNs = nowNs() + kTwoTicksNs;
   nlohmann::json question = AgentClock::question(aroundNs);
   uint64_t lastNs = AgentClock::lastNs(aroundNs);
   if (!Support::waitUntil([&] { return nowNs() > lastNs; })) throw std::runtime_error("time stands still");
