@@ -36,7 +36,7 @@ class DirMachine final : public Machine {
     std::string entries;       // attribute name of the entries, "entityPtr"
     std::string children;      // attribute name of the children, "childSm..."
     std::string wrongType;     // trace for an entity of another type, which counts as absent
-    std::string keyTrace;      // trace for an entry that is handled, with a placeholder for the key
+    std::string keyTrace;      // trace for an entry that is handled: a format that takes the key
     std::vector<Stream> streams;
     // The inputs of a new child, one for each stream that has no emitEntity, in order.
     std::function<EntityMachine::Inputs(const Key&, const Entity&)> childInputs;
