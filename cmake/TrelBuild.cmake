@@ -1,5 +1,5 @@
-# How everything here is built: language level, warnings, sanitizers, where programs and libraries go, and the
-# two helpers that rooms and tests are declared with.
+# How everything here is built: language level, warnings, sanitizers, where programs and libraries go, and how
+# rooms and tests are declared.
 
 set(CMAKE_CXX_STANDARD 20)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)

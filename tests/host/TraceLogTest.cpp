@@ -14,14 +14,13 @@ TEST(TraceLogTest, StandardError_TimeInUtcHandleLevelAndText) {
   {
     TraceLog log("program", {});
     EXPECT_EQ(Lumalog::sink(), &log);
-    log.trace({"Kelstore", 0, "a {} that is no placeholder", "{}", {}});
+    log.trace({"Kelstore", 0, "a {} of its own", "{}", {}});
     log.trace({"Kelstore", 9, "b", "b", {}});
   }
   EXPECT_EQ(Lumalog::sink(), before);
   const std::string time = "[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3}Z ";
-  EXPECT_THAT(
-      testing::internal::GetCapturedStderr(),
-      testing::MatchesRegex(time + "Kelstore/0 a \\{\\} that is no placeholder\n" + time + "Kelstore/9 b\n"));
+  EXPECT_THAT(testing::internal::GetCapturedStderr(),
+              testing::MatchesRegex(time + "Kelstore/0 a \\{\\} of its own\n" + time + "Kelstore/9 b\n"));
 }
 
 // What standard error has of so many lines about each of these keys.

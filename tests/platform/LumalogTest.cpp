@@ -98,9 +98,9 @@ TEST_F(LumalogTest, TextsOfRunTime_AreFormattedWithTheirArguments) {
 
 TEST_F(LumalogTest, BracesInArguments_ArePassedThrough) {
   TraceLog log;
-  a_.trace(1, "{}", "{not a placeholder}");
+  a_.trace(1, "{}", "{no argument}");
   a_.traceRuntime(1, "{}", "{}");
-  EXPECT_THAT(log.lines(), ElementsAre("LumalogTestA/1 {not a placeholder}", "LumalogTestA/1 {}"));
+  EXPECT_THAT(log.lines(), ElementsAre("LumalogTestA/1 {no argument}", "LumalogTestA/1 {}"));
 }
 
 TEST_F(LumalogTest, HandlesOfOneName_AreSetTogether) {
