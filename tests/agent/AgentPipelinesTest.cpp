@@ -179,13 +179,15 @@ TEST_F(AgentTest, SuccessorFailsAtEachOfItsWritesInTurn_ThePredecessorsRowsStand
   }
   Rvx::SmControl control;
   control.mode = Rvx::Mode::synchronous;
-  using Keys = std::vector<MemberIdPair>;
-  auto keys = [this] {
-    Keys all;
-    for (auto row = mib->trelReachabilityTable().begin(); row; row.next()) all.push_back(row.key());
+  using Rows = std::vector<std::pair<MemberIdPair, State::State>>;
+  auto rows = [this] {
+    Rows all;
+    for (auto row = mib->trelReachabilityTable().begin(); row; row.next()) {
+      all.emplace_back(row.key(), mib->trelReachabilityTable(row.key())->reachabilityState()->state());
+    }
     return all;
   };
-  const Keys before = keys();
+  const Rows before = rows();
   size_t failures = 0;
   for (bool made = false; !made;) {
     size_t writes = 0;
@@ -200,11 +202,11 @@ TEST_F(AgentTest, SuccessorFailsAtEachOfItsWritesInTurn_ThePredecessorsRowsStand
       subscription.reset();
       scheduler.drain();
       EXPECT_EQ(agent->trelSnmpReachabilityTableSm(), pipeline);
-      EXPECT_EQ(keys(), before) << "after write " << failures;
+      EXPECT_EQ(rows(), before) << "after write " << failures;
     }
   }
   EXPECT_GE(failures, 6U);
-  EXPECT_EQ(keys().size(), 6U);
+  EXPECT_EQ(rows().size(), 6U);
 }
 
 TEST_F(AgentTest, SuccessorThatCannotBeMade_APausedPredecessorStaysPaused) {
