@@ -46,6 +46,24 @@ const Regression kRegressions[] = {
                       {.kind = Kind::ifIndex, .item = 1, .value = 2},
                       {.kind = Kind::ifIndex, .item = 2, .value = 8},
                   }}},
+    // A change of the future reads as the uptime of now. Within the last ten microseconds of a tick the
+    // product had counted that tick, and the model had not.
+    {"ChangeInTheFutureReadShortlyBeforeATicksEnd_TheTickCounts",
+     Scenario{.conditions = {},
+              .steps =
+                  {
+                      {.kind = Kind::clock, .value = 1},
+                      {.kind = Kind::reachJoin, .value = 59},
+                      {.kind = Kind::agentIs},
+                      {.kind = Kind::status, .value = 1},
+                      {.kind = Kind::drain, .key = 4, .item = 25, .value = 2290},
+                      {.kind = Kind::walkFirst, .key = 1},
+                      {.kind = Kind::walkHold},
+                      {.kind = Kind::walkRead, .value = 2},
+                      {.kind = Kind::walkRead, .value = 3},
+                      {.kind = Kind::walkRead, .value = 4},
+                      {.kind = Kind::walkRead, .value = 5},
+                  }}},
 };
 
 class RegressionTest : public testing::TestWithParam<Regression> {};

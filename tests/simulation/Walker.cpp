@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 
 #include "platform/snmp/RegVoidCollByContext.h"
 #include "snmp-modules/veldaTrelHostResourcesMIB.h"
@@ -323,9 +324,13 @@ std::string Walker::expectedColumn(const Shown& shown, unsigned column) const {
         const uint32_t* index = indexes.find(Lanix::IntfId(shown.interface.value_or("")));
         return integer(index != nullptr ? *index : 0);
       }
-      uint64_t ticks = std::min(shown.lastChangeNs, state_.nowNs()) / 10'000'000;
-      uint64_t start = kAgentStart * 100;
-      return fmt::format("t:{}", ticks > start ? static_cast<uint32_t>(ticks - start) : 0);
+      // A change in the future reads as the uptime of now, which is anything, and a tick counts as full from
+      // a thousandth before its end on.
+      constexpr uint64_t kSecondNs = 1'000'000'000;
+      uint64_t changed = std::min(shown.lastChangeNs, state_.nowNs());
+      uint64_t uptime = changed - std::min(changed, kAgentStart * kSecondNs);
+      double ticks = std::floor(static_cast<double>(uptime) / 1e9 * 100 + 1e-3);
+      return fmt::format("t:{}", static_cast<uint32_t>(static_cast<uint64_t>(ticks)));
     }
     case TableId::system: {
       const auto& figures = state_.figures(row.record);
