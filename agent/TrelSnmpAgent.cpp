@@ -45,7 +45,7 @@ auto makeSuccessor(const std::vector<Zavro::Ptr<Zavro::Node>>& nodes, Make make)
     return make();
   } catch (...) {
     for (const auto& node : nodes) {
-      if (auto* pipeline = dynamic_cast<Pipeline*>(node.get())) pipeline->takesRowsBack();
+      if (auto* pipeline = dynamic_cast<Pipeline*>(node.get())) pipeline->reclaimRows();
     }
     for (const auto& node : active) node->hasNotificationActiveIs(true);
     throw;

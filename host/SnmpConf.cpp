@@ -7,8 +7,8 @@
 #include <set>
 
 #include "host/SnmpWords.h"
+#include "runtime/Errors.h"
 #include "runtime/File.h"
-#include "runtime/Status.h"
 #include "runtime/Text.h"
 #include "snmp-modules/NetSnmp.h"
 

@@ -37,28 +37,28 @@ std::string dotted(const std::string& octets) {
 }
 
 // Null where nothing is served.
-Json shown(TrelSnmp::Shown as, const TrelSnmp::Octets& octets) {
+Json shown(TrelSnmp::ValueFormat as, const TrelSnmp::EncodedValue& octets) {
   if (!octets) return nullptr;
   switch (as) {
-    case TrelSnmp::Shown::text:
+    case TrelSnmp::ValueFormat::text:
       return *octets;
-    case TrelSnmp::Shown::date:
+    case TrelSnmp::ValueFormat::date:
       return dateAndTime(*octets);
-    case TrelSnmp::Shown::objectIdentifier:
+    case TrelSnmp::ValueFormat::objectIdentifier:
       return dotted(*octets);
-    case TrelSnmp::Shown::signedNumber:
+    case TrelSnmp::ValueFormat::signedNumber:
       return static_cast<int32_t>(numberOf(*octets));
-    case TrelSnmp::Shown::number:
+    case TrelSnmp::ValueFormat::number:
       break;
   }
   return numberOf(*octets);
 }
 
-Json rowOf(const TrelSnmp::ServedTable& table, const std::vector<TrelSnmp::Octets>& values) {
+Json rowOf(const TrelSnmp::ServedTable& table, const std::vector<TrelSnmp::EncodedValue>& values) {
   Json row = Json::object();
   for (size_t i = 0; i < values.size(); ++i) {
     const TrelSnmp::ServedColumn& column = table.columns[i];
-    row[column.label] = shown(column.shown, values[i]);
+    row[column.label] = shown(column.format, values[i]);
     if (column.nameOf == nullptr) continue;
     row[column.label + "Name"] = values[i] ? Json(column.nameOf(numberOf(*values[i]))) : Json(nullptr);
   }

@@ -48,7 +48,7 @@ void TraceLog::trace(const Lumalog::Line& line) {
   if (severity == Severity::detail) {
     log_.write(std::move(logged));
   } else {
-    const auto& [source, key] = line.about;
+    const auto& [source, key] = line.subject;
     // Lines that are of no key are not to drown in those that are.
     std::string kind = fmt::format("{} {} {} {}", line.handle, line.format, source, key.empty());
     log_.write(std::move(logged), {std::move(kind), std::string(key)});

@@ -1,7 +1,7 @@
 #include "kelstore/FileSource.h"
 
+#include "runtime/Errors.h"
 #include "runtime/File.h"
-#include "runtime/Status.h"
 
 namespace Kelstore {
 namespace {

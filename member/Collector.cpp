@@ -1,7 +1,7 @@
 #include "member/Collector.h"
 
 #include "member/Trace.h"
-#include "runtime/Status.h"
+#include "runtime/Errors.h"
 
 namespace Member {
 namespace {

@@ -9,7 +9,7 @@
 #include <string>
 
 #include "kelstore/Source.h"
-#include "member/Machine.h"
+#include "member/LocalMachine.h"
 #include "platform/zavro/Clock.h"
 #include "runtime/Io.h"
 #include "runtime/OffLoop.h"

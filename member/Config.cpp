@@ -11,10 +11,10 @@
 #include <stdexcept>
 
 #include "platform/lanix/IntfId.h"
+#include "runtime/Errors.h"
 #include "runtime/File.h"
 #include "runtime/JsonFields.h"
 #include "runtime/JsonText.h"
-#include "runtime/Status.h"
 #include "runtime/Text.h"
 
 namespace Member {

@@ -4,7 +4,7 @@
 #include <chrono>
 #include <string>
 
-#include "member/Machine.h"
+#include "member/LocalMachine.h"
 
 namespace Member {
 

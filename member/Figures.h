@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "kelstore/Schema.h"
-#include "member/Machine.h"
+#include "member/LocalMachine.h"
 
 namespace Member {
 

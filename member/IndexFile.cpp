@@ -10,9 +10,9 @@
 #include <nlohmann/json.hpp>
 #include <set>
 
+#include "runtime/Errors.h"
 #include "runtime/File.h"
 #include "runtime/JsonFields.h"
-#include "runtime/Status.h"
 #include "runtime/Text.h"
 
 namespace Member {

@@ -6,7 +6,7 @@
 
 #include <string>
 
-#include "member/Machine.h"
+#include "member/LocalMachine.h"
 #include "member/StorageIndexes.h"
 
 namespace Member {

@@ -2,12 +2,12 @@
 // database, the table of mounts through libmount. Holds nothing between questions.
 #pragma once
 
-#include "member/Machine.h"
+#include "member/LocalMachine.h"
 #include "member/MountTable.h"
 
 namespace Member {
 
-class LinuxMachine final : public Machine {
+class LinuxMachine final : public LocalMachine {
  public:
   // Where what libproc2 does not read is found.
   struct Files {

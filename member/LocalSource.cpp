@@ -48,7 +48,7 @@ class Mappings {
 
 }  // namespace
 
-LocalSource::LocalSource(const Settings& settings, std::shared_ptr<Machine> machine,
+LocalSource::LocalSource(const Settings& settings, std::shared_ptr<LocalMachine> machine,
                          Kelstore::LayeredState& layers, Runtime::Io& io, const Zavro::Clock& clock)
     : layers_(layers),
       clock_(clock),

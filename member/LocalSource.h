@@ -20,7 +20,7 @@ class LocalSource final : public Kelstore::Source {
   using Settings = MachineFigures::Settings;
 
   // Layers, io and clock outlive the source; the machine may be in use for longer, by a question that hangs.
-  LocalSource(const Settings& settings, std::shared_ptr<Machine> machine, Kelstore::LayeredState& layers,
+  LocalSource(const Settings& settings, std::shared_ptr<LocalMachine> machine, Kelstore::LayeredState& layers,
               Runtime::Io& io, const Zavro::Clock& clock);
 
   void start() override { figures_.start(); }

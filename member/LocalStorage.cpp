@@ -26,7 +26,7 @@ std::string descriptionOf(const std::string& mountPoint) {
 
 }  // namespace
 
-LocalStorage::LocalStorage(std::shared_ptr<Machine> machine, std::string indexFile, Runtime::Io& io,
+LocalStorage::LocalStorage(std::shared_ptr<LocalMachine> machine, std::string indexFile, Runtime::Io& io,
                            const Zavro::Clock& clock, std::function<void()> told)
     : machine_(std::move(machine)),
       indexFile_(std::move(indexFile)),

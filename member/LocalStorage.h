@@ -25,7 +25,7 @@ class LocalStorage final {
  public:
   // indexFile: where indexes are kept; empty: nowhere. `told` is called when there is news. Io and clock
   // outlive this.
-  LocalStorage(std::shared_ptr<Machine> machine, std::string indexFile, Runtime::Io& io,
+  LocalStorage(std::shared_ptr<LocalMachine> machine, std::string indexFile, Runtime::Io& io,
                const Zavro::Clock& clock, std::function<void()> told);
 
   // Asks which indexes were kept. Call it once, first.
@@ -60,7 +60,7 @@ class LocalStorage final {
   void keptAre(KeptIndexes kept);
   bool nameable(const std::string& mountPoint);
 
-  std::shared_ptr<Machine> machine_;
+  std::shared_ptr<LocalMachine> machine_;
   const std::string indexFile_;
   Runtime::Io& io_;
   const Zavro::Clock& clock_;

@@ -9,8 +9,8 @@ namespace Member {
 
 using Kelstore::Kind;
 
-MachineFigures::MachineFigures(const Settings& settings, std::shared_ptr<Machine> machine, Runtime::Io& io,
-                               const Zavro::Clock& clock, std::function<void()> told)
+MachineFigures::MachineFigures(const Settings& settings, std::shared_ptr<LocalMachine> machine,
+                               Runtime::Io& io, const Zavro::Clock& clock, std::function<void()> told)
     : member_(std::to_string(settings.member)),
       intervalMs_(uint64_t{settings.intervalSeconds} * 1000),
       machine_(std::move(machine)),
@@ -18,16 +18,16 @@ MachineFigures::MachineFigures(const Settings& settings, std::shared_ptr<Machine
       clock_(clock),
       told_(std::move(told)),
       storage_(machine_, settings.indexFile, io, clock, [this] { tellSoon(); }) {
-  collectorIs("uptime", &Machine::uptime, &MachineFigures::uptimeIs);
-  collectorIs("users", &Machine::users, &MachineFigures::usersIs);
-  collectorIs("processes", &Machine::processes, &MachineFigures::processesIs);
-  collectorIs("memory", &Machine::memory, &MachineFigures::memoryIs);
-  collectorIs("processors", &Machine::processors, &MachineFigures::processorsIs);
+  addCollector("uptime", &LocalMachine::uptime, &MachineFigures::uptimeIs);
+  addCollector("users", &LocalMachine::users, &MachineFigures::usersIs);
+  addCollector("processes", &LocalMachine::processes, &MachineFigures::processesIs);
+  addCollector("memory", &LocalMachine::memory, &MachineFigures::memoryIs);
+  addCollector("processors", &LocalMachine::processors, &MachineFigures::processorsIs);
 }
 
 template <class Answer>
-void MachineFigures::collectorIs(std::string name, absl::StatusOr<Answer> (Machine::*question)(),
-                                 void (MachineFigures::*take)(Answer)) {
+void MachineFigures::addCollector(std::string name, absl::StatusOr<Answer> (LocalMachine::*question)(),
+                                  void (MachineFigures::*take)(Answer)) {
   auto ask = asking<Answer>([machine = machine_, question] { return ((*machine).*question)(); },
                             [this, take](Answer answer) { (this->*take)(std::move(answer)); });
   collectors_.push_back(

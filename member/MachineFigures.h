@@ -14,8 +14,8 @@
 
 #include "kelstore/Snapshot.h"
 #include "member/Collector.h"
+#include "member/LocalMachine.h"
 #include "member/LocalStorage.h"
-#include "member/Machine.h"
 
 namespace Member {
 
@@ -35,7 +35,7 @@ class MachineFigures final {
 
   // `told` is called on the loop when there is news; answers that come together are told together. Io and
   // clock outlive this; the machine may be in use for longer, by a question that hangs.
-  MachineFigures(const Settings& settings, std::shared_ptr<Machine> machine, Runtime::Io& io,
+  MachineFigures(const Settings& settings, std::shared_ptr<LocalMachine> machine, Runtime::Io& io,
                  const Zavro::Clock& clock, std::function<void()> told);
 
   void start();
@@ -53,8 +53,8 @@ class MachineFigures final {
 
  private:
   template <class Answer>
-  void collectorIs(std::string name, absl::StatusOr<Answer> (Machine::*question)(),
-                   void (MachineFigures::*take)(Answer));
+  void addCollector(std::string name, absl::StatusOr<Answer> (LocalMachine::*question)(),
+                    void (MachineFigures::*take)(Answer));
   void uptimeIs(double seconds) { uptimeSeconds_ = seconds; }
   void usersIs(uint32_t users) { users_ = users; }
   void processesIs(uint32_t processes) { processes_ = processes; }
@@ -67,7 +67,7 @@ class MachineFigures final {
 
   const std::string member_;
   uint64_t intervalMs_;
-  std::shared_ptr<Machine> machine_;
+  std::shared_ptr<LocalMachine> machine_;
   Runtime::Io& io_;
   const Zavro::Clock& clock_;
   std::function<void()> told_;

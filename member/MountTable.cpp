@@ -14,7 +14,7 @@
 #include <memory>
 #include <string_view>
 
-#include "runtime/Status.h"
+#include "runtime/Errors.h"
 
 namespace Member {
 namespace {

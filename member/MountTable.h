@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "member/Machine.h"
+#include "member/LocalMachine.h"
 
 namespace Member {
 

@@ -2,7 +2,7 @@
 
 #include "member/Trace.h"
 #include "platform/zavro/Assert.h"
-#include "runtime/Status.h"
+#include "runtime/Errors.h"
 
 namespace Member {
 namespace {

@@ -9,7 +9,7 @@
 #include <stdexcept>
 
 #include "member/Trace.h"
-#include "runtime/Status.h"
+#include "runtime/Errors.h"
 
 namespace Member {
 namespace {

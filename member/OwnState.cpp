@@ -13,9 +13,9 @@ constexpr uint64_t kNsPerSecond = 1'000'000'000;
 using Kelstore::Kind;
 using Entry = Kelstore::Snapshot::Entry;
 
-OwnState::OwnState(const Config& config, std::shared_ptr<Machine> machine, std::shared_ptr<EchoProbe> probe,
-                   const Links& links, Runtime::Io& io, const Zavro::Clock& clock,
-                   std::function<void()> changed)
+OwnState::OwnState(const Config& config, std::shared_ptr<LocalMachine> machine,
+                   std::shared_ptr<EchoProbe> probe, const Links& links, Runtime::Io& io,
+                   const Zavro::Clock& clock, std::function<void()> changed)
     : config_(config),
       probe_(std::move(probe)),
       links_(links),

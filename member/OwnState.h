@@ -19,7 +19,7 @@ namespace Member {
 class OwnState final {
  public:
   // `changed` is called when entries() may differ from before. Links, io and clock outlive this.
-  OwnState(const Config& config, std::shared_ptr<Machine> machine, std::shared_ptr<EchoProbe> probe,
+  OwnState(const Config& config, std::shared_ptr<LocalMachine> machine, std::shared_ptr<EchoProbe> probe,
            const Links& links, Runtime::Io& io, const Zavro::Clock& clock, std::function<void()> changed);
 
   void start();

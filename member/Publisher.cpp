@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "member/Trace.h"
-#include "runtime/Status.h"
+#include "runtime/Errors.h"
 
 namespace Member {
 namespace {

@@ -48,7 +48,7 @@ class NoLoop final : public Runtime::Io {
 
 }  // namespace
 
-absl::StatusOr<Kelstore::Values> suggestedMappings(std::shared_ptr<Machine> machine,
+absl::StatusOr<Kelstore::Values> suggestedMappings(std::shared_ptr<LocalMachine> machine,
                                                    const std::string& indexFile, const Zavro::Clock& clock) {
   Kelstore::Values suggested;
   NoLoop io;

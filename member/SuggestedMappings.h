@@ -8,7 +8,7 @@
 #include <string>
 
 #include "kelstore/Document.h"
-#include "member/Machine.h"
+#include "member/LocalMachine.h"
 #include "platform/zavro/Clock.h"
 
 namespace Member {
@@ -16,7 +16,7 @@ namespace Member {
 // Those of the kinds of memory, and of the file systems that are mounted now. Mount points have the indexes
 // that the file keeps for them, and new ones are kept there; an empty path: nowhere. Waits for each answer of
 // the machine. An error is one line.
-absl::StatusOr<Kelstore::Values> suggestedMappings(std::shared_ptr<Machine> machine,
+absl::StatusOr<Kelstore::Values> suggestedMappings(std::shared_ptr<LocalMachine> machine,
                                                    const std::string& indexFile, const Zavro::Clock& clock);
 
 }  // namespace Member

@@ -78,7 +78,7 @@ void TrelSnmpHostResourcesSm::eventToProcessorTableStream(const Kor::String& dir
 
 // Machines
 
-void TrelSnmpHostResourcesSm::machinesIs() {
+void TrelSnmpHostResourcesSm::createMachines() {
   using HostResourcesDirSm0 = RivoCode::TrelSnmpHostResourcesSm::HostResourcesDirSm0;
   auto statement = directoryStatement<HostResources::HostResources>("hostResourcesDir");
   statement.wrongType += ' ';
@@ -95,8 +95,8 @@ void TrelSnmpHostResourcesSm::machinesIs() {
                                   }));
     return inputs;
   };
-  machineAdded(Zavro::makePtr<HostResourcesDirSm0>(*this, hostResourcesDir_, hostResourcesDir_->entities(),
-                                                   std::move(statement)));
+  addMachine(Zavro::makePtr<HostResourcesDirSm0>(*this, hostResourcesDir_, hostResourcesDir_->entities(),
+                                                 std::move(statement)));
 }
 
 // The root

@@ -56,7 +56,7 @@ class TrelSnmpHostResourcesSm final : public Pipeline {
 
  private:
   std::vector<PointerArgument> pointerArguments() const override;
-  void machinesIs() override;
+  void createMachines() override;
 
   const Zavro::Ptr<const Kor::Dir> hostResourcesDir_;
   Output<SystemRows> systemOutput_;

@@ -149,7 +149,7 @@ void TrelSnmpHrStorageTableSm::intoTrelHrStorageTable(const TrelHrStorageKey& ke
 
 // Machines
 
-void TrelSnmpHrStorageTableSm::machinesIs() {
+void TrelSnmpHrStorageTableSm::createMachines() {
   using HostResourcesDirSm0 = RivoCode::TrelSnmpHrStorageTableSm::HostResourcesDirSm0;
   using HostResources::HostResources;
   auto statement = directoryStatement<HostResources>("hostResourcesDir");
@@ -168,8 +168,8 @@ void TrelSnmpHrStorageTableSm::machinesIs() {
                                   }));
     return inputs;
   };
-  machineAdded(Zavro::makePtr<HostResourcesDirSm0>(*this, hostResourcesDir_, hostResourcesDir_->entities(),
-                                                   std::move(statement)));
+  addMachine(Zavro::makePtr<HostResourcesDirSm0>(*this, hostResourcesDir_, hostResourcesDir_->entities(),
+                                                 std::move(statement)));
 }
 
 // The root

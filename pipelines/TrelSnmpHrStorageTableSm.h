@@ -64,7 +64,7 @@ class TrelSnmpHrStorageTableSm final : public Pipeline {
  private:
   std::vector<PointerArgument> pointerArguments() const override;
   void processDepends() override;
-  void machinesIs() override;
+  void createMachines() override;
 
   void intoTrelHrStorageTable(const TrelHrStorageKey& key, const StorageRow& row);
 

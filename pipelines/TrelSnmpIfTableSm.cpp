@@ -247,7 +247,7 @@ std::vector<std::string> TrelSnmpIfTableSm::conflicts() const {
 
 // Machines
 
-void TrelSnmpIfTableSm::machinesIs() {
+void TrelSnmpIfTableSm::createMachines() {
   using TopologyConfigSm0 = RivoCode::TrelSnmpIfTableSm::TopologyConfigSm0;
   TopologyConfigSm0::Statement statement;
   statement.machine = "TopologyConfigSm0";
@@ -267,8 +267,8 @@ void TrelSnmpIfTableSm::machinesIs() {
                                              "neighbor", member.neighbor(), emit)});
     return inputs;
   };
-  machineAdded(Zavro::makePtr<TopologyConfigSm0>(*this, topologyConfig_, topologyConfig_->topoConfig(),
-                                                 std::move(statement)));
+  addMachine(Zavro::makePtr<TopologyConfigSm0>(*this, topologyConfig_, topologyConfig_->topoConfig(),
+                                               std::move(statement)));
 
   auto emit = [this](const Lanix::IntfId& intfId, const uint32_t* ifIndex) {
     eventToIfMibIfIndexStream(intfId, ifIndex != nullptr ? std::optional(*ifIndex) : std::nullopt);
@@ -276,7 +276,7 @@ void TrelSnmpIfTableSm::machinesIs() {
   EntityMachine::Inputs inputs;
   inputs.push_back({kIfMibIfIndexStream, std::make_unique<CollectionStream<IntfSnmp::IfMib::IfIndexes>>(
                                              "ifIndexByIntfId", ifMib_->ifIndexByIntfId(), emit)});
-  machineAdded(Zavro::makePtr<EntityMachine>(*this, "IfMibSm2", ifMib_, std::move(inputs)));
+  addMachine(Zavro::makePtr<EntityMachine>(*this, "IfMibSm2", ifMib_, std::move(inputs)));
 }
 
 // The root

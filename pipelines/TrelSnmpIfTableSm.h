@@ -72,7 +72,7 @@ class TrelSnmpIfTableSm final : public Pipeline {
 
  private:
   std::vector<PointerArgument> pointerArguments() const override;
-  void machinesIs() override;
+  void createMachines() override;
 
   void processOneTopoConfigStreamElem(const TopoConfigStreamCodefKeyType& key);
   void processOneIfMibIfIndexStreamElem(const IfMibIfIndexStreamCodefKeyType& intfId);

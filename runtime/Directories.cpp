@@ -13,8 +13,8 @@
 #include <deque>
 #include <stdexcept>
 
+#include "runtime/Errors.h"
 #include "runtime/File.h"
-#include "runtime/Status.h"
 #include "runtime/Text.h"
 
 namespace Runtime {

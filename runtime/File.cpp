@@ -6,7 +6,7 @@
 
 #include <cerrno>
 
-#include "runtime/Status.h"
+#include "runtime/Errors.h"
 
 namespace Runtime {
 namespace {

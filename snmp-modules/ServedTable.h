@@ -17,13 +17,13 @@ struct ServedColumn {
   const char* name;
   std::string label;  // such as "destId" of "veldaTrelReachabilityDestId"
   u_char type;        // ASN.1
-  Shown shown;
+  ValueFormat format;
   ValueName nameOf;  // null when the column is no enumeration
   bool ofIndex;
 };
 
 // A value as net-snmp's varbinds hold it; nothing when its conversion failed, or its length is not allowed.
-using Octets = std::optional<std::string>;
+using EncodedValue = std::optional<std::string>;
 
 // Walks the rows in key order. A row that is inserted or deleted meanwhile may or may not be visited; every
 // other row is visited once. The MIB state object must outlive the walk.
@@ -32,7 +32,7 @@ class RowWalk {
   virtual ~RowWalk() = default;
   virtual bool atEnd() const = 0;
   // The values of the next row, one for each column. Requires: not atEnd().
-  virtual std::vector<Octets> next() = 0;
+  virtual std::vector<EncodedValue> next() = 0;
 };
 
 struct ServedTable {
@@ -54,24 +54,24 @@ const std::vector<ServedTable>& servedTables();
 std::string labelOf(std::string_view table, std::string_view column);
 
 template <const auto& kTable>
-class WalkOf final : public RowWalk {
+class TableRowWalk final : public RowWalk {
   using Spec = std::remove_cvref_t<decltype(kTable)>;
 
  public:
-  explicit WalkOf(const TrelMib& mib) : at_(kTable.source(mib).begin()) {}
+  explicit TableRowWalk(const TrelMib& mib) : at_(kTable.source(mib).begin()) {}
   bool atEnd() const override { return !at_; }
-  std::vector<Octets> next() override {
-    std::vector<Octets> row;
+  std::vector<EncodedValue> next() override {
+    std::vector<EncodedValue> row;
     for (uint32_t part : partsOf(at_.key())) {
       row.emplace_back(std::string(reinterpret_cast<const char*>(&part), sizeof part));
     }
-    for (const auto& column : kTable.columns) row.push_back(octetsOf(column));
+    for (const auto& column : kTable.columns) row.push_back(encodedValueOf(column));
     at_.next();
     return row;
   }
 
  private:
-  Octets octetsOf(const Column<typename Spec::Entry>& column) const {
+  EncodedValue encodedValueOf(const Column<typename Spec::Entry>& column) const {
     unsigned char buffer[kBufferSize];
     int length = column.convert(*at_.entry(), buffer, column.capacity);
     if (length < 0 || (column.lengthFits != nullptr && !column.lengthFits(length))) return std::nullopt;
@@ -91,18 +91,18 @@ ServedTable servedTable() {
                     .size = [](const TrelMib& mib) { return kTable.source(mib).size(); },
                     .version = [](const TrelMib& mib) { return kTable.source(mib).version(); },
                     .walk = [](const TrelMib& mib) -> std::unique_ptr<RowWalk> {
-                      return std::make_unique<WalkOf<Frame::kSpec>>(mib);
+                      return std::make_unique<TableRowWalk<Frame::kSpec>>(mib);
                     },
                     .initialize = [](const Zavro::String& context) { Frame::initialize(context); },
                     .handler = &Frame::handle};
   for (const IndexColumn& column : kTable.index) {
     std::string label = column.label != nullptr ? column.label : labelOf(kTable.name, column.name);
     auto number = static_cast<unsigned>(table.columns.size() + 1);
-    table.columns.push_back({number, column.name, label, column.type, Shown::number, nullptr, true});
+    table.columns.push_back({number, column.name, label, column.type, ValueFormat::number, nullptr, true});
   }
   for (const auto& column : kTable.columns) {
     table.columns.push_back({column.number, column.name, labelOf(kTable.name, column.name), column.type,
-                             column.shown, column.nameOf, false});
+                             column.format, column.nameOf, false});
   }
   return table;
 }

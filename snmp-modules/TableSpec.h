@@ -25,15 +25,16 @@ struct IndexColumn {
 };
 
 // How a report shows what a conversion writes.
-enum class Shown : uint8_t { number, signedNumber, text, date, objectIdentifier };
+enum class ValueFormat : uint8_t { number, signedNumber, text, date, objectIdentifier };
 
 template <class Conversion>
-constexpr Shown shownAs() {
+constexpr ValueFormat formatOf() {
   using Input = typename Conversion::Input;
-  if (std::is_same_v<Conversion, Snmp::SecondsToAsnDateAndTimeF>) return Shown::date;
-  if (std::is_same_v<Input, Zavro::String>) return Shown::text;
-  if (std::is_same_v<Input, Snmp::ObjectIdentifier>) return Shown::objectIdentifier;
-  return std::is_integral_v<Input> && std::is_signed_v<Input> ? Shown::signedNumber : Shown::number;
+  if (std::is_same_v<Conversion, Snmp::SecondsToAsnDateAndTimeF>) return ValueFormat::date;
+  if (std::is_same_v<Input, Zavro::String>) return ValueFormat::text;
+  if (std::is_same_v<Input, Snmp::ObjectIdentifier>) return ValueFormat::objectIdentifier;
+  return std::is_integral_v<Input> && std::is_signed_v<Input> ? ValueFormat::signedNumber
+                                                              : ValueFormat::number;
 }
 
 // The name of a value of an enumeration; its number when it has no name.
@@ -59,7 +60,7 @@ struct Column {
   const char* field;      // the source in failure traces
   const char* operation;  // the conversion in failure traces
   Convert convert;        // returns the bytes written, or a negative number
-  Shown shown;
+  ValueFormat format;
   ValueName nameOf;
   int capacity = kBufferSize;
   LengthFits lengthFits = nullptr;  // whether the length of a value is allowed; null allows every length
@@ -74,7 +75,7 @@ struct Column {
             field,
             Conversion::kName,
             &through<Conversion, Source>,
-            shownAs<Conversion>(),
+            formatOf<Conversion>(),
             valueName<Conversion>()};
   }
   constexpr Column within(int capacityOfBuffer, LengthFits fits) const {

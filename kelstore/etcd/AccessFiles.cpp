@@ -5,8 +5,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "runtime/Errors.h"
 #include "runtime/File.h"
-#include "runtime/Status.h"
 
 namespace Kelstore::Etcd {
 namespace {

@@ -11,7 +11,7 @@
 #include "kelstore/etcd/KeyTable.h"
 #include "kelstore/etcd/RpcMessages.h"
 #include "kelstore/etcd/rpc.grpc.pb.h"
-#include "runtime/Status.h"
+#include "runtime/Errors.h"
 
 namespace Kelstore::Etcd {
 namespace {

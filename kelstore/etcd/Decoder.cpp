@@ -7,7 +7,7 @@
 
 #include "kelstore/Document.h"
 #include "platform/lumalog/Lumalog.h"
-#include "runtime/Status.h"
+#include "runtime/Errors.h"
 #include "runtime/Text.h"
 
 namespace Kelstore::Etcd {

@@ -17,8 +17,8 @@
 #include "kelstore/etcd/Login.h"
 #include "kelstore/etcd/RpcMessages.h"
 #include "kelstore/etcd/rpc.grpc.pb.h"
+#include "runtime/Errors.h"
 #include "runtime/Memory.h"
-#include "runtime/Status.h"
 
 namespace Kelstore::Etcd {
 namespace {

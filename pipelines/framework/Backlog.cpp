@@ -14,9 +14,9 @@ BacklogBase::~BacklogBase() {
 }
 
 void BacklogBase::start() {
-  generation_ = state().numberIs(name_ + "Generation");
-  doneGen_ = state().numberIs(name_ + "DoneGen");
-  idle_ = state().flagIs(stream_ + "Idle");
+  generation_ = state().addNumber(name_ + "Generation");
+  doneGen_ = state().addNumber(name_ + "DoneGen");
+  idle_ = state().addFlag(stream_ + "Idle");
   task_ = root_.newTask(root_.name() + "-" + stream_ + "Task", [this] { processKeys(); });
 }
 

@@ -120,7 +120,7 @@ class DirMachine final : public Machine {
   bool step(size_t stream, const Key& key) {
     stepTo(stream, key);
     Zavro::Ptr<EntityMachine> made = child(key);
-    return statement_.streams[stream].emitEntity || !made || made->runScan(made->placeOf(number(stream)));
+    return statement_.streams[stream].emitEntity || !made || made->runScan(made->streamPlace(number(stream)));
   }
 
   void stepTo(size_t stream, const Key& key) {
@@ -189,7 +189,7 @@ class DirMachine final : public Machine {
 
   void addChild(const Key& key, const EntityPtr& entity) {
     EntityMachine::Parent parent{*this, Kor::toText(key),
-                                 [this, key](size_t n) { childScanWanted(placeOf(n), key); }};
+                                 [this, key](size_t n) { childScanWanted(streamPlace(n), key); }};
     auto added = Zavro::makePtr<EntityMachine>(root(), statement_.childMachine, entity,
                                                statement_.childInputs(key, *entity), std::move(parent));
     children_.emplace(key, added);
@@ -227,7 +227,7 @@ class DirMachine final : public Machine {
                         }});
       if (statement_.streams[i].emitEntity) continue;
       type.operationIs({"onChildEvent" + std::to_string(number(i)), [this, i](Kor::Object&) {
-                          for (auto& [key, child] : children_) child->sendAll(child->placeOf(number(i)));
+                          for (auto& [key, child] : children_) child->sendAll(child->streamPlace(number(i)));
                         }});
     }
   }

@@ -26,7 +26,8 @@ EntityMachine::EntityMachine(Pipeline& root, std::string name, Zavro::Ptr<const 
 }
 
 Zavro::Ptr<Vem::Task> EntityMachine::task(size_t stream) const {
-  return parent_ ? parent_->machine.task(parent_->machine.placeOf(number(stream))) : Machine::task(stream);
+  return parent_ ? parent_->machine.task(parent_->machine.streamPlace(number(stream)))
+                 : Machine::task(stream);
 }
 
 void EntityMachine::activeChanged() {

@@ -28,7 +28,7 @@ void Machine::scanAgain() {
   doInputScan();
 }
 
-size_t Machine::placeOf(size_t wanted) const {
+size_t Machine::streamPlace(size_t wanted) const {
   size_t place = 0;
   while (number(place) != wanted) ++place;
   return place;

@@ -37,7 +37,7 @@ class Machine : public Kor::Object {
   // The number of streams. `stream` below is a place among them, from 0.
   virtual size_t streams() const = 0;
   virtual size_t number(size_t stream) const = 0;  // the stream's number in the pipeline
-  size_t placeOf(size_t number) const;             // Requires: the number of one of the machine's streams.
+  size_t streamPlace(size_t number) const;         // Requires: the number of one of the machine's streams.
   virtual ScanState inputScanState(size_t stream) const = 0;
   virtual std::string bookmarkText(size_t stream) const = 0;
   // The task that runs the stream's scan: null in a synchronous pipeline, and after the scan that emits

@@ -97,7 +97,7 @@ class MemberTablePipeline : public Pipeline {
     return all;
   }
 
-  void machinesIs() override {
+  void createMachines() override {
     auto statement = directoryStatement<Entity>(What::kDirectory);
     statement.streams = {{kStreamNumber, {}}};
     statement.childInputs = [this](const Kor::String& dirKey, const Entity& member) {
@@ -108,8 +108,8 @@ class MemberTablePipeline : public Pipeline {
                                     }));
       return inputs;
     };
-    machineAdded(Zavro::makePtr<DirectoryMachine<Entity>>(*this, directory_, directory_->entities(),
-                                                          std::move(statement)));
+    addMachine(Zavro::makePtr<DirectoryMachine<Entity>>(*this, directory_, directory_->entities(),
+                                                        std::move(statement)));
   }
 
   const Zavro::Ptr<const Kor::Dir> directory_;

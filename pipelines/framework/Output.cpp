@@ -14,7 +14,7 @@ OutputBase::~OutputBase() {
 }
 
 void OutputBase::start() {
-  readyFlag_ = root_.outputState().flagIs(name_ + "Ready");
+  readyFlag_ = root_.outputState().addFlag(name_ + "Ready");
   makeTask();
 }
 

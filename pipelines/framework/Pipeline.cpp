@@ -51,7 +51,7 @@ void Pipeline::start() {
   } catch (...) {
     ownsRowsIs(false);
     stop();
-    if (before != nullptr) before->takesRowsBack();
+    if (before != nullptr) before->reclaimRows();
     throw;
   }
 }
@@ -81,7 +81,7 @@ void Pipeline::handleInitialized() {
   processDepends();
   for (OutputBase* output : outputs_) output->noteStaleRows();
   traceHandle_.trace(9, "create local SMs");
-  machinesIs();
+  createMachines();
   describe();
   initialized_ = true;
   traceHandle_.trace(9, "initialized");
@@ -90,14 +90,14 @@ void Pipeline::handleInitialized() {
 
 void Pipeline::publishStates() {
   inputSmScanState_ = Zavro::makePtr<InputSmScanState>("InputSmScanState");
-  for (const std::string& stream : streams_) inputSmScanState_->flagIs(stream + "Scan");
-  idleFlag_ = inputSmScanState_->flagIs("idle");
-  inputSmScanState_->derivedIs(idleFlag_, [this] { return allIdle(); });
+  for (const std::string& stream : streams_) inputSmScanState_->addFlag(stream + "Scan");
+  idleFlag_ = inputSmScanState_->addFlag("idle");
+  inputSmScanState_->deriveField(idleFlag_, [this] { return allIdle(); });
   for (BacklogBase* backlog : backlogs_) backlog->start();
   outputState_ = Zavro::makePtr<OutputState>("OutputState");
   for (OutputBase* output : outputs_) output->start();
-  readyFlag_ = outputState_->flagIs("ready");
-  outputState_->derivedIs(readyFlag_, [this] { return allReady(); });
+  readyFlag_ = outputState_->addFlag("ready");
+  outputState_->deriveField(readyFlag_, [this] { return allReady(); });
 }
 
 void Pipeline::resolveControl() {
@@ -136,7 +136,7 @@ Zavro::Ptr<Vem::Task> Pipeline::newTask(const std::string& taskName, std::functi
   return task;
 }
 
-void Pipeline::machineAdded(Zavro::Ptr<Machine> machine) {
+void Pipeline::addMachine(Zavro::Ptr<Machine> machine) {
   machines_.push_back(machine);
   machine->doInputScan();
 }
@@ -192,7 +192,7 @@ void Pipeline::doDeleteAll() {
   for (auto& machine : machines_) machine->doDeleteAll();
 }
 
-void Pipeline::takesRowsBack() {
+void Pipeline::reclaimRows() {
   if (rowsOwner() != nullptr) return;
   ownsRowsIs(true);
   for (OutputBase* output : outputs_) output->verifyRows();

@@ -5,7 +5,7 @@
 //   3. deletes the rows that were in its tables before and have not been written again.
 //
 // A pipeline is a final class that derives from this one. It declares its streams and outputs, creates its
-// machines in machinesIs(), and calls start() at the end of its constructor and stop() first in its
+// machines in createMachines(), and calls start() at the end of its constructor and stop() first in its
 // destructor. While it is notification-inactive, it pauses. Everything runs on the event loop's thread; long
 // scans are cut into slices of Vem tasks unless the pipeline is synchronous.
 #pragma once
@@ -77,7 +77,7 @@ class Pipeline : public Zavro::Node {
   bool ownsRows() const { return ownsRows_; }
   // Called when a successor's constructor threw, possibly after it wrote rows. If no pipeline owns the rows,
   // this one owns them again, scans its inputs again, and deletes the rows that they do not imply.
-  void takesRowsBack();
+  void reclaimRows();
 
   const Kor::Type& korType() const override { return type_; }
 
@@ -105,14 +105,14 @@ class Pipeline : public Zavro::Node {
   friend class BacklogBase;
   friend class OutputBase;
   // Adds a machine at the top of the tree and starts its scans.
-  void machineAdded(Zavro::Ptr<Machine> machine);
+  void addMachine(Zavro::Ptr<Machine> machine);
 
   // The pointers that the pipeline was given, in order of declaration.
   virtual std::vector<PointerArgument> pointerArguments() const = 0;
   // Checks that the inputs that are read, but not followed, are declared as derivations (Rvx::GlobalState).
   virtual void processDepends() {}
-  // Creates the machines at the top of the tree, each with machineAdded().
-  virtual void machinesIs() = 0;
+  // Creates the machines at the top of the tree, each with addMachine().
+  virtual void createMachines() = 0;
 
   void onZombieReactors() override;
 

@@ -4,7 +4,7 @@
 
 namespace TrelSnmp::Agent {
 
-size_t PublishedState::fieldIs(const std::string& name, bool isFlag) {
+size_t PublishedState::addField(const std::string& name, bool isFlag) {
   size_t place = fields_.size();
   fields_.push_back({name});
   auto read = [place, isFlag](const Kor::Object& object) {
@@ -15,7 +15,7 @@ size_t PublishedState::fieldIs(const std::string& name, bool isFlag) {
   return place;
 }
 
-void PublishedState::derivedIs(size_t place, std::function<uint64_t()> derive) {
+void PublishedState::deriveField(size_t place, std::function<uint64_t()> derive) {
   derive_ = std::move(derive);
   type_.operationIs({"handle" + capitalised(fields_[place].name), [place](Kor::Object& object) {
                        auto& state = static_cast<PublishedState&>(object);

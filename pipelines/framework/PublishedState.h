@@ -17,10 +17,10 @@ class PublishedState final : public Kor::Object {
   explicit PublishedState(std::string type) : type_(std::move(type)) {}
 
   // Adds a field, which is an attribute of that name and starts as false or 0. Returns its place.
-  size_t flagIs(const std::string& name) { return fieldIs(name, true); }
-  size_t numberIs(const std::string& name) { return fieldIs(name, false); }
+  size_t addFlag(const std::string& name) { return addField(name, true); }
+  size_t addNumber(const std::string& name) { return addField(name, false); }
   // Adds the operation "handle<Field>", which sets the field to derive(). For one field only.
-  void derivedIs(size_t place, std::function<uint64_t()> derive);
+  void deriveField(size_t place, std::function<uint64_t()> derive);
   // The operation does nothing from now on: derive() must not be called any more.
   void ends() { derive_ = {}; }
 
@@ -40,7 +40,7 @@ class PublishedState final : public Kor::Object {
     std::string name;
     uint64_t value = 0;
   };
-  size_t fieldIs(const std::string& name, bool isFlag);
+  size_t addField(const std::string& name, bool isFlag);
 
   std::vector<Field> fields_;
   std::function<uint64_t()> derive_;

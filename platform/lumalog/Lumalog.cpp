@@ -63,8 +63,8 @@ Handle::Handle(std::string name) : name_(std::move(name)), level_(registry().lev
 
 Handle::~Handle() { registry().handles.erase(this); }
 
-void Handle::emit(int level, std::string_view text, std::string_view format, const About& about) const {
-  if (Sink* to = registry().sink) to->trace({name_, level, text, format, about});
+void Handle::emit(int level, std::string_view text, std::string_view format, const Subject& subject) const {
+  if (Sink* to = registry().sink) to->trace({name_, level, text, format, subject});
 }
 
 BlockTimer::BlockTimer(const Handle& handle, std::string_view function, std::string_view text)

@@ -17,7 +17,7 @@ inline constexpr int kMaxLevel = 9;
 inline constexpr int kDefaultLevel = 1;  // errors, warnings, and one line for each registered table
 
 // What a line is about, for a log that limits the lines about each thing. Both may be empty.
-struct About {
+struct Subject {
   std::string_view source;  // such as a file; there are few
   std::string_view key;     // such as a path in the file; there may be any number
 };
@@ -27,7 +27,7 @@ struct Line {
   int level;
   std::string_view text;    // without a trailing newline
   std::string_view format;  // the text's format string, the same for all lines from one place in the code
-  About about;
+  Subject subject;
 };
 
 // Receives every enabled trace line, on the tracing thread.
@@ -62,13 +62,13 @@ class Handle {
 
   template <class... Args>
   void trace(int level, fmt::format_string<Args...> format, Args&&... args) const {
-    trace(About{}, level, format, std::forward<Args>(args)...);
+    trace(Subject{}, level, format, std::forward<Args>(args)...);
   }
   template <class... Args>
-  void trace(const About& about, int level, fmt::format_string<Args...> format, Args&&... args) const {
+  void trace(const Subject& subject, int level, fmt::format_string<Args...> format, Args&&... args) const {
     if (!enabled(level)) return;
     fmt::string_view made = format;
-    emit(level, fmt::format(format, std::forward<Args>(args)...), {made.data(), made.size()}, about);
+    emit(level, fmt::format(format, std::forward<Args>(args)...), {made.data(), made.size()}, subject);
   }
 
   // For format strings that are not known at compile time, such as a pipeline's statements.
@@ -80,7 +80,7 @@ class Handle {
  private:
   friend void levelIs(std::string_view, int);
   friend void levelsReset();
-  void emit(int level, std::string_view text, std::string_view format, const About& about) const;
+  void emit(int level, std::string_view text, std::string_view format, const Subject& subject) const;
 
   std::string name_;
   int level_;

@@ -15,8 +15,8 @@
 
 namespace Snmp {
 
-// Base of the conversions. While a Substitute exists it replaces the implementation: tests make conversions
-// fail with it. Self::kName is the conversion's name in traces.
+// Base of the conversions. While a ConversionOverride exists it replaces the implementation: tests make
+// conversions fail with it. Self::kName is the conversion's name in traces.
 template <class Self, class InputType>
 class AsnConversion {
  public:
@@ -33,14 +33,14 @@ class AsnConversion {
 };
 
 template <class Conversion>
-class Substitute {
+class ConversionOverride {
  public:
-  explicit Substitute(typename Conversion::Function function) : before_(Conversion::substitute()) {
+  explicit ConversionOverride(typename Conversion::Function function) : before_(Conversion::substitute()) {
     Conversion::substitute() = function;
   }
-  ~Substitute() { Conversion::substitute() = before_; }
-  Substitute(const Substitute&) = delete;
-  Substitute& operator=(const Substitute&) = delete;
+  ~ConversionOverride() { Conversion::substitute() = before_; }
+  ConversionOverride(const ConversionOverride&) = delete;
+  ConversionOverride& operator=(const ConversionOverride&) = delete;
 
  private:
   typename Conversion::Function before_;

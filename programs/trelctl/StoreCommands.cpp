@@ -14,8 +14,8 @@
 #include "kelstore/etcd/Driver.h"
 #include "programs/trelctl/StoreContent.h"
 #include "runtime/CommandLine.h"
+#include "runtime/Errors.h"
 #include "runtime/File.h"
-#include "runtime/Status.h"
 
 namespace TrelCtl {
 namespace {

@@ -12,7 +12,7 @@
 #include "programs/trelctl/Render.h"
 #include "programs/trelctl/StoreCommands.h"
 #include "runtime/CommandLine.h"
-#include "runtime/Status.h"
+#include "runtime/Errors.h"
 #include "runtime/Version.h"
 
 namespace {

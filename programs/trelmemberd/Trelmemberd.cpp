@@ -11,7 +11,7 @@
 #include "member/LinuxMachine.h"
 #include "member/Trace.h"
 #include "programs/trelmemberd/EtcdLeaseStore.h"
-#include "runtime/Status.h"
+#include "runtime/Errors.h"
 
 namespace Member {
 namespace {

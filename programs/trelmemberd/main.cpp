@@ -15,8 +15,8 @@
 #include "programs/trelmemberd/Trelmemberd.h"
 #include "programs/trelmemberd/TrelmemberdOptions.h"
 #include "runtime/CommandLine.h"
+#include "runtime/Errors.h"
 #include "runtime/EventLoop.h"
-#include "runtime/Status.h"
 
 namespace {
 

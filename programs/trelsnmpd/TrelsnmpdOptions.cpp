@@ -13,8 +13,8 @@
 #include "kelstore/etcd/Address.h"
 #include "runtime/CommandLine.h"
 #include "runtime/Directories.h"
+#include "runtime/Errors.h"
 #include "runtime/File.h"
-#include "runtime/Status.h"
 #include "runtime/Text.h"
 #include "runtime/Version.h"
 

@@ -24,13 +24,14 @@ TEST(TraceLogTest, StandardError_TimeInUtcHandleLevelAndText) {
 }
 
 // What standard error has of so many lines about each of these keys.
-std::vector<std::string> logged(int level, int lines, const std::vector<Lumalog::About>& abouts) {
+std::vector<std::string> logged(int level, int lines, const std::vector<Lumalog::Subject>& subjects) {
   testing::internal::CaptureStderr();
   {
     TraceLog log("program", {});
-    for (const Lumalog::About& about : abouts) {
+    for (const Lumalog::Subject& subject : subjects) {
       for (int i = 0; i < lines; ++i) {
-        log.trace({"Kelstore", level, fmt::format("{} {} {}", about.source, about.key, i), "{}", about});
+        log.trace(
+            {"Kelstore", level, fmt::format("{} {} {}", subject.source, subject.key, i), "{}", subject});
       }
     }
   }
@@ -47,13 +48,13 @@ TEST(TraceLogTest, ManyErrorsOfOneKey_AFewAreLogged_AndHowManyWereNot) {
 }
 
 TEST(TraceLogTest, ManyErrorsOfOneKey_LeaveRoomForOtherKeysSourcesAndWhatIsOfNone) {
-  std::vector<Lumalog::About> abouts;
+  std::vector<Lumalog::Subject> subjects;
   std::vector<std::string> keys;
   for (int i = 0; i < 100; ++i) keys.push_back(fmt::format("k{}", i));
-  for (const std::string& key : keys) abouts.push_back({"s", key});
-  abouts.push_back({"s", ""});
-  abouts.push_back({"t", "k0"});
-  std::vector<std::string> lines = logged(1, 10, abouts);
+  for (const std::string& key : keys) subjects.push_back({"s", key});
+  subjects.push_back({"s", ""});
+  subjects.push_back({"t", "k0"});
+  std::vector<std::string> lines = logged(1, 10, subjects);
   auto count = [&](std::string_view begin) {
     return std::count_if(lines.begin(), lines.end(), [&](const std::string& line) {
       return line.starts_with("Kelstore/1 " + std::string(begin));

@@ -6,7 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "runtime/Status.h"
+#include "runtime/Errors.h"
 #include "tests/support/TempDir.h"
 
 namespace Kelstore::Etcd {

@@ -4,7 +4,7 @@
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 
-#include "runtime/Status.h"
+#include "runtime/Errors.h"
 
 namespace Kelstore::Etcd {
 namespace {

@@ -5,7 +5,7 @@
 #include <gmock/gmock.h>
 
 #include "kelstore/Document.h"
-#include "runtime/Status.h"
+#include "runtime/Errors.h"
 #include "tests/support/TempDir.h"
 
 namespace Kelstore {

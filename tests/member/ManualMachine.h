@@ -5,12 +5,12 @@
 #include <set>
 #include <string>
 
-#include "member/Machine.h"
+#include "member/LocalMachine.h"
 #include "tests/runtime/ManualIo.h"
 
 namespace Member {
 
-class ManualMachine final : public Machine {
+class ManualMachine final : public LocalMachine {
  public:
   absl::StatusOr<double> uptime() override { return answer("uptime", uptimeSeconds); }
   absl::StatusOr<uint32_t> users() override { return answer("users", userCount); }

@@ -22,8 +22,8 @@ TEST_F(PipelineFramework, IdleByName_IsDerivedAnewWhileThePipelineLives) {
 
 TEST(PublishedStateTest, ChangesArePublishedByName_SameValueAgainIsNone) {
   PublishedState state("State");
-  size_t flag = state.flagIs("flag");
-  size_t number = state.numberIs("number");
+  size_t flag = state.addFlag("flag");
+  size_t number = state.addNumber("number");
   std::string published;
   auto subscription = state.subscribe([&](const std::string& field) { published += field + " "; });
   EXPECT_FALSE(state.set(flag, false));

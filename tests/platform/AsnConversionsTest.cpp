@@ -279,10 +279,10 @@ TEST(SubstituteTest, StandsInWhileItLives_NestedOnesToo) {
   unsigned char buffer[8];
   auto result = [&] { return Conversion()(5, buffer, sizeof buffer); };
   {
-    Snmp::Substitute<Conversion> failing([](const uint32_t&, unsigned char*, int) { return -1; });
+    Snmp::ConversionOverride<Conversion> failing([](const uint32_t&, unsigned char*, int) { return -1; });
     EXPECT_EQ(result(), -1);
     {
-      Snmp::Substitute<Conversion> nine([](const uint32_t&, unsigned char*, int) { return 9; });
+      Snmp::ConversionOverride<Conversion> nine([](const uint32_t&, unsigned char*, int) { return 9; });
       EXPECT_EQ(result(), 9);
     }
     EXPECT_EQ(result(), -1);

@@ -7,7 +7,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include "runtime/Status.h"
+#include "runtime/Errors.h"
 #include "tests/support/TempDir.h"
 
 namespace Runtime {

@@ -24,7 +24,7 @@ class FailingConversions {
   }
   template <class Conversion>
   struct Failing {
-    Snmp::Substitute<Conversion> substitute{&fail<Conversion>};
+    Snmp::ConversionOverride<Conversion> substitute{&fail<Conversion>};
   };
   Failing<Snmp::U32ToAsnUnsignedF> unsigned_;
   Failing<Snmp::S32ToAsnIntegerF> integers_;

@@ -155,7 +155,7 @@ TEST_F(HrSystem, DateThatHasNoYear_IsGenErr) {
 TEST_F(HrSystem, DateOfEightOrElevenOctetsIsServed_AnyOtherLengthIsGenErr) {
   system({});
   static int made = 0;
-  Snmp::Substitute<Snmp::SecondsToAsnDateAndTimeF> ofThatLength(
+  Snmp::ConversionOverride<Snmp::SecondsToAsnDateAndTimeF> ofThatLength(
       [](const Zavro::Duration& /*value*/, unsigned char* buffer, int capacity) {
         std::fill(buffer, buffer + capacity, 'x');
         return made;
@@ -336,7 +336,7 @@ TEST_F(Storage, LongerDescr_IsGenErr) {
 
 TEST_F(Storage, DescrThatIsReportedLongerThanItMayBe_IsGenErr) {
   named(kFixedDisk, "/");
-  Snmp::Substitute<Snmp::StringToAsnOctetStringF> longer(
+  Snmp::ConversionOverride<Snmp::StringToAsnOctetStringF> longer(
       [](const Zavro::String& /*value*/, unsigned char* /*buffer*/, int capacity) { return capacity + 1; });
   EXPECT_EQ(get(kDescr), kGenErr);
   EXPECT_TRUE(log.contains(

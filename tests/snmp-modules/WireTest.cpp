@@ -280,7 +280,7 @@ class RowsVanishWithinARequest {
     if (value == 5) victim()->trelIfTableDelAll();
     return Snmp::U32ToAsnUnsignedF::convert(value, buffer, capacity);
   }
-  Snmp::Substitute<Snmp::U32ToAsnUnsignedF> substitute_{&convert};
+  Snmp::ConversionOverride<Snmp::U32ToAsnUnsignedF> substitute_{&convert};
 };
 
 TEST_F(WireTest, RowVanishesWithinItsRequest_ItIsServedAsItWas) {
@@ -301,7 +301,7 @@ TEST_F(WireTest, RowVanishesWithinAWalkThroughIt_TheWalkEndsCleanly) {
 TEST_F(WireTest, FailedConversion_IsGenErrForTheWholeRequest) {
   baIf(5, 1, 77);
   baIf(6, 1, 78);
-  Snmp::Substitute<Snmp::U32ToAsnUnsignedF> failing(
+  Snmp::ConversionOverride<Snmp::U32ToAsnUnsignedF> failing(
       [](const uint32_t& value, unsigned char* buffer, int capacity) {
         return value == 77 ? -1 : Snmp::U32ToAsnUnsignedF::convert(value, buffer, capacity);
       });
@@ -313,7 +313,7 @@ TEST_F(WireTest, FailedConversion_IsGenErrForTheWholeRequest) {
 
 TEST_F(WireTest, FailedTimeConversion_IsGenErr) {
   reach(1, 2);
-  Snmp::Substitute<Snmp::UtcSecondsToUptimeTimeTicksF> failing(
+  Snmp::ConversionOverride<Snmp::UtcSecondsToUptimeTimeTicksF> failing(
       [](const Zavro::Duration& /*value*/, unsigned char* /*buffer*/, int /*capacity*/) { return -1; });
   EXPECT_EQ(agent().get({"2.1.5.1.2"}), "genErr(1)");
   EXPECT_EQ(agent().get({"2.1.4.1.2"}), "2.1.4.1.2=i:3");
@@ -323,7 +323,7 @@ TEST_F(WireTest, IndexThatCannotBeConverted_HidesItsRowOnly) {
   baIf(5, 1, 2);
   baIf(77, 3, 4);
   baIf(90, 5, 6);
-  Snmp::Substitute<Snmp::U32ToAsnUnsignedF> failing(
+  Snmp::ConversionOverride<Snmp::U32ToAsnUnsignedF> failing(
       [](const uint32_t& value, unsigned char* buffer, int capacity) {
         return value == 77 ? -1 : Snmp::U32ToAsnUnsignedF::convert(value, buffer, capacity);
       });

@@ -1,4 +1,4 @@
-#include "runtime/Status.h"
+#include "runtime/Errors.h"
 
 #include <fmt/format.h>
 

@@ -47,9 +47,9 @@ struct Room {
 };
 
 // Errors are one line, such as "/run/utmp: Permission denied".
-class Machine {
+class LocalMachine {
  public:
-  virtual ~Machine() = default;
+  virtual ~LocalMachine() = default;
   // Seconds since the machine started.
   virtual absl::StatusOr<double> uptime() = 0;
   // Sessions of users that are logged in.
