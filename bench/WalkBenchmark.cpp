@@ -4,10 +4,10 @@
 
 #include <vector>
 
+#include "bench/Cluster.h"
 #include "bench/Ratio.h"
 #include "bench/SnmpSession.h"
 #include "tests/e2e/Daemon.h"
-#include "tests/e2e/Reports.h"
 
 namespace {
 
@@ -27,25 +27,11 @@ constexpr const char* kReachabilityState = "40.1.2.1.4";
 constexpr const char* kStorageDescr = "41.1.3.1.4";
 constexpr const char* kStorageType = "41.1.3.1.3";
 
-// Every member reports every other one, and has as many storage areas as neighbours.
-std::string documentOfLargestCluster() {
-  auto document = nlohmann::json::parse(E2e::documentOf(E2e::fullMesh(kMembers)));
-  nlohmann::json storage;
-  for (int index = 1; index < kMembers; ++index) {
-    std::string mount = fmt::format("/mnt/{}", index);
-    storage[mount] = {{"allocationUnits", 4096}, {"size", 1000000 + index}, {"free", 1000}};
-    document["storageMappings"]["mounts"][mount] = {
-        {"index", index}, {"type", "1.3.6.1.2.1.25.2.1.4"}, {"description", mount}};
-  }
-  for (auto& member : document["members"]) member["storage"] = storage;
-  return document.dump();
-}
-
 // One daemon for all benchmarks, started by the first.
 const E2e::Daemon& daemonWithAllRows() {
   static E2e::Daemon daemon;
   static const bool started = [] {
-    daemon.stateIs(documentOfLargestCluster()).start();
+    daemon.stateIs(Bench::documentOf(kMembers)).start();
     return true;
   }();
   static_cast<void>(started);
