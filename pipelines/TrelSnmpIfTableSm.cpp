@@ -135,6 +135,7 @@ void TrelSnmpIfTableSm::eventToTrelIfTableStream(Trel::MemberId local, Trel::Mem
     // The pair stays queued. Its next turn needs the old index again, to handle both rows.
     if (oldIndex) cacheAttr0_[pair] = *oldIndex;
     if (!oldIndex) cacheAttr0_.erase(pair);
+    interrupted_.insert(pair);
     throw;
   }
 }
@@ -146,7 +147,9 @@ void TrelSnmpIfTableSm::exchangeRows(const std::optional<uint32_t>& oldIndex,
   intoTrelIfTable(newIndex, true, pair);
   if (oldIndex) unclaim(*oldIndex, pair);
   if (newIndex) claim(*newIndex, pair);
-  if (withdrawn) processClaimants(*oldIndex);
+  // An interrupted turn may have withdrawn the row already.
+  bool interrupted = interrupted_.erase(pair) != 0;
+  if (withdrawn || (interrupted && oldIndex)) processClaimants(*oldIndex);
 }
 
 // The index that the pair's link has now, if it is one of a backplane channel interface.
@@ -192,7 +195,7 @@ bool TrelSnmpIfTableSm::intoTrelIfTable(const std::optional<uint32_t>& ifIndex, 
   const TrelIfEntry* old = trelMib()->trelIfTable().find(*ifIndex);
   if (old == nullptr || !IfRows::same(*old, value)) {
     pipelineTrace.trace(kStepLevel, kOwnershipFilter);
-    return old == nullptr;
+    return false;
   }
   output_.del(*ifIndex);
   return true;

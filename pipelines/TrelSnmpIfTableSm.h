@@ -90,7 +90,7 @@ class TrelSnmpIfTableSm final : public Pipeline {
   // Moves the pair's row. oldIndex: nothing when the index stays the same.
   void exchangeRows(const std::optional<uint32_t>& oldIndex, const std::optional<uint32_t>& newIndex,
                     const MemberIdPair& pair);
-  // Writes (doInsert) or withdraws the pair's row. Returns whether the index of a withdrawal has no row now.
+  // Writes (doInsert) or withdraws the pair's row. Returns whether it withdrew a row.
   bool intoTrelIfTable(const std::optional<uint32_t>& ifIndex, bool doInsert, const MemberIdPair& pair);
 
   const Zavro::Ptr<const Trel::TopologyConfig> topologyConfig_;
@@ -99,6 +99,7 @@ class TrelSnmpIfTableSm final : public Pipeline {
   Backlog<IfMibIfIndexStreamCodefKeyType> ifMibIfIndexStream_;
   absl::flat_hash_map<MemberIdPair, uint32_t> cacheAttr0_;
   std::map<uint32_t, std::set<MemberIdPair>> claimants_;  // the pairs of the cache by index
+  std::set<MemberIdPair> interrupted_;                    // their last turn ended with an exception
   Output<IfRows> output_;
 };
 

@@ -141,6 +141,22 @@ TEST_F(IfTablePipeline, OneOfSeveralLinksWithOneIndexGoes_AnotherHasTheRow) {
   EXPECT_EQ(world.rows(), "[ ]");
 }
 
+TEST_F(IfTablePipeline, InterfaceOfTwoLinksLosesAnIndexThatAThirdLinkHas_TheThirdIsProcessedOnce) {
+  world.start(Rvx::Mode::synchronous);
+  world.indexIs("Backplane1", 10);
+  world.indexIs("Backplane2", 10);
+  world.wires(1, 3, "Backplane1");
+  world.wires(1, 4, "Backplane2");
+  world.wires(1, 2, "Backplane1");
+  EXPECT_EQ(world.rows(), "[ 10=(1,2) ]");
+  takePublished();
+  traces.clear();
+  world.indexDel("Backplane1");
+  EXPECT_EQ(world.rows(), "[ 10=(1,4) ]");
+  EXPECT_EQ(takePublished(), "-10 +10 ");
+  EXPECT_EQ(traces.count(line(7, topoElement(1, 4))), 1U);
+}
+
 TEST_F(IfTablePipeline, TwoLinksWithOneIndex_StatusAndLogNameThem) {
   const std::string both =
       "ifIndex 10 is given to several links: (firstId=1, secondId=2), (firstId=1, secondId=3); its row shows "
