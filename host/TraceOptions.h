@@ -1,9 +1,11 @@
 // The options of a daemon's command line that say what is traced, and where to.
 #pragma once
 
-#include <CLI/CLI.hpp>
-
 #include "host/TraceLog.h"
+
+namespace CLI {
+class App;
+}
 
 namespace Host {
 

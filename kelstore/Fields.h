@@ -2,6 +2,9 @@
 // the schema alone.
 #pragma once
 
+#include <fmt/format.h>
+
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <tuple>

@@ -1,7 +1,6 @@
 // What the command lines of all programs have in common.
 #pragma once
 
-#include <CLI/CLI.hpp>
 #include <functional>
 #include <stdexcept>
 #include <string>
@@ -9,6 +8,11 @@
 #include <vector>
 
 #include "runtime/ExitStatus.h"
+
+namespace CLI {
+class App;
+class Validator;
+}  // namespace CLI
 
 namespace Runtime {
 

@@ -1,6 +1,7 @@
 #include "runtime/JsonFields.h"
 
 #include <algorithm>
+#include <nlohmann/json.hpp>
 
 #include "runtime/Text.h"
 
@@ -14,11 +15,25 @@ std::string described(const nlohmann::json& json) {
   return json.dump();
 }
 
+template <class Number>
+bool takenInteger(const nlohmann::json& json, Number& number) {
+  auto take = [&number](auto value) {
+    if (!std::in_range<Number>(value)) return false;
+    number = static_cast<Number>(value);
+    return true;
+  };
+  if (json.is_number_unsigned()) return take(json.get<uint64_t>());
+  return json.is_number_integer() && take(json.get<int64_t>());
+}
+
 }  // namespace
 
 std::string foundExpected(const nlohmann::json& json, std::string_view expected) {
   return fmt::format("found {}, expected {}", described(json), expected);
 }
+
+bool isInteger(const nlohmann::json& json, int64_t& number) { return takenInteger(json, number); }
+bool isInteger(const nlohmann::json& json, uint64_t& number) { return takenInteger(json, number); }
 
 std::optional<double> JsonNumber::decode(const nlohmann::json& json) const {
   if (!json.is_number()) return std::nullopt;
@@ -42,6 +57,8 @@ JsonFields::JsonFields(const nlohmann::json& json, JsonNotes& notes, std::string
     : json_(json), notes_(notes), where_(std::move(where)) {
   if (!isObject()) notes_.faults.push_back({where_, foundExpected(json_, "an object")});
 }
+
+bool JsonFields::isObject() const { return json_.is_object(); }
 
 const nlohmann::json* JsonFields::find(std::string_view name) {
   known_.push_back(name);

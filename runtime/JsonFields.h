@@ -12,10 +12,11 @@
 
 #include <cstdint>
 #include <limits>
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -34,6 +35,10 @@ struct JsonNotes {
 // "found <json>, expected <expected>", short and on one line.
 std::string foundExpected(const nlohmann::json& json, std::string_view expected);
 
+// Whether it is an integer that `number` can hold, which is that one then.
+bool isInteger(const nlohmann::json& json, int64_t& number);
+bool isInteger(const nlohmann::json& json, uint64_t& number);
+
 template <class Number>
 struct JsonInteger {
   Number min = std::numeric_limits<Number>::min();
@@ -41,15 +46,9 @@ struct JsonInteger {
 
   std::string expected() const { return fmt::format("an integer from {} to {}", min, max); }
   std::optional<Number> decode(const nlohmann::json& json) const {
-    std::optional<Number> number;
-    if (json.is_number_unsigned()) {
-      auto value = json.get<uint64_t>();
-      if (std::in_range<Number>(value)) number = static_cast<Number>(value);
-    } else if (json.is_number_integer()) {
-      auto value = json.get<int64_t>();
-      if (std::in_range<Number>(value)) number = static_cast<Number>(value);
-    }
-    return number && *number >= min && *number <= max ? number : std::nullopt;
+    std::conditional_t<std::is_signed_v<Number>, int64_t, uint64_t> number = 0;
+    bool good = isInteger(json, number) && number >= min && number <= max;
+    return good ? std::optional(static_cast<Number>(number)) : std::nullopt;
   }
 };
 
@@ -108,7 +107,7 @@ class JsonFields final {
   // Call it last: what was not asked for is not known, and ignored with a warning.
   void done();
 
-  bool isObject() const { return json_.is_object(); }
+  bool isObject() const;
   void fault(std::string_view name, std::string text) {
     notes_.faults.push_back({place(name), std::move(text)});
   }

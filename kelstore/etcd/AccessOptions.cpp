@@ -1,5 +1,7 @@
 #include "kelstore/etcd/AccessOptions.h"
 
+#include <CLI/CLI.hpp>
+
 namespace Kelstore::Etcd {
 
 void describeAccess(CLI::App& app, Access& access) {

@@ -1,9 +1,11 @@
 // The options of a command line that say who one is to a store's servers.
 #pragma once
 
-#include <CLI/CLI.hpp>
-
 #include "kelstore/etcd/Access.h"
+
+namespace CLI {
+class App;
+}
 
 namespace Kelstore::Etcd {
 

@@ -1,7 +1,7 @@
 // The client's side of the control protocol: one connection to a daemon, with deadlines.
 #pragma once
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <stdexcept>
 #include <string>

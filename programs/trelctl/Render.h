@@ -1,7 +1,9 @@
 // Answers as text for people.
 #pragma once
 
+#include <nlohmann/json_fwd.hpp>
 #include <string>
+#include <vector>
 
 #include "programs/trelctl/ControlClient.h"
 

@@ -2,9 +2,11 @@
 #include <fmt/format.h>
 #include <poll.h>
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <chrono>
 #include <functional>
+#include <nlohmann/json.hpp>
 
 #include "kelstore/etcd/AccessFiles.h"
 #include "kelstore/etcd/AccessOptions.h"

@@ -1,5 +1,7 @@
 #include "programs/trelmemberd/TrelmemberdOptions.h"
 
+#include <CLI/CLI.hpp>
+
 #include "host/TraceOptions.h"
 #include "runtime/CommandLine.h"
 #include "runtime/Version.h"

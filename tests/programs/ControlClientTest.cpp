@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <list>
+#include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
 

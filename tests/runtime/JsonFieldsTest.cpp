@@ -3,6 +3,8 @@
 
 #include <gmock/gmock.h>
 
+#include <nlohmann/json.hpp>
+
 namespace Runtime {
 namespace {
 
