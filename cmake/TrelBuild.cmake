@@ -69,7 +69,6 @@ endfunction()
 set(TREL_GENERATED "${PROJECT_BINARY_DIR}/generated")
 include_directories("${PROJECT_SOURCE_DIR}")
 include_directories(SYSTEM "${TREL_GENERATED}")
-set(TREL_ROOMS platform mib-state pipelines snmp-modules agent runtime kelstore member host programs tests)
 set(TREL_CHECKED "${PROJECT_BINARY_DIR}/CMakeFiles/rooms.checked")
 add_custom_command(
   OUTPUT "${TREL_CHECKED}"
