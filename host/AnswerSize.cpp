@@ -18,19 +18,18 @@ namespace {
 constexpr const char* kBuild = "_build_initial_pdu_packet";
 using Build = int (*)(session_list* session, netsnmp_pdu* pdu, int bulk);
 
-// The function that the one below takes the place of.
+// The function that the one at the end of this file replaces.
 Build netsnmpBuild() {
   static const auto build = reinterpret_cast<Build>(dlsym(RTLD_NEXT, kBuild));
   zavroAssert(build != nullptr);
   return build;
 }
 
-// Where the size that the manager stated is kept while its request is worked on: in a field that only traps
-// have.
+// Where the manager's msgMaxSize is kept while its request is processed: in a field that only traps use.
 long& statedSize(netsnmp_pdu& pdu) { return pdu.trap_type; }
 
-// A request has arrived. Working on it, net-snmp stops at the stated size by a guess, and in the middle of
-// rows: it is not to know.
+// A request has arrived. Hides its msgMaxSize: net-snmp would stop gathering values where it guesses that the
+// answer is full, in the middle of a row.
 int arrived(int /*major*/, int /*minor*/, void* parameters, void* /*argument*/) {
   netsnmp_pdu& pdu = *static_cast<view_parameters*>(parameters)->pdu;
   if (pdu.version != SNMP_VERSION_3 || pdu.msgMaxSize == 0) return 0;
@@ -42,13 +41,13 @@ int arrived(int /*major*/, int /*minor*/, void* parameters, void* /*argument*/) 
 void saysTooBig(netsnmp_pdu& pdu) {
   pdu.errstat = SNMP_ERR_TOOBIG;
   pdu.errindex = 0;
-  // SNMPv1 wants what was asked.
+  // SNMPv1 expects the request's varbinds back.
   if (pdu.version == SNMP_VERSION_1) return;
   snmp_free_varbind(pdu.variables);
   pdu.variables = nullptr;
 }
 
-// Encodes as many of the varbinds as fit, all of which do not.
+// Encodes as many varbinds as fit. Requires: all of them do not.
 int buildFirst(session_list* session, netsnmp_pdu& pdu) {
   std::vector<netsnmp_variable_list*> varbinds;
   for (auto* varbind = pdu.variables; varbind != nullptr; varbind = varbind->next_variable) {
@@ -79,7 +78,7 @@ int buildAnswer(session_list* session, netsnmp_pdu& pdu, bool bulk) {
   };
   int result = netsnmpBuild()(session, &pdu, /*bulk=*/0);
   if (tooLong(result) && bulk && pdu.errstat == SNMP_ERR_NOERROR) result = buildFirst(session, pdu);
-  // Without an error until now, the caller makes a tooBig of it.
+  // Where there was no error before, the caller makes it a tooBig.
   if (!tooLong(result) || pdu.errstat == SNMP_ERR_NOERROR) return result;
   saysTooBig(pdu);
   return netsnmpBuild()(session, &pdu, /*bulk=*/0);
@@ -88,7 +87,7 @@ int buildAnswer(session_list* session, netsnmp_pdu& pdu, bool bulk) {
 }  // namespace
 
 AnswerSize::AnswerSize() {
-  // A program that does not export it would leave managers unprotected without a word.
+  // In a program that does not export the function, net-snmp would go on using its own.
   zavroAssert(dlsym(RTLD_DEFAULT, kBuild) == reinterpret_cast<void*>(&_build_initial_pdu_packet));
   netsnmpBuild();
   snmp_register_callback(SNMP_CALLBACK_APPLICATION, SNMPD_CALLBACK_ACM_CHECK_INITIAL, &arrived, nullptr);
@@ -101,10 +100,10 @@ AnswerSize::~AnswerSize() {
 
 }  // namespace Host
 
-// net-snmp's libraries call this one, since they look it up by name and the executable's names come first.
-// There is no other way in: no hook of theirs lies behind the gathering of an answer and before its encoding,
-// which is where they loop, and no setting holds for every size. tests/wire/SizeTest.cpp fails where a build
-// of net-snmp does not look it up.
+// net-snmp's libraries call this function instead of their own: they look it up by name, and the executable's
+// symbols come first. There is no other way: net-snmp has no hook between gathering an answer and encoding
+// it, where it loops, and no setting for all sizes. tests/wire/SizeTest.cpp fails with a net-snmp that does
+// not look it up.
 int _build_initial_pdu_packet(session_list* slp, netsnmp_pdu* pdu, int bulk) {
   bool isAnswer =
       pdu != nullptr && pdu->command == SNMP_MSG_RESPONSE &&

@@ -1,15 +1,15 @@
-// Keeps answers to managers within the size that the manager says it takes, and that a datagram holds.
+// Limits answers to the size that the manager states, and to what a datagram holds.
 #pragma once
 
 namespace Host {
 
-// From now on, for the agent of this process: a GETBULK is answered with as many varbinds as fit, and
-// anything else, or a GETBULK of which not one fits, with tooBig.
+// In force as long as it lives, for the agent of this process. A GETBULK is answered with as many varbinds as
+// fit. Another request whose answer does not fit, or a GETBULK of which no varbind fits, is answered with
+// tooBig.
 //
-// net-snmp 5.9 does so itself only where the size of an answer is its own to choose. An SNMPv3 GETBULK whose
-// answer exceeds the msgMaxSize that the manager states makes it encode the same answer for ever, write
-// beyond a buffer, or fail. Its tooBig repeats the request, which may be too big in turn, and what no
-// datagram holds it tries to send all the same.
+// net-snmp 5.9 has three defects here. When the answer to an SNMPv3 GETBULK exceeds the manager's msgMaxSize,
+// it encodes the same answer for ever, writes beyond a buffer, or fails. Its tooBig repeats the request,
+// which may be too big, too. And it tries to send what no datagram holds.
 class AnswerSize {
  public:
   AnswerSize();

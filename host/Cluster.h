@@ -1,5 +1,5 @@
-// The cluster as this process holds it: the mirrored state, the agent with its pipelines, and the MIB state
-// object that they keep, where modules find it.
+// The cluster as this process knows it: the sources of its state, the state itself, the agent with its
+// pipelines, and the MIB state object, mounted where the table modules find it.
 #pragma once
 
 #include <functional>
@@ -19,19 +19,19 @@ class Cluster {
   // Makes a source that fills a layer.
   using MakeSource = std::function<std::unique_ptr<Kelstore::Source>(Kelstore::LayeredState&)>;
 
-  // Makes everything and starts to follow the sources; a later one overrides an earlier.
+  // Starts the sources; a later one overrides an earlier.
   Cluster(const std::vector<MakeSource>& sources, Zavro::Ptr<Vem::TaskScheduler> scheduler);
   ~Cluster();
   Cluster(const Cluster&) = delete;
   Cluster& operator=(const Cluster&) = delete;
 
-  // The SNMP agent is up from now on: the modules register.
+  // To be called once the SNMP agent is initialised: registers the modules.
   void snmpIsUp();
-  // Withdraws the modules, while there still is an SNMP agent.
+  // To be called before the SNMP agent ends: unregisters the modules.
   void snmpGoesDown();
 
-  // Every source was heard, all of it is mirrored, every pipeline is ready and has nothing to do, and the
-  // modules are registered.
+  // Whether every source has delivered its state or is stale, all of it is applied, every pipeline is ready
+  // and idle, and the modules are registered.
   bool complete() const;
 
   const TrelSnmp::TrelMib& trelMib() const { return *trelMib_; }

@@ -111,7 +111,7 @@ class ControlServer::Client : public std::enable_shared_from_this<Client> {
     serveNext();
   }
 
-  // To the end of the list, away from those who are made to go.
+  // Moves it to the end of the list, away from the longest idle.
   void touched() {
     Clients& clients = server_.clients_;
     auto self =
@@ -119,7 +119,7 @@ class ControlServer::Client : public std::enable_shared_from_this<Client> {
     clients.splice(clients.end(), clients, self);
   }
 
-  // Starts the next answer when none is under way.
+  // Starts the next answer, unless one is being sent.
   void serveNext() {
     if (reply_) return;
     std::optional<std::string> line = lines_.takeLine();
@@ -189,11 +189,11 @@ ControlServer::ControlServer(Runtime::EventLoop& loop, Runtime::Threads& threads
 ControlServer::~ControlServer() {
   clients_.clear();
   if (!bound_) return;
-  // The lock is kept until the socket is gone, so that it is not the next daemon's.
+  // Holds the lock until the socket is removed, which otherwise might be the next daemon's.
   threads_.run([path = path_, lock = lock_] { ::unlink(path.c_str()); });
 }
 
-// Makes the path free for a new socket, or says why it cannot.
+// Locks the path and removes a dead daemon's socket. Returns what is wrong.
 std::string ControlServer::claim() {
   if (path_.size() >= sizeof(sockaddr_un::sun_path)) {
     return fmt::format("found a path of {} bytes, expected at most {}", path_.size(),
@@ -213,7 +213,7 @@ std::string ControlServer::claim() {
   return ::unlink(path_.c_str()) == 0 ? "" : std::strerror(errno);
 }
 
-// Not by libuv, which would remove the socket on the loop's thread.
+// Not with uv_pipe_bind(): libuv would later remove the socket on the loop's thread.
 std::string ControlServer::bind() {
   int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
   if (fd < 0) return std::strerror(errno);

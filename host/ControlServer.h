@@ -1,8 +1,9 @@
-// The server's side of the control protocol: a Unix stream socket on which clients send one request per line
-// and get lines back. Knows nothing of what requests mean.
+// The server of the control protocol: a Unix stream socket on which clients send requests, one per line, and
+// get lines back. Does not know what requests mean. For the loop's thread.
 //
-// No client can hold up another or the loop, or make the daemon's memory grow: an answer is made line by
-// line, as fast as its client takes it, and nothing more is read from a client until it has its answer.
+// No client can block another or the loop, or make the daemon's memory grow: the next line of an answer is
+// made when the client has taken the one before, and the next request is read when the client has its whole
+// answer.
 #pragma once
 
 #include <functional>
@@ -17,11 +18,11 @@
 
 namespace Host {
 
-// The lines of one answer. It may be dropped at any line.
+// The lines of one answer. May be destroyed before the last.
 class Reply {
  public:
   virtual ~Reply() = default;
-  // Sets the next line, without its end; false when there is none.
+  // Sets the next line, without a newline; false after the last.
   virtual bool next(std::string& line) = 0;
 };
 
@@ -34,22 +35,22 @@ class ControlServer {
  public:
   // Answers one request line; never null.
   using Handler = std::function<std::unique_ptr<Reply>(const std::string& request)>;
-  // One more client makes the one that has been quiet for longest go.
+  // With one more, the client that has been idle longest is disconnected.
   static constexpr size_t kMaxClients = 64;
 
-  // Makes the socket, with mode 0660, in a directory that no other user may write into, and replaces the one
-  // that a dead daemon left. The path is the server's as long as it lives: when another has it, or it cannot
-  // be used, error() says so. Nobody is let in before listen(). Loop and threads outlive this.
+  // Makes the socket, with mode 0660, in a directory that no other user may write into; one that a dead
+  // daemon left is replaced. When another daemon has the path, or it cannot be used, error() says so. Clients
+  // can connect after listen(). Loop and threads outlive this.
   ControlServer(Runtime::EventLoop& loop, Runtime::Threads& threads, std::string path, Handler handler);
-  // Removes the socket, on a thread, as everything that may hang.
+  // Removes the socket, on a thread, as that may hang.
   ~ControlServer();
   ControlServer(const ControlServer&) = delete;
   ControlServer& operator=(const ControlServer&) = delete;
 
-  // Returns why it cannot, in one line, or empty. Requires: error() is empty.
+  // Returns what is wrong, in one line, or empty. Requires: error() is empty.
   std::string listen();
 
-  // One line; empty when it has its socket.
+  // One line; empty when the socket could be made.
   const std::string& error() const { return error_; }
   size_t clients() const { return clients_.size(); }
 
@@ -70,7 +71,7 @@ class ControlServer {
   std::shared_ptr<Runtime::LockFile> lock_ = std::make_shared<Runtime::LockFile>();
   bool bound_ = false;
   Runtime::UvHandle<uv_pipe_t> listener_;
-  Clients clients_;  // the one heard of last comes last
+  Clients clients_;  // the longest idle first
 };
 
 }  // namespace Host

@@ -17,7 +17,7 @@
 #include "host/SnmpWords.h"
 #include "runtime/File.h"
 #include "snmp-modules/NetSnmp.h"
-// Not among those that it includes.
+// NetSnmp.h does not include it.
 #include <net-snmp/agent/agent_callbacks.h>
 
 #include "platform/lumalog/Lumalog.h"
@@ -27,14 +27,14 @@ extern "C" {
 void init_system_mib(void);
 void init_sysORTable(void);
 
-// net-snmp would have libwrap read /etc/hosts.allow and hosts.deny for every packet, on the event loop's
-// thread. Who may ask is said in --conf alone, which knows addresses as well.
+// Replaces libwrap's function, which would read /etc/hosts.allow and hosts.deny for every packet, on the
+// event loop's thread. Access is defined by --conf alone.
 int hosts_ctl(char* /*daemon*/, char* /*name*/, char* /*address*/, char* /*user*/) { return 1; }
 
-// net-snmp waits here for each answer of a master, on the event loop's thread: a master that stops answering
-// while the tables are registered would be waited for once for each of them. After the first answer that does
-// not come nothing more is asked, and the next look at the master finds it gone, until a session is opened
-// anew.
+// Replaces the function in which net-snmp waits for an answer of the master, on the event loop's thread. If a
+// master stops answering while tables are registered, net-snmp would wait once for each of them. After the
+// first timeout this sends nothing more, so that the next ping finds the master gone, until a session is
+// opened anew.
 int snmp_synch_response_cb(netsnmp_session* session, netsnmp_pdu* pdu, netsnmp_pdu** response,
                            snmp_callback input) {
   static const auto ask =
@@ -61,14 +61,13 @@ constexpr const char* kApplication = "trelsnmpd";
 constexpr const char* kStateName = "/trelsnmpd.conf";
 const Lumalog::Handle traceHandle("NetSnmp");
 
-// How often a subagent makes sure of its master, and tries to reach it again when it is gone.
+// How often a subagent pings its master, or tries to reach a lost one.
 constexpr int kPingIntervalSeconds = 2;
-// net-snmp waits for the master's answers without turning the loop, by default for six seconds in all. A
-// master that hangs counts as gone sooner. (Opening a session knows whole seconds only.)
+// net-snmp blocks the loop while it waits for the master's answers, by default for six seconds in all. A
+// master that hangs counts as lost sooner. (For opening a session, net-snmp rounds this to whole seconds.)
 constexpr int kMasterTimeoutUs = 500'000;
 
-// What a manager sees without a configuration file: the system group and the served tables, to read, from
-// this machine.
+// The access without --conf: read the system group and the served tables, from this machine.
 constexpr const char* kDefaultAccess =
     "view trelServed included .1.3.6.1.2.1.1\n"
     "view trelServed included .1.3.6.1.4.1.{0}.3.40\n"
@@ -80,7 +79,7 @@ bool contains(const std::vector<SnmpLine>& lines, const SnmpLine& line) {
   return std::find(lines.begin(), lines.end(), line) != lines.end();
 }
 
-// Null when there is none.
+// Null when the line makes no user, or net-snmp does not have it.
 usmUser* userMadeBy(const SnmpLine& line) {
   std::string name = userNamedBy(line);
   std::array<u_char, 64> engine{};
@@ -88,7 +87,7 @@ usmUser* userMadeBy(const SnmpLine& line) {
   return name.empty() ? nullptr : usm_get_user(engine.data(), size, name.c_str());
 }
 
-// Whether this life's boots and all users that are to be stored are among the lines.
+// Whether the boot count and all users to be stored are among the lines.
 bool isWhole(const std::vector<SnmpLine>& lines) {
   SnmpLine boots{"", "engineBoots", std::to_string(snmpv3_local_snmpEngineBoots())};
   auto users =
@@ -106,7 +105,7 @@ const config_line* readerOf(const std::string& word) {
   return reader;
 }
 
-// Whether net-snmp reads and writes files of its own.
+// Whether net-snmp reads and writes its persistent files.
 void persist(bool whether) {
   netsnmp_ds_set_boolean(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_DONT_PERSIST_STATE, whether ? 0 : 1);
 }
@@ -115,13 +114,13 @@ void setFlag(int which) { netsnmp_ds_set_boolean(NETSNMP_DS_APPLICATION_ID, whic
 
 void setNumber(int which, int number) { netsnmp_ds_set_int(NETSNMP_DS_APPLICATION_ID, which, number); }
 
-// Whether what is there by now survives the loss of power.
+// Writes the file or directory to disk, so that it survives a loss of power. Whether that worked.
 bool isOnDisk(const std::string& path) {
   Runtime::Descriptor opened(open(path.c_str(), O_RDONLY | O_CLOEXEC));
   return opened.opened() && fsync(opened.get()) == 0;
 }
 
-// On one line, whatever it was on.
+// Each run of blanks and newlines as one blank.
 std::string onOneLine(std::string_view text) {
   std::string line;
   for (char c : text) {
@@ -136,7 +135,7 @@ std::string onOneLine(std::string_view text) {
   return line;
 }
 
-// net-snmp knows of no file: "(null): line 0: Error: bad mask" becomes "bad mask".
+// Without net-snmp's position, as it gets no file: "(null): line 0: Error: bad mask" becomes "bad mask".
 std::string withoutPosition(const std::string& text) {
   constexpr std::string_view kPosition = "(null): line 0: ";
   if (!text.starts_with(kPosition)) return text;
@@ -170,7 +169,7 @@ SnmpAgent::SnmpAgent(Runtime::EventLoop& loop, const SnmpOptions& options, const
 SnmpAgent::~SnmpAgent() {
   pump_.reset();
   answerSize_.reset();
-  // Before the shutdown, which takes what callbacks were registered with for memory of its own and frees it.
+  // Before the shutdown, which would free the callbacks' argument, this.
   for (const Callback& callback : callbacks()) {
     snmp_unregister_callback(callback.major, callback.minor, callback.function, this, /*matchargs=*/1);
   }
@@ -196,7 +195,7 @@ std::string SnmpAgent::address() const {
 
 Zavro::Duration SnmpAgent::uptime() const {
   unsigned long ticks = netsnmp_get_agent_uptime();
-  // Of a master it is the 32 bits that a message holds, the upper ones being their sign.
+  // The master's has the 32 bits of a message; net-snmp sign-extends them.
   if (subagent()) ticks = static_cast<uint32_t>(ticks);
   return Zavro::Duration(static_cast<double>(ticks) / 100);
 }
@@ -215,7 +214,6 @@ std::string SnmpAgent::readFiles() {
   return access.error;
 }
 
-// Settings that are not in any file.
 void SnmpAgent::configure() {
   setFlag(NETSNMP_DS_AGENT_NO_ROOT_ACCESS);
   setFlag(NETSNMP_DS_AGENT_DONT_LOG_TCPWRAPPERS_CONNECTS);
@@ -224,12 +222,13 @@ void SnmpAgent::configure() {
     setFlag(NETSNMP_DS_AGENT_ROLE);
     netsnmp_ds_set_string(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_X_SOCKET, options_.agentx.c_str());
   }
-  // SMUX, the forerunner of AgentX, would listen on TCP port 199 for whoever comes.
+  // SMUX, the predecessor of AgentX, would listen on TCP port 199.
   std::string without = "-smux";
   add_to_init_list(without.data());
-  // Nothing here needs names for object identifiers, and loading MIB files takes longer than all the rest.
+  // Names of object identifiers are not needed, and loading MIB files takes longer than the rest of the
+  // start.
   setenv("MIBS", "", /*overwrite=*/0);
-  // No file is read or written by net-snmp itself, wherever it would look for one.
+  // net-snmp itself is to read and write no files.
   persist(false);
   unsetenv("SNMP_PERSISTENT_FILE");
   set_persistent_directory(directory_.c_str());
@@ -244,7 +243,7 @@ void SnmpAgent::start() {
     return;
   }
   if (subagent()) {
-    // Only now, since init_agent() sets values of its own.
+    // After init_agent(), which sets defaults.
     setNumber(NETSNMP_DS_AGENT_AGENTX_PING_INTERVAL, kPingIntervalSeconds);
     setNumber(NETSNMP_DS_AGENT_AGENTX_TIMEOUT, kMasterTimeoutUs);
     setNumber(NETSNMP_DS_AGENT_AGENTX_RETRIES, 0);
@@ -259,7 +258,7 @@ void SnmpAgent::start() {
   error_ = lineError_.empty() ? store() : lineError_;
 }
 
-// What net-snmp itself has registered by now. It would keep what a manager sets over a restart.
+// Makes net-snmp's own objects read-only: values that a manager sets would be stored over a restart.
 void SnmpAgent::refuseToBeWritten() {
   for (auto* context = get_top_context_cache(); context != nullptr; context = context->next) {
     for (auto* subtree = context->first_subtree; subtree != nullptr; subtree = subtree->next) {
@@ -268,7 +267,7 @@ void SnmpAgent::refuseToBeWritten() {
   }
 }
 
-// net-snmp appends to its file line by line, so it gets another one, which then takes the file's place.
+// net-snmp appends to its file line by line. It gets a new file, which then replaces the old one at once.
 std::string SnmpAgent::store() {
   namespace fs = std::filesystem;
   const std::string fresh = directory_ + "/new";
@@ -327,7 +326,7 @@ std::string SnmpAgent::reload(const SnmpConf& conf, std::vector<std::string>& no
   return problem;
 }
 
-// Returns the first thing that net-snmp has against them.
+// Returns the first error that net-snmp has with the lines.
 std::string SnmpAgent::enforce(const std::vector<SnmpLine>& lines) {
   before_ = std::exchange(access_, lines);
   for (const SnmpLine& line : before_) {
@@ -337,12 +336,12 @@ std::string SnmpAgent::enforce(const std::vector<SnmpLine>& lines) {
     usm_free_user(user);
   }
   lineError_.clear();
-  // Frees what other lines said, and calls back for these.
+  // Frees what former lines configured, and calls reads() for these.
   update_config();
   return lineError_;
 }
 
-// Lines that net-snmp wants to know before all others, such as the engine's ID.
+// Lines that net-snmp takes before all others, such as the engine's ID.
 int SnmpAgent::readsEarly(int /*major*/, int /*minor*/, void* /*unused*/, void* self) {
   auto* agent = static_cast<SnmpAgent*>(self);
   agent->apply(agent->state_, PREMIB_CONFIG);
@@ -353,14 +352,14 @@ int SnmpAgent::readsEarly(int /*major*/, int /*minor*/, void* /*unused*/, void* 
 int SnmpAgent::reads(int /*major*/, int /*minor*/, void* /*unused*/, void* self) {
   auto* agent = static_cast<SnmpAgent*>(self);
   agent->apply(std::exchange(agent->state_, {}), NORMAL_CONFIG);
-  // What cannot be taken back comes when net-snmp has nothing against the rest.
+  // Lines that cannot be taken back are applied last, when net-snmp has accepted the others.
   std::vector<SnmpLine> last = agent->access_;
   auto middle = std::stable_partition(last.begin(), last.end(), canBeTakenBack);
   agent->apply({last.begin(), middle}, NORMAL_CONFIG);
   last.erase(last.begin(), middle);
   if (agent->lineError_.empty()) agent->apply(last, NORMAL_CONFIG);
   for (const SnmpLine& line : agent->access_) {
-    // Not to be stored: it is gone when its line is.
+    // Not to be stored, as its line makes it at every start.
     if (usmUser* user = userMadeBy(line)) user->userStorageType = ST_READONLY;
   }
   return 0;
@@ -368,7 +367,7 @@ int SnmpAgent::reads(int /*major*/, int /*minor*/, void* /*unused*/, void* self)
 
 void SnmpAgent::apply(const std::vector<SnmpLine>& lines, int when) {
   for (const SnmpLine& line : lines) {
-    // Making a user's keys takes milliseconds.
+    // A user that stays keeps its keys, which take milliseconds to compute.
     if (userMadeBy(line) != nullptr && contains(before_, line)) continue;
     reading_ = &line;
     const config_line* reader = readerOf(line.word);
@@ -376,7 +375,7 @@ void SnmpAgent::apply(const std::vector<SnmpLine>& lines, int when) {
     if (reader == nullptr && when == NORMAL_CONFIG) {
       told(0, "this net-snmp does not know it");
     } else if (reader != nullptr && reader->config_time == when) {
-      // By its own name for the word, which some readers compare with regard to case.
+      // With net-snmp's spelling, as some readers compare case.
       reader->parse_line(reader->config_token, rest.data());
     }
     reading_ = nullptr;

@@ -1,4 +1,5 @@
-// net-snmp's agent in this process: standalone, or as subagent of a master. One at a time.
+// net-snmp's agent: standalone, or as subagent of a master. A process has one at a time. For the loop's
+// thread.
 #pragma once
 
 #include <array>
@@ -20,36 +21,35 @@ struct SnmpOptions {
   std::string conf;                 // file in snmpd.conf syntax; empty: the default access
 };
 
-// Where net-snmp listens unless told otherwise.
+// Where it listens by default.
 inline constexpr const char* kDefaultListen = "udp:127.0.0.1:1161";
 
 class SnmpAgent {
  public:
-  // Makes the agent, with the boots that the directory has stored, counts one more, and stores them: whoever
-  // is answered later can tell this life from the one before, also when it is killed. Reads files, so it may
-  // hang. Anything that makes options or directory unusable is found in error(); the agent must be destroyed
-  // then. The directory is this process's alone.
+  // Initialises net-snmp. Reads the SNMPv3 boot count from the directory and stores it plus one before any
+  // request is answered, so that also a life that ends by a kill counts. Reads files, so it may hang. When
+  // options or directory cannot be used, error() says so, and the agent must be destroyed. No other process
+  // may use the directory.
   SnmpAgent(Runtime::EventLoop& loop, const SnmpOptions& options, const std::string& stateDirectory);
   ~SnmpAgent();
   SnmpAgent(const SnmpAgent&) = delete;
   SnmpAgent& operator=(const SnmpAgent&) = delete;
 
-  // Listens, or connects to the master. Requires: error() is empty; it may not be afterwards.
+  // Listens, or connects to the master; sets error() when it cannot listen. Requires: error() is empty.
   void serve();
 
   // One line; empty when the agent is usable.
   const std::string& error() const { return error_; }
 
-  // Puts the lines of a --conf in force instead of those that are, at once for every request. Returns what is
-  // wrong, in one line; what was in force stays then. Users whose line stays keep their keys. `notReloaded`
-  // becomes the words whose lines changed without effect before a restart. Requires: serve() was called, not
-  // a subagent.
+  // Replaces the lines of --conf that are in force. Returns what is wrong, in one line; the former lines stay
+  // in force then. Users whose line stays keep their keys. `notReloaded` becomes the words whose changed
+  // lines take effect only after a restart. Requires: serve() was called; not a subagent.
   std::string reload(const SnmpConf& conf, std::vector<std::string>& notReloaded);
 
   bool subagent() const { return !options_.agentx.empty(); }
   // Whether a subagent's session with its master is up; always true for a standalone agent.
   bool connected() const { return !subagent() || connected_; }
-  // What sysUpTime says, which is the master's for a subagent that has had an answer from it.
+  // The value of sysUpTime; for a subagent the master's, once that has answered.
   Zavro::Duration uptime() const;
   // Where the agent listens, or the master's address.
   std::string address() const;
@@ -82,11 +82,11 @@ class SnmpAgent {
   SnmpOptions options_;
   std::string directory_;
   std::string error_;
-  std::string firstError_;  // of net-snmp while it starts
-  std::string lineError_;   // its first word against a line
-  // What net-snmp says while it starts, told when it is up: a start that fails is told in one line.
+  std::string firstError_;  // the first that net-snmp logged, but about lines
+  std::string lineError_;   // the first that it logged about a line
+  // What net-snmp logs at the start. Traced after it: a start that fails is reported in one line.
   std::vector<std::pair<int, std::string>> held_;
-  std::vector<SnmpLine> state_;        // what was stored, until it is read
+  std::vector<SnmpLine> state_;        // from the state directory, until net-snmp has read them
   std::vector<SnmpLine> access_;       // in force
   std::vector<SnmpLine> before_;       // in force before
   const SnmpLine* reading_ = nullptr;  // the line that net-snmp is reading

@@ -19,7 +19,8 @@ constexpr size_t kMaxFileBytes = 1 << 20;
 // net-snmp's readers have buffers of about this size.
 constexpr size_t kMaxLineBytes = 1000;
 
-// One line, without its end. Empty `line.word`: nothing is said there.
+// `text` is one line without its newline. Leaves `line` empty for a blank line or a comment. Returns what is
+// wrong.
 std::string parseLine(std::string_view text, SnmpFile kind, SnmpLine& line) {
   if (text.find('\0') != std::string_view::npos) return "found a NUL byte, expected text";
   if (text.size() > kMaxLineBytes) {
@@ -38,7 +39,7 @@ std::string parseLine(std::string_view text, SnmpFile kind, SnmpLine& line) {
   return problem.empty() ? "" : fmt::format("{}: {}", Runtime::shortened(line.word), problem);
 }
 
-// A user that is named twice would be the one that is named last.
+// Of a user with two lines, net-snmp would take the last without a word.
 std::string namedTwice(const std::vector<SnmpLine>& lines) {
   std::set<std::string> names;
   for (const SnmpLine& line : lines) {

@@ -1,9 +1,9 @@
-// What an SNMP agent is told by files in the syntax of snmpd.conf(5): read once, and checked word by word
-// before net-snmp sees any of it. Only words that this agent has a use for are taken; none of them runs code,
-// opens a port, loads a module, writes a file, or looks a name up.
+// Reads and checks configuration in the syntax of snmpd.conf(5) before net-snmp gets it. Accepts only words
+// that this agent needs; none of them runs code, opens a port, loads a module, writes a file, or looks up a
+// name.
 //
-// net-snmp is not given the file but the lines, and they are cut into words by its own functions: what was
-// checked is what is applied.
+// net-snmp gets the checked lines and not the file. Lines are cut into words by net-snmp's own functions, so
+// that it reads the same words that were checked.
 #pragma once
 
 #include <string>
@@ -14,9 +14,9 @@ namespace Host {
 
 struct SnmpLine {
   std::string where;  // "--conf PATH: line 7", for messages
-  std::string word;   // as it is written there
-  std::string rest;   // what it says, never empty
-  // Whether they say the same, wherever they stand.
+  std::string word;   // as written in the file
+  std::string rest;   // its arguments, never empty
+  // Without regard to `where`.
   friend bool operator==(const SnmpLine& a, const SnmpLine& b) {
     return a.word == b.word && a.rest == b.rest;
   }
@@ -24,18 +24,18 @@ struct SnmpLine {
 
 struct SnmpConf {
   std::vector<SnmpLine> lines;
-  std::string error;  // "--conf PATH: line 7: ..." of the first that cannot be used; there are no lines then
+  std::string error;  // about the first unusable line, "--conf PATH: line 7: ..."; there are no lines then
 };
 
 enum class SnmpFile {
-  access,  // what an operator writes: communities, users, views, the system group, trap sinks
-  state    // what must survive a restart: the engine, its boots, users with their keys
+  access,  // the operator's: communities, users, views, the system group, trap sinks
+  state    // net-snmp's own, over restarts: the engine, its boots, users with their keys
 };
 
-// `name` is what the text is called in messages. On any thread.
+// `name` stands for the text in messages. For any thread.
 SnmpConf parseSnmpConf(const std::string& name, std::string_view text, SnmpFile kind);
-// Reads the file first, which must be a regular one, and when it holds the state, one that no other user may
-// write. A state that is not there is empty.
+// The same of a file, which must be a regular one. A file of state must be one that no other user may write;
+// if there is none, there are no lines.
 SnmpConf readSnmpConf(const std::string& path, SnmpFile kind);
 
 }  // namespace Host

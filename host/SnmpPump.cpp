@@ -9,13 +9,13 @@
 #include <stdexcept>
 
 #include "snmp-modules/NetSnmp.h"
-// Not among those that it includes.
+// NetSnmp.h does not include it.
 #include <net-snmp/library/large_fd_set.h>
 
 namespace Host {
 namespace {
 
-// Requests that are served in a row before tasks and other clients get their turn.
+// After so many reads in a row, tasks and other clients get their turn.
 constexpr int kMaxReadsPerTurn = 8;
 
 class DescriptorSet {
@@ -61,10 +61,10 @@ SnmpPump::SnmpPump(Runtime::EventLoop& loop)
                 [](uv_poll_t* poll, int, int) { static_cast<SnmpPump*>(poll->data)->receive(); });
 }
 
-// Before the set is closed.
+// Stops before the epoll set is closed.
 SnmpPump::~SnmpPump() { uv_poll_stop(poll_.get()); }
 
-// Before the loop waits: which sockets there are now, and until when to wait at most.
+// Called before the loop waits: takes over net-snmp's sockets and its next timeout.
 void SnmpPump::prepare() {
   netsnmp_check_outstanding_agent_requests();
   DescriptorSet wanted;
@@ -88,7 +88,7 @@ void SnmpPump::follow(const std::set<int>& descriptors) {
   for (int fd : followed_) {
     if (!descriptors.contains(fd)) epoll_ctl(epoll_.get(), EPOLL_CTL_DEL, fd, nullptr);
   }
-  // One that is followed already is refused, which is cheaper than to find out whether it is the same socket.
+  // Adds all: epoll refuses those that it has, and only it knows whether a number is a new socket.
   for (int fd : descriptors) {
     epoll_event event{};
     event.events = EPOLLIN;

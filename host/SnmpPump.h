@@ -1,5 +1,5 @@
-// Lets net-snmp's sessions live on the event loop: waits for their sockets and deadlines, and hands over what
-// arrives. Works whatever the number and the numbers of their descriptors are.
+// Runs net-snmp's sessions on the event loop: waits for their sockets and timeouts, and lets net-snmp read
+// what arrives. Also with descriptors of FD_SETSIZE and above.
 #pragma once
 
 #include <set>
@@ -10,7 +10,7 @@ namespace Host {
 
 class SnmpPump {
  public:
-  // Throws std::runtime_error, in one line, when the system refuses what it takes.
+  // Throws std::runtime_error, in one line, when the system has no descriptor for it.
   explicit SnmpPump(Runtime::EventLoop& loop);
   ~SnmpPump();
   SnmpPump(const SnmpPump&) = delete;
@@ -21,8 +21,8 @@ class SnmpPump {
   void follow(const std::set<int>& descriptors);
   void receive();
 
-  // net-snmp opens and closes sockets as it likes, and a number may stand for another socket in the next
-  // turn. An epoll set of our own forgets a socket when it is closed; the loop waits for the set.
+  // net-snmp opens and closes sockets at any time, and a new one may get the number of a closed one. An epoll
+  // set forgets closed sockets by itself; the loop waits for the set.
   Runtime::Descriptor epoll_;
   std::set<int> followed_;
   Runtime::UvHandle<uv_prepare_t> prepare_;

@@ -18,11 +18,11 @@ namespace {
 
 using Runtime::inQuotes;
 
-// What net-snmp's readers take for one word; they do not look far enough ahead to survive a missing one.
+// A word of a line's arguments, as net-snmp's readers cut it. They crash on a missing one, hence the checks.
 struct Part {
   std::string text;  // without quotes
   size_t at;         // where it begins in the line
-  size_t size;       // there
+  size_t size;       // of it in the line, with quotes
 };
 
 class Parts {
@@ -40,9 +40,9 @@ class Parts {
   }
 
   size_t count() const { return parts_.size(); }
-  // Empty when there is none.
+  // Empty when there are fewer parts.
   std::string operator[](size_t index) const { return index < count() ? parts_[index].text : ""; }
-  // Puts other text in its place; the parts behind it are lost.
+  // Replaces it in the line. After that this part and those behind it cannot be read.
   void replace(size_t index, const std::string& text) {
     line_.replace(parts_[index].at, parts_[index].size, text);
     parts_.erase(parts_.begin() + static_cast<ptrdiff_t>(index), parts_.end());
@@ -66,7 +66,7 @@ bool isAddress(int family, const std::string& text) {
 
 std::string anything(Parts& /*parts*/) { return ""; }
 
-// For the name of another module's object, net-snmp would look for the module's file.
+// For a name, net-snmp would search for the MIB module's file.
 std::string checkOid(const std::string& text) {
   constexpr size_t kMaxNumbers = 128;
   const char* at = text.data() + (text.starts_with('.') ? 1 : 0);
@@ -82,7 +82,7 @@ std::string checkOid(const std::string& text) {
   return expected(text, "a numeric OID");
 }
 
-// NAME TYPE SUBTREE [MASK], cut at blanks only.
+// NAME TYPE SUBTREE [MASK]. net-snmp cuts these at blanks and knows no quotes.
 std::string view(Parts& parts) {
   std::istringstream words(parts.line());
   std::string name, type, subtree;
@@ -103,8 +103,8 @@ std::string oneOrTwo(Parts& parts) {
   return good ? "" : expected(parts.line(), "1 (enabled) or 2 (disabled)");
 }
 
-// The source from which a community counts. What names it is the operator's mistake to make, not the
-// resolver's: a lookup may hang, and may be answered by somebody else.
+// The source from which a community is accepted: no names, as a lookup may hang, and its answer may be
+// forged.
 std::string checkSource(Parts& parts, size_t index, int family) {
   std::string text = parts[index];
   if (text == "localhost") {
@@ -162,7 +162,7 @@ std::string authUser(Parts& parts) { return checkUserAccess(parts, 1); }
 
 std::string group(Parts& parts) { return parts.count() < 3 ? "expected NAME MODEL SECURITY-NAME" : ""; }
 
-// A password, or -l or -m with a key. Moves behind it.
+// A password, or -l or -m with a key. Sets `at` behind it.
 bool takeKey(Parts& parts, size_t& at) {
   bool isKey = parts[at] == "-l" || parts[at] == "-m";
   at += isKey ? 2 : 1;
@@ -183,7 +183,7 @@ std::string createUser(Parts& parts) {
   return key && parts.count() <= at ? "" : kForm;
 }
 
-// As net-snmp writes it.
+// The arguments that net-snmp writes.
 std::string usmUser(Parts& parts) {
   constexpr size_t kParts = 11;
   constexpr size_t kMaxBytes = 66;  // 32 in hexadecimal, with 0x
@@ -204,11 +204,11 @@ std::string number(Parts& parts, int64_t greatest) {
 }
 
 std::string count(Parts& parts) { return number(parts, 1'000'000); }
-// One less than what a manager cannot go beyond: each start counts one more.
+// One less than the largest boot count (RFC 3414), as each start adds one.
 std::string boots(Parts& parts) { return number(parts, 2'147'483'646); }
 
 std::string ownEngineId(Parts& parts) {
-  constexpr size_t kMaxBytes = 27;  // 32 with what goes before it
+  constexpr size_t kMaxBytes = 27;  // net-snmp puts 5 bytes before it; an engine ID has at most 32
   return parts.line().size() <= kMaxBytes ? "" : "expected a text of at most 27 bytes";
 }
 
@@ -242,22 +242,26 @@ std::string sink(Parts& parts) {
   if (parts.count() > 2) return "expected ADDRESS[:PORT] [COMMUNITY]";
   std::string text = parts[0];
   if (text == "localhost" || text == "127.0.0.1") {
-    // With a port, since net-snmp looks up the name of this machine for the address alone.
+    // With a port: without one, net-snmp looks up this machine's name.
     parts.replace(0, "127.0.0.1:162");
     return "";
   }
   return isSink(text) ? "" : expected(text, "ADDRESS[:PORT] or udp6:[ADDRESS]:PORT; names are not looked up");
 }
 
-// What an earlier release stored of what a manager had set.
+// Values that a manager had set and an earlier release stored: dropped.
 std::string forgotten(Parts& parts) {
   parts.clearLine();
   return "";
 }
 
-// When a word counts in a running agent: what it says is replaced, or replaced but not taken back, or said at
-// the start only. net-snmp must have nothing against a line that cannot be taken back: its check is whole.
-enum class Counts : uint8_t { always, notWithout, atStart };
+// What a reload does with a word. Lines of the latter two cannot be taken back when net-snmp refuses another
+// line, so their check here must find all that net-snmp would refuse.
+enum class Counts : uint8_t {
+  always,      // its effect is that of the new lines
+  notWithout,  // the same, but without a new line the former effect stays
+  atStart      // nothing
+};
 
 struct Word {
   const char* name;
@@ -312,7 +316,7 @@ struct Instead {
   const char* what;
 };
 
-// Words that an operator may well have in a file, and what there is instead.
+// Words that operators have in such files, and what to write instead.
 constexpr std::array kInstead = {
     Instead{"rwcommunity", "nothing is writable, expected rocommunity"},
     Instead{"rwcommunity6", "nothing is writable, expected rocommunity6"},
@@ -329,7 +333,7 @@ constexpr std::array kInstead = {
     Instead{"includesearch", "other files are not read, expected their lines here"},
 };
 
-// What the word is said to be; empty when it is not said.
+// The arguments of the word's last line; empty when there is none.
 std::string lastOf(const std::vector<SnmpLine>& lines, const char* word) {
   auto found = std::find_if(lines.rbegin(), lines.rend(), [word](const SnmpLine& line) {
     return strcasecmp(line.word.c_str(), word) == 0;

@@ -155,7 +155,7 @@ bool serving(const SnmpAgent& snmp, const Cluster& cluster) { return snmp.connec
 
 std::unique_ptr<Reply> statusReport(const StatusInputs& inputs) {
   uint64_t uptimeMs = inputs.uptimeNs / 1'000'000;
-  // One look at the sources, so that what is said of one fits together.
+  // Asked once, so that all lists show the same state.
   const Sources sources = inputs.cluster.sources();
   Json answer{
       {"ok", true},

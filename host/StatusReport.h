@@ -1,4 +1,4 @@
-// How the daemon is doing, as the answer to the control request "status".
+// The answer to the control request "status".
 #pragma once
 
 #include <cstdint>
@@ -21,7 +21,7 @@ struct StatusInputs {
   Runtime::Log::State log;
 };
 
-// Whether managers get to see all of the cluster.
+// Whether the agent is reachable and its tables show all that the sources say.
 bool serving(const SnmpAgent& snmp, const Cluster& cluster);
 
 std::unique_ptr<Reply> statusReport(const StatusInputs& inputs);

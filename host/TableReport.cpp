@@ -12,7 +12,7 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-// Rows in one line of the answer: few enough to be made within a fraction of a slice.
+// Rows in one line of the answer; making them takes a fraction of a task's slice.
 constexpr size_t kRowsPerLine = 64;
 
 uint32_t numberOf(const std::string& octets) {

@@ -1,4 +1,4 @@
-// The tables as an answer to the control request "tables": every served value, in walk order.
+// The answer to the control request "tables": every served value, in walk order.
 #pragma once
 
 #include <memory>
@@ -8,8 +8,8 @@
 
 namespace Host {
 
-// Rows that come or go while the answer is under way may be in it or not; no other row is left out or comes
-// twice. The object must outlive the answer.
+// Rows that come or go while the answer is being sent may be missing; all others are in it once. `mib`
+// outlives the answer.
 std::unique_ptr<Reply> tableReport(const TrelSnmp::TrelMib& mib);
 
 }  // namespace Host

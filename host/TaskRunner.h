@@ -9,8 +9,8 @@
 
 namespace Host {
 
-// Gives the scheduler's tasks one slice in each turn of the loop, so that requests are served in between, and
-// lets the loop sleep when nothing is runnable.
+// Runs one slice of one task in each turn of the loop, so that requests are served in between. The loop
+// sleeps while no task is runnable.
 class TaskRunner {
  public:
   TaskRunner(Runtime::EventLoop& loop, Zavro::Ptr<Vem::TaskScheduler> scheduler);

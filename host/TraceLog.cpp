@@ -49,7 +49,7 @@ void TraceLog::trace(const Lumalog::Line& line) {
     log_.write(std::move(logged));
   } else {
     const auto& [source, key] = line.subject;
-    // Lines that are of no key are not to drown in those that are.
+    // Lines without a key count by themselves, so that many lines with keys do not suppress them.
     std::string kind = fmt::format("{} {} {} {}", line.handle, line.format, source, key.empty());
     log_.write(std::move(logged), {std::move(kind), std::string(key)});
   }

@@ -1,4 +1,4 @@
-// Where a daemon's traces go: its log.
+// Writes a daemon's traces to its log.
 #pragma once
 
 #include <string>
@@ -15,22 +15,22 @@ struct TraceOptions {
   Runtime::LogTo to = Runtime::LogTo::standardError;
 };
 
-// "HANDLE/LEVEL[,...]"; throws std::invalid_argument with what was found and expected.
+// Parses "HANDLE/LEVEL[,...]". Throws std::invalid_argument with what was found and expected.
 std::vector<std::pair<std::string, int>> parseTraces(const std::string& text);
 
-// The process's trace sink while it lives. Level 0 is logged as error, 1 as information, the rest as
-// debugging detail; which levels there are is settled by the handles, at the levels of the options. Of errors
-// and information, what is said from one place in the code of one source, and of that of one key, is bounded
-// (runtime/Thinning.h); detail was asked for, and is told whole.
+// The process's trace sink as long as it lives; sets the handles to the levels of the options. Logs level 0
+// as error, 1 as information, others as debugging detail. The number of errors and informations is limited
+// for each message of a source, and for each of its keys (runtime/Thinning.h). Detail, which somebody asked
+// for, is not.
 class TraceLog final : public Lumalog::Sink {
  public:
-  // Throws std::runtime_error, in one line, when the log cannot be written.
+  // Throws std::runtime_error, in one line, when the system has no thread for the log.
   TraceLog(const std::string& program, const TraceOptions& options);
   ~TraceLog() override;
   void trace(const Lumalog::Line& line) override;
 
   Runtime::Log::State state() const { return log_.state(); }
-  // Connects anew to what it logs to, as after SIGHUP.
+  // As Runtime::Log::reopen(); for SIGHUP.
   void reopen() { log_.reopen(); }
 
  private:

@@ -1,4 +1,4 @@
-// The options of a daemon's command line that say what is traced, and where to.
+// The command line's options for traces and the log.
 #pragma once
 
 #include "host/TraceLog.h"
@@ -9,7 +9,7 @@ class App;
 
 namespace Host {
 
-// Adds --trace and --log, which set `options`; it outlives the parsing.
+// Adds --trace and --log, which set `options`. It outlives the parsing.
 void describeTraces(CLI::App& app, TraceOptions& options);
 
 }  // namespace Host

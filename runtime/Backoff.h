@@ -1,5 +1,5 @@
-// How long to wait before what failed is tried again: longer each time, up to a bound, and never exactly as
-// long as others wait who failed at the same time.
+// How long to wait before a retry: longer each time, up to a bound. Random, so that many clients that failed
+// at the same time do not all come back at the same time.
 #pragma once
 
 #include <algorithm>
@@ -13,7 +13,7 @@ namespace Runtime {
 // Yields numbers from 0 up to, not including, 1.
 using Random = std::function<double()>;
 
-// Other numbers in each process and each time.
+// Seeded by the system: other numbers in each process.
 inline Random unforeseenRandom() {
   return [engine = std::minstd_rand(std::random_device()())]() mutable {
     return std::uniform_real_distribution<double>(0, 1)(engine);
@@ -31,7 +31,7 @@ class Backoff final {
   uint64_t variedMs(uint64_t mostMs) {
     return mostMs / 2 + static_cast<uint64_t>(random_() / 2 * static_cast<double>(mostMs));
   }
-  // It worked.
+  // To be called on success: the next delay is the first again.
   void reset() { delayMs_ = firstMs_; }
 
  private:

@@ -44,8 +44,8 @@ void complain(std::string_view program, std::string_view what) {
 void openStandardStreams() {
   int null = open("/dev/null", O_RDWR);
   for (int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
-    // What the process was given has no such flag. A library's descriptor may: one of gRPC's, which it opens
-    // before main() to see whether it can, and forgets.
+    // An inherited descriptor has no FD_CLOEXEC. One that has it belongs to a library: gRPC opens one before
+    // main() and never closes it.
     int flags = fcntl(fd, F_GETFD);
     if (flags < 0 || (flags & FD_CLOEXEC) != 0) dup2(null, fd);
   }

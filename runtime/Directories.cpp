@@ -22,7 +22,7 @@ namespace {
 
 constexpr mode_t kWritableByOthers = S_IWGRP | S_IWOTH;
 
-// Empty when it is not set.
+// Empty when it is not set. Throws std::invalid_argument unless it is an absolute path.
 std::string environment(const char* name) {
   const char* value = std::getenv(name);
   std::string path = value == nullptr ? "" : value;
@@ -33,7 +33,7 @@ std::string environment(const char* name) {
   return path;
 }
 
-// Of several directories, which systemd separates by colons, the first is the daemon's.
+// systemd may set several, separated by colons. The first is the daemon's.
 std::string systemdDirectory(const char* name) {
   std::string all = environment(name);
   std::string first = all.substr(0, all.find(':'));
@@ -60,13 +60,12 @@ std::deque<std::string> namesIn(std::string_view path) {
   return names;
 }
 
-// Goes down a path name by name, each looked up in the directory that the one before it is, so that nobody
-// exchanges one under way.
+// Walks down a path, one openat() for each name, so that nobody can exchange a directory that was checked.
 class Way final {
  public:
   Way(const std::string& path, const DirectoryTerms& terms) : terms_(terms) { leadsTo(path); }
 
-  // Returns what is in the way.
+  // Returns what is wrong; empty at the end of the path.
   std::string go() {
     std::string problem;
     while (problem.empty() && here_.opened() && !names_.empty()) problem = step();

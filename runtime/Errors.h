@@ -1,4 +1,4 @@
-// Errors that a caller decides on, as absl::Status, and their texts.
+// Errors on which a caller decides, as absl::Status, and their texts.
 #pragma once
 
 #include <absl/status/status.h>
@@ -8,12 +8,11 @@
 
 namespace Runtime {
 
-// What errno means; NotFound for ENOENT. On any thread, which strerror() is not for.
+// The error of an errno; NotFound for ENOENT. For any thread, unlike strerror().
 absl::Status systemError(int error);
 
-// The same error with the message "<what>: <message>".
+// The error with "<what>: " before its message.
 absl::Status errorOf(std::string_view what, const absl::Status& error);
-// The same of errno.
 inline absl::Status errorOf(std::string_view what, int error) { return errorOf(what, systemError(error)); }
 
 inline std::string textOf(const absl::Status& error) { return std::string(error.message()); }

@@ -30,7 +30,7 @@ Descriptor signalsOf(int signal) {
   return signals;
 }
 
-// libuv ends the process where it has too few for the first loop.
+// With too few descriptors for the first loop, libuv aborts the process.
 void needDescriptors() {
   std::array<Descriptor, 8> spare;
   for (Descriptor& one : spare) {
@@ -80,7 +80,7 @@ ReadWatch::ReadWatch(EventLoop& loop, int fd, std::function<void()> readable)
     : readable_(std::move(readable)),
       poll_([&](uv_poll_t* poll) { return uv_poll_init(loop.uv(), poll, fd); }) {
   poll_->data = this;
-  // An error is found out by whoever reads.
+  // On an error it calls back, too: reading tells which.
   uv_poll_start(poll_.get(), UV_READABLE,
                 [](uv_poll_t* poll, int, int) { static_cast<ReadWatch*>(poll->data)->readable_(); });
 }
@@ -88,7 +88,7 @@ ReadWatch::ReadWatch(EventLoop& loop, int fd, std::function<void()> readable)
 void holdSignal(int signal) {
   sigset_t set = setOf(signal);
   pthread_sigmask(SIG_BLOCK, &set, nullptr);
-  // A signal that is ignored, as whoever started the process may have it, does not even wait.
+  // Whoever started the process may have had the signal ignored; then it would not even be pending.
   std::signal(signal, SIG_DFL);
 }
 

@@ -1,5 +1,6 @@
-// The process's event loop, a libuv loop, and what runs on it: timers, signals, readable descriptors.
-// Everything of the daemon runs on the thread that calls run().
+// A process's event loop, a libuv loop, and what calls back on it: timers, signals, readable descriptors. All
+// callbacks come on the thread that calls run(). A watch calls back as long as it lives; the loop outlives
+// it.
 #pragma once
 
 #include <uv.h>
@@ -15,9 +16,9 @@ namespace Runtime {
 
 class EventLoop {
  public:
-  // Throws std::runtime_error, in one line, when the system refuses what it takes.
+  // Throws std::runtime_error, in one line, when the system has no descriptors for it.
   EventLoop();
-  // Closes the loop. Requires: whatever uses the loop is gone.
+  // Requires: all that uses the loop is gone; aborts otherwise.
   ~EventLoop();
   EventLoop(const EventLoop&) = delete;
   EventLoop& operator=(const EventLoop&) = delete;
@@ -31,10 +32,11 @@ class EventLoop {
   uv_loop_t loop_;
 };
 
-// Calls back once, or again and again, on the loop.
 class Timer {
  public:
   Timer(EventLoop& loop, std::function<void()> elapsed);
+  // Calls back after that time, and then at every repetition; 0: only once. A second start() replaces the
+  // first.
   void start(uint64_t milliseconds, uint64_t repeatMilliseconds = 0);
   void stop();
 
@@ -53,7 +55,7 @@ class SignalWatch {
   UvHandle<uv_signal_t> signal_;
 };
 
-// Calls back whenever there is something to be read from a file descriptor, which outlives this.
+// Calls back while the descriptor, which outlives this, is readable or has an error.
 class ReadWatch {
  public:
   ReadWatch(EventLoop& loop, int fd, std::function<void()> readable);
@@ -63,12 +65,12 @@ class ReadWatch {
   UvHandle<uv_poll_t> poll_;
 };
 
-// From now on the signal does not end the process, it waits for a HeldSignalWatch. For main(), before there
-// are threads.
+// From now on the signal does not end the process but waits for a HeldSignalWatch. To be called in main()
+// before there are threads, which inherit this.
 void holdSignal(int signal);
 
-// Calls back when the process gets a signal that is held, also when it got it before this was there. However
-// a process starts and ends, it is not killed by what it is only asked in between.
+// Calls back when the process gets a signal that holdSignal() holds, also for one that came before this was
+// there. So a SIGHUP while the process starts or ends does not kill it.
 class HeldSignalWatch {
  public:
   HeldSignalWatch(EventLoop& loop, int signal, std::function<void()> received);
@@ -81,7 +83,7 @@ class HeldSignalWatch {
   ReadWatch watch_;
 };
 
-// Calls back in every turn of the loop, after I/O.
+// Calls back in every turn of the loop, after its I/O.
 class TurnWatch {
  public:
   TurnWatch(EventLoop& loop, std::function<void()> turned);

@@ -1,9 +1,9 @@
-// What the programs' exit statuses say.
+// Exit statuses that all programs have.
 #pragma once
 
 namespace Runtime {
 
-// Arguments or a configuration that cannot be used.
+// The arguments or the configuration cannot be used.
 inline constexpr int kUnusable = 2;
 
 }  // namespace Runtime

@@ -48,7 +48,7 @@ absl::StatusOr<std::string> File::content(uint64_t maxBytes) const {
   return readAll(descriptor_.get(), maxBytes, size);
 }
 
-// One byte more than there is to be is asked for, so that the end shows without another round.
+// Asks for one byte more than expected, so that the end shows without enlarging the buffer.
 absl::StatusOr<std::string> readAll(int descriptor, uint64_t maxBytes, uint64_t expected) {
   std::string text(expected + 1, '\0');
   size_t filled = 0;

@@ -1,8 +1,8 @@
-// Files, read whole, by threads that may wait: each of these calls takes as long as the file's file system.
+// Reads whole files. The calls block, and hang when the file system does; daemons make them off the loop.
 //
-// Anything may stand at a path. What is no regular file is not read, nor waited for, as a pipe would be.
-// Errors are what follows the path in a message: "No such file or directory", "found a directory, expected a
-// file". NotFound: there is nothing at the path.
+// A path that is no regular file, such as a pipe, is an error and not waited for. An error's message is what
+// follows the path in a line: "No such file or directory", "found a directory, expected a file". NotFound:
+// there is nothing at the path.
 #pragma once
 
 #include <absl/status/statusor.h>
@@ -14,7 +14,7 @@
 
 namespace Runtime {
 
-// An open file, or none; closed when this goes.
+// Owns a file descriptor, or none.
 class Descriptor final {
  public:
   Descriptor() = default;
@@ -38,10 +38,10 @@ class File final {
  public:
   static absl::StatusOr<File> open(const std::string& path);
 
-  // Its owner, mode, size and times, when it was opened and now.
+  // Owner, mode, size and times: when it was opened, and now.
   const struct stat& about() const { return about_; }
   absl::StatusOr<struct stat> aboutNow() const;
-  // All of it, once; an error when it is larger.
+  // The whole content; OutOfRange when it is larger. To be called once, as it moves the file's position.
   absl::StatusOr<std::string> content(uint64_t maxBytes) const;
 
  private:
@@ -51,8 +51,8 @@ class File final {
   struct stat about_ {};
 };
 
-// What an open descriptor yields up to its end, as of a pipe, for which this waits; an error when it is more.
-// `expected`: about how much that is, so that room for it is made at once.
+// Reads up to the end of the file or pipe, and waits for it; OutOfRange when it is more. `expected` is a hint
+// for the first allocation, in bytes.
 absl::StatusOr<std::string> readAll(int descriptor, uint64_t maxBytes, uint64_t expected = 0);
 
 // The content of the file at the path; errors begin with the path.

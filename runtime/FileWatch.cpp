@@ -18,8 +18,7 @@ uint64_t nanoseconds(const timespec& time) {
 
 }  // namespace
 
-// The notifications of the directory that the file is in. Without them, as when the system has none left,
-// looking has to do.
+// Notifications from the file's directory. When the system has none left, polling has to do.
 class FileWatch::Directory {
  public:
   explicit Directory(const std::filesystem::path& file)
@@ -33,8 +32,8 @@ class FileWatch::Directory {
 
   int fd() const { return fd_; }
 
-  // Which directory stands at the path now; it is the one that notifies from here on. May hang. On one thread
-  // at a time.
+  // Finds the directory that is at the path now, and takes notifications from that one. May hang. For one
+  // thread at a time.
   Signature follow() {
     struct stat now {};
     Signature found;
@@ -68,7 +67,7 @@ FileWatch::FileWatch(EventLoop& loop, Io& io, const std::string& path, std::func
 FileWatch::~FileWatch() = default;
 
 FileWatch::Seen FileWatch::lookAt(Directory& directory, const std::string& path) {
-  // In this order: what changes after the look is notified.
+  // The directory first, so that a change after stat() is notified.
   Seen seen{directory.follow(), {}};
   struct stat file {};
   if (stat(path.c_str(), &file) == 0) {
@@ -97,21 +96,21 @@ void FileWatch::looked(const Seen& seen) {
   if (changed) tell();
 }
 
-// What is left to be read is notified again.
+// Reads once. If more is left, the loop calls again.
 void FileWatch::notified() {
   alignas(inotify_event) std::array<char, 4096> bytes{};
   ssize_t count = read(directory_->fd(), bytes.data(), bytes.size());
   bool mine = false;
   for (ssize_t at = 0; at < count;) {
     const auto* event = reinterpret_cast<const inotify_event*>(bytes.data() + at);
-    // Without a name it is of the directory itself, or notifications were lost.
+    // No name: it is about the directory itself, or notifications were lost.
     mine = mine || event->len == 0 || name_ == event->name;
     at += static_cast<ssize_t>(sizeof *event + event->len);
   }
   if (mine) tell();
 }
 
-// The callback is held by value while it runs, since it may destroy this.
+// Copies the callback, as it may destroy this.
 void FileWatch::tell() {
   auto call = changed_;
   call();

@@ -1,7 +1,7 @@
-// Tells when a file may have changed, whatever file system it is on. For the loop's thread.
+// Reports when a file may have changed, on any file system: by inotify where that works, and by polling. For
+// the loop's thread.
 //
-// Nothing here waits for the file system: it is looked at on a thread, and one that hangs gets no second look
-// until the first has come back.
+// The loop never waits for the file system. A thread looks at it; while that one hangs, there is no second.
 #pragma once
 
 #include <array>
@@ -19,18 +19,17 @@ namespace Runtime {
 
 class FileWatch final : public Io::Activity {
  public:
-  // How often the file is looked at, for changes that its directory does not tell of: a directory that was
-  // not there or was replaced, a link to elsewhere, a file system without notification.
+  // The polling interval. Polling finds what inotify does not report: a directory that appears or is
+  // replaced, a symbolic link to elsewhere, a file system without notifications.
   static constexpr uint64_t kPollMs = 400;
 
-  // Calls `changed` as Io::watch() promises, for the first time when the file is being watched. Loop and io
-  // outlive this.
+  // Calls `changed` as Io::watch() promises. Loop and io outlive this.
   FileWatch(EventLoop& loop, Io& io, const std::string& path, std::function<void()> changed);
   ~FileWatch() override;
 
  private:
   class Directory;
-  // What tells one file, or one state of it, from another; nothing for none.
+  // Differs between two files, and between two states of one; nothing: there is no file.
   using Signature = std::optional<std::array<uint64_t, 6>>;
   struct Seen {
     Signature directory;

@@ -1,6 +1,5 @@
-// What sources need of the outside besides the files themselves: to be told that a file may have changed, to
-// be called later, and to have work done off the event loop's thread. The host implements it on its loop;
-// tests drive it by hand.
+// What code on an event loop asks of it: watch a file, call later, run work on another thread. UvIo is the
+// implementation; tests drive tests/runtime/ManualIo.h by hand.
 #pragma once
 
 #include <cstdint>
@@ -12,31 +11,29 @@ namespace Runtime {
 
 class Io {
  public:
-  // Something that goes on until it is destroyed; its callback is not called any more then. It may be
-  // destroyed from within the callback.
+  // Goes on until it is destroyed; after that its callback is not called. The callback may destroy it.
   class Activity {
    public:
     virtual ~Activity() = default;
   };
 
-  // Through which another thread gets the loop's attention.
+  // Lets another thread wake the loop.
   class Waker : public Activity {
    public:
-    // On any thread, as long as the waker is there. Several wakes may come to one call.
+    // For any thread, as long as the waker exists. Several wakes may become one call.
     virtual void wake() = 0;
   };
 
   virtual ~Io() = default;
   // Calls `woken` on the loop's thread after each wake().
   virtual std::unique_ptr<Waker> waker(std::function<void()> woken) = 0;
-  // Calls `changed` once the file is being watched, and then whenever it may have appeared, changed, been
-  // replaced or vanished; calls without a change are allowed. What is read after a call is no older than it.
+  // Calls `changed` once the file is watched, and then whenever it may have appeared, changed, been replaced
+  // or vanished; also without a change. A change after the file was read leads to another call.
   virtual std::unique_ptr<Activity> watch(const std::string& path, std::function<void()> changed) = 0;
   // Calls `elapsed` once.
   virtual std::unique_ptr<Activity> after(uint64_t milliseconds, std::function<void()> elapsed) = 0;
-  // Runs `work` on another thread, then `done` on the loop's. Cannot be called off. Work that hangs keeps no
-  // other work waiting; at the end of the process it is left where it is, so it must use nothing but what it
-  // owns.
+  // Runs `work` on another thread, then `done` on the loop's. Cannot be cancelled. Work that hangs delays no
+  // other work. It may still run when the process ends, so it must use only what it owns.
   virtual void offLoop(std::function<void()> work, std::function<void()> done) = 0;
 };
 

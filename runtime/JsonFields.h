@@ -1,10 +1,10 @@
 // Reads the members of a JSON object into typed values, and notes what is wrong with them: what was found,
-// and what was expected. For the files that people write and the values that programs exchange.
+// and what was expected. For configurations, state documents and values in a store.
 //
-// A type says what a member has to be:
+// A type describes what a member has to be:
 //   std::string expected() const                       "an integer from 1 to 100"
-//   std::optional<Value> decode(const json&) const      nothing: it is none
-// and may say more about a value that is none, instead of what was found and expected:
+//   std::optional<Value> decode(const json&) const      nothing: the member is not of this type
+// and may have a message of its own for that case:
 //   std::string fault(const json&) const
 #pragma once
 
@@ -29,13 +29,13 @@ struct JsonNote {
 
 struct JsonNotes {
   std::vector<JsonNote> faults;    // the value cannot be used
-  std::vector<JsonNote> warnings;  // what is ignored
+  std::vector<JsonNote> warnings;  // members that are ignored
 };
 
 // "found <json>, expected <expected>", short and on one line.
 std::string foundExpected(const nlohmann::json& json, std::string_view expected);
 
-// Whether it is an integer that `number` can hold, which is that one then.
+// Returns whether the value is an integer that fits into `number`, and sets it then.
 bool isInteger(const nlohmann::json& json, int64_t& number);
 bool isInteger(const nlohmann::json& json, uint64_t& number);
 
@@ -52,7 +52,7 @@ struct JsonInteger {
   }
 };
 
-// Whole or not.
+// An integer or a floating-point number.
 struct JsonNumber {
   double min = 0;
   double max = 0;
@@ -66,7 +66,7 @@ struct JsonBoolean {
   std::optional<bool> decode(const nlohmann::json& json) const;
 };
 
-// A string that is what `kind` says.
+// A string for which `good` returns true.
 struct JsonText {
   const char* kind;  // "a path"
   bool (*good)(const std::string&);
@@ -77,25 +77,25 @@ struct JsonText {
 
 class JsonFields final {
  public:
-  // `where` is empty for a whole value, and goes before the names of members. A value that is no object is a
-  // fault, and has no members. All arguments outlive this.
+  // `where` is the path of the object in messages; empty for the whole value. A value that is no object is
+  // noted as a fault, and has no members. json and notes outlive this.
   JsonFields(const nlohmann::json& json, JsonNotes& notes, std::string where = {});
 
-  // Whether the member is there and good, and is in `target` now. It is a fault when it is not there.
+  // Returns whether the member was there and good, and sets `target` then; otherwise notes a fault.
   template <class Type, class Target>
   bool required(std::string_view name, const Type& type, Target& target) {
     const nlohmann::json* json = find(name);
     if (json == nullptr && isObject()) fault(name, "found nothing, expected " + type.expected());
     return take(name, type, json, target);
   }
-  // The same, but it may be missing; then `target` stays as it is.
+  // The same, but a missing member is no fault.
   template <class Type, class Target>
   bool optional(std::string_view name, const Type& type, Target& target) {
     return take(name, type, find(name), target);
   }
-  // Null when there is none.
+  // Null when the member is missing, or no array, which is a fault.
   const nlohmann::json* array(std::string_view name);
-  // Calls read(JsonFields&) when there is the member, which is to be an object.
+  // Calls read(JsonFields&) with the member, an object, unless it is missing.
   template <class Read>
   void object(std::string_view name, Read read) {
     const nlohmann::json* json = find(name);
@@ -104,7 +104,7 @@ class JsonFields final {
     read(inner);
     inner.done();
   }
-  // Call it last: what was not asked for is not known, and ignored with a warning.
+  // To be called last: members that were not asked for get a warning.
   void done();
 
   bool isObject() const;

@@ -1,4 +1,4 @@
-// What is said of a text that is no JSON.
+// Messages about text that is not JSON.
 #pragma once
 
 #include <cstddef>
@@ -7,10 +7,10 @@
 
 namespace Runtime {
 
-// "LINE:COLUMN" of the byte at the offset, both from 1.
+// "LINE:COLUMN" of the byte at the offset, both counted from 1.
 std::string lineAndColumn(std::string_view text, size_t offset);
 
-// The parser's own words, from what its exception says, without its name and position.
+// The message of nlohmann's exception, without the exception's name and position; shortened.
 std::string syntaxMessage(std::string_view what);
 
 }  // namespace Runtime

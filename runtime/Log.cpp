@@ -25,7 +25,7 @@ namespace {
 
 using SystemTime = std::chrono::system_clock::time_point;
 using SteadyTime = std::chrono::steady_clock::time_point;
-// What is not written yet is waited for in rounds; one in which no line was written is the last.
+// The end waits in rounds, until one in which no line was written.
 constexpr std::chrono::milliseconds kEndingRound(500);
 constexpr int kEndingRounds = 20;
 
@@ -46,14 +46,14 @@ int priorityOf(Severity severity) {
 
 std::string textOf(const LogLine& line) { return line.label + ' ' + escaped(line.text); }
 
-// syslog and the journal have times of their own.
+// For standard error: syslog and the journal add the time themselves.
 std::string timeText(SystemTime time) {
   auto sinceEpoch = std::chrono::duration_cast<std::chrono::milliseconds>(time.time_since_epoch()).count();
   return fmt::format("{:%Y-%m-%dT%H:%M:%S}.{:03}Z", fmt::gmtime(std::chrono::system_clock::to_time_t(time)),
                      sinceEpoch % 1000);
 }
 
-// Not through stdio, whose locks would hold up the end of the process.
+// Without stdio, whose lock would block the end of the process while this hangs.
 bool writeToStandardError(std::string_view bytes) {
   while (!bytes.empty()) {
     ssize_t count = ::write(STDERR_FILENO, bytes.data(), bytes.size());
@@ -69,7 +69,7 @@ bool writeToStandardError(std::string_view bytes) {
   return true;
 }
 
-// Lines that are not written yet, where an abort finds them.
+// The number of lines that are not written yet, for the handler of SIGABRT.
 std::atomic<const std::atomic<size_t>*> unwrittenAtAbort;
 
 void onAbort(int number) {
@@ -82,7 +82,7 @@ void onAbort(int number) {
       for (; steps != 0 && *unwritten != 0; --steps) nanosleep(&kStep, nullptr);
     }
   }
-  // The handler is gone with its first call.
+  // SA_RESETHAND has removed the handler, so that this ends the process.
   std::raise(number);
 }
 
@@ -107,7 +107,7 @@ class Log::Lines final {
     if (likeness == nullptr || thinning_.admits(nowMs(), *likeness, line)) queue(std::move(line));
   }
 
-  // The thread's. Returns when the end was announced and all is written.
+  // What the thread runs. Returns when all is written after endIs().
   void run() {
     std::unique_lock lock(mutex_);
     while (!finished_) {
@@ -122,7 +122,7 @@ class Log::Lines final {
     arrived_.notify_one();
   }
   void reopen() { reopening_ = true; }
-  // Whether all is written, after some patience.
+  // Waits for run() to end. False when it gave up.
   bool finishes() {
     std::unique_lock lock(mutex_);
     for (int round = 0; round < kEndingRounds; ++round) {
@@ -153,7 +153,7 @@ class Log::Lines final {
     arrived_.notify_one();
   }
 
-  // Until there is something to write, or to say of lines that were left out.
+  // Until there is a line to write, or the count of those left out is due.
   void sleep(std::unique_lock<std::mutex>& lock) {
     auto awake = [this] { return !waiting_.empty() || ending_; };
     uint64_t next = thinning_.nextMs();
@@ -189,7 +189,7 @@ class Log::Lines final {
     if (finished_) ended_.notify_all();
   }
 
-  // syslog() connects with the first line.
+  // syslog() itself connects, with the first line.
   void open() {
     if (to_ == LogTo::syslog) openlog(program_.c_str(), LOG_PID, LOG_DAEMON);
   }
@@ -254,7 +254,7 @@ Log::Log(const std::string& program, LogTo to) : lines_(std::make_shared<Lines>(
 }
 
 void Log::startThread() {
-  // Signals are for threads that expect them.
+  // The new thread inherits the mask: signals go to other threads.
   sigset_t all;
   sigset_t before;
   sigfillset(&all);

@@ -1,9 +1,9 @@
-// The process's log: standard error, syslog or the journal; one at a time.
+// The process's log: to standard error, syslog or the journal. A process has one at a time.
 //
-// Whoever writes a line never waits for it: a thread writes them, and what a pipe that is full, a reader that
-// stopped or a socket that is full keeps from being written is held up to a bound and counted beyond. Lines
-// keep their order. None that could be written is lost when the log goes, or in an abort: both wait as long
-// as lines are being written, though no longer than half a second for one, and ten seconds for all.
+// write() never blocks: a thread of the log's own writes the lines, in their order. While nobody reads the
+// pipe or socket, lines wait up to a bound; those beyond it are counted as lost. The destructor, and an
+// abort, wait until all lines are written, but end when none was written for half a second, and after ten
+// seconds.
 #pragma once
 
 #include <cstdint>
@@ -24,10 +24,10 @@ class Log final {
  public:
   static constexpr size_t kMaxWaitingBytes = 4 << 20;
 
-  // In lines, since the log was opened.
+  // Numbers of lines; the latter two since the log was opened.
   struct State {
-    uint64_t waiting;  // now, to be written
-    uint64_t leftOut;  // like many others
+    uint64_t waiting;  // not written yet
+    uint64_t leftOut;  // too many were alike (Thinning.h)
     uint64_t lost;     // too many were waiting, or they could not be written
   };
 
@@ -38,21 +38,21 @@ class Log final {
   Log(const Log&) = delete;
   Log& operator=(const Log&) = delete;
 
-  // Foreign text may be in it: control characters are escaped.
+  // For any thread. The text may be foreign: control characters are escaped.
   void write(LogLine line);
-  // The same, unless enough has been said that is like it (Thinning.h).
+  // The same, but leaves the line out when there were too many like it (Thinning.h).
   void write(LogLine line, const Likeness& likeness);
 
   State state() const;
 
-  // Connects anew to the system's logger, before the next line. Standard error stays what it is.
+  // Reconnects to syslog before the next line. Nothing happens with the others, which have no connection.
   void reopen();
 
  private:
   class Lines;
   void startThread();
 
-  std::shared_ptr<Lines> lines_;  // of the thread as well, which may be stuck when this goes
+  std::shared_ptr<Lines> lines_;  // shared with the thread, which may hang when this is destroyed
   std::thread thread_;
 };
 

@@ -1,18 +1,17 @@
-// How much memory there is.
+// Whether memory can be had, for who would allocate much at once.
 #pragma once
 
 #include <cstddef>
 
 namespace Runtime {
 
-// What is to be left for everybody else by those who need much at once.
+// What a large allocation must leave for the rest of the process.
 inline constexpr size_t kSpareBytes = 32 << 20;
 
-// Whether so many bytes, and kSpareBytes, could be allocated now, where the process's address space or the
-// system's commitments are limited.
+// Whether so many bytes and kSpareBytes could be mapped now. Finds limits of the process's address space and
+// of the system's commitments, not the out-of-memory killer's.
 bool hasMemoryFor(size_t bytes);
-// The same, of what is needed next; throws std::bad_alloc where it could not, so that it is this one who
-// finds no memory, and not somebody who has no way to do without it.
+// Throws std::bad_alloc otherwise: here, where the caller can give up, and not later in code that cannot.
 void needMemoryFor(size_t bytes);
 
 }  // namespace Runtime

@@ -1,4 +1,4 @@
-// Work off the loop whose answer is taken by an object that may be gone by the time that it comes.
+// Work on another thread for an object that may be destroyed before the work is done.
 #pragma once
 
 #include <memory>
@@ -12,14 +12,14 @@ namespace Runtime {
 
 class OffLoop final {
  public:
-  // `io` outlives this. To be a member of the object that takes the answers.
+  // `io` outlives this. To be a member of the object that takes the results.
   explicit OffLoop(Io& io) : io_(io) {}
   ~OffLoop() { *alive_ = false; }
   OffLoop(const OffLoop&) = delete;
   OffLoop& operator=(const OffLoop&) = delete;
 
-  // Runs `work` as Io::offLoop() does, then calls `take` with what it returned, on the loop; not when this is
-  // gone by then. `take` may destroy this.
+  // Runs `work` as Io::offLoop() does, then calls `take` with its result, on the loop, unless this is
+  // destroyed by then. `take` may destroy this.
   template <class Work, class Take>
   void run(Work work, Take take) {
     auto answer = std::make_shared<std::optional<std::invoke_result_t<Work>>>();

@@ -1,5 +1,5 @@
-// What a daemon does when the process gets SIGHUP: it opens its log anew and reads its configuration again.
-// For the loop's thread. Requires: main() holds SIGHUP.
+// What a daemon does at SIGHUP: reopen its log and read its configuration again. For the loop's thread.
+// Requires: main() has called holdSignal(SIGHUP).
 #pragma once
 
 #include <csignal>
@@ -15,7 +15,7 @@ namespace Runtime {
 template <class Config>
 class Reload final {
  public:
-  // How long a reading takes before somebody is told.
+  // How long a reading may take before `waits` is called.
   static constexpr uint64_t kPatienceMs = 2000;
 
   struct Steps {
@@ -25,9 +25,8 @@ class Reload final {
     std::function<void(const Config&)> configured;  // with what was read
   };
 
-  // The steps are called on the loop, but for `read`. A signal that comes while a reading is under way has
-  // one more follow it; `waits` is called once for the reading, and again a patience after such a signal.
-  // Loop and io outlive this.
+  // All steps but `read` are called on the loop. A signal during a reading leads to one more reading after
+  // it, and to one more call of `waits` if that had been called. Loop and io outlive this.
   Reload(EventLoop& loop, Io& io, Steps steps)
       : io_(io), steps_(std::move(steps)), offLoop_(io), hangup_(loop, SIGHUP, [this] { asked(); }) {}
 
@@ -52,7 +51,7 @@ class Reload final {
     offLoop_.run(steps_.read, [this](const Config& config) { answered(config); });
   }
 
-  // Also when more was asked meanwhile: who is asked without pause is to get somewhere.
+  // Configures also when another signal came meanwhile. Otherwise frequent signals would prevent it for ever.
   void answered(const Config& config) {
     reading_ = false;
     patience_.reset();

@@ -19,7 +19,7 @@ Systemd::~Systemd() { sd_notify(0, "STOPPING=1"); }
 void Systemd::ready() const { sd_notify(0, "READY=1"); }
 
 void Systemd::statusIs(const std::string& line) const {
-  // A line end would begin another message.
+  // Escaped, as a newline would begin another assignment.
   sd_notify(0, ("STATUS=" + escaped(line)).c_str());
 }
 

@@ -1,4 +1,4 @@
-// What systemd is told, when the daemon runs under it (Type=notify); nothing happens otherwise.
+// Notifies systemd when it started the daemon with Type=notify; otherwise nothing happens.
 #pragma once
 
 #include <memory>
@@ -10,11 +10,12 @@ namespace Runtime {
 
 class Systemd {
  public:
-  // Feeds systemd's watchdog, if it asks for that, for as long as the loop turns.
+  // Keeps systemd's watchdog content, if it is set, as long as the loop turns.
   explicit Systemd(EventLoop& loop);
-  ~Systemd();  // tells that the daemon stops
+  // Says that the daemon stops.
+  ~Systemd();
   void ready() const;
-  // Shows one line, until another is shown, beside the daemon's name (systemctl status).
+  // Sets the line that `systemctl status` shows.
   void statusIs(const std::string& line) const;
 
  private:

@@ -10,12 +10,12 @@ namespace {
 
 // A character at the front of a text.
 struct Character {
-  size_t length;  // in bytes; 0 where the text does not begin with one in UTF-8
+  size_t length;  // in bytes; 0: the text does not begin with a UTF-8 sequence
   unsigned code;
 };
 
 Character firstOf(std::string_view text) {
-  // By the lead byte's leading bits: how many bytes follow, and the first code that needs so many.
+  // Bits of the lead byte, bytes that follow it, and the smallest code that needs so many.
   struct Form {
     unsigned mask, lead, follow, first;
   };
@@ -44,8 +44,8 @@ bool isControl(const Character& character) {
          (within(0, 0x1f) || within(0x7f, 0x9f) || within(0x202a, 0x202e) || within(0x2066, 0x2069));
 }
 
-// Calls `found` with each character and its bytes, a byte that is no UTF-8 alone, until it returns false.
-// Whether it never did.
+// Calls `found` with each character and its bytes until it returns false; returns whether it never did. A
+// byte that is not UTF-8 is passed by itself.
 template <class Found>
 bool all(std::string_view text, Found found) {
   while (!text.empty()) {
@@ -87,7 +87,7 @@ std::string escaped(std::string_view text) {
 std::string shortened(std::string_view text, size_t limit) {
   if (text.size() <= limit) return escaped(text);
   text = text.substr(0, limit);
-  // Not within a UTF-8 sequence.
+  // Does not cut within a UTF-8 sequence.
   while (!text.empty() && (static_cast<unsigned char>(text.back()) & 0xc0) == 0x80) text.remove_suffix(1);
   if (!text.empty() && (static_cast<unsigned char>(text.back()) & 0x80) != 0) text.remove_suffix(1);
   return escaped(text) + "...";

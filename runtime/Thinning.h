@@ -1,6 +1,6 @@
-// How much a log says of one thing in a while: of lines that are like each other the first few are said,
-// those left out are counted, and the count is told at the end of the while. What is kept is bounded by what
-// is said. Without a clock: times are milliseconds on one that never steps back.
+// Limits how many similar lines a log has per minute. The first few are admitted; the others are left out and
+// counted, and a line with the count follows at the end of the minute. Memory is bounded by what is admitted.
+// Has no clock: times are milliseconds of a steady one.
 #pragma once
 
 #include <cstdint>
@@ -15,31 +15,31 @@ enum class Severity : uint8_t { error, information, detail };
 
 struct LogLine {
   Severity severity;
-  std::string label;  // what it begins with, such as "Kelstore/0"
+  std::string label;  // before the text, such as "Kelstore/0"
   std::string text;
 };
 
-// What a line has in common with those that are like it.
+// Lines of one kind are similar, and even more so those about one subject.
 struct Likeness {
-  std::string kind;     // one of a bounded number
-  std::string subject;  // what it is about, of which there may be any number; may be empty
+  std::string kind;     // of a bounded number of kinds
+  std::string subject;  // any; empty: about nothing in particular
 };
 
 class Thinning {
  public:
-  static constexpr uint64_t kWhileMs = 60'000;  // from the first line of a kind on
-  static constexpr unsigned kOfKind = 60;       // lines that are said in it
-  static constexpr unsigned kOfSubject = 5;     // of these about one subject
+  static constexpr uint64_t kWhileMs = 60'000;  // from the first line of a kind
+  static constexpr unsigned kOfKind = 60;       // lines admitted in that time
+  static constexpr unsigned kOfSubject = 5;     // of these, lines about one subject
   static constexpr uint64_t kNever = std::numeric_limits<uint64_t>::max();
 
-  // Whether the line is to be said. When not, it is counted.
+  // Whether the line is to be written. If not, it is counted.
   bool admits(uint64_t nowMs, const Likeness& likeness, const LogLine& line);
-  // What there is to say of lines that were left out: of those whose while is over, or of all.
+  // The lines with the counts: those that are due, or all.
   std::vector<LogLine> over(uint64_t nowMs);
   std::vector<LogLine> all(uint64_t nowMs);
-  // When over() has something to say again.
+  // When to call over() next; kNever: no count is due.
   uint64_t nextMs() const;
-  // How many lines were left out since the beginning.
+  // Lines left out since this was made.
   uint64_t leftOut() const { return leftOut_; }
 
  private:

@@ -1,5 +1,5 @@
-// Work off the event loop's thread. Each piece of work has a thread of its own: work that hangs, as on a
-// network file system whose server is gone, keeps nothing else waiting, nor the end of the process for long.
+// Work off the event loop's thread, each piece on a thread of its own. Work that hangs, as on a network file
+// system without its server, delays no other work, and the end of the process by half a second at most.
 #pragma once
 
 #include <chrono>
@@ -14,15 +14,14 @@ namespace Runtime {
 class Threads {
  public:
   virtual ~Threads() = default;
-  // Runs the work. False when the system has no thread left; then the work was not touched.
+  // Starts a copy of the work. False when the system has no thread left.
   virtual bool run(const std::function<void()>& work);
-  // Whether work is under way. While it is, a process must not end by returning from main(), which would take
-  // static objects from under it.
+  // Whether work is running. Then main() must not return, as that destroys static objects that it uses.
   bool busy() const { return busyFor(std::chrono::milliseconds(0)); }
-  // The same after such a time, or false as soon as the last work is done.
+  // Waits that long for the work to end; whether some is still running.
   bool busyFor(std::chrono::milliseconds time) const;
-  // What main() is to return, once the work under way has come to its end. Work that hangs does not hold up
-  // the end for long: the process ends here then.
+  // What main() is to return: waits for running work, and returns the status. If work hangs, ends the process
+  // here with that status.
   int exitStatus(int status) const;
 
  private:

@@ -1,5 +1,5 @@
-// A libuv handle that is closed when its owner goes. libuv closes handles on the loop's next turn, so the
-// memory of the handle outlives the owner; callbacks do not come any more.
+// Owns a libuv handle, and closes it when destroyed: its callbacks do not come any more. libuv finishes
+// closing in a later turn of the loop, so the handle's memory is freed only then.
 #pragma once
 
 #include <uv.h>
@@ -12,8 +12,8 @@ namespace Runtime {
 template <class Handle>
 class UvHandle {
  public:
-  // init(Handle*) initialises it and returns libuv's result. Throws std::runtime_error when the system
-  // refuses.
+  // init(Handle*) initialises the handle and returns libuv's result. Throws std::runtime_error when that is
+  // an error.
   template <class Init>
   explicit UvHandle(Init init) : handle_(new Handle) {
     int result = init(handle_);

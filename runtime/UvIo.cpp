@@ -5,7 +5,7 @@
 namespace Runtime {
 namespace {
 
-// The callback is held by value while it runs, since it may destroy the activity.
+// Copies the callback, as it may destroy the activity.
 class OneShot final : public Io::Activity {
  public:
   OneShot(EventLoop& loop, uint64_t milliseconds, std::function<void()> elapsed)
@@ -75,7 +75,7 @@ void UvIo::offLoop(std::function<void()> work, std::function<void()> done) {
 void UvIo::startWaiting() {
   retry_.reset();
   while (!waiting_.empty()) {
-    // Captured under names of their own, as clang cannot capture a structured binding.
+    // Under names of their own, as clang cannot capture structured bindings.
     const auto& [number, given] = waiting_.front();
     bool started = threads_.run([job = number, work = given, returned = returned_] {
       work();
@@ -91,7 +91,7 @@ void UvIo::startWaiting() {
   }
 }
 
-// What `done` does may hand over further work, and wait for it on the loop's next turn.
+// Takes all jobs first: `done` may start further work, which is for the next turn.
 void UvIo::finishReturned() {
   std::vector<uint64_t> jobs;
   {

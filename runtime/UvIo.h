@@ -14,11 +14,11 @@
 
 namespace Runtime {
 
-// Loop and threads must outlive it. What is off the loop when it goes is left alone: its `done` is not
+// Loop and threads outlive this. Work that is running when this is destroyed goes on, but its `done` is not
 // called.
 class UvIo final : public Io {
  public:
-  // How long work waits when the system has no thread for it.
+  // After this time, work for which the system had no thread is tried again.
   static constexpr uint64_t kRetryMs = 500;
 
   UvIo(EventLoop& loop, Threads& threads);
@@ -29,7 +29,7 @@ class UvIo final : public Io {
   void offLoop(std::function<void()> work, std::function<void()> done) override;
 
  private:
-  // Where threads leave word that their work is done. Outlives the UvIo while there are such threads.
+  // Where threads note that their work is done. Shared with them, as they may outlive the UvIo.
   struct Returned {
     std::mutex mutex;
     std::vector<uint64_t> jobs;
@@ -42,7 +42,7 @@ class UvIo final : public Io {
   EventLoop& loop_;
   Threads& threads_;
   uint64_t lastJob_ = 0;
-  std::map<uint64_t, std::function<void()>> done_;                  // of the jobs that are not finished
+  std::map<uint64_t, std::function<void()>> done_;                  // by job, until it is finished
   std::deque<std::pair<uint64_t, std::function<void()>>> waiting_;  // work that has no thread yet
   std::unique_ptr<Activity> retry_;
   std::shared_ptr<Returned> returned_ = std::make_shared<Returned>();

@@ -1,5 +1,5 @@
-// The control protocol between trelsnmpd and trelctl: what both sides must agree on. host/README.md describes
-// it in full.
+// What both sides of the control protocol between trelsnmpd and trelctl have in common. host/README.md
+// describes the protocol.
 #pragma once
 
 #include <cstddef>
@@ -9,7 +9,7 @@
 
 namespace Control {
 
-// A request is one JSON object on one line; the daemon refuses a longer one.
+// The daemon refuses a longer request.
 inline constexpr size_t kMaxRequestBytes = 64 * 1024;
 
 // Operations, the member "op" of a request.
@@ -19,14 +19,14 @@ inline constexpr const char* kOpTables = "tables";
 // `trelsnmpd.sock` in the daemon's runtime directory; throws as Runtime::runtimeDirectory() does.
 std::string defaultSocketPath();
 
-// Cuts a stream of bytes into lines. Holds at most one unfinished line of at most `limit` bytes.
+// Cuts a stream of bytes into lines. Whoever appends stops at overflown().
 class LineBuffer {
  public:
   explicit LineBuffer(size_t limit) : limit_(limit) {}
   void append(std::string_view bytes) { bytes_.append(bytes); }
-  // The next whole line without its end ("\n" or "\r\n"), or nothing when there is none yet.
+  // The next whole line without its end ("\n" or "\r\n"); nothing when there is none yet.
   std::optional<std::string> takeLine();
-  // The unfinished line is longer than the limit.
+  // Whether there is no whole line, but an unfinished one of more than `limit` bytes.
   bool overflown() const { return bytes_.size() > limit_ && bytes_.find('\n') == std::string::npos; }
   // Bytes held.
   size_t size() const { return bytes_.size(); }

@@ -18,11 +18,11 @@
 namespace TrelCtl {
 namespace {
 
-// A line of an answer: a few dozen rows, or the daemon's status.
+// The bound of one line of an answer: a few dozen rows, or the daemon's status.
 constexpr size_t kMaxAnswerBytes = 64 << 20;
 
-// The user to whom root gave the directory that the socket is in, as the service manager does: one in a
-// directory that nobody but root may write into.
+// The owner of the socket's directory, when only root could have made that one: the directory above is
+// root's, and no other may write into it. So does the service manager.
 std::optional<uid_t> userOfDirectory(const std::string& path) {
   namespace fs = std::filesystem;
   std::error_code failure;
@@ -36,7 +36,7 @@ std::optional<uid_t> userOfDirectory(const std::string& path) {
   return byRoot ? std::optional(own.st_uid) : std::nullopt;
 }
 
-// Empty when whoever listens may be believed.
+// Empty when the process that listens may be trusted.
 std::string wrongWithPeer(int fd, const std::string& path) {
   ucred peer{};
   socklen_t size = sizeof peer;
@@ -62,7 +62,7 @@ ControlClient::ControlClient(const std::string& path, int answerMs)
     problem = std::strerror(ENAMETOOLONG);
   } else {
     path.copy(address.sun_path, path.size());
-    // A daemon that hangs lets nobody in any more; connecting waits for it as sending does.
+    // A daemon that hangs does not accept; connect() obeys the timeout for sending.
     timeval patience{answerMs / 1000, answerMs % 1000 * 1000};
     ::setsockopt(fd_, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
     if (::connect(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {

@@ -1,4 +1,4 @@
-// The client's side of the control protocol: one connection to a daemon, with deadlines.
+// A client of the control protocol: one connection to a daemon, with deadlines. Its calls block.
 #pragma once
 
 #include <nlohmann/json_fwd.hpp>
@@ -12,7 +12,7 @@ namespace TrelCtl {
 
 using Json = nlohmann::ordered_json;
 
-// The daemon cannot be reached, or does not answer as it should. The text is one line for the operator.
+// No daemon, no answer in time, or an answer that is an error. what() is one line for the operator.
 class Unreachable final : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
@@ -20,11 +20,11 @@ class Unreachable final : public std::runtime_error {
 
 class ControlClient {
  public:
-  // How long the daemon may take to let a client in, and for one line. It does so within milliseconds.
+  // How long connecting may take, and each line. A healthy daemon takes milliseconds.
   static constexpr int kAnswerMs = 10'000;
 
-  // Connects to a daemon of root, of this user, or of the user to whom root gave the directory of the socket;
-  // throws Unreachable, also when it is somebody else's.
+  // Connects. The daemon must be root's, this user's, or that of the user to whom root gave the socket's
+  // directory. Throws Unreachable.
   explicit ControlClient(const std::string& path, int answerMs = kAnswerMs);
   ~ControlClient();
   ControlClient(const ControlClient&) = delete;
@@ -32,7 +32,7 @@ class ControlClient {
 
   // Sends a request; throws Unreachable.
   void send(const char* op);
-  // The next line of the answer; throws Unreachable, also for an answer that is an error.
+  // The next line of the answer; throws Unreachable, also when that is an error.
   Json receive();
 
  private:

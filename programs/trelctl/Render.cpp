@@ -14,7 +14,7 @@ bool isNumber(const std::string& text) {
   return !text.empty() && text.find_first_not_of("0123456789.-") == std::string::npos;
 }
 
-// In characters of UTF-8, as fmt pads.
+// In characters of UTF-8, as fmt counts when it pads.
 size_t widthOf(const std::string& text) {
   return static_cast<size_t>(
       std::count_if(text.begin(), text.end(), [](char c) { return (c & 0xc0) != 0x80; }));
@@ -37,7 +37,7 @@ std::string section(const char* title, const Json& objects) {
   return fmt::format("\n{}:\n{}", title, asTable(objects));
 }
 
-// Errors are sentences, which no column is made for: they stand below.
+// Errors are sentences, too wide for a column: they stand below the table.
 std::string sectionWithErrors(const char* title, Json objects, const std::string& member) {
   std::string errors;
   for (Json& object : objects) {

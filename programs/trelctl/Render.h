@@ -1,4 +1,4 @@
-// Answers as text for people.
+// Shows the daemon's answers as text.
 #pragma once
 
 #include <nlohmann/json_fwd.hpp>
@@ -9,14 +9,14 @@
 
 namespace TrelCtl {
 
-// A row of cells each, columns as wide as their widest cell; numbers to the right. The first row is the
+// One line per row; columns as wide as their widest cell, numbers aligned to the right. The first row is the
 // heading.
 std::string aligned(const std::vector<std::vector<std::string>>& rows);
 
-// The value as it stands in a cell, with control characters escaped; "-" for null.
+// The text of a value in a cell, with control characters escaped; "-" for null.
 std::string cell(const Json& value);
 
-// Objects that all have the same members, as a table with the members' names as heading.
+// A list of objects with the same members, as a table with the members' names as heading.
 std::string asTable(const Json& objects);
 
 std::string renderStatus(const Json& status);

@@ -52,7 +52,7 @@ struct Place {
   Position position;
 };
 
-// A position that the state model has.
+// Throws Unusable unless the state model has the path.
 Place placeOf(const std::string& text) {
   Place place{{}, Kelstore::positionOf({})};
   if (text.empty()) return place;
@@ -74,7 +74,7 @@ Etcd::KeyRange rangeOf(const Etcd::KeySpace& keys, const Place& place) {
   return keys.below(place.segments);
 }
 
-// What is odd in the store; whether values had to be set aside.
+// Prints what is wrong in the store.
 void report(const StoreContent& content) {
   for (const std::string& warning : content.warnings) say(warning);
   for (const auto& [key, why] : content.foreign) say(why);
@@ -94,7 +94,7 @@ void write(const std::string& text) {
   }
 }
 
-// Whole or not at all, where the file is one that can be replaced.
+// Replaces a regular file at once, so that it is never half written.
 void write(const std::string& file, const std::string& text) {
   bool replaced = !std::filesystem::exists(file) || std::filesystem::is_regular_file(file);
   std::string target = replaced ? fmt::format("{}.{}", file, getpid()) : file;
@@ -110,7 +110,7 @@ void write(const std::string& file, const std::string& text) {
 }
 
 std::string contentOf(const std::string& file) {
-  // A pipe will do as well.
+  // A pipe is fine, too.
   Runtime::Descriptor opened(file == "-" ? ::dup(STDIN_FILENO) : ::open(file.c_str(), O_RDONLY | O_CLOEXEC));
   if (!opened.opened()) throw Unusable(Runtime::textOf(Runtime::errorOf(file, errno)));
   absl::StatusOr<std::string> text = Runtime::readAll(opened.get(), Kelstore::Limits().documentBytes);
@@ -118,7 +118,7 @@ std::string contentOf(const std::string& file) {
   return *std::move(text);
 }
 
-// All of the document's values but containers, which a store does not keep; throws when one is at fault.
+// The document's values but containers, which a store has no keys for. Throws Unusable when a value is wrong.
 Values valuesOf(const std::string& file) {
   Document document = Kelstore::parseDocument(contentOf(file));
   if (document.unusable) throw Unusable(file + *document.unusable);

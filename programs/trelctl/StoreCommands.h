@@ -1,7 +1,7 @@
 // The commands that read and write a cluster's store: put, del, get, import, export.
 //
-// What goes wrong is thrown: Unusable for arguments and documents, StoreFailed for the store. What is odd,
-// but keeps nothing from being done, is one line each on standard error.
+// Errors are thrown: Unusable for arguments and documents, StoreFailed for the store. Warnings are one line
+// each on standard error.
 #pragma once
 
 #include <stdexcept>
@@ -12,7 +12,7 @@
 
 namespace TrelCtl {
 
-// The lines say what is wrong with an argument or a document; nothing was written.
+// Lines that say what is wrong with an argument or a document. Nothing was written.
 class Unusable final : public std::runtime_error {
  public:
   explicit Unusable(const std::string& line) : Unusable(std::vector<std::string>{line}) {}
@@ -38,15 +38,15 @@ struct StoreOptions {
 // Throws std::invalid_argument.
 void checkStore(const std::string& store);
 
-// A path is spelt as in a key: "members/1/storage/%2Fvar%2Flog".
+// Writes one value. Paths are spelt as in a key: "members/1/storage/%2Fvar%2Flog".
 void put(const StoreOptions& options, const std::string& path, const std::string& json);
-// What is at the path, or below it.
+// Deletes what is at the path or below it.
 void del(const StoreOptions& options, const std::string& path);
-// Prints the document of what is at the path or below it; an empty path is the root.
+// Prints what is at the path or below it as a document. An empty path is all of the state.
 void get(const StoreOptions& options, const std::string& path);
-// Makes the store hold what the document says; with `replace`, and nothing else. "-" is standard input.
+// Writes the document's values; with `replace`, also deletes all others. "-" is standard input.
 void importFrom(const StoreOptions& options, const std::string& file, bool replace);
-// Writes all of the store as a document, to standard output when the file is empty or "-".
+// Writes all of the state as a document to the file; empty or "-" is standard output.
 void exportTo(const StoreOptions& options, const std::string& file);
 
 }  // namespace TrelCtl

@@ -1,4 +1,4 @@
-// What a store holds, as a state document, and what it takes to make it hold another. No I/O.
+// From a store's keys to values, and from wanted values to the changes of a store. No I/O.
 #pragma once
 
 #include <map>
@@ -18,12 +18,11 @@ using Kelstore::Values;
 
 struct StoreContent {
   Values values;
-  // Keys that hold no value of the state model: the key, and a line that says why. The keys that have another
-  // spelling, and those of values that cannot be read, count as what the store says of the state; others are
-  // none of our business.
+  // Keys without a usable value, and the reason. Set aside: keys of the state model that are misspelt or
+  // whose value cannot be used. Foreign: keys that the state model does not have; they are left alone.
   std::vector<std::pair<std::string, std::string>> setAside;
   std::vector<std::pair<std::string, std::string>> foreign;
-  std::vector<std::string> warnings;  // members of values that the state model does not have
+  std::vector<std::string> warnings;  // unknown members of values
 };
 
 StoreContent contentOf(const Kelstore::Etcd::KeySpace& keys, const Kelstore::Etcd::Listing& listing);
@@ -35,13 +34,14 @@ struct Difference {
   size_t unchanged = 0;
 };
 
-// What makes the store hold these values; with `replace`, and nothing else of the state. Values are written
-// in the order of their paths, so that what rows are computed from is there first; what goes, goes after
-// that.
+// The operations that write these values; with `replace`, also those that delete all others and what was set
+// aside. Values come in the order of paths, so that what others depend on is there first; deletions come
+// last.
 Difference differenceOf(const Kelstore::Etcd::KeySpace& keys, const StoreContent& now, const Values& wanted,
                         bool replace);
 
-// The operations in as many transactions as it takes: at most `maxOps` and about `maxBytes` each.
+// Splits the operations into transactions of at most `maxOps` and `maxBytes`. A single larger operation has
+// one of its own.
 std::vector<std::vector<Kelstore::Etcd::Op>> transactionsOf(std::vector<Kelstore::Etcd::Op>&& ops,
                                                             size_t maxOps, size_t maxBytes);
 

@@ -31,7 +31,7 @@ Json status(const std::string& path, int answerMs = ControlClient::kAnswerMs) {
   return client.receive();
 }
 
-// What a daemon that answers is still waiting for.
+// Why a daemon that answers is not ready.
 std::string missing(const Json& status) {
   if (!status.at("connected").get<bool>()) {
     return fmt::format("not connected to the master agent at {}", TrelCtl::cell(status.at("address")));
@@ -83,7 +83,7 @@ Json tables(const std::string& path) {
   }
 }
 
-// In ASCII alone, as it may end up on a terminal.
+// In ASCII, as a terminal would obey control characters.
 std::string dumped(const Json& json) {
   return json.dump(2, ' ', /*ensure_ascii=*/true, Json::error_handler_t::replace) + "\n";
 }
@@ -120,7 +120,7 @@ struct Command {
   void runWait() const { waitUntilReady(socket(), timeoutSeconds); }
 };
 
-// Commands for a cluster's store.
+// The arguments of the commands for a cluster's store.
 struct StoreCommand {
   TrelCtl::StoreOptions options;
   std::string path;

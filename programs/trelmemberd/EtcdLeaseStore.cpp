@@ -22,7 +22,7 @@ void add(const Etcd::KeySpace& keys, Etcd::Listing listing, LeaseStore::Holdings
 EtcdLeaseStore::EtcdLeaseStore(const Etcd::Address& address, const Etcd::Access& access,
                                const Patience& patience)
     : keys_(address.prefix),
-      // What is larger than any value of ours is not ours.
+      // A larger value is none that a publisher wrote.
       calls_{
           .mutex = {},
           .client = Etcd::Client(address.endpoints, access, {.valueBytes = Kelstore::Limits().valueBytes})},

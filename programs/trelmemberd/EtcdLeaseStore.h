@@ -14,7 +14,7 @@ namespace Member {
 
 class EtcdLeaseStore final : public LeaseStore {
  public:
-  // How long calls are waited for, all servers together; those that are not named here for etcd's usual time.
+  // The deadlines of calls, over all servers; others have the client's default.
   struct Patience {
     std::chrono::milliseconds renewal;
     std::chrono::milliseconds revocation;
@@ -24,9 +24,9 @@ class EtcdLeaseStore final : public LeaseStore {
 
   absl::StatusOr<Lease> grant(std::chrono::seconds ttl) override;
   absl::Status renew(Lease lease) override;
-  // Begins with the server that did last what it was asked.
+  // Tries the server first that answered last.
   absl::Status revoke(Lease lease) override;
-  // Keys whose path is none of the state model, or is not spelt as it is to be, are left out.
+  // Leaves out keys that the state model does not have, or that are misspelt.
   absl::StatusOr<Holdings> list(uint8_t member, const std::vector<std::string>& interfaces) override;
   absl::StatusOr<int64_t> write(const std::vector<Change>& changes,
                                 const std::vector<Precondition>& preconditions, Lease lease) override;
@@ -43,11 +43,11 @@ class EtcdLeaseStore final : public LeaseStore {
 
   const Kelstore::Etcd::KeySpace keys_;
   Locked calls_;
-  // These wait for no other call.
+  // Clients of their own, so that these calls do not wait for others.
   Locked renewals_;
   Locked revocations_;
-  mutable std::mutex answeringMutex_;  // the last one that is locked; guards answering_
-  std::string answering_;              // who answered last
+  mutable std::mutex answeringMutex_;  // guards answering_; locked after the others
+  std::string answering_;              // the server that answered last
 };
 
 }  // namespace Member

@@ -43,7 +43,7 @@ ParsedConfig usableConfig(const std::string& path) {
 }
 
 std::shared_ptr<LeaseStore> storeOf(const Config& config) {
-  // A lease is to be given back, or it is to be known why not, before the end waits for it no longer.
+  // A revocation succeeds or fails before the end stops waiting for it, so that a failure is reported.
   EtcdLeaseStore::Patience patience{std::chrono::milliseconds(config.ttlSeconds * 1000 / 3),
                                     std::chrono::milliseconds(Publisher::kEndingMs * 9 / 10)};
   return std::make_shared<EtcdLeaseStore>(*Etcd::parseStore(config.store), config.access, patience);

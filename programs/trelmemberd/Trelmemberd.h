@@ -1,4 +1,4 @@
-// trelmemberd's parts, put together. Built, run and destroyed on one thread.
+// The daemon trelmemberd: its parts, and how they are wired. For one thread.
 #pragma once
 
 #include <memory>
@@ -18,8 +18,7 @@
 
 namespace Member {
 
-// The configuration in the file, with the errors of what it points at: the store's address, and the files
-// that it takes to be let in there.
+// Reads the configuration, and checks the store's address and the files for access to it. Blocks.
 ParsedConfig usableConfig(const std::string& path);
 
 // The configured store. Requires: the configuration has no errors.
@@ -27,14 +26,13 @@ std::shared_ptr<LeaseStore> storeOf(const Config& config);
 
 class Trelmemberd final {
  public:
-  // `path` is the configuration's file. Log, clock and threads must outlive this; work may be under way on
-  // threads when it goes. Throws std::runtime_error, in one line, when the kernel does not tell of its
-  // network devices.
+  // `path` is the configuration's file. Log, clock and threads outlive this; threads may still be working
+  // when it is destroyed. Throws std::runtime_error, in one line, when the kernel refuses to report network
+  // devices.
   Trelmemberd(std::string path, const Config& config, Host::TraceLog& log, const Zavro::Clock& clock,
               Runtime::Threads& threads);
 
-  // Publishes until SIGTERM or SIGINT, then gives the lease back. With SIGHUP the configuration is read
-  // again.
+  // Publishes until SIGTERM or SIGINT, then revokes the lease. SIGHUP reloads the configuration.
   void run();
 
  private:
@@ -44,7 +42,7 @@ class Trelmemberd final {
   void end();
 
   const std::string path_;
-  Config config_;  // that is in force
+  Config config_;  // in force
   Host::TraceLog& log_;
   Runtime::EventLoop loop_;
   Runtime::SignalWatch terminate_;

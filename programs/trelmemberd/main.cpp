@@ -21,7 +21,7 @@
 namespace {
 
 int publish(const Member::Options& options, const Member::ParsedConfig& parsed, Runtime::Threads& threads) {
-  // A peer that went away is found out by the write that fails.
+  // A write to a closed connection fails; it does not end the process.
   std::signal(SIGPIPE, SIG_IGN);
   Zavro::SystemClock clock;
   try {

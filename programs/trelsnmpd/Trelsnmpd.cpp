@@ -24,7 +24,7 @@ const Lumalog::Handle traceHandle("Daemon");
 
 constexpr mode_t kStateMode = 0700;
 
-// Makes the state directory this process's own. Returns what is wrong, in one line.
+// Makes and locks the state directory. Returns what is wrong, in one line.
 std::string claimState(const std::string& directory, Runtime::LockFile& lock) {
   std::string problem =
       Runtime::claimDirectory(directory, {.mode = kStateMode, .withParents = true, .mayBeShared = false});
@@ -75,7 +75,7 @@ Daemon::Daemon(const Options& options, const Kelstore::Etcd::Driver* etcd, Host:
       io_(loop_, threads),
       control_(loop_, threads, options.control,
                [this](const std::string& request) { return answer(request); }) {
-  // A client of the control socket that went away is found out by the write that fails.
+  // A write to a client that went away fails; it does not end the process.
   std::signal(SIGPIPE, SIG_IGN);
   Vem::TaskSchedulerRoot::schedulerIs(scheduler_);
   error_ = control_.error();

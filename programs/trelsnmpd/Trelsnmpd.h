@@ -1,4 +1,4 @@
-// trelsnmpd's parts, put together. Built, run and destroyed on one thread.
+// The daemon trelsnmpd: its parts, and how they are wired. For one thread.
 #pragma once
 
 #include <list>
@@ -25,16 +25,16 @@ namespace Trelsnmpd {
 
 class Daemon {
  public:
-  // Makes everything that may hang in the file system, before it watches signals: until then they end the
-  // process. Log, clock and threads must outlive the daemon; work may be under way on threads when it goes.
-  // `etcd` may be null when no such source is among the options.
+  // Does all that may hang in the file system before it watches SIGTERM and SIGINT, so that until then these
+  // end the process. Log, clock and threads outlive this; threads may still be working when it is destroyed.
+  // `etcd` may be null when no source is in etcd.
   Daemon(const Options& options, const Kelstore::Etcd::Driver* etcd, Host::TraceLog& log,
          const Zavro::Clock& clock, Runtime::Threads& threads);
   ~Daemon();
   Daemon(const Daemon&) = delete;
   Daemon& operator=(const Daemon&) = delete;
 
-  // One line that says why it cannot run; empty when it can.
+  // Why it cannot run, in one line; empty when it can.
   const std::string& error() const { return error_; }
   // Serves until SIGTERM or SIGINT. Requires: error() is empty.
   void run() { loop_.run(); }

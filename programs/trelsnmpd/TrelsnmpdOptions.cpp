@@ -198,7 +198,7 @@ ParsedOptions parseOptions(int argc, const char* const* argv) {
   app.footer(kFooter);
   describe(app, options);
   parsed.exitCode = Runtime::parseCommandLine(app, argc, argv, [&options] {
-    // It is one machine, as one member.
+    // This machine is one member.
     if (std::count(options.states.begin(), options.states.end(), "local") > 1) {
       throw CLI::ValidationError("--state", "found local twice, expected it once");
     }

@@ -14,7 +14,7 @@
 
 namespace Trelsnmpd {
 
-// What a source that is a document begins with.
+// The prefix of a source that is a file.
 inline constexpr std::string_view kFileScheme = "file:";
 
 struct Options {
@@ -33,20 +33,18 @@ struct Options {
   Host::TraceOptions log;
 };
 
-// What the command line says. When the process is to end at once, exitCode is set and what is to be said has
-// been written: help and version to standard output (0), what is wrong to standard error, in one line (2).
 struct ParsedOptions {
   Options options;
-  int exitCode = -1;  // -1: go on
+  int exitCode = -1;  // as Runtime::parseCommandLine() returns it: -1: go on
 };
 ParsedOptions parseOptions(int argc, const char* const* argv);
 
-// Throws std::invalid_argument unless it is a place for datagrams. A client that does not read its answers
-// would keep the loop waiting, and net-snmp deletes the file that stands in the place of a Unix socket.
+// Throws std::invalid_argument unless it is an address for UDP. A TCP client that does not read its answers
+// would block the loop, and for a Unix socket net-snmp removes the file at its path.
 void checkListen(const std::string& address);
 
-// Throws std::invalid_argument unless it is a place on this machine. net-snmp looks names up, and waits for a
-// machine that does not answer, on the loop.
+// Throws std::invalid_argument unless it is an address on this machine. For others net-snmp would block the
+// loop: it looks up names, and waits for a machine that does not answer.
 void checkMaster(const std::string& address);
 
 // Throws std::invalid_argument unless it names a source.
