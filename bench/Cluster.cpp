@@ -19,13 +19,13 @@ std::vector<Row> rowsOf(Table table, uint32_t members) {
 
 std::string mountOf(const Row& row) { return fmt::format("/mnt/{}", row.second); }
 
-std::string documentOf(uint32_t members) {
+std::string documentOf(uint32_t members, const char* reachability) {
   nlohmann::json document = {{"sysname", "bench"}};
   for (const Row& row : rowsOf(Table::reachability, members)) {
     std::string interface = fmt::format("Backplane{}", row.second);
     document["interfaces"][interface] = {{"ifIndex", row.second}};
     document["members"][std::to_string(row.member)]["reachability"][std::to_string(row.second)] = {
-        {"state", "reachable"}, {"lastChange", 0}, {"intf", interface}};
+        {"state", reachability}, {"lastChange", 0}, {"intf", interface}};
   }
   for (const Row& row : rowsOf(Table::storage, members)) {
     document["storageMappings"]["mounts"][mountOf(row)] = {

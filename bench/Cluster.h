@@ -25,7 +25,7 @@ inline uint32_t storageSizeOf(const Row& row) { return 1'000'000 + row.second; }
 std::string mountOf(const Row& row);
 
 // The state document that makes a daemon serve these rows.
-std::string documentOf(uint32_t members);
+std::string documentOf(uint32_t members, const char* reachability = "reachable");
 
 // In an snmpd.conf: the community public may read everything from this machine. With a view, native answers
 // to a GETBULK of several columns would be left to net-snmp's chain.

@@ -15,6 +15,7 @@
 #include <thread>
 #include <vector>
 
+#include "bench/Durations.h"
 #include "bench/SnmpSession.h"
 #include "kelstore/etcd/Channels.h"
 #include "kelstore/etcd/Client.h"
@@ -25,7 +26,9 @@
 namespace {
 
 using namespace std::chrono_literals;
-using Clock = std::chrono::steady_clock;
+using Bench::Clock;
+using Bench::Durations;
+using Bench::ms;
 using Kelstore::Etcd::Client;
 using Kelstore::Etcd::Op;
 
@@ -35,29 +38,9 @@ constexpr size_t kOpsPerTxn = 100;
 constexpr size_t kOpsPerSmallTxn = 5;
 constexpr int kMembers = 255;
 
-double ms(Clock::duration time) { return std::chrono::duration<double, std::milli>(time).count(); }
-
 void require(bool condition, const std::string& what) {
   if (!condition) throw std::runtime_error(what);
 }
-
-// Durations of one kind of thing.
-class Durations {
- public:
-  void add(Clock::duration time) { all_.push_back(ms(time)); }
-  size_t size() const { return all_.size(); }
-  void print(const std::string& what) {
-    std::sort(all_.begin(), all_.end());
-    fmt::print("{:<48} p50 {:8.3f} ms   p99 {:8.3f} ms   max {:8.3f} ms   ({} of them)\n", what, at(0.5),
-               at(0.99), all_.back(), all_.size());
-  }
-
- private:
-  double at(double part) const {
-    return all_[std::min(all_.size() - 1, static_cast<size_t>(part * static_cast<double>(all_.size())))];
-  }
-  std::vector<double> all_;
-};
 
 // A watch that takes note of when each event came, and of nothing else.
 class BareWatch {
