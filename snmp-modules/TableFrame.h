@@ -1,15 +1,18 @@
 // The callbacks of a table for net-snmp's sorted table iterator: they walk a table of the MIB state object in
-// key order and answer requests for its columns, as its TableSpec states. Table modules instantiate them;
-// net-snmp calls them, on the agent's thread.
+// key order and answer requests for its columns, as its TableSpec states. In front of them stands the handler
+// of the direct answers (DirectAnswers.h). Table modules instantiate them; net-snmp calls them, on the
+// agent's thread.
 //
 // The index in a request is the hint from which a walk starts, so a request costs one lookup. Loop and data
 // contexts are cursors that hold their row: it can be read after its removal, as long as net-snmp needs it.
 #pragma once
 
+#include <algorithm>
 #include <optional>
 
 #include "platform/snmp/KelstoreUtil.h"
 #include "platform/snmp/RegVoidCollByContext.h"
+#include "snmp-modules/DirectAnswers.h"
 #include "snmp-modules/TableModule.h"
 
 namespace TrelSnmp {
@@ -34,6 +37,7 @@ class TableFrame {
                              .index = kTable.index,
                              .columns = columnNumbers(),
                              .handler = handler,
+                             .direct = &handleDirectly,
                              .callbacks = callbacks()},
                             context);
   }
@@ -53,7 +57,69 @@ class TableFrame {
     return SNMP_ERR_NOERROR;
   }
 
+  // Leaves everything to the chain while its traces are on.
+  static int handleDirectly(netsnmp_mib_handler* handler, netsnmp_handler_registration* registration,
+                            netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
+    static const TableShape kShape{kTable.rootOid(), columnNumbers(), std::tuple_size_v<Parts>};
+    AgentCall call{handler, registration, info, requests};
+    if (kModule.trace().enabled(2)) return call.passOn();
+    auto* served = static_cast<Snmp::RegVoid*>(handler->myvoid);
+    Rows rows(table(served));
+    uint64_t answered = 0;
+    int result = answerDirectly(call, kShape, rows, answered);
+    served->counters().directAnswersInc(answered);
+    return result;
+  }
+
  private:
+  class Rows final : public TableRows {
+   public:
+    explicit Rows(const Table& table) : table_(table) {}
+
+    Found find(std::span<const oid> index) override {
+      return to(index, [this](const Key& key) { return table_.cursorAt(key); });
+    }
+    Found findBehind(std::span<const oid> index) override {
+      bool isPartial = index.size() < std::tuple_size_v<Parts>;
+      return to(index, [this, isPartial](const Key& key) {
+        return isPartial ? table_.lowerBoundCursor(key) : table_.upperBoundCursor(key);
+      });
+    }
+    bool first() override {
+      at_ = table_.begin();
+      return static_cast<bool>(at_);
+    }
+    bool next() override {
+      at_.next();
+      return static_cast<bool>(at_);
+    }
+    bool index(std::span<oid> parts) const override {
+      return TableModule::subIdsOf(partsOf(at_.key()), parts);
+    }
+    bool store(size_t column, netsnmp_variable_list* varbind) const override {
+      return TableFrame::store(kTable.columns[column], *at_.entry(), varbind);
+    }
+
+   private:
+    // The parts that the index does not have are 0.
+    template <class Position>
+    Found to(std::span<const oid> index, Position position) {
+      Parts parts{};
+      size_t given = std::min(index.size(), parts.size());
+      std::transform(index.begin(), index.begin() + static_cast<std::ptrdiff_t>(given), parts.begin(),
+                     [](oid subId) { return static_cast<uint32_t>(subId); });
+      try {
+        at_ = position(keyOf<Key>(parts));
+      } catch (const Zavro::RangeException&) {
+        return Found::refused;
+      }
+      return at_ ? Found::row : Found::none;
+    }
+
+    const Table& table_;
+    Context at_;
+  };
+
   static netsnmp_variable_list* get_first_data_point(void** loopSlot, void** /*dataSlot*/,
                                                      netsnmp_variable_list* index,
                                                      netsnmp_iterator_info* info) {
@@ -199,8 +265,9 @@ class TableFrame {
     return info != nullptr ? info->colnum : 0;
   }
 
-  static const Table& table(const netsnmp_iterator_info* info) {
-    return kTable.source(static_cast<const TrelMib&>(*record(info)->object()));
+  static const Table& table(const netsnmp_iterator_info* info) { return table(record(info)); }
+  static const Table& table(const Snmp::RegVoid* served) {
+    return kTable.source(static_cast<const TrelMib&>(*served->object()));
   }
   static void count(const netsnmp_iterator_info* info, Counter kind) {
     record(info)->counters().orderedIterCntrsInc(kind, 1);

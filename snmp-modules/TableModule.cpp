@@ -8,6 +8,7 @@
 #include "platform/snmp/AsnConversions.h"
 #include "platform/snmp/KelstoreUtil.h"
 #include "platform/snmp/RegVoidCollByContext.h"
+#include "platform/toggles/Toggles.h"
 #include "platform/zavro/Assert.h"
 
 namespace TrelSnmp {
@@ -88,6 +89,19 @@ netsnmp_mib_handler* unsignedNamesHandler() {
   return handler;
 }
 
+netsnmp_mib_handler* directAnswersHandler(const TableRegistration& table, Snmp::RegVoid* record) {
+  netsnmp_mib_handler* handler = netsnmp_create_handler("direct_answers", table.direct);
+  zavroAssert(handler != nullptr);
+  handler->myvoid = record;
+  return handler;
+}
+
+void injectInFront(netsnmp_handler_registration* registration, netsnmp_mib_handler* handler,
+                   const char* table) {
+  int injected = netsnmp_inject_handler(registration, handler);
+  if (injected != SNMPERR_SUCCESS) initializeFailed("injected == SNMPERR_SUCCESS", table, __LINE__);
+}
+
 netsnmp_iterator_info* iteratorInfo(const TableRegistration& table, Snmp::RegVoid* record,
                                     netsnmp_table_registration_info* tableInfo) {
   auto* info = allocate<netsnmp_iterator_info>();
@@ -124,11 +138,13 @@ void TableModule::initializeTable(const TableRegistration& table, const Zavro::S
   int result = netsnmp_register_table_iterator(registration, iterator);
   if (result != MIB_REGISTERED_OK) initializeFailed("result == MIB_REGISTERED_OK", table.name, __LINE__);
   // Only now: a handler that is injected before the registration ends up behind the iterator. The serialising
-  // handler has to come first, since the iterator takes the hint of all varbinds from the first one.
-  int injected = netsnmp_inject_handler(registration, netsnmp_get_serialize_handler());
-  if (injected != SNMPERR_SUCCESS) initializeFailed("injected == SNMPERR_SUCCESS", table.name, __LINE__);
-  injected = netsnmp_inject_handler(registration, unsignedNamesHandler());
-  if (injected != SNMPERR_SUCCESS) initializeFailed("injected == SNMPERR_SUCCESS", table.name, __LINE__);
+  // handler has to stand in front of it, since the iterator takes the hint of all varbinds from the first
+  // one.
+  injectInFront(registration, netsnmp_get_serialize_handler(), table.name);
+  if (Toggles::getToggleState("TrelSnmpDirect", "TrelCore.json", true)) {
+    injectInFront(registration, directAnswersHandler(table, record), table.name);
+  }
+  injectInFront(registration, unsignedNamesHandler(), table.name);
   trace_.trace(8, "Initialized table {} in context {}", table.name, quoted(context));
 }
 
@@ -187,18 +203,27 @@ size_t TableModule::readHint(const char* table, std::span<const IndexColumn> ind
   return found;
 }
 
+bool TableModule::subIdsOf(std::span<const uint32_t> parts, std::span<oid> subIds) {
+  for (size_t i = 0; i < parts.size(); ++i) {
+    unsigned char buffer[kBufferSize];
+    uint32_t value = 0;
+    if (Snmp::U32ToAsnUnsignedF()(parts[i], buffer, sizeof buffer) != sizeof value) return false;
+    std::memcpy(&value, buffer, sizeof value);
+    subIds[i] = value;
+  }
+  return true;
+}
+
 void TableModule::writeIndex(const char* table, std::span<const IndexColumn> index,
                              std::span<const uint32_t> parts, netsnmp_variable_list* varbinds) const {
   netsnmp_variable_list* varbind = varbinds;
   for (size_t i = 0; i < index.size() && varbind != nullptr; ++i, varbind = varbind->next_variable) {
     trace_.trace(2, "{}IterationHelper - iterator has another value: {}={}", table, index[i].field, parts[i]);
-    unsigned char buffer[kBufferSize];
-    uint32_t value = 0;
-    if (Snmp::U32ToAsnUnsignedF()(parts[i], buffer, sizeof buffer) != sizeof value) continue;
-    std::memcpy(&value, buffer, sizeof value);
+    oid subId = 0;
+    if (!subIdsOf(parts.subspan(i, 1), {&subId, 1})) continue;
     // Written as a long: net-snmp sign-extends a four-byte INTEGER, and compares indexes as unsigned longs,
     // so it would never find a row with an index of 2^31 or more.
-    long widened = value;
+    long widened = static_cast<long>(subId);
     snmp_set_var_typed_value(varbind, index[i].type, &widened, sizeof widened);
   }
 }

@@ -21,6 +21,7 @@ struct TableRegistration {
   std::span<const IndexColumn> index;
   std::span<unsigned> columns;  // ascending
   Netsnmp_Node_Handler* handler;
+  Netsnmp_Node_Handler* direct;     // in front of the chain, unless a toggle turns it off
   netsnmp_iterator_info callbacks;  // only the callbacks are set
 };
 
@@ -32,7 +33,8 @@ class TableModule {
   const Lumalog::Handle& trace() const { return trace_; }
 
   // Registers a table for the default context and binds it to the MIB state object; for any other context it
-  // only traces. Ends the process when there is no TrelMib at TrelMib::kPath, or net-snmp refuses the table.
+  // only traces. The toggle TrelSnmpDirect of TrelCore.json decides whether it is answered directly. Ends the
+  // process when there is no TrelMib at TrelMib::kPath, or net-snmp refuses the table.
   void initializeTable(const TableRegistration& table, const Zavro::String& context);
   // Unregisters all tables of a context, which may have none, and frees their registration data.
   void unregister(const Zavro::String& context);
@@ -41,6 +43,8 @@ class TableModule {
   // out of range. Returns how many were converted; one that is missing or of another type does not count.
   size_t readHint(const char* table, std::span<const IndexColumn> index,
                   const netsnmp_variable_list* varbinds, std::span<uint32_t> parts) const;
+  // Converts the components of a row's index to sub-identifiers. False when that fails.
+  static bool subIdsOf(std::span<const uint32_t> parts, std::span<oid> subIds);
   // Writes the components of a row's index into the varbinds of an index.
   void writeIndex(const char* table, std::span<const IndexColumn> index, std::span<const uint32_t> parts,
                   netsnmp_variable_list* varbinds) const;

@@ -20,7 +20,7 @@ enum class OrderedTableIteratorCounterTypes : uint8_t {
   advanced = 5,
 };
 
-// Counts the steps of one table's walks, by kind.
+// Counts the steps of one table's walks, by kind, and its varbinds that were answered without such a walk.
 class TableCounters {
  public:
   static constexpr size_t kKinds = 6;
@@ -30,9 +30,12 @@ class TableCounters {
   uint64_t orderedIterCntr(OrderedTableIteratorCounterTypes kind) const {
     return counters_[static_cast<size_t>(kind)];
   }
+  void directAnswersInc(uint64_t by) { directAnswers_ += by; }
+  uint64_t directAnswers() const { return directAnswers_; }
 
  private:
   std::array<uint64_t, kKinds> counters_{};
+  uint64_t directAnswers_ = 0;
 };
 
 // One registered table.

@@ -4,6 +4,9 @@
 
 #include <algorithm>
 
+#include "platform/toggles/Toggles.h"
+#include "tests/support/TempDir.h"
+
 namespace SnmpTest {
 namespace {
 
@@ -24,6 +27,20 @@ void databaseIs(const Zavro::Ptr<Kor::Entity>& entity) {
   Snmp::KelstoreUtil::rootIs(rootWith(entity), Zavro::makePtr<const Snmp::Config>("switch"));
 }
 
+// The tables that are registered from now on.
+void toggleIs(By by) {
+  static const Support::TempDir dir;
+  const char* toggles = by == By::direct ? "{}" : R"({"TrelSnmpDirect": false})";
+  Toggles::fileIs("TrelCore.json", dir.write("TrelCore.json", toggles));
+}
+
+void initAll() {
+  for (const ModuleCase& module : allModules()) module.init("");
+}
+void unregisterAll() {
+  for (const ModuleCase& module : allModules()) module.unregister("");
+}
+
 }  // namespace
 
 Database::Database() : mib_(TrelSnmp::trelMibFactory("trelMib")) { databaseIs(mib_); }
@@ -35,13 +52,23 @@ Database::~Database() {
   Kor::Entity::singletonDel(Snmp::RegVoidCollByContext::kTypeName);
 }
 
-ModuleTest::ModuleTest() {
+std::string textOf(By by) { return by == By::direct ? "direct" : "chain"; }
+
+ModuleTest::ModuleTest(By by) {
   InProcessAgent::instance();
-  for (const ModuleCase& module : allModules()) module.init("");
+  toggleIs(by);
+  initAll();
 }
 
 ModuleTest::~ModuleTest() {
-  for (const ModuleCase& module : allModules()) module.unregister("");
+  unregisterAll();
+  toggleIs(By::direct);
+}
+
+void ModuleTest::answeredBy(By by) {
+  unregisterAll();
+  toggleIs(by);
+  initAll();
 }
 
 void ModuleTest::reach(uint32_t src, uint32_t dst, int state, double uptime) {
@@ -57,6 +84,8 @@ std::string ModuleTest::counters(const char* table) {
     uint64_t count = recordOf(table)->counters().orderedIterCntr(static_cast<Counter>(kind));
     if (count != 0) counted.push_back(fmt::format("{}={}", kind, count));
   }
+  uint64_t direct = recordOf(table)->counters().directAnswers();
+  if (direct != 0) counted.push_back(fmt::format("direct={}", direct));
   return fmt::format("{}", fmt::join(counted, " "));
 }
 

@@ -42,10 +42,17 @@ class Database {
   Zavro::Ptr<TrelSnmp::TrelMib> mib_;
 };
 
+// Who answers for the tables: the handler of the direct answers, or net-snmp's iterator behind it.
+enum class By : uint8_t { direct, chain };
+std::string textOf(By by);
+
 class ModuleTest : public ::testing::Test {
  protected:
-  ModuleTest();
+  explicit ModuleTest(By by = By::direct);
   ~ModuleTest() override;
+
+  // Registers the modules anew.
+  void answeredBy(By by);
 
   InProcessAgent& agent() { return InProcessAgent::instance(); }
   TrelSnmp::TrelMib& mib() { return database_.mib(); }
@@ -56,7 +63,8 @@ class ModuleTest : public ::testing::Test {
   // A row whose state was last changed `uptime` seconds after the agent's start.
   void reach(uint32_t src, uint32_t dst, int state = State::reachable, double uptime = 1);
 
-  // "<kind>=<count>" for each kind of counter that has counted, in the order of the kinds; forgets nothing.
+  // "<kind>=<count>" for each kind of counter that has counted, in the order of the kinds, then
+  // "direct=<count>"; forgets nothing.
   std::string counters(const char* table);
   // How often the walks of the table have gone from one row on to the next or to the end.
   uint64_t steps(const char* table);
