@@ -15,18 +15,17 @@
 namespace Kelstore {
 namespace {
 
-// The state model is four levels deep; more than this is no state.
+// The state is four levels deep; a text that is deeper than this is no state.
 constexpr size_t kMaxDepth = 64;
 constexpr size_t kValuesBetweenLooks = 1024;
 
-// Follows the parser's events through the positions of the state model. A value is in one of three ways: an
-// object of further positions is walked into; the value of a leaf is collected and decoded; anything else is
-// skipped to its end.
+// Follows the parser's events through the positions of the state: walks into objects that have further
+// positions, collects and decodes leaves, and skips everything else.
 class Reader {
  public:
   using json = nlohmann::json;
 
-  // The text stands at these segments.
+  // segments: the position of the text. Limits and document outlive the reader.
   Reader(std::string_view text, std::vector<std::string> segments, const Limits& limits, Document& document)
       : text_(text),
         limits_(limits),
@@ -61,7 +60,7 @@ class Reader {
     bool blank = std::all_of(text_.begin(), text_.end(), [](unsigned char c) { return std::isspace(c); });
     std::string nothing =
         fmt::format("found nothing, expected a JSON {}", segments_.empty() ? "object" : "value");
-    // The parser counts the character that it stumbled over.
+    // The parser's position includes the character that it rejects.
     size_t offset = position > 0 ? position - 1 : 0;
     unusable(offset, blank ? nothing : Runtime::syntaxMessage(error.what()));
     return false;
@@ -72,9 +71,9 @@ class Reader {
 
   // An object that is walked into.
   struct Object {
-    std::unordered_set<std::string> names;  // that were found in it, as far as it takes them
-    size_t surplus = 0;                     // values in it that are left out
-    size_t most = 0;                        // how many are taken then
+    std::unordered_set<std::string> names;  // of the members that were accepted
+    size_t surplus = 0;                     // values that were left out
+    size_t most = 0;                        // the limit that they exceed
   };
 
   void enter(const std::string& name) {
@@ -166,7 +165,7 @@ class Reader {
     }
   }
 
-  // A value that was not walked into is complete.
+  // Called at the end of a value that was not walked into.
   bool wholeValue(json value) {
     if (segments_.empty()) {
       unusable(0, Runtime::foundExpected(value, "an object"));
@@ -189,7 +188,7 @@ class Reader {
     if (decoded) add(*std::move(decoded));
   }
 
-  // Memory is looked at now and then, as it costs a little.
+  // Checks the memory only now and then, since a check takes time.
   void add(Value value) {
     if ((document_.values.size() + 1) % kValuesBetweenLooks == 0) Runtime::needMemoryFor(0);
     document_.values.emplace_back(next_.path, std::move(value));
@@ -212,7 +211,7 @@ class Reader {
     if (document_.warnings.size() < limits_.remembered) document_.warnings.push_back(std::move(text));
   }
 
-  // Whether so much is wrong that reading on serves nobody.
+  // Whether there are too many faults to go on.
   bool hopeless() {
     if (document_.faults.size() <= limits_.remembered) return false;
     document_.unusable = fmt::format(": found more than {} values that cannot be used, the first is {}",

@@ -1,7 +1,7 @@
 // The state as one JSON document, nested by path segment.
 //
-// Parsing keeps no shared state: it may run on any thread. Whatever the text holds, it ends with a Document
-// within the limits, and in bounded stack; or, before the memory is used up, with std::bad_alloc.
+// On any thread. Any text gives a Document within the limits and uses bounded stack; when memory is short
+// (runtime/Memory.h), std::bad_alloc is thrown.
 #pragma once
 
 #include <deque>
@@ -18,32 +18,31 @@
 namespace Kelstore {
 
 struct Document {
-  // What is wrong at one position; every path at or below it is affected.
+  // Something wrong at one position. It affects every path at or below it.
   struct Fault {
     std::vector<std::string> segments;
     std::string text;  // "members/1/processors/1/load: found 70000, expected ..."
   };
 
-  // Values that are left out, since there are too many beside them, or in all.
+  // Values that were left out, since there are too many beside them or in all.
   struct Surplus {
     std::string text;  // "members/1/processors: 12 left out, as there are more than 4096"
     size_t values = 0;
   };
 
-  // The text is no JSON object, or so much of it is wrong that it cannot be meant. What a message says after
-  // the document's name: ":<line>:<column>: ...", or
-  // ": ..." where there is no such place. The rest is empty then.
+  // Set if the text is no JSON object, is nested too deeply, or has more faults than are remembered; all else
+  // is empty then. It follows the document's name in a message: ":<line>:<column>: ...", or ": ...".
   std::optional<std::string> unusable;
   std::deque<Snapshot::Entry> values;
   std::vector<Fault> faults;
   std::vector<Surplus> surplus;
-  std::vector<std::string> warnings;  // as many as are remembered
+  std::vector<std::string> warnings;  // at most Limits::remembered
 };
 
 Document parseDocument(std::string_view text, const Limits& limits = {});
 
-// The same for the value at one path, where a source holds each value on its own. Places in `unusable` count
-// within the text. The value counts only when there is no fault. Requires: the path is no container's.
+// Parses the text of one value, at `path`. The text may be any JSON, and places in `unusable` count within
+// it. Use the value only if there is no fault. Requires: the path is no container's.
 Document parseValue(const Path& path, std::string_view text);
 
 using Values = std::map<Path, Value>;
@@ -51,8 +50,7 @@ using Values = std::map<Path, Value>;
 // The values as one document.
 nlohmann::json documentOf(const Values& values);
 
-// What a source that read the document says: the document's values, but at affected paths what it said
-// before.
+// The document's values, but at paths that a fault affects those of `before`.
 Snapshot withLastGood(Document&& document, const Snapshot& before);
 
 }  // namespace Kelstore

@@ -14,9 +14,9 @@ namespace {
 const Lumalog::Handle traceHandle("Kelstore");
 using Lumalog::kErrorLevel;
 using Lumalog::kWarningLevel;
-// A document that is wrong throughout is described well enough by its first few lines.
+// Lines that are logged for one reading, at most.
 constexpr size_t kMaxLines = 20;
-// What the entities and the rows of a value take, more or less.
+// What a value's entities and rows take, roughly.
 constexpr size_t kMirroredBytes = 200;
 
 }  // namespace
@@ -48,7 +48,7 @@ Reading readingOf(std::string text, const Snapshot& before, const Limits& limits
 
 DocumentLayer::DocumentLayer(std::string name, std::string subject, LayeredState& layers,
                              const Zavro::Clock& clock)
-    : subject_(std::move(subject)), layers_(layers), clock_(clock), layer_(layers.layerIs()) {
+    : subject_(std::move(subject)), layers_(layers), clock_(clock), layer_(layers.addLayer()) {
   status_.name = std::move(name);
 }
 
@@ -76,7 +76,7 @@ void DocumentLayer::readingIs(Reading reading) {
   layers_.settledIs(layer_);
 }
 
-// One line for each that was not there before: what goes on being wrong is not told again with every change.
+// Logs the lines that are new, so that a lasting problem is not logged again with every change.
 void DocumentLayer::tellNews(int level, const std::vector<std::string>& before,
                              const std::vector<std::string>& now) const {
   std::set<std::string_view> known(before.begin(), before.end());
@@ -88,7 +88,7 @@ void DocumentLayer::tellNews(int level, const std::vector<std::string>& before,
       ++untold;
       continue;
     }
-    // It begins with the path.
+    // A line begins with the path.
     traceHandle.trace({subject_, line.substr(0, line.find(": "))}, level, "{}: {}", subject_, line);
     ++told;
   }

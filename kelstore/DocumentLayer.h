@@ -1,5 +1,5 @@
-// The layer of a source whose state is one document: keeps the last good values, tells what is wrong and
-// remembers it until the input is good again.
+// The layer of a source that reads one document: keeps the last good values, and logs each problem once. On
+// the event loop's thread.
 #pragma once
 
 #include <memory>
@@ -13,27 +13,28 @@
 
 namespace Kelstore {
 
-// What reading the document came to. Made on any thread.
+// The result of reading a document.
 struct Reading {
   std::shared_ptr<const Snapshot> snapshot;  // null: unusable, and error says why
-  std::vector<Path> changed;
-  std::string error;                // of an unusable document: what follows its name
-  std::vector<std::string> faults;  // values that cannot be used, or are too many
-  size_t setAside = 0;              // how many values these are
+  std::vector<Path> changed;                 // at which the snapshot differs from the one before, sorted
+  std::string error;                         // of an unusable document: what follows its name
+  std::vector<std::string> faults;           // values that cannot be used, or are too many
+  size_t setAside = 0;                       // how many values these are
   std::vector<std::string> warnings;
 };
 
-// Parses the text and holds it against what was there before. On any thread. Where the memory for that, or
-// for what becomes of it, is not to be had, the document is unusable.
+// Parses the text and compares it with `before`. On any thread. Without enough memory for that, and for what
+// the mirror makes of it, the reading is unusable.
 Reading readingOf(std::string text, const Snapshot& before, const Limits& limits);
 
 class DocumentLayer {
  public:
-  // `subject` is what messages begin with, such as the file's path. Layers and clock outlive the layer.
+  // name: in the status. subject: what messages begin with, such as the file's path. Layers and clock outlive
+  // this.
   DocumentLayer(std::string name, std::string subject, LayeredState& layers, const Zavro::Clock& clock);
 
   const std::shared_ptr<const Snapshot>& snapshot() const { return layers_.snapshot(layer_); }
-  // Takes over what was read, or keeps what is there when it is unusable. Settles the layer.
+  // Takes over what was read; an unusable reading changes no value. Settles the layer.
   void readingIs(Reading reading);
   SourceStatus status() const { return status_; }
 

@@ -1,4 +1,4 @@
-// The entities that the state becomes, and how one value becomes part of them. On the event loop's thread.
+// The entities that the mirror fills, and what the schema needs to fill them. On the event loop's thread.
 #pragma once
 
 #include <charconv>
@@ -15,11 +15,11 @@
 
 namespace Kelstore {
 
-// The state as it stands.
+// The state, as the mirror reads it.
 class View {
  public:
   virtual ~View() = default;
-  // The value that counts at the path, or null. The pointer lives until the state changes.
+  // The value that counts at the path, or null. Valid until the state changes.
   virtual const Value* find(const Path& path) const = 0;
   // Whether there is a value of one of these kinds whose path's first variable segment is `first`.
   virtual bool any(std::span<const Kind> kinds, std::string_view first) const = 0;
@@ -35,7 +35,7 @@ struct Entities {
   Kor::Notifier<> sysnameChanged;
 };
 
-// A path's segment as a collection's key.
+// A path's segment as a collection's key. Requires: the segment is one that the path takes.
 template <class Key>
 Key keyOf(std::string_view segment) {
   if constexpr (std::is_integral_v<Key>) {
@@ -49,9 +49,10 @@ Key keyOf(std::string_view segment) {
   }
 }
 
-// The entity of the member that the path begins with, made when it is missing; or null, and it is not there
-// any more, when nothing of it is in the view. Who follows an entity learns from its leaving the directory
-// that all of its elements are gone; they are not removed one by one before. `value`: the one at the path.
+// The entity of the path's member, created if it is missing; `appears` fills a new one before it enters the
+// directory. Null if the view has no value for it; it has left the directory then. Its elements are not
+// removed one by one: that it leaves tells its subscribers that all of them are gone. `value`: the view's, at
+// the path.
 template <class Entity>
 Zavro::Ptr<Entity> memberEntity(Kor::Dir& dir, MemberEntity which, const Path& path, const Value* value,
                                 const View& view, const std::function<void(Entity&)>& appears = {}) {

@@ -1,5 +1,4 @@
-// The fields of a value's type: how each is decoded from the member of a JSON object, and encoded. Used by
-// the schema alone.
+// How the fields of a value are decoded from JSON and encoded. For Schema.cpp alone.
 #pragma once
 
 #include <fmt/format.h>
@@ -19,10 +18,10 @@
 
 namespace Kelstore {
 
-// What SNMP can carry in a DisplayString or SnmpAdminString (RFC 2579, RFC 3411).
+// As many as a DisplayString or an SnmpAdminString holds (RFC 2579, RFC 3411).
 inline constexpr size_t kMaxTextBytes = 255;
 
-// Interfaces' names, object identifiers and enumerations, as Runtime::JsonFields takes them.
+// Types of fields, in the form that Runtime::JsonFields takes.
 struct JsonIntf {
   std::string expected() const { return "an interface name"; }
   std::optional<Lanix::IntfId> decode(const nlohmann::json& json) const {
@@ -67,7 +66,7 @@ inline constexpr Runtime::JsonText kText{"a string of at most 255 bytes without 
 inline constexpr Runtime::JsonText kName{"a string of 1 to 255 bytes without control characters",
                                          isShortText<1>};
 
-// The JSON type of a field that has none given.
+// The type of a field for which field() is given none.
 template <class T>
 constexpr auto jsonType() {
   if constexpr (std::is_integral_v<T>) {
@@ -107,7 +106,7 @@ struct Plain<std::optional<T>> {
   static constexpr bool kOptional = true;
 };
 
-// An attribute of `Struct`, which may be missing when it is a std::optional.
+// A field for an attribute of `Struct`. It may be missing in JSON if the attribute is a std::optional.
 template <class Struct, class T, class Type>
 struct Field {
   static constexpr bool kOptional = Plain<T>::kOptional;
@@ -144,7 +143,7 @@ constexpr auto field(const char* name, T Struct::*attribute, Type type, std::str
   return Field<Struct, T, Type>{name, attribute, std::move(type), meaning};
 }
 
-// The fields of a type, a tuple that the schema states for each.
+// A tuple of the type's fields. Schema.cpp specialises it for each type.
 template <class Struct>
 inline constexpr auto kFields = nullptr;
 

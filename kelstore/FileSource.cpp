@@ -73,11 +73,11 @@ void FileSource::attempted(Attempt attempt) {
   badSinceNs_ = 0;
   auto before = layer_.snapshot();
   layer_.readingIs(std::move(attempt.reading));
-  // A large snapshot takes as long to free as many slices last.
+  // Freeing a large snapshot takes longer than a slice may.
   io_.offLoop([before = std::move(before)]() mutable { before.reset(); }, [] {});
 }
 
-// A failure counts when the same file failed twice, the second time after it had time to be completed.
+// A failure counts if the unchanged file fails again after kConfirmMs, or if files fail for kPatienceMs.
 bool FileSource::isFinal(const Attempt& attempt) {
   uint64_t nowNs = clock_.monotonicNs();
   bool first = badSinceNs_ == 0;
@@ -102,7 +102,7 @@ FileSource::Attempt FileSource::attempt(const std::string& path, const Limits& l
   if (!text.ok()) return failed(text.status());
   absl::StatusOr<struct stat> end = file->aboutNow();
   if (!end.ok()) return failed(end.status());
-  // What was read while it was written may be half of one state and half of the next, and still parse.
+  // A file that is written meanwhile may be half old and half new, and still parse.
   if (signatureOf(*end) != result.signature) return failed(absl::AbortedError("changed while it was read"));
   result.reading = readingOf(*std::move(text), before, limits);
   return result;

@@ -1,9 +1,8 @@
 // The source `file:PATH`: a JSON document in a file that is replaced by rename or written in place.
 //
-// The file is read again when it may have changed and has been quiet for a moment. What cannot be read or
-// parsed is tried again before it counts as bad, since a writer may be half-way through. A file of any size
-// is read and parsed off the event loop; one larger than the limit is refused, and one for which there is no
-// memory.
+// The file is read again once it changed and then was quiet for a moment. A file that cannot be read or
+// parsed is tried again before it counts as bad, since a writer may be half-way through. Reading and parsing
+// happen off the event loop. A file that is too large, or for which there is no memory, counts as bad.
 #pragma once
 
 #include <array>
@@ -20,7 +19,7 @@ class FileSource final : public Source {
  public:
   static constexpr uint64_t kQuietMs = 40;       // after a change, before the file is read
   static constexpr uint64_t kConfirmMs = 250;    // after a failure, before the file is tried again
-  static constexpr uint64_t kPatienceMs = 2000;  // a file that keeps changing and is bad so long is bad
+  static constexpr uint64_t kPatienceMs = 2000;  // how long a file may keep changing before it counts as bad
 
   // Layers, io and clock outlive the source.
   FileSource(std::string path, LayeredState& layers, Runtime::Io& io, const Zavro::Clock& clock,
@@ -30,7 +29,7 @@ class FileSource final : public Source {
   SourceStatus status() const override { return layer_.status(); }
 
  private:
-  // What tells one state of a file from the next: inode, size, times of change, or why it cannot be read.
+  // Two states of a file differ in it: device, inode, size, times of change, mode. Zeros: not opened.
   using Signature = std::array<uint64_t, 6>;
   struct Attempt {
     Reading reading;

@@ -14,13 +14,13 @@ LayeredState::LayeredState(Zavro::Ptr<Vem::TaskScheduler> scheduler, Mirror& mir
 
 LayeredState::~LayeredState() { task_->cancel(); }
 
-LayeredState::Layer LayeredState::layerIs(Claim claim) {
+LayeredState::Layer LayeredState::addLayer(Claim claim) {
   layers_.emplace_back().claim = std::move(claim);
   order_.push_back(layers_.size() - 1);
   return order_.back();
 }
 
-LayeredState::Layer LayeredState::lowestLayerIs() {
+LayeredState::Layer LayeredState::addLowestLayer() {
   layers_.emplace_back();
   order_.insert(order_.begin(), layers_.size() - 1);
   return order_.front();
@@ -34,8 +34,8 @@ void LayeredState::snapshotIs(Layer layer, std::shared_ptr<const Snapshot> snaps
   schedule();
 }
 
-// Batches are joined as they grow alike, so that there are few of them and a path that keeps changing takes
-// no more room, however far the mirror is behind.
+// Joins batches of similar size, so that there are few, and a path that keeps changing takes no more room
+// however far the mirror is behind.
 void LayeredState::add(std::vector<Path> changed) {
   while (!batches_.empty() && batches_.back().size() <= 2 * changed.size()) {
     Batch last = std::move(batches_.back());
@@ -99,7 +99,7 @@ void LayeredState::applySlice() {
   schedule();
 }
 
-// The first path of all batches: what others build on comes first, also when it came with a later batch.
+// The least path of all batches, so that kinds are applied in their order across batches.
 Path LayeredState::takeFirst() {
   auto first = std::min_element(batches_.begin(), batches_.end(), [](const Batch& a, const Batch& b) {
     return a.paths[a.next] < b.paths[b.next];

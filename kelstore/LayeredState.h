@@ -1,8 +1,8 @@
-// The layered state: what every source says, later sources over earlier ones, and the task that brings the
-// mirror up to date with it, slice by slice.
+// The layered state: the values of all sources, later sources over earlier ones, and the task that applies
+// changes to the mirror in slices.
 //
-// Sources hand over whole snapshots with the paths that changed; which value counts at a path is looked up
-// only when its turn comes, so that changes that overtake each other end right. On the event loop's thread.
+// A source hands over whole snapshots, with the paths that changed. The task looks up the value at a path
+// when it applies the path, so the order in which changes arrive does not matter. On the event loop's thread.
 #pragma once
 
 #include <functional>
@@ -19,29 +19,29 @@ namespace Kelstore {
 class LayeredState final : private View {
  public:
   using Layer = size_t;
-  // Whether a layer alone speaks for the paths of that kind whose first variable segment is `first`.
+  // Whether a layer hides the layers below it at the paths of that kind whose first variable segment is
+  // `first`, even where it has no value.
   using Claim = std::function<bool(Kind kind, std::string_view first)>;
 
   // The mirror must outlive the layers.
   LayeredState(Zavro::Ptr<Vem::TaskScheduler> scheduler, Mirror& mirror);
   ~LayeredState() override;
 
-  // A new layer over those that there are. Nothing is mirrored before every layer has settled once, so that
-  // the order in which sources are heard first does not show. What layers below it say of a path that it
-  // claims does not count, whether it says something there or not. Requires: called before any layer settles.
-  Layer layerIs(Claim claim = {});
-  // A new layer below those that there are, for what counts where nobody else says something. As above.
-  Layer lowestLayerIs();
-  // What the layer says from now on. `changed`: the sorted paths at which it differs from what it said. All
-  // of it counts from this call on, whatever has been applied.
+  // Adds a layer above all others. Nothing is mirrored before every layer has settled, so that nobody sees
+  // the order in which sources load. Requires: no layer has settled yet.
+  Layer addLayer(Claim claim = {});
+  // Adds a layer below all others, for values that count only where no source has one. The same holds.
+  Layer addLowestLayer();
+  // Sets the layer's values. `changed`: the paths at which they differ from the last ones, sorted. The mirror
+  // sees all of them from now on, also when it applies an older change. Requires: the snapshot is not null.
   void snapshotIs(Layer layer, std::shared_ptr<const Snapshot> snapshot, std::vector<Path> changed);
-  // The layer's source has said what it has to say for now, if only that it has nothing.
+  // The layer's source has loaded its values, or has none for now.
   void settledIs(Layer layer);
 
   const std::shared_ptr<const Snapshot>& snapshot(Layer layer) const { return layers_[layer].snapshot; }
-  // The layers are 0 up to, not including, this one.
+  // How many there are; they are numbered from 0.
   Layer layers() const { return layers_.size(); }
-  // Paths that are not applied yet; one that changed again meanwhile may count more than once.
+  // Paths to be applied. One that changed several times may count several times.
   size_t pending() const;
   // Whether every layer has settled and the mirror is up to date.
   bool idle() const { return settled() && batches_.empty(); }
@@ -72,7 +72,7 @@ class LayeredState final : private View {
   Mirror& mirror_;
   std::vector<LayerState> layers_;
   std::vector<Layer> order_;    // the lowest first
-  std::vector<Batch> batches_;  // each more than twice as large as the next
+  std::vector<Batch> batches_;  // each was more than twice as large as the next when that was added
   Zavro::Ptr<Vem::Task> task_;
 };
 

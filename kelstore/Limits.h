@@ -1,5 +1,5 @@
-// How much of what a source says is taken, so that whoever writes there cannot use up the memory of all who
-// read. What is more is refused, counted and shown; everything else counts.
+// How much a source may say, so that no writer can use up the memory of all readers. What is more is refused,
+// counted and reported; the rest is used.
 #pragma once
 
 #include <absl/status/status.h>
@@ -22,7 +22,7 @@ struct Limits {
   size_t remembered = 1000;         // of what cannot be used: a document with more of it is not taken at all
 };
 
-// A limit as people set it: by name.
+// A limit, as people set it by name.
 struct LimitSpec {
   const char* name;
   size_t Limits::*limit;
@@ -30,11 +30,11 @@ struct LimitSpec {
 };
 std::span<const LimitSpec> allLimits();
 
-// Sets the limits that "NAME=NUMBER[,NAME=NUMBER...]" says. An error says what was found and what was
-// expected.
+// Sets the limits in "NAME=NUMBER[,NAME=NUMBER...]", each from 1 to 2^30. An error says what was found and
+// expected; limits before the wrong one are set then.
 absl::Status limitsAre(std::string_view text, Limits& limits);
 
-// How many values of a kind there may be beside each other: those whose paths differ in the last segment.
+// How many values of a kind there may be whose paths differ in the last segment only.
 inline size_t mostBeside(Kind kind, const Limits& limits) {
   return specOf(kind).owner == Owner::member ? limits.rows : limits.clusterRows;
 }

@@ -1,9 +1,9 @@
 // The entities that pipelines and tables read, kept equal to the cluster's state.
 //
-// A changed value becomes a new record under the same key, and so one notification; an unchanged one is not
-// touched, unless the storage mapping that it stands on changes (StorageMappings.h). A member's entity
-// appears with its first value and leaves its directory, whole, with its last. The system figures alone
-// change in place. What becomes of each kind of value is in the schema. On the event loop's thread.
+// A changed value is a new record under the same key, and one notification. An unchanged value is not
+// touched, unless its storage mapping changes (StorageMappings.h). A member's entity enters its directory
+// with the member's first value, and leaves it, whole, with the last one. Only the system figures change in
+// place. Schema.cpp says how each kind is applied. On the event loop's thread.
 #pragma once
 
 #include <functional>
@@ -15,10 +15,10 @@ namespace Kelstore {
 
 class Mirror {
  public:
-  // Makes the entities, all empty. The storage mappings are the process's singleton.
+  // Creates the entities, empty. The storage mappings are the process's singleton.
   Mirror();
 
-  // Brings what comes from the path up to date with the view.
+  // Makes the entities agree with the view at the path.
   void apply(const Path& path, const View& view) { specOf(path.kind).apply(entities_, path, view); }
 
   const Zavro::Ptr<Kor::Dir>& reachabilityDir() const { return entities_.reachability; }

@@ -1,5 +1,5 @@
-// A value of one of several types. Plain: compared, copied and handed from thread to thread. Those that are
-// large stand apart, immutable and shared by all copies, so that the many small ones take little room.
+// A value of one of several types that takes little room. A value of more than 32 bytes is kept apart,
+// immutable and shared by all copies; copies may be on different threads.
 #pragma once
 
 #include <memory>
@@ -22,12 +22,12 @@ class OneOf final {
   static constexpr bool kIsOne = (std::is_same_v<T, Types> || ...);
 
  public:
-  // Of the first type.
+  // A value of the first type.
   OneOf() = default;
   template <class T>
   requires kIsOne<T> OneOf(T value) : stored_(store(std::move(value))) {}
 
-  // The value, when it is of that type, or null.
+  // The value; null if it is of another type.
   template <class T>
   const T* find() const {
     const auto* stored = std::get_if<Stored<T>>(&stored_);
@@ -48,7 +48,7 @@ class OneOf final {
     zavroAssert(found != nullptr);
     return *found;
   }
-  // Calls it with the value.
+  // The result of visitor(value).
   template <class Visitor>
   decltype(auto) visit(Visitor visitor) const {
     return std::visit([&visitor](const auto& stored) -> decltype(auto) { return visitor(valueOf(stored)); },

@@ -62,7 +62,7 @@ bool spells(std::string_view text) {
   return error == std::errc() && end == text.data() + text.size() && std::to_string(number) == text;
 }
 
-// What the segment takes, when the key is none of it; empty when it is.
+// What the segment takes; empty if it takes the key.
 std::string expectedInstead(Takes takes, std::string_view key) {
   switch (takes) {
     case Takes::literal:

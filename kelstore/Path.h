@@ -1,5 +1,4 @@
-// The paths of the cluster's state: what may stand where, whatever source it comes from. Which paths there
-// are is in the schema (Schema.h).
+// The paths of the cluster's state, the same for every source. Schema.h says which there are. On any thread.
 #pragma once
 
 #include <compare>
@@ -13,15 +12,14 @@
 
 namespace Kelstore {
 
-// The longest name of an interface, and the longest segment of a path.
+// Bytes of an interface's name, or of a path's segment, at most.
 inline constexpr size_t kMaxNameBytes = 4096;
 
-// A plain value. Paths are ordered by kind, which is the order in which changes are applied, then by their
-// variable segments.
+// Ordered by kind, which is the order in which changes are applied, then by the variable segments.
 class Path final {
  public:
   Path() = default;
-  // The path's variable segments, as far as there are any. Requires: no zero byte in them.
+  // first, second: the variable segments; empty where the kind has fewer. Requires: no zero byte in them.
   Path(Kind ofKind, std::string_view first, std::string_view second);
 
   std::string_view first() const { return std::string_view(names_).substr(0, names_.find('\0')); }
@@ -29,7 +27,7 @@ class Path final {
 
   std::strong_ordering operator<=>(const Path&) const = default;
 
-  // All segments, from the root of the tree.
+  // All segments, from the root of the tree. text(): the same, as pathText() writes them.
   std::vector<std::string> segments() const;
   std::string text() const;
 
@@ -39,36 +37,38 @@ class Path final {
   std::string names_;  // the first one, and a zero byte and the second where there is one
 };
 
-// Segments separated by "/"; one that contains "/" or a character that would garble a line is quoted.
+// For people: the segments with "/" between them. A segment is quoted if it is empty or has a "/" or a
+// control character in it, and cut if it is long.
 std::string pathText(std::span<const std::string> segments);
 
 // What a position in the tree is.
 struct Position {
   enum class What : uint8_t {
     unknown,    // nothing of the state
-    badKey,     // a key that its level does not take; `expected` says what it takes
+    badKey,     // the last segment is not allowed here; `expected` says what is
     interior,   // an object of further positions
-    container,  // the same, and its being there is a value itself, under `path`
-    leaf,       // a value, under `path`
+    container,  // the same, and its presence is a value itself, at `path`
+    leaf,       // a value, at `path`
   };
   What what = What::unknown;
   Path path;
   std::string expected;
 };
 
-// The position of these segments. Requires: the position above it is interior or container, or there are no
+// The position of these segments. Requires: the one above it is interior or a container, or there are no
 // segments.
 Position positionOf(std::span<const std::string> segments);
 
-// Walks from the root to the position of these segments, or to the first on the way at which it ends: what is
-// not of the state, takes another key, or is a value already; `depth` is how many segments lead there.
+// Follows the segments from the root: to their position, or to the first on the way that is unknown, a bad
+// key or a leaf. `depth`: how many segments lead there.
 struct Walk {
   Position position;
   size_t depth = 0;
 };
 Walk walk(std::span<const std::string> segments);
 
-// Of a walk that ended at a bad key, what is wrong: "members/x: found "x", expected a member id, 0 to 255".
+// What is wrong, such as: members/x: found "x", expected a member id, 0 to 255. Requires: the walk ended at a
+// bad key.
 std::string badKeyText(std::span<const std::string> segments, const Walk& walk);
 
 }  // namespace Kelstore

@@ -74,7 +74,7 @@ nlohmann::json encoded(const Struct& value) {
   return encodedObject(value);
 }
 
-// ---- The elements that values become, and back.
+// ---- From values to elements of collections, and back.
 
 uint32_t elementOf(const Interface& value) { return value.ifIndex; }
 Interface valueOf(uint32_t ifIndex) { return {ifIndex}; }
@@ -99,9 +99,8 @@ Reachability valueOf(const Zavro::Ptr<const Trel::ReachabilityState>& record) {
   return {record->state(), record->backplaneChannelIntfId(), record->lastChangeNs()};
 }
 
-// Makes the element under the key that of the value; a null value removes it. An unchanged one is not
-// touched. `Typed` has functions elementOf(const Typed&) and valueOf(const Element&), which are inverse to
-// each other.
+// Sets the element under the key to the value; null removes it. An unchanged element is not touched.
+// Requires: elementOf(const Typed&) and valueOf(const Element&), inverse to each other.
 template <class Typed, class Collection>
 void elementIs(Collection& collection, const typename Collection::Key& key, const Value* value) {
   if (value == nullptr) {
@@ -113,7 +112,7 @@ void elementIs(Collection& collection, const typename Collection::Key& key, cons
   if (element == nullptr || !(valueOf(*element) == typed)) collection.set(key, elementOf(typed));
 }
 
-// ---- What becomes of a value.
+// ---- How each kind is applied.
 
 void applySysname(Entities& entities, const Path& path, const View& view) {
   const Value* value = view.find(path);
@@ -162,7 +161,7 @@ void systemIs(HostResources::HostResources& host, const Value* value) {
 
 Zavro::Ptr<HostResources::HostResources> hostOf(Entities& entities, const Path& path, const Value* value,
                                                 const View& view) {
-  // The figures are there before the entity is, since nothing tells of their change.
+  // A new entity has its figures before it enters the directory, since nothing announces their change.
   return memberEntity<HostResources::HostResources>(
       *entities.hostResources, MemberEntity::hostResources, path, value, view, [&](auto& host) {
         systemIs(host, view.find({Kind::system, path.first(), {}}));
@@ -191,13 +190,13 @@ void applyMemory(Entities& entities, const Path& path, const View& view) {
   }
 }
 
-// A container: its member's entity is there.
+// While there is a container, its member's entity exists.
 template <auto entityOf>
 void applyContainer(Entities& entities, const Path& path, const View& view) {
   entityOf(entities, path, view.find(path), view);
 }
 
-// An element, under the path's second segment, of a collection of its member's entity.
+// Sets an element of a collection of the member's entity; the path's second segment is its key.
 template <class Typed, auto entityOf, auto collection>
 void applyElement(Entities& entities, const Path& path, const View& view) {
   const Value* value = view.find(path);

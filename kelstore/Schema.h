@@ -1,6 +1,6 @@
-// The schema of the cluster's state: which kinds of values there are, and all that is particular to a kind. A
-// new kind is a type below, and in Schema.cpp its fields, what becomes of it, and its line in the table;
-// everything else goes by these.
+// The schema of the cluster's state: the kinds of values, and all that is particular to a kind. A new kind
+// takes a type here, and in Schema.cpp its fields, how it is applied, and a line in the table. Whoever reads,
+// stores or mirrors values goes by these.
 #pragma once
 
 #include <cstdint>
@@ -27,8 +27,8 @@ class Path;
 class View;
 struct Entities;
 
-// In the order in which changes are applied: what rows are computed from (storage mappings, interface
-// indexes) is there before the rows' own inputs, and a container before what is in it.
+// In the order in which changes are applied: storage mappings and interface indexes come before the values
+// whose rows use them, and a container before its elements.
 enum class Kind : uint8_t {
   sysname,
   mountMapping,
@@ -45,13 +45,13 @@ enum class Kind : uint8_t {
   reachability,
 };
 
-// A container is there, if only as an empty object.
+// The value of a container: it is there, possibly without elements.
 struct Present {
   bool operator==(const Present&) const = default;
 };
 
 struct Interface {
-  uint32_t ifIndex = 0;
+  uint32_t ifIndex = 0;  // to be unique in the cluster
   bool operator==(const Interface&) const = default;
 };
 
@@ -61,21 +61,21 @@ struct Link {
 };
 
 struct Processor {
-  int16_t load = 0;
+  int16_t load = 0;  // percent; -1: unknown
   bool operator==(const Processor&) const = default;
 };
 
 struct Storage {
-  uint32_t allocationUnits = 0;
-  uint64_t size = 0;
-  uint64_t free = 0;
+  uint32_t allocationUnits = 0;  // bytes
+  uint64_t size = 0;             // in these units
+  uint64_t free = 0;             // the same
   bool operator==(const Storage&) const = default;
 };
 
 struct Reachability {
   Trel::ReachabilityState::State state = Trel::ReachabilityState::unknown;
   std::optional<Lanix::IntfId> intf;
-  uint64_t lastChangeNs = 0;
+  uint64_t lastChangeNs = 0;  // since 1970 UTC
   bool operator==(const Reachability&) const = default;
 };
 
@@ -83,40 +83,40 @@ using System = HostResources::HostResources::System;
 using Memory = HostResources::MemInfo::Amounts;
 using Mapping = HostResourcesMib::StorageTableEntry;
 
-// The string is the system's name.
+// std::string: the system's name.
 using Value =
     OneOf<Present, Interface, Link, Processor, Storage, Reachability, System, Memory, Mapping, std::string>;
 
-// Who may say something at a path.
+// Who may publish a path.
 enum class Owner : uint8_t {
-  cluster,      // the operator, for all members; it goes with no lease
-  firstMember,  // the member that was the first to say something, until it takes that back
+  cluster,      // the operator, for all members, without a lease
+  firstMember,  // the member that published it first, until it withdraws it
   member,       // the member that the path's first variable segment names
 };
 
-// Which of a member's entities a value goes into.
+// Which of its member's entities holds a value.
 enum class MemberEntity : uint8_t { none, hostResources, reachability };
 
-// A member of the JSON object that a value is.
+// A field of a value, as documents and messages describe it.
 struct FieldSpec {
-  std::string name;
-  std::string type;  // what is expected of it
+  std::string name;  // empty: the value itself
+  std::string type;  // what is accepted, such as "an integer from 1 to 100"
   bool optional = false;
   std::string_view meaning;
 };
 
 struct KindSpec {
   Kind kind;
-  // Segments with "/" between them; a variable one is <named>, and what it takes goes by its name.
+  // Such as "members/<member>/system". The name of a variable segment decides what it accepts.
   std::string_view path;
   Owner owner;
   MemberEntity entity;
   std::string_view meaning;
-  // Null: a container. Its being there is a value, Present; in a store it has no key of its own, but is there
-  // while a key below it is.
+  // The value; nothing when it cannot be used, and then `notes` has the faults. Null for a container: its
+  // value is Present. In a store a container has no key of its own; it is there while a key below it is.
   std::optional<Value> (*decode)(const nlohmann::json& json, Runtime::JsonNotes& notes);
-  std::vector<FieldSpec> (*fields)();
-  // Brings what comes from the path up to date with the view.
+  std::vector<FieldSpec> (*fields)();  // null for a container
+  // Makes the entities agree with the view at the path.
   void (*apply)(Entities& entities, const Path& path, const View& view);
 
   bool container() const { return decode == nullptr; }
@@ -125,11 +125,11 @@ struct KindSpec {
 // In the order of kinds.
 std::span<const KindSpec> allKinds();
 const KindSpec& specOf(Kind kind);
-// The kinds whose values go into such an entity, and by whose values it is there.
+// The kinds that such an entity holds. It exists while there is a value of one of them.
 std::span<const Kind> kindsIn(MemberEntity entity);
 
-// As decode() takes it; a container's is an empty object. Texts go as they are: they are to be UTF-8, as all
-// that was decoded is.
+// JSON that decode() accepts; an empty object for a container. Requires: texts are UTF-8, as decoded ones
+// are.
 nlohmann::json encode(const Value& value);
 
 }  // namespace Kelstore

@@ -7,7 +7,7 @@
 namespace Kelstore {
 namespace {
 
-// A chunk that lost so much is joined with its neighbour.
+// A smaller chunk is joined with its neighbour.
 constexpr size_t kMinChunk = Snapshot::kMaxChunk / 4;
 
 using Change = Snapshot::Change;
@@ -16,7 +16,7 @@ using Entry = Snapshot::Entry;
 bool isBefore(const Entry& a, const Entry& b) { return a.first < b.first; }
 using Changes = std::vector<Change>;
 
-// The chunk's entries with the changes that concern it; adds to `changed` where they differ.
+// The chunk's entries with these changes. Adds to `changed` the paths at which the result differs.
 template <class Chunk>
 Chunk merged(const Chunk& chunk, Changes::iterator change, Changes::iterator end,
              std::vector<Path>& changed) {
@@ -47,8 +47,7 @@ Snapshot::Snapshot(std::deque<Entry> entries) {
   append(std::move(entries));
 }
 
-// Puts the entries behind those that there are. What was taken of a deque is freed piece by piece, so that
-// there never are two of all.
+// Requires: the entries are sorted and come after all that there are.
 template <class Entries>
 void Snapshot::append(Entries entries) {
   size_ += entries.size();

@@ -1,8 +1,7 @@
-// All that one source says at one time: values by path, sorted. Immutable; sources hand snapshots to the
-// store, and may make them on another thread.
+// All values of one source at one time, sorted by path. Immutable, so it may be passed between threads.
 //
-// The values stand in chunks that snapshots share: one that differs in a few values from another costs what
-// these chunks cost, however large it is, and replacing one by the other costs next to nothing.
+// Snapshots share chunks of values. A snapshot that differs from another in a few values costs little more
+// than the chunks with these values, however large it is.
 #pragma once
 
 #include <deque>
@@ -21,7 +20,7 @@ class Snapshot {
  public:
   using Entry = std::pair<Path, Value>;
   using Change = std::pair<Path, std::optional<Value>>;  // nothing: no value any more
-  static constexpr size_t kMaxChunk = 256;
+  static constexpr size_t kMaxChunk = 256;               // values
 
  private:
   using Chunk = std::vector<Entry>;  // never empty
@@ -63,7 +62,7 @@ class Snapshot {
   Snapshot() = default;
   // Requires: no path occurs twice.
   explicit Snapshot(std::vector<Entry> entries);
-  // The same of many, which take no more room at any time than they do at the end.
+  // The same. Frees the deque piece by piece, so that there are never two copies of all values.
   explicit Snapshot(std::deque<Entry> entries);
 
   // In the order of their paths.
@@ -80,8 +79,8 @@ class Snapshot {
     for (auto at = from(kind); at != end() && at->first.kind == kind; ++at) visit(at->first, at->second);
   }
 
-  // This one with these changes. `changed` becomes the sorted paths at which the two differ. Requires: the
-  // changes are sorted by path, and none occurs twice.
+  // A copy with these changes. `changed` becomes the paths at which the two differ, sorted. Requires: the
+  // changes are sorted by path, and no path occurs twice.
   Snapshot with(std::vector<Change> changes, std::vector<Path>& changed) const;
 
  private:

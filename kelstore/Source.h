@@ -1,4 +1,5 @@
-// Where state comes from. A source feeds one layer of the store and says how it is doing.
+// Where state comes from. A source fills its layers of the layered state (LayeredState.h) and reports how it
+// does. On the event loop's thread.
 #pragma once
 
 #include <cstdint>
@@ -9,26 +10,26 @@
 
 namespace Kelstore {
 
-// One of the things that a source looks at on their own, so that none holds up the others.
+// A collector: it reads one kind of figure for a source, independently of the others.
 struct CollectorStatus {
   enum class State : uint8_t {
-    starting,  // it did not answer yet
+    starting,  // no answer yet
     works,
     fails,  // the last answer was an error
-    hangs,  // no answer for longer than is usual
+    hangs,  // the last question has had no answer for too long
   };
   std::string name;
   State state = State::starting;
-  uint64_t sinceUtcNs = 0;  // first of the failures in a row, or the question that hangs; 0: it works
-  std::string error;        // one line; empty while it works
+  uint64_t sinceUtcNs = 0;  // of the first failure in a row, or of the question that hangs; else 0
+  std::string error;        // one line; empty unless it fails or hangs
 };
 
 const char* stateName(CollectorStatus::State state);
 
-// What a store tells of one member of the cluster.
+// What a store knows of one member of the cluster.
 struct MemberStatus {
   std::string member;
-  bool leased = false;                       // what it published goes when its lease ends
+  bool leased = false;                       // its keys go when its lease ends
   std::optional<uint64_t> leaseLeftSeconds;  // when the store was asked last; nothing: not asked yet
   uint64_t lastChangeUtcNs = 0;              // 0: nothing changed since it was listed
 
@@ -42,14 +43,14 @@ struct StoreStatus {
     std::string error;
   };
   std::string state;             // "listing", "watching", "held" or "stale"
-  std::string endpoint;          // the server that is listened to; empty: none
-  int64_t revision = 0;          // up to this one, what is known is handed on to be mirrored
-  int64_t mirroredRevision = 0;  // up to this one, it is mirrored
-  int64_t storeRevision = 0;     // the store's own, other keys than ours included
-  uint64_t heardUtcNs = 0;       // the store's last word; 0: none yet
+  std::string endpoint;          // the server that is followed; empty: none
+  int64_t revision = 0;          // the latest that was handed over to be mirrored
+  int64_t mirroredRevision = 0;  // the latest that is mirrored
+  int64_t storeRevision = 0;     // the store's latest, which other keys than ours move on, too
+  uint64_t heardUtcNs = 0;       // when the store said something last; 0: never
   uint64_t heldSinceUtcNs = 0;   // 0: not lost
   uint64_t staleSinceUtcNs = 0;  // 0: not stale
-  std::string lastError;         // one line; stays when all is well again
+  std::string lastError;         // one line; kept when all is well again
   std::vector<std::pair<std::string, uint64_t>> counters;
   uint64_t setAside = 0;           // values that cannot be used
   std::vector<SetAside> examples;  // the first of these
@@ -59,10 +60,10 @@ struct StoreStatus {
 struct SourceStatus {
   enum class State : uint8_t {
     loading,  // nothing is known yet
-    current,  // all that the source says is held
-    partial,  // held, but for values that cannot be used
-    held,     // the source is out of reach for a while; what it said last is held
-    stale,    // the source cannot be read; what it said last is held
+    current,  // all of its values are known and used
+    partial,  // the same, but for values that cannot be used, or collectors that do not work
+    held,     // a store that is lost; its last values are used
+    stale,    // the source cannot be read, or is lost for too long; its last values are used or withdrawn
   };
   std::string name;  // as given on the command line
   State state = State::loading;
@@ -71,8 +72,8 @@ struct SourceStatus {
   uint64_t lastChangeUtcNs = 0;             // when they last changed; 0: never
   uint64_t staleSinceUtcNs = 0;             // 0: not stale
   std::string error;                        // one line; empty while the input is good
-  std::vector<CollectorStatus> collectors;  // of a source that looks at several things
-  std::optional<StoreStatus> store;         // of a source that is a store
+  std::vector<CollectorStatus> collectors;  // of a source that has them
+  std::optional<StoreStatus> store;         // of a source that follows a store
 };
 
 const char* stateName(SourceStatus::State state);
@@ -80,7 +81,7 @@ const char* stateName(SourceStatus::State state);
 class Source {
  public:
   virtual ~Source() = default;
-  // Starts following the source.
+  // Starts reading. Called once.
   virtual void start() = 0;
   virtual SourceStatus status() const = 0;
 };

@@ -21,7 +21,7 @@ std::vector<Host> allOf(const Kor::Dir& hosts) {
   return all;
 }
 
-// The records that stand on the mapping of a mount point.
+// The records that use the mapping of a mount point.
 struct MountRecords {
   using Key = std::string;
   using Record = Zavro::Ptr<const StorageInfo>;
@@ -37,7 +37,7 @@ struct MountRecords {
   }
 };
 
-// A host's one memory record stands on all mappings of memory.
+// A host has one memory record, which uses all mappings of memory.
 struct MemoryRecords {
   using Key = int32_t;
   using Record = Zavro::Ptr<const MemInfo>;
@@ -88,7 +88,7 @@ void mappingIs(Mappings& mappings, const Kor::Dir& hosts, const typename Kind::K
   }
   for (const auto& [host, record] : records) Kind::announce(host, key, *record);
   if (!leavesIndex) return;
-  // Where mappings trade indexes, the row that went was another record's by then.
+  // If mappings swap indexes, the row that went was another record's by then, which is set again here.
   announceAt<MountRecords>(mappings, hosts, before->index);
   announceAt<MemoryRecords>(mappings, hosts, before->index);
 }

@@ -1,9 +1,9 @@
-// Changes of storage mappings, around the records whose rows of the storage table stand on them.
+// Changes of storage mappings, each together with the records whose rows use the mapping.
 //
-// Those who make rows look a record's mapping up when the record changes, and do not follow the mappings. So
-// a mapping changes together with the records concerned: a record whose row's index goes or becomes another
-// one is taken away before, so that its row goes under the old index; and every record concerned comes back
-// after, as a new one, so that its row appears under the new index, or with the new type and description.
+// Pipelines look up a record's mapping when the record changes; they do not follow mappings. So a record
+// whose row loses its index is removed before the mapping changes, and its row goes under the old index.
+// After the change every record concerned is set again, as a new one, and its row appears with the new index,
+// type and description. On the event loop's thread.
 #pragma once
 
 #include <cstdint>
@@ -15,8 +15,8 @@
 
 namespace Kelstore {
 
-// The mapping of a mount point or a kind of memory is this one from now on; null: there is none. Nothing
-// happens when that is so already. `hosts` holds HostResources::HostResources.
+// Sets the mapping of a mount point or of a kind of memory; null removes it. An unchanged mapping has no
+// effect. hosts: a directory of HostResources::HostResources.
 void mountMappingIs(HostResourcesMib::StorageEntryMappings& mappings, const Kor::Dir& hosts,
                     const std::string& mountPoint, const Mapping* mapping);
 void memoryMappingIs(HostResourcesMib::StorageEntryMappings& mappings, const Kor::Dir& hosts, int32_t memory,

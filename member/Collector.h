@@ -1,7 +1,7 @@
 // Asks the machine one question again and again, each time in a job of its own off the loop.
 //
-// A question that is not answered is not asked again until it is, and one that fails takes nothing away that
-// was known: both are told in the status, and in one line of the log. On the event loop's thread.
+// While a question has no answer, it is not asked again. A failure changes no known figure. Both are shown in
+// the status, and logged once. On the event loop's thread.
 #pragma once
 
 #include <functional>
@@ -19,27 +19,27 @@ namespace Member {
 class Collector final {
  public:
   using State = Kelstore::CollectorStatus::State;
-  // What is to be done on the loop with an answer.
+  // Takes an answer over, on the loop.
   using Take = std::function<void()>;
-  // Asks, on another thread.
+  // Asks, on another thread. Errors are one line; an exception counts as an error.
   using Ask = std::function<absl::StatusOr<Take>()>;
 
-  // How long a question may remain without an answer before it counts as hanging.
+  // A question without an answer for so long counts as hanging.
   static constexpr uint64_t kPatienceMs = 3000;
 
-  // `told` is called on the loop when there is news: an answer was taken, or the state is another one. Io and
-  // clock outlive the collector.
+  // told: called on the loop after each answer, and when a question begins to hang. Io and clock outlive the
+  // collector.
   Collector(std::string name, Ask ask, Runtime::Io& io, const Zavro::Clock& clock,
             std::function<void()> told);
   Collector(const Collector&) = delete;
   Collector& operator=(const Collector&) = delete;
 
-  // Asks, unless the last question is still without an answer.
+  // Asks, unless the last question has no answer yet.
   void collect();
-  // What is asked from the next time on.
+  // Sets what is asked from the next time on.
   void askIs(Ask ask) { ask_ = std::move(ask); }
   bool asking() const { return asking_; }
-  // Whether it is known how the collector does: it answered, failed or hangs.
+  // Whether its first question was answered, failed or hangs.
   bool heard() const { return status_.state != State::starting; }
   const Kelstore::CollectorStatus& status() const { return status_; }
 
@@ -55,12 +55,12 @@ class Collector final {
   std::function<void()> told_;
   Kelstore::CollectorStatus status_;
   bool asking_ = false;
-  uint64_t askedUtcNs_ = 0;  // when the last question was asked
+  uint64_t askedUtcNs_ = 0;
   std::unique_ptr<Runtime::Io::Activity> patience_;
   Runtime::OffLoop offLoop_{io_};
 };
 
-// A question whose answer is handed to `take`, on the loop. What `ask` holds lives as long as a question
+// A question whose answer is passed to `take`, on the loop. What `ask` captures lives as long as the question
 // hangs.
 template <class Answer>
 Collector::Ask asking(std::function<absl::StatusOr<Answer>()> ask, std::function<void(Answer)> take) {

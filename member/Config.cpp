@@ -30,7 +30,7 @@ using Runtime::JsonText;
 
 constexpr size_t kMaxFileBytes = 1 << 20;
 constexpr size_t kMaxInterfaceBytes = 4096;
-constexpr size_t kMaxDeviceBytes = 15;  // IFNAMSIZ, without the end of the string
+constexpr size_t kMaxDeviceBytes = 15;  // IFNAMSIZ without the terminating zero
 
 bool isPath(const std::string& text) { return !text.empty() && text.find('\0') == std::string::npos; }
 
@@ -124,7 +124,7 @@ void readNeighbour(JsonFields& fields, NeighbourConfig& neighbour) {
 
 std::string placeOf(size_t neighbour) { return fmt::format("neighbours[{}]", neighbour); }
 
-// What may occur once among the neighbours.
+// A member whose value must be unique among the neighbours.
 class Once {
  public:
   Once(const char* name, JsonNotes& notes) : name_(name), notes_(notes) {}
@@ -231,7 +231,7 @@ ParsedConfig parseConfig(std::string_view text, const std::string& path, const C
     parsed.errors = linesOf(notes.faults, path);
     parsed.warnings = linesOf(notes.warnings, path);
   } catch (const json::parse_error& error) {
-    // The parser counts the character that it stumbled over.
+    // The parser's position includes the character that it rejects.
     size_t offset = error.byte > 0 ? error.byte - 1 : 0;
     bool blank = std::all_of(text.begin(), text.end(), [](unsigned char c) { return std::isspace(c); });
     parsed.errors.push_back(

@@ -15,7 +15,7 @@
 
 namespace Member {
 
-// How the neighbour is asked for echoes, and how they count.
+// How the neighbour is asked for echoes, and how answers and losses count.
 struct ProbeSettings {
   uint32_t intervalMs = 500;
   uint32_t timeoutMs = 400;  // at most the interval
@@ -27,14 +27,14 @@ struct NeighbourConfig {
   uint8_t member = 0;
   std::string interface;  // its name in the state, such as "Backplane1/2"
   std::string device;     // its name on this machine
-  std::string address;  // of the neighbour on it: IPv4 or IPv6, without a scope, as it is asked on the device
+  std::string address;    // the neighbour's on that device: IPv4 or IPv6, without a scope
   ProbeSettings probe;
-  // Published instead of the device's own index; 0: that. The table of backplane interfaces goes by this
-  // number alone, so that it must be another one for each interface of the whole cluster.
+  // Published as the interface's index; 0: the device's own index. Unique in the cluster, since it is the
+  // index of the table of backplane interfaces.
   uint32_t ifIndex = 0;
 
   bool operator==(const NeighbourConfig&) const = default;
-  // Whether it is the same neighbour over the same interface, however it is asked.
+  // Whether it is the same neighbour over the same interface; probe and ifIndex may differ.
   bool isSameLink(const NeighbourConfig& other) const {
     return member == other.member && interface == other.interface && device == other.device &&
            address == other.address;
@@ -46,27 +46,27 @@ struct Config {
   std::string store;  // "etcd:HOST:PORT[,...]/PREFIX"
   Kelstore::Etcd::Access access;
   uint32_t ttlSeconds = 15;
-  uint32_t intervalSeconds = 1;  // at most so often are changes written
+  uint32_t intervalSeconds = 1;  // between two transactions, at least
   uint32_t figuresIntervalSeconds = MachineFigures::kDefaultIntervalSeconds;
-  std::string indexFile;  // of mappings that are suggested; empty: none
+  std::string indexFile;  // keeps the indexes of suggested mappings; empty: none
   std::vector<NeighbourConfig> neighbours;
 };
 
 struct ParsedConfig {
-  Config config;                      // what could be read; to be used only when there are no errors
+  Config config;                      // usable only if there are no errors
   std::vector<std::string> errors;    // "PATH: neighbours[1]/address: found ..., expected ..."
-  std::vector<std::string> warnings;  // the same, of members that are not known
+  std::vector<std::string> warnings;  // the same, for unknown members
 };
 
-// The names of what differs and counts for a process from its start to its end.
+// The names of settings that differ and that a running process cannot change.
 std::vector<std::string> fixedDifferences(const Config& before, const Config& now);
 
-// An error, with what was found and expected, when the text names no store.
+// An error, with what was found and expected, if the text names no store.
 using CheckStore = std::function<absl::Status(const std::string&)>;
 
-// `path` is what messages begin with.
+// path: what messages begin with.
 ParsedConfig parseConfig(std::string_view text, const std::string& path, const CheckStore& checkStore);
-// A file that cannot be read is an error too.
+// Reads the file first; if that fails, it is an error like others.
 ParsedConfig readConfig(const std::string& path, const CheckStore& checkStore);
 
 }  // namespace Member

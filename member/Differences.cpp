@@ -10,7 +10,7 @@ namespace {
 using Kelstore::Path;
 using Holdings = LeaseStore::Holdings;
 
-// Whether others may publish such a path as well, and whoever was first does.
+// Whether several members may publish such a path; the first one does.
 bool isShared(const Path& path) { return Kelstore::specOf(path.kind).owner == Kelstore::Owner::firstMember; }
 
 }  // namespace

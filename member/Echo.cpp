@@ -23,7 +23,7 @@ absl::Status failedIn(const EchoTarget& target, pingobj_t* ping) {
       fmt::format("echo to {} on {}: {}{}", target.address, target.device, why, hint));
 }
 
-// liboping makes identifiers from numbers that all its objects share.
+// Under a lock, since liboping makes identifiers from state that all its objects share.
 int addHost(pingobj_t* ping, const std::string& address) {
   static std::mutex mutex;
   std::lock_guard lock(mutex);
@@ -32,8 +32,8 @@ int addHost(pingobj_t* ping, const std::string& address) {
 
 }  // namespace
 
-// Made anew for each request, since its socket is bound to the device that has the name now. Answers to an
-// earlier request have another identifier.
+// Each request has an object of its own, since the socket is bound to the device that has the name now.
+// Answers to earlier requests have other identifiers.
 absl::StatusOr<bool> PingProbe::ask(const EchoTarget& target) {
   std::unique_ptr<pingobj_t, Destroy> ping(ping_construct());
   if (!ping) return absl::ResourceExhaustedError("echo: out of memory");

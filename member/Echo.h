@@ -10,15 +10,15 @@ namespace Member {
 
 struct EchoTarget {
   std::string address;  // without a scope
-  std::string device;   // on which it is asked, and no other
+  std::string device;   // the request is sent on this device only
   std::chrono::milliseconds timeout{0};
 };
 
 class EchoProbe {
  public:
   virtual ~EchoProbe() = default;
-  // Waits for the answer, for as long as the target's timeout: whether there was one. Fails when the request
-  // cannot be sent. On any thread; several targets at the same time.
+  // Asks, and waits for the answer up to the target's timeout; whether there was one. An error: the request
+  // could not be sent. On any thread, for several targets at the same time.
   virtual absl::StatusOr<bool> ask(const EchoTarget& target) = 0;
 };
 

@@ -11,7 +11,7 @@ namespace {
 constexpr uint64_t kMaxUnits = std::numeric_limits<int32_t>::max();
 constexpr uint64_t kMaxUnitBytes = uint64_t{1} << 30;
 
-// By their numbers below hrStorageTypes.
+// Numbers below hrStorageTypes.
 enum class StorageType : uint8_t {
   other = 1,
   ram = 2,
@@ -29,7 +29,7 @@ Snmp::ObjectIdentifier oidOf(StorageType type) {
 
 }  // namespace
 
-// The kernel's counts of idle time may step back a little; nothing is made of that.
+// The kernel's idle time may step back a little.
 int16_t loadBetween(const ProcessorTime& before, const ProcessorTime& after) {
   if (after.total <= before.total) return kUnknownLoad;
   uint64_t total = after.total - before.total;

@@ -1,4 +1,4 @@
-// From what the machine tells to what it publishes of itself.
+// From the answers of the machine to published values.
 #pragma once
 
 #include <optional>
@@ -10,28 +10,28 @@
 
 namespace Member {
 
-// The load of a processor that is not known.
+// The load of a processor if it is not known.
 inline constexpr int16_t kUnknownLoad = -1;
 
-// Percent of the time between two looks that the processor was busy, rounded; unknown when no time has passed
-// between them by the processor's own count.
+// Percent of the time between two answers that the processor was busy, 0 to 100, rounded. kUnknownLoad if the
+// processor counted no time between them.
 int16_t loadBetween(const ProcessorTime& before, const ProcessorTime& after);
 
-// The processor's index: the kernel's numbers begin with 0, indexes in tables with 1.
+// The processor's index in tables. These begin with 1, the kernel's numbers with 0.
 inline uint32_t processorIndex(uint32_t number) { return number + 1; }
 
-// KiB, or the largest number there is for more.
+// An amount in KiB, limited to 2^32 - 1.
 uint32_t kib(uint64_t amount);
 
-// What is not buffers and what is not page cache is given, so that the total less such an amount is the size
-// of the buffers and of the page cache, as the total less the free amount is what is used.
+// nonBuffer and nonCache are the total without buffers and without page cache: total minus such an amount is
+// what a row shows as used, as it is with free.
 Kelstore::Memory memoryOf(const MemoryInUse& memory);
 
-// The kinds of memory that have a row, with the indexes by which their use is computed.
+// The mappings of the kinds of memory, by number. A mapping's index decides how the use is computed.
 std::vector<std::pair<int32_t, Kelstore::Mapping>> memoryMappings();
 
-// In larger units than the file system's own where the number of units would not fit an SNMP INTEGER. Nothing
-// when there is no room at all.
+// In larger units than the file system's if the number of units does not fit an SNMP INTEGER. Nothing if the
+// size is 0.
 std::optional<Kelstore::Storage> storageOf(Room room);
 
 // The registered hrStorageType of RFC 2790.

@@ -60,7 +60,7 @@ absl::StatusOr<StorageIndexes::ByMountPoint> indexesIn(const std::string& conten
   return indexes;
 }
 
-// Renames the file to a name that is not taken.
+// Renames the file to an unused name.
 absl::StatusOr<std::string> setAside(const std::string& path) {
   for (int number = 1; number <= kMaxSetAside; ++number) {
     std::string name = path + ".damaged" + (number == 1 ? "" : fmt::format(".{}", number));
@@ -90,10 +90,10 @@ absl::StatusOr<KeptIndexes> readIndexes(const std::string& path) {
 absl::Status writeIndexes(const std::string& path, const StorageIndexes::ByMountPoint& indexes) {
   std::filesystem::path directory = std::filesystem::path(path).parent_path();
   if (directory.empty()) directory = ".";
-  std::error_code ignored;  // what is wrong shows when the file is made
+  std::error_code ignored;  // an error shows when the file is created
   std::filesystem::create_directories(directory, ignored);
 
-  // Always the same name, so that one that was left behind, as by a loss of power, does not stay.
+  // Always the same name, so that a file that a loss of power left behind is removed.
   std::string fresh = path + ".new";
   unlink(fresh.c_str());
   Runtime::Descriptor file(open(fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
@@ -106,7 +106,7 @@ absl::Status writeIndexes(const std::string& path, const StorageIndexes::ByMount
     unlink(fresh.c_str());
     return errorOf(path, error);
   }
-  // The name, too, is to survive a loss of power.
+  // The new name, too, must survive a loss of power.
   Runtime::Descriptor entry(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (entry.opened()) fsync(entry.get());
   return absl::OkStatus();

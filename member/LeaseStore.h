@@ -1,8 +1,8 @@
-// What the publisher needs of the cluster's store: keys that live as long as a lease.
+// What the publisher needs of the store: keys that live as long as a lease.
 //
-// Every call waits for its answer, for a bounded time, on whatever thread it is made. A call that fails may
-// have been carried out all the same. renew() and revoke() may be called while another call waits. Errors are
-// one line; their codes count where it is said.
+// On any thread. Every call waits for its answer, for a bounded time; renew() and revoke() may be called
+// while another call waits. A call that fails may have been carried out. Errors are one line; only the codes
+// that are named below matter.
 #pragma once
 
 #include <absl/status/statusor.h>
@@ -25,7 +25,7 @@ class LeaseStore {
 
   struct Held {
     std::string text;
-    Lease lease = kNoLease;  // with which the key goes
+    Lease lease = kNoLease;  // of the key
     int64_t revision = 0;    // of its last change
     bool operator==(const Held&) const = default;
   };
@@ -35,7 +35,7 @@ class LeaseStore {
     Kelstore::Path path;
     std::optional<std::string> text;  // nothing: the key is deleted
   };
-  // The key is as it was at its last change.
+  // The revision of the key's last change.
   struct Precondition {
     Kelstore::Path path;
     int64_t revision = 0;  // 0: there is no such key
@@ -43,17 +43,18 @@ class LeaseStore {
 
   virtual ~LeaseStore() = default;
   virtual absl::StatusOr<Lease> grant(std::chrono::seconds ttl) = 0;
-  // NotFound: there is no such lease any more.
+  // NotFound: the lease has ended.
   virtual absl::Status renew(Lease lease) = 0;
-  // There may be no such lease any more.
+  // The lease may have ended.
   virtual absl::Status revoke(Lease lease) = 0;
-  // The keys below members/<member> and topology/<member>, and those of the interfaces.
+  // The keys below members/<member> and topology/<member>, and the keys of these interfaces.
   virtual absl::StatusOr<Holdings> list(uint8_t member, const std::vector<std::string>& interfaces) = 0;
-  // All changes in one revision, which is returned, or none of them. Aborted: a precondition does not hold.
-  // NotFound: there is no such lease any more. Requires: no path twice, at most kMaxChanges.
+  // Makes all changes in one revision, which it returns, or none. Aborted: a precondition does not hold.
+  // NotFound: the lease has ended. Requires: no path twice; at most kMaxChanges changes, and as many
+  // preconditions.
   virtual absl::StatusOr<int64_t> write(const std::vector<Change>& changes,
                                         const std::vector<Precondition>& preconditions, Lease lease) = 0;
-  // Who answered last, for people to read.
+  // The server that answered last, for people.
   virtual std::string endpoint() const = 0;
 
   static constexpr size_t kMaxChanges = 128;

@@ -4,7 +4,6 @@
 
 namespace Member {
 
-// Machines have few devices.
 std::optional<Device> LinkTable::find(const std::string& name) const {
   auto found = std::find_if(byIndex_.begin(), byIndex_.end(),
                             [&](const auto& entry) { return entry.second.name == name; });
@@ -12,16 +11,16 @@ std::optional<Device> LinkTable::find(const std::string& name) const {
   return found->second.device;
 }
 
-void LinkTable::allWillBeTold() {
-  for (auto& [index, entry] : byIndex_) entry.told = false;
+void LinkTable::listingBegins() {
+  for (auto& [index, entry] : byIndex_) entry.listed = false;
 }
 
-void LinkTable::allAreTold() {
-  std::erase_if(byIndex_, [](const auto& entry) { return !entry.second.told; });
+void LinkTable::listingEnds() {
+  std::erase_if(byIndex_, [](const auto& entry) { return !entry.second.listed; });
   known_ = true;
 }
 
-// A name that another device had is this one's now: that device was renamed or is gone, and it was missed.
+// If another device had the name, that device was renamed or is gone, and the message was missed.
 bool LinkTable::deviceIs(const std::string& name, const Device& device) {
   std::erase_if(byIndex_,
                 [&](const auto& entry) { return entry.second.name == name && entry.first != device.index; });

@@ -1,4 +1,5 @@
-// The network devices of this machine: their numbers, and whether they carry.
+// The network devices of this machine: their numbers, and whether they have carrier. On the event loop's
+// thread.
 #pragma once
 
 #include <cstdint>
@@ -19,23 +20,23 @@ struct Device {
 class Links {
  public:
   virtual ~Links() = default;
-  // Whether all devices are known; until then none is.
+  // Whether all devices are known. Before that, find() finds none.
   virtual bool known() const = 0;
-  // The device of that name; nothing when there is none.
+  // The device of that name; nothing: there is none.
   virtual std::optional<Device> find(const std::string& name) const = 0;
 };
 
-// The devices as messages tell of them, one after the other: by number, since a device may be renamed, and
-// by name, since that is what they are asked for.
+// The devices, as the kernel's messages describe them one by one. Kept by number, since a device may be
+// renamed.
 class LinkTable final : public Links {
  public:
   bool known() const override { return known_; }
   std::optional<Device> find(const std::string& name) const override;
 
-  // All devices are told from now on; those that are not, until allAreTold(), are gone.
-  void allWillBeTold();
-  void allAreTold();
-  // These return whether that is news.
+  // A listing of all devices begins and ends. A device that deviceIs() did not name in between is gone.
+  void listingBegins();
+  void listingEnds();
+  // These return whether anything changed.
   bool deviceIs(const std::string& name, const Device& device);
   bool deviceIsGone(uint32_t index);
 
@@ -43,7 +44,7 @@ class LinkTable final : public Links {
   struct Entry {
     std::string name;
     Device device;
-    bool told = true;  // since allWillBeTold()
+    bool listed = true;  // since listingBegins()
   };
 
   bool known_ = false;

@@ -23,7 +23,7 @@ namespace {
 
 using Runtime::errorOf;
 
-// libproc2 returns errors as negative numbers of errno.
+// libproc2 returns an error as a negative errno.
 absl::Status failedIn(std::string_view what, int result) {
   return errorOf(what, result < 0 ? -result : errno);
 }
@@ -38,7 +38,7 @@ bool isNumber(std::string_view name) {
   return !name.empty() && name.find_first_not_of("0123456789") == std::string_view::npos;
 }
 
-// who(1) leaves out those whose process is gone: nobody wrote their logout.
+// Without entries whose process is gone, like who(1): nobody recorded their logout.
 bool isSession(const utmpx& entry) {
   if (entry.ut_type != USER_PROCESS || entry.ut_user[0] == '\0') return false;
   return entry.ut_pid <= 0 || kill(entry.ut_pid, 0) == 0 || errno != ESRCH;
@@ -55,7 +55,7 @@ absl::StatusOr<double> LinuxMachine::uptime() {
 }
 
 absl::StatusOr<uint32_t> LinuxMachine::users() {
-  // Those who read entries are not told why there are none.
+  // getutxent() reports no errors, so the file is opened here first.
   int file = open(files_.utmp.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
   if (file < 0 && errno == ENOENT) return 0u;
   if (file < 0) return errorOf(files_.utmp, errno);
@@ -68,7 +68,7 @@ absl::StatusOr<uint32_t> LinuxMachine::users() {
   return sessions;
 }
 
-// Counted here, since libproc2 holds on to 256 KiB for every thread on which it lists processes.
+// Not with libproc2, which keeps 256 KiB for every thread on which it lists processes.
 absl::StatusOr<uint32_t> LinuxMachine::processes() {
   std::unique_ptr<DIR, Close> directory(opendir(files_.proc.c_str()));
   if (!directory) return errorOf(files_.proc, errno);
@@ -100,7 +100,7 @@ absl::StatusOr<std::vector<ProcessorTime>> LinuxMachine::processors() {
   int result = procps_stat_new(&opened);
   if (result < 0) return failedIn("/proc/stat", result);
   std::unique_ptr<stat_info, Close> info(opened);
-  // A guest's time is part of the user's.
+  // The user's time includes that of guests.
   std::array items = {STAT_TIC_ID,      STAT_TIC_USER,   STAT_TIC_NICE, STAT_TIC_SYSTEM, STAT_TIC_IRQ,
                       STAT_TIC_SOFTIRQ, STAT_TIC_STOLEN, STAT_TIC_IDLE, STAT_TIC_IOWAIT};
   constexpr size_t kFirstIdle = 7;

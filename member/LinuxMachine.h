@@ -1,5 +1,5 @@
-// The machine that this process runs on, as Linux tells of it: /proc through libproc2, the user accounting
-// database, the table of mounts through libmount. Holds nothing between questions.
+// LocalMachine on Linux: /proc through libproc2, the user accounting database, the mount table through
+// libmount. Keeps nothing between questions.
 #pragma once
 
 #include "member/LocalMachine.h"
@@ -9,7 +9,7 @@ namespace Member {
 
 class LinuxMachine final : public LocalMachine {
  public:
-  // Where what libproc2 does not read is found.
+  // Files that libproc2 does not read.
   struct Files {
     std::string proc = "/proc";
     std::string utmp = "/run/utmp";
@@ -21,13 +21,13 @@ class LinuxMachine final : public LocalMachine {
   explicit LinuxMachine(Files files) : files_(std::move(files)) {}
 
   absl::StatusOr<double> uptime() override;
-  // As who(1) counts them. Where no database is kept, there are none.
+  // As who(1) counts them; 0 if the machine keeps no database.
   absl::StatusOr<uint32_t> users() override;
   absl::StatusOr<uint32_t> processes() override;
   absl::StatusOr<MemoryInUse> memory() override;
   absl::StatusOr<std::vector<ProcessorTime>> processors() override;
   absl::StatusOr<std::vector<Mount>> mounts() override { return realMounts(files_.mounts, files_.sys); }
-  // As df(1) says it.
+  // As df(1) shows it.
   absl::StatusOr<Room> room(const Mount& mount) override { return roomOf(mount); }
 
  private:

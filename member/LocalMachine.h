@@ -1,8 +1,8 @@
-// What a machine tells of itself. One small question for each collector, so that each can be asked, and can
-// fail or hang, alone.
+// The machine that this process runs on, as it answers questions about itself. Each collector has a question
+// of its own, so that one that fails or hangs affects no other.
 //
-// Asked on any thread: different questions at the same time, the same one never twice at the same time. A
-// question may take long; it may never be answered.
+// On any thread. Different questions may be asked at the same time; one question is asked once at a time. An
+// answer may take long, or never come.
 #pragma once
 
 #include <absl/status/statusor.h>
@@ -17,12 +17,12 @@ namespace Member {
 struct MemoryInUse {
   uint64_t total = 0;
   uint64_t free = 0;
-  uint64_t available = 0;  // free, or reclaimable without swapping
+  uint64_t available = 0;  // free or reclaimable without swapping
   uint64_t buffers = 0;
-  uint64_t pageCache = 0;  // without reclaimable slabs, which some tools add to it
+  uint64_t pageCache = 0;  // without reclaimable slabs, which some tools include
 };
 
-// What a processor has done since the machine started, in ticks of the kernel.
+// Time since the machine started, in ticks of the kernel.
 struct ProcessorTime {
   uint32_t number = 0;  // the kernel's, from 0
   uint64_t busy = 0;
@@ -31,28 +31,28 @@ struct ProcessorTime {
 
 enum class MountKind : uint8_t { fixedDisk, removableDisk, compactDisc, ramDisk, flashMemory, networkDisk };
 
-// A file system that is mounted.
+// A mounted file system.
 struct Mount {
   std::string point;
   MountKind kind = MountKind::fixedDisk;
-  uint64_t id = 0;  // the kernel's; another one when something is mounted there anew
+  uint64_t id = 0;  // the kernel's; each mount has a new one, also at the same point
   bool operator==(const Mount&) const = default;
 };
 
-// How much there is room for, and how much of it is not used. Of no size: there is nothing to tell.
+// The size of a file system, and how much is free. Size 0: there is nothing to publish.
 struct Room {
   uint64_t unitBytes = 0;
   uint64_t size = 0;  // in units
   uint64_t free = 0;  // in units
 };
 
-// Errors are one line, such as "/run/utmp: Permission denied".
+// Error messages are one line, such as "/run/utmp: Permission denied".
 class LocalMachine {
  public:
   virtual ~LocalMachine() = default;
   // Seconds since the machine started.
   virtual absl::StatusOr<double> uptime() = 0;
-  // Sessions of users that are logged in.
+  // Sessions of logged-in users.
   virtual absl::StatusOr<uint32_t> users() = 0;
   virtual absl::StatusOr<uint32_t> processes() = 0;
   virtual absl::StatusOr<MemoryInUse> memory() = 0;
@@ -60,7 +60,8 @@ class LocalMachine {
   virtual absl::StatusOr<std::vector<ProcessorTime>> processors() = 0;
   // The mounted file systems that hold data, each at one mount point.
   virtual absl::StatusOr<std::vector<Mount>> mounts() = 0;
-  // May be asked for several mounts at the same time. Of no size when it is not to be reached under its name.
+  // Size 0 if the mount cannot be reached under its name any more. May be asked for several mounts at the
+  // same time.
   virtual absl::StatusOr<Room> room(const Mount& mount) = 0;
 };
 

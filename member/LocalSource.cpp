@@ -20,7 +20,7 @@ bool isHostResource(Kind kind) {
   return Kelstore::specOf(kind).entity == Kelstore::MemberEntity::hostResources;
 }
 
-// The storage mappings that sources have, as far as they count.
+// The storage mappings of the other sources that count.
 class Mappings {
  public:
   // Overrides what was added before.
@@ -35,7 +35,7 @@ class Mappings {
     for (const auto& [path, index] : indexOf_) pathsAt_[index].insert(path);
   }
   bool has(const Path& path) const { return indexOf_.contains(path); }
-  // Whether the index is one of theirs, for another row than that of the path.
+  // Whether one of them has the index, for another path than this one.
   bool take(uint32_t index, const Path& path) const {
     auto found = pathsAt_.find(index);
     return found != pathsAt_.end() && !found->second.contains(path);
@@ -52,10 +52,10 @@ LocalSource::LocalSource(const Settings& settings, std::shared_ptr<LocalMachine>
                          Kelstore::LayeredState& layers, Runtime::Io& io, const Zavro::Clock& clock)
     : layers_(layers),
       clock_(clock),
-      layer_(layers.layerIs([own = std::to_string(settings.member)](Kind kind, std::string_view first) {
+      layer_(layers.addLayer([own = std::to_string(settings.member)](Kind kind, std::string_view first) {
         return isHostResource(kind) && first == own;
       })),
-      mappingsLayer_(layers.lowestLayerIs()),
+      mappingsLayer_(layers.addLowestLayer()),
       figures_(settings, std::move(machine), io, clock, [this] { publish(); }) {}
 
 void LocalSource::publish() {

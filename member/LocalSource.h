@@ -1,9 +1,9 @@
-// The source `local`: this machine, as one member of the cluster, looked at in intervals.
+// The source `local`: this machine as one member of the cluster.
 //
-// It alone speaks for the host resources of its member: what sources before it say of them does not count, so
-// that a processor that goes offline is gone, whatever an example says of it. The storage mappings that it
-// makes up, on the other hand, count only where no other source has one. What could not be read at a look
-// stays as it was last known. On the event loop's thread; what is read is read off it.
+// It hides the host resources that earlier sources give for its member, so that a processor that goes offline
+// is gone although an example has it. Its own storage mappings are below all other sources: they count only
+// where no other source has one. A figure that cannot be read stays as it was. On the event loop's thread;
+// figures are read off it.
 #pragma once
 
 #include <memory>
@@ -19,12 +19,12 @@ class LocalSource final : public Kelstore::Source {
  public:
   using Settings = MachineFigures::Settings;
 
-  // Layers, io and clock outlive the source; the machine may be in use for longer, by a question that hangs.
+  // Layers, io and clock outlive the source. A question that hangs may use the machine for longer.
   LocalSource(const Settings& settings, std::shared_ptr<LocalMachine> machine, Kelstore::LayeredState& layers,
               Runtime::Io& io, const Zavro::Clock& clock);
 
   void start() override { figures_.start(); }
-  // Current while every collector works, partial while one does not.
+  // Once it is loaded: current while every collector works, else partial.
   Kelstore::SourceStatus status() const override;
 
  private:
@@ -35,11 +35,10 @@ class LocalSource final : public Kelstore::Source {
   Kelstore::LayeredState& layers_;
   const Zavro::Clock& clock_;
   const Kelstore::LayeredState::Layer layer_;
-  // The mappings are below what other sources say, so that a mapping of theirs is respected.
   const Kelstore::LayeredState::Layer mappingsLayer_;
   bool settled_ = false;
   uint64_t lastChangeUtcNs_ = 0;
-  std::set<int32_t> leftOut_;  // kinds of memory whose index is another source's, of which was told
+  std::set<int32_t> leftOut_;  // kinds of memory whose index another source has taken; logged
   MachineFigures figures_;
 };
 

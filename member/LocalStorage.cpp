@@ -51,11 +51,11 @@ std::unique_ptr<Collector> LocalStorage::collector(std::string name, Collector::
 void LocalStorage::look() {
   mounts_->collect();
   for (auto& [point, area] : areas_) area.collector->collect();
-  // What could not be kept at the last look may be kept at this one.
+  // Indexes that could not be written are tried again.
   if (keeper_ && !keeper_->asking()) attempted_ = kept_;
 }
 
-// An answer that comes for a mount that is gone is dropped with its collector.
+// A mount that is gone loses its collector, and with it a late answer.
 void LocalStorage::mountsAre(std::vector<Mount> mounts) {
   known_ = true;
   std::set<std::string> mounted;
@@ -67,7 +67,7 @@ void LocalStorage::mountsAre(std::vector<Mount> mounts) {
   }
 }
 
-// Another mount has another collector, as that of the one before may hang for ever.
+// A new mount has a new collector, since the old one may hang for ever.
 void LocalStorage::areaIs(const Mount& mount) {
   auto [at, appears] = areas_.try_emplace(mount.point);
   Area& area = at->second;
@@ -86,7 +86,7 @@ void LocalStorage::roomIs(const Mount& mount, const Room& room) {
   if (area.figures) area.row = mount.kind;
 }
 
-// The state names mount points in JSON, on one line.
+// Whether the state can name the mount point, in JSON and on one line.
 bool LocalStorage::nameable(const std::string& mountPoint) {
   std::string found;
   if (mountPoint.size() > kMaxPathBytes) {
@@ -109,7 +109,6 @@ std::map<std::string, Kelstore::Storage> LocalStorage::figures() const {
   return all;
 }
 
-// Until it is known which indexes were kept, none is given.
 std::vector<std::pair<std::string, Kelstore::Mapping>> LocalStorage::mappings(
     const StorageIndexes::Taken& taken) {
   std::vector<std::pair<std::string, Kelstore::Mapping>> all;

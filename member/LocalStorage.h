@@ -1,9 +1,8 @@
-// This machine's file systems: which are mounted, how much room each has, and which row each gets.
+// This machine's mounted file systems: their sizes, and the row of each.
 //
-// Each mount is looked at by a collector of its own, so that one that hangs is nobody else's trouble; it
-// keeps the figures that it had. A mount that is gone has neither figures nor a row any more, but its index
-// is kept for it, as are those of an earlier life of the process whose file of indexes can be read. On the
-// event loop's thread.
+// Each mount has a collector of its own. One that hangs keeps its figures and affects no other. A mount that
+// is gone has no figures and no row, but its index is kept for it; a file keeps the indexes over restarts. On
+// the event loop's thread.
 #pragma once
 
 #include <functional>
@@ -23,33 +22,33 @@ namespace Member {
 
 class LocalStorage final {
  public:
-  // indexFile: where indexes are kept; empty: nowhere. `told` is called when there is news. Io and clock
-  // outlive this.
+  // indexFile: keeps the indexes; empty: none. told: called after each answer of a collector, and when one
+  // begins to hang. Io and clock outlive this. A question that hangs may use the machine for longer.
   LocalStorage(std::shared_ptr<LocalMachine> machine, std::string indexFile, Runtime::Io& io,
                const Zavro::Clock& clock, std::function<void()> told);
 
-  // Asks which indexes were kept. Call it once, first.
+  // Reads the kept indexes. Call it once, first.
   void start();
-  // Asks for everything else, except for what is still asked for.
+  // Asks for mounts and sizes, except those that have no answer yet.
   void look();
-  // Whether the mounts are known, if only that there are none.
+  // Whether the mounts are known; there may be none.
   bool known() const { return known_; }
-  // The figures of each mount that are known, by mount point.
+  // The figures that are known, by mount point.
   std::map<std::string, Kelstore::Storage> figures() const;
-  // The row of each mount point that had figures since something is mounted there. `taken`: what others gave
-  // away.
+  // The row of each mount point that has had figures while something was mounted there. taken: indexes that
+  // other sources have. None before the kept indexes are known.
   std::vector<std::pair<std::string, Kelstore::Mapping>> mappings(const StorageIndexes::Taken& taken);
-  // Keeps the indexes, if there are new ones since the last attempt.
+  // Writes the indexes to the file if they differ from the last attempt.
   void keepIndexes();
 
-  // Those of the mounts and of the indexes included.
+  // All collectors, including those of the mount table and of the file of indexes.
   std::vector<const Collector*> collectors() const;
 
  private:
   struct Area {
     Mount mount;
     std::optional<Kelstore::Storage> figures;
-    std::optional<MountKind> row;  // since it had figures: of what kind it was then
+    std::optional<MountKind> row;  // the kind when it had figures; nothing: it never had
     std::unique_ptr<Collector> collector;
   };
 
@@ -69,11 +68,11 @@ class LocalStorage final {
   std::unique_ptr<Collector> mounts_;
   bool known_ = false;
   std::map<std::string, Area> areas_;  // by mount point, those that are mounted
-  std::set<std::string> unnameable_;   // mount points that are left out, of which was told
+  std::set<std::string> unnameable_;   // mount points that are left out; logged
 
   StorageIndexes indexes_;
   std::unique_ptr<Collector> keeper_;  // reads the file of indexes, then writes it; null without one
-  bool keptRead_ = false;              // it was read before an index was given
+  bool keptRead_ = false;              // it was read before the first index was given
   StorageIndexes::ByMountPoint attempted_;
   StorageIndexes::ByMountPoint kept_;
 };

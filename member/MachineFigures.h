@@ -1,8 +1,6 @@
-// What this machine has to say of itself: system, processors, memory and file systems, looked at in
-// intervals.
+// The figures of this machine, read in intervals: system, processors, memory and file systems.
 //
-// What could not be read at a look stays as it was last known. On the event loop's thread; what is read is
-// read off it.
+// A figure that cannot be read stays as it was. On the event loop's thread; figures are read off it.
 #pragma once
 
 #include <functional>
@@ -24,29 +22,29 @@ class MachineFigures final {
   static constexpr uint32_t kDefaultIntervalSeconds = 5;
   static constexpr uint32_t kMinIntervalSeconds = 1;
   static constexpr uint32_t kMaxIntervalSeconds = 3600;
-  // The second look comes sooner than later ones, as it takes two to know a load.
+  // The second look comes soon, since a load takes two.
   static constexpr uint64_t kSecondLookMs = 1000;
 
   struct Settings {
     uint8_t member = 1;
-    uint32_t intervalSeconds = kDefaultIntervalSeconds;
-    std::string indexFile;  // where indexes of mount points are kept; empty: nowhere
+    uint32_t intervalSeconds = kDefaultIntervalSeconds;  // between two looks
+    std::string indexFile;                               // keeps the indexes of mount points; empty: none
   };
 
-  // `told` is called on the loop when there is news; answers that come together are told together. Io and
-  // clock outlive this; the machine may be in use for longer, by a question that hangs.
+  // told: called on the loop after answers, once for those that come together, and when a question begins to
+  // hang. Io and clock outlive this. A question that hangs may use the machine for longer.
   MachineFigures(const Settings& settings, std::shared_ptr<LocalMachine> machine, Runtime::Io& io,
                  const Zavro::Clock& clock, std::function<void()> told);
 
   void start();
-  // Between two looks from now on; the next one comes after such a time. Requires: it was started.
+  // Sets the time between two looks; the next one comes after it, if it changed. Requires: it was started.
   void intervalIs(uint32_t seconds);
-  // Whether it was known once how every collector does.
+  // Whether every collector has answered, failed or hung once.
   bool heard() const { return heard_; }
-  // Whether the last look is over: no answer is missing, but for those that hang.
+  // Whether the last look is over: no answer is missing but of questions that hang.
   bool lookedAtAll() const;
-  // All that is known, with the time of day at this call. A figure of the system that was never known is 0,
-  // as the others are not to wait for it.
+  // All that is known, with the time of day at this call. A figure of the system that was never read is 0, so
+  // that the others need not wait for it.
   std::vector<Kelstore::Snapshot::Entry> entries() const;
   std::vector<const Collector*> collectors() const;
   LocalStorage& storage() { return storage_; }
@@ -76,7 +74,7 @@ class MachineFigures final {
   std::unique_ptr<Runtime::Io::Activity> news_;
   bool heard_ = false;
 
-  // What is known; absent until it was known once.
+  // Figures; nothing until the first answer.
   std::optional<double> uptimeSeconds_;
   std::optional<uint32_t> users_;
   std::optional<uint32_t> processes_;

@@ -31,7 +31,7 @@ bool isOneOf(std::string_view text, const std::array<std::string_view, kCount>& 
 
 std::string_view textOf(const char* text) { return text == nullptr ? "" : text; }
 
-// What libmount counts among the views of the kernel, but holds data.
+// File systems that hold data, although libmount counts them among the views of the kernel.
 constexpr std::array<std::string_view, 3> kHoldsData = {"overlay", "tmpfs", "virtiofs"};
 constexpr std::array<std::string_view, 2> kCompactDiscs = {"iso9660", "udf"};
 constexpr std::array<std::string_view, 3> kFlashMemory = {"jffs2", "ubifs", "yaffs2"};
@@ -47,7 +47,7 @@ bool holdsData(libmnt_fs* fs) {
   return isOneOf(type, kHoldsData) || mnt_fs_is_pseudofs(fs) == 0;
 }
 
-// The device, or the disk that it is a partition of.
+// Whether the device is removable, or the disk of which it is a partition.
 bool isRemovable(dev_t device, const std::string& sys) {
   if (major(device) == 0) return false;
   std::string block = fmt::format("{}/dev/block/{}:{}", sys, major(device), minor(device));
@@ -70,10 +70,10 @@ MountKind kindOf(libmnt_fs* fs, const std::string& sys) {
 struct Line {
   Mount mount;
   dev_t device;
-  size_t rootLength;  // of the part of the file system that is mounted
+  size_t rootLength;  // of the path that is mounted, within the file system
 };
 
-// By mount point, since what is mounted later covers what was there.
+// By mount point: a later mount covers the ones before.
 std::map<std::string, libmnt_fs*> topmost(libmnt_table* table) {
   std::map<std::string, libmnt_fs*> byTarget;
   std::unique_ptr<libmnt_iter, Free> at(mnt_new_iter(MNT_ITER_FORWARD));
@@ -88,7 +88,7 @@ bool ranksBefore(const Line& a, const Line& b) {
   return std::pair(a.rootLength, a.mount.id) < std::pair(b.rootLength, b.mount.id);
 }
 
-// The kernel's number of the mount that an open file is on; 0 when it does not say.
+// The kernel's id of the mount that an open file is on; 0 if it is not known.
 uint64_t mountIdOf(int file) {
   std::ifstream info(fmt::format("/proc/self/fdinfo/{}", file));
   for (std::string name; info >> name;) {
@@ -120,7 +120,7 @@ absl::StatusOr<std::vector<Mount>> realMounts(const std::string& mountInfo, cons
   return mounts;
 }
 
-// The name may be gone by now, or stand for another file system, or the mount may be covered by one above it.
+// By now the mount point may be gone, belong to another file system, or be covered by another mount.
 absl::StatusOr<Room> roomOf(const Mount& mount) {
   int file = open(mount.point.c_str(), O_PATH | O_CLOEXEC);
   if (file < 0 && (errno == ENOENT || errno == ENOTDIR)) return Room();

@@ -1,4 +1,4 @@
-// The file systems that are mounted on this machine, out of all that the kernel calls a mount.
+// The file systems that hold data, out of all that the kernel calls a mount. On any thread.
 #pragma once
 
 #include <string>
@@ -8,13 +8,12 @@
 
 namespace Member {
 
-// Those that hold data: not what is a view of the kernel, nor mounted below /proc or /sys, nor a trigger for
-// something that is yet to be mounted. Of several mounts on one another, the one on top; of several of one
-// file system, the one of the most of it, or else the oldest. `mountInfo` is a file such as
-// /proc/self/mountinfo, `sys` where sysfs is mounted.
+// Leaves out views of the kernel, mounts below /proc and /sys, and automount triggers. Of mounts on top of
+// each other the top one counts; of several of one file system the one that shows most of it, then the
+// oldest. mountInfo: a file such as /proc/self/mountinfo. sys: where sysfs is mounted.
 absl::StatusOr<std::vector<Mount>> realMounts(const std::string& mountInfo, const std::string& sys);
 
-// May hang, as long as the file system does.
+// Size 0 if the mount cannot be reached under its name. Hangs while the file system hangs.
 absl::StatusOr<Room> roomOf(const Mount& mount);
 
 }  // namespace Member

@@ -9,7 +9,7 @@ namespace {
 
 using Lumalog::kErrorLevel;
 constexpr int kChangeLevel = 1;
-// Intervals after which an echo should have come to its end, with or without an answer.
+// Intervals after which an echo without a result counts as not sent.
 constexpr int kOverdue = 3;
 
 Carrier carrierOf(const std::optional<Device>& device) {
@@ -57,8 +57,7 @@ void Neighbour::deviceIs(std::optional<Device> device) {
   tellChange(before);
 }
 
-// An echo that is still waited for is not asked for again; but for how long, nobody can say what the
-// neighbour is like.
+// No second echo is sent while one has no result.
 void Neighbour::ask() {
   next_ = io_.after(config_.probe.intervalMs, [this] { ask(); });
   if (asking_) {

@@ -1,6 +1,5 @@
-// One neighbour: what is known of the interface toward it, and whether it is reachable over that, found out
-// with echoes in intervals for as long as there is carrier. On the event loop's thread; echoes are waited for
-// off it, each on a thread of its own.
+// One neighbour: the state of the interface toward it, and whether it is reachable over that. While there is
+// carrier, echoes are sent in intervals. On the event loop's thread; each echo waits on a thread of its own.
 #pragma once
 
 #include <functional>
@@ -19,16 +18,16 @@ namespace Member {
 
 class Neighbour final {
  public:
-  // `changed` is called when the state is another one. Io and clock outlive this; the probe may be in use for
-  // longer, by an echo that is waited for.
+  // changed: called when the reachability state changes. Io and clock outlive this. An echo that waits may
+  // use the probe for longer.
   Neighbour(NeighbourConfig config, std::shared_ptr<EchoProbe> probe, Runtime::Io& io,
             const Zavro::Clock& clock, std::function<void()> changed);
   Neighbour(const Neighbour&) = delete;
   Neighbour& operator=(const Neighbour&) = delete;
 
-  // From now on this counts; what is known of the neighbour stays. Requires: it is the same link.
+  // Sets the configuration; what is known of the neighbour stays. Requires: isSameLink().
   void configIs(const NeighbourConfig& config);
-  // The device toward it, as it is now; nothing: there is none.
+  // Sets the state of the device; nothing: there is none.
   void deviceIs(std::optional<Device> device);
 
   const NeighbourConfig& config() const { return config_; }
@@ -47,9 +46,9 @@ class Neighbour final {
   std::optional<Device> device_;
   NeighbourReachability reachability_;
   std::unique_ptr<Runtime::Io::Activity> next_;
-  uint64_t round_ = 0;  // a new one with each change of the device; answers of earlier ones do not count
+  uint64_t round_ = 0;  // counts changes of the device; answers of earlier rounds do not count
   bool asking_ = false;
-  int overdue_ = 0;  // intervals since it was asked for
+  int overdue_ = 0;  // intervals since the echo was sent
   bool toldFailure_ = false;
   Runtime::OffLoop offLoop_{io_};
 };

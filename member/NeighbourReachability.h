@@ -1,21 +1,18 @@
-// Whether a neighbour is reachable over one interface: a state machine, fed with the interface's carrier and
-// with the outcome of echoes, one after the other. No I/O, no timers; time comes from the clock.
+// Whether a neighbour is reachable over one interface: a state machine whose inputs are the interface's
+// carrier and the results of echoes. No I/O, no timers. On one thread.
 //
-//   disabled      the interface is switched off: in the configuration, or administratively (IFF_UP)
-//   unreachable   no interface of that name, no carrier on it, or so many echoes lost in a row; also when
-//                 there is carrier again, until the neighbour answers
-//   initializing  the interface was found with carrier, or switched on with it, or echoes can be sent again,
-//                 and it is not decided yet whether the neighbour answers
+//   disabled      the interface is switched off, in the configuration or administratively (IFF_UP)
+//   unreachable   no such interface, no carrier, or lossesDown echoes lost in a row; when carrier is back, it
+//                 stays so until the neighbour answers
+//   initializing  the interface appeared or was switched on with carrier, or echoes can be sent again; it is
+//                 not decided yet whether the neighbour answers
 //   reachable     the neighbour answers
-//   degraded      the neighbour answers, but of the last echoes some were lost
-//   unknown       it cannot be found out: nothing is known of the interface yet, or echoes cannot be sent or
-//                 do not come to their end
+//   degraded      the neighbour answers, but windowLosses of the last `window` echoes were lost
+//   unknown       nothing is known of the interface yet, or echoes cannot be sent or have no result
 //
-// That carrier goes counts at once, as the administrative state does; that it is back counts for nothing
-// until echoes are answered, and these count with hysteresis, so that a link that flaps stays unreachable,
-// and one lost echo changes nothing. Losses count in a row for going down, within a window for being
-// degraded; from unreachable or initializing it takes answers in a row to come up; degraded ends when no echo
-// of the window was lost.
+// Loss of carrier and the administrative state count at once. Everything else has hysteresis, so that a link
+// that flaps stays unreachable and one lost echo changes nothing: a link comes up after answersUp answers in
+// a row, goes down after lossesDown losses in a row, and is no longer degraded when the window has no loss.
 #pragma once
 
 #include <cstdint>
@@ -38,26 +35,26 @@ class NeighbourReachability final {
 
   struct Settings {
     bool enabled = true;
-    uint32_t lossesDown = 3;    // lost in a row: unreachable; not sent in a row: unknown
-    uint32_t answersUp = 3;     // answered in a row: reachable
-    uint32_t window = 20;       // echoes that are looked back at
-    uint32_t windowLosses = 2;  // lost among them, and yet answered: degraded
+    uint32_t lossesDown = 3;    // echoes: lost in a row, unreachable; not sent in a row, unknown
+    uint32_t answersUp = 3;     // echoes answered in a row: reachable
+    uint32_t window = 20;       // the last echoes, whose losses count
+    uint32_t windowLosses = 2;  // lost among them: degraded
     bool operator==(const Settings&) const = default;
   };
 
   // The clock outlives this.
   NeighbourReachability(const Settings& settings, const Zavro::Clock& clock);
 
-  // From now on these count; what is known stays, unless it is switched on or off by them.
+  // Sets the settings. The state stays, unless they enable or disable the neighbour.
   void settingsIs(const Settings& settings);
   void carrierIs(Carrier carrier);
-  // Ignored unless there is carrier: it was sent before that went.
+  // Ignored unless probing().
   void echoIs(Echo echo);
 
   // Whether echoes are to be sent.
   bool probing() const { return settings_.enabled && carrier_ == Carrier::up; }
   State state() const { return state_; }
-  // When the state changed last, or this was made; in nanoseconds since 1970 UTC.
+  // When the state changed last, or this was created; since 1970 UTC.
   uint64_t lastChangeNs() const { return lastChangeNs_; }
 
  private:
@@ -73,8 +70,8 @@ class NeighbourReachability final {
   State state_;
   uint64_t lastChangeNs_;
   Echo last_ = Echo::answered;
-  uint32_t inRow_ = 0;       // echoes that ended as the last one
-  std::deque<bool> window_;  // of the last echoes, since the neighbour came up: whether it was lost
+  uint32_t inRow_ = 0;       // echoes in a row with the result last_
+  std::deque<bool> window_;  // whether each of the last echoes was lost, since the neighbour came up
 };
 
 }  // namespace Member

@@ -16,9 +16,9 @@ namespace {
 
 using Lumalog::kErrorLevel;
 
-constexpr size_t kBufferBytes = 1 << 15;  // what the kernel fills at most for one answer
+constexpr size_t kBufferBytes = 1 << 15;  // as much as the kernel puts into one answer
 
-// The attributes of a link that are of interest; it ends with the message.
+// The attributes of a link that are used. They point into the message.
 struct Attributes {
   const char* name = nullptr;
   const nlattr* carrier = nullptr;
@@ -45,14 +45,14 @@ int attributeIs(const nlattr* attribute, void* target) {
 NetlinkLinks::NetlinkLinks(std::function<void()> changed)
     : changed_(std::move(changed)), socket_(mnl_socket_open2(NETLINK_ROUTE, SOCK_CLOEXEC | SOCK_NONBLOCK)) {
   if (!socket_) throw std::runtime_error(Runtime::textOf(Runtime::errorOf("netlink", errno)));
-  // Told of changes before asked for all, so that none falls between.
+  // Bound before the listing begins, so that no change is missed in between.
   if (mnl_socket_bind(socket_.get(), RTMGRP_LINK, MNL_SOCKET_AUTOPID) < 0) {
     throw std::runtime_error(Runtime::textOf(Runtime::errorOf("netlink", errno)));
   }
-  askForAll();
+  listAll();
 }
 
-void NetlinkLinks::askForAll() {
+void NetlinkLinks::listAll() {
   std::array<char, 256> buffer{};
   nlmsghdr* request = mnl_nlmsg_put_header(buffer.data());
   request->nlmsg_type = RTM_GETLINK;
@@ -61,18 +61,18 @@ void NetlinkLinks::askForAll() {
   auto* link = static_cast<ifinfomsg*>(mnl_nlmsg_put_extra_header(request, sizeof(ifinfomsg)));
   link->ifi_family = AF_UNSPEC;
   missed_ = false;
-  asking_ = true;
-  table_.allWillBeTold();
+  listing_ = true;
+  table_.listingBegins();
   if (mnl_socket_sendto(socket_.get(), request, request->nlmsg_len) >= 0) return;
-  told(errno);
-  asking_ = false;
-  missed_ = true;  // asked again with the next news
+  logOnce(errno);
+  listing_ = false;
+  missed_ = true;  // the next message begins another listing
 }
 
 void NetlinkLinks::readable() {
   while (receive()) {
   }
-  if (missed_ && !asking_) askForAll();
+  if (missed_ && !listing_) listAll();
   if (!news_ || !table_.known()) return;
   news_ = false;
   changed_();
@@ -84,9 +84,9 @@ bool NetlinkLinks::receive() {
   if (received < 0) {
     if (errno == EAGAIN || errno == EWOULDBLOCK) return false;
     if (errno == EINTR) return true;
-    // More happened than the kernel keeps for us, or a message did not fit.
+    // The kernel dropped messages, or one did not fit.
     missed_ = true;
-    if (errno != ENOBUFS && errno != ENOSPC) told(errno);
+    if (errno != ENOBUFS && errno != ENOSPC) logOnce(errno);
     return errno == ENOBUFS || errno == ENOSPC;
   }
   int left = static_cast<int>(received);
@@ -98,7 +98,7 @@ bool NetlinkLinks::receive() {
 }
 
 void NetlinkLinks::take(const nlmsghdr* message) {
-  bool answer = asking_ && message->nlmsg_seq == sequence_ && message->nlmsg_pid != 0;
+  bool answer = listing_ && message->nlmsg_seq == sequence_ && message->nlmsg_pid != 0;
   // The devices changed while they were listed.
   if (answer && (message->nlmsg_flags & NLM_F_DUMP_INTR) != 0) missed_ = true;
   switch (message->nlmsg_type) {
@@ -106,7 +106,7 @@ void NetlinkLinks::take(const nlmsghdr* message) {
     case RTM_DELLINK:
       return takeLink(message);
     case NLMSG_DONE:
-      if (answer) allAreTold();
+      if (answer) listed();
       return;
     case NLMSG_ERROR:
       if (answer) takeError(message);
@@ -116,21 +116,22 @@ void NetlinkLinks::take(const nlmsghdr* message) {
   }
 }
 
-void NetlinkLinks::allAreTold() {
-  asking_ = false;
-  if (!missed_) table_.allAreTold();
+void NetlinkLinks::listed() {
+  listing_ = false;
+  if (!missed_) table_.listingEnds();
   news_ = true;
 }
 
 void NetlinkLinks::takeError(const nlmsghdr* message) {
   if (mnl_nlmsg_get_payload_len(message) < sizeof(nlmsgerr)) return;
   int error = -static_cast<const nlmsgerr*>(mnl_nlmsg_get_payload(message))->error;
-  asking_ = false;
+  listing_ = false;
   missed_ = true;
-  told(error);
+  logOnce(error);
 }
 
-// A port that leaves a bridge is told of as a link that goes, of the family of bridges: the device stays.
+// Only messages without an address family count: when a port leaves a bridge, the kernel reports a link of
+// the bridge family as deleted, and the device stays.
 void NetlinkLinks::takeLink(const nlmsghdr* message) {
   if (mnl_nlmsg_get_payload_len(message) < sizeof(ifinfomsg)) return;
   const auto* link = static_cast<const ifinfomsg*>(mnl_nlmsg_get_payload(message));
@@ -149,7 +150,7 @@ void NetlinkLinks::takeLink(const nlmsghdr* message) {
   news_ = table_.deviceIs(attributes.name, device) || news_;
 }
 
-void NetlinkLinks::told(int error) {
+void NetlinkLinks::logOnce(int error) {
   if (error == lastError_) return;
   lastError_ = error;
   traceHandle.trace(kErrorLevel, "{}", Runtime::textOf(Runtime::errorOf("netlink", error)));

@@ -1,7 +1,7 @@
-// The devices as the kernel tells of them, over netlink: all of them at the start, then every change. What
-// the kernel could not tell, since too much happened at once, is made up for by asking for all of them again.
+// The network devices over netlink: a listing at the start, then every change. When the kernel had to drop
+// messages, all devices are listed again.
 //
-// On the event loop's thread: whoever owns it watches fd() and calls readable().
+// On the event loop's thread. The owner watches fd() and calls readable().
 #pragma once
 
 #include <libmnl/libmnl.h>
@@ -16,12 +16,12 @@ namespace Member {
 
 class NetlinkLinks final : public Links {
  public:
-  // `changed` is called when all devices are known, and after every change from then on. Throws
-  // std::runtime_error, in one line, when the kernel has no such socket for us.
+  // changed: called once all devices are known, and after changes from then on. Throws std::runtime_error,
+  // one line, if the kernel gives no socket.
   explicit NetlinkLinks(std::function<void()> changed);
 
   int fd() const { return mnl_socket_get_fd(socket_.get()); }
-  // Takes what the kernel has told until now. Never waits.
+  // Handles the messages that have arrived. Never waits.
   void readable();
 
   bool known() const override { return table_.known(); }
@@ -32,23 +32,23 @@ class NetlinkLinks final : public Links {
     void operator()(mnl_socket* socket) const { mnl_socket_close(socket); }
   };
 
-  void askForAll();
-  // False when there is nothing to be read.
+  void listAll();
+  // False if there is nothing to read.
   bool receive();
   void take(const nlmsghdr* message);
   void takeLink(const nlmsghdr* message);
   void takeError(const nlmsghdr* message);
-  void allAreTold();
-  void told(int error);
+  void listed();
+  void logOnce(int error);
 
   std::function<void()> changed_;
   std::unique_ptr<mnl_socket, Close> socket_;
   LinkTable table_;
-  uint32_t sequence_ = 0;  // of the last request for all
-  bool asking_ = false;    // its answer is not complete yet
-  bool missed_ = false;    // something was missed since it was asked
-  bool news_ = false;      // of which was not told yet
-  int lastError_ = 0;      // of which was told
+  uint32_t sequence_ = 0;  // of the last listing
+  bool listing_ = false;   // it has not ended
+  bool missed_ = false;    // a message was lost since it began
+  bool news_ = false;      // changed_ is to be called
+  int lastError_ = 0;      // that was logged
 };
 
 }  // namespace Member

@@ -22,13 +22,13 @@ OwnState::OwnState(const Config& config, std::shared_ptr<LocalMachine> machine,
       io_(io),
       clock_(clock),
       changed_(std::move(changed)),
-      // Which rows mount points have is not this member's to say, so no indexes are kept.
+      // Storage mappings are the cluster's, so no indexes are kept here.
       figures_({config.member, config.figuresIntervalSeconds, ""}, std::move(machine), io, clock,
                [this] { looked(); }) {
-  for (const NeighbourConfig& neighbour : config_.neighbours) neighbours_.push_back(made(neighbour));
+  for (const NeighbourConfig& neighbour : config_.neighbours) neighbours_.push_back(makeNeighbour(neighbour));
 }
 
-std::unique_ptr<Neighbour> OwnState::made(const NeighbourConfig& neighbour) {
+std::unique_ptr<Neighbour> OwnState::makeNeighbour(const NeighbourConfig& neighbour) {
   return std::make_unique<Neighbour>(neighbour, probe_, io_, clock_, [this] { changed_(); });
 }
 
@@ -41,7 +41,7 @@ OwnState::NeighbourChanges OwnState::configIs(const Config& config) {
                               [&neighbour](const auto& one) { return one->config().isSameLink(neighbour); });
     if (found == before.end()) {
       ++changes.added;
-      neighbours_.push_back(made(neighbour));
+      neighbours_.push_back(makeNeighbour(neighbour));
     } else {
       ++((*found)->config() == neighbour ? changes.same : changes.changed);
       neighbours_.push_back(std::move(*found));
@@ -49,7 +49,7 @@ OwnState::NeighbourChanges OwnState::configIs(const Config& config) {
     }
   }
   changes.gone = before.size();
-  // They tell of changes, so that all of them are to be there.
+  // They call changed_, which reads all neighbours, so all of them must be there.
   for (size_t i = 0; i < neighbours_.size(); ++i) neighbours_[i]->configIs(config_.neighbours[i]);
   figures_.intervalIs(config_.figuresIntervalSeconds);
   linksChanged();
@@ -67,9 +67,8 @@ void OwnState::linksChanged() {
   changed_();
 }
 
-// All of a look is one change, unless an answer is missing for longer than an interval: then looks overlap,
-// and there may always be one that is not over. Looks are not exactly an interval apart, and the second comes
-// early.
+// The answers of a look are published together. If one is missing, the others wait for an interval at most.
+// The system's figures are due after half an interval already, since looks are not exactly an interval apart.
 void OwnState::looked() {
   uint64_t nowNs = clock_.monotonicNs();
   uint64_t intervalNs = config_.figuresIntervalSeconds * kNsPerSecond;

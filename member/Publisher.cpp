@@ -19,7 +19,7 @@ constexpr int kWriteLevel = 3;
 constexpr uint64_t kMsPerSecond = 1000;
 constexpr uint64_t kNsPerMs = 1'000'000;
 
-// One less than a transaction may have, as it may stand on as many keys as it changes and one more.
+// One less than a transaction may have, since it may have one more precondition than changes.
 constexpr size_t kMaxChanges = LeaseStore::kMaxChanges - 1;
 
 }  // namespace
@@ -34,7 +34,7 @@ Publisher::Publisher(Settings settings, std::shared_ptr<LeaseStore> store, Runti
   tellStatus();
 }
 
-// From outside.
+// The content and the end.
 
 void Publisher::contentIs(const std::vector<Kelstore::Snapshot::Entry>& entries) {
   Content content;
@@ -51,7 +51,7 @@ void Publisher::configured(const std::vector<std::string>& interfaces, uint32_t 
   for (const std::string& interface : interfaces) {
     if (std::find(known.begin(), known.end(), interface) != known.end()) continue;
     known.push_back(interface);
-    holdings_.reset();  // what the store has for it is to be seen
+    holdings_.reset();  // the key may be in the store already
   }
 }
 
@@ -74,7 +74,7 @@ void Publisher::enter(State state, uint64_t forMs) {
 }
 
 void Publisher::elapsed() {
-  if (state_ == State::standingBy) return look();
+  if (state_ == State::standby) return look();
   if (ending()) {
     return over(absl::DeadlineExceededError(fmt::format("no answer for {} s", kEndingMs / kMsPerSecond)));
   }
@@ -112,7 +112,7 @@ void Publisher::granted(Lease lease) {
 
 void Publisher::list() {
   readInState(State::listing, [this, lease = owners_.self](LeaseStore::Holdings holdings) {
-    // Without the lease under which it was asked for it says nothing.
+    // If the lease has ended meanwhile, our keys are gone, and the answer is old.
     if (lease != owners_.self) return step();
     listed(std::move(holdings));
   });
@@ -152,12 +152,12 @@ void Publisher::standBy(Lease other) {
   waitForOther(other);
 }
 
-// The store has just been read, and nothing else is asked of it meanwhile.
+// The store has just answered, so no trouble is left; nothing else is asked of it on standby.
 void Publisher::waitForOther(Lease other) {
   worked(Trouble::call);
   worked(Trouble::renewal);
   rival_ = other;
-  enter(State::standingBy, settings_.ttlSeconds * kMsPerSecond);
+  enter(State::standby, settings_.ttlSeconds * kMsPerSecond);
 }
 
 void Publisher::look() {
@@ -212,13 +212,13 @@ void Publisher::write() {
 
 void Publisher::writeRefused(const absl::Status& error) {
   if (absl::IsNotFound(error)) return leaseIsGone();
-  // Somebody else wrote: to be seen who, and what.
+  // Somebody else wrote; the next listing shows who, and what.
   holdings_.reset();
 }
 
 void Publisher::written(const std::vector<LeaseStore::Change>& changes, int64_t revision) {
   worked(Trouble::call);
-  // It is not the store that it was.
+  // A lower revision than before: the store was restored.
   if (revision < std::exchange(revision_, revision)) return holdings_.reset();
   if (!holdings_) return;
   for (const LeaseStore::Change& change : changes) {
@@ -230,7 +230,7 @@ void Publisher::written(const std::vector<LeaseStore::Change>& changes, int64_t 
   }
 }
 
-// Tells of each once, for as long as it is somebody else's, and has it looked at again.
+// Logs each foreign interface once, and has the store read again when its lease may have ended.
 void Publisher::noteForeign() {
   auto foreign = [this](const Kelstore::Path& path) { return isForeign(path, *holdings_, owners_); };
   std::erase_if(foreign_, [&foreign](const Kelstore::Path& path) { return !foreign(path); });
@@ -245,7 +245,7 @@ void Publisher::noteForeign() {
   }
 }
 
-// Renewals go on whatever the state is.
+// Renewals, in every state that has a lease.
 
 void Publisher::renewAfter(uint64_t milliseconds) {
   nextRenewal_ = io_.after(milliseconds, [this] { renew(); });
@@ -291,7 +291,7 @@ void Publisher::giveBack() {
                [this](const absl::Status& answer) { over(answer); });
 }
 
-// What is answered later is of no interest any more.
+// A later answer has no effect.
 void Publisher::over(const absl::Status& error) {
   if (state_ == State::ended) return;
   enter(State::ended);
@@ -301,7 +301,7 @@ void Publisher::over(const absl::Status& error) {
   ended_();
 }
 
-// The store, and how it does.
+// Calls of the store, and its trouble.
 
 template <class Answer>
 void Publisher::call(std::function<absl::StatusOr<Answer>(LeaseStore&)> ask, std::function<void(Answer)> take,
@@ -317,14 +317,15 @@ void Publisher::call(std::function<absl::StatusOr<Answer>(LeaseStore&)> ask, std
 
 void Publisher::callFailed(const absl::Status& error) {
   if (ending()) return step();
-  // It may have been carried out.
+  // The call may have been carried out.
   holdings_.reset();
   writableNs_ = 0;
   failed(error, Trouble::call);
-  enter(state_ == State::looking ? State::standingBy : State::retrying, backoff_.nextMs());
+  enter(state_ == State::looking ? State::standby : State::retrying, backoff_.nextMs());
 }
 
-// A store that can be read but not written does not work, nor does one that takes no renewals.
+// Only what failed can end the trouble: a store that accepts renewals but no writes does not work, and vice
+// versa.
 void Publisher::worked(Trouble trouble) {
   if (trouble == Trouble::call) backoff_.reset();
   if (trouble_ != trouble) return;
@@ -361,7 +362,7 @@ std::string Publisher::status() const {
   if (ending()) return "ending";
   if (trouble_) return fmt::format("the store cannot be used: {}", error_);
   if (state_ == State::silent) return "waiting for this machine's figures";
-  if (state_ == State::standingBy || state_ == State::looking) {
+  if (state_ == State::standby || state_ == State::looking) {
     return fmt::format("standing by, as another publisher has member {}, under lease {:x}", settings_.member,
                        rival_);
   }

@@ -22,7 +22,7 @@ uint32_t StorageIndexes::indexOf(const std::string& mountPoint, const Taken& tak
   return index;
 }
 
-// Goes on after the largest, so that an index is not given to a second mount point soon.
+// After the largest index, so that an index is not soon given to another mount point.
 uint32_t StorageIndexes::newIndex(const std::string& mountPoint, const Taken& taken) const {
   uint32_t index = given_.empty() ? kFirst : std::max(kFirst, *given_.rbegin() + 1);
   while (index > kLast || given_.contains(index) || taken(index, mountPoint)) {

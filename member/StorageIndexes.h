@@ -1,4 +1,4 @@
-// Which row of the storage table each mount point has: indexes that were given once stay.
+// The storage index of each mount point. It stays, unless another source takes it.
 #pragma once
 
 #include <cstdint>
@@ -12,21 +12,20 @@ namespace Member {
 class StorageIndexes {
  public:
   using ByMountPoint = std::map<std::string, uint32_t>;
-  // Whether somebody else has the index for another row than that of the mount point.
+  // Whether another source uses the index, for another row than that of the mount point.
   using Taken = std::function<bool(uint32_t index, const std::string& mountPoint)>;
 
-  // What is below is left to kinds of memory and to those who give indexes by hand.
+  // Lower indexes are for kinds of memory, and for operators.
   static constexpr uint32_t kFirst = 1001;
   static constexpr uint32_t kLast = 2147483647;  // the largest hrStorageIndex
-  // How many mount points are remembered, unless more of them are there.
+  // How many mount points are remembered, unless more are mounted.
   static constexpr size_t kMaxMountPoints = 4096;
 
-  // Those of an earlier life. Requires: no index occurs twice.
+  // Sets the indexes that were kept. Requires: no index occurs twice.
   void known(ByMountPoint indexes);
-  // The mount point's index; a new one when it has none yet, or somebody else has taken it.
+  // The mount point's index; a new one if it has none yet, or another source has taken it.
   uint32_t indexOf(const std::string& mountPoint, const Taken& taken);
-  // Forgets what is more than is remembered, of the mount points that are gone, the smallest indexes first:
-  // those were given first.
+  // Beyond kMaxMountPoints, forgets mount points that are gone, those with the smallest indexes first.
   void forget(const std::function<bool(const std::string& mountPoint)>& gone);
   const ByMountPoint& all() const { return byMountPoint_; }
 

@@ -18,7 +18,7 @@ class NoWaker final : public Runtime::Io::Waker {
   void wake() override {}
 };
 
-// No loop turns: work that is handed over is done when it is asked for, and time does not pass.
+// There is no loop: workAll() does the work, and no timer fires.
 class NoLoop final : public Runtime::Io {
  public:
   std::unique_ptr<Activity> watch(const std::string& /*path*/, std::function<void()> /*changed*/) override {
@@ -65,7 +65,7 @@ absl::StatusOr<Kelstore::Values> suggestedMappings(std::shared_ptr<LocalMachine>
   }
   storage.keepIndexes();
   io.workAll();
-  // A mount of which nothing is known is left out, and was told of.
+  // A mount whose collector failed is left out; the collector has logged it.
   for (const Collector* collector : storage.collectors()) {
     bool essential = collector->status().name == "mounts" || collector->status().name == "indexes";
     const std::string& error = collector->status().error;

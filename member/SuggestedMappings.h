@@ -1,5 +1,5 @@
-// The storage mappings that this machine would have in a cluster, for an operator to look through and import:
-// they are the whole cluster's, so no member publishes them.
+// The storage mappings that suit this machine, for an operator to check and import. Mappings belong to the
+// whole cluster, so no member publishes them.
 #pragma once
 
 #include <absl/status/statusor.h>
@@ -13,9 +13,9 @@
 
 namespace Member {
 
-// Those of the kinds of memory, and of the file systems that are mounted now. Mount points have the indexes
-// that the file keeps for them, and new ones are kept there; an empty path: nowhere. Waits for each answer of
-// the machine. An error is one line.
+// Mappings for the kinds of memory, and for the file systems that are mounted now. indexFile: keeps the
+// indexes of mount points, also new ones; empty: none. Waits for each answer of the machine. An error is one
+// line.
 absl::StatusOr<Kelstore::Values> suggestedMappings(std::shared_ptr<LocalMachine> machine,
                                                    const std::string& indexFile, const Zavro::Clock& clock);
 

@@ -1,4 +1,4 @@
-// Traces of this room.
+// The handle of this room's traces.
 #pragma once
 
 #include "platform/lumalog/Lumalog.h"

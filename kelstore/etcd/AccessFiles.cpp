@@ -22,7 +22,7 @@ absl::Status wrong(const std::string& path, std::string_view what) {
   return absl::FailedPreconditionError(fmt::format("{}: {}", path, what));
 }
 
-// What another user may read, or has put there.
+// Why the file cannot hold a secret; empty if it can.
 std::string wrongWithSecret(const struct stat& about) {
   if (about.st_uid != geteuid() && about.st_uid != 0) {
     return fmt::format("found a file of the user {}, expected one of the user {} or of root", about.st_uid,
@@ -45,7 +45,7 @@ absl::StatusOr<std::string> content(const std::string& path, Holds holds) {
   return text;
 }
 
-// The file's content; an empty path has none.
+// Sets `target` to the file's content; leaves it alone if the path is empty.
 absl::Status pemIs(const std::string& path, Holds holds, std::string& target) {
   if (path.empty()) return absl::OkStatus();
   absl::StatusOr<std::string> text = content(path, holds);
@@ -55,7 +55,7 @@ absl::Status pemIs(const std::string& path, Holds holds, std::string& target) {
   return absl::OkStatus();
 }
 
-// The member, when it is a non-empty string.
+// The member if it is a non-empty string; else null.
 const std::string* textOf(const Json& json, const char* name) {
   auto found = json.find(name);
   const std::string* text = found == json.end() ? nullptr : found->get_ptr<const std::string*>();
@@ -68,7 +68,7 @@ absl::StatusOr<Credentials> readCredentials(const Access& access) {
   const std::string& path = access.credentialsFile;
   absl::StatusOr<std::string> text = content(path, Holds::aSecret);
   if (!text.ok()) return text.status();
-  // Not the parser's message, nor what was found: they would show a part of the password.
+  // The parser's message would show a part of the password.
   Json json = Json::parse(*text, nullptr, /*allow_exceptions=*/false);
   constexpr const char* kExpected = R"(expected {"user": "...", "password": "..."})";
   if (!json.is_object()) return wrong(path, kExpected);

@@ -1,5 +1,5 @@
-// Reads the files that it takes to be let in by etcd. For threads that nobody waits for: the files may be on
-// a file system that hangs.
+// Reads the files that are needed to authenticate to etcd. On threads that nobody waits for: the files may be
+// on a file system that hangs.
 #pragma once
 
 #include <absl/status/statusor.h>
@@ -15,17 +15,16 @@ struct Credentials {
   std::string password;
 };
 
-// Contents of the PEM files, empty where there is none.
+// Contents of the PEM files; empty where `Access` names none.
 struct Certificates {
   std::string ca, cert, key;
 };
 
-// Errors are one line that begins with the file's name; no content of a file is part of it.
+// Errors are one line that begins with the file's name, and hold no content of the file.
 absl::StatusOr<Credentials> readCredentials(const Access& access);
 absl::StatusOr<Certificates> readCertificates(const Access& access);
 
-// For the start of a program: an error when one of the files cannot be used, or a certificate has no key or a
-// key no certificate.
+// For the start of a program: an error if a file cannot be used, or only one of certificate and key is given.
 absl::Status checkAccess(const Access& access);
 
 }  // namespace Kelstore::Etcd

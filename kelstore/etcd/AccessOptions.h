@@ -1,4 +1,4 @@
-// The options of a command line that say who one is to a store's servers.
+// The command line options for authenticating to etcd.
 #pragma once
 
 #include "kelstore/etcd/Access.h"
@@ -9,8 +9,7 @@ class App;
 
 namespace Kelstore::Etcd {
 
-// Adds --etcd-ca, --etcd-cert, --etcd-key and --etcd-credentials, which set `access`; it outlives the
-// parsing.
+// Adds --etcd-ca, --etcd-cert, --etcd-key and --etcd-credentials. Parsing sets `access`.
 void describeAccess(CLI::App& app, Access& access);
 
 }  // namespace Kelstore::Etcd

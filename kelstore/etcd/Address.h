@@ -1,4 +1,4 @@
-// Where a store is: the servers of an etcd cluster, and the prefix of its keys that is ours.
+// Where a store is: the servers of an etcd cluster, and the prefix of our keys.
 #pragma once
 
 #include <absl/status/statusor.h>
@@ -15,14 +15,13 @@ struct Address {
   std::vector<std::string> endpoints;  // "host:port", "[::1]:port"; never empty
   std::string prefix;                  // not empty, does not end in "/"
 
-  // As parseAddress() takes it.
+  // The text that parseAddress() accepts.
   std::string text() const;
 };
 
-// The address that `HOST:PORT[,HOST:PORT...]/PREFIX` says; an IPv6 address stands in brackets. The prefix is
-// what follows the first slash, as it is written, but for slashes at its end: with `h:2379/trel` a key is
-// `trel/members/1/system`, with `h:2379//trel` it is `/trel/members/1/system`. An error says what was found
-// and what was expected.
+// Parses `HOST:PORT[,HOST:PORT...]/PREFIX`; an IPv6 address is in brackets. The prefix is all that follows
+// the first slash, without slashes at its end: with `h:2379/trel` a key is `trel/members/1/system`, with
+// `h:2379//trel` it is `/trel/members/1/system`. An error says what was found and what was expected.
 absl::StatusOr<Address> parseAddress(std::string_view text);
 
 // The same for `etcd:HOST:PORT[,HOST:PORT...]/PREFIX`.

@@ -1,4 +1,4 @@
-// What a program may ask of an etcd cluster's keys; Client.h does it. Requests and answers, without gRPC.
+// Calls on the keys of an etcd cluster, without gRPC. Client.h implements them.
 #pragma once
 
 #include <absl/status/statusor.h>
@@ -30,10 +30,10 @@ struct Op {
 struct Deletion {
   int64_t revision = 0;
   int64_t keys = 0;
-  bool repeated = false;  // an endpoint that did not answer may have deleted more keys
+  bool repeated = false;  // an earlier attempt, without an answer, may have deleted keys that are not counted
 };
 
-// What must be so for a transaction to be carried out.
+// What must be true of a key for a transaction to be carried out: the revision of its last change.
 struct Precondition {
   std::string key;
   int64_t modRevision = 0;  // 0: there is no such key
@@ -42,17 +42,18 @@ struct Precondition {
 // For one thread at a time. Errors are one line; Client.h says what their codes mean.
 class Calls {
  public:
-  // As many operations as etcd takes in one transaction unless it is told otherwise.
+  // Operations in one transaction, by etcd's default configuration.
   static constexpr size_t kMaxTxnOps = 128;
 
   virtual ~Calls() = default;
 
   virtual absl::StatusOr<Listing> range(const KeyRange& keys) = 0;
-  // These return the revision of the change; where there was nothing to delete, the latest.
+  // put(), del() and txn() return the revision of the change; del() the latest one if there was nothing to
+  // delete. lease: with which the key goes; 0: none.
   virtual absl::StatusOr<int64_t> put(const std::string& key, const std::string& value, int64_t lease) = 0;
   virtual absl::StatusOr<Deletion> del(const KeyRange& keys) = 0;
-  // All of them in one revision, or none; none when a precondition does not hold. Requires: no key twice, at
-  // most kMaxTxnOps operations and as many preconditions.
+  // Carries out all operations in one revision, or none. Aborted: a precondition does not hold. Requires: no
+  // key twice, at most kMaxTxnOps operations, and as many preconditions at most.
   virtual absl::StatusOr<int64_t> txn(const std::vector<Op>& ops,
                                       const std::vector<Precondition>& preconditions) = 0;
 };

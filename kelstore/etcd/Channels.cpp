@@ -26,8 +26,8 @@ int milliseconds(Duration duration) {
   return static_cast<int>(std::chrono::duration_cast<std::chrono::milliseconds>(duration).count());
 }
 
-// What the library has to say on standard error comes as an error of the call as well. Whoever wants to read
-// it all the same sets its variable.
+// Turns off the library's log on standard error: calls return the same errors. Its environment variable turns
+// it on again.
 void beQuiet() {
   static const bool done = [] {
     if (std::getenv("GRPC_VERBOSITY") == nullptr) gpr_set_log_function([](gpr_log_func_args* /*line*/) {});
@@ -41,14 +41,13 @@ grpc::ChannelArguments arguments() {
   arguments.SetInt(GRPC_ARG_KEEPALIVE_TIME_MS, milliseconds(kKeepaliveTime));
   arguments.SetInt(GRPC_ARG_KEEPALIVE_TIMEOUT_MS, milliseconds(kKeepaliveTimeout));
   arguments.SetInt(GRPC_ARG_KEEPALIVE_PERMIT_WITHOUT_CALLS, 0);
-  // A watch on which nothing happens is asked for ever.
+  // A quiet watch is pinged for ever.
   arguments.SetInt(GRPC_ARG_HTTP2_MAX_PINGS_WITHOUT_DATA, 0);
   arguments.SetInt(GRPC_ARG_INITIAL_RECONNECT_BACKOFF_MS, kMinReconnectMs);
   arguments.SetInt(GRPC_ARG_MIN_RECONNECT_BACKOFF_MS, kMaxConnectMs);
   arguments.SetInt(GRPC_ARG_MAX_RECONNECT_BACKOFF_MS, kMaxReconnectMs);
   arguments.SetInt(GRPC_ARG_USE_LOCAL_SUBCHANNEL_POOL, 1);
-  // The store is reached directly, whatever the environment has for web browsers, and a name is looked up for
-  // its addresses only.
+  // No proxy from the environment; and names are looked up for addresses only.
   arguments.SetInt(GRPC_ARG_ENABLE_HTTP_PROXY, 0);
   arguments.SetInt(GRPC_ARG_SERVICE_CONFIG_DISABLE_RESOLUTION, 1);
   arguments.SetMaxReceiveMessageSize(kMaxMessageBytes);
@@ -74,7 +73,7 @@ bool says(const grpc::Status& status, std::string_view text) {
   return status.error_message().find(text) != std::string::npos;
 }
 
-// Whether the token is not, or no longer, a valid one.
+// Whether the server does not, or no longer, accept the token.
 bool tokenRefused(const grpc::Status& status) {
   return status.error_code() == grpc::StatusCode::UNAUTHENTICATED ||
          says(status, "revision of auth store is old") || says(status, "user name is empty");
@@ -111,7 +110,7 @@ absl::StatusOr<LoggedIn> logIn(const std::string& endpoint, const Access& access
   etcdserverpb::AuthenticateResponse response;
   grpc::Status status = etcdserverpb::Auth::NewStub(channel)->Authenticate(&context, request, &response);
   if (status.ok()) return LoggedIn{std::move(channel), response.token()};
-  // Then it asks nobody who they are.
+  // Such a server needs no token.
   if (says(status, "authentication is not enabled")) return LoggedIn{std::move(channel), ""};
   if (!says(status, "authentication failed")) return asStatus(endpoint, status);
   return absl::UnauthenticatedError(fmt::format("{}: user {} of {} was refused", endpoint,

@@ -1,4 +1,4 @@
-// Connections to etcd servers, for the blocking client and the follower. Any thread.
+// Connections to etcd servers, for the blocking client and the follower. On any thread.
 #pragma once
 
 #include <absl/status/statusor.h>
@@ -14,51 +14,49 @@
 
 namespace Kelstore::Etcd {
 
-// How long a server that went silent is believed in: it is asked for a sign of life after kKeepaliveTime
-// without traffic while a call is open, and the connection ends kKeepaliveTimeout later. etcd closes the
-// connections of those who ask more often than every 5 s, or while no call is open.
+// A silent server is pinged after kKeepaliveTime without traffic while a call is open; without an answer, the
+// connection ends kKeepaliveTimeout later. etcd closes connections on which pings come more often than every
+// 5 s, or while no call is open.
 inline constexpr std::chrono::seconds kKeepaliveTime(10);
 inline constexpr std::chrono::seconds kKeepaliveTimeout(5);
-// The longest message that is taken: one value at least, as etcd has none of more than 10 MiB. Whoever reads
-// many asks for fewer at a time when they are more.
+// The longest message that is accepted. etcd has no value of more than 10 MiB, so one value always fits.
 inline constexpr int kMaxMessageBytes = 16 << 20;
 
-// A channel to one endpoint ("host:port"), which shares no connection with another channel; it connects with
-// the first call on it. FailedPrecondition when a certificate or key cannot be read.
+// A channel to one endpoint ("host:port"), which shares no connection with another channel. It connects with
+// its first call. FailedPrecondition: a certificate or key cannot be read.
 absl::StatusOr<std::shared_ptr<grpc::Channel>> makeChannel(const std::string& endpoint, const Access& access);
 
 struct LoggedIn {
   std::shared_ptr<grpc::Channel> channel;
-  std::string token;  // for calls on it; empty: they need none
+  std::string token;  // for calls on the channel; empty: they need none
 };
 
-// A channel to the endpoint, unless there is one already, and a token for the user of the credentials file,
-// when there is such a file. Reads files, calls `filesRead`, and then asks the server, within the context.
-// FailedPrecondition when a file cannot be used, Unauthenticated when the server refuses the name or the
-// password. For threads that may wait.
+// Makes a channel to the endpoint, if `channel` is null, and gets a token if there is a credentials file.
+// Reads files, calls `filesRead`, and then asks the server, with `context`. FailedPrecondition: a file cannot
+// be used. Unauthenticated: the server refuses the name or the password. For threads that may wait.
 absl::StatusOr<LoggedIn> logIn(const std::string& endpoint, const Access& access,
                                std::shared_ptr<grpc::Channel> channel, grpc::ClientContext& context,
                                const std::function<void()>& filesRead = {});
 
-// What every call says of itself: its token, and that a server which knows no leader must not answer it from
-// what it remembers, nor let a watch wait for one.
+// Adds what every call needs: its token, and the request that a server without a leader fails the call,
+// instead of answering from old state or letting a watch wait.
 void addMetadata(grpc::ClientContext& context, const std::string& token);
 
-// Whether a call whose token was refused is to be made once more, after another logIn(). One object for a
-// call, or for the calls of a connection.
+// Whether to log in again and repeat a call, because its token was refused. One object for a call, or for the
+// calls of a connection.
 class TokenRenewal final {
  public:
-  // `status` is what the call came to. Never true twice without a call in between that came to success.
+  // status: the call's result. Not true a second time before a call succeeded.
   bool dueAfter(const Access& access, const grpc::Status& status);
 
  private:
   bool renewed_ = false;
 };
 
-// Whether the server knew no leader, and so carried out nothing of the call.
+// Whether the server had no leader; it carried out nothing of the call then.
 bool refusedWithoutLeader(const grpc::Status& status);
 
-// The same code, with a message of one line that begins with the endpoint.
+// The same code, and a message of one line that begins with the endpoint.
 absl::Status asStatus(const std::string& endpoint, const grpc::Status& status);
 
 }  // namespace Kelstore::Etcd

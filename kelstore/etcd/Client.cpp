@@ -20,8 +20,7 @@ namespace Rpc = etcdserverpb;
 using Clock = std::chrono::system_clock;  // gRPC's deadlines are of this one
 using Channel = std::shared_ptr<grpc::Channel>;
 
-// How often a listing is begun again because its revision was compacted away, or the endpoints turned out to
-// be of different clusters, meanwhile.
+// How often a listing is tried whose revision is compacted, or whose pages come from different clusters.
 constexpr int kListingTries = 5;
 
 // Whether another endpoint may answer instead.
@@ -51,20 +50,20 @@ class Client::Impl {
   }
 
   absl::Status call(const Attempt& attempt) {
-    // On a clock that is never set: gRPC's deadlines are the system's time.
+    // The system's clock may be set meanwhile, so this one measures the time.
     auto end = std::chrono::steady_clock::now() + options_.deadline;
     std::string failures;
     absl::Status status;
     repeated_ = false;
     for (size_t left = endpoints_.size(); left > 0; --left) {
-      // The one that answered last is the most likely to answer, and may have to be connected to anew.
+      // The endpoint that answered last is the most likely to answer again.
       bool first = left == endpoints_.size() && left > 1;
       auto share = (end - std::chrono::steady_clock::now()) / static_cast<int64_t>(first ? 2 : left);
       Clock::time_point deadline = Clock::now() + share;
       bool connected = channel_ != nullptr;
       status = callHere(deadline, attempt);
       if (connected && absl::IsUnavailable(status)) {
-        // The connection ended since the last call, say, because the server was restarted.
+        // The connection may have ended since the last call, as by a restart of the server.
         repeated_ |= mayBeDone_;
         channel_.reset();
         status = callHere(deadline, attempt);
@@ -72,7 +71,7 @@ class Client::Impl {
       if (!isElsewhere(status.code())) return status;
       failures += fmt::format("{}{}", failures.empty() ? "" : "; ", Runtime::textOf(status));
       repeated_ |= mayBeDone_;
-      // A channel that failed waits before it connects again, and fails calls meanwhile; a new one does not.
+      // A channel that failed fails further calls for a while; a new one connects at once.
       channel_.reset();
       endpoints_.next();
     }
@@ -97,7 +96,7 @@ class Client::Impl {
     return {pageOf(response, options_.valueBytes), std::nullopt};
   }
 
-  // Whether an attempt of the last call, but for the one that was answered, may have been carried out.
+  // Whether an unanswered attempt of the last call may have been carried out.
   bool repeated() const { return repeated_; }
 
   // A unary call of a service.
@@ -111,7 +110,7 @@ class Client::Impl {
   }
 
  private:
-  // Of an attempt that failed. One that never had a connection to go on has not arrived anywhere.
+  // Whether a failed attempt may have been carried out. It was not if there never was a connection.
   bool mayBeDone(const grpc::Status& status) const {
     if (refusedWithoutLeader(status)) return false;
     grpc_connectivity_state state = channel_->GetState(false);
@@ -150,7 +149,7 @@ class Client::Impl {
   const Options options_;
   Channel channel_;
   std::optional<std::string> token_;  // empty: calls need none
-  bool mayBeDone_ = false;            // what the last attempt, which failed, was to do
+  bool mayBeDone_ = false;            // whether the last attempt failed, but may have been carried out
   bool repeated_ = false;
 };
 
@@ -265,7 +264,7 @@ absl::StatusOr<std::chrono::seconds> Client::keepAliveOnce(int64_t lease) {
     auto stub = Rpc::Lease::NewStub(channel);
     auto stream = stub->LeaseKeepAlive(&context);
     if (stream->Write(request) && stream->Read(&response)) {
-      // It has said all that it was asked; how the stream ends is of no interest.
+      // The answer is there; nobody needs the end of the stream.
       context.TryCancel();
       stream->Finish();
       return grpc::Status::OK;

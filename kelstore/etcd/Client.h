@@ -1,22 +1,22 @@
-// Calls to an etcd cluster for programs that may wait for the answer.
+// Blocking calls to an etcd cluster.
 //
-// A call goes to the endpoint that answered last, once more where the connection to it had ended, and on to
-// the others, in turn, when that one does not answer. Where there are others, the first has half of the time,
-// and each of them an equal share of what is left of it. A call that an endpoint left unanswered may have
-// been carried out all the same, and be carried out twice. What is in the store then is the same; but the
-// revision is that of the second time, which finds nothing left to delete, and the preconditions of a
-// transaction no longer as they were. A lease that nobody knows of runs out.
+// A call goes to the endpoint that answered last, a second time if the connection to it had ended, and then
+// to the other endpoints in turn. If there are others, the first has half of the time, and each of them an
+// equal share of the rest. An endpoint that did not answer may have carried out the call, so a call may be
+// carried out twice. The store holds the same then, but the revision is the second one's; the second deletion
+// finds nothing to delete; and the preconditions of a transaction may no longer hold. Of two leases that were
+// granted so, the one that nobody knows runs out.
 //
-// Nothing is thrown. Errors are one line, and their code says what to do:
-//   Unavailable, DeadlineExceeded  no endpoint answers, or the cluster has no leader: again later
+// Throws nothing. Errors are one line, and their code says what to do:
+//   Unavailable, DeadlineExceeded  no endpoint answers, or the cluster has no leader: try again later
 //   Unauthenticated                the credentials are refused
-//   PermissionDenied               the user may not do that
+//   PermissionDenied               the user may not do this
 //   FailedPrecondition             a file of `Access` cannot be used, or the server cannot do this now
 //   NotFound                       there is no such lease
 //   Aborted                        a precondition of a transaction does not hold
-//   anything else                  etcd does not take the request as it is
+//   anything else                  etcd does not accept the request
 //
-// For one thread at a time; a thread that is not to wait for another's calls has a client of its own.
+// For one thread at a time. A thread that must not wait for another's calls has a client of its own.
 #pragma once
 
 #include <absl/status/statusor.h>
@@ -43,17 +43,17 @@ class Client final : public Calls {
  public:
   struct Options {
     std::chrono::milliseconds deadline = std::chrono::seconds(5);  // of one call, all endpoints together
-    int64_t pageKeys = PageSize::kUsual;                           // keys that are asked for at once, at most
-    size_t valueBytes = std::numeric_limits<size_t>::max();        // larger values are left out
+    int64_t pageKeys = PageSize::kUsual;                           // keys in one page of a listing, at most
+    size_t valueBytes = std::numeric_limits<size_t>::max();        // larger values are left out of listings
   };
 
-  // Connects with the first call. Requires: endpoints is not empty.
+  // endpoints: "host:port" each. Connects with the first call. Requires: there is an endpoint.
   Client(std::vector<std::string> endpoints, Access access, Options options);
   Client(std::vector<std::string> endpoints, Access access)
       : Client(std::move(endpoints), std::move(access), Options()) {}
   ~Client() override;
 
-  // The deadline holds for each page.
+  // The deadline applies to each page.
   absl::StatusOr<Listing> range(const KeyRange& keys) override;
   // A listing of one key or none.
   absl::StatusOr<Listing> get(const std::string& key);
@@ -64,17 +64,17 @@ class Client final : public Calls {
   absl::StatusOr<int64_t> txn(const std::vector<Op>& ops,
                               const std::vector<Precondition>& preconditions = {}) override;
 
-  // The new lease's id. etcd may grant more time than was asked for, never less.
+  // The new lease's id. etcd may grant more time than this, never less.
   absl::StatusOr<int64_t> grant(std::chrono::seconds ttl);
-  // The time left from now on.
+  // Renews the lease; the time that it lasts from now on.
   absl::StatusOr<std::chrono::seconds> keepAliveOnce(int64_t lease);
-  // The lease's keys go with it, in one revision.
+  // Ends the lease, and deletes its keys in one revision.
   absl::Status revoke(int64_t lease);
   absl::StatusOr<LeaseTime> timeToLive(int64_t lease);
 
-  // The next call begins with this endpoint; any other than those of this client changes nothing.
+  // The next call begins with this endpoint. No effect if it is none of the client's.
   void prefer(const std::string& endpoint);
-  // The endpoint that answered last, or that is asked next.
+  // The endpoint with which the next call begins.
   const std::string& endpoint() const;
 
  private:

@@ -17,7 +17,7 @@ using Lumalog::kErrorLevel;
 using Lumalog::kWarningLevel;
 constexpr size_t kMaxKeyText = 200;
 
-// The text without the path that it begins with, which the key says as well.
+// The text without the path at its beginning, which the key says already.
 std::string withoutPath(const Path& path, const std::string& text) {
   std::string intro = path.text();
   return text.starts_with(intro) ? text.substr(text.find_first_not_of("/: ", intro.size())) : text;
@@ -59,7 +59,7 @@ void Decoder::decode(Change change, Decoded& decoded, std::map<Path, std::option
 std::optional<Value> Decoder::valueOf(const std::string& key, const Path& path, const std::string& text) {
   Document document = parseValue(path, text);
   if (document.unusable) {
-    // It begins with the place: ":1:7: ...".
+    // The text begins with the place: ":1:7: ...".
     noteWrong(key, document.unusable->substr(document.unusable->find_first_not_of(": ")));
     return std::nullopt;
   }

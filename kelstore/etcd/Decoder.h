@@ -1,5 +1,5 @@
-// From what happens to keys to what happens to the state. A value that cannot be used is set aside: the last
-// good one of its path stays, and every other key is taken as if nothing were wrong.
+// Turns changes of keys into changes of the state. A value that cannot be used is set aside: the last good
+// value of its path stays, and no other key is affected. On the follower's thread.
 #pragma once
 
 #include <map>
@@ -14,33 +14,33 @@
 
 namespace Kelstore::Etcd {
 
-// A line for the log, in the levels of traces.
+// A line for the log; levels are those of traces.
 struct Line {
   int level = 0;
   std::string text;
-  std::string key{};  // that it is about; empty when about none
+  std::string key{};  // that it concerns; empty: none
 };
 
 class Decoder {
  public:
-  // More lines than this at a time are counted only.
+  // Lines in one takeLines(), at most; further ones are only counted.
   static constexpr size_t kMaxLines = 20;
 
   Decoder(KeySpace keys, const Limits& limits) : keys_(std::move(keys)), limits_(limits) {}
 
   struct Decoded {
     std::vector<Snapshot::Change> changes;   // sorted, no path twice
-    std::map<std::string, int64_t> members;  // whose keys changed; the lease of what they put, or 0
-    std::set<Path> unusable;                 // at which there is something that cannot be used
+    std::map<std::string, int64_t> members;  // whose keys changed, with the lease of the last key put, or 0
+    std::set<Path> unusable;                 // whose values cannot be used
   };
-  // What becomes of the state.
+  // What the changes, in their order, do to the state.
   Decoded decode(std::vector<Change> changes);
-  // What there is to tell of the changes since it was taken last. What goes on being wrong is not told again.
+  // The lines since the last call. A lasting problem has one line.
   std::vector<Line> takeLines();
 
-  // How many keys there are whose values, or names, cannot be used.
+  // The number of keys whose name or value cannot be used.
   size_t setAsideCount() const { return setAside_.size() + setAsideToo_.size(); }
-  // Those of them that are remembered, and what is wrong with them, in one line.
+  // Those of these keys that are remembered, and what is wrong, in one line each.
   const std::map<std::string, std::string>& setAside() const { return setAside_; }
 
  private:
@@ -54,9 +54,8 @@ class Decoder {
   KeySpace keys_;
   Limits limits_;
   std::map<std::string, std::string> setAside_;
-  std::set<size_t> setAsideToo_;  // hashes of the keys that there is no place for
-  std::map<std::string, std::string>
-      warned_;  // the last warning on a key's value, as far as there is a place
+  std::set<size_t> setAsideToo_;               // hashes of further keys; only so many names are remembered
+  std::map<std::string, std::string> warned_;  // the last warning for a key's value; of so many keys
   std::vector<Line> lines_;
   size_t untold_ = 0;
 };

@@ -12,8 +12,8 @@
 namespace Kelstore::Etcd {
 namespace {
 
-// From where this program's libTrelKelstore.so is, or else from where the loader looks; with a sanitizer, it
-// looks where its own libraries are. Never closed: gRPC's threads run in it.
+// Looks beside this program's libTrelKelstore.so first: the loader alone would not, if a sanitizer is part of
+// the program. Never closed, since gRPC's threads run in the library.
 void* load(const char* library) {
   Dl_info beside{};
   if (dladdr(reinterpret_cast<const void*>(&allLimits), &beside) != 0) {

@@ -1,5 +1,5 @@
-// The servers of a store, one of which is turned to at a time: for the blocking client and the follower. The
-// one that answered last is the most likely to answer again, so it stays until it fails.
+// The servers of a store, for the blocking client and the follower. The current one stays until it fails,
+// since it is the most likely to answer again.
 #pragma once
 
 #include <algorithm>
@@ -16,9 +16,9 @@ class Endpoints final {
 
   size_t size() const { return all_.size(); }
   const std::string& current() const { return all_[at_]; }
-  // The current one failed: after the last comes the first again.
+  // The current one failed: goes on to the next, and from the last to the first.
   void next() { at_ = (at_ + 1) % all_.size(); }
-  // Turns to this one. False when it is the current one already, or none of these.
+  // Makes this one current. False if it is already, or is none of these.
   bool prefer(const std::string& endpoint) {
     auto found = std::find(all_.begin(), all_.end(), endpoint);
     if (found == all_.end() || *found == current()) return false;

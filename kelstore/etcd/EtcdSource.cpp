@@ -20,7 +20,7 @@ EtcdSource::EtcdSource(std::string name, const FollowSettings& settings, Layered
       layers_(layers),
       io_(io),
       clock_(clock),
-      layer_(layers.layerIs()),
+      layer_(layers.addLayer()),
       waker_(io.waker([this] { take(); })),
       mailbox_([this] { waker_->wake(); }),
       session_(settings, clock, mailbox_, threads) {}

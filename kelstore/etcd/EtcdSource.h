@@ -1,10 +1,8 @@
-// The source `etcd:...`: the keys of an etcd cluster under a prefix. Followed on a thread of its own
-// (Session.h); on the event loop's thread it takes what that has for it, which costs next to nothing however
-// much it is.
+// The source `etcd:...`: the keys of an etcd cluster under a prefix. A thread of its own (Session.h) follows
+// them and makes the snapshots; the event loop's thread only takes these over.
 //
-// It settles once all keys were listed, or every server was tried in vain, or some time has passed: a store
-// that is out of reach keeps no other source waiting, as a file that is missing does not. Until it is listed
-// it counts as stale then.
+// Its layer settles once all keys are listed, or every server failed, or after kPatienceMs, so that no other
+// source waits for a store that is out of reach. It is stale then until it is listed.
 #pragma once
 
 #include <memory>
@@ -25,11 +23,11 @@ class EtcdSource final : public Source {
   static constexpr uint64_t kPatienceMs = 5'000;     // with the first listing, before the source settles
   static constexpr uint64_t kRetryThreadMs = 1'000;  // when the system has no thread left
 
-  // `name` is what status and log lines call it. Layers, io, clock and threads outlive the source; the clock
-  // is read on two threads.
+  // name: in status and log lines. Layers, io, clock and threads outlive the source; the clock is read on two
+  // threads.
   EtcdSource(std::string name, const FollowSettings& settings, LayeredState& layers, Runtime::Io& io,
              const Zavro::Clock& clock, Runtime::Threads& threads);
-  // Does not wait for any server, nor for any file.
+  // Waits for no server and no file.
   ~EtcdSource() override;
 
   void start() override;
@@ -47,10 +45,10 @@ class EtcdSource final : public Source {
   const Zavro::Clock& clock_;
   LayeredState::Layer layer_;
   bool settled_ = false;
-  uint64_t outOfPatienceUtcNs_ = 0;  // 0: it settled before
+  uint64_t outOfPatienceUtcNs_ = 0;  // when kPatienceMs had passed; 0: it settled before
   uint64_t lastChangeUtcNs_ = 0;
-  int64_t taken_ = 0;     // revision that the layer was given
-  int64_t mirrored_ = 0;  // the one before, once it was mirrored
+  int64_t taken_ = 0;     // revision of the layer's snapshot
+  int64_t mirrored_ = 0;  // revision of the last snapshot that was mirrored when the next one came
   std::unique_ptr<Runtime::Io::Activity> patience_;
   std::unique_ptr<Runtime::Io::Activity> retry_;
   std::unique_ptr<Runtime::Io::Waker> waker_;

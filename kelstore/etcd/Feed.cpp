@@ -15,7 +15,7 @@ namespace {
 using Lumalog::kErrorLevel;
 constexpr int kNewsLevel = 1;
 constexpr size_t kErrorsRemembered = 100;
-// What it takes to decode a value and to mirror it, more or less.
+// What it takes to decode a value and to mirror it, roughly.
 constexpr size_t kDecodedBytes = 500;
 
 bool holdsAnyOf(const Snapshot& snapshot, const std::string& member) {
@@ -79,7 +79,7 @@ void Feed::take(Batch batch) {
   if (visible_) mailbox_.give({snapshot_, std::move(changed), revision_, false, {}});
 }
 
-// What was handed over before, and is not there any more.
+// Adds a deletion for each value that was handed over and is not among all keys.
 void Feed::withdrawOthers(Decoder::Decoded& decoded) const {
   std::vector<Snapshot::Change> gone;
   auto next = decoded.changes.begin();
@@ -103,7 +103,7 @@ void Feed::noteMembers(const std::map<std::string, int64_t>& leases) {
     }
     Member& member = members_[name];
     member.status.member = name;
-    // What is listed first may have been there for long.
+    // The first listing says nothing of when its keys changed.
     if (listed_) member.status.lastChangeUtcNs = clock_.utcNs();
     if (lease != 0 && lease != std::exchange(member.lease, lease)) {
       member.status.leased = true;
@@ -135,7 +135,7 @@ void Feed::noteState(const Follower& follower) {
     staleSinceUtcNs_ = 0;
     visibleIs(true);
   } else if (!follower.lastError().empty() && toldErrors_.insert(follower.lastError()).second) {
-    // Once each, as servers that are tried in turn fail in turn; but no memory is without an end.
+    // Each error once, although servers that are tried in turn repeat their errors.
     if (toldErrors_.size() > kErrorsRemembered) toldErrors_ = {follower.lastError()};
     tell(kErrorLevel, follower.lastError());
   }
@@ -165,7 +165,7 @@ void Feed::noteResyncs(const Follower& follower) {
   }
 }
 
-// Of each group once, for as long as keys of it are refused.
+// Logs each group once, for as long as keys of it are refused.
 void Feed::noteRefused(const KeyTable::AllRefused& refused) {
   std::erase_if(toldGroups_, [&refused](const std::string& group) { return !refused.contains(group); });
   for (const auto& [group, keys] : refused) {

@@ -1,5 +1,5 @@
-// From a follower to the event loop: decodes what the follower tells, keeps the state that comes of it, and
-// hands both state and status over. On the follower's thread.
+// From the follower to the event loop: decodes changes, keeps the state that they result in, and puts state
+// and status into the mailbox. On the follower's thread.
 #pragma once
 
 #include <map>
@@ -17,25 +17,24 @@ namespace Kelstore::Etcd {
 
 class Feed {
  public:
-  // What is shown of values that were set aside.
+  // How many values that were set aside are shown.
   static constexpr size_t kExamples = 20;
-  static constexpr size_t kExampleBytes = 200;  // of the key, and of what is wrong with it
+  static constexpr size_t kExampleBytes = 200;  // of the key, and of what is wrong with it, about
 
-  // `clearWhenStale`: what the store said is withdrawn while it is stale. Clock and mailbox outlive the
-  // feed.
+  // clearWhenStale: withdraw all values while the store is stale. Clock and mailbox outlive the feed.
   Feed(KeySpace keys, const Limits& limits, bool clearWhenStale, const Zavro::Clock& clock, Mailbox& mailbox);
 
-  // Hands over what the follower came to since the last call. What it takes to decode it may not be there:
-  // then std::bad_alloc is thrown, and startsAnew() is to be called.
+  // Hands over what the follower has done since the last call. Throws std::bad_alloc if there is too little
+  // memory to decode it; call startsAnew() then, and go on with a new follower.
   void follow(Follower& follower);
-  // Another follower is followed from now on, which begins with all keys. What was handed over stays until
-  // then, and is stale.
+  // A new follower lists all keys. Until it has, the values that were handed over stay, and are stale.
   void startsAnew();
 
-  // The leases that members' keys have, in turn, for somebody to ask the store about; nothing: there is none.
+  // The leases of members' keys, one after the other and again from the first; nothing: there is none.
   std::optional<int64_t> nextLease();
+  // How many members have one.
   size_t leases() const;
-  // The store's answer; nothing: there is no such lease any more.
+  // What the store says of a lease; nothing: it has ended.
   void leaseIs(int64_t lease, std::optional<uint64_t> secondsLeft);
 
  private:

@@ -12,9 +12,9 @@ namespace Kelstore::Etcd {
 struct FollowSettings {
   Address address = {};
   Access access = {};
-  uint32_t holdSeconds = 300;   // that a lost store's word counts before it is stale
-  bool clearAfterHold = false;  // whether it is withdrawn then
-  uint32_t resyncSeconds = 60;
+  uint32_t holdSeconds = 300;   // until a lost store is stale
+  bool clearAfterHold = false;  // whether its values are withdrawn then
+  uint32_t resyncSeconds = 60;  // from the end of a resync to the next
   Limits limits = {};
 };
 

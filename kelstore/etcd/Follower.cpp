@@ -62,8 +62,8 @@ void Follower::connect(uint64_t nowMs) {
 
 void Follower::listOn(uint64_t nowMs) { readPage(nowMs, listFrom_, listingAt_.revision, pageSize_.keys()); }
 
-// With a page. A server that is silent must not keep those behind it from being heard first; should all of
-// them be slow, each has more time in the next round.
+// How long a page may take. A silent server must not keep the others from being asked; if all of them are
+// slow, each gets more time in the next round.
 uint64_t Follower::patienceMs() const {
   if (complete_ || answered_ || endpoints_.size() == 1) return kAnswerMs;
   uint64_t rounds = std::min<uint64_t>(failures_ / endpoints_.size(), 10);
@@ -80,7 +80,7 @@ void Follower::pageRead(uint64_t nowMs, uint64_t number, Page page) {
   if (number != page_) return;
   page_ = 0;
   answerByMs_ = kNever;
-  // Asking on would be answered in the same way.
+  // Asking again would give the same answer.
   if (page.more && page.records.empty())
     return lost(nowMs, ofServer("found no keys, expected a page of them"));
   heard(nowMs, page.header);
@@ -125,8 +125,8 @@ void Follower::pageFailed(uint64_t nowMs, uint64_t number, PageFailure why, cons
   answerByMs_ = kNever;
   if (phase_ == Phase::listing || phase_ == Phase::resuming) {
     if (why == PageFailure::noRevision) return relist(nowMs, error);
-    // The same page again, so that what was listed so far is not lost with it. A server that never answered
-    // may be able to tell nothing at all.
+    // Asks for the same page again, so that the pages before are not lost. A server that has not answered at
+    // all is left instead.
     bool hopeful = phase_ == Phase::listing && pageSize_.failed(why);
     bool answers = answered_ || why == PageFailure::tooLarge;
     if (!hopeful || !answers) return lost(nowMs, error);
@@ -134,7 +134,7 @@ void Follower::pageFailed(uint64_t nowMs, uint64_t number, PageFailure why, cons
     return listOn(nowMs);
   }
   if (!resyncPageAsked_) return;
-  // The watch goes on; were the store lost, it would be told there.
+  // The watch goes on, and would show if the store were lost.
   lastError_ = error;
   resyncPageAsked_ = false;
   if (resyncSize_.failed(why)) {
@@ -161,8 +161,7 @@ void Follower::watchSaid(uint64_t nowMs, WatchResponse response) {
     return compacted ? relist(nowMs, ofServer("the revision to go on from is compacted"))
                      : lost(nowMs, ofServer("the watch was cancelled: " + response.cancelReason));
   }
-  // Answers to progress requests overtake others, so that only the first answer's revision has to be one that
-  // we know of.
+  // Answers to progress requests may overtake others, so only the first answer's revision is compared.
   bool otherPast = response.created && foreign(response.header);
   if (otherPast || response.header.clusterId != clusterId_) {
     return relist(nowMs, ofServer(kForeign));
@@ -172,7 +171,7 @@ void Follower::watchSaid(uint64_t nowMs, WatchResponse response) {
   askedForProgress_ = false;
   toldSinceCreated_ = phase_ == Phase::watching;
   if (response.created && phase_ == Phase::opening) watches(nowMs);
-  // An answer without events is none of the fragments that it may come between.
+  // An answer without events may come between two fragments, and is none of them.
   if (response.events.empty()) return;
   std::move(response.events.begin(), response.events.end(), std::back_inserter(events_));
   if (response.fragment) {
@@ -191,7 +190,7 @@ bool Follower::older(const Header& header, const Header& known) {
 void Follower::heard(uint64_t nowMs, const Header& header) {
   heardMs_ = nowMs;
   newest_ = std::max(newest_, header.revision);
-  // Meanwhile there may have been an election.
+  // There may have been an election.
   if (header.clusterId == clusterId_) raftTerm_ = std::max(raftTerm_, header.raftTerm);
 }
 
@@ -203,12 +202,12 @@ void Follower::watches(uint64_t nowMs) {
   lostSinceMs_ = kNever;
   answerByMs_ = kNever;
   watchingSinceMs_ = nowMs;
-  // A restored store whose revisions have overtaken ours by now looks like the one that was lost.
+  // If the store was restored and its revisions have passed ours, only a resync shows it.
   resyncAtMs_ = nowMs + (resumed ? std::min(kResumedResyncMs, settings_.resyncMs) : settings_.resyncMs);
 }
 
-// Of the fragments so far, all revisions but the last are whole. They are applied at once: an answer may hold
-// hundreds of them, and should it break off, all would have to be asked for again.
+// Applies the fragments so far, but for their last revision, which may not be whole. An answer may hold
+// hundreds of revisions; if it breaks off, these need not be asked for again.
 void Follower::applyFinished() {
   int64_t unfinished = events_.back().record.modRevision;
   auto rest = std::stable_partition(events_.begin(), events_.end(), [unfinished](const Event& event) {
@@ -238,7 +237,7 @@ void Follower::apply(const std::vector<Event>& events) {
   if (!batch.changes.empty()) batches_.push_back(std::move(batch));
 }
 
-// False when it is nothing new.
+// False if the event is nothing new, or its key is refused.
 bool Follower::applyEvent(const Event& event, std::vector<Change>& changes) {
   const Record& record = event.record;
   if (record.modRevision <= applied_) return false;
@@ -252,7 +251,7 @@ bool Follower::applyEvent(const Event& event, std::vector<Change>& changes) {
   return true;
 }
 
-// A new listing at once; but not again and again, should its watch be refused each time.
+// Lists again at once; after a delay, if this happens again and again.
 void Follower::relist(uint64_t nowMs, const std::string& why) {
   mustList_ = true;
   forgetFailures(nowMs);
@@ -279,7 +278,7 @@ void Follower::lost(uint64_t nowMs, const std::string& error) {
   retryAtMs_ = nowMs + retryDelayMs();
 }
 
-// A watch that lasted for a while makes a new beginning.
+// After a watch that lasted kStableMs, earlier failures no longer count.
 void Follower::forgetFailures(uint64_t nowMs) {
   if (phase_ != Phase::watching || nowMs - watchingSinceMs_ < kStableMs) return;
   failures_ = 0;
@@ -287,7 +286,7 @@ void Follower::forgetFailures(uint64_t nowMs) {
   relistsInARow_ = 0;
 }
 
-// Other servers are tried almost at once; when none is left, time passes.
+// Short while there are servers to try, growing once all were tried.
 uint64_t Follower::retryDelayMs() {
   bool othersLeft = ++failures_ % endpoints_.size() != 0;
   return othersLeft ? backoff_.variedMs(kFailoverMs) : backoff_.nextMs();
@@ -306,7 +305,7 @@ void Follower::elapsed(uint64_t nowMs) {
   }
   if (phase_ != Phase::watching) return;
   if (nowMs - watchHeardMs_ >= kSilenceMs) {
-    // What there is to tell may be too much for the link in one piece. A listing comes in smaller ones.
+    // The answer may be too large for the link. A listing comes in smaller pieces.
     mustList_ |= !toldSinceCreated_ && newest_ > applied_;
     return lost(nowMs, ofServer("silence for " + std::to_string(kSilenceMs / 1000) + " s"));
   }
@@ -328,8 +327,8 @@ uint64_t Follower::wakeAtMs() const {
   return at;
 }
 
-// Begins a resync, or goes on with the one under way. Each page is read at the revision that is the latest
-// then, so that no compaction ends a resync; it is compared by itself.
+// Begins a resync, or goes on with it. Each page is read at the latest revision and compared by itself, so
+// that no compaction ends a resync.
 void Follower::resyncNext(uint64_t nowMs) {
   if (!resyncing_) {
     resyncing_ = true;
@@ -342,7 +341,7 @@ void Follower::resyncNext(uint64_t nowMs) {
 }
 
 void Follower::resynced(uint64_t nowMs, const Page& page) {
-  // What came on the watch since it was asked for may have overtaken it.
+  // Compared with what was known when it was asked for: events may have overtaken the page since.
   if (older(page.header, resyncAskedAt_)) return relist(nowMs, ofServer(kForeign));
   resyncSize_.worked();
   for (KeyTable::Suspect& suspect : table_.compare(resyncFrom_, page)) {
@@ -366,8 +365,8 @@ void Follower::resyncEnds(uint64_t atMs) {
   suspects_.clear();
 }
 
-// What differs from a page counts once the revision of the page is applied, or an event that would explain it
-// had time to come.
+// Repairs what still differs from a page, once the page's revision is applied or kGraceMs have passed: until
+// then an event may explain the difference.
 void Follower::settleSuspects(uint64_t nowMs) {
   Batch repaired{applied_, {}, false};
   std::erase_if(suspects_, [&](Waiting& one) {

@@ -1,16 +1,16 @@
-// Follows the keys of a store under a prefix: what to ask of which server, and when, and which changes come
-// of what it answers. A state machine without I/O, clock or thread; whoever has these (Session.h) carries out
-// its commands and tells it what happened. Times are milliseconds on one clock that never steps back.
+// Follows the keys of a store under a prefix: decides what to ask which server, and when, and which changes
+// the answers mean. A state machine without I/O, clock or thread. Its user (Session.h) carries out the
+// commands and reports what happens. Times are milliseconds on one monotonic clock.
 //
-// A listing, read page by page at one revision, is followed by a watch from the next revision on. A watch
-// that breaks is resumed after the last revision that was applied whole, at the next server in turn, once one
-// read at that revision has shown that the server still knows it. Where that is impossible (the revision is
-// compacted, the watch is refused, the server tells of another cluster or of an older history) there is a new
-// listing, and what differs is applied: nothing is cleared first.
+// A listing reads all keys, page by page at one revision. A watch follows, from the next revision on. A watch
+// that breaks is resumed at the next server, after the last revision that was applied whole; one read at that
+// revision shows first that the server still has it. If it has not, or refuses the watch, or belongs to
+// another cluster or has an older history, all keys are listed again, and the differences are applied:
+// nothing is cleared first.
 //
-// Watches of etcd 3.4 may lose events or tell them twice, and its answers to progress requests overtake
-// events. So an answer without events never moves the revision on; what is told twice is dropped; and the
-// resync reads everything again, page by page, and repairs what differs.
+// Watches of etcd 3.4 may lose or repeat events, and answers to progress requests may overtake events. So an
+// answer without events never advances the revision, a repeated event is dropped, and the resync reads all
+// keys again, page by page, and repairs what differs.
 #pragma once
 
 #include <cstdint>
@@ -29,17 +29,17 @@
 namespace Kelstore::Etcd {
 
 // Commands, to be carried out in order.
-struct Connect {  // leaving whatever connection there is, with all that is under way on it
+struct Connect {  // ends the present connection, and the calls on it
   std::string endpoint;
 };
 struct Disconnect {};
-struct ReadPage {  // answered by pageRead() or pageFailed(), with its number
+struct ReadPage {  // of the keys from `from` on; answered by pageRead() or pageFailed()
   std::string from;
   int64_t revision;  // 0: the latest
   int64_t limit;
   uint64_t number;
 };
-struct OpenWatch {  // of all keys; answered by watchSaid()
+struct OpenWatch {  // on all keys; answered by watchSaid()
   int64_t fromRevision;
 };
 struct RequestProgress {};  // on the watch
@@ -50,74 +50,74 @@ class Follower {
   enum class State : uint8_t {
     listing,   // all keys are being read
     watching,  // up to date
-    held,      // the store is lost; what it said last counts
-    stale,     // the same, for longer than is to be trusted
+    held,      // the store is lost; its last word counts
+    stale,     // the same, for holdMs at least
   };
   struct Settings {
     std::string prefix;                  // what all keys begin with
     std::vector<std::string> endpoints;  // at least one
     uint64_t holdMs = 300'000;
     uint64_t resyncMs = 60'000;
-    KeyTable::GroupOf groupOf = {};      // which keys count together, and how many of them are held
-    size_t keys = KeyTable::kUnlimited;  // that are held in all
+    KeyTable::GroupOf groupOf = {};      // limits of groups of keys
+    size_t keys = KeyTable::kUnlimited;  // limit of all keys
   };
   struct Counters {
     uint64_t revisions = 0;       // applied from watches
     uint64_t events = 0;          // heard from watches
-    uint64_t dropped = 0;         // of these, old or told twice
-    uint64_t resyncs = 0;         // come to their end
-    uint64_t resyncFailures = 0;  // given up, since a page failed again and again
+    uint64_t dropped = 0;         // of these, old, repeated or refused
+    uint64_t resyncs = 0;         // that were completed
+    uint64_t resyncFailures = 0;  // that were given up, since a page failed again and again
     uint64_t repairs = 0;         // keys that a resync found different
     uint64_t relists = 0;         // listings after the first
     uint64_t reconnections = 0;   // after the store had been lost
   };
 
   static constexpr uint64_t kNever = std::numeric_limits<uint64_t>::max();
-  static constexpr uint64_t kAnswerMs = 10'000;      // patience with an answer
-  static constexpr uint64_t kFirstAnswerMs = 1'000;  // while nothing is known, and other servers may answer;
-                                                     // doubled each time that all were tried
-  static constexpr uint64_t kQuietMs = 5'000;        // without a word on the watch: ask for one
-  static constexpr uint64_t kSilenceMs = 30'000;     // without a word on the watch: it is lost
+  static constexpr uint64_t kAnswerMs = 10'000;      // how long an answer may take
+  static constexpr uint64_t kFirstAnswerMs = 1'000;  // the same while nothing is known and there are other
+                                                     // servers; doubled each time that all were tried
+  static constexpr uint64_t kQuietMs = 5'000;        // a watch is silent: ask for progress
+  static constexpr uint64_t kSilenceMs = 30'000;     // a watch is silent: it is lost
   static constexpr uint64_t kFailoverMs = 50;        // before the next server is tried
   static constexpr uint64_t kFirstRetryMs = 250;     // when all were tried; doubled each time
   static constexpr uint64_t kLastRetryMs = 10'000;   // up to this
-  static constexpr uint64_t kStableMs = 10'000;      // a watch that lasted so long starts these anew
+  static constexpr uint64_t kStableMs = 10'000;      // a watch that lasted so long resets these delays
   static constexpr int64_t kResyncPageKeys = 500;
   static constexpr uint64_t kResyncPauseMs = 50;       // between two pages
   static constexpr uint64_t kResumedResyncMs = 2'000;  // after a watch was resumed, before the first resync
-  static constexpr uint64_t kGraceMs = 3'000;          // for an event on its way to overtake the resync
+  static constexpr uint64_t kGraceMs = 3'000;          // for an event that explains a difference to arrive
 
   // `random` varies the delays.
   Follower(Settings settings, Runtime::Random random);
 
-  // What happens. Requires: start() or startAfter() first, once.
+  // What happens. Requires: first start() or startAfter(), once.
   void start(uint64_t nowMs);
-  // The same, but after such a time; until then there is this error.
+  // Starts after the delay. `error` is lastError() until then.
   void startAfter(uint64_t delayMs, uint64_t nowMs, std::string error);
-  // An answer that comes too late, when another page has been asked for, does not count.
+  // An answer to an earlier request than the last one is ignored.
   void pageRead(uint64_t nowMs, uint64_t number, Page page);
   void pageFailed(uint64_t nowMs, uint64_t number, PageFailure why, const std::string& error);
   void watchSaid(uint64_t nowMs, WatchResponse response);
-  void lost(uint64_t nowMs, const std::string& error);  // the connection, or any hope of one
-  void elapsed(uint64_t nowMs);                         // time, as wakeAtMs() asked
+  void lost(uint64_t nowMs, const std::string& error);  // the connection ended, or none was made
+  void elapsed(uint64_t nowMs);                         // wakeAtMs() has come
 
-  // The page that is waited for; 0: none.
+  // The number of the page that is waited for; 0: none.
   uint64_t pageAsked() const { return page_; }
-  // When elapsed() is to be called at the latest.
+  // When to call elapsed(), at the latest; kNever: there is no need.
   uint64_t wakeAtMs() const;
-  // What came of it since they were taken last.
+  // Those since the last call.
   std::vector<Command> takeCommands() { return std::exchange(commands_, {}); }
   std::vector<Batch> takeBatches() { return std::exchange(batches_, {}); }
 
   State state() const;
   bool complete() const { return complete_; }  // all keys have been listed once
-  // Every server was tried in vain, none of them left before its time; nothing is known yet.
+  // Nothing is known yet, and every server failed in turn, none of them only because its time was short.
   bool unreached() const { return !complete_ && triedInVain_ >= endpoints_.size(); }
-  // Whether it listens to a server, or reads from it.
+  // Whether a server is watched, or has answered with a page of a listing.
   bool connected() const { return phase_ == Phase::watching || (phase_ != Phase::waiting && answered_); }
-  const std::string& endpoint() const { return endpoints_.current(); }  // that it turns to
-  int64_t revision() const { return applied_; }                         // up to which all is applied
-  int64_t storeRevision() const { return newest_; }                     // the highest that a server told
+  const std::string& endpoint() const { return endpoints_.current(); }  // the current server
+  int64_t revision() const { return applied_; }                         // the last that is applied
+  int64_t storeRevision() const { return newest_; }                     // the latest that a server named
   uint64_t heardMs() const { return heardMs_; }                         // when a server said something last
   const std::string& lastError() const { return lastError_; }
   const Counters& counters() const { return counters_; }
@@ -138,13 +138,13 @@ class Follower {
   void apply(const std::vector<Event>& events);
   void applyFinished();
   bool applyEvent(const Event& event, std::vector<Change>& changes);
-  // Whether what the server tells is another cluster's, or of a past that is not ours.
+  // Whether the answer comes from another cluster, or from an older state than ours.
   bool foreign(const Header& header) const { return older(header, {clusterId_, applied_, raftTerm_}); }
-  // The same, of a question that was asked when `known` was.
+  // The same, compared with what was known at another time.
   static bool older(const Header& header, const Header& known);
   void heard(uint64_t nowMs, const Header& header);
   uint64_t retryDelayMs();
-  // What the server does, as an error.
+  // An error text that begins with the server.
   std::string ofServer(const std::string& what) const { return endpoint() + ": " + what; }
 
   void forgetFailures(uint64_t nowMs);
@@ -166,7 +166,7 @@ class Follower {
   bool answered_ = false;  // the listing under way has its first page
   bool stale_ = false;
   uint64_t failures_ = 0;     // in a row
-  uint64_t triedInVain_ = 0;  // the same, since a server was left that may only be slow
+  uint64_t triedInVain_ = 0;  // the same, since a server was left that may be slow only
   uint64_t relistsInARow_ = 0;
   uint64_t retryAtMs_ = kNever;
   uint64_t answerByMs_ = kNever;   // of the page or the watch that was asked for
@@ -175,7 +175,7 @@ class Follower {
   uint64_t heardMs_ = 0;
   uint64_t watchHeardMs_ = 0;
   bool askedForProgress_ = false;
-  bool toldSinceCreated_ = false;  // something, on the watch
+  bool toldSinceCreated_ = false;  // the watch answered again after it was created
   std::string lastError_;
   Counters counters_;
 
@@ -189,7 +189,7 @@ class Follower {
   uint64_t pages_ = 0;  // that were asked for
   Header listingAt_;
   std::string listFrom_;       // the next page of the listing
-  std::vector<Event> events_;  // of an answer whose last fragment is missing
+  std::vector<Event> events_;  // of an answer whose last fragment has not come yet
 
   struct Waiting {
     KeyTable::Suspect suspect;

@@ -15,7 +15,7 @@ bool isBare(char c) {
          std::string_view("-._~").find(c) != std::string_view::npos;
 }
 
-// Whatever "%XX" spells; other text stands for itself.
+// The text with "%XX" decoded.
 std::string decoded(std::string_view text) {
   std::string segment;
   for (size_t at = 0; at < text.size(); ++at) {
@@ -66,7 +66,7 @@ std::string KeySpace::key(std::span<const std::string> segments) const {
 
 KeyRange KeySpace::below(std::span<const std::string> segments) const {
   std::string stem = key(segments);
-  // '0' comes right after '/'.
+  // '0' is the byte after '/'.
   return {stem + '/', stem + '0'};
 }
 
@@ -88,7 +88,7 @@ absl::StatusOr<Path> KeySpace::path(std::string_view key) const {
     return absl::NotFoundError(
         fmt::format("{}: found a key, expected keys below it only; ignored", pathText(all)));
   }
-  // A name that is not UTF-8 can be shown to nobody.
+  // A name that is not UTF-8 can be neither logged nor served.
   for (const std::string& segment : all) {
     if (Runtime::isUtf8(segment)) continue;
     return absl::InvalidArgumentError(fmt::format("{}: found {}, expected UTF-8", pathText(all),

@@ -1,8 +1,9 @@
-// The keys under which a store holds the state: one for each value, the prefix and the path's segments with
+// The keys under which a store holds the state. Each value has one: the prefix and the path's segments, with
 // "/" between them. In a segment every byte but letters, digits, "-", ".", "_" and "~" is percent-encoded, so
 // that a mount point is one segment (`trel/members/1/storage/%2Fvar%2Flog`).
 //
-// A container (`members/1/processors`) has no key of its own: it is there while a key below it is.
+// A container (`members/1/processors`) has no key of its own: it is there while a key below it is. On any
+// thread.
 #pragma once
 
 #include <absl/status/statusor.h>
@@ -27,41 +28,40 @@ struct KeyRange {
 
 class KeySpace {
  public:
-  // The prefix without a slash at its end.
+  // prefix: without a slash at its end.
   explicit KeySpace(std::string prefix) : prefix_(std::move(prefix)) {}
 
   // Requires: the path is no container's.
   std::string key(const Path& path) const { return key(path.segments()); }
   std::string key(std::span<const std::string> segments) const;
 
-  // All keys that are ours.
+  // All keys under the prefix.
   KeyRange all() const { return below({}); }
-  // The keys below these segments; not the key of the segments themselves.
+  // The keys below these segments, without the key of the segments themselves.
   KeyRange below(std::span<const std::string> segments) const;
 
-  // The path whose value stands under the key. NotFound: the state model has no such path; such a key is none
-  // of our business. InvalidArgument: a segment is not what the model takes there, or is not spelt as key()
-  // spells it; what stands under such a key must not count, since the same path has another key. The message
-  // is one line that begins with the path, as far as it is known.
+  // The path of the key's value. NotFound: the state has no such path, and the key is to be ignored.
+  // InvalidArgument: a segment is not allowed there, or is not spelt as key() spells it. Such a key must not
+  // be used, since its path has another key. The message is one line that begins with the path, as far as it
+  // is known.
   absl::StatusOr<Path> path(std::string_view key) const;
 
-  // Which keys count together: those beside each other. Keys that are not of the state are none at all, and
-  // of those that have another spelling than they are to have, some are held to show them.
+  // The groups of keys for KeyTable: keys whose paths differ in the last segment only. No key is held that is
+  // not of the state; of misspelt keys some are, to be shown.
   KeyTable::GroupOf groups(const Limits& limits) const;
 
  private:
   std::string prefix_;
 };
 
-// The names of groups that are none of the state's: keys that have nothing to do with it, that are longer
-// than is taken, and that are not spelt as they are to be.
+// The names of the groups of keys that are not of the state, are too long, or are misspelt.
 inline constexpr const char* kForeignKeys = "";
 inline constexpr const char* kLongKeys = "keys that are too long";
 inline constexpr const char* kMisspeltKeys = "keys in another spelling";
 
-// How a segment is spelt within a key.
+// A segment as it is spelt within a key.
 std::string encodedSegment(std::string_view segment);
-// The segments of a text in which they are spelt so, with "/" between them. InvalidArgument as above.
+// The reverse, for segments with "/" between them. InvalidArgument as above.
 absl::StatusOr<std::vector<std::string>> segmentsOf(std::string_view text);
 
 }  // namespace Kelstore::Etcd

@@ -8,8 +8,7 @@ namespace Kelstore::Etcd {
 KeyTable::KeyTable(GroupOf groupOf, size_t most)
     : groupOf_(groupOf ? std::move(groupOf) : [](const std::string&) { return Group(); }), most_(most) {}
 
-// The value counts beside the revision: in a store that was restored from a copy, the same revision may have
-// brought another value.
+// With the value: in a store that was restored from a copy, the same revision may have another one.
 KeyTable::Known KeyTable::knownOf(const Record& record) {
   return {record.modRevision, record.lease, std::hash<std::string>()(record.value)};
 }
@@ -57,8 +56,7 @@ bool KeyTable::put(const Record& record) {
   return true;
 }
 
-// There are no more deletions to remember than keys: whoever deletes more of them than that within one resync
-// may see a key come back until the next one.
+// Tombstones are limited like keys. Beyond that a resync may bring a deleted key back until the next resync.
 bool KeyTable::del(const std::string& key, int64_t revision) {
   if (resyncing_ && tombstones_.size() < most_ && !deletedAfter(key, revision)) tombstones_[key] = revision;
   auto found = keys_.known.find(key);

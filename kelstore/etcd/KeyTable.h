@@ -1,5 +1,5 @@
-// What a follower knows of every key: enough to tell whether something that it hears is new. Of keys that
-// count together it holds so many and no more; what is refused is counted.
+// What the follower knows of every key: enough to decide whether an event or a page is news. Groups of keys
+// have limits; keys beyond these are refused and counted. On the follower's thread.
 #pragma once
 
 #include <functional>
@@ -18,7 +18,7 @@ class KeyTable {
  public:
   static constexpr size_t kUnlimited = std::numeric_limits<size_t>::max();
 
-  // Keys that count together.
+  // Keys with a limit in common.
   struct Group {
     std::string name;
     size_t most = kUnlimited;
@@ -26,47 +26,46 @@ class KeyTable {
   using GroupOf = std::function<Group(const std::string& key)>;
   struct Refused {
     size_t keys = 0;
-    size_t most = 0;      // that are held beside them
-    std::string example;  // one of them
+    size_t most = 0;      // the limit that they exceed
+    std::string example;  // the first of them
   };
   // By the group's name.
   using AllRefused = std::map<std::string, Refused>;
 
-  // A key of which a page says something else than the table.
+  // A key that differs between a page and the table.
   struct Suspect {
     std::string key;
-    std::optional<Record> found;  // nothing: the page does not have the key
-    int64_t revision = 0;         // that the page was read at
+    std::optional<Record> found;  // in the page; nothing: the key is not there
+    int64_t revision = 0;         // of the page
   };
 
-  // By default all keys are one group, without a limit. `most`: keys of all groups.
+  // most: limit of the keys of all groups. By default all keys are one group without a limit.
   explicit KeyTable(GroupOf groupOf = {}, size_t most = kUnlimited);
 
   size_t size() const { return keys_.known.size(); }
-  // As the last listing or resync counted them, and since then each time that one came.
+  // As counted by the last listing or resync; since then, each event of a refused key counts again.
   const AllRefused& refused() const { return refused_; }
-  // Takes over one event. False when the table has it already, or something newer, or refuses the key.
+  // Applies an event. False if the table has it already, or something newer, or refuses the key.
   bool put(const Record& record);
   bool del(const std::string& key, int64_t revision);
 
-  // Takes over a whole listing, page by page, from the first key on; then the changes that lead there. One
-  // that is begun anew takes the place of one that did not end.
+  // Applies a listing, page by page in the order of keys. listingEnds() returns the changes that lead there.
+  // A new listing replaces one that did not end.
   void listingBegins();
   void listed(std::vector<Record> page);
   std::vector<Change> listingEnds();
 
-  // From now on until resyncEnds(), a deletion leaves a tombstone, so that a page that was read before it is
-  // known to be older. A repaired deletion always does, as events from before it may still come: until
-  // resyncEnds() is told that these were applied.
+  // From now on until resyncEnds(), a deletion leaves a tombstone, so that an older page does not bring the
+  // key back. A repaired deletion leaves one, too, since older events may still come.
   void resyncBegins();
-  // `complete`: all pages were compared.
+  // complete: all pages were compared. Tombstones up to the revision `applied` are dropped.
   void resyncEnds(int64_t applied, bool complete);
-  // The keys from `from` on, as far as the page reaches, of which it says something else. What is newer than
-  // the page is none of them.
+  // Compares the page with the table, from the key `from` to the page's end. What the table has newer than
+  // the page does not differ.
   std::vector<Suspect> compare(const std::string& from, const Page& page);
-  // Whether the table still says something else.
+  // Whether the table still differs.
   bool differs(const Suspect& suspect) const;
-  // Takes over what the page said; nothing when the key is refused.
+  // Makes the table agree with the page; nothing if the key is refused.
   std::optional<Change> repair(Suspect suspect);
 
  private:
@@ -83,7 +82,7 @@ class KeyTable {
   };
   static Known knownOf(const Record& record);
   static Change changeOf(Record record);
-  // Whether there is room for the key; else it is counted.
+  // Whether the limits allow the key; else it is counted as refused.
   bool admits(const Keys& keys, const std::string& key, const Group& group, AllRefused& refused) const;
   bool add(Keys& keys, const Record& record, AllRefused& refused) const;
   void remove(std::map<std::string, Known>::iterator key);
@@ -95,9 +94,9 @@ class KeyTable {
   AllRefused refused_;
   bool resyncing_ = false;
   AllRefused resyncRefused_;                   // so far
-  std::map<std::string, int64_t> tombstones_;  // the revision of each; of a repaired one, the page's
+  std::map<std::string, int64_t> tombstones_;  // revisions of deletions, or of the pages that showed them
 
-  // The listing under way.
+  // Of the listing under way.
   Keys listedKeys_;
   AllRefused listedRefused_;
   std::vector<Change> listedChanges_;

@@ -23,10 +23,10 @@ std::string filesOf(const Access& access) {
 }  // namespace
 
 struct Login::Attempt {
-  std::atomic<bool> reading = true;  // files
+  std::atomic<bool> reading = true;  // the files; false afterwards
   grpc::ClientContext context;
   std::mutex mutex;  // guards what follows
-  Take take;         // null once it is cancelled
+  Take take;         // null: cancelled, or called already
   absl::StatusOr<LoggedIn> result = absl::UnknownError("");
   grpc::Alarm alarm;
 };

@@ -1,6 +1,5 @@
-// Logs in to a server for somebody who may not wait: on a thread that nobody waits for either, since the
-// files that it takes may be on a file system that hangs. What comes of it is told through the queue that its
-// user waits at.
+// Logs in to a server for a user who must not wait. It has a thread that nobody waits for, since the files
+// may be on a file system that hangs. The result arrives through the user's completion queue.
 #pragma once
 
 #include <absl/status/statusor.h>
@@ -17,7 +16,7 @@ namespace Kelstore::Etcd {
 
 class Login final {
  public:
-  // What is called, once, when an operation on the queue is done.
+  // Called once, when an operation on the queue is done.
   using Done = std::function<void(bool ok)>;
   using Take = std::function<void(absl::StatusOr<LoggedIn>)>;
 
@@ -27,12 +26,11 @@ class Login final {
   Login(const Login&) = delete;
   Login& operator=(const Login&) = delete;
 
-  // Cancels what is under way; then `take` is called, by who waits at the queue, with what comes of this one.
-  // Unavailable, and nothing is called, when the last one still reads files, or the system has no thread
-  // left.
+  // Cancels the login under way and starts another; a tag of the queue calls `take` with its result.
+  // Unavailable, and nothing is called: the last login still reads files, or the system has no thread left.
   absl::Status start(const std::string& endpoint, const Access& access,
                      std::shared_ptr<grpc::Channel> channel, Take take);
-  // Nothing is called any more.
+  // `take` is not called any more.
   void cancel();
 
  private:

@@ -6,8 +6,8 @@
 
 namespace Kelstore::Etcd {
 
-// What was left is taken back and joined with the update; the loop finds nothing in the meantime, and is
-// woken again.
+// Takes back what the loop has not taken, and merges it without the lock. The loop finds nothing meanwhile,
+// and is woken again.
 void Mailbox::give(Update update) {
   Update before;
   {

@@ -1,6 +1,6 @@
-// Where the follower's thread leaves what it has for the event loop's, and nothing else crosses. What has not
-// been taken yet is joined, path by path, so that it stays bounded however far the loop is behind. Each
-// function says which side calls it; none waits for the other side.
+// Where the follower's thread leaves changes and status for the event loop's. Nothing else passes between the
+// two. Changes that were not taken yet are merged path by path, so that they stay bounded however far the
+// loop is behind. Neither side waits for the other.
 #pragma once
 
 #include <functional>
@@ -19,16 +19,16 @@ namespace Kelstore::Etcd {
 class Mailbox {
  public:
   struct Update {
-    std::shared_ptr<const Snapshot> snapshot;  // null: the state is as it was
+    std::shared_ptr<const Snapshot> snapshot;  // null: the state has not changed
     std::vector<Path> changed;                 // sorted
     int64_t revision = 0;                      // of the snapshot
-    bool settled = false;                      // the source has said what it has to say for now
+    bool settled = false;                      // the source's layer may settle
     std::vector<Line> lines;
   };
   // Lines beyond this are dropped until the loop takes some.
   static constexpr size_t kMaxLines = 100;
 
-  // `wake` is called on the follower's thread.
+  // wake: called on the follower's thread after each give().
   explicit Mailbox(std::function<void()> wake) : wake_(std::move(wake)) {}
 
   // The follower's side. One thread.
@@ -39,7 +39,7 @@ class Mailbox {
 
   // The loop's side.
   Update take();
-  // Large things that the loop has no use for any more; the other side frees them.
+  // Has the other side free a snapshot, since that may take long.
   void discard(std::shared_ptr<const Snapshot> snapshot);
   StoreStatus status() const;
 

@@ -1,5 +1,5 @@
-// What an etcd server says, as far as we care, and what followers make of it. Plain values, so that what is
-// decided with them is tested without a server.
+// The parts of etcd's messages that are used, and the changes that follow from them. Plain values, so that
+// decisions on them are tested without a server.
 #pragma once
 
 #include <cstdint>
@@ -15,15 +15,15 @@ struct Header {
   uint64_t raftTerm = 0;
 };
 
-// What stands under a key.
+// A key and its value.
 struct Record {
   std::string key;
   std::string value;
   int64_t modRevision = 0;
   int64_t lease = 0;         // 0: none
-  size_t oversizeBytes = 0;  // of a value that is too large to be taken, and left out
+  size_t oversizeBytes = 0;  // size of a value that was left out, since it is too large; 0: it was not
 
-  // Leaves the value out when it is larger.
+  // Leaves the value out if it is larger than this.
   void cutTo(size_t valueBytes) {
     if (value.size() <= valueBytes) return;
     oversizeBytes = value.size();
@@ -31,22 +31,22 @@ struct Record {
   }
 };
 
-// A part of the keys, in their order.
+// A part of the keys, in order.
 struct Page {
   Header header;
   std::vector<Record> records;
-  bool more = false;  // keys follow that did not fit
+  bool more = false;  // further keys follow
 };
 
 enum class PageFailure : uint8_t {
-  noRevision,  // the revision that was asked for is compacted, or has not come yet
-  tooLarge,    // the server has it, but it is more than a message may hold
-  late,        // no answer came
+  noRevision,  // the revision is compacted, or does not exist yet
+  tooLarge,    // the page is more than a message may hold
+  late,        // no answer in time
   other,
 };
 
 struct Event {
-  Record record;  // of a deletion, the key and the revision of the deletion
+  Record record;  // of a deletion, only the key and the revision
   bool deleted = false;
 };
 
@@ -55,12 +55,12 @@ struct WatchResponse {
   bool created = false;
   bool canceled = false;
   bool fragment = false;        // more of the same answer follows
-  int64_t compactRevision = 0;  // not 0: what was asked for is compacted
+  int64_t compactRevision = 0;  // not 0: the revision that was asked for is compacted
   std::string cancelReason;
   std::vector<Event> events;
 };
 
-// What becomes of one key.
+// The change of one key.
 struct Change {
   std::string key;
   std::optional<std::string> value;  // nothing: the key is gone
@@ -68,11 +68,11 @@ struct Change {
   size_t oversizeBytes = 0;  // as above
 };
 
-// The changes of whole revisions, in their order; a key may occur more than once.
+// The changes of whole revisions, in order. A key may occur more than once.
 struct Batch {
-  int64_t revision = 0;  // all that happened up to this one has been told
+  int64_t revision = 0;  // the last one
   std::vector<Change> changes;
-  bool whole = false;  // these are all keys that there are; nothing is known of what was told before
+  bool whole = false;  // the changes are all keys of the store; any other key is gone
 };
 
 }  // namespace Kelstore::Etcd

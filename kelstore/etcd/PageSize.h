@@ -1,6 +1,6 @@
-// How many keys to ask a server for at once: fewer when they are too many or do not come, since a slow link
-// carries a smaller page in time; then more again, up to half of what failed, and beyond once some pages
-// worked. A page that fails for another reason is asked for again as it is, a few times.
+// How many keys to ask a server for at once: fewer after a page that was too large or late, since a slow link
+// carries a smaller page in time. Then more again, up to half of what failed, and beyond that after some
+// pages. A page that fails for another reason is asked for again as it is, a few times.
 #pragma once
 
 #include <cstdint>
@@ -19,11 +19,11 @@ class PageSize final {
   explicit PageSize(int64_t atMost) : keys_(atMost), most_(atMost), bound_(atMost) {}
 
   int64_t keys() const { return keys_; }
-  // The page that was asked for came.
+  // The page came.
   void worked();
-  // It did not. False when there is no hope left that one will.
+  // It did not. False: give up.
   bool failed(PageFailure why);
-  // With another server, whose link may carry more.
+  // Another server is asked, whose link may carry more.
   void anew();
 
  private:

@@ -54,7 +54,7 @@ WatchResponse watchResponseOf(etcdserverpb::WatchResponse& response, size_t valu
 
 PageFailure failureOf(const grpc::Status& status) {
   if (status.error_code() == grpc::StatusCode::OUT_OF_RANGE) return PageFailure::noRevision;
-  // The code alone is also that of a server with too much to do.
+  // An overloaded server returns the same code.
   std::string message = status.error_message();
   bool tooLarge = status.error_code() == grpc::StatusCode::RESOURCE_EXHAUSTED &&
                   (message.find("larger than max") != std::string::npos ||

@@ -1,5 +1,5 @@
-// Requests and answers as gRPC carries them, from and to the plain values of Messages.h: for the blocking
-// client and the follower's thread.
+// From gRPC's messages to the plain values of Messages.h, and back. For the blocking client and the
+// follower's thread.
 #pragma once
 
 #include <grpcpp/support/status.h>
@@ -13,16 +13,16 @@
 
 namespace Kelstore::Etcd {
 
-// At most `limit` keys from `from` up to, not including, `end`; an empty `end`: the key `from` alone.
+// Asks for at most `limit` keys from `from` up to, not including, `end`. Empty end: the key `from` alone.
 // Revision 0: the latest.
 etcdserverpb::RangeRequest rangeRequest(const std::string& from, const std::string& end, int64_t revision,
                                         int64_t limit);
 
-// These take the texts out of what they are given. Values of more than `valueBytes` are left out.
+// Move the texts out of the response. Values of more than `valueBytes` are left out.
 Page pageOf(etcdserverpb::RangeResponse& response, size_t valueBytes);
 WatchResponse watchResponseOf(etcdserverpb::WatchResponse& response, size_t valueBytes);
 
-// Why there is no page. Requires: the status is not OK.
+// Why a page failed. Requires: the status is not OK.
 PageFailure failureOf(const grpc::Status& status);
 
 }  // namespace Kelstore::Etcd

@@ -24,11 +24,11 @@ namespace Kelstore::Etcd {
 namespace {
 
 constexpr uint64_t kNsPerMs = 1'000'000;
-// Every lease is asked after once in such a time, but not more than so often all together.
+// The store is asked about each lease once in kLeaseRoundMs, but all together not more often than below.
 constexpr uint64_t kLeaseRoundMs = 5'000;
 constexpr uint64_t kLeaseLeastMs = 100;
 
-// Holds what the operation uses.
+// A tag of the queue. Holds what its operation uses.
 using Done = Login::Done;
 void* tag(Done done) { return new Done(std::move(done)); }
 
@@ -61,7 +61,7 @@ class Session::Impl {
   }
 
   void stop() {
-    // The queue is not left before it has told of the alarm, so that this never is too late.
+    // run() serves the queue until the alarm, so that this never comes too late.
     alarm_.Set(&queue_, gpr_time_0(GPR_TIMESPAN), stop_.release());
   }
 
@@ -78,7 +78,7 @@ class Session::Impl {
   };
   using WatchPtr = std::shared_ptr<Watch>;
 
-  // A connection to one server and the calls on it. Calls that are done after it was left are ignored.
+  // A connection to one server and the calls on it. Results that come after it was left are ignored.
   struct Connection {
     std::string endpoint;
     std::shared_ptr<grpc::Channel> channel;
@@ -118,7 +118,7 @@ class Session::Impl {
     if (now >= leaseAtMs_) askForLease(now);
   }
 
-  // What is known of the keys may be half of what it is to be: all are read again.
+  // What is known of the keys may be incomplete, so all are read again.
   void outOfMemory() {
     close();
     follower_ = Follower(followerSettings(), Runtime::unforeseenRandom());
@@ -139,7 +139,7 @@ class Session::Impl {
   }
 
   void carryOut() {
-    // What is carried out may come to further commands.
+    // Commands may lead to further commands.
     while (true) {
       std::vector<Command> commands = follower_.takeCommands();
       if (commands.empty()) return;
@@ -173,7 +173,7 @@ class Session::Impl {
     writeNext(connection_, connection_->watch);
   }
 
-  // Leaves the connection at once; what is under way on it is called off.
+  // Leaves the connection at once and cancels its calls.
   void close() {
     if (!connection_) return;
     connection_->left = true;
@@ -197,7 +197,7 @@ class Session::Impl {
     }
   }
 
-  // A call whose context is cancelled when the connection is left.
+  // A call that is cancelled when the connection is left.
   template <class Made>
   std::shared_ptr<Made> make(const ConnectionPtr& connection) {
     auto made = std::make_shared<Made>();
@@ -207,7 +207,7 @@ class Session::Impl {
     return made;
   }
 
-  // Starts the call; `done` gets it when it is done, unless the connection was left.
+  // Starts the call and passes its result to `done`, unless the connection was left.
   template <class Response, class Finished>
   void finish(const ConnectionPtr& connection, std::shared_ptr<Call<Response>> call, Finished finished) {
     call->reader->Finish(&call->response, &call->status,
@@ -281,7 +281,7 @@ class Session::Impl {
     watch->writing = true;
     watch->request.Clear();
     watch->request.mutable_progress_request();
-    // A stream that takes no more shows by what is read from it.
+    // If the stream has ended, a read shows it.
     watch->stream->Write(watch->request, tag([this, connection, watch](bool ok) {
                            watch->writing = !ok;
                            writeNext(connection, watch);

@@ -1,5 +1,5 @@
-// A follower's thread: speaks gRPC with the servers, carries out what the follower wants done, and hands over
-// what comes of it.
+// The follower's thread: carries out the follower's commands over gRPC, reports to it, and hands over the
+// results through the mailbox.
 #pragma once
 
 #include <memory>
@@ -13,15 +13,15 @@ namespace Kelstore::Etcd {
 
 class Session {
  public:
-  // All but the settings outlive the session; clock and mailbox are used on its thread. What may hang is
-  // done on one of `threads`, which may still be busy when the session is gone.
+  // Clock, mailbox and threads outlive the session; clock and mailbox are used on its thread. Files are read
+  // on one of `threads`, which may still be busy when the session is gone.
   Session(const FollowSettings& settings, const Zavro::Clock& clock, Mailbox& mailbox,
           Runtime::Threads& threads);
   ~Session();
 
-  // Follows the store until stop(). On a thread of its own.
+  // Follows the store until stop(). Call it once, on a thread of its own.
   void run();
-  // Makes run() return at once, be it called already or later. On any thread, once.
+  // Makes run() return at once, also if it is called later. On any thread, once.
   void stop();
 
  private:

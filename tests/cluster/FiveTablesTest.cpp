@@ -82,7 +82,7 @@ class FiveTables : public testing::TestWithParam<unsigned> {
   void SetUp() override {
     Lumalog::levelIs("*", -1);
     SnmpTest::InProcessAgent::instance();
-    layer_ = layers_.layerIs();
+    layer_ = layers_.addLayer();
     scheduler_.yieldWhen([this] { return ++asked_ % 7 == 0; });
     auto snmpDir = Zavro::makePtr<Kor::Dir>("snmp");
     auto trelDir = Zavro::makePtr<Kor::Dir>("trel");

@@ -1,4 +1,4 @@
-// Files with certificates and credentials: what is taken, and the line that anything else gets.
+// Files with certificates and credentials: what is accepted, and the error line for anything else.
 #include "kelstore/etcd/AccessFiles.h"
 
 #include <fmt/format.h>
@@ -65,7 +65,7 @@ TEST_F(EtcdAccessTest, SecretsThatTheGroupOrOthersHaveARightToAreRefused) {
   }
 }
 
-// He decides as whom we speak, and reads it whatever its mode is.
+// The owner decides which user we are, and can read the file whatever its mode is.
 TEST_F(EtcdAccessTest, SecretsOfAnotherUserAreRefused) {
   if (geteuid() != 0) GTEST_SKIP() << "only root can make a file of another user";
   std::string cert = fileOf("cert", kPem, 0644);

@@ -1,4 +1,4 @@
-// Where a store is: every form that is taken, and the line that anything else gets.
+// Addresses of stores: every accepted form, and the error line for anything else.
 #include "kelstore/etcd/Address.h"
 
 #include <fmt/format.h>

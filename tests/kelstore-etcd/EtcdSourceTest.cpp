@@ -141,7 +141,7 @@ TEST_F(EtcdSourceTest, KeysAreMoreThanAMessageHolds_TheyAreReadBeforeItSettles) 
 
 TEST_F(EtcdSourceTest, NoServer_OthersAreServed_AndItIsCompleteWhenOneComes) {
   uint16_t port = Support::freeTcpPort();
-  LayeredState::Layer other = world_.layers.layerIs();
+  LayeredState::Layer other = world_.layers.addLayer();
   start("127.0.0.1:" + std::to_string(port));
   world_.says(R"({"interfaces": {"b": {"ifIndex": 7}}})", other);
   ASSERT_TRUE(until([&] { return world_.layers.idle(); })) << "it keeps nobody waiting";

@@ -1,4 +1,4 @@
-// What the loop finds, however often it looks.
+// What the loop finds in the mailbox, however often it looks.
 #include "kelstore/etcd/Mailbox.h"
 
 #include <gmock/gmock.h>

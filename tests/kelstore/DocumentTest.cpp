@@ -177,7 +177,7 @@ TEST(DocumentTest, MemberIsOfTheWrongType_AllThatItHeldStays) {
 
 TEST(DocumentTest, NoFaults_NothingOfBeforeStays) { EXPECT_THAT(kept("{}"), IsEmpty()); }
 
-// What one value on its own comes to: the value's JSON, or what is wrong with it.
+// A value that is parsed on its own, as JSON, or what is wrong with it.
 std::string atPath(const Path& path, std::string_view text) {
   Document document = parseValue(path, text);
   if (document.unusable) return "unusable" + *document.unusable;

@@ -44,9 +44,9 @@ TEST(LayeredStateTest, MemberIsHeldByTwoLayers_ItStaysUntilBothWithdrawIt) {
   EXPECT_EQ(world.says("{}", 1), "-host[3]");
 }
 
-// A layer over that of World's first one, which alone speaks for the processors of member 3.
+// A layer over that of World's first one, which claims the processors of member 3.
 LayeredState::Layer claimingLayer(World& world) {
-  return world.layers.layerIs(
+  return world.layers.addLayer(
       [](Kind kind, std::string_view first) { return kind == Kind::processor && first == "3"; });
 }
 
@@ -75,7 +75,7 @@ TEST(LayeredStateTest, ClaimedElementOfALowerLayer_DoesNotAppear_WhatIsNotClaime
 
 TEST(LayeredStateTest, LowestLayer_CountsWhereNoOtherSaysSomething) {
   World world(2);
-  LayeredState::Layer lowest = world.layers.lowestLayerIs();
+  LayeredState::Layer lowest = world.layers.addLowestLayer();
   world.layers.settledIs(lowest);
   world.says(ifIndex(1), 0);
   world.says(ifIndex(2), 1);
@@ -89,7 +89,7 @@ TEST(LayeredStateTest, LowestLayer_CountsWhereNoOtherSaysSomething) {
 TEST(LayeredStateTest, LayerAboveAClaim_WinsAsEver) {
   World world(1);
   LayeredState::Layer claiming = claimingLayer(world);
-  LayeredState::Layer top = world.layers.layerIs();
+  LayeredState::Layer top = world.layers.addLayer();
   world.submit(R"({"members": {"3": {"processors": {"1": {"load": 1}}}}})", claiming);
   for (LayeredState::Layer layer : {LayeredState::Layer{0}, claiming}) world.layers.settledIs(layer);
   world.says(R"({"members": {"3": {"processors": {"1": {"load": 7}}}}})", top);

@@ -1,4 +1,4 @@
-// How much of a source is taken: the limits' names and defaults, and what documents beyond them come to.
+// Limits: their names and defaults, and what is used of documents that exceed them.
 #include "kelstore/Limits.h"
 
 #include <fmt/format.h>

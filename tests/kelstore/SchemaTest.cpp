@@ -1,5 +1,4 @@
-// The schema: for every kind what is taken, and the line that anything else gets; and that the document says
-// the same.
+// The schema: what each kind accepts, the error line for anything else, and that the document says the same.
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 

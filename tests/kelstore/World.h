@@ -17,13 +17,13 @@ namespace Kelstore {
 class World {
  public:
   explicit World(size_t count = 1) : layers(scheduler.get(), mirror) {
-    for (size_t i = 0; i < count; ++i) layers.layerIs();
+    for (size_t i = 0; i < count; ++i) layers.addLayer();
     clearMappings();
     followAll();
   }
   ~World() { clearMappings(); }
 
-  // The layer says what the document says, and all of it is applied. Returns the notifications.
+  // Sets the layer to the document and applies it. Returns the notifications.
   std::string says(const std::string& document, LayeredState::Layer layer = 0) {
     submit(document, layer);
     layers.settledIs(layer);

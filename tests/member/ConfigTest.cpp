@@ -1,4 +1,4 @@
-// The configuration file: what it sets, and the one line that each error gets.
+// The configuration file: what it sets, and the line for each error.
 #include "member/Config.h"
 
 #include <fmt/format.h>

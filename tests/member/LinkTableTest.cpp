@@ -1,4 +1,4 @@
-// Devices as messages tell of them: by number, and asked for by name.
+// Devices as messages describe them: kept by number, found by name.
 #include <gtest/gtest.h>
 
 #include "member/Links.h"
@@ -16,12 +16,12 @@ std::string shown(const LinkTable& table, const std::string& name) {
   return std::to_string(device->index) + (!device->switchedOn ? " off" : device->carrier ? "" : " down");
 }
 
-TEST(LinkTableTest, UntilAllAreTold_NoneIsKnown) {
+TEST(LinkTableTest, BeforeTheListingEnds_NoneIsKnown) {
   LinkTable table;
   table.deviceIs("a", kUp1);
   EXPECT_FALSE(table.known());
   EXPECT_EQ(shown(table, "a"), "-");
-  table.allAreTold();
+  table.listingEnds();
   EXPECT_TRUE(table.known());
   EXPECT_EQ(shown(table, "a"), "1");
   EXPECT_EQ(shown(table, "b"), "-");
@@ -29,7 +29,7 @@ TEST(LinkTableTest, UntilAllAreTold_NoneIsKnown) {
 
 TEST(LinkTableTest, OnlyDifferences_AreNews) {
   LinkTable table;
-  table.allAreTold();
+  table.listingEnds();
   EXPECT_TRUE(table.deviceIs("a", kUp1));
   EXPECT_FALSE(table.deviceIs("a", kUp1));
   EXPECT_TRUE(table.deviceIs("a", {1, true, false}));
@@ -43,7 +43,7 @@ TEST(LinkTableTest, OnlyDifferences_AreNews) {
 
 TEST(LinkTableTest, Renamed_HasTheNewNameOnly) {
   LinkTable table;
-  table.allAreTold();
+  table.listingEnds();
   table.deviceIs("a", kUp1);
   EXPECT_TRUE(table.deviceIs("b", kUp1));
   EXPECT_EQ(shown(table, "a") + shown(table, "b"), "-1");
@@ -51,21 +51,21 @@ TEST(LinkTableTest, Renamed_HasTheNewNameOnly) {
 
 TEST(LinkTableTest, NameOfAnotherDevice_IsTheLastOnes) {
   LinkTable table;
-  table.allAreTold();
+  table.listingEnds();
   table.deviceIs("a", kUp1);
   table.deviceIs("a", kUp2);
   EXPECT_EQ(shown(table, "a"), "2");
 }
 
-TEST(LinkTableTest, AllAreToldAnew_ThoseThatAreNotAreGone) {
+TEST(LinkTableTest, ListedAgain_DevicesThatAreMissingAreGone) {
   LinkTable table;
   table.deviceIs("a", kUp1);
   table.deviceIs("b", kUp2);
-  table.allAreTold();
-  table.allWillBeTold();
+  table.listingEnds();
+  table.listingBegins();
   EXPECT_EQ(shown(table, "a") + shown(table, "b"), "12") << "known as they were, meanwhile";
   table.deviceIs("b", kUp2);
-  table.allAreTold();
+  table.listingEnds();
   EXPECT_EQ(shown(table, "a") + shown(table, "b"), "-2");
 }
 

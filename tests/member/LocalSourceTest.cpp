@@ -23,7 +23,7 @@ class LocalSourceTest : public testing::Test {
  protected:
   // Member 7, beside what an earlier source says.
   void start(const std::string& earlier = "{}", uint32_t intervalSeconds = 5) {
-    auto below = world_.layers.layerIs();
+    auto below = world_.layers.addLayer();
     source_.emplace(LocalSource::Settings{7, intervalSeconds, ""}, machine_, world_.layers, io_, clock_);
     world_.submit(earlier, below);
     world_.layers.settledIs(below);

@@ -19,8 +19,8 @@ class Life {
   Life(std::shared_ptr<ManualMachine> machine, Zavro::ManualClock& clock, const std::string& indexFile,
        const std::string& others = "{}", bool indexesHang = false, const std::string& earlier = "{}")
       : io(clock), world(0) {
-    auto first = world.layers.layerIs();
-    others_ = world.layers.layerIs();
+    auto first = world.layers.addLayer();
+    others_ = world.layers.addLayer();
     world.submit(earlier, first);
     world.layers.settledIs(first);
     source.emplace(LocalSource::Settings{7, 5, indexFile}, std::move(machine), world.layers, io, clock);

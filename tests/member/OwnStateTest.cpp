@@ -34,7 +34,7 @@ class OwnStateTest : public testing::Test {
     return config;
   }
   void start() {
-    links_.allAreTold();
+    links_.listingEnds();
     state_.start();
     io_.advance(0);
   }
@@ -53,10 +53,10 @@ class OwnStateTest : public testing::Test {
     return -1;
   }
   void devicesAre(std::optional<Device> bp2, std::optional<Device> bp3) {
-    links_.allWillBeTold();
+    links_.listingBegins();
     if (bp2) links_.deviceIs("bp2", *bp2);
     if (bp3) links_.deviceIs("bp3", *bp3);
-    links_.allAreTold();
+    links_.listingEnds();
     state_.linksChanged();
   }
 
@@ -257,7 +257,7 @@ class MountsInTurnTest : public OwnStateTest {
   MountsInTurnTest() : OwnStateTest(1) {
     machine_->mounted = std::vector<Mount>{{"/a", MountKind::fixedDisk, 1}, {"/b", MountKind::fixedDisk, 2}};
     machine_->rooms["/a"] = machine_->rooms["/b"] = Room{4096, 100, 50};
-    links_.allAreTold();
+    links_.listingEnds();
     machine_->hanging = {"mount /a"};
     state_.start();
     io_.advance(500);

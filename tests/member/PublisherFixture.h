@@ -1,5 +1,4 @@
-// What the tests of the publisher share: one whose time and whose store's answers are driven by hand, and
-// what it has to say.
+// What the tests of the publisher share: a publisher with content, whose time and store are driven by hand.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -16,7 +15,7 @@ inline Kelstore::Path processor(const std::string& index, const std::string& mem
 inline Kelstore::Path interface(const std::string& name) { return {Kelstore::Kind::interface, name, ""}; }
 inline const Kelstore::Path kLink{Kelstore::Kind::link, "1", "2"};
 
-// Of somebody else's lease.
+// Somebody else's lease.
 inline constexpr LeaseStore::Lease kOther = 7;
 
 inline const Runtime::Random kRandom = [] { return 0.5; };
@@ -31,7 +30,7 @@ class PublisherTest : public testing::Test {
   Publisher::Listener listener() {
     return {[this] { ++published_; }, [this](const std::string& line) { statuses_.push_back(line); }};
   }
-  // What is to be said, as it stands in content_.
+  // Gives the publisher content_.
   void say() {
     std::vector<Kelstore::Snapshot::Entry> entries(content_.begin(), content_.end());
     publisher_->contentIs(entries);

@@ -15,7 +15,7 @@ using testing::ElementsAre;
 using State = Publisher::State;
 
 constexpr std::array<const char*, 12> kStateNames = {"silent",  "granting",  "listing",    "writing",
-                                                     "pausing", "published", "retrying",   "standingBy",
+                                                     "pausing", "published", "retrying",   "standby",
                                                      "looking", "leaving",   "givingBack", "ended"};
 
 std::string nameOf(State state) { return kStateNames.at(static_cast<size_t>(state)); }
@@ -28,7 +28,7 @@ class StatesTest : public PublisherTest {
         {State::silent, &StatesTest::nothing},        {State::granting, &StatesTest::speaks},
         {State::listing, &StatesTest::isGranted},     {State::writing, &StatesTest::isListed},
         {State::pausing, &StatesTest::soonSaysMore},  {State::published, &StatesTest::isWritten},
-        {State::retrying, &StatesTest::isRefused},    {State::standingBy, &StatesTest::isReplaced},
+        {State::retrying, &StatesTest::isRefused},    {State::standby, &StatesTest::isReplaced},
         {State::looking, &StatesTest::looks},         {State::leaving, &StatesTest::endsUngranted},
         {State::givingBack, &StatesTest::endsLeased}, {State::ended, &StatesTest::ends}};
     create();
@@ -215,13 +215,13 @@ const Transition kTransitions[] = {
     {State::retrying, "content", &StatesTest::otherContent, State::retrying},
     {State::retrying, "end", &StatesTest::end, State::ended},
 
-    {State::standingBy, "time", &StatesTest::time, State::looking},
-    {State::standingBy, "content", &StatesTest::otherContent, State::standingBy},
-    {State::standingBy, "end", &StatesTest::end, State::ended},
+    {State::standby, "time", &StatesTest::time, State::looking},
+    {State::standby, "content", &StatesTest::otherContent, State::standby},
+    {State::standby, "end", &StatesTest::end, State::ended},
 
-    {State::looking, "answer", &StatesTest::answer, State::standingBy},
+    {State::looking, "answer", &StatesTest::answer, State::standby},
     {State::looking, "answerWithoutOthersKeys", &StatesTest::answerWithoutOthersKeys, State::granting},
-    {State::looking, "failure", &StatesTest::failure, State::standingBy},
+    {State::looking, "failure", &StatesTest::failure, State::standby},
     {State::looking, "content", &StatesTest::otherContent, State::looking},
     {State::looking, "end", &StatesTest::end, State::leaving},
 
