@@ -43,10 +43,18 @@ class PublishedTable {
       }
       return place.row;
     }
-    Zavro::Ptr<Row> row = Zavro::makePtr<Row>(key, fields...);
-    table_.link(row, place);
-    publish(row->key(), row);
-    return row;
+    return insert(key, place, fields...);
+  }
+  // The same, but a row with other fields is deleted first.
+  template <class... Fields>
+  void write(const Key& key, const Fields&... fields) {
+    auto place = table_.placeOf(key);
+    if (place.row != nullptr) {
+      if (place.row->differsFrom(fields...) == nullptr) return;
+      del(*place.row);
+      place = table_.placeOf(key);
+    }
+    insert(key, place, fields...);
   }
   // Inserts the entry under its own key, or replaces the one that is there.
   EntryPtr is(const EntryPtr& entry) {
@@ -61,14 +69,9 @@ class PublishedTable {
     publish(entry->key(), entry);
     return entry;
   }
-  // By value: the key may be part of the row that is deleted.
-  EntryPtr del(Key key) {
+  EntryPtr del(const Key& key) {
     auto* row = table_.findForUpdate(key);
-    if (row == nullptr) return nullptr;
-    EntryPtr entry = TableType::entryOf(*row);
-    table_.unlink(*row);
-    publish(key, nullptr);
-    return entry;
+    return row != nullptr ? del(*row) : nullptr;
   }
   EntryPtr del(const Cursor& iterator) { return iterator ? del(iterator.key()) : nullptr; }
   void delAll() {
@@ -76,6 +79,21 @@ class PublishedTable {
   }
 
  private:
+  template <class Place, class... Fields>
+  EntryPtr insert(const Key& key, const Place& place, const Fields&... fields) {
+    Zavro::Ptr<Row> row = Zavro::makePtr<Row>(key, fields...);
+    table_.link(row, place);
+    publish(row->key(), row);
+    return row;
+  }
+
+  EntryPtr del(Row& row) {
+    EntryPtr entry = TableType::entryOf(row);
+    Zavro::Ptr<Row> gone = table_.unlink(row);
+    publish(gone->key(), nullptr);
+    return entry;
+  }
+
   void publish(const Key& key, Zavro::Ptr<const Kor::ValueEntity> entry) const {
     Kor::Publication publication;
     publisher_.notify({kName, key, std::move(entry)});

@@ -25,11 +25,8 @@ class TrelSnmpHostResourcesSm final : public Pipeline {
 
   struct SystemRows : TableRows<TrelHrSystemTable> {
     using Value = Host;
-    static bool same(const TrelHrSystemEntry& entry, const Host& host) {
-      return entry.hostResources() == host;
-    }
-    static void insert(TrelMib& mib, uint32_t member, const Host& host) {
-      mib.trelHrSystemTableIs(member, host);
+    static void write(TrelMib& mib, uint32_t member, const Host& host) {
+      mib.of<Table>().write(member, host);
     }
     static std::string text(uint32_t member, const Host& host);
   };

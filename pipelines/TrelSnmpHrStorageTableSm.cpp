@@ -83,8 +83,8 @@ StorageRow rowOf(const Zavro::Ptr<const TrelHrStorageEntryMem>& made) {
 
 }  // namespace RivoCode::TrelSnmpHrStorageTableSm
 
-void TrelSnmpHrStorageTableSm::StorageRows::insert(TrelMib& mib, const TrelHrStorageKey& key,
-                                                   const StorageRow& row) {
+void TrelSnmpHrStorageTableSm::StorageRows::write(TrelMib& mib, const TrelHrStorageKey& key,
+                                                  const StorageRow& row) {
   if (row->key() != key) {
     Zavro::assertFailed(
         fmt::format("In \"{}\" the value inserted in the into statement has internal key: {}, "

@@ -33,10 +33,8 @@ class TrelSnmpHrStorageTableSm final : public Pipeline {
 
   struct StorageRows : TableRows<TrelHrStorageTable> {
     using Value = StorageRow;
-    // The table replaces a row: none has to be deleted first.
-    static bool same(const KorTrelHrStorageTable& /*holder*/, const Value& /*row*/) { return true; }
-    // Ends the process when the row's own key differs from key.
-    static void insert(TrelMib& mib, const TrelHrStorageKey& key, const Value& row);
+    // Replaces a row: none is deleted first. Ends the process when the row's own key differs from key.
+    static void write(TrelMib& mib, const TrelHrStorageKey& key, const Value& row);
     static std::string text(const TrelHrStorageKey& key, const Value& row);
   };
   using TrelMibTrelHrStorageTableOutputKeyType = TrelHrStorageKey;

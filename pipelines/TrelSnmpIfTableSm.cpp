@@ -25,6 +25,9 @@
 
 #include <fmt/ranges.h>
 
+#include <iterator>
+#include <map>
+
 namespace TrelSnmp::Agent {
 namespace {
 
@@ -67,8 +70,8 @@ bool TrelSnmpIfTableSm::IfRows::same(const TrelIfEntry& entry, const Value& valu
   return entry.differsFrom(value.localMemberId, value.remoteMemberId) == nullptr;
 }
 
-void TrelSnmpIfTableSm::IfRows::insert(TrelMib& mib, uint32_t ifIndex, const Value& value) {
-  mib.trelIfTableIs(ifIndex, value.localMemberId, value.remoteMemberId);
+void TrelSnmpIfTableSm::IfRows::write(TrelMib& mib, uint32_t ifIndex, const Value& value) {
+  mib.of<Table>().write(ifIndex, value.localMemberId, value.remoteMemberId);
 }
 
 std::string TrelSnmpIfTableSm::IfRows::text(uint32_t ifIndex, const Value& value) {
@@ -108,6 +111,17 @@ void TrelSnmpIfTableSm::eventToIfMibIfIndexStreamInternal(const Lanix::IntfId& i
     pipelineTrace.trace(kStepLevel, kBackplaneFilter);
     return;
   }
+  // The interfaces of a backlog, or of a scan, find their pairs in an index. A single one needs none, and
+  // where the steps are traced, each interface has a walk of its own.
+  bool several = ifMibIfIndexStream_.size() != 0 || !streamScanned(kIfMibIfIndexStream);
+  if ((several || linksByInterface_.current()) && !pipelineTrace.enabled(kStepLevel)) {
+    for (const auto& [local, remote] : linksByInterface_.of(intfId)) eventToTrelIfTableStream(local, remote);
+  } else {
+    walkLinksOf(intfId);
+  }
+}
+
+void TrelSnmpIfTableSm::walkLinksOf(const Lanix::IntfId& intfId) {
   const auto& members = topologyConfig_->topoConfig();
   pipelineTrace.trace(kStepLevel, kMembersFlattened, members.size());
   for (auto member = members.begin(); member; member.next()) {
@@ -130,7 +144,7 @@ void TrelSnmpIfTableSm::eventToTrelIfTableStream(Trel::MemberId local, Trel::Mem
   std::optional<uint32_t> newIndex = producedIndex(local, remote);
   std::optional<uint32_t> oldIndex = exchangeCached(pair, newIndex);
   try {
-    exchangeRows(oldIndex != newIndex ? oldIndex : std::nullopt, newIndex, pair);
+    exchangeRows(oldIndex, newIndex, pair);
   } catch (...) {
     // The pair stays queued. Its next turn needs the old index again, to handle both rows.
     if (oldIndex) cacheAttr0_[pair] = *oldIndex;
@@ -143,13 +157,14 @@ void TrelSnmpIfTableSm::eventToTrelIfTableStream(Trel::MemberId local, Trel::Mem
 void TrelSnmpIfTableSm::exchangeRows(const std::optional<uint32_t>& oldIndex,
                                      const std::optional<uint32_t>& newIndex, const MemberIdPair& pair) {
   pipelineTrace.trace(kStepLevel, kOldAndNewFlattened, 2);
-  bool withdrawn = intoTrelIfTable(oldIndex, false, pair);
+  std::optional<uint32_t> left = oldIndex != newIndex ? oldIndex : std::nullopt;
+  bool withdrawn = intoTrelIfTable(left, false, pair);
   intoTrelIfTable(newIndex, true, pair);
-  if (oldIndex) unclaim(*oldIndex, pair);
+  if (left) unclaim(*left, pair);
   if (newIndex) claim(*newIndex, pair);
   // An interrupted turn may have withdrawn the row already.
   bool interrupted = interrupted_.erase(pair) != 0;
-  if (withdrawn || (interrupted && oldIndex)) processClaimants(*oldIndex);
+  if (withdrawn || (interrupted && left)) processClaimants(*left);
 }
 
 // The index that the pair's link has now, if it is one of a backplane channel interface.
@@ -165,16 +180,21 @@ std::optional<uint32_t> TrelSnmpIfTableSm::producedIndex(Trel::MemberId local, T
 std::optional<uint32_t> TrelSnmpIfTableSm::exchangeCached(const MemberIdPair& pair,
                                                           const std::optional<uint32_t>& ifIndex) {
   std::optional<uint32_t> before;
-  if (auto cached = cacheAttr0_.find(pair); cached != cacheAttr0_.end()) {
+  auto cached = cacheAttr0_.find(pair);
+  if (cached != cacheAttr0_.end()) {
     before = cached->second;
     pipelineTrace.trace(kCacheLevel, "Got value {} with key {} from cache", *before, pair);
   }
   if (ifIndex) {
     pipelineTrace.trace(kCacheLevel, "Inserting value {} with key {} into cache", *ifIndex, pair);
-    cacheAttr0_[pair] = *ifIndex;
+    if (before) {
+      cached->second = *ifIndex;
+    } else {
+      cacheAttr0_.emplace(pair, *ifIndex);
+    }
   } else {
     pipelineTrace.trace(kCacheLevel, "Deleting key {} from cache", pair);
-    cacheAttr0_.erase(pair);
+    if (before) cacheAttr0_.erase(cached);
   }
   return before;
 }
@@ -204,35 +224,38 @@ bool TrelSnmpIfTableSm::intoTrelIfTable(const std::optional<uint32_t>& ifIndex, 
 // Several pairs with one index
 
 void TrelSnmpIfTableSm::claim(uint32_t ifIndex, const MemberIdPair& pair) {
-  std::set<MemberIdPair>& pairs = claimants_[ifIndex];
-  if (!pairs.insert(pair).second || pairs.size() == 1) return;
+  if (!claims_.insert({ifIndex, pair}).second) return;
+  Claimants pairs = claimantsOf(ifIndex);
+  if (pairs.size() == 1) return;
   pipelineTrace.trace({"ifIndex", std::to_string(ifIndex)}, Lumalog::kWarningLevel, "{}",
                       conflict(ifIndex, pairs));
 }
 
 void TrelSnmpIfTableSm::unclaim(uint32_t ifIndex, const MemberIdPair& pair) {
-  auto claimed = claimants_.find(ifIndex);
-  if (claimed == claimants_.end() || claimed->second.erase(pair) == 0) return;
-  std::set<MemberIdPair>& pairs = claimed->second;
-  if (pairs.empty()) {
-    claimants_.erase(claimed);
-  } else if (pairs.size() == 1) {
-    pipelineTrace.trace({"ifIndex", std::to_string(ifIndex)}, Lumalog::kWarningLevel,
-                        "ifIndex {} is given to one link only now: {}", ifIndex, *pairs.begin());
+  if (claims_.erase({ifIndex, pair}) == 0) return;
+  Claimants pairs = claimantsOf(ifIndex);
+  if (pairs.size() != 1) return;
+  pipelineTrace.trace({"ifIndex", std::to_string(ifIndex)}, Lumalog::kWarningLevel,
+                      "ifIndex {} is given to one link only now: {}", ifIndex, pairs.front());
+}
+
+TrelSnmpIfTableSm::Claimants TrelSnmpIfTableSm::claimantsOf(uint32_t ifIndex) const {
+  Claimants pairs;
+  for (auto at = claims_.lower_bound({ifIndex, {}}); at != claims_.end() && at->first == ifIndex; ++at) {
+    pairs.push_back(at->second);
   }
+  return pairs;
 }
 
 // The row of an index was withdrawn: another pair that produces the index gets one.
 void TrelSnmpIfTableSm::processClaimants(uint32_t ifIndex) {
-  auto claimed = claimants_.find(ifIndex);
-  if (claimed == claimants_.end()) return;
-  for (const MemberIdPair& pair : std::set<MemberIdPair>(claimed->second)) {
+  for (const MemberIdPair& pair : claimantsOf(ifIndex)) {
     topoConfigStream_.event({Trel::MemberId(static_cast<uint8_t>(pair.firstId())),
                              Trel::MemberId(static_cast<uint8_t>(pair.secondId()))});
   }
 }
 
-std::string TrelSnmpIfTableSm::conflict(uint32_t ifIndex, const std::set<MemberIdPair>& pairs) const {
+std::string TrelSnmpIfTableSm::conflict(uint32_t ifIndex, const Claimants& pairs) const {
   const TrelIfEntry* row = trelMib()->trelIfTable().find(ifIndex);
   std::string shown =
       row != nullptr ? Kor::toText(MemberIdPair(row->localMemberId(), row->remoteMemberId())) : "none";
@@ -242,8 +265,11 @@ std::string TrelSnmpIfTableSm::conflict(uint32_t ifIndex, const std::set<MemberI
 
 std::vector<std::string> TrelSnmpIfTableSm::conflicts() const {
   std::vector<std::string> all;
-  for (const auto& [ifIndex, pairs] : claimants_) {
+  for (auto at = claims_.begin(); at != claims_.end();) {
+    uint32_t ifIndex = at->first;
+    Claimants pairs = claimantsOf(ifIndex);
     if (pairs.size() > 1) all.push_back(conflict(ifIndex, pairs));
+    std::advance(at, pairs.size());
   }
   return all;
 }
@@ -290,10 +316,15 @@ TrelSnmpIfTableSm::TrelSnmpIfTableSm(Zavro::Ptr<const Trel::TopologyConfig> topo
     : Pipeline(pipelineTrace, std::move(trelMib), control, {"topoConfigStream", "ifMibIfIndexStream"}),
       topologyConfig_(std::move(topologyConfig)),
       ifMib_(std::move(ifMib)),
+      linksByInterface_(topologyConfig_),
       topoConfigStream_(*this, "topoConfigStream", kTopoConfigStream,
                         [this](const auto& key) { processOneTopoConfigStreamElem(key); }),
-      ifMibIfIndexStream_(*this, "ifMibIfIndexStream", kIfMibIfIndexStream,
-                          [this](const auto& key) { processOneIfMibIfIndexStreamElem(key); }),
+      ifMibIfIndexStream_(
+          *this, "ifMibIfIndexStream", kIfMibIfIndexStream,
+          [this](const auto& key) { processOneIfMibIfIndexStreamElem(key); },
+          [this] {
+            if (streamScanned(kIfMibIfIndexStream)) linksByInterface_.clear();
+          }),
       output_(*this, {kTopoConfigStream, kIfMibIfIndexStream}) {
   start();
 }

@@ -2,12 +2,15 @@
 // that join members, by interface index.
 #pragma once
 
+#include <absl/container/btree_set.h>
 #include <absl/container/flat_hash_map.h>
+#include <absl/container/inlined_vector.h>
 
-#include <map>
 #include <optional>
 #include <set>
+#include <utility>
 
+#include "pipelines/LinksByInterface.h"
 #include "pipelines/framework/Backlog.h"
 #include "pipelines/framework/CollectionStream.h"
 #include "pipelines/framework/DirMachine.h"
@@ -44,7 +47,7 @@ class TrelSnmpIfTableSm final : public Pipeline {
     };
     static constexpr const char* kInto = "into( trelMib.trelIfTable[ ifIndex ] )";
     static bool same(const TrelIfEntry& entry, const Value& value);
-    static void insert(TrelMib& mib, uint32_t ifIndex, const Value& value);
+    static void write(TrelMib& mib, uint32_t ifIndex, const Value& value);
     static std::string text(uint32_t ifIndex, const Value& value);
   };
 
@@ -61,6 +64,8 @@ class TrelSnmpIfTableSm final : public Pipeline {
   const BacklogBase& ifMibIfIndexStreamCodef() const { return ifMibIfIndexStream_; }
   // The index that each member pair produced last.
   const absl::flat_hash_map<MemberIdPair, uint32_t>& cacheAttr0() const { return cacheAttr0_; }
+  // What the pairs of an interface are looked up in while there are several interfaces to process.
+  const LinksByInterface& linksByInterface() const { return linksByInterface_; }
   // One line for each index that several links produce.
   std::vector<std::string> conflicts() const override;
 
@@ -71,6 +76,8 @@ class TrelSnmpIfTableSm final : public Pipeline {
   void eventToIfMibIfIndexStream(const Lanix::IntfId& intfId, const std::optional<uint32_t>& ifIndex);
 
  private:
+  using Claimants = absl::InlinedVector<MemberIdPair, 4>;  // the pairs that produce an index
+
   std::vector<PointerArgument> pointerArguments() const override;
   void createMachines() override;
 
@@ -78,6 +85,7 @@ class TrelSnmpIfTableSm final : public Pipeline {
   void processOneIfMibIfIndexStreamElem(const IfMibIfIndexStreamCodefKeyType& intfId);
   void eventToTopoConfigStreamInternal(Trel::MemberId local, Trel::MemberId remote);
   void eventToIfMibIfIndexStreamInternal(const Lanix::IntfId& intfId);
+  void walkLinksOf(const Lanix::IntfId& intfId);
   void eventToTrelIfTableStream(Trel::MemberId local, Trel::MemberId remote);
 
   void withdrawRows();
@@ -86,8 +94,9 @@ class TrelSnmpIfTableSm final : public Pipeline {
   void claim(uint32_t ifIndex, const MemberIdPair& pair);
   void unclaim(uint32_t ifIndex, const MemberIdPair& pair);
   void processClaimants(uint32_t ifIndex);
-  std::string conflict(uint32_t ifIndex, const std::set<MemberIdPair>& claimants) const;
-  // Moves the pair's row. oldIndex: nothing when the index stays the same.
+  Claimants claimantsOf(uint32_t ifIndex) const;
+  std::string conflict(uint32_t ifIndex, const Claimants& claimants) const;
+  // Moves the pair's row to newIndex, or writes it where it is.
   void exchangeRows(const std::optional<uint32_t>& oldIndex, const std::optional<uint32_t>& newIndex,
                     const MemberIdPair& pair);
   // Writes (doInsert) or withdraws the pair's row. Returns whether it withdrew a row.
@@ -95,11 +104,12 @@ class TrelSnmpIfTableSm final : public Pipeline {
 
   const Zavro::Ptr<const Trel::TopologyConfig> topologyConfig_;
   const Zavro::Ptr<const IntfSnmp::IfMib> ifMib_;
+  LinksByInterface linksByInterface_;
   Backlog<TopoConfigStreamCodefKeyType> topoConfigStream_;
   Backlog<IfMibIfIndexStreamCodefKeyType> ifMibIfIndexStream_;
   absl::flat_hash_map<MemberIdPair, uint32_t> cacheAttr0_;
-  std::map<uint32_t, std::set<MemberIdPair>> claimants_;  // the pairs of the cache by index
-  std::set<MemberIdPair> interrupted_;                    // their last turn ended with an exception
+  absl::btree_set<std::pair<uint32_t, MemberIdPair>> claims_;  // the cache by index
+  std::set<MemberIdPair> interrupted_;                         // their last turn ended with an exception
   Output<IfRows> output_;
 };
 

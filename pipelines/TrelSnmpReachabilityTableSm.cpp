@@ -13,12 +13,8 @@ namespace TrelSnmp::Agent {
 
 const Lumalog::Handle ReachabilityOfMembers::kTrace("TrelSnmpReachabilityTableSm");
 
-bool ReachabilityRows::same(const TrelReachabilityEntry& entry, const Value& value) {
-  return entry.differsFrom(value.state, value.ifMib) == nullptr;
-}
-
-void ReachabilityRows::insert(TrelMib& mib, const MemberIdPair& key, const Value& value) {
-  mib.trelReachabilityTableIs(key, value.state, value.ifMib);
+void ReachabilityRows::write(TrelMib& mib, const MemberIdPair& key, const Value& value) {
+  mib.of<Table>().write(key, value.state, value.ifMib);
 }
 
 std::string ReachabilityRows::text(const MemberIdPair& key, const Value& value) {

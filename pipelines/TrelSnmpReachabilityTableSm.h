@@ -18,11 +18,10 @@ using OutputState = ::TrelSnmp::Agent::OutputState;
 
 struct ReachabilityRows : TableRows<TrelReachabilityTable> {
   struct Value {
-    Zavro::Ptr<const Trel::ReachabilityState> state;
-    Zavro::Ptr<const IntfSnmp::IfMib> ifMib;
+    const Zavro::Ptr<const Trel::ReachabilityState>& state;
+    const Zavro::Ptr<const IntfSnmp::IfMib>& ifMib;
   };
-  static bool same(const TrelReachabilityEntry& entry, const Value& value);
-  static void insert(TrelMib& mib, const MemberIdPair& key, const Value& value);
+  static void write(TrelMib& mib, const MemberIdPair& key, const Value& value);
   static std::string text(const MemberIdPair& key, const Value& value);
 };
 

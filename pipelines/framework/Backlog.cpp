@@ -73,6 +73,7 @@ void BacklogBase::processKeys() {
 }
 
 void BacklogBase::idleIs(bool idle) {
+  if (idle) allProcessed();
   if (state().set(idle_, idle)) root_.updateIdle();
 }
 

@@ -48,6 +48,8 @@ class BacklogBase {
   void scheduleWork();
   // Requires: size() is not 0.
   virtual void processNext() = 0;
+  // Every key was processed. More may come from a scan that is under way.
+  virtual void allProcessed() = 0;
 
  private:
   PublishedState& state() const { return root_.inputSmScanState(); }
@@ -70,8 +72,12 @@ class Backlog final : public BacklogBase {
  public:
   using Process = std::function<void(const Key&)>;
 
-  Backlog(Pipeline& root, std::string stream, size_t number, Process processOne)
-      : BacklogBase(root, std::move(stream), number), processOne_(std::move(processOne)) {}
+  Backlog(
+      Pipeline& root, std::string stream, size_t number, Process processOne,
+      std::function<void()> allProcessed = [] {})
+      : BacklogBase(root, std::move(stream), number),
+        processOne_(std::move(processOne)),
+        allProcessed_(std::move(allProcessed)) {}
 
   void event(const Key& key) {
     if (root().synchronous() && !root().paused()) {
@@ -95,6 +101,8 @@ class Backlog final : public BacklogBase {
     process(*bookmark_);
   }
 
+  void allProcessed() override { allProcessed_(); }
+
   void process(Key key) {
     keys_.erase(key);
     try {
@@ -107,6 +115,7 @@ class Backlog final : public BacklogBase {
   }
 
   Process processOne_;
+  std::function<void()> allProcessed_;
   std::set<Key> keys_;           // ordered, so that every run of the program takes them in the same order
   std::optional<Key> bookmark_;  // the key that was processed last
 };

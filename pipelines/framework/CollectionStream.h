@@ -36,8 +36,8 @@ class CollectionStream final : public EntityStream {
   }
 
   bool runScan() override {
-    auto step = [this](const Key& key) {
-      handle(key);
+    auto step = [this](const typename Collection::Cursor& element) {
+      handle(element.key(), element.value());
       return true;
     };
     bool complete = scan_.run(*machine_, stream_, collection_, step);
@@ -98,11 +98,13 @@ class CollectionStream final : public EntityStream {
     }
   }
 
-  void handle(const Key& key) {
+  void handle(const Key& key) { handle(key, collection_.find(key)); }
+
+  void handle(const Key& key, const Value* value) {
     machine_->root().traceHandle().trace(8, "{}", key);
     version_ = collection_.version();
     try {
-      emit_(key, collection_.find(key));
+      emit_(key, value);
     } catch (...) {
       pending_.insert(key);  // handled again after the next event
       throw;

@@ -73,7 +73,8 @@ class DirMachine final : public Machine {
 
   bool runScan(size_t stream) override {
     if (!hasNotificationActive() || inputScanComplete(stream)) return false;
-    if (!scans_[stream].run(*this, stream, collection_, [&](const Key& key) { return step(stream, key); })) {
+    if (!scans_[stream].run(*this, stream, collection_,
+                            [&](const auto& entry) { return step(stream, entry.key()); })) {
       return false;
     }
     scanCompleted(stream);

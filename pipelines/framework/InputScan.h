@@ -16,7 +16,7 @@ class InputScan {
   ScanState state() const { return state_; }
   const Key& bookmark() const { return bookmark_; }
 
-  // Calls step(key) for each element from the bookmark, or the beginning, until the scheduler asks the
+  // Calls step(cursor) for each element from the bookmark, or the beginning, until the scheduler asks the
   // stream's task to yield; at least one element in each run. A step that returns false ends the run and is
   // repeated by the next one. True when the scan is complete.
   template <class Collection, class StepFunction>
@@ -25,7 +25,7 @@ class InputScan {
     auto at = state_ == ScanState::underWay ? collection.from(bookmark_) : collection.begin();
     uint64_t iterations = 0;
     while (at) {
-      bool done = step(at.key());
+      bool done = step(at);
       ++iterations;
       bool yields = !done || machine.shouldYield(stream);
       if (done) at.next();

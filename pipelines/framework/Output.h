@@ -75,9 +75,9 @@ class OutputBase {
 //   using Table = ...;                                     the table of TrelMib
 //   using Value = ...;                                     what an event carries beside the key
 //   kOutput, kInto                                         the output's name and its statement
-//   table(mib), insert(mib, key, value), del(mib, key), text(key, value)
-//   same(row, value)                                       whether insert() takes the value while the row
-//   exists
+//   table(mib), del(mib, key), text(key, value)
+//   write(mib, key, value)                                 inserts the row; deletes one with another value
+//                                                          first, and keeps one with this value
 // TableRows has the parts that depend on the table only; RecordRows has all for rows of one record.
 template <class TableType>
 struct TableRows {
@@ -93,11 +93,8 @@ template <class TableType>
 struct RecordRows : TableRows<TableType> {
   using Key = typename TableType::Key;
   using Value = typename TableType::Row::Record;
-  static bool same(const typename TableType::Row& row, const Value& record) {
-    return row.differsFrom(record) == nullptr;
-  }
-  static void insert(TrelMib& mib, const Key& key, const Value& record) {
-    mib.of<TableType>().is(key, record);
+  static void write(TrelMib& mib, const Key& key, const Value& record) {
+    mib.of<TableType>().write(key, record);
   }
   static std::string text(const Key& key, const Value& record) {
     return fmt::format("({}, {})", key, record);
@@ -120,9 +117,7 @@ class Output final : public OutputBase {
     if (trace().enabled(7)) {
       trace().trace(7, "{}: inserting k1={}, value={}", Rows::kInto, key, Rows::text(key, value));
     }
-    const auto* row = table().find(key);
-    if (row != nullptr && !Rows::same(*row, value)) Rows::del(mib(), key);
-    Rows::insert(mib(), key, value);
+    Rows::write(mib(), key, value);
   }
 
   // Deletes the row, if there is one.

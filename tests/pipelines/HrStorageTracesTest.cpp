@@ -209,7 +209,7 @@ TEST_F(HrStorageDeath, EntityDeletedBeforeItsChangeWasHeardOf_EndsTheProcess) {
 TEST_F(HrStorageDeath, RowUnderAnotherKeyThanItsOwn_EndsTheProcess) {
   auto row = RivoCode::TrelSnmpHrStorageTableSm::rowOf(
       trelHrStorageEntryMountFactory({1, 2}, {}, "/", world.storage(1)));
-  EXPECT_DEATH(TrelSnmpHrStorageTableSm::StorageRows::insert(*world.mib, {1, 3}, row),
+  EXPECT_DEATH(TrelSnmpHrStorageTableSm::StorageRows::write(*world.mib, {1, 3}, row),
                "In \"into\\( trelMib.trelHrStorageTable\\[ key \\] \\)\" the value inserted in the into "
                "statement has internal key: \\(trelMemberId=1, hrStorageIndex=2\\), but the key specified in "
                "the into is: \\(trelMemberId=1, hrStorageIndex=3\\)");

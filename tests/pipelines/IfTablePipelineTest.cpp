@@ -261,6 +261,50 @@ TEST_F(IfTablePipeline, OneInterfaceOfTwoLinks_BothPairsAreProcessedInWalkOrder)
   EXPECT_EQ(world.rows(), "[ 10=(3,1) ]");
 }
 
+// A start looks at each link a few times, however many links there are.
+uint64_t looksPerLink(uint8_t members, Rvx::Mode mode) {
+  Lumalog::levelIs("TrelSnmpIfTableSm", 5);
+  IfTableWorld world;
+  uint32_t links = 0;
+  for (uint8_t local = 1; local <= members; ++local) {
+    for (uint8_t remote = 1; remote <= members; ++remote) {
+      if (local == remote) continue;
+      std::string intf = fmt::format("Backplane{}/{}", local, remote);
+      world.wires(local, remote, intf);
+      world.indexIs(intf, ++links);
+    }
+  }
+  world.start(mode);
+  world.scheduler.drain();
+  EXPECT_EQ(world.mib->trelIfTable().size(), links);
+  EXPECT_FALSE(world.sm->linksByInterface().current());
+  return world.sm->linksByInterface().visited() / links;
+}
+
+TEST_F(IfTablePipeline, StartOverLinksAndIndexes_EveryLinkIsLookedAtOnce) {
+  for (Rvx::Mode mode : {Rvx::Mode::asynchronous, Rvx::Mode::synchronous}) {
+    EXPECT_EQ(looksPerLink(4, mode), 1U);
+    EXPECT_EQ(looksPerLink(24, mode), 1U);
+  }
+}
+
+TEST_F(IfTablePipeline, TopologyChangesBetweenTwoInterfacesOfABacklog_PairsAreThoseOfNow) {
+  Lumalog::levelIs("TrelSnmpIfTableSm", 5);
+  world.wires(1, 2, "Backplane1");
+  world.wires(1, 3, "Backplane3");
+  world.startAndDrain();
+  world.sm->hasNotificationActiveIs(false);
+  for (int i = 1; i <= 3; ++i) world.indexIs(fmt::format("Backplane{}", i), static_cast<uint32_t>(10 + i));
+  world.sm->hasNotificationActiveIs(true);
+  world.scheduler.step();
+  EXPECT_TRUE(world.sm->linksByInterface().current());
+  EXPECT_EQ(world.rows(), "[ 11=(1,2) ]");
+  world.wires(1, 3, "Backplane2");
+  EXPECT_FALSE(world.sm->linksByInterface().current());
+  world.scheduler.drain();
+  EXPECT_EQ(world.rows(), "[ 11=(1,2) 12=(1,3) ]");
+}
+
 TEST_F(IfTablePipeline, MemberLeaves_AllItsRowsGo) {
   world.wires(1, 2, "Backplane1/2");
   world.wires(1, 3, "Backplane1/3");

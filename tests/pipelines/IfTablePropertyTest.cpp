@@ -311,6 +311,43 @@ TEST(IfTablePropertyTest, PairsThatContendForIndexes_TableFollowsTheOrderOfProce
   }));
 }
 
+// The changes of the table in a run. Where steps are traced, each interface has a walk of its own.
+std::string changesIn(Run run, const std::vector<Happening>& before, bool stepsTraced) {
+  Lumalog::levelIs("TrelSnmpIfTableSm", stepsTraced ? 6 : -1);
+  std::string changes;
+  auto subscription = run.world().mib->publisher().subscribe([&](const TrelMib::Change& change) {
+    const auto* row = dynamic_cast<const TrelIfEntry*>(change.entry.get());
+    changes += row == nullptr
+                   ? fmt::format("-{} ", std::get<uint32_t>(change.key))
+                   : fmt::format("+{}=({},{}) ", row->key(), row->localMemberId(), row->remoteMemberId());
+  });
+  run.setUp(before, {});
+  run.play();
+  if (stepsTraced) RC_ASSERT(run.world().sm->linksByInterface().visited() == 0U);
+  return changes;
+}
+
+void sameChangesWithAndWithoutIndex() {
+  auto before = *rc::gen::container<std::vector<Happening>>(anyHappening());
+  auto happenings = *rc::gen::container<std::vector<Happening>>(anyHappening());
+  auto yields = *rc::gen::arbitrary<std::vector<bool>>();
+  Rules rules;
+  rules.mode = *rc::gen::element(Rvx::Mode::asynchronous, Rvx::Mode::synchronous);
+  rules.contended = true;
+  std::deque<Happening> all(happenings.begin(), happenings.end());
+  Lumalog::Sink* sink = Lumalog::sink();
+  Lumalog::sinkIs(nullptr);
+  std::string with = changesIn({all, yields, rules}, before, false);
+  std::string without = changesIn({all, yields, rules}, before, true);
+  Lumalog::levelsReset();
+  Lumalog::sinkIs(sink);
+  RC_ASSERT(with == without);
+}
+
+TEST(IfTablePropertyTest, InterfacesWithAndWithoutAnIndexOfTheLinks_TheSameChangesInTheSameOrder) {
+  EXPECT_TRUE(rc::check("with and without an index", sameChangesWithAndWithoutIndex));
+}
+
 TEST(IfTablePropertyTest, PairsThatContendOverRestarts_RowsNameProducersAndTheCacheIsExact) {
   EXPECT_TRUE(rc::check("contended, restarts", [] {
     tableEqualsModel({.mode = Rvx::Mode::asynchronous, .contended = true, .restarts = true});
