@@ -30,6 +30,11 @@ CLI::Validator checking(std::function<void(const std::string&)> check) {
       "");
 }
 
+void addTextOption(CLI::App& app, const char* name, std::string& target, const char* description,
+                   const char* kind) {
+  app.add_option(name, target, description)->type_name(kind);
+}
+
 void oneOf(const std::string& text, const std::vector<std::string>& choices) {
   if (std::find(choices.begin(), choices.end(), text) != choices.end()) return;
   throw std::invalid_argument(fmt::format("found \"{}\", expected {}", text, fmt::join(choices, ", ")));

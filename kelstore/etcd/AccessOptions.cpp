@@ -1,12 +1,12 @@
 #include "kelstore/etcd/AccessOptions.h"
 
-#include <CLI/CLI.hpp>
+#include "runtime/CommandLine.h"
 
 namespace Kelstore::Etcd {
 
 void describeAccess(CLI::App& app, Access& access) {
   auto file = [&app](const char* name, std::string& path, const char* description) {
-    app.add_option(name, path, description)->type_name("FILE");
+    Runtime::addTextOption(app, name, path, description, "FILE");
   };
   file("--etcd-ca", access.caFile,
        "CAs that signed the servers' certificates, PEM; makes it TLS (default, with --etcd-cert: the "
