@@ -1,5 +1,6 @@
 #include "host/StatusReport.h"
 
+#include "platform/snmp/RegVoidCollByContext.h"
 #include "runtime/Version.h"
 
 #include <fmt/chrono.h>
@@ -143,8 +144,13 @@ Json tasksOf(const Vem::TaskScheduler& scheduler) {
 
 Json tablesOf(const TrelSnmp::TrelMib& mib) {
   Json all = Json::array();
+  auto registered = Snmp::RegVoidCollByContext::singleton();
   for (const TrelSnmp::ServedTable& table : TrelSnmp::servedTables()) {
-    all.push_back({{"name", table.name}, {"rows", table.size(mib)}, {"version", table.version(mib)}});
+    const Snmp::RegVoid* record = registered->regVoid("", table.name);
+    all.push_back({{"name", table.name},
+                   {"rows", table.size(mib)},
+                   {"version", table.version(mib)},
+                   {"directAnswers", record != nullptr ? record->counters().directAnswers() : 0}});
   }
   return all;
 }

@@ -160,7 +160,7 @@ class Answers {
   }
 
   bool fillsAllRepetitions() {
-    if (!fillsAll_) fillsAll_ = nothingCanBeHidden() && info_.asp->pdu->msgMaxSize >= kLeastUnboundedSize;
+    if (!fillsAll_) fillsAll_ = info_.asp->pdu->msgMaxSize >= kLeastUnboundedSize && nothingCanBeHidden();
     return *fillsAll_;
   }
   bool nothingCanBeHidden() const {

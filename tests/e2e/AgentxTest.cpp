@@ -126,7 +126,15 @@ TEST_F(Agentx, DistributionsViewAlone_TablesStayHidden) {
   EXPECT_THAT(master_.writer().bulkWalk(), StartsWith(expected()));
 }
 
-TEST_F(Agentx, GetNextAndGet_AreAsInTheStandaloneAgent) {
+class AgentxBy : public Agentx, public testing::WithParamInterface<By> {
+ protected:
+  AgentxBy() { daemon_.answersBy(GetParam()); }
+  ~AgentxBy() override { EXPECT_EQ(daemon_.directAnswers() != 0, GetParam() == By::direct); }
+};
+INSTANTIATE_TEST_SUITE_P(With, AgentxBy, testing::Values(By::direct, By::chain),
+                         [](const auto& by) { return textOf(by.param); });
+
+TEST_P(AgentxBy, GetNextAndGet_AreAsInTheStandaloneAgent) {
   master_.start(documentedAdditions());
   daemon_.start();
   ASSERT_TRUE(tablesAppear());
@@ -139,7 +147,7 @@ TEST_F(Agentx, GetNextAndGet_AreAsInTheStandaloneAgent) {
   EXPECT_THAT(manager.get({"reach.1.1.2"}), HasSubstr("No Such Object"));
 }
 
-TEST_F(Agentx, EveryInstance_ByGetByGetNextAndByWalk) {
+TEST_P(AgentxBy, EveryInstance_ByGetByGetNextAndByWalk) {
   master_.start(documentedAdditions());
   daemon_.start();
   ASSERT_TRUE(tablesAppear());

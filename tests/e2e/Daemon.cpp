@@ -23,6 +23,8 @@ Support::Env environment(const Support::TempDir& dir) {
 
 }  // namespace
 
+std::string textOf(By by) { return by == By::direct ? "direct" : "chain"; }
+
 Daemon::Daemon()
     : address_(fmt::format("udp:127.0.0.1:{}", Support::freeUdpPort())),
       manager_(address_),
@@ -31,6 +33,11 @@ Daemon::Daemon()
 Daemon& Daemon::with(const Support::Argv& options) {
   options_ = joined(options_, options);
   return *this;
+}
+
+Daemon& Daemon::answersBy(By by) {
+  nlohmann::json toggles{{"TrelSnmpDirect", by == By::direct}};
+  return with({"--toggles", dir_.write("TrelCore.json", toggles.dump())});
 }
 
 Daemon& Daemon::listensAt(const Support::Argv& options) {
@@ -78,6 +85,13 @@ nlohmann::json Daemon::status() const {
   Support::Result result = ctl({"status", "--json"});
   if (result.status != 0) throw std::runtime_error("no status: " + result.err);
   return nlohmann::json::parse(result.out);
+}
+
+uint64_t Daemon::directAnswers() const {
+  uint64_t sum = 0;
+  const nlohmann::json answer = status();
+  for (const auto& table : answer.at("tables")) sum += table.at("directAnswers").get<uint64_t>();
+  return sum;
 }
 
 std::string Daemon::sourceError() const {

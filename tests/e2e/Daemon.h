@@ -12,6 +12,10 @@
 
 namespace E2e {
 
+// Who answers for the tables: the handler of the direct answers, or net-snmp's iterator behind it.
+enum class By : uint8_t { direct, chain };
+std::string textOf(By by);
+
 class Daemon {
  public:
   // Serves the state that is built in, or the state file once one is written.
@@ -19,6 +23,8 @@ class Daemon {
 
   // Options beside those that start() gives; before start().
   Daemon& with(const Support::Argv& options);
+  // With the toggle for it; before start().
+  Daemon& answersBy(By by);
   // Instead of a UDP port of its own.
   Daemon& listensAt(const Support::Argv& options);
 
@@ -46,6 +52,8 @@ class Daemon {
   // trelctl with this daemon's socket.
   Support::Result ctl(const Support::Argv& arguments) const;
   nlohmann::json status() const;
+  // Varbinds of the tables that were answered directly.
+  uint64_t directAnswers() const;
   // The error of the one source, or empty.
   std::string sourceError() const;
   // All that it has logged until now.

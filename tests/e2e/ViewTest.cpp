@@ -1,5 +1,5 @@
-// Views that hide parts of a table: a column, a row, an instance. Whatever is asked, what is hidden is as if
-// it were not there.
+// Views that hide parts of a table: a column, a row, several, an instance. Whatever is asked, and whoever
+// answers, what is hidden is as if it were not there.
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -36,27 +36,38 @@ std::vector<Hiding> hidings() {
        [](const std::string& name) { return name.starts_with("reach.5."); }},
       {"row", excluded("reach.3.1.3", kAnyColumn),
        [](const std::string& name) { return name.ends_with(".1.3"); }},
+      {"rowRange", excluded("reach.3.1", kAnyColumn),
+       [](const std::string& name) { return name.substr(0, name.rfind('.')).ends_with(".1"); }},
       {"firstAndLastRow", excluded("reach.3.1.2", kAnyColumn) + excluded("reach.3.3.2", kAnyColumn),
        [](const std::string& name) { return name.ends_with(".1.2") || name.ends_with(".3.2"); }},
       {"instance", excluded("reach.4.2.1"), [](const std::string& name) { return name == "reach.4.2.1"; }}};
 }
 
-class View : public testing::TestWithParam<Hiding> {
+class View : public testing::TestWithParam<std::tuple<Hiding, By>> {
  protected:
   View() {
-    std::string lines = fmt::format("view most included {}\n{}rocommunity public 127.0.0.1 -V most\n",
-                                    numericName(Manager::kTables), GetParam().lines);
-    daemon_.stateIs(documentOf(kReports)).with({"--conf", daemon_.dir().write("trel.conf", lines)}).start();
+    daemon_.answersBy(by());
+    becomes(daemon_);
     for (const Varbind& varbind : treeOf(kReports)) {
-      (GetParam().hides(varbind.name) ? hidden_ : seen_).push_back(varbind);
+      (hiding().hides(varbind.name) ? hidden_ : seen_).push_back(varbind);
     }
+  }
+  ~View() override { EXPECT_EQ(daemon_.directAnswers() != 0, by() == By::direct); }
+  static const Hiding& hiding() { return std::get<Hiding>(GetParam()); }
+  static By by() { return std::get<By>(GetParam()); }
+
+  // Starts it with the view.
+  void becomes(Daemon& daemon) const {
+    std::string lines = fmt::format("view most included {}\n{}rocommunity public 127.0.0.1 -V most\n",
+                                    numericName(Manager::kTables), hiding().lines);
+    daemon.stateIs(documentOf(kReports)).with({"--conf", daemon.dir().write("trel.conf", lines)}).start();
   }
   // What follows an instance, or is the end.
   std::string behind(const std::string& name) const {
     std::vector<Varbind> all = treeOf(kReports);
     auto at = std::ranges::find(all, name, &Varbind::name);
     auto next =
-        std::find_if(at + 1, all.end(), [](const auto& other) { return !GetParam().hides(other.name); });
+        std::find_if(at + 1, all.end(), [](const auto& other) { return !hiding().hides(other.name); });
     return next == all.end() ? "No more variables left in this MIB View" : next->line();
   }
   const Manager& manager() const { return daemon_.manager(); }
@@ -69,8 +80,11 @@ class View : public testing::TestWithParam<Hiding> {
   std::vector<Varbind> seen_;
   std::vector<Varbind> hidden_;
 };
-INSTANTIATE_TEST_SUITE_P(Without, View, testing::ValuesIn(hidings()),
-                         [](const auto& hiding) { return std::string(hiding.param.name); });
+INSTANTIATE_TEST_SUITE_P(
+    Without, View, testing::Combine(testing::ValuesIn(hidings()), testing::Values(By::direct, By::chain)),
+    [](const auto& with) {
+      return fmt::format("{}_{}", std::get<Hiding>(with.param).name, textOf(std::get<By>(with.param)));
+    });
 
 TEST_P(View, Get_OfWhatIsHidden_IsNoSuchObject) {
   ASSERT_FALSE(hidden_.empty());

@@ -13,8 +13,13 @@ namespace {
 // Between two changes of the state.
 constexpr size_t kMessagesPerCluster = 1000;
 
-TEST(RandomMessages, EveryAnswerIsTheModels) {
-  Subject subject;
+// The same messages to daemons with either answers.
+class RandomMessages : public testing::TestWithParam<E2e::By> {};
+INSTANTIATE_TEST_SUITE_P(With, RandomMessages, testing::Values(E2e::By::direct, E2e::By::chain),
+                         [](const auto& by) { return E2e::textOf(by.param); });
+
+TEST_P(RandomMessages, EveryAnswerIsTheModels) {
+  Subject subject(modelledAccess(), GetParam());
   Clusters clusters(settings().seed, subject.clock());
   Requests requests(settings().seed);
   Conversation conversation(subject);
@@ -34,9 +39,11 @@ TEST(RandomMessages, EveryAnswerIsTheModels) {
   }
   EXPECT_EQ(subject.walk(), subject.model().tree()) << difference(subject.model().tree(), subject.walk());
   EXPECT_EQ(subject.complaint(), "");
+  uint64_t direct = subject.daemon().directAnswers();
+  EXPECT_EQ(direct != 0, GetParam() == E2e::By::direct);
   EXPECT_EQ(subject.end(), "");
-  fmt::print("{} random messages, up to {} instances, {} asked again\n", asked, instances,
-             conversation.repeated());
+  fmt::print("{} random messages, up to {} instances, {} asked again, {} varbinds answered directly\n", asked,
+             instances, conversation.repeated(), direct);
 }
 
 }  // namespace

@@ -24,8 +24,8 @@ uint64_t nowNs() {
 
 }  // namespace
 
-Subject::Subject(const std::string& configuration) : exchange_(port()) {
-  daemon_.with({"--conf", daemon_.dir().write("wire.conf", configuration)});
+Subject::Subject(const std::string& configuration, E2e::By by) : exchange_(port()) {
+  daemon_.answersBy(by).with({"--conf", daemon_.dir().write("wire.conf", configuration)});
   learnStart();
 }
 

@@ -12,7 +12,7 @@ namespace Wire {
 class Subject {
  public:
   // Starts one; throws when it does not come up. The configuration is in snmpd.conf syntax.
-  explicit Subject(const std::string& configuration = modelledAccess());
+  explicit Subject(const std::string& configuration = modelledAccess(), E2e::By by = E2e::By::direct);
 
   // Lets it serve this state, and waits until it does; throws, saying how what it serves differs.
   void becomes(const nlohmann::json& document);
