@@ -1,6 +1,6 @@
 #include "tests/simulation/Walker.h"
 
-#include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <algorithm>
 #include <chrono>
@@ -184,6 +184,7 @@ void Walker::first(uint32_t draw) {
   std::optional<Key> exact;
   Counters before = counters();
   bool wholeHint = false;
+  std::vector<uint32_t> asked;
   std::string got;
   if (draw % 3 == 0) {
     got = walk_.first();
@@ -196,6 +197,9 @@ void Walker::first(uint32_t draw) {
           components[i].type == types[i] && components[i].value >= 0 && components[i].value <= 0xffffffff;
     }
     got = walk_.first(components);
+    for (const SnmpTest::Component& component : components) {
+      asked.push_back(static_cast<uint32_t>(component.value));
+    }
   }
   const auto& table = observer_.rows(set_, table_);
   if (exact) {
@@ -205,6 +209,7 @@ void Walker::first(uint32_t draw) {
   } else {
     expectCounted(before, {Turn::startedAtFirst});
   }
+  if (!asked.empty()) askDirectly(asked);
   begun_ = true;
   begunAt_ = observer_.steps();
   visited_.clear();
@@ -224,6 +229,10 @@ bool Walker::next() {
     if (after != table.end()) expected = after->first;
   }
   expectCounted(before, {wasAtEnd ? Turn::nextAfterEnd : expected ? Turn::advanced : Turn::reachedEnd});
+  if (at_) {
+    askDirectly(served(table_).index.size() == 1 ? std::vector{at_->key.first}
+                                                 : std::vector{at_->key.first, at_->key.second});
+  }
   stand(got, expected);
   if (takenAlong_ && !wasAtEnd) held_[*takenAlong_].shown = at_;
   if (!at_ && !wasAtEnd) visitedAll();
@@ -246,6 +255,57 @@ void Walker::stand(const std::string& got, std::optional<Key> expected) {
     observer_.fail(fmt::format("a walk of {} does not advance at {}", served(table_).name, got));
   }
   visited_.push_back(at_->key);
+}
+
+std::string Walker::cellText(unsigned column, const Key& key) const {
+  const Served& as = served(table_);
+  return fmt::format("{}.1.{}.{}={}", as.at, column, indexText(key, as.index.size()),
+                     expectedColumn(*shownAt(key), column));
+}
+
+void Walker::askDirectly(const std::vector<uint32_t>& index) {
+  constexpr int kRepetitions = 4;
+  const Served& as = served(table_);
+  const auto& rows = observer_.rows(set_, table_);
+  Key key{index[0], index.size() > 1 && as.index.size() > 1 ? index[1] : 0};
+  bool isWhole = index.size() == as.index.size();
+  auto firstBehind = index.size() < as.index.size() ? rows.lower_bound(key) : rows.upper_bound(key);
+  for (size_t place = 0; place < as.columns.size(); ++place) {
+    std::string name = fmt::format("{}.1.{}.{}", as.at, as.columns[place], fmt::join(index, "."));
+    bool isThere = isWhole && rows.contains(key);
+    std::string got = isThere ? cellText(as.columns[place], key) : name + "=noSuchInstance";
+    bool failed = got.ends_with(kGeneralError);
+    expectDirect(MODE_GET, name, 1, failed ? "5: error 5" : "0: " + got);
+
+    // The cells behind it, to the end of the table.
+    std::string all = "0:";
+    size_t column = place;
+    auto row = firstBehind;
+    for (int i = 0; i < kRepetitions; ++i) {
+      while (column < as.columns.size() && row == rows.end()) {
+        row = rows.begin();
+        ++column;
+        if (rows.empty()) column = as.columns.size();
+      }
+      bool atEnd = column == as.columns.size();
+      std::string cell = atEnd ? "end" : cellText(as.columns[column], row->first);
+      if (cell.ends_with(kGeneralError)) cell = i == 0 ? kGeneralError : "again";
+      if (cell == kGeneralError) all = "5:";
+      all += ' ' + cell;
+      if (i == 0) expectDirect(MODE_GETNEXT, name, 1, all);
+      if (atEnd || cell == kGeneralError || cell == "again") break;
+      ++row;
+    }
+    expectDirect(MODE_GETBULK, name, kRepetitions, all);
+  }
+}
+
+void Walker::expectDirect(int mode, const std::string& name, int repetitions, const std::string& expected) {
+  std::string got = SnmpTest::askDirectly(served(table_).at, mode, name, repetitions);
+  observer_.note(got);
+  if (got == expected) return;
+  observer_.fail(
+      fmt::format("a direct answer in mode {} to {} is {} instead of {}", mode, name, got, expected));
 }
 
 // Whatever was there all the time from where the walk began.

@@ -4,7 +4,8 @@
 //
 // What a call is to give follows from the rows as they were published: the first row, the hinted row, or the
 // first one after the row at which the walk stands. What a held row is to show is noted when the walk gets to
-// it.
+// it. From each hint and row the handler of the direct answers is asked too: GET, GETNEXT and GETBULK from
+// each column, for what follows from the same rows.
 #pragma once
 
 #include <memory>
@@ -57,6 +58,10 @@ class Walker {
   using Counters = std::array<uint64_t, Snmp::TableCounters::kKinds>;
 
   void stand(const std::string& got, std::optional<Key> expected);
+  // Asks from this index, which may be of a row that is there or not, or shorter or longer than one.
+  void askDirectly(const std::vector<uint32_t>& index);
+  void expectDirect(int mode, const std::string& name, int repetitions, const std::string& expected);
+  std::string cellText(unsigned column, const Key& key) const;
   void expectCounted(const Counters& before,
                      std::initializer_list<Snmp::OrderedTableIteratorCounterTypes> kinds);
   Counters counters() const;

@@ -139,6 +139,57 @@ std::string handle(Netsnmp_Node_Handler* handler, int mode, const std::vector<Co
   return text;
 }
 
+std::string askDirectly(const std::string& table, int mode, const std::string& name, int repetitions) {
+  netsnmp_handler_registration* registration = registrationAt(table);
+  netsnmp_mib_handler* handler = registration->handler;
+  while (handler != nullptr && std::strcmp(handler->handler_name, "direct_answers") != 0) {
+    handler = handler->next;
+  }
+  zavroAssert(handler);
+  netsnmp_pdu pdu{};
+  pdu.version = SNMP_VERSION_2c;
+  pdu.flags = UCD_MSG_FLAG_ALWAYS_IN_VIEW;
+  pdu.msgMaxSize = SNMP_MAX_PACKET_LEN;
+  netsnmp_agent_session session{};
+  session.pdu = &pdu;
+  session.vbcount = 1;
+  netsnmp_agent_request_info info{};
+  info.mode = mode;
+  info.asp = &session;
+
+  std::vector<oid> behindTable(registration->rootoid, registration->rootoid + registration->rootoid_len);
+  ++behindTable.back();
+  std::deque<netsnmp_variable_list> slots(static_cast<size_t>(repetitions));
+  for (size_t i = 0; i < slots.size(); ++i) {
+    slots[i].type = ASN_NULL;
+    if (i > 0) slots[i - 1].next_variable = &slots[i];
+  }
+  std::vector<oid> asked = oidOf(name);
+  snmp_set_var_objid(&slots[0], asked.data(), asked.size());
+  netsnmp_request_info request{};
+  request.requestvb = request.requestvb_start = &slots[0];
+  request.repeat = request.orig_repeat = repetitions - 1;
+  request.range_end = behindTable.data();
+  request.range_end_len = behindTable.size();
+  request.agent_req_info = &info;
+
+  std::string text = fmt::format("{}:", handler->access_method(handler, registration, &info, &request));
+  for (netsnmp_variable_list& slot : slots) {
+    bool last = &slot == request.requestvb;
+    if (last && request.status != SNMP_ERR_NOERROR) {
+      text += fmt::format(" error {}", request.status);
+    } else if (last && (slot.type == ASN_NULL || slot.type == ASN_PRIV_RETRY)) {
+      text += slot.type == ASN_NULL ? " end" : " again";
+    } else {
+      text += fmt::format(" {}={}", nameIn(slot), valueIn(slot));
+    }
+    if (last) break;
+  }
+  netsnmp_free_request_data_sets(&request);
+  for (netsnmp_variable_list& slot : slots) snmp_free_var_internals(&slot);
+  return text;
+}
+
 std::string golden(TraceLog& log) {
   constexpr std::string_view kPrefix = "0x";
   std::map<std::string, char> letters;

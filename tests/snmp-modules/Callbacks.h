@@ -94,6 +94,12 @@ class RowContext {
 // value, as InProcessAgent writes it, the error or "untouched".
 std::string handle(Netsnmp_Node_Handler* handler, int mode, const std::vector<ColumnRequest>& requests);
 
+// Calls the handler of a table's direct answers for one name, of which the manager may see all: with GET,
+// GETNEXT, or GETBULK with that many repetitions. Gives its result, then "<name>=<value>" for each answer,
+// and "end" where it leaves the rest to what is behind the table, "again" where it is to be asked again, or
+// the error.
+std::string askDirectly(const std::string& table, int mode, const std::string& name, int repetitions = 1);
+
 // The log's lines with each address replaced by a letter, in the order of their first appearance (a null
 // address stays "0x0"), one line each. Clears the log.
 std::string golden(TraceLog& log);

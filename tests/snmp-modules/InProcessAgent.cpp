@@ -42,10 +42,6 @@ std::string nameOf(const std::vector<oid>& name) {
   return fmt::format("{}{}{}", prefix->text, separator, fmt::join(rest, name.end(), "."));
 }
 
-std::vector<oid> nameIn(const netsnmp_variable_list& varbind) {
-  return {varbind.name, varbind.name + varbind.name_length};
-}
-
 std::string octetsText(std::span<const u_char> octets) {
   bool isText = std::none_of(octets.begin(), octets.end(), [](u_char octet) { return octet < ' '; });
   return isText ? "s:" + std::string(octets.begin(), octets.end())
@@ -59,7 +55,7 @@ std::string textOf(const netsnmp_pdu& answer) {
   if (answer.errstat != SNMP_ERR_NOERROR) return fmt::format("error {}({})", answer.errstat, answer.errindex);
   std::vector<std::string> varbinds;
   for (const auto* varbind = answer.variables; varbind != nullptr; varbind = varbind->next_variable) {
-    varbinds.push_back(fmt::format("{}={}", nameOf(nameIn(*varbind)), valueIn(*varbind)));
+    varbinds.push_back(fmt::format("{}={}", nameIn(*varbind), valueIn(*varbind)));
   }
   return fmt::format("{}", fmt::join(varbinds, " "));
 }
@@ -87,6 +83,10 @@ std::vector<oid> oidOf(std::string_view name) {
     if (!rest.empty()) rest.remove_prefix(1);
   }
   return numbers;
+}
+
+std::string nameIn(const netsnmp_variable_list& varbind) {
+  return nameOf({varbind.name, varbind.name + varbind.name_length});
 }
 
 std::string valueIn(const netsnmp_variable_list& varbind) {

@@ -46,6 +46,9 @@ class InProcessAgent {
 // A name of that form as an OID.
 std::vector<oid> oidOf(std::string_view name);
 
+// The name of a varbind in the shortest such form.
+std::string nameIn(const netsnmp_variable_list& varbind);
+
 // i for INTEGER, u for Gauge32 and Unsigned32, t for TimeTicks, s for OCTET STRING, or x and its octets when
 // some are control characters, o for OBJECT IDENTIFIER; or the exception, such as "noSuchInstance".
 std::string valueIn(const netsnmp_variable_list& varbind);
