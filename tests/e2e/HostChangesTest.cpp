@@ -84,7 +84,8 @@ TEST_F(HostChanges, FiguresChange_TheRowStaysAndReadsAnew) {
   edit();
   EXPECT_TRUE(walkBecomes({{"sys.3.1", "Hex-STRING: 07 EA 01 01 00 00 02 02 2B 00 00 "},  //
                            {"sys.4.1", "Gauge32: 9"}}));
-  EXPECT_EQ(systemTable(), before);
+  EXPECT_EQ(systemTable().at("rows"), before.at("rows"));
+  EXPECT_EQ(systemTable().at("version"), before.at("version"));
 }
 
 TEST_F(HostChanges, MemberLeavesAndComesBack_ItsRowsAreThoseOfTheNewOne) {
