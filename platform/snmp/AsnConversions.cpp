@@ -8,6 +8,7 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <vector>
 
 #include "platform/snmp/AgentUptime.h"
 
@@ -112,9 +113,8 @@ int SnmpObjectIdentifierToAsnOidF::convert(const ObjectIdentifier& value, unsign
                                            int capacity) {
   auto ids = value.subIds();
   if (!ids) return kFailed;
-  std::array<oid, ObjectIdentifier::kMaxSubIds> oids{};
-  std::copy(ids->begin(), ids->end(), oids.begin());
-  return writeBytes(oids.data(), ids->size() * sizeof(oid), buffer, capacity);
+  std::vector<oid> oids(ids->begin(), ids->end());
+  return writeBytes(oids.data(), oids.size() * sizeof(oid), buffer, capacity);
 }
 
 uint32_t AsnUnsignedToU32::operator()(const long* value) const {

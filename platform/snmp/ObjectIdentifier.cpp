@@ -1,11 +1,13 @@
 #include "platform/snmp/ObjectIdentifier.h"
 
+#include <algorithm>
 #include <charconv>
 
 namespace Snmp {
 
 std::optional<std::vector<uint32_t>> ObjectIdentifier::subIds() const {
   std::vector<uint32_t> ids;
+  ids.reserve(static_cast<size_t>(std::ranges::count(dotted_, '.')) + 1);
   const char* at = dotted_.data();
   const char* end = at + dotted_.size();
   if (at != end && *at == '.') ++at;
