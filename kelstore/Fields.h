@@ -18,9 +18,6 @@
 
 namespace Kelstore {
 
-// As many as a DisplayString or an SnmpAdminString holds (RFC 2579, RFC 3411).
-inline constexpr size_t kMaxTextBytes = 255;
-
 // Types of fields, in the form that Runtime::JsonFields takes.
 struct JsonIntf {
   std::string expected() const { return "an interface name"; }

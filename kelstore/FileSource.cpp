@@ -1,25 +1,11 @@
 #include "kelstore/FileSource.h"
 
 #include "runtime/Errors.h"
-#include "runtime/File.h"
 
 namespace Kelstore {
 namespace {
 
 constexpr uint64_t kNsPerMs = 1'000'000;
-
-uint64_t nanoseconds(const timespec& time) {
-  return static_cast<uint64_t>(time.tv_sec) * 1'000'000'000 + static_cast<uint64_t>(time.tv_nsec);
-}
-
-std::array<uint64_t, 6> signatureOf(const struct stat& file) {
-  return {file.st_dev,
-          file.st_ino,
-          static_cast<uint64_t>(file.st_size),
-          nanoseconds(file.st_mtim),
-          nanoseconds(file.st_ctim),
-          file.st_mode};
-}
 
 absl::StatusOr<std::string> contentOf(const Runtime::File& file, uint64_t maxBytes) try {
   return file.content(maxBytes);
@@ -66,7 +52,7 @@ void FileSource::read() {
 void FileSource::attempted(Attempt attempt) {
   reading_ = false;
   if (changedMeanwhile_) readAfter(kQuietMs);
-  if (attempt.reading.snapshot == nullptr && !isFinal(attempt)) {
+  if (attempt.reading.snapshot == nullptr && !failureCounts(attempt)) {
     if (!timer_) readAfter(kConfirmMs);
     return;
   }
@@ -77,8 +63,9 @@ void FileSource::attempted(Attempt attempt) {
   io_.offLoop([before = std::move(before)]() mutable { before.reset(); }, [] {});
 }
 
-// A failure counts if the unchanged file fails again after kConfirmMs, or if files fail for kPatienceMs.
-bool FileSource::isFinal(const Attempt& attempt) {
+// Takes note of a failure. It counts if the unchanged file fails again after kConfirmMs, or if files fail for
+// kPatienceMs: returns whether it does.
+bool FileSource::failureCounts(const Attempt& attempt) {
   uint64_t nowNs = clock_.monotonicNs();
   bool first = badSinceNs_ == 0;
   bool same = !first && attempt.signature == badSignature_ && !changedMeanwhile_;
@@ -97,13 +84,14 @@ FileSource::Attempt FileSource::attempt(const std::string& path, const Limits& l
   };
   absl::StatusOr<Runtime::File> file = Runtime::File::open(path);
   if (!file.ok()) return failed(file.status());
-  result.signature = signatureOf(file->about());
+  result.signature = Runtime::signatureOf(file->about());
   absl::StatusOr<std::string> text = contentOf(*file, limits.documentBytes);
   if (!text.ok()) return failed(text.status());
   absl::StatusOr<struct stat> end = file->aboutNow();
   if (!end.ok()) return failed(end.status());
   // A file that is written meanwhile may be half old and half new, and still parse.
-  if (signatureOf(*end) != result.signature) return failed(absl::AbortedError("changed while it was read"));
+  if (Runtime::signatureOf(*end) != result.signature)
+    return failed(absl::AbortedError("changed while it was read"));
   result.reading = readingOf(*std::move(text), before, limits);
   return result;
 }

@@ -5,11 +5,11 @@
 // happen off the event loop. A file that is too large, or for which there is no memory, counts as bad.
 #pragma once
 
-#include <array>
 #include <memory>
 #include <string>
 
 #include "kelstore/DocumentLayer.h"
+#include "runtime/File.h"
 #include "runtime/Io.h"
 #include "runtime/OffLoop.h"
 
@@ -29,11 +29,9 @@ class FileSource final : public Source {
   SourceStatus status() const override { return layer_.status(); }
 
  private:
-  // Two states of a file differ in it: device, inode, size, times of change, mode. Zeros: not opened.
-  using Signature = std::array<uint64_t, 6>;
   struct Attempt {
     Reading reading;
-    Signature signature{};
+    Runtime::FileSignature signature{};  // of zeros: not opened
   };
   static Attempt attempt(const std::string& path, const Limits& limits, const Snapshot& before);
 
@@ -41,7 +39,7 @@ class FileSource final : public Source {
   void readAfter(uint64_t milliseconds);
   void read();
   void attempted(Attempt attempt);
-  bool isFinal(const Attempt& attempt);
+  bool failureCounts(const Attempt& attempt);
 
   std::string path_;
   const Limits limits_;
@@ -52,8 +50,8 @@ class FileSource final : public Source {
   std::unique_ptr<Runtime::Io::Activity> timer_;
   bool reading_ = false;
   bool changedMeanwhile_ = false;
-  uint64_t badSinceNs_ = 0;   // when the first of the failures in a row was seen; 0: none
-  Signature badSignature_{};  // of the last failure
+  uint64_t badSinceNs_ = 0;                // when the first of the failures in a row was seen; 0: none
+  Runtime::FileSignature badSignature_{};  // of the last failure
   Runtime::OffLoop offLoop_{io_};
 };
 

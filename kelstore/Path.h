@@ -14,6 +14,8 @@ namespace Kelstore {
 
 // Bytes of an interface's name, or of a path's segment, at most.
 inline constexpr size_t kMaxNameBytes = 4096;
+// Bytes of any other text: as many as a DisplayString or an SnmpAdminString holds (RFC 2579, RFC 3411).
+inline constexpr size_t kMaxTextBytes = 255;
 
 // Ordered by kind, which is the order in which changes are applied, then by the variable segments.
 class Path final {

@@ -29,13 +29,12 @@ using Runtime::JsonNotes;
 using Runtime::JsonText;
 
 constexpr size_t kMaxFileBytes = 1 << 20;
-constexpr size_t kMaxInterfaceBytes = 4096;
 constexpr size_t kMaxDeviceBytes = 15;  // IFNAMSIZ without the terminating zero
 
 bool isPath(const std::string& text) { return !text.empty() && text.find('\0') == std::string::npos; }
 
 bool isInterface(const std::string& text) {
-  return !text.empty() && text.size() <= kMaxInterfaceBytes && Runtime::isPlain(text);
+  return !text.empty() && text.size() <= Kelstore::kMaxNameBytes && Runtime::isPlain(text);
 }
 
 bool isDevice(const std::string& text) {

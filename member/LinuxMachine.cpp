@@ -17,6 +17,7 @@
 #include <string_view>
 
 #include "runtime/Errors.h"
+#include "runtime/File.h"
 
 namespace Member {
 namespace {
@@ -56,10 +57,8 @@ absl::StatusOr<double> LinuxMachine::uptime() {
 
 absl::StatusOr<uint32_t> LinuxMachine::users() {
   // getutxent() reports no errors, so the file is opened here first.
-  int file = open(files_.utmp.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-  if (file < 0 && errno == ENOENT) return 0u;
-  if (file < 0) return errorOf(files_.utmp, errno);
-  close(file);
+  Runtime::Descriptor file(open(files_.utmp.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  if (!file.opened()) return errno == ENOENT ? absl::StatusOr<uint32_t>(0) : errorOf(files_.utmp, errno);
   utmpxname(files_.utmp.c_str());
   setutxent();
   uint32_t sessions = 0;

@@ -1,11 +1,11 @@
 #include "member/LocalStorage.h"
 
-#include <algorithm>
-
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cstring>
 
+#include "kelstore/Path.h"
 #include "member/Figures.h"
 #include "member/Trace.h"
 #include "runtime/Text.h"
@@ -16,12 +16,9 @@ namespace {
 using Lumalog::kErrorLevel;
 using Lumalog::kWarningLevel;
 
-constexpr size_t kMaxPathBytes = 4096;  // of a name in the state
-constexpr size_t kMaxDescriptionBytes = 255;
-
 std::string descriptionOf(const std::string& mountPoint) {
-  if (mountPoint.size() <= kMaxDescriptionBytes) return mountPoint;
-  return Runtime::shortened(mountPoint, kMaxDescriptionBytes - std::strlen("..."));
+  if (mountPoint.size() <= Kelstore::kMaxTextBytes) return mountPoint;
+  return Runtime::shortened(mountPoint, Kelstore::kMaxTextBytes - std::strlen("..."));
 }
 
 }  // namespace
@@ -63,7 +60,7 @@ void LocalStorage::mountsAre(std::vector<Mount> mounts) {
   std::erase_if(areas_, [&](const auto& entry) { return !mounted.contains(entry.first); });
   std::erase_if(unnameable_, [&](const auto& point) { return !mounted.contains(point); });
   for (const Mount& mount : mounts) {
-    if (nameable(mount.point)) areaIs(mount);
+    if (takes(mount.point)) areaIs(mount);
   }
 }
 
@@ -86,11 +83,11 @@ void LocalStorage::roomIs(const Mount& mount, const Room& room) {
   if (area.figures) area.row = mount.kind;
 }
 
-// Whether the state can name the mount point, in JSON and on one line.
-bool LocalStorage::nameable(const std::string& mountPoint) {
+// Whether the state can name the mount point, in JSON and on one line. Logs one that it cannot, once.
+bool LocalStorage::takes(const std::string& mountPoint) {
   std::string found;
-  if (mountPoint.size() > kMaxPathBytes) {
-    found = fmt::format("{} bytes, expected at most {}", mountPoint.size(), kMaxPathBytes);
+  if (mountPoint.size() > Kelstore::kMaxNameBytes) {
+    found = fmt::format("{} bytes, expected at most {}", mountPoint.size(), Kelstore::kMaxNameBytes);
   } else if (!Runtime::isPlain(mountPoint) || !Runtime::isUtf8(mountPoint)) {
     found = "a control character, or no UTF-8";
   }

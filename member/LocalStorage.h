@@ -57,7 +57,7 @@ class LocalStorage final {
   void areaIs(const Mount& mount);
   void roomIs(const Mount& mount, const Room& room);
   void keptAre(KeptIndexes kept);
-  bool nameable(const std::string& mountPoint);
+  bool takes(const std::string& mountPoint);
 
   std::shared_ptr<LocalMachine> machine_;
   const std::string indexFile_;

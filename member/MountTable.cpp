@@ -15,6 +15,7 @@
 #include <string_view>
 
 #include "runtime/Errors.h"
+#include "runtime/File.h"
 
 namespace Member {
 namespace {
@@ -122,14 +123,13 @@ absl::StatusOr<std::vector<Mount>> realMounts(const std::string& mountInfo, cons
 
 // By now the mount point may be gone, belong to another file system, or be covered by another mount.
 absl::StatusOr<Room> roomOf(const Mount& mount) {
-  int file = open(mount.point.c_str(), O_PATH | O_CLOEXEC);
-  if (file < 0 && (errno == ENOENT || errno == ENOTDIR)) return Room();
-  if (file < 0) return Runtime::errorOf(mount.point, errno);
+  Runtime::Descriptor file(open(mount.point.c_str(), O_PATH | O_CLOEXEC));
+  if (!file.opened() && (errno == ENOENT || errno == ENOTDIR)) return Room();
+  if (!file.opened()) return Runtime::errorOf(mount.point, errno);
   struct statvfs figures {};
-  int result = fstatvfs(file, &figures);
+  int result = fstatvfs(file.get(), &figures);
   int error = errno;
-  uint64_t id = mountIdOf(file);
-  close(file);
+  uint64_t id = mountIdOf(file.get());
   if (id != 0 && id != mount.id) return Room();
   if (result != 0) return Runtime::errorOf(mount.point, error);
   return Room{figures.f_frsize, figures.f_blocks, figures.f_bfree};

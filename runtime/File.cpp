@@ -11,6 +11,10 @@
 namespace Runtime {
 namespace {
 
+uint64_t nanoseconds(const timespec& time) {
+  return static_cast<uint64_t>(time.tv_sec) * 1'000'000'000 + static_cast<uint64_t>(time.tv_nsec);
+}
+
 absl::Status notAFile(mode_t mode) {
   const char* found = S_ISDIR(mode) ? "a directory" : S_ISFIFO(mode) ? "a pipe" : "no regular file";
   return absl::FailedPreconditionError(fmt::format("found {}, expected a file", found));
@@ -21,6 +25,15 @@ absl::Status tooLarge(uint64_t bytes, uint64_t maxBytes) {
 }
 
 }  // namespace
+
+FileSignature signatureOf(const struct stat& file) {
+  return {file.st_dev,
+          file.st_ino,
+          static_cast<uint64_t>(file.st_size),
+          nanoseconds(file.st_mtim),
+          nanoseconds(file.st_ctim),
+          file.st_mode};
+}
 
 Descriptor::~Descriptor() {
   if (opened()) ::close(fd_);

@@ -8,6 +8,7 @@
 #include <absl/status/statusor.h>
 #include <sys/stat.h>
 
+#include <array>
 #include <cstdint>
 #include <string>
 #include <utility>
@@ -32,6 +33,11 @@ class Descriptor final {
  private:
   int fd_ = -1;
 };
+
+// Device, inode, size, times of the last change of content and of status, mode: what differs when a file
+// changed or was replaced. Of zeros: no file.
+using FileSignature = std::array<uint64_t, 6>;
+FileSignature signatureOf(const struct stat& file);
 
 // A regular file that is open for reading.
 class File final {

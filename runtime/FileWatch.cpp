@@ -12,10 +12,6 @@ namespace {
 constexpr uint32_t kAnyChange = IN_ATTRIB | IN_CREATE | IN_MODIFY | IN_DELETE | IN_DELETE_SELF |
                                 IN_MOVE_SELF | IN_MOVED_FROM | IN_MOVED_TO;
 
-uint64_t nanoseconds(const timespec& time) {
-  return static_cast<uint64_t>(time.tv_sec) * 1'000'000'000 + static_cast<uint64_t>(time.tv_nsec);
-}
-
 }  // namespace
 
 // Notifications from the file's directory. When the system has none left, polling has to do.
@@ -23,14 +19,10 @@ class FileWatch::Directory {
  public:
   explicit Directory(const std::filesystem::path& file)
       : path_(file.parent_path().empty() ? "." : file.parent_path().string()),
-        fd_(inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {}
-  ~Directory() {
-    if (fd_ >= 0) close(fd_);
-  }
-  Directory(const Directory&) = delete;
-  Directory& operator=(const Directory&) = delete;
+        notifications_(inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {}
 
-  int fd() const { return fd_; }
+  // None when the system has none left.
+  const Descriptor& notifications() const { return notifications_; }
 
   // Finds the directory that is at the path now, and takes notifications from that one. May hang. For one
   // thread at a time.
@@ -39,15 +31,15 @@ class FileWatch::Directory {
     Signature found;
     if (stat(path_.c_str(), &now) == 0) found = {now.st_dev, now.st_ino};
     if (found == followed_) return found;
-    if (notifier_ >= 0) inotify_rm_watch(fd_, notifier_);
-    notifier_ = found ? inotify_add_watch(fd_, path_.c_str(), kAnyChange) : -1;
+    if (notifier_ >= 0) inotify_rm_watch(notifications_.get(), notifier_);
+    notifier_ = found ? inotify_add_watch(notifications_.get(), path_.c_str(), kAnyChange) : -1;
     followed_ = found;
     return found;
   }
 
  private:
   const std::string path_;
-  const int fd_;
+  const Descriptor notifications_;
   int notifier_ = -1;
   Signature followed_;
 };
@@ -59,7 +51,8 @@ FileWatch::FileWatch(EventLoop& loop, Io& io, const std::string& path, std::func
       directory_(std::make_shared<Directory>(path)),
       timer_(loop, [this] { look(); }),
       offLoop_(io) {
-  if (directory_->fd() >= 0) notifications_.emplace(loop, directory_->fd(), [this] { notified(); });
+  const Descriptor& notifications = directory_->notifications();
+  if (notifications.opened()) notifications_.emplace(loop, notifications.get(), [this] { notified(); });
   timer_.start(kPollMs, kPollMs);
   look();
 }
@@ -70,14 +63,7 @@ FileWatch::Seen FileWatch::lookAt(Directory& directory, const std::string& path)
   // The directory first, so that a change after stat() is notified.
   Seen seen{directory.follow(), {}};
   struct stat file {};
-  if (stat(path.c_str(), &file) == 0) {
-    seen.file = {file.st_dev,
-                 file.st_ino,
-                 static_cast<uint64_t>(file.st_size),
-                 nanoseconds(file.st_mtim),
-                 nanoseconds(file.st_ctim),
-                 file.st_mode};
-  }
+  if (stat(path.c_str(), &file) == 0) seen.file = signatureOf(file);
   return seen;
 }
 
@@ -99,7 +85,7 @@ void FileWatch::looked(const Seen& seen) {
 // Reads once. If more is left, the loop calls again.
 void FileWatch::notified() {
   alignas(inotify_event) std::array<char, 4096> bytes{};
-  ssize_t count = read(directory_->fd(), bytes.data(), bytes.size());
+  ssize_t count = read(directory_->notifications().get(), bytes.data(), bytes.size());
   bool mine = false;
   for (ssize_t at = 0; at < count;) {
     const auto* event = reinterpret_cast<const inotify_event*>(bytes.data() + at);

@@ -4,7 +4,6 @@
 // The loop never waits for the file system. A thread looks at it; while that one hangs, there is no second.
 #pragma once
 
-#include <array>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -12,6 +11,7 @@
 #include <string>
 
 #include "runtime/EventLoop.h"
+#include "runtime/File.h"
 #include "runtime/Io.h"
 #include "runtime/OffLoop.h"
 
@@ -30,7 +30,7 @@ class FileWatch final : public Io::Activity {
  private:
   class Directory;
   // Differs between two files, and between two states of one; nothing: there is no file.
-  using Signature = std::optional<std::array<uint64_t, 6>>;
+  using Signature = std::optional<FileSignature>;
   struct Seen {
     Signature directory;
     Signature file;

@@ -1,4 +1,4 @@
-// Whether memory can be had, for who would allocate much at once.
+// Whether memory can be had, before much is allocated at once.
 #pragma once
 
 #include <cstddef>
