@@ -1,13 +1,17 @@
 // How long a manager waits for a GET of a scalar, whatever else the daemon has to do: one request after the
 // other, while the daemon is idle, takes up a cluster of full size, sees all of its reachability change, and
 // is walked by another manager.
+#include <fmt/format.h>
+
 #include <atomic>
 #include <thread>
 
 #include "bench/Cluster.h"
 #include "bench/Durations.h"
 #include "tests/e2e/Daemon.h"
+#include "tests/support/Network.h"
 #include "tests/wire/Exchange.h"
+#include "tests/wire/Tables.h"
 
 namespace {
 
@@ -20,15 +24,17 @@ constexpr auto kPhase = 5s;
 const Oid kUpTime{1, 3, 6, 1, 2, 1, 1, 3, 0};
 // veldaTrelReachabilityState.
 Oid stateOf(const Bench::Row& row) {
-  return Wire::joined({1, 3, 6, 1, 4, 1}, {static_cast<uint32_t>(std::stoul(TREL_ENTERPRISE_NUMBER)), 3, 40,
-                                           1, 2, 1, 4, row.member, row.second});
+  for (const auto& shape : Wire::tableShapes()) {
+    if (shape.name == std::string("veldaTrelReachabilityTable")) {
+      return Wire::joined(shape.root, {1, 4, row.member, row.second});
+    }
+  }
+  throw std::logic_error("no such table");
 }
 
 class Manager {
  public:
-  explicit Manager(const E2e::Daemon& daemon)
-      : exchange_(
-            static_cast<uint16_t>(std::stoul(daemon.address().substr(daemon.address().rfind(':') + 1)))) {}
+  explicit Manager(const E2e::Daemon& daemon) : exchange_(Support::portOf(daemon.address())) {}
 
   std::vector<Wire::Varbind> ask(Wire::PduType type, const Oid& name, int64_t repetitions = 0) {
     Wire::Message message;

@@ -160,10 +160,6 @@ class Peer final : public Agent {
   std::unique_ptr<Support::Process> process_;
 };
 
-uint16_t portOf(const E2e::Daemon& daemon) {
-  return static_cast<uint16_t>(std::stoul(daemon.address().substr(daemon.address().rfind(':') + 1)));
-}
-
 class Ours final : public Agent {
  public:
   Ours(bool direct, uint32_t members, const Support::Argv& runBy)
@@ -171,7 +167,7 @@ class Ours final : public Agent {
 
  private:
   Ours(bool direct, uint32_t members, const Support::Argv& runBy, std::unique_ptr<E2e::Daemon> daemon)
-      : Agent(direct ? "direct" : "chain", portOf(*daemon)), daemon_(std::move(daemon)) {
+      : Agent(direct ? "direct" : "chain", Support::portOf(daemon->address())), daemon_(std::move(daemon)) {
     daemon_->dir().replace("TrelCore.json",
                            direct ? R"({"TrelSnmpDirect": true})" : R"({"TrelSnmpDirect": false})");
     daemon_->runBy(runBy).with({"--toggles", daemon_->dir().file("TrelCore.json"), "--conf",
@@ -306,13 +302,14 @@ const Support::Argv kPinned{"taskset", "-c", std::to_string(kAgentCore)};
 constexpr std::pair<Table, const char*> kTables[] = {{Table::reachability, "reachability"},
                                                      {Table::storage, "storage"}};
 
-void measureTimes(uint32_t members, int rounds) {
+void measureTimes(uint32_t members, int rounds, const std::string& wanted) {
   Agents agents;
   auto ways = waysFor(members);
   for (const std::string& way : ways) agents.push_back(started(way, members, kPinned));
   for (auto [table, name] : kTables) {
     printHead(fmt::format("{}, {} rows", name, members * (members - 1)), "ns", ways);
     for (const Mode& mode : kModes) {
+      if (std::string(mode.name).find(wanted) == std::string::npos) continue;
       std::vector<double> ratios;
       auto messages = messagesOf(mode, table, members);
       auto ns = timed(messages, varbindsIn(messages, agents), agents, rounds, ratios);
@@ -342,11 +339,12 @@ double instructionsOf(const std::string& way, uint32_t members, const std::vecto
   return agent->instructions();
 }
 
-void countInstructions(uint32_t members) {
+void countInstructions(uint32_t members, const std::string& wanted) {
   auto ways = waysFor(members);
   for (auto [table, name] : kTables) {
     printHead(fmt::format("{}, {} rows", name, members * (members - 1)), "instr.", ways);
     for (const Mode& mode : kModes) {
+      if (std::string(mode.name).find(wanted) == std::string::npos) continue;
       auto messages = messagesOf(mode, table, members);
       std::vector<double> counts;
       for (const std::string& way : ways) {
@@ -378,13 +376,16 @@ int main(int argc, char** argv) try {
   std::vector<uint32_t> members{4, 32, 255};
   int rounds = 5;
   bool instructions = false;
+  std::string mode;
   app.add_option("--members", members, "Sizes of the cluster: 4 has 12 rows, 32 has 992, 255 has 64,770")
       ->check(CLI::Range(2, 255));
   app.add_option("--rounds", rounds, "Rounds, of which the median is printed")->check(CLI::Range(1, 1000));
+  app.add_option("--mode", mode, "Only what has this in its name, \"GETBULK\" say");
   app.add_flag("--instructions", instructions, "Count instructions with valgrind in place of time");
   CLI11_PARSE(app, argc, argv);
   if (!instructions) pinSelf();
-  for (uint32_t size : members) instructions ? countInstructions(size) : measureTimes(size, rounds);
+  for (uint32_t size : members)
+    instructions ? countInstructions(size, mode) : measureTimes(size, rounds, mode);
   return 0;
 } catch (const std::exception& error) {
   fmt::print(stderr, "peers: {}\n", error.what());
