@@ -41,7 +41,7 @@ class MachineFigures final {
   void intervalIs(uint32_t seconds);
   // Whether every collector has answered, failed or hung once.
   bool heard() const { return heard_; }
-  // Whether the last look is over: no answer is missing but of questions that hang.
+  // Whether the last look is over, but for questions that hang.
   bool lookedAtAll() const;
   // All that is known, with the time of day at this call. A figure of the system that was never read is 0, so
   // that the others need not wait for it.

@@ -142,10 +142,11 @@ void Publisher::listed(LeaseStore::Holdings holdings) {
 }
 
 void Publisher::standBy(Lease other) {
-  traceHandle.trace(kErrorLevel,
-                    "member {} is published by somebody else too, under lease {:x}: this one stands by until "
-                    "the other's keys are gone",
-                    settings_.member, other);
+  traceHandle.trace(
+      kErrorLevel,
+      "member {} is published by somebody else too, under lease {:x}: this one is on standby until "
+      "the other's keys are gone",
+      settings_.member, other);
   offLoop_.run([store = store_, lease = owners_.self] { return store->revoke(lease); }, [](const auto&) {});
   owners_ = {};
   nextRenewal_.reset();
@@ -363,7 +364,7 @@ std::string Publisher::status() const {
   if (trouble_) return fmt::format("the store cannot be used: {}", error_);
   if (state_ == State::silent) return "waiting for this machine's figures";
   if (state_ == State::standby || state_ == State::looking) {
-    return fmt::format("standing by, as another publisher has member {}, under lease {:x}", settings_.member,
+    return fmt::format("on standby, as another publisher has member {}, under lease {:x}", settings_.member,
                        rival_);
   }
   if (owners_.self == LeaseStore::kNoLease) return "asking the store for a lease";

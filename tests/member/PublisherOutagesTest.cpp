@@ -79,7 +79,7 @@ TEST_F(PublisherTest, LeaseGoesWhileAListingIsUnderWay_TheListingDoesNotCount) {
   io_.hungReturn();
   pass(2 * kSecond);
   EXPECT_EQ(leaseOf(kLink), 102);
-  EXPECT_THAT(errors(), testing::Not(Contains(HasSubstr("stands by"))));
+  EXPECT_THAT(errors(), testing::Not(Contains(HasSubstr("on standby"))));
 }
 
 TEST_F(PublisherTest, StoreIsUnreachableAtTheStart_TriedWithGrowingDelays) {
@@ -178,7 +178,7 @@ TEST_F(PublisherTest, WriteWasCarriedOutAndItsRepetitionRefused_ItIsSeenThatAllI
               ElementsAre("interfaces/B1={\"ifIndex\":7}@101", "members/1/processors/1={\"load\":11}@101",
                           "members/1/processors/2={\"load\":20}@101", "topology/1/2={\"intf\":\"B1\"}@101"));
   EXPECT_THAT(errors(), IsEmpty());
-  EXPECT_EQ(store_->leases, (Leases{kOther, 101})) << "it stands by";
+  EXPECT_EQ(store_->leases, (Leases{kOther, 101})) << "it is on standby";
   store_->answerInstead.reset();
   load(12);
   pass(2 * kSecond);

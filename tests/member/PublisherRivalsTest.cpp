@@ -1,5 +1,5 @@
 // What the publisher does about keys that are not its own: it takes over from a predecessor, leaves others
-// alone, stands by while another publishes for the same member, and puts right what was changed by hand.
+// alone, is on standby while another publishes for the same member, and puts right what was changed by hand.
 #include <gmock/gmock.h>
 
 #include "tests/member/PublisherFixture.h"
@@ -113,7 +113,7 @@ TEST_F(PublisherTest, AnotherPublisherOfThisMember_ThisOneStandsByUntilItIsGone)
   EXPECT_EQ(store_->written(), "refused; ");
   EXPECT_THAT(errors(),
               ElementsAre("Member/0 member 1 is published by somebody else too, under lease 7: this "
-                          "one stands by until the other's keys are gone"));
+                          "one is on standby until the other's keys are gone"));
   EXPECT_EQ(store_->leases, std::set<LeaseStore::Lease>{kOther}) << "its own lease is given back";
   for (int16_t percent = 0; percent < 40; ++percent) {
     load(percent);
@@ -150,7 +150,7 @@ TEST_F(StandingByTest, StoreIsAwayTwice_EachOutageIsToldAndTriedWithDelaysThatBe
   for (size_t outage = 1; outage <= 2; ++outage) {
     store_->failing = {"all"};
     pass(60 * kSecond);
-    EXPECT_EQ(errors().size(), 1 + outage) << "one more than that it stands by";
+    EXPECT_EQ(errors().size(), 1 + outage) << "one more than that it is on standby";
     store_->failing.clear();
     pass(6 * kSecond);
     EXPECT_THAT(trace_.lines(), Contains(HasSubstr("the store works again")).Times(outage));

@@ -266,7 +266,7 @@ TEST_F(StatesTest, StatusLines_WhilePublishingAndStandingBy) {
   answerWithoutOthersKeys();
   EXPECT_THAT(statuses_, ElementsAre("waiting for this machine's figures", "asking the store for a lease",
                                      "publishing member 1, under lease 65",
-                                     "standing by, as another publisher has member 1, under lease 7",
+                                     "on standby, as another publisher has member 1, under lease 7",
                                      "asking the store for a lease"));
 }
 

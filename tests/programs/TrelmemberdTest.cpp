@@ -114,7 +114,7 @@ TEST_F(TrelmemberdTest, SecondPublisherOfTheMember_TheFirstStandsByUntilThatIsGo
   ASSERT_TRUE(awaitKey("members/1/system")) << first->err();
   int64_t lease = *leases().begin();
   auto second = start(config(1, loopback()));
-  ASSERT_TRUE(awaitLine(*first, "stands by")) << second->err();
+  ASSERT_TRUE(awaitLine(*first, "on standby")) << second->err();
   EXPECT_TRUE(awaitLine(*first, "member 1 is published by somebody else too"));
   auto now = leases();
   EXPECT_EQ(now.size(), 1u);
