@@ -249,7 +249,7 @@ std::string sink(Parts& parts) {
   return isSink(text) ? "" : expected(text, "ADDRESS[:PORT] or udp6:[ADDRESS]:PORT; names are not looked up");
 }
 
-// Values that a manager had set and an earlier release stored: dropped.
+// Taken and dropped: values that a manager set are still stored in the state directory of some agents.
 std::string forgotten(Parts& parts) {
   parts.clearLine();
   return "";

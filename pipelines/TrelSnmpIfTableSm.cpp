@@ -7,9 +7,9 @@
 //
 // Both inputs lead to one computation for each member pair: which index does the pair produce now, and which
 // did it produce last (kept in a cache)?
-//   the pair produces an index      its row is written; a row of another pair under that index is deleted
-//   first it produces another index       the old row is withdrawn before the new one is written it produces
-//   none any more       the row is withdrawn
+//   an index, for the first time    its row is written; another pair's row under that index is deleted first
+//   another index than before       the old row is withdrawn before the new one is written
+//   no index any more               the row is withdrawn
 // A withdrawal deletes a row only if it names this pair: another pair may have the index by then. After a
 // withdrawal the other pairs that produce the index are processed again, so that one of them gets the row.
 //

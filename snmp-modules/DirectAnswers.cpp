@@ -8,7 +8,7 @@ namespace {
 
 constexpr oid kEntry = 1;
 
-// Below this size the agent may stop to gather a GETBULK.
+// Below this size the agent may stop gathering a GETBULK.
 constexpr long kLeastUnboundedSize = 1472;
 
 std::span<const oid> nameOf(const netsnmp_variable_list* varbind) {

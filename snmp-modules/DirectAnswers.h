@@ -7,21 +7,19 @@
 // - Requests and varbinds belong to the agent, which copies names and values. Nothing is attached to a
 //   request. The handler's myvoid is the table's Snmp::RegVoid, which is not the handler's to free or to
 //   clone: when a registration inside of the table splits it, each part gets the pointer.
-// - A GETBULK is one request for each varbind. `repeat` counts the varbinds behind requestvb that it may
-// still
-//   fill, 0 for a non-repeater. next_variable does not end with them: the message's next varbind follows.
+// - A GETBULK is one request for each varbind. `repeat` counts the varbinds behind requestvb that it
+//   may still fill, 0 for a non-repeater. next_variable does not end with them: the message's next varbind
+//   follows.
 // - ASN_NULL in a varbind lets the agent go on in the next subtree, with what is left of `repeat`.
 //   ASN_PRIV_RETRY lets it ask here again. It replaces an answer at or behind range_end with range_end.
-// - `delegated` stays 0: each request is answered on return. requestvb_start, orig_repeat and range_end are
-// the
-//   agent's alone.
+// - `delegated` stays 0: each request is answered on return. requestvb_start, orig_repeat and range_end
+//   are the agent's alone.
 // - The agent holds answers against the manager's view and asks again from the name of one that is hidden. Of
 //   a GETBULK it does so for the first repetition of a call only, and where one is hidden moves others, also
 //   into the message's next varbind. So a call fills one repetition, unless nothing can be hidden: the table
 //   is wholly in the view, and so is all of 1.3.6.1 when the message has other varbinds.
-// - While it gathers a GETBULK the agent stops at msgMaxSize, between two calls. Calls for small messages
-// fill
-//   one repetition too.
+// - While it gathers a GETBULK the agent stops at msgMaxSize, between two calls. Calls for small
+//   messages fill one repetition too.
 #pragma once
 
 #include <array>
@@ -32,7 +30,7 @@
 
 namespace TrelSnmp {
 
-// The name of a cell below the table's entry: its column, and the one or two parts of its index.
+// Of the parts of a row's index, which follow the column in a cell's name.
 inline constexpr size_t kMaxIndexLength = 2;
 
 // A walk through the rows of a table.

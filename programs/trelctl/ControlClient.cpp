@@ -21,8 +21,8 @@ namespace {
 // The bound of one line of an answer: a few dozen rows, or the daemon's status.
 constexpr size_t kMaxAnswerBytes = 64 << 20;
 
-// The owner of the socket's directory, when only root could have made that one: the directory above is
-// root's, and no other may write into it. So does the service manager.
+// The owner of the socket's directory, when only root, or the service manager for it, could have made that
+// one: the directory above is root's, and no other may write into it.
 std::optional<uid_t> userOfDirectory(const std::string& path) {
   namespace fs = std::filesystem;
   std::error_code failure;

@@ -141,9 +141,7 @@ class SnmpV3Lives : public testing::Test {
     return Manager(address, {"-v3", "-u", "operator", "-l", "authPriv", "-a", "SHA-256", "-A", kAuthPass,
                              "-x", "AES", "-X", kPrivPass});
   }
-  uint16_t port() const {
-    return static_cast<uint16_t>(std::stoi(daemon_.address().substr(daemon_.address().rfind(':') + 1)));
-  }
+  uint16_t port() const { return Support::portOf(daemon_.address()); }
   // What is stored while the daemon runs.
   int boots() const {
     std::string stored = Support::readFile(daemon_.dir().file("persistent/trelsnmpd.conf"));

@@ -125,22 +125,21 @@ class Observer final : public Lumalog::Sink {
 
   // -- Told by whoever drives the run, who also says after which step something is due.
 
-  // A pipeline is about to be made. It takes the place of the one that stood for it before, which is silent
-  // from now on and whose rows it takes over if they are of the same MIB state object.
+  // A pipeline is about to be made. Its predecessor is silent from now on; the new one takes over the
+  // predecessor's rows if both write to the same MIB state object.
   void making(PipelineId id, const Wiring& wiring);
   void made(PipelineId id, const TrelSnmp::Agent::Pipeline* pipeline);
-  // The pipeline that stood for it goes within the call that follows, with its rows; as soon as stored() is
-  // true, events are its own. Another one may be made in that call: making().
+  // The call that follows drops the current pipeline and its rows. From when stored() is true, events are
+  // those of the drop. The call may also make a successor: making().
   void leaving(PipelineId id, std::function<bool()> stored);
   void left(PipelineId id);
-  // The pipeline that stood for it is detached; it may be dropped later.
+  // The current pipeline is detached; it may be dropped later.
   std::unique_ptr<Life> detached(PipelineId id);
-  // From here to dropped(), the events of such a pipeline are those of this life, which ends, and its rows
-  // with it.
+  // Between these two the events are those of a detached pipeline that goes, with its rows.
   void dropping(Life& life);
   void dropped(std::unique_ptr<Life> life);
   void dropped(PipelineId id) { dropped(std::move(lives_[static_cast<size_t>(id)])); }
-  // The pipeline that stood for it is silent from now on; its rows stay.
+  // The current pipeline is silent from now on; its rows stay.
   void handedOver(PipelineId id);
   void handedOver(std::unique_ptr<Life> life) { buried_.push_back(std::move(life)); }
   void paused(PipelineId id);
