@@ -31,9 +31,11 @@ void FileSource::start() {
 void FileSource::changed() {
   if (reading_) {
     changedMeanwhile_ = true;
-  } else {
-    readAfter(kQuietMs);
+    return;
   }
+  uint64_t nowNs = clock_.monotonicNs();
+  if (!unreadSinceNs_) unreadSinceNs_ = nowNs;
+  if (!timer_ || nowNs - *unreadSinceNs_ < kLongestQuietMs * kNsPerMs) readAfter(kQuietMs);
 }
 
 void FileSource::readAfter(uint64_t milliseconds) {
@@ -42,6 +44,7 @@ void FileSource::readAfter(uint64_t milliseconds) {
 
 void FileSource::read() {
   timer_.reset();
+  unreadSinceNs_.reset();
   reading_ = true;
   changedMeanwhile_ = false;
   offLoop_.run(

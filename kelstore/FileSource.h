@@ -6,6 +6,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "kelstore/DocumentLayer.h"
@@ -17,8 +18,9 @@ namespace Kelstore {
 
 class FileSource final : public Source {
  public:
-  static constexpr uint64_t kQuietMs = 40;       // after a change, before the file is read
-  static constexpr uint64_t kConfirmMs = 250;    // after a failure, before the file is tried again
+  static constexpr uint64_t kQuietMs = 40;          // after a change, before the file is read
+  static constexpr uint64_t kLongestQuietMs = 500;  // the same for a file that keeps changing
+  static constexpr uint64_t kConfirmMs = 250;       // after a failure, before the file is tried again
   static constexpr uint64_t kPatienceMs = 2000;  // how long a file may keep changing before it counts as bad
 
   // Layers, io and clock outlive the source.
@@ -50,6 +52,7 @@ class FileSource final : public Source {
   std::unique_ptr<Runtime::Io::Activity> timer_;
   bool reading_ = false;
   bool changedMeanwhile_ = false;
+  std::optional<uint64_t> unreadSinceNs_;  // of the first change that waits to be read
   uint64_t badSinceNs_ = 0;                // when the first of the failures in a row was seen; 0: none
   Runtime::FileSignature badSignature_{};  // of the last failure
   Runtime::OffLoop offLoop_{io_};

@@ -110,6 +110,18 @@ TEST_F(FileSourceTest, ManyEventsInARow_TheFileIsReadOnce) {
   EXPECT_EQ(settled(), "ifIndex[a]");
 }
 
+TEST_F(FileSourceTest, ChangesAgainAndAgain_IsReadAllTheSame) {
+  dir_.write("state.json", ifIndexes("1"));
+  start();
+  settled();
+  dir_.write("state.json", ifIndexes("2"));
+  for (uint64_t ms = 0; ms <= FileSource::kLongestQuietMs + FileSource::kQuietMs; ms += 20) {
+    io_.fileChanged();
+    io_.advance(20);
+  }
+  EXPECT_EQ(world_.drained(), "ifIndex[a]");
+}
+
 TEST_F(FileSourceTest, HalfWrittenThenCompleted_NothingIsTold) {
   dir_.write("state.json", ifIndexes("1"));
   start();
