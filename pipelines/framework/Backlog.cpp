@@ -4,8 +4,13 @@
 
 namespace TrelSnmp::Agent {
 
-BacklogBase::BacklogBase(Pipeline& root, std::string stream, size_t number)
-    : root_(root), stream_(std::move(stream)), name_(stream_ + "Codef"), number_(number) {
+BacklogBase::BacklogBase(Pipeline& root, std::string stream, size_t number,
+                         std::function<void()> allProcessed)
+    : root_(root),
+      stream_(std::move(stream)),
+      allProcessed_(std::move(allProcessed)),
+      name_(stream_ + "Codef"),
+      number_(number) {
   root_.backlogs_.push_back(this);
 }
 
@@ -73,7 +78,7 @@ void BacklogBase::processKeys() {
 }
 
 void BacklogBase::idleIs(bool idle) {
-  if (idle) allProcessed();
+  if (idle) allProcessed_();
   if (state().set(idle_, idle)) root_.updateIdle();
 }
 

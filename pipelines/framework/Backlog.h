@@ -17,7 +17,7 @@ namespace TrelSnmp::Agent {
 class BacklogBase {
  public:
   // stream: its name, such as "topoConfigStream"; number: its number in the pipeline.
-  BacklogBase(Pipeline& root, std::string stream, size_t number);
+  BacklogBase(Pipeline& root, std::string stream, size_t number, std::function<void()> allProcessed);
   virtual ~BacklogBase();
   BacklogBase(const BacklogBase&) = delete;
   BacklogBase& operator=(const BacklogBase&) = delete;
@@ -48,8 +48,6 @@ class BacklogBase {
   void scheduleWork();
   // Requires: size() is not 0.
   virtual void processNext() = 0;
-  // Every key was processed. More may come from a scan that is under way.
-  virtual void allProcessed() = 0;
 
  private:
   PublishedState& state() const { return root_.inputSmScanState(); }
@@ -58,6 +56,7 @@ class BacklogBase {
 
   Pipeline& root_;
   const std::string stream_;
+  const std::function<void()> allProcessed_;
   const std::string name_;
   const size_t number_;
   Zavro::Ptr<Vem::Task> task_;
@@ -72,12 +71,12 @@ class Backlog final : public BacklogBase {
  public:
   using Process = std::function<void(const Key&)>;
 
+  // allProcessed is called when no key waits any more; a scan that is under way may bring others.
   Backlog(
       Pipeline& root, std::string stream, size_t number, Process processOne,
       std::function<void()> allProcessed = [] {})
-      : BacklogBase(root, std::move(stream), number),
-        processOne_(std::move(processOne)),
-        allProcessed_(std::move(allProcessed)) {}
+      : BacklogBase(root, std::move(stream), number, std::move(allProcessed)),
+        processOne_(std::move(processOne)) {}
 
   void event(const Key& key) {
     if (root().synchronous() && !root().paused()) {
@@ -101,8 +100,6 @@ class Backlog final : public BacklogBase {
     process(*bookmark_);
   }
 
-  void allProcessed() override { allProcessed_(); }
-
   void process(Key key) {
     keys_.erase(key);
     try {
@@ -115,7 +112,6 @@ class Backlog final : public BacklogBase {
   }
 
   Process processOne_;
-  std::function<void()> allProcessed_;
   std::set<Key> keys_;           // ordered, so that every run of the program takes them in the same order
   std::optional<Key> bookmark_;  // the key that was processed last
 };
