@@ -243,31 +243,32 @@ double median(std::vector<double> values) {
   return values[values.size() / 2];
 }
 
-// By agent, in their order: the medians of nanoseconds per varbind.
-std::vector<double> timed(const std::vector<Wire::Message>& messages, size_t varbinds, const Agents& agents,
-                          int rounds, std::vector<double>& ratios) {
+struct Medians {
+  double first;                // nanoseconds per varbind of the first agent
+  std::vector<double> ratios;  // of all agents, in their order, to the first
+};
+
+Medians timed(const std::vector<Wire::Message>& messages, size_t varbinds, const Agents& agents, int rounds) {
   auto bytes = encoded(messages);
-  std::vector<std::vector<double>> ns(agents.size());
-  std::vector<std::vector<double>> ratio(agents.size());
+  std::vector<double> firsts;
+  std::vector<std::vector<double>> ratios(agents.size());
   for (int round = 0; round < rounds; ++round) {
     for (size_t i = 0; i < agents.size(); ++i) {
       double before = agents[i]->processorNs();
       agents[i]->work(bytes);
-      ns[i].push_back((agents[i]->processorNs() - before) / static_cast<double>(varbinds));
-      ratio[i].push_back(ns[i].back() / ns[0].back());
+      double ns = (agents[i]->processorNs() - before) / static_cast<double>(varbinds);
+      if (i == 0) firsts.push_back(ns);
+      ratios[i].push_back(ns / firsts.back());
     }
   }
-  std::vector<double> medians;
-  for (size_t i = 0; i < agents.size(); ++i) {
-    medians.push_back(median(ns[i]));
-    ratios.push_back(median(ratio[i]));
-  }
+  Medians medians{median(firsts), {}};
+  for (auto& ratio : ratios) medians.ratios.push_back(median(std::move(ratio)));
   return medians;
 }
 
-void print(const std::string& what, double first, const std::vector<double>& ratios) {
-  std::string line = fmt::format("| {:<24} | {:>8.0f} |", what, first);
-  for (double ratio : ratios) line += fmt::format(" {:>9.3f} |", ratio);
+void print(const std::string& what, const Medians& medians) {
+  std::string line = fmt::format("| {:<24} | {:>8.0f} |", what, medians.first);
+  for (double ratio : medians.ratios) line += fmt::format(" {:>9.3f} |", ratio);
   fmt::print("{}\n", line);
   std::fflush(stdout);
 }
@@ -310,10 +311,8 @@ void measureTimes(uint32_t members, int rounds, const std::string& wanted) {
     printHead(fmt::format("{}, {} rows", name, members * (members - 1)), "ns", ways);
     for (const Mode& mode : kModes) {
       if (std::string(mode.name).find(wanted) == std::string::npos) continue;
-      std::vector<double> ratios;
       auto messages = messagesOf(mode, table, members);
-      auto ns = timed(messages, varbindsIn(messages, agents), agents, rounds, ratios);
-      print(mode.name, ns[0], ratios);
+      print(mode.name, timed(messages, varbindsIn(messages, agents), agents, rounds));
     }
   }
   // The peers serve no scalars.
@@ -322,11 +321,9 @@ void measureTimes(uint32_t members, int rounds, const std::string& wanted) {
   for (auto& agent : agents) {
     if (isOurs(agent->name())) scalars.push_back(std::move(agent));
   }
-  std::vector<double> ratios;
-  auto ns =
-      timed(std::vector(kMessages, messageOf(PduType::get, {kUpTime})), kMessages, scalars, rounds, ratios);
   printHead("sysUpTime.0", "ns", {"snmpd", "chain", "direct"});
-  print("GET of a scalar", ns[0], ratios);
+  std::vector messages(kMessages, messageOf(PduType::get, {kUpTime}));
+  print("GET of a scalar", timed(messages, kMessages, scalars, rounds));
 }
 
 // Of one life under callgrind in which the messages are asked so many times.
@@ -357,7 +354,7 @@ void countInstructions(uint32_t members, const std::string& wanted) {
       }
       double first = counts.front();
       for (double& count : counts) count /= first;
-      print(mode.name, first, counts);
+      print(mode.name, {first, counts});
     }
   }
 }
