@@ -6,7 +6,7 @@ set -euo pipefail
 # The agent and its tool, and what a manager asks them with.
 kRunPackages=(
   g++ cmake ninja-build pkg-config
-  libabsl-dev libboost-dev libcli11-dev libfmt-dev libmnl-dev libmount-dev liboping-dev libproc2-dev libsnmp-dev
+  libabsl-dev libboost-dev libcli11-dev libfmt-dev libmnl-dev libmount-dev libproc2-dev libsnmp-dev
   libsystemd-dev libuv1-dev nlohmann-json3-dev
   erlang-snmp # the base MIB modules, which no other package of Debian's main archive has as files
   snmp

@@ -1,55 +1,38 @@
 #include "member/Echo.h"
 
 #include <fmt/format.h>
-#include <oping.h>
 
-#include <cerrno>
-#include <cstring>
-#include <memory>
-#include <mutex>
-#include <string_view>
+#include "member/IcmpSocket.h"
 
 namespace Member {
-namespace {
 
-struct Destroy {
-  void operator()(pingobj_t* ping) const { ping_destroy(ping); }
-};
+using std::chrono::ceil;
+using std::chrono::milliseconds;
+using std::chrono::nanoseconds;
 
-absl::Status failedIn(const EchoTarget& target, pingobj_t* ping) {
-  std::string_view why = ping_get_error(ping);
-  const char* hint = why == strerrordesc_np(EPERM) ? " (it takes CAP_NET_RAW)" : "";
-  return absl::UnavailableError(
-      fmt::format("echo to {} on {}: {}{}", target.address, target.device, why, hint));
-}
-
-// Under a lock, since liboping makes identifiers from state that all its objects share.
-int addHost(pingobj_t* ping, const std::string& address) {
-  static std::mutex mutex;
-  std::lock_guard lock(mutex);
-  return ping_host_add(ping, address.c_str());
-}
-
-}  // namespace
-
-// Each request has an object of its own, since the socket is bound to the device that has the name now.
-// Answers to earlier requests have other identifiers.
-absl::StatusOr<bool> PingProbe::ask(const EchoTarget& target) {
-  std::unique_ptr<pingobj_t, Destroy> ping(ping_construct());
-  if (!ping) return absl::ResourceExhaustedError("echo: out of memory");
-  double seconds = std::chrono::duration<double>(target.timeout).count();
-  std::string device = target.device;
-  bool set = ping_setopt(ping.get(), PING_OPT_TIMEOUT, &seconds) == 0 &&
-             ping_setopt(ping.get(), PING_OPT_DEVICE, device.data()) == 0 &&
-             addHost(ping.get(), target.address) == 0;
-  if (!set || ping_send(ping.get()) < 0) return failedIn(target, ping.get());
-  pingobj_iter_t* host = ping_iterator_get(ping.get());
-  double milliseconds = -1;
-  size_t size = sizeof milliseconds;
-  if (host == nullptr || ping_iterator_get_info(host, PING_INFO_LATENCY, &milliseconds, &size) != 0) {
-    return failedIn(target, ping.get());
+// The clock is read before the socket, so that nothing that came in time is overlooked.
+absl::StatusOr<bool> awaitAnswer(EchoSocket& socket, const EchoTarget& target, const Zavro::Clock& clock) {
+  const uint64_t startNs = clock.monotonicNs();
+  const nanoseconds timeout = target.timeout;
+  for (nanoseconds passed{0};;) {
+    socket.wait(ceil<milliseconds>(timeout - passed));
+    passed = nanoseconds(clock.monotonicNs() - startNs);
+    if (socket.answered()) return true;
+    if (passed >= 2 * timeout) {
+      return absl::DeadlineExceededError(fmt::format(
+          "echo to {} on {}: looked for the answer after {} ms, expected {} ms: this machine was "
+          "stopped or is overloaded",
+          target.address, target.device, ceil<milliseconds>(passed).count(), target.timeout.count()));
+    }
+    if (passed >= timeout) return false;
   }
-  return milliseconds >= 0;
+}
+
+// Each request has a socket of its own, since a socket is bound to the device that has the name now.
+absl::StatusOr<bool> PingProbe::ask(const EchoTarget& target) {
+  absl::StatusOr<IcmpSocket> socket = IcmpSocket::send(target);
+  if (!socket.ok()) return socket.status();
+  return awaitAnswer(*socket, target, Zavro::SystemClock());
 }
 
 }  // namespace Member

@@ -1,5 +1,7 @@
 #include "member/Neighbour.h"
 
+#include <utility>
+
 #include "member/Trace.h"
 #include "platform/zavro/Assert.h"
 #include "runtime/Errors.h"
@@ -75,15 +77,23 @@ void Neighbour::ask() {
 }
 
 void Neighbour::asked(const absl::StatusOr<bool>& answer) {
-  if (!answer.ok() && !toldFailure_) {
-    traceHandle.trace(kErrorLevel, "member {}: {}", config_.member, Runtime::textOf(answer.status()));
-  } else if (answer.ok() && toldFailure_) {
-    traceHandle.trace(kChangeLevel, "member {}: echoes can be sent again", config_.member);
-  }
-  toldFailure_ = !answer.ok();
+  tellFailure(answer.status());
   NeighbourReachability::State before = reachability_.state();
   reachability_.echoIs(echoOf(answer));
   tellChange(before);
+}
+
+// Over after as many results in a row as failures make the state unknown, so that a failure that comes and
+// goes is told once.
+void Neighbour::tellFailure(const absl::Status& status) {
+  if (!status.ok()) {
+    resultsSinceFailure_ = 0;
+    if (std::exchange(failing_, true)) return;
+    return traceHandle.trace(kErrorLevel, "member {}: {}", config_.member, Runtime::textOf(status));
+  }
+  if (!failing_ || ++resultsSinceFailure_ < config_.probe.counting.lossesDown) return;
+  failing_ = false;
+  traceHandle.trace(kChangeLevel, "member {}: echoes have results again", config_.member);
 }
 
 void Neighbour::tellChange(NeighbourReachability::State before) {

@@ -37,6 +37,7 @@ class Neighbour final {
  private:
   void ask();
   void asked(const absl::StatusOr<bool>& answer);
+  void tellFailure(const absl::Status& status);
   void tellChange(NeighbourReachability::State before);
 
   NeighbourConfig config_;
@@ -48,8 +49,9 @@ class Neighbour final {
   std::unique_ptr<Runtime::Io::Activity> next_;
   uint64_t round_ = 0;  // counts changes of the device; answers of earlier rounds do not count
   bool asking_ = false;
-  int overdue_ = 0;  // intervals since the echo was sent
-  bool toldFailure_ = false;
+  int overdue_ = 0;       // intervals since the echo was sent
+  bool failing_ = false;  // echoes have no result, or too few have had one since
+  uint32_t resultsSinceFailure_ = 0;
   Runtime::OffLoop offLoop_{io_};
 };
 

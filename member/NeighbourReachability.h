@@ -8,7 +8,8 @@
 //                 not decided yet whether the neighbour answers
 //   reachable     the neighbour answers
 //   degraded      the neighbour answers, but windowLosses of the last `window` echoes were lost
-//   unknown       nothing is known of the interface yet, or echoes cannot be sent or have no result
+//   unknown       nothing is known of the interface yet, or lossesDown echoes in a row could not be sent or
+//                 have no result, for a reason of this machine's own
 //
 // Loss of carrier and the administrative state count at once. Everything else has hysteresis, so that a link
 // that flaps stays unreachable and one lost echo changes nothing: a link comes up after answersUp answers in

@@ -177,7 +177,21 @@ TEST_F(NeighbourTest, EchoesCannotBeSent_ToldOnceAndWhenTheyCanAgain) {
   probe_->answer = true;
   io_.advance(2000);
   EXPECT_EQ(state(), "reachable");
-  EXPECT_EQ(trace_.count("Member/1 member 2: echoes can be sent again"), 1u);
+  EXPECT_EQ(trace_.count("Member/1 member 2: echoes have results again"), 1u);
+}
+
+TEST_F(NeighbourTest, EveryOtherEchoCannotBeSent_ToldOnce) {
+  neighbour_.deviceIs(kUp);
+  for (int i = 0; i < 100; ++i) {
+    probe_->answer = absl::UnknownError("echo to 10.0.0.2 on bp2: No buffer space available");
+    io_.advance(500);
+    probe_->answer = true;
+    io_.advance(500);
+  }
+  EXPECT_EQ(trace_.count("Member/0 member 2: echo to 10.0.0.2 on bp2: No buffer space available"), 1u);
+  EXPECT_EQ(trace_.count("Member/1 member 2: echoes have results again"), 0u);
+  io_.advance(2000);
+  EXPECT_EQ(trace_.count("Member/1 member 2: echoes have results again"), 1u);
 }
 
 TEST_F(NeighbourTest, GoneWhileAnEchoIsWaitedFor_ItsAnswerHarmsNothing) {

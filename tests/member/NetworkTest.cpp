@@ -1,18 +1,23 @@
 // Devices and echoes as the kernel has them, in a network of the test's own: veth pairs, whose far ends are
 // here or in another network.
+#include <arpa/inet.h>
 #include <gmock/gmock.h>
 #include <linux/capability.h>
 #include <net/if.h>
+#include <netinet/ip_icmp.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <array>
+#include <atomic>
 #include <future>
 #include <thread>
 
 #include "member/Echo.h"
 #include "member/NetlinkLinks.h"
+#include "runtime/File.h"
 #include "tests/support/OwnNetwork.h"
 #include "tests/support/WaitUntil.h"
 
@@ -137,6 +142,55 @@ TEST_F(NetlinkTest, MoreHappenedThanTheKernelKeeps_AllIsAskedForAnew) {
   EXPECT_EQ(shown("far"), "up");
 }
 
+// Answers all echo requests in the other network, from the address that is given.
+class Answerer final {
+ public:
+  Answerer(const Support::OtherNetwork& network, const std::string& from) {
+    std::promise<void> listening;
+    thread_ = std::thread([this, &network, from, &listening] {
+      network.enter();
+      Runtime::Descriptor socket(::socket(AF_INET, SOCK_RAW | SOCK_CLOEXEC, IPPROTO_ICMP));
+      Runtime::Descriptor sender(::socket(AF_INET, SOCK_RAW | SOCK_CLOEXEC, IPPROTO_ICMP));
+      sockaddr_in address{AF_INET, 0, {inet_addr(from.c_str())}, {}};
+      EXPECT_EQ(bind(sender.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+      listening.set_value();
+      while (!ended_) answerOne(socket.get(), sender.get());
+    });
+    listening.get_future().wait();
+  }
+  ~Answerer() {
+    ended_ = true;
+    thread_.join();
+  }
+  bool answered() const { return answered_; }
+
+ private:
+  void answerOne(int socket, int sender) {
+    pollfd one{socket, POLLIN, 0};
+    if (poll(&one, 1, 10) <= 0) return;
+    std::array<unsigned char, 1500> packet;
+    sockaddr_in from{};
+    socklen_t size = sizeof from;
+    ssize_t bytes =
+        recvfrom(socket, packet.data(), packet.size(), 0, reinterpret_cast<sockaddr*>(&from), &size);
+    constexpr ssize_t kIpHeader = 20;
+    if (bytes < kIpHeader + 8 || packet[kIpHeader] != ICMP_ECHO) return;
+    // The type is a part of the sum that the checksum is of.
+    packet[kIpHeader] = ICMP_ECHOREPLY;
+    unsigned sum = packet[kIpHeader + 2] * 256u + packet[kIpHeader + 3] + ICMP_ECHO * 256u;
+    sum = (sum & 0xffff) + (sum >> 16);
+    packet[kIpHeader + 2] = static_cast<unsigned char>(sum >> 8);
+    packet[kIpHeader + 3] = static_cast<unsigned char>(sum & 0xff);
+    sendto(sender, packet.data() + kIpHeader, static_cast<size_t>(bytes - kIpHeader), 0,
+           reinterpret_cast<const sockaddr*>(&from), size);
+    answered_ = true;
+  }
+
+  std::atomic<bool> ended_ = false;
+  std::atomic<bool> answered_ = false;
+  std::thread thread_;
+};
+
 // A cable: the device bp here, with the addresses 10.1.0.1 and fe80::1, and far there, with .2.
 class EchoTest : public NetworkTest {
  protected:
@@ -181,6 +235,50 @@ TEST_F(EchoTest, NobodyHasTheAddress_LostAfterTheTimeout) {
   auto took = std::chrono::steady_clock::now() - start;
   EXPECT_GE(took, 290ms);
   EXPECT_EQ(ask("fe80::3"), "lost");
+}
+
+// The kernel finds out that nobody has the address, and says so to the socket: the neighbour's fault.
+TEST_F(EchoTest, NobodyHasTheAddress_LostEachTime) {
+  ip("neigh add 10.1.0.3 dev bp nud failed");
+  for (int i = 0; i < 5; ++i) EXPECT_EQ(ask("10.1.0.3"), "lost");
+}
+
+TEST_F(EchoTest, NoRoute_IsAFailureOfThisMachine_AndNothingIsWritten) {
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(ask("2001:db8::2"), "echo to 2001:db8::2 on bp: Network is unreachable");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+}
+
+// A ring that is cabled wrongly: another machine is at the end of the cable, and forwards to the one that is
+// asked.
+TEST_F(EchoTest, AddressIsThatOfAMachineBehindTheNext_Lost) {
+  Support::OtherNetwork behind;
+  ip("link add name mid type veth peer name last");
+  other_->take("mid");
+  behind.take("last");
+  other_->ip("addr add 10.3.0.1/24 dev mid");
+  other_->ip("link set mid up");
+  behind.ip("addr add 10.3.0.2/24 dev last");
+  behind.ip("link set last up");
+  behind.ip("route add default via 10.3.0.1");
+  ip("route add 10.3.0.0/24 via 10.1.0.2 dev bp");
+  other_->writeTo("/proc/sys/net/ipv4/ip_forward", "1");
+  EXPECT_TRUE(answers("10.3.0.1")) << "an address of the next machine itself";
+  EXPECT_EQ(ask("10.3.0.2"), "lost");
+}
+
+TEST_F(EchoTest, AnswerFromAnotherAddress_Lost) {
+  ASSERT_TRUE(answers("10.1.0.2"));
+  other_->ip("addr add 10.1.0.9/24 dev far");
+  other_->writeTo("/proc/sys/net/ipv4/icmp_echo_ignore_all", "1");
+  EXPECT_EQ(ask("10.1.0.2"), "lost");
+  {
+    Answerer same(*other_, "10.1.0.2");
+    EXPECT_TRUE(answers("10.1.0.2"));
+  }
+  Answerer another(*other_, "10.1.0.9");
+  EXPECT_EQ(ask("10.1.0.2"), "lost");
+  EXPECT_TRUE(another.answered());
 }
 
 TEST_F(EchoTest, AddressIsReachedOverAnotherDeviceOnly_Lost) {

@@ -1,14 +1,18 @@
 #include "tests/support/OwnNetwork.h"
 
+#include <fcntl.h>
 #include <sched.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <sstream>
 #include <stdexcept>
+#include <thread>
 
+#include "runtime/File.h"
 #include "tests/support/WaitUntil.h"
 
 namespace Support {
@@ -63,6 +67,21 @@ OtherNetwork::OtherNetwork() : holder_(std::make_unique<Process>(Argv{"unshare",
 
 void OtherNetwork::take(const std::string& device) const {
   Support::ip("link set " + device + " netns " + std::to_string(holder_->pid()));
+}
+
+void OtherNetwork::enter() const {
+  Runtime::Descriptor network(
+      open(("/proc/" + std::to_string(holder_->pid()) + "/ns/net").c_str(), O_CLOEXEC));
+  if (!network.opened() || setns(network.get(), CLONE_NEWNET) != 0) {
+    throw std::runtime_error(std::string("the other network: ") + std::strerror(errno));
+  }
+}
+
+void OtherNetwork::writeTo(const std::string& path, const std::string& text) const {
+  std::thread([&] {
+    enter();
+    std::ofstream(path) << text;
+  }).join();
 }
 
 void OtherNetwork::ip(const std::string& arguments) const {

@@ -25,6 +25,10 @@ class OtherNetwork final {
 
   // Takes the device from the calling thread's network.
   void take(const std::string& device) const;
+  // Moves the calling thread there, for good. Throws std::runtime_error when that fails.
+  void enter() const;
+  // Writes to a file, such as one below /proc/sys/net, as a thread there sees it.
+  void writeTo(const std::string& path, const std::string& text) const;
   // ip(8) there.
   void ip(const std::string& arguments) const;
 
