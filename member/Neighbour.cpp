@@ -79,7 +79,9 @@ void Neighbour::ask() {
 void Neighbour::asked(const absl::StatusOr<bool>& answer) {
   tellFailure(answer.status());
   NeighbourReachability::State before = reachability_.state();
+  bool heldBack = reachability_.heldBack();
   reachability_.echoIs(echoOf(answer));
+  tellHeldBack(heldBack);
   tellChange(before);
 }
 
@@ -102,6 +104,12 @@ void Neighbour::tellChange(NeighbourReachability::State before) {
   traceHandle.trace(kChangeLevel, "member {} is {} on {}, it was {}", config_.member, Kor::nameOf(now),
                     config_.device, Kor::nameOf(before));
   changed_();
+}
+
+void Neighbour::tellHeldBack(bool before) const {
+  if (before || !reachability_.heldBack()) return;
+  traceHandle.trace(kChangeLevel, "member {} stays {} on {} for up to a minute: its state changes too often",
+                    config_.member, Kor::nameOf(reachability_.state()), config_.device);
 }
 
 }  // namespace Member

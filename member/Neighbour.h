@@ -39,6 +39,7 @@ class Neighbour final {
   void asked(const absl::StatusOr<bool>& answer);
   void tellFailure(const absl::Status& status);
   void tellChange(NeighbourReachability::State before);
+  void tellHeldBack(bool before) const;
 
   NeighbourConfig config_;
   std::shared_ptr<EchoProbe> probe_;

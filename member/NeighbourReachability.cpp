@@ -4,6 +4,28 @@
 #include <utility>
 
 namespace Member {
+namespace {
+
+using State = NeighbourReachability::State;
+
+int rankOf(State state) {
+  switch (state) {
+    case State::disabled:
+    case State::unreachable:
+      return 0;
+    case State::unknown:
+      return 1;
+    case State::initializing:
+      return 2;
+    case State::degraded:
+      return 3;
+    case State::reachable:
+      return 4;
+  }
+  return 0;
+}
+
+}  // namespace
 
 NeighbourReachability::NeighbourReachability(const Settings& settings, const Zavro::Clock& clock)
     : settings_(settings),
@@ -36,6 +58,8 @@ void NeighbourReachability::carrierIs(Carrier carrier) {
     case Carrier::down:
       return stateIs(State::unreachable);
     case Carrier::up:
+      // A device that comes and goes by itself is no operator's.
+      if (before == Carrier::missing) return foundIs(State::initializing);
       if (before != Carrier::down) stateIs(State::initializing);
       return;
   }
@@ -53,29 +77,49 @@ void NeighbourReachability::echoIs(Echo echo) {
     case Echo::answered:
       return answered();
     case Echo::lost:
-      if (state_ == State::unknown) stateIs(State::initializing);
-      if (inRow_ >= settings_.lossesDown) stateIs(State::unreachable);
+      if (state_ == State::unknown) foundIs(State::initializing);
+      if (inRow_ >= settings_.lossesDown) foundIs(State::unreachable);
       return;
     case Echo::notSent:
-      if (inRow_ >= settings_.lossesDown) stateIs(State::unknown);
+      if (inRow_ >= settings_.lossesDown) foundIs(State::unknown);
       return;
   }
 }
 
 void NeighbourReachability::answered() {
-  if (state_ == State::unknown) stateIs(State::initializing);
+  if (state_ == State::unknown) foundIs(State::initializing);
   if (!up()) {
-    if (inRow_ < settings_.answersUp) return;
-    window_.clear();
-    return stateIs(State::reachable);
+    if (inRow_ >= settings_.answersUp) foundIs(State::reachable);
+    return;
   }
   uint32_t losses = lossesInWindow();
-  if (losses >= settings_.windowLosses) return stateIs(State::degraded);
-  if (losses == 0) stateIs(State::reachable);
+  if (losses >= settings_.windowLosses) return foundIs(State::degraded);
+  if (losses == 0) foundIs(State::reachable);
+}
+
+// A change that nobody asked for.
+void NeighbourReachability::foundIs(State state) {
+  bool better = rankOf(state) > rankOf(state_) && state_ != State::initializing;
+  if (better && !mayImprove()) {
+    heldBack_ = true;
+    return;
+  }
+  stateIs(state);
+}
+
+bool NeighbourReachability::mayImprove() {
+  uint64_t nowNs = clock_.monotonicNs();
+  uint64_t usedNs = std::max(improvementsNs_, nowNs) + kOnceInNs;
+  if (usedNs > nowNs + kAtOnce * kOnceInNs) return false;
+  improvementsNs_ = usedNs;
+  return true;
 }
 
 void NeighbourReachability::stateIs(State state) {
   if (state_ == state) return;
+  if (!up()) window_.clear();  // the losses of the time before it came up
+  if (state == State::disabled) improvementsNs_ = 0;
+  heldBack_ = false;
   state_ = state;
   lastChangeNs_ = clock_.utcNs();
 }

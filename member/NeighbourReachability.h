@@ -14,6 +14,11 @@
 // Loss of carrier and the administrative state count at once. Everything else has hysteresis, so that a link
 // that flaps stays unreachable and one lost echo changes nothing: a link comes up after answersUp answers in
 // a row, goes down after lossesDown losses in a row, and is no longer degraded when the window has no loss.
+//
+// Every change is written, and read by all members, so their number is bounded: what is worse counts at once,
+// but of the changes for the better only the first kAtOnce do, and later ones once in kOnceInNs. In between,
+// the state stays as bad as it was at worst. Worse is, from the best: reachable, degraded, initializing,
+// unknown, unreachable. What follows initializing always counts, as does what an operator switches on or off.
 #pragma once
 
 #include <cstdint>
@@ -43,6 +48,9 @@ class NeighbourReachability final {
     bool operator==(const Settings&) const = default;
   };
 
+  static constexpr uint64_t kAtOnce = 4;
+  static constexpr uint64_t kOnceInNs = 60'000'000'000;
+
   // The clock outlives this.
   NeighbourReachability(const Settings& settings, const Zavro::Clock& clock);
 
@@ -55,11 +63,15 @@ class NeighbourReachability final {
   // Whether echoes are to be sent.
   bool probing() const { return settings_.enabled && carrier_ == Carrier::up; }
   State state() const { return state_; }
+  // Whether a better state is due, but the state changed too often.
+  bool heldBack() const { return heldBack_; }
   // When the state changed last, or this was created; since 1970 UTC.
   uint64_t lastChangeNs() const { return lastChangeNs_; }
 
  private:
   void stateIs(State state);
+  void foundIs(State state);
+  bool mayImprove();
   void answered();
   void forgetEchoes();
   bool up() const { return state_ == State::reachable || state_ == State::degraded; }
@@ -70,6 +82,8 @@ class NeighbourReachability final {
   std::optional<Carrier> carrier_;  // nothing: not known yet
   State state_;
   uint64_t lastChangeNs_;
+  bool heldBack_ = false;
+  uint64_t improvementsNs_ = 0;  // monotonic: until when they count, kOnceInNs each
   Echo last_ = Echo::answered;
   uint32_t inRow_ = 0;       // echoes in a row with the result last_
   std::deque<bool> window_;  // whether each of the last echoes was lost, since the neighbour came up

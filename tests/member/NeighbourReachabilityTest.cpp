@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <optional>
+#include <random>
 #include <string>
 
 namespace Member {
@@ -35,9 +36,17 @@ class ReachabilityTest : public testing::Test {
     if (state == 'D') after("o");
     ASSERT_EQ(letter(), std::string(1, state));
   }
+  // As often as that; the states of all steps.
+  std::string times(std::string_view steps, int count) {
+    std::string states;
+    for (int i = 0; i < count; ++i) states += after(steps);
+    return states;
+  }
   void anew() { reachability_.emplace(settings_, clock_); }
   std::string letter() const { return {"?IRGUD"[reachability_->state()]}; }
   uint64_t lastChange() const { return (reachability_->lastChangeNs() - kStartNs) / kStepNs; }
+
+  static constexpr std::string_view kBadToGood = "U?IGR";
 
   Zavro::ManualClock clock_{kStartNs};
   NeighbourReachability::Settings settings_{true, 3, 3, 6, 2};
@@ -265,7 +274,84 @@ TEST_F(ReachabilityTest, LastChange_IsWhenTheStateChangedAndNotWhenItWasConfirme
 TEST_F(ReachabilityTest, OneOfEach_CountsAtOnce) {
   settings_ = {true, 1, 1, 1, 1};
   anew();
-  EXPECT_EQ(after("ualanala"), "IRUR?RUR");
+  EXPECT_EQ(after("ualanal"), "IRUR?RU");
+}
+
+// Half of the answers lost used to change the state every few seconds, for as long as it lasted.
+TEST_F(ReachabilityTest, ComesAndGoes_FourTimesAtOnceThenOnceAMinute) {
+  startIn('U');
+  EXPECT_EQ(after("uaaalllaaalllaaalllaaalll"), "UUURRRUUURRRUUURRRUUURRRU");
+  EXPECT_EQ(times("aaalll", 6), std::string(36, 'U')) << "until a minute after the first time";
+  EXPECT_EQ(after("aaalll"), "UURRRU");
+  EXPECT_EQ(times("aaalll", 9), std::string(54, 'U'));
+  EXPECT_EQ(after("aaalll"), "UURRRU");
+}
+
+TEST_F(ReachabilityTest, HeldBack_ItIsSaid_AndLastChangeIsWhenTheShownStateChanged) {
+  startIn('U');
+  after("uaaalllaaalllaaalllaaa");
+  EXPECT_FALSE(reachability_->heldBack());
+  after("lll");
+  EXPECT_EQ(lastChange(), 26u);
+  EXPECT_FALSE(reachability_->heldBack());
+  EXPECT_EQ(after("aaa"), "UUU");
+  EXPECT_TRUE(reachability_->heldBack());
+  EXPECT_EQ(lastChange(), 26u);
+  clock_.advanceNs(35 * kStepNs);
+  EXPECT_EQ(after("a"), "R") << "a minute after it came up first";
+  EXPECT_FALSE(reachability_->heldBack());
+  EXPECT_EQ(lastChange(), 65u);
+}
+
+TEST_F(ReachabilityTest, WhatIsWorse_CountsAtOnceHoweverOftenItChanged) {
+  startIn('U');
+  after("uaaalllaaalllaaalllaaa");
+  EXPECT_EQ(after("d"), "U");
+  EXPECT_EQ(after("uaaad"), "UUUUU");
+  clock_.advanceNs(60 * kStepNs);
+  EXPECT_EQ(after("uaaalll"), "UUURRRU");
+}
+
+TEST_F(ReachabilityTest, AQuietTime_AllCountAtOnceAgain) {
+  startIn('U');
+  after("uaaalllaaalllaaalllaaalllaaa");
+  clock_.advanceNs(300 * kStepNs);
+  EXPECT_EQ(after("lllaaalllaaalllaaalllaaa"), "UUUUURRRUUURRRUUURRRUUUR");
+}
+
+TEST_F(ReachabilityTest, DeviceIsMissingAndThereInTurns_StaysUnreachable) {
+  EXPECT_EQ(after("mumumumumumu"), "UIUIUIUIUUUU");
+}
+
+TEST_F(ReachabilityTest, OperatorSwitchesItOffAndOn_NothingIsHeldBack) {
+  startIn('U');
+  after("uaaalllaaalllaaalllaaalllaaa");
+  ASSERT_TRUE(reachability_->heldBack());
+  EXPECT_EQ(after("ouaaalll"), "DIIIRRRU");
+  for (int i = 0; i < 20; ++i) EXPECT_EQ(after("ou"), "DI");
+}
+
+// Whatever echoes and carrier do for an hour, with some patience as well as with none.
+TEST_F(ReachabilityTest, AnyInputs_ChangesForTheBetterAreBounded_AndANeighbourThatAnswersIsReachable) {
+  for (unsigned seed = 0; seed < 50; ++seed) {
+    SCOPED_TRACE(seed);
+    std::mt19937 random(seed);
+    settings_ = seed % 2 == 0 ? NeighbourReachability::Settings{true, 1, 1, 2, 1}
+                              : NeighbourReachability::Settings{true, 3, 3, 6, 2};
+    anew();
+    constexpr int kHour = 3600;
+    constexpr std::string_view kSteps = "aaaaallllnnndumu";
+    int better = 0;
+    for (int i = 0; i < kHour; ++i) {
+      char before = letter()[0];
+      after(kSteps.substr(random() % kSteps.size(), 1));
+      if (kBadToGood.find(letter()[0]) > kBadToGood.find(before) && before != 'I') ++better;
+    }
+    EXPECT_LE(better, 4 + 60);
+    EXPECT_GT(better, 30);
+    after("u" + std::string(70, 'a'));
+    EXPECT_EQ(letter(), "R");
+  }
 }
 
 }  // namespace

@@ -168,6 +168,22 @@ TEST_F(NeighbourTest, EchoesAreLost_Unreachable) {
   EXPECT_EQ(state(), "unreachable");
 }
 
+TEST_F(NeighbourTest, ItsStateChangesTooOften_ToldOnceThatItStays) {
+  neighbour_.deviceIs(kUp);
+  for (int i = 0; i < 100; ++i) {
+    probe_->answer = true;
+    io_.advance(1500);
+    probe_->answer = false;
+    io_.advance(1500);
+  }
+  EXPECT_EQ(state(), "unreachable");
+  EXPECT_LE(changes_, 2 * (4 + 5) + 1) << "five minutes";
+  size_t told = trace_.count(
+      "Member/1 member 2 stays unreachable on bp2 for up to a minute: its state changes too often");
+  EXPECT_GE(told, 1u);
+  EXPECT_LE(told, 5u);
+}
+
 TEST_F(NeighbourTest, EchoesCannotBeSent_ToldOnceAndWhenTheyCanAgain) {
   probe_->answer = absl::UnknownError("echo to 10.0.0.2 on bp2: Operation not permitted");
   neighbour_.deviceIs(kUp);
