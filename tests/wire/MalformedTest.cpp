@@ -13,17 +13,6 @@
 namespace Wire {
 namespace {
 
-constexpr const char* kWatcher = "watcher";
-constexpr const char* kOperator = "operator";
-constexpr const char* kAuthPass = "authentication pass";
-constexpr const char* kPrivPass = "privacy pass";
-
-std::string access() {
-  return modelledAccess() + fmt::format("createUser {0}\nrouser {0} noauth -V tables\n", kWatcher) +
-         fmt::format("createUser {0} SHA-256 \"{1}\" AES \"{2}\"\nrouser {0} auth -V tables\n", kOperator,
-                     kAuthPass, kPrivPass);
-}
-
 class MalformedMessages : public testing::Test {
  protected:
   // What the daemon has seen by then has filled its caches and its log's buffers.
@@ -85,7 +74,7 @@ class MalformedMessages : public testing::Test {
     EXPECT_LE(residentKiB, warmKiB_ + kMaxGrowthKiB);
   }
 
-  Subject subject_{access()};
+  Subject subject_{accessWithUsers()};
   Support::Random random_;
   // Apart from what is broken, so that answers to that do not come in between.
   Exchange probes_;

@@ -105,6 +105,12 @@ std::string modelledAccess() {
          E2e::writingAccess(kWriter, "tables");
 }
 
+std::string accessWithUsers() {
+  return modelledAccess() + fmt::format("createUser {0}\nrouser {0} noauth -V tables\n", kWatcher) +
+         fmt::format("createUser {0} SHA-256 \"{1}\" AES \"{2}\"\nrouser {0} auth -V tables\n", kOperator,
+                     kAuthPass, kPrivPass);
+}
+
 std::optional<Message> Model::answerTo(const Message& message) const {
   if (message.community != kReader && message.community != kWriter) return std::nullopt;
   Message request = message;

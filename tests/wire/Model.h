@@ -14,8 +14,17 @@ namespace Wire {
 inline constexpr const char* kReader = "reader";
 inline constexpr const char* kWriter = "writer";
 
+// Users of SNMPv3: one without a password, and one with both, whose name is as long as one may be, so that as
+// little as possible of a message is left for what is asked.
+inline constexpr const char* kWatcher = "watcher";
+inline constexpr const char* kOperator = "operator-of-thirty-two-octets-xx";
+inline constexpr const char* kAuthPass = "authentication pass";
+inline constexpr const char* kPrivPass = "privacy pass";
+
 // The daemon's configuration, in snmpd.conf syntax.
 std::string modelledAccess();
+// The same for these users, too.
+std::string accessWithUsers();
 
 class Model {
  public:

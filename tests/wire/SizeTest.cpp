@@ -11,22 +11,9 @@
 namespace Wire {
 namespace {
 
-constexpr const char* kWatcher = "watcher";
-// As long as a user's name may be, so that as little as possible is left for what is asked.
-constexpr const char* kOperator = "operator-of-thirty-two-octets-xx";
-constexpr const char* kAuthPass = "authentication pass";
-constexpr const char* kPrivPass = "privacy pass";
-
 constexpr int64_t kMinSize = 484;  // that may be stated (RFC 3412, section 6.3)
 constexpr int64_t kMaxSize = 2147483647;
 constexpr size_t kMaxDatagram = 65507;
-
-std::string access() {
-  std::string users = fmt::format("createUser {0}\nrouser {0} noauth -V tables\n", kWatcher);
-  return modelledAccess() + users +
-         fmt::format("createUser {0} SHA-256 \"{1}\" AES \"{2}\"\nrouser {0} auth -V tables\n", kOperator,
-                     kAuthPass, kPrivPass);
-}
 
 // Rows of many sizes: descriptions and types from nothing to the longest that there are.
 nlohmann::json document() {
@@ -89,7 +76,7 @@ class Sizes : public testing::Test {
                                     << subject_.complaint();
   }
 
-  Subject subject_{access()};
+  Subject subject_{accessWithUsers()};
   Support::Random random_;
   // Apart from what may go without an answer.
   Exchange probes_;
