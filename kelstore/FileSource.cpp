@@ -1,6 +1,7 @@
 #include "kelstore/FileSource.h"
 
 #include "runtime/Errors.h"
+#include "runtime/Memory.h"
 
 namespace Kelstore {
 namespace {
@@ -62,8 +63,14 @@ void FileSource::attempted(Attempt attempt) {
   badSinceNs_ = 0;
   auto before = layer_.snapshot();
   layer_.readingIs(std::move(attempt.reading));
-  // Freeing a large snapshot takes longer than a slice may.
-  io_.offLoop([before = std::move(before)]() mutable { before.reset(); }, [] {});
+  // Freeing a large snapshot takes longer than a slice may. So much was freed since the file was read that it
+  // is worth giving back.
+  io_.offLoop(
+      [before = std::move(before)]() mutable {
+        before.reset();
+        Runtime::returnFreedMemory();
+      },
+      [] {});
 }
 
 // Takes note of a failure. It counts if the unchanged file fails again after kConfirmMs, or if files fail for

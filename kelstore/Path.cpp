@@ -101,16 +101,17 @@ Path pathOf(const Pattern& pattern, std::span<const std::string> segments) {
 }  // namespace
 
 Path::Path(Kind ofKind, std::string_view first, std::string_view second) : kind(ofKind) {
-  names_.reserve(first.size() + second.size() + 1);
-  names_ = first;
-  if (second.empty()) return;
-  names_ += '\0';
-  names_ += second;
+  std::string names(first);
+  if (!second.empty()) {
+    names += '\0';
+    names += second;
+  }
+  names_ = std::move(names);
 }
 
 std::string_view Path::second() const {
-  size_t zero = names_.find('\0');
-  return zero == std::string::npos ? std::string_view() : std::string_view(names_).substr(zero + 1);
+  size_t zero = names().find('\0');
+  return zero == std::string_view::npos ? std::string_view() : names().substr(zero + 1);
 }
 
 std::vector<std::string> Path::segments() const {

@@ -1,6 +1,8 @@
 // The paths of the cluster's state, the same for every source. Schema.h says which there are. On any thread.
 #pragma once
 
+#include <absl/strings/cord.h>
+
 #include <compare>
 #include <cstdint>
 #include <span>
@@ -24,10 +26,13 @@ class Path final {
   // first, second: the variable segments; empty where the kind has fewer. Requires: no zero byte in them.
   Path(Kind ofKind, std::string_view first, std::string_view second);
 
-  std::string_view first() const { return std::string_view(names_).substr(0, names_.find('\0')); }
+  std::string_view first() const { return names().substr(0, names().find('\0')); }
   std::string_view second() const;
 
-  std::strong_ordering operator<=>(const Path&) const = default;
+  std::strong_ordering operator<=>(const Path& other) const {
+    return kind == other.kind ? names() <=> other.names() : kind <=> other.kind;
+  }
+  bool operator==(const Path& other) const { return (*this <=> other) == 0; }
 
   // All segments, from the root of the tree. text(): the same, as pathText() writes them.
   std::vector<std::string> segments() const;
@@ -36,7 +41,14 @@ class Path final {
   Kind kind = Kind::sysname;
 
  private:
-  std::string names_;  // the first one, and a zero byte and the second where there is one
+  std::string_view names() const {
+    auto flat = *names_.TryFlat();
+    return {flat.data(), flat.size()};
+  }
+
+  // The first one, and a zero byte and the second where there is one; in one piece. A cord takes less room
+  // than a string, and copies share what is long.
+  absl::Cord names_;
 };
 
 // For people: the segments with "/" between them. A segment is quoted if it is empty or has a "/" or a

@@ -13,6 +13,9 @@ constexpr size_t kMinChunk = Snapshot::kMaxChunk / 4;
 using Change = Snapshot::Change;
 using Entry = Snapshot::Entry;
 
+// A full cluster has 65,025 values of a kind, which are the most of what a small switch has to remember.
+static_assert(sizeof(Entry) <= 64);
+
 bool isBefore(const Entry& a, const Entry& b) { return a.first < b.first; }
 using Changes = std::vector<Change>;
 

@@ -1,5 +1,6 @@
 #include "runtime/Memory.h"
 
+#include <malloc.h>
 #include <sys/mman.h>
 
 #include <new>
@@ -17,5 +18,7 @@ bool hasMemoryFor(size_t bytes) {
 void needMemoryFor(size_t bytes) {
   if (!hasMemoryFor(bytes)) throw std::bad_alloc();
 }
+
+void returnFreedMemory() { malloc_trim(0); }
 
 }  // namespace Runtime

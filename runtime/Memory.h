@@ -13,5 +13,8 @@ inline constexpr size_t kSpareBytes = 32 << 20;
 bool hasMemoryFor(size_t bytes);
 // Throws std::bad_alloc otherwise: here, where the caller can give up, and not later in code that cannot.
 void needMemoryFor(size_t bytes);
+// Gives memory that the process has freed back to the system, as the allocator keeps most of it. Takes
+// milliseconds for a large heap, so not on the event loop.
+void returnFreedMemory();
 
 }  // namespace Runtime

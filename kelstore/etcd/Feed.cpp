@@ -76,6 +76,8 @@ void Feed::take(Batch batch) {
   revision_ = batch.revision;
   noteMembers(decoded.members);
   listed_ = true;
+  // A listing of all keys has taken several times what is kept of it.
+  if (batch.whole) Runtime::returnFreedMemory();
   if (visible_) mailbox_.give({snapshot_, std::move(changed), revision_, false, {}});
 }
 

@@ -1,7 +1,8 @@
 #include "platform/lanix/IntfId.h"
 
+#include <absl/container/flat_hash_set.h>
+
 #include <mutex>
-#include <unordered_map>
 
 namespace Lanix {
 
@@ -17,9 +18,9 @@ class IntfId::Names {
   boost::intrusive_ptr<const Name> intern(std::string_view text) {
     std::lock_guard lock(mutex_);
     auto found = names_.find(text);
-    if (found != names_.end()) return found->second;
+    if (found != names_.end()) return *found;
     boost::intrusive_ptr<const Name> made(new Name(text));
-    names_.emplace(made->text, made.get());
+    names_.insert(made.get());
     return made;
   }
 
@@ -28,14 +29,25 @@ class IntfId::Names {
       std::lock_guard lock(mutex_);
       // intern() may have returned it again meanwhile.
       if (name->holders.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
-      names_.erase(name->text);
+      names_.erase(name);
     }
     delete name;
   }
 
  private:
+  static std::string_view textOf(std::string_view text) { return text; }
+  static std::string_view textOf(const Name* name) { return name->text; }
+  struct Hash {
+    using is_transparent = void;
+    size_t operator()(const auto& name) const { return absl::HashOf(textOf(name)); }
+  };
+  struct Equal {
+    using is_transparent = void;
+    bool operator()(const auto& a, const auto& b) const { return textOf(a) == textOf(b); }
+  };
+
   std::mutex mutex_;
-  std::unordered_map<std::string_view, const Name*> names_;  // by the names' own texts
+  absl::flat_hash_set<const Name*, Hash, Equal> names_;
 };
 
 void IntfId::Name::release() const {

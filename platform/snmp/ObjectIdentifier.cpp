@@ -5,11 +5,17 @@
 
 namespace Snmp {
 
+const std::string& ObjectIdentifier::text() const {
+  static const auto* empty = new std::string;
+  return dotted_ ? dotted_->text : *empty;
+}
+
 std::optional<std::vector<uint32_t>> ObjectIdentifier::subIds() const {
   std::vector<uint32_t> ids;
-  ids.reserve(static_cast<size_t>(std::ranges::count(dotted_, '.')) + 1);
-  const char* at = dotted_.data();
-  const char* end = at + dotted_.size();
+  const std::string& dotted = text();
+  ids.reserve(static_cast<size_t>(std::ranges::count(dotted, '.')) + 1);
+  const char* at = dotted.data();
+  const char* end = at + dotted.size();
   if (at != end && *at == '.') ++at;
   while (true) {
     uint32_t id = 0;

@@ -21,6 +21,22 @@ Snapshot numbered(uint32_t count) {
   return Snapshot(std::move(entries));
 }
 
+TEST(SnapshotTest, PathsOfAnyLength_AreOrderedByTheirSegments) {
+  const std::string kLongest(kMaxNameBytes, 'x');
+  std::vector<Path> paths;
+  for (const std::string& first : {std::string("1"), std::string("12"), kLongest}) {
+    for (const std::string& second : {std::string("/"), std::string("/mnt/of sixteen."), kLongest}) {
+      paths.emplace_back(Kind::storage, first, second);
+      EXPECT_EQ(paths.back().first(), first);
+      EXPECT_EQ(paths.back().second(), second);
+      EXPECT_EQ(paths.back(), Path(Kind::storage, first, second));
+    }
+  }
+  EXPECT_TRUE(std::is_sorted(paths.begin(), paths.end(), std::less_equal<>()));
+  EXPECT_LT(Path(Kind::processor, "2", "1"), paths.front());
+  EXPECT_EQ(Path(Kind::system, kLongest, "").second(), "");
+}
+
 TEST(SnapshotTest, ChangesTakeEffect_AndOnlyDifferencesAreTold) {
   std::vector<Path> changed;
   Snapshot now = numbered(4).with({{at(1), Interface{1}},

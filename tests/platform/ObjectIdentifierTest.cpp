@@ -20,6 +20,12 @@ TEST(ObjectIdentifierTest, KeepsAnyText) {
   EXPECT_NE(ObjectIdentifier("1.3"), ObjectIdentifier(".1.3"));
 }
 
+TEST(ObjectIdentifierTest, CopiesShareTheText) {
+  ObjectIdentifier one("1.3.6.1.2.1.25.2.1.4");
+  ObjectIdentifier copy = one;
+  EXPECT_EQ(&copy.text(), &one.text());
+}
+
 TEST(ObjectIdentifierTest, SubIds) {
   EXPECT_EQ(ObjectIdentifier("1.3.6.1.2.1.25.2.1.4").subIds(), (Ids{1, 3, 6, 1, 2, 1, 25, 2, 1, 4}));
   EXPECT_EQ(ObjectIdentifier(".1.3").subIds(), (Ids{1, 3}));
