@@ -12,7 +12,6 @@
 #include <stdexcept>
 #include <thread>
 
-#include "runtime/File.h"
 #include "tests/support/WaitUntil.h"
 
 namespace Support {
@@ -70,11 +69,11 @@ void OtherNetwork::take(const std::string& device) const {
 }
 
 void OtherNetwork::enter() const {
-  Runtime::Descriptor network(
-      open(("/proc/" + std::to_string(holder_->pid()) + "/ns/net").c_str(), O_CLOEXEC));
-  if (!network.opened() || setns(network.get(), CLONE_NEWNET) != 0) {
-    throw std::runtime_error(std::string("the other network: ") + std::strerror(errno));
-  }
+  int network = open(("/proc/" + std::to_string(holder_->pid()) + "/ns/net").c_str(), O_RDONLY | O_CLOEXEC);
+  bool entered = network >= 0 && setns(network, CLONE_NEWNET) == 0;
+  int error = errno;
+  if (network >= 0) close(network);
+  if (!entered) throw std::runtime_error(std::string("the other network: ") + std::strerror(error));
 }
 
 void OtherNetwork::writeTo(const std::string& path, const std::string& text) const {
