@@ -28,8 +28,11 @@ void* load(const char* library) {
 const Driver& driver(const char* library) {
   void* handle = load(library);
   if (handle == nullptr) {
-    throw std::runtime_error(fmt::format(
-        "etcd takes a library that cannot be loaded: {}; install it beside libTrelKelstore.so", dlerror()));
+    throw std::runtime_error(
+        fmt::format("etcd takes a library that cannot be loaded: {}; install it beside libTrelKelstore.so, "
+                    "or build it with "
+                    "-DTREL_ETCD=ON",
+                    dlerror()));
   }
   const auto* entry = static_cast<const DriverEntry*>(dlsym(handle, kDriverEntry));
   if (entry == nullptr) {

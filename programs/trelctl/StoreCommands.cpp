@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -150,6 +151,17 @@ Values valuesOf(const std::string& file) {
   return values;
 }
 
+void refuseMembers(const Etcd::KeySpace& keys, const std::string& file, const Values& values) {
+  auto isOne = [&](const auto& value) { return isOfMember(keys, keys.key(value.first)); };
+  auto first = std::find_if(values.begin(), values.end(), isOne);
+  if (first == values.end()) return;
+  throw Unusable(fmt::format(
+      "{}: found {} values that members publish themselves, such as {}: written by hand they have no lease, "
+      "and "
+      "stay when the member is gone; leave them out with --without-members, or write them with --force",
+      file, std::count_if(first, values.end(), isOne), first->first.text()));
+}
+
 }  // namespace
 
 void checkStore(const std::string& store) {
@@ -195,11 +207,18 @@ void get(const StoreOptions& options, const std::string& path) {
   if (!content.setAside.empty()) throw setAside(content);
 }
 
-void importFrom(const StoreOptions& options, const std::string& file, bool replace) {
-  Values wanted = valuesOf(file);
+void importFrom(const StoreOptions& options, const std::string& file, const ImportOptions& how) {
+  using OfMembers = ImportOptions::OfMembers;
+  StoreContent wanted{valuesOf(file), {}, {}, {}};
+  Etcd::KeySpace keys(Etcd::parseStore(options.store)->prefix);
+  if (how.ofMembers == OfMembers::refused) refuseMembers(keys, file, wanted.values);
   Store store(options);
-  StoreContent now = contentOf(store.keys, orThrow(store.calls->range(store.keys.all())));
-  Difference difference = differenceOf(store.keys, now, wanted, replace);
+  StoreContent now = contentOf(keys, orThrow(store.calls->range(keys.all())));
+  if (how.ofMembers != OfMembers::written) {
+    leaveOutMembers(keys, wanted);
+    leaveOutMembers(keys, now);
+  }
+  Difference difference = differenceOf(keys, now, wanted.values, how.replace);
   size_t done = 0;
   size_t all = difference.ops.size();
   for (const auto& transaction :

@@ -4,6 +4,7 @@
 // each on standard error.
 #pragma once
 
+#include <cstdint>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -44,8 +45,16 @@ void put(const StoreOptions& options, const std::string& path, const std::string
 void del(const StoreOptions& options, const std::string& path);
 // Prints what is at the path or below it as a document. An empty path is all of the state.
 void get(const StoreOptions& options, const std::string& path);
-// Writes the document's values; with `replace`, also deletes all others. "-" is standard input.
-void importFrom(const StoreOptions& options, const std::string& file, bool replace);
+struct ImportOptions {
+  // What is done with values that members publish themselves. Written here they have no lease, and stay when
+  // the member is gone.
+  enum class OfMembers : uint8_t { refused, leftOut, written };
+  OfMembers ofMembers = OfMembers::refused;
+  // Also deletes values that the document does not have; those of members only if they are written.
+  bool replace = false;
+};
+// Writes the document's values. "-" is standard input.
+void importFrom(const StoreOptions& options, const std::string& file, const ImportOptions& how);
 // Writes all of the state as a document to the file; empty or "-" is standard output.
 void exportTo(const StoreOptions& options, const std::string& file);
 

@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <array>
 #include <nlohmann/json.hpp>
 
 namespace TrelCtl {
@@ -38,6 +40,18 @@ StoreContent contentOf(const Kelstore::Etcd::KeySpace& keys, const Kelstore::Etc
     }
   }
   return content;
+}
+
+bool isOfMember(const Kelstore::Etcd::KeySpace& keys, const std::string& key) {
+  constexpr std::array kRoots = {"members", "topology", "interfaces"};
+  return std::any_of(kRoots.begin(), kRoots.end(), [&](const char* root) {
+    return key.starts_with(keys.below(std::array{std::string(root)}).first);
+  });
+}
+
+void leaveOutMembers(const Kelstore::Etcd::KeySpace& keys, StoreContent& content) {
+  std::erase_if(content.values, [&](const auto& value) { return isOfMember(keys, keys.key(value.first)); });
+  std::erase_if(content.setAside, [&](const auto& one) { return isOfMember(keys, one.first); });
 }
 
 Difference differenceOf(const Kelstore::Etcd::KeySpace& keys, const StoreContent& now, const Values& wanted,

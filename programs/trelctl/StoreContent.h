@@ -27,6 +27,11 @@ struct StoreContent {
 
 StoreContent contentOf(const Kelstore::Etcd::KeySpace& keys, const Kelstore::Etcd::Listing& listing);
 
+// Whether a member publishes this key itself, with a lease. The others belong to the whole cluster.
+bool isOfMember(const Kelstore::Etcd::KeySpace& keys, const std::string& key);
+// Leaves what belongs to the whole cluster.
+void leaveOutMembers(const Kelstore::Etcd::KeySpace& keys, StoreContent& content);
+
 struct Difference {
   std::vector<Kelstore::Etcd::Op> ops;
   size_t written = 0;

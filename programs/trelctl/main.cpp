@@ -126,7 +126,7 @@ struct StoreCommand {
   std::string path;
   std::string json;
   std::string file;
-  bool replace = false;
+  TrelCtl::ImportOptions import;
 };
 
 CLI::App* storeCommand(CLI::App& app, StoreCommand& command, const char* name, const char* description,
@@ -171,10 +171,17 @@ void describe(CLI::App& app, StoreCommand& command) {
   pathOption(get, "A path of the state (default: all of it)");
 
   auto* import = storeCommand(app, command, "import", "Load a state document into the store", [&command] {
-    TrelCtl::importFrom(command.options, command.file, command.replace);
+    TrelCtl::importFrom(command.options, command.file, command.import);
   });
   fileOption(import, "The document; - is standard input")->required();
-  import->add_flag("--replace", command.replace, "Delete what the document does not have");
+  import->add_flag("--replace", command.import.replace, "Delete what the document does not have");
+  using OfMembers = TrelCtl::ImportOptions::OfMembers;
+  auto ofMembers = [&command, import](const char* name, OfMembers what, const char* description) {
+    return import->add_flag_callback(
+        name, [&command, what] { command.import.ofMembers = what; }, description);
+  };
+  ofMembers("--without-members", OfMembers::leftOut, "Leave out what members publish themselves")
+      ->excludes(ofMembers("--force", OfMembers::written, "Write also what members publish themselves"));
 
   auto* exported = storeCommand(app, command, "export", "Save all of the store as a state document",
                                 [&command] { TrelCtl::exportTo(command.options, command.file); });

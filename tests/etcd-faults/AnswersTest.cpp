@@ -90,7 +90,7 @@ TEST_F(EtcdAnswersTest, HundredThousandKeysAreLoaded) {
   auto paths = [&] { return follower.daemon().status().at("sources").at(0).at("paths").get<int64_t>(); };
   {
     Prober prober(follower.port(), name);
-    Support::Result import = Support::run({TRELCTL, "import", file, "--store", store}, {}, 120s);
+    Support::Result import = Support::run({TRELCTL, "import", file, "--force", "--store", store}, {}, 120s);
     EXPECT_EQ(import.status, 0) << import.err;
     EXPECT_TRUE(waitUntil([&] { return paths() > 100'000; }, 60s)) << follower.daemon().status().dump(1);
     follower.daemon().waitUntilReady();

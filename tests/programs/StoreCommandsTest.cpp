@@ -157,7 +157,7 @@ TEST_F(StoreCommandsTest, PathsThatAreNone) {
 }
 
 TEST_F(StoreCommandsTest, ImportThenExport_TheSameState) {
-  EXPECT_EQ(ctl({"import", TREL_EXAMPLE}), "44 written, 0 deleted, 0 unchanged\n");
+  EXPECT_EQ(ctl({"import", "--force", TREL_EXAMPLE}), "44 written, 0 deleted, 0 unchanged\n");
   std::string file = directory.file("out.json");
   EXPECT_EQ(ctl({"export", file}), "");
   auto before = Kelstore::parseDocument(Support::readFile(TREL_EXAMPLE));
@@ -171,18 +171,19 @@ TEST_F(StoreCommandsTest, ImportThenExport_TheSameState) {
 
   // What is there already is not written again.
   std::string revision = revisionLine();
-  EXPECT_EQ(ctl({"import", file}), "0 written, 0 deleted, 44 unchanged\n");
+  EXPECT_EQ(ctl({"import", "--force", file}), "0 written, 0 deleted, 44 unchanged\n");
   EXPECT_EQ(revisionLine(), revision);
 }
 
 TEST_F(StoreCommandsTest, ImportWritesDifferences_ReplaceDeletesTheRest) {
-  ctl({"import", directory.write("a.json", R"({"interfaces": {"a": {"ifIndex": 1}, "b": {"ifIndex": 2}}})")});
+  ctl({"import", "--force",
+       directory.write("a.json", R"({"interfaces": {"a": {"ifIndex": 1}, "b": {"ifIndex": 2}}})")});
   putRaw("notes", "none of our business");
   putRaw("interfaces/%61", "another spelling");
   std::string changed =
       directory.write("b.json", R"({"interfaces": {"b": {"ifIndex": 3}, "c": {"ifIndex": 4}}})");
-  EXPECT_EQ(ctl({"import", changed}), "2 written, 0 deleted, 0 unchanged\n");
-  EXPECT_EQ(ctl({"import", changed, "--replace"}), "0 written, 2 deleted, 2 unchanged\n");
+  EXPECT_EQ(ctl({"import", "--force", changed}), "2 written, 0 deleted, 0 unchanged\n");
+  EXPECT_EQ(ctl({"import", "--force", changed, "--replace"}), "0 written, 2 deleted, 2 unchanged\n");
   EXPECT_EQ(rawKeys(), fmt::format("{0}/interfaces/b\n\n{0}/interfaces/c\n\n{0}/notes\n\n", prefix));
 }
 
@@ -206,7 +207,7 @@ TEST_F(StoreCommandsTest, ImportSaysWhatAStoreDoesNotKeep) {
   std::string file = directory.write(
       "in.json",
       R"({"members": {"1": {"reachability": {}, "processors": {"1": {"load": 1}}}}, "colour": 1})");
-  Result result = tryCtl({"import", file});
+  Result result = tryCtl({"import", "--force", file});
   EXPECT_EQ(result.status, 0);
   EXPECT_EQ(
       result.err,
@@ -215,6 +216,40 @@ TEST_F(StoreCommandsTest, ImportSaysWhatAStoreDoesNotKeep) {
                   "ignored\n",
                   file));
   EXPECT_EQ(all(), json::parse(R"({"members": {"1": {"processors": {"1": {"load": 1}}}}})"));
+}
+
+// Such rows used to stay for ever, as they have no lease.
+TEST_F(StoreCommandsTest, ImportOfWhatMembersPublish_IsRefused_NothingIsWritten) {
+  for (const char* own : {R"("members": {"2": {"processors": {"1": {"load": 7}}}})",
+                          R"("topology": {"2": {"3": {"intf": "Backplane1/3"}}})",
+                          R"("interfaces": {"Backplane1/3": {"ifIndex": 3}})"}) {
+    std::string file = directory.write("in.json", fmt::format(R"({{"sysname": "alpha", {}}})", own));
+    EXPECT_THAT(
+        fault(2, {"import", file}),
+        testing::MatchesRegex(
+            file + ": found 1 values that members publish themselves, such as "
+                   "(members/2/processors/1|topology/2/3|\"?interfaces/.*): written by hand they have "
+                   "no lease, and stay when the member is gone; leave them out with "
+                   "--without-members, or write them with --force\n"));
+  }
+  EXPECT_EQ(ctl({"export"}), "{}\n");
+}
+
+TEST_F(StoreCommandsTest,
+       ExportIsImportedWithoutMembers_TheClustersValuesAreBack_ThoseOfMembersAreLeftAlone) {
+  std::string file = directory.file("export.json");
+  ctl({"import", "--force", TREL_EXAMPLE});
+  ctl({"export", file});
+  ctl({"del", "storageMappings"});
+  ctl({"del", "members/3"});
+  ctl({"put", "members/9/processors/1", R"({"load": 9})"});
+  putRaw("members/%39/system", "another spelling");
+  putRaw("storageMappings/memory/%31", "another spelling");
+  json now = json::parse(tryCtl({"export"}).out);
+  EXPECT_EQ(ctl({"import", "--without-members", "--replace", file}), "6 written, 1 deleted, 1 unchanged\n");
+  now["storageMappings"] = json::parse(Support::readFile(file))["storageMappings"];
+  EXPECT_EQ(json::parse(tryCtl({"export"}).out), now);
+  EXPECT_THAT(rawKeys(), HasSubstr("members/%39/system"));
 }
 
 TEST_F(StoreCommandsTest, ImportFromStandardInput) {
@@ -254,19 +289,19 @@ TEST_F(StoreCommandsTest, AwkwardNamesComeBack) {
     names[name] = {{"allocationUnits", 4096}, {"size", 18446744073709551615u}, {"free", 0}};
   }
   json document = {{"members", {{"255", {{"storage", names}}}}}};
-  ctl({"import", directory.write("in.json", document.dump())});
+  ctl({"import", "--force", directory.write("in.json", document.dump())});
   EXPECT_EQ(all(), document);
-  EXPECT_EQ(ctl({"import", directory.write("in.json", document.dump())}),
+  EXPECT_EQ(ctl({"import", "--force", directory.write("in.json", document.dump())}),
             "0 written, 0 deleted, 10 unchanged\n");
 }
 
 TEST_F(StoreCommandsTest, HundredThousandKeysThereAndBack) {
   json document = Support::hundredThousandProcessors(0);
-  EXPECT_EQ(ctl({"import", directory.write("in.json", document.dump())}),
+  EXPECT_EQ(ctl({"import", "--force", directory.write("in.json", document.dump())}),
             "100000 written, 0 deleted, 0 unchanged\n");
   EXPECT_TRUE(all() == document);
   document["members"]["50"]["processors"]["500"]["load"] = -1;
-  EXPECT_EQ(ctl({"import", directory.write("in.json", document.dump())}),
+  EXPECT_EQ(ctl({"import", "--force", directory.write("in.json", document.dump())}),
             "1 written, 0 deleted, 99999 unchanged\n");
   EXPECT_TRUE(all() == document);
   ctl({"del", "members"});
@@ -276,7 +311,7 @@ TEST_F(StoreCommandsTest, HundredThousandKeysThereAndBack) {
 TEST_F(StoreCommandsTest, StoreThatIsNotThere_OneLineAndStatus1) {
   std::string endpoint = fmt::format("127.0.0.1:{}", Support::freeTcpPort());
   for (const Argv& command : {Argv{"put", "sysname", "\"a\""}, Argv{"del", "sysname"}, Argv{"get"},
-                              Argv{"export"}, Argv{"import", TREL_EXAMPLE}}) {
+                              Argv{"export"}, Argv{"import", "--force", TREL_EXAMPLE}}) {
     Argv argv = {TRELCTL};
     argv.insert(argv.end(), command.begin(), command.end());
     argv.insert(argv.end(), {"--store", "etcd:" + endpoint + "/trel"});
@@ -303,6 +338,8 @@ TEST_F(StoreCommandsTest, UnusableArguments_OneLineAndStatus2) {
   EXPECT_THAT(unusable({"get", "--store", "etcd:h/p"}), HasSubstr("found \"h\", expected HOST:PORT"));
   EXPECT_THAT(unusable({"put", "sysname", "--store", "etcd:h:1/p"}), HasSubstr("JSON is required"));
   EXPECT_THAT(unusable({"import", "--store", "etcd:h:1/p"}), HasSubstr("FILE is required"));
+  EXPECT_THAT(unusable({"import", TREL_EXAMPLE, "--force", "--without-members", "--store", "etcd:h:1/p"}),
+              HasSubstr("--without-members excludes --force"));
   EXPECT_EQ(unusable({"get", "--store", "etcd:h:1/p", "--etcd-ca", "/absent"}),
             "trelctl: /absent: No such file or directory\n");
   EXPECT_EQ(unusable({"get", "--store", "etcd:h:1/p", "--etcd-cert", "/absent"}),

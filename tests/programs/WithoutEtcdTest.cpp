@@ -17,7 +17,7 @@ namespace fs = std::filesystem;
 constexpr const char* kNotThere =
     "etcd takes a library that cannot be loaded: libTrelEtcd.so: cannot open shared object file: No such "
     "file "
-    "or directory; install it beside libTrelKelstore.so\n";
+    "or directory; install it beside libTrelKelstore.so, or build it with -DTREL_ETCD=ON\n";
 
 class WithoutEtcd : public testing::Test {
  protected:
