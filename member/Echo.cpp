@@ -6,12 +6,9 @@
 
 namespace Member {
 
-using std::chrono::ceil;
-using std::chrono::milliseconds;
-using std::chrono::nanoseconds;
-
 // The clock is read before the socket, so that nothing that came in time is overlooked.
 absl::StatusOr<bool> awaitAnswer(EchoSocket& socket, const EchoTarget& target, const Zavro::Clock& clock) {
+  using std::chrono::ceil, std::chrono::milliseconds, std::chrono::nanoseconds;
   const uint64_t startNs = clock.monotonicNs();
   const nanoseconds timeout = target.timeout;
   for (nanoseconds passed{0};;) {
