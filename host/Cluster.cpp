@@ -76,6 +76,14 @@ std::vector<Kelstore::SourceStatus> Cluster::sources() const {
   return all;
 }
 
+std::vector<std::string> Cluster::acceptStores() {
+  std::vector<std::string> accepted;
+  for (const auto& source : sources_) {
+    if (source->accept()) accepted.push_back(source->status().name);
+  }
+  return accepted;
+}
+
 std::vector<Zavro::Ptr<const TrelSnmp::Agent::Pipeline>> Cluster::pipelines() const {
   auto all = agentRoot_->agent()->pipelines();
   return {all.begin(), all.end()};

@@ -36,6 +36,8 @@ class Cluster {
 
   const TrelSnmp::TrelMib& trelMib() const { return *trelMib_; }
   std::vector<Kelstore::SourceStatus> sources() const;
+  // An operator says that the other stores which sources() show count. The names of these sources.
+  std::vector<std::string> acceptStores();
   std::vector<Zavro::Ptr<const TrelSnmp::Agent::Pipeline>> pipelines() const;
 
  private:

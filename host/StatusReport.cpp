@@ -80,7 +80,8 @@ Json storesOf(const Sources& sources, uint64_t nowUtcNs) {
                        {"heardSecondsAgo", heardSecondsAgo},
                        {"heldSince", utcTime(store.heldSinceUtcNs)},
                        {"staleSince", utcTime(store.staleSinceUtcNs)},
-                       {"lastError", store.lastError.empty() ? Json(nullptr) : Json(store.lastError)}});
+                       {"lastError", store.lastError.empty() ? Json(nullptr) : Json(store.lastError)},
+                       {"otherStore", store.otherStore.empty() ? Json(nullptr) : Json(store.otherStore)}});
       });
 }
 

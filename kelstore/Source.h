@@ -51,6 +51,8 @@ struct StoreStatus {
   uint64_t heldSinceUtcNs = 0;   // 0: not lost
   uint64_t staleSinceUtcNs = 0;  // 0: not stale
   std::string lastError;         // one line; kept when all is well again
+  std::string otherStore;        // another store that answers in place of the one that was followed, and what
+                                 // to do, in one line; empty: none
   std::vector<std::pair<std::string, uint64_t>> counters;
   uint64_t setAside = 0;           // values that cannot be used
   std::vector<SetAside> examples;  // the first of these
@@ -84,6 +86,8 @@ class Source {
   // Starts reading. Called once.
   virtual void start() = 0;
   virtual SourceStatus status() const = 0;
+  // An operator says that the other store which status() shows counts. False: it shows none.
+  virtual bool accept() { return false; }
 };
 
 }  // namespace Kelstore

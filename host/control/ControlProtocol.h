@@ -15,6 +15,7 @@ inline constexpr size_t kMaxRequestBytes = 64 * 1024;
 // Operations, the member "op" of a request.
 inline constexpr const char* kOpStatus = "status";
 inline constexpr const char* kOpTables = "tables";
+inline constexpr const char* kOpAccept = "accept";
 
 // `trelsnmpd.sock` in the daemon's runtime directory; throws as Runtime::runtimeDirectory() does.
 std::string defaultSocketPath();

@@ -67,6 +67,12 @@ void EtcdSource::take() {
   layers_.settledIs(layer_);
 }
 
+bool EtcdSource::accept() {
+  if (mailbox_.status().otherStore.empty()) return false;
+  session_.accept();
+  return true;
+}
+
 SourceStatus EtcdSource::status() const {
   using State = SourceStatus::State;
   SourceStatus status;
@@ -89,7 +95,7 @@ SourceStatus EtcdSource::status() const {
     status.state = listed ? State::current : State::loading;
   }
   if (status.state == State::stale || status.state == State::held || status.state == State::loading) {
-    status.error = store.lastError;
+    status.error = store.otherStore.empty() ? store.lastError : store.otherStore;
     if (status.state == State::stale && status.error.empty())
       status.error = "its keys have not been read yet";
   } else if (!store.examples.empty()) {

@@ -32,6 +32,7 @@ class EtcdSource final : public Source {
 
   void start() override;
   SourceStatus status() const override;
+  bool accept() override;
 
  private:
   void startThread();

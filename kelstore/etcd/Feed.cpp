@@ -190,6 +190,7 @@ StoreStatus Feed::statusOf(const Follower& follower) const {
   status.heldSinceUtcNs = heldSinceUtcNs_;
   status.staleSinceUtcNs = staleSinceUtcNs_;
   status.lastError = follower.lastError();
+  status.otherStore = follower.otherStore();
   const Follower::Counters& counters = follower.counters();
   status.counters = {{"revisions", counters.revisions},
                      {"events", counters.events},

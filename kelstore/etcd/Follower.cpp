@@ -1,15 +1,11 @@
 #include "kelstore/etcd/Follower.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <utility>
 
 namespace Kelstore::Etcd {
-namespace {
-
-constexpr const char* kForeign = "tells of another cluster or of an older history";
-
-}  // namespace
-
 const char* stateName(Follower::State state) {
   switch (state) {
     case Follower::State::listing:
@@ -28,7 +24,8 @@ Follower::Follower(Settings settings, Runtime::Random random)
     : settings_(std::move(settings)),
       endpoints_(settings_.endpoints),
       backoff_(kFirstRetryMs, kLastRetryMs, std::move(random)),
-      table_(settings_.groupOf, settings_.keys) {}
+      table_(settings_.groupOf, settings_.keys),
+      history_(settings_.holdMs, settings_.endpoints.size()) {}
 
 Follower::State Follower::state() const {
   if (phase_ == Phase::watching) return State::watching;
@@ -49,7 +46,8 @@ void Follower::connect(uint64_t nowMs) {
   commands_.emplace_back(Connect{endpoints_.current()});
   if (!mustList_) {
     phase_ = Phase::resuming;
-    readPage(nowMs, settings_.prefix, applied_, 1);
+    newestKey_ = table_.newest(applied_);
+    readPage(nowMs, newestKey_.empty() ? settings_.prefix : newestKey_, applied_, 1);
     return;
   }
   phase_ = Phase::listing;
@@ -87,15 +85,67 @@ void Follower::pageRead(uint64_t nowMs, uint64_t number, Page page) {
   if (phase_ == Phase::listing) {
     listed(nowMs, std::move(page));
   } else if (phase_ == Phase::resuming) {
-    if (foreign(page.header)) return relist(nowMs, ofServer(kForeign));
-    openWatch(nowMs);
+    resumed(nowMs, page);
   } else if (resyncPageAsked_) {
     resyncPageAsked_ = false;
     resynced(nowMs, page);
   }
 }
 
+// The answer is about the revision from which the watch goes on.
+void Follower::resumed(uint64_t nowMs, const Page& page) {
+  if (foreign(page.header) || contradicts(page.records, applied_)) return otherStoreIs(nowMs, page.header);
+  bool there = newestKey_.empty() || (!page.records.empty() && page.records.front().key == newestKey_);
+  if (!there) return relist(nowMs, ofServer("a key is gone, and the watch had not told it"));
+  history_.confirmed(nowMs);
+  openWatch(nowMs);
+}
+
+// Whether the records, as they were at the revision, can have no common past with the keys that are known.
+bool Follower::contradicts(const std::vector<Record>& records, int64_t revision) const {
+  return history_.known() && std::any_of(records.begin(), records.end(), [&](const Record& record) {
+           return table_.contradicts(record, revision);
+         });
+}
+
+// What is known stays, and the other servers are asked.
+void Follower::otherStoreIs(uint64_t nowMs, const Header& header) {
+  std::string found = ofServer(history_.difference(header));
+  uint64_t holdSeconds = settings_.holdMs / 1000;
+  if (history_.overdue(nowMs)) {
+    return believe(nowMs, fmt::format("{}; it counts now, as no server had the expected one for {} s", found,
+                                      holdSeconds));
+  }
+  otherStore_ = fmt::format(
+      "{}: was it wiped or restored, or is the address wrong? What was read before stays until no server has "
+      "had the expected one for {} s; to take this one over now: trelctl store accept",
+      found, holdSeconds);
+  otherEndpoint_ = endpoint();
+  lost(nowMs, otherStore_);
+}
+
+// Whatever the current server has counts, and is listed.
+void Follower::believe(uint64_t nowMs, const std::string& why) {
+  history_.forget();
+  otherStore_.clear();
+  relistsInARow_ = 0;
+  relist(nowMs, why);
+}
+
+void Follower::accept(uint64_t nowMs) {
+  if (otherStore_.empty()) return;
+  endpoints_.prefer(otherEndpoint_);
+  believe(nowMs, ofServer("this store counts now, as an operator says so"));
+}
+
+void Follower::succeeds(const Follower& other) {
+  history_ = other.history_;
+  applied_ = other.applied_;
+}
+
 void Follower::listed(uint64_t nowMs, Page page) {
+  int64_t revision = answered_ ? listingAt_.revision : page.header.revision;
+  if (foreign(page.header) || contradicts(page.records, revision)) return otherStoreIs(nowMs, page.header);
   if (!answered_) listingAt_ = page.header;
   answered_ = true;
   if (page.header.clusterId != listingAt_.clusterId) {
@@ -109,8 +159,7 @@ void Follower::listed(uint64_t nowMs, Page page) {
   if (complete_) ++counters_.relists;
   resyncEnds(kNever);
   applied_ = listingAt_.revision;
-  clusterId_ = listingAt_.clusterId;
-  raftTerm_ = listingAt_.raftTerm;
+  history_.is(listingAt_, nowMs);
   newest_ = applied_;
   bool whole = table_.size() == 0;
   batches_.push_back({applied_, table_.listingEnds(), whole});
@@ -163,9 +212,8 @@ void Follower::watchSaid(uint64_t nowMs, WatchResponse response) {
   }
   // Answers to progress requests may overtake others, so only the first answer's revision is compared.
   bool otherPast = response.created && foreign(response.header);
-  if (otherPast || response.header.clusterId != clusterId_) {
-    return relist(nowMs, ofServer(kForeign));
-  }
+  bool otherCluster = response.header.clusterId != history_.at(applied_).clusterId;
+  if (otherPast || otherCluster) return otherStoreIs(nowMs, response.header);
   heard(nowMs, response.header);
   watchHeardMs_ = nowMs;
   askedForProgress_ = false;
@@ -182,16 +230,12 @@ void Follower::watchSaid(uint64_t nowMs, WatchResponse response) {
   settleSuspects(nowMs);
 }
 
-bool Follower::older(const Header& header, const Header& known) {
-  return header.clusterId != known.clusterId || header.revision < known.revision ||
-         header.raftTerm < known.raftTerm;
-}
-
 void Follower::heard(uint64_t nowMs, const Header& header) {
   heardMs_ = nowMs;
+  if (foreign(header)) return;
   newest_ = std::max(newest_, header.revision);
-  // There may have been an election.
-  if (header.clusterId == clusterId_) raftTerm_ = std::max(raftTerm_, header.raftTerm);
+  history_.heard(header);
+  if (phase_ == Phase::watching) history_.confirmed(nowMs);
 }
 
 void Follower::watches(uint64_t nowMs) {
@@ -202,7 +246,9 @@ void Follower::watches(uint64_t nowMs) {
   lostSinceMs_ = kNever;
   answerByMs_ = kNever;
   watchingSinceMs_ = nowMs;
-  // If the store was restored and its revisions have passed ours, only a resync shows it.
+  otherStore_.clear();
+  // If the store was restored to what it held before the last of the known changes, and its revisions have
+  // passed ours, only a resync shows it.
   resyncAtMs_ = nowMs + (resumed ? std::min(kResumedResyncMs, settings_.resyncMs) : settings_.resyncMs);
 }
 
@@ -266,6 +312,7 @@ void Follower::lost(uint64_t nowMs, const std::string& error) {
   if (phase_ == Phase::waiting) return;
   forgetFailures(nowMs);
   if (complete_ && lostSinceMs_ == kNever) lostSinceMs_ = nowMs;
+  if (phase_ != Phase::watching) history_.serverLeft();
   lastError_ = error;
   ++triedInVain_;
   phase_ = Phase::waiting;
@@ -336,13 +383,17 @@ void Follower::resyncNext(uint64_t nowMs) {
     table_.resyncBegins();
   }
   resyncPageAsked_ = true;
-  resyncAskedAt_ = {clusterId_, applied_, raftTerm_};
+  resyncAskedAt_ = history_.at(applied_);
   readPage(nowMs, resyncFrom_, 0, resyncSize_.keys());
 }
 
 void Follower::resynced(uint64_t nowMs, const Page& page) {
   // Compared with what was known when it was asked for: events may have overtaken the page since.
-  if (older(page.header, resyncAskedAt_)) return relist(nowMs, ofServer(kForeign));
+  if (History::foreign(page.header, resyncAskedAt_)) return otherStoreIs(nowMs, page.header);
+  if (contradicts(page.records, page.header.revision)) {
+    return believe(nowMs, ofServer("the resync found another history than was followed, so the store was "
+                                   "restored or is damaged; what it has counts"));
+  }
   resyncSize_.worked();
   for (KeyTable::Suspect& suspect : table_.compare(resyncFrom_, page)) {
     suspects_.push_back({std::move(suspect), nowMs + kGraceMs});

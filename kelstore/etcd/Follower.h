@@ -4,9 +4,11 @@
 //
 // A listing reads all keys, page by page at one revision. A watch follows, from the next revision on. A watch
 // that breaks is resumed at the next server, after the last revision that was applied whole; one read at that
-// revision shows first that the server still has it. If it has not, or refuses the watch, or belongs to
-// another cluster or has an older history, all keys are listed again, and the differences are applied:
-// nothing is cleared first.
+// revision shows first that the server still has it, with the newest key that is known. If it has not, or
+// refuses the watch, all keys are listed again, and the differences are applied: nothing is cleared first.
+//
+// A server with another history than the one that was followed (History.h) is left, and what is known stays
+// until a server has that history again, or another one counts.
 //
 // Watches of etcd 3.4 may lose or repeat events, and answers to progress requests may overtake events. So an
 // answer without events never advances the revision, a repeated event is dropped, and the resync reads all
@@ -21,6 +23,7 @@
 #include <vector>
 
 #include "kelstore/etcd/Endpoints.h"
+#include "kelstore/etcd/History.h"
 #include "kelstore/etcd/KeyTable.h"
 #include "kelstore/etcd/Messages.h"
 #include "kelstore/etcd/PageSize.h"
@@ -100,6 +103,10 @@ class Follower {
   void watchSaid(uint64_t nowMs, WatchResponse response);
   void lost(uint64_t nowMs, const std::string& error);  // the connection ended, or none was made
   void elapsed(uint64_t nowMs);                         // wakeAtMs() has come
+  // An operator says that the store of otherStore() counts. No effect if there is none.
+  void accept(uint64_t nowMs);
+  // Requires: not started. Goes on with the history that another follower knew, but not with its keys.
+  void succeeds(const Follower& other);
 
   // The number of the page that is waited for; 0: none.
   uint64_t pageAsked() const { return page_; }
@@ -120,6 +127,9 @@ class Follower {
   int64_t storeRevision() const { return newest_; }                     // the latest that a server named
   uint64_t heardMs() const { return heardMs_; }                         // when a server said something last
   const std::string& lastError() const { return lastError_; }
+  // While what is known is held: another store that answers in place of the known one, and what to do, in one
+  // line. Empty: none was found.
+  const std::string& otherStore() const { return otherStore_; }
   const Counters& counters() const { return counters_; }
   size_t keys() const { return table_.size(); }
   const KeyTable::AllRefused& refused() const { return table_.refused(); }
@@ -138,10 +148,11 @@ class Follower {
   void apply(const std::vector<Event>& events);
   void applyFinished();
   bool applyEvent(const Event& event, std::vector<Change>& changes);
-  // Whether the answer comes from another cluster, or from an older state than ours.
-  bool foreign(const Header& header) const { return older(header, {clusterId_, applied_, raftTerm_}); }
-  // The same, compared with what was known at another time.
-  static bool older(const Header& header, const Header& known);
+  bool foreign(const Header& header) const { return history_.foreign(header, applied_); }
+  bool contradicts(const std::vector<Record>& records, int64_t revision) const;
+  void resumed(uint64_t nowMs, const Page& page);
+  void otherStoreIs(uint64_t nowMs, const Header& header);
+  void believe(uint64_t nowMs, const std::string& why);
   void heard(uint64_t nowMs, const Header& header);
   uint64_t retryDelayMs();
   // An error text that begins with the server.
@@ -180,8 +191,10 @@ class Follower {
   Counters counters_;
 
   KeyTable table_;
-  uint64_t clusterId_ = 0;
-  uint64_t raftTerm_ = 0;
+  History history_;
+  std::string newestKey_;  // that the server must have to be resumed; empty: none is known
+  std::string otherStore_;
+  std::string otherEndpoint_;  // where that is
   int64_t applied_ = 0;
   int64_t newest_ = 0;
   PageSize pageSize_{PageSize::kUsual};

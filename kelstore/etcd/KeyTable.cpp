@@ -47,6 +47,24 @@ bool KeyTable::deletedAfter(const std::string& key, int64_t revision) const {
   return deletion != tombstones_.end() && deletion->second > revision;
 }
 
+std::string KeyTable::newest(int64_t revision) const {
+  const std::string* newest = nullptr;
+  int64_t changed = 0;
+  for (const auto& [key, known] : keys_.known) {
+    if (known.modRevision > revision || known.modRevision <= changed) continue;
+    newest = &key;
+    changed = known.modRevision;
+  }
+  return newest == nullptr ? std::string() : *newest;
+}
+
+bool KeyTable::contradicts(const Record& record, int64_t revision) const {
+  auto at = keys_.known.find(record.key);
+  if (at == keys_.known.end() || at->second.modRevision > revision) return false;
+  if (record.modRevision != at->second.modRevision) return record.modRevision < at->second.modRevision;
+  return knownOf(record) != at->second;
+}
+
 bool KeyTable::put(const Record& record) {
   if (deletedAfter(record.key, record.modRevision)) return false;
   auto at = keys_.known.find(record.key);

@@ -45,6 +45,10 @@ class KeyTable {
   size_t size() const { return keys_.known.size(); }
   // As counted by the last listing or resync; since then, each event of a refused key counts again.
   const AllRefused& refused() const { return refused_; }
+  // The key that changed last, of those that did so up to this revision; empty: there is none.
+  std::string newest(int64_t revision) const;
+  // Whether no history has both the record, as it was at this revision, and what is known of its key.
+  bool contradicts(const Record& record, int64_t revision) const;
   // Applies an event. False if the table has it already, or something newer, or refuses the key.
   bool put(const Record& record);
   bool del(const std::string& key, int64_t revision);

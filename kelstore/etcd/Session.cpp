@@ -60,6 +60,12 @@ class Session::Impl {
     while (queue_.Next(&done, &ok)) delete static_cast<Done*>(done);
   }
 
+  void accept() {
+    auto alarm = std::make_shared<grpc::Alarm>();
+    alarm->Set(&queue_, gpr_time_0(GPR_TIMESPAN),
+               tag([this, alarm](bool /*ok*/) { follower_.accept(nowMs()); }));
+  }
+
   void stop() {
     // run() serves the queue until the alarm, so that this never comes too late.
     alarm_.Set(&queue_, gpr_time_0(GPR_TIMESPAN), stop_.release());
@@ -121,7 +127,9 @@ class Session::Impl {
   // What is known of the keys may be incomplete, so all are read again.
   void outOfMemory() {
     close();
-    follower_ = Follower(followerSettings(), Runtime::unforeseenRandom());
+    Follower next(followerSettings(), Runtime::unforeseenRandom());
+    next.succeeds(follower_);
+    follower_ = std::move(next);
     follower_.startAfter(Follower::kLastRetryMs, nowMs(), "out of memory, what was read before stays");
     feed_.startsAnew();
   }
@@ -350,6 +358,8 @@ Session::Session(const FollowSettings& settings, const Zavro::Clock& clock, Mail
 Session::~Session() = default;
 
 void Session::run() { impl_->run(); }
+
+void Session::accept() { impl_->accept(); }
 
 void Session::stop() { impl_->stop(); }
 

@@ -21,6 +21,8 @@ class Session {
 
   // Follows the store until stop(). Call it once, on a thread of its own.
   void run();
+  // An operator says that another store counts; see Follower. On any thread, before stop().
+  void accept();
   // Makes run() return at once, also if it is called later. On any thread, once.
   void stop();
 

@@ -37,17 +37,17 @@ std::string section(const char* title, const Json& objects) {
   return fmt::format("\n{}:\n{}", title, asTable(objects));
 }
 
-// Errors are sentences, too wide for a column: they stand below the table.
-std::string sectionWithErrors(const char* title, Json objects, const std::string& member) {
-  std::string errors;
+// Sentences are too wide for a column: they stand below the table, with what they are. By member.
+using Sentences = std::vector<std::pair<const char*, const char*>>;
+std::string sectionWithSentences(const char* title, Json objects, const Sentences& sentences) {
+  std::string below;
   for (Json& object : objects) {
-    if (!object.at(member).is_null()) {
-      errors +=
-          fmt::format("  {}: {}\n", member == "error" ? "error" : "last error", cell(object.at(member)));
+    for (const auto& [member, what] : sentences) {
+      if (!object.at(member).is_null()) below += fmt::format("  {}: {}\n", what, cell(object.at(member)));
+      object.erase(member);
     }
-    object.erase(member);
   }
-  return section(title, objects) + errors;
+  return section(title, objects) + below;
 }
 
 }  // namespace
@@ -101,10 +101,11 @@ std::string renderStatus(const Json& status) {
     text += fmt::format("log: {} lines left out, {} lost, {} waiting\n", cell(log.at("leftOut")),
                         cell(log.at("lost")), cell(log.at("waiting")));
   }
-  text += sectionWithErrors("sources", status.at("sources"), "error");
+  text += sectionWithSentences("sources", status.at("sources"), {{"error", "error"}});
   text += section("collectors", status.at("collectors"));
   if (!status.at("stores").empty()) {
-    text += sectionWithErrors("stores", status.at("stores"), "lastError");
+    text += sectionWithSentences("stores", status.at("stores"),
+                                 {{"lastError", "last error"}, {"otherStore", "other store"}});
     text += section("store counters", status.at("storeCounters"));
     if (!status.at("setAside").empty()) text += section("set aside", status.at("setAside"));
     text += section("members", status.at("members"));

@@ -117,6 +117,13 @@ struct Command {
       separator = "\n";
     }
   }
+  void runAccept() const {
+    ControlClient client(socket());
+    client.send(Control::kOpAccept);
+    for (const Json& name : client.receive().at("accepted")) {
+      fmt::print("{}: the store that is there counts now\n", TrelCtl::cell(name));
+    }
+  }
   void runWait() const { waitUntilReady(socket(), timeoutSeconds); }
 };
 
@@ -208,6 +215,12 @@ void describe(CLI::App& app, Command& command) {
   auto* tablesCommand = app.add_subcommand("tables", "Show the tables as they are served, in walk order");
   tablesCommand->add_flag("--json", command.json, "Print one JSON object: table name to list of rows");
   tablesCommand->callback([&command] { command.runTables(); });
+
+  auto* storeCommands = app.add_subcommand("store", "Say which store of the cluster counts");
+  storeCommands->require_subcommand(1);
+  storeCommands
+      ->add_subcommand("accept", "Have the daemon follow a store that is in place of the one it followed")
+      ->callback([&command] { command.runAccept(); });
 
   auto* waitCommand =
       app.add_subcommand("wait", "Return once the daemon runs and serves all that its sources say");

@@ -137,7 +137,7 @@ void Daemon::tellWhenReady() {
   untilReady_->stop();
 }
 
-std::unique_ptr<Host::Reply> Daemon::answer(const std::string& request) const {
+std::unique_ptr<Host::Reply> Daemon::answer(const std::string& request) {
   auto json = nlohmann::json::parse(request, nullptr, /*allow_exceptions=*/false);
   if (!json.is_object() || !json.contains("op") || !json["op"].is_string()) {
     return Host::errorReply(R"(expected a request such as {"op":"status"})");
@@ -148,8 +148,16 @@ std::unique_ptr<Host::Reply> Daemon::answer(const std::string& request) const {
     return Host::statusReport({options_.member, clock_.monotonicNs() - startedNs_, clock_.utcNs(), *snmp_,
                                *cluster_, *scheduler_, log_.state()});
   }
-  return Host::errorReply(fmt::format("found op \"{}\", expected {} or {}", op.substr(0, 40),
-                                      Control::kOpStatus, Control::kOpTables));
+  if (op == Control::kOpAccept) return acceptStores();
+  return Host::errorReply(fmt::format("found op \"{}\", expected {}, {} or {}", op.substr(0, 40),
+                                      Control::kOpStatus, Control::kOpTables, Control::kOpAccept));
+}
+
+std::unique_ptr<Host::Reply> Daemon::acceptStores() {
+  std::vector<std::string> accepted = cluster_->acceptStores();
+  if (accepted.empty())
+    return Host::errorReply("there is no other store to accept: each is the one that was followed");
+  return Host::lineReply(nlohmann::ordered_json{{"ok", true}, {"accepted", accepted}}.dump());
 }
 
 }  // namespace Trelsnmpd

@@ -43,7 +43,8 @@ class Daemon {
   void reloadWaits() const;
   void reloaded(const Host::SnmpConf& conf);
   void start(const Kelstore::Etcd::Driver* etcd);
-  std::unique_ptr<Host::Reply> answer(const std::string& request) const;
+  std::unique_ptr<Host::Reply> answer(const std::string& request);
+  std::unique_ptr<Host::Reply> acceptStores();
   void tellWhenReady();
 
   const Options options_;

@@ -28,6 +28,11 @@ Following::Following(const std::string& endpoints, const Support::Argv& options)
 
 uint16_t Following::port() const { return Support::portOf(daemon_.address()); }
 
+std::string Following::otherStore() const {
+  nlohmann::json text = store().at("otherStore");
+  return text.is_string() ? text : "";
+}
+
 std::string Following::endpoint() const {
   nlohmann::json status = store();
   return status.at("state") == "watching" && status.at("endpoint").is_string() ? status.at("endpoint") : "";

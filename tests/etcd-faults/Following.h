@@ -28,6 +28,8 @@ class Following {
   nlohmann::json status() const { return daemon_.status(); }
   nlohmann::json store() const { return status().at("stores").at(0); }
   std::string state() const { return store().at("state"); }
+  // What it says of a store in place of the one it followed; empty: there is none.
+  std::string otherStore() const;
   // Of the server that it listens to; empty: none.
   std::string endpoint() const;
   std::map<std::string, int64_t> counters() const { return countersIn(status()); }

@@ -238,7 +238,7 @@ TEST_F(EtcdSourceTest, ClearedAfterHold_TheStateIsWithdrawn_AndBackWithTheServer
   EXPECT_TRUE(until([&] { return index() == 1; }, 30s));
 }
 
-TEST_F(EtcdSourceTest, StoreIsRestoredFromACopy_TheDifferenceIsApplied) {
+TEST_F(EtcdSourceTest, StoreIsRestoredFromACopy_AndAccepted_TheDifferenceIsApplied) {
   Support::EtcdCluster etcd;
   Support::TempDir dir;
   put(etcd, "p/interfaces/a", ifIndex(1));
@@ -249,11 +249,17 @@ TEST_F(EtcdSourceTest, StoreIsRestoredFromACopy_TheDifferenceIsApplied) {
   start(etcd.endpoint());
   ASSERT_TRUE(untilIndex(2));
   log_.clear();
+  EXPECT_FALSE(source_->accept());
   etcd.restartFrom(dir.file("copy"));
+  ASSERT_TRUE(until([&] { return !status().store->otherStore.empty(); }, 30s));
+  EXPECT_EQ(status().state, State::held);
+  EXPECT_EQ(status().error, status().store->otherStore);
+  EXPECT_EQ(index(), 2);
+  EXPECT_TRUE(source_->accept());
   ASSERT_TRUE(until([&] { return index() == 1 && index("c") == 0; }, 30s));
   EXPECT_THAT(log_, testing::Not(HasSubstr("-ifIndex[a]")));
   EXPECT_THAT(log_, testing::Not(HasSubstr("ifIndex[b]")));
-  EXPECT_EQ(counter("relists"), 1u);
+  EXPECT_EQ(status().store->otherStore, "");
   put(etcd, "p/interfaces/a", ifIndex(3));
   EXPECT_TRUE(untilIndex(3));
 }

@@ -48,11 +48,11 @@ class FeedTest : public testing::Test {
     follows();
   }
   // Interface a with index 1, and member 1 with one processor under lease 77.
+  static Record processor() { return {"p/members/1/processors/1", R"({"load": 1})", 4, 77}; }
   void watching() {
     follower_.start(now());
     follows();
-    listed({{"p/interfaces/a", R"({"ifIndex": 1})", 3, 0},
-            {"p/members/1/processors/1", R"({"load": 1})", 4, 77}});
+    listed({{"p/interfaces/a", R"({"ifIndex": 1})", 3, 0}, processor()});
     created();
     take();
   }
@@ -68,7 +68,7 @@ class FeedTest : public testing::Test {
   }
   void resumed() {
     reconnecting();
-    follower_.pageRead(now(), follower_.pageAsked(), {at(10), {}, false});
+    follower_.pageRead(now(), follower_.pageAsked(), {at(10), {processor()}, false});
     created();
   }
 
@@ -272,6 +272,31 @@ TEST_F(FeedTest, StoreIsLost_HeldThenStale_EachSinceItBegan_AndToldOnce) {
   EXPECT_EQ(status().staleSinceUtcNs, 0u);
   EXPECT_EQ(status().lastError, "h1:1: broken");
   EXPECT_EQ(counter("reconnections"), 1u);
+}
+
+TEST_F(FeedTest, ServerHasAnotherStore_WhatWasReadStays_AndItIsToldOnceAndShown) {
+  watching();
+  reconnecting();
+  take();
+  std::vector<std::string> told;
+  for (int i = 0; i < 5; ++i) {
+    follower_.pageRead(now(), follower_.pageAsked(), {{8, 10, 2}, {}, false});
+    follows();
+    EXPECT_EQ(take(), "");
+    told.insert(told.end(), lines_.begin(), lines_.end());
+    EXPECT_EQ(status().state, "held");
+    EXPECT_EQ(status().otherStore, follower_.otherStore());
+    EXPECT_NE(status().otherStore, "");
+    reconnecting();
+  }
+  EXPECT_EQ(std::set<std::string>(told.begin(), told.end()).size(), told.size());
+  EXPECT_EQ(
+      std::count_if(told.begin(), told.end(),
+                    [](const std::string& line) { return line.find("trelctl store accept") != line.npos; }),
+      2)
+      << "one for each server";
+  resumed();
+  EXPECT_EQ(status().otherStore, "");
 }
 
 TEST_F(ClearingFeedTest, Stale_EverythingIsWithdrawn_AndBackWithTheStore) {

@@ -80,6 +80,8 @@ class FollowerTest : public testing::Test {
     commands();
     batches();
   }
+  // The server has what watching() listed last.
+  void resumes(Header header) { page(header, {record("p/b", "2", 5)}); }
   // Lost and connected again; the answers to come are the new server's.
   void reconnecting() {
     follower_.lost(now_, "broken");

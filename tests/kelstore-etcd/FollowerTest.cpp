@@ -202,7 +202,7 @@ TEST_F(FollowerTest, FragmentsOfManyRevisions_EachIsToldOnceItIsWhole) {
   EXPECT_THAT(batches(), ElementsAre("12: p/b=7 p/c=7"));
   EXPECT_EQ(follower_.revision(), 12);
   reconnecting();
-  EXPECT_EQ(commands().back(), "read p/ at 12 x1");
+  EXPECT_EQ(commands().back(), "read p/b at 12 x1");
   EXPECT_EQ(follower_.counters().revisions, 2u);
 }
 
@@ -220,8 +220,8 @@ TEST_F(FollowerTest, LostBetweenFragments_TheRevisionIsAskedForAgain) {
   says(at(12), {put("p/a", "7", 11)});
   says(at(12), {put("p/a", "8", 12)}, true);
   reconnecting();
-  EXPECT_THAT(commands(), ElementsAre("disconnect", "connect h0:1", "read p/ at 11 x1"));
-  page(at(12), {});
+  EXPECT_THAT(commands(), ElementsAre("disconnect", "connect h0:1", "read p/a at 11 x1"));
+  page(at(12), {record("p/a", "7", 11)});
   EXPECT_THAT(commands(), ElementsAre("watch 12"));
   created(at(12));
   says(at(12), {put("p/a", "8", 12), put("p/b", "8", 12)});
@@ -252,7 +252,7 @@ TEST_F(FollowerTest, AnswerToAProgressRequest_MovesNothing) {
   EXPECT_THAT(batches(), ElementsAre("11: p/a=7"));
   EXPECT_EQ(follower_.state(), State::watching);
   reconnecting();
-  EXPECT_EQ(commands().back(), "read p/ at 11 x1");
+  EXPECT_EQ(commands().back(), "read p/a at 11 x1");
 }
 
 }  // namespace

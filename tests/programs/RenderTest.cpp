@@ -74,7 +74,8 @@ TEST(RenderTest, Status_StoresWithTheirErrorsBelow_CountersAndMembers) {
   Json status = Json::parse(R"({"daemon":"trelsnmpd","version":"0.1.0","member":3,"uptimeSeconds":1,
       "mode":"standalone","address":"udp:1","connected":true,"ready":true,
       "log":{"waiting":0,"leftOut":0,"lost":0},"sources":[],"collectors":[],
-      "stores":[{"source":"etcd:h:1/p","state":"held","endpoint":null,"lastError":"h:1: refused"}],
+      "stores":[{"source":"etcd:h:1/p","state":"held","endpoint":null,"lastError":"h:1: refused","otherStore":null},
+                {"source":"etcd:h:2/p","state":"held","endpoint":null,"lastError":null,"otherStore":"h:2: found"}],
       "storeCounters":[{"source":"etcd:h:1/p","revisions":4}],
       "setAside":[{"source":"etcd:h:1/p","key":"p/sysname","error":"found 1"}],
       "members":[{"source":"etcd:h:1/p","member":"1","leased":true,"leaseLeft":12,"lastChange":null}],
@@ -86,7 +87,9 @@ TEST(RenderTest, Status_StoresWithTheirErrorsBelow_CountersAndMembers) {
             "\nstores:\n"
             "  source      state  endpoint\n"
             "  etcd:h:1/p  held   -\n"
+            "  etcd:h:2/p  held   -\n"
             "  last error: h:1: refused\n"
+            "  other store: h:2: found\n"
             "\nstore counters:\n"
             "  source      revisions\n"
             "  etcd:h:1/p          4\n"

@@ -67,7 +67,7 @@ void EtcdCluster::launch(size_t node) {
                "--initial-cluster",
                initialCluster(),
                "--initial-cluster-token",
-               std::to_string(generation_),
+               std::to_string(token_),
                "--logger",
                "zap",
                "--log-outputs",
@@ -164,24 +164,25 @@ void EtcdCluster::rejoin() {
   for (Node& node : nodes_) node.relay->heal();
 }
 
-void EtcdCluster::clear() {
+void EtcdCluster::clear(Id id) {
   for (size_t node = 0; node < size(); ++node) end(node);
   ++generation_;
+  if (id == Id::another) ++token_;
 }
 
 void EtcdCluster::restartEmpty() {
-  clear();
+  clear(Id::another);
   for (size_t node = 0; node < size(); ++node) launch(node);
   for (size_t node = 0; node < size(); ++node) awaitHealthy(node);
 }
 
-void EtcdCluster::restartFrom(const std::string& snapshot) {
-  clear();
+void EtcdCluster::restartFrom(const std::string& snapshot, Id id) {
+  clear(id);
   for (size_t node = 0; node < size(); ++node) {
     const Node& it = nodes_[node];
     Result restored =
         run({"etcdctl", "snapshot", "restore", snapshot, "--name", it.name, "--data-dir", dataDir(node),
-             "--initial-cluster", initialCluster(), "--initial-cluster-token", std::to_string(generation_),
+             "--initial-cluster", initialCluster(), "--initial-cluster-token", std::to_string(token_),
              "--initial-advertise-peer-urls", fmt::format("http://{}", at(it.advertisedPeerPort()))},
             kEnv);
     if (restored.status != 0) throw std::runtime_error("etcdctl snapshot restore: " + restored.err);

@@ -56,9 +56,10 @@ class EtcdCluster final {
   void rejoin();
 
   // Ends all nodes and starts them as a new cluster: an empty one, or with the keys and the revision of a
-  // snapshot that etcdctl saved.
+  // snapshot that etcdctl saved. The cluster has another id, or the one that it had.
   void restartEmpty();
-  void restartFrom(const std::string& snapshot);
+  enum class Id : uint8_t { another, same };
+  void restartFrom(const std::string& snapshot, Id id = Id::another);
   // Writes such a snapshot.
   void saveSnapshot(const std::string& file) const;
 
@@ -84,11 +85,12 @@ class EtcdCluster final {
   // A line of what etcdctl says of a node's status; empty when it does not answer.
   std::string statusField(size_t node, const std::string& name) const;
   Argv ctlCommand(const std::string& endpoints) const;
-  void clear();
+  void clear(Id id);
 
   EtcdOptions options_;
   TempDir directory_;
-  unsigned generation_ = 0;  // of clusters, in their token: each has an id of its own
+  unsigned generation_ = 0;  // of data
+  unsigned token_ = 0;       // of the cluster: its id follows from it, and from the peers' addresses
   std::vector<Node> nodes_;
 };
 

@@ -1,0 +1,53 @@
+// Which store the follower follows, and whether an answer is that store's. A server that was wiped, restored
+// from a copy or given by mistake answers as well as any other, but with another cluster id, or with a past
+// that is shorter than what was read already. It is not believed while a server may still have the known
+// history: before another one counts, every server was tried, and none had the known one for the length of
+// the hold.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include "kelstore/etcd/Messages.h"
+
+namespace Kelstore::Etcd {
+
+class History final {
+ public:
+  // Times are milliseconds on one monotonic clock. servers: how many there are.
+  History(uint64_t holdMs, size_t servers) : holdMs_(holdMs), servers_(servers) {}
+
+  // False: nothing was read, or what was read need not go on. Every answer is believed.
+  bool known() const { return clusterId_ != 0; }
+  void is(const Header& header, uint64_t nowMs);
+  // What is known at `revision`.
+  Header at(int64_t revision) const { return {clusterId_, revision, raftTerm_}; }
+  // There may have been an election.
+  void heard(const Header& header);
+  // Any answer is believed from now on.
+  void forget() { clusterId_ = 0; }
+
+  // Whether the answer can be none of a store that is known as `known`.
+  static bool foreign(const Header& header, const Header& known);
+  bool foreign(const Header& header, int64_t revision) const { return foreign(header, at(revision)); }
+  // What a foreign answer shows, for people: cluster ids as etcd writes them.
+  std::string difference(const Header& header) const;
+
+  // A server has shown that it has the known history.
+  void confirmed(uint64_t nowMs);
+  // A server was left.
+  void serverLeft() { ++left_; }
+  // Whether the present server's history may count in place of the known one.
+  bool overdue(uint64_t nowMs) const { return nowMs - confirmedMs_ >= holdMs_ && left_ + 1 >= servers_; }
+
+ private:
+  uint64_t holdMs_;
+  size_t servers_;
+  uint64_t clusterId_ = 0;
+  uint64_t raftTerm_ = 0;
+  uint64_t confirmedMs_ = 0;
+  size_t left_ = 0;  // servers since then
+};
+
+}  // namespace Kelstore::Etcd
