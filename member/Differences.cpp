@@ -47,6 +47,17 @@ std::vector<LeaseStore::Change> differences(const Content& content, const Holdin
   return changes;
 }
 
+std::optional<LeaseStore::Change> proof(const Content& content, LeaseStore::Lease self,
+                                        const Holdings& holdings) {
+  for (const auto& [path, text] : content) {
+    auto held = holdings.find(path);
+    if (!isShared(path) && held != holdings.end() && held->second.lease == self) {
+      return LeaseStore::Change{path, text};
+    }
+  }
+  return std::nullopt;
+}
+
 std::vector<LeaseStore::Precondition> preconditions(const std::vector<LeaseStore::Change>& changes,
                                                     const Holdings& holdings, LeaseStore::Lease self) {
   std::vector<LeaseStore::Precondition> preconditions;

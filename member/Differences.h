@@ -35,6 +35,10 @@ bool isForeign(const Kelstore::Path& path, const LeaseStore::Holdings& holdings,
 std::vector<LeaseStore::Change> differences(const Content& content, const LeaseStore::Holdings& holdings,
                                             const Owners& owners);
 
+// A key of this member, under `self`'s lease, to be written as it is; nothing if there is none.
+std::optional<LeaseStore::Change> proof(const Content& content, LeaseStore::Lease self,
+                                        const LeaseStore::Holdings& holdings);
+
 // What must be true for the changes: one key of this member, the one that this publisher wrote last if there
 // is one, is as it was, so that they fail if another publisher has written or the store was restored; and so
 // are the keys of interfaces among them. At most one more than there are changes.

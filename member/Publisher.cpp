@@ -106,6 +106,7 @@ void Publisher::granted(Lease lease) {
   traceHandle.trace(kHealthLevel, "lease {:x} was granted, for {} s", lease, settings_.ttlSeconds);
   owners_ = {lease};
   holdings_.reset();
+  proven();
   if (!ending()) renewAfter(renewalMs());
   step();
 }
@@ -148,8 +149,7 @@ void Publisher::standBy(Lease other) {
       "the other's keys are gone",
       settings_.member, other);
   offLoop_.run([store = store_, lease = owners_.self] { return store->revoke(lease); }, [](const auto&) {});
-  owners_ = {};
-  nextRenewal_.reset();
+  leaseEnds();
   waitForOther(other);
 }
 
@@ -177,16 +177,18 @@ void Publisher::looked(const LeaseStore::Holdings& holdings) {
 
 void Publisher::write() {
   noteForeign();
-  std::vector<LeaseStore::Change> changes = differences(*content_, *holdings_, owners_);
+  uint64_t nowNs = clock_.monotonicNs();
+  std::vector<LeaseStore::Change> changes = due();
   if (changes.empty()) {
     worked(Trouble::call);
-    enter(State::published, msUntil(lookAgainNs_));
+    // Nothing of this member is in the store, so nothing can stand still.
+    if (nowNs >= provenNs_ + proofNs()) proven();
+    enter(State::published, msUntil(std::min(lookAgainNs_, provenNs_ + proofNs())));
     if (listener_.published) std::exchange(listener_.published, {})();
     return;
   }
-  uint64_t nowNs = clock_.monotonicNs();
   if (nowNs < writableNs_) return enter(State::pausing, msUntil(writableNs_));
-  writableNs_ = nowNs + settings_.intervalSeconds * kMsPerSecond * kNsPerMs;
+  writableNs_ = nowNs + std::min(settings_.intervalSeconds * kMsPerSecond * kNsPerMs, proofNs());
   bool more = changes.size() > kMaxChanges;
   if (more) changes.resize(kMaxChanges);
   traceHandle.trace(kWriteLevel, "writes {} keys, the first is {}", changes.size(), changes[0].path.text());
@@ -196,6 +198,7 @@ void Publisher::write() {
        lease = owners_.self](LeaseStore& store) { return store.write(changes, preconditions, lease); },
       [this, changes, more, lease = owners_.self](int64_t revision) {
         if (lease != owners_.self) return step();
+        proven();
         // The rest follows at once.
         if (more) writableNs_ = 0;
         written(changes, revision);
@@ -211,7 +214,16 @@ void Publisher::write() {
       });
 }
 
+// The differences, or if there are none, a key that shows whether writes work, when that is to be shown.
+std::vector<LeaseStore::Change> Publisher::due() const {
+  std::vector<LeaseStore::Change> changes = differences(*content_, *holdings_, owners_);
+  if (!changes.empty() || clock_.monotonicNs() < provenNs_ + proofNs()) return changes;
+  if (auto change = proof(*content_, owners_.self, *holdings_)) changes.push_back(*std::move(change));
+  return changes;
+}
+
 void Publisher::writeRefused(const absl::Status& error) {
+  writeError_ = Runtime::textOf(error);
   if (absl::IsNotFound(error)) return leaseIsGone();
   // Somebody else wrote; the next listing shows who, and what.
   holdings_.reset();
@@ -254,7 +266,7 @@ void Publisher::renewAfter(uint64_t milliseconds) {
 
 void Publisher::renew() {
   renewAfter(renewalMs());
-  if (renewing_) return;
+  if (renewing_ || !mayRenew()) return;
   renewing_ = true;
   offLoop_.run([store = store_, lease = owners_.self] { return store->renew(lease); },
                [this, lease = owners_.self](const absl::Status& answer) {
@@ -274,13 +286,40 @@ void Publisher::renewed(const absl::Status& answer) {
   if (!callUnderWay()) step();
 }
 
+bool Publisher::mayRenew() {
+  if (lapsing_ || clock_.monotonicNs() - provenNs_ <= ttlNs()) return !lapsing_;
+  lapsing_ = true;
+  traceHandle.trace(kErrorLevel,
+                    "lease {:x} is not renewed any more: nothing could be written for {} s, the last time: "
+                    "{}; the rows of member {} go, rather than stand still, until writes work: see that the "
+                    "store has space (etcdctl alarm list) and this user the permission",
+                    owners_.self, settings_.ttlSeconds, writeError_.empty() ? "no answer" : writeError_,
+                    settings_.member);
+  tellStatus();
+  return false;
+}
+
+void Publisher::proven() {
+  provenNs_ = clock_.monotonicNs();
+  writeError_.clear();
+  if (!std::exchange(lapsing_, false)) return;
+  traceHandle.trace(kHealthLevel, "writes work again, lease {:x} is renewed", owners_.self);
+  tellStatus();
+  renew();
+}
+
 // Its keys went with it.
 void Publisher::leaseIsGone() {
   traceHandle.trace(kErrorLevel, "lease {:x} is gone: everything is written anew, under another one",
                     owners_.self);
-  owners_ = {};
+  leaseEnds();
   writableNs_ = 0;
+}
+
+void Publisher::leaseEnds() {
+  owners_ = {};
   nextRenewal_.reset();
+  lapsing_ = false;
 }
 
 // The end.
@@ -320,6 +359,7 @@ void Publisher::callFailed(const absl::Status& error) {
   if (ending()) return step();
   // The call may have been carried out.
   holdings_.reset();
+  writeError_ = Runtime::textOf(error);
   writableNs_ = 0;
   failed(error, Trouble::call);
   enter(state_ == State::looking ? State::standby : State::retrying, backoff_.nextMs());
@@ -361,6 +401,7 @@ void Publisher::tellStatus() {
 
 std::string Publisher::status() const {
   if (ending()) return "ending";
+  if (lapsing_) return fmt::format("nothing can be written, lease {:x} is not renewed", owners_.self);
   if (trouble_) return fmt::format("the store cannot be used: {}", error_);
   if (state_ == State::silent) return "waiting for this machine's figures";
   if (state_ == State::standby || state_ == State::looking) {
@@ -372,6 +413,8 @@ std::string Publisher::status() const {
 }
 
 uint64_t Publisher::renewalMs() const { return settings_.ttlSeconds * kMsPerSecond / 3; }
+
+uint64_t Publisher::ttlNs() const { return settings_.ttlSeconds * kMsPerSecond * kNsPerMs; }
 
 uint64_t Publisher::msUntil(uint64_t whenNs) const {
   uint64_t nowNs = clock_.monotonicNs();

@@ -11,6 +11,10 @@
 // came last goes on; this one ends its lease and is on standby until the other's keys are gone. The keys are
 // read again every kLookAgainSeconds, and other changes, by hand or by a restored store, are corrected then.
 //
+// Rows whose figures stand still never look alive: a transaction is carried out at least twice in the lease's
+// time, with a key that is written as it is if nothing changed. If none was for the lease's time, for
+// whatever reason, the lease is not renewed any more until one is; so all rows go within twice that time.
+//
 // While the store does not answer, calls are repeated with growing delays. On the event loop's thread; each
 // call of the store is on a thread of its own.
 #pragma once
@@ -112,6 +116,7 @@ class Publisher final {
   void look();
   void looked(const LeaseStore::Holdings& holdings);
   void write();
+  std::vector<LeaseStore::Change> due() const;
   void written(const std::vector<LeaseStore::Change>& changes, int64_t revision);
   void writeRefused(const absl::Status& error);
   void giveBack();
@@ -120,7 +125,10 @@ class Publisher final {
   void renewAfter(uint64_t milliseconds);
   void renew();
   void renewed(const absl::Status& answer);
+  bool mayRenew();
+  void proven();
   void leaseIsGone();
+  void leaseEnds();
   void noteForeign();
 
   // Calls the store, then `take` with the answer or `fail` with the error; neither once the lease is being
@@ -136,7 +144,9 @@ class Publisher final {
   std::string status() const;
 
   uint64_t renewalMs() const;
-  uint64_t msUntil(uint64_t whenNs) const;  // at least 1
+  uint64_t ttlNs() const;
+  uint64_t proofNs() const { return ttlNs() / 2; }  // between two proofs that writes work
+  uint64_t msUntil(uint64_t whenNs) const;          // at least 1
 
   Settings settings_;
   std::shared_ptr<LeaseStore> store_;
@@ -152,6 +162,9 @@ class Publisher final {
   Owners owners_;  // its own lease, if any, and those whose keys it takes over
   std::unique_ptr<Runtime::Io::Activity> nextRenewal_;
   bool renewing_ = false;
+  uint64_t provenNs_ = 0;   // when the last transaction was carried out, or the lease granted
+  bool lapsing_ = false;    // the lease is not renewed, since no transaction is carried out
+  std::string writeError_;  // of the last call that failed since then
 
   std::optional<LeaseStore::Holdings> holdings_;  // the keys in the store; nothing: they must be read
   uint64_t lookAgainNs_ = 0;                      // when to read them again

@@ -97,9 +97,10 @@ class ManualStore final : public LeaseStore {
   Lease lastLease = 100;
   int64_t revision = 1;
   int64_t ttlSeconds = 0;
-  std::vector<size_t> sizes;          // of the transactions
-  std::map<std::string, int> calls;   // how often
-  std::set<std::string> failing;      // calls; "all": every call
+  std::vector<size_t> sizes;         // of the transactions
+  std::map<std::string, int> calls;  // how often
+  std::set<std::string> failing;     // calls; "all": every call
+  absl::StatusCode failureCode = absl::StatusCode::kUnknown;
   std::set<std::string> hanging;      // the same
   std::function<void()> beforeWrite;  // once
   // To writes that are carried out.
@@ -109,7 +110,7 @@ class ManualStore final : public LeaseStore {
   absl::Status called(const std::string& name) {
     ++calls[name];
     if (hanging.contains(name)) throw Runtime::ManualIo::Hangs();
-    if (failing.contains(name) || failing.contains("all")) return absl::UnknownError(name + " failed");
+    if (failing.contains(name) || failing.contains("all")) return {failureCode, name + " failed"};
     return absl::OkStatus();
   }
 

@@ -89,6 +89,12 @@ class StatesTest : public PublisherTest {
     answer();
   }
   void time() { pass(31 * kSecond); }
+  void writesForLong() {
+    for (int i = 0; i < 5; ++i) {
+      pass(8 * kSecond);
+      if (publisher_->state() == State::writing) answer();
+    }
+  }
   void end() {
     publisher_->end([this] { ++endings_; });
     pass(0);
@@ -207,7 +213,8 @@ const Transition kTransitions[] = {
     {State::published, "content", &StatesTest::content, State::published},
     {State::published, "otherContent", &StatesTest::otherContent, State::pausing},
     {State::published, "otherContentLater", &StatesTest::otherContentLater, State::writing},
-    {State::published, "time", &StatesTest::time, State::listing},
+    {State::published, "timeOfTheNextProof", &StatesTest::time, State::writing},
+    {State::published, "timeToLookAgain", &StatesTest::writesForLong, State::listing},
     {State::published, "renewalFindsLeaseGone", &StatesTest::renewalFindsLeaseGone, State::granting},
     {State::published, "end", &StatesTest::end, State::givingBack},
 

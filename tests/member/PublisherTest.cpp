@@ -32,7 +32,7 @@ TEST_F(PublisherTest, InterfacesAreConfiguredAnew_TheirKeysComeAndGo_UnderTheSam
   content_[interface("B3")] = Kelstore::Interface{9};
   publisher_->configured({"B3"}, 5);
   say();
-  pass(10 * kSecond);
+  pass(7 * kSecond);
   EXPECT_EQ(store_->written(), "interfaces/B3; -interfaces/B1; ");
   EXPECT_EQ(leaseOf(interface("B3")), 101);
   load(11);
@@ -65,7 +65,7 @@ TEST_F(PublisherTest, Change_OnlyThatIsWritten) {
   EXPECT_EQ(store_->written(), "-members/1/processors/2; ");
   pass(5 * kSecond);
   say();
-  pass(60 * kSecond);
+  pass(2 * kSecond);
   EXPECT_EQ(store_->written(), "");
   EXPECT_EQ(published_, 1);
 }
