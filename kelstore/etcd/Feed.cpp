@@ -199,7 +199,8 @@ StoreStatus Feed::statusOf(const Follower& follower) const {
                      {"resyncFailures", counters.resyncFailures},
                      {"repairs", counters.repairs},
                      {"relists", counters.relists},
-                     {"reconnections", counters.reconnections}};
+                     {"reconnections", counters.reconnections},
+                     {"reopenings", counters.reopenings}};
   status.setAside = decoder_.setAsideCount();
   uint64_t refusedKeys = 0;
   for (const auto& [group, refused] : follower.refused()) {

@@ -380,6 +380,7 @@ void Follower::resyncNext(uint64_t nowMs) {
   if (!resyncing_) {
     resyncing_ = true;
     resyncFrom_ = settings_.prefix;
+    repairsBefore_ = counters_.repairs;
     table_.resyncBegins();
   }
   resyncPageAsked_ = true;
@@ -431,6 +432,10 @@ void Follower::settleSuspects(uint64_t nowMs) {
   if (!resyncRead_ || !suspects_.empty()) return;
   ++counters_.resyncs;
   resyncEnds(nowMs + settings_.resyncMs);
+  if (counters_.repairs == repairsBefore_) return;
+  // It may never tell anything again, although its server answers.
+  ++counters_.reopenings;
+  lost(nowMs, ofServer("the watch missed what the resync repaired; another one is opened"));
 }
 
 }  // namespace Kelstore::Etcd

@@ -73,6 +73,7 @@ class Follower {
     uint64_t repairs = 0;         // keys that a resync found different
     uint64_t relists = 0;         // listings after the first
     uint64_t reconnections = 0;   // after the store had been lost
+    uint64_t reopenings = 0;      // of watches that had not told what a resync then repaired
   };
 
   static constexpr uint64_t kNever = std::numeric_limits<uint64_t>::max();
@@ -212,6 +213,7 @@ class Follower {
   bool resyncing_ = false;
   bool resyncPageAsked_ = false;
   bool resyncRead_ = false;  // its last page is there
+  uint64_t repairsBefore_ = 0;
   PageSize resyncSize_{kResyncPageKeys};
   Header resyncAskedAt_;  // what was known when its page was asked for
   std::string resyncFrom_;

@@ -412,6 +412,31 @@ TEST(EtcdResyncTest, DeletionIsLostInSilence_TheResyncRepairsIt) {
   EXPECT_EQ(walker.complaints(), "");
 }
 
+// Each change came with the next resync only, for ever.
+TEST(EtcdResyncTest, WatchIsDeadButAnswersForProgress_AnotherOneIsOpenedInItsPlace) {
+  EtcdCluster cluster;
+  Writer writer(cluster.endpoints(), {}, kSeed);
+  Kelstore::Etcd::Client client(cluster.endpoints(), {});
+  LossyProxy proxy(cluster.endpoint());
+  constexpr int kResyncSeconds = 20;
+  Following follower(proxy.endpoint(), {"--resync", std::to_string(kResyncSeconds)});
+  Walker walker(follower.port(), namesOf(follower.expected(writer.lasting())));
+  proxy.killWatches();
+  std::string key = kFirst + "members/77/processors/1";
+  auto becomes = [&](int load, Millis within) {
+    absl::StatusOr<int64_t> put = client.put(key, fmt::format(R"({{"load": {}}})", load));
+    return follower.becomes(documentOf(*client.range(kAll)), *put, within);
+  };
+  ASSERT_TRUE(client.put(key, R"({"load": 1})").ok());
+  EXPECT_TRUE(waitUntil([&] { return follower.counters().at("reopenings") == 1; },
+                        Millis(1s * kResyncSeconds) + kAfterPause));
+  EXPECT_TRUE(follower.becomes(documentOf(*client.range(kAll)), 0, kAfterPause));
+  EXPECT_TRUE(becomes(2, kPrompt));
+  EXPECT_EQ(follower.counters().at("reopenings"), 1);
+  EXPECT_EQ(follower.counters().at("repairs"), 1);
+  EXPECT_EQ(walker.complaints(), "");
+}
+
 // The watch overtakes the pages that are read meanwhile: that is no loss, however often all is read anew.
 TEST(EtcdResyncTest, LinkIsSlow_WhatIsOnItsWayDuringAResyncIsNoLoss) {
   EtcdCluster cluster;

@@ -4,6 +4,7 @@
 #include <grpcpp/create_channel.h>
 #include <grpcpp/server_builder.h>
 
+#include <atomic>
 #include <mutex>
 #include <stdexcept>
 #include <thread>
@@ -31,6 +32,7 @@ class LossyProxy::Services final : public Rpc::KV::Service,
     loses_ = true;
     lost_.clear();
   }
+  void killWatches() { liveFrom_ = watches_.load(); }
   std::string lost() const {
     std::lock_guard lock(mutex_);
     return lost_;
@@ -61,6 +63,7 @@ class LossyProxy::Services final : public Rpc::KV::Service,
     grpc::ClientContext context;
     prepare(context, *client);
     auto server = watch_->Watch(&context);
+    const int number = watches_++;
     std::thread requests([&] {
       Rpc::WatchRequest request;
       while (stream->Read(&request)) server->Write(request);
@@ -68,7 +71,8 @@ class LossyProxy::Services final : public Rpc::KV::Service,
     });
     Rpc::WatchResponse response;
     while (server->Read(&response)) {
-      if (!isKeptBack(response) && !stream->Write(response)) break;
+      bool silent = number < liveFrom_ && response.events_size() > 0;
+      if (!silent && !isKeptBack(response) && !stream->Write(response)) break;
     }
     context.TryCancel();
     grpc::Status status = server->Finish();
@@ -104,6 +108,8 @@ class LossyProxy::Services final : public Rpc::KV::Service,
   std::unique_ptr<Rpc::Watch::Stub> watch_;
   std::unique_ptr<Rpc::Lease::Stub> lease_;
   std::unique_ptr<Rpc::Maintenance::Stub> maintenance_;
+  std::atomic<int> watches_ = 0;   // that were opened so far
+  std::atomic<int> liveFrom_ = 0;  // those before this one are dead
   mutable std::mutex mutex_;
   bool loses_ = false;
   std::string lost_;
@@ -129,6 +135,8 @@ LossyProxy::~LossyProxy() {
 }
 
 std::string LossyProxy::endpoint() const { return fmt::format("127.0.0.1:{}", port_); }
+
+void LossyProxy::killWatches() { services_->killWatches(); }
 
 void LossyProxy::loseNextDeletion() { services_->loseNextDeletion(); }
 

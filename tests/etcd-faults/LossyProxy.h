@@ -1,4 +1,4 @@
-// Stands in front of an etcd server, speaks its interface, and keeps back an event when it is told to.
+// Stands in front of an etcd server, speaks its interface, and keeps back events when it is told to.
 #pragma once
 
 #include <grpcpp/server.h>
@@ -17,6 +17,8 @@ class LossyProxy {
   std::string endpoint() const;
   // The next deletion that a watch tells of is kept back. Everything else goes through.
   void loseNextDeletion();
+  // The watches that are open tell of no event any more, but answer requests for progress.
+  void killWatches();
   // The key whose deletion was kept back; empty until then.
   std::string lost() const;
 

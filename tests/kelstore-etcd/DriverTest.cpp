@@ -33,7 +33,7 @@ TEST(Driver, NotThere_OneLineSaysWhatToDo) {
   EXPECT_EQ(
       text,
       "etcd takes a library that cannot be loaded: libTrelNowhere.so: cannot open shared object file: No "
-      "such file or directory; install it beside libTrelKelstore.so");
+      "such file or directory; install it beside libTrelKelstore.so, or build it with -DTREL_ETCD=ON");
 }
 
 TEST(Driver, AnotherLibrary_Refused) {

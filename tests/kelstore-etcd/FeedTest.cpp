@@ -335,7 +335,9 @@ TEST_F(FeedTest, ResyncRepairs_ItIsTold) {
   follows();
   EXPECT_EQ(take(), "interfaces/a -members/1/processors/1");
   EXPECT_THAT(lines_,
-              ElementsAre("0 the resync found 2 keys that differed from the store, and repaired them"));
+              ElementsAre("0 h0:1: the watch missed what the resync repaired; another one is opened",
+                          "0 the resync found 2 keys that differed from the store, and repaired them"));
+  EXPECT_EQ(counter("reopenings"), 1u);
   EXPECT_EQ(counter("repairs"), 2u);
 }
 

@@ -60,9 +60,37 @@ TEST_F(ResyncTest, LostEvents_AreRepairedAndCounted) {
   EXPECT_EQ(follower_.counters().resyncs, 1u);
   EXPECT_EQ(follower_.revision(), 10) << "what else may have happened is still to be asked for";
   // An event that comes after all is nothing new.
+  advance(Follower::kFirstRetryMs);
+  page(at(15), {});
+  created(at(15));
   says(at(15), {put("p/a", "9", 13), del("p/b", 14), put("p/c", "3", 15)});
   EXPECT_THAT(batches(), IsEmpty());
   EXPECT_EQ(follower_.counters().dropped, 3u);
+}
+
+// It may be dead, and told of nothing any more, although its server answered requests for progress: every
+// change came with the next resync only, for ever.
+TEST_F(ResyncTest, WatchMissedWhatWasRepaired_AnotherOneIsOpened) {
+  commands();
+  page(at(15), {record("p/a", "9", 13)}, true);
+  advance(Follower::kGraceMs);
+  EXPECT_EQ(follower_.state(), State::watching) << "the resync goes on";
+  EXPECT_THAT(commands(), ElementsAre("read p/a+ at 0 x500"));
+  page(at(15), {record("p/b", "2", 5)});
+  EXPECT_THAT(batches(), ElementsAre("10: p/a=9"));
+  EXPECT_EQ(follower_.counters().reopenings, 1u);
+  EXPECT_EQ(follower_.state(), State::held);
+  advance(Follower::kFirstRetryMs);
+  EXPECT_THAT(commands(), ElementsAre("disconnect", "connect h0:1", "read p/b at 10 x1"));
+  resumes(at(15));
+  EXPECT_THAT(commands(), ElementsAre("watch 11"));
+  created(at(15));
+  says(at(15), {put("p/a", "9", 13)});
+  advance(Follower::kResumedResyncMs);
+  page(at(15), {record("p/a", "9", 13), record("p/b", "2", 5)});
+  EXPECT_EQ(follower_.counters().resyncs, 2u);
+  EXPECT_EQ(follower_.counters().reopenings, 1u);
+  EXPECT_EQ(follower_.state(), State::watching);
 }
 
 TEST_F(ResyncTest, RevisionOfThePageIsApplied_WhatDiffersIsRepairedAtOnce) {
@@ -191,14 +219,15 @@ TEST_F(ResyncTest, PageWasTooLarge_TheNextResyncBeginsWithTheSizeThatWorked) {
   follower_.pageFailed(now_, follower_.pageAsked(), PageFailure::tooLarge, "too large");
   advance(Follower::kResyncPauseMs);
   Texts asked = commands();
-  for (std::string key : {"p/a", "p/aa", "p/aaa"}) {
-    page(at(10), {record(key, "1", 3)}, true);
+  says(at(11), {put("p/c", "3", 11)});
+  for (const Record& record : {record("p/a", "1", 3), record("p/b", "2", 5), record("p/c", "3", 11)}) {
+    page(at(11), {record}, true);
     advance(Follower::kResyncPauseMs);
     asked.push_back(commands().back());
   }
-  EXPECT_THAT(asked, ElementsAre("read p/ at 0 x62", "read p/a+ at 0 x124", "read p/aa+ at 0 x248",
-                                 "read p/aaa+ at 0 x250"));
-  page(at(10), {});
+  EXPECT_THAT(asked, ElementsAre("read p/ at 0 x62", "read p/a+ at 0 x124", "read p/b+ at 0 x248",
+                                 "read p/c+ at 0 x250"));
+  page(at(11), {});
   advanceHearing(60'000);
   EXPECT_THAT(commands(), ElementsAre("read p/ at 0 x250"));
 }
