@@ -30,19 +30,23 @@ LocalStorage::LocalStorage(std::shared_ptr<LocalMachine> machine, std::string in
       io_(io),
       clock_(clock),
       told_(std::move(told)) {
-  mounts_ = collector("mounts", asking<std::vector<Mount>>([asked = machine_] { return asked->mounts(); },
-                                                           [this](auto mounts) { mountsAre(mounts); }));
+  mounts_ = collector("mounts",
+                      asking<std::vector<Mount>>([asked = machine_] { return asked->mounts(); },
+                                                 [this](auto mounts) { mountsAre(mounts); }),
+                      io_);
   if (indexFile_.empty()) return;
-  keeper_ = collector("indexes", asking<KeptIndexes>([path = indexFile_] { return readIndexes(path); },
-                                                     [this](auto kept) { keptAre(kept); }));
+  keeper_ = collector("indexes",
+                      asking<KeptIndexes>([path = indexFile_] { return readIndexes(path); },
+                                          [this](auto kept) { keptAre(kept); }),
+                      io_);
 }
 
 void LocalStorage::start() {
   if (keeper_) keeper_->collect();
 }
 
-std::unique_ptr<Collector> LocalStorage::collector(std::string name, Collector::Ask ask) {
-  return std::make_unique<Collector>(std::move(name), std::move(ask), io_, clock_, [this] { told_(); });
+std::unique_ptr<Collector> LocalStorage::collector(std::string name, Collector::Ask ask, Runtime::Io& io) {
+  return std::make_unique<Collector>(std::move(name), std::move(ask), io, clock_, [this] { told_(); });
 }
 
 void LocalStorage::look() {
@@ -71,9 +75,10 @@ void LocalStorage::areaIs(const Mount& mount) {
   if (!appears && area.mount == mount) return;
   area.mount = mount;
   area.figures.reset();
-  area.collector =
-      collector("mount " + mount.point, asking<Room>([asked = machine_, mount] { return asked->room(mount); },
-                                                     [this, mount](Room room) { roomIs(mount, room); }));
+  area.collector = collector("mount " + mount.point,
+                             asking<Room>([asked = machine_, mount] { return asked->room(mount); },
+                                          [this, mount](Room room) { roomIs(mount, room); }),
+                             pool_);
   area.collector->collect();
 }
 

@@ -1,6 +1,7 @@
 // This machine's mounted file systems: their sizes, and the row of each.
 //
-// Each mount has a collector of its own. One that hangs keeps its figures and affects no other. A mount that
+// Each mount has a collector of its own. One that hangs keeps its figures and affects no other, unless there
+// are as many of them as LookPool has threads. A mount that
 // is gone has no figures and no row, but its index is kept for it; a file keeps the indexes over restarts. On
 // the event loop's thread.
 #pragma once
@@ -16,6 +17,7 @@
 #include "kelstore/Snapshot.h"
 #include "member/Collector.h"
 #include "member/IndexFile.h"
+#include "member/LookPool.h"
 #include "member/StorageIndexes.h"
 
 namespace Member {
@@ -52,7 +54,7 @@ class LocalStorage final {
     std::unique_ptr<Collector> collector;
   };
 
-  std::unique_ptr<Collector> collector(std::string name, Collector::Ask ask);
+  std::unique_ptr<Collector> collector(std::string name, Collector::Ask ask, Runtime::Io& io);
   void mountsAre(std::vector<Mount> mounts);
   void areaIs(const Mount& mount);
   void roomIs(const Mount& mount, const Room& room);
@@ -65,6 +67,7 @@ class LocalStorage final {
   const Zavro::Clock& clock_;
   std::function<void()> told_;
 
+  LookPool pool_{io_};
   std::unique_ptr<Collector> mounts_;
   bool known_ = false;
   std::map<std::string, Area> areas_;  // by mount point, those that are mounted

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <libmount.h>
+#include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
@@ -34,6 +35,10 @@ std::string_view textOf(const char* text) { return text == nullptr ? "" : text; 
 
 // File systems that hold data, although libmount counts them among the views of the kernel.
 constexpr std::array<std::string_view, 3> kHoldsData = {"overlay", "tmpfs", "virtiofs"};
+// Of those without a device that the kernel knows: those whose data is on one, or on the host's.
+constexpr std::array<std::string_view, 5> kStoresWithoutDevice = {"bcachefs", "btrfs", "ubifs", "virtiofs",
+                                                                  "zfs"};
+constexpr int kOwnComponents = 2;
 constexpr std::array<std::string_view, 2> kCompactDiscs = {"iso9660", "udf"};
 constexpr std::array<std::string_view, 3> kFlashMemory = {"jffs2", "ubifs", "yaffs2"};
 
@@ -41,11 +46,37 @@ bool isBelow(std::string_view path, std::string_view directory) {
   return path.starts_with(directory) && (path.size() == directory.size() || path[directory.size()] == '/');
 }
 
+// Whether it is the machine's, and no container's or session's.
+bool isOwn(libmnt_fs* fs) {
+  std::string_view target = textOf(mnt_fs_get_target(fs));
+  bool hasStore = major(mnt_fs_get_devno(fs)) != 0 || mnt_fs_is_netfs(fs) != 0 ||
+                  isOneOf(textOf(mnt_fs_get_fstype(fs)), kStoresWithoutDevice);
+  return hasStore || std::count(target.begin(), target.end(), '/') <= kOwnComponents;
+}
+
 bool holdsData(libmnt_fs* fs) {
   std::string_view target = textOf(mnt_fs_get_target(fs));
   std::string_view type = textOf(mnt_fs_get_fstype(fs));
   if (target.empty() || isBelow(target, "/proc") || isBelow(target, "/sys")) return false;
-  return isOneOf(type, kHoldsData) || mnt_fs_is_pseudofs(fs) == 0;
+  return (isOneOf(type, kHoldsData) || mnt_fs_is_pseudofs(fs) == 0) && isOwn(fs);
+}
+
+// Such as /etc/resolv.conf in a container. Only a part of a file system can be one. What is asked is in the
+// kernel's memory; a server is not asked.
+bool isFile(libmnt_fs* fs, const std::string& root) {
+  if (textOf(mnt_fs_get_root(fs)) == "/" || mnt_fs_is_netfs(fs) != 0) return false;
+  std::string point = root + std::string(textOf(mnt_fs_get_target(fs)));
+  struct statx about {};
+  int flags = AT_NO_AUTOMOUNT | AT_SYMLINK_NOFOLLOW | AT_STATX_DONT_SYNC;
+  return statx(AT_FDCWD, point.c_str(), flags, STATX_TYPE, &about) == 0 && !S_ISDIR(about.stx_mode);
+}
+
+// What counts once: a device, of which btrfs has one for all its subvolumes, or a pool of zfs.
+std::string storeOf(libmnt_fs* fs) {
+  dev_t device = mnt_fs_get_devno(fs);
+  if (textOf(mnt_fs_get_fstype(fs)) != "zfs") return fmt::format("{}:{}", major(device), minor(device));
+  std::string_view dataset = textOf(mnt_fs_get_source(fs));
+  return std::string(dataset.substr(0, dataset.find('/')));
 }
 
 // Whether the device is removable, or the disk of which it is a partition.
@@ -70,18 +101,24 @@ MountKind kindOf(libmnt_fs* fs, const std::string& sys) {
 // One line of the table.
 struct Line {
   Mount mount;
-  dev_t device;
   size_t rootLength;  // of the path that is mounted, within the file system
 };
 
-// By mount point: a later mount covers the ones before.
+// By mount point: a later mount covers the ones before. Without automounts.
 std::map<std::string, libmnt_fs*> topmost(libmnt_table* table) {
   std::map<std::string, libmnt_fs*> byTarget;
+  std::vector<std::string_view> triggers;
   std::unique_ptr<libmnt_iter, Free> at(mnt_new_iter(MNT_ITER_FORWARD));
   libmnt_fs* fs = nullptr;
   while (mnt_table_next_fs(table, at.get(), &fs) == 0) {
-    byTarget[std::string(textOf(mnt_fs_get_target(fs)))] = fs;
+    std::string_view target = textOf(mnt_fs_get_target(fs));
+    if (textOf(mnt_fs_get_fstype(fs)) == "autofs") triggers.push_back(target);
+    byTarget[std::string(target)] = fs;
   }
+  std::erase_if(byTarget, [&](const auto& entry) {
+    return std::any_of(triggers.begin(), triggers.end(),
+                       [&](std::string_view trigger) { return isBelow(entry.first, trigger); });
+  });
   return byTarget;
 }
 
@@ -101,22 +138,22 @@ uint64_t mountIdOf(int file) {
 
 }  // namespace
 
-absl::StatusOr<std::vector<Mount>> realMounts(const std::string& mountInfo, const std::string& sys) {
+absl::StatusOr<std::vector<Mount>> realMounts(const std::string& mountInfo, const std::string& sys,
+                                              const std::string& root) {
   std::unique_ptr<libmnt_table, Free> table(mnt_new_table());
   if (!table) return Runtime::errorOf(mountInfo, ENOMEM);
   int result = mnt_table_parse_file(table.get(), mountInfo.c_str());
   if (result != 0) return Runtime::errorOf(mountInfo, -result);
-  std::map<dev_t, Line> byDevice;
+  std::map<std::string, Line> byStore;
   for (const auto& [target, fs] : topmost(table.get())) {
-    if (!holdsData(fs)) continue;
+    if (!holdsData(fs) || isFile(fs, root)) continue;
     Line line{{target, kindOf(fs, sys), static_cast<uint64_t>(mnt_fs_get_id(fs))},
-              mnt_fs_get_devno(fs),
               textOf(mnt_fs_get_root(fs)).size()};
-    auto [other, first] = byDevice.try_emplace(line.device, line);
+    auto [other, first] = byStore.try_emplace(storeOf(fs), line);
     if (!first && ranksBefore(line, other->second)) other->second = line;
   }
   std::vector<Mount> mounts;
-  for (auto& [device, line] : byDevice) mounts.push_back(std::move(line.mount));
+  for (auto& [store, line] : byStore) mounts.push_back(std::move(line.mount));
   std::sort(mounts.begin(), mounts.end(), [](const Mount& a, const Mount& b) { return a.point < b.point; });
   return mounts;
 }

@@ -6,9 +6,8 @@
 namespace Member {
 namespace {
 
-using State = NeighbourReachability::State;
-
-int rankOf(State state) {
+int rankOf(NeighbourReachability::State state) {
+  using State = NeighbourReachability::State;
   switch (state) {
     case State::disabled:
     case State::unreachable:

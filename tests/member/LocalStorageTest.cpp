@@ -1,5 +1,6 @@
 // This machine's file systems as they are published: figures and rows, of mounts that come, go, fail and
 // hang, whatever their names.
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 
 #include "runtime/Text.h"
@@ -119,6 +120,20 @@ TEST_F(LocalStorageTest, MountHangsFromTheStart_TheOthersAreServedAfterItsPatien
   EXPECT_EQ(life_->figures(), "/=100/40");
   EXPECT_EQ(life_->rows(), "/=1001");
   EXPECT_EQ(life_->troubles().size(), 5u);
+}
+
+TEST_F(LocalStorageTest, HundredsOfMounts_FewThreadsAtATime_ThoseThatHangStopNoOthers) {
+  for (int i = 0; i < 200; ++i) mount(fmt::format("/m{}", i), {4096, 10, 1});
+  restart();
+  for (int i = 0; i < 40; ++i) machine_->hanging.insert(fmt::format("mount /m{}", i));
+  for (int i = 40; i < 200; ++i) machine_->rooms[fmt::format("/m{}", i)] = Room{4096, 10, 2};
+  life_->pass(kSecond + Collector::kPatienceMs - 1);  // the second look comes after a second
+  EXPECT_EQ(life_->troubles().size(), 0u) << "nothing was taken for hanging that only waited";
+  for (int i = 40; i < 200; ++i) {
+    EXPECT_THAT(life_->figures(), HasSubstr(fmt::format("/m{}=10/2", i)));
+  }
+  life_->pass(60 * kSecond);
+  EXPECT_EQ(life_->troubles().size(), 40u);
 }
 
 // It used to be shown until it returned, which may be never.

@@ -37,9 +37,9 @@ class MountTableTest : public testing::Test {
  public:
   // A mount of the whole of a device, or a part of it, in the form of /proc/self/mountinfo.
   MountTableTest& has(const std::string& device, const std::string& target, const std::string& type,
-                      const std::string& root = "/") {
-    table_ += fmt::format("{} 1 {} {} {} rw,relatime shared:1 - {} source rw\n", ++lastId_, device, root,
-                          target, type);
+                      const std::string& root = "/", const std::string& source = "source") {
+    table_ += fmt::format("{} 1 {} {} {} rw,relatime shared:1 - {} {} rw\n", ++lastId_, device, root, target,
+                          type, source);
     return *this;
   }
   void removable(const std::string& directory) const {
@@ -48,7 +48,7 @@ class MountTableTest : public testing::Test {
   }
   // "/data=fixed", in order.
   std::vector<std::string> mounts() {
-    auto result = realMounts(dir_.write("mountinfo", table_), dir_.path());
+    auto result = realMounts(dir_.write("mountinfo", table_), dir_.path(), dir_.path());
     if (!result.ok()) return {std::string(result.status().message())};
     std::vector<std::string> all;
     for (const Mount& mount : *result) {
@@ -114,6 +114,55 @@ TEST_F(MountTableTest, OneFileSystemAtSeveralPlaces_CountsOnce_TheWholeBeforeAPa
       .has("8:1", "/again", "ext4");
   has("8:2", "/b", "ext4", "/sub").has("8:2", "/a", "ext4", "/sub");
   EXPECT_THAT(mounts(), ElementsAre("/b=fixed", "/data=fixed"));
+}
+
+// Each used to be a row, a key in the store and a thread.
+TEST_F(MountTableTest, ContainersAndSessions_DoNotCount_TheMachinesOwnWithoutADeviceDo) {
+  has("0:30", "/", "overlay")
+      .has("0:31", "/run", "tmpfs")
+      .has("0:32", "/dev/shm", "tmpfs")
+      .has("0:33", "/var/log", "tmpfs");
+  for (int i = 0; i < 100; ++i) {
+    std::string id = std::to_string(i);
+    has("0:1" + id, "/var/lib/containers/" + id + "/merged", "overlay");
+    has("0:2" + id, "/var/lib/containers/" + id + "/mounts/shm", "tmpfs");
+    has("0:3" + id, "/run/user/" + id, "tmpfs");
+    has("0:4" + id, "/run/user/" + id + "/doc", "fuse.portal");
+  }
+  has("8:1", "/var/lib/containers/data", "ext4").has("0:34", "/var/lib/containers/net", "nfs4");
+  has("0:35", "/srv/backup/old/tree", "btrfs").has("0:36", "/mnt/a/b", "virtiofs");
+  EXPECT_THAT(mounts(), ElementsAre("/=fixed", "/dev/shm=ram", "/mnt/a/b=fixed", "/run=ram",
+                                    "/srv/backup/old/tree=fixed", "/var/lib/containers/data=fixed",
+                                    "/var/lib/containers/net=network", "/var/log=ram"));
+}
+
+TEST_F(MountTableTest, FilesMountedOverFilesInAContainer_AreNoFileSystems) {
+  std::filesystem::create_directories(dir_.file("etc"));
+  std::filesystem::create_directories(dir_.file("data"));
+  for (const char* name : {"etc/hosts", "etc/resolv.conf"}) dir_.write(name, "");
+  has("0:30", "/", "overlay")
+      .has("8:1", "/etc/hosts", "ext4", "/c/hosts")
+      .has("8:1", "/etc/resolv.conf", "ext4", "/c/r");
+  EXPECT_THAT(mounts(), ElementsAre("/=fixed"));
+  has("8:1", "/data", "ext4", "/volumes/longer/than/the/files");
+  EXPECT_THAT(mounts(), ElementsAre("/=fixed", "/data=fixed"));
+}
+
+TEST_F(MountTableTest, DatasetsOfAPoolAndSubvolumes_CountOnce) {
+  has("0:30", "/", "zfs", "/", "rpool/ROOT/debian").has("0:31", "/home", "zfs", "/", "rpool/home");
+  has("0:32", "/tank", "zfs", "/", "tank").has("0:33", "/tank/a", "zfs", "/", "tank/a");
+  has("0:34", "/srv", "btrfs", "/@srv")
+      .has("0:34", "/srv/www", "btrfs", "/@srv/www")
+      .has("0:35", "/old", "btrfs");
+  EXPECT_THAT(mounts(), ElementsAre("/=fixed", "/old=fixed", "/srv=fixed", "/tank=fixed"));
+}
+
+// Looking at it would mount it, or keep it from expiring.
+TEST_F(MountTableTest, Automounts_AreNotLookedAt) {
+  has("8:1", "/", "ext4").has("0:40", "/boot", "autofs").has("0:41", "/net", "autofs");
+  EXPECT_THAT(mounts(), ElementsAre("/=fixed"));
+  has("8:2", "/boot", "vfat").has("0:42", "/net/server", "nfs4").has("8:3", "/network", "ext4");
+  EXPECT_THAT(mounts(), ElementsAre("/=fixed", "/network=fixed"));
 }
 
 TEST_F(MountTableTest, RemovableDisks_AsADiskAndAsAPartitionOfOne) {
