@@ -94,9 +94,10 @@ class PublishedTable {
     return entry;
   }
 
-  void publish(const Key& key, Zavro::Ptr<const Kor::ValueEntity> entry) const {
+  template <class Entry>
+  void publish(const Key& key, const Entry& entry) const {
     Kor::Publication publication;
-    publisher_.notify({kName, key, std::move(entry)});
+    if (publisher_.subscribers() != 0) publisher_.notify({kName, key, entry});
   }
 
   const TablePublisher& publisher_;

@@ -108,32 +108,38 @@ class Table {
     return found == tree_.end() ? nullptr : &*found;
   }
 
-  // The row under a key, or the position to insert one. Valid until the table changes.
+  // The row under a key, or the position to insert one. Valid until the table changes. Scans go through keys in order: a
+  // key that comes right after the last one written takes no search.
   struct Place {
     Row* row;  // null when there is none
     typename Tree::insert_commit_data where;
   };
   Place placeOf(const Key& key) {
     Place place{};
-    auto [found, absent] = tree_.insert_check(key, KeyOrder(), place.where);
+    if (next_ != tree_.end() && next_->key() == key) {
+      place.row = &*next_;
+      return place;
+    }
+    auto [found, absent] = tree_.insert_check(next_, key, KeyOrder(), place.where);
     if (!absent) place.row = &*found;
     return place;
   }
 
   // Requires: place is that of the row's key, and has no row. The tree owns one reference to each row.
   void link(Zavro::Ptr<Row> row, const Place& place) {
-    tree_.insert_commit(*row.detach(), place.where);
+    next_ = std::next(tree_.insert_commit(*row.detach(), place.where));
     ++size_;
     ++changes_;
   }
   Zavro::Ptr<Row> unlink(Row& row) {
-    tree_.erase(tree_.iterator_to(row));
+    next_ = tree_.erase(tree_.iterator_to(row));
     --size_;
     ++changes_;
     return Zavro::Ptr<Row>(&row, /*add_ref=*/false);
   }
 
   Tree tree_;
+  typename Tree::iterator next_ = tree_.end();  // after the last row that was inserted or removed
   size_t size_ = 0;
   uint64_t changes_ = 0;  // 64 bits: a wrap would make a cursor's row_ look valid
 };

@@ -161,7 +161,7 @@ void TrelSnmpIfTableSm::exchangeRows(const std::optional<uint32_t>& oldIndex,
   bool withdrawn = intoTrelIfTable(left, false, pair);
   intoTrelIfTable(newIndex, true, pair);
   if (left) unclaim(*left, pair);
-  if (newIndex) claim(*newIndex, pair);
+  if (newIndex && newIndex != oldIndex) claim(*newIndex, pair);
   // An interrupted turn may have withdrawn the row already.
   bool interrupted = interrupted_.erase(pair) != 0;
   if (withdrawn || (interrupted && left)) processClaimants(*left);
