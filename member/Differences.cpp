@@ -70,7 +70,7 @@ std::vector<LeaseStore::Precondition> preconditions(const std::vector<LeaseStore
   bool any = last != holdings.end() && !isShared(last->first);
   if (any) preconditions.push_back({last->first, last->second.revision});
   for (const LeaseStore::Change& change : changes) {
-    if (!isShared(change.path) && std::exchange(any, true)) continue;
+    if (!isShared(change.path) && any) continue;
     auto held = holdings.find(change.path);
     preconditions.push_back({change.path, held == holdings.end() ? 0 : held->second.revision});
   }

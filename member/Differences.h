@@ -17,12 +17,10 @@ using Content = std::map<Kelstore::Path, std::string>;
 // The leases whose keys may be changed.
 struct Owners {
   LeaseStore::Lease self = LeaseStore::kNoLease;
-  // Leases of keys that were there when `self` was granted; nothing: not known yet.
-  std::optional<std::set<LeaseStore::Lease>> predecessors = {};
+  // Those of earlier publishers, and those that this one had before.
+  std::set<LeaseStore::Lease> predecessors = {};
 
-  bool are(LeaseStore::Lease lease) const {
-    return lease == self || (predecessors && predecessors->contains(lease));
-  }
+  bool are(LeaseStore::Lease lease) const { return lease == self || predecessors.contains(lease); }
 };
 
 // The leases other than `self` of keys that only a publisher of this member writes.
@@ -40,8 +38,9 @@ std::optional<LeaseStore::Change> proof(const Content& content, LeaseStore::Leas
                                         const LeaseStore::Holdings& holdings);
 
 // What must be true for the changes: one key of this member, the one that this publisher wrote last if there
-// is one, is as it was, so that they fail if another publisher has written or the store was restored; and so
-// are the keys of interfaces among them. At most one more than there are changes.
+// is one, is as it was, so that they fail if another publisher has written or the store was restored; if
+// there is no key of this member, none that is to be written is there; and the keys of interfaces among the
+// changes are as they were. At most one more than there are changes.
 std::vector<LeaseStore::Precondition> preconditions(const std::vector<LeaseStore::Change>& changes,
                                                     const LeaseStore::Holdings& holdings,
                                                     LeaseStore::Lease self);

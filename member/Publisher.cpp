@@ -104,10 +104,9 @@ void Publisher::takeLease() {
 
 void Publisher::granted(Lease lease) {
   traceHandle.trace(kHealthLevel, "lease {:x} was granted, for {} s", lease, settings_.ttlSeconds);
-  owners_ = {lease};
-  holdings_.reset();
+  owners_.self = lease;
   proven();
-  if (!ending()) renewAfter(renewalMs());
+  if (!ending()) renewLater();
   step();
 }
 
@@ -127,15 +126,14 @@ void Publisher::readInState(State state, std::function<void(LeaseStore::Holdings
 }
 
 void Publisher::listed(LeaseStore::Holdings holdings) {
-  std::set<Lease> others = otherLeases(holdings, owners_.self);
-  if (!owners_.predecessors) {
-    owners_.predecessors = others;
-    for (Lease other : others) {
-      traceHandle.trace(kHealthLevel, "takes over the keys of an earlier publisher, lease {:x}", other);
-    }
-  }
-  for (Lease other : others) {
-    if (!owners_.are(other)) return standBy(other);
+  written_ = written_ || std::any_of(holdings.begin(), holdings.end(), [this](const auto& entry) {
+               return entry.second.lease == owners_.self;
+             });
+  for (Lease other : otherLeases(holdings, owners_.self)) {
+    if (owners_.are(other)) continue;
+    if (written_) return standBy(other);
+    owners_.predecessors.insert(other);
+    traceHandle.trace(kHealthLevel, "takes over the keys of an earlier publisher, lease {:x}", other);
   }
   holdings_ = std::move(holdings);
   lookAgainNs_ = clock_.monotonicNs() + kLookAgainSeconds * kMsPerSecond * kNsPerMs;
@@ -150,6 +148,7 @@ void Publisher::standBy(Lease other) {
       settings_.member, other);
   offLoop_.run([store = store_, lease = owners_.self] { return store->revoke(lease); }, [](const auto&) {});
   leaseEnds();
+  holdings_.reset();
   waitForOther(other);
 }
 
@@ -210,6 +209,8 @@ void Publisher::write() {
           if (lease == owners_.self) writeRefused(error);
           return step();
         }
+        // It may have been carried out.
+        holdings_.reset();
         callFailed(error);
       });
 }
@@ -231,6 +232,7 @@ void Publisher::writeRefused(const absl::Status& error) {
 
 void Publisher::written(const std::vector<LeaseStore::Change>& changes, int64_t revision) {
   worked(Trouble::call);
+  written_ = true;
   // A lower revision than before: the store was restored.
   if (revision < std::exchange(revision_, revision)) return holdings_.reset();
   if (!holdings_) return;
@@ -260,12 +262,12 @@ void Publisher::noteForeign() {
 
 // Renewals, in every state that has a lease.
 
-void Publisher::renewAfter(uint64_t milliseconds) {
-  nextRenewal_ = io_.after(milliseconds, [this] { renew(); });
+void Publisher::renewLater() {
+  nextRenewal_ = io_.after(kRenewalMs, [this] { renew(); });
 }
 
 void Publisher::renew() {
-  renewAfter(renewalMs());
+  renewLater();
   if (renewing_ || !mayRenew()) return;
   renewing_ = true;
   offLoop_.run([store = store_, lease = owners_.self] { return store->renew(lease); },
@@ -276,10 +278,7 @@ void Publisher::renew() {
 }
 
 void Publisher::renewed(const absl::Status& answer) {
-  if (!answer.ok() && !absl::IsNotFound(answer)) {
-    failed(answer, Trouble::renewal);
-    return renewAfter(std::min(renewalMs(), kMsPerSecond));
-  }
+  if (!answer.ok() && !absl::IsNotFound(answer)) return failed(answer, Trouble::renewal);
   worked(Trouble::renewal);
   if (answer.ok()) return;
   leaseIsGone();
@@ -312,12 +311,15 @@ void Publisher::proven() {
 void Publisher::leaseIsGone() {
   traceHandle.trace(kErrorLevel, "lease {:x} is gone: everything is written anew, under another one",
                     owners_.self);
+  if (!holdings_) holdings_.emplace();
+  std::erase_if(*holdings_, [this](const auto& entry) { return entry.second.lease == owners_.self; });
   leaseEnds();
   writableNs_ = 0;
+  lookAgainNs_ = clock_.monotonicNs() + kLookAgainSeconds * kMsPerSecond * kNsPerMs;
 }
 
 void Publisher::leaseEnds() {
-  owners_ = {};
+  owners_.predecessors.insert(std::exchange(owners_.self, LeaseStore::kNoLease));
   nextRenewal_.reset();
   lapsing_ = false;
 }
@@ -357,8 +359,6 @@ void Publisher::call(std::function<absl::StatusOr<Answer>(LeaseStore&)> ask, std
 
 void Publisher::callFailed(const absl::Status& error) {
   if (ending()) return step();
-  // The call may have been carried out.
-  holdings_.reset();
   writeError_ = Runtime::textOf(error);
   writableNs_ = 0;
   failed(error, Trouble::call);
@@ -411,8 +411,6 @@ std::string Publisher::status() const {
   if (owners_.self == LeaseStore::kNoLease) return "asking the store for a lease";
   return fmt::format("publishing member {}, under lease {:x}", settings_.member, owners_.self);
 }
-
-uint64_t Publisher::renewalMs() const { return settings_.ttlSeconds * kMsPerSecond / 3; }
 
 uint64_t Publisher::ttlNs() const { return settings_.ttlSeconds * kMsPerSecond * kNsPerMs; }
 

@@ -6,10 +6,15 @@
 // preconditions, one of which may be a key of the member. Keys below members/<member> and topology/<member>
 // and those of the configured interfaces are written, no others.
 //
-// Keys that an earlier process of this member left behind are taken over or deleted. The key of an interface
-// under somebody else's lease is left alone. If another publisher writes this member's keys, the one that
-// came last goes on; this one ends its lease and is on standby until the other's keys are gone. The keys are
-// read again every kLookAgainSeconds, and other changes, by hand or by a restored store, are corrected then.
+// Of two publishers of a member, the one that started last publishes: until it has written once, a publisher
+// takes over, or deletes, all keys of this member, whoever has them. From then on it takes over none under a
+// lease that it does not know: it ends its own lease and is on standby until those keys are gone, even if its
+// lease ended meanwhile and it has to begin anew. The key of an interface under somebody else's lease is left
+// alone. The keys are read again every kLookAgainSeconds, and other changes, by hand or by a restored store,
+// are corrected then.
+//
+// The lease is renewed every kRenewalMs, so that its end is noticed within that time. Its keys went with it:
+// they are written anew under another one, without reading the store before, if none of them is there.
 //
 // Rows whose figures stand still never look alive: a transaction is carried out at least twice in the lease's
 // time, with a key that is written as it is if nothing changed. If none was for the lease's time, for
@@ -39,6 +44,7 @@ namespace Member {
 class Publisher final {
  public:
   static constexpr uint64_t kLookAgainSeconds = 30;
+  static constexpr uint64_t kRenewalMs = 1000;
   static constexpr uint64_t kFirstRetryMs = 250;  // after a call failed; doubled each time
   static constexpr uint64_t kLastRetryMs = 5000;  // up to this
   static constexpr uint64_t kEndingMs = 2000;     // how long end() waits for the store
@@ -122,7 +128,7 @@ class Publisher final {
   void giveBack();
   void over(const absl::Status& error);
 
-  void renewAfter(uint64_t milliseconds);
+  void renewLater();
   void renew();
   void renewed(const absl::Status& answer);
   bool mayRenew();
@@ -143,7 +149,6 @@ class Publisher final {
   void tellStatus();
   std::string status() const;
 
-  uint64_t renewalMs() const;
   uint64_t ttlNs() const;
   uint64_t proofNs() const { return ttlNs() / 2; }  // between two proofs that writes work
   uint64_t msUntil(uint64_t whenNs) const;          // at least 1
@@ -159,7 +164,8 @@ class Publisher final {
   State state_ = State::silent;
   std::unique_ptr<Runtime::Io::Activity> timer_;  // of the state
 
-  Owners owners_;  // its own lease, if any, and those whose keys it takes over
+  Owners owners_;         // its own lease, if any, and those whose keys it takes over
+  bool written_ = false;  // it has written once, and takes over no others
   std::unique_ptr<Runtime::Io::Activity> nextRenewal_;
   bool renewing_ = false;
   uint64_t provenNs_ = 0;   // when the last transaction was carried out, or the lease granted

@@ -45,11 +45,11 @@ TEST_F(TrelmemberdTest, Figures_FollowAndNothingElseIsWritten) {
 }
 
 TEST_F(TrelmemberdTest, RunsForLongerThanItsLease_EverythingStays) {
-  auto process = start(config(1, loopback(), 6));
+  auto process = start(config(1, loopback(), 3));
   ASSERT_TRUE(awaitKey("members/1/system")) << process->err();
   auto lease = leases();
   size_t count = keys().size();
-  EXPECT_TRUE(awaitRenewals(*lease.begin(), 4)) << process->err();
+  EXPECT_TRUE(awaitWrites(8)) << process->err();
   EXPECT_EQ(keys().size(), count);
   EXPECT_EQ(leases(), lease);
 }
@@ -122,6 +122,29 @@ TEST_F(TrelmemberdTest, SecondPublisherOfTheMember_TheFirstStandsByUntilThatIsGo
   EXPECT_EQ(second->stop(), 0);
   EXPECT_TRUE(awaitKey("members/1/system")) << first->err();
   EXPECT_TRUE(awaitLine(*first, "the other publisher of member 1 is gone"));
+}
+
+TEST_F(TrelmemberdTest, AsleepWhileASuccessorStarted_StandsByWhenItWakesUp) {
+  auto first = start(config(1, loopback()));
+  ASSERT_TRUE(awaitKey("members/1/system")) << first->err();
+  first->signal(SIGSTOP);
+  ASSERT_TRUE(waitUntil([&] { return keys().empty(); }, 20s));
+  auto second = start(config(1, loopback()));
+  ASSERT_TRUE(awaitKey("members/1/system")) << second->err();
+  first->signal(SIGCONT);
+  EXPECT_TRUE(awaitLine(*first, "on standby")) << second->err();
+  EXPECT_TRUE(awaitWrites(3));
+  EXPECT_EQ(second->err().find("on standby"), std::string::npos) << second->err();
+}
+
+// As a leader does that stalled, to all leases. A lease that is lost otherwise is noticed no later.
+TEST_F(TrelmemberdTest, LeaseIsRevokedUnderIt_EverythingIsBackSoon) {
+  auto process = start(config(1, loopback(), kLongTtlSeconds));
+  ASSERT_TRUE(awaitKey("members/1/system")) << process->err();
+  auto before = names();
+  ASSERT_TRUE(client_->revoke(*leases().begin()).ok());
+  EXPECT_TRUE(waitUntil([&] { return names() == before; })) << process->err();
+  EXPECT_TRUE(awaitLine(*process, "is gone: everything is written anew"));
 }
 
 TEST_F(TrelmemberdTest, InterfaceOfAnotherMember_IsLeftAloneUntilItIsGone) {
