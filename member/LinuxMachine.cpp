@@ -16,6 +16,7 @@
 #include <memory>
 #include <string_view>
 
+#include "member/Cgroup.h"
 #include "runtime/Errors.h"
 #include "runtime/File.h"
 
@@ -58,7 +59,7 @@ absl::StatusOr<double> LinuxMachine::uptime() {
 absl::StatusOr<uint32_t> LinuxMachine::users() {
   // getutxent() reports no errors, so the file is opened here first.
   Runtime::Descriptor file(open(files_.utmp.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-  if (!file.opened()) return errno == ENOENT ? absl::StatusOr<uint32_t>(0) : errorOf(files_.utmp, errno);
+  if (!file.opened()) return errorOf(files_.utmp, errno);
   utmpxname(files_.utmp.c_str());
   setutxent();
   uint32_t sessions = 0;
@@ -91,7 +92,7 @@ absl::StatusOr<MemoryInUse> LinuxMachine::memory() {
   const meminfo_stack* stack = procps_meminfo_select(info.get(), items.data(), items.size());
   if (stack == nullptr) return errorOf("/proc/meminfo", errno);
   auto kib = [stack](size_t item) { return stack->head[item].result.ul_int; };
-  return MemoryInUse{kib(0), kib(1), kib(2), kib(3), kib(4)};
+  return limitedTo(files_.cgroup, MemoryInUse{kib(0), kib(1), kib(2), kib(3), kib(4)});
 }
 
 absl::StatusOr<std::vector<ProcessorTime>> LinuxMachine::processors() {
@@ -115,7 +116,9 @@ absl::StatusOr<std::vector<ProcessorTime>> LinuxMachine::processors() {
     }
     processors.push_back(time);
   }
-  return processors;
+  absl::StatusOr<double> seconds = uptime();
+  if (!seconds.ok()) return seconds.status();
+  return limitedTo(files_.cgroup, processors, *seconds);
 }
 
 }  // namespace Member

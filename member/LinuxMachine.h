@@ -15,15 +15,17 @@ class LinuxMachine final : public LocalMachine {
     std::string utmp = "/run/utmp";
     std::string mounts = "/proc/self/mountinfo";
     std::string sys = "/sys";
+    std::string cgroup = "/sys/fs/cgroup";
   };
 
   LinuxMachine() = default;
   explicit LinuxMachine(Files files) : files_(std::move(files)) {}
 
   absl::StatusOr<double> uptime() override;
-  // As who(1) counts them; 0 if the machine keeps no database.
+  // As who(1) counts them. A machine without a database does not know: an error.
   absl::StatusOr<uint32_t> users() override;
   absl::StatusOr<uint32_t> processes() override;
+  // In a container with limits these are the container's; see Cgroup.h.
   absl::StatusOr<MemoryInUse> memory() override;
   absl::StatusOr<std::vector<ProcessorTime>> processors() override;
   absl::StatusOr<std::vector<Mount>> mounts() override { return realMounts(files_.mounts, files_.sys); }

@@ -96,7 +96,17 @@ class LocalTest : public testing::Test {
   auto value(const std::string& name) {
     return [this, name] { return number(daemon_, name); };
   }
-  // Of the collectors that do not work: name, state and error.
+  // A machine without a database of sessions says that it does not know them; that is no trouble here.
+  static bool isOfSessions(const std::string& text) {
+    return !std::filesystem::exists("/run/utmp") &&
+           text.find("users fails: /run/utmp: ") != std::string::npos;
+  }
+  std::vector<std::string> errors() {
+    std::vector<std::string> all = daemon_.errors();
+    std::erase_if(all, isOfSessions);
+    return all;
+  }
+  // Of the other collectors that do not work: name, state and error.
   std::vector<std::string> troubles() {
     std::vector<std::string> all;
     nlohmann::json status = daemon_.status();
@@ -105,6 +115,7 @@ class LocalTest : public testing::Test {
       all.push_back(fmt::format("{} {}: {}", one.at("name").get<std::string>(),
                                 one.at("state").get<std::string>(), one.at("error").get<std::string>()));
     }
+    std::erase_if(all, isOfSessions);
     return all;
   }
 
@@ -126,7 +137,7 @@ TEST_F(LocalTest, SystemRow_IsWhatTheMachinesToolsSay) {
       8));
   EXPECT_EQ(number(daemon_, "sys.6.9"), memInfo("MemTotal"));
   EXPECT_THAT(troubles(), IsEmpty());
-  EXPECT_THAT(daemon_.errors(), IsEmpty());
+  EXPECT_THAT(errors(), IsEmpty());
 }
 
 TEST_F(LocalTest, SystemRow_DateIsNow) {
@@ -268,7 +279,7 @@ TEST_F(LocalTest, Restarted_MountPointsHaveTheRowsThatTheyHad) {
 TEST_F(LocalTest, DamagedIndexFile_OneLine_AndItIsSetAside) {
   std::string file = daemon_.dir().write("indexes.json", "[]");
   start({"--state", "local", "--index-file", file});
-  EXPECT_THAT(daemon_.errors(),
+  EXPECT_THAT(errors(),
               ElementsAre("Member/0 " + file + ": found no JSON object; set aside as " + file + ".damaged"));
   EXPECT_EQ(Support::readFile(file + ".damaged"), "[]");
 }

@@ -128,8 +128,25 @@ TEST(LinuxMachineTest, Users_DatabaseCutOffInTheMiddle_WholeEntriesCount) {
   EXPECT_EQ(answered(LinuxMachine({"", cut}).users()), 1u);
 }
 
-TEST(LinuxMachineTest, Users_NoDatabase_NobodyIsLoggedIn) {
-  EXPECT_EQ(answered(LinuxMachine({"", "/nonexistent/utmp"}).users()), 0u);
+// It used to be told as nobody.
+TEST(LinuxMachineTest, Users_NoDatabase_IsNotKnown) {
+  EXPECT_EQ(failureOf(LinuxMachine({"", "/nonexistent/utmp"}).users()),
+            "/nonexistent/utmp: No such file or directory");
+}
+
+TEST(LinuxMachineTest, ContainerWithLimits_ItsMemoryAndProcessors) {
+  Support::TempDir cgroup;
+  LinuxMachine machine({"", "", "", "", cgroup.path()});
+  cgroup.write("memory.max", "1048576\n");
+  cgroup.write("memory.current", "262144\n");
+  cgroup.write("memory.stat", "file 4096\n");
+  cgroup.write("cpu.max", "50000 100000\n");
+  cgroup.write("cpu.stat", "usage_usec 1000\n");
+  EXPECT_EQ(answered(machine.memory()).total, 1024u);
+  auto processors = answered(machine.processors());
+  ASSERT_EQ(processors.size(), 1u);
+  EXPECT_EQ(processors[0].busy, 2000u);
+  EXPECT_NEAR(static_cast<double>(processors[0].total) / 1e6, answered(machine.uptime()), 3);
 }
 
 TEST(LinuxMachineTest, Users_DatabaseThatCannotBeOpened_IsAFailureWithItsName) {
