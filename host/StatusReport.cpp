@@ -109,7 +109,8 @@ Json membersOf(const Sources& sources) {
                      {"member", member.member},
                      {"leased", member.leased},
                      {"leaseLeft", member.leaseLeftSeconds ? Json(*member.leaseLeftSeconds) : Json(nullptr)},
-                     {"lastChange", utcTime(member.lastChangeUtcNs)}});
+                     {"lastChange", utcTime(member.lastChangeUtcNs)},
+                     {"heldSince", utcTime(member.heldSinceUtcNs)}});
     }
   });
 }

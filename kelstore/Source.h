@@ -32,6 +32,7 @@ struct MemberStatus {
   bool leased = false;                       // its keys go when its lease ends
   std::optional<uint64_t> leaseLeftSeconds;  // when the store was asked last; nothing: not asked yet
   uint64_t lastChangeUtcNs = 0;              // 0: nothing changed since it was listed
+  uint64_t heldSinceUtcNs = 0;  // its lease ended by itself, and its values are held for a while; 0: no
 
   bool operator==(const MemberStatus&) const = default;
 };

@@ -37,7 +37,7 @@ void Decoder::decode(Change change, Decoded& decoded, std::map<Path, std::option
   absl::StatusOr<Path> path = keys_.path(change.key);
   if (path.ok() && specOf(path->kind).entity != MemberEntity::none) {
     int64_t& lease = decoded.members[std::string(path->first())];
-    if (change.lease != 0) lease = change.lease;
+    if (change.value && change.lease != 0) lease = change.lease;
   }
   if (!change.value) {
     noteRight(change.key);

@@ -39,18 +39,19 @@ std::vector<Path> pathsOf(const Snapshot& snapshot) {
 
 }  // namespace
 
-Feed::Feed(KeySpace keys, const Limits& limits, bool clearWhenStale, const Zavro::Clock& clock,
-           Mailbox& mailbox)
+Feed::Feed(KeySpace keys, const Settings& settings, const Zavro::Clock& clock, Mailbox& mailbox)
     : keys_(std::move(keys)),
-      limits_(limits),
-      clearWhenStale_(clearWhenStale),
+      settings_(settings),
       clock_(clock),
       mailbox_(mailbox),
-      decoder_(keys_, limits_) {}
+      decoder_(keys_, settings_.limits),
+      grace_(keys_, settings_.graceMs) {}
 
 void Feed::follow(Follower& follower) {
   for (Batch& batch : follower.takeBatches()) take(std::move(batch));
   noteState(follower);
+  // While the store is lost, nobody can be back.
+  if (state_ == Follower::State::watching) endGrace();
   noteResyncs(follower);
   noteRefused(follower.refused());
   for (Line& line : decoder_.takeLines()) lines_.push_back(std::move(line));
@@ -61,7 +62,7 @@ void Feed::follow(Follower& follower) {
 }
 
 void Feed::startsAnew() {
-  decoder_ = Decoder(keys_, limits_);
+  decoder_ = Decoder(keys_, settings_.limits);
   counted_ = {};
   heardMs_ = 0;
   if (staleSinceUtcNs_ == 0) staleSinceUtcNs_ = clock_.utcNs();
@@ -69,6 +70,12 @@ void Feed::startsAnew() {
 
 void Feed::take(Batch batch) {
   Runtime::needMemoryFor(batch.changes.size() * kDecodedBytes);
+  grace_.pass(batch, nowMs());
+  decode(std::move(batch));
+  noteHeldMembers();
+}
+
+void Feed::decode(Batch batch) {
   Decoder::Decoded decoded = decoder_.decode(std::move(batch.changes));
   if (batch.whole) withdrawOthers(decoded);
   std::vector<Path> changed;
@@ -76,9 +83,29 @@ void Feed::take(Batch batch) {
   revision_ = batch.revision;
   noteMembers(decoded.members);
   listed_ = true;
-  // A listing of all keys has taken several times what is kept of it.
-  if (batch.whole) Runtime::returnFreedMemory();
   if (visible_) mailbox_.give({snapshot_, std::move(changed), revision_, false, {}});
+}
+
+uint64_t Feed::wakeAtMs() const {
+  return state_ == Follower::State::watching ? grace_.wakeAtMs() : Follower::kNever;
+}
+
+// Ends the grace of those who have not come back.
+void Feed::endGrace() {
+  std::vector<Change> gone = grace_.over(nowMs());
+  if (gone.empty()) return;
+  decode({revision_, std::move(gone), false});
+  noteHeldMembers();
+}
+
+void Feed::noteHeldMembers() {
+  std::set<std::string> held = grace_.members();
+  for (auto& [name, member] : members_) {
+    uint64_t& since = member.status.heldSinceUtcNs;
+    if (held.contains(name) == (since != 0)) continue;
+    since = since == 0 ? clock_.utcNs() : 0;
+    mailbox_.memberIs(member.status);
+  }
 }
 
 // Adds a deletion for each value that was handed over and is not among all keys.
@@ -131,6 +158,7 @@ void Feed::noteState(const Follower& follower) {
   if (watches) {
     if (before != State::watching) {
       tell(kNewsLevel, fmt::format("follows {} from revision {}", follower.endpoint(), follower.revision()));
+      grace_.restart(nowMs());
     }
     toldErrors_.clear();
     heldSinceUtcNs_ = 0;
@@ -146,9 +174,9 @@ void Feed::noteState(const Follower& follower) {
     heldSinceUtcNs_ = clock_.utcNs();
   if ((state_ == State::stale || unreached) && staleSinceUtcNs_ == 0) staleSinceUtcNs_ = clock_.utcNs();
   if (state_ == State::stale && before != State::stale) {
-    tell(kErrorLevel, clearWhenStale_ ? "out of reach for too long: what it said last is withdrawn"
-                                      : "out of reach for too long: what it said last is stale");
-    if (clearWhenStale_) visibleIs(false);
+    tell(kErrorLevel, settings_.clearWhenStale ? "out of reach for too long: what it said last is withdrawn"
+                                               : "out of reach for too long: what it said last is stale");
+    if (settings_.clearWhenStale) visibleIs(false);
   }
 }
 

@@ -10,6 +10,7 @@
 
 #include "kelstore/etcd/Decoder.h"
 #include "kelstore/etcd/Follower.h"
+#include "kelstore/etcd/Grace.h"
 #include "kelstore/etcd/Mailbox.h"
 #include "platform/zavro/Clock.h"
 
@@ -21,14 +22,21 @@ class Feed {
   static constexpr size_t kExamples = 20;
   static constexpr size_t kExampleBytes = 200;  // of the key, and of what is wrong with it, about
 
-  // clearWhenStale: withdraw all values while the store is stale. Clock and mailbox outlive the feed.
-  Feed(KeySpace keys, const Limits& limits, bool clearWhenStale, const Zavro::Clock& clock, Mailbox& mailbox);
+  struct Settings {
+    Limits limits = {};
+    bool clearWhenStale = false;  // withdraw all values while the store is stale
+    uint64_t graceMs = 5'000;     // see Grace.h
+  };
+  // Clock and mailbox outlive the feed.
+  Feed(KeySpace keys, const Settings& settings, const Zavro::Clock& clock, Mailbox& mailbox);
 
   // Hands over what the follower has done since the last call. Throws std::bad_alloc if there is too little
   // memory to decode it; call startsAnew() then, and go on with a new follower.
   void follow(Follower& follower);
   // A new follower lists all keys. Until it has, the values that were handed over stay, and are stale.
   void startsAnew();
+  // When to call follow(), at the latest; Follower::kNever: there is no need.
+  uint64_t wakeAtMs() const;
 
   // The leases of members' keys, one after the other and again from the first; nothing: there is none.
   std::optional<int64_t> nextLease();
@@ -45,6 +53,10 @@ class Feed {
 
   void take(Batch batch);
   void withdrawOthers(Decoder::Decoded& decoded) const;
+  void decode(Batch batch);
+  void endGrace();
+  void noteHeldMembers();
+  uint64_t nowMs() const { return clock_.monotonicNs() / 1'000'000; }
   void noteMembers(const std::map<std::string, int64_t>& leases);
   void visibleIs(bool visible);
   void tell(int level, std::string text);
@@ -54,11 +66,11 @@ class Feed {
   StoreStatus statusOf(const Follower& follower) const;
 
   KeySpace keys_;
-  Limits limits_;
-  bool clearWhenStale_;
+  Settings settings_;
   const Zavro::Clock& clock_;
   Mailbox& mailbox_;
   Decoder decoder_;
+  Grace grace_;
   std::shared_ptr<const Snapshot> snapshot_ = std::make_shared<const Snapshot>();
   bool visible_ = true;
   bool settled_ = false;

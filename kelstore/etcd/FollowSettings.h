@@ -15,6 +15,7 @@ struct FollowSettings {
   uint32_t holdSeconds = 300;   // until a lost store is stale
   bool clearAfterHold = false;  // whether its values are withdrawn then
   uint32_t resyncSeconds = 60;  // from the end of a resync to the next
+  uint32_t graceSeconds = 5;    // for which the keys of a lease that ended by itself still count
   Limits limits = {};
 };
 

@@ -280,6 +280,10 @@ void Follower::apply(const std::vector<Event>& events) {
   applied_ = last;
   newest_ = std::max(newest_, last);
   batch.revision = last;
+  // All keys of a lease go with it: where one is left, its owner deleted the others.
+  for (Change& change : batch.changes) {
+    if (!change.value && table_.leased(change.lease)) change.lease = 0;
+  }
   if (!batch.changes.empty()) batches_.push_back(std::move(batch));
 }
 
@@ -288,8 +292,9 @@ bool Follower::applyEvent(const Event& event, std::vector<Change>& changes) {
   const Record& record = event.record;
   if (record.modRevision <= applied_) return false;
   if (event.deleted) {
-    if (!table_.del(record.key, record.modRevision)) return false;
-    changes.push_back({record.key, std::nullopt});
+    std::optional<int64_t> lease = table_.del(record.key, record.modRevision);
+    if (!lease) return false;
+    changes.push_back({record.key, std::nullopt, *lease});
   } else {
     if (!table_.put(record)) return false;
     changes.push_back({record.key, record.value, record.lease, record.oversizeBytes});

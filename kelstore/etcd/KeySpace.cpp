@@ -10,6 +10,10 @@
 namespace Kelstore::Etcd {
 namespace {
 
+constexpr const char* kMembers = "members";
+constexpr const char* kLeaving = "leaving";
+constexpr size_t kMostLeaving = 256;
+
 bool isBare(char c) {
   return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
          std::string_view("-._~").find(c) != std::string_view::npos;
@@ -97,9 +101,21 @@ absl::StatusOr<Path> KeySpace::path(std::string_view key) const {
   return position.path;
 }
 
+std::string KeySpace::leavingKey(uint8_t member) const {
+  return key(std::vector<std::string>{kMembers, std::to_string(member), kLeaving});
+}
+
+bool KeySpace::isLeavingKey(std::string_view key) const {
+  if (!key.ends_with(kLeaving) || !key.starts_with(prefix_ + "/")) return false;
+  absl::StatusOr<std::vector<std::string>> segments = segmentsOf(key.substr(prefix_.size() + 1));
+  return segments.ok() && segments->size() == 3 && segments->front() == kMembers &&
+         segments->back() == kLeaving;
+}
+
 KeyTable::GroupOf KeySpace::groups(const Limits& limits) const {
   return [keys = *this, limits](const std::string& key) -> KeyTable::Group {
     if (key.size() > limits.keyBytes) return {kLongKeys, 0};
+    if (keys.isLeavingKey(key)) return {kLeaving, kMostLeaving};
     absl::StatusOr<Path> path = keys.path(key);
     if (absl::IsNotFound(path.status())) return {kForeignKeys, 0};
     if (!path.ok()) return {kMisspeltKeys, limits.remembered};

@@ -8,6 +8,7 @@
 
 #include <absl/status/statusor.h>
 
+#include <cstdint>
 #include <span>
 #include <string>
 #include <string_view>
@@ -46,8 +47,13 @@ class KeySpace {
   // is known.
   absl::StatusOr<Path> path(std::string_view key) const;
 
+  // The mark of a member that gives back its lease: it is put under the lease first, so that whoever follows
+  // the keys can tell from the end of the lease that the member meant it. It is no key of the state.
+  std::string leavingKey(uint8_t member) const;
+  bool isLeavingKey(std::string_view key) const;
+
   // The groups of keys for KeyTable: keys whose paths differ in the last segment only. No key is held that is
-  // not of the state; of misspelt keys some are, to be shown.
+  // not of the state, but marks are; of misspelt keys some are, to be shown.
   KeyTable::GroupOf groups(const Limits& limits) const;
 
  private:

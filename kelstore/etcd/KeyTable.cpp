@@ -32,13 +32,22 @@ bool KeyTable::add(Keys& keys, const Record& record, AllRefused& refused) const 
   Group group = groupOf_(record.key);
   if (!admits(keys, record.key, group, refused)) return false;
   ++keys.sizes[group.name];
-  keys.known.insert_or_assign(keys.known.end(), record.key, knownOf(record));
+  keys.change(keys.known.try_emplace(keys.known.end(), record.key)->second, knownOf(record));
   return true;
+}
+
+// Nothing known: the key is new, or goes.
+void KeyTable::Keys::change(Known& key, const Known& now) {
+  if (now.lease != 0) ++leases[now.lease];
+  auto before = leases.find(key.lease);
+  if (before != leases.end() && --before->second == 0) leases.erase(before);
+  key = now;
 }
 
 void KeyTable::remove(std::map<std::string, Known>::iterator key) {
   auto size = keys_.sizes.find(groupOf_(key->first).name);
   if (--size->second == 0) keys_.sizes.erase(size);
+  keys_.change(key->second, {});
   keys_.known.erase(key);
 }
 
@@ -70,17 +79,18 @@ bool KeyTable::put(const Record& record) {
   auto at = keys_.known.find(record.key);
   if (at == keys_.known.end()) return add(keys_, record, refused_);
   if (at->second.modRevision >= record.modRevision) return false;
-  at->second = knownOf(record);
+  keys_.change(at->second, knownOf(record));
   return true;
 }
 
 // Tombstones are limited like keys. Beyond that a resync may bring a deleted key back until the next resync.
-bool KeyTable::del(const std::string& key, int64_t revision) {
+std::optional<int64_t> KeyTable::del(const std::string& key, int64_t revision) {
   if (resyncing_ && tombstones_.size() < most_ && !deletedAfter(key, revision)) tombstones_[key] = revision;
   auto found = keys_.known.find(key);
-  if (found == keys_.known.end() || found->second.modRevision > revision) return false;
+  if (found == keys_.known.end() || found->second.modRevision > revision) return std::nullopt;
+  int64_t lease = found->second.lease;
   remove(found);
-  return true;
+  return lease;
 }
 
 void KeyTable::listingBegins() {
@@ -100,7 +110,9 @@ void KeyTable::listed(std::vector<Record> page) {
 
 std::vector<Change> KeyTable::listingEnds() {
   for (const auto& [key, known] : keys_.known) {
-    if (!listedKeys_.known.contains(key)) listedChanges_.push_back({key, std::nullopt});
+    if (listedKeys_.known.contains(key)) continue;
+    bool ended = !listedKeys_.leases.contains(known.lease);
+    listedChanges_.push_back({key, std::nullopt, ended ? known.lease : 0});
   }
   keys_ = std::exchange(listedKeys_, {});
   refused_ = std::exchange(listedRefused_, {});
@@ -154,12 +166,13 @@ bool KeyTable::differs(const Suspect& suspect) const {
 std::optional<Change> KeyTable::repair(Suspect suspect) {
   auto known = keys_.known.find(suspect.key);
   if (!suspect.found) {
+    int64_t lease = known == keys_.known.end() ? 0 : known->second.lease;
     if (known != keys_.known.end()) remove(known);
     tombstones_[suspect.key] = suspect.revision;
-    return Change{std::move(suspect.key), std::nullopt};
+    return Change{std::move(suspect.key), std::nullopt, lease};
   }
   if (known != keys_.known.end()) {
-    known->second = knownOf(*suspect.found);
+    keys_.change(known->second, knownOf(*suspect.found));
   } else if (!add(keys_, *suspect.found, resyncRefused_)) {
     return std::nullopt;
   }

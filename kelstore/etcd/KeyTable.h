@@ -49,9 +49,12 @@ class KeyTable {
   std::string newest(int64_t revision) const;
   // Whether no history has both the record, as it was at this revision, and what is known of its key.
   bool contradicts(const Record& record, int64_t revision) const;
-  // Applies an event. False if the table has it already, or something newer, or refuses the key.
+  // Applies an event. False, or nothing, if the table has it already, or something newer, or refuses the key.
   bool put(const Record& record);
-  bool del(const std::string& key, int64_t revision);
+  // The deleted key's lease.
+  std::optional<int64_t> del(const std::string& key, int64_t revision);
+  // Whether a key has this lease.
+  bool leased(int64_t lease) const { return keys_.leases.contains(lease); }
 
   // Applies a listing, page by page in the order of keys. listingEnds() returns the changes that lead there.
   // A new listing replaces one that did not end.
@@ -79,10 +82,13 @@ class KeyTable {
     size_t valueHash = 0;
     bool operator==(const Known&) const = default;
   };
-  // Keys, and how many of each group there are.
+  // Keys, and how many there are of each group and with each lease.
   struct Keys {
     std::map<std::string, Known> known;
     std::unordered_map<std::string, size_t> sizes;
+    std::unordered_map<int64_t, size_t> leases;
+
+    void change(Known& key, const Known& now);
   };
   static Known knownOf(const Record& record);
   static Change changeOf(Record record);

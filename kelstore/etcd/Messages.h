@@ -64,8 +64,8 @@ struct WatchResponse {
 struct Change {
   std::string key;
   std::optional<std::string> value;  // nothing: the key is gone
-  int64_t lease = 0;
-  size_t oversizeBytes = 0;  // as above
+  int64_t lease = 0;                 // of a key that is gone: the one that may have ended; 0: none did
+  size_t oversizeBytes = 0;          // as above
 };
 
 // The changes of whole revisions, in order. A key may occur more than once.

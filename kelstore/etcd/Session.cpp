@@ -41,7 +41,9 @@ class Session::Impl {
         clock_(clock),
         keys_(KeySpace(settings.address.prefix).all()),
         follower_(followerSettings(), Runtime::unforeseenRandom()),
-        feed_(KeySpace(settings.address.prefix), settings.limits, settings.clearAfterHold, clock, mailbox),
+        feed_(KeySpace(settings.address.prefix),
+              {settings.limits, settings.clearAfterHold, uint64_t{settings.graceSeconds} * 1000}, clock,
+              mailbox),
         login_(queue_, threads) {}
 
   void run() {
@@ -136,7 +138,7 @@ class Session::Impl {
 
   void waitOnce() {
     uint64_t now = nowMs();
-    uint64_t at = std::min(follower_.wakeAtMs(), leaseAtMs_);
+    uint64_t at = std::min({follower_.wakeAtMs(), feed_.wakeAtMs(), leaseAtMs_});
     uint64_t wait = std::min<uint64_t>(at > now ? at - now : 0, 60'000);
     gpr_timespec deadline = gpr_time_from_millis(static_cast<int64_t>(wait), GPR_TIMESPAN);
     void* next = nullptr;

@@ -19,9 +19,10 @@ void add(const Etcd::KeySpace& keys, Etcd::Listing listing, LeaseStore::Holdings
 
 }  // namespace
 
-EtcdLeaseStore::EtcdLeaseStore(const Etcd::Address& address, const Etcd::Access& access,
+EtcdLeaseStore::EtcdLeaseStore(uint8_t member, const Etcd::Address& address, const Etcd::Access& access,
                                const Patience& patience)
-    : keys_(address.prefix),
+    : member_(member),
+      keys_(address.prefix),
       // A larger value is none that a publisher wrote.
       calls_{
           .mutex = {},
@@ -29,7 +30,8 @@ EtcdLeaseStore::EtcdLeaseStore(const Etcd::Address& address, const Etcd::Access&
       renewals_{.mutex = {},
                 .client = Etcd::Client(address.endpoints, access, {.deadline = patience.renewal})},
       revocations_{.mutex = {},
-                   .client = Etcd::Client(address.endpoints, access, {.deadline = patience.revocation})} {}
+                   .client = Etcd::Client(address.endpoints, access, {.deadline = patience.revocation / 2})} {
+}
 
 void EtcdLeaseStore::answered(const Etcd::Client& client) {
   std::lock_guard lock(answeringMutex_);
@@ -56,6 +58,8 @@ absl::Status EtcdLeaseStore::revoke(Lease lease) {
     std::lock_guard answeringLock(answeringMutex_);
     revocations_.client.prefer(answering_);
   }
+  // Without the mark its keys are held for a while by those who follow them, and that is all.
+  revocations_.client.put(keys_.leavingKey(member_), "{}", lease).IgnoreError();
   absl::Status status = revocations_.client.revoke(lease);
   return absl::IsNotFound(status) ? absl::OkStatus() : status;
 }

@@ -14,17 +14,17 @@ namespace Member {
 
 class EtcdLeaseStore final : public LeaseStore {
  public:
-  // The deadlines of calls, over all servers; others have the client's default.
+  // The deadlines of what is asked of the store, over all servers; others have the client's default.
   struct Patience {
     std::chrono::milliseconds renewal;
     std::chrono::milliseconds revocation;
   };
-  EtcdLeaseStore(const Kelstore::Etcd::Address& address, const Kelstore::Etcd::Access& access,
+  EtcdLeaseStore(uint8_t member, const Kelstore::Etcd::Address& address, const Kelstore::Etcd::Access& access,
                  const Patience& patience);
 
   absl::StatusOr<Lease> grant(std::chrono::seconds ttl) override;
   absl::Status renew(Lease lease) override;
-  // Tries the server first that answered last.
+  // Marks the lease as given back first (KeySpace::leavingKey()). Tries the server first that answered last.
   absl::Status revoke(Lease lease) override;
   // Leaves out keys that the state model does not have, or that are misspelt.
   absl::StatusOr<Holdings> list(uint8_t member, const std::vector<std::string>& interfaces) override;
@@ -41,6 +41,7 @@ class EtcdLeaseStore final : public LeaseStore {
 
   void answered(const Kelstore::Etcd::Client& client);
 
+  const uint8_t member_;
   const Kelstore::Etcd::KeySpace keys_;
   Locked calls_;
   // Clients of their own, so that these calls do not wait for others.

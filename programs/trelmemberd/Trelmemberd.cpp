@@ -46,7 +46,8 @@ std::shared_ptr<LeaseStore> storeOf(const Config& config) {
   // A revocation succeeds or fails before the end stops waiting for it, so that a failure is reported.
   EtcdLeaseStore::Patience patience{std::chrono::milliseconds(config.ttlSeconds * 1000 / 3),
                                     std::chrono::milliseconds(Publisher::kEndingMs * 9 / 10)};
-  return std::make_shared<EtcdLeaseStore>(*Etcd::parseStore(config.store), config.access, patience);
+  return std::make_shared<EtcdLeaseStore>(config.member, *Etcd::parseStore(config.store), config.access,
+                                          patience);
 }
 
 Trelmemberd::Trelmemberd(std::string path, const Config& config, Host::TraceLog& log,

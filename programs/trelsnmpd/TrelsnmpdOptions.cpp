@@ -31,6 +31,7 @@ constexpr const char* kIndexFile = "/storage-indexes.json";
 
 constexpr uint32_t kMaxHoldSeconds = 30 * 86'400;
 constexpr uint32_t kMaxResyncSeconds = 86'400;
+constexpr uint32_t kMaxGraceSeconds = 3'600;
 
 constexpr const char* kDescription =
     "Serves the state of a switch cluster over SNMP: reachability, links and host resources of every "
@@ -83,6 +84,12 @@ void describeEtcd(CLI::App& app, Kelstore::Etcd::FollowSettings& options) {
       ->check(Runtime::checking([](const std::string& text) {
         Runtime::oneOf(text, {"keep", "clear"});
       }));
+  app.add_option("--grace", options.graceSeconds,
+                 fmt::format("Seconds for which a member's rows stay after its lease in a store ended by "
+                             "itself, 0 to {} (default: {})",
+                             kMaxGraceSeconds, options.graceSeconds))
+      ->type_name("SECONDS")
+      ->check(CLI::Range(0U, kMaxGraceSeconds).description(""));
   app.add_option(
          "--resync", options.resyncSeconds,
          fmt::format("Seconds between two resyncs of a store, each of which reads everything anew and "

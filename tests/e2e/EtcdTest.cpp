@@ -72,7 +72,7 @@ TEST_F(Etcd, LeaseOfAMemberEnds_ItsRowsGo_AllOthersStay) {
   reports(1, 3, "reachable", lease());
   reports(3, 1, "reachable", dying);
   reports(3, 2, "reachable", dying);
-  following().start();
+  following().with({"--grace", "1"}).start();
   EXPECT_EQ(shown(), "1.3=3 3.1=3 3.2=3");
   etcd_.ctl({"lease", "revoke", dying});
   EXPECT_TRUE(becomes("1.3=3"));

@@ -18,7 +18,9 @@ Header at(int64_t revision) { return {1, revision, 1}; }
 
 class FeedTest : public testing::Test {
  protected:
-  explicit FeedTest(bool clears = false) : clears_(clears) { clock_.advanceNs(1'000'000'000); }
+  explicit FeedTest(bool clears = false, uint64_t graceMs = 0) : clears_(clears), graceMs_(graceMs) {
+    clock_.advanceNs(1'000'000'000);
+  }
 
   void follows() { feed_.follow(follower_); }
   uint64_t now() const { return clock_.monotonicNs() / 1'000'000; }
@@ -95,6 +97,7 @@ class FeedTest : public testing::Test {
   }
 
   bool clears_;
+  uint64_t graceMs_;
   bool settled_ = false;
   std::vector<std::string> lines_;
   Zavro::ManualClock clock_{1'000'000'000'000};
@@ -108,7 +111,7 @@ class FeedTest : public testing::Test {
     return {{"p/", {"h0:1", "h1:1"}, kHoldMs, 60'000, KeySpace("p").groups(limits())}, [] { return 0.0; }};
   }
   Follower follower_ = newFollower();
-  Feed feed_{KeySpace("p"), limits(), clears_, clock_, mailbox_};
+  Feed feed_{KeySpace("p"), {limits(), clears_, graceMs_}, clock_, mailbox_};
 };
 
 class ClearingFeedTest : public FeedTest {
@@ -297,6 +300,60 @@ TEST_F(FeedTest, ServerHasAnotherStore_WhatWasReadStays_AndItIsToldOnceAndShown)
       << "one for each server";
   resumed();
   EXPECT_EQ(status().otherStore, "");
+}
+
+class GraceFeedTest : public FeedTest {
+ protected:
+  GraceFeedTest() : FeedTest(false, 5'000) {}
+  void leaseEnds() {
+    watching();
+    follower_.watchSaid(now(), watchEvents(at(11), {del("p/members/1/processors/1", 11)}));
+    follows();
+  }
+};
+
+TEST_F(GraceFeedTest, LeaseEndsByItself_TheMemberIsShownAsHeld_AndItsValuesGoAfterTheGrace) {
+  leaseEnds();
+  EXPECT_EQ(take(), "");
+  ASSERT_EQ(status().members.size(), 1u);
+  EXPECT_EQ(status().members[0].heldSinceUtcNs, clock_.utcNs());
+  EXPECT_EQ(status().revision, 11);
+  EXPECT_EQ(feed_.wakeAtMs(), now() + 5'000);
+  advance(4'999);
+  EXPECT_EQ(take(), "");
+  advance(1);
+  EXPECT_EQ(take(), "-members/1/processors/1");
+  EXPECT_THAT(status().members, IsEmpty());
+  EXPECT_EQ(feed_.wakeAtMs(), Follower::kNever);
+}
+
+TEST_F(GraceFeedTest, MemberIsBackInTime_ItIsNotHeldAnyMore) {
+  leaseEnds();
+  Record back{"p/members/1/processors/1", R"({"load": 2})", 12, 78};
+  follower_.watchSaid(now(), watchEvents(at(12), {{back, false}}));
+  follows();
+  EXPECT_EQ(take(), "members/1/processors/1");
+  EXPECT_EQ(status().members.at(0).heldSinceUtcNs, 0u);
+  advance(5'000);
+  EXPECT_EQ(take(), "");
+}
+
+// A leader that stalls revokes the leases and is lost, so that nobody can come back.
+TEST_F(GraceFeedTest, StoreIsLostBeforeTheGraceIsOver_TheTimeBeginsWhenItIsBack) {
+  leaseEnds();
+  lost();
+  EXPECT_EQ(feed_.wakeAtMs(), Follower::kNever);
+  advance(60'000);
+  EXPECT_EQ(take(), "");
+  reconnecting();
+  follower_.pageRead(now(), follower_.pageAsked(),
+                     {at(11), {{"p/interfaces/a", R"({"ifIndex": 1})", 3, 0}}, false});
+  created(11);
+  EXPECT_EQ(status().state, "watching");
+  advance(4'999);
+  EXPECT_EQ(take(), "");
+  advance(1);
+  EXPECT_EQ(take(), "-members/1/processors/1");
 }
 
 TEST_F(ClearingFeedTest, Stale_EverythingIsWithdrawn_AndBackWithTheStore) {

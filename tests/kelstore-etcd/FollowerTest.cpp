@@ -241,6 +241,38 @@ TEST_F(FollowerTest, EventsToldTwiceOrLate_AreDroppedAndCounted) {
   EXPECT_EQ(follower_.counters().dropped, 4u);
 }
 
+// The keys of a lease all go with it: where one is left, its owner deleted the others.
+TEST_F(FollowerTest, KeysGo_TheLeaseIsToldIfItMayHaveEnded) {
+  auto leases = [this] {
+    Texts texts;
+    for (const Batch& batch : follower_.takeBatches()) {
+      for (const Change& change : batch.changes) {
+        if (!change.value) texts.push_back(fmt::format("{}@{}", change.key, change.lease));
+      }
+    }
+    return texts;
+  };
+  follower_.start(now_);
+  page(at(10), {record("p/a", "1", 3, 70), record("p/b", "1", 3, 70), record("p/c", "1", 3, 70),
+                record("p/d", "1", 4), record("p/e", "1", 5, 80), record("p/f", "1", 5, 80)});
+  created(at(10));
+  says(at(11), {del("p/a", 11), del("p/d", 11)});
+  EXPECT_THAT(leases(), ElementsAre("p/a@0", "p/d@0"));
+  says(at(12), {del("p/b", 12), del("p/c", 12)});
+  EXPECT_THAT(leases(), ElementsAre("p/b@70", "p/c@70"));
+  // The same, where only a listing shows it.
+  says(at(13), {put("p/a", "1", 13)});
+  reconnecting();
+  follower_.pageFailed(now_, follower_.pageAsked(), PageFailure::noRevision, "compacted");
+  page(at(20), {record("p/a", "1", 13), record("p/f", "1", 5, 80)});
+  EXPECT_THAT(leases(), ElementsAre("p/e@0"));
+  created(at(20));
+  advance(Follower::kResumedResyncMs);
+  page(at(20), {record("p/a", "1", 13)});
+  advance(Follower::kGraceMs);
+  EXPECT_THAT(leases(), ElementsAre("p/f@80")) << "also where only a resync shows it";
+}
+
 TEST_F(FollowerTest, AnswerToAProgressRequest_MovesNothing) {
   watching();
   says(at(50), {});

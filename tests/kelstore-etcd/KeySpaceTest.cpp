@@ -19,6 +19,17 @@ std::string read(std::string_view key) {
   return code + std::string(path.status().message());
 }
 
+TEST(EtcdKeySpaceTest, MarkOfAMemberThatLeaves_IsNoKeyOfTheState_ButIsHeld) {
+  EXPECT_EQ(kKeys.leavingKey(7), "trel/members/7/leaving");
+  EXPECT_TRUE(kKeys.isLeavingKey(kKeys.leavingKey(7)));
+  for (const char* other : {"trel/members/7/system", "trel/members/leaving", "trel/members/7/storage/leaving",
+                            "trel/topology/7/leaving", "other/members/7/leaving"}) {
+    EXPECT_FALSE(kKeys.isLeavingKey(other)) << other;
+  }
+  EXPECT_TRUE(absl::IsNotFound(kKeys.path(kKeys.leavingKey(7)).status()));
+  EXPECT_GE(kKeys.groups(Limits())(kKeys.leavingKey(7)).most, 256u);
+}
+
 TEST(EtcdKeySpaceTest, EveryKindOfValueHasItsKey) {
   const std::vector<std::pair<Path, std::string>> all = {
       {{Kind::sysname, "", ""}, "trel/sysname"},

@@ -78,7 +78,7 @@ TEST(RenderTest, Status_StoresWithTheirErrorsBelow_CountersAndMembers) {
                 {"source":"etcd:h:2/p","state":"held","endpoint":null,"lastError":null,"otherStore":"h:2: found"}],
       "storeCounters":[{"source":"etcd:h:1/p","revisions":4}],
       "setAside":[{"source":"etcd:h:1/p","key":"p/sysname","error":"found 1"}],
-      "members":[{"source":"etcd:h:1/p","member":"1","leased":true,"leaseLeft":12,"lastChange":null}],
+      "members":[{"source":"etcd:h:1/p","member":"1","leased":true,"leaseLeft":12,"lastChange":null,"heldSince":null}],
       "pipelines":[],"conflicts":[],"tasks":[],"tables":[]})");
   EXPECT_EQ(renderStatus(status),
             "trelsnmpd 0.1.0, member 3, up 0:00:01, standalone at udp:1, ready\n"
@@ -97,8 +97,8 @@ TEST(RenderTest, Status_StoresWithTheirErrorsBelow_CountersAndMembers) {
             "  source      key        error\n"
             "  etcd:h:1/p  p/sysname  found 1\n"
             "\nmembers:\n"
-            "  source      member  leased  leaseLeft  lastChange\n"
-            "  etcd:h:1/p       1  yes            12  -\n"
+            "  source      member  leased  leaseLeft  lastChange  heldSince\n"
+            "  etcd:h:1/p       1  yes            12  -           -\n"
             "\npipelines: none\n"
             "\ntasks: none\n"
             "\ntables: none\n");

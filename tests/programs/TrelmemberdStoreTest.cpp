@@ -64,7 +64,7 @@ TEST(EtcdLeaseStoreTest, FirstServersAreSilent_TheLeaseIsGivenBackToTheOneThatAn
   Kelstore::Etcd::Address address{{}, "trel"};
   for (const auto& server : silent) address.endpoints.push_back(server.endpoint());
   address.endpoints.push_back(etcd.endpoint());
-  EtcdLeaseStore store(address, {}, {.renewal = 1s, .revocation = 100s});
+  EtcdLeaseStore store(1, address, {}, {.renewal = 1s, .revocation = 100s});
   absl::StatusOr<LeaseStore::Lease> granted;
   ASSERT_TRUE(waitUntil(
       [&] {
@@ -83,6 +83,23 @@ TEST(EtcdLeaseStoreTest, FirstServersAreSilent_TheLeaseIsGivenBackToTheOneThatAn
   EXPECT_EQ(connections(), before);
   Client client({etcd.endpoint()}, {});
   EXPECT_TRUE(absl::IsNotFound(client.timeToLive(*granted).status()));
+}
+
+// Those who follow the keys tell by it that the member meant its lease to end.
+TEST(EtcdLeaseStoreTest, LeaseIsGivenBack_ItIsMarkedFirst_AndTheMarkGoesWithTheKeys) {
+  Support::EtcdCluster etcd;
+  EtcdLeaseStore store(7, {{etcd.endpoint()}, "trel"}, {}, {.renewal = 5s, .revocation = 20s});
+  absl::StatusOr<LeaseStore::Lease> lease = store.grant(300s);
+  ASSERT_TRUE(lease.ok()) << lease.status();
+  ASSERT_TRUE(store.write({{{Kelstore::Kind::memory, "7", ""}, "{}"}}, {}, *lease).ok());
+  ASSERT_EQ(store.revoke(*lease), absl::OkStatus());
+  Client client({etcd.endpoint()}, {});
+  absl::StatusOr<Kelstore::Etcd::Listing> after = client.range({"trel/", "trel0"});
+  ASSERT_TRUE(after.ok()) << after.status();
+  EXPECT_TRUE(after->records.empty());
+  EXPECT_EQ(
+      etcd.ctl({"get", "--prefix", "--keys-only", "--rev", std::to_string(after->revision - 1), "trel/"}),
+      "trel/members/7/leaving\n\ntrel/members/7/memory\n\n");
 }
 
 TEST_F(TrelmemberdTest, ServerFallsSilentBeforeTheEnd_AnotherOneTakesTheLease) {
