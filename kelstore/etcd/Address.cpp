@@ -36,16 +36,21 @@ bool isHost(std::string_view text) {
   return !text.empty() && std::none_of(text.begin(), text.end(), odd);
 }
 
+const char* expectedInsteadOf(std::string_view host) {
+  bool ipv6 = host.find(':') != std::string_view::npos;
+  if (ipv6 && host.find('%') != std::string_view::npos) {
+    return "HOST:PORT without a zone: a link-local address does not do";
+  }
+  if (ipv6 && !host.starts_with('[')) return "HOST:PORT with an IPv6 address in brackets, such as [::1]:2379";
+  return "HOST:PORT";
+}
+
 absl::Status checkEndpoint(std::string_view text) {
   size_t colon = text.rfind(':');
   if (colon == std::string_view::npos) return wrong(text, "HOST:PORT");
   std::string_view host = text.substr(0, colon);
   std::string_view port = text.substr(colon + 1);
-  if (!isHost(host)) {
-    bool bareIpv6 = host.find(':') != std::string_view::npos && !host.starts_with('[');
-    return wrong(text,
-                 bareIpv6 ? "HOST:PORT with an IPv6 address in brackets, such as [::1]:2379" : "HOST:PORT");
-  }
+  if (!isHost(host)) return wrong(text, expectedInsteadOf(host));
   return isPort(port) ? absl::OkStatus() : wrong(text, "HOST:PORT with a port of 1 to 65535");
 }
 

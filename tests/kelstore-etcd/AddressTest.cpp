@@ -53,6 +53,11 @@ TEST(EtcdAddressTest, EachEndpointNeedsAHostAndAPort) {
   EXPECT_EQ(fault("user@h:1/p"), "found \"user@h:1\", expected HOST:PORT");
   EXPECT_EQ(fault("[x]:1/p"), "found \"[x]:1\", expected HOST:PORT");
   EXPECT_EQ(fault("[]:1/p"), "found \"[]:1\", expected HOST:PORT");
+  for (const char* zoned : {"[fe80::1%eth0]:2379", "[fe80::1%25eth0]:2379", "fe80::1%eth0:2379"}) {
+    EXPECT_EQ(fault(std::string(zoned) + "/p"),
+              fmt::format("found \"{}\", expected HOST:PORT without a zone: a link-local address does not do",
+                          zoned));
+  }
   // A URL is not what is wanted here; its scheme takes the place of an endpoint.
   EXPECT_EQ(fault("http://h:1/p"), "found \"http:\", expected HOST:PORT with a port of 1 to 65535");
   EXPECT_EQ(fault("::1:2379/p"),
