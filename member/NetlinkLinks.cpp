@@ -7,6 +7,7 @@
 #include <array>
 #include <cerrno>
 #include <stdexcept>
+#include <utility>
 
 #include "member/Trace.h"
 #include "runtime/Errors.h"
@@ -16,6 +17,7 @@ namespace {
 
 using Lumalog::kErrorLevel;
 
+constexpr int kWorksAgainLevel = 1;
 constexpr size_t kBufferBytes = 1 << 15;  // as much as the kernel puts into one answer
 
 // The attributes of a link that are used. They point into the message.
@@ -42,8 +44,10 @@ int attributeIs(const nlattr* attribute, void* target) {
 
 }  // namespace
 
-NetlinkLinks::NetlinkLinks(std::function<void()> changed)
-    : changed_(std::move(changed)), socket_(mnl_socket_open2(NETLINK_ROUTE, SOCK_CLOEXEC | SOCK_NONBLOCK)) {
+NetlinkLinks::NetlinkLinks(Runtime::Io& io, std::function<void()> changed)
+    : io_(io),
+      changed_(std::move(changed)),
+      socket_(mnl_socket_open2(NETLINK_ROUTE, SOCK_CLOEXEC | SOCK_NONBLOCK)) {
   if (!socket_) throw std::runtime_error(Runtime::textOf(Runtime::errorOf("netlink", errno)));
   // Bound before the listing begins, so that no change is missed in between.
   if (mnl_socket_bind(socket_.get(), RTMGRP_LINK, MNL_SOCKET_AUTOPID) < 0) {
@@ -60,19 +64,18 @@ void NetlinkLinks::listAll() {
   request->nlmsg_seq = ++sequence_;
   auto* link = static_cast<ifinfomsg*>(mnl_nlmsg_put_extra_header(request, sizeof(ifinfomsg)));
   link->ifi_family = AF_UNSPEC;
+  retry_.reset();
   missed_ = false;
   listing_ = true;
   table_.listingBegins();
   if (mnl_socket_sendto(socket_.get(), request, request->nlmsg_len) >= 0) return;
-  logOnce(errno);
-  listing_ = false;
-  missed_ = true;  // the next message begins another listing
+  refused(errno);
 }
 
 void NetlinkLinks::readable() {
   while (receive()) {
   }
-  if (missed_ && !listing_) listAll();
+  if (missed_ && !listing_ && !retry_) listAll();
   if (!news_ || !table_.known()) return;
   news_ = false;
   changed_();
@@ -86,8 +89,9 @@ bool NetlinkLinks::receive() {
     if (errno == EINTR) return true;
     // The kernel dropped messages, or one did not fit.
     missed_ = true;
-    if (errno != ENOBUFS && errno != ENOSPC) logOnce(errno);
-    return errno == ENOBUFS || errno == ENOSPC;
+    if (errno == ENOBUFS || errno == ENOSPC) return true;
+    refused(errno);
+    return false;
   }
   int left = static_cast<int>(received);
   for (const auto* message = reinterpret_cast<const nlmsghdr*>(buffer.data()); mnl_nlmsg_ok(message, left);
@@ -118,16 +122,16 @@ void NetlinkLinks::take(const nlmsghdr* message) {
 
 void NetlinkLinks::listed() {
   listing_ = false;
-  if (!missed_) table_.listingEnds();
+  if (!missed_) {
+    table_.listingEnds();
+    if (std::exchange(lastError_, 0) != 0) traceHandle.trace(kWorksAgainLevel, "netlink: works again");
+  }
   news_ = true;
 }
 
 void NetlinkLinks::takeError(const nlmsghdr* message) {
   if (mnl_nlmsg_get_payload_len(message) < sizeof(nlmsgerr)) return;
-  int error = -static_cast<const nlmsgerr*>(mnl_nlmsg_get_payload(message))->error;
-  listing_ = false;
-  missed_ = true;
-  logOnce(error);
+  refused(-static_cast<const nlmsgerr*>(mnl_nlmsg_get_payload(message))->error);
 }
 
 // Only messages without an address family count: when a port leaves a bridge, the kernel reports a link of
@@ -150,7 +154,11 @@ void NetlinkLinks::takeLink(const nlmsghdr* message) {
   news_ = table_.deviceIs(attributes.name, device) || news_;
 }
 
-void NetlinkLinks::logOnce(int error) {
+// Not at once, since the kernel would refuse it as fast as it is asked.
+void NetlinkLinks::refused(int error) {
+  listing_ = false;
+  missed_ = true;
+  retry_ = io_.after(kRetryMs, [this] { listAll(); });
   if (error == lastError_) return;
   lastError_ = error;
   traceHandle.trace(kErrorLevel, "{}", Runtime::textOf(Runtime::errorOf("netlink", error)));

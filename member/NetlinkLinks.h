@@ -1,5 +1,5 @@
 // The network devices over netlink: a listing at the start, then every change. When the kernel had to drop
-// messages, all devices are listed again.
+// messages, all devices are listed again; when it refuses to list them, it is asked again every second.
 //
 // On the event loop's thread. The owner watches fd() and calls readable().
 #pragma once
@@ -11,14 +11,17 @@
 #include <string>
 
 #include "member/Links.h"
+#include "runtime/Io.h"
 
 namespace Member {
 
 class NetlinkLinks final : public Links {
  public:
-  // changed: called once all devices are known, and after changes from then on. Throws std::runtime_error,
-  // one line, if the kernel gives no socket.
-  explicit NetlinkLinks(std::function<void()> changed);
+  static constexpr uint64_t kRetryMs = 1000;
+
+  // changed: called once all devices are known, and after changes from then on. Io outlives this. Throws
+  // std::runtime_error, one line, if the kernel gives no socket.
+  NetlinkLinks(Runtime::Io& io, std::function<void()> changed);
 
   int fd() const { return mnl_socket_get_fd(socket_.get()); }
   // Handles the messages that have arrived. Never waits.
@@ -39,16 +42,18 @@ class NetlinkLinks final : public Links {
   void takeLink(const nlmsghdr* message);
   void takeError(const nlmsghdr* message);
   void listed();
-  void logOnce(int error);
+  void refused(int error);
 
+  Runtime::Io& io_;
   std::function<void()> changed_;
   std::unique_ptr<mnl_socket, Close> socket_;
   LinkTable table_;
-  uint32_t sequence_ = 0;  // of the last listing
-  bool listing_ = false;   // it has not ended
-  bool missed_ = false;    // a message was lost since it began
-  bool news_ = false;      // changed_ is to be called
-  int lastError_ = 0;      // that was logged
+  uint32_t sequence_ = 0;                         // of the last listing
+  bool listing_ = false;                          // it has not ended
+  bool missed_ = false;                           // a message was lost since it began
+  bool news_ = false;                             // changed_ is to be called
+  int lastError_ = 0;                             // that was logged
+  std::unique_ptr<Runtime::Io::Activity> retry_;  // of a listing that was refused
 };
 
 }  // namespace Member

@@ -62,7 +62,7 @@ Trelmemberd::Trelmemberd(std::string path, const Config& config, Host::TraceLog&
       publisher_(
           settingsOf(config), storeOf(config), io_, clock,
           {[this] { systemd_.ready(); }, [this](const std::string& line) { systemd_.statusIs(line); }}),
-      links_([this] { state_.linksChanged(); }),
+      links_(io_, [this] { state_.linksChanged(); }),
       state_(config, std::make_shared<LinuxMachine>(), std::make_shared<PingProbe>(), links_, io_, clock,
              [this] { publish(); }),
       linkWatch_(loop_, links_.fd(), [this] { links_.readable(); }),

@@ -3,22 +3,28 @@
 #include <arpa/inet.h>
 #include <gmock/gmock.h>
 #include <linux/capability.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
 #include <net/if.h>
 #include <netinet/ip_icmp.h>
 #include <poll.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #include <array>
 #include <atomic>
+#include <cstddef>
 #include <future>
 #include <thread>
 
 #include "member/Echo.h"
 #include "member/NetlinkLinks.h"
 #include "runtime/File.h"
+#include "tests/runtime/ManualIo.h"
 #include "tests/support/OwnNetwork.h"
+#include "tests/support/TraceLog.h"
 #include "tests/support/WaitUntil.h"
 
 namespace Member {
@@ -53,17 +59,49 @@ class NetlinkTest : public NetworkTest {
     return !device->switchedOn ? "off" : device->carrier ? "up" : "down";
   }
   void start() {
-    links_.emplace([this] { ++changes_; });
+    links_.emplace(io_, [this] { ++changes_; });
     ASSERT_TRUE(awaits("lo", "up"));
   }
 
+  Zavro::ManualClock clock_;
+  Runtime::ManualIo io_{clock_};
   std::optional<NetlinkLinks> links_;
   int changes_ = 0;
 };
 
+// From now on the kernel takes nothing that the calling thread sends. There is no way back.
+void refuseSends() {
+  std::array<sock_filter, 4> program = {{
+      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_sendto, 0, 1),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | ENOBUFS),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+  }};
+  sock_fprog filter{program.size(), program.data()};
+  ASSERT_EQ(prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0), 0);
+  ASSERT_EQ(prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter), 0);
+}
+
+// The devices used to be unknown until one of them changed, and nothing was published.
+TEST_F(NetlinkTest, KernelTakesNoRequest_ToldOnce_AndAskedAgainEverySecond) {
+  TraceLog trace({"Member"});
+  std::thread([&] {
+    refuseSends();
+    links_.emplace(io_, [this] { ++changes_; });
+    io_.advance(3 * NetlinkLinks::kRetryMs);
+  }).join();
+  EXPECT_EQ(trace.lines(), (std::vector<std::string>{"Member/0 netlink: No buffer space available"}));
+  io_.advance(NetlinkLinks::kRetryMs);
+  EXPECT_TRUE(awaits("lo", "up"));
+  EXPECT_EQ(trace.count("Member/1 netlink: works again"), 1u);
+  io_.advance(10 * NetlinkLinks::kRetryMs);
+  links_->readable();
+  EXPECT_EQ(changes_, 1);
+}
+
 TEST_F(NetlinkTest, DevicesThatAreThere_AreKnownAtOnce) {
   ip("link add name bp type veth peer name far");
-  links_.emplace([this] { ++changes_; });
+  links_.emplace(io_, [this] { ++changes_; });
   EXPECT_FALSE(links_->known());
   EXPECT_EQ(shown("bp"), "none");
   EXPECT_TRUE(awaits("bp", "off"));
