@@ -98,6 +98,7 @@ void Follower::resumed(uint64_t nowMs, const Page& page) {
   bool there = newestKey_.empty() || (!page.records.empty() && page.records.front().key == newestKey_);
   if (!there) return relist(nowMs, ofServer("a key is gone, and the watch had not told it"));
   history_.confirmed(nowMs);
+  otherStore_.clear();
   openWatch(nowMs);
 }
 

@@ -97,6 +97,7 @@ TEST_F(ThreeStoresTest, OneServerStillHasTheKnownStore_NoOtherEverCounts) {
     next();
     if (follower_.endpoint() == "h0:1") {
       page(at(12), {record("p/b", "3", 12)});
+      EXPECT_EQ(follower_.otherStore(), "") << "there is nothing to accept";
       follower_.lost(now_, "the watch is refused");
     } else {
       page(at(12, 8), {});
