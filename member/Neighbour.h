@@ -30,6 +30,11 @@ class Neighbour final {
   // Sets the state of the device; nothing: there is none.
   void deviceIs(std::optional<Device> device);
 
+  // As NeighbourReachability::earlierIs(); not told as a change.
+  void earlierIs(NeighbourReachability::State state, uint64_t lastChangeNs) {
+    reachability_.earlierIs(state, lastChangeNs);
+  }
+
   const NeighbourConfig& config() const { return config_; }
   const std::optional<Device>& device() const { return device_; }
   const NeighbourReachability& reachability() const { return reachability_; }

@@ -85,6 +85,15 @@ void NeighbourReachability::echoIs(Echo echo) {
   }
 }
 
+void NeighbourReachability::earlierIs(State state, uint64_t lastChangeNs) {
+  bool isFound = state == State::reachable || state == State::degraded || state == State::unreachable;
+  if (state_ == State::initializing && isFound) {
+    stateIs(state);
+    if (state == State::degraded) window_.assign(settings_.windowLosses, true);
+  }
+  if (state_ == state) lastChangeNs_ = std::min(lastChangeNs_, lastChangeNs);
+}
+
 void NeighbourReachability::answered() {
   if (state_ == State::unknown) foundIs(State::initializing);
   if (!up()) {

@@ -59,6 +59,9 @@ class NeighbourReachability final {
   void carrierIs(Carrier carrier);
   // Ignored unless probing().
   void echoIs(Echo echo);
+  // Sets what an earlier process found, and when: it holds until this one has found anything else, and counts
+  // as if it had been found just now. Ignored if something else was found already.
+  void earlierIs(State state, uint64_t lastChangeNs);
 
   // Whether echoes are to be sent.
   bool probing() const { return settings_.enabled && carrier_ == Carrier::up; }

@@ -1,12 +1,22 @@
 #include "member/OwnState.h"
 
 #include <algorithm>
+#include <nlohmann/json.hpp>
 #include <utility>
+
+#include "member/Figures.h"
+#include "runtime/JsonFields.h"
 
 namespace Member {
 namespace {
 
 constexpr uint64_t kNsPerSecond = 1'000'000'000;
+
+std::optional<Kelstore::Value> decoded(Kelstore::Kind kind, const std::string& text) {
+  nlohmann::json json = nlohmann::json::parse(text, nullptr, false);
+  Runtime::JsonNotes notes;
+  return json.is_discarded() ? std::nullopt : Kelstore::specOf(kind).decode(json, notes);
+}
 
 }  // namespace
 
@@ -92,8 +102,40 @@ void OwnState::looked() {
 
 std::vector<Entry> OwnState::entries() const {
   std::vector<Entry> entries = figuresNow_;
+  addEarlierLoads(entries);
   addNeighbours(entries);
   return entries;
+}
+
+void OwnState::earlierIs(const LeaseStore::Holdings& holdings) {
+  std::string own = std::to_string(config_.member);
+  for (const auto& [path, held] : holdings) {
+    if (path.first() != own || held.lease == LeaseStore::kNoLease) continue;
+    if (path.kind != Kind::processor && path.kind != Kind::reachability) continue;
+    std::optional<Kelstore::Value> value = decoded(path.kind, held.text);
+    if (!value) continue;
+    if (path.kind == Kind::processor) {
+      if (value->get<Kelstore::Processor>().load != kUnknownLoad) earlierLoads_.emplace(path, *value);
+      continue;
+    }
+    const auto& report = value->get<Kelstore::Reachability>();
+    for (const auto& neighbour : neighbours_) {
+      const NeighbourConfig& config = neighbour->config();
+      bool same =
+          std::to_string(config.member) == path.second() && report.intf == Lanix::IntfId(config.interface);
+      if (same) neighbour->earlierIs(report.state, report.lastChangeNs);
+    }
+  }
+  changed_();
+}
+
+// In place of those that are not measured yet.
+void OwnState::addEarlierLoads(std::vector<Entry>& entries) const {
+  if (earlierLoads_.empty()) return;
+  for (auto& [path, value] : entries) {
+    if (path.kind != Kind::processor || value.get<Kelstore::Processor>().load != kUnknownLoad) continue;
+    if (auto found = earlierLoads_.find(path); found != earlierLoads_.end()) value = found->second;
+  }
 }
 
 void OwnState::addNeighbours(std::vector<Entry>& entries) const {

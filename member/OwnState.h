@@ -3,6 +3,7 @@
 #pragma once
 
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <vector>
@@ -10,6 +11,7 @@
 #include "kelstore/Snapshot.h"
 #include "member/Config.h"
 #include "member/Echo.h"
+#include "member/LeaseStore.h"
 #include "member/Links.h"
 #include "member/MachineFigures.h"
 #include "member/Neighbour.h"
@@ -32,6 +34,9 @@ class OwnState final {
   // Sets neighbours and intervals. What is known of a neighbour stays if its link is the same. Requires: it
   // was started.
   NeighbourChanges configIs(const Config& config);
+  // Sets what an earlier process published: its reports on neighbours and loads of processors hold until this
+  // one has found anything else. Values that cannot be used are ignored.
+  void earlierIs(const LeaseStore::Holdings& holdings);
   // The devices may have changed.
   void linksChanged();
   // Whether entries() is complete: each figure was read, failed or hangs, and the devices are known.
@@ -42,6 +47,7 @@ class OwnState final {
  private:
   std::unique_ptr<Neighbour> makeNeighbour(const NeighbourConfig& neighbour);
   void addNeighbours(std::vector<Kelstore::Snapshot::Entry>& entries) const;
+  void addEarlierLoads(std::vector<Kelstore::Snapshot::Entry>& entries) const;
   void looked();
 
   Config config_;
@@ -52,10 +58,11 @@ class OwnState final {
   std::function<void()> changed_;
   MachineFigures figures_;
   std::vector<std::unique_ptr<Neighbour>> neighbours_;
-  std::vector<Kelstore::Snapshot::Entry> figuresNow_;  // as of the last look
-  bool figuresKnown_ = false;                          // it had every figure that can be read
-  std::optional<uint64_t> waitingSinceNs_;             // since when answers came that it does not have
-  uint64_t systemDueNs_ = 0;                           // when the next figures of the system are taken
+  std::vector<Kelstore::Snapshot::Entry> figuresNow_;       // as of the last look
+  std::map<Kelstore::Path, Kelstore::Value> earlierLoads_;  // known ones that an earlier process published
+  bool figuresKnown_ = false;                               // it had every figure that can be read
+  std::optional<uint64_t> waitingSinceNs_;                  // since when answers came that it does not have
+  uint64_t systemDueNs_ = 0;                                // when the next figures of the system are taken
 };
 
 }  // namespace Member

@@ -136,6 +136,7 @@ void Publisher::listed(LeaseStore::Holdings holdings) {
     traceHandle.trace(kHealthLevel, "takes over the keys of an earlier publisher, lease {:x}", other);
   }
   holdings_ = std::move(holdings);
+  if (!written_ && listener_.earlierIs) std::exchange(listener_.earlierIs, {})(*holdings_);
   lookAgainNs_ = clock_.monotonicNs() + kLookAgainSeconds * kMsPerSecond * kNsPerMs;
   step();
 }
@@ -329,8 +330,16 @@ void Publisher::leaseEnds() {
 void Publisher::giveBack() {
   if (owners_.self == LeaseStore::kNoLease) return over(absl::OkStatus());
   enter(State::givingBack, msUntil(endByNs_));
-  offLoop_.run([store = store_, lease = owners_.self] { return store->revoke(lease); },
-               [this](const absl::Status& answer) { over(answer); });
+  bool handover = settings_.handover && !lapsing_;
+  offLoop_.run([store = store_, lease = owners_.self,
+                handover] { return handover ? store->renew(lease) : store->revoke(lease); },
+               [this, handover](const absl::Status& answer) {
+                 if (handover && answer.ok()) {
+                   traceHandle.trace(kHealthLevel, "lease {:x} is left to a successor, for {} s",
+                                     owners_.self, settings_.ttlSeconds);
+                 }
+                 over(answer);
+               });
 }
 
 // A later answer has no effect.
@@ -338,7 +347,8 @@ void Publisher::over(const absl::Status& error) {
   if (state_ == State::ended) return;
   enter(State::ended);
   if (owners_.self != LeaseStore::kNoLease && !error.ok()) {
-    traceHandle.trace(kErrorLevel, "lease {:x} is not given back: {}", owners_.self, Runtime::textOf(error));
+    traceHandle.trace(kErrorLevel, "lease {:x} is not {}: {}", owners_.self,
+                      settings_.handover ? "left to a successor" : "given back", Runtime::textOf(error));
   }
   ended_();
 }

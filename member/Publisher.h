@@ -72,12 +72,15 @@ class Publisher final {
     uint32_t ttlSeconds = 15;
     uint32_t intervalSeconds = 1;
     Runtime::Random random = Runtime::unforeseenRandom();  // varies delays
+    bool handover = false;                                 // the keys stay at the end, for a successor
   };
 
   // Callbacks, on the loop.
   struct Listener {
     std::function<void()> published;                   // once, when the store holds the content
     std::function<void(const std::string&)> statusIs;  // one line for the operator, whenever it changes
+    // Once, before the first write, with the keys that an earlier publisher left. May call contentIs().
+    std::function<void(const LeaseStore::Holdings&)> earlierIs = {};
   };
 
   // Io and clock outlive this. A call that waits may use the store for longer.
@@ -91,9 +94,10 @@ class Publisher final {
   // Sets the configuration. Keys of interfaces that were configured earlier are still deleted if the content
   // has none of them.
   void configured(const std::vector<std::string>& interfaces, uint32_t intervalSeconds);
-  // Stops writing and revokes the lease, so that the keys go; then calls `ended`, also if that fails or takes
-  // longer than kEndingMs. A transaction under way fails without the lease, or its keys go with it. Only the
-  // first call counts.
+  // Stops writing and revokes the lease, so that the keys go; with `handover`, renews it instead, so that a
+  // successor finds them, unless writes do not work. Then calls `ended`, also if that fails or takes longer
+  // than kEndingMs. A transaction under way fails without the lease, or its keys go with it. Only the first
+  // call counts.
   void end(std::function<void()> ended);
 
   State state() const { return state_; }

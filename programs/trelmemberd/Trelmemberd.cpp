@@ -27,8 +27,12 @@ std::vector<std::string> interfacesOf(const Config& config) {
   return interfaces;
 }
 
-Publisher::Settings settingsOf(const Config& config) {
-  return {config.member, interfacesOf(config), config.ttlSeconds, config.intervalSeconds};
+Publisher::Settings settingsOf(const Config& config, bool handover) {
+  return {.member = config.member,
+          .interfaces = interfacesOf(config),
+          .ttlSeconds = config.ttlSeconds,
+          .intervalSeconds = config.intervalSeconds,
+          .handover = handover};
 }
 
 }  // namespace
@@ -50,7 +54,7 @@ std::shared_ptr<LeaseStore> storeOf(const Config& config) {
                                           patience);
 }
 
-Trelmemberd::Trelmemberd(std::string path, const Config& config, Host::TraceLog& log,
+Trelmemberd::Trelmemberd(std::string path, const Config& config, bool handover, Host::TraceLog& log,
                          const Zavro::Clock& clock, Runtime::Threads& threads)
     : path_(std::move(path)),
       config_(config),
@@ -59,9 +63,9 @@ Trelmemberd::Trelmemberd(std::string path, const Config& config, Host::TraceLog&
       interrupt_(loop_, SIGINT, [this] { end(); }),
       systemd_(loop_),
       io_(loop_, threads),
-      publisher_(
-          settingsOf(config), storeOf(config), io_, clock,
-          {[this] { systemd_.ready(); }, [this](const std::string& line) { systemd_.statusIs(line); }}),
+      publisher_(settingsOf(config, handover), storeOf(config), io_, clock,
+                 {[this] { systemd_.ready(); }, [this](const std::string& line) { systemd_.statusIs(line); },
+                  [this](const LeaseStore::Holdings& holdings) { state_.earlierIs(holdings); }}),
       links_(io_, [this] { state_.linksChanged(); }),
       state_(config, std::make_shared<LinuxMachine>(), std::make_shared<PingProbe>(), links_, io_, clock,
              [this] { publish(); }),

@@ -26,13 +26,14 @@ std::shared_ptr<LeaseStore> storeOf(const Config& config);
 
 class Trelmemberd final {
  public:
-  // `path` is the configuration's file. Log, clock and threads outlive this; threads may still be working
-  // when it is destroyed. Throws std::runtime_error, in one line, when the kernel refuses to report network
-  // devices.
-  Trelmemberd(std::string path, const Config& config, Host::TraceLog& log, const Zavro::Clock& clock,
-              Runtime::Threads& threads);
+  // `path` is the configuration's file; handover: the rows are left to a successor at the end. Log, clock and
+  // threads outlive this; threads may still be working when it is destroyed. Throws std::runtime_error, in
+  // one line, when the kernel refuses to report network devices.
+  Trelmemberd(std::string path, const Config& config, bool handover, Host::TraceLog& log,
+              const Zavro::Clock& clock, Runtime::Threads& threads);
 
-  // Publishes until SIGTERM or SIGINT, then revokes the lease. SIGHUP reloads the configuration.
+  // Publishes until SIGTERM or SIGINT, then revokes the lease or hands it over. SIGHUP reloads the
+  // configuration.
   void run();
 
  private:

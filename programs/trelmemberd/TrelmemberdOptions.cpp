@@ -36,6 +36,9 @@ ParsedOptions parseOptions(int argc, const char* const* argv) {
   app.add_flag("--mappings", options.mappings,
                "Print the storage mappings that this machine suggests, for trelctl import, and exit")
       ->excludes(check);
+  app.add_flag(
+      "--handover", options.handover,
+      "Leave the rows to a successor at the end, for as long as the lease lasts, instead of deleting them");
   Host::describeTraces(app, options.log);
   parsed.exitCode = Runtime::parseCommandLine(app, argc, argv, [] {});
   return parsed;

@@ -11,6 +11,7 @@ struct Options {
   std::string config;     // the configuration's path
   bool check = false;     // only check the configuration
   bool mappings = false;  // only print the suggested storage mappings
+  bool handover = false;  // leave the rows to a successor at the end
   Host::TraceOptions log;
 };
 

@@ -27,7 +27,7 @@ int publish(const Member::Options& options, const Member::ParsedConfig& parsed, 
   try {
     Host::TraceLog log("trelmemberd", options.log);
     for (const std::string& warning : parsed.warnings) Member::traceHandle.trace(1, "{}", warning);
-    Member::Trelmemberd daemon(options.config, parsed.config, log, clock, threads);
+    Member::Trelmemberd daemon(options.config, parsed.config, options.handover, log, clock, threads);
     daemon.run();
   } catch (const std::runtime_error& error) {
     Runtime::complain("trelmemberd", error.what());

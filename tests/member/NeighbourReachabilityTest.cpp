@@ -354,5 +354,65 @@ TEST_F(ReachabilityTest, AnyInputs_ChangesForTheBetterAreBounded_AndANeighbourTh
   }
 }
 
+// After a restart: what the process before found holds until this one finds out otherwise.
+
+TEST_F(ReachabilityTest, EarlierStateIsFoundAgain_NothingChanged) {
+  const std::pair<NeighbourReachability::State, std::string_view> kFound[] = {
+      {NeighbourReachability::State::reachable, "aaaaaaaa"},
+      {NeighbourReachability::State::unreachable, "llllllll"},
+      {NeighbourReachability::State::degraded, "alalalal"}};
+  for (auto [state, steps] : kFound) {
+    anew();
+    after("u");
+    reachability_->earlierIs(state, kStartNs - 7);
+    std::string letters = after(steps);
+    EXPECT_EQ(letters, std::string(letters.size(), letters[0]));
+    EXPECT_EQ(reachability_->state(), state);
+    EXPECT_EQ(reachability_->lastChangeNs(), kStartNs - 7);
+  }
+}
+
+TEST_F(ReachabilityTest, EarlierStateIsNotFoundAgain_ChangesAsIfItHadBeenFoundHere) {
+  after("u");
+  reachability_->earlierIs(NeighbourReachability::State::reachable, kStartNs - 7);
+  EXPECT_EQ(after("lll"), "RRU");
+  EXPECT_EQ(lastChange(), 4u);
+  anew();
+  after("u");
+  reachability_->earlierIs(NeighbourReachability::State::unreachable, kStartNs - 7);
+  EXPECT_EQ(after("aaa"), "UUR");
+  anew();
+  after("u");
+  reachability_->earlierIs(NeighbourReachability::State::degraded, kStartNs - 7);
+  EXPECT_EQ(after("a"), "G") << "it would be so again after two losses";
+  EXPECT_EQ(after(std::string(settings_.window, 'a')).back(), 'R');
+}
+
+TEST_F(ReachabilityTest, EarlierStateComesLate_WhatWasFoundHereCounts_AndSinceWhenIfItIsTheSame) {
+  after("uaaa");
+  reachability_->earlierIs(NeighbourReachability::State::unreachable, kStartNs - 7);
+  EXPECT_EQ(letter(), "R");
+  EXPECT_EQ(lastChange(), 4u);
+  reachability_->earlierIs(NeighbourReachability::State::reachable, kStartNs - 7);
+  EXPECT_EQ(reachability_->lastChangeNs(), kStartNs - 7);
+  after("d");
+  reachability_->earlierIs(NeighbourReachability::State::reachable, kStartNs - 7);
+  EXPECT_EQ(letter(), "U");
+}
+
+TEST_F(ReachabilityTest, EarlierStateThatSaysNothing_IsNotTakenOver) {
+  after("u");
+  for (auto state : {NeighbourReachability::State::unknown, NeighbourReachability::State::disabled})
+    reachability_->earlierIs(state, kStartNs - 7);
+  EXPECT_EQ(letter(), "I");
+  EXPECT_EQ(lastChange(), 1u);
+}
+
+TEST_F(ReachabilityTest, EarlierStateIsOfAClockAhead_IsNotInTheFuture) {
+  after("u");
+  reachability_->earlierIs(NeighbourReachability::State::reachable, kStartNs + 1000 * kStepNs);
+  EXPECT_EQ(lastChange(), 1u);
+}
+
 }  // namespace
 }  // namespace Member

@@ -308,5 +308,51 @@ TEST_F(MountsInTurnTest, EachWasHeardButNotTakenOver_NotKnown) {
   EXPECT_GE(known, 4);
 }
 
+LeaseStore::Holdings earlier(const std::map<std::string, std::string>& texts, LeaseStore::Lease lease = 7) {
+  LeaseStore::Holdings holdings;
+  for (const auto& [name, text] : texts) {
+    auto kind = name.starts_with("processors") ? Kelstore::Kind::processor : Kelstore::Kind::reachability;
+    holdings[{kind, "1", name.substr(name.find('/') + 1)}] = {text, lease, 1};
+  }
+  return holdings;
+}
+
+TEST_F(OwnStateTest, EarlierProcessPublished_ThatHoldsUntilItIsFoundOtherwise) {
+  devicesAre(Device{12, true, true}, Device{13, true, true});
+  probe_->answer = true;
+  start();
+  int changes = changes_;
+  state_.earlierIs(
+      earlier({{"reachability/2", R"({"state": "reachable", "intf": "Backplane1/2", "lastChange": 9})"},
+               {"reachability/3", R"({"state": "unreachable", "intf": "Backplane1/3", "lastChange": 8})"},
+               {"processors/1", R"({"load": 33})"}}));
+  EXPECT_GT(changes_, changes);
+  std::string before =
+      R"(members/1/reachability/2 {"intf":"Backplane1/2","lastChange":9,"state":"reachable"})";
+  EXPECT_THAT(entries(), IsSupersetOf({before, std::string(R"(members/1/processors/1 {"load":33})")}));
+  EXPECT_THAT(entries(), Contains(R"(members/1/reachability/3 {"intf":"Backplane1/3","lastChange":8,)"
+                                  R"("state":"unreachable"})"));
+  machine_->times = std::vector<ProcessorTime>{{0, 150, 1100}};
+  io_.advance(2000);
+  EXPECT_THAT(entries(), Contains(before));
+  EXPECT_THAT(entries(), Contains(StartsWith(R"(members/1/reachability/3)")));
+  EXPECT_THAT(entries(), Not(Contains(testing::HasSubstr(R"({"load":33})")))) << "it is measured";
+}
+
+TEST_F(OwnStateTest, EarlierReportsThatDoNotFit_AreIgnored) {
+  devicesAre(Device{12, true, true}, Device{13, true, true});
+  start();
+  auto before = entries();
+  state_.earlierIs(
+      earlier({{"reachability/2", R"({"state": "reachable", "intf": "Backplane9/2", "lastChange": 9})"},
+               {"reachability/3", "{no JSON"},
+               {"reachability/4", R"({"state": "reachable", "intf": "Backplane1/3", "lastChange": 8})"},
+               {"processors/1", R"({"load": "high"})"},
+               {"processors/99", R"({"load": 5})"}}));
+  state_.earlierIs(
+      earlier({{"reachability/2", R"({"state": "reachable", "intf": "Backplane1/2", "lastChange": 9})"}}, 0));
+  EXPECT_EQ(entries(), before);
+}
+
 }  // namespace
 }  // namespace Member

@@ -31,6 +31,26 @@ TEST_F(PublisherTest, PredecessorsKeys_AreTakenOverAndItsOthersDeleted) {
   EXPECT_EQ(store_->content().size(), 4u);
 }
 
+TEST_F(PublisherTest, PredecessorsKeys_AreToldBeforeTheFirstWrite_Once) {
+  store_->put(processor("1"), R"({"load":99})", kOther);
+  std::vector<LeaseStore::Holdings> told;
+  Publisher::Listener listening = listener();
+  listening.earlierIs = [&](const LeaseStore::Holdings& holdings) {
+    told.push_back(holdings);
+    load(99);
+  };
+  publisher_.emplace(Publisher::Settings{1, {"B1", "B2"}, 15, 1, kRandom}, store_, io_, clock_, listening);
+  say();
+  pass(0);
+  ASSERT_EQ(told.size(), 1u);
+  EXPECT_EQ(told[0].at(processor("1")).text, R"({"load":99})");
+  EXPECT_THAT(store_->content(), Contains(R"(members/1/processors/1={"load":99}@101)"));
+  EXPECT_EQ(store_->calls["write"], 1);
+  store_->expire(101);
+  pass(40 * kSecond);
+  EXPECT_EQ(told.size(), 1u);
+}
+
 TEST_F(PublisherTest, KeysWithoutALease_AreTakenOver) {
   store_->put(processor("1"), R"({"load":10})", LeaseStore::kNoLease);
   store_->put(processor("9"), R"({"load":10})", LeaseStore::kNoLease);

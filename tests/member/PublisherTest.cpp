@@ -152,6 +152,54 @@ TEST_F(PublisherTest, EndWhileAWriteIsUnderWay_TheLeaseIsGivenBackAtOnce) {
   EXPECT_THAT(store_->leases, IsEmpty());
 }
 
+// Ends a publisher that is to leave its keys to a successor.
+class HandoverTest : public PublisherTest {
+ protected:
+  void start() {
+    Publisher::Settings settings{1, {"B1", "B2"}, 15, 1, kRandom};
+    settings.handover = true;
+    publisher_.emplace(settings, store_, io_, clock_, listener());
+    say();
+    pass(0);
+  }
+  void end() {
+    publisher_->end([&] { ++ended_; });
+    pass(0);
+  }
+
+  int ended_ = 0;
+};
+
+TEST_F(HandoverTest, End_TheLeaseIsRenewedOnceMore_AndTheKeysStay) {
+  start();
+  auto before = store_->content();
+  end();
+  EXPECT_EQ(ended_, 1);
+  EXPECT_EQ(store_->calls["renew"], 1);
+  EXPECT_EQ(store_->calls["revoke"], 0);
+  pass(60 * kSecond);
+  EXPECT_EQ(store_->calls["renew"], 1);
+  EXPECT_EQ(store_->content(), before);
+  EXPECT_THAT(trace_.lines(), Contains("Member/1 lease 65 is left to a successor, for 15 s"));
+}
+
+TEST_F(HandoverTest, EndAndTheStoreFails_IsSaid) {
+  start();
+  store_->failing = {"all"};
+  end();
+  EXPECT_EQ(ended_, 1);
+  EXPECT_THAT(errors(), ElementsAre("Member/0 lease 65 is not left to a successor: renew failed"));
+}
+
+TEST_F(HandoverTest, WritesDoNotWork_TheKeysGoAllTheSame) {
+  start();
+  store_->failing = {"write"};
+  pass(20 * kSecond);
+  end();
+  EXPECT_EQ(ended_, 1);
+  EXPECT_EQ(store_->calls["revoke"], 1);
+}
+
 TEST_F(PublisherTest, EndWithoutALease_IsAtOnce) {
   store_->failing = {"all"};
   start();

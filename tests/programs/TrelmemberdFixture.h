@@ -51,7 +51,9 @@ class TrelmemberdTest : public testing::Test {
                                         member, servers, ttlSeconds, neighbours, access_.dump()));
   }
   std::unique_ptr<Process> start(const std::string& config, const Support::Env& env = {}) {
-    return std::make_unique<Process>(Support::Argv{TRELMEMBERD, "--config", config}, env);
+    Support::Argv command{TRELMEMBERD, "--config", config};
+    if (handover_) command.push_back("--handover");
+    return std::make_unique<Process>(command, env);
   }
   // Waits until the program's log has the text.
   static testing::AssertionResult awaitLine(const Process& process, const std::string& text,
@@ -105,6 +107,7 @@ class TrelmemberdTest : public testing::Test {
   Support::TempDir directory_;
   std::unique_ptr<Support::EtcdCluster> etcd_;
   std::unique_ptr<Client> client_;
+  bool handover_ = false;                             // how processes are started
   nlohmann::json access_ = nlohmann::json::object();  // that processes are configured with
 };
 

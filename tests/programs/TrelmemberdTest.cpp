@@ -259,5 +259,58 @@ TEST_F(CableTest, StateThatStays_IsNotWrittenAgain) {
   EXPECT_EQ(keys()["members/1/reachability/2"].modRevision, revision);
 }
 
+// What the store sees while the publisher of a reachable neighbour is replaced.
+class RestartTest : public CableTest {
+ protected:
+  // Starts another one, after `end`, and returns all changes from before the end until it has published for a
+  // while, as etcdctl shows them.
+  std::string changesOver(const std::function<void()>& end) {
+    EXPECT_TRUE(awaitWrites(3)) << "loads take two measurements";
+    before_ = value("members/1/reachability/2");
+    lease_ = keys()["members/1/system"].lease;
+    Process watch({"etcdctl", "--endpoints=" + etcd_->endpointList(), "watch", "--prefix", "trel/members/1/",
+                   "-w", "simple"},
+                  {"ETCDCTL_API=3"});
+    EXPECT_TRUE(waitUntil([&] { return !watch.out().empty(); }, 20s)) << watch.err();
+    end();
+    process_ = start(config(1, R"({"member": 2, "interface": "Backplane1/2", "device": "bp",
+                                   "address": "10.1.0.2", "probe": {"intervalMs": 200, "timeoutMs": 200}})"));
+    EXPECT_TRUE(waitUntil([&] { return keys()["members/1/system"].lease != lease_; }, 20s))
+        << process_->err();
+    EXPECT_TRUE(awaitWrites(3));
+    EXPECT_EQ(value("members/1/reachability/2"), before_) << process_->err();
+    return watch.out();
+  }
+
+  nlohmann::json before_;
+  int64_t lease_ = 0;
+};
+
+TEST_F(RestartTest, KilledAndStartedAgain_TheReportOnTheNeighbourDoesNotChange_NorDoesALoad) {
+  std::string changes = changesOver([&] {
+    process_->signal(SIGKILL);
+    process_->wait();
+  });
+  EXPECT_THAT(changes, HasSubstr("reachability/2"));
+  EXPECT_THAT(changes, testing::Not(HasSubstr("initializing")));
+  EXPECT_THAT(changes, testing::Not(HasSubstr("\"load\":-1")));
+  EXPECT_THAT(changes, testing::Not(HasSubstr("DELETE")));
+}
+
+TEST_F(RestartTest, RestartedWithHandover_NoRowGoes) {
+  process_->stop();
+  handover_ = true;
+  process_ = start(config(1, R"({"member": 2, "interface": "Backplane1/2", "device": "bp",
+                                 "address": "10.1.0.2", "probe": {"intervalMs": 200, "timeoutMs": 200}})"));
+  ASSERT_TRUE(awaitState("reachable")) << process_->err();
+  std::string changes = changesOver([&] {
+    EXPECT_EQ(process_->stop(), 0);
+    EXPECT_THAT(process_->err(), HasSubstr("is left to a successor"));
+  });
+  EXPECT_THAT(changes, testing::Not(HasSubstr("initializing")));
+  EXPECT_THAT(changes, testing::Not(HasSubstr("\"load\":-1")));
+  EXPECT_THAT(changes, testing::Not(HasSubstr("DELETE")));
+}
+
 }  // namespace
 }  // namespace Member
