@@ -108,8 +108,8 @@ class Table {
     return found == tree_.end() ? nullptr : &*found;
   }
 
-  // The row under a key, or the position to insert one. Valid until the table changes. Scans go through keys in order: a
-  // key that comes right after the last one written takes no search.
+  // The row under a key, or the position to insert one. Valid until the table changes. Scans go through keys
+  // in order: a key that comes right after the last one written takes no search.
   struct Place {
     Row* row;  // null when there is none
     typename Tree::insert_commit_data where;
