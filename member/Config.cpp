@@ -177,6 +177,7 @@ void readAll(const json& document, const CheckStore& checkStore, JsonNotes& note
     access.optional("credentials", kPath, config.access.credentialsFile);
   });
   fields.optional("ttl", integer(2, 3600), config.ttlSeconds);
+  fields.optional("hold", integer(0, 2592000), config.holdSeconds);
   fields.optional("interval", integer(1, 3600), config.intervalSeconds);
   fields.optional("figuresInterval",
                   integer(MachineFigures::kMinIntervalSeconds, MachineFigures::kMaxIntervalSeconds),
@@ -219,6 +220,7 @@ std::vector<std::string> fixedDifferences(const Config& before, const Config& no
   compare("store", before.store == now.store);
   compare("access", before.access == now.access);
   compare("ttl", before.ttlSeconds == now.ttlSeconds);
+  compare("hold", before.holdSeconds == now.holdSeconds);
   return names;
 }
 

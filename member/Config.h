@@ -46,6 +46,7 @@ struct Config {
   std::string store;  // "etcd:HOST:PORT[,...]/PREFIX"
   Kelstore::Etcd::Access access;
   uint32_t ttlSeconds = 15;
+  uint32_t holdSeconds = 300;    // how long a store with another history does not count
   uint32_t intervalSeconds = 1;  // between two transactions, at least
   uint32_t figuresIntervalSeconds = MachineFigures::kDefaultIntervalSeconds;
   std::string indexFile;  // keeps the indexes of suggested mappings; empty: none

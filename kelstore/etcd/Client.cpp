@@ -8,6 +8,7 @@
 
 #include "kelstore/etcd/Channels.h"
 #include "kelstore/etcd/Endpoints.h"
+#include "kelstore/etcd/History.h"
 #include "kelstore/etcd/KeyTable.h"
 #include "kelstore/etcd/RpcMessages.h"
 #include "kelstore/etcd/rpc.grpc.pb.h"
@@ -41,7 +42,10 @@ class Client::Impl {
   using Attempt = std::function<grpc::Status(const Channel& channel, grpc::ClientContext& context)>;
 
   Impl(std::vector<std::string> endpoints, Access access, Options options)
-      : endpoints_(std::move(endpoints)), access_(std::move(access)), options_(options) {}
+      : endpoints_(std::move(endpoints)),
+        access_(std::move(access)),
+        options_(options),
+        history_(static_cast<uint64_t>(options.hold.count()), endpoints_.size()) {}
 
   const Options& options() const { return options_; }
   const std::string& endpoint() const { return endpoints_.current(); }
@@ -74,8 +78,31 @@ class Client::Impl {
       // A channel that failed fails further calls for a while; a new one connects at once.
       channel_.reset();
       endpoints_.next();
+      history_.serverLeft();
     }
     return {status.code(), failures};
+  }
+
+  // Whether the answer is one of the store that is known, or of one that counts in its place. `latest`: the
+  // server had seen every revision when it answered.
+  grpc::Status believed(const Rpc::ResponseHeader& answer, bool latest) {
+    if (options_.hold.count() == 0) return grpc::Status::OK;
+    Header header = headerOf(answer);
+    auto now = std::chrono::steady_clock::now().time_since_epoch();
+    auto nowMs = static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::milliseconds>(now).count());
+    bool foreign = latest ? history_.foreign(header, revision_)
+                          : history_.known() && header.clusterId != history_.at(0).clusterId;
+    if (foreign && !history_.overdue(nowMs)) {
+      return {grpc::StatusCode::UNAVAILABLE,
+              "another store: " + history_.difference(header) + "; nothing is published there yet"};
+    }
+    if (foreign || latest) {
+      history_.is(header, nowMs);
+      revision_ = latest ? header.revision : 0;
+    } else {
+      history_.confirmed(nowMs);
+    }
+    return grpc::Status::OK;
   }
 
   // The page, or why there is none.
@@ -90,7 +117,7 @@ class Client::Impl {
       response.Clear();
       grpc::Status end = Rpc::KV::NewStub(channel)->Range(&context, request, &response);
       failure = end.ok() ? PageFailure::other : failureOf(end);
-      return end;
+      return end.ok() ? believed(response.header(), true) : end;
     });
     if (!status.ok()) return {status, failure};
     return {pageOf(response, options_.valueBytes), std::nullopt};
@@ -105,7 +132,9 @@ class Client::Impl {
                      const Request& request, Response& response) {
     return call([&](const Channel& channel, grpc::ClientContext& context) {
       response.Clear();
-      return (Service::NewStub(channel).get()->*method)(&context, request, &response);
+      grpc::Status end = (Service::NewStub(channel).get()->*method)(&context, request, &response);
+      constexpr bool kLatest = !std::is_same_v<Response, Rpc::LeaseTimeToLiveResponse>;
+      return end.ok() ? believed(response.header(), kLatest) : end;
     });
   }
 
@@ -149,7 +178,9 @@ class Client::Impl {
   const Options options_;
   Channel channel_;
   std::optional<std::string> token_;  // empty: calls need none
-  bool mayBeDone_ = false;            // whether the last attempt failed, but may have been carried out
+  History history_;
+  int64_t revision_ = 0;    // the latest that an answer had
+  bool mayBeDone_ = false;  // whether the last attempt failed, but may have been carried out
   bool repeated_ = false;
 };
 
@@ -267,7 +298,7 @@ absl::StatusOr<std::chrono::seconds> Client::keepAliveOnce(int64_t lease) {
       // The answer is there; nobody needs the end of the stream.
       context.TryCancel();
       stream->Finish();
-      return grpc::Status::OK;
+      return impl_->believed(response.header(), false);
     }
     grpc::Status end = stream->Finish();
     return end.ok() ? grpc::Status(grpc::StatusCode::UNAVAILABLE, "the stream ended without an answer") : end;

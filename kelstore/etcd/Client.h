@@ -45,6 +45,9 @@ class Client final : public Calls {
     std::chrono::milliseconds deadline = std::chrono::seconds(5);  // of one call, all endpoints together
     int64_t pageKeys = PageSize::kUsual;                           // keys in one page of a listing, at most
     size_t valueBytes = std::numeric_limits<size_t>::max();        // larger values are left out of listings
+    // For so long a store with another history than the one known is taken for unavailable (History.h); 0:
+    // any counts.
+    std::chrono::milliseconds hold{0};
   };
 
   // endpoints: "host:port" each. Connects with the first call. Requires: there is an endpoint.

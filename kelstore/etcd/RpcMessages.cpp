@@ -5,10 +5,6 @@
 namespace Kelstore::Etcd {
 namespace {
 
-Header headerOf(const etcdserverpb::ResponseHeader& header) {
-  return {header.cluster_id(), header.revision(), header.raft_term()};
-}
-
 Record recordOf(etcdserverpb::KeyValue& keyValue, size_t valueBytes) {
   Record record{std::move(*keyValue.mutable_key()), std::move(*keyValue.mutable_value()),
                 keyValue.mod_revision(), keyValue.lease()};
@@ -26,6 +22,10 @@ etcdserverpb::RangeRequest rangeRequest(const std::string& from, const std::stri
   request.set_revision(revision);
   request.set_limit(limit);
   return request;
+}
+
+Header headerOf(const etcdserverpb::ResponseHeader& header) {
+  return {header.cluster_id(), header.revision(), header.raft_term()};
 }
 
 Page pageOf(etcdserverpb::RangeResponse& response, size_t valueBytes) {

@@ -18,6 +18,8 @@ namespace Kelstore::Etcd {
 etcdserverpb::RangeRequest rangeRequest(const std::string& from, const std::string& end, int64_t revision,
                                         int64_t limit);
 
+Header headerOf(const etcdserverpb::ResponseHeader& header);
+
 // Move the texts out of the response. Values of more than `valueBytes` are left out.
 Page pageOf(etcdserverpb::RangeResponse& response, size_t valueBytes);
 WatchResponse watchResponseOf(etcdserverpb::WatchResponse& response, size_t valueBytes);

@@ -24,14 +24,15 @@ EtcdLeaseStore::EtcdLeaseStore(uint8_t member, const Etcd::Address& address, con
     : member_(member),
       keys_(address.prefix),
       // A larger value is none that a publisher wrote.
-      calls_{
-          .mutex = {},
-          .client = Etcd::Client(address.endpoints, access, {.valueBytes = Kelstore::Limits().valueBytes})},
+      calls_{.mutex = {},
+             .client = Etcd::Client(address.endpoints, access,
+                                    {.valueBytes = Kelstore::Limits().valueBytes, .hold = patience.hold})},
       renewals_{.mutex = {},
-                .client = Etcd::Client(address.endpoints, access, {.deadline = patience.renewal})},
+                .client = Etcd::Client(address.endpoints, access,
+                                       {.deadline = patience.renewal, .hold = patience.hold})},
       revocations_{.mutex = {},
-                   .client = Etcd::Client(address.endpoints, access, {.deadline = patience.revocation / 2})} {
-}
+                   .client = Etcd::Client(address.endpoints, access,
+                                          {.deadline = patience.revocation / 2, .hold = patience.hold})} {}
 
 void EtcdLeaseStore::answered(const Etcd::Client& client) {
   std::lock_guard lock(answeringMutex_);

@@ -14,10 +14,12 @@ namespace Member {
 
 class EtcdLeaseStore final : public LeaseStore {
  public:
-  // The deadlines of what is asked of the store, over all servers; others have the client's default.
+  // The deadlines of what is asked of the store, over all servers; others have the client's default. hold:
+  // for how long a store with another history than the one known is taken for unavailable.
   struct Patience {
     std::chrono::milliseconds renewal;
     std::chrono::milliseconds revocation;
+    std::chrono::milliseconds hold{0};
   };
   EtcdLeaseStore(uint8_t member, const Kelstore::Etcd::Address& address, const Kelstore::Etcd::Access& access,
                  const Patience& patience);

@@ -49,7 +49,8 @@ ParsedConfig usableConfig(const std::string& path) {
 std::shared_ptr<LeaseStore> storeOf(const Config& config) {
   // A revocation succeeds or fails before the end stops waiting for it, so that a failure is reported.
   EtcdLeaseStore::Patience patience{std::chrono::milliseconds(config.ttlSeconds * 1000 / 3),
-                                    std::chrono::milliseconds(Publisher::kEndingMs * 9 / 10)};
+                                    std::chrono::milliseconds(Publisher::kEndingMs * 9 / 10),
+                                    std::chrono::seconds(config.holdSeconds)};
   return std::make_shared<EtcdLeaseStore>(config.member, *Etcd::parseStore(config.store), config.access,
                                           patience);
 }

@@ -63,7 +63,7 @@ TEST(ConfigTest, Example_IsWhatTheDefaultsAre) {
 TEST(ConfigTest, EveryMember_IsTaken) {
   ParsedConfig result =
       with(R"("access": {"ca": "a", "cert": "b", "key": "c", "credentials": "d"},
-      "ttl": 7, "interval": 2, "figuresInterval": 9, "indexFile": "/i", "neighbours": [)" +
+      "ttl": 7, "hold": 8, "interval": 2, "figuresInterval": 9, "indexFile": "/i", "neighbours": [)" +
            neighbour(R"("ifIndex": 1002, "enabled": false, "probe": {"intervalMs": 300, "timeoutMs": 200,
       "lossesDown": 4, "answersUp": 5, "window": 6, "windowLosses": 1})") +
            "]");
@@ -74,6 +74,7 @@ TEST(ConfigTest, EveryMember_IsTaken) {
       config.access.caFile + config.access.certFile + config.access.keyFile + config.access.credentialsFile,
       "abcd");
   EXPECT_EQ(config.ttlSeconds, 7u);
+  EXPECT_EQ(config.holdSeconds, 8u);
   EXPECT_EQ(config.intervalSeconds, 2u);
   EXPECT_EQ(config.figuresIntervalSeconds, 9u);
   EXPECT_EQ(config.indexFile, "/i");
@@ -283,7 +284,8 @@ TEST(ConfigTest, WhatCountsFromStartToEnd_IsNamed) {
   now.store = "etcd:other";
   now.access.caFile = "ca.pem";
   now.ttlSeconds = 9;
-  EXPECT_THAT(fixedDifferences(before, now), ElementsAre("member", "store", "access", "ttl"));
+  now.holdSeconds = 9;
+  EXPECT_THAT(fixedDifferences(before, now), ElementsAre("member", "store", "access", "ttl", "hold"));
 }
 
 TEST(ConfigTest, AnyTextCutAnywhere_IsNoCrash) {

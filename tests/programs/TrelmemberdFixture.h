@@ -45,10 +45,11 @@ class TrelmemberdTest : public testing::Test {
     return config(member, neighbours, etcd_->endpointList(), ttlSeconds);
   }
   std::string config(int member, const std::string& neighbours, const std::string& servers, int ttlSeconds) {
-    return directory_.write(fmt::format("{}.json", member),
-                            fmt::format(R"({{"member": {}, "store": "etcd:{}/trel", "ttl": {},
+    return directory_.write(
+        fmt::format("{}.json", member),
+        fmt::format(R"({{"member": {}, "store": "etcd:{}/trel", "ttl": {}, "hold": {},
                                              "figuresInterval": 1, "neighbours": [{}], "access": {}}})",
-                                        member, servers, ttlSeconds, neighbours, access_.dump()));
+                    member, servers, ttlSeconds, holdSeconds_, neighbours, access_.dump()));
   }
   std::unique_ptr<Process> start(const std::string& config, const Support::Env& env = {}) {
     Support::Argv command{TRELMEMBERD, "--config", config};
@@ -107,7 +108,8 @@ class TrelmemberdTest : public testing::Test {
   Support::TempDir directory_;
   std::unique_ptr<Support::EtcdCluster> etcd_;
   std::unique_ptr<Client> client_;
-  bool handover_ = false;                             // how processes are started
+  bool handover_ = false;  // how processes are started
+  int holdSeconds_ = 300;
   nlohmann::json access_ = nlohmann::json::object();  // that processes are configured with
 };
 

@@ -13,7 +13,7 @@
 namespace Member {
 namespace {
 
-using testing::HasSubstr;
+using testing::HasSubstr, testing::IsEmpty;
 
 TEST_F(TrelmemberdTest, StoreIsAwayForAWhile_GoesOnAndIsBack) {
   auto process = start(config(1, loopback()));
@@ -28,13 +28,31 @@ TEST_F(TrelmemberdTest, StoreIsAwayForAWhile_GoesOnAndIsBack) {
   EXPECT_TRUE(waitUntil([&] { return keys()["members/1/system"].modRevision > revision; }));
 }
 
-TEST_F(TrelmemberdTest, StoreComesBackEmpty_EverythingIsWrittenAnew) {
+TEST_F(TrelmemberdTest, StoreComesBackEmpty_NothingIsWrittenBeforeTheHoldIsOver_ThenEverythingAnew) {
+  holdSeconds_ = 4;
   auto process = start(config(1, loopback()));
   ASSERT_TRUE(awaitKey("members/1/system")) << process->err();
   auto before = names();
   etcd_->restartEmpty();
+  EXPECT_TRUE(awaitLine(*process, "another store: found cluster"));
+  EXPECT_THAT(names(), IsEmpty());
   EXPECT_TRUE(waitUntil([&] { return names() == before; }, 20s)) << process->err();
   EXPECT_TRUE(awaitLine(*process, "is gone: everything is written anew"));
+}
+
+TEST_F(TrelmemberdTest, OneOfTwoServersIsAnotherCluster_NothingIsWrittenThere) {
+  Support::EtcdCluster other;
+  Kelstore::Etcd::Client otherClient({other.endpoint()}, {});
+  Support::Relay known(Support::portOf(etcd_->endpoint()));
+  auto process = start(config(1, loopback(), known.endpoint() + "," + other.endpoint(), kTtlSeconds));
+  ASSERT_TRUE(awaitKey("members/1/system")) << process->err();
+  known.cut();
+  EXPECT_TRUE(awaitLine(*process, "another store: found cluster"));
+  auto listing = otherClient.range({"trel/", "trel0"});
+  ASSERT_TRUE(listing.ok()) << listing.status();
+  EXPECT_THAT(listing->records, IsEmpty());
+  known.heal();
+  EXPECT_TRUE(awaitLine(*process, "the store works again", 20s));
 }
 
 TEST_F(TrelmemberdTest, StoreIsAwayAtTheEnd_EndsSoonAllTheSame_AndSaysWhatStays) {
