@@ -94,7 +94,10 @@ class Client::Impl {
                           : history_.known() && header.clusterId != history_.at(0).clusterId;
     if (foreign && !history_.overdue(nowMs)) {
       return {grpc::StatusCode::UNAVAILABLE,
-              "another store: " + history_.difference(header) + "; nothing is published there yet"};
+              fmt::format("another store: {}; nothing is written to it until no server has had the expected "
+                          "one for {} s, or "
+                          "this program is started again",
+                          history_.difference(header), options_.hold.count() / 1000)};
     }
     if (foreign || latest) {
       history_.is(header, nowMs);

@@ -119,7 +119,8 @@ void Follower::otherStoreIs(uint64_t nowMs, const Header& header) {
   }
   otherStore_ = fmt::format(
       "{}: was it wiped or restored, or is the address wrong? What was read before stays until no server has "
-      "had the expected one for {} s; to take this one over now: trelctl store accept",
+      "had the expected one for {} s; to take this one over now: restart trelmemberd on each member, then "
+      "trelctl store accept",
       found, holdSeconds);
   otherEndpoint_ = endpoint();
   lost(nowMs, otherStore_);
