@@ -63,7 +63,7 @@ TEST_F(ThreeStoresTest, WipedServerIsNext_WhatIsKnownStays_AndTheServerBehindItI
   EXPECT_EQ(follower_.otherStore(),
             "h1:1: found cluster 8, expected 7: was it wiped or restored, or is the address wrong? What was "
             "read before stays until no server has had the expected one for 300 s; to take this one over "
-            "now: trelctl store accept");
+            "now: restart trelmemberd on each member, then trelctl store accept");
   EXPECT_EQ(follower_.lastError(), follower_.otherStore());
   next();
   EXPECT_EQ(follower_.endpoint(), "h2:1");
