@@ -78,7 +78,7 @@ class Client::Impl {
       // A channel that failed fails further calls for a while; a new one connects at once.
       channel_.reset();
       endpoints_.next();
-      history_.serverLeft();
+      history_.serverLeft(nowMs());
     }
     return {status.code(), failures};
   }
@@ -88,11 +88,10 @@ class Client::Impl {
   grpc::Status believed(const Rpc::ResponseHeader& answer, bool latest) {
     if (options_.hold.count() == 0) return grpc::Status::OK;
     Header header = headerOf(answer);
-    auto now = std::chrono::steady_clock::now().time_since_epoch();
-    auto nowMs = static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::milliseconds>(now).count());
     bool foreign = latest ? history_.foreign(header, revision_)
                           : history_.known() && header.clusterId != history_.at(0).clusterId;
-    if (foreign && !history_.overdue(nowMs)) {
+    if (foreign) history_.contradicted(nowMs());
+    if (foreign && !history_.overdue()) {
       return {grpc::StatusCode::UNAVAILABLE,
               fmt::format("another store: {}; nothing is written to it until no server has had the expected "
                           "one for {} s, or "
@@ -100,10 +99,10 @@ class Client::Impl {
                           history_.difference(header), options_.hold.count() / 1000)};
     }
     if (foreign || latest) {
-      history_.is(header, nowMs);
+      history_.is(header);
       revision_ = latest ? header.revision : 0;
     } else {
-      history_.confirmed(nowMs);
+      history_.confirmed();
     }
     return grpc::Status::OK;
   }
@@ -163,6 +162,11 @@ class Client::Impl {
       if (!renewal.dueAfter(access_, status)) return asStatus(endpoint(), status);
       token_.reset();
     }
+  }
+
+  static uint64_t nowMs() {
+    auto now = std::chrono::steady_clock::now().time_since_epoch();
+    return static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::milliseconds>(now).count());
   }
 
   absl::Status connect(Clock::time_point deadline) {

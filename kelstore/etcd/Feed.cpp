@@ -158,14 +158,17 @@ void Feed::noteState(const Follower& follower) {
   if (watches) {
     if (before != State::watching) {
       tell(kNewsLevel, fmt::format("follows {} from revision {}", follower.endpoint(), follower.revision()));
-      grace_.restart(nowMs());
+      grace_.storeIsBack(nowMs());
     }
     toldErrors_.clear();
     heldSinceUtcNs_ = 0;
     staleSinceUtcNs_ = 0;
     visibleIs(true);
-  } else if (!follower.lastError().empty() && toldErrors_.insert(follower.lastError()).second) {
-    // Each error once, although servers that are tried in turn repeat their errors.
+  } else if (before == State::watching) {
+    grace_.storeIsLost(nowMs());
+  }
+  // Each error once, although servers that are tried in turn repeat their errors.
+  if (!watches && !follower.lastError().empty() && toldErrors_.insert(follower.lastError()).second) {
     if (toldErrors_.size() > kErrorsRemembered) toldErrors_ = {follower.lastError()};
     tell(kErrorLevel, follower.lastError());
   }

@@ -97,7 +97,7 @@ void Follower::resumed(uint64_t nowMs, const Page& page) {
   if (foreign(page.header) || contradicts(page.records, applied_)) return otherStoreIs(nowMs, page.header);
   bool there = newestKey_.empty() || (!page.records.empty() && page.records.front().key == newestKey_);
   if (!there) return relist(nowMs, ofServer("a key is gone, and the watch had not told it"));
-  history_.confirmed(nowMs);
+  history_.confirmed();
   otherStore_.clear();
   openWatch(nowMs);
 }
@@ -113,7 +113,8 @@ bool Follower::contradicts(const std::vector<Record>& records, int64_t revision)
 void Follower::otherStoreIs(uint64_t nowMs, const Header& header) {
   std::string found = ofServer(history_.difference(header));
   uint64_t holdSeconds = settings_.holdMs / 1000;
-  if (history_.overdue(nowMs)) {
+  history_.contradicted(nowMs);
+  if (history_.overdue()) {
     return believe(nowMs, fmt::format("{}; it counts now, as no server had the expected one for {} s", found,
                                       holdSeconds));
   }
@@ -158,12 +159,13 @@ void Follower::listed(uint64_t nowMs, Page page) {
   table_.listed(std::move(page.records));
   if (page.more) return listOn(nowMs);
 
+  // A table of no keys does not mean that nothing was handed over: keys may be held back (Grace.h).
+  bool whole = !complete_;
   if (complete_) ++counters_.relists;
   resyncEnds(kNever);
   applied_ = listingAt_.revision;
-  history_.is(listingAt_, nowMs);
+  history_.is(listingAt_);
   newest_ = applied_;
-  bool whole = table_.size() == 0;
   batches_.push_back({applied_, table_.listingEnds(), whole});
   complete_ = true;
   mustList_ = false;
@@ -237,7 +239,7 @@ void Follower::heard(uint64_t nowMs, const Header& header) {
   if (foreign(header)) return;
   newest_ = std::max(newest_, header.revision);
   history_.heard(header);
-  if (phase_ == Phase::watching) history_.confirmed(nowMs);
+  if (phase_ == Phase::watching) history_.confirmed();
 }
 
 void Follower::watches(uint64_t nowMs) {
@@ -319,7 +321,7 @@ void Follower::lost(uint64_t nowMs, const std::string& error) {
   if (phase_ == Phase::waiting) return;
   forgetFailures(nowMs);
   if (complete_ && lostSinceMs_ == kNever) lostSinceMs_ = nowMs;
-  if (phase_ != Phase::watching) history_.serverLeft();
+  if (phase_ != Phase::watching) history_.serverLeft(nowMs);
   lastError_ = error;
   ++triedInVain_;
   phase_ = Phase::waiting;

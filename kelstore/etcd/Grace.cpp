@@ -7,7 +7,7 @@ namespace Kelstore::Etcd {
 void Grace::pass(Batch& batch, uint64_t nowMs) {
   // All that counts is in the batch.
   if (batch.whole) {
-    goneAtMs_.clear();
+    held_.clear();
     leaving_.clear();
   }
   // A lease ends in one revision, and its mark with it: which of the keys comes first means nothing.
@@ -22,14 +22,14 @@ void Grace::pass(Batch& batch, uint64_t nowMs) {
   }
   std::erase_if(batch.changes, [&](const Change& change) {
     if (keys_.isLeavingKey(change.key)) return true;
-    goneAtMs_.erase(change.key);
+    held_.erase(change.key);
     if (!endedByItself(change)) return false;
-    goneAtMs_[change.key] = nowMs + graceMs_;
+    held_[change.key].goneAtMs = nowMs + graceMs_;
     nextMs_ = std::min(nextMs_, nowMs + graceMs_);
     return true;
   });
   for (const std::string& key : left) leaving_.erase(key);
-  if (goneAtMs_.empty()) nextMs_ = kNever;
+  if (held_.empty()) nextMs_ = kNever;
 }
 
 bool Grace::endedByItself(const Change& change) const {
@@ -42,25 +42,29 @@ std::vector<Change> Grace::over(uint64_t nowMs) {
   std::vector<Change> gone;
   if (nowMs < nextMs_) return gone;
   nextMs_ = kNever;
-  std::erase_if(goneAtMs_, [&](const auto& one) {
-    if (one.second <= nowMs) {
+  std::erase_if(held_, [&](const auto& one) {
+    if (one.second.goneAtMs <= nowMs) {
       gone.push_back({one.first, std::nullopt});
       return true;
     }
-    nextMs_ = std::min(nextMs_, one.second);
+    nextMs_ = std::min(nextMs_, one.second.goneAtMs);
     return false;
   });
   return gone;
 }
 
-void Grace::restart(uint64_t nowMs) {
-  for (auto& [key, goneAtMs] : goneAtMs_) goneAtMs = nowMs + graceMs_;
-  if (!goneAtMs_.empty()) nextMs_ = nowMs + graceMs_;
+void Grace::storeIsBack(uint64_t nowMs) {
+  nextMs_ = kNever;
+  for (auto& [key, held] : held_) {
+    held.goneAtMs = held.anew ? held.goneAtMs + (nowMs - lostMs_) : nowMs + graceMs_;
+    held.anew = true;
+    nextMs_ = std::min(nextMs_, held.goneAtMs);
+  }
 }
 
 std::set<std::string> Grace::members() const {
   std::set<std::string> members;
-  for (const auto& [key, goneAtMs] : goneAtMs_) {
+  for (const auto& [key, held] : held_) {
     absl::StatusOr<Path> path = keys_.path(key);
     if (path.ok() && specOf(path->kind).entity != MemberEntity::none)
       members.insert(std::string(path->first()));

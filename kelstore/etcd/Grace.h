@@ -30,21 +30,29 @@ class Grace final {
   void pass(Batch& batch, uint64_t nowMs);
   // The keys that are gone now, as their time is over.
   std::vector<Change> over(uint64_t nowMs);
-  // The store was away, so that nobody could put a key again: the time of all that is held back begins anew.
-  void restart(uint64_t nowMs);
+  // The store is lost, or is back. Meanwhile nobody could put a key again, so the time of what was held back
+  // begins anew; but for the second time it only goes on, or a store that comes and goes would keep the dead.
+  void storeIsLost(uint64_t nowMs) { lostMs_ = nowMs; }
+  void storeIsBack(uint64_t nowMs);
   // When over() has something next; kNever: there is nothing.
   uint64_t wakeAtMs() const { return nextMs_; }
   // The members of whose own values some are held back.
   std::set<std::string> members() const;
 
  private:
+  struct Held {
+    uint64_t goneAtMs = 0;
+    bool anew = false;  // its time began anew
+  };
+
   bool endedByItself(const Change& change) const;
 
   KeySpace keys_;
   uint64_t graceMs_;
-  std::map<std::string, uint64_t> goneAtMs_;  // what is held back
-  uint64_t nextMs_ = kNever;                  // not after the first of these
-  std::map<std::string, int64_t> leaving_;    // marks, and the leases of those who leave
+  std::map<std::string, Held> held_;        // by key
+  uint64_t nextMs_ = kNever;                // not after the first of these is gone
+  uint64_t lostMs_ = 0;                     // when the store was lost last
+  std::map<std::string, int64_t> leaving_;  // marks, and the leases of those who leave
 };
 
 }  // namespace Kelstore::Etcd

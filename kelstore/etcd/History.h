@@ -2,7 +2,8 @@
 // from a copy or given by mistake answers as well as any other, but with another cluster id, or with a past
 // that is shorter than what was read already. It is not believed while a server may still have the known
 // history: before another one counts, every server was tried, and none had the known one for the length of
-// the hold.
+// the hold. The hold begins when another history is first seen, and anew when no server answers at all: then
+// it may be us who were cut off.
 #pragma once
 
 #include <cstddef>
@@ -20,7 +21,7 @@ class History final {
 
   // False: nothing was read, or what was read need not go on. Every answer is believed.
   bool known() const { return clusterId_ != 0; }
-  void is(const Header& header, uint64_t nowMs);
+  void is(const Header& header);
   // What is known at `revision`.
   Header at(int64_t revision) const { return {clusterId_, revision, raftTerm_}; }
   // There may have been an election.
@@ -35,19 +36,29 @@ class History final {
   std::string difference(const Header& header) const;
 
   // A server has shown that it has the known history.
-  void confirmed(uint64_t nowMs);
+  void confirmed();
+  // A server has shown another one.
+  void contradicted(uint64_t nowMs);
   // A server was left.
-  void serverLeft() { ++left_; }
-  // Whether the present server's history may count in place of the known one.
-  bool overdue(uint64_t nowMs) const { return nowMs - confirmedMs_ >= holdMs_ && left_ + 1 >= servers_; }
+  void serverLeft(uint64_t nowMs);
+  // Whether the history that a server has just shown may count in place of the known one.
+  bool overdue() const { return contradicted_ && heldMs_ >= holdMs_ && left_ + 1 >= servers_; }
 
  private:
+  // Servers are asked more often than that. What is longer was spent asleep, and does not count.
+  static constexpr uint64_t kMostBetweenMs = 30'000;
+
+  void timePasses(uint64_t nowMs);
+
   uint64_t holdMs_;
   size_t servers_;
   uint64_t clusterId_ = 0;
   uint64_t raftTerm_ = 0;
-  uint64_t confirmedMs_ = 0;
-  size_t left_ = 0;  // servers since then
+  bool contradicted_ = false;  // since the known history was confirmed; if so:
+  uint64_t heldMs_ = 0;        // for so long
+  uint64_t lastMs_ = 0;        // until then
+  size_t left_ = 0;            // servers since then
+  size_t leftInVain_ = 0;      // servers since the last of them that showed another history
 };
 
 }  // namespace Kelstore::Etcd

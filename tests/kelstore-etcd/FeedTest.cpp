@@ -338,6 +338,44 @@ TEST_F(GraceFeedTest, MemberIsBackInTime_ItIsNotHeldAnyMore) {
   EXPECT_EQ(take(), "");
 }
 
+// The table of the follower is empty then, which does not mean that nothing was handed over.
+TEST_F(GraceFeedTest, AllKeysAreHeld_AnEmptyListingWithdrawsNothingBeforeTheGraceIsOver) {
+  follower_.start(now());
+  follows();
+  listed({processor()});
+  created();
+  take();
+  event({"p/members/1/processors/1", "", 11}, true);
+  EXPECT_EQ(take(), "");
+  follower_.watchSaid(now(), watchCanceled(at(11), 0, "no leader"));
+  follows();
+  while (follower_.pageAsked() == 0) advance(1);
+  listed({}, 11);
+  created(11);
+  EXPECT_EQ(take(), "");
+  advance(5'000);
+  EXPECT_EQ(take(), "-members/1/processors/1");
+}
+
+TEST_F(GraceFeedTest, WatchBreaksAgainAndAgain_RowsOfADeadMemberGoAllTheSame) {
+  watching();
+  event({"p/members/1/processors/1", "", 11}, true);
+  std::string gone;
+  int breaks = 0;
+  for (; gone.empty() && breaks < 10; ++breaks) {
+    advance(4'000);
+    gone = take();
+    if (!gone.empty()) break;
+    lost();
+    while (follower_.pageAsked() == 0) advance(1);
+    follower_.pageRead(now(), follower_.pageAsked(),
+                       {at(11), {{"p/interfaces/a", R"({"ifIndex": 1})", 3, 0}}, false});
+    created(11);
+  }
+  EXPECT_EQ(gone, "-members/1/processors/1");
+  EXPECT_EQ(breaks, 2);
+}
+
 // A leader that stalls revokes the leases and is lost, so that nobody can come back.
 TEST_F(GraceFeedTest, StoreIsLostBeforeTheGraceIsOver_TheTimeBeginsWhenItIsBack) {
   leaseEnds();

@@ -41,11 +41,18 @@ class OtherStoreTest : public FollowerTest {
     follower_.pageFailed(now_, follower_.pageAsked(), PageFailure::noRevision, "no such revision");
     next();
   }
+  void unreachableFor(uint64_t ms) {
+    for (uint64_t end = now_ + ms; now_ < end;) {
+      next();
+      follower_.lost(now_, "no route to host");
+    }
+    next();
+  }
   // Whether the server's answer to the next listing is left, so that nothing is told.
   bool isLeft(Header header, const std::vector<Record>& records) {
     next();
     page(header, records);
-    return batches().empty() && follower_.state() == State::held && !follower_.otherStore().empty();
+    return batches().empty() && follower_.state() != State::watching && !follower_.otherStore().empty();
   }
 };
 
@@ -75,11 +82,11 @@ TEST_F(ThreeStoresTest, WipedServerIsNext_WhatIsKnownStays_AndTheServerBehindItI
 }
 
 TEST_F(ThreeStoresTest, EveryServerIsAnotherStore_OneCountsOnceTheHoldIsOver) {
-  uint64_t lostAt = now_;
   loses();
   cannotResume();
-  while (now_ < lostAt + kOtherStoreHoldMs - 20'000) ASSERT_TRUE(isLeft(at(1, 8), {})) << now_ - lostAt;
-  while (now_ < lostAt + kOtherStoreHoldMs) advance(100);
+  uint64_t since = now_;
+  while (now_ < since + kOtherStoreHoldMs - 20'000) ASSERT_TRUE(isLeft(at(1, 8), {})) << now_ - since;
+  while (now_ < since + kOtherStoreHoldMs) advance(100);
   next();
   page(at(2, 8), {});
   page(at(2, 8), {record("p/a", "other", 2)});
@@ -122,6 +129,33 @@ TEST_F(ThreeStoresTest, WithoutAHold_EveryServerIsTriedFirst) {
   page(at(12, 8), {});
   page(at(12, 8), {});
   EXPECT_THAT(batches(), ElementsAre("12: -p/a -p/b"));
+}
+
+// Nobody could be asked meanwhile.
+TEST_F(ThreeStoresTest, HoldPassesWhileNoServerIsReached_TheFirstThatAnswersDoesNotCount) {
+  follower_.lost(now_, "broken");
+  unreachableFor(kOtherStoreHoldMs + 60'000);
+  while (follower_.endpoint() != "h1:1") {
+    follower_.lost(now_, "no route to host");
+    next();
+  }
+  EXPECT_TRUE(isLeft(at(1, 8), {}));
+}
+
+TEST_F(ThreeStoresTest, NoServerIsReachedWithinTheHold_ItBeginsAnew) {
+  loses();
+  EXPECT_TRUE(isLeft(at(1, 8), {}));
+  unreachableFor(kOtherStoreHoldMs);
+  uint64_t since = now_;
+  while (now_ < since + kOtherStoreHoldMs - 20'000) ASSERT_TRUE(isLeft(at(1, 8), {})) << now_ - since;
+}
+
+TEST_F(ThreeStoresTest, AsleepForLongerThanTheHold_TheTimeDoesNotCount) {
+  loses();
+  EXPECT_TRUE(isLeft(at(1, 8), {}));
+  EXPECT_TRUE(isLeft(at(1, 8), {}));
+  now_ += 2 * kOtherStoreHoldMs;
+  EXPECT_TRUE(isLeft(at(1, 8), {}));
 }
 
 TEST_F(ThreeStoresTest, OperatorAccepts_TheServerWithTheOtherStoreIsListedAtOnce) {

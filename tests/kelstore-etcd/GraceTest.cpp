@@ -109,13 +109,29 @@ TEST_F(GraceTest, HeldKeyIsDeletedByItsOwnerMeanwhile_IsGoneAtOnce) {
 }
 
 TEST_F(GraceTest, StoreWasAway_TheTimeBeginsAnew) {
-  grace_.restart(now_);
+  grace_.storeIsBack(now_);
   EXPECT_EQ(grace_.wakeAtMs(), Grace::kNever);
   passes({gone("members/3/system")});
+  grace_.storeIsLost(now_);
   now_ += 60'000;
-  grace_.restart(now_);
+  grace_.storeIsBack(now_);
   EXPECT_THAT(over(), IsEmpty());
   now_ += kMs;
+  EXPECT_THAT(over(), ElementsAre("-members/3/system"));
+}
+
+// Or a store that comes and goes would keep the dead.
+TEST_F(GraceTest, StoreIsAwayAgain_TheTimeGoesOnWhenItIsBack) {
+  passes({gone("members/3/system")});
+  for (uint64_t watched : {kMs - 1, uint64_t{1}, kMs - 2}) {
+    now_ += watched;
+    EXPECT_THAT(over(), IsEmpty());
+    grace_.storeIsLost(now_);
+    now_ += 60'000;
+    grace_.storeIsBack(now_);
+  }
+  EXPECT_EQ(grace_.wakeAtMs(), now_ + 1);
+  now_ += 1;
   EXPECT_THAT(over(), ElementsAre("-members/3/system"));
 }
 
