@@ -3,6 +3,7 @@
 #pragma once
 
 #include <functional>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -36,6 +37,8 @@ class Cluster {
 
   const TrelSnmp::TrelMib& trelMib() const { return *trelMib_; }
   std::vector<Kelstore::SourceStatus> sources() const;
+  // Collectors of members that do not work, as the members say.
+  const std::map<Kelstore::Path, Kelstore::Unread>& unread() const { return mirror_.unread(); }
   // An operator says that the other stores which sources() show count. The names of these sources.
   std::vector<std::string> acceptStores();
   std::vector<Zavro::Ptr<const TrelSnmp::Agent::Pipeline>> pipelines() const;

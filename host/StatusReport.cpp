@@ -115,6 +115,18 @@ Json membersOf(const Sources& sources) {
   });
 }
 
+Json unreadOf(const Cluster& cluster) {
+  Json all = Json::array();
+  for (const auto& [path, unread] : cluster.unread()) {
+    all.push_back({{"member", path.first()},
+                   {"collector", path.second()},
+                   {"state", Kor::nameOf(unread.state)},
+                   {"since", utcTime(static_cast<uint64_t>(unread.sinceUtc * kNsPerSecond))},
+                   {"error", unread.error}});
+  }
+  return all;
+}
+
 Json pipelinesOf(const Cluster& cluster) {
   Json all = Json::array();
   for (const auto& pipeline : cluster.pipelines()) {
@@ -183,6 +195,7 @@ std::unique_ptr<Reply> statusReport(const StatusInputs& inputs) {
       {"storeCounters", storeCountersOf(sources)},
       {"setAside", setAsideOf(sources)},
       {"members", membersOf(sources)},
+      {"unread", unreadOf(inputs.cluster)},
       {"pipelines", pipelinesOf(inputs.cluster)},
       {"conflicts", conflictsOf(inputs.cluster)},
       {"tasks", tasksOf(inputs.scheduler)},

@@ -5,13 +5,12 @@
 #include <set>
 
 #include "kelstore/Document.h"
-#include "platform/lumalog/Lumalog.h"
+#include "kelstore/Trace.h"
 #include "runtime/Memory.h"
 
 namespace Kelstore {
 namespace {
 
-const Lumalog::Handle traceHandle("Kelstore");
 using Lumalog::kErrorLevel;
 using Lumalog::kWarningLevel;
 // Lines that are logged for one reading, at most.

@@ -3,6 +3,7 @@
 
 #include <charconv>
 #include <functional>
+#include <map>
 #include <span>
 #include <string>
 #include <string_view>
@@ -31,7 +32,8 @@ struct Entities {
   Zavro::Ptr<IntfSnmp::IfMib> ifMib;
   Zavro::Ptr<Trel::TopologyConfig> topologyConfig;
   Zavro::Ptr<HostResourcesMib::StorageEntryMappings> mappings;
-  std::string sysname;  // empty when the state gives none
+  std::map<Path, Unread> unread;  // whose collectors do not work
+  std::string sysname;            // empty when the state gives none
   Kor::Notifier<> sysnameChanged;
 };
 

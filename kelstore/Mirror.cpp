@@ -10,6 +10,7 @@ Mirror::Mirror()
                 boost::static_pointer_cast<HostResourcesMib::StorageEntryMappings>(
                     Kor::Entity::singletonIs(HostResourcesMib::StorageEntryMappings::kTypeName)),
                 {},
+                {},
                 {}} {}
 
 }  // namespace Kelstore

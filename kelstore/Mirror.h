@@ -26,6 +26,8 @@ class Mirror {
   const Zavro::Ptr<IntfSnmp::IfMib>& ifMib() const { return entities_.ifMib; }
   const Zavro::Ptr<Trel::TopologyConfig>& topologyConfig() const { return entities_.topologyConfig; }
 
+  // Collectors of members that do not work, as the members say.
+  const std::map<Path, Unread>& unread() const { return entities_.unread; }
   // The system's name; empty when the state gives none.
   const std::string& sysname() const { return entities_.sysname; }
   [[nodiscard]] Kor::Subscription subscribeSysname(std::function<void()> callback) const {

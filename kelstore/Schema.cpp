@@ -6,11 +6,15 @@
 #include "kelstore/Entities.h"
 #include "kelstore/Fields.h"
 #include "kelstore/StorageMappings.h"
+#include "kelstore/Trace.h"
+#include "runtime/Text.h"
 
 namespace Kelstore {
 // The last second of the year 65535, with which DateAndTime (RFC 2579) ends.
 constexpr Runtime::JsonNumber kUtcSeconds{0, 2005949145599};
 constexpr Runtime::JsonNumber kUptimeSeconds{0, 1e15};
+// What fits 64 bits as nanoseconds.
+constexpr Runtime::JsonNumber kMomentSeconds{0, 18446744073};
 
 // ---- The fields of each type.
 
@@ -52,6 +56,13 @@ constexpr auto kFields<Reachability> =
     std::tuple(field("state", &Reachability::state, "what the member found last"),
                field("intf", &Reachability::intf, "by which it reaches the neighbour"),
                field("lastChange", &Reachability::lastChangeNs, "nanoseconds since 1970 UTC"));
+
+template <>
+constexpr auto kFields<Unread> =
+    std::tuple(field("state", &Unread::state, "an answer is an error, or there is none"),
+               field("since", &Unread::sinceUtc, kMomentSeconds,
+                     "seconds since 1970 UTC: what it reads is from before, or was never known"),
+               field("error", &Unread::error, "for people"));
 
 template <>
 constexpr auto kFields<Mapping> = std::tuple(field("index", &Mapping::index, "of the row"),
@@ -211,6 +222,22 @@ auto& processorsOf(HostResources::HostResources& host) { return host.processorTa
 auto& storageOf(HostResources::HostResources& host) { return host.storageInfoTable(); }
 auto& neighboursOf(Trel::ReachabilityStatus& status) { return status.reachabilityStatus(); }
 
+void applyUnread(Entities& entities, const Path& path, const View& view) {
+  const Value* value = view.find(path);
+  std::string collector = Runtime::shortened(path.second());
+  constexpr int kLevel = Lumalog::kWarningLevel;
+  Lumalog::Subject subject{"unread", collector};
+  if (value == nullptr) {
+    if (entities.unread.erase(path) == 0) return;
+    traceHandle.trace(subject, kLevel, "member {}: {} is not unread any more", path.first(), collector);
+    return;
+  }
+  const auto& unread = value->get<Unread>();
+  if (!entities.unread.insert_or_assign(path, unread).second) return;
+  traceHandle.trace(subject, kLevel, "member {}: {} is unread, its figures are old: it {}: {}", path.first(),
+                    collector, Kor::nameOf(unread.state), Runtime::escaped(unread.error));
+}
+
 // ---- The kinds.
 
 using Entity = MemberEntity;
@@ -254,6 +281,9 @@ constexpr auto kKinds = std::to_array<KindSpec>({
     {Kind::reachability, "members/<member>/reachability/<neighbour>", Owner::member, Entity::reachability,
      "what a member says of a neighbour: a row of `veldaTrelReachabilityTable`", decodeObject<Reachability>,
      fieldSpecs<Reachability>, applyElement<Reachability, reachabilityOf, neighboursOf>},
+    {Kind::unread, "members/<member>/unread/<collector>", Owner::member, Entity::unread,
+     "a collector of the member's figures that does not work; `trelctl status` shows it, no table does",
+     decodeObject<Unread>, fieldSpecs<Unread>, applyUnread},
 });
 
 constexpr bool inOrder() {
@@ -276,7 +306,7 @@ const KindSpec& specOf(Kind kind) {
 
 std::span<const Kind> kindsIn(MemberEntity entity) {
   static const auto* byEntity = [] {
-    auto* kinds = new std::array<std::vector<Kind>, 3>;
+    auto* kinds = new std::array<std::vector<Kind>, 4>;
     for (const KindSpec& spec : kKinds) (*kinds)[static_cast<size_t>(spec.entity)].push_back(spec.kind);
     return kinds;
   }();

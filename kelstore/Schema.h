@@ -3,6 +3,7 @@
 // stores or mirrors values goes by these.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <nlohmann/json_fwd.hpp>
 #include <optional>
@@ -14,6 +15,7 @@
 #include "kelstore/OneOf.h"
 #include "platform/hostresources/HostResources.h"
 #include "platform/hostresources/StorageEntryMappings.h"
+#include "platform/kor/EnumNames.h"
 #include "platform/lanix/IntfId.h"
 #include "platform/trel/Reachability.h"
 
@@ -43,6 +45,7 @@ enum class Kind : uint8_t {
   storage,
   neighbours,
   reachability,
+  unread,
 };
 
 // The value of a container: it is there, possibly without elements.
@@ -79,13 +82,26 @@ struct Reachability {
   bool operator==(const Reachability&) const = default;
 };
 
+// A collector of a member's figures that does not work: what it reads is as old as this, or was never known.
+struct Unread {
+  enum State : uint8_t { fails, hangs };
+  friend constexpr auto namesOf(State /*state*/) {
+    return std::to_array<std::string_view>({"fails", "hangs"});
+  }
+
+  State state = fails;
+  double sinceUtc = 0;  // seconds since 1970 UTC
+  std::string error;    // one line
+  bool operator==(const Unread&) const = default;
+};
+
 using System = HostResources::HostResources::System;
 using Memory = HostResources::MemInfo::Amounts;
 using Mapping = HostResourcesMib::StorageTableEntry;
 
 // std::string: the system's name.
-using Value =
-    OneOf<Present, Interface, Link, Processor, Storage, Reachability, System, Memory, Mapping, std::string>;
+using Value = OneOf<Present, Interface, Link, Processor, Storage, Reachability, Unread, System, Memory,
+                    Mapping, std::string>;
 
 // Who may publish a path.
 enum class Owner : uint8_t {
@@ -94,8 +110,8 @@ enum class Owner : uint8_t {
   member,       // the member that the path's first variable segment names
 };
 
-// Which of its member's entities holds a value.
-enum class MemberEntity : uint8_t { none, hostResources, reachability };
+// Which of its member's entities holds a value. `unread` is no entity but Entities::unread.
+enum class MemberEntity : uint8_t { none, hostResources, reachability, unread };
 
 // A field of a value, as documents and messages describe it.
 struct FieldSpec {

@@ -20,7 +20,7 @@ struct CollectorStatus {
   };
   std::string name;
   State state = State::starting;
-  uint64_t sinceUtcNs = 0;  // of the first failure in a row, or of the question that hangs; else 0
+  uint64_t sinceUtcNs = 0;  // of the first failure, or question that hung, since it worked last; else 0
   std::string error;        // one line; empty unless it fails or hangs
 };
 

@@ -48,16 +48,21 @@ void Collector::answered(absl::StatusOr<Take> answer) {
 
 void Collector::hangs() {
   patience_.reset();
-  status_.state = State::hangs;
-  status_.sinceUtcNs = askedUtcNs_;
+  isTroubled(State::hangs, askedUtcNs_);
   status_.error = fmt::format("no answer for {} s", kPatienceMs / 1000);
   traceHandle.trace(kErrorLevel, "collector {} hangs: {}", status_.name, status_.error);
   told_();
 }
 
+bool Collector::troubled() const { return status_.state == State::fails || status_.state == State::hangs; }
+
+void Collector::isTroubled(State state, uint64_t sinceUtcNs) {
+  if (!troubled()) status_.sinceUtcNs = sinceUtcNs;
+  status_.state = state;
+}
+
 void Collector::works() {
-  bool recovered = status_.state == State::fails || status_.state == State::hangs;
-  if (recovered) traceHandle.trace(kRecoveryLevel, "collector {} works again", status_.name);
+  if (troubled()) traceHandle.trace(kRecoveryLevel, "collector {} works again", status_.name);
   status_.state = State::works;
   status_.sinceUtcNs = 0;
   status_.error.clear();
@@ -66,8 +71,7 @@ void Collector::works() {
 void Collector::fails(std::string error) {
   bool news = status_.state != State::fails || status_.error != error;
   if (news) traceHandle.trace(kErrorLevel, "collector {} fails: {}", status_.name, error);
-  if (status_.state != State::fails) status_.sinceUtcNs = clock_.utcNs();
-  status_.state = State::fails;
+  isTroubled(State::fails, clock_.utcNs());
   status_.error = std::move(error);
 }
 

@@ -41,11 +41,14 @@ class Collector final {
   bool asking() const { return asking_; }
   // Whether its first question was answered, failed or hangs.
   bool heard() const { return status_.state != State::starting; }
+  // Whether it fails or hangs.
+  bool troubled() const;
   const Kelstore::CollectorStatus& status() const { return status_; }
 
  private:
   void answered(absl::StatusOr<Take> answer);
   void hangs();
+  void isTroubled(State state, uint64_t sinceUtcNs);
   void works();
   void fails(std::string error);
 

@@ -16,8 +16,10 @@ using Lumalog::kWarningLevel;
 
 constexpr const char* kName = "local";
 
-bool isHostResource(Kind kind) {
-  return Kelstore::specOf(kind).entity == Kelstore::MemberEntity::hostResources;
+// What concerns the figures that this source provides.
+bool isOfFigures(Kind kind) {
+  Kelstore::MemberEntity entity = Kelstore::specOf(kind).entity;
+  return entity == Kelstore::MemberEntity::hostResources || entity == Kelstore::MemberEntity::unread;
 }
 
 // The storage mappings of the other sources that count.
@@ -53,7 +55,7 @@ LocalSource::LocalSource(const Settings& settings, std::shared_ptr<LocalMachine>
     : layers_(layers),
       clock_(clock),
       layer_(layers.addLayer([own = std::to_string(settings.member)](Kind kind, std::string_view first) {
-        return isHostResource(kind) && first == own;
+        return isOfFigures(kind) && first == own;
       })),
       mappingsLayer_(layers.addLowestLayer()),
       figures_(settings, std::move(machine), io, clock, [this] { publish(); }) {}

@@ -6,11 +6,14 @@
 
 #include "member/Figures.h"
 #include "runtime/JsonFields.h"
+#include "runtime/Text.h"
 
 namespace Member {
 namespace {
 
 constexpr uint64_t kNsPerSecond = 1'000'000'000;
+// It ends with "..." where it was cut.
+constexpr size_t kMaxErrorBytes = Kelstore::kMaxTextBytes - 3;
 
 std::optional<Kelstore::Value> decoded(Kelstore::Kind kind, const std::string& text) {
   nlohmann::json json = nlohmann::json::parse(text, nullptr, false);
@@ -89,6 +92,7 @@ void OwnState::looked() {
   waitingSinceNs_.reset();
   figuresKnown_ = figures_.heard();
   std::vector<Entry> before = std::exchange(figuresNow_, figures_.entries());
+  addUnread(figuresNow_);
   auto isSystem = [](const Entry& entry) { return entry.first.kind == Kind::system; };
   auto had = std::find_if(before.begin(), before.end(), isSystem);
   auto has = std::find_if(figuresNow_.begin(), figuresNow_.end(), isSystem);
@@ -98,6 +102,19 @@ void OwnState::looked() {
     has->second = had->second;
   }
   changed_();
+}
+
+void OwnState::addUnread(std::vector<Entry>& entries) const {
+  std::string own = std::to_string(config_.member);
+  for (const Collector* collector : figures_.collectors()) {
+    const Kelstore::CollectorStatus& status = collector->status();
+    // A name can be too long for the state.
+    if (!collector->troubled() || status.name.size() > Kelstore::kMaxNameBytes) continue;
+    auto state = status.state == Collector::State::fails ? Kelstore::Unread::fails : Kelstore::Unread::hangs;
+    entries.push_back({{Kind::unread, own, status.name},
+                       Kelstore::Unread{state, static_cast<double>(status.sinceUtcNs) / 1e9,
+                                        Runtime::shortened(Runtime::escaped(status.error), kMaxErrorBytes)}});
+  }
 }
 
 std::vector<Entry> OwnState::entries() const {

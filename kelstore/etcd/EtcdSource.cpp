@@ -3,12 +3,11 @@
 #include <system_error>
 #include <utility>
 
-#include "platform/lumalog/Lumalog.h"
+#include "kelstore/Trace.h"
 
 namespace Kelstore::Etcd {
 namespace {
 
-const Lumalog::Handle traceHandle("Kelstore");
 using Lumalog::kErrorLevel;
 
 }  // namespace

@@ -110,6 +110,8 @@ std::string renderStatus(const Json& status) {
     if (!status.at("setAside").empty()) text += section("set aside", status.at("setAside"));
     text += section("members", status.at("members"));
   }
+  if (!status.at("unread").empty())
+    text += section("unread, with figures as old as this", status.at("unread"));
   text += section("pipelines", status.at("pipelines"));
   if (!status.at("conflicts").empty()) text += section("conflicts", status.at("conflicts"));
   text += section("tasks", status.at("tasks"));

@@ -23,12 +23,14 @@
 
 #include "tests/e2e/Daemon.h"
 #include "tests/e2e/Reports.h"
+#include "tests/support/Etcd.h"
 #include "tests/support/HangingMount.h"
 #include "tests/support/PathCalls.h"
 
 namespace E2e {
 namespace {
 
+using namespace std::chrono_literals;
 using Support::HangingMount;
 using Support::PathCalls;
 using Support::waitUntil;
@@ -105,6 +107,37 @@ TEST_F(Hang, ConfThatIsReadAgain_WhatWasInForceIsServed) {
   hanging.emplace(place_);
   daemon_.process().signal(SIGHUP);
   EXPECT_TRUE(answers());
+  ends();
+}
+
+// Nobody else could tell that what a publisher says of a file system is old.
+TEST_F(Hang, FileSystemOfAPublisher_IsUnreadAtAnyMember_UntilItIsUnmounted) {
+  Support::EtcdCluster etcd;
+  std::string config = daemon_.dir().write(
+      "publisher.json",
+      fmt::format(R"({{"member": 7, "store": "etcd:{}/trel", "figuresInterval": 1}})", etcd.endpoint()));
+  std::optional<HangingMount> hanging(place_);
+  Support::Process publisher({TRELMEMBERD, "--config", config});
+  daemon_.with({"--state", "etcd:" + etcd.endpoint() + "/trel"}).start();
+  auto unread = [&] {
+    const nlohmann::json status = daemon_.status();
+    for (const auto& one : status.at("unread")) {
+      if (one.at("collector") == "mount " + place_) return one;
+    }
+    return nlohmann::json();
+  };
+  ASSERT_TRUE(waitUntil([&] { return !unread().is_null(); }, 20s)) << publisher.err();
+  nlohmann::json shown = unread();
+  EXPECT_EQ(shown.at("member"), "7");
+  EXPECT_EQ(shown.at("state"), "hangs");
+  EXPECT_EQ(shown.at("error"), "no answer for 3 s");
+  EXPECT_THAT(daemon_.ctl({"status"}).out, HasSubstr("mount " + place_ + "  hangs"));
+  EXPECT_TRUE(waitUntil([&] {
+    return daemon_.process().err().find("member 7: mount /") != std::string::npos;
+  })) << daemon_.process().err();
+  hanging.reset();
+  EXPECT_TRUE(waitUntil([&] { return unread().is_null(); }, 20s)) << daemon_.status().dump();
+  EXPECT_EQ(publisher.stop(), 0) << publisher.err();
   ends();
 }
 

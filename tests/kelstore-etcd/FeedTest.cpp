@@ -138,6 +138,15 @@ TEST_F(FeedTest, FirstListing_IsHandedOverAndSettles) {
   EXPECT_EQ(status().heardUtcNs, clock_.utcNs());
 }
 
+TEST_F(FeedTest, MemberThatReadsNothing_IsAMember) {
+  follower_.start(now());
+  follows();
+  listed({{"p/members/7/unread/users", R"({"state": "fails", "since": 1, "error": "gone"})", 3, 5}});
+  ASSERT_EQ(status().members.size(), 1u);
+  EXPECT_EQ(status().members[0].member, "7");
+  EXPECT_TRUE(status().members[0].leased);
+}
+
 TEST_F(FeedTest, NoServerIsReached_ItSettlesWithNothing_OnceAllWereTried) {
   follower_.start(now());
   follower_.lost(now(), "h0:1: refused");

@@ -42,6 +42,7 @@ TEST(EtcdKeySpaceTest, EveryKindOfValueHasItsKey) {
       {{Kind::processor, "7", "4294967295"}, "trel/members/7/processors/4294967295"},
       {{Kind::storage, "7", "/"}, "trel/members/7/storage/%2F"},
       {{Kind::reachability, "0", "7"}, "trel/members/0/reachability/7"},
+      {{Kind::unread, "7", "mount /"}, "trel/members/7/unread/mount%20%2F"},
   };
   for (const auto& [path, key] : all) {
     EXPECT_EQ(kKeys.key(path), key);

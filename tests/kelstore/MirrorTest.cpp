@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 
 #include "tests/kelstore/World.h"
+#include "tests/support/TraceLog.h"
 
 namespace Kelstore {
 namespace {
@@ -259,6 +260,50 @@ TEST(MirrorTest, InterfacesMappingsAndSysnameFollow) {
   EXPECT_EQ(*world.mirror.ifMib()->ifIndexByIntfId().find(Lanix::IntfId("Backplane1/1")), 4294967295u);
   EXPECT_EQ(world.mappings().mountEntries().find("/")->description, "root");
   EXPECT_EQ(world.says("{}"), "sysname= -mount[/] -mem[-1] -ifIndex[Backplane1/1]");
+}
+
+// An entity would be a member in the tables that has none of what it is there for.
+TEST(MirrorTest, MemberThatReadsNothing_IsShownAndLogged_WithoutAnEntity) {
+  World world;
+  TraceLog trace({"Kelstore"});
+  world.says(R"({"members": {"3": {"unread": {
+      "users": {"state": "fails", "since": 7, "error": "/run/utmp: Permission denied"},
+      "mount /a": {"state": "hangs", "since": 8, "error": "no answer for 3 s"}}}}})");
+  EXPECT_EQ(world.host("3"), nullptr);
+  EXPECT_EQ(world.reachability("3"), nullptr);
+  EXPECT_THAT(world.mirror.unread(),
+              testing::ElementsAre(testing::Pair(Path(Kind::unread, "3", "mount /a"),
+                                                 Unread{Unread::hangs, 8, "no answer for 3 s"}),
+                                   testing::Pair(Path(Kind::unread, "3", "users"),
+                                                 Unread{Unread::fails, 7, "/run/utmp: Permission denied"})));
+  EXPECT_THAT(
+      trace.lines(),
+      testing::ElementsAre(
+          "Kelstore/1 member 3: mount /a is unread, its figures are old: it hangs: no answer for 3 s",
+          "Kelstore/1 member 3: users is unread, its figures are old: it fails: /run/utmp: Permission "
+          "denied"));
+}
+
+TEST(MirrorTest, OnlyWhatIsUnreadIsLeft_TheEntityGoes) {
+  World world;
+  const std::string unread = R"("unread": {"users": {"state": "fails", "since": 7, "error": "gone"}})";
+  world.says(R"({"members": {"3": {"processors": {"1": {"load": 10}}, )" + unread + "}}}");
+  EXPECT_EQ(world.says(R"({"members": {"3": {)" + unread + "}}}"), "-host[3]");
+}
+
+TEST(MirrorTest, CollectorWorksAgain_IsLoggedOnce_TheFiguresAreNotTouched) {
+  World world;
+  auto says = [&world](const std::string& unread) {
+    return world.says(R"({"members": {"3": {"processors": {"1": {"load": 10}}, "unread": {)" + unread +
+                      "}}}}");
+  };
+  EXPECT_EQ(says(R"("users": {"state": "fails", "since": 7, "error": "first"})"), "host[3] 3.cpu[1]");
+  TraceLog trace({"Kelstore"});
+  EXPECT_EQ(says(R"("users": {"state": "hangs", "since": 7, "error": "second"})"), "");
+  EXPECT_EQ(world.mirror.unread().begin()->second.error, "second");
+  EXPECT_EQ(says(""), "");
+  EXPECT_TRUE(world.mirror.unread().empty());
+  EXPECT_THAT(trace.lines(), testing::ElementsAre("Kelstore/1 member 3: users is not unread any more"));
 }
 
 }  // namespace

@@ -46,6 +46,7 @@ const std::map<Kind, std::string> kGood = {
     {Kind::processor, R"({"load": 7})"},
     {Kind::storage, R"({"allocationUnits": 1, "size": 2, "free": 3})"},
     {Kind::reachability, R"({"state": "degraded", "intf": "Backplane1/2", "lastChange": 9})"},
+    {Kind::unread, R"({"state": "hangs", "since": 1767225601.5, "error": "no answer for 3 s"})"},
     {Kind::mountMapping, R"({"index": 1, "type": "1.3.6.1", "description": "root"})"},
     {Kind::memoryMapping, R"({"index": 1, "type": "1.3.6.1", "description": "RAM"})"},
 };
@@ -74,6 +75,8 @@ TEST(SchemaTest, GoodValuesOfEveryKind) {
             (Reachability{Trel::ReachabilityState::degraded, Lanix::IntfId("Backplane1/2"), 9}));
   EXPECT_EQ(decoded<Reachability>(Kind::reachability, R"({"state": 5, "lastChange": 0})"),
             (Reachability{Trel::ReachabilityState::disabled, std::nullopt, 0}));
+  EXPECT_EQ(decoded<Unread>(Kind::unread, kGood.at(Kind::unread)),
+            (Unread{Unread::hangs, 1767225601.5, "no answer for 3 s"}));
   EXPECT_EQ(decoded<Mapping>(Kind::mountMapping, kGood.at(Kind::mountMapping)),
             (Mapping{Snmp::ObjectIdentifier("1.3.6.1"), "root", 1}));
 }
@@ -125,6 +128,9 @@ TEST(SchemaTest, SecondsAreNumbersThatSnmpCanCarry) {
   EXPECT_EQ(faultsWith(Kind::system, "currentTimeUtc", "2005949145600"),
             "currentTimeUtc: found 2005949145600, expected a number from 0 to 2005949145599");
   EXPECT_EQ(faultsWith(Kind::system, "currentTimeUtc", "2005949145599"), "");
+  EXPECT_EQ(faultsWith(Kind::unread, "since", "18446744074"),
+            "since: found 18446744074, expected a number from 0 to 18446744073");
+  EXPECT_EQ(faultsWith(Kind::unread, "since", "18446744073"), "");
 }
 
 TEST(SchemaTest, InterfaceNamesAreNonEmptyPlainStrings) {
@@ -145,6 +151,16 @@ TEST(SchemaTest, UnknownStatesAreRefused) {
   EXPECT_EQ(faultsWith(Kind::reachability, "state", "-1"), std::string("state: found -1") + kExpected);
   EXPECT_EQ(faultsWith(Kind::reachability, "state", R"("Reachable")"),
             std::string("state: found \"Reachable\"") + kExpected);
+}
+
+TEST(SchemaTest, UnreadIsWhatFailsOrHangs_WithAShortError) {
+  EXPECT_EQ(faultsWith(Kind::unread, "state", R"("works")"),
+            "state: found \"works\", expected \"fails\", \"hangs\", or 0 to 1");
+  EXPECT_EQ(faultsWith(Kind::unread, "error", R"("a\nb")"),
+            "error: found \"a\\x0ab\", expected a string of at most 255 bytes without control characters");
+  std::string longest(255, 'x');
+  EXPECT_EQ(faultsWith(Kind::unread, "error", '"' + longest + '"'), "");
+  EXPECT_NE(faultsWith(Kind::unread, "error", '"' + longest + "x\""), "");
 }
 
 TEST(SchemaTest, MappingsNeedAnObjectIdentifierAndAShortDescription) {

@@ -91,6 +91,15 @@ TEST_F(LocalSourceTest, FirstLook_AllFiguresAreThere_LoadsAreNotKnownYet) {
   EXPECT_THAT(trace_.lines(), IsEmpty());
 }
 
+// What the publisher of this member cannot read is not what is shown here.
+TEST_F(LocalSourceTest, UnreadOfItsMember_IsHidden) {
+  start(R"({"members": {"7": {"unread": {"users": {"state": "fails", "since": 1, "error": "a"}}},
+                        "8": {"unread": {"users": {"state": "fails", "since": 1, "error": "b"}}}}})");
+  passFirst(0);
+  ASSERT_EQ(world_.mirror.unread().size(), 1u);
+  EXPECT_EQ(world_.mirror.unread().begin()->first.first(), "8");
+}
+
 TEST_F(LocalSourceTest, SecondLookAfterASecond_LoadsAreThoseOfThatTime) {
   startAndPass(0);
   machine_->times = std::vector<ProcessorTime>{{0, 150, 1100}, {1, 0, 1100}};

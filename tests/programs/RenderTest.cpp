@@ -43,6 +43,7 @@ TEST(RenderTest, Status_OneLineAndTheListsWithErrorsBelow) {
       "sources":[{"name":"file:/x","state":"stale","error":"/x: bad"},{"name":"embedded","state":"current","error":null}],
       "collectors":[{"name":"users","state":"works","error":null},{"name":"mount /a","state":"hangs","error":"no answer"}],
       "stores":[],"storeCounters":[],"setAside":[],"members":[],
+      "unread":[{"member":"7","collector":"mount /a","state":"hangs","since":"2026-01-31T23:59:59.123Z","error":"no answer"}],
       "pipelines":[{"name":"p","ready":true,"idle":false}],
       "conflicts":[{"pipeline":"p","conflict":"index 7 twice"}],"tasks":[],
       "tables":[{"name":"t","rows":2,"version":7}]})");
@@ -58,6 +59,9 @@ TEST(RenderTest, Status_OneLineAndTheListsWithErrorsBelow) {
             "  name      state  error\n"
             "  users     works  -\n"
             "  mount /a  hangs  no answer\n"
+            "\nunread, with figures as old as this:\n"
+            "  member  collector  state  since                     error\n"
+            "       7  mount /a   hangs  2026-01-31T23:59:59.123Z  no answer\n"
             "\npipelines:\n"
             "  name  ready  idle\n"
             "  p     yes    no\n"
@@ -78,7 +82,7 @@ TEST(RenderTest, Status_StoresWithTheirErrorsBelow_CountersAndMembers) {
                 {"source":"etcd:h:2/p","state":"held","endpoint":null,"lastError":null,"otherStore":"h:2: found"}],
       "storeCounters":[{"source":"etcd:h:1/p","revisions":4}],
       "setAside":[{"source":"etcd:h:1/p","key":"p/sysname","error":"found 1"}],
-      "members":[{"source":"etcd:h:1/p","member":"1","leased":true,"leaseLeft":12,"lastChange":null,"heldSince":null}],
+      "members":[{"source":"etcd:h:1/p","member":"1","leased":true,"leaseLeft":12,"lastChange":null,"heldSince":null}],"unread":[],
       "pipelines":[],"conflicts":[],"tasks":[],"tables":[]})");
   EXPECT_EQ(renderStatus(status),
             "trelsnmpd 0.1.0, member 3, up 0:00:01, standalone at udp:1, ready\n"

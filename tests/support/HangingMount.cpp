@@ -31,7 +31,7 @@ HangingMount::HangingMount(std::string directory)
     : directory_(std::move(directory)), served_(open("/dev/fuse", O_RDWR | O_CLOEXEC)) {
   std::string options = "fd=" + std::to_string(served_) + ",rootmode=40000,user_id=0,group_id=0";
   if (served_ >= 0 &&
-      mount("hanging", directory_.c_str(), "fuse.hanging", MS_NOSUID | MS_NODEV, options.c_str()) == 0) {
+      mount("hanging", directory_.c_str(), "fuse.sshfs", MS_NOSUID | MS_NODEV, options.c_str()) == 0) {
     return;
   }
   int error = errno;
