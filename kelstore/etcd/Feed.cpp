@@ -99,10 +99,9 @@ void Feed::endGrace() {
 }
 
 void Feed::noteHeldMembers() {
-  std::set<std::string> held = grace_.members();
   for (auto& [name, member] : members_) {
     uint64_t& since = member.status.heldSinceUtcNs;
-    if (held.contains(name) == (since != 0)) continue;
+    if (grace_.holds(name) == (since != 0)) continue;
     since = since == 0 ? clock_.utcNs() : 0;
     mailbox_.memberIs(member.status);
   }
@@ -164,11 +163,8 @@ void Feed::noteState(const Follower& follower) {
     heldSinceUtcNs_ = 0;
     staleSinceUtcNs_ = 0;
     visibleIs(true);
-  } else if (before == State::watching) {
-    grace_.storeIsLost(nowMs());
-  }
-  // Each error once, although servers that are tried in turn repeat their errors.
-  if (!watches && !follower.lastError().empty() && toldErrors_.insert(follower.lastError()).second) {
+  } else if (!follower.lastError().empty() && toldErrors_.insert(follower.lastError()).second) {
+    // Each error once, although servers that are tried in turn repeat their errors.
     if (toldErrors_.size() > kErrorsRemembered) toldErrors_ = {follower.lastError()};
     tell(kErrorLevel, follower.lastError());
   }

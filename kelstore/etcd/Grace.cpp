@@ -1,13 +1,16 @@
 #include "kelstore/etcd/Grace.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace Kelstore::Etcd {
 
 void Grace::pass(Batch& batch, uint64_t nowMs) {
+  timePasses(nowMs);
   // All that counts is in the batch.
   if (batch.whole) {
     held_.clear();
+    heldOf_.clear();
     leaving_.clear();
   }
   // A lease ends in one revision, and its mark with it: which of the keys comes first means nothing.
@@ -22,14 +25,12 @@ void Grace::pass(Batch& batch, uint64_t nowMs) {
   }
   std::erase_if(batch.changes, [&](const Change& change) {
     if (keys_.isLeavingKey(change.key)) return true;
-    held_.erase(change.key);
+    if (!held_.empty()) release(change.key);
     if (!endedByItself(change)) return false;
-    held_[change.key].goneAtMs = nowMs + graceMs_;
-    nextMs_ = std::min(nextMs_, nowMs + graceMs_);
+    hold(change.key);
     return true;
   });
   for (const std::string& key : left) leaving_.erase(key);
-  if (held_.empty()) nextMs_ = kNever;
 }
 
 bool Grace::endedByItself(const Change& change) const {
@@ -38,38 +39,56 @@ bool Grace::endedByItself(const Change& change) const {
                       [&](const auto& one) { return one.second == change.lease; });
 }
 
+void Grace::timePasses(uint64_t nowMs) {
+  passedMs_ += std::min(nowMs - nowMs_, kMostAtOnceMs);
+  nowMs_ = nowMs;
+}
+
+void Grace::hold(const std::string& key) {
+  uint64_t goneAtMs = passedMs_ + graceMs_;
+  held_[key] = {goneAtMs, false};
+  ++heldOf_[memberOf(key)];
+  nextMs_ = std::min(nextMs_, goneAtMs);
+}
+
+void Grace::release(const std::string& key) {
+  if (held_.erase(key) == 0) return;
+  auto count = heldOf_.find(memberOf(key));
+  if (--count->second == 0) heldOf_.erase(count);
+}
+
+std::string Grace::memberOf(const std::string& key) const {
+  absl::StatusOr<Path> path = keys_.path(key);
+  if (!path.ok() || specOf(path->kind).entity == MemberEntity::none) return {};
+  return std::string(path->first());
+}
+
 std::vector<Change> Grace::over(uint64_t nowMs) {
+  timePasses(nowMs);
   std::vector<Change> gone;
-  if (nowMs < nextMs_) return gone;
+  if (passedMs_ < nextMs_) return gone;
   nextMs_ = kNever;
-  std::erase_if(held_, [&](const auto& one) {
-    if (one.second.goneAtMs <= nowMs) {
-      gone.push_back({one.first, std::nullopt});
-      return true;
+  for (const auto& [key, held] : held_) {
+    if (held.goneAtMs <= passedMs_) {
+      gone.push_back({key, std::nullopt});
+    } else {
+      nextMs_ = std::min(nextMs_, held.goneAtMs);
     }
-    nextMs_ = std::min(nextMs_, one.second.goneAtMs);
-    return false;
-  });
+  }
+  for (const Change& change : gone) release(change.key);
   return gone;
 }
 
 void Grace::storeIsBack(uint64_t nowMs) {
-  nextMs_ = kNever;
+  timePasses(nowMs);
   for (auto& [key, held] : held_) {
-    held.goneAtMs = held.anew ? held.goneAtMs + (nowMs - lostMs_) : nowMs + graceMs_;
-    held.anew = true;
-    nextMs_ = std::min(nextMs_, held.goneAtMs);
+    if (!std::exchange(held.anew, true)) held.goneAtMs = passedMs_ + graceMs_;
   }
 }
 
-std::set<std::string> Grace::members() const {
-  std::set<std::string> members;
-  for (const auto& [key, held] : held_) {
-    absl::StatusOr<Path> path = keys_.path(key);
-    if (path.ok() && specOf(path->kind).entity != MemberEntity::none)
-      members.insert(std::string(path->first()));
-  }
-  return members;
+uint64_t Grace::wakeAtMs() const {
+  if (held_.empty()) return kNever;
+  return nowMs_ + (nextMs_ > passedMs_ ? std::min(nextMs_ - passedMs_, kMostAtOnceMs) : 0);
 }
 
 }  // namespace Kelstore::Etcd

@@ -10,8 +10,8 @@
 #include <cstdint>
 #include <limits>
 #include <map>
-#include <set>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "kelstore/etcd/KeySpace.h"
@@ -22,6 +22,9 @@ namespace Kelstore::Etcd {
 class Grace final {
  public:
   static constexpr uint64_t kNever = std::numeric_limits<uint64_t>::max();
+  // No more passes between two calls. Longer, the store was lost or this process was stopped, and what members
+  // have put again meanwhile is still to be read.
+  static constexpr uint64_t kMostAtOnceMs = 1'000;
 
   // graceMs: 0: everything is gone at once.
   Grace(KeySpace keys, uint64_t graceMs) : keys_(std::move(keys)), graceMs_(graceMs) {}
@@ -30,29 +33,35 @@ class Grace final {
   void pass(Batch& batch, uint64_t nowMs);
   // The keys that are gone now, as their time is over.
   std::vector<Change> over(uint64_t nowMs);
-  // The store is lost, or is back. Meanwhile nobody could put a key again, so the time of what was held back
-  // begins anew; but for the second time it only goes on, or a store that comes and goes would keep the dead.
-  void storeIsLost(uint64_t nowMs) { lostMs_ = nowMs; }
+  // The store was away, so that nobody could put a key again: the time of what is held back begins anew. Once
+  // for each key, or a store that comes and goes would keep the dead.
   void storeIsBack(uint64_t nowMs);
-  // When over() has something next; kNever: there is nothing.
-  uint64_t wakeAtMs() const { return nextMs_; }
-  // The members of whose own values some are held back.
-  std::set<std::string> members() const;
+  // When to call over(), at the latest; kNever: there is no need.
+  uint64_t wakeAtMs() const;
+  // Whether some of the member's own values are held back.
+  bool holds(const std::string& member) const { return heldOf_.contains(member); }
 
  private:
   struct Held {
-    uint64_t goneAtMs = 0;
-    bool anew = false;  // its time began anew
+    uint64_t goneAtMs = 0;  // on the clock of passedMs_
+    bool anew = false;      // its time began anew
   };
+  using AllHeld = std::map<std::string, Held>;
 
   bool endedByItself(const Change& change) const;
+  void timePasses(uint64_t nowMs);
+  void hold(const std::string& key);
+  void release(const std::string& key);
+  std::string memberOf(const std::string& key) const;  // empty: it is no member's own
 
   KeySpace keys_;
   uint64_t graceMs_;
-  std::map<std::string, Held> held_;        // by key
-  uint64_t nextMs_ = kNever;                // not after the first of these is gone
-  uint64_t lostMs_ = 0;                     // when the store was lost last
-  std::map<std::string, int64_t> leaving_;  // marks, and the leases of those who leave
+  AllHeld held_;                                    // by key
+  std::unordered_map<std::string, size_t> heldOf_;  // how many of each member
+  uint64_t nextMs_ = kNever;                        // not after the first of them is gone
+  uint64_t passedMs_ = 0;                           // how much time has passed for what is held
+  uint64_t nowMs_ = 0;                              // until when it has
+  std::map<std::string, int64_t> leaving_;          // marks, and the leases of those who leave
 };
 
 }  // namespace Kelstore::Etcd
