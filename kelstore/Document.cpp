@@ -7,6 +7,7 @@
 #include <set>
 #include <unordered_set>
 
+#include "kelstore/Packed.h"
 #include "runtime/JsonFields.h"
 #include "runtime/JsonText.h"
 #include "runtime/Memory.h"
@@ -48,12 +49,26 @@ class Reader {
 
   bool key(std::string& name) {
     if (skipping_ > 0) return true;
-    if (inLeaf_) {
-      leafMember_ = name;
+    if (inLeaf()) {
+      open_.back().member = name;
     } else {
       enter(name);
     }
     return true;
+  }
+
+  // To be called when the text was read to its end.
+  void ends() {
+    if (unpacked_.empty()) return;
+    std::set<Path> paths;
+    for (const auto& [path, value] : unpacked_) paths.insert(path);
+    std::erase_if(document_.values, [&](const Snapshot::Entry& entry) {
+      if (!paths.contains(entry.first)) return false;
+      warn(fmt::format("{}: found in {} too, which counts", entry.first.text(),
+                       packedFormOf(entry.first)->text()));
+      return true;
+    });
+    std::move(unpacked_.begin(), unpacked_.end(), std::back_inserter(document_.values));
   }
 
   bool parse_error(size_t position, const std::string& /*token*/, const json::exception& error) {
@@ -76,6 +91,14 @@ class Reader {
     size_t most = 0;                        // the limit that they exceed
   };
 
+  // An object within a leaf, whose members are collected: the leaf itself and, of a packed form, those in it.
+  struct Inner {
+    json* object = nullptr;
+    std::string member{};  // the last one
+  };
+
+  bool inLeaf() const { return !open_.empty(); }
+
   void enter(const std::string& name) {
     segments_.push_back(name);
     next_ = positionOf(segments_);
@@ -93,23 +116,23 @@ class Reader {
     next_.what = What::unknown;
   }
 
+  bool isFull() const { return document_.values.size() + unpacked_.size() >= limits_.values; }
+
   bool isSurplus(const std::string& name) {
     if (next_.what != What::leaf) return false;
     Object& object = objects_.back();
     size_t most = mostBeside(next_.path.kind, limits_);
     bool tooManyHere = object.names.size() >= most && !object.names.contains(name);
-    bool tooMany = document_.values.size() >= limits_.values;
+    bool tooMany = isFull();
     if (tooManyHere || tooMany) object.most = tooManyHere ? most : limits_.values;
     return tooManyHere || tooMany;
   }
 
   bool scalar(json value) {
     if (skipping_ > 0) return true;
-    if (inLeaf_) {
-      leafMemberIs(std::move(value));
-      return true;
-    }
-    return wholeValue(std::move(value));
+    if (!inLeaf()) return wholeValue(std::move(value));
+    leafMemberIs(std::move(value));
+    return true;
   }
 
   // An object or an array begins; `empty` is an empty one of its kind.
@@ -122,13 +145,11 @@ class Reader {
     bool isObject = empty.is_object();
     if (skipping_ > 0) {
       ++skipping_;
-    } else if (inLeaf_) {
-      // No member of a leaf is an object or an array: its kind is enough to say what is wrong.
-      leafMemberIs(std::move(empty));
-      ++skipping_;
+    } else if (inLeaf()) {
+      openInLeaf(std::move(empty));
     } else if (isObject && next_.what == What::leaf) {
-      inLeaf_ = true;
       leaf_ = std::move(empty);
+      open_.push_back({&leaf_});
     } else if (isObject && (next_.what == What::interior || next_.what == What::container)) {
       if (next_.what == What::container) add(Present{});
       objects_.emplace_back();
@@ -142,12 +163,12 @@ class Reader {
   bool close() {
     --depth_;
     if (skipping_ > 0) {
-      if (--skipping_ > 0 || inLeaf_) return true;
+      if (--skipping_ > 0 || inLeaf()) return true;
       return wholeValue(std::move(skipped_));
     }
-    if (inLeaf_) {
-      inLeaf_ = false;
-      return wholeValue(std::move(leaf_));
+    if (inLeaf()) {
+      open_.pop_back();
+      return inLeaf() || wholeValue(std::move(leaf_));
     }
     if (const Object& object = objects_.back(); object.surplus != 0) {
       document_.surplus.push_back({fmt::format("{}: {} left out, as there are more than {}",
@@ -159,10 +180,27 @@ class Reader {
     return !hopeless();
   }
 
-  void leafMemberIs(json value) {
-    if (!leaf_.emplace(leafMember_, std::move(value)).second) {
-      fault({leafMember_, "found twice, expected once"});
+  // No member of a value is an object or an array: its kind is enough to say what is wrong. Packed forms have
+  // objects.
+  void openInLeaf(json empty) {
+    bool collect = empty.is_object() && specOf(next_.path.kind).packed();
+    json* object = leafMemberIs(std::move(empty));
+    if (collect && object != nullptr) {
+      open_.push_back({object});
+    } else {
+      ++skipping_;
     }
+  }
+
+  // The member; null if it is there already, which is a fault.
+  json* leafMemberIs(json value) {
+    Inner& inner = open_.back();
+    auto [member, added] = inner.object->emplace(inner.member, std::move(value));
+    if (added) return &*member;
+    std::vector<std::string> where = segments_;
+    for (const Inner& one : open_) where.push_back(one.member);
+    document_.faults.push_back({segments_, pathText(where) + ": found twice, expected once"});
+    return nullptr;
   }
 
   // Called at the end of a value that was not walked into.
@@ -172,7 +210,7 @@ class Reader {
       return false;
     }
     if (next_.what == What::leaf) {
-      decodeLeaf(value);
+      decodeLeaf(std::move(value));
     } else if (next_.what != What::unknown) {
       fault(Runtime::foundExpected(value, "an object"));
     }
@@ -180,7 +218,8 @@ class Reader {
     return !hopeless();
   }
 
-  void decodeLeaf(const json& value) {
+  void decodeLeaf(json&& value) {
+    if (specOf(next_.path.kind).packed()) return addUnpacked(unpacked(next_.path, std::move(value), limits_));
     Runtime::JsonNotes notes;
     std::optional<Value> decoded = specOf(next_.path.kind).decode(value, notes);
     for (const Runtime::JsonNote& note : notes.warnings) warn(textOf(note));
@@ -192,6 +231,24 @@ class Reader {
   void add(Value value) {
     if ((document_.values.size() + 1) % kValuesBetweenLooks == 0) Runtime::needMemoryFor(0);
     document_.values.emplace_back(next_.path, std::move(value));
+  }
+
+  void addUnpacked(Document&& part) {
+    size_t surplus = 0;
+    for (Snapshot::Entry& entry : part.values) {
+      if (isFull()) {
+        ++surplus;
+      } else {
+        unpacked_.push_back(std::move(entry));
+      }
+    }
+    for (Document::Fault& fault : part.faults) document_.faults.push_back(std::move(fault));
+    for (Document::Surplus& one : part.surplus) document_.surplus.push_back(std::move(one));
+    for (std::string& warning : part.warnings) warn(std::move(warning));
+    if (surplus == 0) return;
+    document_.surplus.push_back({fmt::format("{}: {} left out, as there are more than {}",
+                                             pathText(segments_), surplus, limits_.values),
+                                 surplus});
   }
 
   std::string textOf(const Runtime::JsonNote& note) const {
@@ -232,26 +289,15 @@ class Reader {
   size_t depth_ = 0;
   size_t skipping_ = 0;  // open objects and arrays of the value that is skipped
   json skipped_;         // its kind
-  bool inLeaf_ = false;
   json leaf_;
-  std::string leafMember_;
+  std::vector<Inner> open_;               // within the leaf, the outermost first
+  std::deque<Snapshot::Entry> unpacked_;  // values that packed forms give
 };
-
-// Whether one of the prefixes is a prefix of the path.
-bool affected(const std::set<std::vector<std::string>>& prefixes, const Path& path) {
-  if (prefixes.empty()) return false;
-  std::vector<std::string> segments = path.segments();
-  while (!segments.empty()) {
-    if (prefixes.contains(segments)) return true;
-    segments.pop_back();
-  }
-  return false;
-}
 
 Document parseAt(std::vector<std::string> segments, std::string_view text, const Limits& limits) {
   Document document;
   Reader reader(text, std::move(segments), limits, document);
-  nlohmann::json::sax_parse(text.begin(), text.end(), &reader);
+  if (nlohmann::json::sax_parse(text.begin(), text.end(), &reader)) reader.ends();
   if (document.unusable) {
     document.values.clear();
     document.faults.clear();
@@ -265,7 +311,24 @@ Document parseAt(std::vector<std::string> segments, std::string_view text, const
 
 Document parseDocument(std::string_view text, const Limits& limits) { return parseAt({}, text, limits); }
 
-Document parseValue(const Path& path, std::string_view text) { return parseAt(path.segments(), text, {}); }
+Document parseValue(const Path& path, std::string_view text, const Limits& limits) {
+  return parseAt(path.segments(), text, limits);
+}
+
+FaultyPlaces::FaultyPlaces(const Document& document) {
+  for (const Document::Fault& fault : document.faults) add(fault.segments);
+}
+
+bool FaultyPlaces::affect(const Path& path) const {
+  if (places_.empty()) return false;
+  std::vector<std::string> segments = path.segments();
+  while (!segments.empty()) {
+    if (places_.contains(segments)) return true;
+    segments.pop_back();
+  }
+  std::optional<Path> form = packedFormOf(path);
+  return form && places_.contains(form->segments());
+}
 
 nlohmann::json documentOf(const Values& values) {
   auto document = nlohmann::json::object();
@@ -278,13 +341,12 @@ nlohmann::json documentOf(const Values& values) {
 }
 
 Snapshot withLastGood(Document&& document, const Snapshot& before) {
-  std::set<std::vector<std::string>> prefixes;
-  for (const Document::Fault& fault : document.faults) prefixes.insert(fault.segments);
+  FaultyPlaces faulty(document);
   std::deque<Snapshot::Entry> entries = std::move(document.values);
-  std::erase_if(entries, [&](const Snapshot::Entry& entry) { return affected(prefixes, entry.first); });
-  if (!prefixes.empty()) {
+  std::erase_if(entries, [&](const Snapshot::Entry& entry) { return faulty.affect(entry.first); });
+  if (!faulty.empty()) {
     for (const Snapshot::Entry& entry : before) {
-      if (affected(prefixes, entry.first)) entries.push_back(entry);
+      if (faulty.affect(entry.first)) entries.push_back(entry);
     }
   }
   return Snapshot(std::move(entries));

@@ -8,6 +8,7 @@
 #include <map>
 #include <nlohmann/json_fwd.hpp>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -18,7 +19,8 @@
 namespace Kelstore {
 
 struct Document {
-  // Something wrong at one position. It affects every path at or below it.
+  // Something wrong at one position. It affects every path at or below it; at a packed form, every path that
+  // this may give.
   struct Fault {
     std::vector<std::string> segments;
     std::string text;  // "members/1/processors/1/load: found 70000, expected ..."
@@ -39,11 +41,27 @@ struct Document {
   std::vector<std::string> warnings;  // at most Limits::remembered
 };
 
+// Where a value is given both by itself and within a packed form, the packed form counts, with a warning.
 Document parseDocument(std::string_view text, const Limits& limits = {});
 
-// Parses the text of one value, at `path`. The text may be any JSON, and places in `unusable` count within
-// it. Use the value only if there is no fault. Requires: the path is no container's.
-Document parseValue(const Path& path, std::string_view text);
+// Parses the text of one value, or of a packed form, at `path`. The text may be any JSON, and places in
+// `unusable` count within it. A value is there only if there is no fault. Requires: the path is no
+// container's.
+Document parseValue(const Path& path, std::string_view text, const Limits& limits = {});
+
+// Places that have faults.
+class FaultyPlaces {
+ public:
+  FaultyPlaces() = default;
+  explicit FaultyPlaces(const Document& document);
+  void add(std::vector<std::string> segments) { places_.insert(std::move(segments)); }
+  // Whether one of them affects the path.
+  bool affect(const Path& path) const;
+  bool empty() const { return places_.empty(); }
+
+ private:
+  std::set<std::vector<std::string>> places_;
+};
 
 using Values = std::map<Path, Value>;
 

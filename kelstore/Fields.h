@@ -1,4 +1,4 @@
-// How the fields of a value are decoded from JSON and encoded. For Schema.cpp alone.
+// How the fields of a value are decoded from JSON and encoded. For Schema.cpp and Packed.cpp alone.
 #pragma once
 
 #include <fmt/format.h>
@@ -17,6 +17,9 @@
 #include "runtime/Text.h"
 
 namespace Kelstore {
+
+// Up to the last second of the year 65535, with which DateAndTime (RFC 2579) ends.
+inline constexpr Runtime::JsonNumber kUtcSeconds{0, 2005949145599};
 
 // Types of fields, in the form that Runtime::JsonFields takes.
 struct JsonIntf {
@@ -140,18 +143,24 @@ constexpr auto field(const char* name, T Struct::*attribute, Type type, std::str
   return Field<Struct, T, Type>{name, attribute, std::move(type), meaning};
 }
 
-// A tuple of the type's fields. Schema.cpp specialises it for each type.
+// A tuple of the type's fields, to be specialised for each type.
 template <class Struct>
 inline constexpr auto kFields = nullptr;
 
 template <class Struct>
-std::optional<Value> decodeObject(const nlohmann::json& json, Runtime::JsonNotes& notes) {
+std::optional<Struct> decodeStruct(const nlohmann::json& json, Runtime::JsonNotes& notes) {
   size_t before = notes.faults.size();
   Struct value;
   Runtime::JsonFields members(json, notes);
   std::apply([&](const auto&... one) { (one.decode(members, value), ...); }, kFields<Struct>);
   members.done();
-  return notes.faults.size() == before ? std::optional<Value>(std::move(value)) : std::nullopt;
+  return notes.faults.size() == before ? std::optional(std::move(value)) : std::nullopt;
+}
+
+template <class Struct>
+std::optional<Value> decodeObject(const nlohmann::json& json, Runtime::JsonNotes& notes) {
+  std::optional<Struct> value = decodeStruct<Struct>(json, notes);
+  return value ? std::optional<Value>(*std::move(value)) : std::nullopt;
 }
 
 template <class Struct>

@@ -5,13 +5,12 @@
 
 #include "kelstore/Entities.h"
 #include "kelstore/Fields.h"
+#include "kelstore/Packed.h"
 #include "kelstore/StorageMappings.h"
 #include "kelstore/Trace.h"
 #include "runtime/Text.h"
 
 namespace Kelstore {
-// The last second of the year 65535, with which DateAndTime (RFC 2579) ends.
-constexpr Runtime::JsonNumber kUtcSeconds{0, 2005949145599};
 constexpr Runtime::JsonNumber kUptimeSeconds{0, 1e15};
 // What fits 64 bits as nanoseconds.
 constexpr Runtime::JsonNumber kMomentSeconds{0, 18446744073};
@@ -275,6 +274,12 @@ constexpr auto kKinds = std::to_array<KindSpec>({
     {Kind::storage, "members/<member>/storage/<mount point>", Owner::member, Entity::hostResources,
      "a file system: a row of `veldaTrelStorageTable`, if it has a mapping", decodeObject<Storage>,
      fieldSpecs<Storage>, applyElement<Storage, hostOf, storageOf>},
+    {Kind::figures, "members/<member>/figures", Owner::member, Entity::hostResources,
+     "`system`, `memory` and `processors` of the member in one, as `trelmemberd` writes them; where both "
+     "forms give a path, this one counts",
+     nullptr, figuresFields, nullptr},
+    {Kind::filesystems, "members/<member>/filesystems", Owner::member, Entity::hostResources,
+     "the same of `storage`", nullptr, filesystemsFields, nullptr},
     {Kind::neighbours, "members/<member>/reachability", Owner::member, Entity::reachability,
      "what the member says of its neighbours; an empty object says that it is there", nullptr, nullptr,
      applyContainer<reachabilityOf>},

@@ -43,6 +43,8 @@ enum class Kind : uint8_t {
   processor,
   storageAreas,
   storage,
+  figures,      // a packed form
+  filesystems,  // the same
   neighbours,
   reachability,
   unread,
@@ -128,14 +130,18 @@ struct KindSpec {
   Owner owner;
   MemberEntity entity;
   std::string_view meaning;
-  // The value; nothing when it cannot be used, and then `notes` has the faults. Null for a container: its
-  // value is Present. In a store a container has no key of its own; it is there while a key below it is.
+  // The value; nothing when it cannot be used, and then `notes` has the faults. Null for a container and for
+  // a packed form.
   std::optional<Value> (*decode)(const nlohmann::json& json, Runtime::JsonNotes& notes);
   std::vector<FieldSpec> (*fields)();  // null for a container
-  // Makes the entities agree with the view at the path.
+  // Makes the entities agree with the view at the path. Null for a packed form.
   void (*apply)(Entities& entities, const Path& path, const View& view);
 
-  bool container() const { return decode == nullptr; }
+  // Its value is Present. In a store a container has no key of its own; it is there while a key below it is.
+  bool container() const { return fields == nullptr; }
+  // It is no value of its own, but another way to write several values in documents and stores (Packed.h).
+  // No snapshot has it.
+  bool packed() const { return decode == nullptr && fields != nullptr; }
 };
 
 // In the order of kinds.

@@ -5,7 +5,7 @@
 #include <functional>
 #include <utility>
 
-#include "kelstore/Document.h"
+#include "kelstore/Packed.h"
 #include "platform/lumalog/Lumalog.h"
 #include "runtime/Errors.h"
 #include "runtime/Text.h"
@@ -25,52 +25,140 @@ std::string withoutPath(const Path& path, const std::string& text) {
 
 }  // namespace
 
-Decoder::Decoded Decoder::decode(std::vector<Change> changes) {
-  std::map<Path, std::optional<Value>> values;
-  Decoded decoded;
-  for (Change& change : changes) decode(std::move(change), decoded, values);
-  decoded.changes.assign(std::make_move_iterator(values.begin()), std::make_move_iterator(values.end()));
-  return decoded;
+Decoder::Decoded Decoder::decode(Batch batch, const Snapshot& before) {
+  Work work{{}, {}, before, batch.whole};
+  if (batch.whole) {
+    given_.clear();
+    ownValues_.clear();
+  }
+  for (Change& change : batch.changes) decode(std::move(change), work);
+  work.decoded.changes.assign(std::make_move_iterator(work.values.begin()),
+                              std::make_move_iterator(work.values.end()));
+  return std::move(work.decoded);
 }
 
-void Decoder::decode(Change change, Decoded& decoded, std::map<Path, std::optional<Value>>& values) {
+void Decoder::decode(Change change, Work& work) {
   absl::StatusOr<Path> path = keys_.path(change.key);
   if (path.ok() && specOf(path->kind).entity != MemberEntity::none) {
-    int64_t& lease = decoded.members[std::string(path->first())];
+    int64_t& lease = work.decoded.members[std::string(path->first())];
     if (change.value && change.lease != 0) lease = change.lease;
   }
   if (!change.value) {
     noteRight(change.key);
     warned_.erase(change.key);
-    if (path.ok()) values[*std::move(path)] = std::nullopt;
+    if (!path.ok()) return;
+    if (specOf(path->kind).packed()) return withdrawForm(*path, work);
+    ownValueIs(*path, std::nullopt, work);
   } else if (!path.ok()) {
     noteWrong(change.key, Runtime::textOf(path.status()));
   } else if (change.oversizeBytes != 0) {
     noteWrong(change.key, fmt::format("found a value of {} bytes, expected at most {}", change.oversizeBytes,
                                       limits_.valueBytes));
-    decoded.unusable.insert(*std::move(path));
-  } else if (auto value = valueOf(change.key, *path, *change.value)) {
-    values[*std::move(path)] = std::move(value);
+    Document nothing;
+    nothing.unusable = "";
+    take(*path, std::move(nothing), change.lease, work);
   } else {
-    decoded.unusable.insert(*std::move(path));
+    take(*path, documentOf(change.key, *path, *change.value), change.lease, work);
   }
 }
 
-std::optional<Value> Decoder::valueOf(const std::string& key, const Path& path, const std::string& text) {
-  Document document = parseValue(path, text);
+void Decoder::take(const Path& path, Document&& document, int64_t lease, Work& work) {
+  if (document.unusable) document.faults.push_back({path.segments(), ""});
+  for (const Document::Fault& fault : document.faults) work.decoded.unusable.add(fault.segments);
+  if (specOf(path.kind).packed()) {
+    unpack(path, std::move(document), lease, work);
+  } else if (!document.values.empty()) {
+    ownValueIs(path, std::move(document.values.front().second), work);
+  }
+}
+
+Document Decoder::documentOf(const std::string& key, const Path& path, const std::string& text) {
+  Document document = parseValue(path, text, limits_);
   if (document.unusable) {
     // The text begins with the place: ":1:7: ...".
     noteWrong(key, document.unusable->substr(document.unusable->find_first_not_of(": ")));
-    return std::nullopt;
-  }
-  if (!document.faults.empty()) {
+  } else if (!document.faults.empty()) {
     noteWrong(key, withoutPath(path, document.faults.front().text));
-    return std::nullopt;
+  } else if (!document.surplus.empty()) {
+    noteWrong(key, withoutPath(path, document.surplus.front().text));
+  } else {
+    noteRight(key);
+    noteWarning(key, document.warnings.empty() ? "" : withoutPath(path, document.warnings.front()));
   }
-  noteRight(key);
-  noteWarning(key, document.warnings.empty() ? "" : withoutPath(path, document.warnings.front()));
-  return std::move(document.values.front().second);
+  return document;
 }
+
+// Packed forms.
+
+void Decoder::unpack(const Path& form, Document&& document, int64_t lease, Work& work) {
+  std::vector<Path> before = givenBefore(form, work);
+  std::set<Path> given;
+  for (auto& [path, value] : document.values) {
+    given.insert(path);
+    if (path.kind == Kind::system) work.decoded.goingOn[path] = lease != 0;
+    givenIs(path, std::move(value), work);
+  }
+  FaultyPlaces faulty(document);
+  for (const Path& path : before) {
+    if (given.contains(path)) continue;
+    if (faulty.affect(path)) {
+      given.insert(path);
+      ownValues_.try_emplace(path);
+    } else {
+      withdrawGiven(path, work);
+    }
+  }
+  given_[form].assign(given.begin(), given.end());
+}
+
+// When a whole batch begins, nothing is known of what was given before, and only what stays, since a part of
+// the form cannot be used, matters.
+std::vector<Path> Decoder::givenBefore(const Path& form, const Work& work) const {
+  if (auto known = given_.find(form); known != given_.end()) return known->second;
+  std::vector<Path> paths;
+  if (!work.whole || work.decoded.unusable.empty()) return paths;
+  for (const auto& [path, value] : work.before) {
+    if (packedFormOf(path) == form && !work.values.contains(path)) paths.push_back(path);
+  }
+  return paths;
+}
+
+void Decoder::withdrawForm(const Path& form, Work& work) {
+  auto known = given_.find(form);
+  if (known == given_.end()) return;
+  std::vector<Path> given = std::move(known->second);
+  given_.erase(known);
+  for (const Path& path : given) withdrawGiven(path, work);
+}
+
+void Decoder::ownValueIs(const Path& path, std::optional<Value> value, Work& work) {
+  if (auto given = ownValues_.find(path); given != ownValues_.end()) {
+    given->second = std::move(value);
+    return;
+  }
+  if (path.kind == Kind::system) work.decoded.goingOn[path] = false;
+  work.values[path] = std::move(value);
+}
+
+void Decoder::givenIs(const Path& path, Value value, Work& work) {
+  auto [own, isNew] = ownValues_.try_emplace(path);
+  if (isNew) {
+    if (auto decoded = work.values.find(path); decoded != work.values.end()) {
+      own->second = decoded->second;
+    } else if (const Value* had = work.whole ? nullptr : work.before.find(path)) {
+      own->second = *had;
+    }
+  }
+  work.values[path] = std::move(value);
+}
+
+void Decoder::withdrawGiven(const Path& path, Work& work) {
+  auto own = ownValues_.extract(path);
+  if (path.kind == Kind::system) work.decoded.goingOn[path] = false;
+  work.values[path] = own.empty() ? std::nullopt : std::move(own.mapped());
+}
+
+// What is set aside.
 
 void Decoder::noteWrong(const std::string& key, std::string what) {
   auto known = setAside_.find(key);

@@ -50,8 +50,11 @@ Feed::Feed(KeySpace keys, const Settings& settings, const Zavro::Clock& clock, M
 void Feed::follow(Follower& follower) {
   for (Batch& batch : follower.takeBatches()) take(std::move(batch));
   noteState(follower);
-  // While the store is lost, nobody can be back.
-  if (state_ == Follower::State::watching) endGrace();
+  // While the store is lost, nobody can be back, and nobody knows who is alive.
+  if (state_ == Follower::State::watching) {
+    endGrace();
+    tick();
+  }
   noteResyncs(follower);
   noteRefused(follower.refused());
   for (Line& line : decoder_.takeLines()) lines_.push_back(std::move(line));
@@ -76,18 +79,31 @@ void Feed::take(Batch batch) {
 }
 
 void Feed::decode(Batch batch) {
-  Decoder::Decoded decoded = decoder_.decode(std::move(batch.changes));
-  if (batch.whole) withdrawOthers(decoded);
+  bool whole = batch.whole;
+  revision_ = batch.revision;
+  Decoder::Decoded decoded = decoder_.decode(std::move(batch), *snapshot_);
+  if (whole) withdrawOthers(decoded);
+  // A watch tells of what was written just now, a listing of what was written some time ago.
+  clocks_.take(decoded, clock_, state_ != Follower::State::watching);
   std::vector<Path> changed;
   snapshot_ = std::make_shared<const Snapshot>(snapshot_->with(std::move(decoded.changes), changed));
-  revision_ = batch.revision;
   noteMembers(decoded.members);
   listed_ = true;
   if (visible_) mailbox_.give({snapshot_, std::move(changed), revision_, false, {}});
 }
 
 uint64_t Feed::wakeAtMs() const {
-  return state_ == Follower::State::watching ? grace_.wakeAtMs() : Follower::kNever;
+  if (state_ != Follower::State::watching) return Follower::kNever;
+  return std::min(grace_.wakeAtMs(), clocks_.wakeAtMs());
+}
+
+// Members whose leases have ended are not known to be alive.
+void Feed::tick() {
+  std::vector<Snapshot::Change> changes = clocks_.tick(clock_, grace_);
+  if (changes.empty()) return;
+  std::vector<Path> changed;
+  snapshot_ = std::make_shared<const Snapshot>(snapshot_->with(std::move(changes), changed));
+  if (visible_) mailbox_.give({snapshot_, std::move(changed), revision_, false, {}});
 }
 
 // Ends the grace of those who have not come back.
@@ -114,7 +130,7 @@ void Feed::withdrawOthers(Decoder::Decoded& decoded) const {
   for (const auto& [path, value] : *snapshot_) {
     while (next != decoded.changes.end() && next->first < path) ++next;
     bool there = next != decoded.changes.end() && next->first == path;
-    if (there || decoded.unusable.contains(path)) continue;
+    if (there || decoded.unusable.affect(path)) continue;
     gone.emplace_back(path, std::nullopt);
     if (specOf(path.kind).entity != MemberEntity::none) decoded.members[std::string(path.first())];
   }

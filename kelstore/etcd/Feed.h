@@ -12,6 +12,7 @@
 #include "kelstore/etcd/Follower.h"
 #include "kelstore/etcd/Grace.h"
 #include "kelstore/etcd/Mailbox.h"
+#include "kelstore/etcd/RunningClocks.h"
 #include "platform/zavro/Clock.h"
 
 namespace Kelstore::Etcd {
@@ -55,6 +56,7 @@ class Feed {
   void withdrawOthers(Decoder::Decoded& decoded) const;
   void decode(Batch batch);
   void endGrace();
+  void tick();
   void noteHeldMembers();
   uint64_t nowMs() const { return clock_.monotonicNs() / 1'000'000; }
   void noteMembers(const std::map<std::string, int64_t>& leases);
@@ -71,6 +73,7 @@ class Feed {
   Mailbox& mailbox_;
   Decoder decoder_;
   Grace grace_;
+  RunningClocks clocks_;
   std::shared_ptr<const Snapshot> snapshot_ = std::make_shared<const Snapshot>();
   bool visible_ = true;
   bool settled_ = false;

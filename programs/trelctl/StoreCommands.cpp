@@ -9,6 +9,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <nlohmann/json.hpp>
 
 #include "kelstore/etcd/Address.h"
@@ -73,6 +74,27 @@ Place placeOf(const std::string& text) {
 Etcd::KeyRange rangeOf(const Etcd::KeySpace& keys, const Place& place) {
   if (place.position.what == Position::What::leaf) return {keys.key(place.segments), ""};
   return keys.below(place.segments);
+}
+
+// What is at the place, also what packed forms give there.
+StoreContent contentAt(const Store& store, const Place& place) {
+  Etcd::Listing listing = orThrow(store.calls->range(rangeOf(store.keys, place)));
+  bool ofMember = place.segments.size() > 2 && place.segments[0] == "members";
+  bool form =
+      place.position.what == Position::What::leaf && Kelstore::specOf(place.position.path.kind).packed();
+  if (!ofMember || form) return contentOf(store.keys, listing);
+  for (Kelstore::Kind kind : {Kelstore::Kind::figures, Kelstore::Kind::filesystems}) {
+    std::string key = store.keys.key(Kelstore::Path(kind, place.segments[1], ""));
+    Etcd::Listing more = orThrow(store.calls->range({key, ""}));
+    std::move(more.records.begin(), more.records.end(), std::back_inserter(listing.records));
+  }
+  StoreContent content = contentOf(store.keys, listing);
+  std::erase_if(content.values, [&](const auto& value) {
+    std::vector<std::string> segments = value.first.segments();
+    return segments.size() < place.segments.size() ||
+           !std::equal(place.segments.begin(), place.segments.end(), segments.begin());
+  });
+  return content;
 }
 
 // Prints what is wrong in the store.
@@ -183,8 +205,10 @@ void put(const StoreOptions& options, const std::string& path, const std::string
   }
   for (const std::string& warning : document.warnings) say(warning);
   Store store(options);
-  orThrow(store.calls->put(store.keys.key(place.segments),
-                           Kelstore::encode(document.values.front().second).dump(), 0));
+  bool packed = Kelstore::specOf(place.position.path.kind).packed();
+  nlohmann::json value =
+      packed ? nlohmann::json::parse(json) : Kelstore::encode(document.values.front().second);
+  orThrow(store.calls->put(store.keys.key(place.segments), value.dump(), 0));
 }
 
 void del(const StoreOptions& options, const std::string& path) {
@@ -198,7 +222,7 @@ void del(const StoreOptions& options, const std::string& path) {
 void get(const StoreOptions& options, const std::string& path) {
   Place place = placeOf(path);
   Store store(options);
-  StoreContent content = contentOf(store.keys, orThrow(store.calls->range(rangeOf(store.keys, place))));
+  StoreContent content = contentAt(store, place);
   report(content);
   if (content.values.empty() && content.setAside.empty() && !path.empty()) {
     throw StoreFailed(fmt::format("{}: nothing there", path));
@@ -209,7 +233,8 @@ void get(const StoreOptions& options, const std::string& path) {
 
 void importFrom(const StoreOptions& options, const std::string& file, const ImportOptions& how) {
   using OfMembers = ImportOptions::OfMembers;
-  StoreContent wanted{valuesOf(file), {}, {}, {}};
+  StoreContent wanted;
+  wanted.values = valuesOf(file);
   Etcd::KeySpace keys(Etcd::parseStore(options.store)->prefix);
   if (how.ofMembers == OfMembers::refused) refuseMembers(keys, file, wanted.values);
   Store store(options);

@@ -14,16 +14,37 @@ using Kelstore::Path;
 using Kelstore::Etcd::Op;
 using Kelstore::Etcd::Record;
 
-void takeValue(const Path& path, const Record& record, StoreContent& content) {
+void takeValues(const Path& path, const Record& record, StoreContent& content) {
   Document document = Kelstore::parseValue(path, record.value);
   for (std::string& warning : document.warnings) content.warnings.push_back(std::move(warning));
   if (document.unusable) {
     content.setAside.emplace_back(record.key, path.text() + *document.unusable);
   } else if (!document.faults.empty()) {
     content.setAside.emplace_back(record.key, document.faults.front().text);
-  } else {
-    content.values.emplace(path, std::move(document.values.front().second));
   }
+  bool packed = Kelstore::specOf(path.kind).packed();
+  for (auto& [given, value] : document.values) {
+    if (packed) content.packed[record.key].push_back(given);
+    auto [found, added] = content.values.try_emplace(given, value);
+    if (added) continue;
+    content.hidden.insert(given);
+    if (packed) found->second = std::move(value);
+  }
+}
+
+// The packed forms that do not give what is wanted.
+std::set<std::string> formsThatGo(const StoreContent& now, const Values& wanted, bool replace) {
+  std::set<std::string> wrong;
+  for (const auto& [key, why] : now.setAside) wrong.insert(key);
+  std::set<std::string> go;
+  for (const auto& [key, paths] : now.packed) {
+    bool differs = std::any_of(paths.begin(), paths.end(), [&](const Path& path) {
+      auto found = wanted.find(path);
+      return found == wanted.end() ? replace : found->second != now.values.at(path);
+    });
+    if (differs || (replace && wrong.contains(key))) go.insert(key);
+  }
+  return go;
 }
 
 }  // namespace
@@ -33,7 +54,7 @@ StoreContent contentOf(const Kelstore::Etcd::KeySpace& keys, const Kelstore::Etc
   for (const Record& record : listing.records) {
     absl::StatusOr<Path> path = keys.path(record.key);
     if (path.ok()) {
-      takeValue(*path, record, content);
+      takeValues(*path, record, content);
     } else {
       auto& where = absl::IsNotFound(path.status()) ? content.foreign : content.setAside;
       where.emplace_back(record.key, path.status().message());
@@ -51,31 +72,47 @@ bool isOfMember(const Kelstore::Etcd::KeySpace& keys, const std::string& key) {
 
 void leaveOutMembers(const Kelstore::Etcd::KeySpace& keys, StoreContent& content) {
   std::erase_if(content.values, [&](const auto& value) { return isOfMember(keys, keys.key(value.first)); });
+  content.packed.clear();
+  content.hidden.clear();
   std::erase_if(content.setAside, [&](const auto& one) { return isOfMember(keys, one.first); });
 }
 
 Difference differenceOf(const Kelstore::Etcd::KeySpace& keys, const StoreContent& now, const Values& wanted,
                         bool replace) {
   Difference difference;
-  for (const auto& [path, value] : wanted) {
-    auto found = now.values.find(path);
-    if (found != now.values.end() && found->second == value) {
+  std::set<std::string> forms = formsThatGo(now, wanted, replace);
+  Values have = now.values;
+  Values all = wanted;
+  std::set<Path> given;
+  for (const auto& [key, paths] : now.packed) {
+    for (const Path& path : paths) {
+      given.insert(path);
+      if (!forms.contains(key)) continue;
+      have.erase(path);
+      if (!replace) all.emplace(path, now.values.at(path));
+    }
+  }
+  for (const auto& [path, value] : all) {
+    auto found = have.find(path);
+    if (found != have.end() && found->second == value) {
       ++difference.unchanged;
     } else {
       difference.ops.push_back({Op::What::put, keys.key(path), Kelstore::encode(value).dump()});
     }
   }
   difference.written = difference.ops.size();
-  if (!replace) return difference;
   std::set<std::string> written;
   for (const Op& op : difference.ops) written.insert(op.key);
   auto goes = [&](const std::string& key) { difference.ops.push_back({Op::What::del, key}); };
-  for (const auto& [path, value] : now.values) {
-    if (!wanted.contains(path)) goes(keys.key(path));
+  if (replace) {
+    for (const auto& [path, value] : now.values) {
+      if (!all.contains(path) && (!given.contains(path) || now.hidden.contains(path))) goes(keys.key(path));
+    }
+    for (const auto& [key, why] : now.setAside) {
+      if (!written.contains(key) && !forms.contains(key)) goes(key);
+    }
   }
-  for (const auto& [key, why] : now.setAside) {
-    if (!written.contains(key)) goes(key);
-  }
+  for (const std::string& key : forms) goes(key);
   difference.deleted = difference.ops.size() - difference.written;
   return difference;
 }

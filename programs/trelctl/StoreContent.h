@@ -18,6 +18,9 @@ using Kelstore::Values;
 
 struct StoreContent {
   Values values;
+  // The keys of packed forms, and the paths whose values they give.
+  std::map<std::string, std::vector<Kelstore::Path>> packed;
+  std::set<Kelstore::Path> hidden;  // of these, those that have a key of their own, too
   // Keys without a usable value, and the reason. Set aside: keys of the state model that are misspelt or
   // whose value cannot be used. Foreign: keys that the state model does not have; they are left alone.
   std::vector<std::pair<std::string, std::string>> setAside;
@@ -41,7 +44,7 @@ struct Difference {
 
 // The operations that write these values; with `replace`, also those that delete all others and what was set
 // aside. Values come in the order of paths, so that what others depend on is there first; deletions come
-// last.
+// last. A packed form that is to give something else is deleted, and its values are written by themselves.
 Difference differenceOf(const Kelstore::Etcd::KeySpace& keys, const StoreContent& now, const Values& wanted,
                         bool replace);
 

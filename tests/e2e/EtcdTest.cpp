@@ -138,6 +138,87 @@ TEST_F(Etcd, BadValue_IsShownWithItsKey_TheLastGoodOneStays) {
   EXPECT_THAT(daemon_.ctl({"status"}).out, HasSubstr("trel/members/1/reachability/2"));
 }
 
+// A member's figures as one key, and its file systems as another one.
+class EtcdFigures : public Etcd {
+ protected:
+  void puts(const std::string& name, const std::string& value, const Support::Argv& options = {}) {
+    Support::Argv put = {"put", "trel/" + name, value};
+    put.insert(put.end(), options.begin(), options.end());
+    etcd_.ctl(put);
+  }
+  void figures(int load, const Support::Argv& options = {}) {
+    puts("members/1/figures",
+         fmt::format(R"({{"bootTime": 1000000000, "clock": 1000003600.5, "users": 2, "processes": 114,
+                          "memorySize": 8192, "memory": {{"total": 8192, "free": 4096}},
+                          "loads": {{"1": {}, "2": 40}}}})",
+                     load),
+         options);
+  }
+  void filesystems() {
+    puts("members/1/filesystems", R"({"/": {"allocationUnits": 4096, "size": 1000, "free": 400}})");
+  }
+  void mappings() {
+    const char* mapping = R"({"index": 31, "type": "1.3.6.1.2.1.25.2.1.4", "description": "/"})";
+    puts("storageMappings/mounts/%2F", mapping);
+    puts("storageMappings/memory/1", R"({"index": 1, "type": "1.3.6.1.2.1.25.2.1.2", "description": "RAM"})");
+  }
+  std::string hostTables() const {
+    return daemon_.manager().walk("sys") + daemon_.manager().walk("proc") + daemon_.manager().walk("stor");
+  }
+  // Waits until the load of processor 2 is this one, so that all that was written before is served.
+  bool loadIs(int load) {
+    return Support::waitUntil(
+        [&] { return daemon_.manager().walk("proc").ends_with(fmt::format(" {}\n", load)); });
+  }
+};
+
+TEST_F(EtcdFigures, EitherForm_IsTheSameTables_AndThePackedOneCounts) {
+  mappings();
+  figures(33);
+  filesystems();
+  following().start();
+  std::string packed = hostTables();
+  EXPECT_THAT(packed, HasSubstr("proc."));
+  EXPECT_THAT(packed, HasSubstr("stor."));
+  puts("members/1/system", R"({"uptime": 3600.5, "currentTimeUtc": 1000003600.5, "users": 2,
+                               "processes": 114, "memorySize": 8192})");
+  puts("members/1/memory", R"({"total": 8192, "free": 4096})");
+  puts("members/1/storage/%2F", R"({"allocationUnits": 4096, "size": 1000, "free": 400})");
+  puts("members/1/processors/1", R"({"load": 33})");
+  puts("members/1/processors/2", R"({"load": 41})");
+  EXPECT_EQ(hostTables(), packed);
+  for (const char* form : {"trel/members/1/figures", "trel/members/1/filesystems"}) etcd_.ctl({"del", form});
+  ASSERT_TRUE(loadIs(41)) << "which had no effect before";
+  puts("members/1/processors/2", R"({"load": 40})");
+  ASSERT_TRUE(loadIs(40));
+  EXPECT_EQ(hostTables(), packed);
+}
+
+TEST_F(EtcdFigures, NobodyWrites_UptimeAndDateGoOn_WhileTheLeaseLasts) {
+  std::string granted = lease();
+  figures(33, {"--lease=" + granted});
+  following().with({"--grace", "600"}).start();
+  auto system = [&] { return daemon_.manager().walk("sys"); };
+  std::string first = system();
+  int64_t revision = store().at("revision");
+  std::string second;
+  ASSERT_TRUE(Support::waitUntil([&] { return (second = system()) != first; })) << first;
+  EXPECT_TRUE(Support::waitUntil([&] { return system() != second; }));
+  EXPECT_EQ(store().at("revision"), revision);
+  EXPECT_EQ(daemon_.status().at("members").at(0).at("member"), "1");
+}
+
+TEST_F(EtcdFigures, WithoutALease_TheyStandStill) {
+  figures(33);
+  following().start();
+  std::string before = daemon_.manager().walk("sys");
+  figures(34, {"--lease=" + lease()});
+  ASSERT_TRUE(Support::waitUntil([&] { return daemon_.manager().walk("sys") != before; }));
+  figures(35);
+  std::string first;
+  ASSERT_TRUE(Support::waitUntil([&] { return (first = daemon_.manager().walk("sys")) == before; })) << first;
+}
+
 TEST_F(Etcd, Status_HowFollowingGoes) {
   reports(1, 2, "reachable", lease());
   following().start();

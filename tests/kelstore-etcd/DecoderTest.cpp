@@ -4,6 +4,8 @@
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 
+#include "tests/support/Random.h"
+
 namespace Kelstore::Etcd {
 namespace {
 
@@ -14,10 +16,16 @@ using testing::UnorderedElementsAre;
 
 class DecoderTest : public testing::Test {
  protected:
-  Decoder::Decoded put(const std::string& key, const std::string& value, int64_t lease = 0) {
-    return decoder_.decode({{"p/" + key, value, lease}});
+  Decoder::Decoded decode(std::vector<Change> changes, bool whole = false) {
+    Decoder::Decoded decoded = decoder_.decode({1, std::move(changes), whole}, state_);
+    std::vector<Path> changed;
+    state_ = state_.with(decoded.changes, changed);
+    return decoded;
   }
-  Decoder::Decoded del(const std::string& key) { return decoder_.decode({{"p/" + key, std::nullopt, 0}}); }
+  Decoder::Decoded put(const std::string& key, const std::string& value, int64_t lease = 0) {
+    return decode({{"p/" + key, value, lease}});
+  }
+  Decoder::Decoded del(const std::string& key) { return decode({{"p/" + key, std::nullopt, 0}}); }
   static Limits limits() {
     Limits limits;
     limits.remembered = 50;
@@ -30,6 +38,7 @@ class DecoderTest : public testing::Test {
     return texts;
   }
 
+  Snapshot state_;
   Decoder decoder_{KeySpace("p"), limits()};
   const Path a_{Kind::interface, "a", {}};
 };
@@ -45,17 +54,17 @@ TEST_F(DecoderTest, KeyOfTheStateModel_BecomesItsPathAndValue) {
 }
 
 TEST_F(DecoderTest, KeyChangesSeveralTimes_TheLastCounts) {
-  auto decoded = decoder_.decode({{"p/interfaces/a", R"({"ifIndex": 1})", 0},
-                                  {"p/interfaces/a", std::nullopt, 0},
-                                  {"p/interfaces/a", R"({"ifIndex": 2})", 0}});
+  auto decoded = decode({{"p/interfaces/a", R"({"ifIndex": 1})", 0},
+                         {"p/interfaces/a", std::nullopt, 0},
+                         {"p/interfaces/a", R"({"ifIndex": 2})", 0}});
   EXPECT_THAT(decoded.changes, ElementsAre(Pair(a_, Interface{2})));
 }
 
 TEST_F(DecoderTest, BadValue_IsSetAside_AndOthersAreTaken) {
-  auto decoded = decoder_.decode({{"p/interfaces/a", R"({"ifIndex": -1})", 0},
-                                  {"p/interfaces/b", R"({"ifIndex": 2})", 0},
-                                  {"p/interfaces/c", "{", 0},
-                                  {"p/interfaces/d", "", 0}});
+  auto decoded = decode({{"p/interfaces/a", R"({"ifIndex": -1})", 0},
+                         {"p/interfaces/b", R"({"ifIndex": 2})", 0},
+                         {"p/interfaces/c", "{", 0},
+                         {"p/interfaces/d", "", 0}});
   EXPECT_THAT(decoded.changes, ElementsAre(Pair(Path{Kind::interface, "b", {}}, Interface{2})));
   const std::string range = "ifIndex: found -1, expected an integer from 0 to 4294967295";
   const std::string syntax =
@@ -93,9 +102,9 @@ TEST_F(DecoderTest, BadKey_IsSetAside_UntilItIsGone) {
 }
 
 TEST_F(DecoderTest, ValueThatIsTooLarge_IsSetAsideWithItsSize) {
-  auto decoded = decoder_.decode({{"p/interfaces/a", "", 0, 1'000'000}});
+  auto decoded = decode({{"p/interfaces/a", "", 0, 1'000'000}});
   EXPECT_THAT(decoded.changes, IsEmpty());
-  EXPECT_THAT(decoded.unusable, ElementsAre(a_));
+  EXPECT_TRUE(decoded.unusable.affect(a_));
   EXPECT_THAT(lines(),
               ElementsAre("0 key p/interfaces/a: found a value of 1000000 bytes, expected at most 4096"));
   put("interfaces/a", R"({"ifIndex": 1})");
@@ -132,11 +141,143 @@ TEST_F(DecoderTest, MoreIsWrongThanIsRemembered_AllOfItIsCounted) {
 }
 
 TEST_F(DecoderTest, MembersWhoseKeysChange_AreToldWithTheirLease) {
-  auto decoded = decoder_.decode({{"p/members/1/processors/1", R"({"load": 1})", 77},
-                                  {"p/members/1/processors/2", std::nullopt, 0},
-                                  {"p/members/2/processors/2", std::nullopt, 0},
-                                  {"p/topology/3/4", R"({"intf": "a"})", 9}});
+  auto decoded = decode({{"p/members/1/processors/1", R"({"load": 1})", 77},
+                         {"p/members/1/processors/2", std::nullopt, 0},
+                         {"p/members/2/processors/2", std::nullopt, 0},
+                         {"p/topology/3/4", R"({"intf": "a"})", 9}});
   EXPECT_THAT(decoded.members, UnorderedElementsAre(Pair("1", 77), Pair("2", 0)));
+}
+
+// Packed forms.
+
+class PackedKeysTest : public DecoderTest {
+ protected:
+  Decoder::Decoded figures(const std::string& loads, int64_t lease = 0) {
+    return put("members/1/figures",
+               R"({"bootTime": 1, "clock": 11, "users": 0, "processes": 0, "memorySize": 0, "loads": )" +
+                   loads + "}",
+               lease);
+  }
+  Decoder::Decoded own(const std::string& index, int load) {
+    return put("members/1/processors/" + index, fmt::format(R"({{"load": {}}})", load));
+  }
+  // The loads of member 1, by processor.
+  std::string loads() const {
+    std::string text;
+    state_.forEach(Kind::processor, [&](const Path& path, const Value& value) {
+      text += fmt::format("{}={} ", path.second(), value.get<Processor>().load);
+    });
+    return text;
+  }
+};
+
+TEST_F(PackedKeysTest, WhatItGivesNoMore_IsWithdrawn) {
+  figures(R"({"1": 10, "2": 20})");
+  EXPECT_EQ(loads(), "1=10 2=20 ");
+  figures(R"({"2": 21})");
+  EXPECT_EQ(loads(), "2=21 ");
+  del("members/1/figures");
+  EXPECT_EQ(state_.size(), 0u);
+}
+
+TEST_F(PackedKeysTest, WrongPart_ItsLastGoodValueStays_AndTheKeyIsSetAside) {
+  figures(R"({"1": 10, "2": 20, "3": 30})");
+  EXPECT_TRUE(figures(R"({"1": "x", "2": 21})").unusable.affect({Kind::processor, "1", "1"}));
+  EXPECT_EQ(loads(), "1=10 2=21 ");
+  EXPECT_THAT(lines(), ElementsAre("0 key p/members/1/figures: loads/1: found \"x\", expected an integer "
+                                   "from -32768 to 32767"));
+  EXPECT_EQ(decoder_.setAsideCount(), 1u);
+  figures(R"({"2": 22})");
+  EXPECT_EQ(loads(), "2=22 ");
+  EXPECT_EQ(decoder_.setAsideCount(), 0u);
+}
+
+TEST_F(PackedKeysTest, AllOfItIsWrong_AllOfItStays) {
+  figures(R"({"1": 10})");
+  put("members/1/figures", "{");
+  put("members/1/figures", "[]");
+  decode({{"p/members/1/figures", "", 0, 1'000'000}});
+  EXPECT_EQ(loads(), "1=10 ");
+  EXPECT_EQ(state_.size(), 2u);
+  del("members/1/figures");
+  EXPECT_EQ(state_.size(), 0u);
+}
+
+// Which of the two keys comes first, and when, does not matter.
+TEST_F(PackedKeysTest, PathHasAKeyOfItsOwnToo_ThePackedFormCounts_WhileItGivesThePath) {
+  own("1", 1);
+  figures(R"({"1": 10})");
+  EXPECT_EQ(loads(), "1=10 ");
+  own("1", 2);
+  own("2", 2);
+  EXPECT_EQ(loads(), "1=10 2=2 ");
+  figures(R"({"2": 20})");
+  EXPECT_EQ(loads(), "1=2 2=20 ");
+  del("members/1/processors/2");
+  EXPECT_EQ(loads(), "1=2 2=20 ");
+  del("members/1/figures");
+  EXPECT_EQ(loads(), "1=2 ");
+}
+
+TEST_F(PackedKeysTest, PublisherOfTheOldFormIsReplaced_InOneRevision) {
+  own("1", 1);
+  decode({{"p/members/1/figures",
+           R"({"clock": 1, "users": 0, "processes": 0, "memorySize": 0, "loads": {"1": 10}})", 0},
+          {"p/members/1/processors/1", std::nullopt, 0}});
+  EXPECT_EQ(loads(), "1=10 ");
+}
+
+TEST_F(PackedKeysTest, AllKeysAreReadAgain_WhatIsWrongStays_UntilTheFormIsGone) {
+  figures(R"({"1": 10, "2": 20})");
+  auto decoded = decode({{"p/members/1/figures", "{", 0}}, true);
+  EXPECT_TRUE(decoded.unusable.affect({Kind::processor, "1", "1"}));
+  EXPECT_EQ(loads(), "1=10 2=20 ");
+  figures(R"({"2": 21})");
+  EXPECT_EQ(loads(), "2=21 ");
+  decode({{"p/members/1/processors/2", R"({"load": 5})", 0}}, true);
+  EXPECT_EQ(loads(), "2=5 ") << "the packed form is not there any more";
+}
+
+TEST_F(PackedKeysTest, OnlyWhatHasALease_GoesOn) {
+  const Path system{Kind::system, "1", ""};
+  EXPECT_THAT(figures("{}", 77).goingOn, ElementsAre(Pair(system, true)));
+  EXPECT_THAT(figures("{}").goingOn, ElementsAre(Pair(system, false)));
+  EXPECT_THAT(del("members/1/figures").goingOn, ElementsAre(Pair(system, false)));
+}
+
+// Two decoders: one gets changes one by one, the other one all keys at once, as after a listing.
+TEST_F(PackedKeysTest, RandomChanges_TheStateDependsOnTheKeysAlone) {
+  for (uint64_t seed = 0; seed < 300; ++seed) {
+    Support::Random random(seed);
+    decoder_ = Decoder(KeySpace("p"), limits());
+    state_ = {};
+    std::map<std::string, std::string> keys;
+    for (int step = 0; step < 30; ++step) {
+      std::string index = std::to_string(1 + random.below(3));
+      std::string key = random.percent(50) ? "members/1/figures" : "members/1/processors/" + index;
+      if (random.percent(25)) {
+        keys.erase(key);
+        del(key);
+        continue;
+      }
+      std::string load = std::to_string(random.below(100));
+      std::string given;
+      for (int i = 1; i <= 3; ++i) {
+        if (random.percent(50)) given += fmt::format(R"({}"{}": {})", given.empty() ? "" : ", ", i, load);
+      }
+      keys[key] =
+          key.ends_with("figures")
+              ? R"({"clock": 1, "users": 0, "processes": 0, "memorySize": 0, "loads": {)" + given + "}}"
+              : R"({"load": )" + load + "}";
+      put(key, keys[key]);
+    }
+    std::vector<Change> all;
+    for (const auto& [key, value] : keys) all.push_back({"p/" + key, value, 0});
+    Decoder other(KeySpace("p"), limits());
+    std::vector<Path> changed;
+    Snapshot expected = Snapshot().with(other.decode({1, all, true}, {}).changes, changed);
+    EXPECT_THAT(differences(expected, state_), IsEmpty()) << "seed " << seed;
+  }
 }
 
 }  // namespace

@@ -132,5 +132,48 @@ TEST(StoreContentTest, TransactionsAreFullButNeverTooLarge) {
   EXPECT_THAT(sizes(2, 50, 100, 20), ElementsAre(1, 1));
 }
 
+const std::string kHead = R"("clock": 1, "users": 0, "processes": 0, "memorySize": 0)";
+
+// Two processors in a packed form, one of which has a key of its own, too.
+StoreContent packedContent() {
+  return contentOf(kKeys, listing({{"p/members/1/figures", "{" + kHead + R"(, "loads": {"1": 1, "2": 2}})"},
+                                   {"p/members/1/processors/1", R"({"load":9})"}}));
+}
+
+TEST(StoreContentTest, PackedForm_IsShownAsItsValues_AndCounts) {
+  EXPECT_EQ(Kelstore::documentOf(packedContent().values), nlohmann::json::parse(R"({"members": {"1": {
+      "system": {"uptime": 0, "currentTimeUtc": 1, "users": 0, "processes": 0, "memorySize": 0},
+      "processors": {"1": {"load": 1}, "2": {"load": 2}}}}})"));
+}
+
+TEST(StoreContentTest, PartOfAPackedFormIsWrong_TheOthersAreShown) {
+  StoreContent content =
+      contentOf(kKeys, listing({{"p/members/1/figures", "{" + kHead + R"(, "loads": {"1": "x", "2": 2}})"}}));
+  EXPECT_EQ(content.values.size(), 2u);
+  EXPECT_THAT(content.setAside,
+              ElementsAre(Pair("p/members/1/figures",
+                               "members/1/figures/loads/1: found \"x\", expected an integer from -32768 to "
+                               "32767")));
+}
+
+TEST(StoreContentTest, PackedFormHasWhatIsWanted_NothingIsWritten) {
+  Difference difference = differenceOf(
+      kKeys, packedContent(), valuesOf(R"({"members": {"1": {"processors": {"2": {"load": 2}}}}})"), false);
+  EXPECT_THAT(rendered(difference.ops), ElementsAre());
+  EXPECT_EQ(difference.unchanged, 1u);
+}
+
+TEST(StoreContentTest, PackedFormHasSomethingElse_ItsValuesAreWrittenByThemselves) {
+  Values wanted = valuesOf(R"({"members": {"1": {"processors": {"2": {"load": 3}}}}})");
+  Difference difference = differenceOf(kKeys, packedContent(), wanted, false);
+  EXPECT_THAT(
+      rendered(difference.ops),
+      ElementsAre(testing::StartsWith("p/members/1/system="), R"(p/members/1/processors/1={"load":1})",
+                  R"(p/members/1/processors/2={"load":3})", "-p/members/1/figures"));
+  difference = differenceOf(kKeys, packedContent(), wanted, true);
+  EXPECT_THAT(rendered(difference.ops), ElementsAre(R"(p/members/1/processors/2={"load":3})",
+                                                    "-p/members/1/processors/1", "-p/members/1/figures"));
+}
+
 }  // namespace
 }  // namespace TrelCtl

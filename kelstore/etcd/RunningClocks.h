@@ -1,0 +1,48 @@
+// Uptime and date of members that publish packed figures. A publisher writes these only when something else
+// changes, or now and then; in between the two go on by this machine's monotonic clock.
+//
+// How old a value is when it comes: one that a watch tells of counts as written just now. One that a listing
+// shows was written earlier: as much earlier as the publisher's clock is behind this machine's, if that is
+// kMaxAgeMs at most. Otherwise the clocks differ, and it counts as written just now, too. So uptime and date
+// are wrong by the difference of the clocks, or by the time since the last write, until the next write.
+//
+// On the follower's thread.
+#pragma once
+
+#include <cstdint>
+#include <limits>
+#include <map>
+#include <vector>
+
+#include "kelstore/etcd/Decoder.h"
+#include "kelstore/etcd/Grace.h"
+#include "platform/zavro/Clock.h"
+
+namespace Kelstore::Etcd {
+
+class RunningClocks final {
+ public:
+  static constexpr uint64_t kTickMs = 1'000;
+  static constexpr uint64_t kMaxAgeMs = 60'000;
+  static constexpr uint64_t kNever = std::numeric_limits<uint64_t>::max();
+
+  // Takes the systems among the changes, and makes them as of now. old: they come from a listing.
+  void take(Decoder::Decoded& decoded, const Zavro::Clock& clock, bool old);
+  // When kTickMs have passed since the last time: the systems as of now, but those of members that are held
+  // back; otherwise nothing. Sorted by path.
+  std::vector<Snapshot::Change> tick(const Zavro::Clock& clock, const Grace& grace);
+  // When tick() has something next; kNever: there is nothing.
+  uint64_t wakeAtMs() const { return running_.empty() ? kNever : nextMs_; }
+
+ private:
+  struct Running {
+    System system;           // as it was written
+    uint64_t writtenNs = 0;  // on the monotonic clock, before 0 possibly: modulo 2^64
+  };
+  static System asOf(const Running& running, uint64_t nowNs);
+
+  std::map<Path, Running> running_;
+  uint64_t nextMs_ = 0;
+};
+
+}  // namespace Kelstore::Etcd
