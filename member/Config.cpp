@@ -165,6 +165,17 @@ void readNeighbours(const json& array, JsonNotes& notes, Config& config) {
   }
 }
 
+constexpr Runtime::JsonNumber kPercent{0, 100};
+
+void readDeadbands(JsonFields& fields, Deadbands& deadbands) {
+  fields.optional("load", integer(0, 100), deadbands.load);
+  fields.optional("memory", kPercent, deadbands.memory);
+  fields.optional("storage", kPercent, deadbands.storage);
+  fields.optional("processes", integer(0, 1000000), deadbands.processes);
+  fields.optional("users", integer(0, 1000000), deadbands.users);
+  fields.optional("longest", integer(1, 3600), deadbands.longest);
+}
+
 void readAll(const json& document, const CheckStore& checkStore, JsonNotes& notes, Config& config) {
   JsonFields fields(document, notes);
   if (!fields.isObject()) return;
@@ -182,6 +193,7 @@ void readAll(const json& document, const CheckStore& checkStore, JsonNotes& note
   fields.optional("figuresInterval",
                   integer(MachineFigures::kMinIntervalSeconds, MachineFigures::kMaxIntervalSeconds),
                   config.figuresIntervalSeconds);
+  fields.object("deadbands", [&](JsonFields& deadbands) { readDeadbands(deadbands, config.deadbands); });
   fields.optional("indexFile", kPath, config.indexFile);
   if (const json* neighbours = fields.array("neighbours")) readNeighbours(*neighbours, notes, config);
   fields.done();

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "kelstore/etcd/Access.h"
+#include "member/Deadbands.h"
 #include "member/MachineFigures.h"
 #include "member/NeighbourReachability.h"
 
@@ -49,6 +50,7 @@ struct Config {
   uint32_t holdSeconds = 300;    // how long a store with another history does not count
   uint32_t intervalSeconds = 1;  // between two transactions, at least
   uint32_t figuresIntervalSeconds = MachineFigures::kDefaultIntervalSeconds;
+  Deadbands deadbands;
   std::string indexFile;  // keeps the indexes of suggested mappings; empty: none
   std::vector<NeighbourConfig> neighbours;
 };

@@ -1,11 +1,10 @@
 #include "member/OwnState.h"
 
 #include <algorithm>
-#include <nlohmann/json.hpp>
 #include <utility>
 
+#include "kelstore/Document.h"
 #include "member/Figures.h"
-#include "runtime/JsonFields.h"
 #include "runtime/Text.h"
 
 namespace Member {
@@ -14,12 +13,6 @@ namespace {
 constexpr uint64_t kNsPerSecond = 1'000'000'000;
 // It ends with "..." where it was cut.
 constexpr size_t kMaxErrorBytes = Kelstore::kMaxTextBytes - 3;
-
-std::optional<Kelstore::Value> decoded(Kelstore::Kind kind, const std::string& text) {
-  nlohmann::json json = nlohmann::json::parse(text, nullptr, false);
-  Runtime::JsonNotes notes;
-  return json.is_discarded() ? std::nullopt : Kelstore::specOf(kind).decode(json, notes);
-}
 
 }  // namespace
 
@@ -128,22 +121,24 @@ void OwnState::earlierIs(const LeaseStore::Holdings& holdings) {
   std::string own = std::to_string(config_.member);
   for (const auto& [path, held] : holdings) {
     if (path.first() != own || held.lease == LeaseStore::kNoLease) continue;
-    if (path.kind != Kind::processor && path.kind != Kind::reachability) continue;
-    std::optional<Kelstore::Value> value = decoded(path.kind, held.text);
-    if (!value) continue;
-    if (path.kind == Kind::processor) {
-      if (value->get<Kelstore::Processor>().load != kUnknownLoad) earlierLoads_.emplace(path, *value);
-      continue;
-    }
-    const auto& report = value->get<Kelstore::Reachability>();
-    for (const auto& neighbour : neighbours_) {
-      const NeighbourConfig& config = neighbour->config();
-      bool same =
-          std::to_string(config.member) == path.second() && report.intf == Lanix::IntfId(config.interface);
-      if (same) neighbour->earlierIs(report.state, report.lastChangeNs);
-    }
+    for (const Entry& entry : Kelstore::parseValue(path, held.text).values) earlierIs(entry);
   }
   changed_();
+}
+
+void OwnState::earlierIs(const Entry& entry) {
+  const auto& [path, value] = entry;
+  if (path.kind == Kind::processor) {
+    if (value.get<Kelstore::Processor>().load != kUnknownLoad) earlierLoads_.emplace(path, value);
+  }
+  if (path.kind != Kind::reachability) return;
+  const auto& report = value.get<Kelstore::Reachability>();
+  for (const auto& neighbour : neighbours_) {
+    const NeighbourConfig& config = neighbour->config();
+    bool same =
+        std::to_string(config.member) == path.second() && report.intf == Lanix::IntfId(config.interface);
+    if (same) neighbour->earlierIs(report.state, report.lastChangeNs);
+  }
 }
 
 // In place of those that are not measured yet.

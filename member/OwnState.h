@@ -46,6 +46,7 @@ class OwnState final {
 
  private:
   std::unique_ptr<Neighbour> makeNeighbour(const NeighbourConfig& neighbour);
+  void earlierIs(const Kelstore::Snapshot::Entry& entry);
   void addNeighbours(std::vector<Kelstore::Snapshot::Entry>& entries) const;
   void addUnread(std::vector<Kelstore::Snapshot::Entry>& entries) const;
   void addEarlierLoads(std::vector<Kelstore::Snapshot::Entry>& entries) const;

@@ -3,9 +3,10 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <nlohmann/json.hpp>
 #include <utility>
 
+#include "kelstore/Limits.h"
+#include "kelstore/Packed.h"
 #include "member/Trace.h"
 #include "runtime/Errors.h"
 
@@ -30,23 +31,22 @@ Publisher::Publisher(Settings settings, std::shared_ptr<LeaseStore> store, Runti
       store_(std::move(store)),
       io_(io),
       clock_(clock),
-      listener_(std::move(listener)) {
+      listener_(std::move(listener)),
+      small_(settings_.deadbands) {
   tellStatus();
 }
 
 // The content and the end.
 
 void Publisher::contentIs(const std::vector<Kelstore::Snapshot::Entry>& entries) {
-  Content content;
-  for (const auto& [path, value] : entries) {
-    if (!Kelstore::specOf(path.kind).container()) content[path] = Kelstore::encode(value).dump();
-  }
-  content_ = std::move(content);
+  content_ = Kelstore::packed(entries, Kelstore::Limits().valueBytes);
   if (state_ == State::silent || state_ == State::published) step();
 }
 
-void Publisher::configured(const std::vector<std::string>& interfaces, uint32_t intervalSeconds) {
+void Publisher::configured(const std::vector<std::string>& interfaces, uint32_t intervalSeconds,
+                           const Deadbands& deadbands) {
   settings_.intervalSeconds = intervalSeconds;
+  small_.deadbandsAre(deadbands);
   auto& known = settings_.interfaces;
   for (const std::string& interface : interfaces) {
     if (std::find(known.begin(), known.end(), interface) != known.end()) continue;
@@ -196,9 +196,10 @@ void Publisher::write() {
   call<int64_t>(
       [changes, preconditions = preconditions(changes, *holdings_, owners_.self),
        lease = owners_.self](LeaseStore& store) { return store.write(changes, preconditions, lease); },
-      [this, changes, more, lease = owners_.self](int64_t revision) {
+      [this, changes, more, nowNs, lease = owners_.self](int64_t revision) {
         if (lease != owners_.self) return step();
         proven();
+        for (const LeaseStore::Change& change : changes) small_.written(change.path, nowNs);
         // The rest follows at once.
         if (more) writableNs_ = 0;
         written(changes, revision);
@@ -216,11 +217,23 @@ void Publisher::write() {
       });
 }
 
-// The differences, or if there are none, a key that shows whether writes work, when that is to be shown.
-std::vector<LeaseStore::Change> Publisher::due() const {
+// Figures are written with the clock as it is when they are.
+void Publisher::readClock() {
+  auto figures = content_->find({Kelstore::Kind::figures, std::to_string(settings_.member), ""});
+  if (figures == content_->end()) return;
+  figures->second = Kelstore::withClock(figures->second, static_cast<double>(clock_.utcNs()) / 1e9);
+}
+
+// The differences, but for small ones. If there are none, and it is to be shown whether writes work: the
+// small one that has waited for longest, or a key as it is.
+std::vector<LeaseStore::Change> Publisher::due() {
+  readClock();
   std::vector<LeaseStore::Change> changes = differences(*content_, *holdings_, owners_);
-  if (!changes.empty() || clock_.monotonicNs() < provenNs_ + proofNs()) return changes;
-  if (auto change = proof(*content_, owners_.self, *holdings_)) changes.push_back(*std::move(change));
+  uint64_t nowNs = clock_.monotonicNs();
+  auto small = small_.takeOut(changes, *holdings_, owners_.self, nowNs);
+  if (!changes.empty() || nowNs < provenNs_ + proofNs()) return changes;
+  if (!small) small = proof(*content_, owners_.self, *holdings_);
+  if (small) changes.push_back(*std::move(small));
   return changes;
 }
 

@@ -1,8 +1,9 @@
 // Keeps this member's keys in the store equal to its content. All of them have one lease, which is renewed
 // while the event loop turns: when this process dies or hangs, its keys go.
 //
-// Only differences are written, in one transaction per interval. More than 127 changed keys take several, one
-// right after the other, and a reader may see a part of them: etcd accepts 128 operations and as many
+// Only differences are written, in one transaction per interval; what changes all the time, packed and when
+// it has changed by more than a little (Deadbands.h). More than 127 changed keys take several, one right
+// after the other, and a reader may see a part of them: etcd accepts 128 operations and as many
 // preconditions, one of which may be a key of the member. Keys below members/<member> and topology/<member>
 // and those of the configured interfaces are written, no others.
 //
@@ -16,9 +17,10 @@
 // The lease is renewed every kRenewalMs, so that its end is noticed within that time. Its keys went with it:
 // they are written anew under another one, without reading the store before, if none of them is there.
 //
-// Rows whose figures stand still never look alive: a transaction is carried out at least twice in the lease's
-// time, with a key that is written as it is if nothing changed. If none was for the lease's time, for
-// whatever reason, the lease is not renewed any more until one is; so all rows go within twice that time.
+// Rows whose figures stand still never look alive: a transaction is carried out at least once in two thirds
+// of the lease's time, with a small change, or a key that is written as it is if nothing changed. If none was
+// for the lease's time, for whatever reason, the lease is not renewed any more until one is; so all rows go
+// within twice that time.
 //
 // While the store does not answer, calls are repeated with growing delays. On the event loop's thread; each
 // call of the store is on a thread of its own.
@@ -32,6 +34,7 @@
 #include <vector>
 
 #include "kelstore/Snapshot.h"
+#include "member/Deadbands.h"
 #include "member/Differences.h"
 #include "member/LeaseStore.h"
 #include "platform/zavro/Clock.h"
@@ -73,6 +76,7 @@ class Publisher final {
     uint32_t intervalSeconds = 1;
     Runtime::Random random = Runtime::unforeseenRandom();  // varies delays
     bool handover = false;                                 // the keys stay at the end, for a successor
+    Deadbands deadbands = {};
   };
 
   // Callbacks, on the loop.
@@ -93,7 +97,8 @@ class Publisher final {
   void contentIs(const std::vector<Kelstore::Snapshot::Entry>& entries);
   // Sets the configuration. Keys of interfaces that were configured earlier are still deleted if the content
   // has none of them.
-  void configured(const std::vector<std::string>& interfaces, uint32_t intervalSeconds);
+  void configured(const std::vector<std::string>& interfaces, uint32_t intervalSeconds,
+                  const Deadbands& deadbands);
   // Stops writing and revokes the lease, so that the keys go; with `handover`, renews it instead, so that a
   // successor finds them, unless writes do not work. Then calls `ended`, also if that fails or takes longer
   // than kEndingMs. A transaction under way fails without the lease, or its keys go with it. Only the first
@@ -126,7 +131,8 @@ class Publisher final {
   void look();
   void looked(const LeaseStore::Holdings& holdings);
   void write();
-  std::vector<LeaseStore::Change> due() const;
+  void readClock();
+  std::vector<LeaseStore::Change> due();
   void written(const std::vector<LeaseStore::Change>& changes, int64_t revision);
   void writeRefused(const absl::Status& error);
   void giveBack();
@@ -154,8 +160,8 @@ class Publisher final {
   std::string status() const;
 
   uint64_t ttlNs() const;
-  uint64_t proofNs() const { return ttlNs() / 2; }  // between two proofs that writes work
-  uint64_t msUntil(uint64_t whenNs) const;          // at least 1
+  uint64_t proofNs() const { return ttlNs() / 3 * 2; }  // between two proofs that writes work
+  uint64_t msUntil(uint64_t whenNs) const;              // at least 1
 
   Settings settings_;
   std::shared_ptr<LeaseStore> store_;
@@ -178,10 +184,11 @@ class Publisher final {
 
   std::optional<LeaseStore::Holdings> holdings_;  // the keys in the store; nothing: they must be read
   uint64_t lookAgainNs_ = 0;                      // when to read them again
-  std::set<Kelstore::Path> foreign_;              // interfaces that are left alone; logged
-  int64_t revision_ = 0;                          // of the last transaction
-  uint64_t writableNs_ = 0;                       // when the next transaction may begin
-  Lease rival_ = LeaseStore::kNoLease;            // of the publisher that has the member
+  SmallChanges small_;
+  std::set<Kelstore::Path> foreign_;    // interfaces that are left alone; logged
+  int64_t revision_ = 0;                // of the last transaction
+  uint64_t writableNs_ = 0;             // when the next transaction may begin
+  Lease rival_ = LeaseStore::kNoLease;  // of the publisher that has the member
   uint64_t endByNs_ = 0;
 
   Runtime::Backoff backoff_{kFirstRetryMs, kLastRetryMs, settings_.random};

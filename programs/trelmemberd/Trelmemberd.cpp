@@ -32,7 +32,8 @@ Publisher::Settings settingsOf(const Config& config, bool handover) {
           .interfaces = interfacesOf(config),
           .ttlSeconds = config.ttlSeconds,
           .intervalSeconds = config.intervalSeconds,
-          .handover = handover};
+          .handover = handover,
+          .deadbands = config.deadbands};
 }
 
 }  // namespace
@@ -104,7 +105,7 @@ void Trelmemberd::reloaded(const ParsedConfig& parsed) {
   config.access = config_.access;
   config.ttlSeconds = config_.ttlSeconds;
   config_ = config;
-  publisher_.configured(interfacesOf(config_), config_.intervalSeconds);
+  publisher_.configured(interfacesOf(config_), config_.intervalSeconds, config_.deadbands);
   OwnState::NeighbourChanges changes = state_.configIs(config_);
   traceHandle.trace(kHealthLevel,
                     "{}: reloaded: of the neighbours {} are as before, {} changed, {} new, {} gone{}", path_,

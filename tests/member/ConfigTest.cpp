@@ -63,7 +63,9 @@ TEST(ConfigTest, Example_IsWhatTheDefaultsAre) {
 TEST(ConfigTest, EveryMember_IsTaken) {
   ParsedConfig result =
       with(R"("access": {"ca": "a", "cert": "b", "key": "c", "credentials": "d"},
-      "ttl": 7, "hold": 8, "interval": 2, "figuresInterval": 9, "indexFile": "/i", "neighbours": [)" +
+      "ttl": 7, "hold": 8, "interval": 2, "figuresInterval": 9,
+      "deadbands": {"load": 1, "memory": 2.5, "storage": 0.5, "processes": 3, "users": 4, "longest": 6},
+      "indexFile": "/i", "neighbours": [)" +
            neighbour(R"("ifIndex": 1002, "enabled": false, "probe": {"intervalMs": 300, "timeoutMs": 200,
       "lossesDown": 4, "answersUp": 5, "window": 6, "windowLosses": 1})") +
            "]");
@@ -77,6 +79,7 @@ TEST(ConfigTest, EveryMember_IsTaken) {
   EXPECT_EQ(config.holdSeconds, 8u);
   EXPECT_EQ(config.intervalSeconds, 2u);
   EXPECT_EQ(config.figuresIntervalSeconds, 9u);
+  EXPECT_EQ(config.deadbands, (Deadbands{1, 2.5, 0.5, 3, 4, 6}));
   EXPECT_EQ(config.indexFile, "/i");
   EXPECT_EQ(config.neighbours.at(0).ifIndex, 1002u);
   const ProbeSettings& probe = config.neighbours.at(0).probe;
@@ -150,6 +153,19 @@ INSTANTIATE_TEST_SUITE_P(
         Case{R"(+"ttl": 1)", ": ttl: found 1, expected an integer from 2 to 3600"},
         Case{R"(+"ttl": 3601)", ": ttl: found 3601, expected an integer from 2 to 3600"},
         Case{R"(+"interval": 0)", ": interval: found 0, expected an integer from 1 to 3600"},
+        Case{R"(+"deadbands": 3)", ": deadbands: found 3, expected an object"},
+        Case{R"(+"deadbands": {"load": 101})",
+             ": deadbands/load: found 101, expected an integer from 0 to 100"},
+        Case{R"(+"deadbands": {"memory": -1})",
+             ": deadbands/memory: found -1, expected a number from 0 to 100"},
+        Case{R"(+"deadbands": {"storage": 101})",
+             ": deadbands/storage: found 101, expected a number from 0 to 100"},
+        Case{R"(+"deadbands": {"processes": -1})",
+             ": deadbands/processes: found -1, expected an integer from 0 to 1000000"},
+        Case{R"(+"deadbands": {"users": "x"})",
+             ": deadbands/users: found \"x\", expected an integer from 0 to 1000000"},
+        Case{R"(+"deadbands": {"longest": 0})",
+             ": deadbands/longest: found 0, expected an integer from 1 to 3600"},
         Case{R"(+"figuresInterval": 0)", ": figuresInterval: found 0, expected an integer from 1 to 3600"},
         Case{R"(+"indexFile": "")", ": indexFile: found \"\", expected a path"},
         Case{R"(+"access": "x")", ": access: found \"x\", expected an object"},

@@ -231,7 +231,7 @@ TEST_F(OwnStateTest, CollectorFailsAndWorksAgain_ItsKeyIsWrittenAndDeleted) {
   machine_->userCount = 3u;
   publish(10000);
   EXPECT_FALSE(store->keys.contains(users));
-  EXPECT_TRUE(store->keys.contains({Kelstore::Kind::system, "1", ""}));
+  EXPECT_TRUE(store->keys.contains({Kelstore::Kind::figures, "1", ""}));
 }
 
 class ConfiguredAnewTest : public OwnStateTest {
@@ -377,8 +377,9 @@ TEST_F(MountsInTurnTest, EachWasHeardButNotTakenOver_NotKnown) {
 LeaseStore::Holdings earlier(const std::map<std::string, std::string>& texts, LeaseStore::Lease lease = 7) {
   LeaseStore::Holdings holdings;
   for (const auto& [name, text] : texts) {
-    auto kind = name.starts_with("processors") ? Kelstore::Kind::processor : Kelstore::Kind::reachability;
-    holdings[{kind, "1", name.substr(name.find('/') + 1)}] = {text, lease, 1};
+    std::vector<std::string> segments{"members", "1", name.substr(0, name.find('/'))};
+    if (segments.back() != name) segments.push_back(name.substr(name.find('/') + 1));
+    holdings[Kelstore::positionOf(segments).path] = {text, lease, 1};
   }
   return holdings;
 }
@@ -403,6 +404,14 @@ TEST_F(OwnStateTest, EarlierProcessPublished_ThatHoldsUntilItIsFoundOtherwise) {
   EXPECT_THAT(entries(), Contains(before));
   EXPECT_THAT(entries(), Contains(StartsWith(R"(members/1/reachability/3)")));
   EXPECT_THAT(entries(), Not(Contains(testing::HasSubstr(R"({"load":33})")))) << "it is measured";
+}
+
+TEST_F(OwnStateTest, EarlierProcessPublishedPackedFigures_ItsLoadsHoldToo) {
+  devicesAre(Device{12, true, true}, Device{13, true, true});
+  start();
+  state_.earlierIs(earlier({{"figures", R"({"clock": 1, "users": 0, "processes": 0, "memorySize": 0,)"
+                                        R"( "loads": {"1": 33}})"}}));
+  EXPECT_THAT(entries(), Contains(R"(members/1/processors/1 {"load":33})"));
 }
 
 TEST_F(OwnStateTest, EarlierReportsThatDoNotFit_AreIgnored) {

@@ -185,7 +185,7 @@ TEST_F(PublisherTest, StoreIsBack_OnlyTheDifferenceIsWritten) {
 TEST_F(PublisherTest, StoreIsBack_WhatDiffersIsWritten_HoweverLongTheIntervalIs) {
   start();
   pass(2 * kSecond);
-  publisher_->configured({}, 3600);
+  publisher_->configured({}, 3600, {});
   store_->failing = {"write"};
   load(11);
   pass(5 * kSecond);

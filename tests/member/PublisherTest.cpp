@@ -30,7 +30,7 @@ TEST_F(PublisherTest, InterfacesAreConfiguredAnew_TheirKeysComeAndGo_UnderTheSam
   store_->written();
   content_.erase(interface("B1"));
   content_[interface("B3")] = Kelstore::Interface{9};
-  publisher_->configured({"B3"}, 5);
+  publisher_->configured({"B3"}, 5, {});
   say();
   pass(7 * kSecond);
   EXPECT_EQ(store_->written(), "interfaces/B3; -interfaces/B1; ");

@@ -18,7 +18,7 @@ class StoreFaultTest : public TrelmemberdTest {
   }
   void publish() {
     process_ = start(config(1, loopback()));
-    ASSERT_TRUE(awaitKey("members/1/system")) << process_->err();
+    ASSERT_TRUE(awaitKey("members/1/figures")) << process_->err();
     before_ = names();
   }
   void expectItGoes(const std::string& why) {

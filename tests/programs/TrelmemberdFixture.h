@@ -48,7 +48,8 @@ class TrelmemberdTest : public testing::Test {
     return directory_.write(
         fmt::format("{}.json", member),
         fmt::format(R"({{"member": {}, "store": "etcd:{}/trel", "ttl": {}, "hold": {},
-                                             "figuresInterval": 1, "neighbours": [{}], "access": {}}})",
+                                             "figuresInterval": 1, "deadbands": {{"longest": 1}},
+                                             "neighbours": [{}], "access": {}}})",
                     member, servers, ttlSeconds, holdSeconds_, neighbours, access_.dump()));
   }
   std::unique_ptr<Process> start(const std::string& config, const Support::Env& env = {}) {
@@ -87,12 +88,12 @@ class TrelmemberdTest : public testing::Test {
     return waitUntil([&] { return keys().contains(name); }, deadline);
   }
   bool leaseIsGone(int64_t lease) { return absl::IsNotFound(client_->timeToLive(lease).status()); }
-  // Waits until the figures, which change once a second, were written so many times.
+  // Waits until the figures, which are once a second, were written so many times.
   bool awaitWrites(int count) {
     int64_t last = 0;
     return waitUntil(
         [&] {
-          int64_t now = keys()["members/1/system"].modRevision;
+          int64_t now = keys()["members/1/figures"].modRevision;
           if (now > std::exchange(last, now)) --count;
           return count < 0;
         },

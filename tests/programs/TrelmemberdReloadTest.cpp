@@ -59,7 +59,7 @@ TEST_F(TrelmemberdReloadTest, NeighbourIsAddedAndGoesAgain_LeaseAndOtherRowsStay
   EXPECT_THAT(names(), Not(Contains("members/1/reachability/3")));
 
   auto after = keys();
-  EXPECT_EQ(after["members/1/system"].lease, before["members/1/system"].lease);
+  EXPECT_EQ(after["members/1/figures"].lease, before["members/1/figures"].lease);
   for (const char* name : {"members/1/reachability/2", "topology/1/2", "interfaces/Backplane1%2F2"}) {
     EXPECT_EQ(after[name].modRevision, before[name].modRevision) << name;
   }
@@ -93,8 +93,8 @@ TEST_F(TrelmemberdReloadTest, BadConfiguration_IsNamed_AndTheOldOneStaysInForce)
   EXPECT_THAT(process_->err(),
               HasSubstr(file_ + ": ttl: found \"long\", expected an integer from 2 to 3600"));
   EXPECT_THAT(process_->err(), HasSubstr(file_ + ": store: found nothing"));
-  int64_t revision = keys()["members/1/system"].modRevision;
-  EXPECT_TRUE(waitUntil([&] { return keys()["members/1/system"].modRevision > revision; }));
+  int64_t revision = keys()["members/1/figures"].modRevision;
+  EXPECT_TRUE(waitUntil([&] { return keys()["members/1/figures"].modRevision > revision; }));
   EXPECT_THAT(names(), Contains("topology/1/2"));
   config(1, loopback());
   reload();
@@ -139,8 +139,8 @@ TEST_F(TrelmemberdReloadTest, LoopLooksNothingUpInAFileSystem) {
   reload();
   ASSERT_TRUE(awaitKey("topology/1/3", 30s)) << process_->err();
   for (int round = 0; round < 3; ++round) {
-    int64_t before = keys()["members/1/system"].modRevision;
-    ASSERT_TRUE(waitUntil([&] { return keys()["members/1/system"].modRevision > before; }, 30s))
+    int64_t before = keys()["members/1/figures"].modRevision;
+    ASSERT_TRUE(waitUntil([&] { return keys()["members/1/figures"].modRevision > before; }, 30s))
         << process_->err();
   }
   process_->signal(SIGTERM);
@@ -163,7 +163,7 @@ TEST_P(TrelmemberdLogTest, LoggerStartsAnew_LinesAfterSighupGoToIt) {
   std::string file = config(1, loopback(), kLongTtlSeconds);
   command.insert(command.end(), {TRELMEMBERD, "--config", file, "--log", GetParam()});
   Process process(command);
-  ASSERT_TRUE(awaitKey("members/1/system")) << process.err();
+  ASSERT_TRUE(awaitKey("members/1/figures")) << process.err();
   auto reloads = [&] {
     process.signal(SIGHUP);
     std::string lines;
@@ -176,8 +176,8 @@ TEST_P(TrelmemberdLogTest, LoggerStartsAnew_LinesAfterSighupGoToIt) {
 }
 
 // Of member 1's figures; 0 when there are none.
-int64_t systemRevision(Client& client) {
-  auto listing = client.get("trel/members/1/system");
+int64_t figuresRevision(Client& client) {
+  auto listing = client.get("trel/members/1/figures");
   return !listing.ok() || listing->records.empty() ? 0 : listing->records.front().modRevision;
 }
 
@@ -188,10 +188,11 @@ TEST(TrelmemberdHangingFileTest, ReloadHangs_PublishingGoesOn_AndTheEndIsNotHeld
   Client client(etcd.endpoints(), {});
   Support::TempDir directory;
   std::string file = directory.write(
-      "1.json", fmt::format(R"({{"member": 1, "store": "etcd:{}/trel", "ttl": 60, "figuresInterval": 1}})",
+      "1.json", fmt::format(R"({{"member": 1, "store": "etcd:{}/trel", "ttl": 60, "figuresInterval": 1,
+                                            "deadbands": {{"longest": 1}}}})",
                             etcd.endpoint()));
   Process process({TRELMEMBERD, "--config", file});
-  auto revision = [&client] { return systemRevision(client); };
+  auto revision = [&client] { return figuresRevision(client); };
   ASSERT_TRUE(waitUntil([&] { return revision() != 0; })) << process.err();
   Support::HangingMount hangs(directory.path());
   process.signal(SIGHUP);
@@ -224,10 +225,11 @@ TEST(TrelmemberdHangingFileTest, CertificateAndKeyHang_PublishingGoesOn_AndTheEn
                            {"store", fmt::format("etcd:{}/trel", etcd.endpoint())},
                            {"ttl", 60},
                            {"figuresInterval", 1},
+                           {"deadbands", {{"longest", 1}}},
                            {"access", {{"ca", certificates.certFile("ca")}, {"cert", cert}, {"key", key}}}};
   std::string file = directory.write("1.json", config.dump());
   Process process({TRELMEMBERD, "--config", file});
-  auto revision = [&client] { return systemRevision(client); };
+  auto revision = [&client] { return figuresRevision(client); };
   ASSERT_TRUE(waitUntil([&] { return revision() != 0; })) << process.err();
   Support::HangingMount hangs(directory.file("hangs"));
   process.signal(SIGHUP);

@@ -17,21 +17,21 @@ using testing::HasSubstr, testing::IsEmpty;
 
 TEST_F(TrelmemberdTest, StoreIsAwayForAWhile_GoesOnAndIsBack) {
   auto process = start(config(1, loopback()));
-  ASSERT_TRUE(awaitKey("members/1/system")) << process->err();
+  ASSERT_TRUE(awaitKey("members/1/figures")) << process->err();
   etcd_->end(0);
   EXPECT_TRUE(awaitLine(*process, "the store cannot be used"));
   EXPECT_TRUE(process->running());
   etcd_->start(0);
   EXPECT_TRUE(awaitLine(*process, "the store works again", 20s));
-  EXPECT_TRUE(awaitKey("members/1/system"));
-  int64_t revision = keys()["members/1/system"].modRevision;
-  EXPECT_TRUE(waitUntil([&] { return keys()["members/1/system"].modRevision > revision; }));
+  EXPECT_TRUE(awaitKey("members/1/figures"));
+  int64_t revision = keys()["members/1/figures"].modRevision;
+  EXPECT_TRUE(waitUntil([&] { return keys()["members/1/figures"].modRevision > revision; }));
 }
 
 TEST_F(TrelmemberdTest, StoreComesBackEmpty_NothingIsWrittenBeforeTheHoldIsOver_ThenEverythingAnew) {
   holdSeconds_ = 4;
   auto process = start(config(1, loopback()));
-  ASSERT_TRUE(awaitKey("members/1/system")) << process->err();
+  ASSERT_TRUE(awaitKey("members/1/figures")) << process->err();
   auto before = names();
   etcd_->restartEmpty();
   EXPECT_TRUE(awaitLine(*process, "another store: found cluster"));
@@ -45,7 +45,7 @@ TEST_F(TrelmemberdTest, OneOfTwoServersIsAnotherCluster_NothingIsWrittenThere) {
   Kelstore::Etcd::Client otherClient({other.endpoint()}, {});
   Support::Relay known(Support::portOf(etcd_->endpoint()));
   auto process = start(config(1, loopback(), known.endpoint() + "," + other.endpoint(), kTtlSeconds));
-  ASSERT_TRUE(awaitKey("members/1/system")) << process->err();
+  ASSERT_TRUE(awaitKey("members/1/figures")) << process->err();
   known.cut();
   EXPECT_TRUE(awaitLine(*process, "another store: found cluster"));
   auto listing = otherClient.range({"trel/", "trel0"});
@@ -57,7 +57,7 @@ TEST_F(TrelmemberdTest, OneOfTwoServersIsAnotherCluster_NothingIsWrittenThere) {
 
 TEST_F(TrelmemberdTest, StoreIsAwayAtTheEnd_EndsSoonAllTheSame_AndSaysWhatStays) {
   auto process = start(config(1, loopback(), kLongTtlSeconds));
-  ASSERT_TRUE(awaitKey("members/1/system")) << process->err();
+  ASSERT_TRUE(awaitKey("members/1/figures")) << process->err();
   etcd_->process(0)->signal(SIGSTOP);
   EXPECT_EQ(process->stop(), 0) << process->err();
   etcd_->process(0)->signal(SIGCONT);
@@ -70,7 +70,7 @@ TEST_F(TrelmemberdTest, FirstServersAreSilent_TheEndBeginsWithTheOneThatAnswers)
   for (Support::Relay* relay : {&silent, &silentToo}) relay->freeze();
   auto servers = fmt::format("{},{},{}", silent.endpoint(), silentToo.endpoint(), etcd_->endpoint());
   auto process = start(config(1, loopback(), servers, kLongTtlSeconds));
-  ASSERT_TRUE(awaitKey("members/1/system", 20s)) << process->err();
+  ASSERT_TRUE(awaitKey("members/1/figures", 20s)) << process->err();
   EXPECT_EQ(process->stop(), 0) << process->err();
   EXPECT_TRUE(waitUntil([&] { return keys().empty(); })) << process->err();
 }
@@ -123,7 +123,7 @@ TEST(EtcdLeaseStoreTest, LeaseIsGivenBack_ItIsMarkedFirst_AndTheMarkGoesWithTheK
 TEST_F(TrelmemberdTest, ServerFallsSilentBeforeTheEnd_AnotherOneTakesTheLease) {
   Support::Relay relay(Support::portOf(etcd_->endpoint()));
   auto process = start(config(1, loopback(), relay.endpoint() + "," + etcd_->endpoint(), kLongTtlSeconds));
-  ASSERT_TRUE(awaitKey("members/1/system")) << process->err();
+  ASSERT_TRUE(awaitKey("members/1/figures")) << process->err();
   relay.freeze();
   EXPECT_EQ(process->stop(), 0) << process->err();
   EXPECT_TRUE(waitUntil([&] { return keys().empty(); })) << process->err();
@@ -140,7 +140,7 @@ class TrelmemberdAccessTest : public TrelmemberdTest {
   // Publishes, renews the lease, and gives it back: every kind of call is let in.
   void expectPublishes() {
     auto process = start(config(1, loopback()));
-    ASSERT_TRUE(awaitKey("members/1/system")) << process->err();
+    ASSERT_TRUE(awaitKey("members/1/figures")) << process->err();
     auto lease = leases();
     EXPECT_TRUE(awaitWrites(6)) << process->err();
     EXPECT_EQ(leases(), lease);

@@ -17,10 +17,9 @@ using testing::StartsWith;
 
 TEST_F(TrelmemberdTest, Publishes_AllOfTheMemberUnderOneLease) {
   auto process = start(config(1, loopback()));
-  ASSERT_TRUE(awaitKey("members/1/system")) << process->err();
-  EXPECT_THAT(names(),
-              IsSupersetOf({"interfaces/Backplane1%2F2", "members/1/memory", "members/1/processors/1",
-                            "members/1/reachability/2", "members/1/system", "topology/1/2"}));
+  ASSERT_TRUE(awaitKey("members/1/figures")) << process->err();
+  EXPECT_THAT(names(), IsSupersetOf({"interfaces/Backplane1%2F2", "members/1/figures",
+                                     "members/1/reachability/2", "topology/1/2"}));
   EXPECT_EQ(leases().size(), 1u);
   EXPECT_FALSE(leases().contains(0));
   auto time = client_->timeToLive(*leases().begin());
@@ -29,24 +28,26 @@ TEST_F(TrelmemberdTest, Publishes_AllOfTheMemberUnderOneLease) {
   EXPECT_EQ(value("interfaces/Backplane1%2F2"), nlohmann::json({{"ifIndex", 1}}));
   EXPECT_EQ(value("topology/1/2"), nlohmann::json({{"intf", "Backplane1/2"}}));
   EXPECT_EQ(value("members/1/reachability/2")["intf"], "Backplane1/2");
-  EXPECT_EQ(value("members/1/memory")["total"], value("members/1/system")["memorySize"]);
+  EXPECT_EQ(value("members/1/figures")["memory"]["total"], value("members/1/figures")["memorySize"]);
+  EXPECT_TRUE(value("members/1/figures")["loads"].contains("1"));
+  EXPECT_THAT(names(), testing::Not(Contains("members/1/system"))) << "the figures are one key";
 }
 
 TEST_F(TrelmemberdTest, Figures_FollowAndNothingElseIsWritten) {
   auto process = start(config(1, loopback()));
-  ASSERT_TRUE(awaitKey("members/1/system")) << process->err();
+  ASSERT_TRUE(awaitKey("members/1/figures")) << process->err();
   auto before = keys();
   auto written = [&](const std::string& name) {
     return keys()[name].modRevision != before[name].modRevision;
   };
-  EXPECT_TRUE(waitUntil([&] { return written("members/1/system"); }));
+  EXPECT_TRUE(waitUntil([&] { return written("members/1/figures"); }));
   EXPECT_FALSE(written("topology/1/2"));
   EXPECT_FALSE(written("interfaces/Backplane1%2F2"));
 }
 
 TEST_F(TrelmemberdTest, RunsForLongerThanItsLease_EverythingStays) {
   auto process = start(config(1, loopback(), 3));
-  ASSERT_TRUE(awaitKey("members/1/system")) << process->err();
+  ASSERT_TRUE(awaitKey("members/1/figures")) << process->err();
   auto lease = leases();
   size_t count = keys().size();
   EXPECT_TRUE(awaitWrites(8)) << process->err();
@@ -58,8 +59,8 @@ TEST_F(TrelmemberdTest, Terminated_ItsKeysGoAtOnceAndNoOthers) {
   ASSERT_TRUE(client_->put("trel/members/2/system", "{}").ok());
   for (int signal : {SIGTERM, SIGINT}) {
     auto process = start(config(1, loopback(), kLongTtlSeconds));
-    ASSERT_TRUE(awaitKey("members/1/system")) << process->err();
-    int64_t lease = keys()["members/1/system"].lease;
+    ASSERT_TRUE(awaitKey("members/1/figures")) << process->err();
+    int64_t lease = keys()["members/1/figures"].lease;
     EXPECT_EQ(process->stop(signal), 0) << process->err();
     EXPECT_THAT(names(), testing::ElementsAre("members/2/system"));
     EXPECT_TRUE(leaseIsGone(lease));
@@ -69,7 +70,7 @@ TEST_F(TrelmemberdTest, Terminated_ItsKeysGoAtOnceAndNoOthers) {
 TEST_F(TrelmemberdTest, Killed_ItsKeysAreGoneWithTheLease) {
   ASSERT_TRUE(client_->put("trel/members/2/system", "{}").ok());
   auto process = start(config(1, loopback()));
-  ASSERT_TRUE(awaitKey("members/1/system")) << process->err();
+  ASSERT_TRUE(awaitKey("members/1/figures")) << process->err();
   process->signal(SIGKILL);
   EXPECT_EQ(process->wait(), 128 + SIGKILL);
   EXPECT_TRUE(waitUntil([&] { return keys().size() == 1; }));
@@ -79,7 +80,7 @@ TEST_F(TrelmemberdTest, Killed_ItsKeysAreGoneWithTheLease) {
 TEST_F(TrelmemberdTest, KilledAndStartedAgain_TakesOverAndNoKeyIsEverMissing) {
   std::string file = config(1, loopback(), kLongTtlSeconds);
   auto process = start(file);
-  ASSERT_TRUE(awaitKey("members/1/system")) << process->err();
+  ASSERT_TRUE(awaitKey("members/1/figures")) << process->err();
   auto before = leases();
   size_t count = keys().size();
   process->signal(SIGKILL);
@@ -111,7 +112,7 @@ TEST_F(TrelmemberdTest, ConfigurationHasOneNeighbourLess_ItsKeysAreDeleted) {
 
 TEST_F(TrelmemberdTest, SecondPublisherOfTheMember_TheFirstStandsByUntilThatIsGone) {
   auto first = start(config(1, loopback()));
-  ASSERT_TRUE(awaitKey("members/1/system")) << first->err();
+  ASSERT_TRUE(awaitKey("members/1/figures")) << first->err();
   int64_t lease = *leases().begin();
   auto second = start(config(1, loopback()));
   ASSERT_TRUE(awaitLine(*first, "on standby")) << second->err();
@@ -121,17 +122,17 @@ TEST_F(TrelmemberdTest, SecondPublisherOfTheMember_TheFirstStandsByUntilThatIsGo
     return now.size() == 1 && !now.contains(lease);
   })) << "the first gives its lease back";
   EXPECT_EQ(second->stop(), 0);
-  EXPECT_TRUE(awaitKey("members/1/system")) << first->err();
+  EXPECT_TRUE(awaitKey("members/1/figures")) << first->err();
   EXPECT_TRUE(awaitLine(*first, "the other publisher of member 1 is gone"));
 }
 
 TEST_F(TrelmemberdTest, AsleepWhileASuccessorStarted_StandsByWhenItWakesUp) {
   auto first = start(config(1, loopback()));
-  ASSERT_TRUE(awaitKey("members/1/system")) << first->err();
+  ASSERT_TRUE(awaitKey("members/1/figures")) << first->err();
   first->signal(SIGSTOP);
   ASSERT_TRUE(waitUntil([&] { return keys().empty(); }, 20s));
   auto second = start(config(1, loopback()));
-  ASSERT_TRUE(awaitKey("members/1/system")) << second->err();
+  ASSERT_TRUE(awaitKey("members/1/figures")) << second->err();
   first->signal(SIGCONT);
   EXPECT_TRUE(awaitLine(*first, "on standby")) << second->err();
   EXPECT_TRUE(awaitWrites(3));
@@ -141,7 +142,7 @@ TEST_F(TrelmemberdTest, AsleepWhileASuccessorStarted_StandsByWhenItWakesUp) {
 // As a leader does that stalled, to all leases. A lease that is lost otherwise is noticed no later.
 TEST_F(TrelmemberdTest, LeaseIsRevokedUnderIt_EverythingIsBackSoon) {
   auto process = start(config(1, loopback(), kLongTtlSeconds));
-  ASSERT_TRUE(awaitKey("members/1/system")) << process->err();
+  ASSERT_TRUE(awaitKey("members/1/figures")) << process->err();
   auto before = names();
   ASSERT_TRUE(client_->revoke(*leases().begin()).ok());
   EXPECT_TRUE(waitUntil([&] { return names() == before; })) << process->err();
@@ -150,10 +151,10 @@ TEST_F(TrelmemberdTest, LeaseIsRevokedUnderIt_EverythingIsBackSoon) {
 
 TEST_F(TrelmemberdTest, InterfaceOfAnotherMember_IsLeftAloneUntilItIsGone) {
   auto other = start(config(2, loopback(1)));
-  ASSERT_TRUE(awaitKey("members/2/system")) << other->err();
+  ASSERT_TRUE(awaitKey("members/2/figures")) << other->err();
   int64_t theirs = keys()["interfaces/Backplane1%2F2"].lease;
   auto process = start(config(1, loopback()));
-  ASSERT_TRUE(awaitKey("members/1/system")) << process->err();
+  ASSERT_TRUE(awaitKey("members/1/figures")) << process->err();
   EXPECT_EQ(keys()["interfaces/Backplane1%2F2"].lease, theirs);
   EXPECT_TRUE(awaitLine(*process, "interfaces/\"Backplane1/2\" is published by somebody else"));
   EXPECT_EQ(other->stop(), 0);
@@ -179,7 +180,7 @@ TEST_F(TrelmemberdTest, Ready_IsToldOnceEverythingIsPublished) {
   EXPECT_EQ(told(), "STATUS=asking the store for a lease") << process->err();
   EXPECT_THAT(told(), StartsWith("STATUS=publishing member 1, under lease "));
   EXPECT_EQ(told(), "READY=1") << process->err();
-  EXPECT_THAT(names(), Contains("members/1/system"));
+  EXPECT_THAT(names(), Contains("members/1/figures"));
   EXPECT_EQ(process->stop(), 0);
   EXPECT_EQ(told(), "STATUS=ending");
   EXPECT_EQ(told(), "STOPPING=1");
@@ -254,8 +255,8 @@ TEST_F(CableTest, DeviceVanishesAndAnotherAppears_ItsIndexFollows) {
 
 TEST_F(CableTest, StateThatStays_IsNotWrittenAgain) {
   int64_t revision = keys()["members/1/reachability/2"].modRevision;
-  int64_t system = keys()["members/1/system"].modRevision;
-  EXPECT_TRUE(waitUntil([&] { return keys()["members/1/system"].modRevision > system + 2; }));
+  int64_t system = keys()["members/1/figures"].modRevision;
+  EXPECT_TRUE(waitUntil([&] { return keys()["members/1/figures"].modRevision > system + 2; }));
   EXPECT_EQ(keys()["members/1/reachability/2"].modRevision, revision);
 }
 
@@ -267,7 +268,7 @@ class RestartTest : public CableTest {
   std::string changesOver(const std::function<void()>& end) {
     EXPECT_TRUE(awaitWrites(3)) << "loads take two measurements";
     before_ = value("members/1/reachability/2");
-    lease_ = keys()["members/1/system"].lease;
+    lease_ = keys()["members/1/figures"].lease;
     Process watch({"etcdctl", "--endpoints=" + etcd_->endpointList(), "watch", "--prefix", "trel/members/1/",
                    "-w", "simple"},
                   {"ETCDCTL_API=3"});
@@ -275,7 +276,7 @@ class RestartTest : public CableTest {
     end();
     process_ = start(config(1, R"({"member": 2, "interface": "Backplane1/2", "device": "bp",
                                    "address": "10.1.0.2", "probe": {"intervalMs": 200, "timeoutMs": 200}})"));
-    EXPECT_TRUE(waitUntil([&] { return keys()["members/1/system"].lease != lease_; }, 20s))
+    EXPECT_TRUE(waitUntil([&] { return keys()["members/1/figures"].lease != lease_; }, 20s))
         << process_->err();
     EXPECT_TRUE(awaitWrites(3));
     EXPECT_EQ(value("members/1/reachability/2"), before_) << process_->err();
@@ -293,7 +294,7 @@ TEST_F(RestartTest, KilledAndStartedAgain_TheReportOnTheNeighbourDoesNotChange_N
   });
   EXPECT_THAT(changes, HasSubstr("reachability/2"));
   EXPECT_THAT(changes, testing::Not(HasSubstr("initializing")));
-  EXPECT_THAT(changes, testing::Not(HasSubstr("\"load\":-1")));
+  EXPECT_THAT(changes, testing::Not(HasSubstr(":-1")));
   EXPECT_THAT(changes, testing::Not(HasSubstr("DELETE")));
 }
 
@@ -308,7 +309,7 @@ TEST_F(RestartTest, RestartedWithHandover_NoRowGoes) {
     EXPECT_THAT(process_->err(), HasSubstr("is left to a successor"));
   });
   EXPECT_THAT(changes, testing::Not(HasSubstr("initializing")));
-  EXPECT_THAT(changes, testing::Not(HasSubstr("\"load\":-1")));
+  EXPECT_THAT(changes, testing::Not(HasSubstr(":-1")));
   EXPECT_THAT(changes, testing::Not(HasSubstr("DELETE")));
 }
 
