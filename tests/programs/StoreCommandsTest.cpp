@@ -98,6 +98,41 @@ TEST_F(StoreCommandsTest, GetAndDel_WhatIsBelow) {
   EXPECT_EQ(fault(1, {"get", "members/1"}), "members/1: nothing there\n");
 }
 
+TEST_F(StoreCommandsTest, PackedForm_IsPutAsItIs_AndReadAsItsValues) {
+  ctl({"put", "members/1/figures",
+       R"({"bootTime": 1, "clock": 11, "users": 2, "processes": 3, "memorySize": 4,
+                                      "loads": {"1": 5}})"});
+  ctl({"put", "members/1/processors/1", R"({"load": 9})"});
+  json system = json::parse(R"({"uptime": 10, "currentTimeUtc": 11, "users": 2, "processes": 3,
+                                "memorySize": 4})");
+  json all = {{"members", {{"1", {{"system", system}, {"processors", {{"1", {{"load", 5}}}}}}}}}};
+  EXPECT_EQ(rawKeys(), prefix + "/members/1/figures\n\n" + prefix + "/members/1/processors/1\n\n");
+  for (const char* path : {"", "members/1", "members/1/figures"}) {
+    EXPECT_EQ(json::parse(ctl({"get", path})), all) << path;
+  }
+  EXPECT_EQ(json::parse(ctl({"get", "members/1/system"})),
+            (json{{"members", {{"1", {{"system", system}}}}}}));
+  EXPECT_EQ(json::parse(ctl({"get", "members/1/processors"})),
+            json::parse(R"({"members": {"1": {"processors": {"1": {"load": 5}}}}})"))
+      << "the packed form counts";
+  EXPECT_EQ(fault(1, {"get", "members/1/memory"}), "members/1/memory: nothing there\n");
+  EXPECT_EQ(fault(2, {"put", "members/1/figures", R"({"clock": 1, "users": 1, "processes": 1,
+                                                     "memorySize": 1, "loads": {"1": "x"}})"}),
+            "members/1/figures/loads/1: found \"x\", expected an integer from -32768 to 32767\n");
+}
+
+TEST_F(StoreCommandsTest, DocumentInThePackedForm_IsImported) {
+  std::string file = directory.write(
+      "packed.json",
+      R"({"members": {"1": {"figures": {"clock": 1, "users": 2, "processes": 3, "memorySize": 4,
+                         "loads": {"1": 5}}, "filesystems": {"/": {"allocationUnits": 1, "size": 2, "free": 1}}}}})");
+  EXPECT_EQ(ctl({"import", "--force", file}), "3 written, 0 deleted, 0 unchanged\n");
+  EXPECT_EQ(
+      json::parse(ctl({"get", "members/1/storage"})),
+      json::parse(R"({"members": {"1": {"storage": {"/": {"allocationUnits": 1, "size": 2, "free": 1}}}}})"));
+  EXPECT_EQ(ctl({"import", "--force", file}), "0 written, 0 deleted, 3 unchanged\n");
+}
+
 // The server that is asked first deletes it and cannot say so; the next one finds nothing any more.
 TEST_F(StoreCommandsTest, DelIsRepeatedAtTheNextServer_ThatNothingIsLeftIsNoFault) {
   ctl({"put", "sysname", R"("alpha")"});

@@ -1,0 +1,108 @@
+// What is shown of the clocks of members that publish packed figures, while nothing is written.
+#include "tests/kelstore-etcd/FeedFixture.h"
+
+namespace Kelstore::Etcd {
+namespace {
+
+// This machine's clock is at 1001 s; the member was up for 100 s when it wrote.
+class RunningClocksTest : public FeedTest {
+ protected:
+  RunningClocksTest() : FeedTest(false, 5'000) {}
+  static Record figures(int64_t revision, double clock, int64_t lease = 77) {
+    return {"p/members/1/figures",
+            fmt::format(R"({{"bootTime": {}, "clock": {}, "users": 0, "processes": 0, "memorySize": 0}})",
+                        clock - 100, clock),
+            revision, lease};
+  }
+  double utc() const { return static_cast<double>(clock_.utcNs()) / 1e9; }
+  // What the loop was told last.
+  std::string shown() {
+    Mailbox::Update update = mailbox_.take();
+    if (update.snapshot != nullptr) told_ = update.snapshot;
+    const Value* value = told_ == nullptr ? nullptr : told_->find({Kind::system, "1", ""});
+    if (value == nullptr) return "none";
+    const System& system = value->get<System>();
+    return fmt::format("up {:.1f}, date {:.1f}", system.systemUptime, system.currentTimeUtc);
+  }
+  void listedWith(const Record& record) {
+    follower_.start(now());
+    follows();
+    listed({record});
+    created();
+  }
+  std::shared_ptr<const Snapshot> told_;
+};
+
+TEST_F(RunningClocksTest, NothingIsWritten_UptimeAndDateGoOn) {
+  listedWith(figures(9, 1001));
+  EXPECT_EQ(shown(), "up 100.0, date 1001.0");
+  advance(999);
+  EXPECT_EQ(shown(), "up 100.0, date 1001.0");
+  advance(1);
+  EXPECT_EQ(shown(), "up 101.0, date 1002.0");
+  advance(9'000);
+  EXPECT_EQ(shown(), "up 110.0, date 1011.0");
+  event(figures(11, 1011.5));
+  EXPECT_EQ(shown(), "up 100.0, date 1011.5");
+  advance(5'000);
+  EXPECT_EQ(shown(), "up 105.0, date 1016.5");
+}
+
+TEST_F(RunningClocksTest, ListingShowsAnOldValue_ItIsAsMuchOlderAsTheClocksDiffer) {
+  listedWith(figures(9, 1001 - 20));
+  EXPECT_EQ(shown(), "up 120.0, date 1001.0");
+  event(figures(11, 1001 - 20));
+  EXPECT_EQ(shown(), "up 100.0, date 981.0") << "it was written just now, so the clocks differ";
+}
+
+TEST_F(RunningClocksTest, ListingShowsAValueOfAnotherTime_ItCountsAsWrittenJustNow) {
+  listedWith(figures(9, 1001 - 61));
+  EXPECT_EQ(shown(), "up 100.0, date 940.0");
+  advance(1'000);
+  EXPECT_EQ(shown(), "up 101.0, date 941.0");
+}
+
+TEST_F(RunningClocksTest, ListingShowsAValueOfTheFuture_ItCountsAsWrittenJustNow) {
+  listedWith(figures(9, 1300));
+  EXPECT_EQ(shown(), "up 100.0, date 1300.0");
+}
+
+TEST_F(RunningClocksTest, WithoutALease_TheyStandStill) {
+  listedWith(figures(9, 1001, 0));
+  advance(10'000);
+  EXPECT_EQ(shown(), "up 100.0, date 1001.0");
+}
+
+TEST_F(RunningClocksTest, LeaseEndsByItself_TheyStandStill_AndGoOnWhenTheMemberIsBack) {
+  listedWith(figures(9, 1001));
+  advance(3'000);
+  follower_.watchSaid(now(), watchEvents(at(11), {del("p/members/1/figures", 11)}));
+  follows();
+  advance(4'000);
+  EXPECT_EQ(shown(), "up 103.0, date 1004.0");
+  event(figures(12, 1008, 78));
+  advance(1'000);
+  EXPECT_EQ(shown(), "up 101.0, date 1009.0");
+  event(figures(13, 0, 78), true);
+  advance(6'000);
+  EXPECT_EQ(shown(), "none");
+  EXPECT_EQ(feed_.wakeAtMs(), Follower::kNever);
+}
+
+TEST_F(RunningClocksTest, StoreIsLost_TheyStandStill_AndAreRightWhenItIsBack) {
+  listedWith(figures(9, 1001));
+  lost();
+  EXPECT_EQ(feed_.wakeAtMs(), Follower::kNever);
+  shown();
+  advance(20'000);
+  EXPECT_EQ(shown(), "up 100.0, date 1001.0");
+  reconnecting();
+  double before = utc();
+  follower_.pageRead(now(), follower_.pageAsked(), {at(10), {figures(9, 1001)}, false});
+  created();
+  follows();
+  EXPECT_EQ(shown(), fmt::format("up {:.1f}, date {:.1f}", before - 901, before));
+}
+
+}  // namespace
+}  // namespace Kelstore::Etcd
