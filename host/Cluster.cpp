@@ -11,14 +11,11 @@
 #include "snmp-modules/veldaTrelMIB.h"
 
 namespace Host {
-namespace {
 
 std::string hostname() {
   std::array<char, 256> name{};
   return gethostname(name.data(), name.size() - 1) == 0 ? name.data() : "localhost";
 }
-
-}  // namespace
 
 Cluster::Cluster(const std::vector<MakeSource>& sources, Zavro::Ptr<Vem::TaskScheduler> scheduler)
     : hostname_(hostname()),
@@ -74,6 +71,16 @@ std::vector<Kelstore::SourceStatus> Cluster::sources() const {
   std::vector<Kelstore::SourceStatus> all;
   for (const auto& source : sources_) all.push_back(source->status());
   return all;
+}
+
+void Cluster::refreshSources(std::function<void()> done) {
+  // The calls under way, and this one.
+  auto left = std::make_shared<size_t>(sources_.size() + 1);
+  auto oneIsDone = [left, done = std::move(done)] {
+    if (--*left == 0) done();
+  };
+  for (const auto& source : sources_) source->refresh(oneIsDone);
+  oneIsDone();
 }
 
 std::vector<std::string> Cluster::acceptStores() {

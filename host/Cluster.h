@@ -15,6 +15,9 @@
 
 namespace Host {
 
+// This machine's name.
+std::string hostname();
+
 class Cluster {
  public:
   // Makes a source that fills a layer.
@@ -39,6 +42,9 @@ class Cluster {
   std::vector<Kelstore::SourceStatus> sources() const;
   // Collectors of members that do not work, as the members say.
   const std::map<Kelstore::Path, Kelstore::Unread>& unread() const { return mirror_.unread(); }
+  // Calls `done` when all that sources() shows is up to date, or when that takes too long
+  // (Source::refresh()).
+  void refreshSources(std::function<void()> done);
   // An operator says that the other stores which sources() show count. The names of these sources.
   std::vector<std::string> acceptStores();
   std::vector<Zavro::Ptr<const TrelSnmp::Agent::Pipeline>> pipelines() const;

@@ -119,9 +119,9 @@ class ControlServer::Client : public std::enable_shared_from_this<Client> {
     clients.splice(clients.end(), clients, self);
   }
 
-  // Starts the next answer, unless one is being sent.
+  // Starts the next answer, unless one is awaited or being sent.
   void serveNext() {
-    if (reply_) return;
+    if (reply_ || asked_) return;
     std::optional<std::string> line = lines_.takeLine();
     if (!line && !lines_.overflown()) {
       resume();
@@ -129,7 +129,16 @@ class ControlServer::Client : public std::enable_shared_from_this<Client> {
     }
     uv_read_stop(stream(pipe_.get()));
     lastReply_ = !line;
-    reply_ = line ? server_.handler_(*line) : errorReply(kTooLong);
+    if (!line) return answer(errorReply(kTooLong));
+    asked_ = true;
+    server_.handler_(*line, [weak = weak_from_this()](std::unique_ptr<Reply> reply) {
+      if (auto client = weak.lock()) client->answer(std::move(reply));
+    });
+  }
+
+  void answer(std::unique_ptr<Reply> reply) {
+    asked_ = false;
+    reply_ = std::move(reply);
     writeNext();
   }
 
@@ -169,6 +178,7 @@ class ControlServer::Client : public std::enable_shared_from_this<Client> {
   ControlServer& server_;
   Runtime::UvHandle<uv_pipe_t> pipe_;
   Control::LineBuffer lines_;
+  bool asked_ = false;  // the handler, which has not answered yet
   std::unique_ptr<Reply> reply_;
   bool lastReply_ = false;
 };

@@ -33,8 +33,11 @@ std::unique_ptr<Reply> errorReply(std::string_view text);
 
 class ControlServer {
  public:
-  // Answers one request line; never null.
-  using Handler = std::function<std::unique_ptr<Reply>(const std::string& request)>;
+  // Takes the answer to one request; never null. To be called once, at once or later; the client may be gone
+  // by then.
+  using Answer = std::function<void(std::unique_ptr<Reply>)>;
+  // Answers one request line.
+  using Handler = std::function<void(const std::string& request, const Answer& answer)>;
   // With one more, the client that has been idle longest is disconnected.
   static constexpr size_t kMaxClients = 64;
 

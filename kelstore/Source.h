@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <utility>
@@ -29,8 +30,8 @@ const char* stateName(CollectorStatus::State state);
 // What a store knows of one member of the cluster.
 struct MemberStatus {
   std::string member;
-  bool leased = false;                       // its keys go when its lease ends
-  std::optional<uint64_t> leaseLeftSeconds;  // when the store was asked last; nothing: not asked yet
+  bool leased = false;                       // its keys go when its lease ends, which it has not yet
+  std::optional<uint64_t> leaseLeftSeconds;  // at the last Source::refresh(); nothing: no answer
   uint64_t lastChangeUtcNs = 0;              // 0: nothing changed since it was listed
   uint64_t heldSinceUtcNs = 0;  // its lease ended by itself, and its values are held for a while; 0: no
 
@@ -87,6 +88,9 @@ class Source {
   // Starts reading. Called once.
   virtual void start() = 0;
   virtual SourceStatus status() const = 0;
+  // Finds out what status() shows but does not follow all the time. Calls `done` then, or when it takes too
+  // long, once; not when the source is destroyed before.
+  virtual void refresh(std::function<void()> done) { done(); }
   // An operator says that the other store which status() shows counts. False: it shows none.
   virtual bool accept() { return false; }
 };

@@ -59,6 +59,7 @@ class Client::Impl {
     std::string failures;
     absl::Status status;
     repeated_ = false;
+    if (homeIsDue()) goHome();
     for (size_t left = endpoints_.size(); left > 0; --left) {
       // The endpoint that answered last is the most likely to answer again.
       bool first = left == endpoints_.size() && left > 1;
@@ -78,6 +79,7 @@ class Client::Impl {
       // A channel that failed fails further calls for a while; a new one connects at once.
       channel_.reset();
       endpoints_.next();
+      leftHomeAt_ = std::chrono::steady_clock::now();
       history_.serverLeft(nowMs());
     }
     return {status.code(), failures};
@@ -148,6 +150,32 @@ class Client::Impl {
     return state == GRPC_CHANNEL_READY || state == GRPC_CHANNEL_IDLE;
   }
 
+  bool homeIsDue() const {
+    return options_.goHomeAfter.count() != 0 && !endpoints_.atHome() &&
+           std::chrono::steady_clock::now() - leftHomeAt_ >= options_.goHomeAfter;
+  }
+
+  // Stays with the present endpoint unless the home answers soon, so that the call has nearly all of its
+  // time.
+  void goHome() {
+    leftHomeAt_ = std::chrono::steady_clock::now();
+    std::string present = endpoints_.current();
+    Channel channel = std::exchange(channel_, nullptr);
+    endpoints_.goHome();
+    Rpc::RangeRequest request = rangeRequest("home", "", 0, 1);
+    Rpc::RangeResponse response;
+    absl::Status status =
+        callHere(Clock::now() + std::min<std::chrono::milliseconds>(options_.deadline / 4, kHomeAnswer),
+                 [&](const Channel& home, grpc::ClientContext& context) {
+                   grpc::Status end = Rpc::KV::NewStub(home)->Range(&context, request, &response);
+                   return end.ok() ? believed(response.header(), true) : end;
+                 });
+    mayBeDone_ = false;
+    if (!isElsewhere(status.code())) return;
+    endpoints_.prefer(present);
+    channel_ = std::move(channel);
+  }
+
   absl::Status callHere(Clock::time_point deadline, const Attempt& attempt) {
     TokenRenewal renewal;
     while (true) {
@@ -186,7 +214,8 @@ class Client::Impl {
   Channel channel_;
   std::optional<std::string> token_;  // empty: calls need none
   History history_;
-  int64_t revision_ = 0;    // the latest that an answer had
+  std::chrono::steady_clock::time_point leftHomeAt_;  // or when it was asked in vain
+  int64_t revision_ = 0;                              // the latest that an answer had
   bool mayBeDone_ = false;  // whether the last attempt failed, but may have been carried out
   bool repeated_ = false;
 };

@@ -48,6 +48,9 @@ class Client final : public Calls {
     // For so long a store with another history than the one known is taken for unavailable (History.h); 0:
     // any counts.
     std::chrono::milliseconds hold{0};
+    // For how long it stays at another endpoint than the first before it asks that one whether it is back,
+    // and goes there if so; 0: for ever.
+    std::chrono::milliseconds goHomeAfter{0};
   };
 
   // endpoints: "host:port" each. Connects with the first call. Requires: there is an endpoint.

@@ -60,10 +60,23 @@ void EtcdSource::take() {
     mailbox_.discard(layers_.snapshot(layer_));
     layers_.snapshotIs(layer_, std::move(update.snapshot), std::move(update.changed));
   }
+  if (update.leasesAsked) refreshed();
   if (!update.settled || settled_) return;
   settled_ = true;
   patience_.reset();
   layers_.settledIs(layer_);
+}
+
+void EtcdSource::refresh(std::function<void()> done) {
+  refreshing_.push_back(std::move(done));
+  if (refreshing_.size() > 1) return;
+  refreshBy_ = io_.after(kRefreshMs, [this] { refreshed(); });
+  session_.askForLeases();
+}
+
+void EtcdSource::refreshed() {
+  refreshBy_.reset();
+  for (const auto& done : std::exchange(refreshing_, {})) done();
 }
 
 bool EtcdSource::accept() {

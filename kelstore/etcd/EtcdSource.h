@@ -22,6 +22,7 @@ class EtcdSource final : public Source {
  public:
   static constexpr uint64_t kPatienceMs = 5'000;     // with the first listing, before the source settles
   static constexpr uint64_t kRetryThreadMs = 1'000;  // when the system has no thread left
+  static constexpr uint64_t kRefreshMs = 2'000;      // for the store to say what time the leases have left
 
   // name: in status and log lines. Layers, io, clock and threads outlive the source; the clock is read on two
   // threads.
@@ -32,11 +33,13 @@ class EtcdSource final : public Source {
 
   void start() override;
   SourceStatus status() const override;
+  void refresh(std::function<void()> done) override;
   bool accept() override;
 
  private:
   void startThread();
   void take();
+  void refreshed();
   bool mirrored() const { return layers_.idle(); }
 
   std::string name_;
@@ -52,6 +55,8 @@ class EtcdSource final : public Source {
   int64_t mirrored_ = 0;  // revision of the last snapshot that was mirrored when the next one came
   std::unique_ptr<Runtime::Io::Activity> patience_;
   std::unique_ptr<Runtime::Io::Activity> retry_;
+  std::unique_ptr<Runtime::Io::Activity> refreshBy_;
+  std::vector<std::function<void()>> refreshing_;
   std::unique_ptr<Runtime::Io::Waker> waker_;
   Mailbox mailbox_;
   Session session_;

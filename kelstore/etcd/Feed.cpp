@@ -179,7 +179,8 @@ void Feed::noteState(const Follower& follower) {
     heldSinceUtcNs_ = 0;
     staleSinceUtcNs_ = 0;
     visibleIs(true);
-  } else if (!follower.lastError().empty() && toldErrors_.insert(follower.lastError()).second) {
+  } else if (!follower.goesHome() && !follower.lastError().empty() &&
+             toldErrors_.insert(follower.lastError()).second) {
     // Each error once, although servers that are tried in turn repeat their errors.
     if (toldErrors_.size() > kErrorsRemembered) toldErrors_ = {follower.lastError()};
     tell(kErrorLevel, follower.lastError());
@@ -261,26 +262,25 @@ StoreStatus Feed::statusOf(const Follower& follower) const {
   return status;
 }
 
-std::optional<int64_t> Feed::nextLease() {
-  auto at = members_.upper_bound(lastAsked_);
-  for (size_t tried = 0; tried < members_.size(); ++tried, ++at) {
-    if (at == members_.end()) at = members_.begin();
-    if (at->second.lease == 0) continue;
-    lastAsked_ = at->first;
-    return at->second.lease;
+std::vector<int64_t> Feed::takeLeases() {
+  std::set<int64_t> leases;
+  for (auto& [name, member] : members_) {
+    if (member.lease != 0) leases.insert(member.lease);
+    if (!std::exchange(member.status.leaseLeftSeconds, std::nullopt)) continue;
+    mailbox_.memberIs(member.status);
   }
-  return std::nullopt;
-}
-
-size_t Feed::leases() const {
-  return static_cast<size_t>(
-      std::count_if(members_.begin(), members_.end(), [](const auto& one) { return one.second.lease != 0; }));
+  return {leases.begin(), leases.end()};
 }
 
 void Feed::leaseIs(int64_t lease, std::optional<uint64_t> secondsLeft) {
   for (auto& [name, member] : members_) {
     if (member.lease != lease) continue;
-    member.status.leaseLeftSeconds = secondsLeft.value_or(0);
+    member.status.leaseLeftSeconds = secondsLeft;
+    // Keys that it still has are held for a while, or stay without a lease.
+    if (!secondsLeft) {
+      member.lease = 0;
+      member.status.leased = false;
+    }
     mailbox_.memberIs(member.status);
   }
 }

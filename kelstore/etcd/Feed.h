@@ -39,11 +39,9 @@ class Feed {
   // When to call follow(), at the latest; Follower::kNever: there is no need.
   uint64_t wakeAtMs() const;
 
-  // The leases of members' keys, one after the other and again from the first; nothing: there is none.
-  std::optional<int64_t> nextLease();
-  // How many members have one.
-  size_t leases() const;
-  // What the store says of a lease; nothing: it has ended.
+  // The leases of members' keys, each once. What was known of the time they have left is forgotten.
+  std::vector<int64_t> takeLeases();
+  // What the store says of one of them; nothing: it has ended.
   void leaseIs(int64_t lease, std::optional<uint64_t> secondsLeft);
 
  private:
@@ -91,7 +89,6 @@ class Feed {
   uint64_t heldSinceUtcNs_ = 0;
   uint64_t staleSinceUtcNs_ = 0;
   std::map<std::string, Member> members_;
-  std::string lastAsked_;
 };
 
 }  // namespace Kelstore::Etcd

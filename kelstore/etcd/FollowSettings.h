@@ -17,6 +17,7 @@ struct FollowSettings {
   uint32_t resyncSeconds = 60;  // from the end of a resync to the next
   uint32_t graceSeconds = 5;    // for which the keys of a lease that ended by itself still count
   Limits limits = {};
+  uint64_t place = 0;  // the follower's number among all: where it begins, and when it audits (Endpoints.h)
 };
 
 }  // namespace Kelstore::Etcd

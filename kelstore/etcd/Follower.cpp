@@ -253,7 +253,41 @@ void Follower::watches(uint64_t nowMs) {
   otherStore_.clear();
   // If the store was restored to what it held before the last of the known changes, and its revisions have
   // passed ours, only a resync shows it.
-  resyncAtMs_ = nowMs + (resumed ? std::min(kResumedResyncMs, settings_.resyncMs) : settings_.resyncMs);
+  resyncAtMs_ = nowMs + (resumed ? std::min(kResumedResyncMs, settings_.resyncMs) : settings_.resyncMs) +
+                shareOf(settings_.place, settings_.resyncMs);
+  goHomeLater(nowMs);
+}
+
+// Not all at the same time.
+void Follower::goHomeLater(uint64_t nowMs) {
+  goesHome_ = false;
+  askHomeAtMs_ = endpoints_.atHome() ? kNever : nowMs + kGoHomeMs + shareOf(settings_.place, kGoHomeSpreadMs);
+}
+
+void Follower::askHome() {
+  askHomeAtMs_ = kNever;
+  homeAskedAt_ = history_.at(applied_);
+  std::string newest = table_.newest(applied_);
+  commands_.emplace_back(AskHome{endpoints_.home(), newest.empty() ? settings_.prefix : newest, applied_});
+}
+
+// Home answers, and has the known history as far as is seen: the watch is resumed there.
+void Follower::homeSaid(uint64_t nowMs, const Page& page) {
+  if (phase_ != Phase::watching || endpoints_.atHome()) return;
+  if (History::foreign(page.header, homeAskedAt_) || contradicts(page.records, homeAskedAt_.revision))
+    return homeFailed(nowMs);
+  forgetFailures(nowMs);
+  lostSinceMs_ = nowMs;
+  events_.clear();
+  page_ = 0;
+  resyncEnds(kNever);
+  endpoints_.goHome();
+  goesHome_ = true;
+  connect(nowMs);
+}
+
+void Follower::homeFailed(uint64_t nowMs) {
+  if (phase_ == Phase::watching) goHomeLater(nowMs);
 }
 
 // Applies the fragments so far, but for their last revision, which may not be whole. An answer may hold
@@ -322,6 +356,7 @@ void Follower::lost(uint64_t nowMs, const std::string& error) {
   forgetFailures(nowMs);
   if (complete_ && lostSinceMs_ == kNever) lostSinceMs_ = nowMs;
   if (phase_ != Phase::watching) history_.serverLeft(nowMs);
+  goesHome_ = false;
   lastError_ = error;
   ++triedInVain_;
   phase_ = Phase::waiting;
@@ -369,6 +404,7 @@ void Follower::elapsed(uint64_t nowMs) {
     askedForProgress_ = true;
     commands_.emplace_back(RequestProgress{});
   }
+  if (nowMs >= askHomeAtMs_) askHome();
   if (nowMs >= resyncAtMs_ && !resyncPageAsked_ && !resyncRead_) resyncNext(nowMs);
   settleSuspects(nowMs);
 }
@@ -377,74 +413,10 @@ uint64_t Follower::wakeAtMs() const {
   uint64_t at = std::min(retryAtMs_, answerByMs_);
   if (lostSinceMs_ != kNever && !stale_) at = std::min(at, lostSinceMs_ + settings_.holdMs);
   if (phase_ != Phase::watching) return at;
-  at = std::min(at, watchHeardMs_ + (askedForProgress_ ? kSilenceMs : kQuietMs));
+  at = std::min({at, watchHeardMs_ + (askedForProgress_ ? kSilenceMs : kQuietMs), askHomeAtMs_});
   if (!resyncPageAsked_ && !resyncRead_) at = std::min(at, resyncAtMs_);
   for (const Waiting& one : suspects_) at = std::min(at, one.untilMs);
   return at;
-}
-
-// Begins a resync, or goes on with it. Each page is read at the latest revision and compared by itself, so
-// that no compaction ends a resync.
-void Follower::resyncNext(uint64_t nowMs) {
-  if (!resyncing_) {
-    resyncing_ = true;
-    resyncFrom_ = settings_.prefix;
-    repairsBefore_ = counters_.repairs;
-    table_.resyncBegins();
-  }
-  resyncPageAsked_ = true;
-  resyncAskedAt_ = history_.at(applied_);
-  readPage(nowMs, resyncFrom_, 0, resyncSize_.keys());
-}
-
-void Follower::resynced(uint64_t nowMs, const Page& page) {
-  // Compared with what was known when it was asked for: events may have overtaken the page since.
-  if (History::foreign(page.header, resyncAskedAt_)) return otherStoreIs(nowMs, page.header);
-  if (contradicts(page.records, page.header.revision)) {
-    return believe(nowMs, ofServer("the resync found another history than was followed, so the store was "
-                                   "restored or is damaged; what it has counts"));
-  }
-  resyncSize_.worked();
-  for (KeyTable::Suspect& suspect : table_.compare(resyncFrom_, page)) {
-    suspects_.push_back({std::move(suspect), nowMs + kGraceMs});
-  }
-  if (page.more) {
-    resyncFrom_ = keyAfter(page.records.back().key);
-    resyncAtMs_ = nowMs + kResyncPauseMs;
-  } else {
-    resyncRead_ = true;
-  }
-  settleSuspects(nowMs);
-}
-
-void Follower::resyncEnds(uint64_t atMs) {
-  table_.resyncEnds(applied_, resyncRead_);
-  resyncing_ = false;
-  resyncPageAsked_ = false;
-  resyncRead_ = false;
-  resyncAtMs_ = atMs;
-  suspects_.clear();
-}
-
-// Repairs what still differs from a page, once the page's revision is applied or kGraceMs have passed: until
-// then an event may explain the difference.
-void Follower::settleSuspects(uint64_t nowMs) {
-  Batch repaired{applied_, {}, false};
-  std::erase_if(suspects_, [&](Waiting& one) {
-    if (applied_ < one.suspect.revision && nowMs < one.untilMs) return false;
-    if (!table_.differs(one.suspect)) return true;
-    if (auto change = table_.repair(std::move(one.suspect))) repaired.changes.push_back(*std::move(change));
-    return true;
-  });
-  counters_.repairs += repaired.changes.size();
-  if (!repaired.changes.empty()) batches_.push_back(std::move(repaired));
-  if (!resyncRead_ || !suspects_.empty()) return;
-  ++counters_.resyncs;
-  resyncEnds(nowMs + settings_.resyncMs);
-  if (counters_.repairs == repairsBefore_) return;
-  // It may never tell anything again, although its server answers.
-  ++counters_.reopenings;
-  lost(nowMs, ofServer("the watch missed what the resync repaired; another one is opened"));
 }
 
 }  // namespace Kelstore::Etcd

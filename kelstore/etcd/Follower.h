@@ -46,7 +46,12 @@ struct OpenWatch {  // on all keys; answered by watchSaid()
   int64_t fromRevision;
 };
 struct RequestProgress {};  // on the watch
-using Command = std::variant<Connect, Disconnect, ReadPage, OpenWatch, RequestProgress>;
+struct AskHome {            // over another connection, which a Connect to it may take over; answered by
+  std::string endpoint;     // homeSaid() or homeFailed()
+  std::string key;          // to be read there, as it was at the revision
+  int64_t revision;
+};
+using Command = std::variant<Connect, Disconnect, ReadPage, OpenWatch, RequestProgress, AskHome>;
 
 class Follower {
  public:
@@ -58,11 +63,12 @@ class Follower {
   };
   struct Settings {
     std::string prefix;                  // what all keys begin with
-    std::vector<std::string> endpoints;  // at least one
+    std::vector<std::string> endpoints;  // at least one, the home first
     uint64_t holdMs = 300'000;
     uint64_t resyncMs = 60'000;
     KeyTable::GroupOf groupOf = {};      // limits of groups of keys
     size_t keys = KeyTable::kUnlimited;  // limit of all keys
+    uint64_t place = 0;                  // number among all followers of the store (Endpoints.h)
   };
   struct Counters {
     uint64_t revisions = 0;       // applied from watches
@@ -103,7 +109,9 @@ class Follower {
   void pageFailed(uint64_t nowMs, uint64_t number, PageFailure why, const std::string& error);
   void watchSaid(uint64_t nowMs, WatchResponse response);
   void lost(uint64_t nowMs, const std::string& error);  // the connection ended, or none was made
-  void elapsed(uint64_t nowMs);                         // wakeAtMs() has come
+  void homeSaid(uint64_t nowMs, const Page& page);
+  void homeFailed(uint64_t nowMs);
+  void elapsed(uint64_t nowMs);  // wakeAtMs() has come
   // An operator says that the store of otherStore() counts. No effect if there is none.
   void accept(uint64_t nowMs);
   // Requires: not started. Goes on with the history that another follower knew, but not with its keys.
@@ -119,6 +127,7 @@ class Follower {
 
   State state() const;
   bool complete() const { return complete_; }  // all keys have been listed once
+  bool goesHome() const { return goesHome_; }  // left a server for its home, without a fault of either
   // Nothing is known yet, and every server failed in turn, none of them only because its time was short.
   bool unreached() const { return !complete_ && triedInVain_ >= endpoints_.size(); }
   // Whether a server is watched, or has answered with a page of a listing.
@@ -160,6 +169,9 @@ class Follower {
   std::string ofServer(const std::string& what) const { return endpoint() + ": " + what; }
 
   void forgetFailures(uint64_t nowMs);
+  void askHome();
+  // When home is asked next.
+  void goHomeLater(uint64_t nowMs);
 
   void resyncNext(uint64_t nowMs);
   void resynced(uint64_t nowMs, const Page& page);
@@ -188,6 +200,9 @@ class Follower {
   uint64_t watchHeardMs_ = 0;
   bool askedForProgress_ = false;
   bool toldSinceCreated_ = false;  // the watch answered again after it was created
+  uint64_t askHomeAtMs_ = kNever;
+  Header homeAskedAt_;  // what was known then
+  bool goesHome_ = false;
   std::string lastError_;
   Counters counters_;
 

@@ -28,6 +28,7 @@ void Mailbox::give(Update update) {
     update.revision = before.revision;
   }
   update.settled |= before.settled;
+  update.leasesAsked |= before.leasesAsked;
   before.lines.insert(before.lines.end(), std::make_move_iterator(update.lines.begin()),
                       std::make_move_iterator(update.lines.end()));
   if (before.lines.size() > kMaxLines) before.lines.resize(kMaxLines);

@@ -23,7 +23,8 @@ class Mailbox {
     std::vector<Path> changed;                 // sorted
     int64_t revision = 0;                      // of the snapshot
     bool settled = false;                      // the source's layer may settle
-    std::vector<Line> lines;
+    std::vector<Line> lines = {};
+    bool leasesAsked = false;  // the members' lease times are up to date
   };
   // Lines beyond this are dropped until the loop takes some.
   static constexpr size_t kMaxLines = 100;

@@ -24,9 +24,9 @@ namespace Kelstore::Etcd {
 namespace {
 
 constexpr uint64_t kNsPerMs = 1'000'000;
-// The store is asked about each lease once in kLeaseRoundMs, but all together not more often than below.
-constexpr uint64_t kLeaseRoundMs = 5'000;
-constexpr uint64_t kLeaseLeastMs = 100;
+// Questions for leases at a time, and how long an answer may take.
+constexpr size_t kLeasesAtOnce = 32;
+constexpr std::chrono::seconds kLeaseAnswer(2);
 
 // A tag of the queue. Holds what its operation uses.
 using Done = Login::Done;
@@ -41,10 +41,12 @@ class Session::Impl {
         clock_(clock),
         keys_(KeySpace(settings.address.prefix).all()),
         follower_(followerSettings(), Runtime::unforeseenRandom()),
+        mailbox_(mailbox),
         feed_(KeySpace(settings.address.prefix),
               {settings.limits, settings.clearAfterHold, uint64_t{settings.graceSeconds} * 1000}, clock,
               mailbox),
-        login_(queue_, threads) {}
+        login_(queue_, threads),
+        homeLogin_(queue_, threads) {}
 
   void run() {
     follower_.start(nowMs());
@@ -63,9 +65,11 @@ class Session::Impl {
   }
 
   void accept() {
-    auto alarm = std::make_shared<grpc::Alarm>();
-    alarm->Set(&queue_, gpr_time_0(GPR_TIMESPAN),
-               tag([this, alarm](bool /*ok*/) { follower_.accept(nowMs()); }));
+    onThread([this] { follower_.accept(nowMs()); });
+  }
+
+  void askForLeases() {
+    onThread([this] { beginLeases(); });
   }
 
   void stop() {
@@ -74,6 +78,13 @@ class Session::Impl {
   }
 
  private:
+  // Calls `work` on the session's thread.
+  void onThread(std::function<void()> work) {
+    auto alarm = std::make_shared<grpc::Alarm>();
+    alarm->Set(&queue_, gpr_time_0(GPR_TIMESPAN),
+               tag([alarm, work = std::move(work)](bool /*ok*/) { work(); }));
+  }
+
   struct Watch {
     grpc::ClientContext context;
     std::unique_ptr<grpc::ClientAsyncReaderWriter<etcdserverpb::WatchRequest, etcdserverpb::WatchResponse>>
@@ -108,11 +119,12 @@ class Session::Impl {
 
   Follower::Settings followerSettings() const {
     return {keys_.first,
-            settings_.address.endpoints,
+            inOrderOf(settings_.place, settings_.address.endpoints),
             uint64_t{settings_.holdSeconds} * 1000,
             uint64_t{settings_.resyncSeconds} * 1000,
             KeySpace(settings_.address.prefix).groups(settings_.limits),
-            settings_.limits.values};
+            settings_.limits.values,
+            settings_.place};
   }
 
   uint64_t nowMs() const { return clock_.monotonicNs() / kNsPerMs; }
@@ -123,7 +135,6 @@ class Session::Impl {
     waitOnce();
     uint64_t now = nowMs();
     if (now >= follower_.wakeAtMs()) follower_.elapsed(now);
-    if (now >= leaseAtMs_) askForLease(now);
   }
 
   // What is known of the keys may be incomplete, so all are read again.
@@ -138,7 +149,7 @@ class Session::Impl {
 
   void waitOnce() {
     uint64_t now = nowMs();
-    uint64_t at = std::min({follower_.wakeAtMs(), feed_.wakeAtMs(), leaseAtMs_});
+    uint64_t at = std::min(follower_.wakeAtMs(), feed_.wakeAtMs());
     uint64_t wait = std::min<uint64_t>(at > now ? at - now : 0, 60'000);
     gpr_timespec deadline = gpr_time_from_millis(static_cast<int64_t>(wait), GPR_TIMESPAN);
     void* next = nullptr;
@@ -162,11 +173,48 @@ class Session::Impl {
   void carryOut(const Disconnect& /*command*/) { close(); }
 
   void carryOut(const Connect& command) {
+    ConnectionPtr home = std::exchange(home_, nullptr);
     close();
+    if (home && home->channel && home->endpoint == command.endpoint) {
+      connection_ = std::move(home);
+      return;
+    }
     connection_ = std::make_shared<Connection>();
     connection_->endpoint = command.endpoint;
-    leaseAtMs_ = nowMs() + kLeaseLeastMs;
     logIn(connection_);
+  }
+
+  void carryOut(const AskHome& command) {
+    leaveHome();
+    home_ = std::make_shared<Connection>();
+    home_->endpoint = command.endpoint;
+    absl::Status started = homeLogin_.start(command.endpoint, settings_.access, nullptr,
+                                            [this, home = home_, command](absl::StatusOr<LoggedIn> result) {
+                                              if (!result.ok()) return homeFailed();
+                                              home->channel = std::move(result->channel);
+                                              home->token = std::move(result->token);
+                                              askHome(home, command);
+                                            });
+    if (!started.ok()) homeFailed();
+  }
+
+  void askHome(const ConnectionPtr& home, const AskHome& command) {
+    auto call = make<Call<etcdserverpb::RangeResponse>>(home);
+    call->context.set_deadline(std::chrono::system_clock::now() + kHomeAnswer);
+    call->reader =
+        etcdserverpb::KV::NewStub(home->channel)
+            ->AsyncRange(&call->context, rangeRequest(command.key, "", command.revision, 1), &queue_);
+    finish(home, call, [this](Call<etcdserverpb::RangeResponse>& done) {
+      if (!done.status.ok()) return homeFailed();
+      follower_.homeSaid(nowMs(), pageOf(done.response, settings_.limits.valueBytes));
+      carryOut();
+      leaveHome();
+    });
+  }
+
+  void homeFailed() {
+    leaveHome();
+    follower_.homeFailed(nowMs());
   }
 
   void carryOut(const ReadPage& command) {
@@ -183,19 +231,28 @@ class Session::Impl {
     writeNext(connection_, connection_->watch);
   }
 
-  // Leaves the connection at once and cancels its calls.
-  void close() {
-    if (!connection_) return;
-    connection_->left = true;
-    for (const auto& weak : connection_->contexts) {
+  // Leaves a connection at once and cancels its calls.
+  static void leave(ConnectionPtr& connection) {
+    if (!connection) return;
+    connection->left = true;
+    for (const auto& weak : connection->contexts) {
       if (auto context = weak.lock()) context->TryCancel();
     }
-    connection_->watch.reset();
-    connection_.reset();
+    connection->watch.reset();
+    connection.reset();
+  }
+
+  void leaveHome() {
+    homeLogin_.cancel();
+    leave(home_);
+  }
+
+  void close() {
+    leaveHome();
+    leave(connection_);
     waiting_.clear();
     login_.cancel();
     loggingIn_ = false;
-    leaseAtMs_ = Follower::kNever;
   }
 
   void whenLetIn(std::function<void(const ConnectionPtr&)> call) {
@@ -317,22 +374,35 @@ class Session::Impl {
     }));
   }
 
-  void askForLease(uint64_t now) {
-    leaseAtMs_ = now + std::max<uint64_t>(kLeaseLeastMs, kLeaseRoundMs / std::max<size_t>(feed_.leases(), 1));
-    std::optional<int64_t> lease = feed_.nextLease();
-    if (!lease || askingForLease_ || loggingIn_ || !connection_) return;
+  // A question that comes while others are under way is answered with these.
+  void beginLeases() {
+    if (leaseQuestions_ != 0) return;
+    leases_ = feed_.takeLeases();
+    if (!connection_ || loggingIn_) leases_.clear();
+    askForMoreLeases();
+  }
+
+  void askForMoreLeases() {
+    if (!connection_) leases_.clear();
+    for (; !leases_.empty() && leaseQuestions_ < kLeasesAtOnce; leases_.pop_back())
+      askForLease(leases_.back());
+    if (leaseQuestions_ == 0) mailbox_.give({nullptr, {}, 0, false, {}, true});
+  }
+
+  void askForLease(int64_t lease) {
     etcdserverpb::LeaseTimeToLiveRequest request;
-    request.set_id(*lease);
+    request.set_id(lease);
     auto call = make<Call<etcdserverpb::LeaseTimeToLiveResponse>>(connection_);
-    call->context.set_deadline(std::chrono::system_clock::now() + std::chrono::milliseconds(kLeaseRoundMs));
+    call->context.set_deadline(std::chrono::system_clock::now() + kLeaseAnswer);
     call->reader = etcdserverpb::Lease::NewStub(connection_->channel)
                        ->AsyncLeaseTimeToLive(&call->context, request, &queue_);
-    askingForLease_ = true;
-    call->reader->Finish(&call->response, &call->status, tag([this, call, id = *lease](bool /*ok*/) {
-      askingForLease_ = false;
-      if (!call->status.ok()) return;
+    ++leaseQuestions_;
+    call->reader->Finish(&call->response, &call->status, tag([this, call, lease](bool /*ok*/) {
+      --leaseQuestions_;
       int64_t left = call->response.ttl();
-      feed_.leaseIs(id, left < 0 ? std::optional<uint64_t>() : static_cast<uint64_t>(left));
+      if (call->status.ok())
+        feed_.leaseIs(lease, left < 0 ? std::optional<uint64_t>() : static_cast<uint64_t>(left));
+      askForMoreLeases();
     }));
   }
 
@@ -340,17 +410,20 @@ class Session::Impl {
   const Zavro::Clock& clock_;
   const KeyRange keys_;
   Follower follower_;
+  Mailbox& mailbox_;
   Feed feed_;
   bool stopping_ = false;
   grpc::CompletionQueue queue_;
   grpc::Alarm alarm_;
   std::unique_ptr<Done> stop_ = std::make_unique<Done>([this](bool /*ok*/) { stopping_ = true; });
   ConnectionPtr connection_;
+  ConnectionPtr home_;  // to the home, while that is asked
   Login login_;
+  Login homeLogin_;
   bool loggingIn_ = false;
   std::vector<std::function<void(const ConnectionPtr&)>> waiting_;  // for the login
-  uint64_t leaseAtMs_ = Follower::kNever;
-  bool askingForLease_ = false;
+  std::vector<int64_t> leases_;                                     // to be asked for yet
+  size_t leaseQuestions_ = 0;                                       // without an answer
 };
 
 Session::Session(const FollowSettings& settings, const Zavro::Clock& clock, Mailbox& mailbox,
@@ -362,6 +435,8 @@ Session::~Session() = default;
 void Session::run() { impl_->run(); }
 
 void Session::accept() { impl_->accept(); }
+
+void Session::askForLeases() { impl_->askForLeases(); }
 
 void Session::stop() { impl_->stop(); }
 

@@ -23,6 +23,9 @@ class Session {
   void run();
   // An operator says that another store counts; see Follower. On any thread, before stop().
   void accept();
+  // Asks the store what time the members' leases have left, and tells the mailbox when it has answered. On
+  // any thread, before stop().
+  void askForLeases();
   // Makes run() return at once, also if it is called later. On any thread, once.
   void stop();
 

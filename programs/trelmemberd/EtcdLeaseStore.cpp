@@ -1,6 +1,7 @@
 #include "programs/trelmemberd/EtcdLeaseStore.h"
 
 #include "kelstore/Limits.h"
+#include "kelstore/etcd/Endpoints.h"
 
 namespace Member {
 namespace {
@@ -8,6 +9,14 @@ namespace {
 namespace Etcd = Kelstore::Etcd;
 using Kelstore::Kind;
 using Kelstore::Path;
+
+// Each client goes back to the member's own server some time after it had to leave it.
+Etcd::Client clientFor(uint8_t member, const Etcd::Address& address, const Etcd::Access& access,
+                       Etcd::Client::Options options) {
+  options.goHomeAfter =
+      std::chrono::milliseconds(Etcd::kGoHomeMs + Etcd::shareOf(member, Etcd::kGoHomeSpreadMs));
+  return {Etcd::inOrderOf(member, address.endpoints), access, options};
+}
 
 void add(const Etcd::KeySpace& keys, Etcd::Listing listing, LeaseStore::Holdings& holdings) {
   for (Etcd::Record& one : listing.records) {
@@ -25,14 +34,14 @@ EtcdLeaseStore::EtcdLeaseStore(uint8_t member, const Etcd::Address& address, con
       keys_(address.prefix),
       // A larger value is none that a publisher wrote.
       calls_{.mutex = {},
-             .client = Etcd::Client(address.endpoints, access,
-                                    {.valueBytes = Kelstore::Limits().valueBytes, .hold = patience.hold})},
+             .client = clientFor(member, address, access,
+                                 {.valueBytes = Kelstore::Limits().valueBytes, .hold = patience.hold})},
       renewals_{.mutex = {},
-                .client = Etcd::Client(address.endpoints, access,
-                                       {.deadline = patience.renewal, .hold = patience.hold})},
+                .client = clientFor(member, address, access,
+                                    {.deadline = patience.renewal, .hold = patience.hold})},
       revocations_{.mutex = {},
-                   .client = Etcd::Client(address.endpoints, access,
-                                          {.deadline = patience.revocation / 2, .hold = patience.hold})} {}
+                   .client = clientFor(member, address, access,
+                                       {.deadline = patience.revocation / 2, .hold = patience.hold})} {}
 
 void EtcdLeaseStore::answered(const Etcd::Client& client) {
   std::lock_guard lock(answeringMutex_);

@@ -21,6 +21,7 @@ class EtcdLeaseStore final : public LeaseStore {
     std::chrono::milliseconds revocation;
     std::chrono::milliseconds hold{0};
   };
+  // The member decides which server is asked first.
   EtcdLeaseStore(uint8_t member, const Kelstore::Etcd::Address& address, const Kelstore::Etcd::Access& access,
                  const Patience& patience);
 

@@ -74,7 +74,7 @@ Daemon::Daemon(const Options& options, const Kelstore::Etcd::Driver* etcd, Host:
       systemd_(loop_),
       io_(loop_, threads),
       control_(loop_, threads, options.control,
-               [this](const std::string& request) { return answer(request); }) {
+               [this](const std::string& request, const auto& reply) { answer(request, reply); }) {
   // A write to a client that went away fails; it does not end the process.
   std::signal(SIGPIPE, SIG_IGN);
   Vem::TaskSchedulerRoot::schedulerIs(scheduler_);
@@ -137,20 +137,22 @@ void Daemon::tellWhenReady() {
   untilReady_->stop();
 }
 
-std::unique_ptr<Host::Reply> Daemon::answer(const std::string& request) {
+void Daemon::answer(const std::string& request, const Host::ControlServer::Answer& answer) {
   auto json = nlohmann::json::parse(request, nullptr, /*allow_exceptions=*/false);
   if (!json.is_object() || !json.contains("op") || !json["op"].is_string()) {
-    return Host::errorReply(R"(expected a request such as {"op":"status"})");
+    return answer(Host::errorReply(R"(expected a request such as {"op":"status"})"));
   }
   const auto& op = json["op"].get_ref<const std::string&>();
-  if (op == Control::kOpTables) return Host::tableReport(cluster_->trelMib());
+  if (op == Control::kOpTables) return answer(Host::tableReport(cluster_->trelMib()));
   if (op == Control::kOpStatus) {
-    return Host::statusReport({options_.member, clock_.monotonicNs() - startedNs_, clock_.utcNs(), *snmp_,
-                               *cluster_, *scheduler_, log_.state()});
+    return cluster_->refreshSources([this, answer] {
+      answer(Host::statusReport({options_.member, clock_.monotonicNs() - startedNs_, clock_.utcNs(), *snmp_,
+                                 *cluster_, *scheduler_, log_.state()}));
+    });
   }
-  if (op == Control::kOpAccept) return acceptStores();
-  return Host::errorReply(fmt::format("found op \"{}\", expected {}, {} or {}", op.substr(0, 40),
-                                      Control::kOpStatus, Control::kOpTables, Control::kOpAccept));
+  if (op == Control::kOpAccept) return answer(acceptStores());
+  answer(Host::errorReply(fmt::format("found op \"{}\", expected {}, {} or {}", op.substr(0, 40),
+                                      Control::kOpStatus, Control::kOpTables, Control::kOpAccept)));
 }
 
 std::unique_ptr<Host::Reply> Daemon::acceptStores() {

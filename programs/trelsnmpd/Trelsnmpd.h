@@ -43,7 +43,7 @@ class Daemon {
   void reloadWaits() const;
   void reloaded(const Host::SnmpConf& conf);
   void start(const Kelstore::Etcd::Driver* etcd);
-  std::unique_ptr<Host::Reply> answer(const std::string& request);
+  void answer(const std::string& request, const Host::ControlServer::Answer& answer);
   std::unique_ptr<Host::Reply> acceptStores();
   void tellWhenReady();
 

@@ -7,6 +7,7 @@
 #include <regex>
 #include <string_view>
 
+#include "host/Cluster.h"
 #include "host/TraceOptions.h"
 #include "host/control/ControlProtocol.h"
 #include "kelstore/etcd/AccessFiles.h"
@@ -132,7 +133,9 @@ void describe(CLI::App& app, Options& options) {
       ->check(Runtime::checking(checkSource));
   describeEtcd(app, options.etcd);
   describeLimits(app, options.limits);
-  app.add_option("--member", options.member, "Member id of this switch (default: 1)")
+  app.add_option("--member", options.member,
+                 "Member id of this switch (default: 1); also decides with which of a store's servers it "
+                 "begins (default: by the host's name)")
       ->type_name("N")
       ->check(CLI::Range(0, 255));
   app.add_option(
@@ -204,7 +207,7 @@ ParsedOptions parseOptions(int argc, const char* const* argv) {
   CLI::App app(kDescription, kProgram);
   app.footer(kFooter);
   describe(app, options);
-  parsed.exitCode = Runtime::parseCommandLine(app, argc, argv, [&options] {
+  parsed.exitCode = Runtime::parseCommandLine(app, argc, argv, [&options, &app] {
     // This machine is one member.
     if (std::count(options.states.begin(), options.states.end(), "local") > 1) {
       throw CLI::ValidationError("--state", "found local twice, expected it once");
@@ -212,6 +215,8 @@ ParsedOptions parseOptions(int argc, const char* const* argv) {
     try {
       options.stateDirectory = Runtime::stateDirectory(kProgram);
       if (options.control.empty()) options.control = Control::defaultSocketPath();
+      options.etcd.place =
+          app.count("--member") != 0 ? options.member : std::hash<std::string>()(Host::hostname());
       check(Kelstore::Etcd::checkAccess(options.etcd.access));
     } catch (const std::invalid_argument& error) {
       throw CLI::ValidationError(error.what());

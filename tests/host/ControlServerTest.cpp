@@ -93,10 +93,16 @@ class ControlServerTest : public testing::Test {
   ~ControlServerTest() override { end(); }
 
   void start() {
-    server_.emplace(loop_, threads_, path_, [this](const std::string& request) -> std::unique_ptr<Reply> {
-      if (request == "many") return std::make_unique<ManyLines>(100'000, taken_);
-      return lineReply("<" + request + ">");
-    });
+    server_.emplace(loop_, threads_, path_,
+                    [this](const std::string& request, const ControlServer::Answer& answer) {
+                      if (request == "later") {
+                        later_.push_back(answer);
+                      } else if (request == "many") {
+                        answer(std::make_unique<ManyLines>(100'000, taken_));
+                      } else {
+                        answer(lineReply("<" + request + ">"));
+                      }
+                    });
     if (!server_->error().empty()) return;
     EXPECT_EQ(server_->listen(), "");
   }
@@ -114,6 +120,7 @@ class ControlServerTest : public testing::Test {
   Runtime::EventLoop loop_;
   Runtime::Threads threads_;
   size_t taken_ = 0;
+  std::vector<ControlServer::Answer> later_;  // to those who asked for it
   std::optional<ControlServer> server_;
 };
 
@@ -143,6 +150,37 @@ TEST_F(ControlServerTest, ClientEndsSendingAfterItsRequest_ItStillGetsTheAnswer)
   client.endSending();
   EXPECT_TRUE(turnUntil(loop_, [&] { return client.closed(); }));
   EXPECT_EQ(client.received(), "<a>\n");
+}
+
+TEST_F(ControlServerTest, AnswerComesLater_OthersAreServed_AndTheClientsNextRequestWaits) {
+  start();
+  TestClient waiting(path_);
+  TestClient other(path_);
+  waiting.send("later\nnext\n");
+  ASSERT_TRUE(turnUntil(loop_, [&] { return later_.size() == 1; }));
+  other.send("a\n");
+  ASSERT_TRUE(receives(other, "<a>\n"));
+  EXPECT_EQ(waiting.received(), "");
+  later_.front()(lineReply("now"));
+  EXPECT_TRUE(receives(waiting, "now\n<next>\n"));
+}
+
+TEST_F(ControlServerTest, ClientGoesBeforeItsAnswerComes_TheAnswerIsDropped) {
+  start();
+  {
+    std::list<TestClient> clients;
+    clients.emplace_back(path_).send("later\n");
+    ASSERT_TRUE(turnUntil(loop_, [&] { return later_.size() == 1; }));
+    for (size_t i = 0; i < ControlServer::kMaxClients; ++i) {
+      clients.emplace_back(path_).send("a\n");
+      ASSERT_TRUE(receives(clients.back(), "<a>\n"));
+    }
+    later_.front()(lineReply("too late"));
+    EXPECT_TRUE(clients.front().closed());
+    EXPECT_EQ(clients.front().received(), "");
+  }
+  end();
+  later_.front()(lineReply("much too late"));
 }
 
 TEST_F(ControlServerTest, SilentClient_DoesNotHoldUpOthers) {
@@ -229,7 +267,7 @@ TEST_F(ControlServerTest, SocketOfADeadDaemon_IsReplaced) {
 TEST_F(ControlServerTest, SocketOfALivingDaemon_IsLeftAlone) {
   start();
   {
-    ControlServer second(loop_, threads_, path_, [](const std::string&) { return lineReply("second"); });
+    ControlServer second(loop_, threads_, path_, [](const std::string&, const auto&) {});
     EXPECT_EQ(second.error(), "--control " + path_ + ": another daemon uses it");
   }
   TestClient client(path_);
@@ -279,7 +317,7 @@ TEST_F(ControlServerTest, DirectoryThatOthersMayWriteInto_IsNoPlaceForTheSocket)
 // It used to be taken for one that nobody listens at.
 // As where the system has no memory left.
 TEST_F(ControlServerTest, SystemDoesNotLetItListen_SaysSo) {
-  server_.emplace(loop_, threads_, path_, [](const std::string& request) { return lineReply(request); });
+  server_.emplace(loop_, threads_, path_, [](const std::string&, const auto&) {});
   int datagrams = ::socket(AF_INET, SOCK_DGRAM, 0);
   for (int fd = 0; fd < datagrams; ++fd) {
     sockaddr_un address{};

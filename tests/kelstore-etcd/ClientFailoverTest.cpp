@@ -93,6 +93,41 @@ TEST_F(EtcdClientTest, EndpointThatIsAskedFirstHasHalfOfTheTime_TheOthersShareTh
   EXPECT_GE(std::chrono::steady_clock::now() - start, 5900ms);
 }
 
+TEST_F(EtcdClientTest, HomeIsBackAfterAWhile_TheClientGoesThere_AndItsLeaseLives) {
+  Support::EtcdCluster cluster({.nodes = 3});
+  Client::Options options{.deadline = 8s};
+  options.goHomeAfter = 1ms;
+  Client any(cluster.endpoints(), {}, options);
+  auto lease = any.grant(60s);
+  ASSERT_TRUE(lease.ok()) << lease.status();
+  EXPECT_EQ(any.endpoint(), cluster.endpoint(0));
+  cluster.end(0);
+  ASSERT_TRUE(Support::waitUntil([&] { return any.keepAliveOnce(*lease).ok(); }));
+  std::string away = any.endpoint();
+  EXPECT_NE(away, cluster.endpoint(0));
+  // It is asked each time in vain.
+  ASSERT_TRUE(any.keepAliveOnce(*lease).ok());
+  EXPECT_EQ(any.endpoint(), away);
+  cluster.start(0);
+  EXPECT_TRUE(Support::waitUntil(
+      [&] { return any.keepAliveOnce(*lease).ok() && any.endpoint() == cluster.endpoint(0); }));
+  EXPECT_GT(any.timeToLive(*lease)->left, 50s);
+}
+
+TEST_F(EtcdClientTest, HomeHangs_TheCallHasItsTime_AndTheConnectionElsewhereIsKept) {
+  SilentServer silent;
+  Client::Options options{.deadline = 4s};
+  options.goHomeAfter = 1ms;
+  Client any({silent.endpoint(), server->endpoint()}, {}, options);
+  any.prefer(server->endpoint());
+  for (int i = 0; i < 2; ++i) {
+    absl::StatusOr<int64_t> put = any.put(key("a"), "1");
+    ASSERT_TRUE(put.ok()) << put.status();
+    EXPECT_EQ(any.endpoint(), server->endpoint());
+  }
+  EXPECT_GE(silent.connections(), 1u) << "it was asked";
+}
+
 TEST_F(EtcdClientTest, EndpointThatIsPreferred_IsAskedFirst) {
   SilentServer silent;
   Client any({silent.endpoint(), server->endpoint()}, {}, {.deadline = 8s});

@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 
+#include <atomic>
 #include <filesystem>
 #include <optional>
 
@@ -25,6 +26,18 @@ namespace {
 using namespace std::chrono_literals;
 using testing::HasSubstr;
 using State = SourceStatus::State;
+
+// The system's clock, and more when a test says so. For two threads.
+class LeapingClock final : public Zavro::Clock {
+ public:
+  uint64_t monotonicNs() const override { return clock_.monotonicNs() + moreNs_; }
+  uint64_t utcNs() const override { return clock_.utcNs() + moreNs_; }
+  void leap(std::chrono::nanoseconds by) { moreNs_ += static_cast<uint64_t>(by.count()); }
+
+ private:
+  Zavro::SystemClock clock_;
+  std::atomic<uint64_t> moreNs_ = 0;
+};
 
 class EtcdSourceTest : public testing::Test {
  protected:
@@ -52,6 +65,11 @@ class EtcdSourceTest : public testing::Test {
   bool untilIndex(uint32_t expected) {
     return until([&] { return index() == expected; });
   }
+  bool refreshed() {
+    bool done = false;
+    source_->refresh([&done] { done = true; });
+    return until([&done] { return done; });
+  }
   uint32_t index(const std::string& name = "a") const {
     const uint32_t* value = world_.mirror.ifMib()->ifIndexByIntfId().find(Lanix::IntfId(name));
     return value == nullptr ? 0 : *value;
@@ -69,7 +87,7 @@ class EtcdSourceTest : public testing::Test {
     etcd.ctl({"put", key, value});
   }
 
-  Zavro::SystemClock clock_;
+  LeapingClock clock_;
   Zavro::ManualClock ioClock_;
   Runtime::ManualIo io_{ioClock_};
   Runtime::Threads threads_;
@@ -275,24 +293,88 @@ TEST_F(EtcdSourceTest, BadValue_IsShownWithItsKey) {
   EXPECT_TRUE(untilState(State::current));
 }
 
-TEST_F(EtcdSourceTest, Members_TheirLeaseIsAskedAfter_AndTheirRowsGoWithIt) {
+TEST_F(EtcdSourceTest, Members_TheirLeaseIsAskedAfterOnRequest_AndTheirRowsGoWithIt) {
   Support::EtcdCluster etcd;
   std::string granted = etcd.ctl({"lease", "grant", "600"});
   std::string lease = granted.substr(6, granted.find(' ', 6) - 6);
   etcd.ctl({"put", "--lease=" + lease, "p/members/3/processors/1", R"({"load": 5})"});
   start(etcd.endpoint());
-  ASSERT_TRUE(until([&] {
-    auto members = status().store->members;
-    return members.size() == 1 && members[0].leaseLeftSeconds;
-  }));
+  ASSERT_TRUE(until([&] { return world_.host("3") != nullptr; }));
+  EXPECT_EQ(status().store->members[0].leaseLeftSeconds, std::nullopt);
+  ASSERT_TRUE(refreshed());
   EXPECT_EQ(status().store->members[0].member, "3");
   EXPECT_TRUE(status().store->members[0].leased);
   EXPECT_GT(*status().store->members[0].leaseLeftSeconds, 500u);
   EXPECT_LE(*status().store->members[0].leaseLeftSeconds, 600u);
-  ASSERT_TRUE(until([&] { return world_.host("3") != nullptr; }));
   etcd.ctl({"lease", "revoke", lease});
   ASSERT_TRUE(until([&] { return world_.host("3") == nullptr; }));
   EXPECT_TRUE(status().store->members.empty());
+}
+
+// Every follower asked for every lease all the time, for a report that hardly anybody wants to see.
+TEST_F(EtcdSourceTest, NobodyAsksForTheStatus_NoLeaseIsAskedAfter_AndThenEachOnce) {
+  const std::string questions = R"(grpc_server_started_total{grpc_method="LeaseTimeToLive")";
+  Support::EtcdCluster etcd;
+  Client client(etcd.endpoints(), {});
+  for (int member = 1; member <= 40; ++member) {
+    auto lease = client.grant(600s);
+    ASSERT_TRUE(lease.ok()) << lease.status();
+    ASSERT_TRUE(client.put(fmt::format("p/members/{}/processors/1", member), R"({"load": 5})", *lease).ok());
+  }
+  start(etcd.endpoint());
+  ASSERT_TRUE(until([&] { return world_.host("40") != nullptr; }));
+  // A whole round of the client's own calls later.
+  for (int i = 0; i < 200; ++i) ASSERT_TRUE(client.put("p/interfaces/a", ifIndex(1)).ok());
+  ASSERT_TRUE(untilIndex(1));
+  EXPECT_EQ(etcd.metric(questions), 0);
+  ASSERT_TRUE(refreshed());
+  EXPECT_EQ(etcd.metric(questions), 40);
+  for (const MemberStatus& member : status().store->members) EXPECT_TRUE(member.leaseLeftSeconds);
+}
+
+TEST_F(EtcdSourceTest, StoreHangs_TheReportIsNotKeptWaiting) {
+  Support::EtcdCluster etcd;
+  Client client(etcd.endpoints(), {});
+  auto lease = client.grant(600s);
+  ASSERT_TRUE(client.put("p/members/3/processors/1", R"({"load": 5})", *lease).ok());
+  start(etcd.endpoint());
+  ASSERT_TRUE(until([&] { return world_.host("3") != nullptr; }));
+  ASSERT_TRUE(refreshed());
+  etcd.process(0)->signal(SIGSTOP);
+  bool done = false;
+  source_->refresh([&done] { done = true; });
+  io_.work();
+  EXPECT_FALSE(done);
+  io_.advance(EtcdSource::kRefreshMs);
+  io_.work();
+  EXPECT_TRUE(done);
+  EXPECT_TRUE(until([&] { return !status().store->members[0].leaseLeftSeconds; })) << "it is not known now";
+  etcd.process(0)->signal(SIGCONT);
+}
+
+TEST_F(EtcdSourceTest, ServerIsBack_ItIsFollowedAgainSomeMinutesLater_WithoutAListing) {
+  Support::EtcdCluster etcd({.nodes = 3});
+  put(etcd, "p/interfaces/a", ifIndex(1));
+  start(etcd.endpointList());
+  ASSERT_TRUE(untilIndex(1));
+  EXPECT_EQ(status().store->endpoint, etcd.endpoint(0));
+  etcd.end(0);
+  ASSERT_TRUE(until(
+      [&] { return status().store->state == "watching" && status().store->endpoint != etcd.endpoint(0); }));
+  etcd.start(0);
+  // Each leap is shorter than an answer may take, in case that one is awaited.
+  for (int i = 0; i < 25 && status().store->endpoint != etcd.endpoint(0); ++i) {
+    uint64_t before = status().store->heardUtcNs;
+    clock_.leap(5s);
+    ASSERT_TRUE(refreshed());
+    ASSERT_TRUE(until([&] { return status().store->heardUtcNs > before; }));
+  }
+  ASSERT_TRUE(until(
+      [&] { return status().store->state == "watching" && status().store->endpoint == etcd.endpoint(0); }));
+  put(etcd, "p/interfaces/a", ifIndex(2));
+  EXPECT_TRUE(untilIndex(2));
+  EXPECT_EQ(counter("relists"), 0u);
+  EXPECT_EQ(counter("reconnections"), 2u);
 }
 
 class EtcdSourceAuthTest : public EtcdSourceTest {

@@ -373,7 +373,7 @@ TEST_F(FeedTest, ResyncsFail_ItIsToldOnce_AndWhenTheyWorkAgain) {
 TEST_F(FeedTest, Members_TheirLeaseAndLastChangeAreShown_WhileTheyPublishSomething) {
   watching();
   EXPECT_THAT(status().members, ElementsAre(MemberStatus{"1", true, {}, 0}));
-  EXPECT_EQ(feed_.nextLease(), 77);
+  EXPECT_THAT(feed_.takeLeases(), ElementsAre(77));
   feed_.leaseIs(77, 12);
   EXPECT_THAT(status().members, ElementsAre(MemberStatus{"1", true, 12, 0}));
   advance(1000);
@@ -381,26 +381,38 @@ TEST_F(FeedTest, Members_TheirLeaseAndLastChangeAreShown_WhileTheyPublishSomethi
   event({"p/members/1/processors/1", R"({"load": 2})", 12, 77});
   EXPECT_THAT(status().members, ElementsAre(MemberStatus{"1", true, 12, clock_.utcNs()},
                                             MemberStatus{"2", false, {}, clock_.utcNs()}));
-  feed_.leaseIs(77, std::nullopt);
-  EXPECT_EQ(status().members.front().leaseLeftSeconds, 0u);
   event({"p/members/1/processors/1", "", 13, 0}, true);
   EXPECT_THAT(status().members, ElementsAre(MemberStatus{"2", false, {}, clock_.utcNs()}));
-  EXPECT_EQ(feed_.nextLease(), std::nullopt);
+  EXPECT_THAT(feed_.takeLeases(), IsEmpty());
 }
 
-TEST_F(FeedTest, Leases_AreAskedAfterInTurn) {
+TEST_F(FeedTest, Leases_EachIsAskedAfterOnce_AndWhatWasKnownIsForgotten) {
   watching();
   event({"p/members/3/processors/1", R"({"load": 1})", 11, 99});
   event({"p/members/2/processors/1", R"({"load": 1})", 12, 0});
-  EXPECT_EQ(feed_.leases(), 2u);
-  EXPECT_EQ(feed_.nextLease(), 77);
-  EXPECT_EQ(feed_.nextLease(), 99);
-  EXPECT_EQ(feed_.nextLease(), 77);
-  // A member that was started anew has a new lease, of which nothing is known yet.
+  event({"p/members/4/processors/1", R"({"load": 1})", 13, 99});
+  EXPECT_THAT(feed_.takeLeases(), ElementsAre(77, 99));
+  feed_.leaseIs(77, 12);
   feed_.leaseIs(99, 5);
-  event({"p/members/3/processors/1", R"({"load": 1})", 13, 100});
-  EXPECT_EQ(feed_.nextLease(), 100);
-  EXPECT_EQ(status().members.back().leaseLeftSeconds, std::nullopt);
+  // A member that was started anew has a new lease, of which nothing is known yet.
+  event({"p/members/3/processors/1", R"({"load": 1})", 14, 100});
+  EXPECT_EQ(status().members.at(2).leaseLeftSeconds, std::nullopt);
+  EXPECT_EQ(status().members.at(3).leaseLeftSeconds, 5u);
+  EXPECT_THAT(feed_.takeLeases(), ElementsAre(77, 99, 100));
+  for (const MemberStatus& member : status().members) EXPECT_EQ(member.leaseLeftSeconds, std::nullopt);
+}
+
+// It was shown with the second that it had left when the store was asked last.
+TEST_F(FeedTest, LeaseHasEnded_TheMembersOtherKeysAreShownWithoutOne) {
+  watching();
+  event({"p/members/1/processors/2", R"({"load": 2})", 11, 0});
+  feed_.takeLeases();
+  feed_.leaseIs(77, 1);
+  event({"p/members/1/processors/1", "", 12, 0}, true);
+  EXPECT_THAT(feed_.takeLeases(), ElementsAre(77));
+  feed_.leaseIs(77, std::nullopt);
+  EXPECT_THAT(status().members, ElementsAre(MemberStatus{"1", false, {}, clock_.utcNs()}));
+  EXPECT_THAT(feed_.takeLeases(), IsEmpty());
 }
 
 }  // namespace

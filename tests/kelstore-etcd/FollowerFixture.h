@@ -18,6 +18,9 @@ inline std::string textOf(const ReadPage& command) {
 }
 inline std::string textOf(const OpenWatch& command) { return fmt::format("watch {}", command.fromRevision); }
 inline std::string textOf(const RequestProgress& /*command*/) { return "progress?"; }
+inline std::string textOf(const AskHome& command) {
+  return fmt::format("ask {} for {} at {}", command.endpoint, command.key, command.revision);
+}
 
 class FollowerTest : public testing::Test {
  protected:
@@ -31,8 +34,8 @@ class FollowerTest : public testing::Test {
     return {cluster, revision, term};
   }
 
-  explicit FollowerTest(const Texts& endpoints = {"h0:1"})
-      : follower_({"p/", endpoints, 300'000, 60'000}, [this] { return random_; }) {}
+  explicit FollowerTest(const Texts& endpoints = {"h0:1"}, uint64_t place = 0)
+      : follower_({.prefix = "p/", .endpoints = endpoints, .place = place}, [this] { return random_; }) {}
 
   // What the follower wants done, and what it tells, since it was asked last.
   Texts commands() {

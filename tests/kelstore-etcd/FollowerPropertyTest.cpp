@@ -249,6 +249,14 @@ class Simulation {
     if (firstListed_ == 0) firstListed_ = watch.fromRevision - 1;
     offer();
   }
+  void carryOut(const AskHome& home) {
+    std::optional<Page> page = random_.below(2) == 0 ? read({home.key, home.revision, 1, 0}) : std::nullopt;
+    if (page) {
+      follower_.homeSaid(now_, *page);
+    } else {
+      follower_.homeFailed(now_);
+    }
+  }
   void carryOut(const RequestProgress& /*request*/) {
     answers_.insert(answers_.begin() + random_.below(static_cast<uint32_t>(answers_.size()) + 1),
                     watchEvents(store_.header()));

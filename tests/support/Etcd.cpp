@@ -1,8 +1,13 @@
 #include "tests/support/Etcd.h"
 
+#include <arpa/inet.h>
 #include <fmt/format.h>
 #include <fmt/ranges.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
+#include <array>
+#include <sstream>
 #include <stdexcept>
 
 #include "tests/support/Network.h"
@@ -14,6 +19,25 @@ const Env kEnv = {"ETCDCTL_API=3"};
 constexpr Millis kPatience = 30s;
 
 std::string at(uint16_t port) { return fmt::format("127.0.0.1:{}", port); }
+
+// What the HTTP server answers to a GET of the path, with its header; empty when it does not answer.
+std::string answerOf(uint16_t port, const std::string& path) {
+  std::string answer;
+  int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(port);
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  std::string request = fmt::format("GET {} HTTP/1.0\r\n\r\n", path);
+  if (::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
+      ::send(fd, request.data(), request.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(request.size())) {
+    std::array<char, 4096> bytes{};
+    for (ssize_t count = 0; (count = ::recv(fd, bytes.data(), bytes.size(), 0)) > 0;)
+      answer.append(bytes.data(), static_cast<size_t>(count));
+  }
+  ::close(fd);
+  return answer;
+}
 
 }  // namespace
 
@@ -31,6 +55,15 @@ std::vector<std::string> EtcdCluster::endpoints() const {
   std::vector<std::string> all;
   for (const Node& node : nodes_) all.push_back(at(node.clientPort));
   return all;
+}
+
+double EtcdCluster::metric(const std::string& begin, size_t node) const {
+  std::istringstream lines(answerOf(nodes_[node].clientPort, "/metrics"));
+  double sum = 0;
+  for (std::string line; std::getline(lines, line);) {
+    if (line.starts_with(begin)) sum += std::stod(line.substr(line.rfind(' ')));
+  }
+  return sum;
 }
 
 std::string EtcdCluster::endpointList() const { return fmt::format("{}", fmt::join(endpoints(), ",")); }

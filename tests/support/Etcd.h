@@ -45,6 +45,8 @@ class EtcdCluster final {
   void launch(size_t node);
   // Waits until the node answers. Throws std::runtime_error with its log when it does not.
   void awaitHealthy(size_t node);
+  // The sum of the node's metrics whose lines begin with this text; 0: there is none.
+  double metric(const std::string& begin, size_t node = 0) const;
   // The node that leads; throws std::runtime_error when there is none for too long.
   size_t leader() const;
   // Makes another node lead.
