@@ -1,0 +1,51 @@
+# What `cmake --install` puts where. Each component is what the package of that name holds.
+include(CMakePackageConfigHelpers)
+
+set(headers "${CMAKE_INSTALL_INCLUDEDIR}/trel")
+set(package "${CMAKE_INSTALL_LIBDIR}/cmake/Trel")
+
+set(programs trelsnmpd trelctl)
+if(TREL_ETCD)
+  list(APPEND programs trelmemberd)
+  install(TARGETS TrelEtcd LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT libtrelsnmp0)
+  set_target_properties(TrelEtcd PROPERTIES INSTALL_RPATH "\$ORIGIN")
+endif()
+foreach(program IN LISTS programs)
+  install(TARGETS ${program} COMPONENT ${program})
+  file(GLOB pages docs/${program}.[18])
+  foreach(page IN LISTS pages)
+    string(REGEX MATCH ".$" section "${page}")
+    install(FILES "${page}" DESTINATION "${CMAKE_INSTALL_MANDIR}/man${section}" COMPONENT ${program})
+  endforeach()
+  install(FILES packaging/completion DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions"
+    RENAME ${program} COMPONENT ${program})
+endforeach()
+
+# A host of one's own links the first two; the others are the programs'.
+set_target_properties(TrelSnmpPlugin PROPERTIES EXPORT_NAME TrelSnmp)
+set_target_properties(platform PROPERTIES EXPORT_NAME TrelPlatform)
+set_target_properties(platform TrelSnmpPlugin kelstore PROPERTIES INSTALL_RPATH "\$ORIGIN")
+install(TARGETS platform TrelSnmpPlugin EXPORT TrelTargets
+  LIBRARY COMPONENT libtrelsnmp0 NAMELINK_COMPONENT libtrelsnmp-dev
+  INCLUDES DESTINATION "${headers}")
+install(TARGETS kelstore LIBRARY COMPONENT libtrelsnmp0 NAMELINK_SKIP)
+
+foreach(room platform mib-state pipelines agent)
+  install(DIRECTORY ${room} DESTINATION "${headers}" COMPONENT libtrelsnmp-dev FILES_MATCHING PATTERN "*.h")
+endforeach()
+install(FILES snmp-modules/veldaTrelMIB.h snmp-modules/veldaTrelHostResourcesMIB.h
+  DESTINATION "${headers}/snmp-modules" COMPONENT libtrelsnmp-dev)
+install(EXPORT TrelTargets NAMESPACE Trel:: DESTINATION "${package}" COMPONENT libtrelsnmp-dev)
+set(generated "${PROJECT_BINARY_DIR}/CMakeFiles/install")
+configure_package_config_file(cmake/TrelConfig.cmake.in "${generated}/TrelConfig.cmake"
+  INSTALL_DESTINATION "${package}")
+write_basic_package_version_file("${generated}/TrelConfigVersion.cmake" COMPATIBILITY SameMinorVersion)
+install(FILES "${generated}/TrelConfig.cmake" "${generated}/TrelConfigVersion.cmake"
+  DESTINATION "${package}" COMPONENT libtrelsnmp-dev)
+file(RELATIVE_PATH to_prefix "/prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/prefix")
+configure_file(cmake/trel.pc.in "${generated}/trel.pc" @ONLY)
+install(FILES "${generated}/trel.pc" DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig" COMPONENT libtrelsnmp-dev)
+install(DIRECTORY examples/host DESTINATION "${CMAKE_INSTALL_DOCDIR}/examples" COMPONENT libtrelsnmp-dev)
+
+# Alone in a directory, so that a copy of it is all that a manager needs.
+install(DIRECTORY "${TREL_MIBS}/" DESTINATION "${CMAKE_INSTALL_DATADIR}/trel/mibs" COMPONENT trel-mibs)
