@@ -104,9 +104,9 @@ void Follower::resumed(uint64_t nowMs, const Page& page) {
 
 // Whether the records, as they were at the revision, can have no common past with the keys that are known.
 bool Follower::contradicts(const std::vector<Record>& records, int64_t revision) const {
-  return history_.known() && std::any_of(records.begin(), records.end(), [&](const Record& record) {
-           return table_.contradicts(record, revision);
-         });
+  return history_.known() && !replaced_ &&
+         std::any_of(records.begin(), records.end(),
+                     [&](const Record& record) { return table_.contradicts(record, revision); });
 }
 
 // What is known stays, and the other servers are asked.
@@ -115,8 +115,9 @@ void Follower::otherStoreIs(uint64_t nowMs, const Header& header) {
   uint64_t holdSeconds = settings_.holdMs / 1000;
   history_.contradicted(nowMs);
   if (history_.overdue()) {
-    return believe(nowMs, fmt::format("{}; it counts now, as no server had the expected one for {} s", found,
-                                      holdSeconds));
+    return believe(
+        nowMs, header,
+        fmt::format("{}; it counts now, as no server had the expected one for {} s", found, holdSeconds));
   }
   otherStore_ = fmt::format(
       "{}: was it wiped or restored, or is the address wrong? What was read before stays until no server has "
@@ -124,12 +125,15 @@ void Follower::otherStoreIs(uint64_t nowMs, const Header& header) {
       "trelctl store accept",
       found, holdSeconds);
   otherEndpoint_ = endpoint();
+  otherHeader_ = header;
+  answered_ = false;
   lost(nowMs, otherStore_);
 }
 
-// Whatever the current server has counts, and is listed.
-void Follower::believe(uint64_t nowMs, const std::string& why) {
-  history_.forget();
+// The store with that header counts in place of the known one, and is listed.
+void Follower::believe(uint64_t nowMs, const Header& header, const std::string& why) {
+  history_.is(header);
+  replaced_ = true;
   otherStore_.clear();
   relistsInARow_ = 0;
   relist(nowMs, why);
@@ -138,11 +142,12 @@ void Follower::believe(uint64_t nowMs, const std::string& why) {
 void Follower::accept(uint64_t nowMs) {
   if (otherStore_.empty()) return;
   endpoints_.prefer(otherEndpoint_);
-  believe(nowMs, ofServer("this store counts now, as an operator says so"));
+  believe(nowMs, otherHeader_, ofServer("this store counts now, as an operator says so"));
 }
 
 void Follower::succeeds(const Follower& other) {
   history_ = other.history_;
+  replaced_ = other.replaced_;
   applied_ = other.applied_;
 }
 
@@ -151,6 +156,7 @@ void Follower::listed(uint64_t nowMs, Page page) {
   if (foreign(page.header) || contradicts(page.records, revision)) return otherStoreIs(nowMs, page.header);
   if (!answered_) listingAt_ = page.header;
   answered_ = true;
+  otherStore_.clear();
   if (page.header.clusterId != listingAt_.clusterId) {
     return lost(nowMs, ofServer("the pages of a listing come from different clusters"));
   }
@@ -165,8 +171,9 @@ void Follower::listed(uint64_t nowMs, Page page) {
   resyncEnds(kNever);
   applied_ = listingAt_.revision;
   history_.is(listingAt_);
+  replaced_ = false;
   newest_ = applied_;
-  batches_.push_back({applied_, table_.listingEnds(), whole});
+  give({applied_, table_.listingEnds(), whole});
   complete_ = true;
   mustList_ = false;
   openWatch(nowMs);
@@ -318,11 +325,15 @@ void Follower::apply(const std::vector<Event>& events) {
   applied_ = last;
   newest_ = std::max(newest_, last);
   batch.revision = last;
-  // All keys of a lease go with it: where one is left, its owner deleted the others.
+  if (!batch.changes.empty()) give(std::move(batch));
+}
+
+void Follower::give(Batch batch) {
   for (Change& change : batch.changes) {
-    if (!change.value && table_.leased(change.lease)) change.lease = 0;
+    if (!change.value && !table_.ended(change.lease, change.revision)) change.lease = 0;
   }
-  if (!batch.changes.empty()) batches_.push_back(std::move(batch));
+  table_.forgetMoves();
+  batches_.push_back(std::move(batch));
 }
 
 // False if the event is nothing new, or its key is refused.
@@ -332,7 +343,7 @@ bool Follower::applyEvent(const Event& event, std::vector<Change>& changes) {
   if (event.deleted) {
     std::optional<int64_t> lease = table_.del(record.key, record.modRevision);
     if (!lease) return false;
-    changes.push_back({record.key, std::nullopt, *lease});
+    changes.push_back({record.key, std::nullopt, *lease, 0, record.modRevision});
   } else {
     if (!table_.put(record)) return false;
     changes.push_back({record.key, record.value, record.lease, record.oversizeBytes});
@@ -355,6 +366,8 @@ void Follower::lost(uint64_t nowMs, const std::string& error) {
   if (phase_ == Phase::waiting) return;
   forgetFailures(nowMs);
   if (complete_ && lostSinceMs_ == kNever) lostSinceMs_ = nowMs;
+  // What it listed is the known store's, as far as that went.
+  if (phase_ == Phase::listing && answered_) history_.confirmed();
   if (phase_ != Phase::watching) history_.serverLeft(nowMs);
   goesHome_ = false;
   lastError_ = error;

@@ -157,12 +157,13 @@ class Follower {
   void watches(uint64_t nowMs);
   void apply(const std::vector<Event>& events);
   void applyFinished();
+  void give(Batch batch);
   bool applyEvent(const Event& event, std::vector<Change>& changes);
-  bool foreign(const Header& header) const { return history_.foreign(header, applied_); }
+  bool foreign(const Header& header) const { return history_.foreign(header, replaced_ ? 0 : applied_); }
   bool contradicts(const std::vector<Record>& records, int64_t revision) const;
   void resumed(uint64_t nowMs, const Page& page);
   void otherStoreIs(uint64_t nowMs, const Header& header);
-  void believe(uint64_t nowMs, const std::string& why);
+  void believe(uint64_t nowMs, const Header& header, const std::string& why);
   void heard(uint64_t nowMs, const Header& header);
   uint64_t retryDelayMs();
   // An error text that begins with the server.
@@ -211,6 +212,8 @@ class Follower {
   std::string newestKey_;  // that the server must have to be resumed; empty: none is known
   std::string otherStore_;
   std::string otherEndpoint_;  // where that is
+  Header otherHeader_;         // what it said
+  bool replaced_ = false;      // the history is that of another store than the keys, until it is listed
   int64_t applied_ = 0;
   int64_t newest_ = 0;
   PageSize pageSize_{PageSize::kUsual};
@@ -223,12 +226,13 @@ class Follower {
   struct Waiting {
     KeyTable::Suspect suspect;
     uint64_t untilMs;
+    int64_t applied;  // when the page came
   };
   uint64_t resyncAtMs_ = kNever;  // the next resync, or the next page of the one under way
   bool resyncing_ = false;
   bool resyncPageAsked_ = false;
   bool resyncRead_ = false;  // its last page is there
-  uint64_t repairsBefore_ = 0;
+  bool missed_ = false;      // the watch did not tell something that it should have told by now
   PageSize resyncSize_{kResyncPageKeys};
   Header resyncAskedAt_;  // what was known when its page was asked for
   std::string resyncFrom_;

@@ -11,7 +11,7 @@ void Follower::resyncNext(uint64_t nowMs) {
   if (!resyncing_) {
     resyncing_ = true;
     resyncFrom_ = settings_.prefix;
-    repairsBefore_ = counters_.repairs;
+    missed_ = false;
     table_.resyncBegins();
   }
   resyncPageAsked_ = true;
@@ -23,12 +23,13 @@ void Follower::resynced(uint64_t nowMs, const Page& page) {
   // Compared with what was known when it was asked for: events may have overtaken the page since.
   if (History::foreign(page.header, resyncAskedAt_)) return otherStoreIs(nowMs, page.header);
   if (contradicts(page.records, page.header.revision)) {
-    return believe(nowMs, ofServer("the resync found another history than was followed, so the store was "
-                                   "restored or is damaged; what it has counts"));
+    return believe(nowMs, page.header,
+                   ofServer("the resync found another history than was followed, so the store was "
+                            "restored or is damaged; what it has counts"));
   }
   resyncSize_.worked();
   for (KeyTable::Suspect& suspect : table_.compare(resyncFrom_, page)) {
-    suspects_.push_back({std::move(suspect), nowMs + kGraceMs});
+    suspects_.push_back({std::move(suspect), nowMs + kGraceMs, applied_});
   }
   if (page.more) {
     resyncFrom_ = keyAfter(page.records.back().key);
@@ -55,15 +56,16 @@ void Follower::settleSuspects(uint64_t nowMs) {
   std::erase_if(suspects_, [&](Waiting& one) {
     if (applied_ < one.suspect.revision && nowMs < one.untilMs) return false;
     if (!table_.differs(one.suspect)) return true;
+    missed_ |= applied_ >= one.suspect.revision || applied_ == one.applied;
     if (auto change = table_.repair(std::move(one.suspect))) repaired.changes.push_back(*std::move(change));
     return true;
   });
   counters_.repairs += repaired.changes.size();
-  if (!repaired.changes.empty()) batches_.push_back(std::move(repaired));
+  if (!repaired.changes.empty()) give(std::move(repaired));
   if (!resyncRead_ || !suspects_.empty()) return;
   ++counters_.resyncs;
   resyncEnds(nowMs + settings_.resyncMs);
-  if (counters_.repairs == repairsBefore_) return;
+  if (!missed_) return;
   // It may never tell anything again, although its server answers.
   ++counters_.reopenings;
   lost(nowMs, ofServer("the watch missed what the resync repaired; another one is opened"));

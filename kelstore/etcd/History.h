@@ -19,15 +19,13 @@ class History final {
   // Times are milliseconds on one monotonic clock. servers: how many there are.
   History(uint64_t holdMs, size_t servers) : holdMs_(holdMs), servers_(servers) {}
 
-  // False: nothing was read, or what was read need not go on. Every answer is believed.
+  // False: nothing was read. Every answer is believed.
   bool known() const { return clusterId_ != 0; }
   void is(const Header& header);
   // What is known at `revision`.
   Header at(int64_t revision) const { return {clusterId_, revision, raftTerm_}; }
   // There may have been an election.
   void heard(const Header& header);
-  // Any answer is believed from now on.
-  void forget() { clusterId_ = 0; }
 
   // Whether the answer can be none of a store that is known as `known`.
   static bool foreign(const Header& header, const Header& known);

@@ -39,6 +39,7 @@ bool KeyTable::add(Keys& keys, const Record& record, AllRefused& refused) const 
 // Nothing known: the key is new, or goes.
 void KeyTable::Keys::change(Known& key, const Known& now) {
   if (now.lease != 0) ++leases[now.lease];
+  if (now.lease != 0 && key.lease != 0 && now.lease != key.lease) moved.emplace(key.lease, now.modRevision);
   auto before = leases.find(key.lease);
   if (before != leases.end() && --before->second == 0) leases.erase(before);
   key = now;
@@ -93,6 +94,10 @@ std::optional<int64_t> KeyTable::del(const std::string& key, int64_t revision) {
   return lease;
 }
 
+bool KeyTable::ended(int64_t lease, int64_t revision) const {
+  return lease != 0 && !keys_.leases.contains(lease) && !keys_.moved.contains({lease, revision});
+}
+
 void KeyTable::listingBegins() {
   listedKeys_ = {};
   listedRefused_ = {};
@@ -111,8 +116,7 @@ void KeyTable::listed(std::vector<Record> page) {
 std::vector<Change> KeyTable::listingEnds() {
   for (const auto& [key, known] : keys_.known) {
     if (listedKeys_.known.contains(key)) continue;
-    bool ended = !listedKeys_.leases.contains(known.lease);
-    listedChanges_.push_back({key, std::nullopt, ended ? known.lease : 0});
+    listedChanges_.push_back({key, std::nullopt, known.lease});
   }
   keys_ = std::exchange(listedKeys_, {});
   refused_ = std::exchange(listedRefused_, {});

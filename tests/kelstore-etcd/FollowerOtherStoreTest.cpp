@@ -158,6 +158,49 @@ TEST_F(ThreeStoresTest, AsleepForLongerThanTheHold_TheTimeDoesNotCount) {
   EXPECT_TRUE(isLeft(at(1, 8), {}));
 }
 
+// The operator has seen the store of h1, and accepted that.
+TEST_F(ThreeStoresTest, AcceptedServerBreaksBeforeItIsListed_AThirdStoreDoesNotCount) {
+  loses();
+  page(at(12, 8), {record("p/a", "other", 9)});
+  follower_.accept(now_);
+  EXPECT_EQ(follower_.endpoint(), "h1:1");
+  loses();
+  EXPECT_EQ(follower_.endpoint(), "h2:1");
+  page(at(1, 9), {});
+  EXPECT_THAT(batches(), IsEmpty());
+  EXPECT_THAT(follower_.otherStore(), HasSubstr("found cluster 9, expected 8"));
+}
+
+// It has compacted what the watch would go on from, and breaks before all of its pages are there.
+TEST_F(ThreeStoresTest, KnownStoreCannotBeListedWhole_NoOtherEverCounts) {
+  bool resumes = true;
+  follower_.lost(now_, "broken");
+  for (uint64_t end = now_ + 4 * kOtherStoreHoldMs; now_ < end;) {
+    next();
+    if (follower_.endpoint() == "h0:1") {
+      if (std::exchange(resumes, false)) cannotResume();
+      page(at(20), {record("p/a", "1", 3)}, true);
+      advance(1000);
+      follower_.lost(now_, "broken");
+    } else {
+      page(at(1, 8), {});
+    }
+    ASSERT_THAT(batches(), IsEmpty());
+  }
+}
+
+TEST_F(ThreeStoresTest, KnownStoreIsBeingListed_ThereIsNothingToAccept) {
+  loses();
+  page(at(1, 8), {});
+  next();
+  cannotResume();
+  EXPECT_EQ(follower_.endpoint(), "h2:1");
+  page(at(20), {record("p/a", "1", 3)}, true);
+  EXPECT_EQ(follower_.otherStore(), "");
+  follower_.accept(now_);
+  EXPECT_EQ(follower_.endpoint(), "h2:1");
+}
+
 TEST_F(ThreeStoresTest, OperatorAccepts_TheServerWithTheOtherStoreIsListedAtOnce) {
   follower_.accept(now_);
   EXPECT_EQ(follower_.state(), State::watching) << "there is nothing to accept";

@@ -299,5 +299,32 @@ TEST_F(ResyncTest, StoreIsLostMeanwhile_TheResyncBeginsAnewSoonAfter) {
   EXPECT_THAT(commands(), ElementsAre("read p/ at 0 x500"));
 }
 
+// Every event comes, 4 s late: as over a link that is as fast as the changes, behind a full queue.
+TEST_F(FollowerTest, WatchIsLateButWhole_ItIsNotOpenedAnew) {
+  watching();
+  constexpr int64_t kLate = 40;  // revisions; there are ten a second
+  constexpr int64_t kNames = 5;
+  // Revision 10 + n changes the key n % kNames.
+  auto keyOf = [](int64_t revision) { return fmt::format("p/{}", revision % kNames); };
+  int64_t store = 10;
+  auto content = [&](int64_t revision) {
+    std::vector<Record> records{record("p/a", "1", 3), record("p/b", "2", 5)};
+    for (int64_t changed = revision; changed > std::max<int64_t>(10, revision - kNames); --changed)
+      records.push_back(record(keyOf(changed), std::to_string(changed), changed));
+    std::sort(records.begin(), records.end(), [](const auto& a, const auto& b) { return a.key < b.key; });
+    return records;
+  };
+  for (int tenth = 0; tenth < 3000; ++tenth) {
+    advance(100);
+    ++store;
+    if (follower_.pageAsked() != 0) page(at(store), content(store));
+    for (int64_t told = follower_.revision() + 1; told + kLate <= store; ++told)
+      says(at(store), {put(keyOf(told), std::to_string(told), told)});
+    ASSERT_EQ(follower_.state(), State::watching);
+  }
+  EXPECT_GT(follower_.counters().resyncs, 0u);
+  EXPECT_EQ(follower_.counters().reopenings, 0u);
+}
+
 }  // namespace
 }  // namespace Kelstore::Etcd

@@ -242,8 +242,10 @@ TEST_F(FollowerTest, EventsToldTwiceOrLate_AreDroppedAndCounted) {
 }
 
 // The keys of a lease all go with it: where one is left, its owner deleted the others.
-TEST_F(FollowerTest, KeysGo_TheLeaseIsToldIfItMayHaveEnded) {
-  auto leases = [this] {
+class LeaseTest : public FollowerTest {
+ protected:
+  // Keys that are gone, each with the lease that may have ended.
+  Texts leases() {
     Texts texts;
     for (const Batch& batch : follower_.takeBatches()) {
       for (const Change& change : batch.changes) {
@@ -251,7 +253,10 @@ TEST_F(FollowerTest, KeysGo_TheLeaseIsToldIfItMayHaveEnded) {
       }
     }
     return texts;
-  };
+  }
+};
+
+TEST_F(LeaseTest, KeysGo_TheLeaseIsToldIfItMayHaveEnded) {
   follower_.start(now_);
   page(at(10), {record("p/a", "1", 3, 70), record("p/b", "1", 3, 70), record("p/c", "1", 3, 70),
                 record("p/d", "1", 4), record("p/e", "1", 5, 80), record("p/f", "1", 5, 80)});
@@ -271,6 +276,33 @@ TEST_F(FollowerTest, KeysGo_TheLeaseIsToldIfItMayHaveEnded) {
   page(at(20), {record("p/a", "1", 13)});
   advance(Follower::kGraceMs);
   EXPECT_THAT(leases(), ElementsAre("p/f@80")) << "also where only a resync shows it";
+}
+
+TEST_F(LeaseTest, OnlyAResyncShowsThatTheOwnerDeletedAKey_TheLeaseHasNotEnded) {
+  follower_.start(now_);
+  page(at(10), {record("p/a", "1", 3, 70), record("p/b", "1", 3, 70)});
+  created(at(10));
+  for (int second = 0; second < 60; ++second) {
+    says(at(10), {});
+    advance(1000);
+  }
+  page(at(15), {record("p/a", "1", 3, 70)});
+  advance(Follower::kGraceMs);
+  EXPECT_THAT(leases(), ElementsAre("p/b@0"));
+}
+
+// In one transaction: whichever of the events comes first, the old lease has no key left after them.
+TEST_F(LeaseTest, SuccessorTakesKeysOver_WhatItDeletesIsNotOfALeaseThatEnded) {
+  follower_.start(now_);
+  page(at(10), {record("p/a", "1", 3, 70), record("p/b", "1", 3, 70), record("p/c", "1", 3, 70)});
+  created(at(10));
+  Event taken{record("p/a", "1", 11, 71), false};
+  says(at(11), {del("p/b", 11), taken});
+  EXPECT_THAT(leases(), ElementsAre("p/b@0"));
+  says(at(12), {del("p/c", 12)});
+  EXPECT_THAT(leases(), ElementsAre("p/c@70")) << "what it had not taken over went by itself";
+  says(at(13), {{record("p/a", "1", 13, 72), false}, del("p/x", 13)});
+  EXPECT_THAT(leases(), IsEmpty());
 }
 
 TEST_F(FollowerTest, AnswerToAProgressRequest_MovesNothing) {
