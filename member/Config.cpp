@@ -47,14 +47,20 @@ bool isDevice(const std::string& text) {
 // With a scope or without.
 bool isAddress(const std::string& text) {
   std::string bare = text.substr(0, text.find('%'));
-  in6_addr parsed{};
-  return inet_pton(AF_INET, bare.c_str(), &parsed) == 1 || inet_pton(AF_INET6, bare.c_str(), &parsed) == 1;
+  in_addr four{};
+  if (inet_pton(AF_INET, bare.c_str(), &four) == 1) {
+    uint32_t address = ntohl(four.s_addr);
+    return address != INADDR_ANY && address != INADDR_BROADCAST && !IN_MULTICAST(address);
+  }
+  in6_addr six{};
+  return inet_pton(AF_INET6, bare.c_str(), &six) == 1 && !IN6_IS_ADDR_UNSPECIFIED(&six) &&
+         !IN6_IS_ADDR_MULTICAST(&six) && !IN6_IS_ADDR_V4MAPPED(&six);
 }
 
 constexpr JsonText kPath{"a path", isPath};
 constexpr JsonText kInterface{"an interface name", isInterface};
 constexpr JsonText kDevice{"a device name of 1 to 15 bytes", isDevice};
-constexpr JsonText kAddress{"an IPv4 or IPv6 address, such as 10.0.0.2 or fe80::2", isAddress};
+constexpr JsonText kAddress{"a machine's IPv4 or IPv6 address, such as 10.0.0.2 or fe80::2", isAddress};
 
 JsonInteger<uint32_t> integer(uint32_t min, uint32_t max) { return {min, max}; }
 

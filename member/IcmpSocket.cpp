@@ -8,6 +8,7 @@
 #include <netinet/ip.h>
 #include <netinet/ip_icmp.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/random.h>
 #include <sys/socket.h>
 
@@ -78,6 +79,27 @@ int connectTo(const EchoTarget& target, const Address& address, int fd) {
   return done ? 0 : errno;
 }
 
+// Whether the socket, connected to the address, has it for its own. The machine answers itself, whatever
+// becomes of the link.
+bool asksItself(int fd, const Address& address) {
+  Address own;
+  own.bytes = sizeof own.storage;
+  if (getsockname(fd, reinterpret_cast<sockaddr*>(&own.storage), &own.bytes) != 0) return false;
+  if (address.ipv6()) {
+    return IN6_ARE_ADDR_EQUAL(&reinterpret_cast<const sockaddr_in6&>(own.storage).sin6_addr,
+                              &reinterpret_cast<const sockaddr_in6&>(address.storage).sin6_addr);
+  }
+  return reinterpret_cast<const sockaddr_in&>(own.storage).sin_addr.s_addr ==
+         reinterpret_cast<const sockaddr_in&>(address.storage).sin_addr.s_addr;
+}
+
+// Whoever has a loopback device for a link wants just that.
+bool isLoopback(const std::string& device, int fd) {
+  ifreq request{};
+  device.copy(request.ifr_name, IFNAMSIZ - 1);
+  return ioctl(fd, SIOCGIFFLAGS, &request) == 0 && (request.ifr_flags & IFF_LOOPBACK) != 0;
+}
+
 absl::Status failure(const EchoTarget& target, int error) {
   const char* hint = error == EPERM ? " (it takes CAP_NET_RAW)" : "";
   absl::Status status = Runtime::systemError(error);
@@ -95,6 +117,11 @@ absl::StatusOr<IcmpSocket> IcmpSocket::send(const EchoTarget& target) {
                                       address->ipv6() ? static_cast<int>(IPPROTO_ICMPV6) : IPPROTO_ICMP));
   if (!socket.opened()) return failure(target, errno);
   if (int error = connectTo(target, *address, socket.get()); error != 0) return failure(target, error);
+  if (asksItself(socket.get(), *address) && !isLoopback(target.device, socket.get())) {
+    return absl::FailedPreconditionError(
+        fmt::format("echo to {} on {}: the address is this machine's own, not the neighbour's",
+                    target.address, target.device));
+  }
   Request request{
       address->ipv6() ? static_cast<uint8_t>(ICMP6_ECHO_REQUEST) : uint8_t{ICMP_ECHO}, 0, 0, 0, 0, {}};
   // Kept apart from the answers to all other requests of this machine, also of earlier processes.

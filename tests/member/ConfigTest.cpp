@@ -198,7 +198,8 @@ INSTANTIATE_TEST_SUITE_P(
         Case{OTHERWISE("2", "\"Backplane1\"", "\"a234567890123456\"", "\"::2\""),
              ": neighbours[0]/device: found \"a234567890123456\", expected a device name of 1 to 15 bytes"},
         Case{OTHERWISE("2", "\"Backplane1\"", "\"b\"", "\"host\""),
-             ": neighbours[0]/address: found \"host\", expected an IPv4 or IPv6 address, such as 10.0.0.2 or "
+             ": neighbours[0]/address: found \"host\", expected a machine's IPv4 or IPv6 address, such as "
+             "10.0.0.2 or "
              "fe80::2"},
         Case{OTHERWISE("2", "\"Backplane1\"", "\"b\"", "\"fe80::2%c\""),
              ": neighbours[0]/address: found \"fe80::2%c\", expected no scope but the device, \"b\""},
@@ -213,7 +214,8 @@ INSTANTIATE_TEST_SUITE_P(
         Case{NEIGHBOUR("\"member\": 2, \"interface\": \"Backplane1\", \"address\": \"::2\""),
              ": neighbours[0]/device: found nothing, expected a device name of 1 to 15 bytes"},
         Case{NEIGHBOUR("\"member\": 2, \"interface\": \"Backplane1\", \"device\": \"b\""),
-             ": neighbours[0]/address: found nothing, expected an IPv4 or IPv6 address, such as 10.0.0.2 or "
+             ": neighbours[0]/address: found nothing, expected a machine's IPv4 or IPv6 address, such as "
+             "10.0.0.2 or "
              "fe80::2"},
         Case{PROBE("\"intervalMs\": 99"),
              ": neighbours[0]/probe/intervalMs: found 99, expected an integer from 100 to 60000"},
@@ -310,6 +312,22 @@ TEST(ConfigTest, AnyTextCutAnywhere_IsNoCrash) {
     EXPECT_FALSE(parsed(whole.substr(0, length)).errors.empty()) << length;
   }
   EXPECT_FALSE(parsed(std::string(100000, '[')).errors.empty());
+}
+
+// Nobody, or more than one machine, has them.
+TEST(ConfigTest, AddressThatNoNeighbourCanHave_IsRefused) {
+  for (const char* address :
+       {"0.0.0.0", "224.0.0.1", "255.255.255.255", "::", "ff02::1", "::ffff:10.0.0.2"}) {
+    EXPECT_THAT(
+        withNeighbours(
+            fmt::format(R"({{"member": 2, "interface": "Backplane1/2", "device": "bp2", "address": "{}"}})",
+                        address))
+            .errors,
+        ElementsAre(
+            fmt::format("m.json: neighbours[0]/address: found \"{}\", expected a machine's IPv4 or IPv6 "
+                        "address, such as 10.0.0.2 or fe80::2",
+                        address)));
+  }
 }
 
 }  // namespace

@@ -287,6 +287,13 @@ TEST_F(EchoTest, NoRoute_IsAFailureOfThisMachine_AndNothingIsWritten) {
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 }
 
+// As when the configuration of one end is copied to the other. It would answer whatever becomes of the link.
+TEST_F(EchoTest, AddressIsOfThisMachine_IsAFailureThatSaysSo) {
+  EXPECT_EQ(ask("10.1.0.1"),
+            "echo to 10.1.0.1 on bp: the address is this machine's own, not the neighbour's");
+  EXPECT_EQ(ask("fe80::1"), "echo to fe80::1 on bp: the address is this machine's own, not the neighbour's");
+}
+
 // A ring that is cabled wrongly: another machine is at the end of the cable, and forwards to the one that is
 // asked.
 TEST_F(EchoTest, AddressIsThatOfAMachineBehindTheNext_Lost) {
