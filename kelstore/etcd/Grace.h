@@ -22,8 +22,8 @@ namespace Kelstore::Etcd {
 class Grace final {
  public:
   static constexpr uint64_t kNever = std::numeric_limits<uint64_t>::max();
-  // No more passes between two calls. Longer, the store was lost or this process was stopped, and what members
-  // have put again meanwhile is still to be read.
+  // No more passes between two calls. Longer, the store was lost or this process was stopped, and what
+  // members have put again meanwhile is still to be read.
   static constexpr uint64_t kMostAtOnceMs = 1'000;
 
   // graceMs: 0: everything is gone at once.
