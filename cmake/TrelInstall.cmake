@@ -21,6 +21,27 @@ foreach(program IN LISTS programs)
     RENAME ${program} COMPONENT ${program})
 endforeach()
 
+# Units name the programs at the place where they are installed, which may not be known before.
+file(READ packaging/units/sandbox.in sandbox)
+set(daemons ${programs})
+list(REMOVE_ITEM daemons trelctl)
+foreach(daemon IN LISTS daemons)
+  set(bin @bin@)
+  configure_file(packaging/units/${daemon}.service.in "${PROJECT_BINARY_DIR}/CMakeFiles/install/${daemon}.service.in" @ONLY)
+  install(CODE "
+    set(bin \"\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_BINDIR}\")
+    configure_file(\"${PROJECT_BINARY_DIR}/CMakeFiles/install/${daemon}.service.in\"
+      \"${PROJECT_BINARY_DIR}/CMakeFiles/install/${daemon}.service\" @ONLY)" COMPONENT ${daemon})
+  install(FILES "${PROJECT_BINARY_DIR}/CMakeFiles/install/${daemon}.service"
+    DESTINATION lib/systemd/system COMPONENT ${daemon})
+endforeach()
+install(FILES packaging/trel.sysusers DESTINATION lib/sysusers.d RENAME trel.conf COMPONENT libtrelsnmp0)
+set(configuration etc)
+if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
+  set(configuration /etc)
+endif()
+install(FILES packaging/trelsnmpd.options DESTINATION "${configuration}/trel" COMPONENT trelsnmpd)
+
 # A host of one's own links the first two; the others are the programs'.
 set_target_properties(TrelSnmpPlugin PROPERTIES EXPORT_NAME TrelSnmp)
 set_target_properties(platform PROPERTIES EXPORT_NAME TrelPlatform)

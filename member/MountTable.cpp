@@ -58,6 +58,7 @@ bool holdsData(libmnt_fs* fs) {
   std::string_view target = textOf(mnt_fs_get_target(fs));
   std::string_view type = textOf(mnt_fs_get_fstype(fs));
   if (target.empty() || isBelow(target, "/proc") || isBelow(target, "/sys")) return false;
+  if (target == "/dev") return false;  // a tmpfs in containers and sandboxes
   return (isOneOf(type, kHoldsData) || mnt_fs_is_pseudofs(fs) == 0) && isOwn(fs);
 }
 

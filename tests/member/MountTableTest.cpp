@@ -81,7 +81,7 @@ TEST_F(MountTableTest, ViewsOfTheKernel_DoNotCount) {
         "fusectl", "nsfs",    "binfmt_misc", "autofs",    "efivarfs", "rpc_pipefs"}) {
     has("0:" + std::to_string(lastId_), std::string("/somewhere/") + type, type);
   }
-  has("0:90", "/proc/fs/nfsd", "tmpfs").has("0:91", "/sys/fs/cgroup", "tmpfs");
+  has("0:90", "/proc/fs/nfsd", "tmpfs").has("0:91", "/sys/fs/cgroup", "tmpfs").has("0:94", "/dev", "tmpfs");
   has("0:92", "/system", "tmpfs").has("0:93", "/processes", "tmpfs");
   EXPECT_THAT(mounts(), ElementsAre("/processes=ram", "/system=ram"));
 }
