@@ -277,10 +277,12 @@ void Publisher::noteForeign() {
 // Renewals, in every state that has a lease.
 
 void Publisher::renewLater() {
+  renewalSetNs_ = clock_.monotonicNs();
   nextRenewal_ = io_.after(kRenewalMs, [this] { renew(); });
 }
 
 void Publisher::renew() {
+  noteSleep();
   renewLater();
   if (renewing_ || !mayRenew()) return;
   renewing_ = true;
@@ -297,6 +299,18 @@ void Publisher::renewed(const absl::Status& answer) {
   if (answer.ok()) return;
   leaseIsGone();
   if (!callUnderWay()) step();
+}
+
+// While this process did not run, nothing could be written, and nothing is wrong with the store. Whether the
+// lease has ended meanwhile, the renewal shows.
+void Publisher::noteSleep() {
+  uint64_t nowNs = clock_.monotonicNs();
+  uint64_t awayNs = nowNs - renewalSetNs_;
+  if (awayNs < kRenewalMs * kNsPerMs + ttlNs() / 3) return;
+  provenNs_ = std::min(provenNs_ + awayNs, nowNs);
+  traceHandle.trace(kErrorLevel,
+                    "did not run for {} s: was stopped, or the machine was suspended or overloaded",
+                    awayNs / kNsPerMs / kMsPerSecond);
 }
 
 bool Publisher::mayRenew() {

@@ -141,6 +141,7 @@ class Publisher final {
   void renewLater();
   void renew();
   void renewed(const absl::Status& answer);
+  void noteSleep();
   bool mayRenew();
   void proven();
   void leaseIsGone();
@@ -178,9 +179,10 @@ class Publisher final {
   bool written_ = false;  // it has written once, and takes over no others
   std::unique_ptr<Runtime::Io::Activity> nextRenewal_;
   bool renewing_ = false;
-  uint64_t provenNs_ = 0;   // when the last transaction was carried out, or the lease granted
-  bool lapsing_ = false;    // the lease is not renewed, since no transaction is carried out
-  std::string writeError_;  // of the last call that failed since then
+  uint64_t renewalSetNs_ = 0;  // when the next renewal was planned
+  uint64_t provenNs_ = 0;      // when the last transaction was carried out, or the lease granted
+  bool lapsing_ = false;       // the lease is not renewed, since no transaction is carried out
+  std::string writeError_;     // of the last call that failed since then
 
   std::optional<LeaseStore::Holdings> holdings_;  // the keys in the store; nothing: they must be read
   uint64_t lookAgainNs_ = 0;                      // when to read them again

@@ -68,10 +68,10 @@ uint64_t Follower::patienceMs() const {
   return std::min(kAnswerMs, kFirstAnswerMs << rounds);
 }
 
-void Follower::readPage(uint64_t nowMs, std::string from, int64_t revision, int64_t limit) {
+void Follower::readPage(uint64_t nowMs, std::string from, int64_t revision, int64_t limit, bool keysOnly) {
   answerByMs_ = nowMs + patienceMs();
   page_ = ++pages_;
-  commands_.emplace_back(ReadPage{std::move(from), revision, limit, page_});
+  commands_.emplace_back(ReadPage{std::move(from), revision, limit, page_, keysOnly});
 }
 
 void Follower::pageRead(uint64_t nowMs, uint64_t number, Page page) {
@@ -176,6 +176,7 @@ void Follower::listed(uint64_t nowMs, Page page) {
   give({applied_, table_.listingEnds(), whole});
   complete_ = true;
   mustList_ = false;
+  valuesDue_ = false;
   openWatch(nowMs);
 }
 
@@ -245,6 +246,7 @@ void Follower::heard(uint64_t nowMs, const Header& header) {
   heardMs_ = nowMs;
   if (foreign(header)) return;
   newest_ = std::max(newest_, header.revision);
+  valuesDue_ |= header.raftTerm > history_.at(0).raftTerm;
   history_.heard(header);
   if (phase_ == Phase::watching) history_.confirmed();
 }
@@ -260,8 +262,10 @@ void Follower::watches(uint64_t nowMs) {
   otherStore_.clear();
   // If the store was restored to what it held before the last of the known changes, and its revisions have
   // passed ours, only a resync shows it.
-  resyncAtMs_ = nowMs + (resumed ? std::min(kResumedResyncMs, settings_.resyncMs) : settings_.resyncMs) +
-                shareOf(settings_.place, settings_.resyncMs);
+  // Not all followers at the same time, though all may have lost the same server.
+  uint64_t soon = std::min(kResumedResyncMs, settings_.resyncMs);
+  resyncAtMs_ = nowMs + (resumed ? soon + shareOf(settings_.place, settings_.resyncMs - soon)
+                                 : settings_.resyncMs - shareOf(settings_.place, settings_.resyncMs));
   goHomeLater(nowMs);
 }
 
@@ -370,6 +374,7 @@ void Follower::lost(uint64_t nowMs, const std::string& error) {
   if (phase_ == Phase::listing && answered_) history_.confirmed();
   if (phase_ != Phase::watching) history_.serverLeft(nowMs);
   goesHome_ = false;
+  valuesDue_ = true;
   lastError_ = error;
   ++triedInVain_;
   phase_ = Phase::waiting;

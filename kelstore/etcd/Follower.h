@@ -12,7 +12,9 @@
 //
 // Watches of etcd 3.4 may lose or repeat events, and answers to progress requests may overtake events. So an
 // answer without events never advances the revision, a repeated event is dropped, and the resync reads all
-// keys again, page by page, and repairs what differs.
+// keys again, page by page, and repairs what differs. It reads the values only where their revisions differ;
+// but those of all keys if the store may have been restored since they were compared last, as then a revision
+// may have another value: after the store was lost, and after an election.
 #pragma once
 
 #include <cstdint>
@@ -41,6 +43,7 @@ struct ReadPage {  // of the keys from `from` on; answered by pageRead() or page
   int64_t revision;  // 0: the latest
   int64_t limit;
   uint64_t number;
+  bool keysOnly = false;  // without the values
 };
 struct OpenWatch {  // on all keys; answered by watchSaid()
   int64_t fromRevision;
@@ -94,7 +97,7 @@ class Follower {
   static constexpr uint64_t kStableMs = 10'000;      // a watch that lasted so long resets these delays
   static constexpr int64_t kResyncPageKeys = 500;
   static constexpr uint64_t kResyncPauseMs = 50;       // between two pages
-  static constexpr uint64_t kResumedResyncMs = 2'000;  // after a watch was resumed, before the first resync
+  static constexpr uint64_t kResumedResyncMs = 2'000;  // after a watch was resumed, at the earliest, before the first resync
   static constexpr uint64_t kGraceMs = 3'000;          // for an event that explains a difference to arrive
 
   // `random` varies the delays.
@@ -149,7 +152,7 @@ class Follower {
 
   void connect(uint64_t nowMs);
   uint64_t patienceMs() const;
-  void readPage(uint64_t nowMs, std::string from, int64_t revision, int64_t limit);
+  void readPage(uint64_t nowMs, std::string from, int64_t revision, int64_t limit, bool keysOnly = false);
   void listOn(uint64_t nowMs);  // with the next page
   void openWatch(uint64_t nowMs);
   void listed(uint64_t nowMs, Page page);
@@ -177,6 +180,7 @@ class Follower {
   void resyncNext(uint64_t nowMs);
   void resynced(uint64_t nowMs, const Page& page);
   void resyncEnds(uint64_t atMs);
+  void readValues(uint64_t nowMs);
   void settleSuspects(uint64_t nowMs);
 
   Settings settings_;
@@ -233,6 +237,11 @@ class Follower {
   bool resyncPageAsked_ = false;
   bool resyncRead_ = false;  // its last page is there
   bool missed_ = false;      // the watch did not tell something that it should have told by now
+  bool valuesDue_ = false;   // the next one compares all values
+  bool withValues_ = false;  // the one under way reads them, from resyncFrom_ up to resyncTo_
+  std::string resyncTo_;     // empty: up to the last key
+  std::string differsFrom_;  // the first key that differs, and whose value was not read
+  std::string differsTo_;    // the last; empty: there is none
   PageSize resyncSize_{kResyncPageKeys};
   Header resyncAskedAt_;  // what was known when its page was asked for
   std::string resyncFrom_;

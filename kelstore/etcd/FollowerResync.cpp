@@ -1,4 +1,5 @@
 // The follower's audits: all keys are read again while a watch goes on, and what differs is repaired.
+#include <algorithm>
 #include <utility>
 
 #include "kelstore/etcd/Follower.h"
@@ -10,13 +11,14 @@ namespace Kelstore::Etcd {
 void Follower::resyncNext(uint64_t nowMs) {
   if (!resyncing_) {
     resyncing_ = true;
+    withValues_ = valuesDue_;
     resyncFrom_ = settings_.prefix;
     missed_ = false;
     table_.resyncBegins();
   }
   resyncPageAsked_ = true;
   resyncAskedAt_ = history_.at(applied_);
-  readPage(nowMs, resyncFrom_, 0, resyncSize_.keys());
+  readPage(nowMs, resyncFrom_, 0, resyncSize_.keys(), !withValues_);
 }
 
 void Follower::resynced(uint64_t nowMs, const Page& page) {
@@ -31,7 +33,7 @@ void Follower::resynced(uint64_t nowMs, const Page& page) {
   for (KeyTable::Suspect& suspect : table_.compare(resyncFrom_, page)) {
     suspects_.push_back({std::move(suspect), nowMs + kGraceMs, applied_});
   }
-  if (page.more) {
+  if (page.more && (resyncTo_.empty() || page.records.back().key < resyncTo_)) {
     resyncFrom_ = keyAfter(page.records.back().key);
     resyncAtMs_ = nowMs + kResyncPauseMs;
   } else {
@@ -45,8 +47,20 @@ void Follower::resyncEnds(uint64_t atMs) {
   resyncing_ = false;
   resyncPageAsked_ = false;
   resyncRead_ = false;
+  resyncTo_.clear();
+  differsTo_.clear();
   resyncAtMs_ = atMs;
   suspects_.clear();
+}
+
+// The resync goes on with the values of the keys from the first that differs to the last.
+void Follower::readValues(uint64_t nowMs) {
+  table_.resyncGoesBack();
+  withValues_ = true;
+  resyncRead_ = false;
+  resyncFrom_ = differsFrom_;
+  resyncTo_ = std::exchange(differsTo_, {});
+  resyncAtMs_ = nowMs;
 }
 
 // Repairs what still differs from a page, once the page's revision is applied or kGraceMs have passed: until
@@ -57,12 +71,20 @@ void Follower::settleSuspects(uint64_t nowMs) {
     if (applied_ < one.suspect.revision && nowMs < one.untilMs) return false;
     if (!table_.differs(one.suspect)) return true;
     missed_ |= applied_ >= one.suspect.revision || applied_ == one.applied;
+    if (one.suspect.found && one.suspect.found->keyOnly) {
+      const std::string& key = one.suspect.key;
+      if (differsTo_.empty() || key < differsFrom_) differsFrom_ = key;
+      differsTo_ = std::max(differsTo_, key);
+      return true;
+    }
     if (auto change = table_.repair(std::move(one.suspect))) repaired.changes.push_back(*std::move(change));
     return true;
   });
   counters_.repairs += repaired.changes.size();
   if (!repaired.changes.empty()) give(std::move(repaired));
   if (!resyncRead_ || !suspects_.empty()) return;
+  if (!differsTo_.empty()) return readValues(nowMs);
+  if (withValues_ && resyncTo_.empty()) valuesDue_ = false;
   ++counters_.resyncs;
   resyncEnds(nowMs + settings_.resyncMs);
   if (!missed_) return;

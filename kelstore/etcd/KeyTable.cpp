@@ -13,6 +13,11 @@ KeyTable::Known KeyTable::knownOf(const Record& record) {
   return {record.modRevision, record.lease, std::hash<std::string>()(record.value)};
 }
 
+bool KeyTable::agrees(const Record& record, const Known& known) {
+  bool same = record.modRevision == known.modRevision && record.lease == known.lease;
+  return same && (record.keyOnly || knownOf(record).valueHash == known.valueHash);
+}
+
 Change KeyTable::changeOf(Record record) {
   return {std::move(record.key), std::move(record.value), record.lease, record.oversizeBytes};
 }
@@ -72,7 +77,7 @@ bool KeyTable::contradicts(const Record& record, int64_t revision) const {
   auto at = keys_.known.find(record.key);
   if (at == keys_.known.end() || at->second.modRevision > revision) return false;
   if (record.modRevision != at->second.modRevision) return record.modRevision < at->second.modRevision;
-  return knownOf(record) != at->second;
+  return !agrees(record, at->second);
 }
 
 bool KeyTable::put(const Record& record) {
@@ -108,7 +113,7 @@ void KeyTable::listed(std::vector<Record> page) {
   for (Record& record : page) {
     if (!add(listedKeys_, record, listedRefused_)) continue;
     auto before = keys_.known.find(record.key);
-    bool same = before != keys_.known.end() && before->second == knownOf(record);
+    bool same = before != keys_.known.end() && agrees(record, before->second);
     if (!same) listedChanges_.push_back(changeOf(std::move(record)));
   }
 }
@@ -126,6 +131,7 @@ std::vector<Change> KeyTable::listingEnds() {
 
 void KeyTable::resyncBegins() {
   resyncing_ = true;
+  wentBack_ = false;
   resyncRefused_.clear();
 }
 
@@ -137,6 +143,8 @@ void KeyTable::resyncEnds(int64_t applied, bool complete) {
 
 std::vector<KeyTable::Suspect> KeyTable::compare(const std::string& from, const Page& page) {
   std::vector<Suspect> suspects;
+  AllRefused countedBefore;
+  AllRefused& refused = wentBack_ ? countedBefore : resyncRefused_;
   int64_t revision = page.header.revision;
   auto end = page.more ? keys_.known.upper_bound(page.records.back().key) : keys_.known.end();
   auto known = keys_.known.lower_bound(from);
@@ -150,7 +158,7 @@ std::vector<KeyTable::Suspect> KeyTable::compare(const std::string& from, const 
     missingBefore(&found.key);
     if (known != end && known->first == found.key) {
       ++known;
-    } else if (!admits(keys_, found.key, groupOf_(found.key), resyncRefused_)) {
+    } else if (!admits(keys_, found.key, groupOf_(found.key), refused)) {
       continue;
     }
     Suspect suspect{found.key, found, revision};
@@ -164,7 +172,7 @@ bool KeyTable::differs(const Suspect& suspect) const {
   auto known = keys_.known.find(suspect.key);
   if (known == keys_.known.end()) return suspect.found && !deletedAfter(suspect.key, suspect.revision);
   if (known->second.modRevision > suspect.revision) return false;
-  return !suspect.found || knownOf(*suspect.found) != known->second;
+  return !suspect.found || !agrees(*suspect.found, known->second);
 }
 
 std::optional<Change> KeyTable::repair(Suspect suspect) {

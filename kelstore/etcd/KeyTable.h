@@ -69,14 +69,16 @@ class KeyTable {
   // From now on until resyncEnds(), a deletion leaves a tombstone, so that an older page does not bring the
   // key back. A repaired deletion leaves one, too, since older events may still come.
   void resyncBegins();
+  // The resync compares keys once more, with their values; what is refused was counted.
+  void resyncGoesBack() { wentBack_ = true; }
   // complete: all pages were compared. Tombstones up to the revision `applied` are dropped.
   void resyncEnds(int64_t applied, bool complete);
   // Compares the page with the table, from the key `from` to the page's end. What the table has newer than
-  // the page does not differ.
+  // the page does not differ. Records without their values are compared without these.
   std::vector<Suspect> compare(const std::string& from, const Page& page);
   // Whether the table still differs.
   bool differs(const Suspect& suspect) const;
-  // Makes the table agree with the page; nothing if the key is refused.
+  // Makes the table agree with the page, which must have the value; nothing if the key is refused.
   std::optional<Change> repair(Suspect suspect);
 
  private:
@@ -84,7 +86,6 @@ class KeyTable {
     int64_t modRevision = 0;
     int64_t lease = 0;
     size_t valueHash = 0;
-    bool operator==(const Known&) const = default;
   };
   // Keys, and how many there are of each group and with each lease.
   struct Keys {
@@ -96,6 +97,7 @@ class KeyTable {
     void change(Known& key, const Known& now);
   };
   static Known knownOf(const Record& record);
+  static bool agrees(const Record& record, const Known& known);
   static Change changeOf(Record record);
   // Whether the limits allow the key; else it is counted as refused.
   bool admits(const Keys& keys, const std::string& key, const Group& group, AllRefused& refused) const;
@@ -108,6 +110,7 @@ class KeyTable {
   Keys keys_;
   AllRefused refused_;
   bool resyncing_ = false;
+  bool wentBack_ = false;
   AllRefused resyncRefused_;                   // so far
   std::map<std::string, int64_t> tombstones_;  // revisions of deletions, or of the pages that showed them
 

@@ -22,6 +22,7 @@ struct Record {
   int64_t modRevision = 0;
   int64_t lease = 0;         // 0: none
   size_t oversizeBytes = 0;  // size of a value that was left out, since it is too large; 0: it was not
+  bool keyOnly = false;      // the value was not asked for
 
   // Leaves the value out if it is larger than this.
   void cutTo(size_t valueBytes) {

@@ -15,12 +15,13 @@ Record recordOf(etcdserverpb::KeyValue& keyValue, size_t valueBytes) {
 }  // namespace
 
 etcdserverpb::RangeRequest rangeRequest(const std::string& from, const std::string& end, int64_t revision,
-                                        int64_t limit) {
+                                        int64_t limit, bool keysOnly) {
   etcdserverpb::RangeRequest request;
   request.set_key(from);
   request.set_range_end(end);
   request.set_revision(revision);
   request.set_limit(limit);
+  request.set_keys_only(keysOnly);
   return request;
 }
 
@@ -28,11 +29,12 @@ Header headerOf(const etcdserverpb::ResponseHeader& header) {
   return {header.cluster_id(), header.revision(), header.raft_term()};
 }
 
-Page pageOf(etcdserverpb::RangeResponse& response, size_t valueBytes) {
+Page pageOf(etcdserverpb::RangeResponse& response, size_t valueBytes, bool keysOnly) {
   Page page{headerOf(response.header()), {}, response.more()};
   page.records.reserve(static_cast<size_t>(response.kvs_size()));
   for (etcdserverpb::KeyValue& keyValue : *response.mutable_kvs()) {
     page.records.push_back(recordOf(keyValue, valueBytes));
+    page.records.back().keyOnly = keysOnly;
   }
   return page;
 }

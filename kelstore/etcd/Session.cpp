@@ -303,7 +303,7 @@ class Session::Impl {
 
   void readPage(const ConnectionPtr& connection, const ReadPage& command) {
     etcdserverpb::RangeRequest request =
-        rangeRequest(command.from, keys_.end, command.revision, command.limit);
+        rangeRequest(command.from, keys_.end, command.revision, command.limit, command.keysOnly);
     auto call = make<Call<etcdserverpb::RangeResponse>>(connection);
     call->reader =
         etcdserverpb::KV::NewStub(connection->channel)->AsyncRange(&call->context, request, &queue_);
@@ -313,7 +313,8 @@ class Session::Impl {
         whenLetIn([this, command](const ConnectionPtr& again) { readPage(again, command); });
       } else if (done.status.ok()) {
         Runtime::needMemoryFor(0);
-        follower_.pageRead(nowMs(), command.number, pageOf(done.response, settings_.limits.valueBytes));
+        follower_.pageRead(nowMs(), command.number,
+                           pageOf(done.response, settings_.limits.valueBytes, command.keysOnly));
       } else {
         follower_.pageFailed(nowMs(), command.number, failureOf(done.status),
                              Runtime::textOf(asStatus(connection->endpoint, done.status)));

@@ -216,7 +216,7 @@ void describe(CLI::App& app, Command& command) {
   tablesCommand->add_flag("--json", command.json, "Print one JSON object: table name to list of rows");
   tablesCommand->callback([&command] { command.runTables(); });
 
-  auto* storeCommands = app.add_subcommand("store", "Say which store of the cluster counts");
+  auto* storeCommands = app.add_subcommand("store", "Tell the daemon which store of the cluster to follow");
   storeCommands->require_subcommand(1);
   storeCommands
       ->add_subcommand("accept", "Have the daemon follow a store that is in place of the one it followed")

@@ -14,7 +14,8 @@ inline std::string textOf(const Disconnect& /*command*/) { return "disconnect"; 
 inline std::string textOf(const ReadPage& command) {
   std::string from = command.from;
   if (from.ends_with('\0')) from.back() = '+';
-  return fmt::format("read {} at {} x{}", from, command.revision, command.limit);
+  return fmt::format("read {} at {} x{}{}", from, command.revision, command.limit,
+                     command.keysOnly ? " keys" : "");
 }
 inline std::string textOf(const OpenWatch& command) { return fmt::format("watch {}", command.fromRevision); }
 inline std::string textOf(const RequestProgress& /*command*/) { return "progress?"; }

@@ -56,6 +56,9 @@ TEST_F(FollowerHomeTest, HomeIsBack_TheWatchIsResumedThereAfterWhatWasApplied) {
   EXPECT_FALSE(follower_.goesHome());
   EXPECT_THAT(batches(), IsEmpty());
   EXPECT_EQ(follower_.counters().relists, 0u);
+  advance(Follower::kResumedResyncMs);
+  EXPECT_THAT(commands(), ElementsAre("read p/ at 0 x500 keys")) << "no store was lost";
+  page(at(12), {record("p/a", "1", 3), record("p/b", "3", 12)});
   quiet(kGoHomeMs + kGoHomeSpreadMs);
   EXPECT_THAT(commands(), Not(Contains(testing::StartsWith("ask"))));
 }
@@ -122,6 +125,23 @@ TEST_F(FollowerHomeOfMember3Test, WhenItAsksDependsOnTheMember) {
   EXPECT_THAT(commands(), Not(Contains(testing::StartsWith("ask"))));
   quiet(1);
   EXPECT_THAT(commands(), Contains(testing::StartsWith("ask h0:1")));
+}
+
+// All that had lost the same server read all keys 2 s later.
+TEST_F(FollowerHomeOfMember3Test, WhenItReadsAllKeysAgainDependsOnTheMember) {
+  auto untilAsked = [this] {
+    uint64_t begin = now_;
+    for (; follower_.pageAsked() == 0; advance(1)) says(at(10), {});
+    return now_ - begin;
+  };
+  watching();
+  EXPECT_EQ(untilAsked(), 60'000 - shareOf(3, 60'000));
+  follower_.lost(now_, "broken");
+  advance(Follower::kFailoverMs);
+  resumes(at(10));
+  created(at(10));
+  uint64_t soon = Follower::kResumedResyncMs;
+  EXPECT_EQ(untilAsked(), soon + shareOf(3, 60'000 - soon));
 }
 
 }  // namespace

@@ -194,6 +194,9 @@ class Simulation {
       page.more = page.records.size() == limit;
       if (page.more) break;
       page.records.push_back(i->second);
+      if (!asked.keysOnly) continue;
+      page.records.back().value.clear();
+      page.records.back().keyOnly = true;
     }
     return page;
   }

@@ -17,6 +17,11 @@ class ResyncTest : public FollowerTest {
     watching();
     advanceHearing(60'000);
   }
+  // As answers without values are.
+  void keysPage(Header header, std::vector<Record> records) {
+    for (Record& one : records) one.keyOnly = true;
+    page(header, std::move(records));
+  }
   // Time passes; the watch gives signs of life.
   void advanceHearing(uint64_t ms) {
     for (uint64_t end = now_ + ms; now_ < end;) {
@@ -27,7 +32,7 @@ class ResyncTest : public FollowerTest {
 };
 
 TEST_F(ResyncTest, NothingDiffers_NothingIsToldAndTheNextComesInTime) {
-  EXPECT_THAT(commands(), ElementsAre("read p/ at 0 x500"));
+  EXPECT_THAT(commands(), ElementsAre("read p/ at 0 x500 keys"));
   page(at(10), {record("p/a", "1", 3), record("p/b", "2", 5)});
   EXPECT_EQ(follower_.counters().resyncs, 1u);
   EXPECT_EQ(follower_.counters().repairs, 0u);
@@ -35,7 +40,7 @@ TEST_F(ResyncTest, NothingDiffers_NothingIsToldAndTheNextComesInTime) {
   advanceHearing(59'000);
   EXPECT_THAT(commands(), IsEmpty());
   advanceHearing(1'000);
-  EXPECT_THAT(commands(), ElementsAre("read p/ at 0 x500"));
+  EXPECT_THAT(commands(), ElementsAre("read p/ at 0 x500 keys"));
 }
 
 TEST_F(ResyncTest, ReadsPageByPage_WithPausesInBetween) {
@@ -43,7 +48,7 @@ TEST_F(ResyncTest, ReadsPageByPage_WithPausesInBetween) {
   page(at(10), {record("p/a", "1", 3)}, true);
   EXPECT_THAT(commands(), IsEmpty());
   advance(Follower::kResyncPauseMs);
-  EXPECT_THAT(commands(), ElementsAre("read p/a+ at 0 x500"));
+  EXPECT_THAT(commands(), ElementsAre("read p/a+ at 0 x500 keys"));
   EXPECT_EQ(follower_.counters().resyncs, 0u);
   page(at(10), {record("p/b", "2", 5)});
   EXPECT_EQ(follower_.counters().resyncs, 1u);
@@ -75,7 +80,7 @@ TEST_F(ResyncTest, WatchMissedWhatWasRepaired_AnotherOneIsOpened) {
   page(at(15), {record("p/a", "9", 13)}, true);
   advance(Follower::kGraceMs);
   EXPECT_EQ(follower_.state(), State::watching) << "the resync goes on";
-  EXPECT_THAT(commands(), ElementsAre("read p/a+ at 0 x500"));
+  EXPECT_THAT(commands(), ElementsAre("read p/a+ at 0 x500 keys"));
   page(at(15), {record("p/b", "2", 5)});
   EXPECT_THAT(batches(), ElementsAre("10: p/a=9"));
   EXPECT_EQ(follower_.counters().reopenings, 1u);
@@ -91,6 +96,94 @@ TEST_F(ResyncTest, WatchMissedWhatWasRepaired_AnotherOneIsOpened) {
   EXPECT_EQ(follower_.counters().resyncs, 2u);
   EXPECT_EQ(follower_.counters().reopenings, 1u);
   EXPECT_EQ(follower_.state(), State::watching);
+}
+
+// All values of a large cluster, read by every follower each minute, were most of what its store sent.
+TEST_F(ResyncTest, KeysDiffer_OnlyTheValuesFromTheFirstToTheLastOfThemAreRead) {
+  says(at(14), {put("p/c", "3", 12), put("p/d", "4", 13), put("p/e", "5", 14)});
+  commands();
+  batches();
+  // The changes of b and d were not told.
+  keysPage(at(16), {record("p/a", "", 3), record("p/b", "", 15), record("p/c", "", 12), record("p/d", "", 16),
+                    record("p/e", "", 14)});
+  advance(Follower::kGraceMs);
+  EXPECT_THAT(batches(), IsEmpty()) << "the values are not known";
+  EXPECT_EQ(follower_.counters().resyncs, 0u);
+  EXPECT_THAT(commands(), ElementsAre("read p/b at 0 x500"));
+  page(at(16), {record("p/b", "7", 15), record("p/c", "3", 12), record("p/d", "8", 16)}, true);
+  advance(Follower::kGraceMs);
+  EXPECT_THAT(batches(), ElementsAre("14: p/b=7 p/d=8"));
+  EXPECT_EQ(follower_.counters().repairs, 2u);
+  EXPECT_EQ(follower_.counters().resyncs, 1u);
+}
+
+// No key gets another lease without another revision.
+TEST_F(ResyncTest, KeyDiffersByItsLeaseOnly_TheStoreWasRestored_ItIsListedAnew) {
+  commands();
+  keysPage(at(10), {record("p/a", "", 3), record("p/b", "", 5, 99)});
+  EXPECT_THAT(commands(), ElementsAre("connect h0:1", "read p/ at 0 x1000"));
+}
+
+TEST_F(ResyncTest, KeyIsGone_NoValueIsRead) {
+  commands();
+  keysPage(at(11), {record("p/a", "", 3)});
+  advance(Follower::kGraceMs);
+  EXPECT_THAT(batches(), ElementsAre("10: -p/b"));
+  EXPECT_EQ(follower_.counters().resyncs, 1u);
+}
+
+// Keys that exceed a limit were counted twice then.
+TEST(LimitedResyncTest, ValuesAreRead_WhatIsRefusedIsCountedOnce) {
+  Follower follower({.prefix = "p/", .endpoints = {"h0:1"}, .keys = 1}, [] { return 0.0; });
+  const Header header{7, 10, 2};
+  follower.start(0);
+  follower.pageRead(0, follower.pageAsked(), {header, {record("p/a", "1", 3), record("p/b", "2", 5)}, false});
+  follower.watchSaid(0, watchCreated(header));
+  uint64_t now = 60'000;
+  follower.watchSaid(now, watchEvents(header));
+  follower.elapsed(now);
+  Page keys{header, {record("p/a", "", 4), record("p/b", "", 5)}, false};
+  for (Record& one : keys.records) one.keyOnly = true;
+  follower.pageRead(now, follower.pageAsked(), keys);
+  follower.elapsed(now);
+  ASSERT_NE(follower.pageAsked(), 0u);
+  follower.pageRead(now, follower.pageAsked(),
+                    {header, {record("p/a", "9", 4), record("p/b", "2", 5)}, false});
+  EXPECT_EQ(follower.counters().repairs, 1u);
+  EXPECT_EQ(follower.refused().begin()->second.keys, 1u);
+}
+
+// The store may have been restored, and has another value under the same revision then.
+TEST_F(ResyncTest, StoreWasLost_AllValuesAreComparedOnce) {
+  page(at(10), {record("p/a", "1", 3), record("p/b", "2", 5)});
+  reconnecting();
+  resumes(at(10));
+  created(at(10));
+  commands();
+  advance(Follower::kResumedResyncMs);
+  EXPECT_THAT(commands(), ElementsAre("read p/ at 0 x500"));
+  page(at(10), {record("p/a", "1", 3), record("p/b", "2", 5)});
+  advanceHearing(60'000);
+  EXPECT_THAT(commands(), ElementsAre("read p/ at 0 x500 keys"));
+}
+
+TEST_F(ResyncTest, StoreWasRestored_OtherValueUnderTheSameRevision_ItIsListedAnew) {
+  page(at(10), {record("p/a", "1", 3), record("p/b", "2", 5)});
+  reconnecting();
+  resumes(at(10));
+  created(at(10));
+  advance(Follower::kResumedResyncMs);
+  commands();
+  page(at(10), {record("p/a", "other", 3), record("p/b", "2", 5)});
+  EXPECT_THAT(commands(), ElementsAre("connect h0:1", "read p/ at 0 x1000"));
+}
+
+TEST_F(ResyncTest, ThereWasAnElection_AllValuesAreComparedOnce) {
+  page(at(10), {record("p/a", "1", 3), record("p/b", "2", 5)});
+  commands();
+  says(at(10, kCluster, kTerm + 1), {});
+  advanceHearing(60'000);
+  EXPECT_THAT(commands(), testing::Contains("read p/ at 0 x500"));
 }
 
 TEST_F(ResyncTest, RevisionOfThePageIsApplied_WhatDiffersIsRepairedAtOnce) {
@@ -189,7 +282,7 @@ TEST_F(ResyncTest, PageFailsButNotByItsSize_TheWatchGoesOn_ItIsAskedForAgainAsIt
     EXPECT_EQ(follower_.lastError(), "too many requests");
     EXPECT_THAT(commands(), IsEmpty());
     advance(Follower::kResyncPauseMs);
-    EXPECT_THAT(commands(), ElementsAre("read p/ at 0 x500"));
+    EXPECT_THAT(commands(), ElementsAre("read p/ at 0 x500 keys"));
   }
   page(at(10), {record("p/a", "1", 3), record("p/b", "2", 5)});
   EXPECT_EQ(follower_.counters().resyncs, 1u);
@@ -207,7 +300,7 @@ TEST_F(ResyncTest, PageFailsAgainAndAgain_TheNextResyncComes) {
   EXPECT_EQ(follower_.state(), State::watching);
   EXPECT_EQ(follower_.counters().resyncFailures, 1u);
   advanceHearing(60'000);
-  EXPECT_THAT(commands(), ElementsAre("read p/ at 0 x500"));
+  EXPECT_THAT(commands(), ElementsAre("read p/ at 0 x500 keys"));
   page(at(10), {record("p/a", "1", 3), record("p/b", "2", 5)});
   EXPECT_EQ(follower_.counters().resyncs, 1u);
   EXPECT_EQ(follower_.counters().resyncFailures, 1u);
@@ -225,11 +318,11 @@ TEST_F(ResyncTest, PageWasTooLarge_TheNextResyncBeginsWithTheSizeThatWorked) {
     advance(Follower::kResyncPauseMs);
     asked.push_back(commands().back());
   }
-  EXPECT_THAT(asked, ElementsAre("read p/ at 0 x62", "read p/a+ at 0 x124", "read p/b+ at 0 x248",
-                                 "read p/c+ at 0 x250"));
+  EXPECT_THAT(asked, ElementsAre("read p/ at 0 x62 keys", "read p/a+ at 0 x124 keys",
+                                 "read p/b+ at 0 x248 keys", "read p/c+ at 0 x250 keys"));
   page(at(11), {});
   advanceHearing(60'000);
-  EXPECT_THAT(commands(), ElementsAre("read p/ at 0 x250"));
+  EXPECT_THAT(commands(), ElementsAre("read p/ at 0 x250 keys"));
 }
 
 TEST_F(ResyncTest, PageOfOneKeyIsTooLarge_TheNextResyncComes) {
@@ -241,7 +334,7 @@ TEST_F(ResyncTest, PageOfOneKeyIsTooLarge_TheNextResyncComes) {
   }
   EXPECT_EQ(follower_.counters().resyncFailures, 1u);
   advanceHearing(60'000);
-  EXPECT_THAT(commands(), ElementsAre("read p/ at 0 x500"));
+  EXPECT_THAT(commands(), ElementsAre("read p/ at 0 x500 keys"));
 }
 
 // With pages of three keys for all of it, a resync took half an hour.

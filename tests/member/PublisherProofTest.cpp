@@ -57,6 +57,30 @@ TEST_F(PublisherTest, NothingIsToBePublished_NothingIsToBeProven) {
   EXPECT_THAT(errors(), IsEmpty());
 }
 
+// It blamed the store, although it had slept itself.
+TEST_F(PublisherTest, DidNotRunForLongerThanTheTtl_TheStoreIsNotBlamed_AllIsWrittenAnew) {
+  start();
+  auto before = store_->content();
+  store_->expire(101);
+  clock_.advanceNs(60'000'000'000);
+  pass(1 * kSecond);
+  EXPECT_EQ(store_->content(), before);
+  EXPECT_THAT(
+      errors(),
+      ElementsAre("Member/0 did not run for 61 s: was stopped, or the machine was suspended or overloaded",
+                  "Member/0 lease 65 is gone: everything is written anew, under another one"));
+}
+
+TEST_F(PublisherTest, DidNotRun_ButTheLeaseLives_ItIsRenewedAndNothingIsWrittenAnew) {
+  start();
+  store_->written();
+  clock_.advanceNs(60'000'000'000);
+  store_->calls.clear();
+  pass(1 * kSecond);
+  EXPECT_EQ(store_->calls["renew"], 1);
+  EXPECT_EQ(store_->leases, std::set<LeaseStore::Lease>{101});
+}
+
 // How writes come not to work.
 struct Fault {
   const char* name;
