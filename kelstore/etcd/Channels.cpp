@@ -90,13 +90,15 @@ absl::StatusOr<std::shared_ptr<grpc::Channel>> makeChannel(const std::string& en
 }
 
 absl::StatusOr<LoggedIn> logIn(const std::string& endpoint, const Access& access,
-                               std::shared_ptr<grpc::Channel> channel, grpc::ClientContext& context,
+                               std::shared_ptr<grpc::Channel> channel,
+                               const std::optional<std::string>& token, grpc::ClientContext& context,
                                const std::function<void()>& filesRead) {
   if (!channel) {
     auto made = makeChannel(endpoint, access);
     if (!made.ok()) return made.status();
     channel = *std::move(made);
   }
+  if (token) return LoggedIn{std::move(channel), *token};
   absl::StatusOr<Credentials> credentials = Credentials();
   if (!access.credentialsFile.empty()) credentials = readCredentials(access);
   if (!credentials.ok()) return credentials.status();

@@ -8,6 +8,7 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "kelstore/etcd/AccessFiles.h"
@@ -31,11 +32,13 @@ struct LoggedIn {
   std::string token;  // for calls on the channel; empty: they need none
 };
 
-// Makes a channel to the endpoint, if `channel` is null, and gets a token if there is a credentials file.
+// Makes a channel to the endpoint, if `channel` is null, and gets a token if there is a credentials file. A
+// token that was got before, from any server of the store, is kept: a store takes long to check a password.
 // Reads files, calls `filesRead`, and then asks the server, with `context`. FailedPrecondition: a file cannot
 // be used. Unauthenticated: the server refuses the name or the password. For threads that may wait.
 absl::StatusOr<LoggedIn> logIn(const std::string& endpoint, const Access& access,
-                               std::shared_ptr<grpc::Channel> channel, grpc::ClientContext& context,
+                               std::shared_ptr<grpc::Channel> channel,
+                               const std::optional<std::string>& token, grpc::ClientContext& context,
                                const std::function<void()>& filesRead = {});
 
 // Adds what every call needs: its token, and the request that a server without a leader fails the call,

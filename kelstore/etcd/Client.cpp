@@ -201,7 +201,7 @@ class Client::Impl {
     if (channel_ && token_) return absl::OkStatus();
     grpc::ClientContext context;
     context.set_deadline(deadline);
-    auto loggedIn = logIn(endpoint(), access_, channel_, context);
+    auto loggedIn = logIn(endpoint(), access_, channel_, token_, context);
     if (!loggedIn.ok()) return loggedIn.status();
     channel_ = loggedIn->channel;
     token_ = loggedIn->token;

@@ -185,7 +185,7 @@ void Follower::pageFailed(uint64_t nowMs, uint64_t number, PageFailure why, cons
   page_ = 0;
   answerByMs_ = kNever;
   if (phase_ == Phase::listing || phase_ == Phase::resuming) {
-    if (why == PageFailure::noRevision) return relist(nowMs, error);
+    if (why == PageFailure::noRevision) return relist(nowMs, phase_ == Phase::listing ? error : noRevision());
     // Asks for the same page again, so that the pages before are not lost. A server that has not answered at
     // all is left instead.
     bool hopeful = phase_ == Phase::listing && pageSize_.failed(why);
@@ -205,6 +205,13 @@ void Follower::pageFailed(uint64_t nowMs, uint64_t number, PageFailure why, cons
     resyncSize_ = PageSize(kResyncPageKeys);
     resyncEnds(nowMs + settings_.resyncMs);
   }
+}
+
+std::string Follower::noRevision() const {
+  return ofServer(
+      fmt::format("has not, or no longer, revision {}, up to which the store was followed: it was "
+                  "compacted, wiped or restored, and all keys are read again",
+                  applied_));
 }
 
 void Follower::openWatch(uint64_t nowMs) {

@@ -96,9 +96,10 @@ class Follower {
   static constexpr uint64_t kLastRetryMs = 10'000;   // up to this
   static constexpr uint64_t kStableMs = 10'000;      // a watch that lasted so long resets these delays
   static constexpr int64_t kResyncPageKeys = 500;
-  static constexpr uint64_t kResyncPauseMs = 50;       // between two pages
-  static constexpr uint64_t kResumedResyncMs = 2'000;  // after a watch was resumed, at the earliest, before the first resync
-  static constexpr uint64_t kGraceMs = 3'000;          // for an event that explains a difference to arrive
+  static constexpr uint64_t kResyncPauseMs = 50;  // between two pages
+  static constexpr uint64_t kResumedResyncMs =
+      2'000;  // after a watch was resumed, at the earliest, before the first resync
+  static constexpr uint64_t kGraceMs = 3'000;  // for an event that explains a difference to arrive
 
   // `random` varies the delays.
   Follower(Settings settings, Runtime::Random random);
@@ -171,6 +172,9 @@ class Follower {
   uint64_t retryDelayMs();
   // An error text that begins with the server.
   std::string ofServer(const std::string& what) const { return endpoint() + ": " + what; }
+
+  // Why the watch cannot be resumed.
+  std::string noRevision() const;
 
   void forgetFailures(uint64_t nowMs);
   void askHome();

@@ -32,16 +32,17 @@ struct Login::Attempt {
 };
 
 absl::Status Login::start(const std::string& endpoint, const Access& access,
-                          std::shared_ptr<grpc::Channel> channel, Take take) {
+                          std::shared_ptr<grpc::Channel> channel, const std::optional<std::string>& token,
+                          Take take) {
   if (attempt_ && attempt_->reading) {
     return absl::UnavailableError(fmt::format("{}: no answer from the file system", filesOf(access)));
   }
   cancel();
   attempt_ = std::make_shared<Attempt>();
   attempt_->take = std::move(take);
-  auto work = [attempt = attempt_, &queue = queue_, endpoint, access, channel = std::move(channel)] {
+  auto work = [attempt = attempt_, &queue = queue_, endpoint, access, channel = std::move(channel), token] {
     auto result =
-        logIn(endpoint, access, channel, attempt->context, [&attempt] { attempt->reading = false; });
+        logIn(endpoint, access, channel, token, attempt->context, [&attempt] { attempt->reading = false; });
     attempt->reading = false;
     std::lock_guard lock(attempt->mutex);
     if (!attempt->take) return;

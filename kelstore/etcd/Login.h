@@ -7,6 +7,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "kelstore/etcd/Channels.h"
@@ -29,7 +30,8 @@ class Login final {
   // Cancels the login under way and starts another; a tag of the queue calls `take` with its result.
   // Unavailable, and nothing is called: the last login still reads files, or the system has no thread left.
   absl::Status start(const std::string& endpoint, const Access& access,
-                     std::shared_ptr<grpc::Channel> channel, Take take);
+                     std::shared_ptr<grpc::Channel> channel, const std::optional<std::string>& token,
+                     Take take);
   // `take` is not called any more.
   void cancel();
 

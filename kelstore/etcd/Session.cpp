@@ -188,7 +188,7 @@ class Session::Impl {
     leaveHome();
     home_ = std::make_shared<Connection>();
     home_->endpoint = command.endpoint;
-    absl::Status started = homeLogin_.start(command.endpoint, settings_.access, nullptr,
+    absl::Status started = homeLogin_.start(command.endpoint, settings_.access, nullptr, token_,
                                             [this, home = home_, command](absl::StatusOr<LoggedIn> result) {
                                               if (!result.ok()) return homeFailed();
                                               home->channel = std::move(result->channel);
@@ -286,7 +286,7 @@ class Session::Impl {
   void logIn(const ConnectionPtr& connection) {
     loggingIn_ = true;
     absl::Status started = login_.start(
-        connection->endpoint, settings_.access, connection->channel,
+        connection->endpoint, settings_.access, connection->channel, token_,
         [this, connection](absl::StatusOr<LoggedIn> result) { loggedIn(connection, std::move(result)); });
     if (started.ok()) return;
     close();
@@ -296,7 +296,8 @@ class Session::Impl {
   void loggedIn(const ConnectionPtr& connection, absl::StatusOr<LoggedIn> result) {
     if (!result.ok()) return follower_.lost(nowMs(), Runtime::textOf(result.status()));
     connection->channel = std::move(result->channel);
-    connection->token = std::move(result->token);
+    connection->token = result->token;
+    token_ = std::move(result->token);
     loggingIn_ = false;
     for (const auto& call : std::exchange(waiting_, {})) call(connection);
   }
@@ -309,6 +310,7 @@ class Session::Impl {
         etcdserverpb::KV::NewStub(connection->channel)->AsyncRange(&call->context, request, &queue_);
     finish(connection, call, [this, connection, command](Call<etcdserverpb::RangeResponse>& done) {
       if (connection->renewal.dueAfter(settings_.access, done.status)) {
+        token_.reset();
         logIn(connection);
         whenLetIn([this, command](const ConnectionPtr& again) { readPage(again, command); });
       } else if (done.status.ok()) {
@@ -422,6 +424,7 @@ class Session::Impl {
   Login login_;
   Login homeLogin_;
   bool loggingIn_ = false;
+  std::optional<std::string> token_;  // that is kept from one connection to the next
   std::vector<std::function<void(const ConnectionPtr&)>> waiting_;  // for the login
   std::vector<int64_t> leases_;                                     // to be asked for yet
   size_t leaseQuestions_ = 0;                                       // without an answer

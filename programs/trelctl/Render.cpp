@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <nlohmann/json.hpp>
+#include <set>
 
 #include "runtime/Text.h"
 
@@ -37,13 +38,17 @@ std::string section(const char* title, const Json& objects) {
   return fmt::format("\n{}:\n{}", title, asTable(objects));
 }
 
-// Sentences are too wide for a column: they stand below the table, with what they are. By member.
+// Sentences are too wide for a column: they stand below the table, with what they are. By member. Those that
+// were told are not told again.
 using Sentences = std::vector<std::pair<const char*, const char*>>;
-std::string sectionWithSentences(const char* title, Json objects, const Sentences& sentences) {
+std::string sectionWithSentences(const char* title, Json objects, const Sentences& sentences,
+                                 std::set<Json>& told) {
   std::string below;
   for (Json& object : objects) {
     for (const auto& [member, what] : sentences) {
-      if (!object.at(member).is_null()) below += fmt::format("  {}: {}\n", what, cell(object.at(member)));
+      const Json& sentence = object.at(member);
+      if (!sentence.is_null() && told.insert(sentence).second)
+        below += fmt::format("  {}: {}\n", what, cell(sentence));
       object.erase(member);
     }
   }
@@ -101,11 +106,16 @@ std::string renderStatus(const Json& status) {
     text += fmt::format("log: {} lines left out, {} lost, {} waiting\n", cell(log.at("leftOut")),
                         cell(log.at("lost")), cell(log.at("waiting")));
   }
-  text += sectionWithSentences("sources", status.at("sources"), {{"error", "error"}});
+  // Another store is also the error of its source, and the last error; it is told as what it is.
+  std::set<Json> others;
+  for (const Json& store : status.at("stores")) others.insert(store.at("otherStore"));
+  std::set<Json> told = others;
+  text += sectionWithSentences("sources", status.at("sources"), {{"error", "error"}}, told);
+  for (const Json& other : others) told.erase(other);
   text += section("collectors", status.at("collectors"));
   if (!status.at("stores").empty()) {
     text += sectionWithSentences("stores", status.at("stores"),
-                                 {{"lastError", "last error"}, {"otherStore", "other store"}});
+                                 {{"otherStore", "other store"}, {"lastError", "last error"}}, told);
     text += section("store counters", status.at("storeCounters"));
     if (!status.at("setAside").empty()) text += section("set aside", status.at("setAside"));
     text += section("members", status.at("members"));

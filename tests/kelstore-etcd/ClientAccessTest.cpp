@@ -87,7 +87,7 @@ TEST_F(EtcdAuthTest, TokenRanOut_AnotherOneIsAskedFor) {
   EXPECT_TRUE(client.put("trel/a", "1").ok());
   grpc::ClientContext login;
   login.set_deadline(std::chrono::system_clock::now() + 5s);
-  auto loggedIn = logIn(server->endpoint(), access, nullptr, login);
+  auto loggedIn = logIn(server->endpoint(), access, nullptr, std::nullopt, login);
   ASSERT_TRUE(loggedIn.ok()) << loggedIn.status();
   ASSERT_NE(loggedIn->token, "");
   auto kv = etcdserverpb::KV::NewStub(loggedIn->channel);

@@ -431,6 +431,32 @@ TEST_F(EtcdSourceAuthTest, TokenExpires_ItIsRenewed) {
   EXPECT_EQ(status().store->lastError, "");
 }
 
+// Hundreds of daemons logged in at once when a server came back, each of which costs it a tenth of a second.
+TEST_F(EtcdSourceTest, ConnectionBreaks_TheTokenIsKept) {
+  const std::string logins = R"(grpc_server_started_total{grpc_method="Authenticate")";
+  Support::EtcdCluster etcd;
+  etcd.ctl({"user", "add", "root:secret"});
+  etcd.ctl({"user", "grant-role", "root", "root"});
+  put(etcd, "p/interfaces/a", ifIndex(1));
+  etcd.ctl({"auth", "enable"});
+  Support::TempDir dir;
+  dir.replace("credentials", R"({"user": "root", "password": "secret"})");
+  std::filesystem::permissions(dir.file("credentials"), std::filesystem::perms::owner_read);
+  FollowSettings settings;
+  settings.access.credentialsFile = dir.file("credentials");
+  Support::Relay relay(Support::portOf(etcd.endpoint()));
+  start(relay.endpoint(), settings);
+  ASSERT_TRUE(untilIndex(1));
+  EXPECT_EQ(etcd.metric(logins), 1);
+  for (uint64_t times = 1; times <= 3; ++times) {
+    relay.cut();
+    ASSERT_TRUE(untilState(State::held));
+    relay.heal();
+    ASSERT_TRUE(until([&] { return counter("reconnections") == times; }));
+  }
+  EXPECT_EQ(etcd.metric(logins), 1);
+}
+
 class EtcdSourceTlsTest : public EtcdSourceTest {
  protected:
   EtcdSourceTlsTest() {

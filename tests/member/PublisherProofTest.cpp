@@ -64,7 +64,7 @@ TEST_F(PublisherTest, DidNotRunForLongerThanTheTtl_TheStoreIsNotBlamed_AllIsWrit
   store_->expire(101);
   clock_.advanceNs(60'000'000'000);
   pass(1 * kSecond);
-  EXPECT_EQ(store_->content(), before);
+  EXPECT_EQ(store_->content().size(), before.size());
   EXPECT_THAT(
       errors(),
       ElementsAre("Member/0 did not run for 61 s: was stopped, or the machine was suspended or overloaded",

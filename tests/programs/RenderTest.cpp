@@ -1,7 +1,7 @@
 // What trelctl prints for people.
 #include "programs/trelctl/Render.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <nlohmann/json.hpp>
 
@@ -106,6 +106,24 @@ TEST(RenderTest, Status_StoresWithTheirErrorsBelow_CountersAndMembers) {
             "\npipelines: none\n"
             "\ntasks: none\n"
             "\ntables: none\n");
+}
+
+// It stood there three times.
+TEST(RenderTest, Status_SentenceOfAStore_IsToldOnce) {
+  Json status = Json::parse(R"({"daemon":"trelsnmpd","version":"0.1.0","member":3,"uptimeSeconds":1,
+      "mode":"standalone","address":"udp:1","connected":true,"ready":true,
+      "log":{"waiting":0,"leftOut":0,"lost":0},
+      "sources":[{"name":"etcd:h:1/p","error":"h:1: refused"},{"name":"etcd:h:2/p","error":"h:2: found"}],
+      "collectors":[],
+      "stores":[{"source":"etcd:h:1/p","lastError":"h:1: refused","otherStore":null},
+                {"source":"etcd:h:2/p","lastError":"h:2: found","otherStore":"h:2: found"}],
+      "storeCounters":[],"setAside":[],"members":[],"unread":[],
+      "pipelines":[],"conflicts":[],"tasks":[],"tables":[]})");
+  std::string text = renderStatus(status);
+  EXPECT_THAT(
+      text, testing::HasSubstr("\nsources:\n  name\n  etcd:h:1/p\n  etcd:h:2/p\n  error: h:1: refused\n\n"));
+  EXPECT_THAT(text, testing::HasSubstr(
+                        "\nstores:\n  source\n  etcd:h:1/p\n  etcd:h:2/p\n  other store: h:2: found\n\n"));
 }
 
 }  // namespace
