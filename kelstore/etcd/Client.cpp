@@ -2,7 +2,9 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <functional>
+#include <iterator>
 #include <optional>
 #include <utility>
 
@@ -44,8 +46,9 @@ class Client::Impl {
   Impl(std::vector<std::string> endpoints, Access access, Options options)
       : endpoints_(std::move(endpoints)),
         access_(std::move(access)),
-        options_(options),
-        history_(static_cast<uint64_t>(options.hold.count()), endpoints_.size()) {}
+        options_(std::move(options)),
+        store_(options_.known ? options_.known : std::make_shared<KnownStore>()),
+        history_(static_cast<uint64_t>(options_.hold.count()), endpoints_.size()) {}
 
   const Options& options() const { return options_; }
   const std::string& endpoint() const { return endpoints_.current(); }
@@ -90,8 +93,9 @@ class Client::Impl {
   grpc::Status believed(const Rpc::ResponseHeader& answer, bool latest) {
     if (options_.hold.count() == 0) return grpc::Status::OK;
     Header header = headerOf(answer);
-    bool foreign = latest ? history_.foreign(header, revision_)
-                          : history_.known() && header.clusterId != history_.at(0).clusterId;
+    if (!latest) header.revision = 0;
+    bool foreign = latest ? History::foreign(header, known_)
+                          : known_.clusterId != 0 && header.clusterId != known_.clusterId;
     if (foreign) history_.contradicted(nowMs());
     if (foreign && !history_.overdue()) {
       return {grpc::StatusCode::UNAVAILABLE,
@@ -102,7 +106,7 @@ class Client::Impl {
     }
     if (foreign || latest) {
       history_.is(header);
-      revision_ = latest ? header.revision : 0;
+      store_->is(header, known_);
     } else {
       history_.confirmed();
     }
@@ -185,6 +189,8 @@ class Client::Impl {
       grpc::ClientContext context;
       context.set_deadline(deadline);
       addMetadata(context, *token_);
+      known_ = store_->header();
+      if (known_.clusterId != history_.at(0).clusterId) history_.is(known_);
       grpc::Status status = attempt(channel_, context);
       mayBeDone_ = !status.ok() && mayBeDone(status);
       if (!renewal.dueAfter(access_, status)) return asStatus(endpoint(), status);
@@ -213,15 +219,16 @@ class Client::Impl {
   const Options options_;
   Channel channel_;
   std::optional<std::string> token_;  // empty: calls need none
-  History history_;
+  const std::shared_ptr<KnownStore> store_;
+  Header known_;                                      // of the store, when the attempt began
   std::chrono::steady_clock::time_point leftHomeAt_;  // or when it was asked in vain
-  int64_t revision_ = 0;                              // the latest that an answer had
+  History history_;                                   // for how long it has not been seen
   bool mayBeDone_ = false;  // whether the last attempt failed, but may have been carried out
   bool repeated_ = false;
 };
 
 Client::Client(std::vector<std::string> endpoints, Access access, Options options)
-    : impl_(std::make_unique<Impl>(std::move(endpoints), std::move(access), options)) {}
+    : impl_(std::make_unique<Impl>(std::move(endpoints), std::move(access), std::move(options))) {}
 
 Client::~Client() = default;
 
@@ -258,6 +265,34 @@ absl::StatusOr<Listing> Client::range(const KeyRange& keys) {
 }
 
 absl::StatusOr<Listing> Client::get(const std::string& key) { return range({key, ""}); }
+
+absl::StatusOr<Listing> Client::getAll(const std::vector<std::string>& keys) {
+  Listing listing;
+  size_t most = kMaxTxnOps;
+  for (size_t done = 0; done < keys.size();) {
+    size_t end = std::min(done + most, keys.size());
+    Rpc::TxnRequest request;
+    for (size_t i = done; i < end; ++i) {
+      *request.add_success()->mutable_request_range() = rangeRequest(keys[i], "", 0, 0);
+    }
+    Rpc::TxnResponse response;
+    absl::Status status = impl_->unary<Rpc::KV>(&Rpc::KV::Stub::Txn, request, response);
+    // Together they may be more than a message may hold.
+    if (absl::IsResourceExhausted(status) && most > 1) {
+      most /= 2;
+      continue;
+    }
+    if (!status.ok()) return status;
+    for (Rpc::ResponseOp& one : *response.mutable_responses()) {
+      Page page = pageOf(*one.mutable_response_range(), impl_->options().valueBytes);
+      std::move(page.records.begin(), page.records.end(), std::back_inserter(listing.records));
+    }
+    listing.revision = response.header().revision();
+    listing.clusterId = response.header().cluster_id();
+    done = end;
+  }
+  return listing;
+}
 
 absl::StatusOr<int64_t> Client::put(const std::string& key, const std::string& value, int64_t lease) {
   Rpc::PutRequest request;

@@ -30,6 +30,7 @@
 
 #include "kelstore/etcd/Access.h"
 #include "kelstore/etcd/Calls.h"
+#include "kelstore/etcd/KnownStore.h"
 #include "kelstore/etcd/PageSize.h"
 
 namespace Kelstore::Etcd {
@@ -51,6 +52,8 @@ class Client final : public Calls {
     // For how long it stays at another endpoint than the first before it asks that one whether it is back,
     // and goes there if so; 0: for ever.
     std::chrono::milliseconds goHomeAfter{0};
+    // Shared with other clients of the same store; nothing: the client has one of its own.
+    std::shared_ptr<KnownStore> known = nullptr;
   };
 
   // endpoints: "host:port" each. Connects with the first call. Requires: there is an endpoint.
@@ -63,6 +66,8 @@ class Client final : public Calls {
   absl::StatusOr<Listing> range(const KeyRange& keys) override;
   // A listing of one key or none.
   absl::StatusOr<Listing> get(const std::string& key);
+  // Those of the keys that there are; kMaxTxnOps of them are of one revision.
+  absl::StatusOr<Listing> getAll(const std::vector<std::string>& keys);
 
   absl::StatusOr<int64_t> put(const std::string& key, const std::string& value, int64_t lease = 0) override;
   absl::StatusOr<int64_t> del(const std::string& key);

@@ -208,6 +208,43 @@ TEST(EtcdClientClusterTest, EndpointsOfDifferentClusters_NoListingMixesThem) {
   for (const Record& record : listing->records) EXPECT_EQ(record.value, "other");
 }
 
+// Each client believed the new store after a hold of its own, which began with its first call: what one of
+// them had written was not renewed by another one for that long.
+TEST(EtcdClientClusterTest, OtherStoreCountsForOneClient_ItDoesForThoseThatShareIts) {
+  constexpr auto kHold = 2s;
+  EtcdCluster cluster;
+  auto known = std::make_shared<KnownStore>();
+  Client first({cluster.endpoint()}, {}, {.hold = kHold, .known = known});
+  Client second({cluster.endpoint()}, {}, {.hold = kHold, .known = known});
+  Client alone({cluster.endpoint()}, {}, {.hold = kHold});
+  for (Client* client : {&first, &second, &alone}) ASSERT_TRUE(client->put("k/a", "1").ok());
+  cluster.restartEmpty();
+  absl::StatusOr<int64_t> lease;
+  EXPECT_TRUE(waitUntil([&] { return absl::IsUnavailable(first.grant(60s).status()); }, 20s));
+  EXPECT_TRUE(waitUntil([&] { return (lease = first.grant(60s)).ok(); }, 20s));
+  EXPECT_THAT(std::string(alone.keepAliveOnce(*lease).status().message()), HasSubstr("another store"));
+  EXPECT_EQ(second.keepAliveOnce(*lease).status(), absl::OkStatus());
+  EXPECT_TRUE(second.put("k/a", "2").ok());
+}
+
+// It has asked nothing yet, and would believe any.
+TEST(EtcdClientClusterTest, ClientKnowsTheStoreOfThoseThatShareIts_BeforeItsFirstCall) {
+  EtcdCluster cluster;
+  auto known = std::make_shared<KnownStore>();
+  Client first({cluster.endpoint()}, {}, {.hold = 300s, .known = known});
+  Client second({cluster.endpoint()}, {}, {.hold = 300s, .known = known});
+  ASSERT_TRUE(first.put("k/a", "1").ok());
+  cluster.restartEmpty();
+  absl::Status status;
+  EXPECT_TRUE(waitUntil(
+      [&] {
+        status = second.get("k/a").status();
+        return status.message().find("another store") != std::string::npos;
+      },
+      20s))
+      << status;
+}
+
 TEST(EtcdClientClusterTest, NodeIsIsolated_ItSaysThatItHasNoLeader) {
   EtcdCluster cluster({.nodes = 3, .isolable = true});
   Client client({cluster.endpoint(1)}, {}, {.deadline = 2s});

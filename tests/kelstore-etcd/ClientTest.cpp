@@ -124,7 +124,32 @@ TEST_F(EtcdClientTest, PageLongerThanAMessageMayBe_IsAskedForInParts) {
   ASSERT_TRUE(listing.ok()) << listing.status();
   ASSERT_EQ(listing->records.size(), 70u);
   for (const Record& record : listing->records) EXPECT_EQ(record.value.size(), large.size());
+  std::vector<std::string> names;
+  for (const Record& record : listing->records) names.push_back(record.key);
+  listing = client.getAll(names);
+  ASSERT_TRUE(listing.ok()) << listing.status();
+  EXPECT_EQ(listing->records.size(), 70u);
   ASSERT_TRUE(client.del(keys.all()).ok());
+}
+
+TEST_F(EtcdClientTest, ManyKeysAreRead_InFewCalls_ThoseThatAreThere) {
+  std::vector<std::string> wanted;
+  std::vector<std::string> there;
+  for (int i = 0; i < 300; ++i) {
+    wanted.push_back(key(fmt::format("{:03}", i)));
+    if (i % 3 != 0) continue;
+    ASSERT_TRUE(client.put(wanted.back(), "1").ok());
+    there.push_back(wanted.back() + "=1");
+  }
+  ASSERT_TRUE(client.put(key("other"), "2").ok());
+  Support::Relay relay(Support::portOf(server->endpoint()));
+  Client far({relay.endpoint()}, {});
+  ASSERT_TRUE(far.get(wanted[1]).ok()) << "connects";
+  relay.slow(Support::Millis(100), 0);
+  auto begin = std::chrono::steady_clock::now();
+  EXPECT_EQ(texts(far.getAll(wanted)), there);
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(20)) << "of single reads, 60 s";
+  EXPECT_THAT(texts(client.getAll({})), testing::IsEmpty());
 }
 
 TEST_F(EtcdClientTest, LeaseIsGrantedKeptAliveAndRevoked) {
