@@ -13,6 +13,17 @@ using Holdings = LeaseStore::Holdings;
 // Whether several members may publish such a path; the first one does.
 bool isShared(const Path& path) { return Kelstore::specOf(path.kind).owner == Kelstore::Owner::firstMember; }
 
+// The key of this member that `self` wrote last; if there is none, that anybody did; or the end.
+Holdings::const_iterator lastWritten(const Holdings& holdings, LeaseStore::Lease self) {
+  auto rank = [self](const auto& entry) {
+    const LeaseStore::Held& held = entry.second;
+    return std::tuple(!isShared(entry.first), held.lease == self, held.revision);
+  };
+  auto last = std::max_element(holdings.begin(), holdings.end(),
+                               [&rank](const auto& a, const auto& b) { return rank(a) < rank(b); });
+  return last == holdings.end() || isShared(last->first) ? holdings.end() : last;
+}
+
 }  // namespace
 
 std::set<LeaseStore::Lease> otherLeases(const Holdings& holdings, LeaseStore::Lease self) {
@@ -44,6 +55,10 @@ std::vector<LeaseStore::Change> differences(const Content& content, const Holdin
     if (content.contains(path)) continue;
     if (!isShared(path) || owners.are(held.lease)) changes.push_back({path, std::nullopt});
   }
+  if (auto last = lastWritten(holdings, owners.self); last != holdings.end()) {
+    std::stable_partition(changes.begin(), changes.end(),
+                          [&](const LeaseStore::Change& change) { return change.path == last->first; });
+  }
   return changes;
 }
 
@@ -61,13 +76,8 @@ std::optional<LeaseStore::Change> proof(const Content& content, LeaseStore::Leas
 std::vector<LeaseStore::Precondition> preconditions(const std::vector<LeaseStore::Change>& changes,
                                                     const Holdings& holdings, LeaseStore::Lease self) {
   std::vector<LeaseStore::Precondition> preconditions;
-  auto rank = [self](const auto& entry) {
-    const LeaseStore::Held& held = entry.second;
-    return std::tuple(!isShared(entry.first), held.lease == self, held.revision);
-  };
-  auto last = std::max_element(holdings.begin(), holdings.end(),
-                               [&rank](const auto& a, const auto& b) { return rank(a) < rank(b); });
-  bool any = last != holdings.end() && !isShared(last->first);
+  auto last = lastWritten(holdings, self);
+  bool any = last != holdings.end();
   if (any) preconditions.push_back({last->first, last->second.revision});
   for (const LeaseStore::Change& change : changes) {
     if (!isShared(change.path) && any) continue;

@@ -30,6 +30,8 @@ std::set<LeaseStore::Lease> otherLeases(const LeaseStore::Holdings& holdings, Le
 bool isForeign(const Kelstore::Path& path, const LeaseStore::Holdings& holdings, const Owners& owners);
 
 // The changes after which the store holds the content under `self`'s lease. Foreign keys are left alone.
+// First is the key that preconditions() compares, if it is among them: the first of several transactions
+// changes it, so that the publisher that wrote it is refused from then on.
 std::vector<LeaseStore::Change> differences(const Content& content, const LeaseStore::Holdings& holdings,
                                             const Owners& owners);
 

@@ -45,8 +45,12 @@ class LeaseStore {
   virtual absl::StatusOr<Lease> grant(std::chrono::seconds ttl) = 0;
   // NotFound: the lease has ended.
   virtual absl::Status renew(Lease lease) = 0;
+  enum class Why : uint8_t {
+    leaves,    // the member does; those who follow its keys are told so
+    standsBy,  // another publisher has the member
+  };
   // The lease may have ended.
-  virtual absl::Status revoke(Lease lease) = 0;
+  virtual absl::Status revoke(Lease lease, Why why) = 0;
   // The keys below members/<member> and topology/<member>, and the keys of these interfaces.
   virtual absl::StatusOr<Holdings> list(uint8_t member, const std::vector<std::string>& interfaces) = 0;
   // Makes all changes in one revision, which it returns, or none. Aborted: a precondition does not hold.

@@ -1,9 +1,8 @@
 // This machine's mounted file systems: their sizes, and the row of each.
 //
 // Each mount has a collector of its own. One that hangs keeps its figures and affects no other, unless there
-// are as many of them as LookPool has threads. A mount that
-// is gone has no figures and no row, but its index is kept for it; a file keeps the indexes over restarts. On
-// the event loop's thread.
+// are as many of them as LookPool has threads. A mount that is gone has no figures and no row, but its index
+// is kept for it; a file keeps the indexes over restarts. On the event loop's thread.
 #pragma once
 
 #include <functional>

@@ -12,8 +12,8 @@ namespace Member {
 //  - views of the kernel, and mounts below /proc and /sys;
 //  - automount triggers and what is mounted at or below them, which looking at would keep from expiring;
 //  - what has neither a device nor a server nor a pool, such as tmpfs and overlay, at mount points of more
-//  than
-//    two components: each container and each session has such mounts, but / and /var/log are the machine's;
+//    than two components: each container and each session has such mounts, but / and /var/log are the
+//    machine's;
 //  - files that are mounted over files, as in a container.
 // Of mounts on top of each other the top one counts; of several of one file system, of one btrfs or of one
 // zfs pool, the one that shows most of it, then the oldest. mountInfo: a file such as /proc/self/mountinfo.

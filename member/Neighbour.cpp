@@ -79,9 +79,8 @@ void Neighbour::ask() {
 void Neighbour::asked(const absl::StatusOr<bool>& answer) {
   tellFailure(answer.status());
   NeighbourReachability::State before = reachability_.state();
-  bool heldBack = reachability_.heldBack();
   reachability_.echoIs(echoOf(answer));
-  tellHeldBack(heldBack);
+  tellHeldBack();
   tellChange(before);
 }
 
@@ -101,13 +100,15 @@ void Neighbour::tellFailure(const absl::Status& status) {
 void Neighbour::tellChange(NeighbourReachability::State before) {
   NeighbourReachability::State now = reachability_.state();
   if (now == before) return;
+  toldHeldBack_ = false;
   traceHandle.trace(kChangeLevel, "member {} is {} on {}, it was {}", config_.member, Kor::nameOf(now),
                     config_.device, Kor::nameOf(before));
   changed_();
 }
 
-void Neighbour::tellHeldBack(bool before) const {
-  if (before || !reachability_.heldBack()) return;
+// Once, however often it comes and goes, until its state changes.
+void Neighbour::tellHeldBack() {
+  if (!reachability_.heldBack() || std::exchange(toldHeldBack_, true)) return;
   traceHandle.trace(kChangeLevel, "member {} stays {} on {} for up to a minute: its state changes too often",
                     config_.member, Kor::nameOf(reachability_.state()), config_.device);
 }

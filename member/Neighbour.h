@@ -44,7 +44,7 @@ class Neighbour final {
   void asked(const absl::StatusOr<bool>& answer);
   void tellFailure(const absl::Status& status);
   void tellChange(NeighbourReachability::State before);
-  void tellHeldBack(bool before) const;
+  void tellHeldBack();
 
   NeighbourConfig config_;
   std::shared_ptr<EchoProbe> probe_;
@@ -58,6 +58,7 @@ class Neighbour final {
   int overdue_ = 0;       // intervals since the echo was sent
   bool failing_ = false;  // echoes have no result, or too few have had one since
   uint32_t resultsSinceFailure_ = 0;
+  bool toldHeldBack_ = false;
   Runtime::OffLoop offLoop_{io_};
 };
 

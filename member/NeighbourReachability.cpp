@@ -124,10 +124,10 @@ bool NeighbourReachability::mayImprove() {
 }
 
 void NeighbourReachability::stateIs(State state) {
+  heldBack_ = false;
   if (state_ == state) return;
   if (!up()) window_.clear();  // the losses of the time before it came up
   if (state == State::disabled) improvementsNs_ = 0;
-  heldBack_ = false;
   state_ = state;
   lastChangeNs_ = clock_.utcNs();
 }

@@ -85,6 +85,10 @@ void OwnState::looked() {
   waitingSinceNs_.reset();
   figuresKnown_ = figures_.heard();
   std::vector<Entry> before = std::exchange(figuresNow_, figures_.entries());
+  for (const auto& [path, value] : figuresNow_) {
+    if (path.kind != Kind::processor || value.get<Kelstore::Processor>().load == kUnknownLoad) continue;
+    earlierLoads_.erase(path);
+  }
   addUnread(figuresNow_);
   auto isSystem = [](const Entry& entry) { return entry.first.kind == Kind::system; };
   auto had = std::find_if(before.begin(), before.end(), isSystem);

@@ -61,7 +61,7 @@ class OwnState final {
   MachineFigures figures_;
   std::vector<std::unique_ptr<Neighbour>> neighbours_;
   std::vector<Kelstore::Snapshot::Entry> figuresNow_;       // as of the last look
-  std::map<Kelstore::Path, Kelstore::Value> earlierLoads_;  // known ones that an earlier process published
+  std::map<Kelstore::Path, Kelstore::Value> earlierLoads_;  // that are not measured yet
   bool figuresKnown_ = false;                               // it had every figure that can be read
   std::optional<uint64_t> waitingSinceNs_;                  // since when answers came that it does not have
   uint64_t systemDueNs_ = 0;                                // when the next figures of the system are taken

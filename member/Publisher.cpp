@@ -147,7 +147,9 @@ void Publisher::standBy(Lease other) {
       "member {} is published by somebody else too, under lease {:x}: this one is on standby until "
       "the other's keys are gone",
       settings_.member, other);
-  offLoop_.run([store = store_, lease = owners_.self] { return store->revoke(lease); }, [](const auto&) {});
+  offLoop_.run(
+      [store = store_, lease = owners_.self] { return store->revoke(lease, LeaseStore::Why::standsBy); },
+      [](const auto&) {});
   leaseEnds();
   holdings_.reset();
   waitForOther(other);
@@ -357,16 +359,18 @@ void Publisher::leaseEnds() {
 void Publisher::giveBack() {
   if (owners_.self == LeaseStore::kNoLease) return over(absl::OkStatus());
   enter(State::givingBack, msUntil(endByNs_));
-  bool handover = settings_.handover && !lapsing_;
-  offLoop_.run([store = store_, lease = owners_.self,
-                handover] { return handover ? store->renew(lease) : store->revoke(lease); },
-               [this, handover](const absl::Status& answer) {
-                 if (handover && answer.ok()) {
-                   traceHandle.trace(kHealthLevel, "lease {:x} is left to a successor, for {} s",
-                                     owners_.self, settings_.ttlSeconds);
-                 }
-                 over(answer);
-               });
+  bool handover = handsOver();
+  offLoop_.run(
+      [store = store_, lease = owners_.self, handover] {
+        return handover ? store->renew(lease) : store->revoke(lease, LeaseStore::Why::leaves);
+      },
+      [this, handover](const absl::Status& answer) {
+        if (handover && answer.ok()) {
+          traceHandle.trace(kHealthLevel, "lease {:x} is left to a successor, for {} s", owners_.self,
+                            settings_.ttlSeconds);
+        }
+        over(answer);
+      });
 }
 
 // A later answer has no effect.
@@ -375,7 +379,7 @@ void Publisher::over(const absl::Status& error) {
   enter(State::ended);
   if (owners_.self != LeaseStore::kNoLease && !error.ok()) {
     traceHandle.trace(kErrorLevel, "lease {:x} is not {}: {}", owners_.self,
-                      settings_.handover ? "left to a successor" : "given back", Runtime::textOf(error));
+                      handsOver() ? "left to a successor" : "given back", Runtime::textOf(error));
   }
   ended_();
 }

@@ -137,6 +137,7 @@ class Publisher final {
   void writeRefused(const absl::Status& error);
   void giveBack();
   void over(const absl::Status& error);
+  bool handsOver() const { return settings_.handover && !lapsing_; }
 
   void renewLater();
   void renew();

@@ -36,7 +36,7 @@ class NotedStore final : public LeaseStore {
     if (status.ok()) board_->renewedNs[member_] = nowNs();
     return status;
   }
-  absl::Status revoke(Lease lease) override { return store_->revoke(lease); }
+  absl::Status revoke(Lease lease, Why why) override { return store_->revoke(lease, why); }
   absl::StatusOr<Holdings> list(uint8_t member, const std::vector<std::string>& interfaces) override {
     return store_->list(member, interfaces);
   }

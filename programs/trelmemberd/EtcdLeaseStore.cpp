@@ -1,5 +1,7 @@
 #include "programs/trelmemberd/EtcdLeaseStore.h"
 
+#include <utility>
+
 #include "kelstore/Limits.h"
 #include "kelstore/etcd/Endpoints.h"
 
@@ -15,7 +17,7 @@ Etcd::Client clientFor(uint8_t member, const Etcd::Address& address, const Etcd:
                        Etcd::Client::Options options) {
   options.goHomeAfter =
       std::chrono::milliseconds(Etcd::kGoHomeMs + Etcd::shareOf(member, Etcd::kGoHomeSpreadMs));
-  return {Etcd::inOrderOf(member, address.endpoints), access, options};
+  return {Etcd::inOrderOf(member, address.endpoints), access, std::move(options)};
 }
 
 void add(const Etcd::KeySpace& keys, Etcd::Listing listing, LeaseStore::Holdings& holdings) {
@@ -32,16 +34,19 @@ EtcdLeaseStore::EtcdLeaseStore(uint8_t member, const Etcd::Address& address, con
                                const Patience& patience)
     : member_(member),
       keys_(address.prefix),
+      known_(std::make_shared<Etcd::KnownStore>()),
       // A larger value is none that a publisher wrote.
       calls_{.mutex = {},
-             .client = clientFor(member, address, access,
-                                 {.valueBytes = Kelstore::Limits().valueBytes, .hold = patience.hold})},
+             .client = clientFor(
+                 member, address, access,
+                 {.valueBytes = Kelstore::Limits().valueBytes, .hold = patience.hold, .known = known_})},
       renewals_{.mutex = {},
                 .client = clientFor(member, address, access,
-                                    {.deadline = patience.renewal, .hold = patience.hold})},
+                                    {.deadline = patience.renewal, .hold = patience.hold, .known = known_})},
       revocations_{.mutex = {},
-                   .client = clientFor(member, address, access,
-                                       {.deadline = patience.revocation / 2, .hold = patience.hold})} {}
+                   .client = clientFor(
+                       member, address, access,
+                       {.deadline = patience.revocation / 2, .hold = patience.hold, .known = known_})} {}
 
 void EtcdLeaseStore::answered(const Etcd::Client& client) {
   std::lock_guard lock(answeringMutex_);
@@ -62,14 +67,16 @@ absl::Status EtcdLeaseStore::renew(Lease lease) {
   return status;
 }
 
-absl::Status EtcdLeaseStore::revoke(Lease lease) {
+absl::Status EtcdLeaseStore::revoke(Lease lease, Why why) {
   std::lock_guard lock(revocations_.mutex);
   {
     std::lock_guard answeringLock(answeringMutex_);
     revocations_.client.prefer(answering_);
   }
   // Without the mark its keys are held for a while by those who follow them, and that is all.
-  revocations_.client.put(keys_.leavingKey(member_), "{}", lease).IgnoreError();
+  if (why == Why::leaves) {
+    revocations_.client.put(keys_.leavingKey(member_), "{}", lease).IgnoreError();
+  }
   absl::Status status = revocations_.client.revoke(lease);
   return absl::IsNotFound(status) ? absl::OkStatus() : status;
 }
@@ -83,11 +90,13 @@ absl::StatusOr<LeaseStore::Holdings> EtcdLeaseStore::list(uint8_t member,
     if (!listing.ok()) return listing.status();
     add(keys_, *std::move(listing), holdings);
   }
+  std::vector<std::string> interfaceKeys;
   for (const std::string& interface : interfaces) {
-    auto listing = calls_.client.get(keys_.key(Path{Kind::interface, interface, ""}));
-    if (!listing.ok()) return listing.status();
-    add(keys_, *std::move(listing), holdings);
+    interfaceKeys.push_back(keys_.key(Path{Kind::interface, interface, ""}));
   }
+  auto listing = calls_.client.getAll(interfaceKeys);
+  if (!listing.ok()) return listing.status();
+  add(keys_, *std::move(listing), holdings);
   answered(calls_.client);
   return holdings;
 }

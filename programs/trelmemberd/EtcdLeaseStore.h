@@ -27,8 +27,9 @@ class EtcdLeaseStore final : public LeaseStore {
 
   absl::StatusOr<Lease> grant(std::chrono::seconds ttl) override;
   absl::Status renew(Lease lease) override;
-  // Marks the lease as given back first (KeySpace::leavingKey()). Tries the server first that answered last.
-  absl::Status revoke(Lease lease) override;
+  // Tries the server first that answered last. A lease that `leaves` is marked first
+  // (KeySpace::leavingKey()).
+  absl::Status revoke(Lease lease, Why why) override;
   // Leaves out keys that the state model does not have, or that are misspelt.
   absl::StatusOr<Holdings> list(uint8_t member, const std::vector<std::string>& interfaces) override;
   absl::StatusOr<int64_t> write(const std::vector<Change>& changes,
@@ -46,6 +47,7 @@ class EtcdLeaseStore final : public LeaseStore {
 
   const uint8_t member_;
   const Kelstore::Etcd::KeySpace keys_;
+  const std::shared_ptr<Kelstore::Etcd::KnownStore> known_;
   Locked calls_;
   // Clients of their own, so that these calls do not wait for others.
   Locked renewals_;

@@ -104,6 +104,7 @@ void Trelmemberd::reloaded(const ParsedConfig& parsed) {
   config.store = config_.store;
   config.access = config_.access;
   config.ttlSeconds = config_.ttlSeconds;
+  config.holdSeconds = config_.holdSeconds;
   config_ = config;
   publisher_.configured(interfacesOf(config_), config_.intervalSeconds, config_.deadbands);
   OwnState::NeighbourChanges changes = state_.configIs(config_);

@@ -32,13 +32,14 @@ class MemberHost::Client final : public Member::LeaseStore {
     if (host_.sabotage_ == Sabotage::noRenewal) return absl::OkStatus();
     return fails ? unavailable() : host_.store_.renew(lease);
   }
-  absl::Status revoke(Lease lease) override {
+  absl::Status revoke(Lease lease, Why why) override {
     if (fails) return unavailable();
-    if (host_.sabotage_ != Sabotage::noMark && !host_.refused_) {
+    if (why == Why::leaves && host_.sabotage_ != Sabotage::noMark && !host_.refused_) {
       std::string mark = keys_.leavingKey(host_.member_);
       host_.store_.txn({{Etcd::Op::What::put, mark, "{}", lease}}, {}).IgnoreError();
     }
-    absl::Status status = host_.store_.revoke(lease, !host_.store_.full() && !host_.refused_);
+    absl::Status status =
+        host_.store_.revoke(lease, why == Why::leaves && !host_.store_.full() && !host_.refused_);
     return absl::IsNotFound(status) ? absl::OkStatus() : status;
   }
   absl::StatusOr<Holdings> list(uint8_t member, const std::vector<std::string>& interfaces) override {

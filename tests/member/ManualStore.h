@@ -26,8 +26,9 @@ class ManualStore final : public LeaseStore {
     if (absl::Status failure = called("renew"); !failure.ok()) return failure;
     return leases.contains(lease) ? absl::OkStatus() : absl::NotFoundError("no such lease");
   }
-  absl::Status revoke(Lease lease) override {
+  absl::Status revoke(Lease lease, Why why) override {
     if (absl::Status failure = called("revoke"); !failure.ok()) return failure;
+    if (why == Why::leaves) marked.push_back(lease);
     expire(lease);
     return absl::OkStatus();
   }
@@ -99,6 +100,7 @@ class ManualStore final : public LeaseStore {
   int64_t ttlSeconds = 0;
   std::vector<size_t> sizes;         // of the transactions
   std::map<std::string, int> calls;  // how often
+  std::vector<Lease> marked;         // that were revoked as the member left
   std::set<std::string> failing;     // calls; "all": every call
   absl::StatusCode failureCode = absl::StatusCode::kUnknown;
   std::set<std::string> hanging;      // the same

@@ -303,6 +303,18 @@ TEST_F(ReachabilityTest, HeldBack_ItIsSaid_AndLastChangeIsWhenTheShownStateChang
   EXPECT_EQ(lastChange(), 65u);
 }
 
+TEST_F(ReachabilityTest, HeldBackAndLostAgain_NothingIsHeldBack) {
+  for (const char* loss : {"lll", "d", "m"}) {
+    SCOPED_TRACE(loss);
+    anew();
+    startIn('U');
+    after("uaaalllaaalllaaalllaaalllaaal");
+    EXPECT_TRUE(reachability_->heldBack()) << "one loss counts for nothing";
+    after(loss);
+    EXPECT_FALSE(reachability_->heldBack());
+  }
+}
+
 TEST_F(ReachabilityTest, WhatIsWorse_CountsAtOnceHoweverOftenItChanged) {
   startIn('U');
   after("uaaalllaaalllaaalllaaa");

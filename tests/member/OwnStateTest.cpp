@@ -414,6 +414,19 @@ TEST_F(OwnStateTest, EarlierProcessPublishedPackedFigures_ItsLoadsHoldToo) {
   EXPECT_THAT(entries(), Contains(R"(members/1/processors/1 {"load":33})"));
 }
 
+// The processor was switched off and on, or the container has another limit: its times begin anew.
+TEST_F(OwnStateTest, LoadWasMeasuredAndIsNotAnyMore_TheEarlierProcessesDoesNotComeBack) {
+  start();
+  state_.earlierIs(earlier({{"processors/1", R"({"load": 33})"}}));
+  ASSERT_THAT(entries(), Contains(R"(members/1/processors/1 {"load":33})"));
+  machine_->times = std::vector<ProcessorTime>{{0, 150, 1100}};
+  io_.advance(5000);
+  ASSERT_THAT(entries(), Not(Contains(R"(members/1/processors/1 {"load":33})")));
+  machine_->times = std::vector<ProcessorTime>{{0, 5, 10}};
+  io_.advance(5000);
+  EXPECT_THAT(entries(), Contains(R"(members/1/processors/1 {"load":-1})"));
+}
+
 TEST_F(OwnStateTest, EarlierReportsThatDoNotFit_AreIgnored) {
   devicesAre(Device{12, true, true}, Device{13, true, true});
   start();

@@ -217,8 +217,8 @@ TEST_F(PublisherTest, WriteWasCarriedOutAndItsRepetitionRefused_ItIsSeenThatAllI
   start();
   EXPECT_EQ(published_, 1);
   EXPECT_EQ(store_->written(),
-            "interfaces/B1; topology/1/2; members/1/processors/1; members/1/processors/2; "
-            "-members/1/processors/9; ");
+            "-members/1/processors/9; interfaces/B1; topology/1/2; members/1/processors/1; "
+            "members/1/processors/2; ");
   pass(2 * kSecond);
   load(11);
   pass(5 * kSecond);

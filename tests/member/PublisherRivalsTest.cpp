@@ -134,7 +134,8 @@ TEST_F(PublisherTest, AnotherPublisherOfThisMember_ThisOneStandsByUntilItIsGone)
   EXPECT_THAT(errors(),
               ElementsAre("Member/0 member 1 is published by somebody else too, under lease 7: this "
                           "one is on standby until the other's keys are gone"));
-  EXPECT_EQ(store_->leases, std::set<LeaseStore::Lease>{kOther}) << "its own lease is given back";
+  EXPECT_EQ(store_->leases, std::set<LeaseStore::Lease>{kOther}) << "its own lease is revoked";
+  EXPECT_THAT(store_->marked, IsEmpty()) << "the member is there as before";
   for (int16_t percent = 0; percent < 40; ++percent) {
     load(percent);
     pass(1 * kSecond);
@@ -231,6 +232,26 @@ TEST_F(PublisherTest, TwoPublishersOfOneMember_TheLaterOneGoesOn) {
   pass(30 * kSecond);
   EXPECT_EQ(leaseOf(kLink), 103) << "the earlier one goes on when the later one has ended";
   EXPECT_EQ(store_->content().size(), 4u);
+}
+
+// The first transaction of the later one left out the key that the earlier one's next one compares: both
+// published until the store was read again.
+TEST_F(PublisherTest, PredecessorWritesWhileASuccessorTakesOverManyKeys_ItIsRefusedAndStandsBy) {
+  content_.clear();
+  content_[kLink] = Kelstore::Link{Lanix::IntfId("B1")};
+  for (int i = 1; i <= 300; ++i) content_[processor(std::to_string(i))] = Kelstore::Processor{10};
+  start();
+  ASSERT_EQ(store_->keys.size(), 301u);
+  Publisher later({1, {"B1", "B2"}, 15, 1, kRandom}, store_, io_, clock_, listener());
+  pass(2 * kSecond);
+  // The earlier one finds a change, which arrives between two transactions.
+  store_->beforeWrite = [this] { load(11); };
+  later.contentIs({content_.begin(), content_.end()});
+  pass(0);
+  EXPECT_EQ(store_->leases, std::set<LeaseStore::Lease>{102});
+  pass(1 * kSecond);
+  EXPECT_EQ(otherLeases(store_->keys, LeaseStore::kNoLease), std::set<LeaseStore::Lease>{102});
+  EXPECT_EQ(store_->keys.size(), 301u);
 }
 
 // What nobody else guards, and what never changes again by itself.

@@ -132,6 +132,7 @@ TEST_F(PublisherTest, End_TheLeaseIsGivenBackAndNothingIsWrittenAnyMore) {
   EXPECT_TRUE(ended);
   EXPECT_THAT(store_->content(), IsEmpty());
   EXPECT_THAT(store_->leases, IsEmpty());
+  EXPECT_THAT(store_->marked, ElementsAre(101)) << "the member leaves";
   load(12);
   pass(60 * kSecond);
   EXPECT_THAT(store_->content(), IsEmpty());
@@ -198,6 +199,15 @@ TEST_F(HandoverTest, WritesDoNotWork_TheKeysGoAllTheSame) {
   end();
   EXPECT_EQ(ended_, 1);
   EXPECT_EQ(store_->calls["revoke"], 1);
+}
+
+TEST_F(HandoverTest, WritesDoNotWorkAndTheStoreFails_ItIsSaidThatTheKeysStay) {
+  start();
+  store_->failing = {"write", "revoke"};
+  pass(20 * kSecond);
+  end();
+  EXPECT_EQ(ended_, 1);
+  EXPECT_THAT(errors(), Contains("Member/0 lease 65 is not given back: revoke failed"));
 }
 
 TEST_F(PublisherTest, EndWithoutALease_IsAtOnce) {

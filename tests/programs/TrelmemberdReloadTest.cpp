@@ -103,12 +103,18 @@ TEST_F(TrelmemberdReloadTest, BadConfiguration_IsNamed_AndTheOldOneStaysInForce)
 
 TEST_F(TrelmemberdReloadTest, WhatCountsFromTheStart_IsNamed_AndTheRestCounts) {
   auto before = leases();
+  holdSeconds_ = 200;
   TrelmemberdTest::config(1, loopback() + "," + kThird, etcd_->endpointList() + ",127.0.0.1:1", kTtlSeconds);
   reload();
-  EXPECT_TRUE(reloaded("1 are as before, 0 changed, 1 new, 0 gone; it takes a restart for store, ttl\n"))
+  EXPECT_TRUE(
+      reloaded("1 are as before, 0 changed, 1 new, 0 gone; it takes a restart for store, ttl, hold\n"))
       << process_->err();
   EXPECT_TRUE(awaitKey("topology/1/3"));
   EXPECT_EQ(leases(), before);
+  reload();
+  EXPECT_TRUE(
+      reloaded("2 are as before, 0 changed, 0 new, 0 gone; it takes a restart for store, ttl, hold\n"))
+      << process_->err();
 }
 
 TEST_F(TrelmemberdReloadTest, AnotherMember_NothingOfItCounts) {

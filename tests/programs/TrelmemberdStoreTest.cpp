@@ -33,9 +33,10 @@ TEST_F(TrelmemberdTest, StoreComesBackEmpty_NothingIsWrittenBeforeTheHoldIsOver_
   auto process = start(config(1, loopback()));
   ASSERT_TRUE(awaitKey("members/1/figures")) << process->err();
   auto before = names();
+  auto wiped = std::chrono::steady_clock::now();
   etcd_->restartEmpty();
-  EXPECT_TRUE(awaitLine(*process, "another store: found cluster"));
-  EXPECT_THAT(names(), IsEmpty());
+  EXPECT_TRUE(waitUntil([&] { return !names().empty(); }, 30s)) << process->err();
+  EXPECT_GE(std::chrono::steady_clock::now() - wiped, 4s) << "it was written before the hold was over";
   EXPECT_TRUE(waitUntil([&] { return names() == before; }, 20s)) << process->err();
   EXPECT_TRUE(awaitLine(*process, "is gone: everything is written anew"));
 }
@@ -44,13 +45,18 @@ TEST_F(TrelmemberdTest, OneOfTwoServersIsAnotherCluster_NothingIsWrittenThere) {
   Support::EtcdCluster other;
   Kelstore::Etcd::Client otherClient({other.endpoint()}, {});
   Support::Relay known(Support::portOf(etcd_->endpoint()));
-  auto process = start(config(1, loopback(), known.endpoint() + "," + other.endpoint(), kTtlSeconds));
+  Support::Relay mistaken(Support::portOf(other.endpoint()));
+  auto process = start(config(1, loopback(), known.endpoint() + "," + mistaken.endpoint(), kTtlSeconds));
   ASSERT_TRUE(awaitKey("members/1/figures")) << process->err();
   known.cut();
   EXPECT_TRUE(awaitLine(*process, "another store: found cluster"));
+  // What it asks is refused again and again, also when its lease has ended.
+  uint64_t refused = mistaken.bytesBack();
+  EXPECT_TRUE(waitUntil([&] { return mistaken.bytesBack() >= 5 * refused; }, 60s)) << process->err();
   auto listing = otherClient.range({"trel/", "trel0"});
   ASSERT_TRUE(listing.ok()) << listing.status();
   EXPECT_THAT(listing->records, IsEmpty());
+  EXPECT_EQ(listing->revision, 1) << "something was written, and is gone again";
   known.heal();
   EXPECT_TRUE(awaitLine(*process, "the store works again", 20s));
 }
@@ -97,10 +103,23 @@ TEST(EtcdLeaseStoreTest, FirstServersAreSilent_TheLeaseIsGivenBackToTheOneThatAn
   };
   size_t before = connections();
   EXPECT_GE(before, silent.size());
-  EXPECT_EQ(store.revoke(*granted), absl::OkStatus());
+  EXPECT_EQ(store.revoke(*granted, LeaseStore::Why::leaves), absl::OkStatus());
   EXPECT_EQ(connections(), before);
   Client client({etcd.endpoint()}, {});
   EXPECT_TRUE(absl::IsNotFound(client.timeToLive(*granted).status()));
+}
+
+// Renewals were refused for as long again as grants, and the lease ended.
+TEST(EtcdLeaseStoreTest, OtherStoreCounts_TheLeaseFromItIsRenewedAtOnce) {
+  Support::EtcdCluster etcd;
+  EtcdLeaseStore store(1, {{etcd.endpoint()}, "trel"}, {}, {.renewal = 5s, .revocation = 20s, .hold = 2s});
+  absl::StatusOr<LeaseStore::Lease> lease = store.grant(300s);
+  ASSERT_TRUE(lease.ok()) << lease.status();
+  ASSERT_EQ(store.renew(*lease), absl::OkStatus());
+  etcd.restartEmpty();
+  ASSERT_TRUE(waitUntil([&] { return (lease = store.grant(300s)).ok(); }, 30s)) << lease.status();
+  EXPECT_EQ(store.renew(*lease), absl::OkStatus());
+  EXPECT_EQ(store.revoke(*lease, LeaseStore::Why::leaves), absl::OkStatus());
 }
 
 // Those who follow the keys tell by it that the member meant its lease to end.
@@ -110,7 +129,7 @@ TEST(EtcdLeaseStoreTest, LeaseIsGivenBack_ItIsMarkedFirst_AndTheMarkGoesWithTheK
   absl::StatusOr<LeaseStore::Lease> lease = store.grant(300s);
   ASSERT_TRUE(lease.ok()) << lease.status();
   ASSERT_TRUE(store.write({{{Kelstore::Kind::memory, "7", ""}, "{}"}}, {}, *lease).ok());
-  ASSERT_EQ(store.revoke(*lease), absl::OkStatus());
+  ASSERT_EQ(store.revoke(*lease, LeaseStore::Why::leaves), absl::OkStatus());
   Client client({etcd.endpoint()}, {});
   absl::StatusOr<Kelstore::Etcd::Listing> after = client.range({"trel/", "trel0"});
   ASSERT_TRUE(after.ok()) << after.status();
