@@ -64,9 +64,11 @@ StoreContent contentOf(const Kelstore::Etcd::KeySpace& keys, const Kelstore::Etc
 }
 
 bool isOfMember(const Kelstore::Etcd::KeySpace& keys, const std::string& key) {
-  constexpr std::array kRoots = {"members", "topology", "interfaces"};
-  return std::any_of(kRoots.begin(), kRoots.end(), [&](const char* root) {
-    return key.starts_with(keys.below(std::array{std::string(root)}).first);
+  auto kinds = Kelstore::allKinds();
+  return std::any_of(kinds.begin(), kinds.end(), [&](const Kelstore::KindSpec& spec) {
+    if (spec.owner == Kelstore::Owner::cluster) return false;
+    std::string root(spec.path.substr(0, spec.path.find('/')));
+    return key.starts_with(keys.below(std::array{root}).first);
   });
 }
 
