@@ -1,4 +1,5 @@
-// The program when its store is away, silent or empty, and when it wants to know who publishes.
+// The program when its store is away, silent or empty, and when it wants to know who publishes. Member 1
+// begins with the second of its servers, and ends with the first.
 #include <gmock/gmock.h>
 
 #include <array>
@@ -46,7 +47,7 @@ TEST_F(TrelmemberdTest, OneOfTwoServersIsAnotherCluster_NothingIsWrittenThere) {
   Kelstore::Etcd::Client otherClient({other.endpoint()}, {});
   Support::Relay known(Support::portOf(etcd_->endpoint()));
   Support::Relay mistaken(Support::portOf(other.endpoint()));
-  auto process = start(config(1, loopback(), known.endpoint() + "," + mistaken.endpoint(), kTtlSeconds));
+  auto process = start(config(1, loopback(), mistaken.endpoint() + "," + known.endpoint(), kTtlSeconds));
   ASSERT_TRUE(awaitKey("members/1/figures")) << process->err();
   known.cut();
   EXPECT_TRUE(awaitLine(*process, "another store: found cluster"));
@@ -74,7 +75,7 @@ TEST_F(TrelmemberdTest, FirstServersAreSilent_TheEndBeginsWithTheOneThatAnswers)
   Support::Relay silent(Support::portOf(etcd_->endpoint()));
   Support::Relay silentToo(Support::portOf(etcd_->endpoint()));
   for (Support::Relay* relay : {&silent, &silentToo}) relay->freeze();
-  auto servers = fmt::format("{},{},{}", silent.endpoint(), silentToo.endpoint(), etcd_->endpoint());
+  auto servers = fmt::format("{},{},{}", etcd_->endpoint(), silent.endpoint(), silentToo.endpoint());
   auto process = start(config(1, loopback(), servers, kLongTtlSeconds));
   ASSERT_TRUE(awaitKey("members/1/figures", 20s)) << process->err();
   EXPECT_EQ(process->stop(), 0) << process->err();
@@ -88,7 +89,8 @@ TEST(EtcdLeaseStoreTest, FirstServersAreSilent_TheLeaseIsGivenBackToTheOneThatAn
   Kelstore::Etcd::Address address{{}, "trel"};
   for (const auto& server : silent) address.endpoints.push_back(server.endpoint());
   address.endpoints.push_back(etcd.endpoint());
-  EtcdLeaseStore store(1, address, {}, {.renewal = 1s, .revocation = 100s});
+  // The number of a member that asks four servers in the order in which they are given.
+  EtcdLeaseStore store(24, address, {}, {.renewal = 1s, .revocation = 100s});
   absl::StatusOr<LeaseStore::Lease> granted;
   ASSERT_TRUE(waitUntil(
       [&] {
@@ -141,7 +143,7 @@ TEST(EtcdLeaseStoreTest, LeaseIsGivenBack_ItIsMarkedFirst_AndTheMarkGoesWithTheK
 
 TEST_F(TrelmemberdTest, ServerFallsSilentBeforeTheEnd_AnotherOneTakesTheLease) {
   Support::Relay relay(Support::portOf(etcd_->endpoint()));
-  auto process = start(config(1, loopback(), relay.endpoint() + "," + etcd_->endpoint(), kLongTtlSeconds));
+  auto process = start(config(1, loopback(), etcd_->endpoint() + "," + relay.endpoint(), kLongTtlSeconds));
   ASSERT_TRUE(awaitKey("members/1/figures")) << process->err();
   relay.freeze();
   EXPECT_EQ(process->stop(), 0) << process->err();
