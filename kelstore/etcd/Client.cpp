@@ -53,7 +53,9 @@ class Client::Impl {
   const Options& options() const { return options_; }
   const std::string& endpoint() const { return endpoints_.current(); }
   void prefer(const std::string& endpoint) {
-    if (endpoints_.prefer(endpoint)) channel_.reset();
+    if (!endpoints_.prefer(endpoint)) return;
+    channel_.reset();
+    leftHomeAt_ = std::chrono::steady_clock::now();
   }
 
   absl::Status call(const Attempt& attempt) {
