@@ -5,6 +5,7 @@
 
 #include <fmt/chrono.h>
 
+#include <cmath>
 #include <nlohmann/json.hpp>
 #include <vector>
 
@@ -22,6 +23,8 @@ Json utcTime(uint64_t utcNs) {
   auto seconds = static_cast<std::time_t>(utcNs / kNsPerSecond);
   return fmt::format("{:%Y-%m-%dT%H:%M:%S}.{:03}Z", fmt::gmtime(seconds), utcNs % kNsPerSecond / 1'000'000);
 }
+
+Json tenths(double seconds) { return std::round(seconds * 10) / 10; }
 
 using Sources = std::vector<Kelstore::SourceStatus>;
 
@@ -105,12 +108,15 @@ Json setAsideOf(const Sources& sources) {
 Json membersOf(const Sources& sources) {
   return storesWith(sources, [](Json& all, const std::string& name, const Kelstore::StoreStatus& store) {
     for (const Kelstore::MemberStatus& member : store.members) {
-      all.push_back({{"source", name},
-                     {"member", member.member},
-                     {"leased", member.leased},
-                     {"leaseLeft", member.leaseLeftSeconds ? Json(*member.leaseLeftSeconds) : Json(nullptr)},
-                     {"lastChange", utcTime(member.lastChangeUtcNs)},
-                     {"heldSince", utcTime(member.heldSinceUtcNs)}});
+      all.push_back(
+          {{"source", name},
+           {"member", member.member},
+           {"leased", member.leased},
+           {"leaseLeft", member.leaseLeftSeconds ? Json(*member.leaseLeftSeconds) : Json(nullptr)},
+           {"lastChange", utcTime(member.lastChangeUtcNs)},
+           {"heldSince", utcTime(member.heldSinceUtcNs)},
+           {"clockAhead", member.clockAheadSeconds ? tenths(*member.clockAheadSeconds) : Json(nullptr)},
+           {"clockError", member.clockAheadSeconds ? tenths(member.clockErrorSeconds) : Json(nullptr)}});
     }
   });
 }

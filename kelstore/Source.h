@@ -34,6 +34,8 @@ struct MemberStatus {
   std::optional<uint64_t> leaseLeftSeconds;  // at the last Source::refresh(); nothing: no answer
   uint64_t lastChangeUtcNs = 0;              // 0: nothing changed since it was listed
   uint64_t heldSinceUtcNs = 0;  // its lease ended by itself, and its values are held for a while; 0: no
+  std::optional<double> clockAheadSeconds{};  // of ours; negative: behind; nothing: not known
+  double clockErrorSeconds = 0;               // of that, about
 
   bool operator==(const MemberStatus&) const = default;
 };

@@ -30,7 +30,8 @@ class Neighbour final {
   // Sets the state of the device; nothing: there is none.
   void deviceIs(std::optional<Device> device);
 
-  // As NeighbourReachability::earlierIs(); not told as a change.
+  // As those of NeighbourReachability; not told as a change.
+  void lookAtClock() { reachability_.lookAtClock(); }
   void earlierIs(NeighbourReachability::State state, uint64_t lastChangeNs) {
     reachability_.earlierIs(state, lastChangeNs);
   }

@@ -6,6 +6,9 @@
 namespace Member {
 namespace {
 
+// Less is a clock that is adjusted slowly.
+constexpr int64_t kMostDriftNs = 1'000'000'000;
+
 int rankOf(NeighbourReachability::State state) {
   using State = NeighbourReachability::State;
   switch (state) {
@@ -30,7 +33,8 @@ NeighbourReachability::NeighbourReachability(const Settings& settings, const Zav
     : settings_(settings),
       clock_(clock),
       state_(settings.enabled ? State::unknown : State::disabled),
-      lastChangeNs_(clock.utcNs()) {}
+      lastChangeNs_(clock.utcNs()),
+      startNs_(clock.utcNs() - clock.monotonicNs()) {}
 
 void NeighbourReachability::settingsIs(const Settings& settings) {
   bool switchedOn = settings.enabled && !settings_.enabled;
@@ -92,6 +96,15 @@ void NeighbourReachability::earlierIs(State state, uint64_t lastChangeNs) {
     if (state == State::degraded) window_.assign(settings_.windowLosses, true);
   }
   if (state_ == state) lastChangeNs_ = std::min(lastChangeNs_, lastChangeNs);
+}
+
+void NeighbourReachability::lookAtClock() {
+  uint64_t start = clock_.utcNs() - clock_.monotonicNs();
+  auto later = static_cast<int64_t>(start - startNs_);
+  if (later >= -kMostDriftNs && later <= kMostDriftNs) return;
+  startNs_ = start;
+  bool before1970 = later < 0 && lastChangeNs_ < static_cast<uint64_t>(-later);
+  lastChangeNs_ = before1970 ? 0 : lastChangeNs_ + static_cast<uint64_t>(later);
 }
 
 void NeighbourReachability::answered() {

@@ -70,6 +70,9 @@ class NeighbourReachability final {
   bool heldBack() const { return heldBack_; }
   // When the state changed last, or this was created; since 1970 UTC.
   uint64_t lastChangeNs() const { return lastChangeNs_; }
+  // Looks whether the time of day was set: what is known in the time of before is then told in that of now.
+  // A machine that was asleep cannot be told from that: a change is younger then by the time of its sleep.
+  void lookAtClock();
 
  private:
   void stateIs(State state);
@@ -85,6 +88,7 @@ class NeighbourReachability final {
   std::optional<Carrier> carrier_;  // nothing: not known yet
   State state_;
   uint64_t lastChangeNs_;
+  uint64_t startNs_;  // of the monotonic clock, in the time of day; modulo 2^64
   bool heldBack_ = false;
   uint64_t improvementsNs_ = 0;  // monotonic: until when they count, kOnceInNs each
   Echo last_ = Echo::answered;

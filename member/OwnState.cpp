@@ -83,6 +83,7 @@ void OwnState::looked() {
     if (nowNs - *waitingSinceNs_ < intervalNs) return;
   }
   waitingSinceNs_.reset();
+  for (const auto& neighbour : neighbours_) neighbour->lookAtClock();
   figuresKnown_ = figures_.heard();
   std::vector<Entry> before = std::exchange(figuresNow_, figures_.entries());
   for (const auto& [path, value] : figuresNow_) {

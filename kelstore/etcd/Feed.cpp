@@ -45,7 +45,8 @@ Feed::Feed(KeySpace keys, const Settings& settings, const Zavro::Clock& clock, M
       clock_(clock),
       mailbox_(mailbox),
       decoder_(keys_, settings_.limits),
-      grace_(keys_, settings_.graceMs) {}
+      grace_(keys_, settings_.graceMs),
+      changeTimes_(clock) {}
 
 void Feed::follow(Follower& follower) {
   for (Batch& batch : follower.takeBatches()) take(std::move(batch));
@@ -58,6 +59,7 @@ void Feed::follow(Follower& follower) {
   noteResyncs(follower);
   noteRefused(follower.refused());
   for (Line& line : decoder_.takeLines()) lines_.push_back(std::move(line));
+  for (Line& line : changeTimes_.takeLines()) lines_.push_back(std::move(line));
   bool settles = !settled_ && (follower.complete() || follower.unreached());
   settled_ |= settles;
   if (settles || !lines_.empty()) mailbox_.give({nullptr, {}, 0, settles, std::exchange(lines_, {})});
@@ -84,7 +86,9 @@ void Feed::decode(Batch batch) {
   Decoder::Decoded decoded = decoder_.decode(std::move(batch), *snapshot_);
   if (whole) withdrawOthers(decoded);
   // A watch tells of what was written just now, a listing of what was written some time ago.
-  clocks_.take(decoded, clock_, state_ != Follower::State::watching);
+  bool justNow = state_ == Follower::State::watching;
+  changeTimes_.correct(decoded.changes, *snapshot_, justNow);
+  clocks_.take(decoded, clock_, !justNow);
   std::vector<Path> changed;
   snapshot_ = std::make_shared<const Snapshot>(snapshot_->with(std::move(decoded.changes), changed));
   noteMembers(decoded.members);
@@ -147,6 +151,10 @@ void Feed::noteMembers(const std::map<std::string, int64_t>& leases) {
     }
     Member& member = members_[name];
     member.status.member = name;
+    if (auto clock = changeTimes_.differenceOf(name)) {
+      member.status.clockAheadSeconds = clock->aheadSeconds;
+      member.status.clockErrorSeconds = clock->errorSeconds;
+    }
     // The first listing says nothing of when its keys changed.
     if (listed_) member.status.lastChangeUtcNs = clock_.utcNs();
     if (lease != 0 && lease != std::exchange(member.lease, lease)) {

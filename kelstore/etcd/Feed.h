@@ -8,6 +8,7 @@
 #include <set>
 #include <string>
 
+#include "kelstore/etcd/ChangeTimes.h"
 #include "kelstore/etcd/Decoder.h"
 #include "kelstore/etcd/Follower.h"
 #include "kelstore/etcd/Grace.h"
@@ -72,6 +73,7 @@ class Feed {
   Decoder decoder_;
   Grace grace_;
   RunningClocks clocks_;
+  ChangeTimes changeTimes_;
   std::shared_ptr<const Snapshot> snapshot_ = std::make_shared<const Snapshot>();
   bool visible_ = true;
   bool settled_ = false;

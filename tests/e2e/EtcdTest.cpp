@@ -2,6 +2,8 @@
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 
+#include <chrono>
+
 #include "tests/e2e/Daemon.h"
 #include "tests/support/Etcd.h"
 
@@ -217,6 +219,50 @@ TEST_F(EtcdFigures, WithoutALease_TheyStandStill) {
   figures(35);
   std::string first;
   ASSERT_TRUE(Support::waitUntil([&] { return (first = daemon_.manager().walk("sys")) == before; })) << first;
+}
+
+// Its change would be from before the agent's start.
+TEST_F(Etcd, ClockOfAMemberIsBehind_LastUpdateIsTheUptimeOfTheChange) {
+  constexpr double kHour = 3600;
+  constexpr unsigned kError = 5;  // seconds that a call may take on a busy machine
+  auto membersUtc = [] {
+    std::chrono::duration<double> since = std::chrono::system_clock::now().time_since_epoch();
+    return since.count() - kHour;
+  };
+  following().start();
+  uint32_t before = daemon_.manager().upTime();
+  auto changedNs = static_cast<uint64_t>(membersUtc() * 1e9);
+  uint32_t after = daemon_.manager().upTime();
+  etcd_.ctl({"put", "trel/members/1/reachability/2",
+             fmt::format(R"({{"state": "reachable", "lastChange": {}}})", changedNs)});
+  EXPECT_TRUE(becomes("1.2=3"));
+  EXPECT_EQ(daemon_.manager().get({"reach.5.1.2"}), "reach.5.1.2 = Timeticks: (0) 0:00:00.00\n");
+  nlohmann::json member;
+  EXPECT_TRUE(Support::waitUntil(
+      [&] {
+        etcd_.ctl(
+            {"put", "trel/members/1/system",
+             fmt::format(
+                 R"({{"uptime": 1, "currentTimeUtc": {}, "users": 0, "processes": 1, "memorySize": 1}})",
+                 membersUtc())});
+        member = daemon_.status().at("members").at(0);
+        return !member.at("clockAhead").is_null();
+      },
+      30s));
+  EXPECT_NEAR(member.at("clockAhead").get<double>(), -kHour, kError);
+  EXPECT_GE(member.at("clockError").get<double>(), 1);
+  EXPECT_THAT(daemon_.ctl({"status"}).out, HasSubstr("clockAhead"));
+  std::string answer;
+  EXPECT_TRUE(Support::waitUntil([&] {
+    answer = daemon_.manager().get({"reach.5.1.2"});
+    return answer.find("(0)") == std::string::npos;
+  })) << answer;
+  unsigned long ticks = std::stoul(answer.substr(answer.find('(') + 1));
+  EXPECT_GE(ticks + kError * 100, before);
+  EXPECT_LE(ticks, after + kError * 100);
+  EXPECT_TRUE(Support::waitUntil([&] {
+    return daemon_.log().find("the clock of member 1 is 360") != std::string::npos;
+  })) << daemon_.log();
 }
 
 TEST_F(Etcd, Status_HowFollowingGoes) {

@@ -47,6 +47,12 @@ class FeedTest : public testing::Test {
   }
   // Interface a with index 1, and member 1 with one processor under lease 77.
   static Record processor() { return {"p/members/1/processors/1", R"({"load": 1})", 4, 77}; }
+  // A member's system, with a clock that is ahead by so many seconds.
+  std::string systemAt(double ahead) const {
+    return fmt::format(
+        R"({{"uptime": 1, "currentTimeUtc": {}, "users": 0, "processes": 1, "memorySize": 1}})",
+        static_cast<double>(clock_.utcNs()) / 1e9 + ahead);
+  }
   void watching() {
     follower_.start(now());
     follows();

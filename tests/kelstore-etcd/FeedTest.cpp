@@ -33,6 +33,46 @@ TEST_F(FeedTest, FirstListing_IsHandedOverAndSettles) {
   EXPECT_EQ(status().heardUtcNs, clock_.utcNs());
 }
 
+TEST_F(FeedTest, ClockOfAMemberIsAhead_IsShownAndLogged_AndItsReportsFollow) {
+  watching();
+  uint64_t changedNs = clock_.utcNs() - 60'000'000'000;
+  event({"p/members/1/reachability/2",
+         fmt::format(R"({{"state": "reachable", "lastChange": {}}})", changedNs + 500'000'000'000), 11, 77});
+  take();
+  EXPECT_EQ(status().members.at(0).clockAheadSeconds, std::nullopt);
+  for (int64_t revision = 12; revision < 15; ++revision) {
+    EXPECT_EQ(take(), revision == 12 ? "" : "members/1/system");
+    advance(1000);
+    event({"p/members/1/system", systemAt(500), revision, 77});
+  }
+  Mailbox::Update update = mailbox_.take();
+  ASSERT_EQ(update.changed.size(), 2u);
+  EXPECT_EQ(update.changed[1].text(), "members/1/reachability/2");
+  EXPECT_EQ(update.snapshot->find(update.changed[1])->get<Reachability>().lastChangeNs, changedNs);
+  ASSERT_EQ(update.lines.size(), 1u);
+  EXPECT_EQ(
+      update.lines[0].text,
+      "the clock of member 1 is 500.0 s ahead of this machine's: the times of its changes are corrected");
+  EXPECT_EQ(status().members.at(0).clockAheadSeconds, 500);
+  EXPECT_EQ(status().members.at(0).clockErrorSeconds, 1);
+}
+
+// What a listing shows may have been written long ago.
+TEST_F(FeedTest, MemberIsListedAgain_ItsTimeSaysNothing) {
+  watching();
+  for (int64_t revision = 11; revision < 16; ++revision) {
+    advance(1000);
+    feed_.startsAnew();
+    follower_ = newFollower();
+    follower_.start(now());
+    follows();
+    listed({processor(), {"p/members/1/system", systemAt(-500), revision, 77}}, revision);
+    created(revision);
+    EXPECT_EQ(take(), revision == 11 ? "-interfaces/a members/1/system" : "members/1/system");
+  }
+  EXPECT_EQ(status().members.at(0).clockAheadSeconds, std::nullopt);
+}
+
 TEST_F(FeedTest, MemberThatReadsNothing_IsAMember) {
   follower_.start(now());
   follows();

@@ -366,6 +366,32 @@ TEST_F(ReachabilityTest, AnyInputs_ChangesForTheBetterAreBounded_AndANeighbourTh
   }
 }
 
+// The clock of a machine without a battery begins with 1970, and is set when a time server answers.
+TEST_F(ReachabilityTest, ClockIsSet_ChangesAreToldInTheNewTime) {
+  after("uaaa");
+  constexpr uint64_t kYearNs = 31'536'000'000'000'000;
+  after("aa");
+  for (uint64_t set : {50 * kYearNs, uint64_t{1}}) {
+    clock_.utcNsIs(kStartNs + set);
+    reachability_->lookAtClock();
+    EXPECT_EQ(reachability_->lastChangeNs(), kStartNs + set - 2 * kStepNs);
+  }
+  clock_.utcNsIs(kStepNs);
+  reachability_->lookAtClock();
+  EXPECT_EQ(reachability_->lastChangeNs(), 0u) << "1970 is the first year that there is";
+}
+
+// Each would be a new row.
+TEST_F(ReachabilityTest, ClockIsAdjustedSlowly_TimesStay) {
+  after("uaaa");
+  uint64_t before = reachability_->lastChangeNs();
+  for (int i = 0; i < 9; ++i) {
+    clock_.utcNsIs(clock_.utcNs() + 100'000'000);
+    reachability_->lookAtClock();
+  }
+  EXPECT_EQ(reachability_->lastChangeNs(), before);
+}
+
 // After a restart: what the process before found holds until this one finds out otherwise.
 
 TEST_F(ReachabilityTest, EarlierStateIsFoundAgain_NothingChanged) {

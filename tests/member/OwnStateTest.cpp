@@ -234,6 +234,16 @@ TEST_F(OwnStateTest, CollectorFailsAndWorksAgain_ItsKeyIsWrittenAndDeleted) {
   EXPECT_TRUE(store->keys.contains({Kelstore::Kind::figures, "1", ""}));
 }
 
+TEST_F(OwnStateTest, ClockIsSet_ReportsAreInTheNewTimeAtTheNextLook) {
+  start();
+  clock_.utcNsIs(clock_.utcNs() + 5'000'000'000'000);
+  io_.advance(10'000);
+  EXPECT_THAT(
+      entries(),
+      Contains(
+          R"(members/1/reachability/3 {"intf":"Backplane1/3","lastChange":6000000000000,"state":"unreachable"})"));
+}
+
 class ConfiguredAnewTest : public OwnStateTest {
  protected:
   ConfiguredAnewTest() {
