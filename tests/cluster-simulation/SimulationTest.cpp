@@ -8,6 +8,13 @@
 namespace ClusterSimulation {
 namespace {
 
+// Each takes a second with a sanitizer.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr uint64_t kSmallClusters = 10;
+#else
+constexpr uint64_t kSmallClusters = 100;
+#endif
+
 class SimulationTest : public testing::Test {
  protected:
   SimulationTest() : before_(Lumalog::sink()) { Lumalog::sinkIs(nullptr); }
@@ -18,7 +25,7 @@ class SimulationTest : public testing::Test {
 };
 
 TEST_F(SimulationTest, SmallClusters_NothingIsWrong) {
-  for (uint64_t seed = 1; seed <= 100; ++seed) {
+  for (uint64_t seed = 1; seed <= kSmallClusters; ++seed) {
     Outcome outcome = Simulation(seed).run();
     ASSERT_EQ(outcome.verdict, "") << "cluster-simulate --seed " << seed << " --show\n" << outcome.history;
     ASSERT_GT(outcome.checks, 0U);
