@@ -102,7 +102,8 @@ void Judge::appeared(const FollowerHost& follower, const Kelstore::Path& path, c
 void Judge::vanished(const FollowerHost& follower, const Kelstore::Path& path) {
   const Past& past = past_[path];
   Shown& shown = shown_[follower.number()][path];
-  int64_t consumed = 0;
+  int64_t first = 0;
+  int64_t last = 0;
   for (const Deletion& one : past.deletions) {
     if (one.revision < shown.first) continue;
     // Who has missed a deletion may take the end of a lease for deletions.
@@ -112,16 +113,18 @@ void Judge::vanished(const FollowerHost& follower, const Kelstore::Path& path) {
         !follower.mayMissSomething() && std::any_of(past.puts.begin(), past.puts.end(), [&](const Put& put) {
           return put.revision > one.revision && put.revision <= follower.follower().revision();
         });
-    if (due && !again) consumed = one.revision;
+    if (!due || again) continue;
+    if (first == 0) first = one.revision;
+    last = one.revision;
   }
-  if (consumed == 0) {
+  if (first == 0) {
     wrong(
         fmt::format("follower {}: {}: the row goes without a cause, its last value {} is of revision {}, "
                     "the key was put last at {} and deleted last at {}, the follower is at {}",
                     follower.number(), path.text(), shown.text, shown.revision, past.putLast(),
                     past.deletedLast(), follower.follower().revision()));
   }
-  shown = {"", consumed, consumed};
+  shown = {"", last, first};
 }
 
 void Judge::lookForRow(const Kelstore::Path& path, int64_t revision, uint64_t ms) {
