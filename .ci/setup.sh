@@ -1,4 +1,4 @@
-# What ./run and ./test share: packages, builds, and a directory for what must not stay behind.
+# What ./run, ./test and ./package share: packages, builds, and a directory for what must not stay behind.
 # Sourced by bash, from the project's directory.
 
 set -euo pipefail
@@ -11,13 +11,17 @@ kRunPackages=(
   erlang-snmp # the base MIB modules, which no other package of Debian's main archive has as files
   snmp
 )
-# With what speaks to etcd, with the tests, and with what is checked besides.
+# With what speaks to etcd, with the tests, to make packages, and with what is checked besides.
 kEtcdPackages=("${kRunPackages[@]}" libgrpc++-dev libprotobuf-dev protobuf-compiler protobuf-compiler-grpc)
 kTestPackages=(
   "${kEtcdPackages[@]}" libgmock-dev libgtest-dev librapidcheck-dev
   binutils etcd-client etcd-server git iproute2 openssl procps smitools snmpd
 )
-kCheckPackages=("${kTestPackages[@]}" clang-format clang-tidy libbenchmark-dev python3-clang-14)
+kPackagePackages=("${kEtcdPackages[@]}" debhelper)
+kCheckPackages=(
+  "${kTestPackages[@]}" "${kPackagePackages[@]}" clang-format clang-tidy libbenchmark-dev python3-clang-14
+  curl lintian mmdebstrap systemd-container
+)
 
 say() { printf '%s\n' "$*" >&2; }
 fail() {

@@ -34,13 +34,17 @@ foreach(daemon IN LISTS daemons)
       \"${PROJECT_BINARY_DIR}/CMakeFiles/install/${daemon}.service\" @ONLY)" COMPONENT ${daemon})
   install(FILES "${PROJECT_BINARY_DIR}/CMakeFiles/install/${daemon}.service"
     DESTINATION lib/systemd/system COMPONENT ${daemon})
+  # The same user for both, of which either may be installed alone.
+  install(FILES packaging/trel.sysusers DESTINATION lib/sysusers.d RENAME ${daemon}.conf COMPONENT ${daemon})
 endforeach()
-install(FILES packaging/trel.sysusers DESTINATION lib/sysusers.d RENAME trel.conf COMPONENT libtrelsnmp0)
-set(configuration etc)
-if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
-  set(configuration /etc)
-endif()
-install(FILES packaging/trelsnmpd.options DESTINATION "${configuration}/trel" COMPONENT trelsnmpd)
+# The configuration of what is in /usr is in /etc.
+install(CODE "
+  set(configuration \"\${CMAKE_INSTALL_PREFIX}/etc\")
+  if(CMAKE_INSTALL_PREFIX STREQUAL \"/usr\")
+    set(configuration /etc)
+  endif()
+  file(INSTALL \"${PROJECT_SOURCE_DIR}/packaging/trelsnmpd.options\" DESTINATION \"\${configuration}/trel\")"
+  COMPONENT trelsnmpd)
 
 # A host of one's own links the first two; the others are the programs'.
 set_target_properties(TrelSnmpPlugin PROPERTIES EXPORT_NAME TrelSnmp)
@@ -66,7 +70,13 @@ install(FILES "${generated}/TrelConfig.cmake" "${generated}/TrelConfigVersion.cm
 file(RELATIVE_PATH to_prefix "/prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/prefix")
 configure_file(cmake/trel.pc.in "${generated}/trel.pc" @ONLY)
 install(FILES "${generated}/trel.pc" DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig" COMPONENT libtrelsnmp-dev)
-install(DIRECTORY examples/host DESTINATION "${CMAKE_INSTALL_DOCDIR}/examples" COMPONENT libtrelsnmp-dev)
+install(DIRECTORY examples/host DESTINATION "${CMAKE_INSTALL_DATADIR}/doc/libtrelsnmp-dev/examples" COMPONENT libtrelsnmp-dev)
 
 # Alone in a directory, so that a copy of it is all that a manager needs.
 install(DIRECTORY "${TREL_MIBS}/" DESTINATION "${CMAKE_INSTALL_DATADIR}/trel/mibs" COMPONENT trel-mibs)
+
+# They name the tables by number.
+foreach(file nagios-commands.cfg snmp_exporter.yml)
+  configure_file(packaging/monitoring/${file}.in "${generated}/${file}" @ONLY)
+  install(FILES "${generated}/${file}" DESTINATION "${CMAKE_INSTALL_DATADIR}/trel/monitoring" COMPONENT trel-monitoring)
+endforeach()
