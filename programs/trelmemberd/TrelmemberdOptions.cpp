@@ -39,6 +39,8 @@ ParsedOptions parseOptions(int argc, const char* const* argv) {
   app.add_flag(
       "--handover", options.handover,
       "Leave the rows to a successor at the end, for as long as the lease lasts, instead of deleting them");
+  Runtime::addTextOption(app, "--user", options.user,
+                         "Run as this user, with CAP_NET_RAW; for root, where there is no systemd", "NAME");
   Host::describeTraces(app, options.log);
   parsed.exitCode = Runtime::parseCommandLine(app, argc, argv, [] {});
   return parsed;

@@ -12,6 +12,7 @@ struct Options {
   bool check = false;     // only check the configuration
   bool mappings = false;  // only print the suggested storage mappings
   bool handover = false;  // leave the rows to a successor at the end
+  std::string user;       // to run as; empty: as who started it
   Host::TraceOptions log;
 };
 

@@ -1,5 +1,6 @@
 // trelmemberd.
 #include <fmt/format.h>
+#include <linux/capability.h>
 
 #include <csignal>
 #include <memory>
@@ -17,6 +18,7 @@
 #include "runtime/CommandLine.h"
 #include "runtime/Errors.h"
 #include "runtime/EventLoop.h"
+#include "runtime/OtherUser.h"
 
 namespace {
 
@@ -55,6 +57,16 @@ int main(int argc, char** argv) {
   Runtime::holdSignal(SIGHUP);
   auto [options, exitCode] = Member::parseOptions(argc, argv);
   if (exitCode >= 0) return exitCode;
+
+  // It sees what it is configured with as that user, too.
+  try {
+    if (!options.user.empty()) {
+      Runtime::OtherUser(options.user, CAP_NET_RAW).forGood(Runtime::OtherUser::Keep::capability);
+    }
+  } catch (const std::runtime_error& error) {
+    Runtime::complain("trelmemberd", error.what());
+    return Runtime::kUnusable;
+  }
 
   Member::ParsedConfig parsed = Member::usableConfig(options.config);
   for (const std::string& error : parsed.errors) Runtime::complain("trelmemberd", error);

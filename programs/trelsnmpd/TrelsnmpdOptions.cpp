@@ -168,6 +168,9 @@ void describe(CLI::App& app, Options& options) {
   app.add_option("--control", options.control,
                  "Unix socket for trelctl (default: trelsnmpd.sock in the runtime directory)")
       ->type_name("PATH");
+  Runtime::addTextOption(app, "--user", options.user,
+                         "Run as this user once the ports are bound; for root, where there is no systemd",
+                         "NAME");
   Host::describeTraces(app, options.log);
 }
 

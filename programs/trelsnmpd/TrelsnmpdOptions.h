@@ -30,6 +30,7 @@ struct Options {
   std::string toggles;  // empty: all toggles at their default
   bool trelMode = true;
   std::string control;
+  std::string user;  // to run as; empty: as who started it
   Host::TraceOptions log;
 };
 

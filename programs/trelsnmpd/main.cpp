@@ -1,6 +1,9 @@
 // trelsnmpd.
+#include <linux/capability.h>
+
 #include <algorithm>
 #include <csignal>
+#include <filesystem>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -14,13 +17,24 @@
 #include "programs/trelsnmpd/TrelsnmpdOptions.h"
 #include "runtime/CommandLine.h"
 #include "runtime/EventLoop.h"
+#include "runtime/OtherUser.h"
 
 namespace {
 
 bool isEtcd(const std::string& state) { return state.starts_with(Kelstore::Etcd::kScheme); }
 
+// As the unit makes the directories.
+std::optional<Runtime::OtherUser> userOf(const Trelsnmpd::Options& options) {
+  if (options.user.empty()) return std::nullopt;
+  std::string runtime = std::filesystem::absolute(options.control).parent_path();
+  return std::optional<Runtime::OtherUser>(
+      std::in_place, options.user, CAP_NET_BIND_SERVICE,
+      std::vector<Runtime::OtherUser::Directory>{{options.stateDirectory, 0700}, {runtime, 0750}});
+}
+
 // Throws std::runtime_error, in one line, when the system refuses what it takes.
 int serve(const Trelsnmpd::Options& options, const Kelstore::Etcd::Driver* etcd, Runtime::Threads& threads) {
+  std::optional<Runtime::OtherUser> user = userOf(options);
   Host::TraceLog log("trelsnmpd", options.log);
   if (!options.toggles.empty()) Toggles::fileIs("TrelCore.json", options.toggles);
   Trel::trelModeIs(options.trelMode);
@@ -28,6 +42,8 @@ int serve(const Trelsnmpd::Options& options, const Kelstore::Etcd::Driver* etcd,
   Zavro::SystemClock clock;
   Trelsnmpd::Daemon daemon(options, etcd, log, clock, threads);
   if (!daemon.error().empty()) throw std::runtime_error(daemon.error());
+  // All ports are bound.
+  if (user) user->forGood(Runtime::OtherUser::Keep::nothing);
   daemon.run();
   return 0;
 }
