@@ -251,6 +251,7 @@ class Session::Impl {
     leaveHome();
     leave(connection_);
     waiting_.clear();
+    leases_.clear();
     login_.cancel();
     loggingIn_ = false;
   }
@@ -381,12 +382,12 @@ class Session::Impl {
   void beginLeases() {
     if (leaseQuestions_ != 0) return;
     leases_ = feed_.takeLeases();
-    if (!connection_ || loggingIn_) leases_.clear();
     askForMoreLeases();
   }
 
+  // Questions of a connection that was left end while the next one may have no channel yet.
   void askForMoreLeases() {
-    if (!connection_) leases_.clear();
+    if (!connection_ || loggingIn_) leases_.clear();
     for (; !leases_.empty() && leaseQuestions_ < kLeasesAtOnce; leases_.pop_back())
       askForLease(leases_.back());
     if (leaseQuestions_ == 0) mailbox_.give({nullptr, {}, 0, false, {}, true});

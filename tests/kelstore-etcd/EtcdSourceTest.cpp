@@ -4,97 +4,21 @@
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 
-#include <atomic>
 #include <filesystem>
-#include <optional>
 
 #include "kelstore/etcd/Client.h"
+#include "tests/kelstore-etcd/EtcdSourceFixture.h"
 #include "tests/kelstore-etcd/SilentServer.h"
-#include "tests/kelstore/World.h"
-#include "tests/runtime/ManualIo.h"
-#include "tests/support/Etcd.h"
 #include "tests/support/EtcdAccess.h"
 #include "tests/support/HangingMount.h"
 #include "tests/support/Network.h"
 #include "tests/support/Relay.h"
 #include "tests/support/TempDir.h"
-#include "tests/support/WaitUntil.h"
 
 namespace Kelstore::Etcd {
 namespace {
 
-using namespace std::chrono_literals;
 using testing::HasSubstr;
-using State = SourceStatus::State;
-
-// The system's clock, and more when a test says so. For two threads.
-class LeapingClock final : public Zavro::Clock {
- public:
-  uint64_t monotonicNs() const override { return clock_.monotonicNs() + moreNs_; }
-  uint64_t utcNs() const override { return clock_.utcNs() + moreNs_; }
-  void leap(std::chrono::nanoseconds by) { moreNs_ += static_cast<uint64_t>(by.count()); }
-
- private:
-  Zavro::SystemClock clock_;
-  std::atomic<uint64_t> moreNs_ = 0;
-};
-
-class EtcdSourceTest : public testing::Test {
- protected:
-  void start(const std::string& endpoints, FollowSettings settings = {}) {
-    std::string text = endpoints + "/p";
-    settings.address = *parseAddress(text);
-    source_.emplace("etcd:" + text, settings, world_.layers, io_, clock_, threads_);
-    world_.scheduler.neverYield();
-    source_->start();
-  }
-  // Turns the loop until the condition holds.
-  template <class Condition>
-  bool until(Condition condition, Support::Millis deadline = 15s) {
-    return Support::waitUntil(
-        [&] {
-          io_.work();
-          log_ += world_.drained();
-          return condition();
-        },
-        deadline);
-  }
-  bool untilState(State state, Support::Millis deadline = 15s) {
-    return until([&] { return status().state == state; }, deadline);
-  }
-  bool untilIndex(uint32_t expected) {
-    return until([&] { return index() == expected; });
-  }
-  bool refreshed() {
-    bool done = false;
-    source_->refresh([&done] { done = true; });
-    return until([&done] { return done; });
-  }
-  uint32_t index(const std::string& name = "a") const {
-    const uint32_t* value = world_.mirror.ifMib()->ifIndexByIntfId().find(Lanix::IntfId(name));
-    return value == nullptr ? 0 : *value;
-  }
-  SourceStatus status() const { return source_->status(); }
-  uint64_t counter(const std::string& name) const {
-    SourceStatus now = status();
-    for (const auto& [key, count] : now.store->counters) {
-      if (key == name) return count;
-    }
-    return ~uint64_t{0};
-  }
-  static std::string ifIndex(uint32_t value) { return R"({"ifIndex": )" + std::to_string(value) + "}"; }
-  static void put(const Support::EtcdCluster& etcd, const std::string& key, const std::string& value) {
-    etcd.ctl({"put", key, value});
-  }
-
-  LeapingClock clock_;
-  Zavro::ManualClock ioClock_;
-  Runtime::ManualIo io_{ioClock_};
-  Runtime::Threads threads_;
-  World world_{0};
-  std::string log_;
-  std::optional<EtcdSource> source_;
-};
 
 TEST_F(EtcdSourceTest, KeysAreListedAndFollowed) {
   Support::EtcdCluster etcd;
@@ -291,65 +215,6 @@ TEST_F(EtcdSourceTest, BadValue_IsShownWithItsKey) {
   EXPECT_THAT(status().error, testing::StartsWith("key p/interfaces/b: 1:1: "));
   put(etcd, "p/interfaces/b", ifIndex(2));
   EXPECT_TRUE(untilState(State::current));
-}
-
-TEST_F(EtcdSourceTest, Members_TheirLeaseIsAskedAfterOnRequest_AndTheirRowsGoWithIt) {
-  Support::EtcdCluster etcd;
-  std::string granted = etcd.ctl({"lease", "grant", "600"});
-  std::string lease = granted.substr(6, granted.find(' ', 6) - 6);
-  etcd.ctl({"put", "--lease=" + lease, "p/members/3/processors/1", R"({"load": 5})"});
-  start(etcd.endpoint());
-  ASSERT_TRUE(until([&] { return world_.host("3") != nullptr; }));
-  EXPECT_EQ(status().store->members[0].leaseLeftSeconds, std::nullopt);
-  ASSERT_TRUE(refreshed());
-  EXPECT_EQ(status().store->members[0].member, "3");
-  EXPECT_TRUE(status().store->members[0].leased);
-  EXPECT_GT(*status().store->members[0].leaseLeftSeconds, 500u);
-  EXPECT_LE(*status().store->members[0].leaseLeftSeconds, 600u);
-  etcd.ctl({"lease", "revoke", lease});
-  ASSERT_TRUE(until([&] { return world_.host("3") == nullptr; }));
-  EXPECT_TRUE(status().store->members.empty());
-}
-
-// Every follower asked for every lease all the time, for a report that hardly anybody wants to see.
-TEST_F(EtcdSourceTest, NobodyAsksForTheStatus_NoLeaseIsAskedAfter_AndThenEachOnce) {
-  const std::string questions = R"(grpc_server_started_total{grpc_method="LeaseTimeToLive")";
-  Support::EtcdCluster etcd;
-  Client client(etcd.endpoints(), {});
-  for (int member = 1; member <= 40; ++member) {
-    auto lease = client.grant(600s);
-    ASSERT_TRUE(lease.ok()) << lease.status();
-    ASSERT_TRUE(client.put(fmt::format("p/members/{}/processors/1", member), R"({"load": 5})", *lease).ok());
-  }
-  start(etcd.endpoint());
-  ASSERT_TRUE(until([&] { return world_.host("40") != nullptr; }));
-  // A whole round of the client's own calls later.
-  for (int i = 0; i < 200; ++i) ASSERT_TRUE(client.put("p/interfaces/a", ifIndex(1)).ok());
-  ASSERT_TRUE(untilIndex(1));
-  EXPECT_EQ(etcd.metric(questions), 0);
-  ASSERT_TRUE(refreshed());
-  EXPECT_EQ(etcd.metric(questions), 40);
-  for (const MemberStatus& member : status().store->members) EXPECT_TRUE(member.leaseLeftSeconds);
-}
-
-TEST_F(EtcdSourceTest, StoreHangs_TheReportIsNotKeptWaiting) {
-  Support::EtcdCluster etcd;
-  Client client(etcd.endpoints(), {});
-  auto lease = client.grant(600s);
-  ASSERT_TRUE(client.put("p/members/3/processors/1", R"({"load": 5})", *lease).ok());
-  start(etcd.endpoint());
-  ASSERT_TRUE(until([&] { return world_.host("3") != nullptr; }));
-  ASSERT_TRUE(refreshed());
-  etcd.process(0)->signal(SIGSTOP);
-  bool done = false;
-  source_->refresh([&done] { done = true; });
-  io_.work();
-  EXPECT_FALSE(done);
-  io_.advance(EtcdSource::kRefreshMs);
-  io_.work();
-  EXPECT_TRUE(done);
-  EXPECT_TRUE(until([&] { return !status().store->members[0].leaseLeftSeconds; })) << "it is not known now";
-  etcd.process(0)->signal(SIGCONT);
 }
 
 TEST_F(EtcdSourceTest, ServerIsBack_ItIsFollowedAgainSomeMinutesLater_WithoutAListing) {
