@@ -100,6 +100,18 @@ function(trel_alone)
   set_source_files_properties(${ARGN} PROPERTIES SKIP_UNITY_BUILD_INCLUSION ON)
 endfunction()
 
+# Parses headers once for all targets of a kind, which are compiled with the same options: so all use -pthread and fmt, as
+# some of them need it. Not with ccache, which keeps nothing of a compilation that does so; and not with optimisation, as g++ 12
+# then warns of what is not there. Release builds therefore see that each file of a room includes what it needs.
+function(trel_parse_once target kind)
+  target_compile_options(${target} PRIVATE -pthread)
+  target_link_libraries(${target} PRIVATE fmt::fmt)
+  target_precompile_headers(${target} REUSE_FROM ${kind})
+endfunction()
+file(CONFIGURE OUTPUT "${PROJECT_BINARY_DIR}/CMakeFiles/headers.cpp" CONTENT "int main() {}\n")
+set(TREL_COMMON_HEADERS
+  <fmt/format.h> <nlohmann/json.hpp> <algorithm> <chrono> <functional> <map> <memory> <optional> <string> <variant> <vector>)
+
 # trel_room(NAME [TYPE STATIC|SHARED] SOURCES file... [ALONE file...] [USES target...] [PRIVATE_USES target...])
 # A room is one library, or a few.
 function(trel_room name)
@@ -110,6 +122,15 @@ function(trel_room name)
   add_library(${name} ${ROOM_TYPE} ${ROOM_SOURCES} ${ROOM_ALONE})
   trel_alone(${ROOM_ALONE})
   target_link_libraries(${name} PUBLIC ${ROOM_USES} PRIVATE ${ROOM_PRIVATE_USES})
+  if(TREL_SANITIZE AND NOT TREL_CCACHE)
+    if(NOT TARGET room-headers)
+      add_library(room-headers STATIC "${PROJECT_BINARY_DIR}/CMakeFiles/headers.cpp")
+      target_link_libraries(room-headers PRIVATE fmt::fmt nlohmann_json::nlohmann_json)
+      target_compile_options(room-headers PRIVATE -pthread)
+      target_precompile_headers(room-headers PRIVATE ${TREL_COMMON_HEADERS})
+    endif()
+    trel_parse_once(${name} room-headers)
+  endif()
   if(TREL_COVERAGE)
     # Without the branches to where another thread makes a function's static variable.
     target_compile_options(${name} PRIVATE -fno-threadsafe-statics)
@@ -128,27 +149,6 @@ function(trel_compiles_quickly target)
   endif()
 endfunction()
 
-# Parses what nearly every test includes once for all of them that compile quickly. Not with ccache, which keeps nothing of
-# a compilation that does so; and not with optimisation, as g++ 12 then warns of what is not there.
-function(trel_test_headers target)
-  if(TREL_CCACHE)
-    return()
-  endif()
-  if(NOT TARGET test-headers)
-    file(CONFIGURE OUTPUT "${PROJECT_BINARY_DIR}/CMakeFiles/test-headers.cpp" CONTENT "int main() {}\n")
-    add_executable(test-headers "${PROJECT_BINARY_DIR}/CMakeFiles/test-headers.cpp")
-    target_link_libraries(test-headers PRIVATE fmt::fmt nlohmann_json::nlohmann_json GTest::gmock)
-    target_precompile_headers(test-headers PRIVATE
-      <gmock/gmock.h> <gtest/gtest.h> <fmt/format.h> <nlohmann/json.hpp> <algorithm> <functional> <map> <memory> <string>
-      <vector>)
-    trel_compiles_quickly(test-headers)
-    target_compile_options(test-headers PRIVATE -pthread)
-  endif()
-  # As some tests use what is compiled so, all are: headers that were parsed otherwise are refused.
-  target_compile_options(${target} PRIVATE -pthread)
-  target_precompile_headers(${target} REUSE_FROM test-headers)
-endfunction()
-
 # trel_test_support(NAME SOURCES file... [USES target...])
 # What several test programs have in common, compiled once.
 function(trel_test_support name)
@@ -158,11 +158,22 @@ function(trel_test_support name)
   trel_compiles_quickly(${name})
 endfunction()
 
-# trel_test(NAME SOURCES file... [ALONE file...] [USES target...] [LABEL unit|e2e] [TIMEOUT seconds] [LONG])
+# trel_ctest(NAME PROGRAM LABEL TIMEOUT [FILTER])
+# One ctest entry: the tests of a program, or those that a filter of GoogleTest's leaves. Tells ./test what it skipped.
+function(trel_ctest name program label timeout)
+  list(TRANSFORM ARGN PREPEND --gtest_filter=)
+  add_test(NAME ${name} COMMAND ${program} --gtest_brief=1 ${ARGN})
+  set_tests_properties(${name} PROPERTIES
+    LABELS ${label} TIMEOUT ${timeout}
+    ENVIRONMENT_MODIFICATION "GTEST_OUTPUT=set:xml:${PROJECT_BINARY_DIR}/results/${name}.xml")
+endfunction()
+
+# trel_test(NAME SOURCES file... [ALONE file...] [USES target...] [LABEL unit|e2e] [TIMEOUT seconds] [LONG] [EACH])
 # One GoogleTest program and one ctest entry. LONG: it runs so long that its own code is worth optimising, but for
-# sanitizers, with which tests do less and g++ takes longer.
+# sanitizers, with which tests do less and g++ takes longer. EACH: a ctest entry for each file, some-xy-test for XyTest.cpp
+# of some-test, so that what waits most of its time waits side by side, while common headers are parsed once.
 function(trel_test name)
-  cmake_parse_arguments(T "LONG" "LABEL;TIMEOUT" "SOURCES;ALONE;USES" ${ARGN})
+  cmake_parse_arguments(T "LONG;EACH" "LABEL;TIMEOUT" "SOURCES;ALONE;USES" ${ARGN})
   if(NOT T_LABEL)
     set(T_LABEL unit)
   endif()
@@ -173,13 +184,37 @@ function(trel_test name)
   trel_alone(${T_ALONE})
   target_link_libraries(${name} PRIVATE ${T_USES} GTest::gmock GTest::gtest_main)
   trel_leaves_counts(${name})
-  add_test(NAME ${name} COMMAND ${name} --gtest_brief=1)
+  if(T_EACH)
+    foreach(file IN LISTS T_SOURCES T_ALONE)
+      # A suite that is added is seen, as the file is read again whenever it changes.
+      set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${file}")
+      file(STRINGS "${file}" suites REGEX "^TEST(_F|_P)?\\(")
+      list(TRANSFORM suites REPLACE "^TEST(_F|_P)?\\( *([A-Za-z0-9_]+).*" "\\2.*:*/\\2.*")
+      list(REMOVE_DUPLICATES suites)
+      list(JOIN suites : filter)
+      string(REGEX REPLACE "-test$" "" stem ${name})
+      string(TOLOWER "${file}" entry)
+      string(REGEX REPLACE "^(${stem})?(.*)test.cpp$" "${stem}-\\2-test" entry "${entry}")
+      string(REPLACE -- - entry "${entry}")
+      trel_ctest(${entry} ${name} ${T_LABEL} ${T_TIMEOUT} "${filter}")
+    endforeach()
+  else()
+    trel_ctest(${name} ${name} ${T_LABEL} ${T_TIMEOUT})
+  endif()
   if(NOT T_LONG OR TREL_SANITIZE)
     trel_compiles_quickly(${name})
-    trel_test_headers(${name})
+    if(NOT TREL_CCACHE)
+      if(NOT TARGET test-headers)
+        add_executable(test-headers "${PROJECT_BINARY_DIR}/CMakeFiles/headers.cpp")
+        target_link_libraries(test-headers PRIVATE fmt::fmt nlohmann_json::nlohmann_json GTest::gmock)
+        trel_compiles_quickly(test-headers)
+        target_compile_options(test-headers PRIVATE -pthread)
+        target_precompile_headers(test-headers PRIVATE <gmock/gmock.h> <gtest/gtest.h> ${TREL_COMMON_HEADERS})
+      endif()
+      trel_parse_once(${name} test-headers)
+    endif()
   endif()
   if(T_LABEL STREQUAL unit)
     add_dependencies(unit-tests ${name})
   endif()
-  set_tests_properties(${name} PROPERTIES LABELS ${T_LABEL} TIMEOUT ${T_TIMEOUT})
 endfunction()

@@ -26,7 +26,7 @@
 namespace TrelSnmp::Agent {
 namespace {
 
-const Lumalog::Handle pipelineTrace("TrelSnmpHostResourcesSm");
+const Lumalog::Handle hostTrace("TrelSnmpHostResourcesSm");
 
 constexpr size_t kHrSystemTableStream = 0;
 constexpr size_t kProcessorTableStream = 1;
@@ -50,8 +50,8 @@ std::string TrelSnmpHostResourcesSm::SystemRows::text(uint32_t /*member*/, const
 
 void TrelSnmpHostResourcesSm::eventToHrSystemTableStream(const Kor::String& dirKey, const Host& hrOpt) {
   if (!initialScanDone()) return;
-  if (pipelineTrace.enabled(7)) {
-    pipelineTrace.trace(7, kHrSystemTableStreamStatement, dirKey, Kor::optText(hrOpt));
+  if (hostTrace.enabled(kElementLevel)) {
+    hostTrace.trace(kElementLevel, kHrSystemTableStreamStatement, dirKey, Kor::optText(hrOpt));
   }
   uint32_t key = memberId(dirKey);
   if (hrOpt) {
@@ -64,9 +64,9 @@ void TrelSnmpHostResourcesSm::eventToHrSystemTableStream(const Kor::String& dirK
 void TrelSnmpHostResourcesSm::eventToProcessorTableStream(const Kor::String& dirKey, uint32_t processorIndex,
                                                           const Processor& processorOpt) {
   if (!initialScanDone()) return;
-  if (pipelineTrace.enabled(7)) {
-    pipelineTrace.trace(7, kProcessorTableStreamStatement, dirKey, processorIndex,
-                        Kor::optText(processorOpt));
+  if (hostTrace.enabled(kElementLevel)) {
+    hostTrace.trace(kElementLevel, kProcessorTableStreamStatement, dirKey, processorIndex,
+                    Kor::optText(processorOpt));
   }
   ProcessorKey key(memberId(dirKey), processorIndex);
   if (processorOpt) {
@@ -103,7 +103,7 @@ void TrelSnmpHostResourcesSm::createMachines() {
 
 TrelSnmpHostResourcesSm::TrelSnmpHostResourcesSm(Zavro::Ptr<const Kor::Dir> hostResourcesDir,
                                                  Zavro::Ptr<TrelMib> trelMib, const Rvx::SmControl& control)
-    : Pipeline(pipelineTrace, std::move(trelMib), control, {"hrSystemTableStream", "processorTableStream"}),
+    : Pipeline(hostTrace, std::move(trelMib), control, {"hrSystemTableStream", "processorTableStream"}),
       hostResourcesDir_(std::move(hostResourcesDir)),
       systemOutput_(*this, {kHrSystemTableStream}),
       processorOutput_(*this, {kProcessorTableStream}) {

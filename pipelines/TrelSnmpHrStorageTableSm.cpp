@@ -31,7 +31,7 @@
 namespace TrelSnmp::Agent {
 namespace {
 
-const Lumalog::Handle pipelineTrace("TrelSnmpHrStorageTableSm");
+const Lumalog::Handle storageTrace("TrelSnmpHrStorageTableSm");
 
 constexpr size_t kMountStream = 0;
 constexpr size_t kMemStream = 1;
@@ -48,10 +48,7 @@ constexpr const char* kMemEntriesFlattened =
     " foreach( storageEntryMappings.memEntries ) flattening {} elements";
 constexpr const char* kFlatteningElement = "Flattening element: {}";
 
-// Levels: elements and writes at 7, as in every pipeline; what filters and flattening do at 6; each flattened
-// element at 9.
-constexpr int kElementLevel = 7;
-constexpr int kStepLevel = 6;
+// The level of each flattened element.
 constexpr int kFlattenedLevel = 9;
 
 }  // namespace
@@ -105,12 +102,12 @@ std::string TrelSnmpHrStorageTableSm::StorageRows::text(const TrelHrStorageKey& 
 void TrelSnmpHrStorageTableSm::eventToMountStream(const Kor::String& dirKey, const Kor::String& mountpt,
                                                   const Storage& storageOpt) {
   if (!initialScanDone()) return;
-  if (pipelineTrace.enabled(kElementLevel)) {
-    pipelineTrace.trace(kElementLevel, kMountStreamStatement, dirKey, mountpt, Kor::optText(storageOpt));
+  if (storageTrace.enabled(kElementLevel)) {
+    storageTrace.trace(kElementLevel, kMountStreamStatement, dirKey, mountpt, Kor::optText(storageOpt));
   }
   const auto* mapping = storageEntryMappings_->mountEntries().find(mountpt);
   if (mapping == nullptr) {
-    pipelineTrace.trace(kStepLevel, kMappedFilter);
+    storageTrace.trace(kStepLevel, kMappedFilter);
     return;
   }
   TrelHrStorageKey key(Trel::MemberId::fromString(dirKey).id(), mapping->index);
@@ -122,15 +119,15 @@ void TrelSnmpHrStorageTableSm::eventToMountStream(const Kor::String& dirKey, con
 
 void TrelSnmpHrStorageTableSm::eventToMemStream(const Kor::String& dirKey, const Memory& memInfoOpt) {
   if (!initialScanDone()) return;
-  if (pipelineTrace.enabled(kElementLevel)) {
-    pipelineTrace.trace(kElementLevel, kMemStreamStatement, dirKey, Kor::optText(memInfoOpt));
+  if (storageTrace.enabled(kElementLevel)) {
+    storageTrace.trace(kElementLevel, kMemStreamStatement, dirKey, Kor::optText(memInfoOpt));
   }
   Trel::MemberId member = Trel::MemberId::fromString(dirKey);
   const auto& mappings = storageEntryMappings_->memEntries();
-  pipelineTrace.trace(kStepLevel, kMemEntriesFlattened, mappings.size());
+  storageTrace.trace(kStepLevel, kMemEntriesFlattened, mappings.size());
   for (auto at = mappings.begin(); at; at.next()) {
     const HostResourcesMib::StorageTableEntry& mapping = *at.value();
-    pipelineTrace.trace(kFlattenedLevel, kFlatteningElement, mapping);
+    storageTrace.trace(kFlattenedLevel, kFlatteningElement, mapping);
     TrelHrStorageKey key(member.id(), mapping.index);
     intoTrelHrStorageTable(key, memInfoOpt
                                     ? RivoCode::TrelSnmpHrStorageTableSm::rowOf(trelHrStorageEntryMemFactory(
@@ -177,7 +174,7 @@ void TrelSnmpHrStorageTableSm::createMachines() {
 TrelSnmpHrStorageTableSm::TrelSnmpHrStorageTableSm(Zavro::Ptr<const Kor::Dir> hostResourcesDir,
                                                    Zavro::Ptr<TrelMib> trelMib, Mappings storageEntryMappings,
                                                    const Rvx::SmControl& control)
-    : Pipeline(pipelineTrace, std::move(trelMib), control, {"mountStream", "memStream"}),
+    : Pipeline(storageTrace, std::move(trelMib), control, {"mountStream", "memStream"}),
       hostResourcesDir_(std::move(hostResourcesDir)),
       storageEntryMappings_(std::move(storageEntryMappings)),
       output_(*this, {kMountStream, kMemStream}) {
@@ -202,7 +199,7 @@ std::vector<Rvx::RegistryKey> TrelSnmpHrStorageTableSm::derivations(
 void TrelSnmpHrStorageTableSm::processDepends() {
   for (const Rvx::RegistryKey& key : derivations(hostResourcesDir_, storageEntryMappings_)) {
     if (Rvx::GlobalState::get().checkRegistry(key)) continue;
-    pipelineTrace.trace(9, "nobody declared that {} follows {}", key.targetPath(), key.sourcePath());
+    storageTrace.trace(9, "nobody declared that {} follows {}", key.targetPath(), key.sourcePath());
   }
 }
 

@@ -33,7 +33,7 @@ namespace {
 
 using Lanix::BackplaneChannelIntfId;
 
-const Lumalog::Handle pipelineTrace("TrelSnmpIfTableSm");
+const Lumalog::Handle ifTableTrace("TrelSnmpIfTableSm");
 
 constexpr size_t kTopoConfigStream = 0;
 constexpr size_t kIfMibIfIndexStream = 1;
@@ -58,10 +58,7 @@ constexpr const char* kOwnershipFilter =
     "filter( ( doInsert || ( ( old && ( ( *old ).localMemberId == U32( localMemberId.id ) ) ) && ( ( *old "
     ").remoteMemberId == U32( remoteMemberId.id ) ) ) ) ) failed, terminating pipeline";
 
-// Levels: elements and writes at 7, as in every pipeline; what filters and flattening do at 6; the cache
-// at 8.
-constexpr int kElementLevel = 7;
-constexpr int kStepLevel = 6;
+// The level at which the cache is traced.
 constexpr int kCacheLevel = 8;
 
 }  // namespace
@@ -101,20 +98,20 @@ void TrelSnmpIfTableSm::processOneIfMibIfIndexStreamElem(const IfMibIfIndexStrea
 }
 
 void TrelSnmpIfTableSm::eventToTopoConfigStreamInternal(Trel::MemberId local, Trel::MemberId remote) {
-  pipelineTrace.trace(kElementLevel, kTopoConfigStreamStatement, local, remote);
+  ifTableTrace.trace(kElementLevel, kTopoConfigStreamStatement, local, remote);
   eventToTrelIfTableStream(local, remote);
 }
 
 void TrelSnmpIfTableSm::eventToIfMibIfIndexStreamInternal(const Lanix::IntfId& intfId) {
-  pipelineTrace.trace(kElementLevel, kIfMibIfIndexStreamStatement, intfId);
+  ifTableTrace.trace(kElementLevel, kIfMibIfIndexStreamStatement, intfId);
   if (!BackplaneChannelIntfId::isBackplaneChannelIntfId(intfId)) {
-    pipelineTrace.trace(kStepLevel, kBackplaneFilter);
+    ifTableTrace.trace(kStepLevel, kBackplaneFilter);
     return;
   }
   // The interfaces of a backlog, or of a scan, find their pairs in an index. A single one needs none, and
   // where the steps are traced, each interface has a walk of its own.
   bool several = ifMibIfIndexStream_.size() != 0 || !streamScanned(kIfMibIfIndexStream);
-  if ((several || linksByInterface_.current()) && !pipelineTrace.enabled(kStepLevel)) {
+  if ((several || linksByInterface_.current()) && !ifTableTrace.enabled(kStepLevel)) {
     for (const auto& [local, remote] : linksByInterface_.of(intfId)) eventToTrelIfTableStream(local, remote);
   } else {
     walkLinksOf(intfId);
@@ -123,14 +120,14 @@ void TrelSnmpIfTableSm::eventToIfMibIfIndexStreamInternal(const Lanix::IntfId& i
 
 void TrelSnmpIfTableSm::walkLinksOf(const Lanix::IntfId& intfId) {
   const auto& members = topologyConfig_->topoConfig();
-  pipelineTrace.trace(kStepLevel, kMembersFlattened, members.size());
+  ifTableTrace.trace(kStepLevel, kMembersFlattened, members.size());
   for (auto member = members.begin(); member; member.next()) {
     const auto& neighbors = (*member.value())->neighbor();
-    pipelineTrace.trace(kStepLevel, kNeighborsFlattened, neighbors.size());
+    ifTableTrace.trace(kStepLevel, kNeighborsFlattened, neighbors.size());
     for (auto neighbor = neighbors.begin(); neighbor; neighbor.next()) {
       const Lanix::IntfId& neighborIntfId = *neighbor.value();
       if (intfId != neighborIntfId) {
-        pipelineTrace.trace(kStepLevel, kSameIntfFilter);
+        ifTableTrace.trace(kStepLevel, kSameIntfFilter);
         continue;
       }
       eventToTrelIfTableStream(member.key(), neighbor.key());
@@ -139,7 +136,7 @@ void TrelSnmpIfTableSm::walkLinksOf(const Lanix::IntfId& intfId) {
 }
 
 void TrelSnmpIfTableSm::eventToTrelIfTableStream(Trel::MemberId local, Trel::MemberId remote) {
-  pipelineTrace.trace(kElementLevel, kTrelIfTableStreamStatement, local, remote);
+  ifTableTrace.trace(kElementLevel, kTrelIfTableStreamStatement, local, remote);
   MemberIdPair pair(local.id(), remote.id());
   std::optional<uint32_t> newIndex = producedIndex(local, remote);
   std::optional<uint32_t> oldIndex = exchangeCached(pair, newIndex);
@@ -156,7 +153,7 @@ void TrelSnmpIfTableSm::eventToTrelIfTableStream(Trel::MemberId local, Trel::Mem
 
 void TrelSnmpIfTableSm::exchangeRows(const std::optional<uint32_t>& oldIndex,
                                      const std::optional<uint32_t>& newIndex, const MemberIdPair& pair) {
-  pipelineTrace.trace(kStepLevel, kOldAndNewFlattened, 2);
+  ifTableTrace.trace(kStepLevel, kOldAndNewFlattened, 2);
   std::optional<uint32_t> left = oldIndex != newIndex ? oldIndex : std::nullopt;
   bool withdrawn = intoTrelIfTable(left, false, pair);
   intoTrelIfTable(newIndex, true, pair);
@@ -183,17 +180,17 @@ std::optional<uint32_t> TrelSnmpIfTableSm::exchangeCached(const MemberIdPair& pa
   auto cached = cacheAttr0_.find(pair);
   if (cached != cacheAttr0_.end()) {
     before = cached->second;
-    pipelineTrace.trace(kCacheLevel, "Got value {} with key {} from cache", *before, pair);
+    ifTableTrace.trace(kCacheLevel, "Got value {} with key {} from cache", *before, pair);
   }
   if (ifIndex) {
-    pipelineTrace.trace(kCacheLevel, "Inserting value {} with key {} into cache", *ifIndex, pair);
+    ifTableTrace.trace(kCacheLevel, "Inserting value {} with key {} into cache", *ifIndex, pair);
     if (before) {
       cached->second = *ifIndex;
     } else {
       cacheAttr0_.emplace(pair, *ifIndex);
     }
   } else {
-    pipelineTrace.trace(kCacheLevel, "Deleting key {} from cache", pair);
+    ifTableTrace.trace(kCacheLevel, "Deleting key {} from cache", pair);
     if (before) cacheAttr0_.erase(cached);
   }
   return before;
@@ -202,7 +199,7 @@ std::optional<uint32_t> TrelSnmpIfTableSm::exchangeCached(const MemberIdPair& pa
 bool TrelSnmpIfTableSm::intoTrelIfTable(const std::optional<uint32_t>& ifIndex, bool doInsert,
                                         const MemberIdPair& pair) {
   if (!ifIndex) {
-    pipelineTrace.trace(kStepLevel, kValueFilter);
+    ifTableTrace.trace(kStepLevel, kValueFilter);
     return false;
   }
   IfRows::Value value{pair.firstId(), pair.secondId()};
@@ -214,7 +211,7 @@ bool TrelSnmpIfTableSm::intoTrelIfTable(const std::optional<uint32_t>& ifIndex, 
   // row has to be deleted by reconciliation.
   const TrelIfEntry* old = trelMib()->trelIfTable().find(*ifIndex);
   if (old == nullptr || !IfRows::same(*old, value)) {
-    pipelineTrace.trace(kStepLevel, kOwnershipFilter);
+    ifTableTrace.trace(kStepLevel, kOwnershipFilter);
     return false;
   }
   output_.del(*ifIndex);
@@ -227,16 +224,16 @@ void TrelSnmpIfTableSm::claim(uint32_t ifIndex, const MemberIdPair& pair) {
   if (!claims_.insert({ifIndex, pair}).second) return;
   Claimants pairs = claimantsOf(ifIndex);
   if (pairs.size() == 1) return;
-  pipelineTrace.trace({"ifIndex", std::to_string(ifIndex)}, Lumalog::kWarningLevel, "{}",
-                      conflict(ifIndex, pairs));
+  ifTableTrace.trace({"ifIndex", std::to_string(ifIndex)}, Lumalog::kWarningLevel, "{}",
+                     conflict(ifIndex, pairs));
 }
 
 void TrelSnmpIfTableSm::unclaim(uint32_t ifIndex, const MemberIdPair& pair) {
   if (claims_.erase({ifIndex, pair}) == 0) return;
   Claimants pairs = claimantsOf(ifIndex);
   if (pairs.size() != 1) return;
-  pipelineTrace.trace({"ifIndex", std::to_string(ifIndex)}, Lumalog::kWarningLevel,
-                      "ifIndex {} is given to one link only now: {}", ifIndex, pairs.front());
+  ifTableTrace.trace({"ifIndex", std::to_string(ifIndex)}, Lumalog::kWarningLevel,
+                     "ifIndex {} is given to one link only now: {}", ifIndex, pairs.front());
 }
 
 TrelSnmpIfTableSm::Claimants TrelSnmpIfTableSm::claimantsOf(uint32_t ifIndex) const {
@@ -313,7 +310,7 @@ void TrelSnmpIfTableSm::createMachines() {
 TrelSnmpIfTableSm::TrelSnmpIfTableSm(Zavro::Ptr<const Trel::TopologyConfig> topologyConfig,
                                      Zavro::Ptr<const IntfSnmp::IfMib> ifMib, Zavro::Ptr<TrelMib> trelMib,
                                      const Rvx::SmControl& control)
-    : Pipeline(pipelineTrace, std::move(trelMib), control, {"topoConfigStream", "ifMibIfIndexStream"}),
+    : Pipeline(ifTableTrace, std::move(trelMib), control, {"topoConfigStream", "ifMibIfIndexStream"}),
       topologyConfig_(std::move(topologyConfig)),
       ifMib_(std::move(ifMib)),
       linksByInterface_(topologyConfig_),

@@ -21,6 +21,10 @@
 
 namespace TrelSnmp::Agent {
 
+// Levels of traces: an element of a stream, and a write; what filters and flattening do.
+inline constexpr int kElementLevel = 7;
+inline constexpr int kStepLevel = 6;
+
 class BacklogBase;
 class Machine;
 class OutputBase;

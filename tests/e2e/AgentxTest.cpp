@@ -29,7 +29,6 @@ using testing::Not;
 using testing::StartsWith;
 using namespace std::chrono_literals;
 
-const Reports kReports = {{{1, 2}, {"reachable", 1002}}, {{2, 1}, {"degraded"}}};
 // AgentX's library reads sub-identifiers from 2^31 on with a sign: rows that follow such a row show it.
 const Links kLinks = {
     {1002, {1, 2}}, {2147483647, {2, 1}}, {2147483648, {1, 3}}, {2147483649, {3, 1}}, {4294967295, {2, 3}}};

@@ -17,9 +17,6 @@ using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
 
-const Reports kReports = {{{1, 2}, {"reachable", 1002}}, {{2, 1}, {"degraded"}}};
-constexpr const char* kRow = "reach.4.1.2 = INTEGER: 3\n";
-constexpr const char* kSysContact = "1.3.6.1.2.1.1.4.0";
 constexpr const char* kSysName = "1.3.6.1.2.1.1.5.0";
 constexpr const char* kSysLocation = "1.3.6.1.2.1.1.6.0";
 

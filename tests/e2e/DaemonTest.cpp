@@ -21,8 +21,6 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::StartsWith;
 
-const Reports kReports = {{{1, 2}, {"reachable", 1002}}, {{2, 1}, {"degraded"}}};
-
 std::string freeAddress() { return fmt::format("udp:127.0.0.1:{}", Support::freeUdpPort()); }
 
 class Signal : public testing::TestWithParam<int> {};

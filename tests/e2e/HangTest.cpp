@@ -37,7 +37,6 @@ using Support::waitUntil;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-const Reports kReports = {{{1, 2}, {"reachable", 1002}}, {{2, 1}, {"degraded"}}};
 constexpr const char* kAccess = "rocommunity public 127.0.0.1\n";
 
 class Hang : public testing::Test {

@@ -18,7 +18,6 @@ namespace {
 using testing::HasSubstr;
 using namespace std::chrono_literals;
 
-const Reports kReports = {{{1, 2}, {"reachable", 1002}}, {{2, 1}, {"degraded"}}};
 // So much is traced of each request that no pipe and no socket holds the traces of a few.
 const Support::Argv kTalkative = {"--trace", "*/9"};
 

@@ -18,6 +18,8 @@ namespace E2e {
 
 using Names = std::vector<std::string>;
 
+inline constexpr const char* kSysContact = "1.3.6.1.2.1.1.4.0";
+
 class Manager final {
  public:
   // Version and credentials, as the tools take them; and, if wanted, another patience.

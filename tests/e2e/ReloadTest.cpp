@@ -16,10 +16,6 @@ using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
 
-const Reports kReports = {{{1, 2}, {"reachable", 1002}}, {{2, 1}, {"degraded"}}};
-constexpr const char* kRow = "reach.4.1.2 = INTEGER: 3\n";
-constexpr const char* kSysContact = "1.3.6.1.2.1.1.4.0";
-
 class Reload : public testing::Test {
  protected:
   Reload() : conf_(daemon_.dir().file("trel.conf")) {

@@ -32,6 +32,10 @@ struct Varbind {
 };
 std::vector<Varbind> treeOf(const Reports& reports);
 
+// Two that most tests are content with, and how the first one's row is served.
+inline const Reports kReports = {{{1, 2}, {"reachable", 1002}}, {{2, 1}, {"degraded"}}};
+inline constexpr const char* kRow = "reach.4.1.2 = INTEGER: 3\n";
+
 // The lines of a walk.
 std::string walkOf(const std::vector<Varbind>& tree);
 

@@ -22,8 +22,6 @@ namespace {
 
 using testing::HasSubstr;
 
-const Reports kReports = {{{1, 2}, {"reachable", 1002}}};
-constexpr const char* kRow = "reach.4.1.2 = INTEGER: 3\n";
 constexpr const char* kAuthPass = "authentication pass";
 constexpr const char* kPrivPass = "privacy pass";
 // usmStatsNotInTimeWindows, as it stands in a report.

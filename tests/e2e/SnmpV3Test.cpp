@@ -12,8 +12,6 @@ using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
 
-const Reports kReports = {{{1, 2}, {"reachable", 1002}}, {{2, 1}, {"degraded"}}};
-
 constexpr const char* kConf =
     "createUser operator SHA-256 \"authentication pass\" AES \"privacy pass\"\n"
     "rouser operator authpriv\n";

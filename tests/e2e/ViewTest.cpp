@@ -48,7 +48,7 @@ class View : public testing::TestWithParam<std::tuple<Hiding, By>> {
   View() {
     daemon_.answersBy(by());
     becomes(daemon_);
-    for (const Varbind& varbind : treeOf(kReports)) {
+    for (const Varbind& varbind : treeOf(kStates)) {
       (hiding().hides(varbind.name) ? hidden_ : seen_).push_back(varbind);
     }
   }
@@ -60,11 +60,11 @@ class View : public testing::TestWithParam<std::tuple<Hiding, By>> {
   void becomes(Daemon& daemon) const {
     std::string lines = fmt::format("view most included {}\n{}rocommunity public 127.0.0.1 -V most\n",
                                     numericName(Manager::kTables), hiding().lines);
-    daemon.stateIs(documentOf(kReports)).with({"--conf", daemon.dir().write("trel.conf", lines)}).start();
+    daemon.stateIs(documentOf(kStates)).with({"--conf", daemon.dir().write("trel.conf", lines)}).start();
   }
   // What follows an instance, or is the end.
   std::string behind(const std::string& name) const {
-    std::vector<Varbind> all = treeOf(kReports);
+    std::vector<Varbind> all = treeOf(kStates);
     auto at = std::ranges::find(all, name, &Varbind::name);
     auto next =
         std::find_if(at + 1, all.end(), [](const auto& other) { return !hiding().hides(other.name); });
@@ -72,10 +72,10 @@ class View : public testing::TestWithParam<std::tuple<Hiding, By>> {
   }
   const Manager& manager() const { return daemon_.manager(); }
 
-  const Reports kReports = {{{1, 2}, {"reachable", 1002}},
-                            {{1, 3}, {"degraded", 1003}},
-                            {{2, 1}, {"unreachable"}},
-                            {{3, 2}, {"disabled"}}};
+  const Reports kStates = {{{1, 2}, {"reachable", 1002}},
+                           {{1, 3}, {"degraded", 1003}},
+                           {{2, 1}, {"unreachable"}},
+                           {{3, 2}, {"disabled"}}};
   Daemon daemon_;
   std::vector<Varbind> seen_;
   std::vector<Varbind> hidden_;
@@ -96,7 +96,7 @@ TEST_P(View, Get_OfWhatIsHidden_IsNoSuchObject) {
 
 TEST_P(View, GetNext_FromEveryInstance_PassesOverWhatIsHidden) {
   EXPECT_THAT(manager().walk(), StartsWith(walkOf(seen_)));
-  for (const Varbind& varbind : treeOf(kReports)) {
+  for (const Varbind& varbind : treeOf(kStates)) {
     EXPECT_THAT(manager().getNext({varbind.name}), HasSubstr(behind(varbind.name))) << varbind.name;
   }
 }

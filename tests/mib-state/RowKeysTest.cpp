@@ -15,7 +15,7 @@ using TrelSnmp::MemberIdPair;
 using TrelSnmp::ProcessorKey;
 using TrelSnmp::TrelHrStorageKey;
 
-constexpr uint32_t kMax = 4294967295u;
+constexpr uint32_t kTop = 4294967295u;
 
 template <class Key>
 class PairKeyTest : public testing::Test {
@@ -31,9 +31,9 @@ TYPED_TEST_SUITE(PairKeyTest, AllKeys);
 
 TYPED_TEST(PairKeyTest, Order_IsUnsignedAndLexicographic) {
   const std::vector<TypeParam> ascending = {
-      {0, 0},      {0, 1},  {0, kMax},  {1, 4},          {1, 5},    {2, 0},    {2, 1},
-      {9, 0},      {10, 0}, {255, 256}, {0x7fffffff, 0}, {kMax, 0}, {kMax, 1}, {kMax, 0x80000000u},
-      {kMax, kMax}};
+      {0, 0},      {0, 1},  {0, kTop},  {1, 4},          {1, 5},    {2, 0},    {2, 1},
+      {9, 0},      {10, 0}, {255, 256}, {0x7fffffff, 0}, {kTop, 0}, {kTop, 1}, {kTop, 0x80000000u},
+      {kTop, kTop}};
   for (size_t a = 0; a < ascending.size(); ++a) {
     for (size_t b = 0; b < ascending.size(); ++b) {
       EXPECT_EQ(ascending[a] <=> ascending[b], a <=> b) << ascending[a].text() << ascending[b].text();
@@ -48,14 +48,14 @@ TYPED_TEST(PairKeyTest, Default_IsZeroAndZero) { EXPECT_EQ(TypeParam(), TypePara
 
 TYPED_TEST(PairKeyTest, Hash_AgreesWithEquality) {
   EXPECT_TRUE(absl::VerifyTypeImplementsAbslHashCorrectly(std::vector<TypeParam>{
-      {0, 0}, {0, 1}, {1, 0}, {1, 1}, {1, 5}, {5, 1}, {kMax, 0}, {0, kMax}, {kMax, kMax}}));
+      {0, 0}, {0, 1}, {1, 0}, {1, 1}, {1, 5}, {5, 1}, {kTop, 0}, {0, kTop}, {kTop, kTop}}));
   absl::flat_hash_set<TypeParam> seen = {{1, 5}, {5, 1}, {1, 5}};
   EXPECT_EQ(seen.size(), 2u);
   EXPECT_TRUE(seen.contains(TypeParam(5, 1)));
 }
 
 TYPED_TEST(PairKeyTest, Text_NamesBothParts_AndIsReadBack) {
-  for (TypeParam key : {TypeParam(0, 0), TypeParam(3, 5), TypeParam(kMax, 0), TypeParam(1, kMax)}) {
+  for (TypeParam key : {TypeParam(0, 0), TypeParam(3, 5), TypeParam(kTop, 0), TypeParam(1, kTop)}) {
     EXPECT_EQ(TypeParam::fromText(key.text()), key);
     EXPECT_EQ(fmt::format("{}", key), key.text());
     EXPECT_EQ(Kor::toText(key), key.text());
@@ -67,7 +67,7 @@ TYPED_TEST(PairKeyTest, Text_NamesBothParts_AndIsReadBack) {
 
 TYPED_TEST(PairKeyTest, Keys_AreFoundAgainInAHashedSet) {
   std::unordered_set<TypeParam> keys = {{0, 0}, {0, 1},    {1, 0},    {1, 2},
-                                        {2, 1}, {kMax, 0}, {0, kMax}, {kMax, kMax}};
+                                        {2, 1}, {kTop, 0}, {0, kTop}, {kTop, kTop}};
   EXPECT_TRUE(keys.contains({2, 1}));
   EXPECT_FALSE(keys.contains({2, 2}));
   EXPECT_EQ(keys.size(), 8u);

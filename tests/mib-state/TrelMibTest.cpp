@@ -14,7 +14,7 @@ using Kor::MutatorReinstantiationException;
 using testing::ElementsAre;
 using Trel::ReachabilityState;
 
-constexpr uint32_t kMax = 4294967295u;
+constexpr uint32_t kMaxIndex = 4294967295u;
 
 class TrelMibTest : public testing::Test {
  protected:
@@ -261,12 +261,12 @@ TEST_F(TrelMibTest, ReachabilityRows_AreWalkedBySourceThenDestination) {
 }
 
 TEST_F(TrelMibTest, KeysAndFieldsOfEverySize_AreTakenAndOrderedUnsigned) {
-  for (uint32_t key : {kMax, 0u, 0x80000000u, 0x7fffffffu, 1u}) mib_->trelIfTableIs(key, kMax, 0);
+  for (uint32_t key : {kMaxIndex, 0u, 0x80000000u, 0x7fffffffu, 1u}) mib_->trelIfTableIs(key, kMaxIndex, 0);
   std::string walk;
   for (auto row = mib_->trelIfTable().begin(); row; row.next()) walk += fmt::format("{} ", row.key());
   EXPECT_EQ(walk, "0 1 2147483647 2147483648 4294967295 ");
-  EXPECT_EQ(mib_->trelIfTable(kMax)->localMemberId(), kMax);
-  EXPECT_FALSE(mib_->trelIfTable().upperBoundCursor(kMax));
+  EXPECT_EQ(mib_->trelIfTable(kMaxIndex)->localMemberId(), kMaxIndex);
+  EXPECT_FALSE(mib_->trelIfTable().upperBoundCursor(kMaxIndex));
 }
 
 TEST_F(TrelMibTest, DeletingByOnesOwnFields_ReadsThemFirst) {

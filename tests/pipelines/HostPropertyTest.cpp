@@ -10,7 +10,7 @@
 #include "tests/pipelines/HostWorld.h"
 #include "tests/pipelines/PropertyRuns.h"
 
-namespace TrelSnmp::Agent {
+namespace TrelSnmp::Agent::HostProperty {
 namespace {
 
 // One thing that happens. What its numbers mean depends on the kind.
@@ -486,4 +486,4 @@ TEST(HostPropertyTest, MappingsThatChange_StorageTableFollowsTheOrderOfEvents) {
 }
 
 }  // namespace
-}  // namespace TrelSnmp::Agent
+}  // namespace TrelSnmp::Agent::HostProperty

@@ -6,7 +6,7 @@
 #include "tests/support/Reflection.h"
 #include "tests/support/TraceLog.h"
 
-namespace TrelSnmp::Agent {
+namespace TrelSnmp::Agent::HostResourcesTraces {
 namespace {
 
 using Lines = std::vector<std::string>;
@@ -219,4 +219,4 @@ TEST_F(HostResourcesDeath, EntityDeletedBeforeItsChangeWasHeardOf_EndsTheProcess
 }
 
 }  // namespace
-}  // namespace TrelSnmp::Agent
+}  // namespace TrelSnmp::Agent::HostResourcesTraces

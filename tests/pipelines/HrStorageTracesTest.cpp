@@ -5,7 +5,7 @@
 #include "tests/support/Reflection.h"
 #include "tests/support/TraceLog.h"
 
-namespace TrelSnmp::Agent {
+namespace TrelSnmp::Agent::HrStorageTraces {
 namespace {
 
 using Lines = std::vector<std::string>;
@@ -226,4 +226,4 @@ TEST_F(HrStorageDeath, RecordThatIsNoRow_EndsTheProcess) {
 }
 
 }  // namespace
-}  // namespace TrelSnmp::Agent
+}  // namespace TrelSnmp::Agent::HrStorageTraces

@@ -11,7 +11,7 @@
 #include "tests/pipelines/IfTableWorld.h"
 #include "tests/pipelines/PropertyRuns.h"
 
-namespace TrelSnmp::Agent {
+namespace TrelSnmp::Agent::IfTableProperty {
 namespace {
 
 struct Happening {
@@ -355,4 +355,4 @@ TEST(IfTablePropertyTest, PairsThatContendOverRestarts_RowsNameProducersAndTheCa
 }
 
 }  // namespace
-}  // namespace TrelSnmp::Agent
+}  // namespace TrelSnmp::Agent::IfTableProperty
