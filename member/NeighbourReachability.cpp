@@ -90,6 +90,7 @@ void NeighbourReachability::echoIs(Echo echo) {
 }
 
 void NeighbourReachability::earlierIs(State state, uint64_t lastChangeNs) {
+  lookAtClock();
   bool isFound = state == State::reachable || state == State::degraded || state == State::unreachable;
   if (state_ == State::initializing && isFound) {
     stateIs(state);
@@ -139,6 +140,7 @@ bool NeighbourReachability::mayImprove() {
 void NeighbourReachability::stateIs(State state) {
   heldBack_ = false;
   if (state_ == state) return;
+  lookAtClock();
   if (!up()) window_.clear();  // the losses of the time before it came up
   if (state == State::disabled) improvementsNs_ = 0;
   state_ = state;

@@ -1,5 +1,9 @@
 #include "kelstore/etcd/RunningClocks.h"
 
+#include <algorithm>
+
+#include "kelstore/Fields.h"
+
 namespace Kelstore::Etcd {
 namespace {
 
@@ -46,7 +50,8 @@ std::vector<Snapshot::Change> RunningClocks::tick(const Zavro::Clock& clock, con
 System RunningClocks::asOf(const Running& running, uint64_t nowNs) {
   System system = running.system;
   double seconds = static_cast<double>(nowNs - running.writtenNs) / 1e9;
-  system.currentTimeUtc += seconds;
+  // Never beyond what can be served.
+  system.currentTimeUtc = std::min(system.currentTimeUtc + seconds, kUtcSeconds.max);
   if (system.systemUptime > 0) system.systemUptime += seconds;
   return system;
 }

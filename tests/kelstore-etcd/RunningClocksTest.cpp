@@ -1,4 +1,5 @@
 // What is shown of the clocks of members that publish packed figures, while nothing is written.
+#include "kelstore/Fields.h"
 #include "tests/kelstore-etcd/FeedFixture.h"
 
 namespace Kelstore::Etcd {
@@ -102,6 +103,12 @@ TEST_F(RunningClocksTest, StoreIsLost_TheyStandStill_AndAreRightWhenItIsBack) {
   created();
   follows();
   EXPECT_EQ(shown(), fmt::format("up {:.1f}, date {:.1f}", before - 901, before));
+}
+
+TEST_F(RunningClocksTest, DateAtTheEndOfWhatCanBeServed_StandsStill) {
+  listedWith(figures(9, kUtcSeconds.max));
+  advance(10'000);
+  EXPECT_EQ(shown(), fmt::format("up 110.0, date {:.1f}", kUtcSeconds.max));
 }
 
 }  // namespace

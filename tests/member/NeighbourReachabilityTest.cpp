@@ -452,5 +452,24 @@ TEST_F(ReachabilityTest, EarlierStateIsOfAClockAhead_IsNotInTheFuture) {
   EXPECT_EQ(lastChange(), 1u);
 }
 
+TEST_F(ReachabilityTest, StateChangesBetweenAClocksSettingAndTheNextLook_TimeOfTheChangeIsRight) {
+  after("u");
+  clock_.utcNsIs(clock_.utcNs() + 3'600'000'000'000);
+  after("aaaaaaaa");
+  ASSERT_EQ(reachability_->state(), NeighbourReachability::State::reachable);
+  uint64_t changedNs = reachability_->lastChangeNs();
+  reachability_->lookAtClock();
+  EXPECT_EQ(reachability_->lastChangeNs(), changedNs);
+  EXPECT_LE(changedNs, clock_.utcNs());
+}
+
+TEST_F(ReachabilityTest, EarlierStateIsFoundAfterAClocksSetting_ItsTimeStays) {
+  clock_.utcNsIs(clock_.utcNs() + 3'600'000'000'000);
+  uint64_t earlierNs = clock_.utcNs() - 60'000'000'000;
+  reachability_->earlierIs(reachability_->state(), earlierNs);
+  reachability_->lookAtClock();
+  EXPECT_EQ(reachability_->lastChangeNs(), earlierNs);
+}
+
 }  // namespace
 }  // namespace Member
