@@ -304,6 +304,9 @@ Document parseAt(std::vector<std::string> segments, std::string_view text, const
     document.surplus.clear();
     document.warnings.clear();
   }
+  if (FaultyPlaces faulty(document); !faulty.empty()) {
+    std::erase_if(document.values, [&faulty](const auto& entry) { return faulty.affect(entry.first); });
+  }
   return document;
 }
 
@@ -343,7 +346,6 @@ nlohmann::json documentOf(const Values& values) {
 Snapshot withLastGood(Document&& document, const Snapshot& before) {
   FaultyPlaces faulty(document);
   std::deque<Snapshot::Entry> entries = std::move(document.values);
-  std::erase_if(entries, [&](const Snapshot::Entry& entry) { return faulty.affect(entry.first); });
   if (!faulty.empty()) {
     for (const Snapshot::Entry& entry : before) {
       if (faulty.affect(entry.first)) entries.push_back(entry);

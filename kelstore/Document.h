@@ -35,7 +35,7 @@ struct Document {
   // Set if the text is no JSON object, is nested too deeply, or has more faults than are remembered; all else
   // is empty then. It follows the document's name in a message: ":<line>:<column>: ...", or ": ...".
   std::optional<std::string> unusable;
-  std::deque<Snapshot::Entry> values;
+  std::deque<Snapshot::Entry> values;  // none that a fault affects
   std::vector<Fault> faults;
   std::vector<Surplus> surplus;
   std::vector<std::string> warnings;  // at most Limits::remembered
@@ -45,8 +45,7 @@ struct Document {
 Document parseDocument(std::string_view text, const Limits& limits = {});
 
 // Parses the text of one value, or of a packed form, at `path`. The text may be any JSON, and places in
-// `unusable` count within it. A value is there only if there is no fault. Requires: the path is no
-// container's.
+// `unusable` count within it. Requires: the path is no container's.
 Document parseValue(const Path& path, std::string_view text, const Limits& limits = {});
 
 // Places that have faults.

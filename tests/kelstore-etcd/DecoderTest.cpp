@@ -76,6 +76,13 @@ TEST_F(DecoderTest, BadValue_IsSetAside_AndOthersAreTaken) {
                                    "0 key p/interfaces/d: " + nothing));
 }
 
+TEST_F(DecoderTest, ValueHasAMemberTwice_IsSetAside_AndTheLastGoodOneStays) {
+  put("interfaces/a", R"({"ifIndex": 7})");
+  put("interfaces/a", R"({"ifIndex": 8, "ifIndex": 9})");
+  EXPECT_EQ(decoder_.setAsideCount(), 1u);
+  EXPECT_EQ(*state_.find(a_), Value(Interface{7}));
+}
+
 TEST_F(DecoderTest, BadValueStays_IsToldOnce_UntilItIsGoodOrGone) {
   put("interfaces/a", "x");
   EXPECT_THAT(lines(), testing::SizeIs(1));
@@ -190,6 +197,18 @@ TEST_F(PackedKeysTest, WrongPart_ItsLastGoodValueStays_AndTheKeyIsSetAside) {
   figures(R"({"2": 22})");
   EXPECT_EQ(loads(), "2=22 ");
   EXPECT_EQ(decoder_.setAsideCount(), 0u);
+}
+
+TEST_F(PackedKeysTest, ElementIsThereTwice_AllOfItStays) {
+  const Path load{Kind::processor, "1", "1"};
+  auto figures = [](const std::string& loads) {
+    return R"({"clock": 5, "users": 1, "processes": 2, "memorySize": 3, "loads": {)" + loads + "}}";
+  };
+  put("members/1/figures", figures(R"("1": 7)"), 4);
+  put("members/1/figures", figures(R"("1": 8, "1": 9)"), 4);
+  EXPECT_EQ(decoder_.setAsideCount(), 1u);
+  ASSERT_NE(state_.find(load), nullptr);
+  EXPECT_EQ(state_.find(load)->get<Processor>().load, 7);
 }
 
 TEST_F(PackedKeysTest, AllOfItIsWrong_AllOfItStays) {
