@@ -35,6 +35,7 @@ constexpr size_t kFilesystemBytes = 100;
 constexpr const char* kMemory = "memory";
 constexpr const char* kLoads = "loads";
 constexpr const char* kClock = "clock";
+constexpr const char* kBootTime = "bootTime";
 
 double inMilliseconds(double seconds) { return std::round(seconds * 1000) / 1000; }
 
@@ -42,7 +43,7 @@ double inMilliseconds(double seconds) { return std::round(seconds * 1000) / 1000
 
 template <>
 constexpr auto kFields<Head> = std::tuple(
-    field("bootTime", &Head::bootTime, kBootSeconds,
+    field(kBootTime, &Head::bootTime, kBootSeconds,
           "seconds since 1970 UTC when the machine started: `uptime` is the time from then to "
           "`clock`, or 0"),
     field(kClock, &Head::clock, kUtcSeconds,
@@ -92,8 +93,8 @@ class Unpacker {
     Runtime::JsonNotes notes;
     std::optional<Head> head = decodeStruct<Head>(object, notes);
     if (head && head->bootTime && *head->bootTime > head->clock) {
-      notes.faults.push_back({"bootTime", fmt::format("found {}, expected at most the clock, {}",
-                                                      *head->bootTime, head->clock)});
+      notes.faults.push_back(
+          {kBootTime, fmt::format("found {}, expected at most the clock, {}", *head->bootTime, head->clock)});
       head.reset();
     }
     note(path, notes, {});
@@ -265,8 +266,12 @@ std::map<Path, std::string> packed(const std::vector<Snapshot::Entry>& entries, 
   return texts;
 }
 
-std::string withClock(const std::string& figures, double utcSeconds) {
+std::string withClock(const std::string& figures, double utcSeconds, double passedSeconds) {
   Json object = Json::parse(figures);
+  if (auto bootTime = object.find(kBootTime); bootTime != object.end()) {
+    double setBy = utcSeconds - object.at(kClock).get<double>() - passedSeconds;
+    *bootTime = inMilliseconds(bootTime->get<double>() + setBy);
+  }
   object[kClock] = inMilliseconds(utcSeconds);
   return object.dump();
 }

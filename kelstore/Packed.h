@@ -30,8 +30,9 @@ Document unpacked(const Path& path, nlohmann::json json, const Limits& limits);
 // member without a `system`. Requires: no path twice.
 std::map<Path, std::string> packed(const std::vector<Snapshot::Entry>& entries, size_t mostBytes);
 
-// The figures, as of another time on the publisher's clock: seconds since 1970 UTC.
-std::string withClock(const std::string& figures, double utcSeconds);
+// The figures when so many seconds have passed and the publisher's clock shows this time, in seconds since
+// 1970 UTC. The uptime goes on with what has passed, also when the clock was set.
+std::string withClock(const std::string& figures, double utcSeconds, double passedSeconds);
 
 // The fields of the packed forms.
 std::vector<FieldSpec> figuresFields();

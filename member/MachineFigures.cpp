@@ -34,6 +34,11 @@ void MachineFigures::addCollector(std::string name, absl::StatusOr<Answer> (Loca
       std::make_unique<Collector>(std::move(name), std::move(ask), io_, clock_, [this] { tellSoon(); }));
 }
 
+void MachineFigures::uptimeIs(double seconds) {
+  uptimeSeconds_ = seconds;
+  uptimeAtNs_ = clock_.monotonicNs();
+}
+
 void MachineFigures::processorsIs(std::vector<ProcessorTime> processors) {
   std::map<uint32_t, ProcessorTime> before;
   for (const ProcessorTime& time : processors_.value_or(std::vector<ProcessorTime>())) {
@@ -92,9 +97,11 @@ std::vector<Kelstore::Snapshot::Entry> MachineFigures::entries() const {
     entries.push_back({{kind, member_, second}, value});
   };
   if (uptimeSeconds_ || users_ || processes_ || memory_) {
+    double sinceAnswer = static_cast<double>(clock_.monotonicNs() - uptimeAtNs_) / 1e9;
     add(Kind::system, "",
-        Kelstore::System{uptimeSeconds_.value_or(0), static_cast<double>(clock_.utcNs()) / 1e9,
-                         users_.value_or(0), processes_.value_or(0), memory_ ? kib(memory_->total) : 0});
+        Kelstore::System{uptimeSeconds_ ? *uptimeSeconds_ + sinceAnswer : 0,
+                         static_cast<double>(clock_.utcNs()) / 1e9, users_.value_or(0),
+                         processes_.value_or(0), memory_ ? kib(memory_->total) : 0});
   }
   if (memory_) add(Kind::memory, "", memoryOf(*memory_));
   if (processors_) add(Kind::processors, "", Kelstore::Present());

@@ -1,6 +1,7 @@
 // The figures of this machine, read in intervals: system, processors, memory and file systems.
 //
-// A figure that cannot be read stays as it was. On the event loop's thread; figures are read off it.
+// A figure that cannot be read stays as it was, but for the uptime, which goes on. On the event loop's
+// thread; figures are read off it.
 #pragma once
 
 #include <functional>
@@ -43,8 +44,8 @@ class MachineFigures final {
   bool heard() const { return heard_; }
   // Whether the last look is over, but for questions that hang.
   bool lookedAtAll() const;
-  // All that is known, with the time of day at this call. A figure of the system that was never read is 0, so
-  // that the others need not wait for it.
+  // All that is known, with the time of day and the uptime at this call. A figure of the system that was
+  // never read is 0, so that the others need not wait for it.
   std::vector<Kelstore::Snapshot::Entry> entries() const;
   std::vector<const Collector*> collectors() const;
   LocalStorage& storage() { return storage_; }
@@ -53,7 +54,7 @@ class MachineFigures final {
   template <class Answer>
   void addCollector(std::string name, absl::StatusOr<Answer> (LocalMachine::*question)(),
                     void (MachineFigures::*take)(Answer));
-  void uptimeIs(double seconds) { uptimeSeconds_ = seconds; }
+  void uptimeIs(double seconds);
   void usersIs(uint32_t users) { users_ = users; }
   void processesIs(uint32_t processes) { processes_ = processes; }
   void memoryIs(MemoryInUse memory) { memory_ = memory; }
@@ -76,6 +77,7 @@ class MachineFigures final {
 
   // Figures; nothing until the first answer.
   std::optional<double> uptimeSeconds_;
+  uint64_t uptimeAtNs_ = 0;  // when it was that
   std::optional<uint32_t> users_;
   std::optional<uint32_t> processes_;
   std::optional<MemoryInUse> memory_;

@@ -74,7 +74,6 @@ void OwnState::linksChanged() {
 }
 
 // The answers of a look are published together. If one is missing, the others wait for an interval at most.
-// The system's figures are due after half an interval already, since looks are not exactly an interval apart.
 void OwnState::looked() {
   uint64_t nowNs = clock_.monotonicNs();
   uint64_t intervalNs = config_.figuresIntervalSeconds * kNsPerSecond;
@@ -85,20 +84,13 @@ void OwnState::looked() {
   waitingSinceNs_.reset();
   for (const auto& neighbour : neighbours_) neighbour->lookAtClock();
   figuresKnown_ = figures_.heard();
-  std::vector<Entry> before = std::exchange(figuresNow_, figures_.entries());
+  figuresNow_ = figures_.entries();
+  figuresAtNs_ = nowNs;
   for (const auto& [path, value] : figuresNow_) {
     if (path.kind != Kind::processor || value.get<Kelstore::Processor>().load == kUnknownLoad) continue;
     earlierLoads_.erase(path);
   }
   addUnread(figuresNow_);
-  auto isSystem = [](const Entry& entry) { return entry.first.kind == Kind::system; };
-  auto had = std::find_if(before.begin(), before.end(), isSystem);
-  auto has = std::find_if(figuresNow_.begin(), figuresNow_.end(), isSystem);
-  if (nowNs >= systemDueNs_) {
-    systemDueNs_ = nowNs + intervalNs / 2;
-  } else if (had != before.end() && has != figuresNow_.end()) {
-    has->second = had->second;
-  }
   changed_();
 }
 
@@ -117,9 +109,20 @@ void OwnState::addUnread(std::vector<Entry>& entries) const {
 
 std::vector<Entry> OwnState::entries() const {
   std::vector<Entry> entries = figuresNow_;
+  for (auto& [path, value] : entries) {
+    if (path.kind == Kind::system) value = asOfNow(value.get<Kelstore::System>());
+  }
   addEarlierLoads(entries);
   addNeighbours(entries);
   return entries;
+}
+
+// The clock may have been set since the last look; the uptime goes on all the same.
+Kelstore::System OwnState::asOfNow(Kelstore::System system) const {
+  double passed = static_cast<double>(clock_.monotonicNs() - figuresAtNs_) / 1e9;
+  if (system.systemUptime > 0) system.systemUptime += passed;
+  system.currentTimeUtc = static_cast<double>(clock_.utcNs()) / 1e9;
+  return system;
 }
 
 void OwnState::earlierIs(const LeaseStore::Holdings& holdings) {

@@ -41,12 +41,13 @@ class OwnState final {
   void linksChanged();
   // Whether entries() is complete: each figure was read, failed or hangs, and the devices are known.
   bool known() const { return figuresKnown_ && links_.known(); }
-  // The figures of the system always change; here they change once in an interval.
+  // The figures are those of the last look, but for the time of day and the uptime, which are those of now.
   std::vector<Kelstore::Snapshot::Entry> entries() const;
 
  private:
   std::unique_ptr<Neighbour> makeNeighbour(const NeighbourConfig& neighbour);
   void earlierIs(const Kelstore::Snapshot::Entry& entry);
+  Kelstore::System asOfNow(Kelstore::System system) const;
   void addNeighbours(std::vector<Kelstore::Snapshot::Entry>& entries) const;
   void addUnread(std::vector<Kelstore::Snapshot::Entry>& entries) const;
   void addEarlierLoads(std::vector<Kelstore::Snapshot::Entry>& entries) const;
@@ -61,10 +62,10 @@ class OwnState final {
   MachineFigures figures_;
   std::vector<std::unique_ptr<Neighbour>> neighbours_;
   std::vector<Kelstore::Snapshot::Entry> figuresNow_;       // as of the last look
+  uint64_t figuresAtNs_ = 0;                                // when that was
   std::map<Kelstore::Path, Kelstore::Value> earlierLoads_;  // that are not measured yet
   bool figuresKnown_ = false;                               // it had every figure that can be read
   std::optional<uint64_t> waitingSinceNs_;                  // since when answers came that it does not have
-  uint64_t systemDueNs_ = 0;                                // when the next figures of the system are taken
 };
 
 }  // namespace Member

@@ -40,6 +40,7 @@ Publisher::Publisher(Settings settings, std::shared_ptr<LeaseStore> store, Runti
 
 void Publisher::contentIs(const std::vector<Kelstore::Snapshot::Entry>& entries) {
   content_ = Kelstore::packed(entries, Kelstore::Limits().valueBytes);
+  clockReadNs_ = clock_.monotonicNs();
   if (state_ == State::silent || state_ == State::published) step();
 }
 
@@ -219,11 +220,13 @@ void Publisher::write() {
       });
 }
 
-// Figures are written with the clock as it is when they are.
+// Figures are written with the clock and the uptime as they are then.
 void Publisher::readClock() {
   auto figures = content_->find({Kelstore::Kind::figures, std::to_string(settings_.member), ""});
   if (figures == content_->end()) return;
-  figures->second = Kelstore::withClock(figures->second, static_cast<double>(clock_.utcNs()) / 1e9);
+  uint64_t beforeNs = std::exchange(clockReadNs_, clock_.monotonicNs());
+  figures->second = Kelstore::withClock(figures->second, static_cast<double>(clock_.utcNs()) / 1e9,
+                                        static_cast<double>(clockReadNs_ - beforeNs) / 1e9);
 }
 
 // The differences, but for small ones. If there are none, and it is to be shown whether writes work: the

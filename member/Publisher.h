@@ -93,7 +93,8 @@ class Publisher final {
   Publisher(const Publisher&) = delete;
   Publisher& operator=(const Publisher&) = delete;
 
-  // Sets the content. Nothing is written before the first call.
+  // Sets the content; the time of day and the uptime in it are those of now. Nothing is written before the
+  // first call.
   void contentIs(const std::vector<Kelstore::Snapshot::Entry>& entries);
   // Sets the configuration. Keys of interfaces that were configured earlier are still deleted if the content
   // has none of them.
@@ -172,6 +173,7 @@ class Publisher final {
   Listener listener_;
   std::function<void()> ended_;
   std::optional<Content> content_;
+  uint64_t clockReadNs_ = 0;  // when its figures had the time of day
 
   State state_ = State::silent;
   std::unique_ptr<Runtime::Io::Activity> timer_;  // of the state

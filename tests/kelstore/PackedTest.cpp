@@ -255,10 +255,16 @@ TEST(PackedTest, WithoutASystem_NothingIsPacked) {
   EXPECT_THAT(texts, ElementsAre(testing::Pair(processor("1"), R"({"load":1})")));
 }
 
-TEST(PackedTest, AnotherClock_ChangesNothingElse) {
+TEST(PackedTest, LaterWithAnotherClock_UptimeGoesOnWithWhatHasPassed) {
   std::string text = packed({{kSystem, System{10, 1000, 3, 4, 5}}}, 4096).at(kFigures);
-  Document document = parseValue(kFigures, withClock(text, 1002.5));
-  EXPECT_THAT(document.values, ElementsAre(Snapshot::Entry(kSystem, System{12.5, 1002.5, 3, 4, 5})));
+  auto later = [&text](double clock, double passed) {
+    return parseValue(kFigures, withClock(text, clock, passed)).values;
+  };
+  EXPECT_THAT(later(1002.5, 2.5), ElementsAre(Snapshot::Entry(kSystem, System{12.5, 1002.5, 3, 4, 5})));
+  EXPECT_THAT(later(4602.5, 2.5), ElementsAre(Snapshot::Entry(kSystem, System{12.5, 4602.5, 3, 4, 5})));
+  EXPECT_THAT(later(3, 2.5), ElementsAre(Snapshot::Entry(kSystem, System{12.5, 3, 3, 4, 5})));
+  text = packed({{kSystem, System{0, 1000, 3, 4, 5}}}, 4096).at(kFigures);
+  EXPECT_THAT(later(1002.5, 2.5), ElementsAre(Snapshot::Entry(kSystem, System{0, 1002.5, 3, 4, 5})));
 }
 
 }  // namespace

@@ -190,6 +190,7 @@ TEST_F(SmallChangesTest, GreaterChange_IsWrittenAtOnce_WithTheClockOfThatTime) {
   start();
   store_->written();
   pass(3 * kSecond);
+  figuresAre(10, 100, 4'000'000, 2'500'000);
   content_[processor("2")] = Kelstore::Processor{16};
   say();
   pass(0);
@@ -228,7 +229,7 @@ TEST_F(SmallChangesTest, LongestInterval_SmallChangesAreWrittenThen) {
   for (int seconds = 5; seconds <= 30; seconds += 5) {
     EXPECT_EQ(store_->written(), "") << seconds;
     pass(5 * kSecond);
-    content_[processor("1")] = Kelstore::Processor{12};
+    figuresAre(12, 100, 4'000'000, 2'500'000);
     say();
     pass(0);
   }
@@ -261,6 +262,25 @@ TEST_F(SmallChangesTest, PredecessorHadOtherKeysForTheSamePaths_TheyGoWithTheFir
   for (const auto& [path, held] : store_->keys) paths.push_back(path.text());
   EXPECT_THAT(paths,
               testing::UnorderedElementsAre("topology/1/2", "members/1/figures", "members/1/filesystems"));
+}
+
+TEST_F(SmallChangesTest, ClockIsSetForwardBeforeTheNextLook_UptimeGoesOn) {
+  figuresAre(10, 100, 4'000'000, 2'500'000);
+  start();
+  pass(2 * kSecond);
+  clock_.utcNsIs(clock_.utcNs() + 3'600'000'000'000);
+  pass(8 * kSecond);
+  EXPECT_NEAR(shown(kSystem).get<Kelstore::System>().systemUptime, 910, 0.01);
+}
+
+TEST_F(SmallChangesTest, ClockIsSetBackByMoreThanTheUptime_FiguresCanBeRead) {
+  figuresAre(10, 100, 4'000'000, 2'500'000);
+  start();
+  pass(2 * kSecond);
+  clock_.utcNsIs(50'000'000'000);
+  pass(8 * kSecond);
+  EXPECT_NEAR(shown(kSystem).get<Kelstore::System>().systemUptime, 910, 0.01);
+  EXPECT_NEAR(shown(kSystem).get<Kelstore::System>().currentTimeUtc, 58, 0.01);
 }
 
 TEST_F(SmallChangesTest, LeaseEnds_EverythingIsPutBackAsItIsNow) {

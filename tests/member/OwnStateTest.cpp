@@ -48,12 +48,13 @@ class OwnStateTest : public testing::Test {
     }
     return all;
   }
-  double timeOfSystem() const {
+  std::optional<Kelstore::System> system() const {
     for (const auto& [path, value] : state_.entries()) {
-      if (path.kind == Kelstore::Kind::system) return value.get<Kelstore::System>().currentTimeUtc;
+      if (path.kind == Kelstore::Kind::system) return value.get<Kelstore::System>();
     }
-    return -1;
+    return std::nullopt;
   }
+  double startOfMachine() const { return system()->currentTimeUtc - system()->systemUptime; }
   void devicesAre(std::optional<Device> bp2, std::optional<Device> bp3) {
     links_.listingBegins();
     if (bp2) links_.deviceIs("bp2", *bp2);
@@ -116,11 +117,11 @@ TEST_F(OwnStateTest, DeviceAppearsChangesAndVanishes_ItsInterfaceFollows) {
   EXPECT_THAT(entries(), Not(Contains(StartsWith("interfaces/"))));
 }
 
-TEST_F(OwnStateTest, NeighbourChanges_IsToldAtOnce_FiguresOfTheSystemStay) {
+TEST_F(OwnStateTest, NeighbourChanges_IsToldAtOnce_FiguresStayButForTheTime) {
   links_.deviceIs("bp2", {12, true, true});
   start();
   io_.advance(4000);
-  double time = timeOfSystem();
+  machine_->userCount = 3;
   int before = changes_;
   devicesAre(Device{12, true, false}, {});
   EXPECT_GT(changes_, before);
@@ -128,18 +129,29 @@ TEST_F(OwnStateTest, NeighbourChanges_IsToldAtOnce_FiguresOfTheSystemStay) {
       entries(),
       Contains(
           R"(members/1/reachability/2 {"intf":"Backplane1/2","lastChange":1004000000000,"state":"unreachable"})"));
-  EXPECT_EQ(timeOfSystem(), time);
+  EXPECT_EQ(system()->systemNumUsers, 2u);
+  EXPECT_EQ(system()->currentTimeUtc, 1004);
+  EXPECT_EQ(system()->systemUptime, 1003.5) << "1000.5 at the look a second after the start";
 }
 
-TEST_F(OwnStateTest, FiguresOfTheSystem_AreTakenOnceInAnInterval) {
+TEST_F(OwnStateTest, ClockIsSetAfterALook_UptimeGoesOn) {
   start();
-  std::vector<double> times;
-  for (int i = 0; i < 220; ++i) {
+  io_.advance(4000);
+  clock_.utcNsIs(clock_.utcNs() + 3'600'000'000'000);
+  EXPECT_EQ(system()->currentTimeUtc, 4604);
+  EXPECT_EQ(system()->systemUptime, 1003.5);
+}
+
+TEST_F(OwnStateTest, Figures_AreTakenOnceInAnInterval) {
+  start();
+  std::vector<uint32_t> taken;
+  for (uint32_t i = 0; i < 220; ++i) {
+    machine_->userCount = i;
     io_.advance(100);
-    if (times.empty() || timeOfSystem() != times.back()) times.push_back(timeOfSystem());
+    if (taken.empty() || system()->systemNumUsers != taken.back()) taken.push_back(system()->systemNumUsers);
   }
-  // Looks are at 0, 1, 6, 11, 16 and 21 seconds; the second comes early, for the loads' sake.
-  EXPECT_THAT(times, testing::ElementsAre(1000, 1006, 1011, 1016, 1021));
+  // The second look comes early, for the loads' sake.
+  EXPECT_THAT(taken, testing::ElementsAre(2, 9, 59, 109, 159, 209));
 }
 
 TEST_F(OwnStateTest, AnswersOfOneLook_AreOneChange) {
@@ -165,9 +177,10 @@ TEST_F(OwnStateTest, OneAnswerOfALookComesLate_TheOthersWaitForItUntilItHangs) {
   io_.advance(0);
   EXPECT_EQ(changes_, before + 1);
   machine_->hanging = {"users"};
+  machine_->processCount = 131;
   io_.advance(7500);  // the next look, and the time after which an answer is not waited for any more
   EXPECT_EQ(changes_, before + 2);
-  EXPECT_EQ(timeOfSystem(), 1014);
+  EXPECT_EQ(system()->systemProcesses, 131u);
 }
 
 TEST_F(OwnStateTest, CollectorFailsOrHangs_IsUnreadUntilItWorks_WhatWasReadStays) {
@@ -242,6 +255,26 @@ TEST_F(OwnStateTest, ClockIsSet_ReportsAreInTheNewTimeAtTheNextLook) {
       entries(),
       Contains(
           R"(members/1/reachability/3 {"intf":"Backplane1/3","lastChange":6000000000000,"state":"unreachable"})"));
+}
+
+// When the machine started is what is published in place of its uptime.
+TEST_F(OwnStateTest, CollectorHangs_StartOfTheMachineStays) {
+  start();
+  double before = startOfMachine();
+  for (int second = 0; second < 30; ++second) {
+    machine_->uptimeSeconds = static_cast<double>(clock_.utcNs()) / 1e9 + 1.5;
+    if (second == 10) machine_->hanging = {"users"};
+    io_.advance(1000);
+    EXPECT_NEAR(startOfMachine(), before, 0.01) << second;
+  }
+}
+
+TEST_F(OwnStateTest, UptimeCannotBeReadAnyMore_StartOfTheMachineStays) {
+  start();
+  double before = startOfMachine();
+  machine_->uptimeSeconds = absl::InternalError("broken");
+  io_.advance(20000);
+  EXPECT_NEAR(startOfMachine(), before, 0.01);
 }
 
 class ConfiguredAnewTest : public OwnStateTest {
