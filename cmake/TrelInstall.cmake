@@ -21,6 +21,10 @@ foreach(program IN LISTS programs)
     RENAME ${program} COMPONENT ${program})
 endforeach()
 
+# For a stock snmpd, which loads it by its path.
+set_target_properties(TrelSnmpd PROPERTIES INSTALL_RPATH "\$ORIGIN/..")
+install(TARGETS TrelSnmpd LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}/trel" COMPONENT libtrelsnmp0)
+
 # Units name the programs at the place where they are installed, which may not be known before.
 file(READ packaging/units/sandbox.in sandbox)
 set(daemons ${programs})

@@ -18,6 +18,7 @@
 #include "tests/e2e/Hosts.h"
 #include "tests/e2e/Links.h"
 #include "tests/e2e/Reports.h"
+#include "tests/e2e/StockSnmpd.h"
 #include "tests/support/Network.h"
 
 namespace E2e {
@@ -32,48 +33,6 @@ using namespace std::chrono_literals;
 // AgentX's library reads sub-identifiers from 2^31 on with a sign: rows that follow such a row show it.
 const Links kLinks = {
     {1002, {1, 2}}, {2147483647, {2, 1}}, {2147483648, {1, 3}}, {2147483649, {3, 1}}, {4294967295, {2, 3}}};
-
-// What Debian's /etc/snmp/snmpd.conf says of masters and views, before anything is added to it.
-constexpr const char* kDebianConf =
-    "master agentx\n"
-    "view systemonly included .1.3.6.1.2.1.1\n"
-    "view systemonly included .1.3.6.1.2.1.25.1\n"
-    "rocommunity public default -V systemonly\n";
-
-class Master {
- public:
-  Master() : manager_(address()) {}
-
-  void start(const std::string& additions) {
-    std::string conf = dir_.write(
-        "snmpd.conf",
-        fmt::format("{}agentXSocket {}\nrwcommunity secret 127.0.0.1\n{}", kDebianConf, socket(), additions));
-    // -C: nothing of the machine's own /etc/snmp.
-    process_ = std::make_unique<Support::Process>(
-        Support::Argv{"/usr/sbin/snmpd", "-f", "-Le", "-C", "-c", conf, "-p", dir_.file("pid"), address()},
-        Support::Env{"SNMP_PERSISTENT_DIR=" + dir_.file("persistent"), "MIBS="});
-    bool up = Support::waitUntil(
-        [this] { return manager_.getNext({".1.3.6.1.2.1.1"}).starts_with(".1.3.6.1.2.1.1.1.0"); });
-    if (!up) throw std::runtime_error("snmpd does not answer: " + process_->err());
-  }
-  void stop() { process_->stop(); }
-
-  // The address that subagents connect to.
-  std::string socket() const { return "unix:" + dir_.file("master"); }
-  const Manager& manager() const { return manager_; }
-  Manager writer() const { return Manager(address(), {"-v2c", "-c", "secret"}); }
-
- private:
-  std::string address() const { return fmt::format("udp:127.0.0.1:{}", port_); }
-
-  uint16_t port_ = Support::freeUdpPort();
-  Support::TempDir dir_;
-  Manager manager_;
-  std::unique_ptr<Support::Process> process_;
-};
-
-// The part of it that the tables need: the view.
-std::string documentedAdditions() { return Support::readFile(TREL_SNMPD_SNIPPET); }
 
 class Agentx : public testing::Test {
  protected:
@@ -105,12 +64,12 @@ class Agentx : public testing::Test {
   }
   static std::string expected() { return walkOf(tree()); }
 
-  Master master_;
+  StockSnmpd master_;
   Daemon daemon_;
 };
 
 TEST_F(Agentx, DocumentedMaster_ServesTheTables) {
-  master_.start(documentedAdditions());
+  master_.start(documentedView());
   daemon_.start();
   EXPECT_TRUE(tablesAppear());
   EXPECT_EQ(daemon_.status().at("mode"), "agentx");
@@ -134,7 +93,7 @@ INSTANTIATE_TEST_SUITE_P(With, AgentxBy, testing::Values(By::direct, By::chain),
                          [](const auto& by) { return textOf(by.param); });
 
 TEST_P(AgentxBy, GetNextAndGet_AreAsInTheStandaloneAgent) {
-  master_.start(documentedAdditions());
+  master_.start(documentedView());
   daemon_.start();
   ASSERT_TRUE(tablesAppear());
   const Manager& manager = master_.manager();
@@ -147,7 +106,7 @@ TEST_P(AgentxBy, GetNextAndGet_AreAsInTheStandaloneAgent) {
 }
 
 TEST_P(AgentxBy, EveryInstance_ByGetByGetNextAndByWalk) {
-  master_.start(documentedAdditions());
+  master_.start(documentedView());
   daemon_.start();
   ASSERT_TRUE(tablesAppear());
   const Manager& manager = master_.manager();
@@ -162,7 +121,7 @@ TEST_P(AgentxBy, EveryInstance_ByGetByGetNextAndByWalk) {
 }
 
 TEST_F(Agentx, ChangeInTheState_IsSeenThroughTheMaster) {
-  master_.start(documentedAdditions());
+  master_.start(documentedView());
   daemon_.start();
   ASSERT_TRUE(tablesAppear());
   Reports changed = kReports;
@@ -175,7 +134,7 @@ TEST_F(Agentx, ChangeInTheState_IsSeenThroughTheMaster) {
 // sysUpTime is the master's, so times of last changes go by it.
 TEST_F(Agentx, ChangeAfterTheStart_LastUpdateIsTheMastersUptimeOfTheChange) {
   constexpr uint32_t kMostDisagreement = 100;  // hundredths of a second
-  master_.start(documentedAdditions());
+  master_.start(documentedView());
   ASSERT_TRUE(Support::waitUntil([&] { return upTime() > 4 * kMostDisagreement; }));
   daemon_.start();
   ASSERT_TRUE(tablesAppear());
@@ -195,7 +154,7 @@ TEST_F(Agentx, ChangeAfterTheStart_LastUpdateIsTheMastersUptimeOfTheChange) {
 }
 
 TEST_F(Agentx, WriterThroughTheMaster_SetIsNotWritable) {
-  master_.start(documentedAdditions());
+  master_.start(documentedView());
   daemon_.start();
   ASSERT_TRUE(tablesAppear());
   EXPECT_THAT(master_.writer().set("reach.4.1.2", 1), HasSubstr("Reason: notWritable"));
@@ -204,14 +163,14 @@ TEST_F(Agentx, WriterThroughTheMaster_SetIsNotWritable) {
 }
 
 TEST_F(Agentx, MasterRestarts_SubagentComesBack) {
-  master_.start(documentedAdditions());
+  master_.start(documentedView());
   daemon_.start();
   ASSERT_TRUE(tablesAppear());
   for (int round = 0; round < 2; ++round) {
     master_.stop();
     ASSERT_TRUE(Support::waitUntil([&] { return daemon_.status().at("connected") == false; }, 20s));
     EXPECT_EQ(daemon_.ctl({"wait", "--timeout", "0.1"}).status, 1);
-    master_.start(documentedAdditions());
+    master_.start(documentedView());
     EXPECT_TRUE(tablesAppear());
     EXPECT_EQ(daemon_.ctl({"wait", "--timeout", "10"}).status, 0);
   }
@@ -222,12 +181,12 @@ TEST_F(Agentx, MasterComesLater_SubagentConnectsThen) {
   ASSERT_TRUE(Support::waitUntil([&] { return std::filesystem::exists(daemon_.controlPath()); }));
   EXPECT_EQ(daemon_.ctl({"wait", "--timeout", "0.2"}).status, 1);
   EXPECT_EQ(daemon_.status().at("connected"), false);
-  master_.start(documentedAdditions());
+  master_.start(documentedView());
   EXPECT_TRUE(tablesAppear());
 }
 
 TEST_F(Agentx, SubagentEnds_MasterGoesOnWithoutTheTables) {
-  master_.start(documentedAdditions());
+  master_.start(documentedView());
   daemon_.start();
   ASSERT_TRUE(tablesAppear());
   EXPECT_EQ(daemon_.process().stop(), 0);
