@@ -83,6 +83,12 @@ void Cluster::refreshSources(std::function<void()> done) {
   oneIsDone();
 }
 
+bool Cluster::alive() {
+  // Each is asked, also after one that is not.
+  return std::count_if(sources_.begin(), sources_.end(),
+                       [](const auto& source) { return !source->alive(); }) == 0;
+}
+
 std::vector<std::string> Cluster::acceptStores() {
   std::vector<std::string> accepted;
   for (const auto& source : sources_) {

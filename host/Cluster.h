@@ -45,6 +45,8 @@ class Cluster {
   // Calls `done` when all that sources() shows is up to date, or when that takes too long
   // (Source::refresh()).
   void refreshSources(std::function<void()> done);
+  // Whether the threads of all sources do their work (Source::alive()).
+  bool alive();
   // An operator says that the other stores which sources() show count. The names of these sources.
   std::vector<std::string> acceptStores();
   std::vector<Zavro::Ptr<const TrelSnmp::Agent::Pipeline>> pipelines() const;

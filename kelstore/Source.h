@@ -93,6 +93,9 @@ class Source {
   // Finds out what status() shows but does not follow all the time. Calls `done` then, or when it takes too
   // long, once; not when the source is destroyed before.
   virtual void refresh(std::function<void()> done) { done(); }
+  // Whether its own threads do their work: false once they have not answered for the time between two calls.
+  // For the watchdog, which asks at regular intervals of several seconds.
+  virtual bool alive() { return true; }
   // An operator says that the other store which status() shows counts. False: it shows none.
   virtual bool accept() { return false; }
 };

@@ -11,6 +11,8 @@ namespace Member {
 namespace {
 
 constexpr uint64_t kNsPerSecond = 1'000'000'000;
+// Twice the longest timeout of an echo.
+constexpr uint64_t kEchoMs = 120'000;
 // It ends with "..." where it was cut.
 constexpr size_t kMaxErrorBytes = Kelstore::kMaxTextBytes - 3;
 
@@ -25,7 +27,7 @@ OwnState::OwnState(const Config& config, std::shared_ptr<LocalMachine> machine,
     : config_(config),
       probe_(std::move(probe)),
       links_(links),
-      io_(io),
+      echoes_(io, kEchoMs),
       clock_(clock),
       changed_(std::move(changed)),
       // Storage mappings are the cluster's, so no indexes are kept here.
@@ -35,7 +37,7 @@ OwnState::OwnState(const Config& config, std::shared_ptr<LocalMachine> machine,
 }
 
 std::unique_ptr<Neighbour> OwnState::makeNeighbour(const NeighbourConfig& neighbour) {
-  return std::make_unique<Neighbour>(neighbour, probe_, io_, clock_, [this] { changed_(); });
+  return std::make_unique<Neighbour>(neighbour, probe_, echoes_, clock_, [this] { changed_(); });
 }
 
 OwnState::NeighbourChanges OwnState::configIs(const Config& config) {

@@ -15,6 +15,7 @@
 #include "member/Links.h"
 #include "member/MachineFigures.h"
 #include "member/Neighbour.h"
+#include "runtime/BoundedIo.h"
 
 namespace Member {
 
@@ -41,6 +42,8 @@ class OwnState final {
   void linksChanged();
   // Whether entries() is complete: each figure was read, failed or hangs, and the devices are known.
   bool known() const { return figuresKnown_ && links_.known(); }
+  // Whether an echo's thread hangs, which has a deadline.
+  bool hangs() const { return echoes_.hangs(); }
   // The figures are those of the last look, but for the time of day and the uptime, which are those of now.
   std::vector<Kelstore::Snapshot::Entry> entries() const;
 
@@ -56,7 +59,7 @@ class OwnState final {
   Config config_;
   std::shared_ptr<EchoProbe> probe_;
   const Links& links_;
-  Runtime::Io& io_;
+  Runtime::BoundedIo echoes_;
   const Zavro::Clock& clock_;
   std::function<void()> changed_;
   MachineFigures figures_;

@@ -1,6 +1,7 @@
 // Notifies systemd when it started the daemon with Type=notify; otherwise nothing happens.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -10,8 +11,9 @@ namespace Runtime {
 
 class Systemd {
  public:
-  // Keeps systemd's watchdog content, if it is set, as long as the loop turns.
-  explicit Systemd(EventLoop& loop);
+  // Keeps systemd's watchdog content, if it is set, as long as the loop turns and `alive`, asked each time,
+  // says that the other threads do their work, too.
+  Systemd(EventLoop& loop, std::function<bool()> alive);
   // Says that the daemon stops.
   ~Systemd();
   void ready() const;

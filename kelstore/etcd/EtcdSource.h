@@ -34,6 +34,7 @@ class EtcdSource final : public Source {
   void start() override;
   SourceStatus status() const override;
   void refresh(std::function<void()> done) override;
+  bool alive() override { return !thread_.joinable() || session_.alive(); }
   bool accept() override;
 
  private:

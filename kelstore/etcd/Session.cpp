@@ -6,6 +6,7 @@
 #include <grpcpp/support/async_unary_call.h>
 
 #include <algorithm>
+#include <atomic>
 #include <functional>
 #include <new>
 #include <utility>
@@ -70,6 +71,12 @@ class Session::Impl {
 
   void askForLeases() {
     onThread([this] { beginLeases(); });
+  }
+
+  bool alive() {
+    bool alive = asked_ - answered_ < 2;
+    onThread([this, number = ++asked_] { answered_ = number; });
+    return alive;
   }
 
   void stop() {
@@ -417,6 +424,8 @@ class Session::Impl {
   Mailbox& mailbox_;
   Feed feed_;
   bool stopping_ = false;
+  uint64_t asked_ = 0;  // whether the thread is alive
+  std::atomic<uint64_t> answered_ = 0;
   grpc::CompletionQueue queue_;
   grpc::Alarm alarm_;
   std::unique_ptr<Done> stop_ = std::make_unique<Done>([this](bool /*ok*/) { stopping_ = true; });
@@ -442,6 +451,8 @@ void Session::run() { impl_->run(); }
 void Session::accept() { impl_->accept(); }
 
 void Session::askForLeases() { impl_->askForLeases(); }
+
+bool Session::alive() { return impl_->alive(); }
 
 void Session::stop() { impl_->stop(); }
 

@@ -26,6 +26,9 @@ class Session {
   // Asks the store what time the members' leases have left, and tells the mailbox when it has answered. On
   // any thread, before stop().
   void askForLeases();
+  // Whether the thread has answered but for the latest call of this, or the one before; asks it again. On one
+  // thread, while run() runs.
+  bool alive();
   // Makes run() return at once, also if it is called later. On any thread, once.
   void stop();
 

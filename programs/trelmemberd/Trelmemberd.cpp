@@ -20,6 +20,9 @@ namespace Etcd = Kelstore::Etcd;
 
 using Lumalog::kErrorLevel;
 constexpr int kHealthLevel = 1;
+constexpr uint64_t kMsPerSecond = 1000;
+// With the ttl, more than all deadlines of what the publisher asks of the store at a time.
+constexpr uint64_t kCallsMs = 60'000;
 
 std::vector<std::string> interfacesOf(const Config& config) {
   std::vector<std::string> interfaces;
@@ -63,9 +66,10 @@ Trelmemberd::Trelmemberd(std::string path, const Config& config, bool handover, 
       log_(log),
       terminate_(loop_, SIGTERM, [this] { end(); }),
       interrupt_(loop_, SIGINT, [this] { end(); }),
-      systemd_(loop_),
+      systemd_(loop_, [this] { return !calls_.hangs() && !state_.hangs(); }),
       io_(loop_, threads),
-      publisher_(settingsOf(config, handover), storeOf(config), io_, clock,
+      calls_(io_, kCallsMs + config.ttlSeconds * kMsPerSecond),
+      publisher_(settingsOf(config, handover), storeOf(config), calls_, clock,
                  {[this] { systemd_.ready(); }, [this](const std::string& line) { systemd_.statusIs(line); },
                   [this](const LeaseStore::Holdings& holdings) { state_.earlierIs(holdings); }}),
       links_(io_, [this] { state_.linksChanged(); }),

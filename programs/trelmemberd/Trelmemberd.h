@@ -10,6 +10,7 @@
 #include "member/NetlinkLinks.h"
 #include "member/OwnState.h"
 #include "member/Publisher.h"
+#include "runtime/BoundedIo.h"
 #include "runtime/EventLoop.h"
 #include "runtime/Reload.h"
 #include "runtime/Systemd.h"
@@ -50,6 +51,7 @@ class Trelmemberd final {
   Runtime::SignalWatch interrupt_;
   Runtime::Systemd systemd_;
   Runtime::UvIo io_;
+  Runtime::BoundedIo calls_;  // to the store
   Publisher publisher_;
   NetlinkLinks links_;
   OwnState state_;

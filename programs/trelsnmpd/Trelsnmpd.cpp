@@ -71,7 +71,7 @@ Daemon::Daemon(const Options& options, const Kelstore::Etcd::Driver* etcd, Host:
       slice_(clock),
       scheduler_(Zavro::makePtr<Vem::TaskScheduler>(slice_)),
       tasks_(loop_, scheduler_),
-      systemd_(loop_),
+      systemd_(loop_, [this] { return !cluster_ || cluster_->alive(); }),
       io_(loop_, threads),
       control_(loop_, threads, options.control,
                [this](const std::string& request, const auto& reply) { answer(request, reply); }) {

@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <mutex>
 #include <optional>
 #include <string>
 
@@ -22,13 +23,19 @@ using State = SourceStatus::State;
 // The system's clock, and more when a test says so. For two threads.
 class LeapingClock final : public Zavro::Clock {
  public:
-  uint64_t monotonicNs() const override { return clock_.monotonicNs() + moreNs_; }
+  uint64_t monotonicNs() const override {
+    std::lock_guard goesOn(hanging_);
+    return clock_.monotonicNs() + moreNs_;
+  }
   uint64_t utcNs() const override { return clock_.utcNs() + moreNs_; }
+  // Whoever looks at this clock hangs as long as the lock is held.
+  std::unique_lock<std::mutex> hang() { return std::unique_lock(hanging_); }
   void leap(std::chrono::nanoseconds by) { moreNs_ += static_cast<uint64_t>(by.count()); }
 
  private:
   Zavro::SystemClock clock_;
   std::atomic<uint64_t> moreNs_ = 0;
+  mutable std::mutex hanging_;
 };
 
 class EtcdSourceTest : public testing::Test {

@@ -217,6 +217,17 @@ TEST_F(EtcdSourceTest, BadValue_IsShownWithItsKey) {
   EXPECT_TRUE(untilState(State::current));
 }
 
+TEST_F(EtcdSourceTest, ItsThreadHangs_ItIsNotAliveUntilItGoesOn) {
+  start(fmt::format("127.0.0.1:{}", Support::freeTcpPort()));
+  ASSERT_TRUE(untilState(State::stale));
+  EXPECT_TRUE(source_->alive());
+  std::unique_lock hanging = clock_.hang();
+  EXPECT_TRUE(Support::waitUntil([this] { return !source_->alive(); }));
+  EXPECT_FALSE(source_->alive());
+  hanging.unlock();
+  EXPECT_TRUE(Support::waitUntil([this] { return source_->alive(); }));
+}
+
 TEST_F(EtcdSourceTest, ServerIsBack_ItIsFollowedAgainSomeMinutesLater_WithoutAListing) {
   Support::EtcdCluster etcd({.nodes = 3});
   put(etcd, "p/interfaces/a", ifIndex(1));

@@ -105,6 +105,22 @@ TEST_F(OwnStateTest, FiguresWereNotHeard_NotKnown) {
   EXPECT_TRUE(state_.known()) << "it is known that they hang";
 }
 
+TEST_F(OwnStateTest, AnEchoHasNoEndByFar_ItsThreadHangs_AHangingCollectorIsNothingUnusual) {
+  links_.deviceIs("bp2", {12, true, true});
+  machine_->hanging = {"users"};
+  start();
+  io_.advance(600'000);
+  EXPECT_FALSE(state_.hangs());
+  probe_->hanging = true;
+  io_.advance(119'000);
+  EXPECT_FALSE(state_.hangs());
+  io_.advance(2'000);
+  EXPECT_TRUE(state_.hangs());
+  probe_->hanging = false;
+  io_.hungReturn();
+  EXPECT_FALSE(state_.hangs());
+}
+
 TEST_F(OwnStateTest, DeviceAppearsChangesAndVanishes_ItsInterfaceFollows) {
   start();
   int before = changes_;

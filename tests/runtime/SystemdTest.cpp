@@ -46,7 +46,7 @@ class SystemdTest : public testing::Test {
 
 TEST_F(SystemdTest, ReadyStatusAndStopping_AreToldWhenTheyAre) {
   {
-    Systemd systemd(loop_);
+    Systemd systemd(loop_, [] { return true; });
     EXPECT_EQ(told(), "");
     systemd.ready();
     EXPECT_EQ(told(), "READY=1");
@@ -59,13 +59,27 @@ TEST_F(SystemdTest, ReadyStatusAndStopping_AreToldWhenTheyAre) {
 
 TEST_F(SystemdTest, WatchdogIsWanted_ItIsFedAtOnceAndAgainWhileTheLoopTurns) {
   watchdogWants("20000");
-  Systemd systemd(loop_);
+  Systemd systemd(loop_, [] { return true; });
   EXPECT_EQ(told(), "") << "the loop has not turned yet";
   for (int i = 0; i < 3; ++i) EXPECT_TRUE(turnUntil(loop_, [&] { return told() == "WATCHDOG=1"; })) << i;
 }
 
+TEST_F(SystemdTest, AnotherThreadHangs_TheWatchdogIsNotFedUntilItGoesOn) {
+  watchdogWants("20000");
+  int asked = 0;
+  bool alive = false;
+  Systemd systemd(loop_, [&] {
+    ++asked;
+    return alive;
+  });
+  EXPECT_TRUE(turnUntil(loop_, [&] { return asked == 3; }));
+  EXPECT_EQ(told(), "");
+  alive = true;
+  EXPECT_TRUE(turnUntil(loop_, [&] { return told() == "WATCHDOG=1"; }));
+}
+
 TEST_F(SystemdTest, WatchdogIsNotWanted_TheLoopIsNotKeptAlive) {
-  Systemd systemd(loop_);
+  Systemd systemd(loop_, [] { return true; });
   EXPECT_EQ(uv_loop_alive(loop_.uv()), 0);
 }
 
