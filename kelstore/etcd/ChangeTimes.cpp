@@ -34,7 +34,7 @@ bool isBefore(const Snapshot::Change& a, const Snapshot::Change& b) { return a.f
 }  // namespace
 
 void ChangeTimes::correct(std::vector<Snapshot::Change>& changes, const Snapshot& state, bool justNow) {
-  std::set<std::string> moved;
+  std::set<std::string> moved = noteClocks();
   for (const auto& [path, value] : changes) {
     if (!justNow || path.kind != Kind::system || !value) continue;
     std::string member(path.first());
@@ -46,10 +46,26 @@ void ChangeTimes::correct(std::vector<Snapshot::Change>& changes, const Snapshot
   if (!moved.empty()) addReportsOf(moved, changes, state);
 }
 
+ClockDifferences::Now ChangeTimes::now() const {
+  return {static_cast<double>(clock_.utcNs()) / kNsPerSecond,
+          static_cast<double>(clock_.monotonicNs()) / kNsPerSecond};
+}
+
+// The members whose correction is gone, since this machine's clock was set.
+std::set<std::string> ChangeTimes::noteClocks() {
+  std::vector<std::string> members = differences_.clocksAre(now());
+  if (!members.empty()) {
+    lines_.push_back(
+        {Lumalog::kWarningLevel,
+         fmt::format("this machine's clock was set: {} members' clocks are compared with it anew",
+                     members.size()),
+         "this machine's clock"});
+  }
+  return {members.begin(), members.end()};
+}
+
 bool ChangeTimes::noteTime(const std::string& member, double utcSeconds) {
-  ClockDifferences::Now now{static_cast<double>(clock_.utcNs()) / kNsPerSecond,
-                            static_cast<double>(clock_.monotonicNs()) / kNsPerSecond};
-  if (!differences_.published(member, utcSeconds, now)) return false;
+  if (!differences_.published(member, utcSeconds, now())) return false;
   std::string subject = "the clock of member " + member;
   double ahead = differences_.correctionSeconds(member);
   std::string what =

@@ -35,6 +35,8 @@ class ChangeTimes final {
   std::vector<Line> takeLines();
 
  private:
+  ClockDifferences::Now now() const;
+  std::set<std::string> noteClocks();
   bool noteTime(const std::string& member, double utcSeconds);
   void correct(const Path& path, std::optional<Value>& report, const Snapshot& state);
   uint64_t shownNs(const Path& path, uint64_t publishedNs, const Snapshot& state) const;

@@ -4,7 +4,6 @@
 #include <cmath>
 #include <functional>
 #include <utility>
-#include <vector>
 
 namespace Kelstore::Etcd {
 namespace {
@@ -14,13 +13,23 @@ constexpr double kMostDisagreement = 1;
 
 }  // namespace
 
+std::vector<std::string> ClockDifferences::clocksAre(const Now& now) {
+  double start = now.utcSeconds - now.monotonicSeconds;
+  double before = std::exchange(startSeconds_, start).value_or(start);
+  std::vector<std::string> changed;
+  if (std::fabs(start - before) <= kMostDisagreement) return changed;
+  for (auto& [member, one] : members_) {
+    if (one.correctionSeconds != 0) changed.push_back(member);
+    one = {.lastSeconds = one.lastSeconds};
+  }
+  return changed;
+}
+
 bool ClockDifferences::published(const std::string& member, double utcSeconds, const Now& now) {
   auto [at, isNew] = members_.try_emplace(member);
   Member& one = at->second;
   if (!isNew && one.lastSeconds == utcSeconds) return false;
   one.lastSeconds = utcSeconds;
-  double start = now.utcSeconds - now.monotonicSeconds;
-  if (std::fabs(start - std::exchange(one.startSeconds, start)) > kMostDisagreement) one.recent.clear();
   one.recent.push_back(utcSeconds - now.utcSeconds);
   if (one.recent.size() > kRecent) one.recent.pop_front();
   std::optional<Difference> difference = differenceIn(one.recent);

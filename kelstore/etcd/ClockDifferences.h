@@ -12,6 +12,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace Kelstore::Etcd {
 
@@ -37,6 +38,9 @@ class ClockDifferences final {
     double monotonicSeconds = 0;
   };
 
+  // To be told before what happens then. If this machine's clock was set, or it was asleep, nothing is known
+  // of any member any more. The members whose correction has changed by that.
+  std::vector<std::string> clocksAre(const Now& now);
   // A member has published its time just now. One that it published before says nothing. Returns whether the
   // correction has changed.
   bool published(const std::string& member, double utcSeconds, const Now& now);
@@ -48,7 +52,6 @@ class ClockDifferences final {
  private:
   struct Member {
     double lastSeconds = 0;       // published
-    double startSeconds = 0;      // when this machine's monotonic clock was 0
     std::deque<double> recent{};  // how far the last times were ahead
     std::optional<Difference> difference{};
     double correctionSeconds = 0;
@@ -56,6 +59,7 @@ class ClockDifferences final {
   static std::optional<Difference> differenceIn(const std::deque<double>& recent);
 
   std::map<std::string, Member> members_;
+  std::optional<double> startSeconds_;  // when this machine's monotonic clock was 0
 };
 
 }  // namespace Kelstore::Etcd

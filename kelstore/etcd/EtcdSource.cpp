@@ -56,7 +56,7 @@ void EtcdSource::take() {
   if (update.snapshot != nullptr) {
     if (mirrored()) mirrored_ = taken_;
     taken_ = update.revision;
-    if (!update.changed.empty()) lastChangeUtcNs_ = clock_.utcNs();
+    if (update.news) lastChangeUtcNs_ = clock_.utcNs();
     mailbox_.discard(layers_.snapshot(layer_));
     layers_.snapshotIs(layer_, std::move(update.snapshot), std::move(update.changed));
   }

@@ -62,7 +62,7 @@ void Feed::follow(Follower& follower) {
   for (Line& line : changeTimes_.takeLines()) lines_.push_back(std::move(line));
   bool settles = !settled_ && (follower.complete() || follower.unreached());
   settled_ |= settles;
-  if (settles || !lines_.empty()) mailbox_.give({nullptr, {}, 0, settles, std::exchange(lines_, {})});
+  if (settles || !lines_.empty()) mailbox_.give({.settled = settles, .lines = std::exchange(lines_, {})});
   mailbox_.statusIs(statusOf(follower));
 }
 
@@ -85,7 +85,7 @@ void Feed::decode(Batch batch) {
   revision_ = batch.revision;
   Decoder::Decoded decoded = decoder_.decode(std::move(batch), *snapshot_);
   if (whole) withdrawOthers(decoded);
-  // A watch tells of what was written just now, a listing of what was written some time ago.
+  // A watch tells of what was written just now or not long ago, a listing of what may be old.
   bool justNow = state_ == Follower::State::watching;
   changeTimes_.correct(decoded.changes, *snapshot_, justNow);
   clocks_.take(decoded, clock_, !justNow);
@@ -93,7 +93,7 @@ void Feed::decode(Batch batch) {
   snapshot_ = std::make_shared<const Snapshot>(snapshot_->with(std::move(decoded.changes), changed));
   noteMembers(decoded.members);
   listed_ = true;
-  if (visible_) mailbox_.give({snapshot_, std::move(changed), revision_, false, {}});
+  if (visible_) give(std::move(changed), /*news=*/true);
 }
 
 uint64_t Feed::wakeAtMs() const {
@@ -107,7 +107,14 @@ void Feed::tick() {
   if (changes.empty()) return;
   std::vector<Path> changed;
   snapshot_ = std::make_shared<const Snapshot>(snapshot_->with(std::move(changes), changed));
-  if (visible_) mailbox_.give({snapshot_, std::move(changed), revision_, false, {}});
+  if (visible_) give(std::move(changed), /*news=*/false);
+}
+
+void Feed::give(std::vector<Path> changed, bool news) {
+  news = news && !changed.empty();
+  auto shown = visible_ ? snapshot_ : std::make_shared<const Snapshot>();
+  mailbox_.give(
+      {.snapshot = std::move(shown), .changed = std::move(changed), .revision = revision_, .news = news});
 }
 
 // Ends the grace of those who have not come back.
@@ -151,10 +158,9 @@ void Feed::noteMembers(const std::map<std::string, int64_t>& leases) {
     }
     Member& member = members_[name];
     member.status.member = name;
-    if (auto clock = changeTimes_.differenceOf(name)) {
-      member.status.clockAheadSeconds = clock->aheadSeconds;
-      member.status.clockErrorSeconds = clock->errorSeconds;
-    }
+    auto clock = changeTimes_.differenceOf(name);
+    member.status.clockAheadSeconds = clock ? std::optional(clock->aheadSeconds) : std::nullopt;
+    member.status.clockErrorSeconds = clock ? clock->errorSeconds : 0;
     // The first listing says nothing of when its keys changed.
     if (listed_) member.status.lastChangeUtcNs = clock_.utcNs();
     if (lease != 0 && lease != std::exchange(member.lease, lease)) {
@@ -167,8 +173,7 @@ void Feed::noteMembers(const std::map<std::string, int64_t>& leases) {
 
 void Feed::visibleIs(bool visible) {
   if (visible == std::exchange(visible_, visible)) return;
-  auto shown = visible ? snapshot_ : std::make_shared<const Snapshot>();
-  mailbox_.give({std::move(shown), pathsOf(*snapshot_), revision_, false, {}});
+  give(pathsOf(*snapshot_), /*news=*/true);
 }
 
 void Feed::tell(int level, std::string text) { lines_.push_back({level, std::move(text)}); }

@@ -56,6 +56,8 @@ class Feed {
   void decode(Batch batch);
   void endGrace();
   void tick();
+  // news: something was written, so that it is a change of the source.
+  void give(std::vector<Path> changed, bool news);
   void noteHeldMembers();
   uint64_t nowMs() const { return clock_.monotonicNs() / 1'000'000; }
   void noteMembers(const std::map<std::string, int64_t>& leases);

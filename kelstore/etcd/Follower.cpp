@@ -154,7 +154,10 @@ void Follower::succeeds(const Follower& other) {
 void Follower::listed(uint64_t nowMs, Page page) {
   int64_t revision = answered_ ? listingAt_.revision : page.header.revision;
   if (foreign(page.header) || contradicts(page.records, revision)) return otherStoreIs(nowMs, page.header);
-  if (!answered_) listingAt_ = page.header;
+  if (!answered_) {
+    listingAt_ = page.header;
+    valuesDue_ = false;
+  }
   answered_ = true;
   otherStore_.clear();
   if (page.header.clusterId != listingAt_.clusterId) {
@@ -176,7 +179,6 @@ void Follower::listed(uint64_t nowMs, Page page) {
   give({applied_, table_.listingEnds(), whole});
   complete_ = true;
   mustList_ = false;
-  valuesDue_ = false;
   openWatch(nowMs);
 }
 

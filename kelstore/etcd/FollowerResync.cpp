@@ -11,7 +11,7 @@ namespace Kelstore::Etcd {
 void Follower::resyncNext(uint64_t nowMs) {
   if (!resyncing_) {
     resyncing_ = true;
-    withValues_ = valuesDue_;
+    withValues_ = std::exchange(valuesDue_, false);
     resyncFrom_ = settings_.prefix;
     missed_ = false;
     table_.resyncBegins();
@@ -42,7 +42,9 @@ void Follower::resynced(uint64_t nowMs, const Page& page) {
   settleSuspects(nowMs);
 }
 
+// One that is given up is still due.
 void Follower::resyncEnds(uint64_t atMs) {
+  valuesDue_ |= resyncing_ && withValues_ && resyncTo_.empty();
   table_.resyncEnds(applied_, resyncRead_);
   resyncing_ = false;
   resyncPageAsked_ = false;
@@ -84,7 +86,7 @@ void Follower::settleSuspects(uint64_t nowMs) {
   if (!repaired.changes.empty()) give(std::move(repaired));
   if (!resyncRead_ || !suspects_.empty()) return;
   if (!differsTo_.empty()) return readValues(nowMs);
-  if (withValues_ && resyncTo_.empty()) valuesDue_ = false;
+  withValues_ = false;
   ++counters_.resyncs;
   resyncEnds(nowMs + settings_.resyncMs);
   if (!missed_) return;

@@ -27,6 +27,7 @@ void Mailbox::give(Update update) {
     update.snapshot = std::move(before.snapshot);
     update.revision = before.revision;
   }
+  update.news |= before.news;
   update.settled |= before.settled;
   update.leasesAsked |= before.leasesAsked;
   before.lines.insert(before.lines.end(), std::make_move_iterator(update.lines.begin()),

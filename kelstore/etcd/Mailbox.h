@@ -19,12 +19,13 @@ namespace Kelstore::Etcd {
 class Mailbox {
  public:
   struct Update {
-    std::shared_ptr<const Snapshot> snapshot;  // null: the state has not changed
-    std::vector<Path> changed;                 // sorted
-    int64_t revision = 0;                      // of the snapshot
-    bool settled = false;                      // the source's layer may settle
+    std::shared_ptr<const Snapshot> snapshot = {};  // null: the state has not changed
+    std::vector<Path> changed = {};                 // sorted
+    int64_t revision = 0;                           // of the snapshot
+    bool settled = false;                           // the source's layer may settle
     std::vector<Line> lines = {};
     bool leasesAsked = false;  // the members' lease times are up to date
+    bool news = false;         // not all that changed goes on by itself
   };
   // Lines beyond this are dropped until the loop takes some.
   static constexpr size_t kMaxLines = 100;

@@ -1,6 +1,7 @@
 #include "kelstore/etcd/RunningClocks.h"
 
 #include <algorithm>
+#include <cmath>
 
 #include "kelstore/Fields.h"
 
@@ -16,6 +17,13 @@ uint64_t ageNs(const System& system, uint64_t utcNs) {
   return likely ? static_cast<uint64_t>(seconds * 1e9) : 0;
 }
 
+// Whether both are of the same run of the machine, with a clock that was not set in between.
+bool startedTogether(const System& a, const System& b) {
+  if (a.systemUptime <= 0 || b.systemUptime <= 0) return false;
+  double apart = a.currentTimeUtc - a.systemUptime - (b.currentTimeUtc - b.systemUptime);
+  return std::fabs(apart) <= RunningClocks::kSameStartSeconds;
+}
+
 }  // namespace
 
 void RunningClocks::take(Decoder::Decoded& decoded, const Zavro::Clock& clock, bool old) {
@@ -28,10 +36,12 @@ void RunningClocks::take(Decoder::Decoded& decoded, const Zavro::Clock& clock, b
       continue;
     }
     const System& system = value->get<System>();
-    Running running{system, nowNs - (old ? ageNs(system, clock.utcNs()) : 0)};
     if (running_.empty()) nextMs_ = msOf(nowNs) + kTickMs;
-    running_[path] = running;
-    value = asOf(running, nowNs);
+    auto [running, isNew] = running_.try_emplace(path);
+    if (isNew || !startedTogether(running->second.system, system)) running->second.shown = system;
+    running->second.system = system;
+    running->second.writtenNs = nowNs - (old ? ageNs(system, clock.utcNs()) : 0);
+    value = show(running->second, nowNs);
   }
 }
 
@@ -40,20 +50,22 @@ std::vector<Snapshot::Change> RunningClocks::tick(const Zavro::Clock& clock, con
   std::vector<Snapshot::Change> changes;
   if (msOf(nowNs) < wakeAtMs()) return changes;
   nextMs_ = msOf(nowNs) + kTickMs;
-  for (const auto& [path, running] : running_) {
-    if (!grace.holds(std::string(path.first()))) changes.emplace_back(path, asOf(running, nowNs));
+  for (auto& [path, running] : running_) {
+    if (!grace.holds(std::string(path.first()))) changes.emplace_back(path, show(running, nowNs));
   }
   return changes;
 }
 
 // A machine whose uptime is not known has none.
-System RunningClocks::asOf(const Running& running, uint64_t nowNs) {
+const System& RunningClocks::show(Running& running, uint64_t nowNs) {
   System system = running.system;
   double seconds = static_cast<double>(nowNs - running.writtenNs) / 1e9;
-  // Never beyond what can be served.
-  system.currentTimeUtc = std::min(system.currentTimeUtc + seconds, kUtcSeconds.max);
   if (system.systemUptime > 0) system.systemUptime += seconds;
-  return system;
+  system.systemUptime = std::max(system.systemUptime, running.shown.systemUptime);
+  // Never beyond what can be served.
+  system.currentTimeUtc =
+      std::max(std::min(system.currentTimeUtc + seconds, kUtcSeconds.max), running.shown.currentTimeUtc);
+  return running.shown = system;
 }
 
 }  // namespace Kelstore::Etcd

@@ -397,7 +397,7 @@ class Session::Impl {
     if (!connection_ || loggingIn_) leases_.clear();
     for (; !leases_.empty() && leaseQuestions_ < kLeasesAtOnce; leases_.pop_back())
       askForLease(leases_.back());
-    if (leaseQuestions_ == 0) mailbox_.give({nullptr, {}, 0, false, {}, true});
+    if (leaseQuestions_ == 0) mailbox_.give({.leasesAsked = true});
   }
 
   void askForLease(int64_t lease) {

@@ -139,6 +139,21 @@ TEST_F(ChangeTimesTest, ReportGoes_NothingOfItIsLeft) {
   EXPECT_EQ(showsClock("7", 3600), "");
 }
 
+// As when a machine without a clock of its own hears from NTP: all members seemed to be ahead.
+TEST_F(ChangeTimesTest, OurClockIsSet_NothingIsCorrectedUntilClocksAreComparedAnew) {
+  showsClock("7", 3600);
+  double before = now();
+  take({changed(report("7", "1"), before + 3600)});
+  lines();
+  clock_.utcNsIs(clock_.utcNs() + 3600 * kSecond);
+  EXPECT_EQ(take({changed(report("7", "2"), now())}), fmt::format("7/1={} 7/2={}", before + 3600, now()));
+  EXPECT_EQ(times_.differenceOf("7"), std::nullopt);
+  EXPECT_THAT(lines(),
+              ElementsAre("1 this machine's clock was set: 1 members' clocks are compared with it anew"));
+  EXPECT_EQ(showsClock("7", 0), "");
+  EXPECT_EQ(times_.differenceOf("7")->aheadSeconds, 0);
+}
+
 TEST_F(ChangeTimesTest, NoChangeYet_AndTimesOutOfRange_StayWithinTheRange) {
   showsClock("7", 3600);
   showsClock("8", -1e11);

@@ -2,7 +2,7 @@
 // that are set, and with every kind of delay.
 #include "kelstore/etcd/ClockDifferences.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <optional>
 #include <vector>
@@ -117,11 +117,19 @@ TEST_F(ClockDifferencesTest, ClockIsSet_TheNewDifferenceCountsAfterAFewTimes) {
 }
 
 TEST_F(ClockDifferencesTest, OurClockIsSet_OldDifferencesDoNotCount) {
+  using testing::ElementsAre;
+  EXPECT_THAT(differences_.clocksAre({utc_, monotonic_}), ElementsAre());
   publishes(0, std::vector<double>(8, 0.0));
+  EXPECT_THAT(differences_.clocksAre({utc_, monotonic_}), ElementsAre());
   utc_ += 1000;
+  EXPECT_THAT(differences_.clocksAre({utc_, monotonic_}), ElementsAre()) << "nothing was corrected";
+  EXPECT_EQ(differences_.of("7"), std::nullopt);
   EXPECT_EQ(publishes(-1000, {0, 0}), 0);
   EXPECT_EQ(publishes(-1000, {0}), 1);
   EXPECT_EQ(correction(), -1000);
+  utc_ -= 1000;
+  EXPECT_THAT(differences_.clocksAre({utc_, monotonic_}), ElementsAre("7"));
+  EXPECT_EQ(correction(), 0);
 }
 
 TEST_F(ClockDifferencesTest, ValueIsWrittenAgain_SaysNothing) {

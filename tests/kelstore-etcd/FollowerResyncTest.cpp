@@ -22,10 +22,10 @@ class ResyncTest : public FollowerTest {
     for (Record& one : records) one.keyOnly = true;
     page(header, std::move(records));
   }
-  // Time passes; the watch gives signs of life.
-  void advanceHearing(uint64_t ms) {
+  // Time passes; the watch gives signs of life, after so many elections.
+  void advanceHearing(uint64_t ms, uint64_t elections = 0) {
     for (uint64_t end = now_ + ms; now_ < end;) {
-      says(at(10), {});
+      says(at(10, kCluster, kTerm + elections), {});
       advance(std::min<uint64_t>(end - now_, 1000));
     }
   }
@@ -389,6 +389,38 @@ TEST_F(ResyncTest, StoreIsLostMeanwhile_TheResyncBeginsAnewSoonAfter) {
   created(at(15));
   commands();
   advance(Follower::kResumedResyncMs);
+  EXPECT_THAT(commands(), ElementsAre("read p/ at 0 x500"));
+}
+
+// What was compared before the second one may have been lost in it.
+TEST_F(ResyncTest, ElectionWhileValuesAreRead_AllValuesAreComparedOnceMore) {
+  page(at(10), {record("p/a", "1", 3), record("p/b", "2", 5)});
+  commands();
+  advanceHearing(60'000, 1);
+  ASSERT_THAT(commands(), ElementsAre("read p/ at 0 x500"));
+  page(at(10, kCluster, kTerm + 1), {record("p/a", "1", 3)}, true);
+  advanceHearing(Follower::kResyncPauseMs, 2);
+  ASSERT_THAT(commands(), ElementsAre("read p/a+ at 0 x500"));
+  page(at(10, kCluster, kTerm + 2), {record("p/b", "2", 5)});
+  EXPECT_EQ(follower_.counters().resyncs, 2u);
+  advanceHearing(60'000, 2);
+  ASSERT_THAT(commands(), ElementsAre("read p/ at 0 x500"));
+  page(at(10, kCluster, kTerm + 2), {record("p/a", "1", 3), record("p/b", "2", 5)});
+  advanceHearing(60'000, 2);
+  EXPECT_THAT(commands(), ElementsAre("read p/ at 0 x500 keys"));
+}
+
+TEST_F(ResyncTest, AuditOfValuesFails_TheNextOneReadsThemToo) {
+  page(at(10), {record("p/a", "1", 3), record("p/b", "2", 5)});
+  commands();
+  advanceHearing(60'000, 1);
+  ASSERT_THAT(commands(), ElementsAre("read p/ at 0 x500"));
+  while (follower_.counters().resyncFailures == 0) {
+    follower_.pageFailed(now_, follower_.pageAsked(), PageFailure::other, "no");
+    advanceHearing(Follower::kResyncPauseMs, 1);
+  }
+  commands();
+  advanceHearing(60'000 - Follower::kResyncPauseMs, 1);
   EXPECT_THAT(commands(), ElementsAre("read p/ at 0 x500"));
 }
 

@@ -49,11 +49,50 @@ TEST_F(RunningClocksTest, NothingIsWritten_UptimeAndDateGoOn) {
   EXPECT_EQ(shown(), "up 105.0, date 1016.5");
 }
 
+TEST_F(RunningClocksTest, ThatTheyGoOn_IsNoChangeOfTheSource) {
+  listedWith(figures(9, 1001));
+  EXPECT_TRUE(mailbox_.take().news);
+  advance(1'000);
+  Mailbox::Update update = mailbox_.take();
+  EXPECT_EQ(update.changed.size(), 1u);
+  EXPECT_FALSE(update.news);
+  event(figures(11, 1003));
+  advance(1'000);
+  EXPECT_TRUE(mailbox_.take().news) << "both at once";
+}
+
 TEST_F(RunningClocksTest, ListingShowsAnOldValue_ItIsAsMuchOlderAsTheClocksDiffer) {
   listedWith(figures(9, 1001 - 20));
   EXPECT_EQ(shown(), "up 120.0, date 1001.0");
   event(figures(11, 1001 - 20));
-  EXPECT_EQ(shown(), "up 100.0, date 981.0") << "it was written just now, so the clocks differ";
+  EXPECT_EQ(shown(), "up 120.0, date 1001.0") << "it was written just now, so the clocks differ";
+  advance(20'000);
+  EXPECT_EQ(shown(), "up 120.0, date 1001.0");
+  advance(1'000);
+  EXPECT_EQ(shown(), "up 121.0, date 1002.0");
+}
+
+// As when an election kept it waiting: uptime does not go back as if the machine had started again.
+TEST_F(RunningClocksTest, WriteArrivesLate_TheyStandStillUntilItHasCaughtUp) {
+  auto written = [this](int64_t revision, double boot, double clock) {
+    event({"p/members/1/figures",
+           fmt::format(R"({{"bootTime": {}, "clock": {}, "users": 0, "processes": 0, "memorySize": 0}})",
+                       boot, clock),
+           revision, 77});
+  };
+  listedWith(figures(9, 1001));
+  advance(10'000);
+  EXPECT_EQ(shown(), "up 110.0, date 1011.0");
+  written(11, 901.5, 1008);
+  EXPECT_EQ(shown(), "up 110.0, date 1011.0");
+  advance(2'000);
+  EXPECT_EQ(shown(), "up 110.0, date 1011.0");
+  advance(2'000);
+  EXPECT_EQ(shown(), "up 110.5, date 1012.0");
+  written(12, 901.5, 1014);
+  EXPECT_EQ(shown(), "up 112.5, date 1014.0") << "what was wrong does not add up";
+  written(13, 1013, 1013.5);
+  EXPECT_EQ(shown(), "up 0.5, date 1013.5") << "it started again";
 }
 
 TEST_F(RunningClocksTest, ListingShowsAValueOfAnotherTime_ItCountsAsWrittenJustNow) {
