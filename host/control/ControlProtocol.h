@@ -14,6 +14,8 @@ inline constexpr size_t kMaxRequestBytes = 64 * 1024;
 
 // Operations, the member "op" of a request.
 inline constexpr const char* kOpStatus = "status";
+// The same, but for what stores have to be asked for: of members' leases it shows what is known.
+inline constexpr const char* kOpReady = "ready";
 inline constexpr const char* kOpTables = "tables";
 inline constexpr const char* kOpAccept = "accept";
 

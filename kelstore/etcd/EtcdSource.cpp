@@ -60,7 +60,10 @@ void EtcdSource::take() {
     mailbox_.discard(layers_.snapshot(layer_));
     layers_.snapshotIs(layer_, std::move(update.snapshot), std::move(update.changed));
   }
-  if (update.leasesAsked) refreshed();
+  if (update.leasesAsked) {
+    refreshedNs_ = clock_.monotonicNs();
+    refreshed();
+  }
   if (!update.settled || settled_) return;
   settled_ = true;
   patience_.reset();
@@ -68,6 +71,7 @@ void EtcdSource::take() {
 }
 
 void EtcdSource::refresh(std::function<void()> done) {
+  if (refreshedNs_ && clock_.monotonicNs() - *refreshedNs_ < kRefreshAgainMs * 1'000'000) return done();
   refreshing_.push_back(std::move(done));
   if (refreshing_.size() > 1) return;
   refreshBy_ = io_.after(kRefreshMs, [this] { refreshed(); });

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <thread>
 
@@ -20,9 +21,10 @@ namespace Kelstore::Etcd {
 
 class EtcdSource final : public Source {
  public:
-  static constexpr uint64_t kPatienceMs = 5'000;     // with the first listing, before the source settles
-  static constexpr uint64_t kRetryThreadMs = 1'000;  // when the system has no thread left
-  static constexpr uint64_t kRefreshMs = 2'000;      // for the store to say what time the leases have left
+  static constexpr uint64_t kPatienceMs = 5'000;      // with the first listing, before the source settles
+  static constexpr uint64_t kRetryThreadMs = 1'000;   // when the system has no thread left
+  static constexpr uint64_t kRefreshMs = 2'000;       // for the store to say what time the leases have left
+  static constexpr uint64_t kRefreshAgainMs = 5'000;  // for so long it is not asked again
 
   // name: in status and log lines. Layers, io, clock and threads outlive the source; the clock is read on two
   // threads.
@@ -58,6 +60,7 @@ class EtcdSource final : public Source {
   std::unique_ptr<Runtime::Io::Activity> retry_;
   std::unique_ptr<Runtime::Io::Activity> refreshBy_;
   std::vector<std::function<void()>> refreshing_;
+  std::optional<uint64_t> refreshedNs_;  // when the store has said it last
   std::unique_ptr<Runtime::Io::Waker> waker_;
   Mailbox mailbox_;
   Session session_;

@@ -25,9 +25,9 @@ using TrelCtl::Json;
 constexpr int kFailed = 1;
 constexpr int kRetryMs = 50;
 
-Json status(const std::string& path, int answerMs = ControlClient::kAnswerMs) {
+Json answerTo(const char* op, const std::string& path, int answerMs = ControlClient::kAnswerMs) {
   ControlClient client(path, answerMs);
-  client.send(Control::kOpStatus);
+  client.send(op);
   return client.receive();
 }
 
@@ -56,7 +56,8 @@ void waitUntilReady(const std::string& path, double timeoutSeconds) {
     std::string problem;
     try {
       auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
-      Json now = status(path, static_cast<int>(std::clamp<int64_t>(left, 1, ControlClient::kAnswerMs)));
+      Json now = answerTo(Control::kOpReady, path,
+                          static_cast<int>(std::clamp<int64_t>(left, 1, ControlClient::kAnswerMs)));
       if (now.at("ready") == true) return;
       problem = missing(now);
     } catch (const TrelCtl::Unreachable& error) {
@@ -101,7 +102,7 @@ struct Command {
     }
   }
   void runStatus() const {
-    Json now = status(socket());
+    Json now = answerTo(Control::kOpStatus, socket());
     now.erase("ok");
     fmt::print("{}", json ? dumped(now) : TrelCtl::renderStatus(now));
   }

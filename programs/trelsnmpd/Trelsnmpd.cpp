@@ -144,15 +144,16 @@ void Daemon::answer(const std::string& request, const Host::ControlServer::Answe
   }
   const auto& op = json["op"].get_ref<const std::string&>();
   if (op == Control::kOpTables) return answer(Host::tableReport(cluster_->trelMib()));
-  if (op == Control::kOpStatus) {
-    return cluster_->refreshSources([this, answer] {
-      answer(Host::statusReport({options_.member, clock_.monotonicNs() - startedNs_, clock_.utcNs(), *snmp_,
-                                 *cluster_, *scheduler_, log_.state()}));
-    });
-  }
+  auto report = [this, answer] {
+    answer(Host::statusReport({options_.member, clock_.monotonicNs() - startedNs_, clock_.utcNs(), *snmp_,
+                               *cluster_, *scheduler_, log_.state()}));
+  };
+  if (op == Control::kOpReady) return report();
+  if (op == Control::kOpStatus) return cluster_->refreshSources(report);
   if (op == Control::kOpAccept) return answer(acceptStores());
-  answer(Host::errorReply(fmt::format("found op \"{}\", expected {}, {} or {}", op.substr(0, 40),
-                                      Control::kOpStatus, Control::kOpTables, Control::kOpAccept)));
+  answer(Host::errorReply(fmt::format("found op \"{}\", expected {}, {}, {} or {}", op.substr(0, 40),
+                                      Control::kOpStatus, Control::kOpReady, Control::kOpTables,
+                                      Control::kOpAccept)));
 }
 
 std::unique_ptr<Host::Reply> Daemon::acceptStores() {

@@ -120,10 +120,11 @@ TEST_F(Etcd, ServerIsNotThereYet_OtherSourcesAreServed_AndItIsCompleteOnceItIs) 
   EXPECT_TRUE(becomes("1.2=3 7.8=3", 20s));
 }
 
-TEST_F(Etcd, ServerHangs_TheDaemonServesAndEndsAtOnce) {
-  reports(1, 2, "reachable");
+TEST_F(Etcd, ServerHangs_TheDaemonIsReadyServesAndEndsAtOnce) {
+  reports(1, 2, "reachable", lease());
   following().start();
   etcd_.process(0)->signal(SIGSTOP);
+  EXPECT_EQ(daemon_.ctl({"wait", "--timeout", "1"}).status, 0) << "the store need not be asked for that";
   EXPECT_TRUE(storeIs("held", 30s));
   EXPECT_EQ(shown(), "1.2=3");
   EXPECT_EQ(daemon_.process().stop(SIGTERM, 2s), 0);
@@ -188,6 +189,8 @@ TEST_F(EtcdFigures, EitherForm_IsTheSameTables_AndThePackedOneCounts) {
   puts("members/1/storage/%2F", R"({"allocationUnits": 4096, "size": 1000, "free": 400})");
   puts("members/1/processors/1", R"({"load": 33})");
   puts("members/1/processors/2", R"({"load": 41})");
+  reports(1, 2, "reachable");
+  ASSERT_TRUE(becomes("1.2=3")) << "all that was written before is served";
   EXPECT_EQ(hostTables(), packed);
   for (const char* form : {"trel/members/1/figures", "trel/members/1/filesystems"}) etcd_.ctl({"del", form});
   ASSERT_TRUE(loadIs(41)) << "which had no effect before";
@@ -219,6 +222,17 @@ TEST_F(EtcdFigures, WithoutALease_TheyStandStill) {
   figures(35);
   std::string first;
   ASSERT_TRUE(Support::waitUntil([&] { return (first = daemon_.manager().walk("sys")) == before; })) << first;
+  // Another member's go on meanwhile.
+  puts("members/2/figures", R"({"bootTime": 1, "clock": 1000, "users": 0, "processes": 1, "memorySize": 1})",
+       {"--lease=" + lease()});
+  std::string last = before;
+  for (int change = 0; change < 4; ++change) {
+    std::string now;
+    ASSERT_TRUE(Support::waitUntil([&] { return (now = daemon_.manager().walk("sys")) != last; })) << last;
+    last = now;
+  }
+  std::istringstream rows(before);
+  for (std::string row; std::getline(rows, row);) EXPECT_THAT(last, HasSubstr(row + "\n"));
 }
 
 // Its change would be from before the agent's start.

@@ -44,6 +44,11 @@ TEST_F(EtcdSourceTest, NobodyAsksForTheStatus_NoLeaseIsAskedAfter_AndThenEachOnc
   EXPECT_EQ(etcd.metric(questions), 0);
   ASSERT_TRUE(refreshed());
   EXPECT_EQ(etcd.metric(questions), 40);
+  ASSERT_TRUE(refreshed());
+  EXPECT_EQ(etcd.metric(questions), 40) << "all who look at once get the same answer";
+  clock_.leap(std::chrono::milliseconds(EtcdSource::kRefreshAgainMs));
+  ASSERT_TRUE(refreshed());
+  EXPECT_EQ(etcd.metric(questions), 80);
   for (const MemberStatus& member : status().store->members) EXPECT_TRUE(member.leaseLeftSeconds);
 }
 
@@ -56,6 +61,7 @@ TEST_F(EtcdSourceTest, StoreHangs_TheReportIsNotKeptWaiting) {
   ASSERT_TRUE(until([&] { return world_.host("3") != nullptr; }));
   ASSERT_TRUE(refreshed());
   etcd.process(0)->signal(SIGSTOP);
+  clock_.leap(std::chrono::milliseconds(EtcdSource::kRefreshAgainMs));
   bool done = false;
   source_->refresh([&done] { done = true; });
   io_.work();
