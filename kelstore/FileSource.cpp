@@ -1,5 +1,7 @@
 #include "kelstore/FileSource.h"
 
+#include <fmt/format.h>
+
 #include "runtime/Errors.h"
 #include "runtime/Memory.h"
 
@@ -48,13 +50,23 @@ void FileSource::read() {
   unreadSinceNs_.reset();
   reading_ = true;
   changedMeanwhile_ = false;
+  answerBy_ = io_.after(kAnswerMs, [this] { hangs(); });
   offLoop_.run(
       [path = path_, limits = limits_, before = layer_.snapshot()] { return attempt(path, limits, *before); },
       [this](Attempt attempt) { attempted(std::move(attempt)); });
 }
 
+// Other sources are not to wait for this one.
+void FileSource::hangs() {
+  Reading reading;
+  reading.error = fmt::format(": not read within {} s, still waiting for it; what was read before stays",
+                              kAnswerMs / 1000);
+  layer_.readingIs(std::move(reading));
+}
+
 void FileSource::attempted(Attempt attempt) {
   reading_ = false;
+  answerBy_.reset();
   if (changedMeanwhile_) readAfter(kQuietMs);
   if (attempt.reading.snapshot == nullptr && !failureCounts(attempt)) {
     if (!timer_) readAfter(kConfirmMs);

@@ -34,6 +34,13 @@ void EtcdSource::start() {
   patience_ = io_.after(kPatienceMs, [this] {
     settled_ = true;
     outOfPatienceUtcNs_ = clock_.utcNs();
+    if (mailbox_.status().lastError.empty()) {
+      traceHandle.trace(
+          {name_, ""}, kErrorLevel,
+          "{}: nothing read within {} s: neither the servers nor the file system of what --etcd-... names "
+          "may have answered; still trying",
+          name_, kPatienceMs / 1000);
+    }
     layers_.settledIs(layer_);
   });
   startThread();

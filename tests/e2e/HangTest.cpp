@@ -63,7 +63,8 @@ class Hang : public testing::Test {
 
 TEST_F(Hang, StateFile_AgentAnswersAndSaysWhatItWaitsFor) {
   HangingMount hanging(place_);
-  daemon_.with({"--state", "embedded", "--state", "file:" + place_ + "/state.json"});
+  daemon_.with({"--state", "file:" + daemon_.dir().write("other.json", documentOf(kReports)), "--state",
+                "file:" + place_ + "/state.json"});
   daemon_.launch();
   EXPECT_TRUE(waitUntil([&] { return daemon_.ctl({"status"}).status == 0; }));
   EXPECT_GT(daemon_.manager().upTime(), 0u);
@@ -71,6 +72,20 @@ TEST_F(Hang, StateFile_AgentAnswersAndSaysWhatItWaitsFor) {
     return daemon_.ctl({"wait", "--timeout", "0.2"}).err.find("state.json is still loading") !=
            std::string::npos;
   }));
+  EXPECT_TRUE(answers()) << "what other sources say";
+  EXPECT_THAT(daemon_.process().err(), HasSubstr(place_ + "/state.json: not read within 3 s"));
+  ends();
+}
+
+TEST_F(Hang, CredentialsOfAStore_OtherSourcesAreServedAndTheLogSaysWhatIsMissing) {
+  HangingMount hanging(place_);
+  daemon_.with({"--state", "file:" + daemon_.dir().write("other.json", documentOf(kReports)), "--state",
+                "etcd:127.0.0.1:1/trel", "--etcd-credentials", place_ + "/credentials.json"});
+  daemon_.launch();
+  EXPECT_TRUE(answers());
+  EXPECT_TRUE(waitUntil([&] {
+    return daemon_.process().err().find("nothing read within 5 s") != std::string::npos;
+  })) << daemon_.process().err();
   ends();
 }
 

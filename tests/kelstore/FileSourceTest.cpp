@@ -172,6 +172,28 @@ TEST_F(FileSourceTest, BadForLong_OneLineAndTheLastGoodStateStays_UntilItIsGoodA
   EXPECT_EQ(source_->status().staleSinceUtcNs, 0u);
 }
 
+TEST_F(FileSourceTest, ReadingHangsAtTheStart_OneLineAndOthersNeedNotWait_UntilItEnds) {
+  dir_.write("state.json", ifIndexes("1"));
+  LayeredState::Layer other = world_.layers.addLayer();
+  start();
+  io_.hangFirst();
+  EXPECT_EQ(world_.says(R"({"interfaces": {"b": {"ifIndex": 2}}})", other), "") << "they wait";
+  io_.advance(FileSource::kAnswerMs - 1);
+  EXPECT_EQ(world_.drained(), "");
+  io_.advance(1);
+  EXPECT_EQ(world_.drained(), "ifIndex[b]");
+  EXPECT_EQ(state(), SourceStatus::State::stale);
+  EXPECT_THAT(
+      told(),
+      ElementsAre(
+          "Kelstore/0 state.json: not read within 3 s, still waiting for it; what was read before stays"));
+  EXPECT_EQ(changed(), "");
+  EXPECT_THAT(told(), IsEmpty());
+  io_.hungReturn();
+  EXPECT_EQ(settled(), "ifIndex[a]");
+  EXPECT_EQ(state(), SourceStatus::State::current);
+}
+
 TEST_F(FileSourceTest, BadAgainAfterItWasGood_IsToldAgain) {
   dir_.write("state.json", "x");
   start();
