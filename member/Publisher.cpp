@@ -106,7 +106,7 @@ void Publisher::takeLease() {
 void Publisher::granted(Lease lease) {
   traceHandle.trace(kHealthLevel, "lease {:x} was granted, for {} s", lease, settings_.ttlSeconds);
   owners_.self = lease;
-  proven();
+  proven(clock_.monotonicNs());
   if (!ending()) renewLater();
   step();
 }
@@ -127,9 +127,7 @@ void Publisher::readInState(State state, std::function<void(LeaseStore::Holdings
 }
 
 void Publisher::listed(LeaseStore::Holdings holdings) {
-  written_ = written_ || std::any_of(holdings.begin(), holdings.end(), [this](const auto& entry) {
-               return entry.second.lease == owners_.self;
-             });
+  noteUnanswered(holdings);
   for (Lease other : otherLeases(holdings, owners_.self)) {
     if (owners_.are(other)) continue;
     if (written_) return standBy(other);
@@ -140,6 +138,20 @@ void Publisher::listed(LeaseStore::Holdings holdings) {
   if (!written_ && listener_.earlierIs) std::exchange(listener_.earlierIs, {})(*holdings_);
   lookAgainNs_ = clock_.monotonicNs() + kLookAgainSeconds * kMsPerSecond * kNsPerMs;
   step();
+}
+
+// A transaction that was not answered, or whose repetition was refused, may have been carried out: then there
+// are keys under the lease that changed since the last one that was answered.
+void Publisher::noteUnanswered(const LeaseStore::Holdings& holdings) {
+  int64_t newest = 0;
+  for (const auto& [path, held] : holdings) {
+    if (held.lease != owners_.self) continue;
+    written_ = true;
+    newest = std::max(newest, held.revision);
+  }
+  if (newest <= revision_) return;
+  revision_ = newest;
+  proven(askedNs_);
 }
 
 void Publisher::standBy(Lease other) {
@@ -185,7 +197,7 @@ void Publisher::write() {
   if (changes.empty()) {
     worked(Trouble::call);
     // Nothing of this member is in the store, so nothing can stand still.
-    if (nowNs >= provenNs_ + proofNs()) proven();
+    if (nowNs >= provenNs_ + proofNs()) proven(nowNs);
     enter(State::published, msUntil(std::min(lookAgainNs_, provenNs_ + proofNs())));
     if (listener_.published) std::exchange(listener_.published, {})();
     return;
@@ -196,12 +208,13 @@ void Publisher::write() {
   if (more) changes.resize(kMaxChanges);
   traceHandle.trace(kWriteLevel, "writes {} keys, the first is {}", changes.size(), changes[0].path.text());
   enter(State::writing);
+  askedNs_ = nowNs;
   call<int64_t>(
       [changes, preconditions = preconditions(changes, *holdings_, owners_.self),
        lease = owners_.self](LeaseStore& store) { return store.write(changes, preconditions, lease); },
       [this, changes, more, nowNs, lease = owners_.self](int64_t revision) {
         if (lease != owners_.self) return step();
-        proven();
+        proven(clock_.monotonicNs());
         for (const LeaseStore::Change& change : changes) small_.written(change.path, nowNs);
         // The rest follows at once.
         if (more) writableNs_ = 0;
@@ -331,8 +344,9 @@ bool Publisher::mayRenew() {
   return false;
 }
 
-void Publisher::proven() {
-  provenNs_ = clock_.monotonicNs();
+void Publisher::proven(uint64_t atNs) {
+  provenNs_ = std::max(provenNs_, atNs);
+  if (clock_.monotonicNs() - provenNs_ > ttlNs()) return;
   writeError_.clear();
   if (!std::exchange(lapsing_, false)) return;
   traceHandle.trace(kHealthLevel, "writes work again, lease {:x} is renewed", owners_.self);

@@ -18,9 +18,9 @@
 // they are written anew under another one, without reading the store before, if none of them is there.
 //
 // Rows whose figures stand still never look alive: a transaction is carried out at least once in two thirds
-// of the lease's time, with a small change, or a key that is written as it is if nothing changed. If none was
-// for the lease's time, for whatever reason, the lease is not renewed any more until one is; so all rows go
-// within twice that time.
+// of the lease's time, with a small change, or a key that is written as it is if nothing changed. One whose
+// answer was lost counts once its keys have been read. If none was carried out for the lease's time, for
+// whatever reason, the lease is not renewed any more until one is; so all rows go within twice that time.
 //
 // While the store does not answer, calls are repeated with growing delays. On the event loop's thread; each
 // call of the store is on a thread of its own.
@@ -127,6 +127,7 @@ class Publisher final {
   void list();
   void readInState(State state, std::function<void(LeaseStore::Holdings)> take);
   void listed(LeaseStore::Holdings holdings);
+  void noteUnanswered(const LeaseStore::Holdings& holdings);
   void standBy(Lease other);
   void waitForOther(Lease other);
   void look();
@@ -145,7 +146,7 @@ class Publisher final {
   void renewed(const absl::Status& answer);
   void noteSleep();
   bool mayRenew();
-  void proven();
+  void proven(uint64_t atNs);
   void leaseIsGone();
   void leaseEnds();
   void noteForeign();
@@ -183,7 +184,8 @@ class Publisher final {
   std::unique_ptr<Runtime::Io::Activity> nextRenewal_;
   bool renewing_ = false;
   uint64_t renewalSetNs_ = 0;  // when the next renewal was planned
-  uint64_t provenNs_ = 0;      // when the last transaction was carried out, or the lease granted
+  uint64_t askedNs_ = 0;       // when the last transaction was asked for
+  uint64_t provenNs_ = 0;      // when the last one was carried out, at the earliest, or the lease granted
   bool lapsing_ = false;       // the lease is not renewed, since no transaction is carried out
   std::string writeError_;     // of the last call that failed since then
 
@@ -191,7 +193,7 @@ class Publisher final {
   uint64_t lookAgainNs_ = 0;                      // when to read them again
   SmallChanges small_;
   std::set<Kelstore::Path> foreign_;    // interfaces that are left alone; logged
-  int64_t revision_ = 0;                // of the last transaction
+  int64_t revision_ = 0;                // of the last transaction that is known to be carried out
   uint64_t writableNs_ = 0;             // when the next transaction may begin
   Lease rival_ = LeaseStore::kNoLease;  // of the publisher that has the member
   uint64_t endByNs_ = 0;

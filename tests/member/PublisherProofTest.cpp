@@ -81,6 +81,38 @@ TEST_F(PublisherTest, DidNotRun_ButTheLeaseLives_ItIsRenewedAndNothingIsWrittenA
   EXPECT_EQ(store_->leases, std::set<LeaseStore::Lease>{101});
 }
 
+// What was carried out is repeated elsewhere when its answer is lost, and refused there, or not answered.
+TEST_F(PublisherTest, AnswersAreLost_WhatIsInTheStoreProvesThatWritesWork) {
+  for (absl::StatusCode code : {absl::StatusCode::kAborted, absl::StatusCode::kUnavailable}) {
+    start();
+    store_->answerInstead = absl::Status(code, "lost");
+    store_->calls.clear();
+    for (int16_t percent = 20; percent < 80; ++percent) {
+      load(percent);
+      pass(1 * kSecond);
+    }
+    EXPECT_EQ(store_->calls["renew"], 60);
+    EXPECT_THAT(statuses_, Each(testing::Not(HasSubstr("nothing can be written"))));
+    store_->answerInstead.reset();
+    statuses_.clear();
+  }
+}
+
+// Only the transactions under the lease count, and only from when they were asked for.
+TEST_F(PublisherTest, AnswerIsLost_NothingIsCarriedOutAfterwards_TheLeaseEndsInItsTime) {
+  start();
+  pass(5 * kSecond);
+  store_->answerInstead = absl::AbortedError("lost");
+  load(11);
+  pass(0);
+  store_->failing = {"write"};
+  store_->failureCode = absl::StatusCode::kResourceExhausted;
+  pass(15 * kSecond);
+  store_->calls.clear();
+  pass(60 * kSecond);
+  EXPECT_LE(store_->calls["renew"], 1);
+}
+
 // How writes come not to work.
 struct Fault {
   const char* name;
