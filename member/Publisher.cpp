@@ -435,11 +435,15 @@ void Publisher::worked(Trouble trouble) {
 }
 
 void Publisher::failed(const absl::Status& error, Trouble trouble) {
-  if (trouble_) return;
-  trouble_ = trouble;
+  if (trouble_ && trouble_ != trouble) return;
+  if (!std::exchange(trouble_, trouble)) {
+    troubleSinceNs_ = clock_.monotonicNs();
+    causes_.clear();
+  }
   error_ = Runtime::textOf(error);
-  troubleSinceNs_ = clock_.monotonicNs();
-  traceHandle.trace(kErrorLevel, "the store cannot be used: {}; it is tried again and again", error_);
+  // Servers that are asked in turn repeat their errors.
+  if (causes_.size() < kCausesTold && causes_.insert(error_).second)
+    traceHandle.trace(kErrorLevel, "the store cannot be used: {}; it is tried again and again", error_);
   tellStatus();
 }
 

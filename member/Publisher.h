@@ -51,6 +51,7 @@ class Publisher final {
   static constexpr uint64_t kFirstRetryMs = 250;  // after a call failed; doubled each time
   static constexpr uint64_t kLastRetryMs = 5000;  // up to this
   static constexpr uint64_t kEndingMs = 2000;     // how long end() waits for the store
+  static constexpr size_t kCausesTold = 20;       // of one trouble of the store, each once, are logged
 
   // A state has at most one call of the store under way or one timer. Renewals, and ending the lease on
   // standby, are extra.
@@ -200,7 +201,8 @@ class Publisher final {
 
   Runtime::Backoff backoff_{kFirstRetryMs, kLastRetryMs, settings_.random};
   std::optional<Trouble> trouble_;
-  std::string error_;  // of the trouble
+  std::string error_;             // of the trouble, the last one
+  std::set<std::string> causes_;  // that were logged
   uint64_t troubleSinceNs_ = 0;
   std::string endpoint_;  // that was logged last
   std::string status_;    // that the listener has

@@ -103,8 +103,9 @@ class ManualStore final : public LeaseStore {
   std::vector<Lease> marked;         // that were revoked as the member left
   std::set<std::string> failing;     // calls; "all": every call
   absl::StatusCode failureCode = absl::StatusCode::kUnknown;
-  std::set<std::string> hanging;      // the same
-  std::function<void()> beforeWrite;  // once
+  std::optional<absl::Status> failWith;  // in place of the code, and what failed
+  std::set<std::string> hanging;         // the same
+  std::function<void()> beforeWrite;     // once
   // To writes that are carried out.
   std::optional<absl::StatusOr<int64_t>> answerInstead;
 
@@ -112,7 +113,8 @@ class ManualStore final : public LeaseStore {
   absl::Status called(const std::string& name) {
     ++calls[name];
     if (hanging.contains(name)) throw Runtime::ManualIo::Hangs();
-    if (failing.contains(name) || failing.contains("all")) return {failureCode, name + " failed"};
+    if (failing.contains(name) || failing.contains("all"))
+      return failWith ? *failWith : absl::Status(failureCode, name + " failed");
     return absl::OkStatus();
   }
 

@@ -11,6 +11,7 @@ using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::SizeIs;
 
 TEST_F(PublisherTest, WriteThatIsNotAnswered_HoldsUpNoRenewal) {
   start();
@@ -152,6 +153,46 @@ TEST_F(PublisherTest, StoreIsUnreachableAtTheStart_TriedWithGrowingDelays) {
   EXPECT_THAT(trace_.lines(), Contains(HasSubstr("Member/1 the store works again, after 6")));
 }
 
+// It went on saying why the store could not be used at first.
+TEST_F(PublisherTest, StoreFailsForAnotherReason_TheStatusShowsThePresentOne_AndEachIsLoggedOnce) {
+  auto fails = [this](absl::StatusCode code, const std::string& text) {
+    store_->failWith = absl::Status(code, text);
+    pass(10 * kSecond);
+  };
+  store_->failing = {"all"};
+  store_->failWith = absl::UnavailableError("refused");
+  start();
+  for (int times = 0; times < 2; ++times) {
+    fails(absl::StatusCode::kUnavailable, "refused");
+    EXPECT_EQ(statuses_.back(), "the store cannot be used: refused");
+    fails(absl::StatusCode::kPermissionDenied, "not allowed");
+    EXPECT_EQ(statuses_.back(), "the store cannot be used: not allowed");
+  }
+  EXPECT_THAT(errors(),
+              ElementsAre("Member/0 the store cannot be used: refused; it is tried again and again",
+                          "Member/0 the store cannot be used: not allowed; it is tried again and again"));
+  // A store that is used again begins anew.
+  store_->failing.clear();
+  pass(10 * kSecond);
+  store_->failing = {"all"};
+  load(99);
+  pass(1 * kSecond);
+  EXPECT_THAT(errors(), SizeIs(3));
+}
+
+// A text that is another one each time must not fill the log.
+TEST_F(PublisherTest, StoreFailsForEverNewReasons_TheLogIsBounded) {
+  store_->failing = {"all"};
+  store_->failWith = absl::UnavailableError("0");
+  start();
+  for (int i = 0; i < 100; ++i) {
+    store_->failWith = absl::UnavailableError(fmt::format("reason {}", i));
+    pass(5 * kSecond);
+    EXPECT_EQ(statuses_.back(), fmt::format("the store cannot be used: reason {}", i));
+  }
+  EXPECT_THAT(errors(), SizeIs(Publisher::kCausesTold));
+}
+
 TEST_F(PublisherTest, StoreWorksAndFailsAgain_DelaysBeginSmallAgain) {
   store_->failing = {"all"};
   start();
@@ -163,7 +204,8 @@ TEST_F(PublisherTest, StoreWorksAndFailsAgain_DelaysBeginSmallAgain) {
   load(11);
   pass(2 * kSecond);
   EXPECT_GE(store_->calls["write"] + store_->calls["list"], 3) << "of a delay that stayed long, one";
-  EXPECT_EQ(errors().size(), 2u);
+  EXPECT_THAT(errors(),
+              ElementsAre(HasSubstr("grant failed"), HasSubstr("write failed"), HasSubstr("list failed")));
 }
 
 TEST_F(PublisherTest, StoreIsBack_OnlyTheDifferenceIsWritten) {
