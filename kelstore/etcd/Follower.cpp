@@ -142,6 +142,7 @@ void Follower::believe(uint64_t nowMs, const Header& header, const std::string& 
 void Follower::accept(uint64_t nowMs) {
   if (otherStore_.empty()) return;
   endpoints_.prefer(otherEndpoint_);
+  accepted_ = true;
   believe(nowMs, otherHeader_, ofServer("this store counts now, as an operator says so"));
 }
 
@@ -269,6 +270,7 @@ void Follower::watches(uint64_t nowMs) {
   answerByMs_ = kNever;
   watchingSinceMs_ = nowMs;
   otherStore_.clear();
+  if (std::exchange(accepted_, false)) lastError_.clear();
   // If the store was restored to what it held before the last of the known changes, and its revisions have
   // passed ours, only a resync shows it.
   // Not all followers at the same time, though all may have lost the same server.

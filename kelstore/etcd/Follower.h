@@ -221,6 +221,7 @@ class Follower {
   std::string otherStore_;
   std::string otherEndpoint_;  // where that is
   Header otherHeader_;         // what it said
+  bool accepted_ = false;      // an operator said so; what is told of it is no error
   bool replaced_ = false;      // the history is that of another store than the keys, until it is listed
   int64_t applied_ = 0;
   int64_t newest_ = 0;

@@ -156,10 +156,10 @@ void MemberHost::suspend(bool is) {
 
 bool MemberHost::served() const {
   if (!running() || ending_ || suspended_ || refused_) return false;
-  for (size_t i = 0; i < Store::kServers; ++i) {
-    if (usable(i)) return true;
-  }
-  return false;
+  size_t servers = 0;
+  for (size_t i = 0; i < Store::kServers; ++i) servers += usable(i) ? 1 : 0;
+  // Of answers that are lost, those of several calls in a row may be, unless other servers answer instead.
+  return servers >= (lostAnswers_ == 0 ? 1 : Store::kServers);
 }
 
 bool MemberHost::servedWell() const {

@@ -216,6 +216,7 @@ TEST_F(ThreeStoresTest, OperatorAccepts_TheServerWithTheOtherStoreIsListedAtOnce
   EXPECT_THAT(batches(), ElementsAre("13: p/a=other -p/b"));
   created(at(13, 8));
   EXPECT_EQ(follower_.state(), State::watching);
+  EXPECT_EQ(follower_.lastError(), "") << "it was none";
 }
 
 TEST_F(OtherStoreTest, AnotherClusterOrAnOlderHistory_IsLeft_WhereverItShows) {
