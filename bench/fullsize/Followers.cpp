@@ -81,6 +81,7 @@ void follow(const Kelstore::Etcd::Address& store, size_t followers, size_t membe
   settings.address = store;
   std::vector<std::unique_ptr<Follower>> all;
   for (size_t i = 0; i < followers; ++i) {
+    settings.place = i;
     all.push_back(std::make_unique<Follower>(settings, members, board, clock, threads));
   }
   while (true) {
