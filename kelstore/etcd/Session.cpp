@@ -183,6 +183,7 @@ class Session::Impl {
     ConnectionPtr home = std::exchange(home_, nullptr);
     close();
     if (home && home->channel && home->endpoint == command.endpoint) {
+      token_ = home->token;
       connection_ = std::move(home);
       return;
     }
@@ -195,8 +196,13 @@ class Session::Impl {
     leaveHome();
     home_ = std::make_shared<Connection>();
     home_->endpoint = command.endpoint;
-    absl::Status started = homeLogin_.start(command.endpoint, settings_.access, nullptr, token_,
-                                            [this, home = home_, command](absl::StatusOr<LoggedIn> result) {
+    logInAtHome(home_, command, token_);
+  }
+
+  void logInAtHome(const ConnectionPtr& home, const AskHome& command,
+                   const std::optional<std::string>& token) {
+    absl::Status started = homeLogin_.start(command.endpoint, settings_.access, home->channel, token,
+                                            [this, home, command](absl::StatusOr<LoggedIn> result) {
                                               if (!result.ok()) return homeFailed();
                                               home->channel = std::move(result->channel);
                                               home->token = std::move(result->token);
@@ -205,13 +211,16 @@ class Session::Impl {
     if (!started.ok()) homeFailed();
   }
 
+  // A server that was started again knows no token of before.
   void askHome(const ConnectionPtr& home, const AskHome& command) {
     auto call = make<Call<etcdserverpb::RangeResponse>>(home);
     call->context.set_deadline(std::chrono::system_clock::now() + kHomeAnswer);
     call->reader =
         etcdserverpb::KV::NewStub(home->channel)
             ->AsyncRange(&call->context, rangeRequest(command.key, "", command.revision, 1), &queue_);
-    finish(home, call, [this](Call<etcdserverpb::RangeResponse>& done) {
+    finish(home, call, [this, home, command](Call<etcdserverpb::RangeResponse>& done) {
+      if (home->renewal.dueAfter(settings_.access, done.status))
+        return logInAtHome(home, command, std::nullopt);
       if (!done.status.ok()) return homeFailed();
       follower_.homeSaid(nowMs(), pageOf(done.response, settings_.limits.valueBytes));
       carryOut();

@@ -69,6 +69,16 @@ class EtcdSourceTest : public testing::Test {
     source_->refresh([&done] { done = true; });
     return until([&done] { return done; });
   }
+  // Some minutes pass until that server is followed: ten at most.
+  bool leapUntilFollowed(const std::string& endpoint) {
+    // Each leap is shorter than an answer may take, in case that one is awaited.
+    for (int i = 0; i < 120 && status().store->endpoint != endpoint; ++i) {
+      uint64_t before = status().store->heardUtcNs;
+      clock_.leap(5s);
+      if (!refreshed() || !until([&] { return status().store->heardUtcNs > before; })) return false;
+    }
+    return until([&] { return status().store->state == "watching" && status().store->endpoint == endpoint; });
+  }
   uint32_t index(const std::string& name = "a") const {
     const uint32_t* value = world_.mirror.ifMib()->ifIndexByIntfId().find(Lanix::IntfId(name));
     return value == nullptr ? 0 : *value;
