@@ -47,7 +47,7 @@ install(CODE "
   if(CMAKE_INSTALL_PREFIX STREQUAL \"/usr\")
     set(configuration /etc)
   endif()
-  file(INSTALL \"${PROJECT_SOURCE_DIR}/packaging/trelsnmpd.options\" DESTINATION \"\${configuration}/trel\")"
+  file(INSTALL \"${PROJECT_SOURCE_DIR}/packaging/trelsnmpd.json\" DESTINATION \"\${configuration}/trel\")"
   COMPONENT trelsnmpd)
 
 # A host of one's own links the first two; the others are the programs'.

@@ -67,14 +67,6 @@ constexpr int kPingIntervalSeconds = 2;
 // master that hangs counts as lost sooner. (For opening a session, net-snmp rounds this to whole seconds.)
 constexpr int kMasterTimeoutUs = 500'000;
 
-// The access without --conf: read the system group and the served tables, from this machine.
-constexpr const char* kDefaultAccess =
-    "view trelServed included .1.3.6.1.2.1.1\n"
-    "view trelServed included .1.3.6.1.4.1.{0}.3.40\n"
-    "view trelServed included .1.3.6.1.4.1.{0}.3.41\n"
-    "rocommunity public 127.0.0.1 -V trelServed\n"
-    "rocommunity6 public ::1 -V trelServed\n";
-
 bool contains(const std::vector<SnmpLine>& lines, const SnmpLine& line) {
   return std::find(lines.begin(), lines.end(), line) != lines.end();
 }
@@ -203,15 +195,12 @@ Zavro::Duration SnmpAgent::uptime() const {
 // Returns what is wrong with them.
 std::string SnmpAgent::readFiles() {
   SnmpConf state = readSnmpConf(directory_ + kStateName, SnmpFile::state);
-  if (!state.error.empty()) return state.error;
+  if (!state.errors.empty()) return state.errors.front();
   state_ = std::move(state.lines);
   if (subagent()) return "";
-  SnmpConf access =
-      options_.conf.empty()
-          ? parseSnmpConf("built in", fmt::format(kDefaultAccess, TREL_ENTERPRISE_NUMBER), SnmpFile::access)
-          : readSnmpConf(options_.conf, SnmpFile::access);
+  SnmpConf access = readAccess(options_.conf);
   access_ = std::move(access.lines);
-  return access.error;
+  return access.errors.empty() ? "" : access.errors.front();
 }
 
 void SnmpAgent::configure() {
@@ -282,7 +271,7 @@ std::string SnmpAgent::store() {
   set_persistent_directory(directory_.c_str());
   persist(false);
   SnmpConf stored = readSnmpConf(fresh + kStateName, SnmpFile::state);
-  if (!stored.error.empty()) return failed(stored.error);
+  if (!stored.errors.empty()) return failed(stored.errors.front());
   if (!isWhole(stored.lines)) return failed(firstError_.empty() ? "not all of it was written" : firstError_);
   if (!isOnDisk(fresh + kStateName)) return failed(std::strerror(errno));
   fs::rename(fresh + kStateName, directory_ + kStateName, failure);
@@ -315,7 +304,7 @@ void SnmpAgent::listen() {
 }
 
 std::string SnmpAgent::reload(const SnmpConf& conf, std::vector<std::string>& notReloaded) {
-  if (!conf.error.empty()) return conf.error;
+  if (!conf.errors.empty()) return conf.errors.front();
   std::vector<SnmpLine> before = access_;
   std::string problem = enforce(conf.lines);
   if (problem.empty()) {

@@ -19,6 +19,14 @@ constexpr size_t kMaxFileBytes = 1 << 20;
 // net-snmp's readers have buffers of about this size.
 constexpr size_t kMaxLineBytes = 1000;
 
+// The access without --conf: read the system group and the served tables, from this machine.
+constexpr const char* kDefaultAccess =
+    "view trelServed included .1.3.6.1.2.1.1\n"
+    "view trelServed included .1.3.6.1.4.1.{0}.3.40\n"
+    "view trelServed included .1.3.6.1.4.1.{0}.3.41\n"
+    "rocommunity public 127.0.0.1 -V trelServed\n"
+    "rocommunity6 public ::1 -V trelServed\n";
+
 // `text` is one line without its newline. Leaves `line` empty for a blank line or a comment. Returns what is
 // wrong.
 std::string parseLine(std::string_view text, SnmpFile kind, SnmpLine& line) {
@@ -40,16 +48,15 @@ std::string parseLine(std::string_view text, SnmpFile kind, SnmpLine& line) {
 }
 
 // Of a user with two lines, net-snmp would take the last without a word.
-std::string namedTwice(const std::vector<SnmpLine>& lines) {
+void noteNamedTwice(SnmpConf& conf) {
   std::set<std::string> names;
-  for (const SnmpLine& line : lines) {
+  for (const SnmpLine& line : conf.lines) {
     std::string name = userNamedBy(line);
     if (!name.empty() && !names.insert(name).second) {
-      return fmt::format("{}: {}: found {} for the second time", line.where, line.word,
-                         Runtime::inQuotes(name));
+      conf.errors.push_back(fmt::format("{}: {}: found {} for the second time", line.where, line.word,
+                                        Runtime::inQuotes(name)));
     }
   }
-  return "";
 }
 
 std::string wrongWithOwner(const struct stat& about) {
@@ -65,27 +72,34 @@ SnmpConf parseSnmpConf(const std::string& name, std::string_view text, SnmpFile 
   SnmpConf conf;
   for (unsigned number = 1; !text.empty(); ++number) {
     size_t end = std::min(text.find('\n'), text.size());
-    SnmpLine line{fmt::format("{}: line {}", name, number), {}, {}};
+    SnmpLine line{fmt::format("{}:{}", name, number), {}, {}};
     std::string problem = parseLine(text.substr(0, end), kind, line);
-    if (!problem.empty()) return {{}, fmt::format("{}: {}", line.where, problem)};
-    if (!line.rest.empty()) conf.lines.push_back(std::move(line));
+    if (!problem.empty()) {
+      conf.errors.push_back(fmt::format("{}: {}", line.where, problem));
+    } else if (!line.rest.empty()) {
+      conf.lines.push_back(std::move(line));
+    }
     text.remove_prefix(std::min(end + 1, text.size()));
   }
-  std::string problem = kind == SnmpFile::access ? namedTwice(conf.lines) : "";
-  if (!problem.empty()) return {{}, problem};
+  if (kind == SnmpFile::access) noteNamedTwice(conf);
+  if (!conf.errors.empty()) conf.lines.clear();
   return conf;
 }
 
 SnmpConf readSnmpConf(const std::string& path, SnmpFile kind) {
-  std::string name = (kind == SnmpFile::access ? "--conf " : "") + path;
-  auto failed = [&name](const std::string& error) { return SnmpConf{{}, name + ": " + error}; };
+  auto failed = [&path](const std::string& error) { return SnmpConf{{}, {path + ": " + error}}; };
   absl::StatusOr<Runtime::File> file = Runtime::File::open(path);
   if (kind == SnmpFile::state && absl::IsNotFound(file.status())) return {};
   if (!file.ok()) return failed(Runtime::textOf(file.status()));
   std::string problem = kind == SnmpFile::state ? wrongWithOwner(file->about()) : "";
   if (!problem.empty()) return failed(problem);
   absl::StatusOr<std::string> text = file->content(kMaxFileBytes);
-  return text.ok() ? parseSnmpConf(name, *text, kind) : failed(Runtime::textOf(text.status()));
+  return text.ok() ? parseSnmpConf(path, *text, kind) : failed(Runtime::textOf(text.status()));
+}
+
+SnmpConf readAccess(const std::string& path) {
+  if (!path.empty()) return readSnmpConf(path, SnmpFile::access);
+  return parseSnmpConf("built in", fmt::format(kDefaultAccess, TREL_ENTERPRISE_NUMBER), SnmpFile::access);
 }
 
 }  // namespace Host

@@ -13,7 +13,7 @@
 namespace Host {
 
 struct SnmpLine {
-  std::string where;  // "--conf PATH: line 7", for messages
+  std::string where;  // "PATH:7", for messages
   std::string word;   // as written in the file
   std::string rest;   // its arguments, never empty
   // Without regard to `where`.
@@ -24,7 +24,8 @@ struct SnmpLine {
 
 struct SnmpConf {
   std::vector<SnmpLine> lines;
-  std::string error;  // about the first unusable line, "--conf PATH: line 7: ..."; there are no lines then
+  // About each unusable line, "PATH:7: WORD: ..."; there are no lines then.
+  std::vector<std::string> errors;
 };
 
 enum class SnmpFile {
@@ -37,5 +38,7 @@ SnmpConf parseSnmpConf(const std::string& name, std::string_view text, SnmpFile 
 // The same of a file, which must be a regular one. A file of state must be one that no other user may write;
 // if there is none, there are no lines.
 SnmpConf readSnmpConf(const std::string& path, SnmpFile kind);
+// The operator's file, or without a path what counts then: this machine may read what is served.
+SnmpConf readAccess(const std::string& path);
 
 }  // namespace Host

@@ -10,6 +10,7 @@
 #include <span>
 #include <sstream>
 
+#include "runtime/Nearest.h"
 #include "runtime/Text.h"
 #include "snmp-modules/NetSnmp.h"
 
@@ -321,7 +322,7 @@ constexpr std::array kInstead = {
     Instead{"rwcommunity", "nothing is writable, expected rocommunity"},
     Instead{"rwcommunity6", "nothing is writable, expected rocommunity6"},
     Instead{"rwuser", "nothing is writable, expected rouser"},
-    Instead{"agentaddress", "not taken here, expected on the command line, as --listen"},
+    Instead{"agentaddress", "not taken here, expected as --listen"},
     Instead{"master", "this daemon is no master agent"},
     Instead{"agentxsocket", "this daemon is no master agent; --agentx makes it the subagent of one"},
     Instead{"trapsess", "not taken, expected trapsink or trap2sink"},
@@ -355,8 +356,10 @@ std::string checkSnmpWord(SnmpFile kind, const std::string& word, std::string& r
   if (known == words.end()) {
     const auto* instead = find(kInstead, word);
     if (instead != kInstead.end()) return instead->what;
-    return word.starts_with('[') ? "sections are not taken, expected the words without one"
-                                 : "not taken, trelsnmpd(8) lists the words that are";
+    if (word.starts_with('[')) return "sections are not taken, expected the words without one";
+    std::string meant = Runtime::nearest(word, snmpWords(kind));
+    return meant.empty() ? "not taken, trelsnmpd(8) lists the words that are"
+                         : fmt::format("not taken, expected {}, which is spelt alike", meant);
   }
   if (rest.empty()) return "found nothing behind it";
   Parts parts(rest);

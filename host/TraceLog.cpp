@@ -33,11 +33,18 @@ std::vector<std::pair<std::string, int>> parseTraces(const std::string& text) {
 
 TraceLog::TraceLog(const std::string& program, const TraceOptions& options)
     : before_(Lumalog::sink()), log_(program, options.to) {
-  for (const auto& [handle, level] : options.levels) Lumalog::levelIs(handle, level);
+  levelsAre(options.levels);
   Lumalog::sinkIs(this);
 }
 
 TraceLog::~TraceLog() { Lumalog::sinkIs(before_); }
+
+void TraceLog::levelsAre(const std::vector<std::string>& levels) {
+  Lumalog::levelsReset();
+  for (const std::string& text : levels) {
+    for (const auto& [handle, level] : parseTraces(text)) Lumalog::levelIs(handle, level);
+  }
+}
 
 void TraceLog::trace(const Lumalog::Line& line) {
   using Runtime::Severity;

@@ -11,7 +11,7 @@
 namespace Host {
 
 struct TraceOptions {
-  std::vector<std::pair<std::string, int>> levels;  // by trace handle
+  std::vector<std::string> levels;  // each as parseTraces() takes it
   Runtime::LogTo to = Runtime::LogTo::standardError;
 };
 
@@ -28,6 +28,9 @@ class TraceLog final : public Lumalog::Sink {
   TraceLog(const std::string& program, const TraceOptions& options);
   ~TraceLog() override;
   void trace(const Lumalog::Line& line) override;
+
+  // In place of the former levels. Requires: parseTraces() takes each.
+  static void levelsAre(const std::vector<std::string>& levels);
 
   Runtime::Log::State state() const { return log_.state(); }
   // As Runtime::Log::reopen(); for SIGHUP.

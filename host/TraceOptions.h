@@ -1,15 +1,15 @@
-// The command line's options for traces and the log.
+// The settings of traces and the log.
 #pragma once
 
 #include "host/TraceLog.h"
 
-namespace CLI {
-class App;
+namespace Runtime {
+class Settings;
 }
 
 namespace Host {
 
-// Adds --trace and --log, which set `options`. It outlives the parsing.
-void describeTraces(CLI::App& app, TraceOptions& options);
+// Adds "trace" and "log", which set `options`. It outlives the settings.
+void addTraces(Runtime::Settings& settings, TraceOptions& options);
 
 }  // namespace Host

@@ -12,9 +12,7 @@
 
 #include "platform/lanix/IntfId.h"
 #include "runtime/Errors.h"
-#include "runtime/File.h"
 #include "runtime/JsonFields.h"
-#include "runtime/JsonText.h"
 #include "runtime/Text.h"
 
 namespace Member {
@@ -28,10 +26,7 @@ using Runtime::JsonNote;
 using Runtime::JsonNotes;
 using Runtime::JsonText;
 
-constexpr size_t kMaxFileBytes = 1 << 20;
 constexpr size_t kMaxDeviceBytes = 15;  // IFNAMSIZ without the terminating zero
-
-bool isPath(const std::string& text) { return !text.empty() && text.find('\0') == std::string::npos; }
 
 bool isInterface(const std::string& text) {
   return !text.empty() && text.size() <= Kelstore::kMaxNameBytes && Runtime::isPlain(text);
@@ -57,27 +52,11 @@ bool isAddress(const std::string& text) {
          !IN6_IS_ADDR_MULTICAST(&six) && !IN6_IS_ADDR_V4MAPPED(&six);
 }
 
-constexpr JsonText kPath{"a path", isPath};
 constexpr JsonText kInterface{"an interface name", isInterface};
 constexpr JsonText kDevice{"a device name of 1 to 15 bytes", isDevice};
 constexpr JsonText kAddress{"a machine's IPv4 or IPv6 address, such as 10.0.0.2 or fe80::2", isAddress};
 
 JsonInteger<uint32_t> integer(uint32_t min, uint32_t max) { return {min, max}; }
-
-// The name of a store.
-struct Store {
-  const CheckStore& check;
-
-  std::string expected() const { return "etcd:HOST:PORT[,HOST:PORT...]/PREFIX"; }
-  std::optional<std::string> decode(const json& value) const {
-    const auto* text = value.get_ptr<const std::string*>();
-    return text != nullptr && check(*text).ok() ? std::optional(*text) : std::nullopt;
-  }
-  std::string fault(const json& value) const {
-    const auto* text = value.get_ptr<const std::string*>();
-    return text == nullptr ? Runtime::foundExpected(value, expected()) : Runtime::textOf(check(*text));
-  }
-};
 
 void readProbe(JsonFields& fields, ProbeSettings& probe) {
   fields.optional("intervalMs", integer(100, 60000), probe.intervalMs);
@@ -171,103 +150,60 @@ void readNeighbours(const json& array, JsonNotes& notes, Config& config) {
   }
 }
 
-constexpr Runtime::JsonNumber kPercent{0, 100};
+using Applies = Runtime::Settings::Applies;
+using Needed = Runtime::Settings::Needed;
 
-void readDeadbands(JsonFields& fields, Deadbands& deadbands) {
-  fields.optional("load", integer(0, 100), deadbands.load);
-  fields.optional("memory", kPercent, deadbands.memory);
-  fields.optional("storage", kPercent, deadbands.storage);
-  fields.optional("processes", integer(0, 1000000), deadbands.processes);
-  fields.optional("users", integer(0, 1000000), deadbands.users);
-  fields.optional("longest", integer(1, 3600), deadbands.longest);
-}
-
-void readAll(const json& document, const CheckStore& checkStore, JsonNotes& notes, Config& config) {
-  JsonFields fields(document, notes);
-  if (!fields.isObject()) return;
-  fields.required("member", JsonInteger<uint8_t>(), config.member);
-  fields.required("store", Store{checkStore}, config.store);
-  fields.object("access", [&](JsonFields& access) {
-    access.optional("ca", kPath, config.access.caFile);
-    access.optional("cert", kPath, config.access.certFile);
-    access.optional("key", kPath, config.access.keyFile);
-    access.optional("credentials", kPath, config.access.credentialsFile);
-  });
-  fields.optional("ttl", integer(2, 3600), config.ttlSeconds);
-  fields.optional("hold", integer(0, 2592000), config.holdSeconds);
-  fields.optional("interval", integer(1, 3600), config.intervalSeconds);
-  fields.optional("figuresInterval",
-                  integer(MachineFigures::kMinIntervalSeconds, MachineFigures::kMaxIntervalSeconds),
-                  config.figuresIntervalSeconds);
-  fields.object("deadbands", [&](JsonFields& deadbands) { readDeadbands(deadbands, config.deadbands); });
-  fields.optional("indexFile", kPath, config.indexFile);
-  if (const json* neighbours = fields.array("neighbours")) readNeighbours(*neighbours, notes, config);
-  fields.done();
-}
-
-// The document; throws json::parse_error, or std::invalid_argument for a member that occurs twice.
-json parseStrictly(std::string_view text) {
-  std::vector<std::set<std::string>> names;  // of the objects that are open
-  return json::parse(text.begin(), text.end(), [&names](int, json::parse_event_t event, json& value) {
-    if (event == json::parse_event_t::object_start) names.emplace_back();
-    if (event == json::parse_event_t::object_end) names.pop_back();
-    if (event == json::parse_event_t::key && !names.back().insert(value.get<std::string>()).second) {
-      throw std::invalid_argument(fmt::format("found member {} twice in one object, expected it once",
-                                              Runtime::inQuotes(value.get<std::string>())));
-    }
-    return true;
-  });
-}
-
-std::vector<std::string> linesOf(const std::vector<JsonNote>& notes, const std::string& path) {
-  std::vector<std::string> lines;
-  for (const auto& [where, text] : notes) {
-    lines.push_back(fmt::format("{}: {}{}{}", path, where, where.empty() ? "" : ": ", text));
-  }
-  return lines;
+void addDeadbands(Runtime::Settings& settings, Deadbands& deadbands) {
+  auto about = [](const char* key, const char* kind, const char* meaning) {
+    return Runtime::Settings::About{key, kind, meaning, Applies::atReload};
+  };
+  settings.number(
+      about("deadbands/load", "N", "Points by which a processor's load must change to be written"), 0U, 100U,
+      deadbands.load);
+  settings.percent(about("deadbands/memory", "PERCENT", "Of the memory by which its use must change"),
+                   deadbands.memory);
+  settings.percent(about("deadbands/storage", "PERCENT", "Of a file system by which its use must change"),
+                   deadbands.storage);
+  settings.number(about("deadbands/processes", "N", "Processes by which their number must change"), 0U,
+                  1'000'000U, deadbands.processes);
+  settings.number(about("deadbands/users", "N", "Users by which their number must change"), 0U, 1'000'000U,
+                  deadbands.users);
+  settings.number(about("deadbands/longest", "SECONDS", "After so long also smaller changes are written"), 1U,
+                  3600U, deadbands.longest);
 }
 
 }  // namespace
 
-std::vector<std::string> fixedDifferences(const Config& before, const Config& now) {
-  std::vector<std::string> names;
-  auto compare = [&names](const char* name, bool same) {
-    if (!same) names.emplace_back(name);
-  };
-  compare("member", before.member == now.member);
-  compare("store", before.store == now.store);
-  compare("access", before.access == now.access);
-  compare("ttl", before.ttlSeconds == now.ttlSeconds);
-  compare("hold", before.holdSeconds == now.holdSeconds);
-  return names;
-}
-
-ParsedConfig parseConfig(std::string_view text, const std::string& path, const CheckStore& checkStore) {
-  ParsedConfig parsed;
-  try {
-    JsonNotes notes;
-    readAll(parseStrictly(text), checkStore, notes, parsed.config);
-    parsed.errors = linesOf(notes.faults, path);
-    parsed.warnings = linesOf(notes.warnings, path);
-  } catch (const json::parse_error& error) {
-    // The parser's position includes the character that it rejects.
-    size_t offset = error.byte > 0 ? error.byte - 1 : 0;
-    bool blank = std::all_of(text.begin(), text.end(), [](unsigned char c) { return std::isspace(c); });
-    parsed.errors.push_back(
-        fmt::format("{}:{}: {}", path, Runtime::lineAndColumn(text, offset),
-                    blank ? "found nothing, expected a JSON object" : Runtime::syntaxMessage(error.what())));
-  } catch (const std::exception& error) {
-    parsed.errors.push_back(fmt::format("{}: {}", path, error.what()));
-  }
-  return parsed;
-}
-
-ParsedConfig readConfig(const std::string& path, const CheckStore& checkStore) {
-  absl::StatusOr<std::string> text = Runtime::readFile(path, kMaxFileBytes);
-  if (text.ok()) return parseConfig(*text, path, checkStore);
-  ParsedConfig unreadable;
-  unreadable.errors.push_back(Runtime::textOf(text.status()));
-  return unreadable;
+void addConfig(Runtime::Settings& settings, Config& config, const CheckStore& checkStore) {
+  settings.number({"member", "N", "Member id of this machine", Applies::atStart, Needed::yes}, uint8_t{0},
+                  uint8_t{255}, config.member);
+  settings.text(
+      {"store", "etcd:HOST:PORT[,HOST:PORT...]/PREFIX", "The cluster's store", Applies::atStart, Needed::yes},
+      config.store, [checkStore](const std::string& text) {
+        if (absl::Status status = checkStore(text); !status.ok()) {
+          throw std::invalid_argument(Runtime::textOf(status));
+        }
+      });
+  Kelstore::Etcd::addAccess(settings, kAccessKeys, config.access);
+  settings.number({"ttl", "SECONDS", "After so long without a renewal the store deletes what is published"},
+                  2U, 3600U, config.ttlSeconds);
+  settings.number({"hold", "SECONDS", "For so long a store with another history counts as unavailable"}, 0U,
+                  2'592'000U, config.holdSeconds);
+  settings.number({"interval", "SECONDS", "Seconds between two transactions, at least", Applies::atReload},
+                  1U, 3600U, config.intervalSeconds);
+  settings.number(
+      {"figuresInterval", "SECONDS", "Seconds between two looks at this machine", Applies::atReload},
+      MachineFigures::kMinIntervalSeconds, MachineFigures::kMaxIntervalSeconds,
+      config.figuresIntervalSeconds);
+  addDeadbands(settings, config.deadbands);
+  settings.text({"indexFile", "PATH",
+                 "Where --mappings keeps the indexes that it suggests (default: nowhere)", Applies::atReload},
+                config.indexFile, Runtime::isPath);
+  settings.onlyInFile({"neighbours", "", "The links to neighbours, an array of objects", Applies::atReload},
+                      [&config](const json& array, JsonNotes& notes) {
+                        if (array.is_array()) return readNeighbours(array, notes, config);
+                        notes.faults.push_back({"neighbours", Runtime::foundExpected(array, "an array")});
+                      });
 }
 
 }  // namespace Member

@@ -1,4 +1,4 @@
-// The configuration of a member's publisher: one JSON file (examples/trelmemberd.json).
+// What can be set of a member's publisher (examples/trelmemberd.json).
 #pragma once
 
 #include <absl/status/status.h>
@@ -6,13 +6,14 @@
 #include <cstdint>
 #include <functional>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "kelstore/etcd/Access.h"
+#include "kelstore/etcd/AccessOptions.h"
 #include "member/Deadbands.h"
 #include "member/MachineFigures.h"
 #include "member/NeighbourReachability.h"
+#include "runtime/Settings.h"
 
 namespace Member {
 
@@ -55,21 +56,13 @@ struct Config {
   std::vector<NeighbourConfig> neighbours;
 };
 
-struct ParsedConfig {
-  Config config;                      // usable only if there are no errors
-  std::vector<std::string> errors;    // "PATH: neighbours[1]/address: found ..., expected ..."
-  std::vector<std::string> warnings;  // the same, for unknown members
-};
-
-// The names of settings that differ and that a running process cannot change.
-std::vector<std::string> fixedDifferences(const Config& before, const Config& now);
-
 // An error, with what was found and expected, if the text names no store.
 using CheckStore = std::function<absl::Status(const std::string&)>;
 
-// path: what messages begin with.
-ParsedConfig parseConfig(std::string_view text, const std::string& path, const CheckStore& checkStore);
-// Reads the file first; if that fails, it is an error like others.
-ParsedConfig readConfig(const std::string& path, const CheckStore& checkStore);
+inline constexpr Kelstore::Etcd::AccessKeys kAccessKeys = {"access/ca", "access/cert", "access/key",
+                                                           "access/credentials"};
+
+// Adds the table of what can be set. Reading it sets `config`, which was made anew and outlives it.
+void addConfig(Runtime::Settings& settings, Config& config, const CheckStore& checkStore);
 
 }  // namespace Member

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <nlohmann/json.hpp>
 
+#include "runtime/Nearest.h"
 #include "runtime/Text.h"
 
 namespace Runtime {
@@ -24,6 +25,12 @@ bool takenInteger(const nlohmann::json& json, Number& number) {
   };
   if (json.is_number_unsigned()) return take(json.get<uint64_t>());
   return json.is_number_integer() && take(json.get<int64_t>());
+}
+
+std::string unknown(const std::string& name, const std::vector<std::string_view>& known) {
+  std::string meant = nearest(name, {known.begin(), known.end()});
+  if (!meant.empty()) return fmt::format("found an unknown key, expected {}: correct it", inQuotes(meant));
+  return fmt::format("found an unknown key, expected one of {}: remove it", fmt::join(known, ", "));
 }
 
 }  // namespace
@@ -77,15 +84,18 @@ const nlohmann::json* JsonFields::array(std::string_view name) {
 void JsonFields::done() {
   if (!isObject()) return;
   for (const auto& [name, value] : json_.items()) {
-    if (std::find(known_.begin(), known_.end(), name) == known_.end()) {
+    if (std::find(known_.begin(), known_.end(), name) != known_.end()) continue;
+    if (notes_.strict) {
+      fault(name, unknown(name, known_));
+    } else {
       warning(name, "unknown member, ignored");
     }
   }
 }
 
-std::string JsonFields::place(std::string_view name) const {
+std::string jsonPlace(std::string_view where, std::string_view name) {
   std::string shown = name.empty() ? inQuotes(name) : shortened(name);
-  return where_.empty() ? shown : where_ + "/" + shown;
+  return where.empty() ? shown : fmt::format("{}/{}", where, shown);
 }
 
 }  // namespace Runtime

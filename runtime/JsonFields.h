@@ -30,7 +30,11 @@ struct JsonNote {
 struct JsonNotes {
   std::vector<JsonNote> faults;    // the value cannot be used
   std::vector<JsonNote> warnings;  // members that are ignored
+  bool strict = false;             // unknown members are faults, with the nearest known one
 };
+
+// The place of an object's member, where the object is at `where`.
+std::string jsonPlace(std::string_view where, std::string_view name);
 
 // "found <json>, expected <expected>", short and on one line.
 std::string foundExpected(const nlohmann::json& json, std::string_view expected);
@@ -104,7 +108,12 @@ class JsonFields final {
     read(inner);
     inner.done();
   }
-  // To be called last: members that were not asked for get a warning.
+  // Calls read(json, notes) with the member, unless it is missing.
+  template <class Read>
+  void any(std::string_view name, const Read& read) {
+    if (const nlohmann::json* json = find(name)) read(*json, notes_);
+  }
+  // To be called last: members that were not asked for get a warning, or a fault.
   void done();
 
   bool isObject() const;
@@ -117,7 +126,7 @@ class JsonFields final {
 
  private:
   const nlohmann::json* find(std::string_view name);
-  std::string place(std::string_view name) const;
+  std::string place(std::string_view name) const { return jsonPlace(where_, name); }
 
   template <class Type, class Target>
   bool take(std::string_view name, const Type& type, const nlohmann::json* json, Target& target) {

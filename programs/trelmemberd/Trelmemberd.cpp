@@ -6,12 +6,10 @@
 #include <csignal>
 #include <utility>
 
-#include "kelstore/etcd/AccessFiles.h"
 #include "kelstore/etcd/Address.h"
 #include "member/LinuxMachine.h"
 #include "member/Trace.h"
 #include "programs/trelmemberd/EtcdLeaseStore.h"
-#include "runtime/Errors.h"
 
 namespace Member {
 namespace {
@@ -30,7 +28,7 @@ std::vector<std::string> interfacesOf(const Config& config) {
   return interfaces;
 }
 
-Publisher::Settings settingsOf(const Config& config, bool handover) {
+Publisher::Settings publisherOf(const Config& config, bool handover) {
   return {.member = config.member,
           .interfaces = interfacesOf(config),
           .ttlSeconds = config.ttlSeconds,
@@ -41,15 +39,6 @@ Publisher::Settings settingsOf(const Config& config, bool handover) {
 
 }  // namespace
 
-ParsedConfig usableConfig(const std::string& path) {
-  ParsedConfig parsed =
-      readConfig(path, [](const std::string& store) { return Etcd::parseStore(store).status(); });
-  if (absl::Status status = Etcd::checkAccess(parsed.config.access); !status.ok()) {
-    parsed.errors.push_back(fmt::format("{}: access: {}", path, Runtime::textOf(status)));
-  }
-  return parsed;
-}
-
 std::shared_ptr<LeaseStore> storeOf(const Config& config) {
   // A revocation succeeds or fails before the end stops waiting for it, so that a failure is reported.
   EtcdLeaseStore::Patience patience{std::chrono::milliseconds(config.ttlSeconds * 1000 / 3),
@@ -59,26 +48,27 @@ std::shared_ptr<LeaseStore> storeOf(const Config& config) {
                                           patience);
 }
 
-Trelmemberd::Trelmemberd(std::string path, const Config& config, bool handover, Host::TraceLog& log,
+Trelmemberd::Trelmemberd(Runtime::Arguments arguments, const Options& options, Host::TraceLog& log,
                          const Zavro::Clock& clock, Runtime::Threads& threads)
-    : path_(std::move(path)),
-      config_(config),
+    : arguments_(std::move(arguments)),
+      atStart_(options.atStart),
+      config_(options.config),
       log_(log),
       terminate_(loop_, SIGTERM, [this] { end(); }),
       interrupt_(loop_, SIGINT, [this] { end(); }),
       systemd_(loop_, [this] { return !calls_.hangs() && !state_.hangs(); }),
       io_(loop_, threads),
-      calls_(io_, kCallsMs + config.ttlSeconds * kMsPerSecond),
-      publisher_(settingsOf(config, handover), storeOf(config), calls_, clock,
+      calls_(io_, kCallsMs + config_.ttlSeconds * kMsPerSecond),
+      publisher_(publisherOf(config_, options.handover), storeOf(config_), calls_, clock,
                  {[this] { systemd_.ready(); }, [this](const std::string& line) { systemd_.statusIs(line); },
                   [this](const LeaseStore::Holdings& holdings) { state_.earlierIs(holdings); }}),
       links_(io_, [this] { state_.linksChanged(); }),
-      state_(config, std::make_shared<LinuxMachine>(), std::make_shared<PingProbe>(), links_, io_, clock,
+      state_(config_, std::make_shared<LinuxMachine>(), std::make_shared<PingProbe>(), links_, io_, clock,
              [this] { publish(); }),
       linkWatch_(loop_, links_.fd(), [this] { links_.readable(); }),
       reload_(loop_, io_,
-              {[this] { log_.reopen(); }, [path = path_] { return usableConfig(path); },
-               [this] { reloadWaits(); }, [this](const ParsedConfig& parsed) { reloaded(parsed); }}) {}
+              {[this] { log_.reopen(); }, [arguments = arguments_] { return readOptions(arguments); },
+               [this] { reloadWaits(); }, [this](const Reading& reading) { reloaded(reading); }}) {}
 
 void Trelmemberd::run() {
   state_.start();
@@ -89,31 +79,33 @@ void Trelmemberd::reloadWaits() const {
   traceHandle.trace(kErrorLevel,
                     "{}: not reloaded yet, still waiting for it or a file that it names; the configuration "
                     "stays as it was",
-                    path_);
+                    arguments_.file);
 }
 
-void Trelmemberd::reloaded(const ParsedConfig& parsed) {
-  std::vector<std::string> errors = parsed.errors;
-  if (errors.empty() && parsed.config.member != config_.member) {
-    errors.push_back(fmt::format("{}: member: found {}, expected {}, which this process publishes", path_,
-                                 parsed.config.member, config_.member));
+void Trelmemberd::reloaded(const Reading& reading) {
+  const std::string& path = arguments_.file;
+  Config config = reading.options.config;
+  Runtime::Findings findings = reading.findings;
+  if (findings.faults().empty() && config.member != config_.member) {
+    findings.fault("member", fmt::format("found {}, expected {}, which this process publishes", config.member,
+                                         config_.member));
   }
-  for (const std::string& error : errors) traceHandle.trace(kErrorLevel, "{}", error);
-  if (!errors.empty()) {
-    return traceHandle.trace(kErrorLevel, "{}: not reloaded, the configuration stays as it was", path_);
+  for (const std::string& fault : findings.faults()) traceHandle.trace(kErrorLevel, "{}", fault);
+  if (!findings.faults().empty()) {
+    return traceHandle.trace(kErrorLevel, "{}: not reloaded, the configuration stays as it was", path);
   }
-  for (const std::string& warning : parsed.warnings) traceHandle.trace(kHealthLevel, "{}", warning);
-  std::vector<std::string> fixed = fixedDifferences(config_, parsed.config);
-  Config config = parsed.config;
+  for (const std::string& warning : findings.warnings()) traceHandle.trace(kHealthLevel, "{}", warning);
   config.store = config_.store;
   config.access = config_.access;
   config.ttlSeconds = config_.ttlSeconds;
   config.holdSeconds = config_.holdSeconds;
   config_ = config;
+  Host::TraceLog::levelsAre(reading.options.log.levels);
   publisher_.configured(interfacesOf(config_), config_.intervalSeconds, config_.deadbands);
   OwnState::NeighbourChanges changes = state_.configIs(config_);
+  std::vector<std::string> fixed = Runtime::Settings::differences(atStart_, reading.options.atStart);
   traceHandle.trace(kHealthLevel,
-                    "{}: reloaded: of the neighbours {} are as before, {} changed, {} new, {} gone{}", path_,
+                    "{}: reloaded: of the neighbours {} are as before, {} changed, {} new, {} gone{}", path,
                     changes.same, changes.changed, changes.added, changes.gone,
                     fixed.empty() ? "" : fmt::format("; it takes a restart for {}", fmt::join(fixed, ", ")));
 }

@@ -10,6 +10,7 @@
 #include "member/NetlinkLinks.h"
 #include "member/OwnState.h"
 #include "member/Publisher.h"
+#include "programs/trelmemberd/TrelmemberdOptions.h"
 #include "runtime/BoundedIo.h"
 #include "runtime/EventLoop.h"
 #include "runtime/Reload.h"
@@ -19,18 +20,15 @@
 
 namespace Member {
 
-// Reads the configuration, and checks the store's address and the files for access to it. Blocks.
-ParsedConfig usableConfig(const std::string& path);
-
 // The configured store. Requires: the configuration has no errors.
 std::shared_ptr<LeaseStore> storeOf(const Config& config);
 
 class Trelmemberd final {
  public:
-  // `path` is the configuration's file; handover: the rows are left to a successor at the end. Log, clock and
-  // threads outlive this; threads may still be working when it is destroyed. Throws std::runtime_error, in
-  // one line, when the kernel refuses to report network devices.
-  Trelmemberd(std::string path, const Config& config, bool handover, Host::TraceLog& log,
+  // The options are those of the arguments, which a reload reads again. Log, clock and threads outlive this;
+  // threads may still be working when it is destroyed. Throws std::runtime_error, in one line, when the
+  // kernel refuses to report network devices.
+  Trelmemberd(Runtime::Arguments arguments, const Options& options, Host::TraceLog& log,
               const Zavro::Clock& clock, Runtime::Threads& threads);
 
   // Publishes until SIGTERM or SIGINT, then revokes the lease or hands it over. SIGHUP reloads the
@@ -39,11 +37,12 @@ class Trelmemberd final {
 
  private:
   void reloadWaits() const;
-  void reloaded(const ParsedConfig& parsed);
+  void reloaded(const Reading& reading);
   void publish();
   void end();
 
-  const std::string path_;
+  const Runtime::Arguments arguments_;
+  const Runtime::Settings::AtStart atStart_;
   Config config_;  // in force
   Host::TraceLog& log_;
   Runtime::EventLoop loop_;
@@ -56,7 +55,7 @@ class Trelmemberd final {
   NetlinkLinks links_;
   OwnState state_;
   Runtime::ReadWatch linkWatch_;
-  Runtime::Reload<ParsedConfig> reload_;
+  Runtime::Reload<Reading> reload_;
 };
 
 }  // namespace Member

@@ -3,11 +3,17 @@
 #include <CLI/CLI.hpp>
 
 #include "host/TraceOptions.h"
+#include "kelstore/etcd/AccessOptions.h"
+#include "kelstore/etcd/Address.h"
 #include "runtime/CommandLine.h"
 #include "runtime/Version.h"
 
 namespace Member {
 namespace {
+
+namespace Etcd = Kelstore::Etcd;
+
+constexpr const char* kConfigFile = "/etc/trel/trelmemberd.json";
 
 constexpr const char* kDescription =
     "Publishes this machine, as one member of a switch cluster, in the cluster's store (etcd): its figures, "
@@ -22,26 +28,42 @@ constexpr const char* kFooter =
 
 }  // namespace
 
-ParsedOptions parseOptions(int argc, const char* const* argv) {
-  ParsedOptions parsed;
-  Options& options = parsed.options;
+Runtime::Settings settingsOf(Options& options) {
+  Runtime::Settings settings;
+  addConfig(settings, options.config,
+            [](const std::string& store) { return Etcd::parseStore(store).status(); });
+  settings.flag({"handover", "",
+                 "Leave the rows to a successor at the end, for as long as the lease lasts, instead of "
+                 "deleting them"},
+                options.handover);
+  settings.text({"user", "NAME", "Run as this user, with CAP_NET_RAW; for root, where there is no systemd"},
+                options.user);
+  Host::addTraces(settings, options.log);
+  return settings;
+}
+
+Reading readOptions(const Runtime::Arguments& arguments) {
+  Options options;
+  Runtime::Settings settings = settingsOf(options);
+  Runtime::Findings findings = settings.read(arguments);
+  options.atStart = settings.atStart();
+  Etcd::noteAccess(options.config.access, kAccessKeys, findings);
+  return {std::move(options), std::move(findings)};
+}
+
+CommandLine parseCommandLine(int argc, const char* const* argv) {
+  CommandLine parsed;
   CLI::App app(kDescription, "trelmemberd");
   app.footer(kFooter);
   app.set_version_flag("--version", std::string("trelmemberd ") + Runtime::kVersion,
                        "Print the version and exit");
-  app.add_option("--config,FILE", options.config, "The configuration, a JSON file")
-      ->type_name("FILE")
-      ->required();
-  auto* check = app.add_flag("--check", options.check, "Say what is wrong with the configuration, and exit");
-  app.add_flag("--mappings", options.mappings,
+  auto* check =
+      app.add_flag("--check", parsed.check, "Say all that is wrong with what is set, and exit: 0 or 1");
+  app.add_flag("--mappings", parsed.mappings,
                "Print the storage mappings that this machine suggests, for trelctl import, and exit")
       ->excludes(check);
-  app.add_flag(
-      "--handover", options.handover,
-      "Leave the rows to a successor at the end, for as long as the lease lasts, instead of deleting them");
-  Runtime::addTextOption(app, "--user", options.user,
-                         "Run as this user, with CAP_NET_RAW; for root, where there is no systemd", "NAME");
-  Host::describeTraces(app, options.log);
+  Options defaults;
+  settingsOf(defaults).describe(app, "--config,FILE", kConfigFile, parsed.arguments);
   parsed.exitCode = Runtime::parseCommandLine(app, argc, argv, [] {});
   return parsed;
 }

@@ -22,14 +22,16 @@
 
 namespace {
 
-int publish(const Member::Options& options, const Member::ParsedConfig& parsed, Runtime::Threads& threads) {
+int publish(const Runtime::Arguments& arguments, const Member::Reading& reading, Runtime::Threads& threads) {
   // A write to a closed connection fails; it does not end the process.
   std::signal(SIGPIPE, SIG_IGN);
   Zavro::SystemClock clock;
   try {
-    Host::TraceLog log("trelmemberd", options.log);
-    for (const std::string& warning : parsed.warnings) Member::traceHandle.trace(1, "{}", warning);
-    Member::Trelmemberd daemon(options.config, parsed.config, options.handover, log, clock, threads);
+    Host::TraceLog log("trelmemberd", reading.options.log);
+    for (const std::string& warning : reading.findings.warnings()) {
+      Member::traceHandle.trace(1, "{}", warning);
+    }
+    Member::Trelmemberd daemon(arguments, reading.options, log, clock, threads);
     daemon.run();
   } catch (const std::runtime_error& error) {
     Runtime::complain("trelmemberd", error.what());
@@ -55,28 +57,25 @@ int printMappings(const Member::Config& config) {
 int main(int argc, char** argv) {
   Runtime::openStandardStreams();
   Runtime::holdSignal(SIGHUP);
-  auto [options, exitCode] = Member::parseOptions(argc, argv);
-  if (exitCode >= 0) return exitCode;
+  Member::CommandLine line = Member::parseCommandLine(argc, argv);
+  if (line.exitCode >= 0) return line.exitCode;
 
-  // It sees what it is configured with as that user, too.
+  Member::Reading reading = Member::readOptions(line.arguments);
   try {
-    if (!options.user.empty()) {
-      Runtime::OtherUser(options.user, CAP_NET_RAW).forGood(Runtime::OtherUser::Keep::capability);
+    if (const std::string& user = reading.options.user; !user.empty()) {
+      Runtime::OtherUser(user, CAP_NET_RAW).forGood(Runtime::OtherUser::Keep::capability);
+      // As that user, who also reads it at a reload.
+      reading = Member::readOptions(line.arguments);
     }
   } catch (const std::runtime_error& error) {
     Runtime::complain("trelmemberd", error.what());
     return Runtime::kUnusable;
   }
-
-  Member::ParsedConfig parsed = Member::usableConfig(options.config);
-  for (const std::string& error : parsed.errors) Runtime::complain("trelmemberd", error);
-  if (options.check) {
-    for (const std::string& warning : parsed.warnings) Runtime::complain("trelmemberd", warning);
-  }
-  if (!parsed.errors.empty()) return Runtime::kUnusable;
-  if (options.check) return 0;
-  if (options.mappings) return printMappings(parsed.config);
+  if (line.check) return Runtime::reported(reading.findings);
+  for (const std::string& fault : reading.findings.faults()) Runtime::complain("trelmemberd", fault);
+  if (!reading.findings.faults().empty()) return Runtime::kUnusable;
+  if (line.mappings) return printMappings(reading.options.config);
 
   Runtime::Threads threads;
-  return threads.exitStatus(publish(options, parsed, threads));
+  return threads.exitStatus(publish(line.arguments, reading, threads));
 }

@@ -32,10 +32,6 @@ std::string claimState(const std::string& directory, Runtime::LockFile& lock) {
   return problem.empty() ? "" : fmt::format("state directory {}: {}", directory, problem);
 }
 
-Host::SnmpConf readConf(const std::string& path) {
-  return path.empty() ? Host::SnmpConf{} : Host::readSnmpConf(path, Host::SnmpFile::access);
-}
-
 std::unique_ptr<Kelstore::Source> sourceFor(const std::string& state, const Options& options,
                                             const Kelstore::Etcd::Driver* etcd,
                                             Kelstore::LayeredState& layers, Runtime::Io& io,
@@ -108,27 +104,54 @@ void Daemon::start(const Kelstore::Etcd::Driver* etcd) {
   cluster_->snmpIsUp();
   untilReady_.emplace(loop_, [this] { tellWhenReady(); });
   for (int signal : {SIGTERM, SIGINT}) signals_.emplace_back(loop_, signal, [this] { loop_.stop(); });
-  reload_.emplace(loop_, io_,
-                  Runtime::Reload<Host::SnmpConf>::Steps{
-                      [this] { log_.reopen(); }, [path = options_.snmp.conf] { return readConf(path); },
-                      [this] { reloadWaits(); }, [this](const Host::SnmpConf& conf) { reloaded(conf); }});
+  reload_.emplace(
+      loop_, io_,
+      Runtime::Reload<Reading>::Steps{
+          [this] { log_.reopen(); }, [arguments = options_.arguments] { return readAll(arguments); },
+          [this] { reloadWaits(); }, [this](const Reading& reading) { reloaded(reading); }});
   error_ = control_.listen();
 }
 
-void Daemon::reloadWaits() const {
-  traceHandle.trace(0, "--conf {}: not reloaded yet, still waiting for the file; what was in force stays",
-                    options_.snmp.conf);
+Daemon::Reading Daemon::readAll(const Runtime::Arguments& arguments) {
+  Options options;
+  Runtime::Findings findings = readOptions(arguments, options);
+  Host::SnmpConf conf = options.snmp.agentx.empty() ? Host::readAccess(options.snmp.conf) : Host::SnmpConf{};
+  findings.add(conf.errors);
+  return {std::move(options), std::move(findings), std::move(conf)};
 }
 
-void Daemon::reloaded(const Host::SnmpConf& conf) {
-  const std::string& path = options_.snmp.conf;
-  std::vector<std::string> fixed;
-  std::string problem = path.empty() ? "" : snmp_->reload(conf, fixed);
-  if (!problem.empty()) return traceHandle.trace(0, "{}: not reloaded, what was in force stays", problem);
-  fixed.insert(fixed.end(), {"the command line", "--toggles"});
-  std::string what = path.empty() ? "without --conf there is nothing to reload"
-                                  : fmt::format("--conf {}: reloaded: {} lines", path, conf.lines.size());
-  traceHandle.trace(1, "{}; it takes a restart for {}", what, fmt::join(fixed, ", "));
+void Daemon::reloadWaits() const {
+  traceHandle.trace(
+      0,
+      "not reloaded yet, still waiting for the configuration or a file that it names; what was in "
+      "force stays");
+}
+
+// Returns what is wrong. Adds what of the file takes a restart to `fixed`.
+std::string Daemon::reloadConf(const Reading& reading, std::vector<std::string>& fixed) {
+  if (snmp_->subagent() || !reading.options.snmp.agentx.empty()) return "";
+  std::vector<std::string> words;
+  std::string problem = snmp_->reload(reading.conf, words);
+  fixed.insert(fixed.end(), words.begin(), words.end());
+  return problem;
+}
+
+void Daemon::reloaded(const Reading& reading) {
+  std::vector<std::string> fixed = Runtime::Settings::differences(options_.atStart, reading.options.atStart);
+  std::vector<std::string> problems = reading.findings.faults();
+  if (problems.empty()) {
+    std::string problem = reloadConf(reading, fixed);
+    if (!problem.empty()) problems = {problem};
+  }
+  if (!problems.empty()) {
+    return traceHandle.trace(0, "{}: not reloaded, what was in force stays{}", problems.front(),
+                             problems.size() == 1 ? "" : "; --check shows all that is wrong");
+  }
+  Host::TraceLog::levelsAre(reading.options.log.levels);
+  const std::string& path = reading.options.snmp.conf;
+  traceHandle.trace(1, "{}: reloaded: {} lines{}", path.empty() ? "built-in access" : path,
+                    reading.conf.lines.size(),
+                    fixed.empty() ? "" : fmt::format("; it takes a restart for {}", fmt::join(fixed, ", ")));
 }
 
 void Daemon::tellWhenReady() {

@@ -41,7 +41,15 @@ class Daemon {
 
  private:
   void reloadWaits() const;
-  void reloaded(const Host::SnmpConf& conf);
+  // What a reload reads.
+  struct Reading {
+    Options options;
+    Runtime::Findings findings;
+    Host::SnmpConf conf;
+  };
+  static Reading readAll(const Runtime::Arguments& arguments);
+  void reloaded(const Reading& reading);
+  std::string reloadConf(const Reading& reading, std::vector<std::string>& fixed);
   void start(const Kelstore::Etcd::Driver* etcd);
   void answer(const std::string& request, const Host::ControlServer::Answer& answer);
   std::unique_ptr<Host::Reply> acceptStores();
@@ -67,7 +75,7 @@ class Daemon {
   std::optional<Snmp::AgentUptime> uptime_;
   std::optional<Runtime::TurnWatch> untilReady_;
   std::list<Runtime::SignalWatch> signals_;
-  std::optional<Runtime::Reload<Host::SnmpConf>> reload_;
+  std::optional<Runtime::Reload<Reading>> reload_;
 };
 
 }  // namespace Trelsnmpd

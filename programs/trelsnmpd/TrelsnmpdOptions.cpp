@@ -8,9 +8,10 @@
 #include <string_view>
 
 #include "host/Cluster.h"
+#include "host/SnmpConf.h"
 #include "host/TraceOptions.h"
 #include "host/control/ControlProtocol.h"
-#include "kelstore/etcd/AccessFiles.h"
+#include "kelstore/Document.h"
 #include "kelstore/etcd/AccessOptions.h"
 #include "kelstore/etcd/Address.h"
 #include "runtime/CommandLine.h"
@@ -28,6 +29,7 @@ void check(const absl::Status& status) {
 }
 
 constexpr const char* kProgram = "trelsnmpd";
+constexpr const char* kConfigFile = "/etc/trel/trelsnmpd.json";
 constexpr const char* kIndexFile = "/storage-indexes.json";
 
 constexpr uint32_t kMaxHoldSeconds = 30 * 86'400;
@@ -50,128 +52,116 @@ constexpr const char* kFooter =
     "or\n"
     "SIGINT, 2 for unusable arguments or configuration.";
 
-std::string readable(const std::string& path) {
-  absl::Status status = Runtime::File::open(path).status();
-  return status.ok() ? "" : fmt::format("{}: {}", path, Runtime::textOf(status));
+constexpr Kelstore::Etcd::AccessKeys kAccessKeys = {"etcd-ca", "etcd-cert", "etcd-key", "etcd-credentials"};
+
+void addStore(Runtime::Settings& settings, Kelstore::Etcd::FollowSettings& etcd) {
+  settings.number({"hold", "SECONDS",
+                   "Seconds for which what a lost store \"etcd:\" said last counts before it is stale"},
+                  0U, kMaxHoldSeconds, etcd.holdSeconds);
+  settings.choice(
+      {"after-hold", "keep|clear", "Whether it is served on then, or withdrawn until the store is back"},
+      {"keep", "clear"}, "keep", [&etcd](const std::string& text) { etcd.clearAfterHold = text == "clear"; });
+  settings.number({"grace", "SECONDS",
+                   "Seconds for which a member's rows stay after its lease in a store ended by itself"},
+                  0U, kMaxGraceSeconds, etcd.graceSeconds);
+  settings.number({"resync", "SECONDS",
+                   "Seconds between two resyncs of a store, each of which reads everything anew and repairs "
+                   "what differs"},
+                  1U, kMaxResyncSeconds, etcd.resyncSeconds);
+  Kelstore::Etcd::addAccess(settings, kAccessKeys, etcd.access);
 }
 
-void describeLimits(CLI::App& app, Kelstore::Limits& limits) {
+std::string limitDefaults() {
   std::string defaults;
+  const Kelstore::Limits limits;
   for (const Kelstore::LimitSpec& spec : Kelstore::allLimits()) {
     defaults += fmt::format("{}{}={}", defaults.empty() ? "" : ",", spec.name, limits.*spec.limit);
   }
-  app.add_option_function<std::string>(
-         "--limit",
-         [&limits](const std::string& text) {
-           absl::Status status = Kelstore::limitsAre(text, limits);
-           if (!status.ok()) throw CLI::ValidationError("--limit", Runtime::textOf(status));
-         },
-         fmt::format("How much of what a source says is taken (default: {})", defaults))
-      ->type_name("NAME=NUMBER[,...]");
+  return defaults;
 }
 
-void describeEtcd(CLI::App& app, Kelstore::Etcd::FollowSettings& options) {
-  app.add_option(
-         "--hold", options.holdSeconds,
-         fmt::format("Seconds for which what a lost store \"etcd:\" said last counts before it is stale, "
-                     "0 to {} (default: {})",
-                     kMaxHoldSeconds, options.holdSeconds))
-      ->type_name("SECONDS")
-      ->check(CLI::Range(0U, kMaxHoldSeconds).description(""));
-  app.add_option_function<std::string>(
-         "--after-hold", [&options](const std::string& text) { options.clearAfterHold = text == "clear"; },
-         "Whether it is served on then, or withdrawn until the store is back (default: keep)")
-      ->type_name("keep|clear")
-      ->check(Runtime::checking([](const std::string& text) {
-        Runtime::oneOf(text, {"keep", "clear"});
-      }));
-  app.add_option("--grace", options.graceSeconds,
-                 fmt::format("Seconds for which a member's rows stay after its lease in a store ended by "
-                             "itself, 0 to {} (default: {})",
-                             kMaxGraceSeconds, options.graceSeconds))
-      ->type_name("SECONDS")
-      ->check(CLI::Range(0U, kMaxGraceSeconds).description(""));
-  app.add_option(
-         "--resync", options.resyncSeconds,
-         fmt::format("Seconds between two resyncs of a store, each of which reads everything anew and "
-                     "repairs what differs, 1 to {} (default: {})",
-                     kMaxResyncSeconds, options.resyncSeconds))
-      ->type_name("SECONDS")
-      ->check(CLI::Range(1U, kMaxResyncSeconds).description(""));
-  Kelstore::Etcd::describeAccess(app, options.access);
-}
-
-void describe(CLI::App& app, Options& options) {
-  app.set_version_flag("--version", std::string("trelsnmpd ") + Runtime::kVersion,
-                       "Print the version and exit");
-  auto* listen = app.add_option(
-      "--listen", options.snmp.listen,
-      fmt::format("Where to serve SNMP over UDP, as udp:ADDRESS:PORT (default: {}); repeatable",
-                  Host::kDefaultListen));
-  listen->type_name("ADDRESS")->allow_extra_args(false)->check(Runtime::checking(checkListen));
-  app.add_option("--agentx", options.snmp.agentx,
-                 "Connect to the master agent at this address instead of listening, such as "
-                 "unix:/var/agentx/master")
-      ->type_name("ADDRESS")
-      ->check(Runtime::checking(checkMaster))
-      ->excludes(listen);
-  app.add_option("--conf", options.snmp.conf,
-                 "File in snmpd.conf syntax: communities, SNMPv3 users, views (default: read-only community "
-                 "\"public\" from loopback, limited to the served tables and \"system\")")
-      ->type_name("FILE")
-      ->excludes("--agentx");
-  app.add_option(
-         "--state", options.states,
-         "Where the cluster's state comes from: \"local\" (this machine's own figures, as those of "
-         "the member that --member names), \"file:PATH\" (a JSON document, followed as it changes), "
-         "\"etcd:HOST:PORT[,HOST:PORT...]/PREFIX\" (the keys of an etcd cluster below the prefix, followed "
-         "as they change) or \"embedded\" (an example of three switches); repeatable, later sources override "
-         "earlier ones, but the storage mappings of \"local\" yield to all others (default: embedded, "
-         "then local)")
-      ->type_name("SOURCE")
-      ->allow_extra_args(false)
-      ->check(Runtime::checking(checkSource));
-  describeEtcd(app, options.etcd);
-  describeLimits(app, options.limits);
-  app.add_option("--member", options.member,
-                 "Member id of this switch (default: 1); also decides with which of a store's servers it "
-                 "begins (default: by the host's name)")
-      ->type_name("N")
-      ->check(CLI::Range(0, 255));
-  app.add_option(
-         "--interval", options.intervalSeconds,
-         fmt::format("Seconds between two looks of the source \"local\" at this machine, {} to {} "
-                     "(default: {})",
-                     Member::MachineFigures::kMinIntervalSeconds, Member::MachineFigures::kMaxIntervalSeconds,
-                     Member::MachineFigures::kDefaultIntervalSeconds))
-      ->type_name("SECONDS")
-      ->check(
-          CLI::Range(Member::MachineFigures::kMinIntervalSeconds, Member::MachineFigures::kMaxIntervalSeconds)
-              .description(""));
-  app.add_option("--index-file", options.indexFile,
+void addSources(Runtime::Settings& settings, Options& options) {
+  settings.list(
+      {"state", "SOURCE",
+       "Where the cluster's state comes from: \"local\" (this machine's own figures, as those of the "
+       "member that --member names), \"file:PATH\" (a JSON document, followed as it changes), "
+       "\"etcd:HOST:PORT[,HOST:PORT...]/PREFIX\" (the keys of an etcd cluster below the prefix, "
+       "followed as they change) or \"embedded\" (an example of three switches); later sources "
+       "override earlier ones, but the storage mappings of \"local\" yield to all others (default: "
+       "embedded, then local)"},
+      options.states, checkSource);
+  addStore(settings, options.etcd);
+  settings.list({"limit", "NAME=NUMBER[,...]",
+                 fmt::format("How much of what a source says is taken (default: {})", limitDefaults())},
+                options.limitTexts, [](const std::string& text) {
+                  Kelstore::Limits limits;
+                  check(Kelstore::limitsAre(text, limits));
+                });
+  settings.number(
+      {"member", "N",
+       "Member id of this switch; also decides with which of a store's servers it begins (else by "
+       "the host's name)"},
+      uint8_t{0}, uint8_t{255}, options.member);
+  settings.number(
+      {"interval", "SECONDS", "Seconds between two looks of the source \"local\" at this machine"},
+      Member::MachineFigures::kMinIntervalSeconds, Member::MachineFigures::kMaxIntervalSeconds,
+      options.intervalSeconds);
+  settings.text({"index-file", "PATH",
                  "Where the source \"local\" keeps the storage indexes of its mount points (default: "
-                 "storage-indexes.json in the state directory)")
-      ->type_name("PATH")
-      ->check(Runtime::checking([](const std::string& path) {
-        if (path.empty()) throw std::invalid_argument("found nothing, expected a path");
-      }));
-  app.add_option("--toggles", options.toggles, "The TrelCore.json of feature toggles (default: none)")
-      ->type_name("FILE")
-      ->check(CLI::Validator([](std::string& path) { return readable(path); }, ""));
-  app.add_option_function<std::string>(
-         "--trel-mode", [&options](const std::string& text) { options.trelMode = text == "on"; },
-         "Whether this switch is a member of a cluster; off ends the daemon (default: on)")
-      ->type_name("on|off")
-      ->check(Runtime::checking([](const std::string& text) {
-        Runtime::oneOf(text, {"on", "off"});
-      }));
-  app.add_option("--control", options.control,
-                 "Unix socket for trelctl (default: trelsnmpd.sock in the runtime directory)")
-      ->type_name("PATH");
-  Runtime::addTextOption(app, "--user", options.user,
-                         "Run as this user once the ports are bound; for root, where there is no systemd",
-                         "NAME");
-  Host::describeTraces(app, options.log);
+                 "storage-indexes.json in the state directory)"},
+                options.indexFile, Runtime::isPath);
+}
+
+// What the files say that the options name, as far as a start would refuse them.
+void checkFiles(const Options& options, Runtime::Findings& findings) {
+  Kelstore::Etcd::noteAccess(options.etcd.access, kAccessKeys, findings);
+  if (options.toggles.empty()) return;
+  absl::Status status = Runtime::File::open(options.toggles).status();
+  if (!status.ok())
+    findings.fault("toggles", fmt::format("{}: {}", options.toggles, Runtime::textOf(status)));
+}
+
+void complete(const Runtime::Settings& settings, Options& options, Runtime::Findings& findings) {
+  // This machine is one member.
+  if (std::count(options.states.begin(), options.states.end(), "local") > 1) {
+    findings.fault("state", "found local twice, expected it once");
+  }
+  for (const char* other : {"listen", "conf"}) {
+    if (options.snmp.agentx.empty() || !settings.isGiven(other)) continue;
+    findings.fault("agentx", fmt::format("found it with {}, expected one of the two", other));
+  }
+  try {
+    options.stateDirectory = Runtime::stateDirectory(kProgram);
+    if (options.control.empty()) options.control = Control::defaultSocketPath();
+  } catch (const std::invalid_argument& error) {
+    findings.add({error.what()});
+  }
+  if (options.states.empty()) options.states = {"embedded", "local"};
+  if (options.indexFile.empty()) options.indexFile = options.stateDirectory + kIndexFile;
+  for (const std::string& text : options.limitTexts) Kelstore::limitsAre(text, options.limits).IgnoreError();
+  options.etcd.place =
+      settings.isGiven("member") ? options.member : std::hash<std::string>()(Host::hostname());
+  options.atStart = settings.atStart();
+}
+
+// What only the running daemon would say.
+void checkContent(const Options& options, Runtime::Findings& findings) {
+  if (!options.snmp.conf.empty()) {
+    findings.add(Host::readAccess(options.snmp.conf).errors);
+  }
+  for (const std::string& state : options.states) {
+    if (!state.starts_with(kFileScheme)) continue;
+    std::string path = state.substr(kFileScheme.size());
+    absl::StatusOr<std::string> text = Runtime::readFile(path, options.limits.documentBytes);
+    if (!text.ok()) {
+      findings.fault("state", Runtime::textOf(text.status()));
+      continue;
+    }
+    Kelstore::Document document = Kelstore::parseDocument(*text, options.limits);
+    if (document.unusable) findings.add({path + *document.unusable});
+    for (const auto& fault : document.faults) findings.add({fmt::format("{}: {}", path, fault.text)});
+    for (const auto& warning : document.warnings) findings.add({fmt::format("{}: {}", path, warning)});
+  }
 }
 
 }  // namespace
@@ -204,29 +194,68 @@ void checkSource(const std::string& source) {
       fmt::format("found \"{}\", expected local, file:PATH, etcd:HOST:PORT/PREFIX or embedded", source));
 }
 
+Runtime::Settings settingsOf(Options& options) {
+  Runtime::Settings settings;
+  settings.list(
+      {"listen", "ADDRESS",
+       fmt::format("Where to serve SNMP over UDP, as udp:ADDRESS:PORT (default: {})", Host::kDefaultListen)},
+      options.snmp.listen, checkListen);
+  settings.text({"agentx", "ADDRESS",
+                 "Connect to the master agent at this address instead of listening, such as "
+                 "unix:/var/agentx/master"},
+                options.snmp.agentx, checkMaster);
+  settings.text({"conf", "FILE",
+                 "File in snmpd.conf syntax: communities, SNMPv3 users, views (default: read-only community "
+                 "\"public\" from loopback, limited to the served tables and \"system\")",
+                 Runtime::Settings::Applies::atReload},
+                options.snmp.conf, Runtime::isPath);
+  addSources(settings, options);
+  settings.text({"toggles", "FILE", "The TrelCore.json of feature toggles (default: none)"}, options.toggles,
+                Runtime::isPath);
+  settings.choice(
+      {"trel-mode", "on|off", "Whether this switch is a member of a cluster; off ends the daemon"},
+      {"on", "off"}, "on", [&options](const std::string& text) { options.trelMode = text == "on"; });
+  settings.text(
+      {"control", "PATH", "Unix socket for trelctl (default: trelsnmpd.sock in the runtime directory)"},
+      options.control, Runtime::isPath);
+  settings.text(
+      {"user", "NAME", "Run as this user once the ports are bound; for root, where there is no systemd"},
+      options.user);
+  Host::addTraces(settings, options.log);
+  return settings;
+}
+
+Runtime::Findings readOptions(const Runtime::Arguments& arguments, Options& options) {
+  options.arguments = arguments;
+  Runtime::Settings settings = settingsOf(options);
+  Runtime::Findings findings = settings.read(arguments);
+  complete(settings, options, findings);
+  checkFiles(options, findings);
+  return findings;
+}
+
 ParsedOptions parseOptions(int argc, const char* const* argv) {
   ParsedOptions parsed;
   Options& options = parsed.options;
   CLI::App app(kDescription, kProgram);
   app.footer(kFooter);
-  describe(app, options);
-  parsed.exitCode = Runtime::parseCommandLine(app, argc, argv, [&options, &app] {
-    // This machine is one member.
-    if (std::count(options.states.begin(), options.states.end(), "local") > 1) {
-      throw CLI::ValidationError("--state", "found local twice, expected it once");
-    }
-    try {
-      options.stateDirectory = Runtime::stateDirectory(kProgram);
-      if (options.control.empty()) options.control = Control::defaultSocketPath();
-      options.etcd.place =
-          app.count("--member") != 0 ? options.member : std::hash<std::string>()(Host::hostname());
-      check(Kelstore::Etcd::checkAccess(options.etcd.access));
-    } catch (const std::invalid_argument& error) {
-      throw CLI::ValidationError(error.what());
-    }
-  });
-  if (options.states.empty()) options.states = {"embedded", "local"};
-  if (options.indexFile.empty()) options.indexFile = options.stateDirectory + kIndexFile;
+  app.set_version_flag("--version", std::string("trelsnmpd ") + Runtime::kVersion,
+                       "Print the version and exit");
+  bool check = false;
+  app.add_flag("--check", check,
+               "Say all that is wrong with the configuration and its files, and exit: 0 or 1");
+  Runtime::Arguments arguments;
+  settingsOf(options).describe(app, "--config", kConfigFile, arguments);
+  parsed.exitCode = Runtime::parseCommandLine(app, argc, argv, [] {});
+  if (parsed.exitCode >= 0) return parsed;
+  Runtime::Findings findings = readOptions(arguments, options);
+  if (check) {
+    checkContent(options, findings);
+    parsed.exitCode = Runtime::reported(findings);
+  } else if (!findings.faults().empty()) {
+    for (const std::string& fault : findings.faults()) Runtime::complain(kProgram, fault);
+    parsed.exitCode = Runtime::kUnusable;
+  }
   return parsed;
 }
 

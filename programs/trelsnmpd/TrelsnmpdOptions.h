@@ -1,4 +1,4 @@
-// The command line of trelsnmpd.
+// What can be set of trelsnmpd: on the command line and in its configuration.
 #pragma once
 
 #include <cstdint>
@@ -11,6 +11,7 @@
 #include "kelstore/Limits.h"
 #include "kelstore/etcd/FollowSettings.h"
 #include "member/LocalSource.h"
+#include "runtime/Settings.h"
 
 namespace Trelsnmpd {
 
@@ -23,6 +24,7 @@ struct Options {
   std::vector<std::string> states;
   Kelstore::Etcd::FollowSettings etcd;  // of every store; without its address and limits
   Kelstore::Limits limits;              // of what each source says
+  std::vector<std::string> limitTexts;  // the same as they were given
   uint8_t member = 1;
   uint32_t intervalSeconds = Member::MachineFigures::kDefaultIntervalSeconds;
   std::string stateDirectory;
@@ -32,12 +34,22 @@ struct Options {
   std::string control;
   std::string user;  // to run as; empty: as who started it
   Host::TraceOptions log;
+  Runtime::Arguments arguments;        // from which these are
+  Runtime::Settings::AtStart atStart;  // to see what a reload does not apply
 };
+
+// The table of all settings, for `options`, which it sets when it is read.
+Runtime::Settings settingsOf(Options& options);
+
+// Sets the options that the arguments and their file give, and checks the files that are needed at once.
+// Blocks. The options, which were made anew, are usable if there are no faults.
+Runtime::Findings readOptions(const Runtime::Arguments& arguments, Options& options);
 
 struct ParsedOptions {
   Options options;
   int exitCode = -1;  // as Runtime::parseCommandLine() returns it: -1: go on
 };
+// Reads the configuration, too, and prints what is wrong.
 ParsedOptions parseOptions(int argc, const char* const* argv);
 
 // Throws std::invalid_argument unless it is an address for UDP. A TCP client that does not read its answers

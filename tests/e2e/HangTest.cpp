@@ -114,7 +114,8 @@ TEST_F(Hang, ConfThatIsReadAgain_WhatWasInForceIsServed) {
   EXPECT_EQ(daemon_.ctl({"status"}).status, 0);
   EXPECT_TRUE(waitUntil([&] {
     return daemon_.process().err().find(
-               "--conf " + conf + ": not reloaded yet, still waiting for the file") != std::string::npos;
+               "not reloaded yet, still waiting for the configuration or a file that it names") !=
+           std::string::npos;
   }));
   hanging.reset();
   EXPECT_TRUE(waitUntil([&] { return daemon_.process().err().find("reloaded") != std::string::npos; }));

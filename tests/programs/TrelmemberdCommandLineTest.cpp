@@ -3,6 +3,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "programs/trelmemberd/TrelmemberdOptions.h"
+#include "tests/programs/ManualPage.h"
 #include "tests/support/Process.h"
 #include "tests/support/TempDir.h"
 
@@ -34,27 +36,30 @@ TEST_F(CommandLineTest, Check_ListsAllErrorsAndWarnings) {
   std::string path =
       directory_.write("c", R"({"member": 300, "store": "etcd:h/p", "x": 1, "access": {"cert": "/none"}})");
   auto result = run({"--check", path});
-  EXPECT_EQ(result.status, 2);
-  EXPECT_THAT(result.err,
-              HasSubstr("trelmemberd: " + path + ": member: found 300, expected an integer from 0 to 255\n"));
-  EXPECT_THAT(result.err, HasSubstr("trelmemberd: " + path + ": store: found"));
-  EXPECT_THAT(result.err, HasSubstr("trelmemberd: " + path + ": access: "));
-  EXPECT_THAT(result.err, HasSubstr("trelmemberd: " + path + ": x: unknown member, ignored\n"));
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.err, HasSubstr(path + ":1: member: found 300, expected an integer from 0 to 255\n"));
+  EXPECT_THAT(result.err, HasSubstr(path + ":1: store: found"));
+  EXPECT_THAT(result.err, HasSubstr(path + ":1: access/cert: "));
+  EXPECT_THAT(result.err, HasSubstr(path + ":1: x: found an unknown key, expected one of "));
   EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 4) << result.err;
 }
 
 TEST_F(CommandLineTest, Check_WarningsAloneAreNoFailure) {
-  std::string path = directory_.write("c", R"({"member": 3, "store": "etcd:h:1/p", "x": 1})");
+  std::string path = directory_.write("c", R"({"member": 3, "store": "etcd:h:1/p", "neighbours": [
+      {"member": 2, "interface": "Ethernet1", "device": "e1", "address": "10.0.0.2"}]})");
   auto result = run({"--check", path});
-  EXPECT_EQ(result.err, "trelmemberd: " + path + ": x: unknown member, ignored\n");
+  EXPECT_EQ(result.err, path +
+                            ":2: neighbours[0]/interface: \"Ethernet1\" is no backplane interface "
+                            "(Backplane and a digit): no interface row will show it\n");
   EXPECT_EQ(result.status, 0);
 }
 
 TEST_F(CommandLineTest, UnusableConfiguration_EndsWithItsErrors) {
   std::string path = directory_.write("c", R"({"member": 3})");
   auto result = run({"--config", path});
-  EXPECT_EQ(result.err, "trelmemberd: " + path +
-                            ": store: found nothing, expected etcd:HOST:PORT[,HOST:PORT...]/PREFIX\n");
+  EXPECT_EQ(result.err,
+            "trelmemberd: " + path +
+                ":1: store: found nothing, expected a string etcd:HOST:PORT[,HOST:PORT...]/PREFIX\n");
   EXPECT_EQ(result.status, 2);
 }
 
@@ -64,7 +69,7 @@ TEST_F(CommandLineTest, StoreThatIsNoEtcd_IsAnError) {
 }
 
 TEST_F(CommandLineTest, UnusableArguments_OneLine) {
-  for (auto arguments : {std::vector<std::string>{}, {"--config"}, {"--nonsense"}, {"--check"}}) {
+  for (auto arguments : {std::vector<std::string>{"--config"}, {"--nonsense"}, {"--config", "/nowhere"}}) {
     auto result = run(arguments);
     EXPECT_EQ(result.status, 2);
     EXPECT_THAT(result.err, StartsWith("trelmemberd: "));
@@ -80,6 +85,25 @@ TEST_F(CommandLineTest, Mappings_AreADocumentWithTheRootInIt) {
   EXPECT_EQ(mappings["memory"]["1"]["description"], "Physical memory");
   EXPECT_EQ(mappings["mounts"]["/"]["description"], "/");
   EXPECT_THAT(run({"--check", "--mappings", path}).err, HasSubstr("excludes"));
+}
+
+TEST_F(CommandLineTest, OptionsWin_AndNeedNoFile) {
+  std::string path = directory_.write("c", R"({"member": 300, "store": "etcd:h:1/p"})");
+  EXPECT_EQ(run({"--check", path, "--member", "3"}).status, 0);
+  EXPECT_EQ(run({"--check", "--config", "", "--member", "3", "--store", "etcd:h:1/p"}).status, 0);
+  EXPECT_THAT(run({"--check", path, "--deadbands-load", "101"}).err,
+              HasSubstr("--deadbands-load: found 101, expected an integer from 0 to 100\n"));
+}
+
+TEST_F(CommandLineTest, ManualPageAndHelp_SayWhatTheTableDoes) {
+  Options options;
+  Runtime::Settings settings = settingsOf(options);
+  EXPECT_EQ(Support::missingIn(TREL_DOCS "/trelmemberd.8", settings), "");
+  std::string help = run({"--help"}).out;
+  for (const auto& setting : settings.all()) {
+    EXPECT_THAT(help, HasSubstr(setting.option().empty() ? "" : "--" + setting.option()));
+    EXPECT_THAT(help, HasSubstr(setting.bounds));
+  }
 }
 
 TEST_F(CommandLineTest, Version_AndHelp) {

@@ -91,8 +91,8 @@ TEST_F(TrelmemberdReloadTest, BadConfiguration_IsNamed_AndTheOldOneStaysInForce)
   ASSERT_TRUE(awaitLine(*process_, file_ + ": not reloaded, the configuration stays as it was"))
       << process_->err();
   EXPECT_THAT(process_->err(),
-              HasSubstr(file_ + ": ttl: found \"long\", expected an integer from 2 to 3600"));
-  EXPECT_THAT(process_->err(), HasSubstr(file_ + ": store: found nothing"));
+              HasSubstr(file_ + ":1: ttl: found \"long\", expected an integer from 2 to 3600"));
+  EXPECT_THAT(process_->err(), HasSubstr(file_ + ":1: store: found nothing"));
   int64_t revision = keys()["members/1/figures"].modRevision;
   EXPECT_TRUE(waitUntil([&] { return keys()["members/1/figures"].modRevision > revision; }));
   EXPECT_THAT(names(), Contains("topology/1/2"));
@@ -117,11 +117,24 @@ TEST_F(TrelmemberdReloadTest, WhatCountsFromTheStart_IsNamed_AndTheRestCounts) {
       << process_->err();
 }
 
+TEST_F(TrelmemberdReloadTest, TraceLevelOfTheFile_Counts_LeaseAndRowsStay) {
+  auto before = keys();
+  EXPECT_THAT(process_->err(), Not(HasSubstr(" Member/3 ")));
+  auto file = nlohmann::json::parse(Support::readFile(file_));
+  file["trace"] = {"Member/3"};
+  directory_.write("1.json", file.dump());
+  reload();
+  EXPECT_TRUE(awaitLine(*process_, " Member/3 ")) << process_->err();
+  auto after = keys();
+  EXPECT_EQ(after["members/1/figures"].lease, before["members/1/figures"].lease);
+  EXPECT_EQ(after["topology/1/2"].modRevision, before["topology/1/2"].modRevision);
+}
+
 TEST_F(TrelmemberdReloadTest, AnotherMember_NothingOfItCounts) {
   std::string other = config(2, loopback(3));
   std::filesystem::rename(other, file_);
   reload();
-  ASSERT_TRUE(awaitLine(*process_, file_ + ": member: found 2, expected 1, which this process publishes"))
+  ASSERT_TRUE(awaitLine(*process_, file_ + ":1: member: found 2, expected 1, which this process publishes"))
       << process_->err();
   EXPECT_TRUE(awaitLine(*process_, "not reloaded"));
   EXPECT_THAT(names(), Contains("topology/1/2"));
