@@ -25,7 +25,8 @@ absl::StatusOr<Credentials> readCredentials(const Access& access);
 absl::StatusOr<Certificates> readCertificates(const Access& access);
 
 // For the start of a program: an error if a file cannot be used, or only one of certificate and key is given.
-// None if a file system has not answered after two seconds: whoever reads the files then will wait, and say so.
+// None if a file system has not answered after two seconds: whoever reads the files then will wait, and say
+// so.
 absl::Status checkAccess(const Access& access);
 
 }  // namespace Kelstore::Etcd
