@@ -30,7 +30,7 @@ std::string saidBy(const std::function<void(const std::string&)>& check, const s
 
 json::json_pointer pointerOf(std::string_view key) {
   json::json_pointer pointer;
-  for (size_t slash; (slash = key.find('/')) != key.npos; key.remove_prefix(slash + 1)) {
+  for (size_t slash; (slash = key.find('/')) != std::string_view::npos; key.remove_prefix(slash + 1)) {
     pointer /= std::string(key.substr(0, slash));
   }
   return pointer /= std::string(key);

@@ -62,7 +62,7 @@ int reported(const Findings& findings);
 // throw std::invalid_argument ("found ..., expected ...").
 struct JsonChecked {
   std::function<void(const std::string&)> check;
-  std::string kind = "";  // of string
+  std::string kind;  // of string
 
   std::string expected() const { return "a string " + kind; }
   std::optional<std::string> decode(const nlohmann::json& json) const;
@@ -139,7 +139,7 @@ class Settings final {
   template <class Type, class Target>
   void add(About about, Form form, std::string bounds, std::string byDefault, Type type, Target& target) {
     std::string_view key = about.key;
-    std::string_view name = key.substr(key.find('/') == key.npos ? 0 : key.find('/') + 1);
+    std::string_view name = key.substr(key.find('/') + 1);
     bool needed = about.needed == Needed::yes;
     settings_.push_back({std::move(about), form, std::move(bounds), std::move(byDefault),
                          [name, needed, type = std::move(type), &target](JsonFields& fields) {
