@@ -20,7 +20,7 @@ kTestPackages=(
 kPackagePackages=("${kEtcdPackages[@]}" debhelper)
 kCheckPackages=(
   "${kTestPackages[@]}" "${kPackagePackages[@]}" clang-format clang-tidy libbenchmark-dev python3-clang-14
-  curl lintian mmdebstrap systemd-container
+  curl lintian mmdebstrap systemd-container zsh
 )
 
 say() { printf '%s\n' "$*" >&2; }

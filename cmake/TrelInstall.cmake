@@ -17,8 +17,10 @@ foreach(program IN LISTS programs)
     string(REGEX MATCH ".$" section "${page}")
     install(FILES "${page}" DESTINATION "${CMAKE_INSTALL_MANDIR}/man${section}" COMPONENT ${program})
   endforeach()
-  install(FILES packaging/completion DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions"
+  install(FILES packaging/completion.bash DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions"
     RENAME ${program} COMPONENT ${program})
+  install(FILES packaging/completion.zsh DESTINATION "${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions"
+    RENAME _${program} COMPONENT ${program})
 endforeach()
 
 # For a stock snmpd, which loads it by its path.

@@ -2,6 +2,7 @@
 
 #include <fmt/ranges.h>
 
+#include <algorithm>
 #include <cstring>
 #include <nlohmann/json.hpp>
 
@@ -80,6 +81,9 @@ class TableReply final : public Reply {
       const TrelSnmp::ServedTable& table = tables[at_];
       if (walk_ == nullptr) walk_ = table.walk(mib_);
       answer["table"] = table.name;
+      answer["indexColumns"] =
+          std::count_if(table.columns.begin(), table.columns.end(),
+                        [](const TrelSnmp::ServedColumn& column) { return column.ofIndex; });
       Json& rows = answer["rows"] = Json::array();
       while (!walk_->atEnd() && rows.size() < kRowsPerLine) rows.push_back(rowOf(table, walk_->next()));
       if (walk_->atEnd()) {

@@ -6,13 +6,16 @@
 #include <nlohmann/json.hpp>
 #include <set>
 
+#include "programs/trelctl/Verdict.h"
 #include "runtime/Text.h"
 
 namespace TrelCtl {
 namespace {
 
-bool isNumber(const std::string& text) {
-  return !text.empty() && text.find_first_not_of("0123456789.-") == std::string::npos;
+// A number, also with a unit, or a duration.
+bool isQuantity(const std::string& text) {
+  return text.find_first_of("0123456789") == (text.starts_with('-') ? 1 : 0) &&
+         text.find_first_not_of("-0123456789.: d%KMGTiB") == std::string::npos;
 }
 
 // In characters of UTF-8, as fmt counts when it pads.
@@ -22,15 +25,8 @@ size_t widthOf(const std::string& text) {
 }
 
 std::string padded(const std::string& text, size_t width, bool last) {
-  if (isNumber(text) && text != "-") return fmt::format("{:>{}}", text, width);
+  if (isQuantity(text)) return fmt::format("{:>{}}", text, width);
   return last ? text : fmt::format("{:<{}}", text, width);
-}
-
-std::string uptime(double seconds) {
-  auto whole = static_cast<uint64_t>(seconds);
-  uint64_t days = whole / 86400;
-  return fmt::format("{}{}:{:02}:{:02}", days == 0 ? "" : fmt::format("{} d ", days), whole / 3600 % 24,
-                     whole / 60 % 60, whole % 60);
 }
 
 std::string section(const char* title, const Json& objects) {
@@ -55,7 +51,48 @@ std::string sectionWithSentences(const char* title, Json objects, const Sentence
   return section(title, objects) + below;
 }
 
+std::string sectionIfAny(const char* title, const Json& objects) {
+  return objects.empty() ? "" : section(title, objects);
+}
+
+std::string collectors(const Json& objects, Shown shown) {
+  if (shown == Shown::all) return section("collectors", objects);
+  Json failing = Json::array();
+  for (const Json& collector : objects) {
+    if (collector.at("state") != "works") failing.push_back(collector);
+  }
+  return sectionIfAny("collectors that do not work", failing);
+}
+
+std::string renderVerdict(const Judgement& judgement) {
+  std::string text = fmt::format("{}{}\n", nameOf(judgement.verdict), judgement.reasons.empty() ? "" : ":");
+  for (const Reason& reason : judgement.reasons) text += fmt::format("  - {}\n", reason.text);
+  return text + "\n";
+}
+
+std::string headLine(const Json& status) {
+  bool connected = status.at("connected").get<bool>();
+  std::string text = fmt::format(
+      "{} {}, member {}, up {}, {} at {}{}, {}\n", cell(status.at("daemon")), cell(status.at("version")),
+      cell(status.at("member")), durationText(status.at("uptimeSeconds").get<double>()),
+      cell(status.at("mode")), cell(status.at("address")), connected ? "" : " (not connected)",
+      status.at("ready").get<bool>() ? "ready" : "not ready");
+  const Json& log = status.at("log");
+  if (log.at("leftOut") != 0 || log.at("lost") != 0) {
+    text += fmt::format("log: {} lines left out, {} lost, {} waiting\n", cell(log.at("leftOut")),
+                        cell(log.at("lost")), cell(log.at("waiting")));
+  }
+  return text;
+}
+
 }  // namespace
+
+std::string durationText(double seconds) {
+  auto whole = static_cast<uint64_t>(seconds);
+  uint64_t days = whole / 86400;
+  return fmt::format("{}{}:{:02}:{:02}", days == 0 ? "" : fmt::format("{} d ", days), whole / 3600 % 24,
+                     whole / 60 % 60, whole % 60);
+}
 
 std::string aligned(const std::vector<std::vector<std::string>>& rows) {
   std::vector<size_t> widths;
@@ -94,39 +131,43 @@ std::string asTable(const Json& objects) {
   return aligned(rows);
 }
 
-std::string renderStatus(const Json& status) {
-  bool connected = status.at("connected").get<bool>();
-  std::string text = fmt::format("{} {}, member {}, up {}, {} at {}{}, {}\n", cell(status.at("daemon")),
-                                 cell(status.at("version")), cell(status.at("member")),
-                                 uptime(status.at("uptimeSeconds").get<double>()), cell(status.at("mode")),
-                                 cell(status.at("address")), connected ? "" : " (not connected)",
-                                 status.at("ready").get<bool>() ? "ready" : "not ready");
-  const Json& log = status.at("log");
-  if (log.at("leftOut") != 0 || log.at("lost") != 0) {
-    text += fmt::format("log: {} lines left out, {} lost, {} waiting\n", cell(log.at("leftOut")),
-                        cell(log.at("lost")), cell(log.at("waiting")));
-  }
-  // Another store is also the error of its source, and the last error; it is told as what it is.
+std::string renderStatus(const Json& status, const Judgement& judgement, Shown shown) {
+  bool all = shown == Shown::all;
+  std::string text = renderVerdict(judgement) + headLine(status);
+  // Another store is also the error of its source, and the last error; it is told as what it is. What is a
+  // reason is told already.
+  std::set<Json> told;
   std::set<Json> others;
   for (const Json& store : status.at("stores")) others.insert(store.at("otherStore"));
-  std::set<Json> told = others;
+  if (!all) {
+    for (const Json& source : status.at("sources")) told.insert(source.at("error"));
+  }
+  told.insert(others.begin(), others.end());
   text += sectionWithSentences("sources", status.at("sources"), {{"error", "error"}}, told);
-  for (const Json& other : others) told.erase(other);
-  text += section("collectors", status.at("collectors"));
+  if (all) {
+    for (const Json& other : others) told.erase(other);
+  }
+  text += collectors(status.at("collectors"), shown);
   if (!status.at("stores").empty()) {
     text += sectionWithSentences("stores", status.at("stores"),
                                  {{"otherStore", "other store"}, {"lastError", "last error"}}, told);
-    text += section("store counters", status.at("storeCounters"));
-    if (!status.at("setAside").empty()) text += section("set aside", status.at("setAside"));
+    if (all) text += section("store counters", status.at("storeCounters"));
+    text += sectionIfAny("set aside", status.at("setAside"));
     text += section("members", status.at("members"));
   }
-  if (!status.at("unread").empty())
-    text += section("unread, with figures as old as this", status.at("unread"));
-  text += section("pipelines", status.at("pipelines"));
-  if (!status.at("conflicts").empty()) text += section("conflicts", status.at("conflicts"));
-  text += section("tasks", status.at("tasks"));
-  text += section("tables", status.at("tables"));
-  return text;
+  text += sectionIfAny("unread, with figures as old as this", status.at("unread"));
+  if (all) {
+    text += section("pipelines", status.at("pipelines"));
+    text += sectionIfAny("conflicts", status.at("conflicts"));
+    text += section("tasks", status.at("tasks"));
+    return text + section("tables", status.at("tables"));
+  }
+  Json tables = status.at("tables");
+  for (Json& table : tables) {
+    table.erase("version");
+    table.erase("directAnswers");
+  }
+  return text + section("tables", tables);
 }
 
 std::string renderTable(const std::string& name, const Json& rows) {

@@ -7,23 +7,11 @@
 #include <cstdint>
 #include <stdexcept>
 #include <string>
-#include <vector>
 
 #include "kelstore/etcd/Access.h"
+#include "programs/trelctl/Unusable.h"
 
 namespace TrelCtl {
-
-// Lines that say what is wrong with an argument or a document. Nothing was written.
-class Unusable final : public std::runtime_error {
- public:
-  explicit Unusable(const std::string& line) : Unusable(std::vector<std::string>{line}) {}
-  explicit Unusable(std::vector<std::string> lines)
-      : runtime_error(lines.front()), lines_(std::move(lines)) {}
-  const std::vector<std::string>& lines() const { return lines_; }
-
- private:
-  std::vector<std::string> lines_;
-};
 
 // The store cannot be reached, refuses, or does not have what was asked for. One line.
 class StoreFailed final : public std::runtime_error {

@@ -83,9 +83,11 @@ Support::Result Daemon::ctl(const Support::Argv& arguments) const {
 
 nlohmann::json Daemon::status() const {
   Support::Result result = ctl({"status", "--json"});
-  if (result.status != 0) throw std::runtime_error("no status: " + result.err);
+  if (result.out.empty()) throw std::runtime_error("no status: " + result.err);
   return nlohmann::json::parse(result.out);
 }
+
+bool Daemon::answersTrelctl() const { return !ctl({"status"}).out.empty(); }
 
 uint64_t Daemon::directAnswers() const {
   uint64_t sum = 0;

@@ -52,6 +52,8 @@ class Daemon {
   // trelctl with this daemon's socket.
   Support::Result ctl(const Support::Argv& arguments) const;
   nlohmann::json status() const;
+  // Whether it answers trelctl, whatever the verdict.
+  bool answersTrelctl() const;
   // Varbinds of the tables that were answered directly.
   uint64_t directAnswers() const;
   // The error of the one source, or empty.

@@ -40,7 +40,7 @@ TEST_P(Signal, DaemonThatIsStillStarting_EndsWith0) {
   Daemon daemon;
   daemon.stateIs(documentOf(fullMesh(100)));
   daemon.launch();
-  ASSERT_TRUE(Support::waitUntil([&] { return daemon.ctl({"status"}).status == 0; }));
+  ASSERT_TRUE(Support::waitUntil([&] { return daemon.answersTrelctl(); }));
   EXPECT_EQ(daemon.process().stop(GetParam()), 0);
 }
 
@@ -265,8 +265,31 @@ TEST(ControlSocket, Status_NamesSourcesPipelinesTasksAndTables) {
   EXPECT_EQ(status.at("sources").at(0).at("state"), "current");
   EXPECT_EQ(status.at("tables").at(1).at("name"), "veldaTrelReachabilityTable");
   EXPECT_EQ(status.at("tables").at(1).at("rows"), 2);
-  EXPECT_THAT(daemon.ctl({"status"}).out,
-              AllOf(HasSubstr("TrelSnmpReachabilityTableSm"), HasSubstr("veldaTrelReachabilityTable")));
+  EXPECT_EQ(status.at("verdict"), "ok");
+  Support::Result text = daemon.ctl({"status", "--all"});
+  EXPECT_EQ(text.status, 0);
+  EXPECT_THAT(text.out, AllOf(StartsWith("ok\n"), HasSubstr("TrelSnmpReachabilityTableSm"),
+                              HasSubstr("veldaTrelReachabilityTable")));
+}
+
+TEST(ControlSocket, Status_WithoutValues_SaysItServesNothing_AndEndsWith4) {
+  Daemon daemon;
+  daemon.stateIs("{}").start();
+  Support::Result text = daemon.ctl({"status"});
+  EXPECT_EQ(text.status, 4);
+  EXPECT_THAT(text.out,
+              StartsWith("not serving:\n  - source file:" + daemon.stateFile() + " has no values\n"));
+}
+
+TEST(ControlSocket, TablesWatched_ChangesFollowAsTheyHappen) {
+  Daemon daemon;
+  daemon.stateIs(documentOf(kReports)).start();
+  Support::Process watching({TRELCTL, "--control", daemon.controlPath(), "tables", "reach", "--watch"});
+  ASSERT_TRUE(Support::waitUntil([&] { return watching.out().find("reachable") != std::string::npos; }));
+  daemon.stateIs(documentOf({{{1, 2}, {"degraded", 1002}}}));
+  ASSERT_TRUE(Support::waitUntil([&] { return watching.out().find(" 2.1: gone\n") != std::string::npos; }))
+      << watching.out();
+  EXPECT_THAT(watching.out(), HasSubstr("Z veldaTrelReachabilityTable 1.2: state reachable -> degraded"));
 }
 
 TEST(ControlSocket, Tables_AllFiveInOneObject) {

@@ -303,7 +303,7 @@ TEST_F(Etcd, Status_HowFollowingGoes) {
   EXPECT_EQ(member.at("leased"), true);
   EXPECT_GT(member.at("leaseLeft"), 500);
   EXPECT_FALSE(member.at("lastChange").is_null());
-  std::string text = daemon_.ctl({"status"}).out;
+  std::string text = daemon_.ctl({"status", "--all"}).out;
   for (const char* title : {"\nstores:\n", "\nstore counters:\n", "\nmembers:\n"})
     EXPECT_THAT(text, HasSubstr(title));
 }

@@ -24,13 +24,14 @@ std::vector<std::string> lines(const TrelSnmp::TrelMib& mib) {
 Zavro::Ptr<TrelSnmp::TrelMib> emptyMib() { return TrelSnmp::trelMibFactory("trelMib"); }
 
 TEST(TableReportTest, EmptyTables_OneLineEachAndTheEnd) {
-  EXPECT_THAT(lines(*emptyMib()),
-              testing::ElementsAre(R"({"ok":true,"table":"veldaTrelBaIfTable","rows":[]})",
-                                   R"({"ok":true,"table":"veldaTrelReachabilityTable","rows":[]})",
-                                   R"({"ok":true,"table":"veldaTrelHrSystemTable","rows":[]})",
-                                   R"({"ok":true,"table":"veldaTrelProcessorTable","rows":[]})",
-                                   R"({"ok":true,"table":"veldaTrelStorageTable","rows":[]})",
-                                   R"({"ok":true,"done":true})"));
+  EXPECT_THAT(
+      lines(*emptyMib()),
+      testing::ElementsAre(R"({"ok":true,"table":"veldaTrelBaIfTable","indexColumns":1,"rows":[]})",
+                           R"({"ok":true,"table":"veldaTrelReachabilityTable","indexColumns":2,"rows":[]})",
+                           R"({"ok":true,"table":"veldaTrelHrSystemTable","indexColumns":1,"rows":[]})",
+                           R"({"ok":true,"table":"veldaTrelProcessorTable","indexColumns":2,"rows":[]})",
+                           R"({"ok":true,"table":"veldaTrelStorageTable","indexColumns":2,"rows":[]})",
+                           R"({"ok":true,"done":true})"));
 }
 
 TEST(TableReportTest, EveryServedValueOfEveryTable) {
@@ -53,18 +54,23 @@ TEST(TableReportTest, EveryServedValueOfEveryTable) {
       Zavro::makePtr<const HostResources::StorageInfo>(4096u, uint64_t{100}, uint64_t{40})));
   auto all = lines(*mib);
   ASSERT_EQ(all.size(), 6u);
-  EXPECT_EQ(all[0], R"({"ok":true,"table":"veldaTrelBaIfTable","rows":)"
+  EXPECT_EQ(all[0], R"({"ok":true,"table":"veldaTrelBaIfTable","indexColumns":1,"rows":)"
                     R"([{"ifIndex":4294967295,"localMemberId":1,"remoteMemberId":2}]})");
-  EXPECT_EQ(all[1],
-            R"({"ok":true,"table":"veldaTrelReachabilityTable","rows":[{"srcId":1,"destId":2,"baIfIndex":7,)"
-            R"("state":4,"stateName":"degraded","lastUpdate":150}]})");
-  EXPECT_EQ(all[2], R"({"ok":true,"table":"veldaTrelHrSystemTable","rows":[{"memberId":1,"upTime":1250,)"
-                    R"("date":"1970-1-1,0:0:0.0,+0:0","numUsers":3,"processes":4,"memorySize":5}]})");
-  EXPECT_EQ(all[3],
-            R"({"ok":true,"table":"veldaTrelProcessorTable","rows":[{"memberId":1,"index":9,"load":-1}]})");
-  EXPECT_EQ(all[4],
-            R"({"ok":true,"table":"veldaTrelStorageTable","rows":[{"memberId":1,"index":31,"type":"1.3.6.1",)"
-            R"("descr":"/var","allocUnits":4096,"size":100,"used":60}]})");
+  EXPECT_EQ(
+      all[1],
+      R"({"ok":true,"table":"veldaTrelReachabilityTable","indexColumns":2,"rows":[{"srcId":1,"destId":2,"baIfIndex":7,)"
+      R"("state":4,"stateName":"degraded","lastUpdate":150}]})");
+  EXPECT_EQ(
+      all[2],
+      R"({"ok":true,"table":"veldaTrelHrSystemTable","indexColumns":1,"rows":[{"memberId":1,"upTime":1250,)"
+      R"("date":"1970-1-1,0:0:0.0,+0:0","numUsers":3,"processes":4,"memorySize":5}]})");
+  EXPECT_EQ(
+      all[3],
+      R"({"ok":true,"table":"veldaTrelProcessorTable","indexColumns":2,"rows":[{"memberId":1,"index":9,"load":-1}]})");
+  EXPECT_EQ(
+      all[4],
+      R"({"ok":true,"table":"veldaTrelStorageTable","indexColumns":2,"rows":[{"memberId":1,"index":31,"type":"1.3.6.1",)"
+      R"("descr":"/var","allocUnits":4096,"size":100,"used":60}]})");
 }
 
 TEST(TableReportTest, AbsentRecords_ReadAsServed) {

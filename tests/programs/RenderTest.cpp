@@ -5,6 +5,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "programs/trelctl/Verdict.h"
+
 namespace TrelCtl {
 namespace {
 
@@ -47,7 +49,8 @@ TEST(RenderTest, Status_OneLineAndTheListsWithErrorsBelow) {
       "pipelines":[{"name":"p","ready":true,"idle":false}],
       "conflicts":[{"pipeline":"p","conflict":"index 7 twice"}],"tasks":[],
       "tables":[{"name":"t","rows":2,"version":7}]})");
-  EXPECT_EQ(renderStatus(status),
+  EXPECT_EQ(renderStatus(status, {}, Shown::all),
+            "ok\n\n"
             "trelsnmpd 0.1.0, member 3, up 1 d 2:03:04, agentx at unix:/m (not connected), not ready\n"
             "log: 20 lines left out, 3 lost, 1 waiting\n"
             "\nsources:\n"
@@ -84,7 +87,8 @@ TEST(RenderTest, Status_StoresWithTheirErrorsBelow_CountersAndMembers) {
       "setAside":[{"source":"etcd:h:1/p","key":"p/sysname","error":"found 1"}],
       "members":[{"source":"etcd:h:1/p","member":"1","leased":true,"leaseLeft":12,"lastChange":null,"heldSince":null}],"unread":[],
       "pipelines":[],"conflicts":[],"tasks":[],"tables":[]})");
-  EXPECT_EQ(renderStatus(status),
+  EXPECT_EQ(renderStatus(status, {}, Shown::all),
+            "ok\n\n"
             "trelsnmpd 0.1.0, member 3, up 0:00:01, standalone at udp:1, ready\n"
             "\nsources: none\n"
             "\ncollectors: none\n"
@@ -119,11 +123,37 @@ TEST(RenderTest, Status_SentenceOfAStore_IsToldOnce) {
                 {"source":"etcd:h:2/p","lastError":"h:2: found","otherStore":"h:2: found"}],
       "storeCounters":[],"setAside":[],"members":[],"unread":[],
       "pipelines":[],"conflicts":[],"tasks":[],"tables":[]})");
-  std::string text = renderStatus(status);
+  std::string text = renderStatus(status, {}, Shown::all);
   EXPECT_THAT(
       text, testing::HasSubstr("\nsources:\n  name\n  etcd:h:1/p\n  etcd:h:2/p\n  error: h:1: refused\n\n"));
   EXPECT_THAT(text, testing::HasSubstr(
                         "\nstores:\n  source\n  etcd:h:1/p\n  etcd:h:2/p\n  other store: h:2: found\n\n"));
+}
+
+// Reasons tell the errors, and nobody who asks whether all is well reads what works.
+TEST(RenderTest, Status_BeginsWithTheVerdict_AndLeavesOutWhatWorks) {
+  Json status = Json::parse(R"({"daemon":"trelsnmpd","version":"0.1.0","member":3,"uptimeSeconds":1,
+      "mode":"standalone","address":"udp:1","connected":true,"ready":true,
+      "log":{"waiting":0,"leftOut":0,"lost":0},"sources":[{"name":"file:/x","state":"stale","error":"/x: bad"}],
+      "collectors":[{"name":"users","state":"works"},{"name":"mount /a","state":"hangs"}],
+      "stores":[],"storeCounters":[],"setAside":[],"members":[],"unread":[],
+      "pipelines":[{"name":"p","ready":true}],"conflicts":[],"tasks":[{"name":"task"}],
+      "tables":[{"name":"t","rows":2,"version":7,"directAnswers":9}]})");
+  Judgement judgement{Verdict::degraded, {{Verdict::degraded, "stale", "source file:/x is stale: /x: bad"}}};
+  EXPECT_EQ(renderStatus(status, judgement, Shown::whatMatters),
+            "degraded:\n"
+            "  - source file:/x is stale: /x: bad\n"
+            "\n"
+            "trelsnmpd 0.1.0, member 3, up 0:00:01, standalone at udp:1, ready\n"
+            "\nsources:\n"
+            "  name     state\n"
+            "  file:/x  stale\n"
+            "\ncollectors that do not work:\n"
+            "  name      state\n"
+            "  mount /a  hangs\n"
+            "\ntables:\n"
+            "  name  rows\n"
+            "  t        2\n");
 }
 
 }  // namespace
