@@ -71,7 +71,6 @@ class NeighbourReachability final {
   // When the state changed last, or this was created; since 1970 UTC.
   uint64_t lastChangeNs() const { return lastChangeNs_; }
   // Looks whether the time of day was set: what is known in the time of before is then told in that of now.
-  // A machine that was asleep cannot be told from that: a change is younger then by the time of its sleep.
   void lookAtClock();
 
  private:

@@ -61,6 +61,7 @@ class Client::Impl {
   absl::Status call(const Attempt& attempt) {
     // The system's clock may be set meanwhile, so this one measures the time.
     auto end = std::chrono::steady_clock::now() + options_.deadline;
+    end_ = Clock::now() + options_.deadline;
     std::string failures;
     absl::Status status;
     repeated_ = false;
@@ -196,7 +197,7 @@ class Client::Impl {
       grpc::Status status = attempt(channel_, context);
       mayBeDone_ = !status.ok() && mayBeDone(status);
       if (!renewal.dueAfter(access_, status)) return asStatus(endpoint(), status);
-      token_.reset();
+      refused_ = std::exchange(token_, std::nullopt);
     }
   }
 
@@ -206,13 +207,23 @@ class Client::Impl {
   }
 
   absl::Status connect(Clock::time_point deadline) {
-    if (channel_ && token_) return absl::OkStatus();
-    grpc::ClientContext context;
-    context.set_deadline(deadline);
-    auto loggedIn = logIn(endpoint(), access_, channel_, token_, context);
-    if (!loggedIn.ok()) return loggedIn.status();
-    channel_ = loggedIn->channel;
-    token_ = loggedIn->token;
+    if (!channel_) {
+      auto channel = makeChannel(endpoint(), access_);
+      if (!channel.ok()) return channel.status();
+      channel_ = *std::move(channel);
+    }
+    if (token_) return absl::OkStatus();
+    // A server that has just refused a token answers, though maybe to hundreds of others as well.
+    if (refused_) deadline = end_;
+    auto token = store_->token(refused_, deadline, [&]() -> absl::StatusOr<std::string> {
+      grpc::ClientContext context;
+      context.set_deadline(deadline);
+      auto loggedIn = logIn(endpoint(), access_, channel_, std::nullopt, context);
+      if (!loggedIn.ok()) return loggedIn.status();
+      return loggedIn->token;
+    });
+    if (!token.ok()) return token.status();
+    token_ = *std::move(token);
     return absl::OkStatus();
   }
 
@@ -220,7 +231,9 @@ class Client::Impl {
   const Access access_;
   const Options options_;
   Channel channel_;
-  std::optional<std::string> token_;  // empty: calls need none
+  std::optional<std::string> token_;    // empty: calls need none
+  std::optional<std::string> refused_;  // the last one that was
+  Clock::time_point end_;               // of the call under way
   const std::shared_ptr<KnownStore> store_;
   Header known_;                                      // of the store, when the attempt began
   std::chrono::steady_clock::time_point leftHomeAt_;  // or when it was asked in vain

@@ -8,7 +8,7 @@
 namespace Kelstore::Etcd {
 namespace {
 
-// This machine's clock was set, or the machine was asleep, if the two clocks have moved apart by so much.
+// This machine's clock was set if the two clocks have moved apart by so much.
 constexpr double kMostDisagreement = 1;
 
 }  // namespace

@@ -38,8 +38,8 @@ class ClockDifferences final {
     double monotonicSeconds = 0;
   };
 
-  // To be told before what happens then. If this machine's clock was set, or it was asleep, nothing is known
-  // of any member any more. The members whose correction has changed by that.
+  // To be told before what happens then. If this machine's clock was set, nothing is known of any member any
+  // more. The members whose correction has changed by that.
   std::vector<std::string> clocksAre(const Now& now);
   // A member has published its time just now. One that it published before says nothing. Returns whether the
   // correction has changed.

@@ -1,19 +1,19 @@
 #include "platform/zavro/Clock.h"
 
-#include <chrono>
+#include <time.h>
 
 namespace Zavro {
 namespace {
 
-template <class Source>
-uint64_t nowNs() {
-  auto sinceEpoch = std::chrono::duration_cast<std::chrono::nanoseconds>(Source::now().time_since_epoch());
-  return static_cast<uint64_t>(sinceEpoch.count());
+uint64_t nowNs(clockid_t clock) {
+  timespec now{};
+  clock_gettime(clock, &now);
+  return static_cast<uint64_t>(now.tv_sec) * 1'000'000'000 + static_cast<uint64_t>(now.tv_nsec);
 }
 
 }  // namespace
 
-uint64_t SystemClock::monotonicNs() const { return nowNs<std::chrono::steady_clock>(); }
-uint64_t SystemClock::utcNs() const { return nowNs<std::chrono::system_clock>(); }
+uint64_t SystemClock::monotonicNs() const { return nowNs(CLOCK_BOOTTIME); }
+uint64_t SystemClock::utcNs() const { return nowNs(CLOCK_REALTIME); }
 
 }  // namespace Zavro

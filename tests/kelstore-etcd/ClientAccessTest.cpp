@@ -3,9 +3,12 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <thread>
+
 #include "kelstore/etcd/Channels.h"
 #include "kelstore/etcd/Client.h"
 #include "kelstore/etcd/rpc.grpc.pb.h"
+#include "tests/kelstore-etcd/AsksWhoItIs.h"
 #include "tests/support/Etcd.h"
 #include "tests/support/EtcdAccess.h"
 
@@ -130,6 +133,49 @@ TEST_F(EtcdAuthTest, RolesChangeMeanwhile_CallGoesThrough) {
   server->ctl({"role", "grant-permission", "writer", "readwrite", "other/", "--prefix"}, "root:rootpw");
   absl::StatusOr<int64_t> put = client.put("other/a", "2");
   EXPECT_TRUE(put.ok()) << put.status();
+}
+
+// A publisher has three clients. A server that is started again would check a password for each.
+TEST_F(EtcdAuthTest, ClientsOfAProcessLogInOnce) {
+  AsksWhoItIs asking;
+  auto known = std::make_shared<KnownStore>();
+  Access access = login("trel", "secret");
+  Client one({asking.endpoint()}, access, {.known = known});
+  Client two({asking.endpoint()}, access, {.known = known});
+  for (size_t starts = 1; starts <= 3; ++starts) {
+    for (Client* client : {&one, &two}) EXPECT_TRUE(client->get("trel/a").ok());
+    EXPECT_EQ(asking.logins().size(), starts);
+    asking.forgetTokens();
+  }
+}
+
+TEST_F(EtcdAuthTest, AnotherClientsLoginDoesNotEnd_ThisOneGivesUpInTime) {
+  AsksWhoItIs asking;
+  auto known = std::make_shared<KnownStore>();
+  Client client({asking.endpoint()}, login("trel", "secret"), {.deadline = 100ms, .known = known});
+  auto now = std::chrono::system_clock::now();
+  auto token = known->token(std::nullopt, now, [&]() -> absl::StatusOr<std::string> {
+    std::thread([&] {
+      absl::Status status = client.get("trel/a").status();
+      EXPECT_TRUE(absl::IsUnavailable(status)) << status;
+    }).join();
+    return absl::UnknownError("no answer");
+  });
+  EXPECT_FALSE(token.ok());
+  EXPECT_TRUE(asking.logins().empty());
+}
+
+// There may be 255 logins at once then. Half of the time is kept for other servers only while it is not known
+// whether this one answers.
+TEST_F(EtcdAuthTest, ServerHasRefusedTheToken_TheLoginHasAllOfTheTime) {
+  AsksWhoItIs asking;
+  Client client({asking.endpoint(), "127.0.0.1:1"}, login("trel", "secret"), {.deadline = 60s});
+  EXPECT_TRUE(client.get("trel/a").ok());
+  asking.forgetTokens();
+  EXPECT_TRUE(client.get("trel/a").ok());
+  ASSERT_EQ(asking.logins().size(), 2u);
+  EXPECT_LE(asking.logins()[0], 31s);
+  EXPECT_GT(asking.logins()[1], 31s);
 }
 
 // --- TLS

@@ -1,6 +1,11 @@
 #include "platform/zavro/Clock.h"
 
 #include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <fstream>
 
 #include "platform/zavro/Duration.h"
 
@@ -22,6 +27,28 @@ TEST(ClockTest, SystemClock_NeverStepsBack_AndKnowsTheCentury) {
   EXPECT_LE(before, clock.monotonicNs());
   EXPECT_GT(clock.utcNs(), 1600000000000000000u);
   EXPECT_LT(clock.utcNs(), 4200000000000000000u);
+}
+
+// Ends this process with the status of a child for which the machine has slept for 1000 s since `before`.
+[[noreturn]] void readClockAfterASleep(uint64_t before) {
+  if (unshare(CLONE_NEWTIME) != 0) _exit(77);
+  std::ofstream("/proc/self/timens_offsets") << "boottime 1000 0" << std::flush;
+  pid_t child = fork();
+  if (child == 0) _exit(Zavro::SystemClock().monotonicNs() >= before + 1000000000000u ? 0 : 1);
+  int status = -1;
+  waitpid(child, &status, 0);
+  _exit(WIFEXITED(status) ? WEXITSTATUS(status) : 2);
+}
+
+TEST(ClockTest, SystemClock_GoesOnWhileTheMachineSleeps) {
+  uint64_t before = Zavro::SystemClock().monotonicNs();
+  pid_t child = fork();
+  if (child == 0) readClockAfterASleep(before);
+  int status = -1;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  ASSERT_TRUE(WIFEXITED(status));
+  if (WEXITSTATUS(status) == 77) GTEST_SKIP() << "no time namespace is allowed";
+  EXPECT_EQ(WEXITSTATUS(status), 0);
 }
 
 TEST(DurationTest, DefaultIsZero_AndLengthsCompare) {
