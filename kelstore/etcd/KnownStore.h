@@ -27,9 +27,9 @@ class KnownStore final {
     if (header_.clusterId == before.clusterId) header_ = header;
   }
 
-  // The token that one of the clients has got, or else what `logIn` returns: a store takes a tenth of a second
-  // for each password. `refused`: the last one that the caller knows, which is not wanted again. One of them
-  // logs in at a time; the others wait for it. Unavailable: it did not end until `deadline`.
+  // The token that one of the clients has got, or else what `logIn` returns: a store takes a tenth of a
+  // second for each password. `refused`: the last one that the caller knows, which is not wanted again. One
+  // of them logs in at a time; the others wait for it. Unavailable: it did not end until `deadline`.
   absl::StatusOr<std::string> token(const std::optional<std::string>& refused,
                                     std::chrono::system_clock::time_point deadline,
                                     const std::function<absl::StatusOr<std::string>()>& logIn) {

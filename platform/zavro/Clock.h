@@ -8,7 +8,8 @@ namespace Zavro {
 class Clock {
  public:
   virtual ~Clock() = default;
-  // Nanoseconds on a clock that never steps, and goes on while the machine sleeps; only differences are meaningful.
+  // Nanoseconds on a clock that never steps, and goes on while the machine sleeps; only differences are
+  // meaningful.
   virtual uint64_t monotonicNs() const = 0;
   // Nanoseconds since 1970-01-01 00:00:00 UTC.
   virtual uint64_t utcNs() const = 0;

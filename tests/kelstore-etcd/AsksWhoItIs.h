@@ -1,4 +1,5 @@
-// An etcd server that knows its tokens until it forgets them, and notes how long each login would have waited.
+// An etcd server that knows its tokens until it forgets them, and notes how long each login would have
+// waited.
 #pragma once
 
 #include <grpcpp/server.h>
