@@ -235,7 +235,9 @@ void Follower::watchSaid(uint64_t nowMs, WatchResponse response) {
   // Answers to progress requests may overtake others, so only the first answer's revision is compared.
   bool otherPast = response.created && foreign(response.header);
   bool otherCluster = response.header.clusterId != history_.at(applied_).clusterId;
-  if (otherPast || otherCluster) return otherStoreIs(nowMs, response.header);
+  // A proxy at which others watch the same keys answers by itself, and tells nothing of the store.
+  bool ofProxy = response.header.clusterId == 0;
+  if (!ofProxy && (otherPast || otherCluster)) return otherStoreIs(nowMs, response.header);
   heard(nowMs, response.header);
   watchHeardMs_ = nowMs;
   askedForProgress_ = false;

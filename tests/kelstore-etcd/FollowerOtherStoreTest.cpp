@@ -285,6 +285,14 @@ TEST_F(OtherStoreTest, KeyThatChangedLastIsGone_AllIsListed) {
   }
 }
 
+TEST_F(OtherStoreTest, ProxyOpensTheWatchByItself_NoOtherStoreIsSeen) {
+  loses();
+  page(at(20), {record("p/a", "1", 3)});
+  created({});
+  EXPECT_EQ(follower_.state(), State::watching);
+  EXPECT_EQ(follower_.otherStore(), "");
+}
+
 // A watch at a proxy goes on when the store behind it is replaced.
 TEST_F(OtherStoreTest, ResyncFindsAnotherPast_AllIsListedAnewAndItIsSaid) {
   untilTheResync();
