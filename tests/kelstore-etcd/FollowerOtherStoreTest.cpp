@@ -287,7 +287,7 @@ TEST_F(OtherStoreTest, KeyThatChangedLastIsGone_AllIsListed) {
 
 TEST_F(OtherStoreTest, ProxyOpensTheWatchByItself_NoOtherStoreIsSeen) {
   loses();
-  page(at(20), {record("p/a", "1", 3)});
+  page(at(20), {record("p/b", "3", 12)});
   created({});
   EXPECT_EQ(follower_.state(), State::watching);
   EXPECT_EQ(follower_.otherStore(), "");
