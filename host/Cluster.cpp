@@ -27,7 +27,10 @@ Cluster::Cluster(const std::vector<MakeSource>& sources, Zavro::Ptr<Vem::TaskSch
   mountTrelMib();
   sysnameIs();
   sysnameSubscription_ = mirror_.subscribeSysname([this] { sysnameIs(); });
-  for (const MakeSource& make : sources) sources_.push_back(make(layers_));
+  for (const MakeSource& make : sources) {
+    sources_.push_back(make(layers_));
+    byLayer_.resize(layers_.layers(), sources_.back().get());
+  }
   for (const auto& source : sources_) source->start();
   agentRoot_->agentIs(trelMib_, status_, mirror_.ifMib(), mirror_.topologyConfig(), mirror_.reachabilityDir(),
                       mirror_.hostResourcesDir());
@@ -71,6 +74,12 @@ std::vector<Kelstore::SourceStatus> Cluster::sources() const {
   std::vector<Kelstore::SourceStatus> all;
   for (const auto& source : sources_) all.push_back(source->status());
   return all;
+}
+
+std::vector<std::string> Cluster::sourcesOfLayers() const {
+  std::vector<std::string> names;
+  for (const Kelstore::Source* source : byLayer_) names.push_back(source->status().name);
+  return names;
 }
 
 void Cluster::refreshSources(std::function<void()> done) {

@@ -40,6 +40,9 @@ class Cluster {
 
   const TrelSnmp::TrelMib& trelMib() const { return *trelMib_; }
   std::vector<Kelstore::SourceStatus> sources() const;
+  // What the sources say, and the names of the sources by layer.
+  const Kelstore::LayeredState& layers() const { return layers_; }
+  std::vector<std::string> sourcesOfLayers() const;
   // Collectors of members that do not work, as the members say.
   const std::map<Kelstore::Path, Kelstore::Unread>& unread() const { return mirror_.unread(); }
   // Calls `done` when all that sources() shows is up to date, or when that takes too long
@@ -59,6 +62,7 @@ class Cluster {
   Kelstore::Mirror mirror_;
   Kelstore::LayeredState layers_;
   std::vector<std::unique_ptr<Kelstore::Source>> sources_;
+  std::vector<const Kelstore::Source*> byLayer_;
   Zavro::Ptr<Kor::Dir> root_;
   Zavro::Ptr<TrelSnmp::TrelMib> trelMib_;
   Zavro::Ptr<Snmp::Status> status_;

@@ -66,6 +66,13 @@ Json rowOf(const TrelSnmp::ServedTable& table, const std::vector<TrelSnmp::Encod
   return row;
 }
 
+// Their sub-identifiers, in the order in which a row has them.
+Json columnsOf(const TrelSnmp::ServedTable& table) {
+  Json columns = Json::object();
+  for (const TrelSnmp::ServedColumn& column : table.columns) columns[column.label] = column.number;
+  return columns;
+}
+
 class TableReply final : public Reply {
  public:
   explicit TableReply(const TrelSnmp::TrelMib& mib) : mib_(mib) {}
@@ -81,6 +88,8 @@ class TableReply final : public Reply {
       const TrelSnmp::ServedTable& table = tables[at_];
       if (walk_ == nullptr) walk_ = table.walk(mib_);
       answer["table"] = table.name;
+      answer["oid"] = fmt::format("{}", fmt::join(table.rootOid, "."));
+      answer["columns"] = columnsOf(table);
       answer["indexColumns"] =
           std::count_if(table.columns.begin(), table.columns.end(),
                         [](const TrelSnmp::ServedColumn& column) { return column.ofIndex; });

@@ -56,13 +56,17 @@ void LayeredState::settledIs(Layer layer) {
   schedule();
 }
 
+std::optional<LayeredState::Layer> LayeredState::deciding(const Path& path) const {
+  auto decides = [&](Layer layer) {
+    return layers_[layer].snapshot->find(path) != nullptr || layers_[layer].claims(path.kind, path.first());
+  };
+  auto at = std::find_if(order_.rbegin(), order_.rend(), decides);
+  return at == order_.rend() ? std::nullopt : std::optional(*at);
+}
+
 const Value* LayeredState::find(const Path& path) const {
-  for (auto at = order_.rbegin(); at != order_.rend(); ++at) {
-    const LayerState& layer = layers_[*at];
-    if (const Value* value = layer.snapshot->find(path)) return value;
-    if (layer.claims(path.kind, path.first())) break;
-  }
-  return nullptr;
+  std::optional<Layer> layer = deciding(path);
+  return layer ? layers_[*layer].snapshot->find(path) : nullptr;
 }
 
 bool LayeredState::any(std::span<const Kind> kinds, std::string_view first) const {

@@ -7,6 +7,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -39,6 +40,9 @@ class LayeredState final : private View {
   void settledIs(Layer layer);
 
   const std::shared_ptr<const Snapshot>& snapshot(Layer layer) const { return layers_[layer].snapshot; }
+  // The layer whose value counts at the path, or that hides what the layers below it have there. Nothing: no
+  // layer has or hides anything.
+  std::optional<Layer> deciding(const Path& path) const;
   // How many there are; they are numbered from 0.
   Layer layers() const { return layers_.size(); }
   // Paths to be applied. One that changed several times may count several times.

@@ -2,6 +2,7 @@
 // describes the protocol.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <optional>
 #include <string>
@@ -18,6 +19,8 @@ inline constexpr const char* kOpStatus = "status";
 inline constexpr const char* kOpReady = "ready";
 inline constexpr const char* kOpTables = "tables";
 inline constexpr const char* kOpAccept = "accept";
+inline constexpr const char* kOpValues = "values";
+inline constexpr std::array kOps = {kOpStatus, kOpReady, kOpTables, kOpAccept, kOpValues};
 
 // `trelsnmpd.sock` in the daemon's runtime directory; throws as Runtime::runtimeDirectory() does.
 std::string defaultSocketPath();

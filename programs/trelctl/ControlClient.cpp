@@ -81,10 +81,12 @@ ControlClient::ControlClient(const std::string& path, int answerMs)
 
 ControlClient::~ControlClient() { ::close(fd_); }
 
-void ControlClient::send(const char* op) {
-  std::string request = Json{{"op", op}}.dump() + "\n";
-  ssize_t sent = ::send(fd_, request.data(), request.size(), MSG_NOSIGNAL);
-  if (sent != static_cast<ssize_t>(request.size())) fail(std::strerror(errno));
+void ControlClient::send(const char* op) { send(Json{{"op", op}}); }
+
+void ControlClient::send(const Json& request) {
+  std::string line = request.dump() + "\n";
+  ssize_t sent = ::send(fd_, line.data(), line.size(), MSG_NOSIGNAL);
+  if (sent != static_cast<ssize_t>(line.size())) fail(std::strerror(errno));
 }
 
 Json ControlClient::receive() {

@@ -32,6 +32,7 @@ class ControlClient {
 
   // Sends a request; throws Unreachable.
   void send(const char* op);
+  void send(const Json& request);
   // The next line of the answer; throws Unreachable, also when that is an error.
   Json receive();
 

@@ -12,9 +12,11 @@
 
 #include "programs/trelctl/Render.h"
 #include "programs/trelctl/TableChanges.h"
+#include "programs/trelctl/Topology.h"
 #include "programs/trelctl/Units.h"
 #include "programs/trelctl/Unusable.h"
 #include "programs/trelctl/Verdict.h"
+#include "runtime/CommandLine.h"
 
 namespace TrelCtl {
 namespace {
@@ -137,6 +139,32 @@ int tables(const DaemonCommands& commands) {
   return 0;
 }
 
+// What the sources say below the segments.
+Json valuesBelow(const std::vector<std::string>& segments, ControlClient& client) {
+  client.send({{"op", Control::kOpValues}, {"below", segments}});
+  Json all = Json::array();
+  while (true) {
+    Json part = client.receive();
+    if (part.value("done", false)) return all;
+    for (Json& value : part.at("values")) all.push_back(std::move(value));
+  }
+}
+
+int topology(const DaemonCommands& commands) {
+  ControlClient client(socketOf(commands));
+  Json values = valuesBelow({"topology"}, client);
+  for (Json& value : valuesBelow({"interfaces"}, client)) values.push_back(std::move(value));
+  Topology topology = topologyOf(tablesOf(client), values);
+  if (commands.json) {
+    fmt::print("{}", dumped(topologyJson(topology)));
+  } else if (commands.format == "dot") {
+    fmt::print("{}", topologyDot(topology));
+  } else {
+    fmt::print("{}", commands.format == "svg" ? topologySvg(topology) : topologyText(topology));
+  }
+  return 0;
+}
+
 // Why a daemon that answers is not ready.
 std::string missing(const Json& status) {
   Judgement judgement = judgementOf(status);
@@ -189,6 +217,15 @@ void describeTables(CLI::App& app, DaemonCommands& commands) {
   app.add_flag("--watch", commands.watch, "Then print changes, a line each, until this is ended");
 }
 
+void describeTopology(CLI::App& app, DaemonCommands& commands) {
+  jsonFlag(app, commands, "Print one JSON object");
+  app.add_option("--format", commands.format, "text, dot (for Graphviz) or svg (a picture; default: text)")
+      ->type_name("FORMAT")
+      ->check(Runtime::checking([](const std::string& text) {
+        Runtime::oneOf(text, {"text", "dot", "svg"});
+      }));
+}
+
 void describeWait(CLI::App& app, DaemonCommands& commands) {
   app.add_option("--timeout", commands.timeoutSeconds, "Seconds to wait at most (default: 10)")
       ->type_name("S")
@@ -205,6 +242,8 @@ constexpr std::array kCommands = {
     Command{"status", "Say whether the daemon serves all that its sources say, and how it is doing",
             describeStatus, status},
     Command{"tables", "Show the tables as they are served, in walk order", describeTables, tables},
+    Command{"topology", "Show the links between the members, and what is wrong with them", describeTopology,
+            topology},
     Command{"wait", "Return once the daemon runs and serves all that its sources say", describeWait, wait}};
 constexpr Command kAccept{"accept", "Have the daemon follow a store that is in place of the one it followed",
                           nullptr, accept};

@@ -21,6 +21,7 @@ struct DaemonCommands {
   bool raw = false;
   bool watch = false;
   std::string table;  // empty: all
+  std::string format = "text";
   double timeoutSeconds = 10;
   int exitStatus = 0;  // of the command that was run
 };

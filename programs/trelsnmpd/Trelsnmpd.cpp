@@ -9,6 +9,7 @@
 
 #include "host/StatusReport.h"
 #include "host/TableReport.h"
+#include "host/ValueReport.h"
 #include "kelstore/EmbeddedSource.h"
 #include "kelstore/FileSource.h"
 #include "kelstore/etcd/Address.h"
@@ -174,9 +175,18 @@ void Daemon::answer(const std::string& request, const Host::ControlServer::Answe
   if (op == Control::kOpReady) return report();
   if (op == Control::kOpStatus) return cluster_->refreshSources(report);
   if (op == Control::kOpAccept) return answer(acceptStores());
-  answer(Host::errorReply(fmt::format("found op \"{}\", expected {}, {}, {} or {}", op.substr(0, 40),
-                                      Control::kOpStatus, Control::kOpReady, Control::kOpTables,
-                                      Control::kOpAccept)));
+  if (op == Control::kOpValues) return answer(values(json));
+  answer(Host::errorReply(
+      fmt::format("found op \"{}\", expected {}", op.substr(0, 40), fmt::join(Control::kOps, ", "))));
+}
+
+std::unique_ptr<Host::Reply> Daemon::values(const nlohmann::json& request) const {
+  std::vector<std::string> below;
+  for (const auto& segment : request.value("below", nlohmann::json::array())) {
+    if (!segment.is_string()) return Host::errorReply("expected \"below\": a list of strings");
+    below.push_back(segment);
+  }
+  return Host::valueReport(cluster_->layers(), cluster_->sourcesOfLayers(), std::move(below));
 }
 
 std::unique_ptr<Host::Reply> Daemon::acceptStores() {

@@ -292,6 +292,17 @@ TEST(ControlSocket, TablesWatched_ChangesFollowAsTheyHappen) {
   EXPECT_THAT(watching.out(), HasSubstr("Z veldaTrelReachabilityTable 1.2: state reachable -> degraded"));
 }
 
+TEST(ControlSocket, Topology_OfWhatIsServedAndWhatTheSourcesSay) {
+  Daemon daemon;
+  daemon.start();
+  EXPECT_THAT(daemon.ctl({"topology"}).out,
+              AllOf(StartsWith("3 members, 6 ends of links, 0 faults\n"),
+                    HasSubstr("     2   3  Backplane2/2     2002  unreachable\n")));
+  EXPECT_THAT(daemon.ctl({"topology", "--format", "svg"}).out,
+              AllOf(StartsWith("<svg "), HasSubstr(">2002</text>")));
+  EXPECT_EQ(daemon.ctl({"topology", "--format", "png"}).status, 2);
+}
+
 TEST(ControlSocket, Tables_AllFiveInOneObject) {
   Daemon daemon;
   daemon.stateIs(documentOf(kReports)).start();
