@@ -10,6 +10,7 @@
 #include <chrono>
 #include <nlohmann/json.hpp>
 
+#include "programs/trelctl/Explain.h"
 #include "programs/trelctl/Render.h"
 #include "programs/trelctl/TableChanges.h"
 #include "programs/trelctl/Topology.h"
@@ -21,6 +22,7 @@
 namespace TrelCtl {
 namespace {
 
+constexpr int kNotServed = 1;
 constexpr int kRetryMs = 50;
 constexpr int kWatchMs = 1000;
 
@@ -165,6 +167,24 @@ int topology(const DaemonCommands& commands) {
   return 0;
 }
 
+int explain(const DaemonCommands& commands) {
+  ControlClient client(socketOf(commands));
+  Instance instance;
+  try {
+    instance = instanceOf(commands.instance, tablesOf(client));
+  } catch (const std::invalid_argument& error) {
+    throw Unusable(error.what());
+  }
+  Json values = Json::array();
+  for (const auto& segments : neededFor(instance)) {
+    for (Json& value : valuesBelow(segments, client)) values.push_back(std::move(value));
+  }
+  client.send(Control::kOpStatus);
+  Json explanation = TrelCtl::explain(instance, values, client.receive());
+  fmt::print("{}", commands.json ? dumped(explanation) : explanationText(explanation));
+  return explanation.at("served").get<bool>() ? 0 : kNotServed;
+}
+
 // Why a daemon that answers is not ready.
 std::string missing(const Json& status) {
   Judgement judgement = judgementOf(status);
@@ -226,6 +246,13 @@ void describeTopology(CLI::App& app, DaemonCommands& commands) {
       }));
 }
 
+void describeExplain(CLI::App& app, DaemonCommands& commands) {
+  app.add_option("INSTANCE", commands.instance, "An OID, or a column or table and an index: reach.1.2")
+      ->type_name("")
+      ->required();
+  jsonFlag(app, commands, "Print one JSON object");
+}
+
 void describeWait(CLI::App& app, DaemonCommands& commands) {
   app.add_option("--timeout", commands.timeoutSeconds, "Seconds to wait at most (default: 10)")
       ->type_name("S")
@@ -244,6 +271,7 @@ constexpr std::array kCommands = {
     Command{"tables", "Show the tables as they are served, in walk order", describeTables, tables},
     Command{"topology", "Show the links between the members, and what is wrong with them", describeTopology,
             topology},
+    Command{"explain", "Say where a served value comes from, or why there is none", describeExplain, explain},
     Command{"wait", "Return once the daemon runs and serves all that its sources say", describeWait, wait}};
 constexpr Command kAccept{"accept", "Have the daemon follow a store that is in place of the one it followed",
                           nullptr, accept};

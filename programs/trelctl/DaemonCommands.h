@@ -22,6 +22,7 @@ struct DaemonCommands {
   bool watch = false;
   std::string table;  // empty: all
   std::string format = "text";
+  std::string instance;  // to be explained
   double timeoutSeconds = 10;
   int exitStatus = 0;  // of the command that was run
 };

@@ -78,7 +78,11 @@ std::string differences(const Json& was, const Json& is) {
 void append(const Json& line, ShownTables& tables) {
   auto name = line.at("table").get<std::string>();
   if (tables.empty() || tables.back().name != name) {
-    tables.push_back({name, line.value("indexColumns", size_t{1}), {}});
+    tables.push_back({name,
+                      line.value("indexColumns", size_t{1}),
+                      {},
+                      line.value("oid", ""),
+                      line.value("columns", Json::object())});
   }
   for (const Json& row : line.at("rows")) tables.back().rows.push_back(row);
 }

@@ -1,7 +1,7 @@
 // The tables of a daemon as it serves them, and how they differ from those of a moment ago.
 #pragma once
 
-#include <nlohmann/json_fwd.hpp>
+#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
@@ -14,6 +14,8 @@ struct ShownTable {
   std::string name;
   size_t indexColumns = 1;  // the first columns of a row
   std::vector<Json> rows;
+  std::string oid = {};           // without a dot in front
+  Json columns = Json::object();  // sub-identifiers by name, in the order of a row
 };
 using ShownTables = std::vector<ShownTable>;
 

@@ -303,6 +303,20 @@ TEST(ControlSocket, Topology_OfWhatIsServedAndWhatTheSourcesSay) {
   EXPECT_EQ(daemon.ctl({"topology", "--format", "png"}).status, 2);
 }
 
+TEST(ControlSocket, Explain_WhereARowComesFrom_OrWhyThereIsNone) {
+  Daemon daemon;
+  daemon.start();
+  Support::Result result = daemon.ctl({"explain", "veldaTrelReachabilityState.2.3"});
+  EXPECT_EQ(result.status, 0) << result.err;
+  EXPECT_THAT(result.out, AllOf(StartsWith("veldaTrelReachabilityState.2.3 = 5  (.1.3.6.1.4.1."),
+                                HasSubstr("members/2/reachability/3 = {"), HasSubstr("    source embedded\n"),
+                                HasSubstr("interfaces/Backplane2%2F2 = {\"ifIndex\":2002}")));
+  result = daemon.ctl({"explain", "baif.4"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.out, HasSubstr("no interface has the index 4\n"));
+  EXPECT_EQ(daemon.ctl({"explain", "sysUpTime.0"}).status, 2);
+}
+
 TEST(ControlSocket, Tables_AllFiveInOneObject) {
   Daemon daemon;
   daemon.stateIs(documentOf(kReports)).start();
