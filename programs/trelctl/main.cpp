@@ -93,7 +93,8 @@ int main(int argc, char** argv) {
   app.set_version_flag("--version", std::string("trelctl ") + Runtime::kVersion,
                        "Print the version and exit");
   app.footer(
-      "Exit status: 0 done, 1 no daemon, no store, nothing there or served, values left out or not ready in time, "
+      "Exit status: 0 done, 1 no daemon, no store, nothing there or served, values left out or not ready in "
+      "time, "
       "2 unusable arguments or documents; of status: 3 degraded, 4 not serving.");
   app.require_subcommand(1);
   app.fallthrough();
