@@ -1,6 +1,7 @@
 #include "programs/trelctl/ControlClient.h"
 
 #include <fmt/format.h>
+#include <grp.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -48,6 +49,20 @@ std::string wrongWithPeer(int fd, const std::string& path) {
       peer.uid);
 }
 
+// The group to which the socket is open: whoever may not look into its directory cannot see it.
+std::string groupOf(const std::string& path) {
+  struct stat socket {};
+  const group* found = stat(path.c_str(), &socket) == 0 ? getgrgid(socket.st_gid) : nullptr;
+  return found != nullptr ? found->gr_name : "trel";
+}
+
+// Behind the error of connecting to the path.
+std::string whatToDo(int error, const std::string& path) {
+  if (error == EACCES) return fmt::format(": be root, or in the group {}", groupOf(path));
+  if (error == ENOENT || error == ECONNREFUSED) return ": start trelsnmpd, or name its socket with --control";
+  return "";
+}
+
 }  // namespace
 
 ControlClient::ControlClient(const std::string& path, int answerMs)
@@ -58,6 +73,7 @@ ControlClient::ControlClient(const std::string& path, int answerMs)
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   std::string problem;
+  int connectError = 0;
   if (path.size() >= sizeof address.sun_path) {
     problem = std::strerror(ENAMETOOLONG);
   } else {
@@ -66,11 +82,12 @@ ControlClient::ControlClient(const std::string& path, int answerMs)
     timeval patience{answerMs / 1000, answerMs % 1000 * 1000};
     ::setsockopt(fd_, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
     if (::connect(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
-      problem = errno == EAGAIN ? "no answer" : std::strerror(errno);
+      connectError = errno;
+      problem = connectError == EAGAIN ? "no answer" : std::strerror(connectError);
     }
   }
   if (!problem.empty()) {
-    problem = fmt::format("no daemon at {}: {}", path_, problem);
+    problem = fmt::format("no daemon at {}: {}{}", path_, problem, whatToDo(connectError, path_));
   } else if (problem = wrongWithPeer(fd_, path_); !problem.empty()) {
     problem = fmt::format("{}: {}", path_, problem);
   }

@@ -28,7 +28,9 @@ constexpr int kWatchMs = 1000;
 
 std::string socketOf(const DaemonCommands& commands) {
   try {
-    return commands.control.empty() ? Control::defaultSocketPath() : commands.control;
+    if (!commands.control.empty()) return commands.control;
+    std::string configured = controlIn(commands.config);
+    return configured.empty() ? Control::defaultSocketPath() : configured;
   } catch (const std::invalid_argument& error) {
     throw Unusable(fmt::format("--control: {}", error.what()));
   }
@@ -285,9 +287,13 @@ void add(CLI::App& app, const Command& command, DaemonCommands& commands) {
 }  // namespace
 
 void describe(CLI::App& app, DaemonCommands& commands) {
-  app.add_option("--control", commands.control,
-                 "The daemon's Unix socket (default: trelsnmpd.sock in its runtime directory)")
+  app.add_option(
+         "--control", commands.control,
+         "The daemon's Unix socket (default: that of its configuration, or trelsnmpd.sock in its runtime "
+         "directory)")
       ->type_name("PATH");
+  app.add_option("--config", commands.config, "Where the daemons' configurations are (default: /etc/trel)")
+      ->type_name("DIRECTORY");
   for (const Command& command : kCommands) add(app, command, commands);
   auto* store = app.add_subcommand("store", "Tell the daemon which store of the cluster to follow");
   store->require_subcommand(1);

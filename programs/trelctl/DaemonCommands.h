@@ -6,6 +6,7 @@
 #include <string>
 
 #include "programs/trelctl/ControlClient.h"
+#include "programs/trelctl/Defaults.h"
 
 namespace CLI {
 class App;
@@ -15,6 +16,7 @@ namespace TrelCtl {
 
 // The arguments of all of them.
 struct DaemonCommands {
+  std::string config = kConfigDirectory;
   std::string control;  // empty: the default
   bool json = false;
   bool all = false;

@@ -5,10 +5,12 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <iostream>
 #include <iterator>
 #include <nlohmann/json.hpp>
 
@@ -18,6 +20,7 @@
 #include "runtime/CommandLine.h"
 #include "runtime/Errors.h"
 #include "runtime/File.h"
+#include "runtime/Text.h"
 
 namespace TrelCtl {
 namespace {
@@ -184,6 +187,60 @@ void refuseMembers(const Etcd::KeySpace& keys, const std::string& file, const Va
       file, std::count_if(first, values.end(), isOne), first->first.text()));
 }
 
+void print(const std::vector<Etcd::Op>& ops) {
+  for (const Etcd::Op& op : ops) {
+    bool put = op.what == Etcd::Op::What::put;
+    fmt::print("{} {}{}\n", put ? "put" : "delete", Runtime::escaped(op.key),
+               put ? " " + Runtime::escaped(op.value) : "");
+  }
+}
+
+// `rest`: what to do when the store fails on the way.
+void carryOut(const Store& store, std::vector<Etcd::Op> ops, const char* rest) {
+  size_t done = 0;
+  size_t all = ops.size();
+  for (const auto& transaction : transactionsOf(std::move(ops), Etcd::Calls::kMaxTxnOps, kMaxTxnBytes)) {
+    absl::StatusOr<int64_t> revision = store.calls->txn(transaction, {});
+    if (!revision.ok()) {
+      throw StoreFailed(fmt::format("{}; {} of {} changes were made, {}", Runtime::textOf(revision.status()),
+                                    done, all, rest));
+    }
+    done += transaction.size();
+  }
+}
+
+// Whether one of the keys goes with a lease.
+bool leaseIn(const Etcd::Listing& listing, const std::vector<std::string>& keys) {
+  return std::any_of(listing.records.begin(), listing.records.end(), [&](const Etcd::Record& record) {
+    return record.lease != 0 && std::binary_search(keys.begin(), keys.end(), record.key);
+  });
+}
+
+void refuseBesideLease(const Store& store, const Place& place, const std::string& path) {
+  if (!isOfMember(store.keys, store.keys.key(place.segments))) return;
+  bool named = place.segments[0] != "interfaces";
+  Etcd::KeyRange beside = named ? store.keys.below(std::array<std::string, 2>{"members", place.segments[1]})
+                                : rangeOf(store.keys, place);
+  Etcd::Listing listing = orThrow(store.calls->range(beside));
+  bool leased = std::any_of(listing.records.begin(), listing.records.end(),
+                            [](const Etcd::Record& record) { return record.lease != 0; });
+  if (!leased) return;
+  throw Unusable(fmt::format(
+      "{}: {} published under a lease, and a value that is written by hand has none and stays when "
+      "the member is gone; write it all the same with --force",
+      path, named ? fmt::format("what member {} publishes is", place.segments[1]) : "it is"));
+}
+
+// Throws Unusable unless somebody at a terminal agrees.
+void confirm(const std::string& what) {
+  if (::isatty(STDIN_FILENO) == 0) throw Unusable(fmt::format("nobody can be asked: to {}, add --yes", what));
+  fmt::print("{}? [y/N] ", what);
+  std::fflush(stdout);
+  std::string answer;
+  if (!std::getline(std::cin, answer) || (answer != "y" && answer != "yes"))
+    throw Unusable("nothing was deleted");
+}
+
 }  // namespace
 
 void checkStore(const std::string& store) {
@@ -191,7 +248,7 @@ void checkStore(const std::string& store) {
   if (!status.ok()) throw std::invalid_argument(Runtime::textOf(status));
 }
 
-void put(const StoreOptions& options, const std::string& path, const std::string& json) {
+void put(const StoreOptions& options, const std::string& path, const std::string& json, WithoutLease how) {
   Place place = placeOf(path);
   if (place.position.what != Position::What::leaf) {
     throw Unusable(fmt::format("{}: expected the path of a value, such as members/1/system", path));
@@ -205,18 +262,45 @@ void put(const StoreOptions& options, const std::string& path, const std::string
   }
   for (const std::string& warning : document.warnings) say(warning);
   Store store(options);
+  if (how == WithoutLease::refused) refuseBesideLease(store, place, path);
   bool packed = Kelstore::specOf(place.position.path.kind).packed();
   nlohmann::json value =
       packed ? nlohmann::json::parse(json) : Kelstore::encode(document.values.front().second);
   orThrow(store.calls->put(store.keys.key(place.segments), value.dump(), 0));
 }
 
-void del(const StoreOptions& options, const std::string& path) {
+void del(const StoreOptions& options, const std::string& path, Run run) {
   Place place = placeOf(path);
   if (place.segments.empty()) throw Unusable(fmt::format("found no path, {}", kExpectedPath));
   Store store(options);
+  if (run == Run::dry) {
+    Etcd::Listing listing = orThrow(store.calls->range(rangeOf(store.keys, place)));
+    for (const Etcd::Record& record : listing.records)
+      fmt::print("delete {}\n", Runtime::escaped(record.key));
+    return;
+  }
   Etcd::Deletion deletion = orThrow(store.calls->del(rangeOf(store.keys, place)));
   if (deletion.keys == 0 && !deletion.repeated) throw StoreFailed(fmt::format("{}: nothing there", path));
+}
+
+void forget(const StoreOptions& options, uint8_t member, const ForgetOptions& how) {
+  Store store(options);
+  Etcd::Listing listing = orThrow(store.calls->range(store.keys.all()));
+  std::vector<std::string> own = keysOfMember(store.keys, listing, member);
+  if (own.empty()) throw StoreFailed(fmt::format("the store has nothing of member {}", member));
+  std::vector<Etcd::Op> ops;
+  for (const std::string& key : own) ops.push_back({Etcd::Op::What::del, key});
+  print(ops);
+  if (how.run == Run::dry) return;
+  if (!how.force && leaseIn(listing, own)) {
+    throw Unusable(fmt::format(
+        "member {} publishes under a lease that lives, and would publish all of it again: end its "
+        "trelmemberd, or delete it all the same with --force",
+        member));
+  }
+  if (!how.confirmed) confirm(fmt::format("delete these {} keys of member {}", own.size(), member));
+  carryOut(store, std::move(ops), "forget it again for the rest");
+  fmt::print("{} deleted\n", own.size());
 }
 
 void get(const StoreOptions& options, const std::string& path) {
@@ -244,17 +328,8 @@ void importFrom(const StoreOptions& options, const std::string& file, const Impo
     leaveOutMembers(keys, now);
   }
   Difference difference = differenceOf(keys, now, wanted.values, how.replace);
-  size_t done = 0;
-  size_t all = difference.ops.size();
-  for (const auto& transaction :
-       transactionsOf(std::move(difference.ops), Etcd::Calls::kMaxTxnOps, kMaxTxnBytes)) {
-    absl::StatusOr<int64_t> revision = store.calls->txn(transaction, {});
-    if (!revision.ok()) {
-      throw StoreFailed(fmt::format("{}; {} of {} changes were made, import again for the rest",
-                                    Runtime::textOf(revision.status()), done, all));
-    }
-    done += transaction.size();
-  }
+  if (how.run == Run::dry) return print(difference.ops);
+  carryOut(store, std::move(difference.ops), "import again for the rest");
   fmt::print("{} written, {} deleted, {} unchanged\n", difference.written, difference.deleted,
              difference.unchanged);
 }

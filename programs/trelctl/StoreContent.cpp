@@ -79,6 +79,31 @@ void leaveOutMembers(const Kelstore::Etcd::KeySpace& keys, StoreContent& content
   std::erase_if(content.setAside, [&](const auto& one) { return isOfMember(keys, one.first); });
 }
 
+std::vector<std::string> keysOfMember(const Kelstore::Etcd::KeySpace& keys,
+                                      const Kelstore::Etcd::Listing& listing, uint8_t member) {
+  std::string id = std::to_string(member);
+  std::set<std::string> interfaces;
+  std::set<std::string> ofOthers;
+  StoreContent content = contentOf(keys, listing);
+  for (const auto& [path, value] : content.values) {
+    std::optional<Lanix::IntfId> intf;
+    if (const auto* link = value.find<Kelstore::Link>()) intf = link->intf;
+    if (const auto* report = value.find<Kelstore::Reachability>()) intf = report->intf;
+    if (!intf) continue;
+    std::string key = keys.key(Kelstore::Path(Kelstore::Kind::interface, intf->name(), ""));
+    (path.first() == id ? interfaces : ofOthers).insert(key);
+  }
+  const std::string members = keys.below(std::array<std::string, 2>{"members", id}).first;
+  const std::string topology = keys.below(std::array<std::string, 2>{"topology", id}).first;
+  std::vector<std::string> own;
+  for (const auto& record : listing.records) {
+    const std::string& key = record.key;
+    bool below = key.starts_with(members) || key.starts_with(topology);
+    if (below || (interfaces.contains(key) && !ofOthers.contains(key))) own.push_back(key);
+  }
+  return own;
+}
+
 Difference differenceOf(const Kelstore::Etcd::KeySpace& keys, const StoreContent& now, const Values& wanted,
                         bool replace) {
   Difference difference;

@@ -35,6 +35,11 @@ bool isOfMember(const Kelstore::Etcd::KeySpace& keys, const std::string& key);
 // Leaves what belongs to the whole cluster.
 void leaveOutMembers(const Kelstore::Etcd::KeySpace& keys, StoreContent& content);
 
+// The keys that are the member's own: those below its id, and the interfaces that its links and reports name,
+// and no other member's.
+std::vector<std::string> keysOfMember(const Kelstore::Etcd::KeySpace& keys,
+                                      const Kelstore::Etcd::Listing& listing, uint8_t member);
+
 struct Difference {
   std::vector<Kelstore::Etcd::Op> ops;
   size_t written = 0;

@@ -164,7 +164,7 @@ class Reasons final {
         "noLease",
         fmt::format(
             "member{} {} {} no lease, so the rows stay when the member is gone: start trelmemberd there, "
-            "or delete them",
+            "or trelctl forget them",
             one ? "" : "s", fmt::join(withoutLease, ", "), one ? "has" : "have"));
   }
 

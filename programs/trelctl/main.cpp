@@ -16,30 +16,50 @@ constexpr int kFailed = 1;
 
 // The arguments of the commands for a cluster's store.
 struct StoreCommand {
+  explicit StoreCommand(const std::string& configDirectory) : config(configDirectory) {}
+
+  const std::string& config;
   TrelCtl::StoreOptions options;
   std::string path;
   std::string json;
   std::string file;
   TrelCtl::ImportOptions import;
+  TrelCtl::WithoutLease withoutLease = TrelCtl::WithoutLease::refused;
+  unsigned member = 0;
+  TrelCtl::ForgetOptions forget;
+  TrelCtl::Run run = TrelCtl::Run::wet;
 };
+
+// With its access, unless options give one.
+void takeDefaultStore(StoreCommand& command) {
+  TrelCtl::DefaultStore found = TrelCtl::storeIn(command.config);
+  command.options.store = found.store;
+  if (command.options.access == Kelstore::Etcd::Access()) command.options.access = found.access;
+}
 
 CLI::App* storeCommand(CLI::App& app, StoreCommand& command, const char* name, const char* description,
                        std::function<void()> run) {
   auto* added = app.add_subcommand(name, description);
   added
       ->add_option("--store", command.options.store,
-                   "The cluster's store: etcd:HOST:PORT[,HOST:PORT...]/PREFIX")
+                   "The cluster's store: etcd:HOST:PORT[,HOST:PORT...]/PREFIX (default: that of the daemons' "
+                   "configurations)")
       ->type_name("STORE")
-      ->required()
       ->check(Runtime::checking(TrelCtl::checkStore));
   Kelstore::Etcd::Access& access = command.options.access;
   Kelstore::Etcd::describeAccess(*added, access);
-  added->callback([&access, run = std::move(run)] {
+  added->callback([&command, &access, run = std::move(run)] {
+    if (command.options.store.empty()) takeDefaultStore(command);
     absl::Status status = Kelstore::Etcd::checkAccess(access);
     if (!status.ok()) throw TrelCtl::Unusable(Runtime::textOf(status));
     run();
   });
   return added;
+}
+
+void dryRun(CLI::App* app, TrelCtl::Run& run) {
+  app->add_flag_callback(
+      "--dry-run", [&run] { run = TrelCtl::Run::dry; }, "Print what would be changed, and change nothing");
 }
 
 void describe(CLI::App& app, StoreCommand& command) {
@@ -51,14 +71,30 @@ void describe(CLI::App& app, StoreCommand& command) {
   };
   constexpr const char* kPath = "A path of the state, such as members/1/storage/%2Fvar%2Flog";
 
-  auto* put = storeCommand(app, command, "put", "Write one value of the cluster's state into its store",
-                           [&command] { TrelCtl::put(command.options, command.path, command.json); });
+  auto* put = storeCommand(
+      app, command, "put", "Write one value of the cluster's state into its store",
+      [&command] { TrelCtl::put(command.options, command.path, command.json, command.withoutLease); });
   pathOption(put, kPath)->required();
+  put->add_flag_callback(
+      "--force", [&command] { command.withoutLease = TrelCtl::WithoutLease::written; },
+      "Also below a member that publishes under a lease");
   put->add_option("JSON", command.json, R"(The value, such as {"load": 7})")->type_name("")->required();
 
   auto* del = storeCommand(app, command, "del", "Delete from the store what is at a path, or below it",
-                           [&command] { TrelCtl::del(command.options, command.path); });
+                           [&command] { TrelCtl::del(command.options, command.path, command.run); });
   pathOption(del, kPath)->required();
+  dryRun(del, command.run);
+
+  auto* forget = storeCommand(
+      app, command, "forget", "Delete all that a member has published, such as one that is gone for good",
+      [&command] { TrelCtl::forget(command.options, static_cast<uint8_t>(command.member), command.forget); });
+  forget->add_option("MEMBER", command.member, "The member's id, 0 to 255")
+      ->type_name("")
+      ->required()
+      ->check(CLI::Range(0, 255).description(""));
+  dryRun(forget, command.forget.run);
+  forget->add_flag("--yes", command.forget.confirmed, "Do not ask");
+  forget->add_flag("--force", command.forget.force, "Also when its lease lives");
 
   auto* get = storeCommand(app, command, "get", "Print what the store has at a path, or below it",
                            [&command] { TrelCtl::get(command.options, command.path); });
@@ -69,6 +105,7 @@ void describe(CLI::App& app, StoreCommand& command) {
   });
   fileOption(import, "The document; - is standard input")->required();
   import->add_flag("--replace", command.import.replace, "Delete what the document does not have");
+  dryRun(import, command.import.run);
   using OfMembers = TrelCtl::ImportOptions::OfMembers;
   auto ofMembers = [&command, import](const char* name, OfMembers what, const char* description) {
     return import->add_flag_callback(
@@ -87,7 +124,7 @@ void describe(CLI::App& app, StoreCommand& command) {
 int main(int argc, char** argv) {
   Runtime::openStandardStreams();
   TrelCtl::DaemonCommands daemon;
-  StoreCommand store;
+  StoreCommand store(daemon.config);
   CLI::App app("Shows what a running trelsnmpd knows and does; reads and writes a cluster's store.",
                "trelctl");
   app.set_version_flag("--version", std::string("trelctl ") + Runtime::kVersion,

@@ -194,6 +194,18 @@ TEST_F(Directories, SocketOfAStranger_TrelctlDoesNotBelieveIt) {
                                      ": found a daemon of the user 4321, expected one of "));
 }
 
+TEST_F(Directories, SocketThatIsNotForThisUser_TrelctlSaysInWhichGroupToBe) {
+  needsRoot();
+  if (IsSkipped()) return;
+  Daemon daemon;
+  daemon.start();
+  Support::Result result =
+      Support::run(joined(kAsStranger, {reachable(TRELCTL), "--control", daemon.controlPath(), "status"}));
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.err, "trelctl: no daemon at " + daemon.controlPath() +
+                            ": Permission denied: be root, or in the group trel\n");
+}
+
 // As a service manager gives a runtime directory to the service's user.
 TEST_F(Directories, SocketInADirectoryThatRootGaveToAUser_TrelctlTalksToHim) {
   needsRoot();

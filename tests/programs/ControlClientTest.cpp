@@ -125,7 +125,8 @@ TEST_F(ClientTest, NobodyIsLetInAnyMore_IsNotWaitedForEither) {
 TEST_F(ClientTest, NobodyListens_OneLineWithThePath) {
   std::string nowhere = dir_.file("nowhere");
   EXPECT_EQ(thrown<Unreachable>([&] { ControlClient client(nowhere); }),
-            "no daemon at " + nowhere + ": No such file or directory");
+            "no daemon at " + nowhere +
+                ": No such file or directory: start trelsnmpd, or name its socket with --control");
   std::string tooLong = dir_.file(std::string(200, 'x'));
   EXPECT_EQ(thrown<Unreachable>([&] { ControlClient client(tooLong); }),
             "no daemon at " + tooLong + ": File name too long");

@@ -55,6 +55,11 @@ class StoreCommandsTest : public testing::Test {
   void putRaw(const std::string& key, const std::string& value) const {
     server->ctl({"put", prefix + "/" + key, value});
   }
+  void putUnderLease(const std::string& key, const std::string& value) const {
+    std::string granted = server->ctl({"lease", "grant", "600"});  // "lease ID granted with ..."
+    std::string lease = granted.substr(6, granted.find(' ', 6) - 6);
+    server->ctl({"put", "--lease=" + lease, prefix + "/" + key, value});
+  }
   std::string rawKeys() const { return server->ctl({"get", "--prefix", "--keys-only", prefix + "/"}); }
   std::string revisionLine() const {
     std::string text = server->ctl({"get", "x", "--write-out", "fields"});
@@ -367,7 +372,7 @@ TEST_F(StoreCommandsTest, UnusableArguments_OneLineAndStatus2) {
     EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
     return result.err;
   };
-  EXPECT_THAT(unusable({"get"}), HasSubstr("--store is required"));
+  EXPECT_THAT(unusable({"get", "--config", directory.path()}), HasSubstr("--store is required, as no "));
   EXPECT_THAT(unusable({"get", "--store", "h:1/p"}),
               HasSubstr("--store: found \"h:1/p\", expected etcd:HOST:PORT[,HOST:PORT...]/PREFIX"));
   EXPECT_THAT(unusable({"get", "--store", "etcd:h/p"}), HasSubstr("found \"h\", expected HOST:PORT"));
@@ -381,6 +386,57 @@ TEST_F(StoreCommandsTest, UnusableArguments_OneLineAndStatus2) {
             "trelctl: certificate /absent: found no key for it\n");
   EXPECT_EQ(unusable({"get", "--store", "etcd:h:1/p", "--etcd-credentials", "/absent"}),
             "trelctl: /absent: No such file or directory\n");
+}
+
+constexpr const char* kLoad = R"({"load": 7})";
+
+TEST_F(StoreCommandsTest, PutBelowAMemberUnderALease_IsRefusedUnlessForced) {
+  putUnderLease("members/1/system", "{}");
+  putUnderLease("interfaces/Backplane1%2F1", R"({"ifIndex": 7})");
+  EXPECT_EQ(fault(2, {"put", "members/1/processors/1", kLoad}),
+            "members/1/processors/1: what member 1 publishes is published under a lease, and a value that is "
+            "written "
+            "by hand has none and stays when the member is gone; write it all the same with --force\n");
+  EXPECT_THAT(fault(2, {"put", "topology/1/2", R"({"intf": "a"})"}), HasSubstr("what member 1 publishes is"));
+  EXPECT_THAT(fault(2, {"put", "interfaces/Backplane1%2F1", R"({"ifIndex": 8})"}),
+              HasSubstr(": it is published"));
+  ctl({"put", "members/2/processors/1", kLoad});
+  ctl({"put", "interfaces/Backplane2%2F1", R"({"ifIndex": 8})"});
+  ctl({"put", "sysname", R"("a")"});
+  ctl({"put", "members/1/processors/1", kLoad, "--force"});
+}
+
+TEST_F(StoreCommandsTest, DryRun_SaysWhatItWouldDo_AndDoesNothing) {
+  ctl({"put", "members/1/processors/1", kLoad});
+  std::string key = prefix + "/members/1/processors/1";
+  EXPECT_EQ(ctl({"del", "members/1", "--dry-run"}), "delete " + key + "\n");
+  EXPECT_EQ(ctl({"forget", "1", "--dry-run"}), "delete " + key + "\n");
+  std::string document = directory.write("document", R"({"sysname": "a"})");
+  EXPECT_EQ(ctl({"import", document, "--replace", "--force", "--dry-run"}),
+            "put " + prefix + "/sysname \"a\"\ndelete " + key + "\n");
+  EXPECT_THAT(rawKeys(), HasSubstr(key));
+}
+
+TEST_F(StoreCommandsTest, Forget_DeletesWhatIsTheMembersAlone_OnceSomebodyAgrees) {
+  for (const char* path : {"members/1/processors/1", "members/11/processors/1"}) ctl({"put", path, kLoad});
+  ctl({"put", "topology/1/2", R"({"intf": "Backplane1/2"})"});
+  ctl({"put", "interfaces/Backplane1%2F2", R"({"ifIndex": 7})"});
+  ctl({"put", "interfaces/Backplane2%2F1", R"({"ifIndex": 8})"});
+  EXPECT_THAT(fault(2, {"forget", "1"}),
+              StartsWith("nobody can be asked: to delete these 3 keys of member 1, add --yes"));
+  EXPECT_THAT(ctl({"forget", "1", "--yes"}), testing::EndsWith("\n3 deleted\n"));
+  EXPECT_EQ(
+      all().dump(),
+      R"({"interfaces":{"Backplane2/1":{"ifIndex":8}},"members":{"11":{"processors":{"1":{"load":7}}}}})");
+  EXPECT_EQ(fault(1, {"forget", "1", "--yes"}), "the store has nothing of member 1\n");
+  EXPECT_EQ(tryCtl({"forget", "256", "--yes"}).status, 2);
+}
+
+TEST_F(StoreCommandsTest, ForgetAMemberThatLives_IsRefusedUnlessForced) {
+  putUnderLease("members/1/processors/1", kLoad);
+  EXPECT_THAT(fault(2, {"forget", "1", "--yes"}),
+              StartsWith("member 1 publishes under a lease that lives, "));
+  EXPECT_THAT(ctl({"forget", "1", "--yes", "--force"}), testing::EndsWith("1 deleted\n"));
 }
 
 TEST_F(StoreCommandsTest, CredentialsComeFromAFile) {

@@ -175,5 +175,20 @@ TEST(StoreContentTest, PackedFormHasSomethingElse_ItsValuesAreWrittenByThemselve
                                                     "-p/members/1/processors/1", "-p/members/1/figures"));
 }
 
+TEST(StoreContentTest, KeysOfAMember_WithTheInterfacesThatNoOtherMemberNames) {
+  Listing all = listing({{"p/interfaces/a", R"({"ifIndex":1})"},
+                         {"p/interfaces/b", R"({"ifIndex":2})"},
+                         {"p/interfaces/c", R"({"ifIndex":3})"},
+                         {"p/members/1/reachability/2", R"({"state":"reachable","intf":"a","lastChange":1})"},
+                         {"p/members/1/unknown", "1"},
+                         {"p/members/11/processors/1", R"({"load":1})"},
+                         {"p/members/2/reachability/1", R"({"state":"reachable","intf":"b","lastChange":1})"},
+                         {"p/topology/1/2", R"({"intf":"b"})"},
+                         {"p/topology/2/1", R"({"intf":"c"})"}});
+  EXPECT_THAT(TrelCtl::keysOfMember(kKeys, all, 1),
+              testing::ElementsAre("p/interfaces/a", "p/members/1/reachability/2", "p/members/1/unknown",
+                                   "p/topology/1/2"));
+}
+
 }  // namespace
 }  // namespace TrelCtl

@@ -107,7 +107,7 @@ TEST(VerdictTest, MembersWithoutALease_AreNamedTogether_OneThatIsHeldByItself) {
   status["members"][0]["leased"] = false;
   EXPECT_EQ(judged(status),
             "degraded\nnoLease: member 1 has no lease, so the rows stay when the member is gone: start "
-            "trelmemberd there, or delete them");
+            "trelmemberd there, or trelctl forget them");
   status["members"].push_back({{"member", "2"}, {"leased", false}});
   status["members"].push_back({{"member", "3"}, {"leased", false}, {"heldSince", "T"}});
   EXPECT_EQ(
@@ -115,7 +115,7 @@ TEST(VerdictTest, MembersWithoutALease_AreNamedTogether_OneThatIsHeldByItself) {
       "degraded\n"
       "memberHeld: member 3: its lease has ended, and its rows are held since T\n"
       "noLease: members 1, 2 have no lease, so the rows stay when the member is gone: start trelmemberd "
-      "there, or delete them");
+      "there, or trelctl forget them");
 }
 
 TEST(VerdictTest, ClockThatIsOff_ByMoreThanItsError_Degraded) {
