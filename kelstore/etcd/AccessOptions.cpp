@@ -53,6 +53,11 @@ void noteAccess(const Access& access, const AccessKeys& keys, Runtime::Findings&
   note(access.certFile.empty() ? keys.key : keys.cert,
        {.certFile = access.certFile, .keyFile = access.keyFile});
   note(keys.credentials, {.credentialsFile = access.credentialsFile});
+  if (!access.credentialsFile.empty() && !access.tls()) {
+    findings.warning(keys.credentials,
+                     "the password goes to the servers in the clear; it does not with the CA of their "
+                     "certificates");
+  }
 }
 
 }  // namespace Kelstore::Etcd

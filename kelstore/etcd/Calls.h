@@ -39,6 +39,8 @@ struct Precondition {
   int64_t modRevision = 0;  // 0: there is no such key
 };
 
+enum class Right : uint8_t { read, readAndWrite };
+
 // For one thread at a time. Errors are one line; Client.h says what their codes mean.
 class Calls {
  public:
@@ -56,6 +58,16 @@ class Calls {
   // key twice, at most kMaxTxnOps operations, and as many preconditions at most.
   virtual absl::StatusOr<int64_t> txn(const std::vector<Op>& ops,
                                       const std::vector<Precondition>& preconditions) = 0;
+
+  // Who may do what, once the servers ask who it is. A user without password is who shows a certificate with
+  // that name. AlreadyExists: there is such a user or role, which stays as it is.
+  virtual absl::Status addUser(const std::string& user, const std::string& password) = 0;
+  virtual absl::Status addRole(const std::string& role) = 0;
+  // What the user or the role has already is no error.
+  virtual absl::Status grantRole(const std::string& user, const std::string& role) = 0;
+  virtual absl::Status grantKeys(const std::string& role, const KeyRange& keys, Right right) = 0;
+  // From then on the servers ask. FailedPrecondition: no user root has the role root.
+  virtual absl::Status askWhoItIs() = 0;
 };
 
 }  // namespace Kelstore::Etcd

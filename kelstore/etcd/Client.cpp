@@ -149,6 +149,17 @@ class Client::Impl {
     });
   }
 
+  // A unary call that changes who may do what.
+  template <class Request>
+  absl::Status account(grpc::Status (Rpc::Auth::Stub::*method)(grpc::ClientContext*, const Request&,
+                                                               Rpc::AuthAnswer*),
+                       const Request& request) {
+    Rpc::AuthAnswer answer;
+    absl::Status status = unary<Rpc::Auth>(method, request, answer);
+    bool there = status.message().find("already exists") != std::string_view::npos;
+    return there ? absl::AlreadyExistsError(status.message()) : status;
+  }
+
  private:
   // Whether a failed attempt may have been carried out. It was not if there never was a connection.
   bool mayBeDone(const grpc::Status& status) const {
@@ -361,6 +372,41 @@ absl::StatusOr<int64_t> Client::txn(const std::vector<Op>& ops,
   if (!status.ok()) return status;
   if (!response.succeeded()) return absl::AbortedError("a key is not as it was expected to be");
   return response.header().revision();
+}
+
+absl::Status Client::addUser(const std::string& user, const std::string& password) {
+  Rpc::AuthUserAddRequest request;
+  request.set_name(user);
+  request.set_password(password);
+  request.mutable_options()->set_no_password(password.empty());
+  return impl_->account(&Rpc::Auth::Stub::UserAdd, request);
+}
+
+absl::Status Client::addRole(const std::string& role) {
+  Rpc::AuthRoleAddRequest request;
+  request.set_name(role);
+  return impl_->account(&Rpc::Auth::Stub::RoleAdd, request);
+}
+
+absl::Status Client::grantRole(const std::string& user, const std::string& role) {
+  Rpc::AuthUserGrantRoleRequest request;
+  request.set_user(user);
+  request.set_role(role);
+  return impl_->account(&Rpc::Auth::Stub::UserGrantRole, request);
+}
+
+absl::Status Client::grantKeys(const std::string& role, const KeyRange& keys, Right right) {
+  Rpc::AuthRoleGrantPermissionRequest request;
+  request.set_name(role);
+  request.mutable_perm()->set_permtype(right == Right::read ? Rpc::Permission::MAY_READ
+                                                            : Rpc::Permission::MAY_DO_BOTH);
+  request.mutable_perm()->set_key(keys.first);
+  request.mutable_perm()->set_range_end(keys.end);
+  return impl_->account(&Rpc::Auth::Stub::RoleGrantPermission, request);
+}
+
+absl::Status Client::askWhoItIs() {
+  return impl_->account(&Rpc::Auth::Stub::AuthEnable, Rpc::AuthEnableRequest());
 }
 
 absl::StatusOr<int64_t> Client::grant(std::chrono::seconds ttl) {

@@ -13,6 +13,7 @@
 //   PermissionDenied               the user may not do this
 //   FailedPrecondition             a file of `Access` cannot be used, or the server cannot do this now
 //   NotFound                       there is no such lease
+//   AlreadyExists                  there is such a user or role
 //   Aborted                        a precondition of a transaction does not hold
 //   anything else                  etcd does not accept the request
 //
@@ -74,6 +75,12 @@ class Client final : public Calls {
   absl::StatusOr<Deletion> del(const KeyRange& keys) override;
   absl::StatusOr<int64_t> txn(const std::vector<Op>& ops,
                               const std::vector<Precondition>& preconditions = {}) override;
+
+  absl::Status addUser(const std::string& user, const std::string& password) override;
+  absl::Status addRole(const std::string& role) override;
+  absl::Status grantRole(const std::string& user, const std::string& role) override;
+  absl::Status grantKeys(const std::string& role, const KeyRange& keys, Right right) override;
+  absl::Status askWhoItIs() override;
 
   // The new lease's id. etcd may grant more time than this, never less.
   absl::StatusOr<int64_t> grant(std::chrono::seconds ttl);

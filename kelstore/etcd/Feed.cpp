@@ -185,7 +185,12 @@ void Feed::noteState(const Follower& follower) {
   if (std::exchange(heardMs_, follower.heardMs()) != follower.heardMs()) heardUtcNs_ = clock_.utcNs();
   if (watches) {
     if (before != State::watching) {
-      tell(kNewsLevel, fmt::format("follows {} from revision {}", follower.endpoint(), follower.revision()));
+      tell(kNewsLevel,
+           fmt::format("follows {} from revision {}{}", follower.endpoint(), follower.revision(),
+                       snapshot_->size() != 0
+                           ? ""
+                           : ", where nothing is below this prefix: see that it is the publishers', and "
+                             "that trelmemberd runs on the members"));
       grace_.storeIsBack(nowMs());
     }
     toldErrors_.clear();

@@ -295,7 +295,8 @@ void describe(CLI::App& app, DaemonCommands& commands) {
   app.add_option("--config", commands.config, "Where the daemons' configurations are (default: /etc/trel)")
       ->type_name("DIRECTORY");
   for (const Command& command : kCommands) add(app, command, commands);
-  auto* store = app.add_subcommand("store", "Tell the daemon which store of the cluster to follow");
+  auto* store =
+      app.add_subcommand("store", "Say who may use the cluster's store, and which one the daemon follows");
   store->require_subcommand(1);
   add(*store, kAccept, commands);
 }

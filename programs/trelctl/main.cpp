@@ -6,6 +6,7 @@
 #include "kelstore/etcd/AccessOptions.h"
 #include "programs/trelctl/DaemonCommands.h"
 #include "programs/trelctl/StoreCommands.h"
+#include "programs/trelctl/StoreInit.h"
 #include "runtime/CommandLine.h"
 #include "runtime/Errors.h"
 #include "runtime/Version.h"
@@ -28,6 +29,7 @@ struct StoreCommand {
   unsigned member = 0;
   TrelCtl::ForgetOptions forget;
   TrelCtl::Run run = TrelCtl::Run::wet;
+  TrelCtl::InitOptions init;
 };
 
 // With its access, unless options give one.
@@ -117,6 +119,28 @@ void describe(CLI::App& app, StoreCommand& command) {
   auto* exported = storeCommand(app, command, "export", "Save all of the store as a state document",
                                 [&command] { TrelCtl::exportTo(command.options, command.file); });
   fileOption(exported, "Where to write it (default: standard output)");
+
+  TrelCtl::InitOptions& what = command.init;
+  auto* init =
+      storeCommand(*app.get_subcommand("store"), command, "init",
+                   "Create a user and a role for each member, and one for all agents, in the cluster's store",
+                   [&command] { TrelCtl::initStore(command.options, command.init); });
+  init->add_option_function<std::string>(
+          "--members", [&what](const std::string& text) { what.members = TrelCtl::membersOf(text); },
+          "The members' numbers, such as 1-20,30")
+      ->type_name("N-N,...")
+      ->required()
+      ->check(Runtime::checking([](const std::string& text) { TrelCtl::membersOf(text); }));
+  Runtime::addTextOption(*init, "--interfaces", what.interfaces,
+                         "What the names of a member's interfaces begin with; % is its number "
+                         "(default: Backplane%/)",
+                         "TEXT");
+  Runtime::addTextOption(*init, "--credentials", what.credentials,
+                         "Where to write each user's password (default: users have none, and are told by "
+                         "the names in their certificates)",
+                         "DIRECTORY");
+  init->add_flag("--enable", what.enable, "Have the servers ask from then on who it is");
+  dryRun(init, what.run);
 }
 
 }  // namespace

@@ -105,6 +105,7 @@ void Daemon::start(const Kelstore::Etcd::Driver* etcd) {
   cluster_->snmpIsUp();
   untilReady_.emplace(loop_, [this] { tellWhenReady(); });
   for (int signal : {SIGTERM, SIGINT}) signals_.emplace_back(loop_, signal, [this] { loop_.stop(); });
+  for (const std::string& warning : options_.warnings) traceHandle.trace(1, "{}", warning);
   reload_.emplace(
       loop_, io_,
       Runtime::Reload<Reading>::Steps{
@@ -149,6 +150,7 @@ void Daemon::reloaded(const Reading& reading) {
                              problems.size() == 1 ? "" : "; --check shows all that is wrong");
   }
   Host::TraceLog::levelsAre(reading.options.log.levels);
+  for (const std::string& warning : reading.findings.warnings()) traceHandle.trace(1, "{}", warning);
   const std::string& path = reading.options.snmp.conf;
   traceHandle.trace(1, "{}: reloaded: {} lines{}", path.empty() ? "built-in access" : path,
                     reading.conf.lines.size(),

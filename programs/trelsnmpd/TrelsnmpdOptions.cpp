@@ -256,6 +256,7 @@ ParsedOptions parseOptions(int argc, const char* const* argv) {
     for (const std::string& fault : findings.faults()) Runtime::complain(kProgram, fault);
     parsed.exitCode = Runtime::kUnusable;
   }
+  options.warnings = findings.warnings();
   return parsed;
 }
 

@@ -34,6 +34,7 @@ struct Options {
   std::string control;
   std::string user;  // to run as; empty: as who started it
   Host::TraceOptions log;
+  std::vector<std::string> warnings;   // found in them, a line each
   Runtime::Arguments arguments;        // from which these are
   Runtime::Settings::AtStart atStart;  // to see what a reload does not apply
 };

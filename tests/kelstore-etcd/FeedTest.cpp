@@ -33,6 +33,17 @@ TEST_F(FeedTest, FirstListing_IsHandedOverAndSettles) {
   EXPECT_EQ(status().heardUtcNs, clock_.utcNs());
 }
 
+TEST_F(FeedTest, NothingIsBelowThePrefix_ItIsSaid) {
+  follower_.start(now());
+  follows();
+  listed({});
+  created();
+  take();
+  EXPECT_THAT(lines_,
+              ElementsAre("1 follows h0:1 from revision 10, where nothing is below this prefix: see that it "
+                          "is the publishers', and that trelmemberd runs on the members"));
+}
+
 TEST_F(FeedTest, ClockOfAMemberIsAhead_IsShownAndLogged_AndItsReportsFollow) {
   watching();
   uint64_t changedNs = clock_.utcNs() - 60'000'000'000;

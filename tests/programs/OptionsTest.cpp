@@ -182,6 +182,10 @@ TEST(OptionsTest, Etcd_EveryOption) {
   EXPECT_EQ(etcd.access.certFile, cert);
   EXPECT_EQ(etcd.access.keyFile, key);
   EXPECT_EQ(etcd.access.credentialsFile, credentials);
+  EXPECT_THAT(result.options.warnings, testing::IsEmpty());
+  EXPECT_THAT(parsed({"--state", "etcd:h:1/p", "--etcd-credentials", credentials.c_str()}).options.warnings,
+              ElementsAre("--etcd-credentials: the password goes to the servers in the clear; it does not "
+                          "with the CA of their certificates"));
 }
 
 TEST(OptionsTest, Etcd_BadArguments_OneLineEach) {

@@ -1,0 +1,119 @@
+// trelctl store init: what its users may do at a real server, and how it is called again.
+#include <gmock/gmock.h>
+#include <sys/stat.h>
+
+#include <fstream>
+
+#include "programs/trelctl/StoreInit.h"
+#include "tests/programs/TrelmemberdFixture.h"
+
+namespace Member {
+namespace {
+
+using testing::ElementsAre, testing::HasSubstr;
+
+class StoreInitTest : public TrelmemberdTest {
+ protected:
+  Support::Result init(Support::Argv more) {
+    Support::Argv command{TRELCTL, "store", "init", "--store", "etcd:" + etcd_->endpointList() + "/trel"};
+    command.insert(command.end(), more.begin(), more.end());
+    return Support::run(command);
+  }
+  std::string file(const std::string& user) const { return directory_.file("users/" + user + ".json"); }
+  std::string content(const std::string& user) const {
+    std::ifstream in(file(user));
+    return {std::istreambuf_iterator<char>(in), {}};
+  }
+  Client as(const std::string& user) {
+    return Client(etcd_->endpoints(), Kelstore::Etcd::Access{.credentialsFile = file(user)});
+  }
+};
+
+TEST_F(StoreInitTest, EachMemberWritesItsOwnValues_AgentsReadAll_NobodyElseReads) {
+  Support::Result done = init({"--members", "1,2", "--credentials", directory_.file("users"), "--enable"});
+  ASSERT_EQ(done.status, 0) << done.err;
+  EXPECT_THAT(done.out, HasSubstr("trel-member-2: reads trel/*, writes trel/members/2/* trel/topology/2/* "
+                                  "trel/interfaces/Backplane2%2F*; its password is in "));
+  struct stat about {};
+  ASSERT_EQ(stat(file("trel-member-1").c_str(), &about), 0);
+  EXPECT_EQ(about.st_mode & 0777U, 0600U);
+  EXPECT_NE(content("trel-member-1"), content("trel-member-2"));
+
+  // A publisher does all that it does.
+  access_ = {{"credentials", file("trel-member-1")}};
+  client_ = std::make_unique<Client>(etcd_->endpoints(),
+                                     Kelstore::Etcd::Access{.credentialsFile = file("trel-agent")});
+  auto process = start(config(1, loopback(2, "Backplane1/1")));
+  ASSERT_TRUE(awaitKey("members/1/figures")) << process->err();
+  EXPECT_TRUE(awaitKey("interfaces/Backplane1%2F1")) << process->err();
+  EXPECT_EQ(process->stop(), 0) << process->err();
+  EXPECT_TRUE(waitUntil([&] { return keys().empty(); })) << process->err();
+
+  for (const char* own : {"trel/members/2/figures", "trel/topology/2/x", "trel/interfaces/Backplane2%2F1"}) {
+    EXPECT_TRUE(as("trel-member-2").put(own, "{}").ok()) << own;
+    EXPECT_TRUE(absl::IsPermissionDenied(as("trel-member-1").put(own, "{}").status())) << own;
+    EXPECT_TRUE(absl::IsPermissionDenied(as("trel-agent").put(own, "{}").status())) << own;
+  }
+  EXPECT_TRUE(absl::IsPermissionDenied(as("trel-member-2").put("trel/members/20/x", "{}").status()));
+  EXPECT_TRUE(as("root").put("trel/cluster", R"({"name": "lab"})").ok());
+  EXPECT_FALSE(Client(etcd_->endpoints(), {}).get("trel/cluster").ok());
+}
+
+TEST_F(StoreInitTest, CalledAgain_AddsMembersAndKeepsPasswords) {
+  Support::Argv first{"--members", "1", "--credentials", directory_.file("users")};
+  ASSERT_EQ(init(first).status, 0);
+  std::string known = content("trel-member-1");
+  // Without enabling, anybody may still do anything.
+  EXPECT_TRUE(client_->put("other/a", "1").ok());
+  Support::Result again = init({"--members", "1-2", "--credentials", directory_.file("users"), "--enable"});
+  EXPECT_EQ(again.status, 0) << again.err;
+  EXPECT_EQ(content("trel-member-1"), known);
+  EXPECT_TRUE(as("trel-member-1").put("trel/members/1/x", "{}").ok());
+  EXPECT_TRUE(as("trel-member-2").put("trel/members/2/x", "{}").ok());
+  // From now on it takes root, and a password that was lost is not made up.
+  Support::Result nobody = init({"--members", "3"});
+  EXPECT_EQ(nobody.status, 1);
+  EXPECT_EQ(nobody.err, "trelctl: " + etcd_->endpoint() + ": etcdserver: user name is empty\n");
+  std::filesystem::remove(file("trel-member-1"));
+  Support::Result lost =
+      init({"--members", "1", "--credentials", directory_.file("users"), "--etcd-credentials", file("root")});
+  EXPECT_EQ(lost.status, 0) << lost.err;
+  EXPECT_THAT(lost.out, HasSubstr("trel-member-1: reads trel/*, writes trel/members/1/* trel/topology/1/* "
+                                  "trel/interfaces/Backplane1%2F*; the user is there already, with a "
+                                  "password that is not known here\n"));
+  EXPECT_FALSE(std::filesystem::exists(file("trel-member-1")));
+}
+
+TEST_F(StoreInitTest, DryRunDoesNothing_AndWithoutPasswordsThereAreNoFiles) {
+  Support::Result dry =
+      init({"--members", "1", "--credentials", directory_.file("users"), "--enable", "--dry-run"});
+  EXPECT_EQ(dry.status, 0) << dry.err;
+  EXPECT_FALSE(std::filesystem::exists(directory_.file("users")));
+  EXPECT_EQ(etcd_->ctl({"user", "list"}), "");
+  EXPECT_EQ(etcd_->ctl({"role", "list"}), "");
+  Support::Result named = init({"--members", "1", "--interfaces", "port%."});
+  EXPECT_EQ(named.status, 0) << named.err;
+  EXPECT_EQ(
+      named.out,
+      "trel-agent: reads trel/*, writes nothing\n"
+      "trel-member-1: reads trel/*, writes trel/members/1/* trel/topology/1/* trel/interfaces/port1.*\n");
+  EXPECT_EQ(etcd_->ctl({"user", "list"}), "trel-agent\ntrel-member-1\n");
+}
+
+TEST_F(StoreInitTest, UnusableArguments_NothingIsDone) {
+  EXPECT_THAT(TrelCtl::membersOf("3,1-2,255"), ElementsAre(3, 1, 2, 255));
+  for (const char* text : {"", "1-", "2-1", "256", "1,,2", "x", "-1", "1,"}) {
+    EXPECT_THROW(TrelCtl::membersOf(text), std::invalid_argument) << text;
+  }
+  Support::Result enabled = init({"--members", "1", "--enable"});
+  EXPECT_EQ(enabled.status, 2);
+  EXPECT_THAT(enabled.err, HasSubstr("--enable: expected --credentials with it"));
+  directory_.write("users", "");
+  Support::Result file = init({"--members", "1", "--credentials", directory_.file("users")});
+  EXPECT_EQ(file.status, 2);
+  EXPECT_THAT(file.err, HasSubstr("Not a directory"));
+  EXPECT_EQ(etcd_->ctl({"user", "list"}), "");
+}
+
+}  // namespace
+}  // namespace Member
