@@ -20,7 +20,8 @@ inline constexpr const char* kOpReady = "ready";
 inline constexpr const char* kOpTables = "tables";
 inline constexpr const char* kOpAccept = "accept";
 inline constexpr const char* kOpValues = "values";
-inline constexpr std::array kOps = {kOpStatus, kOpReady, kOpTables, kOpAccept, kOpValues};
+inline constexpr const char* kOpTrace = "trace";
+inline constexpr std::array kOps = {kOpStatus, kOpReady, kOpTables, kOpAccept, kOpValues, kOpTrace};
 
 // `trelsnmpd.sock` in the daemon's runtime directory; throws as Runtime::runtimeDirectory() does.
 std::string defaultSocketPath();

@@ -4,6 +4,8 @@
 #include <map>
 #include <set>
 
+#include "platform/lumalog/Levels.h"
+
 namespace Lumalog {
 namespace {
 
@@ -50,6 +52,13 @@ void clockIs(const Zavro::Clock* clock) { registry().clock = clock; }
 void levelIs(std::string_view handle, int level) {
   registry().levels.insert_or_assign(std::string(handle), level);
   for (Handle* h : registry().handles) h->level_ = registry().levelOf(h->name());
+}
+
+std::map<std::string, int> levels() {
+  std::map<std::string, int> levels;
+  for (const Handle* handle : registry().handles)
+    levels.emplace(handle->name(), registry().levelOf(handle->name()));
+  return levels;
 }
 
 void levelsReset() {

@@ -169,6 +169,23 @@ int topology(const DaemonCommands& commands) {
   return 0;
 }
 
+int trace(const DaemonCommands& commands) {
+  bool sets = !commands.handle.empty();
+  if (sets != (commands.level >= 0))
+    throw Unusable("expected a HANDLE and a LEVEL, or neither, to list all handles");
+  ControlClient client(socketOf(commands));
+  Json request{{"op", Control::kOpTrace}};
+  if (sets) request.update({{"handle", commands.handle}, {"level", commands.level}});
+  client.send(request);
+  Json handles = client.receive().at("handles");
+  if (commands.json) {
+    fmt::print("{}", dumped({{"handles", std::move(handles)}}));
+  } else if (!sets) {
+    fmt::print("{}", asTable(handles));
+  }
+  return 0;
+}
+
 int explain(const DaemonCommands& commands) {
   ControlClient client(socketOf(commands));
   Instance instance;
@@ -255,6 +272,15 @@ void describeExplain(CLI::App& app, DaemonCommands& commands) {
   jsonFlag(app, commands, "Print one JSON object");
 }
 
+void describeTrace(CLI::App& app, DaemonCommands& commands) {
+  app.add_option("HANDLE", commands.handle, "A part of the daemon; * is each without a level of its own")
+      ->type_name("");
+  app.add_option("LEVEL", commands.level, "0 (errors) to 9 (all)")
+      ->type_name("")
+      ->check(CLI::Range(0, 9).description(""));
+  jsonFlag(app, commands, "Print one JSON object");
+}
+
 void describeWait(CLI::App& app, DaemonCommands& commands) {
   app.add_option("--timeout", commands.timeoutSeconds, "Seconds to wait at most (default: 10)")
       ->type_name("S")
@@ -274,6 +300,8 @@ constexpr std::array kCommands = {
     Command{"topology", "Show the links between the members, and what is wrong with them", describeTopology,
             topology},
     Command{"explain", "Say where a served value comes from, or why there is none", describeExplain, explain},
+    Command{"trace", "Set how much a part of the daemon logs, until its reload or end; list all parts",
+            describeTrace, trace},
     Command{"wait", "Return once the daemon runs and serves all that its sources say", describeWait, wait}};
 constexpr Command kAccept{"accept", "Have the daemon follow a store that is in place of the one it followed",
                           nullptr, accept};

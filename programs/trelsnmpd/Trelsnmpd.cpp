@@ -9,6 +9,7 @@
 
 #include "host/StatusReport.h"
 #include "host/TableReport.h"
+#include "host/TraceReport.h"
 #include "host/ValueReport.h"
 #include "kelstore/EmbeddedSource.h"
 #include "kelstore/FileSource.h"
@@ -178,6 +179,7 @@ void Daemon::answer(const std::string& request, const Host::ControlServer::Answe
   if (op == Control::kOpStatus) return cluster_->refreshSources(report);
   if (op == Control::kOpAccept) return answer(acceptStores());
   if (op == Control::kOpValues) return answer(values(json));
+  if (op == Control::kOpTrace) return answer(Host::traceReport(json));
   answer(Host::errorReply(
       fmt::format("found op \"{}\", expected {}", op.substr(0, 40), fmt::join(Control::kOps, ", "))));
 }

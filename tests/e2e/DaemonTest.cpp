@@ -317,6 +317,19 @@ TEST(ControlSocket, Explain_WhereARowComesFrom_OrWhyThereIsNone) {
   EXPECT_EQ(daemon.ctl({"explain", "sysUpTime.0"}).status, 2);
 }
 
+TEST(ControlSocket, Trace_SetsALevelOfTheRunningDaemon) {
+  Daemon daemon;
+  daemon.stateIs(documentOf(kReports)).start();
+  EXPECT_THAT(daemon.ctl({"trace"}).out, testing::ContainsRegex("\n  veldaTrelMIB +1\n"));
+  EXPECT_EQ(daemon.ctl({"trace", "veldaTrelMIB", "9"}).status, 0);
+  daemon.manager().walk("reach.4");
+  EXPECT_TRUE(Support::waitUntil([&] { return daemon.log().find("veldaTrelMIB/2 ") != std::string::npos; }));
+  EXPECT_THAT(daemon.ctl({"trace", "veldaTrelMib", "9"}).err, HasSubstr("such as \"veldaTrelMIB\""));
+  for (const Support::Argv& wrong :
+       std::vector<Support::Argv>{{"trace", "veldaTrelMIB"}, {"trace", "x", "10"}})
+    EXPECT_EQ(daemon.ctl(wrong).status, 2);
+}
+
 TEST(ControlSocket, Tables_AllFiveInOneObject) {
   Daemon daemon;
   daemon.stateIs(documentOf(kReports)).start();
