@@ -106,6 +106,13 @@ void ControlClient::send(const Json& request) {
   if (sent != static_cast<ssize_t>(line.size())) fail(std::strerror(errno));
 }
 
+pid_t ControlClient::peer() const {
+  ucred peer{};
+  socklen_t size = sizeof peer;
+  if (::getsockopt(fd_, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0) fail(std::strerror(errno));
+  return peer.pid;
+}
+
 Json ControlClient::receive() {
   std::optional<std::string> line;
   while (!(line = lines_.takeLine())) {

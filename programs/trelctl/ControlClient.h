@@ -1,6 +1,8 @@
 // A client of the control protocol: one connection to a daemon, with deadlines. Its calls block.
 #pragma once
 
+#include <sys/types.h>
+
 #include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <stdexcept>
@@ -33,6 +35,8 @@ class ControlClient {
   // Sends a request; throws Unreachable.
   void send(const char* op);
   void send(const Json& request);
+  // The daemon's process.
+  pid_t peer() const;
   // The next line of the answer; throws Unreachable, also when that is an error.
   Json receive();
 

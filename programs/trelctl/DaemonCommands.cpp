@@ -10,6 +10,7 @@
 #include <chrono>
 #include <nlohmann/json.hpp>
 
+#include "programs/trelctl/Doctor.h"
 #include "programs/trelctl/Explain.h"
 #include "programs/trelctl/Render.h"
 #include "programs/trelctl/TableChanges.h"
@@ -169,6 +170,12 @@ int topology(const DaemonCommands& commands) {
   return 0;
 }
 
+int doctor(const DaemonCommands& commands) {
+  std::vector<Finding> findings = findingsOf(factsOf(socketOf(commands), commands.config));
+  fmt::print("{}", commands.json ? dumped(findingsJson(findings)) : findingsText(findings));
+  return exitStatusOf(verdictOf(findings));
+}
+
 int trace(const DaemonCommands& commands) {
   bool sets = !commands.handle.empty();
   if (sets != (commands.level >= 0))
@@ -272,6 +279,10 @@ void describeExplain(CLI::App& app, DaemonCommands& commands) {
   jsonFlag(app, commands, "Print one JSON object");
 }
 
+void describeDoctor(CLI::App& app, DaemonCommands& commands) {
+  jsonFlag(app, commands, "Print one JSON object");
+}
+
 void describeTrace(CLI::App& app, DaemonCommands& commands) {
   app.add_option("HANDLE", commands.handle, "A part of the daemon; * is each without a level of its own")
       ->type_name("");
@@ -300,6 +311,8 @@ constexpr std::array kCommands = {
     Command{"topology", "Show the links between the members, and what is wrong with them", describeTopology,
             topology},
     Command{"explain", "Say where a served value comes from, or why there is none", describeExplain, explain},
+    Command{"doctor", "Look for what keeps this machine from serving, and say what to do", describeDoctor,
+            doctor},
     Command{"trace", "Set how much a part of the daemon logs, until its reload or end; list all parts",
             describeTrace, trace},
     Command{"wait", "Return once the daemon runs and serves all that its sources say", describeWait, wait}};

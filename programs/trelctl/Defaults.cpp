@@ -72,13 +72,18 @@ std::string controlIn(const std::string& directory) {
   }
 }
 
-DefaultStore storeIn(const std::string& directory) {
+std::optional<DefaultStore> configuredStore(const std::string& directory) {
   Json agent = configuration(directory + kAgentFile);
   std::string store = firstStore(agent);
-  if (!store.empty()) return {store, accessOf(agent, kOfAgent)};
+  if (!store.empty()) return DefaultStore{store, accessOf(agent, kOfAgent)};
   Json member = configuration(directory + kMemberFile);
   store = stringAt(member, "store");
-  if (!store.empty()) return {store, accessOf(member.value("access", Json::object()), kOfMember)};
+  if (store.empty()) return std::nullopt;
+  return DefaultStore{store, accessOf(member.value("access", Json::object()), kOfMember)};
+}
+
+DefaultStore storeIn(const std::string& directory) {
+  if (std::optional<DefaultStore> found = configuredStore(directory)) return *std::move(found);
   throw Unusable(fmt::format("--store is required, as no {0}{1} or {0}{2} names a store", directory,
                              kAgentFile, kMemberFile));
 }

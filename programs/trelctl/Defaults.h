@@ -2,6 +2,7 @@
 // where no option gives it. Blocks.
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "kelstore/etcd/Access.h"
@@ -17,8 +18,10 @@ struct DefaultStore {
   std::string store;
   Kelstore::Etcd::Access access;
 };
-// The first store that trelsnmpd follows, else that of trelmemberd. Throws Unusable when there is none, or a
-// file cannot be read.
+// The first store that trelsnmpd follows, else that of trelmemberd; nothing: there is none. Throws Unusable
+// when a file cannot be read.
+std::optional<DefaultStore> configuredStore(const std::string& directory);
+// The same, but also throws when there is none.
 DefaultStore storeIn(const std::string& directory);
 
 }  // namespace TrelCtl

@@ -156,7 +156,7 @@ int main(int argc, char** argv) {
   app.footer(
       "Exit status: 0 done, 1 no daemon, no store, nothing there or served, values left out or not ready in "
       "time, "
-      "2 unusable arguments or documents; of status: 3 degraded, 4 not serving.");
+      "2 unusable arguments or documents; of status and doctor: 3 degraded, 4 not serving.");
   app.require_subcommand(1);
   app.fallthrough();
   TrelCtl::describe(app, daemon);

@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <map>
 
 #include "tests/e2e/Daemon.h"
 #include "tests/e2e/Reports.h"
@@ -315,6 +316,22 @@ TEST(ControlSocket, Explain_WhereARowComesFrom_OrWhyThereIsNone) {
   EXPECT_EQ(result.status, 1);
   EXPECT_THAT(result.out, HasSubstr("no interface has the index 4\n"));
   EXPECT_EQ(daemon.ctl({"explain", "sysUpTime.0"}).status, 2);
+}
+
+TEST(ControlSocket, Doctor_LooksAtTheProcessThatAnswers) {
+  Daemon daemon;
+  daemon.stateIs(documentOf(kReports)).start();
+  // Machines differ in their clocks and MIB modules.
+  Support::Result result = daemon.ctl({"doctor", "--config", daemon.dir().path(), "--json"});
+  auto findings = nlohmann::json::parse(result.out).at("findings");
+  std::map<std::string, nlohmann::json> byWhat;
+  for (const auto& finding : findings) byWhat.emplace(finding.at("what"), finding);
+  for (const char* what : {"daemon", "serving", "port", "directory"})
+    EXPECT_EQ(byWhat[what].at("result"), "OK") << byWhat[what];
+  if (getuid() == 0) {
+    EXPECT_EQ(byWhat["rights"].at("text"), "trelsnmpd runs as root");
+    EXPECT_EQ(result.status, 3);
+  }
 }
 
 TEST(ControlSocket, Trace_SetsALevelOfTheRunningDaemon) {
