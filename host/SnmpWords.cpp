@@ -163,25 +163,36 @@ std::string authUser(Parts& parts) { return checkUserAccess(parts, 1); }
 
 std::string group(Parts& parts) { return parts.count() < 3 ? "expected NAME MODEL SECURITY-NAME" : ""; }
 
-// A password, or -l or -m with a key. Sets `at` behind it.
-bool takeKey(Parts& parts, size_t& at) {
+constexpr const char* kUserForm = "expected NAME [AUTHENTICATION PASSWORD [PRIVACY [PASSWORD]]]";
+
+// A password, or -l or -m with a key. Sets `at` behind it. Returns what is wrong with it.
+std::string takeKey(Parts& parts, size_t& at) {
   bool isKey = parts[at] == "-l" || parts[at] == "-m";
   at += isKey ? 2 : 1;
-  return !parts[at - 1].empty();
+  std::string key = parts[at - 1];
+  if (key.empty()) return kUserForm;
+  if (isKey || key.size() >= USM_LENGTH_P_MIN) return "";
+  // Passwords are not for the log.
+  return fmt::format("found a password of {} characters, expected {} at least", key.size(), USM_LENGTH_P_MIN);
 }
 
 // NAME [AUTHENTICATION KEY [PRIVACY [KEY]]]
 std::string createUser(Parts& parts) {
   constexpr size_t kMaxNameBytes = 32;
-  constexpr const char* kForm = "expected NAME [AUTHENTICATION PASSWORD [PRIVACY [PASSWORD]]]";
   std::string name = parts[0];
-  if (name.empty() || name.starts_with('-')) return fmt::format("found {}, {}", inQuotes(name), kForm);
+  if (name.empty() || name.starts_with('-')) return fmt::format("found {}, {}", inQuotes(name), kUserForm);
   if (name.size() > kMaxNameBytes) return expected(name, "a name of at most 32 bytes");
+  if (parts.count() == 1) return "";
+  if (usm_lookup_auth_type(parts[1].c_str()) < 0) {
+    return expected(parts[1], "MD5, SHA, SHA-224, SHA-256, SHA-384 or SHA-512");
+  }
   size_t at = 2;
-  if (parts.count() > 1 && !takeKey(parts, at)) return kForm;
-  if (parts.count() <= at) return "";
-  bool key = parts.count() == ++at || takeKey(parts, at);
-  return key && parts.count() <= at ? "" : kForm;
+  std::string problem = takeKey(parts, at);
+  if (!problem.empty() || parts.count() <= at) return problem;
+  if (usm_lookup_priv_type(parts[at].c_str()) < 0) return expected(parts[at], "DES, AES, AES-192 or AES-256");
+  if (parts.count() == ++at) return "";
+  problem = takeKey(parts, at);
+  return problem.empty() && parts.count() > at ? kUserForm : problem;
 }
 
 // The arguments that net-snmp writes.

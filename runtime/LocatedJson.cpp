@@ -54,8 +54,11 @@ class Bytes {
   Reading* reading_ = nullptr;
 };
 
-// What is deeper has the line of what it is in. No configuration is as deep, and places grow with the depth.
+// No configuration is as deep. What copies or prints values goes down one by one, and places grow with the
+// depth.
 constexpr size_t kMaxDepth = 16;
+
+class TooDeep final : public std::exception {};
 
 // Follows the parser, and notes where each value is: a member where its name is.
 class Places {
@@ -65,16 +68,11 @@ class Places {
   bool event(json::parse_event_t event, const json& value) {
     using Event = json::parse_event_t;
     if (event == Event::key) {
-      if (tooDeep_ == 0) key(value.get_ref<const std::string&>());
+      key(value.get_ref<const std::string&>());
     } else if (event == Event::object_end || event == Event::array_end) {
-      if (tooDeep_ > 0) {
-        --tooDeep_;
-      } else {
-        open_.pop_back();
-      }
-    } else if (tooDeep_ > 0 || open_.size() == kMaxDepth) {
-      if (event != Event::value) ++tooDeep_;
+      open_.pop_back();
     } else {
+      if (event != Event::value && open_.size() == kMaxDepth) throw TooDeep();
       bool isMember = !open_.empty() && !open_.back().isArray;
       std::string place = nextPlace();
       if (!isMember) located_.lines.insert_or_assign(place, reading_.line);
@@ -110,7 +108,6 @@ class Places {
   LocatedJson& located_;
   std::vector<Open> open_;
   std::string member_;  // the place of the last key
-  size_t tooDeep_ = 0;  // containers that are open below kMaxDepth
 };
 
 }  // namespace
@@ -133,10 +130,15 @@ LocatedJson parseLocated(std::string_view text) {
     *located.json = json::parse(
         Bytes(text.data(), reading), Bytes(text.data() + text.size(), reading),
         [&places](int, json::parse_event_t event, json& value) { return places.event(event, value); });
-  } catch (const json::exception& error) {
-    const auto* syntax = dynamic_cast<const json::parse_error*>(&error);
+  } catch (const TooDeep&) {
+    located.unusable = fmt::format("{}: found values within more than {} others, expected {} at most",
+                                   reading.line, kMaxDepth, kMaxDepth);
+  } catch (const json::out_of_range& error) {
+    // A number that no computer has.
+    located.unusable = fmt::format("{}: {}", reading.line, syntaxMessage(error.what()));
+  } catch (const json::parse_error& error) {
     // The parser's position includes the character that it rejects.
-    size_t offset = syntax != nullptr && syntax->byte > 0 ? syntax->byte - 1 : 0;
+    size_t offset = error.byte > 0 ? error.byte - 1 : 0;
     bool blank = std::all_of(text.begin(), text.end(), [](unsigned char c) { return std::isspace(c); });
     located.unusable =
         fmt::format("{}: {}", lineAndColumn(text, offset),

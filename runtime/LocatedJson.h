@@ -18,7 +18,7 @@ struct LocatedJson {
   std::shared_ptr<nlohmann::json> json;              // never null; an empty object if the text is unusable
   std::map<std::string, size_t, std::less<>> lines;  // counted from 1; by place, as JsonNote::where has it
   std::vector<JsonNote> faults;                      // members that occur twice; the last one counts
-  std::string unusable;                              // the text is no JSON: "LINE:COLUMN: ..."
+  std::string unusable;                              // the text is no JSON, or too deep: "LINE[:COLUMN]: ..."
 
   // The line of the place, or of what it is in.
   size_t lineOf(std::string_view where) const;

@@ -20,7 +20,7 @@ namespace Runtime {
 namespace {
 
 void require(bool done, const std::string& what) {
-  if (!done) throw std::runtime_error(std::string(errorOf("--user: " + what, errno).message()));
+  if (!done) throw std::runtime_error(std::string(errorOf(what, errno).message()));
 }
 
 // Of this thread; threads that it starts have the same.
@@ -41,16 +41,13 @@ void onlyCapability(unsigned capability, bool permitted) {
 
 const passwd& userOf(const std::string& name) {
   if (geteuid() != 0) {
-    throw std::runtime_error(
-        fmt::format("--user: found the user {}, expected root, who may be others", geteuid()));
+    throw std::runtime_error(fmt::format("found the user {}, expected root, who may be others", geteuid()));
   }
   const passwd* user = getpwnam(name.c_str());
   if (user == nullptr)
-    throw std::runtime_error(
-        fmt::format("--user: found {}, expected a user of this machine", inQuotes(name)));
+    throw std::runtime_error(fmt::format("found {}, expected a user of this machine", inQuotes(name)));
   if (user->pw_uid == 0)
-    throw std::runtime_error(
-        fmt::format("--user: found {}, expected a user other than root", inQuotes(name)));
+    throw std::runtime_error(fmt::format("found {}, expected a user other than root", inQuotes(name)));
   return *user;
 }
 

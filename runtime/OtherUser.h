@@ -16,8 +16,9 @@ class OtherUser final {
   };
 
   // Becomes the user, with its groups and no others, and keeps of root's rights this capability (CAP_*) only.
-  // Makes missing directories, for the user; their parents exist. Throws std::runtime_error, in one line.
-  // Requires: there are no other threads yet, and none exists when forGood(Keep::capability) is called.
+  // Makes missing directories, for the user; their parents exist. Throws std::runtime_error: what is wrong
+  // with the user, in one line. Requires: there are no other threads yet, and none exists when
+  // forGood(Keep::capability) is called.
   OtherUser(const std::string& name, unsigned capability, const std::vector<Directory>& directories = {});
 
   enum class Keep { capability, nothing };

@@ -1,6 +1,8 @@
 #include "runtime/Settings.h"
 
+#include <sys/stat.h>
 #include <CLI/CLI.hpp>
+
 #include <algorithm>
 #include <charconv>
 #include <cstdio>
@@ -78,18 +80,32 @@ std::string helpOf(const Settings::Setting& setting) {
 
 }  // namespace
 
+Arguments forReload(Arguments arguments) {
+  struct stat about {};
+  arguments.named |= !arguments.file.empty() && stat(arguments.file.c_str(), &about) == 0;
+  return arguments;
+}
+
 Findings::Findings(Arguments arguments, LocatedJson located, bool isAbsent)
     : arguments_(std::move(arguments)), located_(std::move(located)), isAbsent_(isAbsent) {}
 
-std::string Findings::placed(std::string_view where, std::string_view text) const {
+// The part of the place that an option gives; empty: none.
+std::string_view Findings::optionAt(std::string_view where) const {
   for (std::string_view key = where; !key.empty();) {
     json::json_pointer pointer = pointerOf(key);
-    if (arguments_.given->contains(pointer) && !(*arguments_.given)[pointer].is_object()) {
-      return fmt::format("--{}: {}", optionOf(key), text);
-    }
+    if (arguments_.given->contains(pointer) && !(*arguments_.given)[pointer].is_object()) return key;
     size_t end = key.find_last_of("/[");
     key = key.substr(0, end == std::string_view::npos ? 0 : end);
   }
+  return "";
+}
+
+std::string Findings::placed(std::string_view where, std::string_view text) const {
+  std::string_view option = optionAt(where);
+  return option.empty() ? placedInFile(where, text) : fmt::format("--{}: {}", optionOf(option), text);
+}
+
+std::string Findings::placedInFile(std::string_view where, std::string_view text) const {
   std::string place = where.empty() ? "" : fmt::format("{}: ", where);
   if (arguments_.file.empty()) return fmt::format("{}{}", place, text);
   if (isAbsent_) return fmt::format("{}{} (there is no {})", place, text, arguments_.file);
@@ -98,6 +114,10 @@ std::string Findings::placed(std::string_view where, std::string_view text) cons
 
 void Findings::fault(std::string_view where, std::string_view text) {
   faults_.push_back(placed(where, text));
+}
+
+void Findings::faultInFile(std::string_view where, std::string_view text) {
+  faults_.push_back(placedInFile(where, text));
 }
 
 void Findings::warning(std::string_view where, std::string_view text) {
@@ -275,13 +295,24 @@ Findings Settings::read(const Arguments& arguments) {
     findings.add({unusable});
     JsonNotes ofOptions;
     readInto(*arguments.given, ofOptions);
+    for (const JsonNote& note : ofOptions.faults) {
+      if (findings.isOption(note.where)) findings.fault(note.where, note.text);
+    }
     return findings;
   }
   JsonNotes notes;
   notes.strict = true;
-  notes.faults = located.faults;
+  for (const JsonNote& note : located.faults) findings.faultInFile(note.where, note.text);
   json document = *located.json;
-  if (document.is_object()) document.merge_patch(*arguments.given);
+  if (document.is_object()) {
+    // Options of a group would hide that the file has no such group.
+    for (const auto& [group, given] : arguments.given->items()) {
+      auto found = document.find(group);
+      if (!given.is_object() || found == document.end() || found->is_object()) continue;
+      findings.faultInFile(group, foundExpected(*found, "an object"));
+    }
+    document.merge_patch(*arguments.given);
+  }
   readInto(document, notes);
   for (const JsonNote& note : notes.faults) findings.fault(note.where, note.text);
   for (const JsonNote& note : notes.warnings) findings.warning(note.where, note.text);

@@ -32,20 +32,30 @@ struct Arguments {
   std::shared_ptr<nlohmann::json> given;  // the options' values, as a file would have them; not null
 };
 
+// For a reload: the file that is there now must be there then, or nothing of what is in force is to be lost.
+Arguments forReload(Arguments arguments);
+
 // What is wrong, each in one line that begins with the place: "FILE:LINE: KEY: " or "--OPTION: ".
 class Findings final {
  public:
   // isAbsent: there is no file, and need be none.
   Findings(Arguments arguments, LocatedJson located, bool isAbsent);
   void fault(std::string_view where, std::string_view text);
+  // Of the file, whatever the options say.
+  void faultInFile(std::string_view where, std::string_view text);
   void warning(std::string_view where, std::string_view text);
   // Lines that have a place of their own.
   void add(const std::vector<std::string>& faults);
   const std::vector<std::string>& faults() const { return faults_; }
   const std::vector<std::string>& warnings() const { return warnings_; }
 
+  // Whether an option gives the value, or what it is in.
+  bool isOption(std::string_view where) const { return !optionAt(where).empty(); }
+
  private:
   std::string placed(std::string_view where, std::string_view text) const;
+  std::string_view optionAt(std::string_view where) const;
+  std::string placedInFile(std::string_view where, std::string_view text) const;
 
   Arguments arguments_;
   LocatedJson located_;

@@ -7,6 +7,7 @@
 // net-snmp's loop is the only one, and there is no other thread.
 #include <fmt/format.h>
 
+#include <cstring>
 #include <exception>
 #include <memory>
 #include <optional>
@@ -86,14 +87,26 @@ class Module final {
 std::unique_ptr<Module> module;
 bool loaded = false;
 std::string wanted;  // the path in the configuration
+bool wrong = false;  // a line of it is
 
 void takeState(const char*, char* line) {
   if (!wanted.empty()) return config_perror("a second trelState, expected one: the first counts");
-  if (line[0] != '/') return config_perror("expected the absolute path of a state document");
-  wanted = line;
+  std::string path(std::strlen(line) + 1, '\0');
+  copy_nword(line, path.data(), static_cast<int>(path.size()));
+  path.resize(std::strlen(path.c_str()));
+  wrong = path.empty() || path.front() != '/';
+  if (wrong) return config_perror("expected the absolute path of a state document");
+  wanted = path;
+}
+
+void forget() {
+  wanted.clear();
+  wrong = false;
 }
 
 int configured(int, int, void*, void*) {
+  // The line has been told of; what it said before goes on.
+  if (loaded && wrong && wanted.empty()) return SNMPERR_SUCCESS;
   if (loaded && wanted.empty()) {
     snmp_log(LOG_ERR, "trel: no trelState in snmpd.conf, expected a line \"trelState PATH\" after dlmod\n");
   }
@@ -121,8 +134,7 @@ int ends(int, int, void*, void*) {
 extern "C" void init_trel() {
   using namespace InSnmpd;
   loaded = true;
-  snmpd_register_config_handler(
-      "trelState", takeState, [] { wanted.clear(); }, "PATH");
+  snmpd_register_config_handler("trelState", takeState, forget, "PATH");
   static const bool once = [] {
     snmp_register_callback(SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_POST_READ_CONFIG, configured, nullptr);
     snmp_register_callback(SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_SHUTDOWN, ends, nullptr);
@@ -133,5 +145,5 @@ extern "C" void init_trel() {
 
 extern "C" void deinit_trel() {
   InSnmpd::loaded = false;
-  InSnmpd::wanted.clear();
+  InSnmpd::forget();
 }

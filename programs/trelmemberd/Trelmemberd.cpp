@@ -67,7 +67,8 @@ Trelmemberd::Trelmemberd(Runtime::Arguments arguments, const Options& options, H
              [this] { publish(); }),
       linkWatch_(loop_, links_.fd(), [this] { links_.readable(); }),
       reload_(loop_, io_,
-              {[this] { log_.reopen(); }, [arguments = arguments_] { return readOptions(arguments); },
+              {[this] { log_.reopen(); },
+               [arguments = Runtime::forReload(arguments_)] { return readOptions(arguments); },
                [this] { reloadWaits(); }, [this](const Reading& reading) { reloaded(reading); }}) {}
 
 void Trelmemberd::run() {

@@ -68,8 +68,7 @@ int main(int argc, char** argv) {
       reading = Member::readOptions(line.arguments);
     }
   } catch (const std::runtime_error& error) {
-    Runtime::complain("trelmemberd", error.what());
-    return Runtime::kUnusable;
+    reading.findings.fault("user", error.what());
   }
   if (line.check) return Runtime::reported(reading.findings);
   for (const std::string& fault : reading.findings.faults()) Runtime::complain("trelmemberd", fault);

@@ -107,11 +107,11 @@ void Daemon::start(const Kelstore::Etcd::Driver* etcd) {
   untilReady_.emplace(loop_, [this] { tellWhenReady(); });
   for (int signal : {SIGTERM, SIGINT}) signals_.emplace_back(loop_, signal, [this] { loop_.stop(); });
   for (const std::string& warning : options_.warnings) traceHandle.trace(1, "{}", warning);
-  reload_.emplace(
-      loop_, io_,
-      Runtime::Reload<Reading>::Steps{
-          [this] { log_.reopen(); }, [arguments = options_.arguments] { return readAll(arguments); },
-          [this] { reloadWaits(); }, [this](const Reading& reading) { reloaded(reading); }});
+  reload_.emplace(loop_, io_,
+                  Runtime::Reload<Reading>::Steps{
+                      [this] { log_.reopen(); },
+                      [arguments = Runtime::forReload(options_.arguments)] { return readAll(arguments); },
+                      [this] { reloadWaits(); }, [this](const Reading& reading) { reloaded(reading); }});
   error_ = control_.listen();
 }
 
@@ -152,10 +152,15 @@ void Daemon::reloaded(const Reading& reading) {
   }
   Host::TraceLog::levelsAre(reading.options.log.levels);
   for (const std::string& warning : reading.findings.warnings()) traceHandle.trace(1, "{}", warning);
+  std::string restart =
+      fixed.empty() ? "" : fmt::format("; it takes a restart for {}", fmt::join(fixed, ", "));
+  if (snmp_->subagent() || !reading.options.snmp.agentx.empty()) {
+    const std::string& file = reading.options.arguments.file;
+    return traceHandle.trace(1, "{}: reloaded{}", file.empty() ? "options" : file, restart);
+  }
   const std::string& path = reading.options.snmp.conf;
   traceHandle.trace(1, "{}: reloaded: {} lines{}", path.empty() ? "built-in access" : path,
-                    reading.conf.lines.size(),
-                    fixed.empty() ? "" : fmt::format("; it takes a restart for {}", fmt::join(fixed, ", ")));
+                    reading.conf.lines.size(), restart);
 }
 
 void Daemon::tellWhenReady() {

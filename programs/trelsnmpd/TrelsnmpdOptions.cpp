@@ -4,6 +4,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <charconv>
 #include <regex>
 #include <string_view>
 
@@ -171,7 +172,11 @@ void checkListen(const std::string& address) {
   std::string_view place(address);
   if (prefixed) place.remove_prefix(address.find(':') + 1);
   auto isDigit = [](char c) { return c >= '0' && c <= '9'; };
-  bool named = !place.empty() && place.find_first_of("/,@ ") == std::string_view::npos;
+  uint16_t port = 0;
+  std::string_view digits = place.substr(place.rfind(':') + 1);
+  auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), port);
+  bool isPort = error == std::errc() && end == digits.data() + digits.size();
+  bool named = isPort && place.find_first_of("/,@ ") == std::string_view::npos;
   if (named && (prefixed || isDigit(place.front()) || place.front() == '[')) return;
   throw std::invalid_argument(fmt::format("found {}, expected [udp:][ADDRESS:]PORT or udp6:[ADDRESS]:PORT",
                                           Runtime::inQuotes(address)));
@@ -234,7 +239,7 @@ Runtime::Findings readOptions(const Runtime::Arguments& arguments, Options& opti
   return findings;
 }
 
-ParsedOptions parseOptions(int argc, const char* const* argv) {
+ParsedOptions parseOptions(int argc, const char* const* argv, const BecomeUser& becomeUser) {
   ParsedOptions parsed;
   Options& options = parsed.options;
   CLI::App app(kDescription, kProgram);
@@ -249,6 +254,15 @@ ParsedOptions parseOptions(int argc, const char* const* argv) {
   parsed.exitCode = Runtime::parseCommandLine(app, argc, argv, [] {});
   if (parsed.exitCode >= 0) return parsed;
   Runtime::Findings findings = readOptions(arguments, options);
+  if (becomeUser && !options.user.empty()) {
+    try {
+      becomeUser(options, check);
+      options = {};
+      findings = readOptions(arguments, options);
+    } catch (const std::runtime_error& error) {
+      findings.fault("user", error.what());
+    }
+  }
   if (check) {
     checkContent(options, findings);
     parsed.exitCode = Runtime::reported(findings);

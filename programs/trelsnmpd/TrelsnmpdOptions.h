@@ -51,7 +51,10 @@ struct ParsedOptions {
   int exitCode = -1;  // as Runtime::parseCommandLine() returns it: -1: go on
 };
 // Reads the configuration, too, and prints what is wrong.
-ParsedOptions parseOptions(int argc, const char* const* argv);
+// becomeUser: has the process run as `options.user`, who then reads all that is read here, as at a reload;
+// throws std::runtime_error. Nothing: the options are read by who calls this.
+using BecomeUser = std::function<void(const Options& options, bool onlyChecks)>;
+ParsedOptions parseOptions(int argc, const char* const* argv, const BecomeUser& becomeUser = {});
 
 // Throws std::invalid_argument unless it is an address for UDP. A TCP client that does not read its answers
 // would block the loop, and for a Unix socket net-snmp removes the file at its path.

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <csignal>
+#include <cstdlib>
 #include <filesystem>
 #include <optional>
 #include <stdexcept>
@@ -23,18 +24,15 @@ namespace {
 
 bool isEtcd(const std::string& state) { return state.starts_with(Kelstore::Etcd::kScheme); }
 
-// As the unit makes the directories.
-std::optional<Runtime::OtherUser> userOf(const Trelsnmpd::Options& options) {
-  if (options.user.empty()) return std::nullopt;
-  std::string runtime = std::filesystem::absolute(options.control).parent_path();
-  return std::optional<Runtime::OtherUser>(
-      std::in_place, options.user, CAP_NET_BIND_SERVICE,
-      std::vector<Runtime::OtherUser::Directory>{{options.stateDirectory, 0700}, {runtime, 0750}});
+// As the unit makes them.
+std::vector<Runtime::OtherUser::Directory> directoriesOf(const Trelsnmpd::Options& options) {
+  return {{options.stateDirectory, 0700}, {std::filesystem::absolute(options.control).parent_path(), 0750}};
 }
 
 // Throws std::runtime_error, in one line, when the system refuses what it takes.
-int serve(const Trelsnmpd::Options& options, const Kelstore::Etcd::Driver* etcd, Runtime::Threads& threads) {
-  std::optional<Runtime::OtherUser> user = userOf(options);
+// user: as which the process runs, and is to go on for good; null: as who started it.
+int serve(const Trelsnmpd::Options& options, const Runtime::OtherUser* user,
+          const Kelstore::Etcd::Driver* etcd, Runtime::Threads& threads) {
   Host::TraceLog log("trelsnmpd", options.log);
   if (!options.toggles.empty()) Toggles::fileIs("TrelCore.json", options.toggles);
   Trel::trelModeIs(options.trelMode);
@@ -48,9 +46,10 @@ int serve(const Trelsnmpd::Options& options, const Kelstore::Etcd::Driver* etcd,
   return 0;
 }
 
-int served(const Trelsnmpd::Options& options, const Kelstore::Etcd::Driver* etcd, Runtime::Threads& threads) {
+int served(const Trelsnmpd::Options& options, const Runtime::OtherUser* user,
+           const Kelstore::Etcd::Driver* etcd, Runtime::Threads& threads) {
   try {
-    return serve(options, etcd, threads);
+    return serve(options, user, etcd, threads);
   } catch (const std::runtime_error& error) {
     Runtime::complain("trelsnmpd", error.what());
     return Runtime::kUnusable;
@@ -62,7 +61,16 @@ int served(const Trelsnmpd::Options& options, const Kelstore::Etcd::Driver* etcd
 int main(int argc, char** argv) {
   Runtime::openStandardStreams();
   Runtime::holdSignal(SIGHUP);
-  auto [options, exitCode] = Trelsnmpd::parseOptions(argc, argv);
+  std::optional<Runtime::OtherUser> user;
+  auto become = [&user](const Trelsnmpd::Options& options, bool onlyChecks) {
+    using Directories = std::vector<Runtime::OtherUser::Directory>;
+    // The user would look for directories of its own.
+    setenv("STATE_DIRECTORY", options.stateDirectory.c_str(), /*overwrite=*/0);
+    std::string runtime = std::filesystem::absolute(options.control).parent_path();
+    setenv("RUNTIME_DIRECTORY", runtime.c_str(), /*overwrite=*/0);
+    user.emplace(options.user, CAP_NET_BIND_SERVICE, onlyChecks ? Directories() : directoriesOf(options));
+  };
+  auto [options, exitCode] = Trelsnmpd::parseOptions(argc, argv, become);
   if (exitCode >= 0) return exitCode;
 
   const Kelstore::Etcd::Driver* etcd = nullptr;
@@ -73,5 +81,5 @@ int main(int argc, char** argv) {
     return Runtime::kUnusable;
   }
   Runtime::Threads threads;
-  return threads.exitStatus(served(options, etcd, threads));
+  return threads.exitStatus(served(options, user ? &*user : nullptr, etcd, threads));
 }

@@ -127,6 +127,16 @@ TEST_F(InSnmpd, ReloadWithAnotherDocument_IsFollowed) {
   EXPECT_TRUE(becomes(walkOf(treeOf(others))));
 }
 
+TEST_F(InSnmpd, ReloadWithAWrongPath_RowsStay_AndAPathMayBeInQuotes) {
+  snmpd_.start(documentedView() + kModule + "trelState \"" + state() + "\"\n");
+  ASSERT_TRUE(becomes(expected(kReports)));
+  snmpd_.additionsAre(documentedView() + kModule + "trelState state.json\n");
+  reload();
+  EXPECT_THAT(walk(), StartsWith(expected(kReports)));
+  EXPECT_THAT(log(), HasSubstr("expected the absolute path of a state document"));
+  EXPECT_THAT(log(), Not(HasSubstr("no trelState")));
+}
+
 TEST_F(InSnmpd, ReloadWithoutTheModule_TablesGoUntilItIsBack) {
   snmpd_.start(lines());
   ASSERT_TRUE(becomes(expected(kReports)));

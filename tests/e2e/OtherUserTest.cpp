@@ -88,6 +88,10 @@ TEST_F(OtherUser, BindsAPortOfRoots_ThenNoThreadHasMoreRightsThanTheUser) {
   std::string status = Support::run({TRELCTL, "--control", control, "status", "--all"}).out;
   EXPECT_THAT(status, HasSubstr("mount /"));
   EXPECT_THAT(status, testing::Not(HasSubstr("ermission denied")));
+  daemon.signal(SIGHUP);
+  EXPECT_TRUE(Support::waitUntil([&] {
+    return daemon.err().find("built-in access: reloaded: ") != std::string::npos;
+  })) << daemon.err();
   EXPECT_EQ(daemon.stop(), 0) << daemon.err();
 }
 
@@ -102,6 +106,40 @@ TEST_F(OtherUser, PublisherSendsEchoes_AndMayDoNothingElse) {
   EXPECT_EQ(publisher.stop(), 0) << publisher.err();
 }
 
+// As a unit's user does, and as it reads everything again at a reload.
+TEST_F(OtherUser, ReadsItsFiles_AndNoneOfRoots) {
+  std::string config =
+      dir_.write("c.json", R"({"state": ["local"], "etcd-credentials": ")" + dir_.file("login") + "\"}");
+  std::string login = dir_.write("login", R"({"user": "u", "password": "p"})");
+  using std::filesystem::perms;
+  std::filesystem::permissions(login, perms::owner_read);
+  Support::Argv check{TRELSNMPD, "--config", config, "--user", kName, "--check"};
+  std::string denied = fmt::format("{}:1: etcd-credentials: {}: Permission denied\n", config, login);
+  Support::Result checked = Support::run(check, {"STATE_DIRECTORY=" + dir_.file("state")});
+  EXPECT_EQ(checked.status, 1);
+  EXPECT_THAT(checked.err, testing::StartsWith(denied));
+  EXPECT_FALSE(std::filesystem::exists(dir_.file("state")));
+  check.pop_back();
+  Support::Result started = Support::run(check, {"STATE_DIRECTORY=" + dir_.file("state")});
+  EXPECT_EQ(started.status, 2);
+  EXPECT_EQ(started.err, "trelsnmpd: " + denied);
+  ASSERT_EQ(chown(login.c_str(), kDaemon, kDaemon), 0);
+  check.emplace_back("--check");
+  checked = Support::run(check, {"STATE_DIRECTORY=" + dir_.file("state")});
+  EXPECT_EQ(checked.status, 0) << checked.err;
+}
+
+TEST_F(OtherUser, ThatDoesNotExist_IsOneOfAllFaultsOfACheck) {
+  std::string config = dir_.write("c.json", R"({"member": 256, "user": "nobody-here"})");
+  for (const char* program : {TRELSNMPD, TRELMEMBERD}) {
+    Support::Result checked = Support::run({program, "--config", config, "--check"});
+    EXPECT_EQ(checked.status, 1);
+    EXPECT_THAT(checked.err, HasSubstr(config + ":1: member: found 256"));
+    EXPECT_THAT(checked.err,
+                HasSubstr(config + ":1: user: found \"nobody-here\", expected a user of this machine\n"));
+  }
+}
+
 TEST_F(OtherUser, ThatDoesNotExistOrIsRoot_OrWithoutRoot_EndsWithOneLine) {
   auto said = [](const Support::Argv& argv) {
     Support::Result result = Support::run(argv);
@@ -110,9 +148,11 @@ TEST_F(OtherUser, ThatDoesNotExistOrIsRoot_OrWithoutRoot_EndsWithOneLine) {
   };
   EXPECT_EQ(runDaemon({"--user", "nobody-here"}).err,
             "trelsnmpd: --user: found \"nobody-here\", expected a user of this machine\n");
-  EXPECT_EQ(said({TRELMEMBERD, "--config", "/dev/null", "--user", "root"}),
+  std::string config =
+      dir_.write("c.json", R"({"member": 1, "store": "etcd:127.0.0.1:1/trel", "neighbours": []})");
+  EXPECT_EQ(said({TRELMEMBERD, "--config", config, "--user", "root"}),
             "trelmemberd: --user: found \"root\", expected a user other than root\n");
-  EXPECT_EQ(said({"unshare", "--user", TRELMEMBERD, "--config", "/dev/null", "--user", kName}),
+  EXPECT_EQ(said({"unshare", "--user", TRELMEMBERD, "--config", config, "--user", kName}),
             "trelmemberd: --user: found the user 65534, expected root, who may be others\n");
 }
 

@@ -239,6 +239,14 @@ TEST(SnmpConf, Users) {
                            "createUser a SHA p AES q r", "createUser abcdefghijklmnopqrstuvwxyz1234567"}) {
     EXPECT_THAT(access(line), HasSubstr("createUser: ")) << line;
   }
+  EXPECT_EQ(access("createUser a SHAX \"pass phrase\""),
+            "F:1: createUser: found \"SHAX\", expected MD5, SHA, SHA-224, SHA-256, SHA-384 or SHA-512");
+  EXPECT_EQ(access("createUser a SHA \"pass phrase\" AESX"),
+            "F:1: createUser: found \"AESX\", expected DES, AES, AES-192 or AES-256");
+  EXPECT_EQ(access("createUser a SHA secret7"),
+            "F:1: createUser: found a password of 7 characters, expected 8 at least");
+  EXPECT_EQ(access("createUser a SHA \"pass phrase\" AES secret7"),
+            "F:1: createUser: found a password of 7 characters, expected 8 at least");
   EXPECT_EQ(access("createUser a SHA \"pass phrase\"\ncreateUser b\ncreateUser \"a\"\n"),
             "F:3: createUser: found \"a\" for the second time");
   EXPECT_THAT(access("rouser -s usm"), HasSubstr("expected a user"));

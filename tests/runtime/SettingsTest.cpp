@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 
 #include <CLI/CLI.hpp>
+#include <filesystem>
 #include <nlohmann/json.hpp>
 
 #include "runtime/CommandLine.h"
@@ -125,8 +126,40 @@ TEST_F(SettingsTest, FileThatIsNoJsonObject_IsOneLine) {
 
 TEST_F(SettingsTest, FileThatIsNestedWithoutEnd_IsRefusedAtOnce) {
   EXPECT_THAT(read(std::string(1 << 20, '[')), testing::SizeIs(1));
-  EXPECT_THAT(read("{\"rows\":\n" + std::string(1000, '[') + std::string(1000, ']') + ",\n\"path\": 7}"),
+  for (size_t levels : {17, 1000, 500'000}) {
+    EXPECT_THAT(
+        read("{\"rows\":\n" + std::string(levels, '[') + std::string(levels, ']') + ",\n\"path\": 7}"),
+        ElementsAre("F:2: found values within more than 16 others, expected 16 at most"));
+  }
+  EXPECT_THAT(read("{\"rows\":\n" + std::string(15, '[') + std::string(15, ']') + ",\n\"path\": 7}"),
               ElementsAre("F:3: path: found 7, expected a string PATH"));
+}
+
+TEST_F(SettingsTest, OptionsHideNothingThatIsWrongInTheFile) {
+  EXPECT_THAT(read("{\"waitSeconds\": 3,\n\"waitSeconds\": 4}", {"--wait-seconds", "5"}),
+              ElementsAre("F:2: waitSeconds: found it twice in one object, expected it once"));
+  EXPECT_THAT(read("{\n\"group\": 5}", {"--group-share", "1"}),
+              ElementsAre("F:2: group: found 5, expected an object"));
+  EXPECT_THAT(read("{\n\"waitSeconds\": 1e400}"), ElementsAre(testing::StartsWith("F:2: number overflow")));
+}
+
+TEST_F(SettingsTest, FileIsUnusable_WrongOptionsAreNamedAllTheSame) {
+  EXPECT_THAT(read("{", {"--wait-seconds", "0"}),
+              ElementsAre(testing::StartsWith("F:1:2: syntax error"),
+                          "--wait-seconds: found 0, expected an integer from 1 to 60"));
+}
+
+TEST_F(SettingsTest, FileThatWasThereAtTheStart_MustBeThereAtAReload) {
+  Arguments arguments{directory_.write("c.json", "{}"), false,
+                      std::make_shared<nlohmann::json>(nlohmann::json::object())};
+  Arguments later = forReload(arguments);
+  EXPECT_TRUE(later.named);
+  EXPECT_FALSE(forReload({directory_.file("none"), false, arguments.given}).named);
+  std::filesystem::remove(arguments.file);
+  Targets targets;
+  EXPECT_THAT(tableOf(targets).read(later).faults(),
+              ElementsAre(arguments.file + ": No such file or directory"));
+  EXPECT_THAT(tableOf(targets).read(arguments).faults(), IsEmpty());
 }
 
 TEST_F(SettingsTest, FileThatIsNotThere_IsAFaultWhenItWasNamed) {
