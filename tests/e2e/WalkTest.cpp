@@ -293,7 +293,7 @@ veldaTrelProcessorTable:
 
 veldaTrelStorageTable:
 )";
-  EXPECT_THAT(daemon_->ctl({"tables"}).out, AllOf(HasSubstr(expected), HasSubstr("  /größe ")));
+  EXPECT_THAT(daemon_->ctl({"tables", "--raw"}).out, AllOf(HasSubstr(expected), HasSubstr("  /größe ")));
 }
 
 TEST(WalkOfNothing, EmptyCluster_AllTablesAreEmpty) {
