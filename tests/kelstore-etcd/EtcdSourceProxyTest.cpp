@@ -55,7 +55,7 @@ TEST_F(EtcdSourceProxyTest, FollowersShareAProxy_EachHasEveryChange) {
     EXPECT_TRUE(untilIndex(value));
     EXPECT_TRUE(other.untilIndex(value));
   }
-  EXPECT_EQ(other.status().store->state, "watching");
+  EXPECT_EQ(other.status().store->otherStore, "");
 }
 
 TEST_F(EtcdSourceProxyTest, ProxyIsKilledAndComesBack_RowsAreHeldAndFollowedAgain) {
@@ -64,6 +64,7 @@ TEST_F(EtcdSourceProxyTest, ProxyIsKilledAndComesBack_RowsAreHeldAndFollowedAgai
   Proxy proxy(etcd);
   start(proxy.endpoint());
   ASSERT_TRUE(untilIndex(1));
+  ASSERT_TRUE(until([&] { return status().store->state == "watching"; }));
   proxy.kill();
   ASSERT_TRUE(untilState(State::held));
   EXPECT_EQ(index(), 1u);
