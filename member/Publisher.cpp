@@ -206,6 +206,7 @@ void Publisher::write() {
   writableNs_ = nowNs + std::min(settings_.intervalSeconds * kMsPerSecond * kNsPerMs, proofNs());
   bool more = changes.size() > kMaxChanges;
   if (more) changes.resize(kMaxChanges);
+  sayWritten(changes);
   traceHandle.trace(kWriteLevel, "writes {} keys, the first is {}", changes.size(), changes[0].path.text());
   enter(State::writing);
   askedNs_ = nowNs;
@@ -231,6 +232,14 @@ void Publisher::write() {
         holdings_.reset();
         callFailed(error);
       });
+}
+
+// Those who follow the store take a revision that only deletes for the end of a lease.
+void Publisher::sayWritten(std::vector<LeaseStore::Change>& changes) const {
+  bool puts =
+      std::any_of(changes.begin(), changes.end(), [](const auto& one) { return one.text.has_value(); });
+  if (puts) return;
+  if (auto key = proof(*content_, owners_.self, *holdings_)) changes.push_back(*std::move(key));
 }
 
 // Figures are written with the clock and the uptime as they are then.

@@ -22,6 +22,8 @@
 // answer was lost counts once its keys have been read. If none was carried out for the lease's time, for
 // whatever reason, the lease is not renewed any more until one is; so all rows go within twice that time.
 //
+// Each transaction has a put, as those who follow take one that only deletes for the end of a lease.
+//
 // While the store does not answer, calls are repeated with growing delays. On the event loop's thread; each
 // call of the store is on a thread of its own.
 #pragma once
@@ -134,6 +136,7 @@ class Publisher final {
   void look();
   void looked(const LeaseStore::Holdings& holdings);
   void write();
+  void sayWritten(std::vector<LeaseStore::Change>& changes) const;
   void readClock();
   std::vector<LeaseStore::Change> due();
   void written(const std::vector<LeaseStore::Change>& changes, int64_t revision);

@@ -3,9 +3,23 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <set>
 #include <utility>
 
 namespace Kelstore::Etcd {
+namespace {
+
+// The revisions that somebody wrote. A lease that ends deletes keys that had it, and does nothing else.
+std::set<int64_t> revisionsWithPuts(const std::vector<Event>& events) {
+  std::set<int64_t> revisions;
+  for (const Event& event : events) {
+    if (!event.deleted) revisions.insert(event.record.modRevision);
+  }
+  return revisions;
+}
+
+}  // namespace
+
 const char* stateName(Follower::State state) {
   switch (state) {
     case Follower::State::listing:
@@ -177,7 +191,7 @@ void Follower::listed(uint64_t nowMs, Page page) {
   history_.is(listingAt_);
   replaced_ = false;
   newest_ = applied_;
-  give({applied_, table_.listingEnds(), whole});
+  giveCompared({applied_, table_.listingEnds(), whole});
   complete_ = true;
   mustList_ = false;
   openWatch(nowMs);
@@ -328,11 +342,12 @@ void Follower::applyFinished() {
 
 void Follower::apply(const std::vector<Event>& events) {
   Batch batch;
+  std::set<int64_t> written = revisionsWithPuts(events);
   int64_t last = applied_;
   for (const Event& event : events) {
     int64_t revision = event.record.modRevision;
     ++counters_.events;
-    if (!applyEvent(event, batch.changes)) {
+    if (!applyEvent(event, written.contains(revision), batch.changes)) {
       ++counters_.dropped;
     } else if (revision > last) {
       ++counters_.revisions;
@@ -342,25 +357,25 @@ void Follower::apply(const std::vector<Event>& events) {
   applied_ = last;
   newest_ = std::max(newest_, last);
   batch.revision = last;
-  if (!batch.changes.empty()) give(std::move(batch));
+  if (!batch.changes.empty()) batches_.push_back(std::move(batch));
 }
 
-void Follower::give(Batch batch) {
+// Of a listing or a resync, which do not tell in which revision a key went.
+void Follower::giveCompared(Batch batch) {
   for (Change& change : batch.changes) {
-    if (!change.value && !table_.ended(change.lease, change.revision)) change.lease = 0;
+    if (!change.value && !table_.ended(change.lease)) change.lease = 0;
   }
-  table_.forgetMoves();
   batches_.push_back(std::move(batch));
 }
 
 // False if the event is nothing new, or its key is refused.
-bool Follower::applyEvent(const Event& event, std::vector<Change>& changes) {
+bool Follower::applyEvent(const Event& event, bool written, std::vector<Change>& changes) {
   const Record& record = event.record;
   if (record.modRevision <= applied_) return false;
   if (event.deleted) {
     std::optional<int64_t> lease = table_.del(record.key, record.modRevision);
     if (!lease) return false;
-    changes.push_back({record.key, std::nullopt, *lease, 0, record.modRevision});
+    changes.push_back({record.key, std::nullopt, written ? 0 : *lease});
   } else {
     if (!table_.put(record)) return false;
     changes.push_back({record.key, record.value, record.lease, record.oversizeBytes});

@@ -161,8 +161,9 @@ class Follower {
   void watches(uint64_t nowMs);
   void apply(const std::vector<Event>& events);
   void applyFinished();
-  void give(Batch batch);
-  bool applyEvent(const Event& event, std::vector<Change>& changes);
+  void giveCompared(Batch batch);
+  // written: its revision has a put.
+  bool applyEvent(const Event& event, bool written, std::vector<Change>& changes);
   bool foreign(const Header& header) const { return history_.foreign(header, replaced_ ? 0 : applied_); }
   bool contradicts(const std::vector<Record>& records, int64_t revision) const;
   void resumed(uint64_t nowMs, const Page& page);

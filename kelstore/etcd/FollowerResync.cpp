@@ -83,7 +83,7 @@ void Follower::settleSuspects(uint64_t nowMs) {
     return true;
   });
   counters_.repairs += repaired.changes.size();
-  if (!repaired.changes.empty()) give(std::move(repaired));
+  if (!repaired.changes.empty()) giveCompared(std::move(repaired));
   if (!resyncRead_ || !suspects_.empty()) return;
   if (!differsTo_.empty()) return readValues(nowMs);
   withValues_ = false;

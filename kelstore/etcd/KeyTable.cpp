@@ -44,7 +44,6 @@ bool KeyTable::add(Keys& keys, const Record& record, AllRefused& refused) const 
 // Nothing known: the key is new, or goes.
 void KeyTable::Keys::change(Known& key, const Known& now) {
   if (now.lease != 0) ++leases[now.lease];
-  if (now.lease != 0 && key.lease != 0 && now.lease != key.lease) moved.emplace(key.lease, now.modRevision);
   auto before = leases.find(key.lease);
   if (before != leases.end() && --before->second == 0) leases.erase(before);
   key = now;
@@ -97,10 +96,6 @@ std::optional<int64_t> KeyTable::del(const std::string& key, int64_t revision) {
   int64_t lease = found->second.lease;
   remove(found);
   return lease;
-}
-
-bool KeyTable::ended(int64_t lease, int64_t revision) const {
-  return lease != 0 && !keys_.leases.contains(lease) && !keys_.moved.contains({lease, revision});
 }
 
 void KeyTable::listingBegins() {

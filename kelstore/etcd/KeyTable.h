@@ -6,7 +6,6 @@
 #include <limits>
 #include <map>
 #include <optional>
-#include <set>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -54,11 +53,8 @@ class KeyTable {
   bool put(const Record& record);
   // The deleted key's lease.
   std::optional<int64_t> del(const std::string& key, int64_t revision);
-  // Whether all keys of the lease, a deleted key's, may have gone with it at the revision. Not when it still
-  // has one, or had one that was put under another lease then: whoever did so deleted the others.
-  bool ended(int64_t lease, int64_t revision) const;
-  // To be called when nothing more is asked of ended() for the revisions until now.
-  void forgetMoves() { keys_.moved.clear(); }
+  // Whether no key of the lease, a deleted key's, is left. To be asked after a listing or a repair.
+  bool ended(int64_t lease) const { return lease != 0 && !keys_.leases.contains(lease); }
 
   // Applies a listing, page by page in the order of keys. listingEnds() returns the changes that lead there.
   // A new listing replaces one that did not end.
@@ -92,7 +88,6 @@ class KeyTable {
     std::map<std::string, Known> known;
     std::unordered_map<std::string, size_t> sizes;
     std::unordered_map<int64_t, size_t> leases;
-    std::set<std::pair<int64_t, int64_t>> moved;  // leases that a key was taken from, and the revisions
 
     void change(Known& key, const Known& now);
   };

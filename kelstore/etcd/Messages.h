@@ -67,7 +67,6 @@ struct Change {
   std::optional<std::string> value;  // nothing: the key is gone
   int64_t lease = 0;                 // of a key that is gone: the one that may have ended; 0: none did
   size_t oversizeBytes = 0;          // as above
-  int64_t revision = 0;              // of a deletion that an event told; else 0
 };
 
 // The changes of whole revisions, in order. A key may occur more than once.

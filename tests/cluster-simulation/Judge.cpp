@@ -62,7 +62,8 @@ void Judge::lapsed(int64_t lease) {
     if (!member->owns(lease)) continue;
     ++checks_;
     uint64_t since = health_[member.get()].servedSinceMs;
-    bool excused = !member->served() || since == kNever || since + MemberHost::kTtlMs > world_.nowMs();
+    bool excused = !member->served() || since == kNever ||
+                   std::max(since, member->answersLostMs()) + MemberHost::kTtlMs > world_.nowMs();
     if (!excused) wrong(fmt::format("a lease of member {} lapsed, which was served", member->member()));
   }
 }
@@ -106,9 +107,7 @@ void Judge::vanished(const FollowerHost& follower, const Kelstore::Path& path) {
   int64_t last = 0;
   for (const Deletion& one : past.deletions) {
     if (one.revision < shown.first) continue;
-    // Who has missed a deletion may take the end of a lease for deletions.
-    bool due =
-        !one.lapsed || world_.nowMs() >= one.ms + FollowerHost::kGraceMs || follower.mayMissSomething();
+    bool due = !one.lapsed || world_.nowMs() >= one.ms + FollowerHost::kGraceMs;
     bool again =
         !follower.mayMissSomething() && std::any_of(past.puts.begin(), past.puts.end(), [&](const Put& put) {
           return put.revision > one.revision && put.revision <= follower.follower().revision();

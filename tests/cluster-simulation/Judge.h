@@ -8,7 +8,8 @@
 // - a row that stays: over a second after it was withdrawn or its member has left, or over the grace and a
 //   second after its lease lapsed; and a value that is not shown after two seconds. Not of a follower that
 //   had any trouble since, or whose watch lost something that is not to be repaired yet;
-// - a lease that lapses although its publisher was served all the time;
+// - a lease that lapses although some server could be used all the time, and answered each of its
+//   publisher's calls, for the lease's time;
 // - keys that are not there although their publisher is served well, and keys that stand still although it
 //   cannot write.
 #pragma once

@@ -156,10 +156,10 @@ void MemberHost::suspend(bool is) {
 
 bool MemberHost::served() const {
   if (!running() || ending_ || suspended_ || refused_) return false;
-  size_t servers = 0;
-  for (size_t i = 0; i < Store::kServers; ++i) servers += usable(i) ? 1 : 0;
-  // Of answers that are lost, those of several calls in a row may be, unless other servers answer instead.
-  return servers >= (lostAnswers_ == 0 ? 1 : Store::kServers);
+  for (size_t i = 0; i < Store::kServers; ++i) {
+    if (usable(i)) return true;
+  }
+  return false;
 }
 
 bool MemberHost::servedWell() const {
@@ -202,6 +202,7 @@ std::unique_ptr<Runtime::Io::Activity> MemberHost::after(uint64_t ms, std::funct
 void MemberHost::offLoop(std::function<void()> work, std::function<void()> done) {
   auto job = std::make_shared<Job>(Job{std::move(work), std::move(done)});
   job->untilMs = world_.nowMs() + kDeadlineMs;
+  job->server = server_;
   tryServer(job);
 }
 
@@ -210,28 +211,33 @@ bool MemberHost::usable(size_t server) const {
 }
 
 void MemberHost::tryServer(const JobPtr& job) {
-  bool unreachable = cutAll_ || cut_[server_] || store_.silent(server_);
-  if (!store_.alive(server_) && !unreachable) return next(job, 2);
+  bool unreachable = cutAll_ || cut_[job->server] || store_.silent(job->server);
+  if (!store_.alive(job->server) && !unreachable) return next(job, 2);
   // The first has half of the time, and each of the others an equal part of the rest.
   uint64_t left = job->untilMs - std::min(job->untilMs, world_.nowMs());
   uint64_t share = left / (job->tried == 0 ? 2 : Store::kServers - std::min(job->tried, Store::kServers - 1));
-  if (unreachable || store_.wiped(server_)) return next(job, store_.wiped(server_) ? 2 : share);
-  if (!store_.serves(server_)) return next(job, std::min(share, kNoLeaderMs));
-  uint64_t takes = world_.between(1, 4) + store_.answerMs(server_);
+  if (unreachable || store_.wiped(job->server)) return next(job, store_.wiped(job->server) ? 2 : share);
+  if (!store_.serves(job->server)) return next(job, std::min(share, kNoLeaderMs));
+  uint64_t takes = world_.between(1, 4) + store_.answerMs(job->server);
   if (takes > share) return next(job, share);
   in(takes / 2, [this, job, share, takes] {
-    if (!usable(server_)) return next(job, share);
+    if (!usable(job->server)) return next(job, share);
     client_->fails = false;
+    server_ = job->server;
     job->work();
-    if (world_.chance(lostAnswers_)) return next(job, share);
+    if (world_.chance(lostAnswers_)) {
+      job->answerLost = true;
+      return next(job, share);
+    }
     in(takes - takes / 2, [job] { job->done(); });
   });
 }
 
 void MemberHost::next(const JobPtr& job, uint64_t waitedMs) {
   in(waitedMs, [this, job] {
-    server_ = (server_ + 1) % Store::kServers;
+    server_ = job->server = (job->server + 1) % Store::kServers;
     if (++job->tried < Store::kServers) return tryServer(job);
+    if (job->answerLost) answersLostMs_ = world_.nowMs();
     client_->fails = true;
     job->work();
     job->done();

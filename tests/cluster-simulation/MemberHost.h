@@ -53,6 +53,8 @@ class MemberHost final : public Runtime::Io {
   bool served() const;
   // Served, and nothing is lost on the way.
   bool servedWell() const;
+  // When a call failed last of which at least one answer was lost on the way.
+  uint64_t answersLostMs() const { return answersLostMs_; }
   bool refusesWrites() const { return refused_; }
   // Leases that were granted to it.
   bool owns(int64_t lease) const { return leases_.contains(lease); }
@@ -64,8 +66,10 @@ class MemberHost final : public Runtime::Io {
   struct Job {
     std::function<void()> work;
     std::function<void()> done;
+    size_t server = 0;  // that is tried; renewals and other calls have clients of their own
     size_t tried = 0;
     uint64_t untilMs = 0;
+    bool answerLost = false;  // of a server, at least
   };
   using JobPtr = std::shared_ptr<Job>;
 
@@ -97,6 +101,7 @@ class MemberHost final : public Runtime::Io {
   std::array<bool, Store::kServers> cut_{};
   bool cutAll_ = false, refused_ = false;
   unsigned lostAnswers_ = 0;
+  uint64_t answersLostMs_ = 0;
   size_t server_;  // that answered last
   std::set<int64_t> leases_;
 };

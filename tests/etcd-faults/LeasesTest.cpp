@@ -81,7 +81,10 @@ TEST_F(LeasesTest, MemberGivesItsLeaseBack_OrDeletesAKey_TheRowsGoAtOnce) {
   Following follower(cluster_.endpoint(), {"--grace", "3600"});
   ASSERT_TRUE(follower.becomes(document(), revision_, 20s));
   const Kelstore::Etcd::KeySpace keys(kPrefix);
-  ASSERT_TRUE(client_.del(fmt::format("{}/members/2/processors/3", kPrefix)).ok());
+  std::string stem = fmt::format("{}/members/2/processors/", kPrefix);
+  ASSERT_TRUE(
+      client_.txn({{Op::What::del, stem + "3"}, {Op::What::put, stem + "2", R"({"load": 7})", leases_[2]}})
+          .ok());
   ASSERT_TRUE(client_.put(keys.leavingKey(1), "{}", leases_[1]).ok());
   ASSERT_TRUE(client_.revoke(leases_[1]).ok());
   EXPECT_TRUE(follower.becomes(document(), revision_ + 1, 20s));

@@ -241,7 +241,7 @@ TEST_F(FollowerTest, EventsToldTwiceOrLate_AreDroppedAndCounted) {
   EXPECT_EQ(follower_.counters().dropped, 4u);
 }
 
-// The keys of a lease all go with it: where one is left, its owner deleted the others.
+// A lease that ends deletes its keys in one revision, which does nothing else.
 class LeaseTest : public FollowerTest {
  protected:
   // Keys that are gone, each with the lease that may have ended.
@@ -261,7 +261,7 @@ TEST_F(LeaseTest, KeysGo_TheLeaseIsToldIfItMayHaveEnded) {
   page(at(10), {record("p/a", "1", 3, 70), record("p/b", "1", 3, 70), record("p/c", "1", 3, 70),
                 record("p/d", "1", 4), record("p/e", "1", 5, 80), record("p/f", "1", 5, 80)});
   created(at(10));
-  says(at(11), {del("p/a", 11), del("p/d", 11)});
+  says(at(11), {del("p/a", 11), del("p/d", 11), {record("p/e", "1", 11, 80), false}});
   EXPECT_THAT(leases(), ElementsAre("p/a@0", "p/d@0"));
   says(at(12), {del("p/b", 12), del("p/c", 12)});
   EXPECT_THAT(leases(), ElementsAre("p/b@70", "p/c@70"));
@@ -291,7 +291,24 @@ TEST_F(LeaseTest, OnlyAResyncShowsThatTheOwnerDeletedAKey_TheLeaseHasNotEnded) {
   EXPECT_THAT(leases(), ElementsAre("p/b@0"));
 }
 
-// In one transaction: whichever of the events comes first, the old lease has no key left after them.
+// The watch has lost that p/a was deleted.
+TEST_F(LeaseTest, KeyThatIsStaleStaysBehind_TheLeaseHasEnded) {
+  follower_.start(now_);
+  page(at(10), {record("p/a", "1", 3, 70), record("p/b", "1", 3, 70), record("p/c", "1", 3, 70)});
+  created(at(10));
+  says(at(12), {del("p/b", 12), del("p/c", 12)});
+  EXPECT_THAT(leases(), ElementsAre("p/b@70", "p/c@70"));
+}
+
+TEST_F(LeaseTest, DeletedByAWriter_AndTheLeaseEndsInTheSameAnswer) {
+  follower_.start(now_);
+  page(at(10), {record("p/a", "1", 3, 70), record("p/b", "1", 3, 70)});
+  created(at(10));
+  says(at(12), {{record("p/b", "2", 11, 70), false}, del("p/a", 11), del("p/b", 12)});
+  EXPECT_THAT(leases(), ElementsAre("p/a@0", "p/b@70"));
+}
+
+// In one transaction, whichever of the events comes first.
 TEST_F(LeaseTest, SuccessorTakesKeysOver_WhatItDeletesIsNotOfALeaseThatEnded) {
   follower_.start(now_);
   page(at(10), {record("p/a", "1", 3, 70), record("p/b", "1", 3, 70), record("p/c", "1", 3, 70)});

@@ -62,7 +62,8 @@ TEST_F(PublisherTest, Change_OnlyThatIsWritten) {
   pass(5 * kSecond);
   say();
   pass(0);
-  EXPECT_EQ(store_->written(), "-members/1/processors/2; ");
+  EXPECT_EQ(store_->written(), "-members/1/processors/2; topology/1/2; ")
+      << "those who follow take a revision without a put for the end of a lease";
   pass(5 * kSecond);
   say();
   pass(2 * kSecond);
