@@ -6,6 +6,7 @@
 #include <fmt/chrono.h>
 
 #include <cmath>
+#include <map>
 #include <nlohmann/json.hpp>
 #include <vector>
 
@@ -121,9 +122,16 @@ Json membersOf(const Sources& sources) {
   });
 }
 
+// Members write them, so there may be any number.
+constexpr size_t kUnreadOfAMember = 20;
+constexpr size_t kUnreadInAll = 500;
+
 Json unreadOf(const Cluster& cluster) {
   Json all = Json::array();
+  std::map<std::string_view, size_t> ofMember;
   for (const auto& [path, unread] : cluster.unread()) {
+    if (all.size() == kUnreadInAll) break;
+    if (++ofMember[path.first()] > kUnreadOfAMember) continue;
     all.push_back({{"member", path.first()},
                    {"collector", path.second()},
                    {"state", Kor::nameOf(unread.state)},
@@ -183,6 +191,7 @@ std::unique_ptr<Reply> statusReport(const StatusInputs& inputs) {
   uint64_t uptimeMs = inputs.uptimeNs / 1'000'000;
   // Asked once, so that all lists show the same state.
   const Sources sources = inputs.cluster.sources();
+  const Json unread = unreadOf(inputs.cluster);
   Json answer{
       {"ok", true},
       {"daemon", "trelsnmpd"},
@@ -201,7 +210,8 @@ std::unique_ptr<Reply> statusReport(const StatusInputs& inputs) {
       {"storeCounters", storeCountersOf(sources)},
       {"setAside", setAsideOf(sources)},
       {"members", membersOf(sources)},
-      {"unread", unreadOf(inputs.cluster)},
+      {"unread", unread},
+      {"unreadLeftOut", inputs.cluster.unread().size() - unread.size()},
       {"pipelines", pipelinesOf(inputs.cluster)},
       {"conflicts", conflictsOf(inputs.cluster)},
       {"tasks", tasksOf(inputs.scheduler)},

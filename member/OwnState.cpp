@@ -1,6 +1,7 @@
 #include "member/OwnState.h"
 
 #include <algorithm>
+#include <set>
 #include <utility>
 
 #include "kelstore/Document.h"
@@ -92,21 +93,37 @@ void OwnState::looked() {
     if (path.kind != Kind::processor || value.get<Kelstore::Processor>().load == kUnknownLoad) continue;
     earlierLoads_.erase(path);
   }
+  noteUnread(nowNs);
   addUnread(figuresNow_);
   changed_();
 }
 
-void OwnState::addUnread(std::vector<Entry>& entries) const {
-  std::string own = std::to_string(config_.member);
+void OwnState::noteUnread(uint64_t nowNs) {
+  std::set<std::string> there;
   for (const Collector* collector : figures_.collectors()) {
     const Kelstore::CollectorStatus& status = collector->status();
+    there.insert(status.name);
     // A name can be too long for the state.
     if (!collector->troubled() || status.name.size() > Kelstore::kMaxNameBytes) continue;
     auto state = status.state == Collector::State::fails ? Kelstore::Unread::fails : Kelstore::Unread::hangs;
-    entries.push_back({{Kind::unread, own, status.name},
-                       Kelstore::Unread{state, static_cast<double>(status.sinceUtcNs) / 1e9,
-                                        Runtime::shortened(Runtime::escaped(status.error), kMaxErrorBytes)}});
+    Kelstore::Unread now{state, static_cast<double>(status.sinceUtcNs) / 1e9,
+                         Runtime::shortened(Runtime::escaped(status.error), kMaxErrorBytes)};
+    auto [at, begins] = unread_.try_emplace(status.name, Trouble{now, nowNs, nowNs});
+    Trouble& trouble = at->second;
+    trouble.lastNs = nowNs;
+    now.sinceUtc = trouble.said.sinceUtc;
+    if (now == trouble.said || nowNs - trouble.saidNs < kUnreadStaysSeconds * kNsPerSecond) continue;
+    trouble.said = now;
+    trouble.saidNs = nowNs;
   }
+  std::erase_if(unread_, [&](const auto& one) {
+    return !there.contains(one.first) || nowNs - one.second.lastNs >= kUnreadStaysSeconds * kNsPerSecond;
+  });
+}
+
+void OwnState::addUnread(std::vector<Entry>& entries) const {
+  std::string own = std::to_string(config_.member);
+  for (const auto& [name, trouble] : unread_) entries.push_back({{Kind::unread, own, name}, trouble.said});
 }
 
 std::vector<Entry> OwnState::entries() const {

@@ -21,6 +21,10 @@ namespace Member {
 
 class OwnState final {
  public:
+  // What is said of a collector that does not work stays for so long, however often it changes: each change
+  // is an event for all who follow the store.
+  static constexpr uint64_t kUnreadStaysSeconds = 30;
+
   // changed: called when entries() may have changed. Links, io and clock outlive this.
   OwnState(const Config& config, std::shared_ptr<LocalMachine> machine, std::shared_ptr<EchoProbe> probe,
            const Links& links, Runtime::Io& io, const Zavro::Clock& clock, std::function<void()> changed);
@@ -52,6 +56,7 @@ class OwnState final {
   void earlierIs(const Kelstore::Snapshot::Entry& entry);
   Kelstore::System asOfNow(Kelstore::System system) const;
   void addNeighbours(std::vector<Kelstore::Snapshot::Entry>& entries) const;
+  void noteUnread(uint64_t nowNs);
   void addUnread(std::vector<Kelstore::Snapshot::Entry>& entries) const;
   void addEarlierLoads(std::vector<Kelstore::Snapshot::Entry>& entries) const;
   void looked();
@@ -68,7 +73,14 @@ class OwnState final {
   uint64_t figuresAtNs_ = 0;                                // when that was
   std::map<Kelstore::Path, Kelstore::Value> earlierLoads_;  // that are not measured yet
   bool figuresKnown_ = false;                               // it had every figure that can be read
-  std::optional<uint64_t> waitingSinceNs_;                  // since when answers came that it does not have
+  // What is said of collectors that do not work, by name.
+  struct Trouble {
+    Kelstore::Unread said;
+    uint64_t saidNs = 0;
+    uint64_t lastNs = 0;  // when it was seen not to work
+  };
+  std::map<std::string, Trouble> unread_;
+  std::optional<uint64_t> waitingSinceNs_;  // since when answers came that it does not have
 };
 
 }  // namespace Member

@@ -156,6 +156,8 @@ std::string renderStatus(const Json& status, const Judgement& judgement, Shown s
     text += section("members", status.at("members"));
   }
   text += sectionIfAny("unread, with figures as old as this", status.at("unread"));
+  if (auto more = status.value("unreadLeftOut", uint64_t{0}); more != 0)
+    text += fmt::format("and {} more\n", more);
   if (all) {
     text += section("pipelines", status.at("pipelines"));
     text += sectionIfAny("conflicts", status.at("conflicts"));
