@@ -50,7 +50,8 @@ struct Config {
   uint32_t ttlSeconds = 15;
   uint32_t holdSeconds = 300;    // how long a store with another history does not count
   uint32_t intervalSeconds = 1;  // between two transactions, at least
-  uint32_t figuresIntervalSeconds = MachineFigures::kDefaultIntervalSeconds;
+  // Less than two thirds of the ttl, so that a write of figures is also the proof that writes work.
+  uint32_t figuresIntervalSeconds = 9;
   Deadbands deadbands;
   std::string indexFile;  // keeps the indexes of suggested mappings; empty: none
   std::vector<NeighbourConfig> neighbours;

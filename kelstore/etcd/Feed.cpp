@@ -244,7 +244,8 @@ void Feed::noteRefused(const KeyTable::AllRefused& refused) {
 
 StoreStatus Feed::statusOf(const Follower& follower) const {
   StoreStatus status;
-  status.state = stateName(state_);
+  bool inVain = follower.unreached() && !follower.connected();
+  status.state = stateName(inVain ? Follower::State::stale : state_);
   if (follower.connected()) status.endpoint = follower.endpoint();
   status.revision = follower.revision();
   status.storeRevision = follower.storeRevision();

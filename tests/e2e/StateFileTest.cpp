@@ -4,7 +4,9 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <filesystem>
+#include <nlohmann/json.hpp>
 #include <set>
 
 #include "tests/e2e/Daemon.h"
@@ -348,6 +350,25 @@ TEST_F(StateFile, ControlCharactersInADescription_AreRefused_AndReachNoTerminal)
   for (const char* control : {"\x1b", "\xc2\x9b", "\xe2\x80\xae"}) {
     EXPECT_THAT(shown, testing::Not(HasSubstr(control)));
   }
+}
+
+TEST_F(StateFile, UnreadFiguresOfVeryMany_TheStatusShowsSome_AndHowManyMore) {
+  nlohmann::json document;
+  for (int member = 1; member <= 30; ++member) {
+    for (int collector = 1; collector <= 30; ++collector) {
+      document["members"][std::to_string(member)]["unread"][std::to_string(collector)] = {
+          {"state", "hangs"}, {"since", 0}, {"error", "no answer"}};
+    }
+  }
+  daemon_.stateIs(document.dump()).start();
+  const nlohmann::json status = daemon_.status();
+  const nlohmann::json& unread = status.at("unread");
+  EXPECT_EQ(unread.size(), 500u);
+  EXPECT_EQ(status.at("unreadLeftOut"), 400);
+  EXPECT_EQ(
+      std::count_if(unread.begin(), unread.end(), [](const auto& one) { return one.at("member") == "1"; }),
+      20);
+  EXPECT_THAT(daemon_.ctl({"status"}).out, HasSubstr("and 400 more\n"));
 }
 
 TEST_F(StateFile, HalfWrittenForAMoment_NothingIsSaidAndTheWholeIsServed) {

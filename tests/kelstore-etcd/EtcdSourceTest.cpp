@@ -89,7 +89,7 @@ TEST_F(EtcdSourceTest, NoServer_OthersAreServed_AndItIsCompleteWhenOneComes) {
   ASSERT_TRUE(until([&] { return world_.layers.idle(); })) << "it keeps nobody waiting";
   EXPECT_EQ(status().state, State::stale);
   EXPECT_THAT(status().error, HasSubstr("refused"));
-  EXPECT_EQ(status().store->state, "listing");
+  EXPECT_EQ(status().store->state, "stale");
   EXPECT_EQ(index("b"), 7u);
 
   Support::EtcdCluster etcd;

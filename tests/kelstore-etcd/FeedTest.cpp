@@ -106,7 +106,7 @@ TEST_F(FeedTest, NoServerIsReached_ItSettlesWithNothing_OnceAllWereTried) {
   take();
   EXPECT_TRUE(settled_);
   EXPECT_EQ(status().staleSinceUtcNs, clock_.utcNs());
-  EXPECT_EQ(status().state, "listing");
+  EXPECT_EQ(status().state, "stale") << "nothing is being listed";
   EXPECT_EQ(status().lastError, "h1:1: broken");
 }
 
