@@ -4,11 +4,13 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <charconv>
 #include <limits>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <stdexcept>
+#include <string_view>
 
 #include "platform/lanix/IntfId.h"
 #include "runtime/Errors.h"
@@ -106,6 +108,18 @@ void readNeighbour(JsonFields& fields, NeighbourConfig& neighbour) {
   fields.done();
 }
 
+// The kernels of several members give the same numbers, so that the device's own is the last resort.
+void findIfIndex(JsonFields& fields, const Config& config, NeighbourConfig& neighbour) {
+  if (neighbour.ifIndex != 0 || config.ifIndexBase == 0) return;
+  neighbour.ifIndex = indexOfPort(config.member, config.ifIndexBase, neighbour.interface);
+  if (neighbour.ifIndex != 0) return;
+  fields.warning(
+      "interface",
+      fmt::format("{} ends with no port from 1 to {}: the device's own ifIndex is published, which "
+                  "other members may have too; set ifIndex",
+                  Runtime::inQuotes(neighbour.interface), config.ifIndexBase - 1));
+}
+
 std::string placeOf(size_t neighbour) { return fmt::format("neighbours[{}]", neighbour); }
 
 // A member whose value must be unique among the neighbours.
@@ -144,6 +158,7 @@ void readNeighbours(const json& array, JsonNotes& notes, Config& config) {
       members.add(i, std::to_string(neighbour.member));
       interfaces.add(i, neighbour.interface);
       devices.add(i, neighbour.device);
+      findIfIndex(fields, config, neighbour);
       if (neighbour.ifIndex != 0) ifIndexes.add(i, std::to_string(neighbour.ifIndex));
     }
     config.neighbours.push_back(std::move(neighbour));
@@ -174,6 +189,14 @@ void addDeadbands(Runtime::Settings& settings, Deadbands& deadbands) {
 
 }  // namespace
 
+uint32_t indexOfPort(uint8_t member, uint32_t base, const std::string& interface) {
+  std::string_view digits(interface);
+  digits.remove_prefix(digits.find_last_not_of("0123456789") + 1);
+  uint32_t port = 0;
+  bool fits = std::from_chars(digits.begin(), digits.end(), port).ec == std::errc();
+  return fits && port != 0 && port < base ? member * base + port : 0;
+}
+
 void addConfig(Runtime::Settings& settings, Config& config, const CheckStore& checkStore) {
   settings.number({"member", "N", "Member id of this machine", Applies::atStart, Needed::yes}, uint8_t{0},
                   uint8_t{255}, config.member);
@@ -199,6 +222,11 @@ void addConfig(Runtime::Settings& settings, Config& config, const CheckStore& ch
   settings.text({"indexFile", "PATH",
                  "Where --mappings keeps the indexes that it suggests (default: nowhere)", Applies::atReload},
                 config.indexFile, Runtime::isPath);
+  settings.number({"ifIndexBase", "N",
+                   "Interfaces without an ifIndex are published with member x N + port; 0: with their "
+                   "devices' own",
+                   Applies::atReload},
+                  0U, Config::kMaxIfIndexBase, config.ifIndexBase);
   settings.onlyInFile({"neighbours", "", "The links to neighbours, an array of objects", Applies::atReload},
                       [&config](const json& array, JsonNotes& notes) {
                         if (array.is_array()) return readNeighbours(array, notes, config);

@@ -32,7 +32,7 @@ struct NeighbourConfig {
   std::string address;    // the neighbour's on that device: IPv4 or IPv6, without a scope
   ProbeSettings probe;
   // Published as the interface's index; 0: the device's own index. Unique in the cluster, since it is the
-  // index of the table of backplane interfaces.
+  // index of the table of backplane interfaces. Where none is configured, indexOfPort() has it.
   uint32_t ifIndex = 0;
 
   bool operator==(const NeighbourConfig&) const = default;
@@ -43,7 +43,13 @@ struct NeighbourConfig {
   }
 };
 
+// The index of an interface in the whole cluster: member * base + port, the port being the number at the end
+// of the interface's name. 0: the base is 0, or the name has no port from 1 to base - 1.
+uint32_t indexOfPort(uint8_t member, uint32_t base, const std::string& interface);
+
 struct Config {
+  static constexpr uint32_t kMaxIfIndexBase = 16'000'000;  // so that each index fits 32 bits
+
   uint8_t member = 0;
   std::string store;  // "etcd:HOST:PORT[,...]/PREFIX"
   Kelstore::Etcd::Access access;
@@ -53,7 +59,8 @@ struct Config {
   // Less than two thirds of the ttl, so that a write of figures is also the proof that writes work.
   uint32_t figuresIntervalSeconds = 9;
   Deadbands deadbands;
-  std::string indexFile;  // keeps the indexes of suggested mappings; empty: none
+  std::string indexFile;        // keeps the indexes of suggested mappings; empty: none
+  uint32_t ifIndexBase = 1000;  // of indexOfPort(); 0: interfaces have their devices' own indexes
   std::vector<NeighbourConfig> neighbours;
 };
 

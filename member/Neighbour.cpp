@@ -5,6 +5,7 @@
 #include "member/Trace.h"
 #include "platform/zavro/Assert.h"
 #include "runtime/Errors.h"
+#include "runtime/Text.h"
 
 namespace Member {
 namespace {
@@ -50,6 +51,7 @@ void Neighbour::deviceIs(std::optional<Device> device) {
   NeighbourReachability::State before = reachability_.state();
   if (device != device_) ++round_;
   device_ = device;
+  tellIndex();
   reachability_.carrierIs(carrierOf(device_));
   if (!reachability_.probing()) {
     next_.reset();
@@ -57,6 +59,16 @@ void Neighbour::deviceIs(std::optional<Device> device) {
     ask();
   }
   tellChange(before);
+}
+
+// The machine's own IF-MIB knows the interface by the device's number.
+void Neighbour::tellIndex() {
+  if (!device_) return;
+  std::pair<uint32_t, uint32_t> indexes(ifIndex(), device_->index);
+  if (indexes == toldIndexes_ || indexes.first == indexes.second) return;
+  toldIndexes_ = indexes;
+  traceHandle.trace(kChangeLevel, "interface {}: published with ifIndex {}; this machine has {} as {}",
+                    Runtime::escaped(config_.interface), indexes.first, config_.device, indexes.second);
 }
 
 // No second echo is sent while one has no result.

@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "member/Config.h"
 #include "member/Echo.h"
@@ -38,6 +39,11 @@ class Neighbour final {
 
   const NeighbourConfig& config() const { return config_; }
   const std::optional<Device>& device() const { return device_; }
+  // With which the interface is published; 0: there is no device.
+  uint32_t ifIndex() const {
+    if (!device_) return 0;
+    return config_.ifIndex != 0 ? config_.ifIndex : device_->index;
+  }
   const NeighbourReachability& reachability() const { return reachability_; }
 
  private:
@@ -46,6 +52,7 @@ class Neighbour final {
   void tellFailure(const absl::Status& status);
   void tellChange(NeighbourReachability::State before);
   void tellHeldBack();
+  void tellIndex();
 
   NeighbourConfig config_;
   std::shared_ptr<EchoProbe> probe_;
@@ -60,6 +67,7 @@ class Neighbour final {
   bool failing_ = false;  // echoes have no result, or too few have had one since
   uint32_t resultsSinceFailure_ = 0;
   bool toldHeldBack_ = false;
+  std::pair<uint32_t, uint32_t> toldIndexes_;  // as published, and of the device
   Runtime::OffLoop offLoop_{io_};
 };
 

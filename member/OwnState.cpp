@@ -184,8 +184,7 @@ void OwnState::addNeighbours(std::vector<Entry>& entries) const {
     const NeighbourReachability& reachability = neighbour->reachability();
     std::string member = std::to_string(config.member);
     Lanix::IntfId intf(config.interface);
-    if (neighbour->device()) {
-      uint32_t ifIndex = config.ifIndex != 0 ? config.ifIndex : neighbour->device()->index;
+    if (uint32_t ifIndex = neighbour->ifIndex(); ifIndex != 0) {
       entries.push_back({{Kind::interface, config.interface, ""}, Kelstore::Interface{ifIndex}});
     }
     entries.push_back({{Kind::link, own, member}, Kelstore::Link{intf}});

@@ -6,6 +6,7 @@
 
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <set>
 
 #include "tests/support/TempDir.h"
 
@@ -138,6 +139,65 @@ TEST(ConfigTest, IfIndexOfTwoNeighboursOrOutOfRange_IsAnError) {
       ElementsAre("m.json:1: neighbours[0]/ifIndex: found 0, expected an integer from 1 to 4294967295",
                   "m.json:1: neighbours[1]/ifIndex: found 4294967296, expected an integer from 1 to "
                   "4294967295"));
+}
+
+std::string cable(const std::string& interface, int neighbour, const std::string& more = "") {
+  return fmt::format(R"({{"member": {0}, "interface": "{1}", "device": "e{0}", "address": "10.0.0.{0}"{2}}})",
+                     neighbour, interface, more);
+}
+
+TEST(ConfigTest, IndexesOfThreeMembersPorts_AreSixDifferentOnes) {
+  std::set<uint32_t> indexes;
+  for (int member : {1, 2, 3}) {
+    std::string neighbours;
+    int port = 0;
+    for (int other : {1, 2, 3}) {
+      if (other == member) continue;
+      if (port != 0) neighbours += ", ";
+      neighbours += cable(fmt::format("Backplane{}/{}", member, ++port), other);
+    }
+    ParsedConfig result = parsed(
+        fmt::format(R"({{"member": {}, "store": "etcd:h:1/p", "neighbours": [{}]}})", member, neighbours));
+    EXPECT_THAT(result.errors, IsEmpty());
+    EXPECT_THAT(result.warnings, IsEmpty());
+    for (const NeighbourConfig& one : result.config.neighbours) indexes.insert(one.ifIndex);
+  }
+  EXPECT_THAT(indexes, ElementsAre(1001, 1002, 2001, 2002, 3001, 3002));
+}
+
+TEST(ConfigTest, IfIndexBase_IsTimesTheMemberAndZeroLeavesTheDevicesOwn) {
+  auto index = [](const std::string& base) {
+    return with("\"neighbours\": [" + cable("Backplane1/7", 2) + "], \"ifIndexBase\": " + base)
+        .config.neighbours.at(0)
+        .ifIndex;
+  };
+  EXPECT_EQ(index("64"), 71u);
+  EXPECT_EQ(index("16000000"), 16'000'007u);
+  EXPECT_EQ(index("0"), 0u);
+  EXPECT_EQ(indexOfPort(255, Config::kMaxIfIndexBase, "Backplane1/15999999"), 4'095'999'999u);
+}
+
+TEST(ConfigTest, InterfaceWithoutAPort_IsAWarningUnlessItsIndexIsSet) {
+  EXPECT_EQ(indexOfPort(1, 1000, "Backplane1/0"), 0u);
+  EXPECT_EQ(indexOfPort(1, 1000, "Backplane1/1000"), 0u);
+  EXPECT_EQ(indexOfPort(1, 1000, "Backplane1/99999999999"), 0u);
+  EXPECT_THAT(
+      withNeighbours(cable("Backplane1/a", 2)).warnings,
+      ElementsAre("m.json:1: neighbours[0]/interface: \"Backplane1/a\" ends with no port from 1 to 999: the "
+                  "device's own ifIndex is published, which other members may have too; set ifIndex"));
+  EXPECT_THAT(withNeighbours(cable("Backplane1/a", 2, R"(, "ifIndex": 7)")).warnings, IsEmpty());
+}
+
+TEST(ConfigTest, TwoInterfacesWithOneIndex_AreAnErrorAlsoWhereItIsOfThePort) {
+  EXPECT_THAT(
+      withNeighbours(cable("Backplane1/2", 2) + ", " + cable("Backplane2/2", 3)).errors,
+      ElementsAre(
+          "m.json:1: neighbours[1]/ifIndex: found 1002, which neighbours[0] has too, expected another one"));
+  EXPECT_THAT(
+      withNeighbours(cable("Backplane1/2", 2) + ", " + cable("Backplane1/3", 3, R"(, "ifIndex": 1002)"))
+          .errors,
+      ElementsAre(
+          "m.json:1: neighbours[1]/ifIndex: found 1002, which neighbours[0] has too, expected another one"));
 }
 
 TEST(ConfigTest, ScopeIsTheDevice_IsTakenAway) {
@@ -283,7 +343,8 @@ TEST(ConfigTest, TwoNeighboursAlike_IsAnErrorForEachMember) {
           "m.json:1: neighbours[2]/interface: found Backplane1/2, which neighbours[0] has too, expected "
           "another "
           "one",
-          "m.json:1: neighbours[2]/device: found bp2, which neighbours[0] has too, expected another one"));
+          "m.json:1: neighbours[2]/device: found bp2, which neighbours[0] has too, expected another one",
+          "m.json:1: neighbours[2]/ifIndex: found 1002, which neighbours[0] has too, expected another one"));
 }
 
 TEST(ConfigTest, SeveralErrors_AreAllListed) {

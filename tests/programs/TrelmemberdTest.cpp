@@ -25,7 +25,9 @@ TEST_F(TrelmemberdTest, Publishes_AllOfTheMemberUnderOneLease) {
   auto time = client_->timeToLive(*leases().begin());
   ASSERT_TRUE(time.ok());
   EXPECT_EQ(time->granted, std::chrono::seconds(kTtlSeconds));
-  EXPECT_EQ(value("interfaces/Backplane1%2F2"), nlohmann::json({{"ifIndex", 1}}));
+  EXPECT_EQ(value("interfaces/Backplane1%2F2"), nlohmann::json({{"ifIndex", 1002}}));
+  EXPECT_TRUE(
+      awaitLine(*process, "interface Backplane1/2: published with ifIndex 1002; this machine has lo as 1"));
   EXPECT_EQ(value("topology/1/2"), nlohmann::json({{"intf", "Backplane1/2"}}));
   EXPECT_EQ(value("members/1/reachability/2")["intf"], "Backplane1/2");
   EXPECT_EQ(value("members/1/figures")["memory"]["total"], value("members/1/figures")["memorySize"]);
@@ -201,8 +203,10 @@ class CableTest : public TrelmemberdTest {
     Support::ip("link set bp up");
     other_->ip("addr add 10.1.0.2/24 dev far");
     other_->ip("link set far up");
-    process_ = start(config(1, R"({"member": 2, "interface": "Backplane1/2", "device": "bp",
-                                   "address": "10.1.0.2", "probe": {"intervalMs": 200, "timeoutMs": 200}})"));
+    std::string path = config(1, R"({"member": 2, "interface": "Backplane1/2", "device": "bp",
+                                     "address": "10.1.0.2", "probe": {"intervalMs": 200, "timeoutMs": 200}})");
+    process_ =
+        std::make_unique<Process>(Support::Argv{TRELMEMBERD, "--config", path, "--if-index-base", "0"});
     ASSERT_TRUE(awaitState("reachable")) << process_->err();
   }
   void TearDown() override {
