@@ -5,7 +5,6 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <charconv>
-#include <regex>
 #include <string_view>
 
 #include "host/Cluster.h"
@@ -15,6 +14,7 @@
 #include "kelstore/Document.h"
 #include "kelstore/etcd/AccessOptions.h"
 #include "kelstore/etcd/Address.h"
+#include "programs/trelsnmpd/MasterAddress.h"
 #include "runtime/CommandLine.h"
 #include "runtime/Directories.h"
 #include "runtime/Errors.h"
@@ -183,10 +183,10 @@ void checkListen(const std::string& address) {
 }
 
 void checkMaster(const std::string& address) {
-  static const std::regex here(R"((unix:)?/.+|tcp:127(\.[0-9]{1,3}){3}:[0-9]{1,5}|tcp6:\[::1\]:[0-9]{1,5})");
-  if (std::regex_match(address, here)) return;
-  throw std::invalid_argument(fmt::format(
-      "found {}, expected unix:/PATH, tcp:127.0.0.1:PORT or tcp6:[::1]:PORT", Runtime::inQuotes(address)));
+  if (address == kAutoMaster || isMaster(address)) return;
+  throw std::invalid_argument(
+      fmt::format("found {}, expected auto, unix:/PATH, tcp:127.0.0.1:PORT or tcp6:[::1]:PORT",
+                  Runtime::inQuotes(address)));
 }
 
 void checkSource(const std::string& source) {
@@ -207,7 +207,7 @@ Runtime::Settings settingsOf(Options& options) {
       options.snmp.listen, checkListen);
   settings.text({"agentx", "ADDRESS",
                  "Connect to the master agent at this address instead of listening, such as "
-                 "unix:/var/agentx/master"},
+                 "unix:/var/agentx/master; \"auto\" finds it"},
                 options.snmp.agentx, checkMaster);
   settings.text({"conf", "FILE",
                  "File in snmpd.conf syntax: communities, SNMPv3 users, views (default: read-only community "
@@ -262,6 +262,12 @@ ParsedOptions parseOptions(int argc, const char* const* argv, const BecomeUser& 
     } catch (const std::runtime_error& error) {
       findings.fault("user", error.what());
     }
+  }
+  // Once: a reload keeps the master.
+  if (options.snmp.agentx == kAutoMaster) {
+    MasterAddress master = findMaster();
+    options.snmp.agentx = master.address;
+    findings.warning("agentx", master.why);
   }
   if (check) {
     checkContent(options, findings);

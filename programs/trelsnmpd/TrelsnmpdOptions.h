@@ -60,8 +60,7 @@ ParsedOptions parseOptions(int argc, const char* const* argv, const BecomeUser& 
 // would block the loop, and for a Unix socket net-snmp removes the file at its path.
 void checkListen(const std::string& address);
 
-// Throws std::invalid_argument unless it is an address on this machine. For others net-snmp would block the
-// loop: it looks up names, and waits for a machine that does not answer.
+// Throws std::invalid_argument unless it is kAutoMaster or isMaster().
 void checkMaster(const std::string& address);
 
 // Throws std::invalid_argument unless it names a source.

@@ -133,10 +133,11 @@ TEST(OptionsTest, Agentx_AMasterOfThisMachine) {
   for (const char* address :
        {"unix:", "unix:master", "tcp:localhost:705", "tcp:192.0.2.1:705", "tcp:127.0.0.1",
         "tcp6:[2001:db8::1]:705", "udp:127.0.0.1:705", "127.0.0.1:705", "master.example:705"}) {
-    EXPECT_EQ(refusal({"--agentx", address}),
-              fmt::format("trelsnmpd: --agentx: found \"{}\", expected unix:/PATH, tcp:127.0.0.1:PORT or "
-                          "tcp6:[::1]:PORT\n",
-                          address));
+    EXPECT_EQ(
+        refusal({"--agentx", address}),
+        fmt::format("trelsnmpd: --agentx: found \"{}\", expected auto, unix:/PATH, tcp:127.0.0.1:PORT or "
+                    "tcp6:[::1]:PORT\n",
+                    address));
   }
 }
 
