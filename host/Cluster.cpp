@@ -106,6 +106,18 @@ std::vector<std::string> Cluster::acceptStores() {
   return accepted;
 }
 
+std::map<std::string, Zavro::Ptr<const Kor::Object>> Cluster::objects() const {
+  std::map<std::string, Zavro::Ptr<const Kor::Object>> all = {{"trelMib", trelMib_},
+                                                              {"snmpStatus", status_},
+                                                              {"ifMib", mirror_.ifMib()},
+                                                              {"topologyConfig", mirror_.topologyConfig()},
+                                                              {"reachability", mirror_.reachabilityDir()},
+                                                              {"hostResources", mirror_.hostResourcesDir()},
+                                                              {"agent", agentRoot_->agent()}};
+  for (const auto& pipeline : pipelines()) all.emplace(pipeline->name(), pipeline);
+  return all;
+}
+
 std::vector<Zavro::Ptr<const TrelSnmp::Agent::Pipeline>> Cluster::pipelines() const {
   auto all = agentRoot_->agent()->pipelines();
   return {all.begin(), all.end()};

@@ -53,6 +53,8 @@ class Cluster {
   // An operator says that the other stores which sources() show count. The names of these sources.
   std::vector<std::string> acceptStores();
   std::vector<Zavro::Ptr<const TrelSnmp::Agent::Pipeline>> pipelines() const;
+  // All of these, and what they read and write, by name: for those who inspect them by their types.
+  std::map<std::string, Zavro::Ptr<const Kor::Object>> objects() const;
 
  private:
   void mountTrelMib();

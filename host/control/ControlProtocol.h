@@ -21,7 +21,9 @@ inline constexpr const char* kOpTables = "tables";
 inline constexpr const char* kOpAccept = "accept";
 inline constexpr const char* kOpValues = "values";
 inline constexpr const char* kOpTrace = "trace";
-inline constexpr std::array kOps = {kOpStatus, kOpReady, kOpTables, kOpAccept, kOpValues, kOpTrace};
+inline constexpr const char* kOpInspect = "inspect";
+inline constexpr std::array kOps = {kOpStatus, kOpReady, kOpTables, kOpAccept,
+                                    kOpValues, kOpTrace, kOpInspect};
 
 // `trelsnmpd.sock` in the daemon's runtime directory; throws as Runtime::runtimeDirectory() does.
 std::string defaultSocketPath();

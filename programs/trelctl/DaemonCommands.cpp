@@ -176,6 +176,15 @@ int doctor(const DaemonCommands& commands) {
   return exitStatusOf(verdictOf(findings));
 }
 
+int inspect(const DaemonCommands& commands) {
+  ControlClient client(socketOf(commands));
+  client.send({{"op", Control::kOpInspect}, {"path", commands.object}});
+  Json object = client.receive();
+  object.erase("ok");
+  fmt::print("{}", commands.json ? dumped(object) : renderObject(object));
+  return 0;
+}
+
 int trace(const DaemonCommands& commands) {
   bool sets = !commands.handle.empty();
   if (sets != (commands.level >= 0))
@@ -283,6 +292,12 @@ void describeDoctor(CLI::App& app, DaemonCommands& commands) {
   jsonFlag(app, commands, "Print one JSON object");
 }
 
+void describeInspect(CLI::App& app, DaemonCommands& commands) {
+  app.add_option("PATH", commands.object, "Such as ifMib or hostResources/1 (default: the list)")
+      ->type_name("");
+  jsonFlag(app, commands, "Print one JSON object");
+}
+
 void describeTrace(CLI::App& app, DaemonCommands& commands) {
   app.add_option("HANDLE", commands.handle, "A part of the daemon; * is each without a level of its own")
       ->type_name("");
@@ -313,6 +328,8 @@ constexpr std::array kCommands = {
     Command{"explain", "Say where a served value comes from, or why there is none", describeExplain, explain},
     Command{"doctor", "Look for what keeps this machine from serving, and say what to do", describeDoctor,
             doctor},
+    Command{"inspect", "Show an object within the daemon, by its type; list all of them", describeInspect,
+            inspect},
     Command{"trace", "Set how much a part of the daemon logs, until its reload or end; list all parts",
             describeTrace, trace},
     Command{"wait", "Return once the daemon runs and serves all that its sources say", describeWait, wait}};

@@ -25,6 +25,7 @@ struct DaemonCommands {
   std::string table;  // empty: all
   std::string format = "text";
   std::string instance;  // to be explained
+  std::string object;    // to be inspected; empty: all
   std::string handle;    // of traces; empty: all
   int level = -1;        // to be set; -1: to be shown
   double timeoutSeconds = 10;

@@ -172,6 +172,18 @@ std::string renderStatus(const Json& status, const Judgement& judgement, Shown s
   return text + section("tables", tables);
 }
 
+std::string renderObject(const Json& object) {
+  std::vector<std::vector<std::string>> attributes;
+  for (const auto& [name, value] : object.at("attributes").items())
+    attributes.push_back({Runtime::escaped(name), cell(value)});
+  std::string text =
+      object.at("type").is_null() ? "objects:\n" : cell(object.at("type")) + "\n" + aligned(attributes);
+  for (const Json& operation : object.at("operations"))
+    text += fmt::format("  operation {}\n", cell(operation));
+  for (const Json& entity : object.at("entities")) text += fmt::format("  {}\n", cell(entity));
+  return text;
+}
+
 std::string renderTable(const std::string& name, const Json& rows) {
   if (rows.empty()) return fmt::format("{}: empty\n", Runtime::escaped(name));
   return fmt::format("{}:\n{}", Runtime::escaped(name), asTable(rows));

@@ -29,6 +29,7 @@ enum class Shown : uint8_t { whatMatters, all };
 // The verdict and its reasons, then the lists. Those about the daemon's inner parts, and of what works, are
 // left out unless all is to be shown.
 std::string renderStatus(const Json& status, const Judgement& judgement, Shown shown);
+std::string renderObject(const Json& object);
 std::string renderTable(const std::string& name, const Json& rows);
 
 }  // namespace TrelCtl

@@ -7,6 +7,7 @@
 #include <csignal>
 #include <nlohmann/json.hpp>
 
+#include "host/InspectReport.h"
 #include "host/StatusReport.h"
 #include "host/TableReport.h"
 #include "host/TraceReport.h"
@@ -184,6 +185,7 @@ void Daemon::answer(const std::string& request, const Host::ControlServer::Answe
   if (op == Control::kOpStatus) return cluster_->refreshSources(report);
   if (op == Control::kOpAccept) return answer(acceptStores());
   if (op == Control::kOpValues) return answer(values(json));
+  if (op == Control::kOpInspect) return answer(inspected(json));
   if (op == Control::kOpTrace) return answer(Host::traceReport(json));
   answer(Host::errorReply(
       fmt::format("found op \"{}\", expected {}", op.substr(0, 40), fmt::join(Control::kOps, ", "))));
@@ -196,6 +198,12 @@ std::unique_ptr<Host::Reply> Daemon::values(const nlohmann::json& request) const
     below.push_back(segment);
   }
   return Host::valueReport(cluster_->layers(), cluster_->sourcesOfLayers(), std::move(below));
+}
+
+std::unique_ptr<Host::Reply> Daemon::inspected(const nlohmann::json& request) const {
+  auto path = request.find("path");
+  if (path != request.end() && !path->is_string()) return Host::errorReply("expected \"path\": a string");
+  return Host::inspectReport(cluster_->objects(), request.value("path", ""));
 }
 
 std::unique_ptr<Host::Reply> Daemon::acceptStores() {

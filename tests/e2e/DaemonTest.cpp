@@ -334,6 +334,19 @@ TEST(ControlSocket, Doctor_LooksAtTheProcessThatAnswers) {
   }
 }
 
+TEST(ControlSocket, Inspect_ObjectsOfTheRunningDaemon) {
+  Daemon daemon;
+  daemon.start();
+  EXPECT_THAT(daemon.ctl({"inspect"}).out,
+              AllOf(StartsWith("objects:\n"), HasSubstr("\n  TrelSnmpIfTableSm\n")));
+  EXPECT_THAT(
+      daemon.ctl({"inspect", "hostResources/3"}).out,
+      AllOf(StartsWith("HostResources::HostResources\n"), testing::ContainsRegex("\n  processorTable +2\n")));
+  auto objects = nlohmann::json::parse(daemon.ctl({"inspect", "--json"}).out).at("entities");
+  for (const std::string object : objects) EXPECT_EQ(daemon.ctl({"inspect", object}).status, 0) << object;
+  EXPECT_THAT(daemon.ctl({"inspect", "hostResources/4"}).err, HasSubstr("trelctl inspect lists them"));
+}
+
 TEST(ControlSocket, Trace_SetsALevelOfTheRunningDaemon) {
   Daemon daemon;
   daemon.stateIs(documentOf(kReports)).start();

@@ -156,5 +156,19 @@ TEST(RenderTest, Status_BeginsWithTheVerdict_AndLeavesOutWhatWorks) {
             "  t        2\n");
 }
 
+TEST(RenderTest, Object_ItsAttributesOperationsAndEntities) {
+  EXPECT_EQ(
+      renderObject(Json::parse(
+          R"({"type":"T","attributes":{"name":"x","size":"12"},"operations":["go"],"entities":["1"]})")),
+      "T\n"
+      "  name  x\n"
+      "  size  12\n"
+      "  operation go\n"
+      "  1\n");
+  EXPECT_EQ(
+      renderObject(Json::parse(R"({"type":null,"attributes":{},"operations":[],"entities":["a","b"]})")),
+      "objects:\n  a\n  b\n");
+}
+
 }  // namespace
 }  // namespace TrelCtl
