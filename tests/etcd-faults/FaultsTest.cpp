@@ -415,26 +415,29 @@ TEST(EtcdResyncTest, DeletionIsLostInSilence_TheResyncRepairsIt) {
 // Each change came with the next resync only, for ever.
 TEST(EtcdResyncTest, WatchIsDeadButAnswersForProgress_AnotherOneIsOpenedInItsPlace) {
   EtcdCluster cluster;
-  Writer writer(cluster.endpoints(), {}, kSeed);
   Kelstore::Etcd::Client client(cluster.endpoints(), {});
-  LossyProxy proxy(cluster.endpoint());
   constexpr int kResyncSeconds = 20;
-  Following follower(proxy.endpoint(), {"--resync", std::to_string(kResyncSeconds)});
-  Walker walker(follower.port(), namesOf(follower.expected(writer.lasting())));
-  proxy.killWatches();
-  std::string key = kFirst + "members/77/processors/1";
-  auto becomes = [&](int load, Millis within) {
-    absl::StatusOr<int64_t> put = client.put(key, fmt::format(R"({{"load": {}}})", load));
-    return follower.becomes(documentOf(*client.range(kAll)), *put, within);
-  };
-  ASSERT_TRUE(client.put(key, R"({"load": 1})").ok());
-  EXPECT_TRUE(waitUntil([&] { return follower.counters().at("reopenings") == 1; },
-                        Millis(1s * kResyncSeconds) + kAfterPause));
-  EXPECT_TRUE(follower.becomes(documentOf(*client.range(kAll)), 0, kAfterPause));
-  EXPECT_TRUE(becomes(2, kPrompt));
-  EXPECT_EQ(follower.counters().at("reopenings"), 1);
-  EXPECT_EQ(follower.counters().at("repairs"), 1);
-  EXPECT_EQ(walker.complaints(), "");
+  constexpr const char* kKey = "members/77/processors/1";
+  auto put = [&](int load) { return client.put(kFirst + kKey, fmt::format(R"({{"load": {}}})", load)); };
+  // A server that is starved for ten seconds is left, which opens another watch as well.
+  for (bool wasLeft = true; wasLeft;) {
+    ASSERT_TRUE(put(0).ok());
+    LossyProxy proxy(cluster.endpoint());
+    Following follower(proxy.endpoint(), {"--resync", std::to_string(kResyncSeconds)});
+    ASSERT_TRUE(follower.becomes(documentOf(*client.range(kAll)), 0, kAfterPause));
+    Walker walker(follower.port(), namesOf(follower.expected(documentOf(*client.range(kAll)))));
+    proxy.killWatches();
+    ASSERT_TRUE(put(1).ok());
+    EXPECT_TRUE(
+        follower.becomes(documentOf(*client.range(kAll)), 0, Millis(1s * kResyncSeconds) + kAfterPause));
+    absl::StatusOr<int64_t> last = put(2);
+    EXPECT_TRUE(follower.becomes(documentOf(*client.range(kAll)), *last, kPrompt));
+    wasLeft = follower.counters().at("reconnections") > follower.counters().at("reopenings");
+    if (wasLeft) continue;
+    EXPECT_EQ(follower.counters().at("reopenings"), 1);
+    EXPECT_EQ(follower.counters().at("repairs"), 1);
+    EXPECT_EQ(walker.complaints(), "");
+  }
 }
 
 // The watch overtakes the pages that are read meanwhile: that is no loss, however often all is read anew.
