@@ -140,6 +140,14 @@ endfunction()
 # Builds every test program that is labelled unit.
 add_custom_target(unit-tests)
 
+# What runs at a start, for an operator, or once in seconds, takes a third less to compile so.
+set(TREL_SELDOM $<$<CONFIG:Release>:-O1>)
+function(trel_runs_seldom)
+  foreach(target IN LISTS ARGN)
+    target_compile_options(${target} PRIVATE ${TREL_SELDOM})
+  endforeach()
+endfunction()
+
 # What a test itself does takes no time worth optimising for, while compiling it does. Nor are its own pointers worth
 # the checks for null and alignment, a third of the time: address 0 is noticed all the same.
 function(trel_compiles_quickly target)
