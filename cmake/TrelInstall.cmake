@@ -77,6 +77,9 @@ file(RELATIVE_PATH to_prefix "/prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/prefi
 configure_file(cmake/trel.pc.in "${generated}/trel.pc" @ONLY)
 install(FILES "${generated}/trel.pc" DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig" COMPONENT libtrelsnmp-dev)
 install(DIRECTORY examples/host DESTINATION "${CMAKE_INSTALL_DATADIR}/doc/libtrelsnmp-dev/examples" COMPONENT libtrelsnmp-dev)
+install(PROGRAMS examples/cluster/certificates DESTINATION "${CMAKE_INSTALL_DATADIR}/doc/trelctl/examples" COMPONENT trelctl)
+install(FILES examples/cluster/cluster.json DESTINATION "${CMAKE_INSTALL_DATADIR}/doc/trelctl/examples" COMPONENT trelctl)
+install(FILES examples/trelmemberd.json DESTINATION "${CMAKE_INSTALL_DATADIR}/doc/trelmemberd/examples" COMPONENT trelmemberd)
 
 # Alone in a directory, so that a copy of it is all that a manager needs.
 install(DIRECTORY "${TREL_MIBS}/" DESTINATION "${CMAKE_INSTALL_DATADIR}/trel/mibs" COMPONENT trel-mibs)

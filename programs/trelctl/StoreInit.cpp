@@ -191,8 +191,11 @@ std::vector<uint8_t> membersOf(const std::string& text) {
 }
 
 void initStore(const StoreOptions& options, const InitOptions& what) {
-  if (what.enable && what.credentials.empty()) {
-    throw Unusable("--enable: expected --credentials with it, where the password of root is written");
+  if (what.enable && what.credentials.empty() && options.access.certFile.empty()) {
+    throw Unusable(
+        "--enable: expected --credentials with it, where the password of root is written, or --etcd-cert "
+        "with a "
+        "certificate of root's");
   }
   Init(options, what).run();
 }

@@ -19,7 +19,8 @@ struct InitOptions {
   // Where a file is written for each user, with a password that nobody else knows; empty: users have none,
   // and are told by the names in their certificates.
   std::string credentials;
-  bool enable = false;  // the servers ask who it is from then on
+  // The servers ask who it is from then on; takes credentials, or a certificate of root's.
+  bool enable = false;
   Run run = Run::wet;
 };
 

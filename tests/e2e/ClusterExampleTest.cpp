@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -18,7 +19,7 @@ namespace E2e {
 namespace {
 
 using namespace std::chrono_literals;
-using testing::IsEmpty;
+using testing::HasSubstr, testing::IsEmpty;
 
 constexpr int kTtlSeconds = 4;
 constexpr int kSwitches = 3;
@@ -259,6 +260,30 @@ TEST_F(ClusterExample, SwitchIsKilled_ItsRowsGoWithItsLease_OthersStay_AndItCome
   EXPECT_TRUE(allServe(without, 15s, {1, 2})) << walked();
   cluster({"heal"});
   EXPECT_TRUE(allServe(kWhole, 30s)) << walked();
+}
+
+TEST_F(ClusterExample, StoreAsksForCertificates_AMemberWritesItsOwnValuesOnly) {
+  std::string tls = "/run/" + name() + "-cluster/tls/";
+  // What trelctl says of a value that `user` writes; without a user it has no certificate.
+  auto put = [&](const std::string& user, const std::string& path) {
+    Support::Argv argv{"ip",      "netns",     "exec",           name() + "-lab", TRELCTL,
+                       "put",     path,        R"({"load": 7})", "--store",       "etcd:192.0.2.1:2379/trel",
+                       "--force", "--etcd-ca", tls + "ca.pem"};
+    if (!user.empty()) {
+      for (const std::string& more :
+           {std::string("--etcd-cert"), tls + user + ".pem", std::string("--etcd-key"), tls + user + ".key"})
+        argv.push_back(more);
+    }
+    Support::Result result = Support::run(argv);
+    return result.status == 0 ? "done" : result.err;
+  };
+  EXPECT_EQ(put("trel-member-2", "members/2/processors/9"), "done");
+  for (const char* user : {"trel-member-1", "trel-agent"})
+    EXPECT_THAT(put(user, "members/2/processors/9"), HasSubstr("permission denied")) << user;
+  EXPECT_THAT(put("", "members/2/processors/9"), HasSubstr("192.0.2.1:2379"));
+  struct stat key {};
+  ASSERT_EQ(stat((tls + "ca.key").c_str(), &key), 0);
+  EXPECT_EQ(key.st_mode & 0777U, 0600U);
 }
 
 TEST_F(ClusterExample, WrongArguments_AreToldInOneLine) {

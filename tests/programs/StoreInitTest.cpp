@@ -6,6 +6,7 @@
 
 #include "programs/trelctl/StoreInit.h"
 #include "tests/programs/TrelmemberdFixture.h"
+#include "tests/support/EtcdAccess.h"
 
 namespace Member {
 namespace {
@@ -100,6 +101,28 @@ TEST_F(StoreInitTest, DryRunDoesNothing_AndWithoutPasswordsThereAreNoFiles) {
   EXPECT_EQ(etcd_->ctl({"user", "list"}), "trel-agent\ntrel-member-1\n");
 }
 
+TEST_F(StoreInitTest, WithCertificates_TheNamesInThemAreTheUsers) {
+  Support::Certificates certificates;
+  certificates.authority("ca");
+  for (const char* name : {"server", "root", "trel-member-1"}) certificates.certificate(name, "ca");
+  etcd_ = std::make_unique<Support::EtcdCluster>(certificates.serverOptions("server", "ca"));
+  auto put = [&](const std::string& user, const std::string& key) {
+    return Client(etcd_->endpoints(), Kelstore::Etcd::Access{.caFile = certificates.certFile("ca"),
+                                                             .certFile = certificates.certFile(user),
+                                                             .keyFile = certificates.keyFile(user)})
+        .put(key, "{}")
+        .status();
+  };
+  EXPECT_TRUE(put("trel-member-1", "trel/members/2/x").ok());
+  Support::Result done =
+      init({"--members", "1", "--enable", "--etcd-ca", certificates.certFile("ca"), "--etcd-cert",
+            certificates.certFile("root"), "--etcd-key", certificates.keyFile("root")});
+  EXPECT_EQ(done.status, 0) << done.err;
+  EXPECT_TRUE(put("trel-member-1", "trel/members/1/x").ok());
+  EXPECT_TRUE(absl::IsPermissionDenied(put("trel-member-1", "trel/members/2/x")));
+  EXPECT_TRUE(put("root", "trel/members/2/x").ok());
+}
+
 TEST_F(StoreInitTest, UnusableArguments_NothingIsDone) {
   EXPECT_THAT(TrelCtl::membersOf("3,1-2,255"), ElementsAre(3, 1, 2, 255));
   for (const char* text : {"", "1-", "2-1", "256", "1,,2", "x", "-1", "1,"}) {
@@ -107,7 +130,9 @@ TEST_F(StoreInitTest, UnusableArguments_NothingIsDone) {
   }
   Support::Result enabled = init({"--members", "1", "--enable"});
   EXPECT_EQ(enabled.status, 2);
-  EXPECT_THAT(enabled.err, HasSubstr("--enable: expected --credentials with it"));
+  EXPECT_THAT(enabled.err,
+              HasSubstr("--enable: expected --credentials with it, where the password of root is "
+                        "written, or --etcd-cert with a certificate of root's"));
   directory_.write("users", "");
   Support::Result file = init({"--members", "1", "--credentials", directory_.file("users")});
   EXPECT_EQ(file.status, 2);
