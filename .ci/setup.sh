@@ -15,7 +15,7 @@ kRunPackages=(
 kEtcdPackages=("${kRunPackages[@]}" libgrpc++-dev libprotobuf-dev protobuf-compiler protobuf-compiler-grpc)
 kTestPackages=(
   "${kEtcdPackages[@]}" libgmock-dev libgtest-dev librapidcheck-dev
-  binutils etcd-client etcd-server git iproute2 openssl procps smitools snmpd
+  binutils etcd-client etcd-server git iproute2 openssl procps python3 smitools snmpd
 )
 kPackagePackages=("${kEtcdPackages[@]}" debhelper)
 kCheckPackages=(
