@@ -18,9 +18,11 @@ constexpr Runtime::JsonNumber kMomentSeconds{0, 18446744073};
 // ---- The fields of each type.
 
 template <>
-constexpr auto kFields<Interface> = std::tuple(
-    field("ifIndex", &Interface::ifIndex,
-          "another one for each interface of the whole cluster: those that share one share a row"));
+constexpr auto kFields<Interface> =
+    std::tuple(field("ifIndex", &Interface::ifIndex,
+                     "another one for each interface of the whole cluster: those that share one share a row"),
+               field("machineIfIndex", &Interface::machineIfIndex,
+                     "with which IF-MIB of the member itself has the interface; no table has it"));
 
 template <>
 constexpr auto kFields<Link> = std::tuple(field("intf", &Link::intf,
@@ -86,9 +88,6 @@ nlohmann::json encoded(const Struct& value) {
 
 // ---- From values to elements of collections, and back.
 
-uint32_t elementOf(const Interface& value) { return value.ifIndex; }
-Interface valueOf(uint32_t ifIndex) { return {ifIndex}; }
-
 const Lanix::IntfId& elementOf(const Link& value) { return value.intf; }
 Link valueOf(const Lanix::IntfId& intf) { return {intf}; }
 
@@ -146,9 +145,18 @@ void applyMemoryMapping(Entities& entities, const Path& path, const View& view) 
                   mappingAt(path, view));
 }
 
+// The entity has the published index alone.
 void applyInterface(Entities& entities, const Path& path, const View& view) {
-  elementIs<Interface>(entities.ifMib->ifIndexByIntfId(), keyOf<Lanix::IntfId>(path.first()),
-                       view.find(path));
+  auto& indexes = entities.ifMib->ifIndexByIntfId();
+  auto intf = keyOf<Lanix::IntfId>(path.first());
+  const Value* value = view.find(path);
+  if (value == nullptr) {
+    indexes.del(intf);
+    return;
+  }
+  uint32_t ifIndex = value->get<Interface>().ifIndex;
+  const uint32_t* known = indexes.find(intf);
+  if (known == nullptr || *known != ifIndex) indexes.set(intf, ifIndex);
 }
 
 void applyLink(Entities& entities, const Path& path, const View& view) {

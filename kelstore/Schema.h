@@ -56,7 +56,8 @@ struct Present {
 };
 
 struct Interface {
-  uint32_t ifIndex = 0;  // to be unique in the cluster
+  uint32_t ifIndex = 0;                                   // to be unique in the cluster
+  std::optional<uint32_t> machineIfIndex = std::nullopt;  // for people: no table has it
   bool operator==(const Interface&) const = default;
 };
 

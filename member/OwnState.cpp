@@ -6,6 +6,8 @@
 
 #include "kelstore/Document.h"
 #include "member/Figures.h"
+#include "member/SharedIndexes.h"
+#include "member/Trace.h"
 #include "runtime/Text.h"
 
 namespace Member {
@@ -73,7 +75,22 @@ void OwnState::start() {
 void OwnState::linksChanged() {
   if (!links_.known()) return;
   for (const auto& neighbour : neighbours_) neighbour->deviceIs(links_.find(neighbour->config().device));
+  tellSharedIndexes();
   changed_();
+}
+
+// Once, until they differ.
+void OwnState::tellSharedIndexes() {
+  std::vector<PublishedIndex> published;
+  for (const auto& neighbour : neighbours_) {
+    published.push_back({neighbour->config().interface, neighbour->ifIndex()});
+  }
+  std::vector<std::string> shared = sharedIndexes(published);
+  for (const std::string& line : shared) {
+    if (std::find(toldShared_.begin(), toldShared_.end(), line) != toldShared_.end()) continue;
+    traceHandle.trace(Lumalog::kErrorLevel, "{}", line);
+  }
+  toldShared_ = std::move(shared);
 }
 
 // The answers of a look are published together. If one is missing, the others wait for an interval at most.
@@ -185,7 +202,8 @@ void OwnState::addNeighbours(std::vector<Entry>& entries) const {
     std::string member = std::to_string(config.member);
     Lanix::IntfId intf(config.interface);
     if (uint32_t ifIndex = neighbour->ifIndex(); ifIndex != 0) {
-      entries.push_back({{Kind::interface, config.interface, ""}, Kelstore::Interface{ifIndex}});
+      entries.push_back({{Kind::interface, config.interface, ""},
+                         Kelstore::Interface{ifIndex, neighbour->device()->index}});
     }
     entries.push_back({{Kind::link, own, member}, Kelstore::Link{intf}});
     entries.push_back({{Kind::reachability, own, member},

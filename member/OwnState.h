@@ -60,6 +60,7 @@ class OwnState final {
   void addUnread(std::vector<Kelstore::Snapshot::Entry>& entries) const;
   void addEarlierLoads(std::vector<Kelstore::Snapshot::Entry>& entries) const;
   void looked();
+  void tellSharedIndexes();
 
   Config config_;
   std::shared_ptr<EchoProbe> probe_;
@@ -69,6 +70,7 @@ class OwnState final {
   std::function<void()> changed_;
   MachineFigures figures_;
   std::vector<std::unique_ptr<Neighbour>> neighbours_;
+  std::vector<std::string> toldShared_;                     // of sharedIndexes()
   std::vector<Kelstore::Snapshot::Entry> figuresNow_;       // as of the last look
   uint64_t figuresAtNs_ = 0;                                // when that was
   std::map<Kelstore::Path, Kelstore::Value> earlierLoads_;  // that are not measured yet

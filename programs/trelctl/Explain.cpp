@@ -365,6 +365,9 @@ std::string explanationText(const Json& explanation) {
     text += fmt::format("  {} = {}\n    source {}{}{}\n", cell(input.at("path")), cell(input.at("value")),
                         cell(input.at("source")), key.is_null() ? "" : ", key " + cell(key),
                         input.at("counts").get<bool>() ? "" : ": overridden by a later source");
+    const Json& given = input.at("value");
+    if (given.is_object() && given.contains("machineIfIndex"))
+      text += fmt::format("    the member's own IF-MIB has it as {}\n", cell(given.at("machineIfIndex")));
   }
   for (const Json& member : explanation.at("members")) text += fmt::format("  {}\n", publisherText(member));
   return text;

@@ -1,10 +1,13 @@
 #include "programs/trelmemberd/TrelmemberdOptions.h"
 
+#include <net/if.h>
+
 #include <CLI/CLI.hpp>
 
 #include "host/TraceOptions.h"
 #include "kelstore/etcd/AccessOptions.h"
 #include "kelstore/etcd/Address.h"
+#include "member/SharedIndexes.h"
 #include "runtime/CommandLine.h"
 #include "runtime/Version.h"
 
@@ -49,6 +52,13 @@ Reading readOptions(const Runtime::Arguments& arguments) {
   options.atStart = settings.atStart();
   Etcd::noteAccess(options.config.access, kAccessKeys, findings);
   return {std::move(options), std::move(findings)};
+}
+
+void noteDevices(Reading& reading) {
+  auto indexOf = [](const std::string& device) { return if_nametoindex(device.c_str()); };
+  for (const std::string& line : sharedIndexes(publishedIndexes(reading.options.config, indexOf))) {
+    reading.findings.warning("neighbours", line);
+  }
 }
 
 CommandLine parseCommandLine(int argc, const char* const* argv) {

@@ -26,6 +26,8 @@ struct Reading {
 };
 // Reads what the arguments and their file give, and checks the files for access to the store. Blocks.
 Reading readOptions(const Runtime::Arguments& arguments);
+// Warns of interfaces that have one ifIndex with the devices that are there now.
+void noteDevices(Reading& reading);
 
 struct CommandLine {
   Runtime::Arguments arguments;

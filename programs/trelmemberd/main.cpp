@@ -70,7 +70,10 @@ int main(int argc, char** argv) {
   } catch (const std::runtime_error& error) {
     reading.findings.fault("user", error.what());
   }
-  if (line.check) return Runtime::reported(reading.findings);
+  if (line.check) {
+    Member::noteDevices(reading);
+    return Runtime::reported(reading.findings);
+  }
   for (const std::string& fault : reading.findings.faults()) Runtime::complain("trelmemberd", fault);
   if (!reading.findings.faults().empty()) return Runtime::kUnusable;
   if (line.mappings) return printMappings(reading.options.config);

@@ -259,6 +259,12 @@ TEST(MirrorTest, InterfacesMappingsAndSysnameFollow) {
             "sysname=alpha mount[/] mem[-1] ifIndex[Backplane1/1]");
   EXPECT_EQ(*world.mirror.ifMib()->ifIndexByIntfId().find(Lanix::IntfId("Backplane1/1")), 4294967295u);
   EXPECT_EQ(world.mappings().mountEntries().find("/")->description, "root");
+  EXPECT_EQ(world.says(R"({"sysname": "alpha",
+      "interfaces": {"Backplane1/1": {"ifIndex": 4294967295, "machineIfIndex": 3}},
+      "storageMappings": {"mounts": {"/": {"index": 31, "type": "1.3.6.1", "description": "root"}},
+                          "memory": {"-1": {"index": 1, "type": "1.3.6.1", "description": "RAM"}}}})"),
+            "")
+      << "no table has the machine's own index";
   EXPECT_EQ(world.says("{}"), "sysname= -mount[/] -mem[-1] -ifIndex[Backplane1/1]");
 }
 

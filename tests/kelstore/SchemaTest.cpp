@@ -63,6 +63,8 @@ constexpr const char* kU64 = "expected an integer from 0 to 18446744073709551615
 TEST(SchemaTest, GoodValuesOfEveryKind) {
   EXPECT_EQ(decoded<std::string>(Kind::sysname, R"("alpha")"), "alpha");
   EXPECT_EQ(decoded<Interface>(Kind::interface, R"({"ifIndex": 4294967295})"), (Interface{4294967295}));
+  EXPECT_EQ(decoded<Interface>(Kind::interface, R"({"ifIndex": 1002, "machineIfIndex": 12})"),
+            (Interface{1002, 12}));
   EXPECT_EQ(decoded<Link>(Kind::link, kGood.at(Kind::link)), (Link{Lanix::IntfId("Backplane1/1")}));
   EXPECT_EQ(decoded<System>(Kind::system, kGood.at(Kind::system)), (System{1, 2.5, 3, 4, 5}));
   EXPECT_EQ(decoded<Memory>(Kind::memory, kGood.at(Kind::memory)), (Memory{1, 2, 3, 4, 5}));

@@ -15,6 +15,7 @@ namespace Member {
 namespace {
 
 using testing::Contains;
+using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::IsSupersetOf;
 using testing::Not;
@@ -80,8 +81,8 @@ TEST_F(OwnStateTest, Everything_IsThere) {
   EXPECT_THAT(
       entries(),
       IsSupersetOf(
-          {R"(interfaces/"Backplane1/2" {"ifIndex":1002})", R"(topology/1/2 {"intf":"Backplane1/2"})",
-           R"(topology/1/3 {"intf":"Backplane1/3"})",
+          {R"(interfaces/"Backplane1/2" {"ifIndex":1002,"machineIfIndex":12})",
+           R"(topology/1/2 {"intf":"Backplane1/2"})", R"(topology/1/3 {"intf":"Backplane1/3"})",
            R"(members/1/reachability/2 {"intf":"Backplane1/2","lastChange":1000000000000,"state":"initializing"})",
            R"(members/1/reachability/3 {"intf":"Backplane1/3","lastChange":1000000000000,"state":"unreachable"})",
            R"(members/1/processors/1 {"load":-1})",
@@ -126,11 +127,28 @@ TEST_F(OwnStateTest, DeviceAppearsChangesAndVanishes_ItsInterfaceFollows) {
   int before = changes_;
   devicesAre({}, Device{20, true, true});
   EXPECT_GT(changes_, before);
-  EXPECT_THAT(entries(), Contains(R"(interfaces/"Backplane1/3" {"ifIndex":20})"));
+  EXPECT_THAT(entries(), Contains(R"(interfaces/"Backplane1/3" {"ifIndex":20,"machineIfIndex":20})"));
   devicesAre({}, Device{21, true, true});
-  EXPECT_THAT(entries(), Contains(R"(interfaces/"Backplane1/3" {"ifIndex":21})"));
+  EXPECT_THAT(entries(), Contains(R"(interfaces/"Backplane1/3" {"ifIndex":21,"machineIfIndex":21})"));
   devicesAre({}, {});
   EXPECT_THAT(entries(), Not(Contains(StartsWith("interfaces/"))));
+}
+
+TEST_F(OwnStateTest, TwoInterfacesGetOneIndex_IsToldOnceUntilTheyDiffer) {
+  start();
+  auto shared =
+      Contains(HasSubstr("interfaces Backplane1/2 and Backplane1/3: published with one ifIndex, 1002, so "
+                         "that they share a row"));
+  devicesAre(Device{12, true, true}, Device{20, true, true});
+  EXPECT_THAT(trace_.lines(), Not(shared));
+  devicesAre(Device{12, true, true}, Device{1002, true, true});
+  EXPECT_THAT(trace_.lines(), shared);
+  trace_.clear();
+  devicesAre(Device{12, true, true}, Device{1002, true, false});
+  EXPECT_THAT(trace_.lines(), Not(shared)) << "that is known";
+  devicesAre(Device{12, true, true}, Device{20, true, true});
+  devicesAre(Device{12, true, true}, Device{1002, true, true});
+  EXPECT_THAT(trace_.lines(), shared);
 }
 
 TEST_F(OwnStateTest, NeighbourChanges_IsToldAtOnce_FiguresStayButForTheTime) {
@@ -352,9 +370,9 @@ TEST_F(ConfiguredAnewTest, Neighbours_AreAddedChangedAndRemoved_TheOthersKeepThe
   EXPECT_THAT(
       entries(),
       IsSupersetOf(
-          {R"(interfaces/"Backplane1/2" {"ifIndex":2002})",
+          {R"(interfaces/"Backplane1/2" {"ifIndex":2002,"machineIfIndex":12})",
            R"(members/1/reachability/2 {"intf":"Backplane1/2","lastChange":1001000000000,"state":"reachable"})",
-           R"(interfaces/"Backplane1/4" {"ifIndex":14})",
+           R"(interfaces/"Backplane1/4" {"ifIndex":14,"machineIfIndex":14})",
            R"(members/1/reachability/4 {"intf":"Backplane1/4","lastChange":1003000000000,"state":"initializing"})"}));
   EXPECT_THAT(entries(), Not(Contains(StartsWith("topology/1/3"))));
   EXPECT_THAT(entries(), Not(Contains(StartsWith("members/1/reachability/3"))));

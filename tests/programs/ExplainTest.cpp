@@ -85,7 +85,7 @@ TEST_F(ExplainTest, OtherText_IsRefusedWithWhatIsExpected) {
 TEST_F(ExplainTest, ServedValue_ItsPathsSourcesKeysAndPublisher) {
   says("file:/x", {"members", "1", "reachability", "2"}, R"({"state":"degraded"})", false);
   says(kStore, {"members", "1", "reachability", "2"}, R"({"state":"reachable","intf":"Backplane1/2"})");
-  says(kStore, {"interfaces", "Backplane1/2"}, R"({"ifIndex":7})");
+  says(kStore, {"interfaces", "Backplane1/2"}, R"({"ifIndex":7,"machineIfIndex":12})");
   status_["members"] =
       Json::parse(R"([{"source":"s","member":"1","leased":true,"leaseLeft":12,"lastChange":"T"},
                                        {"source":"s","member":"2","leased":true,"leaseLeft":12,"lastChange":"T"}])");
@@ -101,8 +101,9 @@ TEST_F(ExplainTest, ServedValue_ItsPathsSourcesKeysAndPublisher) {
             "    source file:/x: overridden by a later source\n"
             "  members/1/reachability/2 = {\"state\":\"reachable\",\"intf\":\"Backplane1/2\"}\n"
             "    source etcd:h:1,h:2//trel, key /trel/members/1/reachability/2\n"
-            "  interfaces/Backplane1%2F2 = {\"ifIndex\":7}\n"
+            "  interfaces/Backplane1%2F2 = {\"ifIndex\":7,\"machineIfIndex\":12}\n"
             "    source etcd:h:1,h:2//trel, key /trel/interfaces/Backplane1%2F2\n"
+            "    the member's own IF-MIB has it as 12\n"
             "  published by member 1, under a lease with 12 s left; its last change: T\n");
 }
 

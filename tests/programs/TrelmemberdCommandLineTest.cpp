@@ -54,6 +54,21 @@ TEST_F(CommandLineTest, Check_WarningsAloneAreNoFailure) {
   EXPECT_EQ(result.status, 0);
 }
 
+TEST_F(CommandLineTest, Check_WarnsOfTwoInterfacesThatGetOneIndexOnThisMachine) {
+  std::string path = directory_.write("c", R"({"member": 3, "store": "etcd:h:1/p", "neighbours": [
+      {"member": 1, "interface": "Backplane1/a", "device": "lo", "address": "10.0.0.1", "ifIndex": 4294967295},
+      {"member": 2, "interface": "Backplane1/b", "device": "none0", "address": "10.0.0.2", "ifIndex": 1}]})");
+  EXPECT_EQ(run({"--check", path}).err, "");
+  path = directory_.write("c", R"({"member": 3, "store": "etcd:h:1/p", "ifIndexBase": 0, "neighbours": [
+      {"member": 1, "interface": "Backplane1/a", "device": "lo", "address": "10.0.0.1"},
+      {"member": 2, "interface": "Backplane1/b", "device": "none0", "address": "10.0.0.2", "ifIndex": 1}]})");
+  auto result = run({"--check", path});
+  EXPECT_EQ(result.err, path +
+                            ":1: neighbours: interfaces Backplane1/a and Backplane1/b: published with one "
+                            "ifIndex, 1, so that they share a row; set another ifIndex for all but one\n");
+  EXPECT_EQ(result.status, 0);
+}
+
 TEST_F(CommandLineTest, UnusableConfiguration_EndsWithItsErrors) {
   std::string path = directory_.write("c", R"({"member": 3})");
   auto result = run({"--config", path});

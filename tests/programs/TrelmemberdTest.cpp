@@ -25,7 +25,7 @@ TEST_F(TrelmemberdTest, Publishes_AllOfTheMemberUnderOneLease) {
   auto time = client_->timeToLive(*leases().begin());
   ASSERT_TRUE(time.ok());
   EXPECT_EQ(time->granted, std::chrono::seconds(kTtlSeconds));
-  EXPECT_EQ(value("interfaces/Backplane1%2F2"), nlohmann::json({{"ifIndex", 1002}}));
+  EXPECT_EQ(value("interfaces/Backplane1%2F2"), nlohmann::json({{"ifIndex", 1002}, {"machineIfIndex", 1}}));
   EXPECT_TRUE(
       awaitLine(*process, "interface Backplane1/2: published with ifIndex 1002; this machine has lo as 1"));
   EXPECT_EQ(value("topology/1/2"), nlohmann::json({{"intf", "Backplane1/2"}}));
