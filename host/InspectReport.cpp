@@ -27,7 +27,11 @@ Json described(const Kor::Object& object) {
   for (const Kor::Attribute& attribute : type.attributes())
     attributes[attribute.name] = attribute.read(object);
   Json operations = Json::array();
-  for (const Kor::Operation& operation : type.operations()) operations.push_back(operation.name);
+  Json questions = Json::array();
+  for (const Kor::Operation& operation : type.operations()) {
+    operations.push_back(operation.name);
+    if (operation.ask) questions.push_back(operation.name);
+  }
   Json entities = Json::array();
   if (const auto* directory = dynamic_cast<const Kor::Dir*>(&object)) {
     for (auto at = directory->entityPtrIteratorConst(); at; at.next()) entities.push_back(at.key());
@@ -36,6 +40,7 @@ Json described(const Kor::Object& object) {
           {"type", type.name()},
           {"attributes", std::move(attributes)},
           {"operations", std::move(operations)},
+          {"questions", std::move(questions)},
           {"entities", std::move(entities)}};
 }
 
@@ -46,19 +51,37 @@ Json listed(const Objects& objects) {
           {"type", nullptr},
           {"attributes", Json::object()},
           {"operations", Json::array()},
+          {"questions", Json::array()},
           {"entities", std::move(entities)}};
+}
+
+std::unique_ptr<Reply> noSuchObject(const std::string& path) {
+  return errorReply(fmt::format("found {}, expected the path of an object; trelctl inspect lists them",
+                                Runtime::inQuotes(path)));
+}
+
+std::unique_ptr<Reply> reply(const Json& answer) {
+  return lineReply(answer.dump(-1, ' ', false, Json::error_handler_t::replace));
 }
 
 }  // namespace
 
 std::unique_ptr<Reply> inspectReport(const Objects& objects, const std::string& path) {
+  if (path.empty()) return reply(listed(objects));
   Zavro::Ptr<const Kor::Object> object = found(objects, path);
-  if (!path.empty() && object == nullptr) {
-    return errorReply(fmt::format("found {}, expected the path of an object; trelctl inspect lists them",
-                                  Runtime::inQuotes(path)));
+  return object == nullptr ? noSuchObject(path) : reply(described(*object));
+}
+
+std::unique_ptr<Reply> callReport(const Objects& objects, const std::string& path,
+                                  const std::string& operation) {
+  Zavro::Ptr<const Kor::Object> object = found(objects, path);
+  if (object == nullptr) return noSuchObject(path);
+  try {
+    return reply({{"ok", true}, {"result", Kor::ask(*object, operation)}});
+  } catch (const Kor::NoSuchMemberException& error) {
+    return errorReply(fmt::format("{}; expected an operation that trelctl inspect {} shows as a question",
+                                  error.what(), path));
   }
-  Json answer = path.empty() ? listed(objects) : described(*object);
-  return lineReply(answer.dump(-1, ' ', false, Json::error_handler_t::replace));
 }
 
 }  // namespace Host

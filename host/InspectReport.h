@@ -1,4 +1,5 @@
-// The answer to the control request "inspect": an object's attributes, by the runtime's type information.
+// The answers to the control requests "inspect" and "call": an object's attributes, and what an operation
+// that only reads finds, by the runtime's type information.
 #pragma once
 
 #include <map>
@@ -15,5 +16,8 @@ using Objects = std::map<std::string, Zavro::Ptr<const Kor::Object>>;
 // The object at the path: a name, with "/" and the name of an entity behind it where the object is a
 // directory. The empty path is the list of all.
 std::unique_ptr<Reply> inspectReport(const Objects& objects, const std::string& path);
+// What the operation of the object at the path finds. Refuses one that does not only read.
+std::unique_ptr<Reply> callReport(const Objects& objects, const std::string& path,
+                                  const std::string& operation);
 
 }  // namespace Host

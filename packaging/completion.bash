@@ -10,7 +10,7 @@ _trel() {
   case $word in
     -*) mapfile -t COMPREPLY < <(compgen -W "$(grep -oE '^ +(-[a-z],)?--[a-z-]+' <<<"$help" | grep -oE -e '--.*')" -- "$word") ;;
     *)
-      mapfile -t COMPREPLY < <(compgen -W "$(sed -n '/^Subcommands:/,/^$/s/^  \([a-z]\+\) .*/\1/p' <<<"$help")" -- "$word")
+      mapfile -t COMPREPLY < <(compgen -W "$(sed -n '/^Subcommands:/,/^$/s/^  \([a-z]\+\) .*/\1/p; s/^Tables: //p' <<<"$help")" -- "$word")
       [ ${#COMPREPLY[@]} != 0 ] || compopt -o default 2>/dev/null
       ;;
   esac

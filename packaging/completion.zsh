@@ -12,7 +12,7 @@ help=$("${command[@]}" --help 2>/dev/null) || return
 if [[ $PREFIX == -* ]]; then
   found=(${(f)"$(grep -oE '^ +(-[a-z],)?--[a-z-]+' <<<"$help" | grep -oE -e '--.*')"})
 else
-  found=(${(f)"$(sed -n '/^Subcommands:/,/^$/s/^  \([a-z]\+\) .*/\1/p' <<<"$help")"})
+  found=(${=$(sed -n '/^Subcommands:/,/^$/s/^  \([a-z]\+\) .*/\1/p; s/^Tables: //p' <<<"$help")})
   (( $#found )) || { _files; return; }
 fi
 compadd -- $found

@@ -49,6 +49,8 @@ class Calls {
 
   virtual ~Calls() = default;
 
+  // Of the server that answers, such as "3.5.9".
+  virtual absl::StatusOr<std::string> version() = 0;
   virtual absl::StatusOr<Listing> range(const KeyRange& keys) = 0;
   // put(), del() and txn() return the revision of the change; del() the latest one if there was nothing to
   // delete. lease: with which the key goes; 0: none.

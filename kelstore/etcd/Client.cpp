@@ -262,6 +262,14 @@ void Client::prefer(const std::string& endpoint) { impl_->prefer(endpoint); }
 
 const std::string& Client::endpoint() const { return impl_->endpoint(); }
 
+absl::StatusOr<std::string> Client::version() {
+  Rpc::StatusResponse response;
+  absl::Status status =
+      impl_->unary<Rpc::Maintenance>(&Rpc::Maintenance::Stub::Status, Rpc::StatusRequest(), response);
+  if (!status.ok()) return status;
+  return response.version();
+}
+
 absl::StatusOr<Listing> Client::range(const KeyRange& keys) {
   Listing listing;
   std::string from = keys.first;

@@ -63,6 +63,7 @@ class Client final : public Calls {
       : Client(std::move(endpoints), std::move(access), Options()) {}
   ~Client() override;
 
+  absl::StatusOr<std::string> version() override;
   // The deadline applies to each page.
   absl::StatusOr<Listing> range(const KeyRange& keys) override;
   // A listing of one key or none.

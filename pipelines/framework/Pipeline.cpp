@@ -249,7 +249,12 @@ void Pipeline::describe() {
       .attribute("hasNotificationActive", &Pipeline::hasNotificationActive)
       .operation("handleInitialized", &Pipeline::handleInitialized)
       .operation("handleInitialScanDone", &Pipeline::handleInitialScanDone)
-      .operation("doDeleteAll", &Pipeline::doDeleteAll);
+      .operation("doDeleteAll", &Pipeline::doDeleteAll)
+      .question("conflicts", [](const Pipeline& p) {
+        std::string lines;
+        for (const std::string& conflict : p.conflicts()) lines += conflict + "\n";
+        return lines;
+      });
   for (size_t i = 0; i < streams_.size(); ++i) {
     type.attribute(streams_[i] + "Scan", [i](const Pipeline& p) { return p.streamScanned(i); });
   }

@@ -40,4 +40,14 @@ void invoke(Object& object, std::string_view operation) {
   memberNamed(type, type.operations(), operation, "operation").invoke(object);
 }
 
+std::string ask(const Object& object, std::string_view operation) {
+  const Type& type = object.korType();
+  const Operation& found = memberNamed(type, type.operations(), operation, "operation");
+  if (!found.ask) {
+    throw NoSuchMemberException(
+        fmt::format("{}'s operation \"{}\" may change the object", type.name(), operation));
+  }
+  return found.ask(object);
+}
+
 }  // namespace Kor

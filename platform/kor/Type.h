@@ -44,6 +44,9 @@ struct Attribute {
 struct Operation {
   std::string name;
   std::function<void(Object&)> invoke;
+  // The same, with what it found; changes nothing, so that anybody may call it at any time. Empty unless the
+  // operation only reads.
+  std::function<std::string(const Object&)> ask = nullptr;
 };
 
 class Type {
@@ -76,6 +79,9 @@ std::string attribute(const Object& object, std::string_view name);
 void attributeIs(Object& object, std::string_view name, std::string_view text);
 // Runs an operation. Throws NoSuchMemberException. Requires: no Publication is in progress.
 void invoke(Object& object, std::string_view operation);
+// Runs an operation that only reads; returns what it found. Throws NoSuchMemberException, also for an
+// operation that does not only read.
+std::string ask(const Object& object, std::string_view operation);
 
 // Declares a type in a few lines:
 //   static const Type type = TypeBuilder<Root>("TrelSnmp::Agent::Root").attribute("name",
@@ -103,6 +109,13 @@ class TypeBuilder {
   TypeBuilder& operation(std::string name, Function function) {
     type_.operationIs(
         {std::move(name), [function](Object& object) { std::invoke(function, self<T>(object)); }});
+    return *this;
+  }
+  // An operation that only reads.
+  template <class Accessor>
+  TypeBuilder& question(std::string name, Accessor accessor) {
+    auto ask = reader(accessor);
+    type_.operationIs({std::move(name), [ask](Object& object) { ask(object); }, ask});
     return *this;
   }
   TypeBuilder& newEntityForDir(Type::NewEntityForDir make) {

@@ -13,6 +13,7 @@
 #include "programs/trelctl/Doctor.h"
 #include "programs/trelctl/Explain.h"
 #include "programs/trelctl/Render.h"
+#include "programs/trelctl/Support.h"
 #include "programs/trelctl/TableChanges.h"
 #include "programs/trelctl/Topology.h"
 #include "programs/trelctl/Units.h"
@@ -176,12 +177,35 @@ int doctor(const DaemonCommands& commands) {
   return exitStatusOf(verdictOf(findings));
 }
 
+int support(const DaemonCommands& commands) {
+  std::string file = commands.file;
+  if (file.empty()) {
+    auto now = std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now());
+    file = fmt::format("trel-support-{:%Y%m%dT%H%M%SZ}.tar", now);
+  }
+  writeArchive(file, supportFiles(socketOf(commands), commands.config));
+  fmt::print(
+      "{}: status, tables, traces, configurations and logs, without secrets; look through it before it "
+      "is passed on\n",
+      file);
+  return 0;
+}
+
 int inspect(const DaemonCommands& commands) {
   ControlClient client(socketOf(commands));
   client.send({{"op", Control::kOpInspect}, {"path", commands.object}});
   Json object = client.receive();
   object.erase("ok");
   fmt::print("{}", commands.json ? dumped(object) : renderObject(object));
+  return 0;
+}
+
+int call(const DaemonCommands& commands) {
+  ControlClient client(socketOf(commands));
+  client.send({{"op", Control::kOpCall}, {"path", commands.object}, {"operation", commands.operation}});
+  Json answer = client.receive();
+  answer.erase("ok");
+  fmt::print("{}", commands.json ? dumped(answer) : renderLines(answer.at("result")));
   return 0;
 }
 
@@ -269,6 +293,8 @@ void describeTables(CLI::App& app, DaemonCommands& commands) {
   app.add_option("TABLE", commands.table, "One table, such as reachability (default: all)")->type_name("");
   jsonFlag(app, commands, "Print one JSON object: table name to list of rows; then a line for each change");
   app.add_flag("--raw", commands.raw, "Values as they are on the wire");
+  // Completion reads this line.
+  app.footer("Tables: BaIf Reachability HrSystem Processor Storage");
   app.add_flag("--watch", commands.watch, "Then print changes, a line each, until this is ended");
 }
 
@@ -292,9 +318,21 @@ void describeDoctor(CLI::App& app, DaemonCommands& commands) {
   jsonFlag(app, commands, "Print one JSON object");
 }
 
+void describeSupport(CLI::App& app, DaemonCommands& commands) {
+  app.add_option("FILE", commands.file, "The archive (default: trel-support-TIME.tar)")->type_name("");
+}
+
 void describeInspect(CLI::App& app, DaemonCommands& commands) {
   app.add_option("PATH", commands.object, "Such as ifMib or hostResources/1 (default: the list)")
       ->type_name("");
+  jsonFlag(app, commands, "Print one JSON object");
+}
+
+void describeCall(CLI::App& app, DaemonCommands& commands) {
+  app.add_option("PATH", commands.object, "An object, as inspect lists them")->type_name("")->required();
+  app.add_option("OPERATION", commands.operation, "One that inspect shows as a question")
+      ->type_name("")
+      ->required();
   jsonFlag(app, commands, "Print one JSON object");
 }
 
@@ -328,8 +366,12 @@ constexpr std::array kCommands = {
     Command{"explain", "Say where a served value comes from, or why there is none", describeExplain, explain},
     Command{"doctor", "Look for what keeps this machine from serving, and say what to do", describeDoctor,
             doctor},
+    Command{"support",
+            "Write a tar archive for whoever helps: what the daemon says, configurations, logs; no secrets",
+            describeSupport, support},
     Command{"inspect", "Show an object within the daemon, by its type; list all of them", describeInspect,
             inspect},
+    Command{"call", "Call an operation of such an object that only reads", describeCall, call},
     Command{"trace", "Set how much a part of the daemon logs, until its reload or end; list all parts",
             describeTrace, trace},
     Command{"wait", "Return once the daemon runs and serves all that its sources say", describeWait, wait}};

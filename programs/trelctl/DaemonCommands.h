@@ -24,10 +24,12 @@ struct DaemonCommands {
   bool watch = false;
   std::string table;  // empty: all
   std::string format = "text";
-  std::string instance;  // to be explained
-  std::string object;    // to be inspected; empty: all
-  std::string handle;    // of traces; empty: all
-  int level = -1;        // to be set; -1: to be shown
+  std::string instance;   // to be explained
+  std::string object;     // to be inspected; empty: all
+  std::string operation;  // of that object, to be called
+  std::string file;       // of support; empty: named by the time
+  std::string handle;     // of traces; empty: all
+  int level = -1;         // to be set; -1: to be shown
   double timeoutSeconds = 10;
   int exitStatus = 0;  // of the command that was run
 };

@@ -72,14 +72,30 @@ std::string controlIn(const std::string& directory) {
   }
 }
 
-std::optional<DefaultStore> configuredStore(const std::string& directory) {
+std::optional<DefaultStore> agentStore(const std::string& directory) {
   Json agent = configuration(directory + kAgentFile);
   std::string store = firstStore(agent);
-  if (!store.empty()) return DefaultStore{store, accessOf(agent, kOfAgent)};
+  if (store.empty()) return std::nullopt;
+  return DefaultStore{store, accessOf(agent, kOfAgent)};
+}
+
+std::optional<DefaultStore> memberStore(const std::string& directory) {
   Json member = configuration(directory + kMemberFile);
-  store = stringAt(member, "store");
+  std::string store = stringAt(member, "store");
   if (store.empty()) return std::nullopt;
   return DefaultStore{store, accessOf(member.value("access", Json::object()), kOfMember)};
+}
+
+std::optional<uint8_t> memberIn(const std::string& directory) {
+  Json member = configuration(directory + kMemberFile);
+  auto at = member.find("member");
+  if (at == member.end() || !at->is_number_unsigned() || at->get<uint64_t>() > UINT8_MAX) return std::nullopt;
+  return at->get<uint8_t>();
+}
+
+std::optional<DefaultStore> configuredStore(const std::string& directory) {
+  std::optional<DefaultStore> agent = agentStore(directory);
+  return agent ? agent : memberStore(directory);
 }
 
 DefaultStore storeIn(const std::string& directory) {

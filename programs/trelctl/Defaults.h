@@ -18,6 +18,12 @@ struct DefaultStore {
   std::string store;
   Kelstore::Etcd::Access access;
 };
+// The first store that trelsnmpd follows, and that of trelmemberd; nothing: there is none. These throw
+// Unusable when a file cannot be read.
+std::optional<DefaultStore> agentStore(const std::string& directory);
+std::optional<DefaultStore> memberStore(const std::string& directory);
+// The member that trelmemberd publishes; nothing: it is not configured.
+std::optional<uint8_t> memberIn(const std::string& directory);
 // The first store that trelsnmpd follows, else that of trelmemberd; nothing: there is none. Throws Unusable
 // when a file cannot be read.
 std::optional<DefaultStore> configuredStore(const std::string& directory);

@@ -1,9 +1,12 @@
 #include "programs/trelctl/Doctor.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <algorithm>
 #include <array>
+#include <cstdio>
+#include <set>
 
 #include "programs/trelctl/Render.h"
 #include "runtime/Text.h"
@@ -64,15 +67,32 @@ class Findings final {
         ok("agentx", fmt::format("connected to the master agent at {}", where));
       } else {
         fail(
-            "agentx", fmt::format("no master agent at {}", where),
+            "agentx", fmt::format("no master agent at {}; --agentx auto {}", where, facts_.master),
             "start snmpd with \"master agentx\", and an agentXSocket of that address, or see docs/agentx.md");
       }
+      views();
     } else if (where.find("127.0.0.1:") != std::string::npos && !status.at("stores").empty()) {
       warn("port", fmt::format("answers at {}, to this machine alone, though it follows a cluster", where),
            "set \"listen\" in trelsnmpd.json to an address that managers reach, and \"conf\" to who may ask");
     } else {
       ok("port", fmt::format("answers at {}", where));
     }
+  }
+
+  // Of the master, which decides who may read.
+  void views() {
+    const SnmpdViews& views = facts_.views;
+    if (!views.unread.empty()) return warn("views", views.unread, "run this as root, or see docs/agentx.md");
+    if (!views.anybody) {
+      return warn("views", "snmpd's configuration lets nobody read anything",
+                  "put rocommunity or rouser into it: docs/agentx.md");
+    }
+    for (const std::string& view : views.without) {
+      warn("views", fmt::format("snmpd's view {} does not include the tables", view),
+           fmt::format("put \"view {} included {}\" into /etc/snmp/snmpd.conf.d/trel.conf, and restart snmpd",
+                       view, kTablesSubtree));
+    }
+    if (views.without.empty()) ok("views", "those of snmpd include the tables");
   }
 
   void process() {
@@ -128,6 +148,47 @@ class Findings final {
     if (facts_.credentials && !facts_.tls) {
       warn("store", "the password crosses the network in the clear", "use TLS: etcd-ca and etcd-cert");
     }
+    servers();
+    roles();
+  }
+
+  void servers() {
+    std::set<std::string> versions;
+    for (const Facts::Server& server : facts_.servers) {
+      if (!server.error.empty()) {
+        warn("etcd", server.error, "see that etcd runs there; the other servers do meanwhile");
+        continue;
+      }
+      versions.insert(server.version);
+      if (isOld(server.version)) {
+        warn("etcd", fmt::format("{} runs {}, which is too old", server.endpoint, server.version),
+             "update it to etcd 3.4 or later");
+      } else {
+        ok("etcd", fmt::format("{} runs {}", server.endpoint, server.version));
+      }
+    }
+    if (versions.size() > 1) {
+      warn("etcd", fmt::format("the servers run different versions: {}", fmt::join(versions, ", ")),
+           "bring the update to its end");
+    }
+  }
+
+  void roles() {
+    constexpr const char* kRemedy = "trelctl store init makes users that may not: docs/etcd.md";
+    if (facts_.agentMayWrite == true) warn("roles", "trelsnmpd may write values of members", kRemedy);
+    if (facts_.memberMayWriteOthers == true)
+      warn("roles", "trelmemberd may write values of other members", kRemedy);
+    if (facts_.agentMayWrite == false) ok("roles", "trelsnmpd may not write values of members");
+    if (facts_.memberMayWriteOthers == false)
+      ok("roles", "trelmemberd may not write values of other members");
+  }
+
+  // Before 3.4.
+  static bool isOld(const std::string& version) {
+    int major = 0;
+    int minor = 0;
+    return std::sscanf(version.c_str(), "%d.%d", &major, &minor) == 2 &&
+           (major < 3 || (major == 3 && minor < 4));
   }
 
   void clock() {

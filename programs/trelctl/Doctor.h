@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "programs/trelctl/ControlClient.h"
+#include "programs/trelctl/SnmpdViews.h"
 #include "programs/trelctl/Verdict.h"
 
 namespace TrelCtl {
@@ -35,6 +36,18 @@ struct Facts {
   bool credentials = false;
   std::string storeError;
   size_t keys = 0;  // below the prefix
+  struct Server {
+    std::string endpoint;
+    std::string version;
+    std::string error;
+  };
+  std::vector<Server> servers;
+  // Whether the configured users may write what they should not; nothing: it is not known.
+  std::optional<bool> agentMayWrite;
+  std::optional<bool> memberMayWriteOthers;
+
+  std::string master;  // which AgentX master there is, and what keeps one from it, in a line
+  SnmpdViews views;    // of a stock snmpd
 
   std::string configurationError;
   bool clockIsSynchronised = true;

@@ -12,6 +12,7 @@
 #include "programs/trelctl/Defaults.h"
 #include "programs/trelctl/Doctor.h"
 #include "programs/trelctl/Unusable.h"
+#include "programs/trelsnmpd/MasterAddress.h"
 #include "runtime/Directories.h"
 #include "runtime/Errors.h"
 
@@ -74,10 +75,48 @@ void askStore(const DefaultStore& configured, Facts& facts) {
   }
 }
 
+// Nothing is written, as no key has that revision; but the server looks first whether it could be.
+std::optional<bool> mayWrite(const DefaultStore& configured, const std::vector<std::string>& path) {
+  absl::StatusOr<Etcd::Address> address = Etcd::parseStore(configured.store);
+  if (!address.ok()) return std::nullopt;
+  std::string key = Etcd::KeySpace(address->prefix).key(path);
+  absl::Status status = Etcd::driver()
+                            .calls(*address, configured.access)
+                            ->txn({{Etcd::Op::What::put, key, ""}}, {{key, INT64_MAX}})
+                            .status();
+  if (absl::IsAborted(status)) return true;
+  if (absl::IsPermissionDenied(status)) return false;
+  return std::nullopt;
+}
+
+void askServers(const DefaultStore& configured, Facts& facts) {
+  absl::StatusOr<Etcd::Address> address = Etcd::parseStore(configured.store);
+  if (!address.ok()) return;
+  for (const std::string& endpoint : address->endpoints) {
+    Etcd::Address one = *address;
+    one.endpoints = {endpoint};
+    absl::StatusOr<std::string> version = Etcd::driver().calls(one, configured.access)->version();
+    facts.servers.push_back({endpoint, version.value_or(""), Runtime::textOf(version.status())});
+  }
+}
+
+void askForRights(const std::string& config, Facts& facts) {
+  std::optional<uint8_t> member = memberIn(config);
+  std::string other = std::to_string((member.value_or(0) + 1) % 256);
+  if (std::optional<DefaultStore> agent = agentStore(config))
+    facts.agentMayWrite = mayWrite(*agent, {"members", other, "system"});
+  if (std::optional<DefaultStore> publisher = memberStore(config); publisher && member)
+    facts.memberMayWriteOthers = mayWrite(*publisher, {"members", other, "system"});
+}
+
 void lookForStore(const std::string& config, Facts& facts) {
   try {
     std::optional<DefaultStore> configured = configuredStore(config);
-    if (configured) askStore(*configured, facts);
+    if (!configured) return;
+    askStore(*configured, facts);
+    if (!facts.storeError.empty()) return;
+    askServers(*configured, facts);
+    askForRights(config, facts);
   } catch (const Unusable& error) {
     facts.configurationError = error.what();
   } catch (const std::runtime_error& error) {
@@ -104,6 +143,8 @@ Facts factsOf(const std::string& socket, const std::string& config) {
   askDaemon(facts);
   lookAtDirectories(facts);
   lookForStore(config, facts);
+  facts.master = Trelsnmpd::findMaster().why;
+  facts.views = snmpdViews();
   timex time{};
   facts.clockIsSynchronised = adjtimex(&time) != TIME_ERROR;
   facts.mibs = mibsHere();

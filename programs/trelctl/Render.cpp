@@ -1,5 +1,7 @@
 #include "programs/trelctl/Render.h"
 
+#include <absl/strings/str_split.h>
+#include <absl/strings/strip.h>
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -178,10 +180,20 @@ std::string renderObject(const Json& object) {
     attributes.push_back({Runtime::escaped(name), cell(value)});
   std::string text =
       object.at("type").is_null() ? "objects:\n" : cell(object.at("type")) + "\n" + aligned(attributes);
-  for (const Json& operation : object.at("operations"))
-    text += fmt::format("  operation {}\n", cell(operation));
+  Json questions = object.value("questions", Json::array());
+  for (const Json& operation : object.at("operations")) {
+    bool asks = std::find(questions.begin(), questions.end(), operation) != questions.end();
+    text += fmt::format("  {} {}\n", asks ? "question" : "operation", cell(operation));
+  }
   for (const Json& entity : object.at("entities")) text += fmt::format("  {}\n", cell(entity));
   return text;
+}
+
+std::string renderLines(const std::string& text) {
+  std::string lines;
+  std::vector<std::string> split = absl::StrSplit(absl::StripSuffix(text, "\n"), '\n');
+  for (const std::string& line : split) lines += Runtime::escaped(line) + "\n";
+  return text.empty() ? "" : lines;
 }
 
 std::string renderTable(const std::string& name, const Json& rows) {

@@ -30,6 +30,8 @@ enum class Shown : uint8_t { whatMatters, all };
 // left out unless all is to be shown.
 std::string renderStatus(const Json& status, const Judgement& judgement, Shown shown);
 std::string renderObject(const Json& object);
+// Lines, of which each control character is escaped.
+std::string renderLines(const std::string& text);
 std::string renderTable(const std::string& name, const Json& rows);
 
 }  // namespace TrelCtl

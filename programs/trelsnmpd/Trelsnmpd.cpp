@@ -186,6 +186,7 @@ void Daemon::answer(const std::string& request, const Host::ControlServer::Answe
   if (op == Control::kOpAccept) return answer(acceptStores());
   if (op == Control::kOpValues) return answer(values(json));
   if (op == Control::kOpInspect) return answer(inspected(json));
+  if (op == Control::kOpCall) return answer(called(json));
   if (op == Control::kOpTrace) return answer(Host::traceReport(json));
   answer(Host::errorReply(
       fmt::format("found op \"{}\", expected {}", op.substr(0, 40), fmt::join(Control::kOps, ", "))));
@@ -204,6 +205,14 @@ std::unique_ptr<Host::Reply> Daemon::inspected(const nlohmann::json& request) co
   auto path = request.find("path");
   if (path != request.end() && !path->is_string()) return Host::errorReply("expected \"path\": a string");
   return Host::inspectReport(cluster_->objects(), request.value("path", ""));
+}
+
+std::unique_ptr<Host::Reply> Daemon::called(const nlohmann::json& request) const {
+  for (const char* name : {"path", "operation"}) {
+    if (!request.contains(name) || !request.at(name).is_string())
+      return Host::errorReply(fmt::format("expected \"{}\": a string", name));
+  }
+  return Host::callReport(cluster_->objects(), request.at("path"), request.at("operation"));
 }
 
 std::unique_ptr<Host::Reply> Daemon::acceptStores() {

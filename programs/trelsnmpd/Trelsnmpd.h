@@ -54,6 +54,7 @@ class Daemon {
   void answer(const std::string& request, const Host::ControlServer::Answer& answer);
   std::unique_ptr<Host::Reply> acceptStores();
   std::unique_ptr<Host::Reply> inspected(const nlohmann::json& request) const;
+  std::unique_ptr<Host::Reply> called(const nlohmann::json& request) const;
   std::unique_ptr<Host::Reply> values(const nlohmann::json& request) const;
   void tellWhenReady();
 

@@ -10,6 +10,7 @@
 
 #include <filesystem>
 #include <map>
+#include <sstream>
 
 #include "tests/e2e/Daemon.h"
 #include "tests/e2e/Reports.h"
@@ -345,6 +346,52 @@ TEST(ControlSocket, Inspect_ObjectsOfTheRunningDaemon) {
   auto objects = nlohmann::json::parse(daemon.ctl({"inspect", "--json"}).out).at("entities");
   for (const std::string object : objects) EXPECT_EQ(daemon.ctl({"inspect", object}).status, 0) << object;
   EXPECT_THAT(daemon.ctl({"inspect", "hostResources/4"}).err, HasSubstr("trelctl inspect lists them"));
+}
+
+TEST(ControlSocket, Call_WhatReadsIsCalled_NothingElseIs) {
+  Daemon daemon;
+  daemon.start();
+  EXPECT_THAT(daemon.ctl({"call", "ifMib", "ifIndexes"}).out, HasSubstr("\n1002 Backplane1/2\n"));
+  auto called = daemon.ctl({"call", "TrelSnmpIfTableSm", "conflicts"});
+  EXPECT_EQ(called.out, "") << "the example has none";
+  EXPECT_EQ(called.status, 0);
+  auto before = daemon.ctl({"tables"}).out;
+  auto refused = daemon.ctl({"call", "TrelSnmpIfTableSm", "doDeleteAll"});
+  EXPECT_EQ(refused.status, 1);
+  EXPECT_THAT(refused.err,
+              HasSubstr("operation \"doDeleteAll\" may change the object; expected an operation"));
+  EXPECT_THAT(daemon.ctl({"tables", "if"}).out, HasSubstr("1002"));
+}
+
+TEST(ControlSocket, TablesThatHelpNames_AreThoseThatAreServed) {
+  Daemon daemon;
+  daemon.start();
+  std::istringstream help(daemon.ctl({"tables", "--help"}).out);
+  std::string line;
+  while (std::getline(help, line) && !line.starts_with("Tables: ")) {
+  }
+  std::istringstream names(line.substr(line.find(' ') + 1));
+  std::vector<std::string> shown;
+  for (std::string name; names >> name;) shown.push_back("veldaTrel" + name + "Table");
+  std::vector<std::string> served;
+  auto tables = nlohmann::ordered_json::parse(daemon.ctl({"tables", "--json"}).out);
+  for (const auto& [name, rows] : tables.items()) served.push_back(name);
+  EXPECT_EQ(shown, served);
+}
+
+TEST(ControlSocket, Support_WhatTheDaemonSaysIsInTheArchive) {
+  Daemon daemon;
+  daemon.start();
+  Support::TempDir directory;
+  std::string archive = directory.file("a.tar");
+  auto written = daemon.ctl({"support", archive, "--config", directory.path()});
+  EXPECT_EQ(written.status, 0) << written.err;
+  auto file = [&](const char* name) { return Support::run({"tar", "-xOf", archive, name}).out; };
+  EXPECT_TRUE(nlohmann::json::parse(file("trel-support/status.json")).at("ready"));
+  EXPECT_EQ(nlohmann::json::parse(file("trel-support/tables.json")).at("veldaTrelBaIfTable").size(), 6u);
+  EXPECT_FALSE(nlohmann::json::parse(file("trel-support/traces.json")).at("handles").empty());
+  EXPECT_THAT(file("trel-support/doctor.txt"), HasSubstr("daemon"));
+  EXPECT_EQ(daemon.ctl({"support", archive}).status, 2) << "it is there already";
 }
 
 TEST(ControlSocket, Trace_SetsALevelOfTheRunningDaemon) {

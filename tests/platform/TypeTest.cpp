@@ -26,6 +26,7 @@ class Lamp final : public Kor::Object {
                                           })
                                       .operation("flip", &Lamp::flip)
                                       .operation("reset", [](Lamp& lamp) { lamp.switched = 0; })
+                                      .question("power", [](const Lamp& l) { return l.lit() ? l.watts : 0; })
                                       .build();
     return type;
   }
@@ -41,7 +42,7 @@ TEST_F(TypeTest, Type_ListsItsMembersInDeclarationOrder) {
   EXPECT_EQ(Lamp::type().name(), "Test::Lamp");
   EXPECT_THAT(attributeNames(Lamp::type()), ElementsAre("lit", "watts"));
   EXPECT_THAT(settableNames(Lamp::type()), ElementsAre("watts"));
-  EXPECT_THAT(operationNames(Lamp::type()), ElementsAre("flip", "reset"));
+  EXPECT_THAT(operationNames(Lamp::type()), ElementsAre("flip", "reset", "power"));
   EXPECT_FALSE(Lamp::type().newEntityForDir);
 }
 
@@ -62,6 +63,17 @@ TEST_F(TypeTest, Operations_AreInvokedByName) {
   EXPECT_TRUE(lamp_->lit());
   Kor::invoke(*lamp_, "reset");
   EXPECT_FALSE(lamp_->lit());
+}
+
+TEST_F(TypeTest, Questions_AreTheOperationsThatAreAskedOfAnObjectThatStaysAsItIs) {
+  Kor::invoke(*lamp_, "flip");
+  EXPECT_EQ(Kor::ask(*lamp_, "power"), "40");
+  Kor::invoke(*lamp_, "power");
+  EXPECT_EQ(thrown<Kor::NoSuchMemberException>([this] { Kor::ask(*lamp_, "flip"); }),
+            "Test::Lamp's operation \"flip\" may change the object");
+  EXPECT_EQ(lamp_->switched, 1);
+  EXPECT_EQ(thrown<Kor::NoSuchMemberException>([this] { Kor::ask(*lamp_, "x"); }),
+            "Test::Lamp has no operation \"x\"");
 }
 
 TEST_F(TypeTest, UnknownNames_AreRefusedWithTypeAndName) {

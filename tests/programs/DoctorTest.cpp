@@ -73,7 +73,57 @@ TEST(DoctorTest, Subagent_WithAndWithoutItsMaster) {
   (*facts.status)["address"] = "unix:/m";
   EXPECT_THAT(findings(facts), HasSubstr("OK    agentx         connected to the master agent at unix:/m\n"));
   (*facts.status)["connected"] = false;
-  EXPECT_THAT(findings(facts), HasSubstr("FAIL  agentx         no master agent at unix:/m\n"));
+  facts.master = "chose unix:/n, where a master's socket is";
+  EXPECT_THAT(findings(facts),
+              HasSubstr("FAIL  agentx         no master agent at unix:/m; --agentx auto chose unix:/n, "
+                        "where a master's socket is\n"));
+}
+
+TEST(DoctorTest, ViewsOfTheMaster_AreLookedAt) {
+  Facts facts = healthyMachine();
+  EXPECT_THAT(findings(facts), Not(HasSubstr("views")));
+  (*facts.status)["mode"] = "agentx";
+  EXPECT_THAT(findings(facts),
+              HasSubstr("WARN  views          snmpd's configuration lets nobody read anything\n"));
+  facts.views = {.anybody = true, .without = {}, .unread = ""};
+  EXPECT_THAT(findings(facts), HasSubstr("OK    views          those of snmpd include the tables\n"));
+  facts.views.without = {"systemonly"};
+  EXPECT_THAT(findings(facts),
+              HasSubstr("WARN  views          snmpd's view systemonly does not include the tables\n"
+                        "                     -> put \"view systemonly included .1.3.6.1.4.1."));
+  facts.views.unread = "/c: Permission denied";
+  EXPECT_THAT(findings(facts), HasSubstr("WARN  views          /c: Permission denied\n"));
+}
+
+TEST(DoctorTest, ServersOfTheStore_TheirVersions) {
+  Facts facts = healthyMachine();
+  facts.servers = {
+      {"a:1", "3.5.9", ""}, {"b:1", "3.10.0", ""}, {"c:1", "3.3.25", ""}, {"d:1", "", "d:1: refused"}};
+  EXPECT_THAT(findings(facts),
+              HasSubstr("OK    etcd           a:1 runs 3.5.9\n"
+                        "OK    etcd           b:1 runs 3.10.0\n"
+                        "WARN  etcd           c:1 runs 3.3.25, which is too old\n"
+                        "                     -> update it to etcd 3.4 or later\n"
+                        "WARN  etcd           d:1: refused\n"
+                        "                     -> see that etcd runs there; the other servers do meanwhile\n"
+                        "WARN  etcd           the servers run different versions: 3.10.0, 3.3.25, 3.5.9\n"));
+  facts.servers = {{"a:1", "3.5.9", ""}, {"b:1", "3.5.9", ""}};
+  EXPECT_EQ(verdictOf(findingsOf(facts)), Verdict::ok);
+}
+
+TEST(DoctorTest, UsersOfTheStore_WhatTheyMayWrite) {
+  Facts facts = healthyMachine();
+  facts.agentMayWrite = facts.memberMayWriteOthers = false;
+  EXPECT_THAT(findings(facts),
+              HasSubstr("OK    roles          trelsnmpd may not write values of members\n"
+                        "OK    roles          trelmemberd may not write values of other members\n"));
+  facts.agentMayWrite = true;
+  EXPECT_THAT(findings(facts),
+              HasSubstr("WARN  roles          trelsnmpd may write values of members\n"
+                        "                     -> trelctl store init makes users that may not"));
+  facts.memberMayWriteOthers = true;
+  EXPECT_THAT(findings(facts),
+              HasSubstr("WARN  roles          trelmemberd may write values of other members\n"));
 }
 
 TEST(DoctorTest, LoopbackAlone_IsOddOnlyInACluster) {

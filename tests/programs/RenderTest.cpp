@@ -159,11 +159,11 @@ TEST(RenderTest, Status_BeginsWithTheVerdict_AndLeavesOutWhatWorks) {
 TEST(RenderTest, Object_ItsAttributesOperationsAndEntities) {
   EXPECT_EQ(
       renderObject(Json::parse(
-          R"({"type":"T","attributes":{"name":"x","size":"12"},"operations":["go"],"entities":["1"]})")),
+          R"({"type":"T","attributes":{"name":"x","size":"12"},"operations":["go","ask"],"questions":["ask"],"entities":["1"]})")),
       "T\n"
       "  name  x\n"
       "  size  12\n"
-      "  operation go\n"
+      "  operation go\n  question ask\n"
       "  1\n");
   EXPECT_EQ(
       renderObject(Json::parse(R"({"type":null,"attributes":{},"operations":[],"entities":["a","b"]})")),

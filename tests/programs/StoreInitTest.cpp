@@ -140,5 +140,30 @@ TEST_F(StoreInitTest, UnusableArguments_NothingIsDone) {
   EXPECT_EQ(etcd_->ctl({"user", "list"}), "");
 }
 
+TEST_F(StoreInitTest, Doctor_SaysWhatTheUsersMayWrite_AndWritesNothing) {
+  auto doctor = [this](const std::string& agent, const std::string& member) {
+    std::string store = "etcd:" + etcd_->endpointList() + "/trel";
+    directory_.write("trelsnmpd.json",
+                     nlohmann::json({{"state", {store}}, {"etcd-credentials", file(agent)}}).dump());
+    directory_.write(
+        "trelmemberd.json",
+        nlohmann::json({{"member", 1}, {"store", store}, {"access", {{"credentials", file(member)}}}})
+            .dump());
+    return Support::run(
+               {TRELCTL, "doctor", "--config", directory_.path(), "--control", directory_.file("none.sock")})
+        .out;
+  };
+  ASSERT_EQ(init({"--members", "1", "--credentials", directory_.file("users"), "--enable"}).status, 0);
+  EXPECT_THAT(doctor("trel-agent", "trel-member-1"),
+              AllOf(testing::ContainsRegex("OK    etcd           " + etcd_->endpoint() + " runs [0-9.]+\n"),
+                    HasSubstr("OK    roles          trelsnmpd may not write values of members\n"
+                              "OK    roles          trelmemberd may not write values of other members\n")));
+  EXPECT_THAT(doctor("root", "root"), AllOf(HasSubstr("WARN  roles          trelsnmpd may write"),
+                                            HasSubstr("WARN  roles          trelmemberd may write")));
+  auto all = as("root").range({"trel/", "trel0"});
+  ASSERT_TRUE(all.ok());
+  EXPECT_TRUE(all->records.empty());
+}
+
 }  // namespace
 }  // namespace Member

@@ -1,0 +1,102 @@
+#include "programs/trelctl/SnmpdViews.h"
+
+#include <absl/strings/ascii.h>
+#include <absl/strings/match.h>
+#include <absl/strings/str_split.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <map>
+#include <set>
+
+#include "runtime/Errors.h"
+#include "runtime/File.h"
+
+namespace TrelCtl {
+namespace {
+
+constexpr uint64_t kMaxConfBytes = 1 << 20;
+constexpr size_t kReadViewOfAccess = 6;  // access GROUP CONTEXT MODEL LEVEL MATCH READ ...
+
+using Words = std::vector<std::string>;
+
+// "1.3.6." of ".1.3.6" and ".iso.3.6".
+std::string numbers(std::string subtree) {
+  if (subtree.starts_with('.')) subtree.erase(0, 1);
+  if (subtree.starts_with("iso")) subtree.replace(0, 3, "1");
+  return subtree + ".";
+}
+
+bool isAbove(const std::string& subtree) { return numbers(kTablesSubtree).starts_with(numbers(subtree)); }
+bool isBelow(const std::string& subtree) { return numbers(subtree).starts_with(numbers(kTablesSubtree)); }
+
+class ConfReader final {
+ public:
+  void read(const std::string& line) {
+    Words words = absl::StrSplit(line, absl::ByAnyChar(" \t\r"), absl::SkipEmpty());
+    if (words.empty() || words.front().starts_with('#')) return;
+    std::string directive = absl::AsciiStrToLower(words.front());
+    if (directive == "view" && words.size() >= 4) {
+      bool& includes = includes_[words[1]];
+      bool included = absl::EqualsIgnoreCase(words[2], "included");
+      // The last one counts, as a subtree may be excluded again. One below excludes some tables only.
+      if (isAbove(words[3]) || (included && isBelow(words[3]))) includes = included;
+    } else if (directive == "access" && words.size() > kReadViewOfAccess) {
+      uses(words[kReadViewOfAccess]);
+    } else if (directive.starts_with("rocommunity") || directive.starts_with("rwcommunity") ||
+               directive == "rouser" || directive == "rwuser") {
+      anybody_ = true;
+      auto limit = std::find(words.begin(), words.end(), "-V");
+      if (limit != words.end() && limit + 1 != words.end()) uses(*(limit + 1));
+    }
+  }
+
+  SnmpdViews views() const {
+    SnmpdViews views{anybody_, {}, ""};
+    for (const std::string& name : used_) {
+      auto found = includes_.find(name);
+      if (found == includes_.end() || !found->second) views.without.push_back(name);
+    }
+    return views;
+  }
+
+ private:
+  void uses(const std::string& view) {
+    anybody_ = true;
+    if (view != "none") used_.insert(view);
+  }
+
+  bool anybody_ = false;
+  std::set<std::string> used_;
+  std::map<std::string, bool> includes_;
+};
+
+}  // namespace
+
+SnmpdViews viewsIn(const std::string& text) {
+  ConfReader reader;
+  std::vector<std::string> lines = absl::StrSplit(text, '\n');
+  for (const std::string& line : lines) reader.read(line);
+  return reader.views();
+}
+
+SnmpdViews snmpdViews(const std::string& file, const std::string& directory) {
+  std::vector<std::string> paths;
+  std::error_code ignored;
+  for (const auto& entry : std::filesystem::directory_iterator(directory, ignored)) {
+    if (entry.path().extension() == ".conf") paths.push_back(entry.path().string());
+  }
+  std::sort(paths.begin(), paths.end());
+  paths.insert(paths.begin(), file);
+  std::string all;
+  for (const std::string& path : paths) {
+    absl::StatusOr<std::string> text = Runtime::readFile(path, kMaxConfBytes);
+    if (!text.ok())
+      return {
+          .anybody = false, .without = {}, .unread = Runtime::textOf(Runtime::errorOf(path, text.status()))};
+    all += *text + "\n";
+  }
+  return viewsIn(all);
+}
+
+}  // namespace TrelCtl

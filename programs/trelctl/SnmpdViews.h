@@ -1,0 +1,25 @@
+// Whom the configuration of a stock snmpd lets read the tables, where that is the master agent.
+#pragma once
+
+#include <fmt/format.h>
+
+#include <string>
+#include <vector>
+
+namespace TrelCtl {
+
+inline const std::string kTablesSubtree = fmt::format(".1.3.6.1.4.1.{}.3", TREL_ENTERPRISE_NUMBER);
+
+struct SnmpdViews {
+  bool anybody = false;              // somebody may read something
+  std::vector<std::string> without;  // views that somebody is limited to, and that lack the tables
+  std::string unread;                // a file that could not be read, and why
+};
+
+// Of lines in the syntax of snmpd.conf.
+SnmpdViews viewsIn(const std::string& text);
+// Of the file, then of the *.conf in the directory. Blocks.
+SnmpdViews snmpdViews(const std::string& file = "/etc/snmp/snmpd.conf",
+                      const std::string& directory = "/etc/snmp/snmpd.conf.d");
+
+}  // namespace TrelCtl
