@@ -147,10 +147,8 @@ void Daemon::reloaded(const Reading& reading) {
     std::string problem = reloadConf(reading, fixed);
     if (!problem.empty()) problems = {problem};
   }
-  if (!problems.empty()) {
-    return traceHandle.trace(0, "{}: not reloaded, what was in force stays{}", problems.front(),
-                             problems.size() == 1 ? "" : "; --check shows all that is wrong");
-  }
+  for (const std::string& problem : problems) traceHandle.trace(0, "{}", problem);
+  if (!problems.empty()) return traceHandle.trace(0, "not reloaded, what was in force stays");
   Host::TraceLog::levelsAre(reading.options.log.levels);
   for (const std::string& warning : reading.findings.warnings()) traceHandle.trace(1, "{}", warning);
   std::string restart =
