@@ -123,6 +123,22 @@ TEST_F(StoreInitTest, WithCertificates_TheNamesInThemAreTheUsers) {
   EXPECT_TRUE(put("root", "trel/members/2/x").ok());
 }
 
+TEST_F(StoreInitTest, WithoutTheCertificateThatServersAskFor_SaysWhatToDo) {
+  Support::Certificates certificates;
+  certificates.authority("ca");
+  certificates.certificate("server", "ca");
+  etcd_ = std::make_unique<Support::EtcdCluster>(certificates.serverOptions("server", "ca"));
+  Support::Result done = init({"--members", "1", "--etcd-ca", certificates.certFile("ca")});
+  EXPECT_EQ(done.status, 1);
+  EXPECT_THAT(done.err, HasSubstr("; if the servers ask for certificates (--client-cert-auth), give one with "
+                                  "--etcd-cert and --etcd-key\n"));
+  // Of a server that is not there nothing is guessed.
+  Support::Result away = Support::run({TRELCTL, "get", "--store", "etcd:127.0.0.1:1/trel", "--etcd-ca",
+                                       certificates.certFile("ca")});
+  EXPECT_EQ(away.status, 1);
+  EXPECT_THAT(away.err, testing::Not(HasSubstr("--etcd-cert")));
+}
+
 TEST_F(StoreInitTest, UnusableArguments_NothingIsDone) {
   EXPECT_THAT(TrelCtl::membersOf("3,1-2,255"), ElementsAre(3, 1, 2, 255));
   for (const char* text : {"", "1-", "2-1", "256", "1,,2", "x", "-1", "1,"}) {
