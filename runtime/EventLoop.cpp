@@ -103,9 +103,11 @@ void HeldSignalWatch::readable() {
 }
 
 TurnWatch::TurnWatch(EventLoop& loop, std::function<void()> turned)
-    : turned_(std::move(turned)), check_([&](uv_check_t* check) { return uv_check_init(loop.uv(), check); }) {
-  check_->data = this;
-  uv_check_start(check_.get(), [](uv_check_t* check) { static_cast<TurnWatch*>(check->data)->turned_(); });
+    : turned_(std::move(turned)),
+      prepare_([&](uv_prepare_t* prepare) { return uv_prepare_init(loop.uv(), prepare); }) {
+  prepare_->data = this;
+  uv_prepare_start(prepare_.get(),
+                   [](uv_prepare_t* prepare) { static_cast<TurnWatch*>(prepare->data)->turned_(); });
 }
 
 }  // namespace Runtime

@@ -83,15 +83,16 @@ class HeldSignalWatch {
   ReadWatch watch_;
 };
 
-// Calls back in every turn of the loop, after its I/O.
+// Calls back in every turn of the loop, after what runs in it and before the loop waits for I/O: nothing that
+// happened goes unnoticed while it waits.
 class TurnWatch {
  public:
   TurnWatch(EventLoop& loop, std::function<void()> turned);
-  void stop() { uv_check_stop(check_.get()); }
+  void stop() { uv_prepare_stop(prepare_.get()); }
 
  private:
   std::function<void()> turned_;
-  UvHandle<uv_check_t> check_;
+  UvHandle<uv_prepare_t> prepare_;
 };
 
 }  // namespace Runtime

@@ -29,6 +29,27 @@ TEST(TaskRunnerTest, OneSliceInEachTurn_OthersGetTheirsInBetween) {
   task->cancel();
 }
 
+// systemd was told that the daemon is ready only when a timer of 15 s woke it.
+TEST(TaskRunnerTest, WhatTheLastTaskDid_IsSeenBeforeTheLoopWaits) {
+  Runtime::EventLoop loop;
+  DrivenScheduler scheduler;
+  TaskRunner runner(loop, scheduler.get());
+  bool done = false;
+  bool seen = false;
+  auto task = Zavro::makePtr<Vem::Task>(scheduler.get(), Vem::kDefaultPriority, "task", [&] { done = true; });
+  Runtime::TurnWatch turns(loop, [&] {
+    seen = seen || done;
+    if (seen) loop.stop();
+  });
+  Runtime::Timer wakes(loop, [] {});
+  wakes.start(5000);
+  task->scheduleTask();
+  uint64_t begun = uv_now(loop.uv());
+  loop.run();
+  uv_update_time(loop.uv());
+  EXPECT_LT(uv_now(loop.uv()) - begun, 5000);
+}
+
 TEST(TaskRunnerTest, TaskScheduledBeforeOrAfterTheRunnerWasMade_Runs) {
   Runtime::EventLoop loop;
   DrivenScheduler scheduler;
