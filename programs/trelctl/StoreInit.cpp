@@ -43,15 +43,50 @@ Etcd::KeyRange beginningWith(const std::string& text) {
   return {text, end};
 }
 
+// What the names of a cluster's users begin with. "/" has no place in a certificate's name or a file's; no
+// two prefixes give the same.
+std::string clusterOf(const std::string& prefix) {
+  for (const char* twofold : {"--", "-/", "/-"}) {
+    if (prefix.find(twofold) == std::string::npos) continue;
+    throw Unusable(fmt::format(
+        "--store: found prefix {}, expected one with single \"-\" that are not beside a \"/\", as users are "
+        "named after it with \"--\" for each \"/\"",
+        Runtime::inQuotes(prefix)));
+  }
+  std::string cluster;
+  for (char c : prefix) cluster += c == '/' ? "--" : std::string(1, c);
+  return cluster;
+}
+
+// Otherwise members 1 and 10 would share names.
+void checkInterfaces(const std::string& interfaces) {
+  size_t at = interfaces.find('%');
+  bool own = at != std::string::npos;
+  for (; own && at != std::string::npos; at = interfaces.find('%', at + 1)) {
+    own = at + 1 < interfaces.size() && interfaces[at + 1] != '%' &&
+          (interfaces[at + 1] < '0' || interfaces[at + 1] > '9');
+  }
+  if (own) return;
+  throw Unusable(fmt::format(
+      "--interfaces: found {}, expected % with a character that is no digit behind it, such as Backplane%/: "
+      "each member writes only what begins so with its own number",
+      Runtime::inQuotes(interfaces)));
+}
+
+std::string interfacesOf(const std::string& interfaces, const std::string& member) {
+  std::string own;
+  for (char c : interfaces) own += c == '%' ? member : std::string(1, c);
+  return own;
+}
+
 std::vector<Account> accountsOf(const Etcd::Address& address, const InitOptions& what) {
   Etcd::KeySpace keys(address.prefix);
-  std::string cluster = address.prefix;
-  std::replace(cluster.begin(), cluster.end(), '/', '-');
+  std::string cluster = clusterOf(address.prefix);
+  checkInterfaces(what.interfaces);
   std::vector<Account> accounts{{cluster + "-agent", {}}};
   for (uint8_t member : what.members) {
     std::string number = std::to_string(member);
-    std::string interfaces = what.interfaces;
-    if (size_t at = interfaces.find('%'); at != std::string::npos) interfaces.replace(at, 1, number);
+    std::string interfaces = interfacesOf(what.interfaces, number);
     accounts.push_back({fmt::format("{}-member-{}", cluster, member),
                         {keys.below(std::vector<std::string>{"members", number}),
                          keys.below(std::vector<std::string>{"topology", number}),
@@ -86,16 +121,18 @@ class Init final {
  public:
   Init(const StoreOptions& options, const InitOptions& what)
       : address_(*Etcd::parseStore(options.store)),
+        access_(options.access),
         what_(what),
         all_(Etcd::KeySpace(address_.prefix).all()),
         calls_(Etcd::driver().calls(address_, options.access)) {}
 
   void run() {
+    std::vector<Account> accounts = accountsOf(address_, what_);
     if (!what_.credentials.empty() && what_.run == Run::wet && mkdir(what_.credentials.c_str(), 0700) != 0 &&
         errno != EEXIST) {
       throw Unusable(withError(what_.credentials));
     }
-    for (const Account& account : accountsOf(address_, what_)) add(account);
+    for (const Account& account : accounts) add(account);
     if (what_.enable) enable();
   }
 
@@ -129,6 +166,10 @@ class Init final {
       // Of an earlier run, which may not have come to the user.
       auto known = Etcd::readCredentials({.credentialsFile = file});
       if (!known.ok()) throw Unusable(Runtime::textOf(known.status()));
+      if (known->user != name) {
+        throw Unusable(fmt::format("{}: found user {}, expected {}: move the file away", file,
+                                   Runtime::inQuotes(known->user), Runtime::inQuotes(name)));
+      }
       password = known->password;
     } else {
       password = newPassword();
@@ -140,7 +181,42 @@ class Init final {
       return "; the user is there already, with a password that is not known here";
     }
     done(added);
-    return fmt::format("; its password is in {}", file);
+    bool certain = added.ok() || loggedIn(name, file);
+    if (!certain && name == kRoot) {
+      throw StoreFailed(fmt::format(
+          "user root is there already, and whether its password is that of {} cannot be told before "
+          "the servers ask who it is; nobody might be root then, so they were not told to: set it by "
+          "\"etcdctl user delete root\", and run this again",
+          file));
+    }
+    return fmt::format("; its password is in {}{}", file,
+                       certain ? "" : ", if it was not changed: the servers do not tell yet");
+  }
+
+  // Whether the user has that password; false: servers that do not ask cannot tell. Throws StoreFailed when
+  // it has another.
+  bool loggedIn(const std::string& name, const std::string& file) {
+    Etcd::Access access = access_;
+    access.credentialsFile = file;
+    auto calls = Etcd::driver().calls(address_, access);
+    // A key that is none of the cluster's: of those who have logged in only root may read it.
+    absl::Status read = calls->range({address_.prefix, ""}).status();
+    if (absl::IsUnauthenticated(read)) {
+      throw StoreFailed(
+          fmt::format("{}; the user has another password there: set this one by etcdctl user "
+                      "passwd {}, or move the file away",
+                      Runtime::textOf(read), name));
+    }
+    if (absl::IsPermissionDenied(read)) return true;
+    done(read);
+    return name == kRoot && serversAsk();
+  }
+
+  // Whether they refuse who has no name. Who is known by a certificate is not refused.
+  bool serversAsk() {
+    Etcd::Access nobody = access_;
+    nobody.credentialsFile.clear();
+    return !Etcd::driver().calls(address_, nobody)->range({address_.prefix, ""}).ok();
   }
 
   void enable() {
@@ -158,6 +234,7 @@ class Init final {
   }
 
   const Etcd::Address address_;
+  const Etcd::Access access_;
   const InitOptions& what_;
   const Etcd::KeyRange all_;
   std::unique_ptr<Etcd::Calls> calls_;

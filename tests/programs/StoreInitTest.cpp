@@ -85,6 +85,66 @@ TEST_F(StoreInitTest, CalledAgain_AddsMembersAndKeepsPasswords) {
   EXPECT_FALSE(std::filesystem::exists(file("trel-member-1")));
 }
 
+// It used to say that the file has the password, without a look.
+TEST_F(StoreInitTest, FileWithAnotherPassword_IsNotSaidToBeTheUsers) {
+  std::string users = directory_.file("users");
+  ASSERT_EQ(init({"--members", "1", "--credentials", users, "--enable"}).status, 0);
+  std::ofstream(file("trel-member-1")) << R"({"user": "trel-member-1", "password": "other"})";
+  Support::Argv again{"--members", "1", "--credentials", users, "--etcd-credentials", file("root")};
+  Support::Result refused = init(again);
+  EXPECT_EQ(refused.status, 1);
+  EXPECT_THAT(refused.err, HasSubstr("user \"trel-member-1\" of " + file("trel-member-1") + " was refused"));
+  EXPECT_THAT(refused.err, HasSubstr("; the user has another password there: set this one by etcdctl user "
+                                     "passwd trel-member-1, or move the file away\n"));
+  std::ofstream(file("trel-member-1")) << R"({"user": "trel-member-2", "password": "other"})";
+  EXPECT_THAT(init(again).err, HasSubstr(": found user \"trel-member-2\", expected \"trel-member-1\""));
+}
+
+TEST_F(StoreInitTest, BeforeTheServersAsk_NobodyIsLockedOutByAnOldFile) {
+  std::string users = directory_.file("users");
+  ASSERT_EQ(init({"--members", "1", "--credentials", users}).status, 0);
+  Support::Result again = init({"--members", "1", "--credentials", users});
+  EXPECT_EQ(again.status, 0) << again.err;
+  EXPECT_THAT(again.out, HasSubstr("; its password is in " + file("trel-member-1") +
+                                   ", if it was not changed: the servers do not tell yet\n"));
+  etcd_->ctl({"user", "add", "root:another"});
+  Support::writeLogin(directory_, "users/root.json", "root", "of another cluster");
+  Support::Result enabled = init({"--members", "1", "--credentials", users, "--enable"});
+  EXPECT_EQ(enabled.status, 1);
+  EXPECT_THAT(enabled.err, HasSubstr("user root is there already, and whether its password is that of " +
+                                     file("root") + " cannot be told before"));
+  EXPECT_TRUE(client_->put("other/a", "1").ok()) << "the servers ask now";
+}
+
+TEST_F(StoreInitTest, InterfacesOfOneMember_AreNoOtherMembers) {
+  for (const char* shared : {"", "eth%", "eth", "%0/", "P%x%"}) {
+    Support::Result refused = init({"--members", "1,10", "--interfaces", shared});
+    EXPECT_EQ(refused.status, 2) << shared;
+    EXPECT_THAT(refused.err, HasSubstr("--interfaces: found \"" + std::string(shared) +
+                                       "\", expected % with "
+                                       "a character that is no digit behind it, such as Backplane%/"));
+  }
+  EXPECT_EQ(etcd_->ctl({"user", "list"}), "");
+  EXPECT_THAT(init({"--members", "1", "--interfaces", "P%x%/", "--dry-run"}).out,
+              HasSubstr(" trel/interfaces/P1x1%2F*\n"));
+}
+
+// Both prefixes used to have the same users, so that a switch of one wrote the other's values.
+TEST_F(StoreInitTest, EachPrefixHasUsersOfItsOwn) {
+  auto initOf = [&](const std::string& prefix) {
+    return Support::run({TRELCTL, "store", "init", "--store", "etcd:" + etcd_->endpointList() + "/" + prefix,
+                         "--members", "1", "--dry-run"});
+  };
+  EXPECT_THAT(initOf("a-b").out, HasSubstr("\na-b-member-1: "));
+  EXPECT_THAT(initOf("a/b").out, HasSubstr("\na--b-member-1: "));
+  for (const char* twofold : {"a--b", "a-/b", "a/-b"}) {
+    Support::Result refused = initOf(twofold);
+    EXPECT_EQ(refused.status, 2) << twofold;
+    EXPECT_THAT(refused.err, HasSubstr("--store: found prefix \"" + std::string(twofold) +
+                                       "\", expected one with single \"-\""));
+  }
+}
+
 TEST_F(StoreInitTest, DryRunDoesNothing_AndWithoutPasswordsThereAreNoFiles) {
   Support::Result dry =
       init({"--members", "1", "--credentials", directory_.file("users"), "--enable", "--dry-run"});
@@ -133,8 +193,8 @@ TEST_F(StoreInitTest, WithoutTheCertificateThatServersAskFor_SaysWhatToDo) {
   EXPECT_THAT(done.err, HasSubstr("; if the servers ask for certificates (--client-cert-auth), give one with "
                                   "--etcd-cert and --etcd-key\n"));
   // Of a server that is not there nothing is guessed.
-  Support::Result away = Support::run({TRELCTL, "get", "--store", "etcd:127.0.0.1:1/trel", "--etcd-ca",
-                                       certificates.certFile("ca")});
+  Support::Result away = Support::run(
+      {TRELCTL, "get", "--store", "etcd:127.0.0.1:1/trel", "--etcd-ca", certificates.certFile("ca")});
   EXPECT_EQ(away.status, 1);
   EXPECT_THAT(away.err, testing::Not(HasSubstr("--etcd-cert")));
 }
