@@ -195,12 +195,28 @@ void print(const std::vector<Etcd::Op>& ops) {
   }
 }
 
-// `rest`: what to do when the store fails on the way.
-void carryOut(const Store& store, std::vector<Etcd::Op> ops, const char* rest) {
+std::vector<Etcd::Precondition> unchangedSince(const Etcd::Listing& seen, const std::vector<Etcd::Op>& ops) {
+  std::vector<Etcd::Precondition> unchanged;
+  for (const Etcd::Op& op : ops) {
+    auto at =
+        std::lower_bound(seen.records.begin(), seen.records.end(), op.key,
+                         [](const Etcd::Record& record, const std::string& key) { return record.key < key; });
+    if (at != seen.records.end() && at->key == op.key) unchanged.push_back({op.key, at->modRevision});
+  }
+  return unchanged;
+}
+
+// `rest`: what to do when the store fails on the way. `seen`: what a key must still be that is listed there.
+void carryOut(const Store& store, std::vector<Etcd::Op> ops, const char* rest,
+              const Etcd::Listing& seen = {}) {
   size_t done = 0;
   size_t all = ops.size();
   for (const auto& transaction : transactionsOf(std::move(ops), Etcd::Calls::kMaxTxnOps, kMaxTxnBytes)) {
-    absl::StatusOr<int64_t> revision = store.calls->txn(transaction, {});
+    absl::StatusOr<int64_t> revision = store.calls->txn(transaction, unchangedSince(seen, transaction));
+    if (absl::IsAborted(revision.status())) {
+      throw StoreFailed(fmt::format("what was listed has changed meanwhile; {} of {} changes were made, {}",
+                                    done, all, rest));
+    }
     if (!revision.ok()) {
       throw StoreFailed(fmt::format("{}; {} of {} changes were made, {}", Runtime::textOf(revision.status()),
                                     done, all, rest));
@@ -299,7 +315,8 @@ void forget(const StoreOptions& options, uint8_t member, const ForgetOptions& ho
         member));
   }
   if (!how.confirmed) confirm(fmt::format("delete these {} keys of member {}", own.size(), member));
-  carryOut(store, std::move(ops), "forget it again for the rest");
+  // Its trelmemberd may have started while somebody was asked.
+  carryOut(store, std::move(ops), "forget it again for the rest", how.force ? Etcd::Listing() : listing);
   fmt::print("{} deleted\n", own.size());
 }
 

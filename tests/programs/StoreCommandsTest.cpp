@@ -1,7 +1,10 @@
 // trelctl put, del, get, import and export against a real etcd server.
 #include <fmt/format.h>
 #include <gmock/gmock.h>
+#include <pty.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <nlohmann/json.hpp>
 
@@ -437,6 +440,34 @@ TEST_F(StoreCommandsTest, ForgetAMemberThatLives_IsRefusedUnlessForced) {
   EXPECT_THAT(fault(2, {"forget", "1", "--yes"}),
               StartsWith("member 1 publishes under a lease that lives, "));
   EXPECT_THAT(ctl({"forget", "1", "--yes", "--force"}), testing::EndsWith("1 deleted\n"));
+}
+
+// What a member that started while the terminal was asked had published used to be deleted, too.
+TEST_F(StoreCommandsTest, MemberPublishesWhileSomebodyIsAsked_ItKeepsItsKeys) {
+  ctl({"put", "members/1/processors/1", kLoad});
+  std::string to = store();
+  int terminal = -1;
+  pid_t asking = forkpty(&terminal, nullptr, nullptr, nullptr);
+  ASSERT_GE(asking, 0);
+  if (asking == 0) {
+    execl(TRELCTL, TRELCTL, "forget", "1", "--store", to.c_str(), nullptr);
+    _exit(127);
+  }
+  std::string said;
+  auto readUntil = [&](const std::string& text) {
+    char c = 0;
+    while (said.find(text) == std::string::npos && read(terminal, &c, 1) == 1) said += c;
+  };
+  readUntil("[y/N] ");
+  putUnderLease("members/1/processors/1", kLoad);
+  ASSERT_EQ(write(terminal, "y\n", 2), 2);
+  readUntil("forget it again for the rest");
+  int status = 0;
+  ASSERT_EQ(waitpid(asking, &status, 0), asking);
+  close(terminal);
+  EXPECT_EQ(WEXITSTATUS(status), 1) << said;
+  EXPECT_THAT(said, HasSubstr("what was listed has changed meanwhile; 0 of 1 changes were made, "));
+  EXPECT_THAT(rawKeys(), HasSubstr("members/1/processors/1"));
 }
 
 TEST_F(StoreCommandsTest, CredentialsComeFromAFile) {
