@@ -17,6 +17,8 @@ constexpr int kNewsLevel = 1;
 constexpr size_t kErrorsRemembered = 100;
 // What it takes to decode a value and to mirror it, roughly.
 constexpr size_t kDecodedBytes = 500;
+// So many changes leave enough freed memory behind to give it back, which takes milliseconds.
+constexpr size_t kManyChanges = 10'000;
 
 bool holdsAnyOf(const Snapshot& snapshot, const std::string& member) {
   auto all = allKinds();
@@ -49,7 +51,15 @@ Feed::Feed(KeySpace keys, const Settings& settings, const Zavro::Clock& clock, M
       changeTimes_(clock) {}
 
 void Feed::follow(Follower& follower) {
-  for (Batch& batch : follower.takeBatches()) take(std::move(batch));
+  size_t changes = 0;
+  for (Batch& batch : follower.takeBatches()) {
+    changes += batch.changes.size();
+    take(std::move(batch));
+  }
+  if (changes >= kManyChanges) {
+    follower.compact();
+    Runtime::returnFreedMemory();
+  }
   noteState(follower);
   // While the store is lost, nobody can be back, and nobody knows who is alive.
   if (state_ == Follower::State::watching) {

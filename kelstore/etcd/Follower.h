@@ -146,6 +146,8 @@ class Follower {
   const std::string& otherStore() const { return otherStore_; }
   const Counters& counters() const { return counters_; }
   size_t keys() const { return table_.size(); }
+  // See KeyTable.
+  void compact() { table_.compact(); }
   const KeyTable::AllRefused& refused() const { return table_.refused(); }
 
  private:

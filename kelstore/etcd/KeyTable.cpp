@@ -10,7 +10,7 @@ KeyTable::KeyTable(GroupOf groupOf, size_t most)
 
 // With the value: in a store that was restored from a copy, the same revision may have another one.
 KeyTable::Known KeyTable::knownOf(const Record& record) {
-  return {record.modRevision, record.lease, std::hash<std::string>()(record.value)};
+  return {record.modRevision, record.lease, static_cast<uint32_t>(std::hash<std::string>()(record.value))};
 }
 
 bool KeyTable::agrees(const Record& record, const Known& known) {
@@ -37,23 +37,30 @@ bool KeyTable::add(Keys& keys, const Record& record, AllRefused& refused) const 
   Group group = groupOf_(record.key);
   if (!admits(keys, record.key, group, refused)) return false;
   ++keys.sizes[group.name];
-  keys.change(keys.known.try_emplace(keys.known.end(), record.key)->second, knownOf(record));
+  keys.put(record.key, std::nullopt, knownOf(record));
   return true;
 }
 
-// Nothing known: the key is new, or goes.
-void KeyTable::Keys::change(Known& key, const Known& now) {
+void KeyTable::Keys::put(const std::string& key, const std::optional<Known>& before, const Known& now) {
   if (now.lease != 0) ++leases[now.lease];
-  auto before = leases.find(key.lease);
-  if (before != leases.end() && --before->second == 0) leases.erase(before);
-  key = now;
+  if (before) leaseGoes(before->lease);
+  known.put(key, now);
 }
 
-void KeyTable::remove(std::map<std::string, Known>::iterator key) {
-  auto size = keys_.sizes.find(groupOf_(key->first).name);
+void KeyTable::Keys::del(const std::string& key, const Known& before) {
+  leaseGoes(before.lease);
+  known.del(key);
+}
+
+void KeyTable::Keys::leaseGoes(int64_t lease) {
+  auto keys = leases.find(lease);
+  if (keys != leases.end() && --keys->second == 0) leases.erase(keys);
+}
+
+void KeyTable::remove(const std::string& key, const Known& known) {
+  auto size = keys_.sizes.find(groupOf_(key).name);
   if (--size->second == 0) keys_.sizes.erase(size);
-  keys_.change(key->second, {});
-  keys_.known.erase(key);
+  keys_.del(key, known);
 }
 
 bool KeyTable::deletedAfter(const std::string& key, int64_t revision) const {
@@ -62,40 +69,40 @@ bool KeyTable::deletedAfter(const std::string& key, int64_t revision) const {
 }
 
 std::string KeyTable::newest(int64_t revision) const {
-  const std::string* newest = nullptr;
+  std::string newest;
   int64_t changed = 0;
-  for (const auto& [key, known] : keys_.known) {
-    if (known.modRevision > revision || known.modRevision <= changed) continue;
-    newest = &key;
-    changed = known.modRevision;
+  for (auto at = keys_.known.begin(); !at.atEnd(); at.next()) {
+    int64_t modified = at.known().modRevision;
+    if (modified > revision || modified <= changed) continue;
+    newest = at.key();
+    changed = modified;
   }
-  return newest == nullptr ? std::string() : *newest;
+  return newest;
 }
 
 bool KeyTable::contradicts(const Record& record, int64_t revision) const {
-  auto at = keys_.known.find(record.key);
-  if (at == keys_.known.end() || at->second.modRevision > revision) return false;
-  if (record.modRevision != at->second.modRevision) return record.modRevision < at->second.modRevision;
-  return !agrees(record, at->second);
+  auto known = keys_.known.find(record.key);
+  if (!known || known->modRevision > revision) return false;
+  if (record.modRevision != known->modRevision) return record.modRevision < known->modRevision;
+  return !agrees(record, *known);
 }
 
 bool KeyTable::put(const Record& record) {
   if (deletedAfter(record.key, record.modRevision)) return false;
-  auto at = keys_.known.find(record.key);
-  if (at == keys_.known.end()) return add(keys_, record, refused_);
-  if (at->second.modRevision >= record.modRevision) return false;
-  keys_.change(at->second, knownOf(record));
+  auto known = keys_.known.find(record.key);
+  if (!known) return add(keys_, record, refused_);
+  if (known->modRevision >= record.modRevision) return false;
+  keys_.put(record.key, known, knownOf(record));
   return true;
 }
 
 // Tombstones are limited like keys. Beyond that a resync may bring a deleted key back until the next resync.
 std::optional<int64_t> KeyTable::del(const std::string& key, int64_t revision) {
   if (resyncing_ && tombstones_.size() < most_ && !deletedAfter(key, revision)) tombstones_[key] = revision;
-  auto found = keys_.known.find(key);
-  if (found == keys_.known.end() || found->second.modRevision > revision) return std::nullopt;
-  int64_t lease = found->second.lease;
-  remove(found);
-  return lease;
+  auto known = keys_.known.find(key);
+  if (!known || known->modRevision > revision) return std::nullopt;
+  remove(key, *known);
+  return known->lease;
 }
 
 void KeyTable::listingBegins() {
@@ -108,15 +115,17 @@ void KeyTable::listed(std::vector<Record> page) {
   for (Record& record : page) {
     if (!add(listedKeys_, record, listedRefused_)) continue;
     auto before = keys_.known.find(record.key);
-    bool same = before != keys_.known.end() && agrees(record, before->second);
+    bool same = before && agrees(record, *before);
     if (!same) listedChanges_.push_back(changeOf(std::move(record)));
   }
 }
 
 std::vector<Change> KeyTable::listingEnds() {
-  for (const auto& [key, known] : keys_.known) {
-    if (listedKeys_.known.contains(key)) continue;
-    listedChanges_.push_back({key, std::nullopt, known.lease});
+  auto listed = listedKeys_.known.begin();
+  for (auto before = keys_.known.begin(); !before.atEnd(); before.next()) {
+    while (!listed.atEnd() && listed.key() < before.key()) listed.next();
+    if (!listed.atEnd() && listed.key() == before.key()) continue;
+    listedChanges_.push_back({before.key(), std::nullopt, before.known().lease});
   }
   keys_ = std::exchange(listedKeys_, {});
   refused_ = std::exchange(listedRefused_, {});
@@ -141,45 +150,52 @@ std::vector<KeyTable::Suspect> KeyTable::compare(const std::string& from, const 
   AllRefused countedBefore;
   AllRefused& refused = wentBack_ ? countedBefore : resyncRefused_;
   int64_t revision = page.header.revision;
-  auto end = page.more ? keys_.known.upper_bound(page.records.back().key) : keys_.known.end();
-  auto known = keys_.known.lower_bound(from);
+  auto known = keys_.known.from(from);
+  auto knownBefore = [&](const std::string* key) {
+    return !known.atEnd() && (key != nullptr ? known.key() < *key : !page.more);
+  };
   auto missingBefore = [&](const std::string* key) {
-    for (; known != end && (key == nullptr || known->first < *key); ++known) {
-      Suspect suspect{known->first, std::nullopt, revision};
-      if (differs(suspect)) suspects.push_back(std::move(suspect));
+    for (; knownBefore(key); known.next()) {
+      Suspect suspect{known.key(), std::nullopt, revision};
+      if (differs(suspect, known.known())) suspects.push_back(std::move(suspect));
     }
   };
   for (const Record& found : page.records) {
     missingBefore(&found.key);
-    if (known != end && known->first == found.key) {
-      ++known;
+    std::optional<Known> same;
+    if (!known.atEnd() && known.key() == found.key) {
+      same = known.known();
+      known.next();
     } else if (!admits(keys_, found.key, groupOf_(found.key), refused)) {
       continue;
     }
     Suspect suspect{found.key, found, revision};
-    if (differs(suspect)) suspects.push_back(std::move(suspect));
+    if (differs(suspect, same)) suspects.push_back(std::move(suspect));
   }
   missingBefore(nullptr);
   return suspects;
 }
 
 bool KeyTable::differs(const Suspect& suspect) const {
-  auto known = keys_.known.find(suspect.key);
-  if (known == keys_.known.end()) return suspect.found && !deletedAfter(suspect.key, suspect.revision);
-  if (known->second.modRevision > suspect.revision) return false;
-  return !suspect.found || !agrees(*suspect.found, known->second);
+  return differs(suspect, keys_.known.find(suspect.key));
+}
+
+bool KeyTable::differs(const Suspect& suspect, const std::optional<Known>& known) const {
+  if (!known) return suspect.found && !deletedAfter(suspect.key, suspect.revision);
+  if (known->modRevision > suspect.revision) return false;
+  return !suspect.found || !agrees(*suspect.found, *known);
 }
 
 std::optional<Change> KeyTable::repair(Suspect suspect) {
   auto known = keys_.known.find(suspect.key);
   if (!suspect.found) {
-    int64_t lease = known == keys_.known.end() ? 0 : known->second.lease;
-    if (known != keys_.known.end()) remove(known);
+    int64_t lease = known ? known->lease : 0;
+    if (known) remove(suspect.key, *known);
     tombstones_[suspect.key] = suspect.revision;
     return Change{std::move(suspect.key), std::nullopt, lease};
   }
-  if (known != keys_.known.end()) {
-    keys_.change(known->second, knownOf(*suspect.found));
+  if (known) {
+    keys_.put(suspect.key, known, knownOf(*suspect.found));
   } else if (!add(keys_, *suspect.found, resyncRefused_)) {
     return std::nullopt;
   }

@@ -10,6 +10,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "kelstore/etcd/CompactKeys.h"
 #include "kelstore/etcd/Messages.h"
 
 namespace Kelstore::Etcd {
@@ -61,6 +62,9 @@ class KeyTable {
   void listingBegins();
   void listed(std::vector<Record> page);
   std::vector<Change> listingEnds();
+  // Moves all that is known together in memory. To be called when what was allocated between is free, so that
+  // whole pages can be given back.
+  void compact() { keys_.known = CompactKeys(keys_.known); }
 
   // From now on until resyncEnds(), a deletion leaves a tombstone, so that an older page does not bring the
   // key back. A repaired deletion leaves one, too, since older events may still come.
@@ -78,18 +82,17 @@ class KeyTable {
   std::optional<Change> repair(Suspect suspect);
 
  private:
-  struct Known {
-    int64_t modRevision = 0;
-    int64_t lease = 0;
-    size_t valueHash = 0;
-  };
+  using Known = CompactKeys::Known;
   // Keys, and how many there are of each group and with each lease.
   struct Keys {
-    std::map<std::string, Known> known;
+    CompactKeys known;
     std::unordered_map<std::string, size_t> sizes;
     std::unordered_map<int64_t, size_t> leases;
 
-    void change(Known& key, const Known& now);
+    // before: what was known of the key; nothing: it is new.
+    void put(const std::string& key, const std::optional<Known>& before, const Known& now);
+    void del(const std::string& key, const Known& before);
+    void leaseGoes(int64_t lease);
   };
   static Known knownOf(const Record& record);
   static bool agrees(const Record& record, const Known& known);
@@ -97,7 +100,8 @@ class KeyTable {
   // Whether the limits allow the key; else it is counted as refused.
   bool admits(const Keys& keys, const std::string& key, const Group& group, AllRefused& refused) const;
   bool add(Keys& keys, const Record& record, AllRefused& refused) const;
-  void remove(std::map<std::string, Known>::iterator key);
+  void remove(const std::string& key, const Known& known);
+  bool differs(const Suspect& suspect, const std::optional<Known>& known) const;
   bool deletedAfter(const std::string& key, int64_t revision) const;
 
   GroupOf groupOf_;

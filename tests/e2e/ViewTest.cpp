@@ -40,7 +40,17 @@ std::vector<Hiding> hidings() {
        [](const std::string& name) { return name.substr(0, name.rfind('.')).ends_with(".1"); }},
       {"firstAndLastRow", excluded("reach.3.1.2", kAnyColumn) + excluded("reach.3.3.2", kAnyColumn),
        [](const std::string& name) { return name.ends_with(".1.2") || name.ends_with(".3.2"); }},
-      {"instance", excluded("reach.4.2.1"), [](const std::string& name) { return name == "reach.4.2.1"; }}};
+      {"instance", excluded("reach.4.2.1"), [](const std::string& name) { return name == "reach.4.2.1"; }},
+      {"firstInstance", excluded("reach.3.1.2"),
+       [](const std::string& name) { return name == "reach.3.1.2"; }},
+      {"lastInstance", excluded("reach.5.3.2"),
+       [](const std::string& name) { return name == "reach.5.3.2"; }},
+      {"instances",
+       excluded("reach.3.1.3") + excluded("reach.3.2.1") + excluded("reach.4.3.2") + excluded("reach.5.1.2"),
+       [](const std::string& name) {
+         return name == "reach.3.1.3" || name == "reach.3.2.1" || name == "reach.4.3.2" ||
+                name == "reach.5.1.2";
+       }}};
 }
 
 class View : public testing::TestWithParam<std::tuple<Hiding, By>> {
@@ -106,6 +116,17 @@ TEST_P(View, GetBulk_PassesOverWhatIsHidden) {
   for (size_t count = 1; count <= seen_.size(); ++count) {
     std::vector<Varbind> first(seen_.begin(), seen_.begin() + static_cast<std::ptrdiff_t>(count));
     EXPECT_EQ(manager().getBulk(0, static_cast<int>(count), {"reach"}), walkOf(first)) << count;
+  }
+}
+
+TEST_P(View, GetBulk_FromEveryInstance_PassesOverWhatIsHidden) {
+  std::vector<Varbind> all = treeOf(kStates);
+  for (auto at = all.begin(); at != all.end(); ++at) {
+    std::vector<Varbind> next;
+    std::copy_if(at + 1, all.end(), std::back_inserter(next),
+                 [](const Varbind& other) { return !hiding().hides(other.name); });
+    EXPECT_THAT(manager().getBulk(0, static_cast<int>(all.size()), {at->name}), StartsWith(walkOf(next)))
+        << at->name;
   }
 }
 

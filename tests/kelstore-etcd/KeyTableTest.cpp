@@ -92,6 +92,16 @@ TEST_F(KeyTableTest, AKeyGoes_TheNextResyncFindsOneThatWasRefused) {
   EXPECT_THAT(refused(), IsEmpty());
 }
 
+TEST_F(KeyTableTest, MovedTogether_ItKnowsTheSame) {
+  listing({{"a1", "a2", "b1"}});
+  table_.compact();
+  EXPECT_EQ(table_.size(), 3u);
+  EXPECT_EQ(table_.newest(1), "a1");
+  EXPECT_FALSE(table_.put(record("a1", "v", 1))) << "it is known";
+  EXPECT_FALSE(table_.put(record("a3", "v", 2))) << "the group is full";
+  EXPECT_TRUE(table_.del("b1", 3));
+}
+
 // The keys that a page has more than one of are found missing together.
 TEST_F(KeyTableTest, ResyncFindsMoreThanThereIsRoomFor_NoMoreAreHeld) {
   listing({{"a1"}});
