@@ -1,24 +1,22 @@
 #include "host/Cluster.h"
 
-#include <unistd.h>
-
 #include <algorithm>
-#include <array>
 
 #include "platform/snmp/KelstoreUtil.h"
 #include "platform/zavro/Assert.h"
+#include "runtime/Hostname.h"
 #include "snmp-modules/veldaTrelHostResourcesMIB.h"
 #include "snmp-modules/veldaTrelMIB.h"
 
 namespace Host {
+namespace {
 
-std::string hostname() {
-  std::array<char, 256> name{};
-  return gethostname(name.data(), name.size() - 1) == 0 ? name.data() : "localhost";
-}
+constexpr uint64_t kNsPerSecond = 1'000'000'000;
+
+}  // namespace
 
 Cluster::Cluster(const std::vector<MakeSource>& sources, Zavro::Ptr<Vem::TaskScheduler> scheduler)
-    : hostname_(hostname()),
+    : hostname_(Runtime::hostname()),
       layers_(std::move(scheduler), mirror_),
       root_(Zavro::makePtr<Kor::Dir>("root")),
       trelMib_(TrelSnmp::trelMibFactory("trelMib")),
@@ -116,6 +114,49 @@ std::map<std::string, Zavro::Ptr<const Kor::Object>> Cluster::objects() const {
                                                               {"agent", agentRoot_->agent()}};
   for (const auto& pipeline : pipelines()) all.emplace(pipeline->name(), pipeline);
   return all;
+}
+
+// Nothing is known of members before all sources have said what they know.
+void Cluster::look(uint64_t nowUtcNs) {
+  wasComplete_ = wasComplete_ || complete();
+  if (wasComplete_) members_.look(facts(nowUtcNs));
+}
+
+Census::Facts Cluster::facts(uint64_t nowUtcNs) const {
+  using State = Kelstore::SourceStatus::State;
+  using Source = Census::MemberFacts::Source;
+  Census::Facts facts;
+  facts.nowUtcNs = nowUtcNs;
+  facts.names = mirror_.names();
+  facts.expected = mirror_.expected();
+  for (const auto& [id, name] : facts.names) facts.there[id];
+  for (const auto& dir : {mirror_.reachabilityDir(), mirror_.hostResourcesDir()}) {
+    for (auto at = dir->entityPtrIteratorConst(); at; at.next()) {
+      facts.there[Trel::MemberId::fromString(std::string_view(at.key()))];
+    }
+  }
+  for (auto member = mirror_.topologyConfig()->topoConfig().begin(); member; member.next()) {
+    facts.wired.insert(member.key());
+    if (member.value() == nullptr) continue;
+    for (auto at = (*member.value())->neighbor().begin(); at; at.next()) facts.wired.insert(at.key());
+  }
+  for (const Kelstore::SourceStatus& source : sources()) {
+    bool stale = source.state == State::stale;
+    facts.blind |= source.paths == 0 && (stale || source.state == State::loading);
+    if (!source.store) continue;
+    Source sourceIs = stale ? Source::stale : source.state == State::held ? Source::held : Source::current;
+    for (const Kelstore::MemberStatus& status : source.store->members) {
+      auto member = facts.there.find(Trel::MemberId::fromString(status.member));
+      if (member == facts.there.end()) continue;
+      Source is = sourceIs;
+      if (status.heldSinceUtcNs != 0) is = std::max(is, Source::held);
+      member->second.source = std::max(member->second.source, is);
+      if (!status.leased || status.leaseSeconds == 0 || status.lastChangeUtcNs == 0) continue;
+      // A publisher writes at least once in two thirds of its lease's time.
+      member->second.silentUtcNs = status.lastChangeUtcNs + 2 * status.leaseSeconds * kNsPerSecond;
+    }
+  }
+  return facts;
 }
 
 std::vector<Zavro::Ptr<const TrelSnmp::Agent::Pipeline>> Cluster::pipelines() const {

@@ -9,14 +9,12 @@
 #include <vector>
 
 #include "agent/TrelSnmpAgent.h"
+#include "census/Members.h"
 #include "kelstore/LayeredState.h"
 #include "kelstore/Mirror.h"
 #include "kelstore/Source.h"
 
 namespace Host {
-
-// This machine's name.
-std::string hostname();
 
 class Cluster {
  public:
@@ -43,6 +41,10 @@ class Cluster {
   // What the sources say, and the names of the sources by layer.
   const Kelstore::LayeredState& layers() const { return layers_; }
   std::vector<std::string> sourcesOfLayers() const;
+  // Takes what the sources say of members into the census; to be called once a second, and before somebody
+  // reads it.
+  void look(uint64_t nowUtcNs);
+  const Census::Members& members() const { return members_; }
   // Collectors of members that do not work, as the members say.
   const std::map<Kelstore::Path, Kelstore::Unread>& unread() const { return mirror_.unread(); }
   // Calls `done` when all that sources() shows is up to date, or when that takes too long
@@ -59,6 +61,7 @@ class Cluster {
  private:
   void mountTrelMib();
   void sysnameIs();
+  Census::Facts facts(uint64_t nowUtcNs) const;
 
   std::string hostname_;
   Kelstore::Mirror mirror_;
@@ -70,6 +73,8 @@ class Cluster {
   Zavro::Ptr<Snmp::Status> status_;
   Zavro::Ptr<TrelSnmp::Agent::Root> agentRoot_;
   Kor::Subscription sysnameSubscription_;
+  Census::Members members_;
+  bool wasComplete_ = false;
 };
 
 }  // namespace Host

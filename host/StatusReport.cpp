@@ -122,6 +122,18 @@ Json membersOf(const Sources& sources) {
   });
 }
 
+Json censusOf(const Census::Members& members) {
+  Json all = Json::array();
+  for (const auto& [id, member] : members.all()) {
+    all.push_back({{"member", id.text()},
+                   {"name", member.name.empty() ? Json(nullptr) : Json(member.name)},
+                   {"state", Kor::nameOf(member.state)},
+                   {"since", utcTime(member.sinceUtcNs)},
+                   {"changes", member.changes}});
+  }
+  return all;
+}
+
 // Members write them, so there may be any number.
 constexpr size_t kUnreadOfAMember = 20;
 constexpr size_t kUnreadInAll = 500;
@@ -209,6 +221,7 @@ std::unique_ptr<Reply> statusReport(const StatusInputs& inputs) {
       {"stores", storesOf(sources, inputs.nowUtcNs)},
       {"storeCounters", storeCountersOf(sources)},
       {"setAside", setAsideOf(sources)},
+      {"cluster", censusOf(inputs.cluster.members())},
       {"members", membersOf(sources)},
       {"unread", unread},
       {"unreadLeftOut", inputs.cluster.unread().size() - unread.size()},

@@ -32,8 +32,10 @@ struct Entities {
   Zavro::Ptr<IntfSnmp::IfMib> ifMib;
   Zavro::Ptr<Trel::TopologyConfig> topologyConfig;
   Zavro::Ptr<HostResourcesMib::StorageEntryMappings> mappings;
-  std::map<Path, Unread> unread;  // whose collectors do not work
-  std::string sysname;            // empty when the state gives none
+  std::map<Path, Unread> unread;                   // whose collectors do not work
+  std::map<Trel::MemberId, std::string> names;     // of the members' hosts
+  std::map<Trel::MemberId, std::string> expected;  // who belongs to the cluster, by name or ""
+  std::string sysname;                             // empty when the state gives none
   Kor::Notifier<> sysnameChanged;
 };
 

@@ -41,7 +41,7 @@ struct JsonOid {
   }
 };
 
-// By name, or by number.
+// By name, or by number. Where others may be newer, any other name or number is a value of its own.
 template <Kor::Named Enum>
 struct JsonEnum {
   static constexpr size_t kLast = Kor::kNames<Enum>.size() - 1;
@@ -51,9 +51,31 @@ struct JsonEnum {
     return names + "or 0 to " + std::to_string(kLast);
   }
   std::optional<Enum> decode(const nlohmann::json& json) const {
-    if (const auto* name = json.get_ptr<const std::string*>()) return Kor::named<Enum>(*name);
-    auto number = Runtime::JsonInteger<uint8_t>{0, kLast}.decode(json);
-    return number ? std::optional(static_cast<Enum>(*number)) : std::nullopt;
+    std::optional<Enum> known;
+    if (const auto* name = json.get_ptr<const std::string*>()) {
+      known = Kor::named<Enum>(*name);
+    } else if (auto number = Runtime::JsonInteger<uint8_t>{0, kLast}.decode(json)) {
+      known = static_cast<Enum>(*number);
+    }
+    if constexpr (Kor::Growing<Enum>) {
+      if (!known && mayBeNewer(json)) return Enum::unrecognized;
+    }
+    return known;
+  }
+  std::string warning(const nlohmann::json& json, Enum value) const {
+    if constexpr (Kor::Growing<Enum>) {
+      if (value == Enum::unrecognized && json != Kor::kUnrecognized)
+        return fmt::format("{}; it is served as \"{}\"", Runtime::foundExpected(json, expected()),
+                           Kor::kUnrecognized);
+    }
+    return {};
+  }
+
+ private:
+  static bool mayBeNewer(const nlohmann::json& json) {
+    if (const auto* name = json.get_ptr<const std::string*>())
+      return Runtime::isPlain(*name) && !name->empty();
+    return Runtime::JsonInteger<uint8_t>().decode(json).has_value();
   }
 };
 

@@ -11,6 +11,8 @@ Mirror::Mirror()
                     Kor::Entity::singletonIs(HostResourcesMib::StorageEntryMappings::kTypeName)),
                 {},
                 {},
+                {},
+                {},
                 {}} {}
 
 }  // namespace Kelstore

@@ -28,6 +28,10 @@ class Mirror {
 
   // Collectors of members that do not work, as the members say.
   const std::map<Path, Unread>& unread() const { return entities_.unread; }
+  // The names of the members' hosts, as far as they say.
+  const std::map<Trel::MemberId, std::string>& names() const { return entities_.names; }
+  // Who belongs to the cluster, by the name or ""; empty: the state does not say.
+  const std::map<Trel::MemberId, std::string>& expected() const { return entities_.expected; }
   // The system's name; empty when the state gives none.
   const std::string& sysname() const { return entities_.sysname; }
   [[nodiscard]] Kor::Subscription subscribeSysname(std::function<void()> callback) const {

@@ -18,6 +18,10 @@ constexpr Runtime::JsonNumber kMomentSeconds{0, 18446744073};
 // ---- The fields of each type.
 
 template <>
+constexpr auto kFields<Expected> = std::tuple(field("name", &Expected::name, kName,
+                                                    "the host's, for people"));
+
+template <>
 constexpr auto kFields<Interface> =
     std::tuple(field("ifIndex", &Interface::ifIndex,
                      "another one for each interface of the whole cluster: those that share one share a row"),
@@ -73,13 +77,15 @@ constexpr auto kFields<Mapping> = std::tuple(field("index", &Mapping::index, "of
 
 namespace {
 
-std::optional<Value> decodeSysname(const nlohmann::json& json, Runtime::JsonNotes& notes) {
+std::optional<Value> decodeName(const nlohmann::json& json, Runtime::JsonNotes& notes) {
   if (auto name = kName.decode(json)) return Value(*std::move(name));
   notes.faults.push_back({"", Runtime::foundExpected(json, kName.expected())});
   return std::nullopt;
 }
 
-nlohmann::json encoded(const std::string& sysname) { return sysname; }
+std::vector<FieldSpec> nameSpec() { return {{"", kName.expected(), false, ""}}; }
+
+nlohmann::json encoded(const std::string& name) { return name; }
 nlohmann::json encoded(const Present& /*value*/) { return nlohmann::json::object(); }
 template <class Struct>
 nlohmann::json encoded(const Struct& value) {
@@ -128,6 +134,26 @@ void applySysname(Entities& entities, const Path& path, const View& view) {
   std::string name = value == nullptr ? "" : value->get<std::string>();
   if (name == std::exchange(entities.sysname, name)) return;
   entities.sysnameChanged.notify();
+}
+
+void applyExpected(Entities& entities, const Path& path, const View& view) {
+  const Value* value = view.find(path);
+  auto member = keyOf<Trel::MemberId>(path.first());
+  if (value == nullptr) {
+    entities.expected.erase(member);
+  } else {
+    entities.expected.insert_or_assign(member, value->get<Expected>().name.value_or(""));
+  }
+}
+
+void applyName(Entities& entities, const Path& path, const View& view) {
+  const Value* value = view.find(path);
+  auto member = keyOf<Trel::MemberId>(path.first());
+  if (value == nullptr) {
+    entities.names.erase(member);
+  } else {
+    entities.names.insert_or_assign(member, value->get<std::string>());
+  }
 }
 
 const Mapping* mappingAt(const Path& path, const View& view) {
@@ -250,11 +276,12 @@ void applyUnread(Entities& entities, const Path& path, const View& view) {
 using Entity = MemberEntity;
 
 constexpr auto kKinds = std::to_array<KindSpec>({
-    {Kind::sysname, "sysname", Owner::cluster, Entity::none, "the system's name, in traces", decodeSysname,
-     [] {
-       return std::vector<FieldSpec>{{"", kName.expected(), false, ""}};
-     },
-     applySysname},
+    {Kind::sysname, "sysname", Owner::cluster, Entity::none, "the system's name, in traces", decodeName,
+     nameSpec, applySysname},
+    {Kind::expected, "expected/<member>", Owner::cluster, Entity::none,
+     "that a member belongs to the cluster; while there is none, whoever the topology names or who publishes "
+     "does",
+     decodeObject<Expected>, fieldSpecs<Expected>, applyExpected},
     {Kind::mountMapping, "storageMappings/mounts/<mount point>", Owner::cluster, Entity::none,
      "the row of `veldaTrelStorageTable` that a mount point has, the same for every member; a row follows "
      "its mapping at once",
@@ -266,6 +293,8 @@ constexpr auto kKinds = std::to_array<KindSpec>({
      "the SNMP index of an interface", decodeObject<Interface>, fieldSpecs<Interface>, applyInterface},
     {Kind::link, "topology/<member>/<neighbour>", Owner::member, Entity::none, "a link, as it is configured",
      decodeObject<Link>, fieldSpecs<Link>, applyLink},
+    {Kind::name, "members/<member>/name", Owner::member, Entity::name,
+     "the name of a member's host, for people; no table has it", decodeName, nameSpec, applyName},
     {Kind::system, "members/<member>/system", Owner::member, Entity::hostResources,
      "a member's row of `veldaTrelHrSystemTable`", decodeObject<System>, fieldSpecs<System>, applySystem},
     {Kind::memory, "members/<member>/memory", Owner::member, Entity::hostResources,
@@ -319,7 +348,7 @@ const KindSpec& specOf(Kind kind) {
 
 std::span<const Kind> kindsIn(MemberEntity entity) {
   static const auto* byEntity = [] {
-    auto* kinds = new std::array<std::vector<Kind>, 4>;
+    auto* kinds = new std::array<std::vector<Kind>, 5>;
     for (const KindSpec& spec : kKinds) (*kinds)[static_cast<size_t>(spec.entity)].push_back(spec.kind);
     return kinds;
   }();

@@ -33,10 +33,12 @@ struct Entities;
 // whose rows use them, and a container before its elements.
 enum class Kind : uint8_t {
   sysname,
+  expected,
   mountMapping,
   memoryMapping,
   interface,
   link,
+  name,
   system,
   memory,
   processors,
@@ -53,6 +55,12 @@ enum class Kind : uint8_t {
 // The value of a container: it is there, possibly without elements.
 struct Present {
   bool operator==(const Present&) const = default;
+};
+
+// A member that belongs to the cluster, whether it is there or not.
+struct Expected {
+  std::optional<std::string> name;  // the host's
+  bool operator==(const Expected&) const = default;
 };
 
 struct Interface {
@@ -102,9 +110,9 @@ using System = HostResources::HostResources::System;
 using Memory = HostResources::MemInfo::Amounts;
 using Mapping = HostResourcesMib::StorageTableEntry;
 
-// std::string: the system's name.
-using Value = OneOf<Present, Interface, Link, Processor, Storage, Reachability, Unread, System, Memory,
-                    Mapping, std::string>;
+// std::string: a name.
+using Value = OneOf<Present, Expected, Interface, Link, Processor, Storage, Reachability, Unread, System,
+                    Memory, Mapping, std::string>;
 
 // Who may publish a path.
 enum class Owner : uint8_t {
@@ -113,8 +121,8 @@ enum class Owner : uint8_t {
   member,       // the member that the path's first variable segment names
 };
 
-// Which of its member's entities holds a value. `unread` is no entity but Entities::unread.
-enum class MemberEntity : uint8_t { none, hostResources, reachability, unread };
+// Which of its member's entities holds a value. `name` and `unread` are none, but Entities::names and unread.
+enum class MemberEntity : uint8_t { none, name, hostResources, reachability, unread };
 
 // A field of a value, as documents and messages describe it.
 struct FieldSpec {

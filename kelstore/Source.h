@@ -36,6 +36,7 @@ struct MemberStatus {
   uint64_t heldSinceUtcNs = 0;  // its lease ended by itself, and its values are held for a while; 0: no
   std::optional<double> clockAheadSeconds{};  // of ours; negative: behind; nothing: not known
   double clockErrorSeconds = 0;               // of that, about
+  uint64_t leaseSeconds = 0;                  // for which the lease was granted; 0: not asked yet
 
   bool operator==(const MemberStatus&) const = default;
 };

@@ -19,6 +19,7 @@
 #include "member/Cgroup.h"
 #include "runtime/Errors.h"
 #include "runtime/File.h"
+#include "runtime/Hostname.h"
 
 namespace Member {
 namespace {
@@ -69,6 +70,8 @@ absl::StatusOr<uint32_t> LinuxMachine::users() {
 }
 
 // Not with libproc2, which keeps 256 KiB for every thread on which it lists processes.
+std::string LinuxMachine::name() { return Runtime::hostname(); }
+
 absl::StatusOr<uint32_t> LinuxMachine::processes() {
   std::unique_ptr<DIR, Close> directory(opendir(files_.proc.c_str()));
   if (!directory) return errorOf(files_.proc, errno);

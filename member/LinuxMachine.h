@@ -21,6 +21,7 @@ class LinuxMachine final : public LocalMachine {
   LinuxMachine() = default;
   explicit LinuxMachine(Files files) : files_(std::move(files)) {}
 
+  std::string name() override;
   absl::StatusOr<double> uptime() override;
   // As who(1) counts them. A machine without a database does not know: an error.
   absl::StatusOr<uint32_t> users() override;

@@ -50,6 +50,8 @@ struct Room {
 class LocalMachine {
  public:
   virtual ~LocalMachine() = default;
+  // Of the host; empty when it has none. Answers at once.
+  virtual std::string name() = 0;
   // Seconds since the machine started.
   virtual absl::StatusOr<double> uptime() = 0;
   // Sessions of logged-in users.

@@ -18,8 +18,9 @@ constexpr const char* kName = "local";
 
 // What concerns the figures that this source provides.
 bool isOfFigures(Kind kind) {
-  Kelstore::MemberEntity entity = Kelstore::specOf(kind).entity;
-  return entity == Kelstore::MemberEntity::hostResources || entity == Kelstore::MemberEntity::unread;
+  using Entity = Kelstore::MemberEntity;
+  Entity entity = Kelstore::specOf(kind).entity;
+  return entity == Entity::hostResources || entity == Entity::unread || entity == Entity::name;
 }
 
 // The storage mappings of the other sources that count.

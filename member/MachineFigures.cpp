@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "member/Figures.h"
+#include "runtime/Text.h"
 
 namespace Member {
 
@@ -96,6 +97,8 @@ std::vector<Kelstore::Snapshot::Entry> MachineFigures::entries() const {
   auto add = [&](Kind kind, const std::string& second, const Kelstore::Value& value) {
     entries.push_back({{kind, member_, second}, value});
   };
+  std::string name = machine_->name();
+  if (!name.empty() && Runtime::isPlain(name)) add(Kind::name, "", name);
   if (uptimeSeconds_ || users_ || processes_ || memory_) {
     double sinceAnswer = static_cast<double>(clock_.monotonicNs() - uptimeAtNs_) / 1e9;
     add(Kind::system, "",

@@ -16,6 +16,7 @@ int rankOf(NeighbourReachability::State state) {
     case State::unreachable:
       return 0;
     case State::unknown:
+    case State::unrecognized:  // nobody here says it
       return 1;
     case State::initializing:
       return 2;

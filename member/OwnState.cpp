@@ -177,6 +177,7 @@ void OwnState::earlierIs(const Entry& entry) {
   }
   if (path.kind != Kind::reachability) return;
   const auto& report = value.get<Kelstore::Reachability>();
+  if (report.state == Trel::ReachabilityState::unrecognized) return;  // of a newer version that ran before
   for (const auto& neighbour : neighbours_) {
     const NeighbourConfig& config = neighbour->config();
     bool same =

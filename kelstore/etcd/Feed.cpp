@@ -176,6 +176,7 @@ void Feed::noteMembers(const std::map<std::string, int64_t>& leases) {
     if (lease != 0 && lease != std::exchange(member.lease, lease)) {
       member.status.leased = true;
       member.status.leaseLeftSeconds.reset();
+      member.status.leaseSeconds = 0;
     }
     mailbox_.memberIs(member.status);
   }
@@ -301,10 +302,11 @@ std::vector<int64_t> Feed::takeLeases() {
   return {leases.begin(), leases.end()};
 }
 
-void Feed::leaseIs(int64_t lease, std::optional<uint64_t> secondsLeft) {
+void Feed::leaseIs(int64_t lease, std::optional<uint64_t> secondsLeft, uint64_t grantedSeconds) {
   for (auto& [name, member] : members_) {
     if (member.lease != lease) continue;
     member.status.leaseLeftSeconds = secondsLeft;
+    member.status.leaseSeconds = grantedSeconds;
     // Keys that it still has are held for a while, or stay without a lease.
     if (!secondsLeft) {
       member.lease = 0;

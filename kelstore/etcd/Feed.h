@@ -43,7 +43,7 @@ class Feed {
   // The leases of members' keys, each once. What was known of the time they have left is forgotten.
   std::vector<int64_t> takeLeases();
   // What the store says of one of them; nothing: it has ended.
-  void leaseIs(int64_t lease, std::optional<uint64_t> secondsLeft);
+  void leaseIs(int64_t lease, std::optional<uint64_t> secondsLeft, uint64_t grantedSeconds);
 
  private:
   struct Member {

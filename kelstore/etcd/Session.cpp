@@ -421,7 +421,8 @@ class Session::Impl {
       --leaseQuestions_;
       int64_t left = call->response.ttl();
       if (call->status.ok())
-        feed_.leaseIs(lease, left < 0 ? std::optional<uint64_t>() : static_cast<uint64_t>(left));
+        feed_.leaseIs(lease, left < 0 ? std::optional<uint64_t>() : static_cast<uint64_t>(left),
+                      static_cast<uint64_t>(std::max<int64_t>(call->response.grantedttl(), 0)));
       askForMoreLeases();
     }));
   }

@@ -3,6 +3,10 @@
 //
 //   enum State : uint8_t { unknown, running };
 //   friend constexpr auto namesOf(State) { return std::to_array<std::string_view>({"unknown", "running"}); }
+//
+// An enumeration of what others say, who may be newer, has a value for all that is not among these:
+//
+//   enum State : uint8_t { unknown, running, unrecognized = 255 };
 #pragma once
 
 #include <algorithm>
@@ -23,9 +27,18 @@ concept Named = std::is_enum_v<Enum> && requires(Enum value) {
 template <Named Enum>
 inline constexpr auto kNames = namesOf(Enum{});
 
+template <class Enum>
+concept Growing = Named<Enum> && requires {
+  Enum::unrecognized;
+};
+inline constexpr std::string_view kUnrecognized = "unrecognized";
+
 // The value's name, or its number when it has none.
 template <Named Enum>
 std::string nameOf(Enum value) {
+  if constexpr (Growing<Enum>) {
+    if (value == Enum::unrecognized) return std::string(kUnrecognized);
+  }
   auto ordinal = static_cast<size_t>(value);
   return ordinal < kNames<Enum>.size() ? std::string(kNames<Enum>[ordinal]) : std::to_string(ordinal);
 }

@@ -70,7 +70,7 @@ struct EnumToAsnUnsignedF {
   }
   // The name of the served number; the number itself when it has none.
   static std::string nameOf(uint32_t number) {
-    if (number == 0) return "unrecognized";
+    if (number == 0) return std::string(Kor::kUnrecognized);
     return number > Kor::kNames<Enum>.size() ? std::to_string(number)
                                              : Kor::nameOf(static_cast<Enum>(number - 1));
   }

@@ -16,7 +16,15 @@ namespace Trel {
 // One member's view of one neighbour. Immutable: a change is a new record.
 class ReachabilityState final : public Kor::ValueEntity {
  public:
-  enum State : uint8_t { unknown, initializing, reachable, degraded, unreachable, disabled };
+  enum State : uint8_t {
+    unknown,
+    initializing,
+    reachable,
+    degraded,
+    unreachable,
+    disabled,
+    unrecognized = 255,  // a newer member says another one
+  };
   friend constexpr auto namesOf(State /*state*/) {
     return std::to_array<std::string_view>(
         {"unknown", "initializing", "reachable", "degraded", "unreachable", "disabled"});

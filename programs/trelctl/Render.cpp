@@ -150,6 +150,7 @@ std::string renderStatus(const Json& status, const Judgement& judgement, Shown s
     for (const Json& other : others) told.erase(other);
   }
   text += collectors(status.at("collectors"), shown);
+  text += sectionIfAny("cluster", status.value("cluster", Json::array()));
   if (!status.at("stores").empty()) {
     text += sectionWithSentences("stores", status.at("stores"),
                                  {{"otherStore", "other store"}, {"lastError", "last error"}}, told);

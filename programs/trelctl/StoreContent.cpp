@@ -95,10 +95,11 @@ std::vector<std::string> keysOfMember(const Kelstore::Etcd::KeySpace& keys,
   }
   const std::string members = keys.below(std::array<std::string, 2>{"members", id}).first;
   const std::string topology = keys.below(std::array<std::string, 2>{"topology", id}).first;
+  const std::string expected = keys.key(Kelstore::Path(Kelstore::Kind::expected, id, ""));
   std::vector<std::string> own;
   for (const auto& record : listing.records) {
     const std::string& key = record.key;
-    bool below = key.starts_with(members) || key.starts_with(topology);
+    bool below = key.starts_with(members) || key.starts_with(topology) || key == expected;
     if (below || (interfaces.contains(key) && !ofOthers.contains(key))) own.push_back(key);
   }
   return own;

@@ -49,6 +49,7 @@ class Reasons final {
     collectors();
     stores();
     members();
+    cluster();
     for (const Json& conflict : status_.at("conflicts")) degraded("conflict", textAt(conflict, "conflict"));
     auto worse = [](const Reason& a, const Reason& b) { return a.verdict > b.verdict; };
     std::stable_sort(judgement_.reasons.begin(), judgement_.reasons.end(), worse);
@@ -166,6 +167,32 @@ class Reasons final {
             "member{} {} {} no lease, so the rows stay when the member is gone: start trelmemberd there, "
             "or trelctl forget them",
             one ? "" : "s", fmt::join(withoutLease, ", "), one ? "has" : "have"));
+  }
+
+  // Whose values are held or stale is told of the source.
+  void cluster() {
+    for (const Json& member : status_.value("cluster", Json::array())) {
+      std::string state = textAt(member, "state");
+      std::string name = textAt(member, "name");
+      std::string who =
+          fmt::format("member {}{} ", textAt(member, "member"), name.empty() ? "" : " (" + name + ")");
+      if (state == "lost") {
+        degraded("memberLost",
+                 fmt::format("{}is lost{}: it has no rows until it is back", who, since(member, "since")));
+      } else if (state == "expected") {
+        degraded(
+            "memberExpected",
+            fmt::format("{}belongs to the cluster, and has not been there: start trelmemberd there", who));
+      } else if (state == "silent") {
+        degraded("memberSilent", fmt::format("{}says nothing any more{}, although its lease lives", who,
+                                             since(member, "since")));
+      } else if (state == "unexpected") {
+        degraded(
+            "memberUnexpected",
+            fmt::format("{}is not among those who are expected: trelctl put expected/{} '{{}}', or end it",
+                        who, textAt(member, "member")));
+      }
+    }
   }
 
   void clock(const std::string& member, const Json& status) {

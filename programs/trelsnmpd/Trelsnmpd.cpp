@@ -26,6 +26,7 @@ namespace {
 const Lumalog::Handle traceHandle("Daemon");
 
 constexpr mode_t kStateMode = 0700;
+constexpr uint64_t kCensusMs = 1000;
 
 // Makes and locks the state directory. Returns what is wrong, in one line.
 std::string claimState(const std::string& directory, Runtime::LockFile& lock) {
@@ -105,6 +106,7 @@ void Daemon::start(const Kelstore::Etcd::Driver* etcd) {
   error_ = snmp_->error();
   if (!error_.empty()) return;
   cluster_->snmpIsUp();
+  census_.start(kCensusMs, kCensusMs);
   untilReady_.emplace(loop_, [this] { tellWhenReady(); });
   for (int signal : {SIGTERM, SIGINT}) signals_.emplace_back(loop_, signal, [this] { loop_.stop(); });
   for (const std::string& warning : options_.warnings) traceHandle.trace(1, "{}", warning);
@@ -176,6 +178,7 @@ void Daemon::answer(const std::string& request, const Host::ControlServer::Answe
   const auto& op = json["op"].get_ref<const std::string&>();
   if (op == Control::kOpTables) return answer(Host::tableReport(cluster_->trelMib()));
   auto report = [this, answer] {
+    cluster_->look(clock_.utcNs());
     answer(Host::statusReport({options_.member, clock_.monotonicNs() - startedNs_, clock_.utcNs(), *snmp_,
                                *cluster_, *scheduler_, log_.state()}));
   };

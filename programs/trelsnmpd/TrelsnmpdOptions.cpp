@@ -7,7 +7,6 @@
 #include <charconv>
 #include <string_view>
 
-#include "host/Cluster.h"
 #include "host/SnmpConf.h"
 #include "host/TraceOptions.h"
 #include "host/control/ControlProtocol.h"
@@ -19,6 +18,7 @@
 #include "runtime/Directories.h"
 #include "runtime/Errors.h"
 #include "runtime/File.h"
+#include "runtime/Hostname.h"
 #include "runtime/Text.h"
 #include "runtime/Version.h"
 
@@ -141,7 +141,7 @@ void complete(const Runtime::Settings& settings, Options& options, Runtime::Find
   if (options.indexFile.empty()) options.indexFile = options.stateDirectory + kIndexFile;
   for (const std::string& text : options.limitTexts) Kelstore::limitsAre(text, options.limits).IgnoreError();
   options.etcd.place =
-      settings.isGiven("member") ? options.member : std::hash<std::string>()(Host::hostname());
+      settings.isGiven("member") ? options.member : std::hash<std::string>()(Runtime::hostname());
   options.atStart = settings.atStart();
 }
 

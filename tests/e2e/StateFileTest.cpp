@@ -309,9 +309,9 @@ class WrongValue : public StateFile, public testing::WithParamInterface<Fault> {
 INSTANTIATE_TEST_SUITE_P(
     All, WrongValue,
     testing::Values(
-        Fault{"StateOutOfRange", R"({"state": 6, "lastChange": 0})", "members/1/reachability/2"},
+        Fault{"StateOutOfRange", R"({"state": 256, "lastChange": 0})", "members/1/reachability/2"},
         Fault{"StateNegative", R"({"state": -1, "lastChange": 0})", "members/1/reachability/2"},
-        Fault{"StateUnknownName", R"({"state": "splendid", "lastChange": 0})", "members/1/reachability/2"},
+        Fault{"StateWithoutAName", R"({"state": "", "lastChange": 0})", "members/1/reachability/2"},
         Fault{"StateMissing", R"({"intf": "Backplane1", "lastChange": 0})", "members/1/reachability/2"},
         Fault{"TimeAsText", R"({"state": 2, "lastChange": "today"})", "members/1/reachability/2"},
         Fault{"InterfaceAsNumber", R"({"state": 2, "lastChange": 0, "intf": 4})", "members/1/reachability/2"},

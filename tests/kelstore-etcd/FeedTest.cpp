@@ -425,7 +425,7 @@ TEST_F(FeedTest, Members_TheirLeaseAndLastChangeAreShown_WhileTheyPublishSomethi
   watching();
   EXPECT_THAT(status().members, ElementsAre(MemberStatus{"1", true, {}, 0}));
   EXPECT_THAT(feed_.takeLeases(), ElementsAre(77));
-  feed_.leaseIs(77, 12);
+  feed_.leaseIs(77, 12, 0);
   EXPECT_THAT(status().members, ElementsAre(MemberStatus{"1", true, 12, 0}));
   advance(1000);
   event({"p/members/2/processors/1", R"({"load": 1})", 11, 0});
@@ -443,12 +443,13 @@ TEST_F(FeedTest, Leases_EachIsAskedAfterOnce_AndWhatWasKnownIsForgotten) {
   event({"p/members/2/processors/1", R"({"load": 1})", 12, 0});
   event({"p/members/4/processors/1", R"({"load": 1})", 13, 99});
   EXPECT_THAT(feed_.takeLeases(), ElementsAre(77, 99));
-  feed_.leaseIs(77, 12);
-  feed_.leaseIs(99, 5);
+  feed_.leaseIs(77, 12, 15);
+  feed_.leaseIs(99, 5, 15);
   // A member that was started anew has a new lease, of which nothing is known yet.
   event({"p/members/3/processors/1", R"({"load": 1})", 14, 100});
   EXPECT_EQ(status().members.at(2).leaseLeftSeconds, std::nullopt);
   EXPECT_EQ(status().members.at(3).leaseLeftSeconds, 5u);
+  EXPECT_EQ(status().members.at(3).leaseSeconds, 15u);
   EXPECT_THAT(feed_.takeLeases(), ElementsAre(77, 99, 100));
   for (const MemberStatus& member : status().members) EXPECT_EQ(member.leaseLeftSeconds, std::nullopt);
 }
@@ -458,10 +459,10 @@ TEST_F(FeedTest, LeaseHasEnded_TheMembersOtherKeysAreShownWithoutOne) {
   watching();
   event({"p/members/1/processors/2", R"({"load": 2})", 11, 0});
   feed_.takeLeases();
-  feed_.leaseIs(77, 1);
+  feed_.leaseIs(77, 1, 0);
   event({"p/members/1/processors/1", "", 12, 0}, true);
   EXPECT_THAT(feed_.takeLeases(), ElementsAre(77));
-  feed_.leaseIs(77, std::nullopt);
+  feed_.leaseIs(77, std::nullopt, 0);
   EXPECT_THAT(status().members, ElementsAre(MemberStatus{"1", false, {}, clock_.utcNs()}));
   EXPECT_THAT(feed_.takeLeases(), IsEmpty());
 }

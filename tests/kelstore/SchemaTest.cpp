@@ -39,6 +39,7 @@ Typed decoded(Kind kind, const std::string& json) {
 
 // A good object of each kind, one member of which is then spoilt.
 const std::map<Kind, std::string> kGood = {
+    {Kind::expected, R"({"name": "spine"})"},
     {Kind::interface, R"({"ifIndex": 1})"},
     {Kind::link, R"({"intf": "Backplane1/1"})"},
     {Kind::system, R"({"uptime": 1, "currentTimeUtc": 2.5, "users": 3, "processes": 4, "memorySize": 5})"},
@@ -62,6 +63,9 @@ constexpr const char* kU64 = "expected an integer from 0 to 18446744073709551615
 
 TEST(SchemaTest, GoodValuesOfEveryKind) {
   EXPECT_EQ(decoded<std::string>(Kind::sysname, R"("alpha")"), "alpha");
+  EXPECT_EQ(decoded<std::string>(Kind::name, R"("spine")"), "spine");
+  EXPECT_EQ(decoded<Expected>(Kind::expected, "{}"), Expected());
+  EXPECT_EQ(decoded<Expected>(Kind::expected, kGood.at(Kind::expected)), Expected{"spine"});
   EXPECT_EQ(decoded<Interface>(Kind::interface, R"({"ifIndex": 4294967295})"), (Interface{4294967295}));
   EXPECT_EQ(decoded<Interface>(Kind::interface, R"({"ifIndex": 1002, "machineIfIndex": 12})"),
             (Interface{1002, 12}));
@@ -143,16 +147,29 @@ TEST(SchemaTest, InterfaceNamesAreNonEmptyPlainStrings) {
   EXPECT_EQ(faultsWith(Kind::reachability, "intf", "null"), "intf: found null, expected an interface name");
 }
 
-TEST(SchemaTest, UnknownStatesAreRefused) {
+// A newer member's: the old state must not stand in its place.
+TEST(SchemaTest, UnknownStatesAreUnrecognized_AndSaid) {
   constexpr const char* kExpected =
       ", expected \"unknown\", \"initializing\", \"reachable\", \"degraded\", \"unreachable\", \"disabled\", "
       "or 0 to 5";
-  EXPECT_EQ(faultsWith(Kind::reachability, "state", R"("flying")"),
-            std::string("state: found \"flying\"") + kExpected);
-  EXPECT_EQ(faultsWith(Kind::reachability, "state", "6"), std::string("state: found 6") + kExpected);
-  EXPECT_EQ(faultsWith(Kind::reachability, "state", "-1"), std::string("state: found -1") + kExpected);
-  EXPECT_EQ(faultsWith(Kind::reachability, "state", R"("Reachable")"),
-            std::string("state: found \"Reachable\"") + kExpected);
+  for (const char* state : {R"("flying")", "6", "255", R"("Reachable")"}) {
+    auto json = nlohmann::json::parse(kGood.at(Kind::reachability));
+    json["state"] = nlohmann::json::parse(state);
+    Runtime::JsonNotes notes;
+    auto value = specOf(Kind::reachability).decode(json, notes);
+    ASSERT_TRUE(value) << state;
+    EXPECT_EQ(value->get<Reachability>().state, Trel::ReachabilityState::unrecognized);
+    EXPECT_EQ(encode(*value)["state"], "unrecognized");
+    EXPECT_EQ(rendered(notes.warnings),
+              fmt::format("state: found {}{}; it is served as \"unrecognized\"", state, kExpected));
+    EXPECT_EQ(rendered(notes.faults), "");
+  }
+  Reachability again = decoded<Reachability>(
+      Kind::reachability, R"({"state": "unrecognized", "intf": "Backplane1/2", "lastChange": 9})");
+  EXPECT_EQ(again.state, Trel::ReachabilityState::unrecognized);
+  for (const char* state : {"-1", "256", "1.5", R"("")", R"("a\u0007")", "null"}) {
+    EXPECT_THAT(faultsWith(Kind::reachability, "state", state), testing::HasSubstr(kExpected)) << state;
+  }
 }
 
 TEST(SchemaTest, UnreadIsWhatFailsOrHangs_WithAShortError) {
@@ -204,7 +221,8 @@ TEST(SchemaTest, MissingMembersAreNamed_OptionalOnesAreNot) {
     for (const auto& [member, value] : object.items()) {
       auto without = object;
       without.erase(member);
-      bool optional = kind == Kind::memory || (kind == Kind::reachability && member == "intf");
+      bool optional =
+          kind == Kind::memory || kind == Kind::expected || (kind == Kind::reachability && member == "intf");
       EXPECT_EQ(faults(kind, without.dump()).empty(), optional) << good << " without " << member;
     }
   }

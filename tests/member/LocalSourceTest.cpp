@@ -74,6 +74,15 @@ class LocalSourceTest : public testing::Test {
   TraceLog trace_{{"Member"}};
 };
 
+TEST_F(LocalSourceTest, NameOfTheHost_IsPublished_UnlessATerminalWouldNotShowIt) {
+  machine_->hostName = "leaf-7";
+  startAndPass(kSecond);
+  EXPECT_EQ(world_.mirror.names().at(Trel::MemberId(7)), "leaf-7");
+  machine_->hostName = "leaf\x1b";
+  pass(5 * kSecond);
+  EXPECT_TRUE(world_.mirror.names().empty());
+}
+
 TEST_F(LocalSourceTest, FirstLook_AllFiguresAreThere_LoadsAreNotKnownYet) {
   start();
   EXPECT_EQ(source_->status().state, SourceState::loading);

@@ -12,6 +12,7 @@ namespace Member {
 
 class ManualMachine final : public LocalMachine {
  public:
+  std::string name() override { return hostName; }
   absl::StatusOr<double> uptime() override { return answer("uptime", uptimeSeconds); }
   absl::StatusOr<uint32_t> users() override { return answer("users", userCount); }
   absl::StatusOr<uint32_t> processes() override { return answer("processes", processCount); }
@@ -22,6 +23,7 @@ class ManualMachine final : public LocalMachine {
     return answer("mount " + mount.point, rooms.try_emplace(mount.point, Room()).first->second);
   }
 
+  std::string hostName;
   absl::StatusOr<double> uptimeSeconds = 1000.5;
   absl::StatusOr<uint32_t> userCount = 2u;
   absl::StatusOr<uint32_t> processCount = 130u;

@@ -37,6 +37,24 @@ TEST(VerdictTest, ExitStatuses_AreThoseThatScriptsKnow) {
   EXPECT_EQ(exitStatusOf(Verdict::notServing), 4);
 }
 
+TEST(VerdictTest, MembersThatAreNotThereOrNotExpected_Degraded) {
+  Json status = healthy();
+  status["cluster"] = Json::parse(R"([{"member":"1","name":"leaf-1","state":"present","since":"T"},
+      {"member":"2","name":null,"state":"held","since":"T"},
+      {"member":"3","name":"leaf-3","state":"lost","since":"T"},
+      {"member":"4","name":null,"state":"expected","since":"T"},
+      {"member":"5","name":null,"state":"silent","since":"T"},
+      {"member":"6","name":null,"state":"unexpected","since":"T"}])");
+  EXPECT_EQ(
+      judged(status),
+      "degraded\n"
+      "memberLost: member 3 (leaf-3) is lost since T: it has no rows until it is back\n"
+      "memberExpected: member 4 belongs to the cluster, and has not been there: start trelmemberd there\n"
+      "memberSilent: member 5 says nothing any more since T, although its lease lives\n"
+      "memberUnexpected: member 6 is not among those who are expected: trelctl put expected/6 '{}', or "
+      "end it");
+}
+
 TEST(VerdictTest, WithoutMaster_NotServing) {
   Json status = healthy();
   status["connected"] = false;
