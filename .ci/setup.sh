@@ -19,7 +19,7 @@ kTestPackages=(
 )
 kPackagePackages=("${kEtcdPackages[@]}" debhelper)
 kCheckPackages=(
-  "${kTestPackages[@]}" "${kPackagePackages[@]}" clang-format clang-tidy libbenchmark-dev python3-clang-14
+  "${kTestPackages[@]}" "${kPackagePackages[@]}" clang clang-format clang-tidy libbenchmark-dev libclang-rt-14-dev python3-clang-14
   curl lintian mmdebstrap systemd-container zsh
 )
 

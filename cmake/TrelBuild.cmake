@@ -19,11 +19,15 @@ if(TREL_CCACHE)
 endif()
 
 add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror)
-# g++ 12 sees overlapping copies in the assignment of a literal to a std::string when it optimises (GCC bug 105329).
-add_compile_options($<$<NOT:$<CONFIG:Debug>>:-Wno-restrict>)
-# In a file that is compiled together with others it takes what that file has for itself for a header's.
-if(CMAKE_UNITY_BUILD)
-  add_compile_options(-Wno-subobject-linkage)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  # g++ 12 sees overlapping copies in the assignment of a literal to a std::string when it optimises (GCC bug 105329).
+  add_compile_options($<$<NOT:$<CONFIG:Debug>>:-Wno-restrict>)
+  # In a file that is compiled together with others it takes what that file has for itself for a header's.
+  if(CMAKE_UNITY_BUILD)
+    add_compile_options(-Wno-subobject-linkage)
+  endif()
+else()
+  add_compile_options(-Wno-sign-conversion) # g++ has it not among those of -Wconversion
 endif()
 # Assertion messages and traces name files; they name them as the project does, wherever it was built.
 add_compile_options("-fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=")
@@ -42,6 +46,7 @@ set(TREL_SANITIZE "" CACHE STRING "Sanitizers to build with, as -fsanitize= take
 if(TREL_SANITIZE)
   add_compile_options("-fsanitize=${TREL_SANITIZE}" -fno-omit-frame-pointer -fno-sanitize-recover=all)
   add_link_options("-fsanitize=${TREL_SANITIZE}")
+  add_compile_definitions(TREL_SANITIZED) # for tests that take long, or limit memory
 endif()
 
 option(TREL_COVERAGE "Count which branches are taken (tests/coverage/run)" OFF)

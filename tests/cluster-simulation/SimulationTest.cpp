@@ -9,7 +9,7 @@ namespace ClusterSimulation {
 namespace {
 
 // Each takes a second with a sanitizer.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#ifdef TREL_SANITIZED
 constexpr uint64_t kSmallClusters = 10;
 #else
 constexpr uint64_t kSmallClusters = 100;

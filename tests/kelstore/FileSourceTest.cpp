@@ -351,7 +351,7 @@ TEST_F(FileSourceTest, MoreRowsThanAreTaken_TheOthersAreServed_AndWhatIsLeftOutI
   EXPECT_EQ(source_->status().setAside, 0u);
 }
 
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+#ifndef TREL_SANITIZED
 // Limits the process's address space to so much more than it has, for as long as it lives.
 class LittleMemory {
  public:

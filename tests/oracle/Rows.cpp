@@ -13,7 +13,7 @@ Column integer(uint32_t number) { return {Column::integer, static_cast<int32_t>(
 Column gauge(uint32_t number) { return {Column::gauge, number, ""}; }
 
 Column ticks(double seconds) {
-  auto hundredths = static_cast<uint64_t>(std::floor(seconds * 100 + 1e-3));
+  auto hundredths = static_cast<int64_t>(std::floor(seconds * 100 + 1e-3));
   return {Column::ticks, static_cast<uint32_t>(hundredths), ""};
 }
 

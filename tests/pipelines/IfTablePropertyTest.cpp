@@ -47,7 +47,9 @@ struct Rules {
 std::map<uint32_t, std::set<MemberIdPair>> producersIn(const IfTableWorld& world) {
   std::map<uint32_t, std::set<MemberIdPair>> pairs;
   for (const auto& [key, columns] : Oracle::interfaceRows(*world.topology, *world.ifMib)) {
-    auto member = [&](size_t column) { return static_cast<uint32_t>(columns[column].number); };
+    auto member = [&columns = columns](size_t column) {
+      return static_cast<uint32_t>(columns[column].number);
+    };
     pairs[key.first].insert({member(0), member(1)});
   }
   return pairs;

@@ -4,7 +4,7 @@
 
 #include <cstdlib>
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#ifdef TREL_SANITIZED
 inline constexpr const char* kPropertyRuns = "max_success=1000";
 #else
 inline constexpr const char* kPropertyRuns = "max_success=10000";
