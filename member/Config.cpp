@@ -102,7 +102,7 @@ void readNeighbour(JsonFields& fields, NeighbourConfig& neighbour) {
   }
   fields.required("device", kDevice, neighbour.device);
   readAddress(fields, neighbour);
-  fields.optional("ifIndex", integer(1, std::numeric_limits<uint32_t>::max()), neighbour.ifIndex);
+  fields.optional("ifIndex", integer(1, Config::kMaxIfIndex), neighbour.ifIndex);
   fields.optional("enabled", JsonBoolean(), neighbour.probe.counting.enabled);
   fields.object("probe", [&](JsonFields& probe) { readProbe(probe, neighbour.probe); });
   fields.done();
@@ -111,13 +111,22 @@ void readNeighbour(JsonFields& fields, NeighbourConfig& neighbour) {
 // The kernels of several members give the same numbers, so that the device's own is the last resort.
 void findIfIndex(JsonFields& fields, const Config& config, NeighbourConfig& neighbour) {
   if (neighbour.ifIndex != 0 || config.ifIndexBase == 0) return;
-  neighbour.ifIndex = indexOfPort(config.member, config.ifIndexBase, neighbour.interface);
-  if (neighbour.ifIndex != 0) return;
-  fields.warning(
-      "interface",
-      fmt::format("{} ends with no port from 1 to {}: the device's own ifIndex is published, which "
-                  "other members may have too; set ifIndex",
-                  Runtime::inQuotes(neighbour.interface), config.ifIndexBase - 1));
+  uint32_t index = indexOfPort(config.member, config.ifIndexBase, neighbour.interface);
+  auto other = std::find_if(config.neighbours.begin(), config.neighbours.end(),
+                            [index](const NeighbourConfig& one) { return one.ifIndex == index; });
+  std::string why;
+  if (index == 0) {
+    why = fmt::format("ends with no port from 1 to {}", config.ifIndexBase - 1);
+  } else if (other != config.neighbours.end()) {
+    why = fmt::format("would be {}, which {} has", index, Runtime::inQuotes(other->interface));
+  } else {
+    neighbour.ifIndex = index;
+    return;
+  }
+  fields.warning("interface",
+                 fmt::format("{} {}: the device's own ifIndex is published, which other members may have "
+                             "too; set ifIndex",
+                             Runtime::inQuotes(neighbour.interface), why));
 }
 
 std::string placeOf(size_t neighbour) { return fmt::format("neighbours[{}]", neighbour); }

@@ -48,7 +48,8 @@ struct NeighbourConfig {
 uint32_t indexOfPort(uint8_t member, uint32_t base, const std::string& interface);
 
 struct Config {
-  static constexpr uint32_t kMaxIfIndexBase = 16'000'000;  // so that each index fits 32 bits
+  static constexpr uint32_t kMaxIfIndex = 2'147'483'647;  // InterfaceIndex of IF-MIB (RFC 2863)
+  static constexpr uint32_t kMaxIfIndexBase = 8'000'000;  // so that each index is one
 
   uint8_t member = 0;
   std::string store;  // "etcd:HOST:PORT[,...]/PREFIX"

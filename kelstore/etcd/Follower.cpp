@@ -250,7 +250,7 @@ void Follower::watchSaid(uint64_t nowMs, WatchResponse response) {
   bool otherPast = response.created && foreign(response.header);
   bool otherCluster = response.header.clusterId != history_.at(applied_).clusterId;
   // A proxy at which others watch the same keys answers by itself, and tells nothing of the store.
-  bool ofProxy = response.header.clusterId == 0;
+  bool ofProxy = response.created && response.events.empty() && response.header.clusterId == 0;
   if (!ofProxy && (otherPast || otherCluster)) return otherStoreIs(nowMs, response.header);
   heard(nowMs, response.header);
   watchHeardMs_ = nowMs;

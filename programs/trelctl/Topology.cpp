@@ -85,6 +85,7 @@ class Reader final {
   }
 
   void faults(LinkEnd& end) const {
+    if (end.from == end.to) end.faults.emplace_back("to itself");
     if (end.interface.empty()) {
       end.faults.emplace_back("not in the topology");
     } else if (end.ifIndex == 0) {

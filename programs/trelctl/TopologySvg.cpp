@@ -108,6 +108,7 @@ class Picture final {
     Point from = place(end.from);
     Point to = place(end.to);
     double length = std::hypot(to.x - from.x, to.y - from.y);
+    if (length == 0) return {from.x, from.y + distance};  // a member's to itself
     return {from.x + (to.x - from.x) * distance / length, from.y + (to.y - from.y) * distance / length};
   }
 

@@ -152,8 +152,10 @@ class Reasons final {
     for (const Json& member : status_.at("members")) {
       std::string name = textAt(member, "member");
       if (!textAt(member, "heldSince").empty()) {
-        degraded("memberHeld", fmt::format("member {}: its lease has ended, and its rows are held{}", name,
-                                           since(member, "heldSince")));
+        degraded("memberHeld",
+                 fmt::format(
+                     "member {}: its lease has ended, or somebody deleted keys of it; their rows are held{}",
+                     name, since(member, "heldSince")));
       } else if (!member.value("leased", true)) {
         withoutLease.push_back(name);
       }

@@ -293,6 +293,16 @@ TEST_F(OtherStoreTest, ProxyOpensTheWatchByItself_NoOtherStoreIsSeen) {
   EXPECT_EQ(follower_.otherStore(), "");
 }
 
+// It makes up nothing but the opening.
+TEST_F(OtherStoreTest, WatchTellsOfAClusterWithoutAnId_IsNotBelieved) {
+  loses();
+  page(at(20), {record("p/b", "3", 12)});
+  created({});
+  says({}, {put("p/a", "5", 21)});
+  EXPECT_NE(follower_.state(), State::watching);
+  EXPECT_THAT(batches(), IsEmpty());
+}
+
 // A watch at a proxy goes on when the store behind it is replaced.
 TEST_F(OtherStoreTest, ResyncFindsAnotherPast_AllIsListedAnewAndItIsSaid) {
   untilTheResync();

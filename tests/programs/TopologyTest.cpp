@@ -78,6 +78,13 @@ TEST(TopologyTest, WhatDoesNotCount_IsNoIndex) {
   EXPECT_EQ(faultsOf(cluster), "1 to 2: no ifIndex\n");
 }
 
+TEST(TopologyTest, LinkOfAMemberToItself_IsAFaultAndHasAPlaceInThePicture) {
+  Cluster cluster;
+  cluster.all(1, 2).all(2, 1).all(1, 1);
+  EXPECT_THAT(faultsOf(cluster), HasSubstr("1 to 1: to itself\n"));
+  EXPECT_THAT(topologySvg(cluster.topology()), testing::Not(HasSubstr("nan")));
+}
+
 TEST(TopologyTest, OneIndexForTwoLinks_IsSaidOfBoth) {
   Cluster cluster;
   cluster.all(1, 2).all(2, 1).index("Backplane2/1", 1002);

@@ -56,7 +56,7 @@ TEST_F(CommandLineTest, Check_WarningsAloneAreNoFailure) {
 
 TEST_F(CommandLineTest, Check_WarnsOfTwoInterfacesThatGetOneIndexOnThisMachine) {
   std::string path = directory_.write("c", R"({"member": 3, "store": "etcd:h:1/p", "neighbours": [
-      {"member": 1, "interface": "Backplane1/a", "device": "lo", "address": "10.0.0.1", "ifIndex": 4294967295},
+      {"member": 1, "interface": "Backplane1/a", "device": "lo", "address": "10.0.0.1", "ifIndex": 2147483647},
       {"member": 2, "interface": "Backplane1/b", "device": "none0", "address": "10.0.0.2", "ifIndex": 1}]})");
   EXPECT_EQ(run({"--check", path}).err, "");
   path = directory_.write("c", R"({"member": 3, "store": "etcd:h:1/p", "ifIndexBase": 0, "neighbours": [

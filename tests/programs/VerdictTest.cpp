@@ -131,7 +131,8 @@ TEST(VerdictTest, MembersWithoutALease_AreNamedTogether_OneThatIsHeldByItself) {
   EXPECT_EQ(
       judged(status),
       "degraded\n"
-      "memberHeld: member 3: its lease has ended, and its rows are held since T\n"
+      "memberHeld: member 3: its lease has ended, or somebody deleted keys of it; their rows are held since "
+      "T\n"
       "noLease: members 1, 2 have no lease, so the rows stay when the member is gone: start trelmemberd "
       "there, or trelctl forget them");
 }
