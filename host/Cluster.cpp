@@ -9,11 +9,6 @@
 #include "snmp-modules/veldaTrelMIB.h"
 
 namespace Host {
-namespace {
-
-constexpr uint64_t kNsPerSecond = 1'000'000'000;
-
-}  // namespace
 
 Cluster::Cluster(const std::vector<MakeSource>& sources, Zavro::Ptr<Vem::TaskScheduler> scheduler)
     : hostname_(Runtime::hostname()),
@@ -153,7 +148,7 @@ Census::Facts Cluster::facts(uint64_t nowUtcNs) const {
       member->second.source = std::max(member->second.source, is);
       if (!status.leased || status.leaseSeconds == 0 || status.lastChangeUtcNs == 0) continue;
       // A publisher writes at least once in two thirds of its lease's time.
-      member->second.silentUtcNs = status.lastChangeUtcNs + 2 * status.leaseSeconds * kNsPerSecond;
+      member->second.silentUtcNs = status.lastChangeUtcNs + 2 * status.leaseSeconds * 1'000'000'000;
     }
   }
   return facts;

@@ -11,7 +11,6 @@
 #include <array>
 #include <cerrno>
 #include <charconv>
-#include <cstring>
 #include <filesystem>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
@@ -102,8 +101,6 @@ std::string newPassword() {
   }
   return fmt::format("{:02x}", fmt::join(bytes, ""));
 }
-
-std::string withError(const std::string& file) { return fmt::format("{}: {}", file, std::strerror(errno)); }
 
 // A file of its owner's only, that was not there.
 void writeNew(const std::string& file, const std::string& text) {

@@ -77,8 +77,6 @@ std::string confIn(const std::string& configuration) {
   return parsed.is_object() && at != parsed.end() && at->is_string() ? at->get<std::string>() : "";
 }
 
-std::string withError(const std::string& path) { return Runtime::textOf(Runtime::errorOf(path, errno)); }
-
 class Collection final {
  public:
   Collection(const std::string& socket, const std::string& config) : socket_(socket), config_(config) {}

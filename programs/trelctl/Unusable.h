@@ -1,10 +1,13 @@
 // An argument or a document that cannot be used. Nothing was done.
 #pragma once
 
+#include <cerrno>
 #include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
+
+#include "runtime/Errors.h"
 
 namespace TrelCtl {
 
@@ -19,5 +22,10 @@ class Unusable final : public std::runtime_error {
  private:
   std::vector<std::string> lines_;
 };
+
+// "PATH: " and what errno says.
+inline std::string withError(const std::string& path) {
+  return Runtime::textOf(Runtime::errorOf(path, errno));
+}
 
 }  // namespace TrelCtl
