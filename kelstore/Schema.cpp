@@ -94,6 +94,9 @@ nlohmann::json encoded(const Struct& value) {
 
 // ---- From values to elements of collections, and back.
 
+uint32_t elementOf(const Interface& value) { return value.ifIndex; }
+Interface valueOf(uint32_t ifIndex) { return {ifIndex}; }
+
 const Lanix::IntfId& elementOf(const Link& value) { return value.intf; }
 Link valueOf(const Lanix::IntfId& intf) { return {intf}; }
 
@@ -136,24 +139,25 @@ void applySysname(Entities& entities, const Path& path, const View& view) {
   entities.sysnameChanged.notify();
 }
 
+// Nothing: the path has no value any more.
+void nameIs(std::map<Trel::MemberId, std::string>& names, const Path& path, std::optional<std::string> name) {
+  auto member = keyOf<Trel::MemberId>(path.first());
+  if (name) {
+    names.insert_or_assign(member, *std::move(name));
+  } else {
+    names.erase(member);
+  }
+}
+
 void applyExpected(Entities& entities, const Path& path, const View& view) {
   const Value* value = view.find(path);
-  auto member = keyOf<Trel::MemberId>(path.first());
-  if (value == nullptr) {
-    entities.expected.erase(member);
-  } else {
-    entities.expected.insert_or_assign(member, value->get<Expected>().name.value_or(""));
-  }
+  nameIs(entities.expected, path,
+         value == nullptr ? std::nullopt : std::optional(value->get<Expected>().name.value_or("")));
 }
 
 void applyName(Entities& entities, const Path& path, const View& view) {
   const Value* value = view.find(path);
-  auto member = keyOf<Trel::MemberId>(path.first());
-  if (value == nullptr) {
-    entities.names.erase(member);
-  } else {
-    entities.names.insert_or_assign(member, value->get<std::string>());
-  }
+  nameIs(entities.names, path, value == nullptr ? std::nullopt : std::optional(value->get<std::string>()));
 }
 
 const Mapping* mappingAt(const Path& path, const View& view) {
@@ -173,16 +177,10 @@ void applyMemoryMapping(Entities& entities, const Path& path, const View& view) 
 
 // The entity has the published index alone.
 void applyInterface(Entities& entities, const Path& path, const View& view) {
-  auto& indexes = entities.ifMib->ifIndexByIntfId();
-  auto intf = keyOf<Lanix::IntfId>(path.first());
-  const Value* value = view.find(path);
-  if (value == nullptr) {
-    indexes.del(intf);
-    return;
-  }
-  uint32_t ifIndex = value->get<Interface>().ifIndex;
-  const uint32_t* known = indexes.find(intf);
-  if (known == nullptr || *known != ifIndex) indexes.set(intf, ifIndex);
+  std::optional<Value> published;
+  if (const Value* value = view.find(path)) published = Interface{value->get<Interface>().ifIndex};
+  elementIs<Interface>(entities.ifMib->ifIndexByIntfId(), keyOf<Lanix::IntfId>(path.first()),
+                       published ? &*published : nullptr);
 }
 
 void applyLink(Entities& entities, const Path& path, const View& view) {

@@ -100,6 +100,13 @@ bool Snapshot::any(Kind kind, std::string_view first) const {
   return found != end() && found->first.kind == kind && found->first.first() == first;
 }
 
+bool Snapshot::anyOfMember(std::string_view member) const {
+  auto all = allKinds();
+  return std::any_of(all.begin(), all.end(), [&](const KindSpec& spec) {
+    return spec.entity != MemberEntity::none && any(spec.kind, member);
+  });
+}
+
 Snapshot Snapshot::with(std::vector<Change> changes, std::vector<Path>& changed) const {
   changed.clear();
   Snapshot result;

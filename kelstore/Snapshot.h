@@ -73,6 +73,8 @@ class Snapshot {
   const Value* find(const Path& path) const;
   // Whether there is a value of that kind whose path's first variable segment is `first`.
   bool any(Kind kind, std::string_view first) const;
+  // Whether there is a value of the member's own.
+  bool anyOfMember(std::string_view member) const;
   // Calls visit(path, value) for each value of the kind.
   template <class Visit>
   void forEach(Kind kind, Visit visit) const {

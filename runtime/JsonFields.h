@@ -6,7 +6,7 @@
 //   std::optional<Value> decode(const json&) const      nothing: the member is not of this type
 // and may have a message of its own for that case:
 //   std::string fault(const json&) const
-// or a warning about a value that can be used, empty if there is none; a fault where notes are strict:
+// or a warning about a value that can be used, empty if there is none:
 //   std::string warning(const json&, const Value&) const
 #pragma once
 
@@ -32,7 +32,7 @@ struct JsonNote {
 struct JsonNotes {
   std::vector<JsonNote> faults;    // the value cannot be used
   std::vector<JsonNote> warnings;  // members that are ignored, or mean little
-  bool strict = false;             // these are faults, with the nearest known one
+  bool strict = false;             // unknown members are faults, with the nearest known one
 };
 
 // The place of an object's member, where the object is at `where`.
@@ -136,10 +136,6 @@ class JsonFields final {
     if (auto value = type.decode(*json)) {
       if constexpr (requires { type.warning(*json, *value); }) {
         std::string text = type.warning(*json, *value);
-        if (!text.empty() && notes_.strict) {
-          fault(name, std::move(text));
-          return false;
-        }
         if (!text.empty()) warning(name, std::move(text));
       }
       target = *std::move(value);

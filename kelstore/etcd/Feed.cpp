@@ -20,13 +20,6 @@ constexpr size_t kDecodedBytes = 500;
 // So many changes leave enough freed memory behind to give it back, which takes milliseconds.
 constexpr size_t kManyChanges = 10'000;
 
-bool holdsAnyOf(const Snapshot& snapshot, const std::string& member) {
-  auto all = allKinds();
-  return std::any_of(all.begin(), all.end(), [&](const KindSpec& spec) {
-    return spec.entity != MemberEntity::none && snapshot.any(spec.kind, member);
-  });
-}
-
 std::string textOf(const KeyTable::Refused& refused) {
   return fmt::format("{} left out, as there are more than {}; one is {}", refused.keys, refused.most,
                      Runtime::shortened(refused.example, Feed::kExampleBytes));
@@ -162,7 +155,7 @@ void Feed::withdrawOthers(Decoder::Decoded& decoded) const {
 
 void Feed::noteMembers(const std::map<std::string, int64_t>& leases) {
   for (const auto& [name, lease] : leases) {
-    if (!holdsAnyOf(*snapshot_, name)) {
+    if (!snapshot_->anyOfMember(name)) {
       if (members_.erase(name) != 0) mailbox_.memberDel(name);
       continue;
     }
