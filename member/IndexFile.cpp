@@ -26,16 +26,6 @@ constexpr int kVersion = 1;
 constexpr uint64_t kMaxBytes = 64 << 20;
 constexpr int kMaxSetAside = 100;
 
-bool writeAll(int file, std::string_view content) {
-  while (!content.empty()) {
-    ssize_t count = write(file, content.data(), content.size());
-    if (count < 0 && errno == EINTR) continue;
-    if (count < 0) return false;
-    content.remove_prefix(static_cast<size_t>(count));
-  }
-  return true;
-}
-
 absl::StatusOr<StorageIndexes::ByMountPoint> indexesIn(const std::string& content) {
   auto damaged = [](const std::string& what) { return absl::InvalidArgumentError(what); };
   Json document = Json::parse(content, nullptr, /*allow_exceptions=*/false);
@@ -96,16 +86,13 @@ absl::Status writeIndexes(const std::string& path, const StorageIndexes::ByMount
   // Always the same name, so that a file that a loss of power left behind is removed.
   std::string fresh = path + ".new";
   unlink(fresh.c_str());
-  Runtime::Descriptor file(open(fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
-  if (!file.opened()) return errorOf(path, errno);
   std::string content = Json{{"version", kVersion}, {"mounts", indexes}}.dump(2) + "\n";
-  bool written = fchmod(file.get(), 0644) == 0 && writeAll(file.get(), content) && fsync(file.get()) == 0 &&
-                 rename(fresh.c_str(), path.c_str()) == 0;
-  if (!written) {
-    int error = errno;
+  absl::Status written = Runtime::writeNewFile(fresh, content, 0644);
+  if (written.ok() && rename(fresh.c_str(), path.c_str()) != 0) {
+    written = Runtime::systemError(errno);
     unlink(fresh.c_str());
-    return errorOf(path, error);
   }
+  if (!written.ok()) return errorOf(path, written);
   // The new name, too, must survive a loss of power.
   Runtime::Descriptor entry(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (entry.opened()) fsync(entry.get());

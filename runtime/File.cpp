@@ -85,4 +85,20 @@ absl::StatusOr<std::string> readFile(const std::string& path, uint64_t maxBytes)
   return text.ok() ? text : errorOf(path, text.status());
 }
 
+absl::Status writeNewFile(const std::string& path, std::string_view bytes, mode_t mode) {
+  Descriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode));
+  if (!file.opened()) return systemError(errno);
+  bool written = fchmod(file.get(), mode) == 0;
+  while (written && !bytes.empty()) {
+    ssize_t count = ::write(file.get(), bytes.data(), bytes.size());
+    if (count < 0 && errno == EINTR) continue;
+    written = count >= 0;
+    if (written) bytes.remove_prefix(static_cast<size_t>(count));
+  }
+  if (written && fsync(file.get()) == 0) return absl::OkStatus();
+  absl::Status error = systemError(errno);
+  unlink(path.c_str());
+  return error;
+}
+
 }  // namespace Runtime

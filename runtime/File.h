@@ -1,4 +1,5 @@
-// Reads whole files. The calls block, and hang when the file system does; daemons make them off the loop.
+// Reads and writes whole files. The calls block, and hang when the file system does; daemons make them off
+// the loop.
 //
 // A path that is no regular file, such as a pipe, is an error and not waited for. An error's message is what
 // follows the path in a line: "No such file or directory", "found a directory, expected a file". NotFound:
@@ -11,6 +12,7 @@
 #include <array>
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <utility>
 
 namespace Runtime {
@@ -63,5 +65,9 @@ absl::StatusOr<std::string> readAll(int descriptor, uint64_t maxBytes, uint64_t 
 
 // The content of the file at the path; errors begin with the path.
 absl::StatusOr<std::string> readFile(const std::string& path, uint64_t maxBytes);
+
+// Makes a file with that mode, whatever the umask, and returns when it would survive a loss of power. An
+// error, when there is one already or it cannot be written; it leaves none behind then.
+absl::Status writeNewFile(const std::string& path, std::string_view bytes, mode_t mode);
 
 }  // namespace Runtime

@@ -102,18 +102,6 @@ std::string newPassword() {
   return fmt::format("{:02x}", fmt::join(bytes, ""));
 }
 
-// A file of its owner's only, that was not there.
-void writeNew(const std::string& file, const std::string& text) {
-  Runtime::Descriptor written(open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
-  if (!written.opened()) throw Unusable(withError(file));
-  if (::write(written.get(), text.data(), text.size()) != static_cast<ssize_t>(text.size()) ||
-      fsync(written.get()) != 0) {
-    std::string error = withError(file);
-    unlink(file.c_str());
-    throw Unusable(error);
-  }
-}
-
 class Init final {
  public:
   Init(const StoreOptions& options, const InitOptions& what)
@@ -127,7 +115,7 @@ class Init final {
     std::vector<Account> accounts = accountsOf(address_, what_);
     if (!what_.credentials.empty() && what_.run == Run::wet && mkdir(what_.credentials.c_str(), 0700) != 0 &&
         errno != EEXIST) {
-      throw Unusable(withError(what_.credentials));
+      orUnusable(what_.credentials, Runtime::systemError(errno));
     }
     for (const Account& account : accounts) add(account);
     if (what_.enable) enable();
@@ -170,7 +158,8 @@ class Init final {
       password = known->password;
     } else {
       password = newPassword();
-      writeNew(file, nlohmann::json{{"user", name}, {"password", password}}.dump() + "\n");
+      orUnusable(file, Runtime::writeNewFile(
+                           file, nlohmann::json{{"user", name}, {"password", password}}.dump() + "\n", 0600));
     }
     absl::Status added = calls_->addUser(name, password);
     if (absl::IsAlreadyExists(added) && !there) {

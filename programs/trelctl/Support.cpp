@@ -1,11 +1,8 @@
 #include "programs/trelctl/Support.h"
 
-#include <fcntl.h>
 #include <fmt/format.h>
 #include <sys/utsname.h>
-#include <unistd.h>
 
-#include <cerrno>
 #include <cstdio>
 #include <ctime>
 #include <functional>
@@ -128,18 +125,7 @@ std::vector<SupportFile> supportFiles(const std::string& socket, const std::stri
 void writeArchive(const std::string& path, const std::vector<SupportFile>& files) {
   Tar tar(static_cast<uint64_t>(std::time(nullptr)));
   for (const SupportFile& file : files) tar.add("trel-support/" + file.name, file.content);
-  std::string bytes = std::move(tar).archive();
-  Runtime::Descriptor written(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
-  if (!written.opened()) throw Unusable(withError(path));
-  for (std::string_view rest = bytes; !rest.empty();) {
-    ssize_t size = write(written.get(), rest.data(), rest.size());
-    if (size < 0) {
-      std::string error = withError(path);
-      unlink(path.c_str());
-      throw Unusable(error);
-    }
-    rest.remove_prefix(static_cast<size_t>(size));
-  }
+  orUnusable(path, Runtime::writeNewFile(path, std::move(tar).archive(), 0600));
 }
 
 }  // namespace TrelCtl

@@ -1,7 +1,6 @@
 // An argument or a document that cannot be used. Nothing was done.
 #pragma once
 
-#include <cerrno>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -23,9 +22,9 @@ class Unusable final : public std::runtime_error {
   std::vector<std::string> lines_;
 };
 
-// "PATH: " and what errno says.
-inline std::string withError(const std::string& path) {
-  return Runtime::textOf(Runtime::errorOf(path, errno));
+// Throws it for what a path that was given is no use for.
+inline void orUnusable(const std::string& path, const absl::Status& status) {
+  if (!status.ok()) throw Unusable(Runtime::textOf(Runtime::errorOf(path, status)));
 }
 
 }  // namespace TrelCtl

@@ -3,9 +3,13 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
 
 #include "runtime/Errors.h"
 #include "tests/support/TempDir.h"
@@ -92,6 +96,34 @@ TEST_F(FileTest, ChangesWhileItIsOpen_ThatShows) {
   dir_.write("file", "longer");
   EXPECT_EQ(file->about().st_size, 3);
   EXPECT_EQ(file->aboutNow()->st_size, 6);
+}
+
+TEST_F(FileTest, NewFile_HasItsModeWhateverTheUmask) {
+  mode_t before = umask(0077);
+  EXPECT_EQ(writeNewFile(dir_.file("new"), "text", 0644), absl::OkStatus());
+  umask(before);
+  EXPECT_EQ(content("new"), "text");
+  struct stat made {};
+  ASSERT_EQ(stat(dir_.file("new").c_str(), &made), 0);
+  EXPECT_EQ(made.st_mode & 0777U, 0644U);
+}
+
+TEST_F(FileTest, NewFileThatIsThereAlready_StaysAsItIs) {
+  dir_.write("there", "before");
+  EXPECT_EQ(textOf(writeNewFile(dir_.file("there"), "text", 0600)), "File exists");
+  EXPECT_EQ(content("there"), "before");
+  EXPECT_EQ(textOf(writeNewFile(dir_.file("none/new"), "text", 0600)), "No such file or directory");
+}
+
+TEST_F(FileTest, NewFileThatCannotBeWrittenWhole_IsNotLeftBehind) {
+  auto written = [this] {
+    signal(SIGXFSZ, SIG_IGN);
+    rlimit limit{100, 100};
+    setrlimit(RLIMIT_FSIZE, &limit);
+    exit(textOf(writeNewFile(dir_.file("new"), std::string(200, 'x'), 0600)) == "File too large" ? 0 : 1);
+  };
+  EXPECT_EXIT(written(), testing::ExitedWithCode(0), "");
+  EXPECT_EQ(content("new"), "new: No such file or directory");
 }
 
 }  // namespace
