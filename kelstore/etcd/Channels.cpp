@@ -73,6 +73,16 @@ bool says(const grpc::Status& status, std::string_view text) {
   return status.error_message().find(text) != std::string::npos;
 }
 
+constexpr std::string_view kAsksForACertificate =
+    "; if the servers ask for certificates (--client-cert-auth), give one, with its key";
+
+// Such a server ends the connection of who shows none, and gRPC does not know why.
+bool mayAskForACertificate(const Access& access, const grpc::Status& status) {
+  return access.tls() && access.certFile.empty() &&
+         (says(status, "Endpoint read failed") || says(status, "Socket closed") ||
+          says(status, "Connection reset by peer"));
+}
+
 // Whether the server does not, or no longer, accept the token.
 bool tokenRefused(const grpc::Status& status) {
   return status.error_code() == grpc::StatusCode::UNAUTHENTICATED ||
@@ -114,7 +124,7 @@ absl::StatusOr<LoggedIn> logIn(const std::string& endpoint, const Access& access
   if (status.ok()) return LoggedIn{std::move(channel), response.token()};
   // Such a server needs no token.
   if (says(status, "authentication is not enabled")) return LoggedIn{std::move(channel), ""};
-  if (!says(status, "authentication failed")) return asStatus(endpoint, status);
+  if (!says(status, "authentication failed")) return asStatus(endpoint, access, status);
   return absl::UnauthenticatedError(fmt::format("{}: user {} of {} was refused", endpoint,
                                                 Runtime::inQuotes(credentials->user),
                                                 access.credentialsFile));
@@ -135,7 +145,7 @@ bool refusedWithoutLeader(const grpc::Status& status) {
   return status.error_code() == grpc::StatusCode::UNAVAILABLE && says(status, "etcdserver: no leader");
 }
 
-absl::Status asStatus(const std::string& endpoint, const grpc::Status& status) {
+absl::Status asStatus(const std::string& endpoint, const Access& access, const grpc::Status& status) {
   if (status.ok()) return absl::OkStatus();
   std::string text = status.error_message();
   for (std::string_view intro : {"last error: ", "UNKNOWN: ", "UNAVAILABLE: "}) {
@@ -145,7 +155,8 @@ absl::Status asStatus(const std::string& endpoint, const grpc::Status& status) {
   if (status.error_code() == grpc::StatusCode::DEADLINE_EXCEEDED) text = "no answer in time";
   if (text.empty()) text = fmt::format("gRPC error {}", static_cast<int>(status.error_code()));
   return {static_cast<absl::StatusCode>(status.error_code()),
-          fmt::format("{}: {}", endpoint, Runtime::shortened(text, kMaxMessageText))};
+          fmt::format("{}: {}{}", endpoint, Runtime::shortened(text, kMaxMessageText),
+                      mayAskForACertificate(access, status) ? kAsksForACertificate : "")};
 }
 
 }  // namespace Kelstore::Etcd

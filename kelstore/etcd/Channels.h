@@ -59,7 +59,7 @@ class TokenRenewal final {
 // Whether the server had no leader; it carried out nothing of the call then.
 bool refusedWithoutLeader(const grpc::Status& status);
 
-// The same code, and a message of one line that begins with the endpoint.
-absl::Status asStatus(const std::string& endpoint, const grpc::Status& status);
+// The same code, and a message of one line that begins with the endpoint. access: how it was spoken to.
+absl::Status asStatus(const std::string& endpoint, const Access& access, const grpc::Status& status);
 
 }  // namespace Kelstore::Etcd

@@ -207,7 +207,7 @@ class Client::Impl {
       if (known_.clusterId != history_.at(0).clusterId) history_.is(known_);
       grpc::Status status = attempt(channel_, context);
       mayBeDone_ = !status.ok() && mayBeDone(status);
-      if (!renewal.dueAfter(access_, status)) return asStatus(endpoint(), status);
+      if (!renewal.dueAfter(access_, status)) return asStatus(endpoint(), access_, status);
       refused_ = std::exchange(token_, std::nullopt);
     }
   }

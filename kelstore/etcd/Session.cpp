@@ -336,7 +336,7 @@ class Session::Impl {
                            pageOf(done.response, settings_.limits.valueBytes, command.keysOnly));
       } else {
         follower_.pageFailed(nowMs(), command.number, failureOf(done.status),
-                             Runtime::textOf(asStatus(connection->endpoint, done.status)));
+                             Runtime::textOf(asStatus(connection->endpoint, settings_.access, done.status)));
       }
     });
   }
@@ -388,7 +388,7 @@ class Session::Impl {
   void finishWatch(const ConnectionPtr& connection, const WatchPtr& watch) {
     watch->stream->Finish(&watch->status, tag([this, connection, watch](bool /*ok*/) {
       if (connection->left) return;
-      absl::Status status = asStatus(connection->endpoint, watch->status);
+      absl::Status status = asStatus(connection->endpoint, settings_.access, watch->status);
       follower_.lost(nowMs(),
                      status.ok() ? connection->endpoint + ": the watch was ended" : Runtime::textOf(status));
     }));

@@ -39,18 +39,6 @@ void takeDefaultStore(StoreCommand& command) {
   if (command.options.access == Kelstore::Etcd::Access()) command.options.access = found.access;
 }
 
-// A server that asks for a certificate ends the connection of who shows none, and gRPC does not know why.
-[[noreturn]] void explainEndOfTls(const TrelCtl::StoreFailed& error, const Kelstore::Etcd::Access& access) {
-  std::string text = error.what();
-  bool ended = text.find("Endpoint read failed") != std::string::npos ||
-               text.find("Socket closed") != std::string::npos ||
-               text.find("Connection reset by peer") != std::string::npos;
-  if (!ended || !access.tls() || !access.certFile.empty()) throw error;
-  throw TrelCtl::StoreFailed(text +
-                             "; if the servers ask for certificates (--client-cert-auth), give one with "
-                             "--etcd-cert and --etcd-key");
-}
-
 CLI::App* storeCommand(CLI::App& app, StoreCommand& command, const char* name, const char* description,
                        std::function<void()> run) {
   auto* added = app.add_subcommand(name, description);
@@ -66,11 +54,7 @@ CLI::App* storeCommand(CLI::App& app, StoreCommand& command, const char* name, c
     if (command.options.store.empty()) takeDefaultStore(command);
     absl::Status status = Kelstore::Etcd::checkAccess(access);
     if (!status.ok()) throw TrelCtl::Unusable(Runtime::textOf(status));
-    try {
-      run();
-    } catch (const TrelCtl::StoreFailed& error) {
-      explainEndOfTls(error, access);
-    }
+    run();
   });
   return added;
 }

@@ -190,13 +190,14 @@ TEST_F(StoreInitTest, WithoutTheCertificateThatServersAskFor_SaysWhatToDo) {
   etcd_ = std::make_unique<Support::EtcdCluster>(certificates.serverOptions("server", "ca"));
   Support::Result done = init({"--members", "1", "--etcd-ca", certificates.certFile("ca")});
   EXPECT_EQ(done.status, 1);
-  EXPECT_THAT(done.err, HasSubstr("; if the servers ask for certificates (--client-cert-auth), give one with "
-                                  "--etcd-cert and --etcd-key\n"));
+  EXPECT_THAT(done.err,
+              HasSubstr("; if the servers ask for certificates (--client-cert-auth), give one, with "
+                        "its key\n"));
   // Of a server that is not there nothing is guessed.
   Support::Result away = Support::run(
       {TRELCTL, "get", "--store", "etcd:127.0.0.1:1/trel", "--etcd-ca", certificates.certFile("ca")});
   EXPECT_EQ(away.status, 1);
-  EXPECT_THAT(away.err, testing::Not(HasSubstr("--etcd-cert")));
+  EXPECT_THAT(away.err, testing::Not(HasSubstr("--client-cert-auth")));
 }
 
 TEST_F(StoreInitTest, UnusableArguments_NothingIsDone) {
