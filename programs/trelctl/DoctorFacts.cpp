@@ -144,7 +144,7 @@ Facts factsOf(const std::string& socket, const std::string& config) {
   lookAtDirectories(facts);
   lookForStore(config, facts);
   facts.master = Trelsnmpd::findMaster().why;
-  facts.views = snmpdViews();
+  facts.views = snmpdViews(Trelsnmpd::confFiles());
   timex time{};
   facts.clockIsSynchronised = adjtimex(&time) != TIME_ERROR;
   facts.mibs = mibsHere();

@@ -5,7 +5,6 @@
 #include <absl/strings/str_split.h>
 
 #include <algorithm>
-#include <filesystem>
 #include <map>
 #include <set>
 
@@ -80,20 +79,11 @@ SnmpdViews viewsIn(const std::string& text) {
   return reader.views();
 }
 
-SnmpdViews snmpdViews(const std::string& file, const std::string& directory) {
-  std::vector<std::string> paths;
-  std::error_code ignored;
-  for (const auto& entry : std::filesystem::directory_iterator(directory, ignored)) {
-    if (entry.path().extension() == ".conf") paths.push_back(entry.path().string());
-  }
-  std::sort(paths.begin(), paths.end());
-  paths.insert(paths.begin(), file);
+SnmpdViews snmpdViews(const std::vector<std::string>& files) {
   std::string all;
-  for (const std::string& path : paths) {
+  for (const std::string& path : files) {
     absl::StatusOr<std::string> text = Runtime::readFile(path, kMaxConfBytes);
-    if (!text.ok())
-      return {
-          .anybody = false, .without = {}, .unread = Runtime::textOf(Runtime::errorOf(path, text.status()))};
+    if (!text.ok()) return {.anybody = false, .without = {}, .unread = Runtime::textOf(text.status())};
     all += *text + "\n";
   }
   return viewsIn(all);

@@ -18,8 +18,7 @@ struct SnmpdViews {
 
 // Of lines in the syntax of snmpd.conf.
 SnmpdViews viewsIn(const std::string& text);
-// Of the file, then of the *.conf in the directory. Blocks.
-SnmpdViews snmpdViews(const std::string& file = "/etc/snmp/snmpd.conf",
-                      const std::string& directory = "/etc/snmp/snmpd.conf.d");
+// Of such files, in this order. Blocks.
+SnmpdViews snmpdViews(const std::vector<std::string>& files);
 
 }  // namespace TrelCtl

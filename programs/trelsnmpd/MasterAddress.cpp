@@ -64,14 +64,7 @@ void read(const std::string& path, Configured& configured) {
 
 Configured readAll(const MasterPlaces& places) {
   Configured configured;
-  read(places.conf, configured);
-  std::vector<std::string> more;
-  std::error_code ignored;
-  for (const auto& entry : std::filesystem::directory_iterator(places.confDirectory, ignored)) {
-    if (entry.path().extension() == ".conf") more.push_back(entry.path().string());
-  }
-  std::sort(more.begin(), more.end());
-  for (const std::string& path : more) read(path, configured);
+  for (const std::string& path : confFiles(places)) read(path, configured);
   return configured;
 }
 
@@ -112,6 +105,17 @@ std::string obstacle(const std::string& address) {
 bool isMaster(const std::string& address) {
   static const std::regex here(R"((unix:)?/.+|tcp:127(\.[0-9]{1,3}){3}:[0-9]{1,5}|tcp6:\[::1\]:[0-9]{1,5})");
   return std::regex_match(address, here);
+}
+
+std::vector<std::string> confFiles(const MasterPlaces& places) {
+  std::vector<std::string> more;
+  std::error_code ignored;
+  for (const auto& entry : std::filesystem::directory_iterator(places.confDirectory, ignored)) {
+    if (entry.path().extension() == ".conf") more.push_back(entry.path().string());
+  }
+  std::sort(more.begin(), more.end());
+  more.insert(more.begin(), places.conf);
+  return more;
 }
 
 MasterAddress findMaster(const MasterPlaces& places) {

@@ -21,6 +21,9 @@ struct MasterPlaces {
   std::vector<std::string> sockets = {"/var/agentx/master", "/run/agentx/master"};
 };
 
+// What a stock snmpd reads, in this order.
+std::vector<std::string> confFiles(const MasterPlaces& places = {});
+
 struct MasterAddress {
   std::string address;  // isMaster()
   std::string why;      // one line: why this one, and what keeps this user from it, with what to do

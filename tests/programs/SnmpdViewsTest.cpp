@@ -3,6 +3,7 @@
 
 #include <gmock/gmock.h>
 
+#include "programs/trelsnmpd/MasterAddress.h"
 #include "tests/support/TempDir.h"
 
 namespace TrelCtl {
@@ -48,10 +49,10 @@ TEST(SnmpdViewsTest, Files_InTheOrderInWhichTheyAreRead) {
   directory.write("a.conf", "view systemonly included .1.3.6.1.4.1\n");
   directory.write("b.txt", "rocommunity x default -V nowhere\n");
   std::string main = directory.write("main", kStock);
-  SnmpdViews views = snmpdViews(main, directory.path());
+  SnmpdViews views = snmpdViews(Trelsnmpd::confFiles({main, directory.path(), {}}));
   EXPECT_TRUE(views.anybody);
   EXPECT_THAT(views.without, IsEmpty());
-  EXPECT_THAT(snmpdViews(directory.file("none"), directory.path()).unread, HasSubstr("none: No such file"));
+  EXPECT_THAT(snmpdViews({directory.file("none")}).unread, HasSubstr("none: No such file"));
 }
 
 }  // namespace
