@@ -425,12 +425,12 @@ TEST_F(StoreCommandsTest, Forget_DeletesWhatIsTheMembersAlone_OnceSomebodyAgrees
   ctl({"put", "topology/1/2", R"({"intf": "Backplane1/2"})"});
   ctl({"put", "interfaces/Backplane1%2F2", R"({"ifIndex": 7})"});
   ctl({"put", "interfaces/Backplane2%2F1", R"({"ifIndex": 8})"});
+  for (const char* path : {"expected/1", "expected/11"}) ctl({"put", path, "{}"});
   EXPECT_THAT(fault(2, {"forget", "1"}),
-              StartsWith("nobody can be asked: to delete these 3 keys of member 1, add --yes"));
-  EXPECT_THAT(ctl({"forget", "1", "--yes"}), testing::EndsWith("\n3 deleted\n"));
-  EXPECT_EQ(
-      all().dump(),
-      R"({"interfaces":{"Backplane2/1":{"ifIndex":8}},"members":{"11":{"processors":{"1":{"load":7}}}}})");
+              StartsWith("nobody can be asked: to delete these 4 keys of member 1, add --yes"));
+  EXPECT_THAT(ctl({"forget", "1", "--yes"}), testing::EndsWith("\n4 deleted\n"));
+  EXPECT_EQ(all().dump(), R"({"expected":{"11":{}},"interfaces":{"Backplane2/1":{"ifIndex":8}},)"
+                          R"("members":{"11":{"processors":{"1":{"load":7}}}}})");
   EXPECT_EQ(fault(1, {"forget", "1", "--yes"}), "the store has nothing of member 1\n");
   EXPECT_EQ(tryCtl({"forget", "256", "--yes"}).status, 2);
 }
