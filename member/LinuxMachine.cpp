@@ -49,6 +49,8 @@ bool isSession(const utmpx& entry) {
 
 }  // namespace
 
+std::string LinuxMachine::name() { return Runtime::hostname(); }
+
 absl::StatusOr<double> LinuxMachine::uptime() {
   double seconds = 0;
   double idle = 0;
@@ -70,8 +72,6 @@ absl::StatusOr<uint32_t> LinuxMachine::users() {
 }
 
 // Not with libproc2, which keeps 256 KiB for every thread on which it lists processes.
-std::string LinuxMachine::name() { return Runtime::hostname(); }
-
 absl::StatusOr<uint32_t> LinuxMachine::processes() {
   std::unique_ptr<DIR, Close> directory(opendir(files_.proc.c_str()));
   if (!directory) return errorOf(files_.proc, errno);

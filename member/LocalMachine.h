@@ -50,7 +50,7 @@ struct Room {
 class LocalMachine {
  public:
   virtual ~LocalMachine() = default;
-  // Of the host; empty when it has none. Answers at once.
+  // Of the host. Answers at once.
   virtual std::string name() = 0;
   // Seconds since the machine started.
   virtual absl::StatusOr<double> uptime() = 0;

@@ -3,13 +3,7 @@
 
 #include <gmock/gmock.h>
 
-#include <nlohmann/json.hpp>
-
-#include "member/Publisher.h"
-#include "tests/member/ManualMachine.h"
-#include "tests/member/ManualProbe.h"
-#include "tests/member/ManualStore.h"
-#include "tests/support/TraceLog.h"
+#include "tests/member/OwnStateFixture.h"
 
 namespace Member {
 namespace {
@@ -21,67 +15,15 @@ using testing::IsSupersetOf;
 using testing::Not;
 using testing::StartsWith;
 
-class OwnStateTest : public testing::Test {
- protected:
-  explicit OwnStateTest(uint32_t figuresIntervalSeconds = 5)
-      : state_(config(figuresIntervalSeconds), machine_, probe_, links_, io_, clock_, [this] { changed(); }) {
-  }
-  virtual void changed() { ++changes_; }
-  static Config config(uint32_t figuresIntervalSeconds) {
-    Config config;
-    config.member = 1;
-    config.figuresIntervalSeconds = figuresIntervalSeconds;
-    config.neighbours = {{2, "Backplane1/2", "bp2", "10.0.0.2", {}},
-                         {3, "Backplane1/3", "bp3", "10.0.0.3", {}}};
-    config.neighbours[0].ifIndex = 1002;
-    return config;
-  }
-  void start() {
-    links_.listingEnds();
-    state_.start();
-    io_.advance(0);
-  }
-  // "path value" of all entries.
-  std::vector<std::string> entries() const {
-    std::vector<std::string> all;
-    for (const auto& [path, value] : state_.entries()) {
-      all.push_back(path.text() + " " + Kelstore::encode(value).dump());
-    }
-    return all;
-  }
-  std::optional<Kelstore::System> system() const {
-    for (const auto& [path, value] : state_.entries()) {
-      if (path.kind == Kelstore::Kind::system) return value.get<Kelstore::System>();
-    }
-    return std::nullopt;
-  }
-  double startOfMachine() const { return system()->currentTimeUtc - system()->systemUptime; }
-  void devicesAre(std::optional<Device> bp2, std::optional<Device> bp3) {
-    links_.listingBegins();
-    if (bp2) links_.deviceIs("bp2", *bp2);
-    if (bp3) links_.deviceIs("bp3", *bp3);
-    links_.listingEnds();
-    state_.linksChanged();
-  }
-
-  Zavro::ManualClock clock_{1'000'000'000'000};
-  Runtime::ManualIo io_{clock_};
-  std::shared_ptr<ManualMachine> machine_ = std::make_shared<ManualMachine>();
-  std::shared_ptr<ManualProbe> probe_ = std::make_shared<ManualProbe>();
-  LinkTable links_;
-  int changes_ = 0;
-  TraceLog trace_{{"Member"}};
-  OwnState state_;
-};
-
 TEST_F(OwnStateTest, Everything_IsThere) {
   links_.deviceIs("bp2", {12, true, true});
+  machine_->hostName = "leaf-1";
   start();
   EXPECT_TRUE(state_.known());
   EXPECT_THAT(
       entries(),
       IsSupersetOf(
-          {R"(interfaces/"Backplane1/2" {"ifIndex":1002,"machineIfIndex":12})",
+          {R"(interfaces/"Backplane1/2" {"ifIndex":1002,"machineIfIndex":12})", R"(members/1/name "leaf-1")",
            R"(topology/1/2 {"intf":"Backplane1/2"})", R"(topology/1/3 {"intf":"Backplane1/3"})",
            R"(members/1/reachability/2 {"intf":"Backplane1/2","lastChange":1000000000000,"state":"initializing"})",
            R"(members/1/reachability/3 {"intf":"Backplane1/3","lastChange":1000000000000,"state":"unreachable"})",
@@ -94,6 +36,7 @@ TEST_F(OwnStateTest, DevicesAreNotKnown_NotKnown) {
   state_.start();
   io_.advance(60000);
   EXPECT_FALSE(state_.known());
+  machine_->hostName = "leaf-1";
   devicesAre({}, {});
   EXPECT_TRUE(state_.known());
 }
@@ -215,90 +158,6 @@ TEST_F(OwnStateTest, OneAnswerOfALookComesLate_TheOthersWaitForItUntilItHangs) {
   io_.advance(7500);  // the next look, and the time after which an answer is not waited for any more
   EXPECT_EQ(changes_, before + 2);
   EXPECT_EQ(system()->systemProcesses, 131u);
-}
-
-TEST_F(OwnStateTest, CollectorFailsOrHangs_IsUnreadUntilItWorks_WhatWasReadStays) {
-  start();
-  io_.advance(2000);
-  EXPECT_THAT(entries(), Not(Contains(StartsWith("members/1/unread"))));
-  machine_->userCount = absl::UnknownError("/run/utmp: Permission denied");
-  machine_->hanging = {"memory"};
-  io_.advance(8000);
-  EXPECT_THAT(
-      entries(),
-      IsSupersetOf(
-          {R"(members/1/unread/memory {"error":"no answer for 3 s","since":1006.0,"state":"hangs"})",
-           R"(members/1/unread/users {"error":"/run/utmp: Permission denied","since":1006.0,"state":"fails"})",
-           R"(members/1/memory {"available":5000,"free":3000,"nonBuffer":7500,"nonCache":6500,"total":8000})"}));
-  machine_->userCount = 3u;
-  machine_->hanging.clear();
-  io_.hungReturn();
-  io_.advance(20000);
-  EXPECT_THAT(entries(), Contains(StartsWith("members/1/unread"))) << "it may begin again";
-  io_.advance(20000);
-  EXPECT_THAT(entries(), Not(Contains(StartsWith("members/1/unread"))));
-}
-
-// Each change is an event for all who follow the store.
-TEST_F(OwnStateTest, CollectorFailsAndWorksByTurns_WhatIsSaidOfItStays) {
-  start();
-  std::set<std::string> said;
-  for (int look = 0; look < 100; ++look) {
-    machine_->userCount = look % 2 == 0 ? absl::StatusOr<uint32_t>(absl::UnknownError("gone")) : 3u;
-    io_.advance(5000);
-    bool there = look == 0;
-    for (const std::string& entry : entries()) {
-      if (!entry.starts_with("members/1/unread")) continue;
-      said.insert(entry);
-      there = true;
-    }
-    EXPECT_TRUE(there) << look;
-  }
-  EXPECT_EQ(said.size(), 1u);
-}
-
-// Figures would look younger than they are.
-TEST_F(OwnStateTest, CollectorHangsThenFails_SinceIsTheFirst) {
-  start();
-  machine_->hanging = {"users"};
-  io_.advance(5000);
-  EXPECT_THAT(
-      entries(),
-      Contains(R"(members/1/unread/users {"error":"no answer for 3 s","since":1001.0,"state":"hangs"})"));
-  machine_->hanging.clear();
-  machine_->userCount = absl::UnknownError("gone");
-  io_.hungReturn();
-  io_.advance(40000);
-  EXPECT_THAT(entries(),
-              Contains(R"(members/1/unread/users {"error":"gone","since":1001.0,"state":"fails"})"));
-}
-
-TEST_F(OwnStateTest, ErrorThatTheStateCannotHold_IsEscapedAndCut) {
-  machine_->userCount = absl::UnknownError("\x1b\xff" + std::string(300, 'x'));
-  start();
-  EXPECT_THAT(entries(), Contains("members/1/unread/users {\"error\":\"\\\\x1b\\\\xff" +
-                                  std::string(244, 'x') + "...\",\"since\":1000.0,\"state\":\"fails\"}"));
-}
-
-TEST_F(OwnStateTest, CollectorFailsAndWorksAgain_ItsKeyIsWrittenAndDeleted) {
-  auto store = std::make_shared<ManualStore>();
-  Publisher publisher({1, {}, 15, 1, [] { return 0.5; }}, store, io_, clock_, {[] {}, [](const auto&) {}});
-  const Kelstore::Path users{Kelstore::Kind::unread, "1", "users"};
-  machine_->userCount = absl::UnknownError("gone");
-  start();
-  auto publish = [&](uint64_t milliseconds) {
-    io_.advance(milliseconds);
-    publisher.contentIs(state_.entries());
-    io_.advance(2000);
-  };
-  publish(0);
-  ASSERT_TRUE(store->keys.contains(users));
-  EXPECT_EQ(store->keys[users].text, R"({"error":"gone","since":1000.0,"state":"fails"})");
-  EXPECT_NE(store->keys[users].lease, LeaseStore::kNoLease);
-  machine_->userCount = 3u;
-  publish(40000);
-  EXPECT_FALSE(store->keys.contains(users));
-  EXPECT_TRUE(store->keys.contains({Kelstore::Kind::figures, "1", ""}));
 }
 
 TEST_F(OwnStateTest, ClockIsSet_ReportsAreInTheNewTimeAtTheNextLook) {
@@ -531,6 +390,7 @@ TEST_F(OwnStateTest, EarlierReportsThatDoNotFit_AreIgnored) {
   state_.earlierIs(
       earlier({{"reachability/2", R"({"state": "reachable", "intf": "Backplane9/2", "lastChange": 9})"},
                {"reachability/3", "{no JSON"},
+               {"reachability/3", R"({"state": "quarantined", "intf": "Backplane1/3", "lastChange": 8})"},
                {"reachability/4", R"({"state": "reachable", "intf": "Backplane1/3", "lastChange": 8})"},
                {"processors/1", R"({"load": "high"})"},
                {"processors/99", R"({"load": 5})"}}));
