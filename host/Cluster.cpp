@@ -117,10 +117,8 @@ void Cluster::look(uint64_t nowUtcNs) {
   if (wasComplete_) members_.look(facts(nowUtcNs));
 }
 
-Census::Facts Cluster::facts(uint64_t nowUtcNs) const {
-  using State = Kelstore::SourceStatus::State;
-  using Source = Census::MemberFacts::Source;
-  Census::Facts facts;
+Health::Facts Cluster::facts(uint64_t nowUtcNs) const {
+  Health::Facts facts;
   facts.nowUtcNs = nowUtcNs;
   facts.names = mirror_.names();
   facts.expected = mirror_.expected();
@@ -135,23 +133,35 @@ Census::Facts Cluster::facts(uint64_t nowUtcNs) const {
     if (member.value() == nullptr) continue;
     for (auto at = (*member.value())->neighbor().begin(); at; at.next()) facts.wired.insert(at.key());
   }
-  for (const Kelstore::SourceStatus& source : sources()) {
-    bool stale = source.state == State::stale;
-    facts.blind |= source.paths == 0 && (stale || source.state == State::loading);
-    if (!source.store) continue;
-    Source sourceIs = stale ? Source::stale : source.state == State::held ? Source::held : Source::current;
-    for (const Kelstore::MemberStatus& status : source.store->members) {
-      auto member = facts.there.find(Trel::MemberId::fromString(status.member));
-      if (member == facts.there.end()) continue;
-      Source is = sourceIs;
-      if (status.heldSinceUtcNs != 0) is = std::max(is, Source::held);
-      member->second.source = std::max(member->second.source, is);
-      if (!status.leased || status.leaseSeconds == 0 || status.lastChangeUtcNs == 0) continue;
-      // A publisher writes at least once in two thirds of its lease's time.
-      member->second.silentUtcNs = status.lastChangeUtcNs + 2 * status.leaseSeconds * 1'000'000'000;
+  for (const auto& source : sources_) addFacts(*source, facts);
+  return facts;
+}
+
+// How far the source is to be believed, of the members whose values it has.
+void Cluster::addFacts(const Kelstore::Source& source, Health::Facts& facts) const {
+  using State = Kelstore::SourceStatus::State;
+  using Source = Health::MemberFacts::Source;
+  const Kelstore::SourceStatus status = source.status();
+  auto isAtLeast = [](Health::MemberFacts& member, Source is) {
+    member.source = std::max(member.source, is);
+  };
+  facts.blind |= status.paths == 0 && (status.state == State::stale || status.state == State::loading);
+  for (size_t layer = 0; layer < byLayer_.size(); ++layer) {
+    if (byLayer_[layer] != &source || (status.state != State::stale && status.state != State::held)) continue;
+    for (auto& [id, member] : facts.there) {
+      if (layers_.snapshot(layer)->anyOfMember(id.text()))
+        isAtLeast(member, status.state == State::stale ? Source::stale : Source::held);
     }
   }
-  return facts;
+  if (!status.store) return;
+  for (const Kelstore::MemberStatus& known : status.store->members) {
+    auto member = facts.there.find(Trel::MemberId::fromString(known.member));
+    if (member == facts.there.end()) continue;
+    if (known.heldSinceUtcNs != 0) isAtLeast(member->second, Source::held);
+    if (!known.leased || known.leaseSeconds == 0 || known.lastChangeUtcNs == 0) continue;
+    // A publisher writes at least once in two thirds of its lease's time.
+    member->second.silentUtcNs = known.lastChangeUtcNs + 2 * known.leaseSeconds * 1'000'000'000;
+  }
 }
 
 std::vector<Zavro::Ptr<const TrelSnmp::Agent::Pipeline>> Cluster::pipelines() const {

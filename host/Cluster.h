@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "agent/TrelSnmpAgent.h"
-#include "census/Members.h"
+#include "health/Members.h"
 #include "kelstore/LayeredState.h"
 #include "kelstore/Mirror.h"
 #include "kelstore/Source.h"
@@ -41,10 +41,10 @@ class Cluster {
   // What the sources say, and the names of the sources by layer.
   const Kelstore::LayeredState& layers() const { return layers_; }
   std::vector<std::string> sourcesOfLayers() const;
-  // Takes what the sources say of members into the census; to be called once a second, and before somebody
+  // Takes what the sources say of members into members(); to be called once a second, and before somebody
   // reads it.
   void look(uint64_t nowUtcNs);
-  const Census::Members& members() const { return members_; }
+  const Health::Members& members() const { return members_; }
   // Collectors of members that do not work, as the members say.
   const std::map<Kelstore::Path, Kelstore::Unread>& unread() const { return mirror_.unread(); }
   // Calls `done` when all that sources() shows is up to date, or when that takes too long
@@ -61,7 +61,8 @@ class Cluster {
  private:
   void mountTrelMib();
   void sysnameIs();
-  Census::Facts facts(uint64_t nowUtcNs) const;
+  Health::Facts facts(uint64_t nowUtcNs) const;
+  void addFacts(const Kelstore::Source& source, Health::Facts& facts) const;
 
   std::string hostname_;
   Kelstore::Mirror mirror_;
@@ -73,7 +74,7 @@ class Cluster {
   Zavro::Ptr<Snmp::Status> status_;
   Zavro::Ptr<TrelSnmp::Agent::Root> agentRoot_;
   Kor::Subscription sysnameSubscription_;
-  Census::Members members_;
+  Health::Members members_;
   bool wasComplete_ = false;
 };
 

@@ -122,7 +122,7 @@ Json membersOf(const Sources& sources) {
   });
 }
 
-Json censusOf(const Census::Members& members) {
+Json clusterOf(const Health::Members& members) {
   Json all = Json::array();
   for (const auto& [id, member] : members.all()) {
     all.push_back({{"member", id.text()},
@@ -221,7 +221,7 @@ std::unique_ptr<Reply> statusReport(const StatusInputs& inputs) {
       {"stores", storesOf(sources, inputs.nowUtcNs)},
       {"storeCounters", storeCountersOf(sources)},
       {"setAside", setAsideOf(sources)},
-      {"cluster", censusOf(inputs.cluster.members())},
+      {"cluster", clusterOf(inputs.cluster.members())},
       {"members", membersOf(sources)},
       {"unread", unread},
       {"unreadLeftOut", inputs.cluster.unread().size() - unread.size()},

@@ -26,7 +26,7 @@ namespace {
 const Lumalog::Handle traceHandle("Daemon");
 
 constexpr mode_t kStateMode = 0700;
-constexpr uint64_t kCensusMs = 1000;
+constexpr uint64_t kHealthMs = 1000;
 
 // Makes and locks the state directory. Returns what is wrong, in one line.
 std::string claimState(const std::string& directory, Runtime::LockFile& lock) {
@@ -106,7 +106,7 @@ void Daemon::start(const Kelstore::Etcd::Driver* etcd) {
   error_ = snmp_->error();
   if (!error_.empty()) return;
   cluster_->snmpIsUp();
-  census_.start(kCensusMs, kCensusMs);
+  health_.start(kHealthMs, kHealthMs);
   untilReady_.emplace(loop_, [this] { tellWhenReady(); });
   for (int signal : {SIGTERM, SIGINT}) signals_.emplace_back(loop_, signal, [this] { loop_.stop(); });
   for (const std::string& warning : options_.warnings) traceHandle.trace(1, "{}", warning);

@@ -77,7 +77,7 @@ class Daemon {
   std::optional<Host::SnmpAgent> snmp_;
   std::optional<Snmp::AgentUptime> uptime_;
   std::optional<Runtime::TurnWatch> untilReady_;
-  Runtime::Timer census_{loop_, [this] { cluster_->look(clock_.utcNs()); }};
+  Runtime::Timer health_{loop_, [this] { cluster_->look(clock_.utcNs()); }};
   std::list<Runtime::SignalWatch> signals_;
   std::optional<Runtime::Reload<Reading>> reload_;
 };

@@ -1,11 +1,11 @@
 // What is known of each member, moment by moment.
-#include "census/Members.h"
+#include "health/Members.h"
 
 #include <gmock/gmock.h>
 
 #include <string>
 
-namespace Census {
+namespace Health {
 namespace {
 
 using testing::ElementsAre;
@@ -159,4 +159,4 @@ TEST_F(MembersTest, ALostMemberGoes_WhenOthersAreSaidToBelongToTheCluster) {
 }
 
 }  // namespace
-}  // namespace Census
+}  // namespace Health

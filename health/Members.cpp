@@ -1,6 +1,6 @@
-#include "census/Members.h"
+#include "health/Members.h"
 
-namespace Census {
+namespace Health {
 namespace {
 
 MemberState stateOf(const Facts& facts, Trel::MemberId id, const Member* before) {
@@ -55,4 +55,4 @@ void Members::look(const Facts& facts) {
   }
 }
 
-}  // namespace Census
+}  // namespace Health

@@ -13,7 +13,7 @@
 #include "platform/kor/EnumNames.h"
 #include "platform/trel/MemberId.h"
 
-namespace Census {
+namespace Health {
 
 enum class MemberState : uint8_t {
   expected,    // belongs to the cluster, and was not seen since the start
@@ -33,17 +33,18 @@ constexpr auto namesOf(MemberState /*state*/) {
 struct MemberFacts {
   enum class Source : uint8_t { current, held, stale };
   Source source = Source::current;  // the worst of those that have values of it
-  std::optional<uint64_t>
-      silentUtcNs{};  // when it has said nothing for too long; nothing: it may, or it is not known
+  // When it has said nothing for too long. Nothing: it need not say anything, or that is not known.
+  std::optional<uint64_t> silentUtcNs{};
 };
 
 struct Facts {
+  using Names = std::map<Trel::MemberId, std::string>;
+
   uint64_t nowUtcNs = 0;
   bool blind = false;  // a source cannot be read, and has no values either
   std::map<Trel::MemberId, MemberFacts> there;
-  std::map<Trel::MemberId, std::string> names;  // of hosts
-  std::map<Trel::MemberId, std::string>
-      expected;                    // who belongs to the cluster, by name or ""; empty: not said
+  Names names;                     // of hosts
+  Names expected;                  // who belongs to the cluster, by name or ""; empty: nobody says
   std::set<Trel::MemberId> wired;  // whom the topology names
 };
 
@@ -64,4 +65,4 @@ class Members final {
   std::map<Trel::MemberId, Member> members_;
 };
 
-}  // namespace Census
+}  // namespace Health
