@@ -19,7 +19,6 @@
 #include <cstring>
 #include <filesystem>
 #include <optional>
-#include <set>
 
 #include "tests/e2e/Daemon.h"
 #include "tests/e2e/Reports.h"
@@ -36,6 +35,7 @@ using Support::PathCalls;
 using Support::waitUntil;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::IsSupersetOf;
 
 constexpr const char* kAccess = "rocommunity public 127.0.0.1\n";
 
@@ -257,12 +257,19 @@ void lookUp() {
 }
 
 TEST(Loop, LookUpsOfAProcess_AreSeen) {
+  std::array<int, 2> begin{};
+  std::array<int, 2> done{};
+  ASSERT_EQ(pipe2(begin.data(), O_CLOEXEC), 0);
+  ASSERT_EQ(pipe2(done.data(), O_CLOEXEC | O_NONBLOCK), 0);
   pid_t test = getpid();
   pid_t child = fork();
+  char byte = 0;
   if (child == 0) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
-    while (getppid() == test) lookUp();
-    _exit(0);
+    if (getppid() != test || read(begin[0], &byte, 1) != 1) _exit(1);
+    lookUp();
+    if (write(done[1], &byte, 1) == 1) pause();
+    _exit(1);
   }
   std::vector<std::string> expected;
   for (const char* call :
@@ -272,20 +279,18 @@ TEST(Loop, LookUpsOfAProcess_AreSeen) {
         "futimesat", "getxattr", "lgetxattr",  "lsetxattr", "llistxattr", "lremovexattr"}) {
     expected.push_back(fmt::format("{} {}", call, kNowhere));
   }
-  std::sort(expected.begin(), expected.end());
-  std::set<std::string> seen;
   std::string notAllowed;
   try {
-    EXPECT_TRUE(waitUntil([&] {
-      PathCalls calls(child);
-      for (std::string& call : calls.end()) seen.insert(std::move(call));
-      return std::includes(seen.begin(), seen.end(), expected.begin(), expected.end());
-    })) << testing::PrintToString(seen);
+    PathCalls calls(child);
+    EXPECT_EQ(write(begin[1], &byte, 1), 1);
+    EXPECT_TRUE(waitUntil([&] { return read(done[0], &byte, 1) == 1; }));
+    EXPECT_THAT(calls.end(), IsSupersetOf(expected));
   } catch (const std::runtime_error& error) {
     notAllowed = error.what();
   }
   kill(child, SIGKILL);
   waitpid(child, nullptr, 0);
+  for (int fd : {begin[0], begin[1], done[0], done[1]}) close(fd);
   if (!notAllowed.empty()) GTEST_SKIP() << notAllowed;
 }
 
