@@ -144,7 +144,7 @@ Facts factsOf(const std::string& socket, const std::string& config) {
   lookAtDirectories(facts);
   lookForStore(config, facts);
   facts.master = Trelsnmpd::findMaster().why;
-  facts.views = snmpdViews(Trelsnmpd::confFiles());
+  facts.views = viewsIn(Trelsnmpd::readSnmpdConf());
   timex time{};
   facts.clockIsSynchronised = adjtimex(&time) != TIME_ERROR;
   facts.mibs = mibsHere();

@@ -1,6 +1,5 @@
 #include "programs/trelctl/SnmpdViews.h"
 
-#include <absl/strings/ascii.h>
 #include <absl/strings/match.h>
 #include <absl/strings/str_split.h>
 
@@ -9,12 +8,10 @@
 #include <set>
 
 #include "runtime/Errors.h"
-#include "runtime/File.h"
 
 namespace TrelCtl {
 namespace {
 
-constexpr uint64_t kMaxConfBytes = 1 << 20;
 constexpr size_t kReadViewOfAccess = 6;  // access GROUP CONTEXT MODEL LEVEL MATCH READ ...
 
 using Words = std::vector<std::string>;
@@ -31,10 +28,9 @@ bool isBelow(const std::string& subtree) { return numbers(subtree).starts_with(n
 
 class ConfReader final {
  public:
-  void read(const std::string& line) {
-    Words words = absl::StrSplit(line, absl::ByAnyChar(" \t\r"), absl::SkipEmpty());
-    if (words.empty() || words.front().starts_with('#')) return;
-    std::string directive = absl::AsciiStrToLower(words.front());
+  void read(const std::string& directive, const std::string& value) {
+    Words words = absl::StrSplit(value, absl::ByAnyChar(" \t\r"), absl::SkipEmpty());
+    words.insert(words.begin(), directive);
     if (directive == "view" && words.size() >= 4) {
       bool& includes = includes_[words[1]];
       bool included = absl::EqualsIgnoreCase(words[2], "included");
@@ -72,21 +68,11 @@ class ConfReader final {
 
 }  // namespace
 
-SnmpdViews viewsIn(const std::string& text) {
+SnmpdViews viewsIn(const Trelsnmpd::SnmpdConf& conf) {
+  if (!conf.unread.ok()) return {.anybody = false, .without = {}, .unread = Runtime::textOf(conf.unread)};
   ConfReader reader;
-  std::vector<std::string> lines = absl::StrSplit(text, '\n');
-  for (const std::string& line : lines) reader.read(line);
+  for (const Trelsnmpd::SnmpdConfLine& line : conf.lines) reader.read(line.directive, line.value);
   return reader.views();
-}
-
-SnmpdViews snmpdViews(const std::vector<std::string>& files) {
-  std::string all;
-  for (const std::string& path : files) {
-    absl::StatusOr<std::string> text = Runtime::readFile(path, kMaxConfBytes);
-    if (!text.ok()) return {.anybody = false, .without = {}, .unread = Runtime::textOf(text.status())};
-    all += *text + "\n";
-  }
-  return viewsIn(all);
 }
 
 }  // namespace TrelCtl

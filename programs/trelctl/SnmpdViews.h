@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "programs/trelsnmpd/SnmpdConf.h"
+
 namespace TrelCtl {
 
 inline const std::string kTablesSubtree = fmt::format(".1.3.6.1.4.1.{}.3", TREL_ENTERPRISE_NUMBER);
@@ -16,9 +18,6 @@ struct SnmpdViews {
   std::string unread;                // a file that could not be read, and why
 };
 
-// Of lines in the syntax of snmpd.conf.
-SnmpdViews viewsIn(const std::string& text);
-// Of such files, in this order. Blocks.
-SnmpdViews snmpdViews(const std::vector<std::string>& files);
+SnmpdViews viewsIn(const Trelsnmpd::SnmpdConf& conf);
 
 }  // namespace TrelCtl

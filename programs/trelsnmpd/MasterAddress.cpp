@@ -2,69 +2,53 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
-#include <strings.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <filesystem>
 #include <optional>
 #include <regex>
 #include <sstream>
 
+#include "programs/trelsnmpd/SnmpdConf.h"
 #include "runtime/Errors.h"
-#include "runtime/File.h"
 #include "runtime/Text.h"
 
 namespace Trelsnmpd {
 namespace {
-
-constexpr uint64_t kMaxConfBytes = 1 << 20;
 
 // What the files say, the last one that says anything.
 struct Configured {
   std::string address;   // empty: nothing
   std::string where;     // "FILE:LINE"
   std::string unusable;  // a value that is no address here, with its place
-  std::string unread;    // a file that could not be read, and why
 };
 
-void take(const std::string& where, const std::string& value, Configured& configured) {
-  std::istringstream addresses(value);
-  for (std::string address; std::getline(addresses, address, ',');) {
-    if (!isMaster(address)) continue;
-    configured.address = address;
-    configured.where = where;
-    configured.unusable.clear();
-    return;
-  }
-  configured.address.clear();
-  configured.unusable = fmt::format("agentXSocket {} in {}", Runtime::inQuotes(value), where);
+// The address by which this machine reaches what listens there: snmpd takes no host, localhost and any
+// address, too. Unchanged for others.
+std::string fromHere(const std::string& address) {
+  static const std::regex four(R"(tcp:((localhost|0\.0\.0\.0):)?([0-9]{1,5}))");
+  static const std::regex six(R"(tcp6:((localhost|\[::\]):)?([0-9]{1,5}))");
+  std::smatch parts;
+  if (std::regex_match(address, parts, four)) return "tcp:127.0.0.1:" + parts[3].str();
+  if (std::regex_match(address, parts, six)) return "tcp6:[::1]:" + parts[3].str();
+  return address;
 }
 
-void read(const std::string& path, Configured& configured) {
-  absl::StatusOr<std::string> text = Runtime::readFile(path, kMaxConfBytes);
-  if (!text.ok()) {
-    if (!absl::IsNotFound(text.status())) {
-      configured.unread = fmt::format("{}: {}", path, Runtime::textOf(text.status()));
-    }
-    return;
-  }
-  std::istringstream lines(*text);
-  std::string line;
-  for (int number = 1; std::getline(lines, line); ++number) {
-    std::istringstream words(line);
-    std::string word;
-    std::string value;
-    if (!(words >> word >> value) || strcasecmp(word.c_str(), "agentxsocket") != 0) continue;
-    take(fmt::format("{}:{}", path, number), value, configured);
-  }
-}
-
-Configured readAll(const MasterPlaces& places) {
+Configured configuredIn(const SnmpdConf& conf) {
   Configured configured;
-  for (const std::string& path : confFiles(places)) read(path, configured);
+  for (const SnmpdConfLine& line : conf.lines) {
+    if (line.directive != "agentxsocket") continue;
+    configured = {"", line.where, ""};
+    std::istringstream addresses(line.value);
+    for (std::string address; configured.address.empty() && std::getline(addresses, address, ',');) {
+      if (isMaster(fromHere(address))) configured.address = fromHere(address);
+    }
+    if (configured.address.empty()) {
+      configured.unusable = fmt::format("agentXSocket {} in {}", Runtime::inQuotes(line.value), line.where);
+    }
+  }
   return configured;
 }
 
@@ -107,19 +91,9 @@ bool isMaster(const std::string& address) {
   return std::regex_match(address, here);
 }
 
-std::vector<std::string> confFiles(const MasterPlaces& places) {
-  std::vector<std::string> more;
-  std::error_code ignored;
-  for (const auto& entry : std::filesystem::directory_iterator(places.confDirectory, ignored)) {
-    if (entry.path().extension() == ".conf") more.push_back(entry.path().string());
-  }
-  std::sort(more.begin(), more.end());
-  more.insert(more.begin(), places.conf);
-  return more;
-}
-
 MasterAddress findMaster(const MasterPlaces& places) {
-  Configured configured = readAll(places);
+  SnmpdConf conf = readSnmpdConf(places.conf, places.confDirectory);
+  Configured configured = configuredIn(conf);
   MasterAddress found{configured.address, fmt::format("as agentXSocket in {} says", configured.where)};
   if (configured.address.empty()) {
     std::optional<std::string> socket = socketAmong(places.sockets);
@@ -130,9 +104,9 @@ MasterAddress findMaster(const MasterPlaces& places) {
   if (!configured.unusable.empty()) {
     found.why += fmt::format("; {} is no socket of this machine that can be used", configured.unusable);
   }
-  if (!configured.unread.empty()) {
+  if (!conf.unread.ok() && !absl::IsNotFound(conf.unread)) {
     found.why += fmt::format("; {}, so an agentXSocket there does not count: give the address instead",
-                             configured.unread);
+                             Runtime::textOf(conf.unread));
   }
   found.why = fmt::format("chose {}, {}{}", found.address, found.why, obstacle(found.address));
   return found;

@@ -16,13 +16,10 @@ bool isMaster(const std::string& address);
 // Where to look.
 struct MasterPlaces {
   std::string conf = "/etc/snmp/snmpd.conf";
-  std::string confDirectory = "/etc/snmp/snmpd.conf.d";  // its *.conf are read after `conf`
+  std::string confDirectory = "/etc/snmp/snmpd.conf.d";  // its *.conf, where `conf` is closed to this user
   // In the order in which they count; the first is net-snmp's default.
   std::vector<std::string> sockets = {"/var/agentx/master", "/run/agentx/master"};
 };
-
-// What a stock snmpd reads, in this order.
-std::vector<std::string> confFiles(const MasterPlaces& places = {});
 
 struct MasterAddress {
   std::string address;  // isMaster()

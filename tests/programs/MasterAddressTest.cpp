@@ -1,6 +1,7 @@
 // Which AgentX master is found, and what is said of it.
 #include "programs/trelsnmpd/MasterAddress.h"
 
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -64,7 +65,7 @@ TEST_F(MasterAddressTest, Configured_WinsOverASocket) {
 }
 
 TEST_F(MasterAddressTest, ConfiguredMoreThanOnce_TheLastOneCounts) {
-  dir_.write("snmpd.conf", "agentXSocket /b\n");
+  dir_.write("snmpd.conf", "agentXSocket /b\nincludeDir " + dir_.file("conf.d") + "\n");
   dir_.write("conf.d/2.conf", "agentXSocket tcp:192.0.2.1:705,tcp:127.0.0.1:705\n");
   dir_.write("conf.d/1.conf", "agentXSocket /c\n");
   dir_.write("conf.d/3.conf.old", "agentXSocket /d\n");
@@ -76,6 +77,71 @@ TEST_F(MasterAddressTest, ConfiguredForOtherMachines_IsSaidAndASocketTaken) {
   EXPECT_EQ(find().address, "unix:" + first_);
   EXPECT_THAT(find().why, HasSubstr("; agentXSocket \"tcp:192.0.2.1:705\" in " + dir_.file("snmpd.conf:1") +
                                     " is no socket of this machine that can be used"));
+}
+
+// As snmpd listens there, tried with the one of Debian 12.
+TEST_F(MasterAddressTest, WithoutAHostOrWithAny_ThisMachinesAddress) {
+  for (const char* host : {"", "localhost:", "0.0.0.0:", "127.0.0.1:"}) {
+    dir_.write("snmpd.conf", fmt::format("agentXSocket tcp:{}705\n", host));
+    EXPECT_EQ(find().address, "tcp:127.0.0.1:705") << host;
+  }
+  for (const char* host : {"", "localhost:", "[::]:", "[::1]:"}) {
+    dir_.write("snmpd.conf", fmt::format("agentXSocket tcp6:{}705\n", host));
+    EXPECT_EQ(find().address, "tcp6:[::1]:705") << host;
+  }
+}
+
+// It cannot use them either: it takes quotes as a part of the path.
+TEST_F(MasterAddressTest, QuotedOrNoSocketOfAgentX_IsSaid) {
+  for (const char* address : {"\"/b\"", "'unix:/b'", "705", "localhost:705", "tcp:*:705"}) {
+    dir_.write("snmpd.conf", fmt::format("agentXSocket {}\n", address));
+    EXPECT_EQ(find().address, "unix:" + first_) << address;
+    EXPECT_THAT(find().why, HasSubstr("is no socket of this machine that can be used")) << address;
+  }
+}
+
+TEST_F(MasterAddressTest, Sections_OnlySnmpdsCounts) {
+  const std::vector<std::pair<const char*, const char*>> cases = {
+      {"[snmp] agentXSocket /b\n", ""},
+      {"[snmp]\nagentXSocket /b\n", ""},
+      {"[snmpd] agentXSocket /b\n", "/b"},
+      {"[snmp]\n[snmpd]\nagentXSocket /b\n", "/b"},
+      {"[snmp]\n[snmpd] agentXSocket /b\nagentXSocket /c", "/b"},
+      {"[other]\nagentXSocket /b\n", "/b"}};
+  for (const auto& [conf, address] : cases) {
+    dir_.write("snmpd.conf", conf);
+    EXPECT_EQ(find().address, *address == '\0' ? "unix:" + first_ : address) << conf;
+  }
+}
+
+TEST_F(MasterAddressTest, IncludedFiles_AreFollowedInTheirPlace) {
+  dir_.write("part", "agentXSocket /b\n");
+  dir_.write("snmpd.conf", "includeFile part\n");
+  EXPECT_THAT(find().why, HasSubstr("chose /b, as agentXSocket in " + dir_.file("part:1") + " says"));
+  dir_.write("snmpd.conf", "agentXSocket /a\nincludeFile " + dir_.file("part") + "\n");
+  EXPECT_EQ(find().address, "/b");
+  dir_.write("snmpd.conf", "includeFile part\nagentXSocket /a\nincludeFile none\n");
+  EXPECT_EQ(find().address, "/a");
+}
+
+TEST_F(MasterAddressTest, FileThatIncludesItself_Ends) {
+  dir_.write("snmpd.conf", "includeFile snmpd.conf\nincludeFile snmpd.conf\nagentXSocket /b\n");
+  EXPECT_EQ(find().address, "/b");
+}
+
+TEST_F(MasterAddressTest, DirectoryThatIsNotIncluded_DoesNotCount) {
+  dir_.write("snmpd.conf", "master agentx\n");
+  dir_.write("conf.d/1.conf", "agentXSocket /b\n");
+  EXPECT_EQ(find().address, "unix:" + first_);
+}
+
+TEST_F(MasterAddressTest, ConfigurationThatIsClosed_ItsDirectoryIsRead) {
+  if (getuid() != 0) GTEST_SKIP() << "only root can become another user";
+  dir_.write("snmpd.conf", "");
+  std::filesystem::permissions(dir_.file("snmpd.conf"), std::filesystem::perms(0600));
+  dir_.write("conf.d/1.conf", "agentXSocket /b\n");
+  asNobody();
+  EXPECT_EQ(find().address, "/b");
 }
 
 TEST_F(MasterAddressTest, NoPermissions_AreSaidWithWhatToDo) {
