@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <filesystem>
 #include <memory>
 #include <nlohmann/json.hpp>
 
@@ -26,11 +27,26 @@ absl::Status wrong(const std::string& path, std::string_view what) {
   return absl::FailedPreconditionError(fmt::format("{}: {}", path, what));
 }
 
-// Why the file cannot hold a secret; empty if it can.
-std::string wrongWithSecret(const struct stat& about) {
-  if (about.st_uid != geteuid() && about.st_uid != 0) {
+// Whether root alone puts files into the path's directory.
+bool isInRootsDirectory(const std::string& path) {
+  std::filesystem::path directory = std::filesystem::path(path).parent_path();
+  struct stat about {};
+  return stat(directory.empty() ? "." : directory.c_str(), &about) == 0 && about.st_uid == 0 &&
+         (about.st_mode & (S_IWGRP | S_IWOTH)) == 0;
+}
+
+// Why the file cannot hold a secret; empty if it can. Its owner decides which user we are, so nobody else may
+// have put it there. Root also takes those of the daemons' user, to whom root gave them.
+std::string wrongWithSecret(const std::string& path, const struct stat& about) {
+  uid_t self = geteuid();
+  if (self == 0 && about.st_uid != 0 && !isInRootsDirectory(path)) {
+    return fmt::format(
+        "found a file of the user {} in a directory that is not root's alone, expected one of the user 0",
+        about.st_uid);
+  }
+  if (self != 0 && about.st_uid != self && about.st_uid != 0) {
     return fmt::format("found a file of the user {}, expected one of the user {} or of root", about.st_uid,
-                       geteuid());
+                       self);
   }
   if ((about.st_mode & kRightsOfOthers) == 0) return "";
   return fmt::format(
@@ -41,7 +57,8 @@ std::string wrongWithSecret(const struct stat& about) {
 absl::StatusOr<std::string> content(const std::string& path, Holds holds) {
   absl::StatusOr<Runtime::File> file = Runtime::File::open(path);
   if (!file.ok()) return wrong(path, Runtime::textOf(file.status()));
-  if (std::string problem = wrongWithSecret(file->about()); holds == Holds::aSecret && !problem.empty()) {
+  if (std::string problem = wrongWithSecret(path, file->about());
+      holds == Holds::aSecret && !problem.empty()) {
     return wrong(path, problem);
   }
   absl::StatusOr<std::string> text = file->content(kMaxFileBytes);

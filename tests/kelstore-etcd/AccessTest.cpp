@@ -72,11 +72,33 @@ TEST_F(EtcdAccessTest, SecretsOfAnotherUserAreRefused) {
   std::string key = fileOf("key", kPem);
   std::string login = fileOf("login", kGood);
   for (const std::string& secret : {key, login}) ASSERT_EQ(chown(secret.c_str(), 4321, 0), 0);
-  constexpr const char* kRefused = ": found a file of the user 4321, expected one of the user 0 or of root";
-  EXPECT_EQ(fault({.certFile = cert, .keyFile = key}), std::string("key") + kRefused);
-  EXPECT_EQ(fault({.credentialsFile = login}), std::string("login") + kRefused);
+  ASSERT_EQ(chmod(directory.path().c_str(), 0777 | S_ISVTX), 0);
+  std::string refused = fmt::format(
+      ": found a file of the user 4321 in a directory that is not root's alone, expected one of the user 0");
+  EXPECT_EQ(fault({.certFile = cert, .keyFile = key}), "key" + refused);
+  EXPECT_EQ(fault({.credentialsFile = login}), "login" + refused);
+  ASSERT_EQ(chmod(directory.path().c_str(), 0700), 0);
+  ASSERT_EQ(chown(directory.path().c_str(), 4321, 0), 0);
+  EXPECT_EQ(fault({.credentialsFile = login}), "login" + refused);
   ASSERT_EQ(chown(cert.c_str(), 4321, 0), 0);
   EXPECT_EQ(fault({.caFile = cert}), "nothing") << "what all may know";
+}
+
+// trelctl as root could not use those of the daemons' user.
+TEST_F(EtcdAccessTest, SecretsThatRootPutIntoItsDirectoryForAnotherUser_AreRootsToUse) {
+  if (geteuid() != 0) GTEST_SKIP() << "only root can make a file of another user";
+  std::string login = fileOf("login", kGood);
+  ASSERT_EQ(chown(login.c_str(), 4321, 0), 0);
+  ASSERT_EQ(chmod(directory.path().c_str(), 0755), 0);
+  EXPECT_EQ(fault({.credentialsFile = login}), "nothing");
+  ASSERT_EQ(chmod(login.c_str(), 0640), 0);
+  EXPECT_THAT(fault({.credentialsFile = login}), testing::HasSubstr("found mode 0640"));
+  ASSERT_EQ(chmod(login.c_str(), 0644), 0);
+  ASSERT_EQ(seteuid(4322), 0);
+  std::string asAnother = fault({.credentialsFile = login});
+  ASSERT_EQ(seteuid(0), 0);
+  EXPECT_THAT(asAnother,
+              testing::HasSubstr("found a file of the user 4321, expected one of the user 4322 or of root"));
 }
 
 TEST_F(EtcdAccessTest, BadCredentialsFilesAreNamed_NothingInThemIsShown) {
