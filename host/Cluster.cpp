@@ -16,7 +16,8 @@ Cluster::Cluster(const std::vector<MakeSource>& sources, Zavro::Ptr<Vem::TaskSch
       root_(Zavro::makePtr<Kor::Dir>("root")),
       trelMib_(TrelSnmp::trelMibFactory("trelMib")),
       status_(Zavro::makePtr<Snmp::Status>("snmpStatus")),
-      agentRoot_(TrelSnmp::Agent::rootFactory("trelSnmp")) {
+      agentRoot_(TrelSnmp::Agent::rootFactory("trelSnmp")),
+      linkFeed_(links_, mirror_.ifMib(), mirror_.topologyConfig(), mirror_.reachabilityDir()) {
   mountTrelMib();
   sysnameIs();
   sysnameSubscription_ = mirror_.subscribeSysname([this] { sysnameIs(); });
@@ -111,10 +112,13 @@ std::map<std::string, Zavro::Ptr<const Kor::Object>> Cluster::objects() const {
   return all;
 }
 
-// Nothing is known of members before all sources have said what they know.
+// Nothing is known of members and links before all sources have said what they know. Of changes that belong
+// together a part may be applied, which says nothing of links.
 void Cluster::look(uint64_t nowUtcNs) {
   wasComplete_ = wasComplete_ || complete();
-  if (wasComplete_) members_.look(facts(nowUtcNs));
+  if (!wasComplete_) return;
+  members_.look(facts(nowUtcNs));
+  if (layers_.idle()) links_.look(nowUtcNs);
 }
 
 Health::Facts Cluster::facts(uint64_t nowUtcNs) const {

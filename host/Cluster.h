@@ -9,7 +9,9 @@
 #include <vector>
 
 #include "agent/TrelSnmpAgent.h"
+#include "health/Links.h"
 #include "health/Members.h"
+#include "host/LinkFeed.h"
 #include "kelstore/LayeredState.h"
 #include "kelstore/Mirror.h"
 #include "kelstore/Source.h"
@@ -41,10 +43,11 @@ class Cluster {
   // What the sources say, and the names of the sources by layer.
   const Kelstore::LayeredState& layers() const { return layers_; }
   std::vector<std::string> sourcesOfLayers() const;
-  // Takes what the sources say of members into members(); to be called once a second, and before somebody
-  // reads it.
+  // Takes what the sources say of members into members(), and what changed of links into links(); to be
+  // called once a second, and before somebody reads it.
   void look(uint64_t nowUtcNs);
   const Health::Members& members() const { return members_; }
+  const Health::Links& links() const { return links_; }
   // Collectors of members that do not work, as the members say.
   const std::map<Kelstore::Path, Kelstore::Unread>& unread() const { return mirror_.unread(); }
   // Calls `done` when all that sources() shows is up to date, or when that takes too long
@@ -75,6 +78,8 @@ class Cluster {
   Zavro::Ptr<TrelSnmp::Agent::Root> agentRoot_;
   Kor::Subscription sysnameSubscription_;
   Health::Members members_;
+  Health::Links links_;
+  LinkFeed linkFeed_;
   bool wasComplete_ = false;
 };
 

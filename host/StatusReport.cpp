@@ -5,6 +5,7 @@
 
 #include <fmt/chrono.h>
 
+#include <algorithm>
 #include <cmath>
 #include <map>
 #include <nlohmann/json.hpp>
@@ -134,6 +135,34 @@ Json clusterOf(const Health::Members& members) {
   return all;
 }
 
+Json linkCountsOf(const Health::Links& links) {
+  Json counts = Json::object();
+  for (size_t i = 0; i < links.counts().size(); ++i) {
+    counts[std::string(Kor::kNames<Health::LinkVerdict>[i])] = links.counts()[i];
+  }
+  return counts;
+}
+
+// A member that is lost takes its links to all others with it.
+constexpr size_t kLinkFaults = 50;
+
+Json linkFaultsOf(const Health::Links& links) {
+  Json all = Json::array();
+  size_t faults = 0;
+  for (size_t count : links.counts()) faults += count;
+  faults -= links.counts()[static_cast<size_t>(Health::LinkVerdict::ok)];
+  for (auto at = links.all().begin(); all.size() < std::min(faults, kLinkFaults); ++at) {
+    const auto& [pair, link] = *at;
+    if (link.sinceUtcNs == 0 || link.verdict == Health::LinkVerdict::ok) continue;
+    all.push_back({{"low", pair.first.text()},
+                   {"high", pair.second.text()},
+                   {"verdict", Kor::nameOf(link.verdict)},
+                   {"since", utcTime(link.sinceUtcNs)},
+                   {"changes", link.changes}});
+  }
+  return all;
+}
+
 // Members write them, so there may be any number.
 constexpr size_t kUnreadOfAMember = 20;
 constexpr size_t kUnreadInAll = 500;
@@ -222,6 +251,8 @@ std::unique_ptr<Reply> statusReport(const StatusInputs& inputs) {
       {"storeCounters", storeCountersOf(sources)},
       {"setAside", setAsideOf(sources)},
       {"cluster", clusterOf(inputs.cluster.members())},
+      {"links", linkCountsOf(inputs.cluster.links())},
+      {"linkFaults", linkFaultsOf(inputs.cluster.links())},
       {"members", membersOf(sources)},
       {"unread", unread},
       {"unreadLeftOut", inputs.cluster.unread().size() - unread.size()},

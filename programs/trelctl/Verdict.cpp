@@ -6,7 +6,9 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <map>
 #include <nlohmann/json.hpp>
+#include <utility>
 
 #include "programs/trelctl/Render.h"
 
@@ -15,6 +17,8 @@ namespace {
 
 // Clocks that differ by less hardly matter to anybody who compares times.
 constexpr double kClockSeconds = 5;
+// Of one verdict, in a reason.
+constexpr size_t kLinksShown = 8;
 
 std::string textAt(const Json& object, const char* name) {
   auto at = object.find(name);
@@ -50,6 +54,7 @@ class Reasons final {
     stores();
     members();
     cluster();
+    links();
     for (const Json& conflict : status_.at("conflicts")) degraded("conflict", textAt(conflict, "conflict"));
     auto worse = [](const Reason& a, const Reason& b) { return a.verdict > b.verdict; };
     std::stable_sort(judgement_.reasons.begin(), judgement_.reasons.end(), worse);
@@ -195,6 +200,45 @@ class Reasons final {
                         who, textAt(member, "member")));
       }
     }
+  }
+
+  // One reason for each verdict: a member that is lost takes its links to all others with it.
+  void links() {
+    std::map<std::string, std::vector<std::string>> pairs;
+    for (const Json& fault : status_.value("linkFaults", Json::array())) {
+      pairs[textAt(fault, "verdict")].push_back(
+          fmt::format("{}-{}", textAt(fault, "low"), textAt(fault, "high")));
+    }
+    const Json counts = status_.value("links", Json::object());
+    for (const auto& [verdict, count] : counts.items()) {
+      auto links = count.get<size_t>();
+      if (verdict == "ok" || links == 0) continue;
+      std::vector<std::string>& shown = pairs[verdict];
+      shown.resize(std::min(shown.size(), kLinksShown));
+      size_t more = links - std::min(links, shown.size());
+      std::string which = fmt::format("link{} {}", links == 1 ? "" : "s", fmt::join(shown, ", "));
+      if (shown.empty()) {
+        which = fmt::format("{} links", links);
+      } else if (more != 0) {
+        which += fmt::format(" and {} more", more);
+      }
+      degraded("linkFault",
+               fmt::format("{} {} {}{}", which, links == 1 ? "is" : "are", verdict, meaningOf(verdict)));
+    }
+  }
+  // Nothing for a newer daemon's.
+  static std::string meaningOf(const std::string& verdict) {
+    constexpr std::array kMeanings = {
+        std::pair("miswired", "reported at another interface than the topology gives: see to the cables"),
+        std::pair("down", "an end cannot reach the other, and none says that it can"),
+        std::pair("statesDiffer", "one end says that the link carries, the other that it does not"),
+        std::pair("oneSided", "one end knows of the link, the other does not say so"),
+        std::pair("sharedIndex", "another link has the same ifIndex: give each interface its own"),
+        std::pair("noIndex", "an end has no ifIndex, so that it has no row: publish its interface's"),
+    };
+    const auto* found = std::find_if(kMeanings.begin(), kMeanings.end(),
+                                     [&verdict](const auto& known) { return verdict == known.first; });
+    return found == kMeanings.end() ? "" : std::string(": ") + found->second;
   }
 
   void clock(const std::string& member, const Json& status) {

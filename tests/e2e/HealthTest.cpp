@@ -170,5 +170,55 @@ TEST_F(Health, StateOfANewerMember_IsServedAsUnrecognized) {
               HasSubstr("found \"quarantined\", expected \"unknown\", \"initializing\", \"reachable\", "));
 }
 
+// The document's links, and what is wrong with each.
+TEST_F(Health, EachLinkHasAVerdict_SinceItIsSo) {
+  static constexpr const char* kDocument =
+      R"({{"interfaces": {{"Backplane1/1": {{"ifIndex": 1}}, "Backplane2/1": {{"ifIndex": {}}}}},
+      "topology": {{"1": {{"2": {{"intf": "Backplane1/1"}}}}, "2": {{"1": {{"intf": "Backplane2/1"}}}}}},
+      "members": {{"1": {{"reachability": {{"2": {{"state": "{}", "intf": "Backplane1/1", "lastChange": 0}}}}}},
+                   "2": {{"reachability": {{"1": {{"state": "{}", "intf": "{}", "lastChange": 0}}}}}}}}}})";
+  auto stateIs = [this](int ifIndex, const char* one, const char* other, const char* intf = "Backplane2/1") {
+    daemon_.stateIs(fmt::format(kDocument, ifIndex, one, other, intf));
+  };
+  // "1-2 down, 3 changes", or "ok".
+  auto verdict = [this] {
+    nlohmann::json status = daemon_.status();
+    if (status.at("linkFaults").empty()) return fmt::format("ok {}", status.at("links").at("ok").get<int>());
+    const nlohmann::json& fault = status["linkFaults"].at(0);
+    EXPECT_EQ(status["links"].at(fault["verdict"].get<std::string>()), 1);
+    EXPECT_FALSE(fault["since"].is_null());
+    return fmt::format("{}-{} {}, {} changes", fault["low"].get<std::string>(),
+                       fault["high"].get<std::string>(), fault["verdict"].get<std::string>(),
+                       fault["changes"].get<int>());
+  };
+  auto becomes = [&verdict](const std::string& expected) {
+    Support::waitUntil([&] { return verdict() == expected; });
+    EXPECT_EQ(verdict(), expected);
+  };
+  stateIs(2, "reachable", "reachable");
+  daemon_.start();
+  becomes("ok 1");
+  EXPECT_EQ(daemon_.ctl({"status"}).status, 0);
+  stateIs(2, "unreachable", "unreachable");
+  becomes("1-2 down, 1 changes");
+  auto status = daemon_.ctl({"status"});
+  EXPECT_EQ(status.status, 3);
+  EXPECT_THAT(status.out, HasSubstr("link 1-2 is down: "));
+  stateIs(2, "reachable", "unreachable");
+  becomes("1-2 statesDiffer, 2 changes");
+  stateIs(2, "reachable", "reachable", "Backplane2/9");
+  becomes("1-2 miswired, 3 changes");
+  stateIs(1, "reachable", "reachable");
+  becomes("1-2 sharedIndex, 4 changes");
+  stateIs(0, "reachable", "reachable");
+  becomes("1-2 noIndex, 5 changes");
+  stateIs(2, "reachable", "reachable");
+  becomes("ok 1");
+  daemon_.stateIs(R"({"topology": {"1": {"2": {"intf": "Backplane1/1"}}}})");
+  becomes("1-2 oneSided, 7 changes");
+  daemon_.stateIs("{}");
+  becomes("ok 0");
+}
+
 }  // namespace
 }  // namespace E2e

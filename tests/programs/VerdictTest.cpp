@@ -55,6 +55,22 @@ TEST(VerdictTest, MembersThatAreNotThereOrNotExpected_Degraded) {
       "end it");
 }
 
+TEST(VerdictTest, LinksWithAFault_Degraded_OneReasonForEachVerdict) {
+  Json status = healthy();
+  status["links"] = Json::parse(R"({"ok":7,"miswired":0,"down":1,"oneSided":10,"newer":2})");
+  status["linkFaults"] = Json::array();
+  for (int high = 2; high <= 11; ++high)
+    status["linkFaults"].push_back({{"low", "1"}, {"high", std::to_string(high)}, {"verdict", "oneSided"}});
+  status["linkFaults"].push_back({{"low", "2"}, {"high", "3"}, {"verdict", "down"}});
+  EXPECT_EQ(
+      judged(status),
+      "degraded\n"
+      "linkFault: link 2-3 is down: an end cannot reach the other, and none says that it can\n"
+      "linkFault: links 1-2, 1-3, 1-4, 1-5, 1-6, 1-7, 1-8, 1-9 and 2 more are oneSided: one end knows of "
+      "the link, the other does not say so\n"
+      "linkFault: 2 links are newer");
+}
+
 TEST(VerdictTest, WithoutMaster_NotServing) {
   Json status = healthy();
   status["connected"] = false;
