@@ -256,8 +256,11 @@ std::string TrelSnmpIfTableSm::conflict(uint32_t ifIndex, const Claimants& pairs
   const TrelIfEntry* row = trelMib()->trelIfTable().find(ifIndex);
   std::string shown =
       row != nullptr ? Kor::toText(MemberIdPair(row->localMemberId(), row->remoteMemberId())) : "none";
-  return fmt::format("ifIndex {} is given to several links: {}; its row shows {}; give each its own index",
-                     ifIndex, fmt::join(pairs, ", "), shown);
+  return fmt::format(
+      "ifIndex {} is given to several links: {}; its row shows {}; each needs an interface and an index of "
+      "its "
+      "own",
+      ifIndex, fmt::join(pairs, ", "), shown);
 }
 
 std::vector<std::string> TrelSnmpIfTableSm::conflicts() const {

@@ -135,9 +135,17 @@ class Findings final {
       if (facts_.configurationError.empty()) ok("store", "none is configured");
       return;
     }
+    if (!facts_.storeError.empty() && facts_.accessUnknown) {
+      return warn(
+          "store",
+          fmt::format("{} is what the daemon follows; without its certificate and password: {}", facts_.store,
+                      facts_.storeError),
+          "set state, etcd-ca and the others in trelsnmpd.json instead of by options, so that this can "
+          "ask as the daemon does");
+    }
     if (!facts_.storeError.empty()) {
       return fail("store", facts_.storeError,
-                  "see that etcd runs there, and that the user may read the prefix: docs/cluster.md");
+                  "see that etcd runs there, and that the user may read the prefix: docs/etcd.md");
     }
     if (facts_.keys == 0) {
       warn("store", fmt::format("{} answers, but has nothing below its prefix", facts_.store),

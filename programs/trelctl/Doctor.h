@@ -30,8 +30,9 @@ struct Facts {
   };
   std::vector<Directory> directories;
 
-  // The store of the daemons' configurations.
-  std::string store;  // empty: none is configured
+  // The store that the daemon follows, else that of the daemons' configurations.
+  std::string store;           // empty: none
+  bool accessUnknown = false;  // the configurations do not name it
   bool tls = false;
   bool credentials = false;
   std::string storeError;

@@ -2,6 +2,7 @@
 #include <sys/stat.h>
 #include <sys/timex.h>
 
+#include <algorithm>
 #include <charconv>
 #include <filesystem>
 #include <fstream>
@@ -109,14 +110,33 @@ void askForRights(const std::string& config, Facts& facts) {
     facts.memberMayWriteOthers = mayWrite(*publisher, {"members", other, "system"});
 }
 
+// Which store is to be asked; the running daemon may have been started with another than the configurations
+// name.
+std::optional<DefaultStore> storeToAsk(const std::string& config, Facts& facts) {
+  std::optional<DefaultStore> configured;
+  try {
+    configured = configuredStore(config);
+  } catch (const Unusable& error) {
+    facts.configurationError = error.what();
+  }
+  if (!facts.status || facts.status->at("stores").empty()) return configured;
+  const Json& stores = facts.status->at("stores");
+  auto isConfigured = [&configured](const Json& one) {
+    return configured && one.at("source") == configured->store;
+  };
+  if (std::any_of(stores.begin(), stores.end(), isConfigured)) return configured;
+  facts.accessUnknown = true;
+  return DefaultStore{stores.front().at("source").get<std::string>(), {}};
+}
+
 void lookForStore(const std::string& config, Facts& facts) {
   try {
-    std::optional<DefaultStore> configured = configuredStore(config);
-    if (!configured) return;
-    askStore(*configured, facts);
+    std::optional<DefaultStore> store = storeToAsk(config, facts);
+    if (!store) return;
+    askStore(*store, facts);
     if (!facts.storeError.empty()) return;
-    askServers(*configured, facts);
-    askForRights(config, facts);
+    askServers(*store, facts);
+    if (!facts.accessUnknown) askForRights(config, facts);
   } catch (const Unusable& error) {
     facts.configurationError = error.what();
   } catch (const std::runtime_error& error) {

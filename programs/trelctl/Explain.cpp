@@ -197,7 +197,9 @@ class Explainer final {
     });
     if (names.empty()) return why("no interface has the index {}", parts_[0]);
     std::vector<std::string> links;
+    std::string shared;  // an interface of several links
     for (const std::string& name : names) {
+      size_t before = links.size();
       use({"interfaces", name});
       if (!Lanix::BackplaneChannelIntfId::isBackplaneChannelIntfId(Lanix::IntfId(name)))
         why("{} is no link between members: the name of such a one is Backplane and a number", name);
@@ -207,11 +209,18 @@ class Explainer final {
         publisher(path[1]);
         links.push_back(fmt::format("{} to {}", path[1], path[2]));
       });
+      if (links.size() > before + 1) shared = name;
     }
     if (links.empty()) why("no link of the topology uses {}", fmt::join(names, ", "));
-    if (links.size() > 1)
-      why("claimed by several links, of which one has the row: {}; give each interface its own index",
-          fmt::join(links, ", "));
+    if (links.size() <= 1) return;
+    std::string remedy =
+        shared.empty() ? "give each interface its own index"
+                       : shared + " is the interface of several: give each link one with a name of its own";
+    why("claimed by several links: {}; {} has the row; {}", fmt::join(links, ", "),
+        row_ == nullptr
+            ? "none"
+            : fmt::format("{} to {}", row_->at("localMemberId").dump(), row_->at("remoteMemberId").dump()),
+        remedy);
   }
 
   // The mapping with the index, and what the member says of the mapped one.
@@ -250,6 +259,7 @@ class Explainer final {
   const Json* use(const Segments& path) {
     const Json* counting = nullptr;
     bool hidden = false;
+    paths_.push_back(spelt(path));
     for (const Json& given : values_) {
       if (given.at("path").get<Segments>() != path) continue;
       auto source = given.at("source").get<std::string>();
@@ -283,10 +293,25 @@ class Explainer final {
 
   void faultySources() {
     for (const Json& source : status_.at("sources")) {
-      if (!source.at("error").is_null())
+      if (!source.at("error").is_null() && mayConcern(source))
         why("source {} is {}: {}", cell(source.at("name")), cell(source.at("state")),
             cell(source.at("error")));
     }
+  }
+
+  // Of a partial source, all values that can be used are: it is why only if a value of these paths is set
+  // aside. A store's is told by setAside(), unless it has more than it lists; a document's error names one.
+  bool mayConcern(const Json& source) const {
+    if (source.at("state") != "partial") return true;
+    auto count = source.value("setAside", uint64_t{0});
+    const Json& aside = status_.at("setAside");
+    auto listed = static_cast<uint64_t>(std::count_if(
+        aside.begin(), aside.end(), [&](const Json& one) { return one.at("source") == source.at("name"); }));
+    if (listed > 0) return listed < count;
+    auto error = source.at("error").get<std::string>();
+    return count != 1 || std::any_of(paths_.begin(), paths_.end(), [&error](const std::string& path) {
+             return error.find(path) != std::string::npos;
+           });
   }
 
   // What is known of the member that publishes it.
@@ -306,6 +331,7 @@ class Explainer final {
   Json inputs_ = Json::array();
   Json members_ = Json::array();
   std::vector<std::string> why_;
+  std::vector<std::string> paths_;  // what was looked for
 };
 
 std::string publisherText(const Json& member) {

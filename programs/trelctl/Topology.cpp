@@ -35,8 +35,8 @@ class Reader final {
     for (auto& [pair, end] : ends_) {
       seen_.insert({pair.first, pair.second});
       faults(end);
-      topology_.links.push_back(std::move(end));
     }
+    for (auto& [pair, end] : ends_) topology_.links.push_back(std::move(end));
     topology_.members = seen_;
     for (int member : seen_) {
       if (!speaking_.contains(member)) topology_.silent.insert(member);
@@ -94,8 +94,10 @@ class Reader final {
     auto users = users_.find(end.ifIndex);
     if (end.ifIndex != 0 && users->second.size() > 1) {
       for (const Pair& other : users->second) {
-        if (other != Pair(end.from, end.to))
-          end.faults.push_back(fmt::format("same ifIndex as {} to {}", other.first, other.second));
+        if (other == Pair(end.from, end.to)) continue;
+        bool sameName = ends_.at(other).interface == end.interface;
+        end.faults.push_back(fmt::format("same {} as {} to {}", sameName ? "interface" : "ifIndex",
+                                         other.first, other.second));
       }
     }
     if (!speaking_.contains(end.from)) return;  // that is its member's fault

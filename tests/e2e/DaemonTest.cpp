@@ -15,6 +15,7 @@
 #include "tests/e2e/Daemon.h"
 #include "tests/e2e/Reports.h"
 #include "tests/support/Network.h"
+#include "tests/support/WaitUntil.h"
 
 namespace E2e {
 namespace {
@@ -336,6 +337,16 @@ TEST(ControlSocket, Doctor_LooksAtTheProcessThatAnswers) {
     EXPECT_EQ(byWhat["rights"].at("text"), "trelsnmpd runs as root");
     EXPECT_EQ(result.status, 3);
   }
+}
+
+// It said that none is configured.
+TEST(ControlSocket, Doctor_AsksTheStoreThatTheDaemonFollows) {
+  Daemon daemon;
+  std::string store = fmt::format("etcd:127.0.0.1:{}/trel", Support::freeTcpPort());
+  daemon.with({"--state", store}).launch();
+  ASSERT_TRUE(Support::waitUntil([&] { return daemon.answersTrelctl(); })) << daemon.process().err();
+  Support::Result result = daemon.ctl({"doctor", "--config", daemon.dir().path()});
+  EXPECT_THAT(result.out, HasSubstr("WARN  store          " + store + " is what the daemon follows;"));
 }
 
 TEST(ControlSocket, Inspect_ObjectsOfTheRunningDaemon) {

@@ -62,7 +62,7 @@ TEST_F(IfTablePipeline, InterfaceOfTwoLinksLosesAnIndexThatAThirdLinkHas_TheThir
 TEST_F(IfTablePipeline, TwoLinksWithOneIndex_StatusAndLogNameThem) {
   const std::string both =
       "ifIndex 10 is given to several links: (firstId=1, secondId=2), (firstId=1, secondId=3); its row shows "
-      "(firstId=1, secondId=3); give each its own index";
+      "(firstId=1, secondId=3); each needs an interface and an index of its own";
   world.wires(1, 2, "Backplane1/2");
   world.wires(1, 3, "Backplane1/3");
   world.indexIs("Backplane1/2", 10);

@@ -111,6 +111,25 @@ TEST(DoctorTest, ServersOfTheStore_TheirVersions) {
   EXPECT_EQ(verdictOf(findingsOf(facts)), Verdict::ok);
 }
 
+TEST(DoctorTest, StoreOfTheDaemonAlone_ItsAccessIsNotKnown) {
+  Facts facts = healthyMachine();
+  facts.accessUnknown = true;
+  EXPECT_THAT(findings(facts), HasSubstr("OK    store          etcd:h:1/trel answers, with 12 keys\n"));
+  facts.storeError = "h:1: permission denied";
+  EXPECT_THAT(
+      findings(facts),
+      HasSubstr("WARN  store          etcd:h:1/trel is what the daemon follows; without its certificate "
+                "and password: h:1: permission denied\n"
+                "                     -> set state, etcd-ca and the others in trelsnmpd.json"));
+}
+
+TEST(DoctorTest, StoreThatFails_ItsPage) {
+  Facts facts = healthyMachine();
+  facts.storeError = "h:1: permission denied";
+  EXPECT_THAT(findings(facts), HasSubstr("FAIL  store          h:1: permission denied\n"));
+  EXPECT_THAT(findings(facts), HasSubstr("may read the prefix: docs/etcd.md\n"));
+}
+
 TEST(DoctorTest, UsersOfTheStore_WhatTheyMayWrite) {
   Facts facts = healthyMachine();
   facts.agentMayWrite = facts.memberMayWriteOthers = false;

@@ -146,6 +146,27 @@ TEST_F(ExplainTest, ValueIsSetAside_OrItsSourceIsFaulty) {
             "source file:/x is stale: /x:1:1: no JSON\n");
 }
 
+// Its fault is another value's.
+TEST_F(ExplainTest, PartialSource_IsNamedOnlyWhereItMayBeWhy) {
+  auto& sources = status_["sources"];
+  sources.push_back({{"name", kStore}, {"state", "partial"}, {"setAside", 1}, {"error", "key a: found 1"}});
+  status_["setAside"].push_back(
+      {{"source", kStore}, {"key", "/trel/members/9/system"}, {"error", "found 1"}});
+  sources.push_back({{"name", "file:/x"},
+                     {"state", "partial"},
+                     {"setAside", 1},
+                     {"error", "/x: members/9/system/users: found nothing"}});
+  EXPECT_EQ(why("hrs.2"), "no source says anything at members/2/system\n");
+  EXPECT_EQ(why("hrs.9"),
+            "no source says anything at members/9/system\n"
+            "/trel/members/9/system is set aside: found 1\n"
+            "source file:/x is partial: /x: members/9/system/users: found nothing\n");
+  // More than are listed.
+  for (Json& source : sources) source["setAside"] = 2;
+  EXPECT_THAT(why("hrs.2"), HasSubstr("source etcd:h:1,h:2//trel is partial: key a: found 1\n"));
+  EXPECT_THAT(why("hrs.2"), HasSubstr("source file:/x is partial: "));
+}
+
 TEST_F(ExplainTest, ReportWithoutAnIndex) {
   says(kStore, {"members", "1", "reachability", "2"}, R"({"state":"reachable"})");
   EXPECT_EQ(why("reach.1.2"), "no ifIndex, as the report names no interface\n");
@@ -171,10 +192,15 @@ TEST_F(ExplainTest, InterfaceOfNoLink_OfSeveral_OrThatIsNone) {
   EXPECT_EQ(why("baif.7"), "");
   says("a", {"interfaces", "Ethernet1"}, R"({"ifIndex":7})");
   says("a", {"topology", "2", "1"}, R"({"intf":"Ethernet1"})");
+  EXPECT_EQ(
+      why("baif.7"),
+      "Ethernet1 is no link between members: the name of such a one is Backplane and a number\n"
+      "claimed by several links: 1 to 2, 2 to 1; 1 to 2 has the row; give each interface its own index\n");
+  values_[3]["value"]["intf"] = "Backplane1/2";
+  values_.erase(2);
   EXPECT_EQ(why("baif.7"),
-            "Ethernet1 is no link between members: the name of such a one is Backplane and a number\n"
-            "claimed by several links, of which one has the row: 1 to 2, 2 to 1; give each interface its own "
-            "index\n");
+            "claimed by several links: 1 to 2, 2 to 1; 1 to 2 has the row; Backplane1/2 is the interface of "
+            "several: give each link one with a name of its own\n");
 }
 
 TEST_F(ExplainTest, ValueThatCannotBeConverted_AndARowThatIsBeingMade) {

@@ -91,6 +91,12 @@ TEST(TopologyTest, OneIndexForTwoLinks_IsSaidOfBoth) {
   EXPECT_EQ(faultsOf(cluster), "1 to 2: same ifIndex as 2 to 1\n2 to 1: same ifIndex as 1 to 2\n");
 }
 
+TEST(TopologyTest, OneInterfaceForTwoLinks_IsTheFaultInPlaceOfItsIndex) {
+  Cluster cluster;
+  cluster.all(1, 2).all(2, 1).link(2, 1, "Backplane1/2");
+  EXPECT_EQ(faultsOf(cluster), "1 to 2: same interface as 2 to 1\n2 to 1: same interface as 1 to 2\n");
+}
+
 TEST(TopologyTest, MemberOfWhichOnlyOthersSpeak_IsOneFault) {
   Cluster cluster = fullMesh(3);
   cluster.link(4, 1, "Backplane4/1").all(1, 4);
