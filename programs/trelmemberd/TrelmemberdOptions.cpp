@@ -1,5 +1,6 @@
 #include "programs/trelmemberd/TrelmemberdOptions.h"
 
+#include <fmt/format.h>
 #include <net/if.h>
 
 #include <CLI/CLI.hpp>
@@ -29,6 +30,18 @@ constexpr const char* kFooter =
     "state is \"unknown\" while there is carrier. Exit status: 0 after SIGTERM or SIGINT, 2 for unusable\n"
     "arguments or configuration.";
 
+// What figures change proves that writes work; what is later than the proof is due is a write beside it.
+void noteFiguresInterval(const Config& config, Runtime::Findings& findings) {
+  uint32_t due = config.ttlSeconds * 2 / 3;
+  if (config.figuresIntervalSeconds < due || due <= 1) return;
+  findings.warning(
+      "figuresInterval",
+      fmt::format("{} s is no less than two thirds of ttl ({} s), so that each look takes another "
+                  "write; set it to {} at most, or ttl to {} at least",
+                  config.figuresIntervalSeconds, config.ttlSeconds, due - 1,
+                  config.figuresIntervalSeconds * 3 / 2 + 2));
+}
+
 }  // namespace
 
 Runtime::Settings settingsOf(Options& options) {
@@ -51,6 +64,7 @@ Reading readOptions(const Runtime::Arguments& arguments) {
   Runtime::Findings findings = settings.read(arguments);
   options.atStart = settings.atStart();
   Etcd::noteAccess(options.config.access, kAccessKeys, findings);
+  noteFiguresInterval(options.config, findings);
   return {std::move(options), std::move(findings)};
 }
 

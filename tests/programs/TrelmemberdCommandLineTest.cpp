@@ -54,6 +54,20 @@ TEST_F(CommandLineTest, Check_WarningsAloneAreNoFailure) {
   EXPECT_EQ(result.status, 0);
 }
 
+TEST_F(CommandLineTest, Check_WarnsOfFiguresThatAreTooRareToProveThatWritesWork) {
+  auto check = [this](const std::string& more) {
+    return run({"--check", directory_.write("c", R"({"member": 3, "store": "etcd:h:1/p", )" + more + "}")});
+  };
+  auto result = check(R"("ttl": 10)");
+  EXPECT_THAT(result.err,
+              testing::EndsWith("figuresInterval: 9 s is no less than two thirds of ttl (10 s), so that "
+                                "each look takes another write; set it to 5 at most, or ttl to 15 at "
+                                "least\n"));
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(check(R"("ttl": 10, "figuresInterval": 5)").err, "");
+  EXPECT_EQ(check(R"("ttl": 15)").err, "");
+}
+
 TEST_F(CommandLineTest, Check_WarnsOfTwoInterfacesThatGetOneIndexOnThisMachine) {
   std::string path = directory_.write("c", R"({"member": 3, "store": "etcd:h:1/p", "neighbours": [
       {"member": 1, "interface": "Backplane1/a", "device": "lo", "address": "10.0.0.1", "ifIndex": 2147483647},
