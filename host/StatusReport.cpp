@@ -19,13 +19,6 @@ namespace {
 using Json = nlohmann::ordered_json;
 constexpr uint64_t kNsPerSecond = 1'000'000'000;
 
-// "2026-01-31T23:59:59.123Z"; null for 0.
-Json utcTime(uint64_t utcNs) {
-  if (utcNs == 0) return nullptr;
-  auto seconds = static_cast<std::time_t>(utcNs / kNsPerSecond);
-  return fmt::format("{:%Y-%m-%dT%H:%M:%S}.{:03}Z", fmt::gmtime(seconds), utcNs % kNsPerSecond / 1'000'000);
-}
-
 Json tenths(double seconds) { return std::round(seconds * 10) / 10; }
 
 using Sources = std::vector<Kelstore::SourceStatus>;
@@ -225,6 +218,12 @@ Json tablesOf(const TrelSnmp::TrelMib& mib) {
 }
 
 }  // namespace
+
+nlohmann::ordered_json utcTime(uint64_t utcNs) {
+  if (utcNs == 0) return nullptr;
+  auto seconds = static_cast<std::time_t>(utcNs / kNsPerSecond);
+  return fmt::format("{:%Y-%m-%dT%H:%M:%S}.{:03}Z", fmt::gmtime(seconds), utcNs % kNsPerSecond / 1'000'000);
+}
 
 bool serving(const SnmpAgent& snmp, const Cluster& cluster) { return snmp.connected() && cluster.complete(); }
 

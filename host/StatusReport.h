@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <nlohmann/json_fwd.hpp>
 
 #include "host/Cluster.h"
 #include "host/ControlServer.h"
@@ -23,6 +24,9 @@ struct StatusInputs {
 
 // Whether the agent is reachable and its tables show all that the sources say.
 bool serving(const SnmpAgent& snmp, const Cluster& cluster);
+
+// As answers show it, "2026-01-31T23:59:59.123Z"; null for 0.
+nlohmann::ordered_json utcTime(uint64_t utcNs);
 
 std::unique_ptr<Reply> statusReport(const StatusInputs& inputs);
 

@@ -20,11 +20,12 @@ inline constexpr const char* kOpReady = "ready";
 inline constexpr const char* kOpTables = "tables";
 inline constexpr const char* kOpAccept = "accept";
 inline constexpr const char* kOpValues = "values";
+inline constexpr const char* kOpLinks = "links";
 inline constexpr const char* kOpTrace = "trace";
 inline constexpr const char* kOpInspect = "inspect";
 inline constexpr const char* kOpCall = "call";
-inline constexpr std::array kOps = {kOpStatus, kOpReady, kOpTables,  kOpAccept,
-                                    kOpValues, kOpTrace, kOpInspect, kOpCall};
+inline constexpr std::array kOps = {kOpStatus, kOpReady, kOpTables,  kOpAccept, kOpValues,
+                                    kOpLinks,  kOpTrace, kOpInspect, kOpCall};
 
 // `trelsnmpd.sock` in the daemon's runtime directory; throws as Runtime::runtimeDirectory() does.
 std::string defaultSocketPath();

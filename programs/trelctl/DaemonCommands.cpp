@@ -145,22 +145,26 @@ int tables(const DaemonCommands& commands) {
   return 0;
 }
 
-// What the sources say below the segments.
-Json valuesBelow(const std::vector<std::string>& segments, ControlClient& client) {
-  client.send({{"op", Control::kOpValues}, {"below", segments}});
+// What the lines of the answer have under the name.
+Json partsOf(const Json& request, const char* name, ControlClient& client) {
+  client.send(request);
   Json all = Json::array();
   while (true) {
     Json part = client.receive();
     if (part.value("done", false)) return all;
-    for (Json& value : part.at("values")) all.push_back(std::move(value));
+    for (Json& value : part.at(name)) all.push_back(std::move(value));
   }
+}
+
+// What the sources say below the segments.
+Json valuesBelow(const std::vector<std::string>& segments, ControlClient& client) {
+  return partsOf({{"op", Control::kOpValues}, {"below", segments}}, "values", client);
 }
 
 int topology(const DaemonCommands& commands) {
   ControlClient client(socketOf(commands));
-  Json values = valuesBelow({"topology"}, client);
-  for (Json& value : valuesBelow({"interfaces"}, client)) values.push_back(std::move(value));
-  Topology topology = topologyOf(tablesOf(client), values);
+  Json links = partsOf({{"op", Control::kOpLinks}}, "links", client);
+  Topology topology = topologyOf(tablesOf(client), links);
   if (commands.json) {
     fmt::print("{}", dumped(topologyJson(topology)));
   } else if (commands.format == "dot") {

@@ -1,10 +1,11 @@
 #include "programs/trelctl/Topology.h"
 
 #include <fmt/format.h>
-#include <fmt/ranges.h>
 
+#include <algorithm>
 #include <array>
 #include <charconv>
+#include <iterator>
 #include <map>
 #include <nlohmann/json.hpp>
 
@@ -22,97 +23,36 @@ int memberOf(const std::string& text) {
   return member;
 }
 
-class Reader final {
- public:
-  Reader(const ShownTables& tables, const Json& values) : values_(values) {
-    readValues();
-    for (const ShownTable& table : tables) {
-      for (const Json& row : table.rows) read(row);
-    }
-  }
+template <class Value>
+Value valueOr(const Json& object, const char* name, Value otherwise) {
+  const Json& value = object.at(name);
+  return value.is_null() ? otherwise : value.get<Value>();
+}
 
-  Topology found() && {
-    for (auto& [pair, end] : ends_) {
-      seen_.insert({pair.first, pair.second});
-      faults(end);
-    }
-    for (auto& [pair, end] : ends_) topology_.links.push_back(std::move(end));
-    topology_.members = seen_;
-    for (int member : seen_) {
-      if (!speaking_.contains(member)) topology_.silent.insert(member);
-    }
-    return std::move(topology_);
-  }
+LinkEnd endOf(const Json& link, size_t place) {
+  LinkEnd end;
+  end.from = memberOf(link.at(place == 0 ? "low" : "high").get<std::string>());
+  end.to = memberOf(link.at(place == 0 ? "high" : "low").get<std::string>());
+  const Json& known = link.at("ends").at(place);
+  end.interface = valueOr<std::string>(known, "interface", "");
+  end.ifIndex = valueOr<uint32_t>(known, "ifIndex", 0);
+  end.state = valueOr<std::string>(known, "state", "");
+  end.verdict = link.at("verdict").get<std::string>();
+  return end;
+}
 
- private:
-  LinkEnd& end(int from, int to) {
-    LinkEnd& end = ends_[{from, to}];
-    end.from = from;
-    end.to = to;
-    return end;
-  }
-
-  void readValues() {
-    for (const Json& given : values_) {
-      if (!given.at("counts").get<bool>()) continue;
-      const Json& path = given.at("path");
-      const Json& value = given.at("value");
-      if (path.at(0) == "interfaces" && path.size() == 2) {
-        indexes_[path[1].get<std::string>()] = value.value("ifIndex", 0U);
-      } else if (path.at(0) == "topology" && path.size() == 3) {
-        end(memberOf(path[1].get<std::string>()), memberOf(path[2].get<std::string>())).interface =
-            value.value("intf", "");
+// The members that have a row: those who say something.
+std::set<int> speaking(const ShownTables& tables) {
+  std::set<int> members;
+  for (const ShownTable& table : tables) {
+    for (const Json& row : table.rows) {
+      for (const char* column : {"srcId", "memberId"}) {
+        if (row.contains(column)) members.insert(row[column].get<int>());
       }
     }
-    for (auto& [pair, end] : ends_) {
-      auto index = indexes_.find(end.interface);
-      if (index == indexes_.end()) continue;
-      end.ifIndex = index->second;
-      users_[end.ifIndex].push_back(pair);
-    }
   }
-
-  // Rows of any table: those of members say that the member is there, those of reachability also its states.
-  void read(const Json& row) {
-    if (row.contains("srcId") && row.contains("destId")) {
-      int from = row["srcId"].get<int>();
-      speaking_.insert(from);
-      end(from, row["destId"].get<int>()).state = cell(row.value("stateName", Json()));
-    } else if (row.contains("memberId")) {
-      speaking_.insert(row["memberId"].get<int>());
-      seen_.insert(row["memberId"].get<int>());
-    }
-  }
-
-  void faults(LinkEnd& end) const {
-    if (end.from == end.to) end.faults.emplace_back("to itself");
-    if (end.interface.empty()) {
-      end.faults.emplace_back("not in the topology");
-    } else if (end.ifIndex == 0) {
-      end.faults.emplace_back("no ifIndex");
-    }
-    auto users = users_.find(end.ifIndex);
-    if (end.ifIndex != 0 && users->second.size() > 1) {
-      for (const Pair& other : users->second) {
-        if (other == Pair(end.from, end.to)) continue;
-        bool sameName = ends_.at(other).interface == end.interface;
-        end.faults.push_back(fmt::format("same {} as {} to {}", sameName ? "interface" : "ifIndex",
-                                         other.first, other.second));
-      }
-    }
-    if (!speaking_.contains(end.from)) return;  // that is its member's fault
-    if (end.state.empty()) end.faults.push_back(fmt::format("member {} says nothing of it", end.from));
-    if (!ends_.contains({end.to, end.from})) end.faults.emplace_back("nothing in the other direction");
-  }
-
-  const Json& values_;
-  Topology topology_;
-  std::map<Pair, LinkEnd> ends_;
-  std::map<std::string, uint32_t> indexes_;
-  std::map<uint32_t, std::vector<Pair>> users_;
-  std::set<int> seen_;
-  std::set<int> speaking_;
-};
+  return members;
+}
 
 struct StateColour {
   const char* state;
@@ -132,14 +72,50 @@ const char* colourOf(const std::string& state) {
   return kNoColour;
 }
 
-Topology topologyOf(const ShownTables& tables, const Json& values) { return Reader(tables, values).found(); }
+Topology topologyOf(const ShownTables& tables, const Json& links) {
+  Topology topology;
+  const std::set<int> theySpeak = speaking(tables);
+  topology.members = theySpeak;
+  for (const Json& link : links) {
+    for (size_t place : {0U, 1U}) {
+      LinkEnd end = endOf(link, place);
+      topology.members.insert(end.from);
+      if (!end.interface.empty() || !end.state.empty()) topology.links.push_back(std::move(end));
+    }
+  }
+  std::sort(topology.links.begin(), topology.links.end(),
+            [](const LinkEnd& a, const LinkEnd& b) { return Pair(a.from, a.to) < Pair(b.from, b.to); });
+  std::set_difference(topology.members.begin(), topology.members.end(), theySpeak.begin(), theySpeak.end(),
+                      std::inserter(topology.silent, topology.silent.end()));
+  return topology;
+}
+
+namespace {
+
+// Which ends have the ifIndex of this one: "1 to 2 has the interface of 2 to 1", or its ifIndex alone.
+void addSharing(const Topology& topology, const LinkEnd& end, std::vector<std::string>& all) {
+  for (const LinkEnd& other : topology.links) {
+    bool same = other.from == end.from && other.to == end.to;
+    if (same || end.ifIndex == 0 || other.ifIndex != end.ifIndex) continue;
+    all.push_back(fmt::format("{} to {} has the {} of {} to {}", end.from, end.to,
+                              other.interface == end.interface ? "interface" : "ifIndex", other.from,
+                              other.to));
+  }
+}
+
+}  // namespace
 
 std::vector<std::string> faultsOf(const Topology& topology) {
   std::vector<std::string> all;
   for (int member : topology.silent) all.push_back(fmt::format("member {}: only others name it", member));
+  std::map<Pair, std::string> links;
   for (const LinkEnd& end : topology.links) {
-    for (const std::string& fault : end.faults)
-      all.push_back(fmt::format("{} to {}: {}", end.from, end.to, fault));
+    if (end.faulty()) links[std::minmax(end.from, end.to)] = end.verdict;
+  }
+  for (const auto& [pair, verdict] : links)
+    all.push_back(fmt::format("link {}-{}: {}", pair.first, pair.second, verdict));
+  for (const LinkEnd& end : topology.links) {
+    if (end.verdict == "sharedIndex") addSharing(topology, end, all);
   }
   return all;
 }
@@ -171,7 +147,8 @@ Json topologyJson(const Topology& topology) {
                      {"interface", orNull(end.interface, end.interface.empty())},
                      {"ifIndex", orNull(end.ifIndex, end.ifIndex == 0)},
                      {"state", orNull(end.state, end.state.empty())},
-                     {"faults", end.faults}});
+                     {"verdict", end.verdict},
+                     {"faults", end.faulty() ? Json{end.verdict} : Json::array()}});
   }
   return {{"members", std::move(members)}, {"links", std::move(links)}};
 }
@@ -191,7 +168,7 @@ std::string topologyDot(const Topology& topology) {
     const LinkEnd& far = back == ends.end() ? none : *back->second;
     if (pair.first > pair.second && back != ends.end()) continue;
     auto label = [](const LinkEnd& one) { return one.ifIndex == 0 ? "" : std::to_string(one.ifIndex); };
-    bool faulty = !end->faults.empty() || !far.faults.empty();
+    bool faulty = end->faulty() || far.faulty();
     text += fmt::format("  {} -- {} [color=\"{};0.5:{}\", taillabel=\"{}\", headlabel=\"{}\"{}];\n",
                         pair.first, pair.second, colourOf(end->state), colourOf(far.state), label(*end),
                         label(far), faulty ? ", label=\"!\", fontcolor=\"#d62728\"" : "");

@@ -16,10 +16,11 @@ namespace TrelCtl {
 struct LinkEnd {
   int from = 0;
   int to = 0;
-  std::string interface;            // empty: the topology does not have it
-  uint32_t ifIndex = 0;             // 0: none
-  std::string state;                // as served, "reachable"; empty: no row
-  std::vector<std::string> faults;  // "no ifIndex"
+  std::string interface;       // empty: the topology does not have it
+  uint32_t ifIndex = 0;        // 0: none
+  std::string state;           // as served, "reachable"; empty: no row
+  std::string verdict = "ok";  // of the link
+  bool faulty() const { return verdict != "ok"; }
 };
 
 struct Topology {
@@ -28,10 +29,10 @@ struct Topology {
   std::vector<LinkEnd> links;  // by `from`, then `to`
 };
 
-// tables: rows as on the wire. values: those below "topology" and "interfaces", as the daemon answers.
-Topology topologyOf(const ShownTables& tables, const Json& values);
+// tables: rows as on the wire. links: as the daemon answers.
+Topology topologyOf(const ShownTables& tables, const Json& links);
 
-// Each in a line: "1 to 3: no ifIndex".
+// Each in a line: "link 1-3: noIndex".
 std::vector<std::string> faultsOf(const Topology& topology);
 
 std::string topologyText(const Topology& topology);

@@ -75,7 +75,7 @@ class Picture final {
     }
     for (const LinkEnd& end : topology_.links) {
       if (withIndexes_ && end.ifIndex != 0) labels += index(end);
-      if (!end.faults.empty()) marks += mark(end);
+      if (end.faulty()) marks += mark(end);
     }
     for (const auto& [member, position] : order_) nodes += node(member);
     return head() + lines + labels + marks + nodes + legend() + "</svg>\n";
@@ -160,15 +160,13 @@ class Picture final {
 
   std::string mark(const LinkEnd& end) const {
     Point at = along(end, ring_ + width_ + kMark + kGap / 2);
-    std::string text;
-    for (const std::string& fault : end.faults) text += (text.empty() ? "" : "; ") + fault;
     return fmt::format(
         "<g><title>{} to {}: {}</title><circle cx=\"{:.1f}\" cy=\"{:.1f}\" r=\"{}\" fill=\"white\" "
         "stroke=\"#d62728\" "
         "stroke-width=\"1.5\"/><text x=\"{:.1f}\" y=\"{:.1f}\" dy=\"4\" text-anchor=\"middle\" "
         "font-weight=\"bold\" "
         "fill=\"#d62728\">!</text></g>\n",
-        end.from, end.to, escapedXml(text), at.x, at.y, kMark - 1, at.x, at.y);
+        end.from, end.to, escapedXml(end.verdict), at.x, at.y, kMark - 1, at.x, at.y);
   }
 
   std::string node(int member) const {

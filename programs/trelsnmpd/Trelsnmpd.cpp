@@ -8,6 +8,7 @@
 #include <nlohmann/json.hpp>
 
 #include "host/InspectReport.h"
+#include "host/LinkReport.h"
 #include "host/StatusReport.h"
 #include "host/TableReport.h"
 #include "host/TraceReport.h"
@@ -186,6 +187,10 @@ void Daemon::answer(const std::string& request, const Host::ControlServer::Answe
   if (op == Control::kOpStatus) return cluster_->refreshSources(report);
   if (op == Control::kOpAccept) return answer(acceptStores());
   if (op == Control::kOpValues) return answer(values(json));
+  if (op == Control::kOpLinks) {
+    cluster_->look(clock_.utcNs());
+    return answer(Host::linkReport(cluster_->links()));
+  }
   if (op == Control::kOpInspect) return answer(inspected(json));
   if (op == Control::kOpCall) return answer(called(json));
   if (op == Control::kOpTrace) return answer(Host::traceReport(json));

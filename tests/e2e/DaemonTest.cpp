@@ -302,7 +302,7 @@ TEST(ControlSocket, Topology_OfWhatIsServedAndWhatTheSourcesSay) {
   Daemon daemon;
   daemon.start();
   EXPECT_THAT(daemon.ctl({"topology"}).out,
-              AllOf(StartsWith("3 members, 6 ends of links, 0 faults\n"),
+              AllOf(StartsWith("3 members, 6 ends of links, 1 faults\n  ! link 2-3: down\n"),
                     HasSubstr("     2   3  Backplane2/2     2002  unreachable\n")));
   EXPECT_THAT(daemon.ctl({"topology", "--format", "svg"}).out,
               AllOf(StartsWith("<svg "), HasSubstr(">2002</text>")));

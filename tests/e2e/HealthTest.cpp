@@ -13,6 +13,7 @@
 namespace E2e {
 namespace {
 
+using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using namespace std::chrono_literals;
@@ -204,6 +205,10 @@ TEST_F(Health, EachLinkHasAVerdict_SinceItIsSo) {
   auto status = daemon_.ctl({"status"});
   EXPECT_EQ(status.status, 3);
   EXPECT_THAT(status.out, HasSubstr("link 1-2 is down: "));
+  EXPECT_THAT(
+      daemon_.ctl({"topology"}).out,
+      AllOf(HasSubstr("  ! link 1-2: down\n"), HasSubstr("     1   2  Backplane1/1        1  unreachable\n"),
+            HasSubstr("     2   1  Backplane2/1        2  unreachable\n")));
   stateIs(2, "reachable", "unreachable");
   becomes("1-2 statesDiffer, 2 changes");
   stateIs(2, "reachable", "reachable", "Backplane2/9");
