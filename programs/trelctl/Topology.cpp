@@ -1,6 +1,7 @@
 #include "programs/trelctl/Topology.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <algorithm>
 #include <array>
@@ -92,14 +93,24 @@ Topology topologyOf(const ShownTables& tables, const Json& links) {
 
 namespace {
 
-// Which ends have the ifIndex of this one: "1 to 2 has the interface of 2 to 1", or its ifIndex alone.
-void addSharing(const Topology& topology, const LinkEnd& end, std::vector<std::string>& all) {
-  for (const LinkEnd& other : topology.links) {
-    bool same = other.from == end.from && other.to == end.to;
-    if (same || end.ifIndex == 0 || other.ifIndex != end.ifIndex) continue;
-    all.push_back(fmt::format("{} to {} has the {} of {} to {}", end.from, end.to,
-                              other.interface == end.interface ? "interface" : "ifIndex", other.from,
-                              other.to));
+// Of one ifIndex, in a line.
+constexpr size_t kEndsShown = 8;
+
+// "ifIndex 12 is given to 1 to 2 (Backplane1/2), 2 to 1 (Backplane2/1)": one line for each that is shared.
+void addShared(const Topology& topology, std::vector<std::string>& all) {
+  std::map<uint32_t, std::vector<std::string>> ends;
+  for (const LinkEnd& end : topology.links) {
+    if (end.ifIndex == 0) continue;
+    ends[end.ifIndex].push_back(
+        fmt::format("{} to {} ({})", end.from, end.to, Runtime::escaped(end.interface)));
+  }
+  for (auto& [ifIndex, having] : ends) {
+    if (having.size() < 2) continue;
+    size_t more = having.size() - std::min(having.size(), kEndsShown);
+    having.resize(having.size() - more);
+    all.push_back(fmt::format("ifIndex {} is given to {}{}; each needs an interface and an index of its own",
+                              ifIndex, fmt::join(having, ", "),
+                              more == 0 ? "" : fmt::format(" and {} more", more)));
   }
 }
 
@@ -114,9 +125,7 @@ std::vector<std::string> faultsOf(const Topology& topology) {
   }
   for (const auto& [pair, verdict] : links)
     all.push_back(fmt::format("link {}-{}: {}", pair.first, pair.second, verdict));
-  for (const LinkEnd& end : topology.links) {
-    if (end.verdict == "sharedIndex") addSharing(topology, end, all);
-  }
+  addShared(topology, all);
   return all;
 }
 

@@ -98,15 +98,19 @@ TEST(TopologyTest, VerdictOfALink_IsOneFault) {
   EXPECT_EQ(faultsOf(cluster), "link 1-2: noIndex\nlink 2-3: down\n");
 }
 
-TEST(TopologyTest, SharedIndex_WhoseItIs_AndWhetherTheInterfaceIsTheSame) {
+TEST(TopologyTest, SharedIndex_WhoseItIs_AndOverWhichInterfaces) {
   Cluster cluster;
   cluster.all(1, 2).all(2, 1).index(2, 1, 1002).verdict(1, 2, "sharedIndex");
   EXPECT_EQ(faultsOf(cluster),
-            "link 1-2: sharedIndex\n1 to 2 has the ifIndex of 2 to 1\n2 to 1 has the ifIndex of 1 to 2\n");
-  cluster.link(2, 1, "Backplane1/2");
-  EXPECT_EQ(
-      faultsOf(cluster),
-      "link 1-2: sharedIndex\n1 to 2 has the interface of 2 to 1\n2 to 1 has the interface of 1 to 2\n");
+            "link 1-2: sharedIndex\n"
+            "ifIndex 1002 is given to 1 to 2 (Backplane1/2), 2 to 1 (Backplane2/1); "
+            "each needs an interface and an index of its own\n");
+}
+
+TEST(TopologyTest, IndexThatManyShare_IsOneLineThatShowsSome) {
+  Cluster cluster;
+  for (int to = 2; to <= 12; ++to) cluster.link(1, to, "Backplane1").index(1, to, 7).all(to, 1);
+  EXPECT_THAT(faultsOf(cluster), HasSubstr("1 to 9 (Backplane1) and 3 more; each needs"));
 }
 
 TEST(TopologyTest, MemberOfWhichOnlyOthersSpeak_IsOneFault) {
