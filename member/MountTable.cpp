@@ -14,6 +14,7 @@
 #include <map>
 #include <memory>
 #include <string_view>
+#include <tuple>
 
 #include "runtime/Errors.h"
 #include "runtime/File.h"
@@ -124,7 +125,10 @@ std::map<std::string, libmnt_fs*> topmost(libmnt_table* table) {
 }
 
 bool ranksBefore(const Line& a, const Line& b) {
-  return std::pair(a.rootLength, a.mount.id) < std::pair(b.rootLength, b.mount.id);
+  auto rank = [](const Line& line) {
+    return std::tuple(line.mount.point != "/", line.rootLength, line.mount.id);
+  };
+  return rank(a) < rank(b);
 }
 
 // The kernel's id of the mount that an open file is on; 0 if it is not known.

@@ -16,8 +16,9 @@ namespace Member {
 //    machine's;
 //  - files that are mounted over files, as in a container.
 // Of mounts on top of each other the top one counts; of several of one file system, of one btrfs or of one
-// zfs pool, the one that shows most of it, then the oldest. mountInfo: a file such as /proc/self/mountinfo.
-// sys: where sysfs is mounted. root: where the mount points are found, "" or a directory.
+// zfs pool, that at /, else the one that shows most of it, then the oldest. mountInfo: a file such as
+// /proc/self/mountinfo. sys: where sysfs is mounted. root: where the mount points are found, "" or a
+// directory.
 absl::StatusOr<std::vector<Mount>> realMounts(const std::string& mountInfo, const std::string& sys,
                                               const std::string& root = "");
 

@@ -117,6 +117,12 @@ TEST_F(MountTableTest, OneFileSystemAtSeveralPlaces_CountsOnce_TheWholeBeforeAPa
 }
 
 // Each used to be a row, a key in the store and a thread.
+// As in a container whose / is a directory of the host's, with a longer name than that of a volume.
+TEST_F(MountTableTest, OneFileSystemAtSeveralPlaces_TheMachinesRootIsTheNameThatCounts) {
+  has("8:1", "/volume", "ext4", "/v").has("8:1", "/", "ext4", "/machines/one").has("8:1", "/whole", "ext4");
+  EXPECT_THAT(mounts(), ElementsAre("/=fixed"));
+}
+
 TEST_F(MountTableTest, ContainersAndSessions_DoNotCount_TheMachinesOwnWithoutADeviceDo) {
   has("0:30", "/", "overlay")
       .has("0:31", "/run", "tmpfs")
